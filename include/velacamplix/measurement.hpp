@@ -1,0 +1,80 @@
+#pragma once
+
+#include "amplitude.hpp"
+#include "export.hpp"
+#include "index.hpp"
+
+#include <map>
+#include <random>
+#include <vector>
+
+namespace pbamplix {
+
+// Read view of a state vector: element k is the probability |amplitude k|^2 of basis state k.
+template <class C>
+struct SVSequence;
+
+template <class T>
+struct SVSequence<thrust::complex<T>> {
+    using proba_type = T;
+    using value_type = thrust::complex<T>;  // what the permuting exports copy
+
+    const thrust::complex<T>* data;
+    unsigned int nqubits;
+    unsigned long dim;  // 2^nqubits
+};
+
+// Read view of a density matrix of 2^m x 2^m entries: element k is the real part of the diagonal entry (k, k).
+template <class T>
+struct DMDiagSequence {
+    using proba_type = T;
+    using value_type = T;
+
+    const thrust::complex<T>* data;
+    unsigned int nqubits;  // m
+    unsigned long dim;     // 2^m
+};
+
+namespace cpu {
+
+// Sum of the view's probabilities over all indices whose listed qubits carry the bits of `fixed` (already in
+// place). The same value for every thread count: blocks of 2^16 indices are summed in index order and then added
+// in block order.
+template <class Seq>
+VELACAMPLIX_API typename Seq::proba_type cumulative_probability(Seq seq, unsigned long fixed,
+                                                                const std::vector<unsigned int>& qubits,
+                                                                const int& nthreads);
+
+// out[swap_lsb_msb(i, n)] = element i of the view, or zero where its probability is not above threshold_sq.
+// The first needs at least 8 qubits and looks at the threshold only when Threshold is true.
+template <bool Threshold, class Out, class Seq>
+VELACAMPLIX_API void _permute_and_copy_vector_fast(Seq seq, Out* out, const int& nthreads,
+                                                   typename Seq::proba_type threshold_sq);
+template <class P, class Out, class Seq>
+VELACAMPLIX_API void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P& threshold_sq, int nthreads);
+
+// Draws nshots outcomes over the listed qubits (first listed = most significant bit; empty list = all, qubit 0
+// most significant). Takes exactly nshots outputs of the engine, in order: shot s belongs to output s.
+template <class Rng, class Seq>
+VELACAMPLIX_API void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
+                                      const int& nthreads, const std::vector<unsigned int>& qubits);
+
+// Zeroes every amplitude whose listed qubits do not read `value` (first listed = most significant bit) and divides
+// the rest by the square root of their norm. Throws std::domain_error when that norm is zero.
+template <class T>
+VELACAMPLIX_API void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
+                              unsigned long value, int nthreads);
+
+// Fills `map` with the non-zero elements above the threshold, keyed by reversed index; returns it.
+template <class T, class V, class Seq>
+VELACAMPLIX_API std::map<unsigned long, V>* permute_and_map_vector(Seq seq, std::map<unsigned long, V>* map,
+                                                                   const T& threshold_sq, const int& nthreads);
+
+// A new map (the caller deletes it) of the outcomes over the listed qubits whose probability is above the threshold.
+template <class T, class Seq>
+VELACAMPLIX_API std::map<unsigned long, T>* map_marginal_distribution(Seq seq, const T& threshold_sq,
+                                                                      const std::vector<unsigned int>& qubits,
+                                                                      const int& nthreads);
+
+}  // namespace cpu
+}  // namespace pbamplix

@@ -1,0 +1,15 @@
+#pragma once
+
+// Everything a C++ host may use.
+
+#include "amplitude.hpp"
+#include "circuit.hpp"
+#include "index.hpp"
+#include "kernels.hpp"
+#include "loading.hpp"
+#include "measurement.hpp"
+#include "observable.hpp"
+#include "statevector.hpp"
+#include "storage.hpp"
+#include "threads.hpp"
+#include "version.hpp"
