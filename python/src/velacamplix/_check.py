@@ -1,0 +1,262 @@
+"""Every argument check of the package, in one place.
+
+The compiled core trusts its caller, so nothing reaches it unchecked. Each
+function returns the value in the plain form the rest of the package works
+with (``int``, ``float``, ``tuple`` of ``int``, ``numpy.ndarray``) or raises
+
+* ``TypeError`` if the value is of the wrong kind,
+* ``IndexError`` if a qubit or bit number is outside the object it refers to,
+* ``ValueError`` for every other wrong value.
+
+A message names the argument, says what was expected and shows what came.
+"""
+
+from __future__ import annotations
+
+import math
+import operator
+import reprlib
+from typing import Any, Iterable, Optional, Sequence, Tuple
+
+import numpy as np
+
+# Largest deviation of U·U† from the identity that still counts as rounding.
+# A matrix that was computed in single precision passes, a wrong one does not.
+UNITARY_TOLERANCE = 1e-5
+
+_shorten = reprlib.Repr()
+_shorten.maxstring = _shorten.maxother = 60
+_shorten.maxtuple = _shorten.maxlist = 8
+
+
+def show(value: Any) -> str:
+    """Return a short text of `value` for an error message."""
+    if isinstance(value, np.ndarray) and value.ndim:
+        return f"an array of shape {value.shape} and type {value.dtype}"
+    return _shorten.repr(value)
+
+
+def integer(
+    value: Any, name: str, minimum: Optional[int] = None, maximum: Optional[int] = None
+) -> int:
+    """Return `value` as ``int``; both bounds are inclusive.
+
+    NumPy integers are integers; ``True`` and ``False`` are not, because a flag
+    that slips into a number's place is a mistake.
+
+    >>> integer(np.int64(3), "shots", minimum=1)
+    3
+    """
+    number = _plain_integer(value, name, _range_words(minimum, maximum))
+    if (minimum is not None and number < minimum) or (maximum is not None and number > maximum):
+        raise ValueError(f"{name} must be {_range_words(minimum, maximum)}, got {show(value)}")
+    return number
+
+
+def index(value: Any, size: int, name: str) -> int:
+    """Return `value` as a number from 0 to ``size - 1``.
+
+    Negative numbers do not count from the end: a qubit's number is its name.
+    """
+    number = _plain_integer(value, name, "an integer")
+    if not 0 <= number < size:
+        allowed = f"from 0 to {size - 1}" if size else "of something that has none"
+        raise IndexError(f"{name} must be a number {allowed}, got {show(value)}")
+    return number
+
+
+def qubit(value: Any, n_qubits: int, name: str = "qubit") -> int:
+    """Return a qubit number below `n_qubits`.
+
+    >>> qubit(2, 3)
+    2
+    """
+    return index(value, n_qubits, name)
+
+
+def sequence(values: Any, name: str, of: str = "integers") -> Tuple[Any, ...]:
+    """Return any iterable but a text or a mapping as a tuple."""
+    if isinstance(values, (str, bytes, dict)) or not isinstance(values, Iterable):
+        raise TypeError(f"{name} must be a sequence of {of}, got {show(values)}")
+    try:
+        return tuple(values)
+    except TypeError:  # a NumPy array without dimensions calls itself iterable
+        raise TypeError(f"{name} must be a sequence of {of}, got {show(values)}") from None
+
+
+def indices(values: Any, size: int, name: str, at_least: int = 0) -> Tuple[int, ...]:
+    """Return distinct numbers from 0 to ``size - 1``, in the order given.
+
+    A single integer stands for a list of one.
+    """
+    listed = (values,) if _is_scalar(values) else sequence(values, name)
+    numbers = tuple(index(value, size, f"{name}[{i}]") for i, value in enumerate(listed))
+    if len(numbers) < at_least:
+        raise ValueError(f"{name} must hold at least {at_least} number(s), got {show(values)}")
+    repeated = _first_repeated(numbers)
+    if repeated is not None:
+        raise ValueError(f"{name} must be distinct, got {repeated} twice in {show(values)}")
+    return numbers
+
+
+def qubits(values: Any, n_qubits: int, name: str = "qubits", at_least: int = 1) -> Tuple[int, ...]:
+    """Return distinct qubit numbers below `n_qubits`, in the order given.
+
+    >>> qubits([2, 0], 3)
+    (2, 0)
+    """
+    return indices(values, n_qubits, name, at_least)
+
+
+def controls(
+    values: Any, targets: Sequence[int], n_qubits: int, name: str = "controls"
+) -> Tuple[int, ...]:
+    """Return distinct control qubits, none of them among the checked `targets`."""
+    numbers = indices(values, n_qubits, name)
+    for target in targets:
+        if target in numbers:
+            raise ValueError(
+                f"{name} must not contain a target of the gate, got {target} as target and in {show(values)}"
+            )
+    return numbers
+
+
+def distinct(numbers: Sequence[int], name: str) -> None:
+    """Refuse a list of checked numbers in which one appears twice."""
+    repeated = _first_repeated(numbers)
+    if repeated is not None:
+        raise ValueError(f"{name} must be distinct, got {show(tuple(numbers))}")
+
+
+def real(value: Any, name: str) -> float:
+    """Return `value` as a finite ``float``."""
+    expected = f"{name} must be a real number"
+    if isinstance(value, (bool, np.bool_, str, bytes, complex, np.complexfloating)):
+        raise TypeError(f"{expected}, got {show(value)}")
+    if getattr(value, "ndim", 0):  # NumPy would take an array of one entry for its entry
+        raise TypeError(f"{expected}, got {show(value)}")
+    try:
+        number = float(value)
+    except OverflowError:
+        raise ValueError(f"{expected} that fits a double, got {show(value)}") from None
+    except (TypeError, ValueError):
+        raise TypeError(f"{expected}, got {show(value)}") from None
+    if not math.isfinite(number):
+        raise ValueError(f"{name} must be finite, got {show(value)}")
+    return number
+
+
+def angle(value: Any, name: str = "angle") -> float:
+    """Return a finite angle in radians.
+
+    >>> angle(np.float32(0.5))
+    0.5
+    """
+    return real(value, name)
+
+
+def choice(value: Any, name: str, allowed: Sequence[str]) -> str:
+    """Return `value` if it is one of the texts in `allowed`."""
+    words = " or ".join(repr(word) for word in allowed)
+    if not isinstance(value, str):
+        raise TypeError(f"{name} must be {words}, got {show(value)}")
+    if value not in allowed:
+        raise ValueError(f"{name} must be {words}, got {show(value)}")
+    return str(value)
+
+
+def precision(value: Any, name: str = "precision") -> str:
+    """Return ``"single"`` or ``"double"``."""
+    return choice(value, name, ("single", "double"))
+
+
+def order(value: Any, name: str = "order") -> str:
+    """Return ``"big"`` (first listed qubit leftmost) or ``"little"``."""
+    return choice(value, name, ("big", "little"))
+
+
+def threads(value: Any, name: str = "threads") -> Optional[int]:
+    """Return a number of threads, at least 1; ``None`` leaves the choice to the library."""
+    if value is None:
+        return None
+    return integer(value, name, minimum=1, maximum=2**31 - 1)
+
+
+def matrix(value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True) -> np.ndarray:
+    """Return the matrix of a gate on `n_qubits` qubits.
+
+    Parameters
+    ----------
+    value : array_like, shape (2**n_qubits, 2**n_qubits)
+        Real or complex numbers, row by row.
+    unitary : bool
+        Also refuse a matrix with ``|U U† - 1|`` above `UNITARY_TOLERANCE` in any entry.
+
+    Returns
+    -------
+    numpy.ndarray
+        A new C-ordered array of ``complex128``.
+
+    >>> matrix([[0, 1], [1, 0]], 1).shape
+    (2, 2)
+    """
+    size = 2**n_qubits
+    expected = f"{name} must be a {size} x {size} array of numbers for {n_qubits} qubit(s)"
+    try:
+        array = np.asarray(value)
+    except ValueError:  # rows of different lengths
+        raise ValueError(f"{expected}, got {show(value)}") from None
+    if array.dtype.kind not in "biufc":
+        # Recent NumPy refuses ragged rows above, older ones make objects of them.
+        raise TypeError(f"{expected}, got {show(value)}")
+    if array.shape != (size, size):
+        raise ValueError(f"{expected}, got shape {array.shape}")
+    array = np.array(array, dtype=np.complex128, order="C")
+    if not np.isfinite(array).all():
+        raise ValueError(f"{name} must hold finite numbers only, got {show(value)}")
+    if unitary:
+        # Entries may be huge: an overflow here is a deviation, not a warning.
+        with np.errstate(all="ignore"):
+            deviation = np.abs(array @ array.conj().T - np.eye(size)).max()
+        if not deviation <= UNITARY_TOLERANCE:
+            raise ValueError(
+                f"{name} must be unitary, got one with an entry of U·U† that is {deviation:.3g} off the identity"
+            )
+    return array
+
+
+def _plain_integer(value: Any, name: str, expected: str) -> int:
+    # operator.index takes Python and NumPy integers and refuses floats, so
+    # that 1.0 or 2.7 is never rounded to a qubit.
+    if isinstance(value, (bool, np.bool_)):
+        raise TypeError(f"{name} must be {expected}, got {show(value)}")
+    try:
+        return operator.index(value)
+    except TypeError:
+        raise TypeError(f"{name} must be {expected}, got {show(value)}") from None
+
+
+def _is_scalar(value: Any) -> bool:
+    if getattr(value, "ndim", 0):  # every NumPy array has __index__
+        return False
+    # Wrong scalars belong here too: their message should speak of an integer.
+    return hasattr(value, "__index__") or isinstance(value, (float, complex, np.number))
+
+
+def _range_words(minimum: Optional[int], maximum: Optional[int]) -> str:
+    if minimum is not None and maximum is not None:
+        return f"an integer from {minimum} to {maximum}"
+    if minimum is not None:
+        return f"an integer of at least {minimum}"
+    if maximum is not None:
+        return f"an integer of at most {maximum}"
+    return "an integer"
+
+
+def _first_repeated(numbers: Sequence[int]) -> Optional[int]:
+    seen = set()
+    for number in numbers:
+        if number in seen:
+            return number
+        seen.add(number)
+    return None

@@ -1,0 +1,159 @@
+"""What a circuit is made of: instructions, conditions, registers, gate names."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+from types import MappingProxyType
+from typing import Mapping, NamedTuple, Optional, Tuple, Union
+
+
+class GateShape(NamedTuple):
+    """How many qubits and real parameters a named gate takes."""
+
+    n_qubits: int
+    n_params: int
+
+
+#: The library's named gates. One-qubit gates take any number of controls, the
+#: others none. "matrix" (any number of qubits) is not listed: its parameters
+#: are the entries of the matrix.
+GATES: Mapping[str, GateShape] = MappingProxyType(
+    {
+        "X": GateShape(1, 0),
+        "Y": GateShape(1, 0),
+        "Z": GateShape(1, 0),
+        "H": GateShape(1, 0),
+        "S": GateShape(1, 0),
+        "T": GateShape(1, 0),
+        "RX": GateShape(1, 1),
+        "RY": GateShape(1, 1),
+        "RZ": GateShape(1, 1),
+        "PH": GateShape(1, 1),
+        "ZtoY": GateShape(1, 0),
+        "YtoZ": GateShape(1, 0),
+        "CNOT": GateShape(2, 0),
+        "CCNOT": GateShape(3, 0),
+        "CSIGN": GateShape(2, 0),
+        "SWAP": GateShape(2, 0),
+        "ISWAP": GateShape(2, 0),
+        "SQRTSWAP": GateShape(2, 0),
+    }
+)
+
+#: Instructions that are no gates. Each takes any number of qubits at once.
+NON_UNITARY = frozenset({"measure", "reset", "barrier"})
+
+
+@dataclass(frozen=True)
+class Condition:
+    """Lets an instruction act only if classical bits hold a value.
+
+    Attributes
+    ----------
+    clbits : tuple of int
+        The bits that are read, lowest value first (weight ``2**i`` for the i-th).
+    value : int
+        What they must spell, from 0 to ``2**len(clbits) - 1``.
+
+    >>> Condition((0, 1), 2)
+    Condition(clbits=(0, 1), value=2)
+    """
+
+    clbits: Tuple[int, ...]
+    value: int
+
+    def __str__(self) -> str:
+        return f"c{list(self.clbits)} == {self.value}"
+
+
+@dataclass(frozen=True)
+class Instruction:
+    """One step of a circuit. Instances are plain values: equal, hashable, picklable.
+
+    Attributes
+    ----------
+    name : str
+        A key of `GATES`, ``"matrix"``, or a member of `NON_UNITARY`.
+    qubits : tuple of int
+        Targets, in the gate's order: CNOT is (control, target), CCNOT (control,
+        control, target).
+    params : tuple of float, or of complex for "matrix"
+        Angles in radians; for "matrix" its ``4**len(qubits)`` entries row by
+        row, where the first listed qubit is the highest bit of a row's number.
+    controls : tuple of int
+        Further qubits that must all be 1; only for one-qubit gates and "matrix".
+    clbits : tuple of int
+        For "measure" only: where the result of each qubit goes. All bits are
+        written together, after the condition has been read.
+    condition : Condition or None
+        The step is left out unless the condition holds.
+
+    >>> Instruction("RX", (2,), (0.5,), controls=(0,))
+    Instruction(name='RX', qubits=(2,), params=(0.5,), controls=(0,), clbits=(), condition=None)
+    >>> print(Instruction("RX", (2,), (0.5,), controls=(0,)))
+    RX(0.5) 2 controls 0
+    """
+
+    name: str
+    qubits: Tuple[int, ...]
+    params: Tuple[Union[float, complex], ...] = ()
+    controls: Tuple[int, ...] = ()
+    clbits: Tuple[int, ...] = ()
+    condition: Optional[Condition] = None
+
+    @property
+    def is_gate(self) -> bool:
+        """Whether the step is a unitary gate (conditioned or not)."""
+        return self.name not in NON_UNITARY
+
+    @property
+    def can_be_conditioned(self) -> bool:
+        """Whether a condition makes sense; it does not on a barrier."""
+        return self.name != "barrier"
+
+    def __str__(self) -> str:
+        words = [self.name]
+        if self.name == "matrix":
+            words[0] += f"[{2 ** len(self.qubits)}x{2 ** len(self.qubits)}]"
+        elif self.params:
+            words[0] += "(" + ", ".join(f"{value:.12g}" for value in self.params) + ")"
+        words.append(_listed(self.qubits))
+        if self.controls:
+            words.append("controls " + _listed(self.controls))
+        if self.clbits:
+            words.append("-> " + _listed(self.clbits))
+        if self.condition is not None:
+            words.append(f"if {self.condition}")
+        return " ".join(words)
+
+
+@dataclass(frozen=True)
+class Register:
+    """A named run of a circuit's qubits or classical bits.
+
+    Attributes
+    ----------
+    name : str
+    kind : str
+        ``"quantum"`` or ``"classical"``.
+    start : int
+        Number of the register's first qubit or bit in the whole circuit.
+    size : int
+
+    >>> list(Register("anc", "quantum", start=4, size=2).bits)
+    [4, 5]
+    """
+
+    name: str
+    kind: str
+    start: int
+    size: int
+
+    @property
+    def bits(self) -> range:
+        """Numbers of the register's members in the whole circuit."""
+        return range(self.start, self.start + self.size)
+
+
+def _listed(numbers: Tuple[int, ...]) -> str:
+    return ",".join(map(str, numbers))
