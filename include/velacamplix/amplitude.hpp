@@ -1,5 +1,8 @@
 #pragma once
 
+// Treats this header and what it includes as a system's: Thrust's code does not pass everyone's warning flags.
+#pragma GCC system_header
+
 // Thrust is used header-only, for thrust::complex alone; without this definition its headers ask for a GPU toolkit.
 #ifndef THRUST_DEVICE_SYSTEM
 #define THRUST_DEVICE_SYSTEM THRUST_DEVICE_SYSTEM_CPP
