@@ -1,0 +1,78 @@
+#pragma once
+
+#include <bit>
+#include <vector>
+
+// Plain integer arithmetic on qubit positions. Qubit q is bit q; positions are taken modulo 64.
+
+namespace velacamplix::index {
+
+inline constexpr unsigned long bit(unsigned int qubit) { return 1ul << (qubit & 63); }
+
+// The low n bits, n <= 64.
+inline constexpr unsigned long low_bits(unsigned long n) { return n >= 64 ? ~0ul : (1ul << n) - 1; }
+
+// Scatter: bit t of `value` goes to the t-th set bit of `mask`, counted from the least significant.
+inline constexpr unsigned long deposit(unsigned long value, unsigned long mask) {
+    unsigned long result = 0;
+    for (; mask != 0 && value != 0; mask &= mask - 1, value >>= 1) {
+        if (value & 1) result |= mask & -mask;
+    }
+    return result;
+}
+
+// Gather, the inverse: bit t of the result is the bit of `value` at the t-th set bit of `mask`.
+inline constexpr unsigned long extract(unsigned long value, unsigned long mask) {
+    unsigned long result = 0;
+    for (unsigned long place = 1; mask != 0; mask &= mask - 1, place <<= 1) {
+        if (value & mask & -mask) result |= place;
+    }
+    return result;
+}
+
+// Reversal of the low n bits of x, whose higher bits must be 0; n = 0 reverses the whole word.
+inline constexpr unsigned long reverse_bits(unsigned long x, unsigned int n) {
+    x = __builtin_bswap64(x);
+    x = ((x >> 4) & 0x0f0f0f0f0f0f0f0ful) | ((x & 0x0f0f0f0f0f0f0f0ful) << 4);
+    x = ((x >> 2) & 0x3333333333333333ul) | ((x & 0x3333333333333333ul) << 2);
+    x = ((x >> 1) & 0x5555555555555555ul) | ((x & 0x5555555555555555ul) << 1);
+    return x >> ((64 - n) & 63);
+}
+
+inline unsigned long mask_of(const std::vector<unsigned int>& qubits) {
+    unsigned long mask = 0;
+    for (const unsigned int q : qubits) mask |= bit(q);
+    return mask;
+}
+
+// One mask per qubit, in the list's order.
+inline std::vector<unsigned long> bits_of_qubits(const std::vector<unsigned int>& qubits) {
+    std::vector<unsigned long> bits;
+    bits.reserve(qubits.size());
+    for (const unsigned int q : qubits) bits.push_back(bit(q));
+    return bits;
+}
+
+// A qubit listed twice cancels.
+inline unsigned long xor_mask_of(const std::vector<unsigned int>& qubits) {
+    unsigned long mask = 0;
+    for (const unsigned int q : qubits) mask ^= bit(q);
+    return mask;
+}
+
+// Bit j of `value` on bit qubits[j]: the first listed qubit carries the LEAST significant bit.
+inline unsigned long place_first_lowest(unsigned long value, const std::vector<unsigned int>& qubits) {
+    unsigned long pattern = 0;
+    for (std::size_t j = 0; j < qubits.size(); ++j) pattern |= ((value >> (j & 63)) & 1) << (qubits[j] & 63);
+    return pattern;
+}
+
+// The first listed qubit carries the MOST significant of the value's k bits.
+inline unsigned long place_first_highest(unsigned long value, const std::vector<unsigned int>& qubits) {
+    unsigned long pattern = 0;
+    const std::size_t k = qubits.size();
+    for (std::size_t j = 0; j < k; ++j) pattern |= ((value >> ((k - 1 - j) & 63)) & 1) << (qubits[j] & 63);
+    return pattern;
+}
+
+}  // namespace velacamplix::index

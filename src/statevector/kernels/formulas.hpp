@@ -1,0 +1,258 @@
+#pragma once
+
+#include "statevector/kernels/pack.hpp"
+
+#include <velacamplix/kernels.hpp>
+
+// What each gate does to the packs of one group. A formula is built once per block of groups from the call's
+// coefficients and then rewrites its operands in place, from the old values only. The order of operations is part
+// of the library's behaviour.
+
+namespace velacamplix::kernels {
+
+// One unit below the correctly rounded 1/sqrt(2) in double, on purpose: H twice on |0> gives 0.9999999999999998,
+// and hosts rely on it. Pinned by one_qubit.test.cpp.
+template <class T>
+inline constexpr T inverse_sqrt2 = T(0);
+template <>
+inline constexpr double inverse_sqrt2<double> = 0x1.6a09e667f3bccp-1;
+template <>
+inline constexpr float inverse_sqrt2<float> = 0x1.6a09e6p-1f;
+
+// --- one amplitude -----------------------------------------------------------------------------------------------
+
+template <class V>
+struct phase_z {
+    explicit phase_z(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a) const { a = negate(a); }
+};
+
+// i * a in full: (0 * re - im, 0 * im + re).
+template <class V>
+[[gnu::always_inline]] inline V times_i(V a) {
+    return a * broadcast<V>(0) + negate_real(swap_parts(a));
+}
+
+template <class V>
+struct phase_s {
+    explicit phase_s(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a) const { a = times_i(a); }
+};
+
+template <class V>
+struct phase_t {
+    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    explicit phase_t(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a) const {
+        const V scaled = a * c;
+        a = scaled + negate_real(swap_parts(scaled));
+    }
+};
+
+template <class V>
+struct phase_factor {
+    factor<V> p;
+    explicit phase_factor(const thrust::complex<scalar_of<V>>* c) : p(c[0]) {}
+    [[gnu::always_inline]] void operator()(V& a) const { a = p * a; }
+};
+
+// --- two amplitudes: target bit 0, target bit 1 --------------------------------------------------------------------
+
+template <class V>
+struct pair_x {
+    explicit pair_x(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const { std::swap(a0, a1); }
+};
+
+template <class V>
+struct pair_y {
+    explicit pair_y(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const V old0 = a0;
+        a0 = negate_imaginary(swap_parts(a1));
+        a1 = negate_real(swap_parts(old0));
+    }
+};
+
+template <class V>
+struct pair_h {
+    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    explicit pair_h(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const V sum = a0 + a1;
+        const V difference = a0 - a1;
+        a0 = sum * c;
+        a1 = difference * c;
+    }
+};
+
+template <class V>
+struct pair_z_to_y {
+    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    explicit pair_z_to_y(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const V sum = a1 + a0;
+        // (a1.im - a0.im, a0.re - a1.re), the real part as (-a0.im) - (-a1.im)
+        const V turned = negate_real(swap_parts(a0)) - negate_real(swap_parts(a1));
+        a0 = sum * c;
+        a1 = turned * c;
+    }
+};
+
+template <class V>
+struct pair_y_to_z {
+    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    explicit pair_y_to_z(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const V scaled = a0 * c;
+        const V t = negate_real(swap_parts(a1 * c));  // (-c a1.im, c a1.re)
+        a0 = scaled - t;
+        a1 = t + scaled;
+    }
+};
+
+// [[d, o], [o, d]]
+template <class V>
+struct pair_rx {
+    factor<V> d, o;
+    explicit pair_rx(const thrust::complex<scalar_of<V>>* c) : d(c[0]), o(c[1]) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const V old0 = a0;
+        a0 = d * old0 + o * a1;
+        a1 = o * old0 + d * a1;
+    }
+};
+
+// [[d, -o], [o, d]]
+template <class V>
+struct pair_ry {
+    factor<V> d, o;
+    explicit pair_ry(const thrust::complex<scalar_of<V>>* c) : d(c[0]), o(c[1]) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const V old0 = a0;
+        a0 = d * old0 - o * a1;
+        a1 = o * old0 + d * a1;
+    }
+};
+
+template <class V>
+struct pair_matrix {
+    factor<V> m00, m01, m10, m11;
+    explicit pair_matrix(const thrust::complex<scalar_of<V>>* c) : m00(c[0]), m01(c[1]), m10(c[2]), m11(c[3]) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const V old0 = a0;
+        a0 = m00 * old0 + m01 * a1;
+        a1 = m10 * old0 + m11 * a1;
+    }
+};
+
+// --- four amplitudes: local index 00, 01, 10, 11 -------------------------------------------------------------------
+
+template <class V>
+struct quad_swap {
+    explicit quad_swap(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const { std::swap(b, c); }
+};
+
+template <class V>
+struct quad_iswap {
+    explicit quad_iswap(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
+        const V old_b = b;
+        b = times_i(c);
+        c = times_i(old_b);
+    }
+};
+
+// 1/2 (1 + i) and 1/2 (1 - i), the halves taken before the sums.
+template <class V>
+struct quad_sqrt_swap {
+    V half = broadcast<V>(scalar_of<V>(0.5));
+    explicit quad_sqrt_swap(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
+        const V x = b * half;
+        const V y = c * half;
+        const V x_plus = x + negate_real(swap_parts(x));        // (x.re - x.im, x.im + x.re)
+        const V x_minus = x + negate_imaginary(swap_parts(x));  // (x.re + x.im, x.im - x.re)
+        const V y_plus = y + negate_real(swap_parts(y));
+        const V y_minus = y + negate_imaginary(swap_parts(y));
+        b = x_plus + y_minus;
+        c = y_plus + x_minus;
+    }
+};
+
+template <class V>
+struct quad_hh {
+    factor<V> half{thrust::complex<scalar_of<V>>(scalar_of<V>(0.5), 0)};
+    explicit quad_hh(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
+        const V r0 = ((a + b) + c) + d;
+        const V r1 = ((a - b) + c) - d;
+        const V r2 = ((a + b) - c) - d;
+        const V r3 = ((a - b) - c) + d;
+        a = half * r0;
+        b = half * r1;
+        c = half * r2;
+        d = half * r3;
+    }
+};
+
+template <class V>
+struct quad_z_to_y_z_to_y_conj {
+    factor<V> half{thrust::complex<scalar_of<V>>(scalar_of<V>(0.5), 0)};
+    factor<V> half_i{thrust::complex<scalar_of<V>>(0, scalar_of<V>(0.5))};
+    explicit quad_z_to_y_z_to_y_conj(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
+        const V r0 = ((a + b) + c) + d;
+        const V r1 = ((b - a) - c) + d;  // -A + B - C + D
+        const V r2 = ((a + b) - c) - d;
+        const V r3 = ((a - b) - c) + d;
+        a = half * r0;
+        b = half_i * r1;
+        c = half_i * r2;
+        d = half * r3;
+    }
+};
+
+template <class V>
+struct quad_y_to_z_y_to_z_conj {
+    factor<V> half{thrust::complex<scalar_of<V>>(scalar_of<V>(0.5), 0)};
+    factor<V> half_i{thrust::complex<scalar_of<V>>(0, scalar_of<V>(0.5))};
+    explicit quad_y_to_z_y_to_z_conj(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
+        const V ha = half * a;
+        const V ib = half_i * b;
+        const V ic = half_i * c;
+        const V hd = half * d;
+        const V s = ha + ib;
+        const V t = ha - ib;
+        a = (s - ic) + hd;
+        b = (t - ic) - hd;
+        c = (ic + s) - hd;
+        d = hd + (t + ic);
+    }
+};
+
+template <class V>
+struct quad_matrix {
+    const thrust::complex<scalar_of<V>>* m;  // 16 entries, row-major
+    explicit quad_matrix(const thrust::complex<scalar_of<V>>* entries) : m(entries) {}
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
+        const V r0 = row(0, a, b, c, d);
+        const V r1 = row(4, a, b, c, d);
+        const V r2 = row(8, a, b, c, d);
+        const V r3 = row(12, a, b, c, d);
+        a = r0;
+        b = r1;
+        c = r2;
+        d = r3;
+    }
+
+private:
+    [[gnu::always_inline]] V row(int at, V a, V b, V c, V d) const {
+        return ((factor<V>(m[at]) * a + factor<V>(m[at + 1]) * b) + factor<V>(m[at + 2]) * c) +
+               factor<V>(m[at + 3]) * d;
+    }
+};
+
+}  // namespace velacamplix::kernels

@@ -1,0 +1,210 @@
+#include "statevector/kernels/two_qubit.hpp"
+
+#include "statevector/kernels/formulas.hpp"
+#include "statevector/kernels/targets.hpp"
+
+namespace velacamplix::kernels {
+namespace {
+
+using namespace pbamplix::cpu;
+
+template <class T>
+struct matrix_table : coefficient_table<T> {
+    std::array<thrust::complex<T>, 16> entries;
+};
+
+template <class T>
+const thrust::complex<T>* coefficients_of(const kernel_call<T>& call) {
+    if (call.table == nullptr) return call.coefficients.data();
+    return static_cast<const matrix_table<T>&>(*call.table).entries.data();
+}
+
+template <class G>
+struct formula_of;
+template <>
+struct formula_of<GateSWAP> { template <class V> using type = quad_swap<V>; };
+template <>
+struct formula_of<GateISWAP> { template <class V> using type = quad_iswap<V>; };
+template <>
+struct formula_of<GateSQRTSWAP> { template <class V> using type = quad_sqrt_swap<V>; };
+template <>
+struct formula_of<GateHH> { template <class V> using type = quad_hh<V>; };
+template <>
+struct formula_of<GateZtoYZtoYConj> { template <class V> using type = quad_z_to_y_z_to_y_conj<V>; };
+template <>
+struct formula_of<GateYtoZYtoZConj> { template <class V> using type = quad_y_to_z_y_to_z_conj<V>; };
+template <>
+struct formula_of<_Gate2QB<true>> { template <class V> using type = quad_matrix<V>; };
+
+// Gates that leave the local indices 00 and 11 alone neither read nor write them, unless a target stands inside the
+// pack and the four parts come mixed.
+template <class G>
+inline constexpr bool middle_only = std::is_same_v<G, GateSWAP> || std::is_same_v<G, GateISWAP> ||
+                                    std::is_same_v<G, GateSQRTSWAP>;
+
+// The one loop over groups of four. `inner_high` and `inner_low` are the targets' positions inside the pack, -1 for
+// those outside; `blend` says that some controls stand inside the pack.
+template <class G, class V, int inner_high, int inner_low, bool blend>
+void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
+               unsigned long end) {
+    constexpr bool outer = inner_high < 0 && inner_low < 0;
+    constexpr bool all_four = !(middle_only<G> && outer);
+    const typename formula_of<G>::template type<V> formula(coefficients_of(call));
+    const bits_of<V> changed = lane_mask<V>(call);
+    const unsigned long high = call.target_bit[0];
+    const unsigned long low = call.target_bit[1];
+    walk<V>(
+        call, begin, end,
+        [=](unsigned long base) {
+            __builtin_prefetch(state + (base | low), 1);
+            __builtin_prefetch(state + (base | high), 1);
+            if constexpr (all_four) {
+                __builtin_prefetch(state + base, 1);
+                __builtin_prefetch(state + (base | high | low), 1);
+            }
+        },
+        [=](unsigned long base) {
+            V old[4] = {};
+            if constexpr (all_four) old[0] = load<V>(state + base);
+            old[1] = load<V>(state + (base | low));
+            old[2] = load<V>(state + (base | high));
+            if constexpr (all_four) old[3] = load<V>(state + (base | high | low));
+            V a = old[0], b = old[1], c = old[2], d = old[3];
+            if constexpr (inner_high >= 0) {
+                exchange_bit<static_cast<unsigned>(inner_high)>(a, c);
+                exchange_bit<static_cast<unsigned>(inner_high)>(b, d);
+            }
+            if constexpr (inner_low >= 0) {
+                exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
+                exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
+            }
+            formula(a, b, c, d);
+            if constexpr (inner_low >= 0) {
+                exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
+                exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
+            }
+            if constexpr (inner_high >= 0) {
+                exchange_bit<static_cast<unsigned>(inner_high)>(a, c);
+                exchange_bit<static_cast<unsigned>(inner_high)>(b, d);
+            }
+            if constexpr (blend) {
+                a = select(changed, a, old[0]);
+                b = select(changed, b, old[1]);
+                c = select(changed, c, old[2]);
+                d = select(changed, d, old[3]);
+            }
+            if constexpr (all_four) store(state + base, a);
+            store(state + (base | low), b);
+            store(state + (base | high), c);
+            if constexpr (all_four) store(state + (base | high | low), d);
+        });
+}
+
+template <class G, class V, int inner_high = -1, int inner_low = -1>
+auto choose_loop(int high, int low, bool blend) -> typename kernel_call<scalar_of<V>>::loop {
+    constexpr int positions = static_cast<int>(lane_bits<V>);
+    if constexpr (inner_high < 0 || inner_high != inner_low) {
+        if (high == inner_high && low == inner_low) {
+            return blend ? run_quads<G, V, inner_high, inner_low, true> : run_quads<G, V, inner_high, inner_low, false>;
+        }
+    }
+    if constexpr (inner_low + 1 < positions) return choose_loop<G, V, inner_high, inner_low + 1>(high, low, blend);
+    if constexpr (inner_low + 1 >= positions && inner_high + 1 < positions) {
+        return choose_loop<G, V, inner_high + 1, -1>(high, low, blend);
+    }
+    return nullptr;
+}
+
+template <class G, class T>
+kernel_call<T> prepare(unsigned long nbqbits, unsigned long high, unsigned long low, unsigned long controls) {
+    using wide = wide_pack<T>;
+    using narrow = single_pack<T>;
+    const condition where = all_ones(controls);
+    const std::array<unsigned long, 2> targets = {high, low};
+    kernel_call<T> call;
+    std::array<outer_target, 2> placed;
+    if (are_distinct(targets, where) && place_targets<wide>(placed, targets, nbqbits, where)) {
+        const bool outer = placed[0].exchanged_with < 0 && placed[1].exchanged_with < 0;
+        select_groups<wide>(call, nbqbits, where, placed[0].bit | placed[1].bit, middle_only<G> && outer ? 2 : 4);
+        call.target_bit = {placed[0].bit, placed[1].bit};
+        call.prefetch = std::max(prefetch_distance<T>(nbqbits, placed[0].bit),
+                                 prefetch_distance<T>(nbqbits, placed[1].bit));
+        call.run = choose_loop<G, wide>(placed[0].exchanged_with, placed[1].exchanged_with, call.lane_fixed != 0);
+    } else {
+        select_groups<narrow>(call, nbqbits, where, high | low, 4);
+        call.target_bit = targets;
+        call.run = run_quads<G, narrow, -1, -1, false>;
+    }
+    return call;
+}
+
+}  // namespace
+
+template <class G, class T>
+kernel_call<T> two_qubit_call(unsigned long nbqbits, unsigned long high, unsigned long low, unsigned long controls) {
+    return prepare<G, T>(nbqbits, high, low, controls);
+}
+
+template <class T>
+kernel_call<T> two_qubit_matrix_call(unsigned long nbqbits, unsigned long high, unsigned long low,
+                                     unsigned long controls, const std::vector<thrust::complex<T>>& matrix) {
+    auto table = std::make_shared<matrix_table<T>>();
+    std::copy_n(matrix.begin(), table->entries.size(), table->entries.begin());
+    kernel_call<T> call = prepare<_Gate2QB<true>, T>(nbqbits, high, low, controls);
+    call.table = std::move(table);
+    return call;
+}
+
+#define VELACAMPLIX_INSTANTIATE(G, T) \
+    template kernel_call<T> two_qubit_call<G, T>(unsigned long, unsigned long, unsigned long, unsigned long);
+#define VELACAMPLIX_INSTANTIATE_ALL(T)               \
+    VELACAMPLIX_INSTANTIATE(GateSWAP, T)             \
+    VELACAMPLIX_INSTANTIATE(GateISWAP, T)            \
+    VELACAMPLIX_INSTANTIATE(GateSQRTSWAP, T)         \
+    VELACAMPLIX_INSTANTIATE(GateHH, T)               \
+    VELACAMPLIX_INSTANTIATE(GateZtoYZtoYConj, T)     \
+    VELACAMPLIX_INSTANTIATE(GateYtoZYtoZConj, T)     \
+    template kernel_call<T> two_qubit_matrix_call<T>(unsigned long, unsigned long, unsigned long, unsigned long, \
+                                                     const std::vector<thrust::complex<T>>&);
+
+VELACAMPLIX_INSTANTIATE_ALL(float)
+VELACAMPLIX_INSTANTIATE_ALL(double)
+
+}  // namespace velacamplix::kernels
+
+namespace pbamplix::cpu {
+
+template <class G>
+template <class T, class... Args>
+void Template2QBGate<G>::apply_controlled(thrust::complex<T>* state, unsigned int qubit1, unsigned int qubit2,
+                                          unsigned long nbqbits, int nthreads, std::vector<unsigned int> controls,
+                                          Args... params) {
+    using namespace velacamplix;
+    const unsigned long high = index::bit(qubit1);
+    const unsigned long low = index::bit(qubit2);
+    const unsigned long control_mask = index::mask_of(controls);
+    if constexpr (sizeof...(Args) == 1) {
+        kernels::run_parallel(kernels::two_qubit_matrix_call<T>(nbqbits, high, low, control_mask, params...), state,
+                              nthreads);
+    } else {
+        kernels::run_parallel(kernels::two_qubit_call<G, T>(nbqbits, high, low, control_mask), state, nthreads);
+    }
+}
+
+#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                                         \
+    template void Template2QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>(                     \
+        thrust::complex<T>*, unsigned int, unsigned int, unsigned long, int, std::vector<unsigned int>    \
+        __VA_OPT__(, ) __VA_ARGS__);
+#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                    \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateSWAP, T)               \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateISWAP, T)              \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateSQRTSWAP, T)           \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateHH, T)                 \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoYZtoYConj, T)       \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZYtoZConj, T)       \
+    VELACAMPLIX_INSTANTIATE_MEMBER(_Gate2QB<true>, T, std::vector<thrust::complex<T>>)
+
+VELACAMPLIX_INSTANTIATE_MEMBERS(float)
+VELACAMPLIX_INSTANTIATE_MEMBERS(double)
+
+}  // namespace pbamplix::cpu

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "statevector/index/bits.hpp"
+#include "statevector/storage/parallel.hpp"
+
+#include <velacamplix/statevector.hpp>
+
+#include <bit>
+#include <string_view>
+
+namespace velacamplix::object {
+
+// A product-state string read as masks over bits 0, 1, ... for its characters 0, 1, ...; positions wrap at 64.
+template <class T>
+struct product_state {
+    unsigned long fixed = 0;  // characters 0 and 1
+    unsigned long ones = 0;   // character 1
+    unsigned long minus = 0;  // character -
+    T magnitude = 1;          // one factor for every + and -
+
+    explicit product_state(std::string_view text) {
+        // One unit below the rounded 1/sqrt(2) in double, the value of the H kernel; hosts rely on it.
+        constexpr T inverse_sqrt2 = sizeof(T) == 8 ? T(0x1.6a09e667f3bccp-1) : T(0x1.6a09e6p-1);
+        for (unsigned int i = 0; i < text.size(); ++i) {
+            const unsigned long bit = index::bit(i);
+            const char c = text[i];
+            if (c == '0' || c == '1') fixed |= bit;
+            if (c == '1') ones |= bit;
+            if (c == '-') minus |= bit;
+            if (c == '+' || c == '-') magnitude *= inverse_sqrt2;
+        }
+    }
+};
+
+}  // namespace velacamplix::object
+
+namespace pbamplix::cpu {
+
+template <class T>
+void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
+    using namespace velacamplix;
+    thrust::complex<T>* const to = amplitudes.get();
+    const unsigned long bytes = size * sizeof(thrust::complex<T>);
+    if (!state.has_value()) {
+        storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
+            std::fill(to + begin, to + end, thrust::complex<T>(0, 0));
+        });
+        to[0] = thrust::complex<T>(1, 0);
+        return;
+    }
+    const auto* const from = reinterpret_cast<const thrust::complex<T>*>(*state);
+    const unsigned int n = nqubits;
+    storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
+        for (unsigned long i = begin; i < end; ++i) to[i] = from[index::reverse_bits(i, n)];
+    });
+}
+
+template <class T>
+void PybindAmplixStateVectorCPU<T>::reset_to_str(std::string s) {
+    using namespace velacamplix;
+    const object::product_state<T> product(s);
+    // Character i stands for bit n - 1 - i of an index: the masks are reversed once, not every index.
+    const unsigned long known = size - 1;
+    const unsigned long fixed = index::reverse_bits(product.fixed & known, nqubits);
+    const unsigned long ones = index::reverse_bits(product.ones & known, nqubits);
+    const unsigned long minus = index::reverse_bits(product.minus & known, nqubits);
+    const bool possible = (product.ones & ~known) == 0;  // a 1 on a qubit that does not exist matches nothing
+    const T magnitude = product.magnitude;
+    thrust::complex<T>* const to = amplitudes.get();
+    const auto fill = [=](unsigned long begin, unsigned long end) {
+        for (unsigned long i = begin; i < end; ++i) {
+            thrust::complex<T> value(0, 0);
+            if (possible && (i & fixed) == ones) {
+                value = std::popcount(i & minus) % 2 == 0 ? thrust::complex<T>(magnitude, T(0))
+                                                          : thrust::complex<T>(-magnitude, T(-0.0));
+            }
+            to[i] = value;
+        }
+    };
+    storage::parallel_blocks(size, size * sizeof(thrust::complex<T>), num_threads, fill);
+}
+
+}  // namespace pbamplix::cpu

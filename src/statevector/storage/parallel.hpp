@@ -1,0 +1,47 @@
+#pragma once
+
+#include <velacamplix/threads.hpp>
+
+#include <omp.h>
+
+#include <algorithm>
+
+namespace velacamplix::storage {
+
+struct block {
+    unsigned long begin;
+    unsigned long end;
+};
+
+// The contiguous share of thread `t` of `team` in [0, count): the first count % team threads take one item more.
+inline block block_of(unsigned long count, unsigned long team, unsigned long t) {
+    const unsigned long share = count / team;
+    const unsigned long rest = count % team;
+    const unsigned long begin = t * share + std::min(t, rest);
+    return {begin, begin + share + (t < rest ? 1 : 0)};
+}
+
+// Below this many bytes of touched amplitudes a region costs more than a second thread saves (an empty region of two
+// threads takes half a microsecond, and each thread's share then comes from the other's cache).
+inline constexpr unsigned long worthwhile_bytes = 256ul << 10;
+
+// Calls body(begin, end) once per thread over its block of [0, count). All parallel loops of the library open here.
+// `bytes` is what the whole range touches; a range too small to share runs on the calling thread. `nthreads` is a
+// request as for get_num_threads. The body must not throw: an exception that escapes ends the process.
+template <class Body>
+void parallel_blocks(unsigned long count, unsigned long bytes, int nthreads, Body&& body) noexcept {
+    const int team = pbamplix::get_num_threads(nthreads);
+    if (team == 1 || count < 2 || bytes < worthwhile_bytes) {
+        if (count != 0) body(0ul, count);
+        return;
+    }
+    const int threads = team == 0 ? omp_get_max_threads() : team;
+#pragma omp parallel num_threads(threads)
+    {
+        const auto [begin, end] = block_of(count, static_cast<unsigned long>(omp_get_num_threads()),
+                                           static_cast<unsigned long>(omp_get_thread_num()));
+        if (begin != end) body(begin, end);
+    }
+}
+
+}  // namespace velacamplix::storage
