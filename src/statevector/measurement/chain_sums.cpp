@@ -1,0 +1,77 @@
+#include "statevector/measurement/chain_sums.hpp"
+
+namespace velacamplix::measurement {
+namespace {
+
+unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
+
+// Adds the lowest bits of `from` to `joined` until it has `wanted`.
+unsigned long join_lowest(unsigned long from, unsigned wanted) {
+    unsigned long joined = 0;
+    for (; from != 0 && count_bits(joined) < wanted; from &= from - 1) joined |= from & -from;
+    return joined;
+}
+
+// The bits of the qubits listed last, which are the lowest of a slot: joined, a tile writes runs of neighbouring slots.
+unsigned long join_last(const std::vector<unsigned int>& listed, unsigned long from, unsigned wanted) {
+    unsigned long joined = 0;
+    for (std::size_t j = 0; j < wanted && j < listed.size(); ++j) {
+        joined |= index::bit(listed[listed.size() - 1 - j]) & from;
+    }
+    return joined;
+}
+
+unsigned long team_size(unsigned long bytes, int nthreads) {
+    if (bytes < storage::worthwhile_bytes) return 1;
+    const int team = pbamplix::get_num_threads(nthreads);
+    return static_cast<unsigned long>(team == 0 ? omp_get_max_threads() : team);
+}
+
+}  // namespace
+
+tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, unsigned long bytes, int nthreads) {
+    // With a sum for every 64 elements or fewer, writing the slots costs as much as reading the view.
+    const bool many_slots = listed.size() + 6 >= n;
+    const unsigned long mask = index::mask_of(listed);
+    piece_bits = std::min(many_slots ? 6u : 8u, n);
+    const unsigned long inside = index::low_bits(piece_bits);
+    const unsigned long above = mask & ~inside;
+    const unsigned chain_bits_inside = count_bits(mask & inside);
+
+    unsigned long joined;
+    if (many_slots) {
+        joined = join_last(listed, above, 4);
+    } else {
+        joined = chain_bits_inside < 3 ? join_lowest(above, 3 - chain_bits_inside) : 0;
+        // Rather fewer chains side by side than threads without work.
+        const unsigned long team = team_size(bytes, nthreads);
+        while (joined != 0 && (1ul << count_bits(above & ~joined)) < team) joined &= joined - 1;
+    }
+    pieces = 1u << count_bits(joined);
+    chains = pieces << chain_bits_inside;
+    chain_length = 1u << (piece_bits - chain_bits_inside);
+    side_by_side = (mask & (group - 1)) == group - 1;
+    outer = above & ~joined;
+    steps = index::low_bits(n) & ~inside & ~mask;
+
+    for (unsigned p = 0; p < pieces; ++p) piece_at[p] = index::deposit(p, joined);
+    const auto place = [&](unsigned long i) {
+        return static_cast<std::uint16_t>(index::extract(i, joined) << piece_bits | (i & inside));
+    };
+    for (unsigned c = 0; c < chains; ++c) {
+        const unsigned long i = index::deposit(c, mask & inside) | index::deposit(c >> chain_bits_inside, joined);
+        chain_at[c] = place(i);
+    }
+    for (unsigned e = 0; e < chain_length; ++e) {
+        element_at[e] = static_cast<std::uint16_t>(index::deposit(e, inside & ~mask));
+    }
+    const unsigned long tile_slots = outcome_of_listed((mask & inside) | joined, listed);
+    for (unsigned c = 0; c < chains; ++c) {
+        slot[c] = index::deposit(c, tile_slots);
+        const unsigned long i = index::place_first_highest(slot[c], listed);
+        chain_of_slot[c] = static_cast<std::uint16_t>(index::extract(i, joined) << chain_bits_inside |
+                                                      index::extract(i, mask & inside));
+    }
+}
+
+}  // namespace velacamplix::measurement

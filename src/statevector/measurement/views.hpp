@@ -1,0 +1,148 @@
+#pragma once
+
+#include "statevector/index/bits.hpp"
+#include "statevector/kernels/pack.hpp"
+
+#include <velacamplix/measurement.hpp>
+
+#include <algorithm>
+
+// Reading probabilities: element k of a view, one at a time or a run at a time.
+
+namespace velacamplix::measurement {
+
+// Both parts below this (a power of two, the root of the smallest normal number): squares would leave the normal
+// range, so such an amplitude is scaled by 4 before and by 1/16 after.
+template <class T>
+inline constexpr T tiny_part = sizeof(T) == 8 ? T(0x1p-511) : T(0x1p-63);
+
+template <class T>
+inline T squared_magnitude(thrust::complex<T> a) {
+    const T re = a.real();
+    const T im = a.imag();
+    if (re < tiny_part<T> && re > -tiny_part<T> && im < tiny_part<T> && im > -tiny_part<T>) {
+        const T re4 = re * T(4);
+        const T im4 = im * T(4);
+        return (re4 * re4 + im4 * im4) * T(0.0625);
+    }
+    return re * re + im * im;
+}
+
+template <unsigned width>
+struct real_parts {
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width)); }
+};
+template <unsigned width>
+struct imaginary_parts {
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width) + 1); }
+};
+
+// The squared magnitudes of the amplitudes of two neighbouring packs, in index order. Without a branch: where nothing is tiny the
+// factors are 1, which changes no bit.
+template <class V>
+[[gnu::always_inline]] inline V squared_magnitudes(V low, V high) {
+    using T = kernels::scalar_of<V>;
+    using bits = kernels::bits_of<V>;
+    using integer = kernels::scalar_of<bits>;
+    constexpr auto every = std::make_index_sequence<kernels::scalars<V>>{};
+    const V re = kernels::shuffle(low, high, real_parts<kernels::scalars<V>>{}, every);
+    const V im = kernels::shuffle(low, high, imaginary_parts<kernels::scalars<V>>{}, every);
+
+    // A part is tiny when the two highest bits of its exponent are 0. Those two bits alone make a normal number.
+    constexpr auto not_tiny = static_cast<integer>(integer{3} << (8 * sizeof(integer) - 3));
+    const auto tiny = (V)(((bits)re | (bits)im) & not_tiny) == V{};
+    const V up = tiny ? kernels::broadcast<V>(T(4)) : kernels::broadcast<V>(T(1));
+    const V down = tiny ? kernels::broadcast<V>(T(0.0625)) : kernels::broadcast<V>(T(1));
+    const V r = re * up;
+    const V i = im * up;
+    return (r * r + i * i) * down;
+}
+
+// Element `index` of a view.
+template <class T>
+inline T probability_at(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long index) {
+    return squared_magnitude(view.data[index]);
+}
+template <class T>
+inline T probability_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) {
+    return view.data[index * (view.dim + 1)].real();
+}
+
+// What the exports copy: the amplitude, or the diagonal entry.
+template <class T>
+inline thrust::complex<T> value_at(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long index) {
+    return view.data[index];
+}
+template <class T>
+inline T value_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) {
+    return view.data[index * (view.dim + 1)].real();
+}
+
+// Writes the elements first ... first + count - 1 of a view to `out`.
+template <class T>
+inline void fill_probabilities(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long first,
+                               unsigned long count, T* out) {
+    using V = kernels::wide_pack<T>;
+    constexpr unsigned long lanes = kernels::lanes<V>;
+    const thrust::complex<T>* from = view.data + first;
+    unsigned long k = 0;
+    for (; k + 2 * lanes <= count; k += 2 * lanes) {
+        const V p = squared_magnitudes(kernels::load<V>(from + k), kernels::load<V>(from + k + lanes));
+        __builtin_memcpy(out + k, &p, sizeof(V));
+    }
+    for (; k < count; ++k) out[k] = squared_magnitude(from[k]);
+}
+
+template <class T>
+inline void fill_probabilities(const pbamplix::DMDiagSequence<T>& view, unsigned long first, unsigned long count,
+                               T* out) {
+    for (unsigned long k = 0; k < count; ++k) out[k] = probability_at(view, first + k);
+}
+
+// The part of a view whose other index bits carry `fixed`: element j is the view's element deposit(j, free) | fixed.
+template <class Seq>
+struct fixed_view {
+    using proba_type = typename Seq::proba_type;
+
+    Seq view;
+    unsigned long free;
+    unsigned long fixed;  // no bit of `free`
+    unsigned int nqubits;
+    unsigned long dim;
+};
+
+template <class Seq>
+inline void fill_probabilities(const fixed_view<Seq>& part, unsigned long first, unsigned long count,
+                               typename Seq::proba_type* out) {
+    constexpr unsigned long worthwhile_run = 8;
+    const unsigned long free = part.free;
+    // Elements that lie side by side before a fixed bit interrupts them.
+    const unsigned long run = ~free != 0 ? (~free & -~free) : 1ul << 63;
+    unsigned long base = index::deposit(first, free);
+    if (run < worthwhile_run) {
+        for (unsigned long k = 0; k < count; ++k) {
+            out[k] = probability_at(part.view, base | part.fixed);
+            base = ((base | ~free) + 1) & free;  // carry skips the fixed bits
+        }
+        return;
+    }
+    while (count != 0) {
+        const unsigned long length = std::min(run - (base & (run - 1)), count);
+        fill_probabilities(part.view, base | part.fixed, length, out);
+        out += length;
+        count -= length;
+        base = (((base + length - 1) | ~free) + 1) & free;
+    }
+}
+
+// The read views of a state's array; in density-matrix mode the array holds 2m qubits and the view has m.
+template <class T>
+inline pbamplix::SVSequence<thrust::complex<T>> state_view(const thrust::complex<T>* data, unsigned int n) {
+    return {data, n, 1ul << (n & 63)};
+}
+template <class T>
+inline pbamplix::DMDiagSequence<T> diagonal_view(const thrust::complex<T>* data, unsigned int n) {
+    return {data, n >> 1, 1ul << ((n >> 1) & 63)};
+}
+
+}  // namespace velacamplix::measurement
