@@ -21,6 +21,16 @@ unsigned long join_last(const std::vector<unsigned int>& listed, unsigned long f
     return joined;
 }
 
+// table[x] = rearranged(x) for x < count, a power of two, where `rearranged` moves bits about: one call per bit.
+template <class Entry, class Rearranged>
+void fill_by_bits(Entry* table, unsigned long count, Rearranged rearranged) {
+    table[0] = 0;
+    for (unsigned long bit = 1; bit < count; bit <<= 1) {
+        const auto moved = static_cast<Entry>(rearranged(bit));
+        for (unsigned long x = 0; x < bit; ++x) table[bit | x] = static_cast<Entry>(table[x] | moved);
+    }
+}
+
 unsigned long team_size(unsigned long bytes, int nthreads) {
     if (bytes < storage::worthwhile_bytes) return 1;
     const int team = pbamplix::get_num_threads(nthreads);
@@ -54,24 +64,19 @@ tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, 
     outer = above & ~joined;
     steps = index::low_bits(n) & ~inside & ~mask;
 
-    for (unsigned p = 0; p < pieces; ++p) piece_at[p] = index::deposit(p, joined);
-    const auto place = [&](unsigned long i) {
-        return static_cast<std::uint16_t>(index::extract(i, joined) << piece_bits | (i & inside));
+    const auto place = [&](unsigned long i) { return index::extract(i, joined) << piece_bits | (i & inside); };
+    const auto index_of_chain = [&](unsigned long c) {
+        return index::deposit(c, mask & inside) | index::deposit(c >> chain_bits_inside, joined);
     };
-    for (unsigned c = 0; c < chains; ++c) {
-        const unsigned long i = index::deposit(c, mask & inside) | index::deposit(c >> chain_bits_inside, joined);
-        chain_at[c] = place(i);
-    }
-    for (unsigned e = 0; e < chain_length; ++e) {
-        element_at[e] = static_cast<std::uint16_t>(index::deposit(e, inside & ~mask));
-    }
     const unsigned long tile_slots = outcome_of_listed((mask & inside) | joined, listed);
-    for (unsigned c = 0; c < chains; ++c) {
-        slot[c] = index::deposit(c, tile_slots);
-        const unsigned long i = index::place_first_highest(slot[c], listed);
-        chain_of_slot[c] = static_cast<std::uint16_t>(index::extract(i, joined) << chain_bits_inside |
-                                                      index::extract(i, mask & inside));
-    }
+    fill_by_bits(piece_at, pieces, [&](unsigned long p) { return index::deposit(p, joined); });
+    fill_by_bits(chain_at, chains, [&](unsigned long c) { return place(index_of_chain(c)); });
+    fill_by_bits(element_at, chain_length, [&](unsigned long e) { return index::deposit(e, inside & ~mask); });
+    fill_by_bits(slot, chains, [&](unsigned long c) { return index::deposit(c, tile_slots); });
+    fill_by_bits(chain_of_slot, chains, [&](unsigned long c) {
+        const unsigned long i = index::place_first_highest(index::deposit(c, tile_slots), listed);
+        return index::extract(i, joined) << chain_bits_inside | index::extract(i, mask & inside);
+    });
 }
 
 }  // namespace velacamplix::measurement

@@ -39,9 +39,6 @@ struct tile_shape {
     tile_shape(const std::vector<unsigned int>& listed, unsigned int n, unsigned long bytes, int nthreads);
 };
 
-template <class T>
-using group_pack = typename kernels::pack_type<T, tile_shape::group * sizeof(T)>::type;
-
 // Adds one step's pieces to the sums of `count` <= group chains, whichever places they have.
 template <unsigned count, class T>
 [[gnu::always_inline]] inline void add_scattered(const tile_shape& shape, const T* pieces, unsigned first, T* sums) {
@@ -61,15 +58,17 @@ template <unsigned count, class T>
 
 template <class T>
 [[gnu::always_inline]] inline void add_neighbours(const tile_shape& shape, const T* pieces, unsigned first, T* sums) {
+    constexpr std::size_t bytes = std::min(kernels::widest_bytes, tile_shape::group * sizeof(T));
+    using V = typename kernels::pack_type<T, bytes>::type;
+    constexpr unsigned packs = tile_shape::group * sizeof(T) / bytes;
     const T* chain = pieces + shape.chain_at[first];
-    group_pack<T> sum;
-    __builtin_memcpy(&sum, sums + first, sizeof(sum));
+    V sum[packs];
+    for (unsigned v = 0; v < packs; ++v) sum[v] = load_scalars<V>(sums + first + v * kernels::scalars<V>);
     for (unsigned e = 0; e < shape.chain_length; ++e) {
-        group_pack<T> p;
-        __builtin_memcpy(&p, chain + shape.element_at[e], sizeof(p));
-        sum += p;
+        const T* at = chain + shape.element_at[e];
+        for (unsigned v = 0; v < packs; ++v) sum[v] += load_scalars<V>(at + v * kernels::scalars<V>);
     }
-    __builtin_memcpy(sums + first, &sum, sizeof(sum));
+    for (unsigned v = 0; v < packs; ++v) store_scalars(sums + first + v * kernels::scalars<V>, sum[v]);
 }
 
 template <class T>
@@ -105,14 +104,18 @@ void sum_chains(const View& view, const std::vector<unsigned int>& listed, int n
         Sink mine = sink;
         for (unsigned long tile = begin; tile < end; ++tile) {
             const unsigned long tile_base = index::deposit(tile, shape.outer);
+            const unsigned long next_tile = index::deposit(tile + 1, shape.outer);
             std::fill_n(sums, shape.chains, T(0));
             unsigned long base = tile_base;
             for (unsigned long step = 0; step < steps; ++step) {
+                const unsigned long next_step = (((base | ~shape.steps) + 1) & shape.steps) | tile_base;
+                const unsigned long next = step + 1 < steps ? next_step : next_tile;
                 for (unsigned piece = 0; piece < shape.pieces; ++piece) {
-                    fill_probabilities(view, base | shape.piece_at[piece], piece_size, pieces + piece * piece_size);
+                    const unsigned long at = shape.piece_at[piece];
+                    fill_probabilities(view, base | at, piece_size, pieces + piece * piece_size, next | at);
                 }
                 add_step(shape, pieces, sums);
-                base = (((base | ~shape.steps) + 1) & shape.steps) | tile_base;
+                base = next;
             }
             const unsigned long lowest_slot = outcome_of_listed(tile_base, listed);
             for (unsigned c = 0; c < shape.chains; ++c) {

@@ -50,8 +50,13 @@ template <class Seq>
 typename Seq::proba_type sum_fixed(const Seq& view, unsigned long free, unsigned long fixed, unsigned int count_bits,
                                    int nthreads) {
     typename Seq::proba_type total{};
-    const fixed_view<Seq> part{view, free, fixed & ~free, count_bits, 1ul << count_bits};
-    sum_outcomes(part, {}, nthreads, [&](unsigned long, typename Seq::proba_type sum) { total = sum; });
+    const auto keep = [&](unsigned long, typename Seq::proba_type sum) { total = sum; };
+    if (count_bits == view.nqubits) {
+        sum_outcomes(view, {}, nthreads, keep);  // nothing is fixed
+    } else {
+        const fixed_view<Seq> part{view, free, fixed & ~free, count_bits, 1ul << count_bits};
+        sum_outcomes(part, {}, nthreads, keep);
+    }
     return total;
 }
 

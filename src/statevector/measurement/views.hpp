@@ -28,6 +28,18 @@ inline T squared_magnitude(thrust::complex<T> a) {
     return re * re + im * im;
 }
 
+// Packs of plain numbers, as probabilities are.
+template <class V>
+[[gnu::always_inline]] inline V load_scalars(const kernels::scalar_of<V>* from) {
+    V v;
+    __builtin_memcpy(&v, from, sizeof(V));
+    return v;
+}
+template <class V>
+[[gnu::always_inline]] inline void store_scalars(kernels::scalar_of<V>* to, V v) {
+    __builtin_memcpy(to, &v, sizeof(V));
+}
+
 template <unsigned width>
 struct real_parts {
     static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width)); }
@@ -78,24 +90,27 @@ inline T value_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) 
     return view.data[index * (view.dim + 1)].real();
 }
 
-// Writes the elements first ... first + count - 1 of a view to `out`.
+// Writes the elements first ... first + count - 1 of a view to `out`. Those from `next` on, which the caller will want
+// after these, are fetched from memory meanwhile.
 template <class T>
 inline void fill_probabilities(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long first,
-                               unsigned long count, T* out) {
+                               unsigned long count, T* out, unsigned long next) {
     using V = kernels::wide_pack<T>;
     constexpr unsigned long lanes = kernels::lanes<V>;
     const thrust::complex<T>* from = view.data + first;
+    const char* ahead = reinterpret_cast<const char*>(view.data + next);
     unsigned long k = 0;
     for (; k + 2 * lanes <= count; k += 2 * lanes) {
-        const V p = squared_magnitudes(kernels::load<V>(from + k), kernels::load<V>(from + k + lanes));
-        __builtin_memcpy(out + k, &p, sizeof(V));
+        for (unsigned long b = 0; b < 2 * sizeof(V); b += 64) __builtin_prefetch(ahead + b, 0, 2);
+        ahead += 2 * sizeof(V);
+        store_scalars(out + k, squared_magnitudes(kernels::load<V>(from + k), kernels::load<V>(from + k + lanes)));
     }
     for (; k < count; ++k) out[k] = squared_magnitude(from[k]);
 }
 
 template <class T>
 inline void fill_probabilities(const pbamplix::DMDiagSequence<T>& view, unsigned long first, unsigned long count,
-                               T* out) {
+                               T* out, unsigned long) {
     for (unsigned long k = 0; k < count; ++k) out[k] = probability_at(view, first + k);
 }
 
@@ -113,25 +128,28 @@ struct fixed_view {
 
 template <class Seq>
 inline void fill_probabilities(const fixed_view<Seq>& part, unsigned long first, unsigned long count,
-                               typename Seq::proba_type* out) {
+                               typename Seq::proba_type* out, unsigned long next) {
     constexpr unsigned long worthwhile_run = 8;
     const unsigned long free = part.free;
     // Elements that lie side by side before a fixed bit interrupts them.
     const unsigned long run = ~free != 0 ? (~free & -~free) : 1ul << 63;
-    unsigned long base = index::deposit(first, free);
+    const auto after = [free](unsigned long i) { return ((i | ~free) + 1) & free; };  // carry skips the fixed bits
+    unsigned long i = index::deposit(first, free);
     if (run < worthwhile_run) {
         for (unsigned long k = 0; k < count; ++k) {
-            out[k] = probability_at(part.view, base | part.fixed);
-            base = ((base | ~free) + 1) & free;  // carry skips the fixed bits
+            out[k] = probability_at(part.view, i | part.fixed);
+            i = after(i);
         }
         return;
     }
+    unsigned long ahead = index::deposit(next, free);
     while (count != 0) {
-        const unsigned long length = std::min(run - (base & (run - 1)), count);
-        fill_probabilities(part.view, base | part.fixed, length, out);
+        const unsigned long length = std::min(run - (i & (run - 1)), count);
+        fill_probabilities(part.view, i | part.fixed, length, out, ahead | part.fixed);
         out += length;
         count -= length;
-        base = (((base + length - 1) | ~free) + 1) & free;
+        i = after(i + length - 1);
+        ahead = after(ahead + length - 1);
     }
 }
 
