@@ -1,0 +1,83 @@
+#include "statevector/storage/parallel.hpp"
+
+#include "support/watched_regions.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <vector>
+
+using pbamplix::get_num_threads;
+using velacamplix::storage::block_of;
+using velacamplix::storage::parallel_blocks;
+
+static_assert(std::is_same_v<decltype(&get_num_threads), int (*)(int)>);
+
+TEST(get_num_threads, returns_requests_of_0_and_more_unchanged) {
+    for (int requested : {0, 1, 2, 3, 7, 1000, 2147483647}) EXPECT_EQ(get_num_threads(requested), requested);
+}
+
+TEST(get_num_threads, counts_a_negative_request_as_1) {
+    for (int requested : {-1, -2, -2147483647 - 1}) EXPECT_EQ(get_num_threads(requested), 1);
+}
+
+TEST(thread_split, gives_the_first_threads_one_item_more) {
+    for (unsigned long team : {1ul, 2ul, 3ul, 7ul, 64ul}) {
+        for (unsigned long count : {0ul, 1ul, 2ul, 5ul, 7ul, 64ul, 100ul, (1ul << 40) + 3}) {
+            const unsigned long share = count / team, rest = count % team;
+            for (unsigned long t = 0; t < team; ++t) {
+                const unsigned long first = t < rest ? t * (share + 1) : rest + t * share;
+                const auto [begin, end] = block_of(count, team, t);
+                EXPECT_EQ(begin, first) << count << " items, thread " << t << " of " << team;
+                EXPECT_EQ(end, first + share + (t < rest ? 1 : 0)) << count << " items, thread " << t << " of " << team;
+            }
+        }
+    }
+}
+
+namespace {
+
+// How often each of `count` items is handed out when they touch `bytes`.
+std::vector<int> handed_out(unsigned long count, unsigned long bytes, int threads) {
+    std::vector<std::atomic<int>> seen(count);
+    parallel_blocks(count, bytes, threads, [&](unsigned long begin, unsigned long end) {
+        for (unsigned long i = begin; i < end; ++i) ++seen[i];
+    });
+    return {seen.begin(), seen.end()};
+}
+
+}  // namespace
+
+TEST(parallel_blocks, hand_out_every_item_exactly_once) {
+    for (int threads : {-3, 0, 1, 2, 3, 7}) {
+        for (unsigned long count : {0ul, 1ul, 2ul, 5ul, 1000ul}) {
+            for (unsigned long bytes : {16ul, 1ul << 30}) {
+                EXPECT_EQ(handed_out(count, bytes, threads), std::vector<int>(count, 1))
+                    << count << " items, " << threads << " thread(s)";
+            }
+        }
+    }
+}
+
+TEST(parallel_blocks, open_one_region_of_the_requested_size) {
+    support::WatchedRegions regions;
+    handed_out(1000, 1ul << 30, 3);
+    EXPECT_EQ(regions.thread_counts(), (std::vector<unsigned int>{3}));
+}
+
+TEST(parallel_blocks, do_not_share_a_small_range) {
+    support::WatchedRegions regions;
+    handed_out(1000, 16000, 3);
+    EXPECT_TRUE(regions.thread_counts().empty());
+}
+
+TEST(parallel_blocks, count_a_negative_request_as_one_thread) {
+    support::WatchedRegions regions;
+    handed_out(1000, 1ul << 30, -5);
+    for (unsigned int threads : regions.thread_counts()) EXPECT_EQ(threads, 1u);
+}
+
+TEST(parallel_blocks_death, an_escaping_exception_ends_the_process) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_DEATH(parallel_blocks(10, 160, 1, [](unsigned long, unsigned long) { throw 1; }), "");
+}
