@@ -1,0 +1,110 @@
+#pragma once
+
+#include "statevector/observables/product_sums.hpp"
+
+#include <velacamplix/amplitude.hpp>
+
+#include <array>
+#include <utility>
+
+// The numbers a Pauli string sums on a pure state: for every pair of indices i and i ^ flip, once, the real or the
+// imaginary part of conj(a[i ^ flip]) * a[i].
+
+namespace velacamplix::observables {
+
+// An element of a pack takes the place `flipped` away from its own.
+template <unsigned flipped>
+struct flipped_elements {
+    static constexpr int at(std::size_t s) { return static_cast<int>(s ^ flipped); }
+};
+template <unsigned width, unsigned part>
+struct one_part {
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width) + part); }
+};
+
+// Writes whole rows of numbers, the first from row number `first` of the sequence. `flipped` is what the flip does
+// to the elements of one pack: exchange of neighbouring amplitudes, and of the two parts for an imaginary part.
+template <class T, unsigned flipped>
+void fill_rows(const thrust::complex<T>* state, const product_sequence& s, unsigned long first, unsigned long rows,
+               T* out) {
+    using V = scalar_pack<T>;
+    constexpr unsigned long width = kernels::scalars<V>;
+    constexpr auto every = std::make_index_sequence<width>{};
+    const unsigned long row_flip = s.flip >> row_bits<T>;
+    // Inside a row, `width` amplitudes (two packs of them) make one pack of numbers.
+    const unsigned long outer_flip = s.flip & (row_length<T> - 1) & ~(width - 1);
+    const unsigned long half_flip = s.flip & (width / 2);
+    const unsigned long above = s.above >> row_bits<T>;
+
+    for (unsigned long row = first; row < first + rows; ++row, out += row_length<T>) {
+        const unsigned long index_row = row + (row & above);
+        const thrust::complex<T>* ket = state + (index_row << row_bits<T>);
+        const thrust::complex<T>* bra = state + ((index_row ^ row_flip) << row_bits<T>);
+        for (unsigned long c = 0; c < row_length<T>; c += width) {
+            const thrust::complex<T>* left = ket + c;
+            const thrust::complex<T>* right = bra + (c ^ outer_flip);
+            const V low = kernels::load<V>(right + half_flip);
+            const V high = kernels::load<V>(right + (half_flip ^ (width / 2)));
+            const V p = kernels::load<V>(left) * kernels::shuffle(low, low, flipped_elements<flipped>{}, every);
+            const V q =
+                kernels::load<V>(left + width / 2) * kernels::shuffle(high, high, flipped_elements<flipped>{}, every);
+            const V even = kernels::shuffle(p, q, one_part<width, 0>{}, every);
+            const V odd = kernels::shuffle(p, q, one_part<width, 1>{}, every);
+            // re = br*ar + bi*ai from unexchanged parts, im = br*ai - bi*ar from exchanged ones.
+            store_scalars<V>(out + c, flipped & 1 ? odd - even : even + odd);
+        }
+    }
+}
+
+// Fills one chunk of a sequence; arrays smaller than a row go amplitude by amplitude.
+template <class T>
+class pair_products {
+public:
+    explicit pair_products(const thrust::complex<T>* state) : state_(state) {}
+
+    void operator()(const product_sequence& s, unsigned long number, T* out) const {
+        const unsigned long length = filled_length<T>(s);
+        if (length < row_length<T>) {
+            for (unsigned long j = 0; j < length; ++j) {
+                const thrust::complex<T> ket = state_[j];
+                const thrust::complex<T> bra = state_[j ^ s.flip];
+                out[j] = s.imaginary ? bra.real() * ket.imag() - bra.imag() * ket.real()
+                                     : bra.real() * ket.real() + bra.imag() * ket.imag();
+            }
+            return;
+        }
+        static constexpr auto loops = make_loops(std::make_index_sequence<width>{});
+        const unsigned long flipped = 2 * (s.flip & (width / 2 - 1)) | (s.imaginary ? 1 : 0);
+        const unsigned long rows = length >> row_bits<T>;
+        loops[flipped](state_, s, number * rows, rows, out);
+    }
+
+private:
+    static constexpr unsigned long width = kernels::scalars<scalar_pack<T>>;
+    using loop = void (*)(const thrust::complex<T>*, const product_sequence&, unsigned long, unsigned long, T*);
+
+    template <std::size_t... flipped>
+    static constexpr std::array<loop, width> make_loops(std::index_sequence<flipped...>) {
+        return {&fill_rows<T, static_cast<unsigned>(flipped)>...};
+    }
+
+    const thrust::complex<T>* state_;
+};
+
+// The sequence of a flip over `size` amplitudes, without masks. Pairs are told apart by the flip's highest bit: the
+// numbers are those of the indices where it is 0. A flip of the lowest bits alone, inside a row, takes every index,
+// each pair twice.
+template <class T>
+product_sequence pair_sequence(unsigned long flip, bool imaginary, unsigned long size) {
+    if (flip < row_length<T>) return {flip, imaginary, size, 0, 0, 0};
+    return {flip, imaginary, size / 2, ~((std::bit_floor(flip)) - 1), 0, 0};
+}
+
+// A mask over indices, seen from the numbers of the sequence.
+inline unsigned long mask_over_numbers(const product_sequence& s, unsigned long mask) {
+    if (s.above == 0) return mask;
+    const unsigned long left_out = s.above & -s.above;
+    return (mask & (left_out - 1)) | ((mask >> 1) & ~(left_out - 1));
+}
+
+}  // namespace velacamplix::observables

@@ -1,0 +1,192 @@
+#include "statevector/observables/pauli_values.hpp"
+
+#include "statevector/index/bits.hpp"
+#include "statevector/observables/pair_products.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <tuple>
+
+namespace velacamplix::observables {
+namespace {
+
+// Strings are worked off in batches; a batch bounds the memory for partial sums.
+constexpr std::size_t most_strings_at_once = 4096;
+
+// With an odd number of Y the factor i^k is imaginary and selects the imaginary part of the products.
+bool takes_imaginary_part(const pauli_string& p) { return p.y_count & 1; }
+
+// Re(x i^k) is +Re x, -Im x, -Re x, +Im x for k = 0, 1, 2, 3.
+template <class T>
+T sign_of(const pauli_string& p) {
+    return p.y_count == 1 || p.y_count == 2 ? T(-1) : T(1);
+}
+
+// An index and its partner i ^ flip have conjugate products. Their shares are equal when the number of Y is that of
+// the qubits which both flip and count a sign, and cancel when it differs from it by an odd number.
+template <class T>
+T share_of_a_pair(const pauli_string& p) {
+    const bool odd = std::popcount(p.flip & p.phase) & 1;
+    return odd == takes_imaginary_part(p) ? T(2) : T(0);
+}
+
+// The order of work: strings that read the same tiles of the state follow each other, those of one sequence are
+// neighbours.
+template <class T>
+std::vector<std::size_t> order_by_flip(const std::vector<pauli_string>& strings) {
+    std::vector<std::size_t> order(strings.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    const auto key = [&](std::size_t t) { return std::tuple(strings[t].flip, takes_imaginary_part(strings[t]), t); };
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return key(a) < key(b); });
+    return order;
+}
+
+// The part of a flip that decides which tiles it reads together.
+template <class T>
+unsigned long tile_flip(const pauli_string& p) {
+    return p.flip >> (chunk_bits<T> + 1);
+}
+
+// Real or imaginary part of the entries (r ^ flip, r): the ket index is the low half of the flat index.
+template <class T>
+struct band_entries {
+    const thrust::complex<T>* matrix;
+    unsigned int qubits;
+
+    thrust::complex<T> operator()(unsigned long flip, unsigned long r) const {
+        return matrix[((r ^ flip) << qubits) + r];
+    }
+    void operator()(const product_sequence& s, unsigned long number, T* out) const {
+        const unsigned long length = filled_length<T>(s);
+        for (unsigned long j = 0; j < length; ++j) {
+            const thrust::complex<T> entry = (*this)(s.flip, number * length + j);
+            out[j] = s.imaginary ? entry.imag() : entry.real();
+        }
+    }
+};
+
+template <class T>
+std::vector<T> sums_of_parts(const thrust::complex<T>* state, unsigned long size, std::vector<pauli_string> strings,
+                             int nthreads) {
+    for (pauli_string& p : strings) {
+        p.flip &= size - 1;
+        p.phase &= size - 1;
+    }
+    const std::vector<std::size_t> order = order_by_flip<T>(strings);
+    const unsigned long tiles = std::max(1ul, size / (2 * chunk_length<T>));
+
+    std::vector<T> values(strings.size());
+    std::vector<product_sequence> sequences;
+    std::vector<unsigned long> masks;
+    std::vector<T> sums;
+    for (std::size_t begin = 0; begin < order.size();) {
+        sequences.clear();
+        masks.clear();
+        const unsigned long together = tile_flip<T>(strings[order[begin]]);
+        std::size_t end = begin;
+        for (; end < order.size() && end - begin < most_strings_at_once; ++end) {
+            const pauli_string& p = strings[order[end]];
+            if (tile_flip<T>(p) != together) break;
+            const bool imaginary = takes_imaginary_part(p);
+            if (sequences.empty() || sequences.back().flip != p.flip || sequences.back().imaginary != imaginary) {
+                sequences.push_back(pair_sequence<T>(p.flip, imaginary, size));
+                sequences.back().first_mask = masks.size();
+            }
+            masks.push_back(mask_over_numbers(sequences.back(), p.phase));
+            sequences.back().last_mask = masks.size();
+        }
+        sums.resize(masks.size());
+        const unsigned long bytes = sequences.size() * size * sizeof(thrust::complex<T>);
+        sum_sequences<T>(sequences, masks, tiles, bytes, nthreads, pair_products<T>(state), sums.data());
+
+        for (std::size_t m = 0, k = 0; m < masks.size(); ++m) {
+            if (m == sequences[k].last_mask) ++k;
+            const pauli_string& p = strings[order[begin + m]];
+            const T weight = sequences[k].above != 0 ? share_of_a_pair<T>(p) : T(1);
+            // + 0: a sum that began with zero has no negative zero.
+            values[order[begin + m]] = sign_of<T>(p) * weight * sums[m] + T(0);
+        }
+        begin = end;
+    }
+    return values;
+}
+
+}  // namespace
+
+template <class T>
+std::vector<T> pure_values(const thrust::complex<T>* state, unsigned long size,
+                           const std::vector<pauli_string>& strings, int nthreads) {
+    if (size == 0) return std::vector<T>(strings.size());
+    std::vector<T> values = sums_of_parts(state, size, strings, nthreads);
+
+    // A share is Re(x) Re(i^k) - Im(x) Im(i^k), and one of the two factors is 0. The part behind it shows only where
+    // it is not finite, as NaN; an infinite sum is the sign to look.
+    std::vector<std::size_t> infinite;
+    std::vector<pauli_string> other_part;
+    for (std::size_t t = 0; t < values.size(); ++t) {
+        if (!std::isinf(values[t])) continue;
+        infinite.push_back(t);
+        other_part.push_back({strings[t].flip, strings[t].phase, (strings[t].y_count + 1) & 3});
+    }
+    if (infinite.empty()) return values;
+    const std::vector<T> others = sums_of_parts(state, size, other_part, nthreads);
+    for (std::size_t k = 0; k < infinite.size(); ++k) values[infinite[k]] += T(0) * others[k];
+    return values;
+}
+
+template <class T>
+std::vector<thrust::complex<T>> density_values(const thrust::complex<T>* matrix, unsigned int qubits,
+                                               const std::vector<pauli_string>& strings, int nthreads) {
+    using complex = thrust::complex<T>;
+    const complex phases[] = {{1, 0}, {0, 1}, {-1, 0}, {0, -1}};
+    const complex signs[] = {{1, 0}, {-1, 0}};
+    const unsigned long dim = 1ul << qubits;
+    const band_entries<T> entries{matrix, qubits};
+    const std::vector<std::size_t> order = order_by_flip<T>(strings);
+
+    std::vector<complex> values(strings.size());
+    std::vector<product_sequence> sequences;
+    std::vector<unsigned long> masks;
+    std::vector<T> sums;
+    for (std::size_t begin = 0; begin < order.size();) {
+        const unsigned long flip = strings[order[begin]].flip;
+        masks.clear();
+        for (std::size_t end = begin; end < order.size() && masks.size() < most_strings_at_once; ++end) {
+            if (strings[order[end]].flip != flip) break;
+            masks.push_back(strings[order[end]].phase & (dim - 1));
+        }
+        const std::size_t count = masks.size();
+        masks.insert(masks.end(), masks.begin(), masks.begin() + static_cast<std::ptrdiff_t>(count));
+        sequences = {{flip, false, dim, 0, 0, count}, {flip, true, dim, 0, count, 2 * count}};
+        sums.resize(2 * count);
+        constexpr unsigned long cache_line = 64;
+        const unsigned long tiles = chunk_count<T>(sequences.front());
+        sum_sequences<T>(sequences, masks, tiles, dim * cache_line, nthreads, entries, sums.data());
+
+        for (std::size_t m = 0; m < count; ++m) {
+            const pauli_string& p = strings[order[begin + m]];
+            complex value = complex(sums[m], sums[count + m]) * phases[p.y_count];
+            if (!std::isfinite(value.real()) || !std::isfinite(value.imag())) {
+                value = complex(0, 0);
+                for (unsigned long r = 0; r < dim; ++r) {
+                    value += entries(flip, r) * phases[p.y_count] * signs[std::popcount(r & p.phase) & 1];
+                }
+            }
+            values[order[begin + m]] = complex(value.real() + T(0), value.imag() + T(0));
+        }
+        begin += count;
+    }
+    return values;
+}
+
+template std::vector<float> pure_values(const thrust::complex<float>*, unsigned long, const std::vector<pauli_string>&,
+                                        int);
+template std::vector<double> pure_values(const thrust::complex<double>*, unsigned long,
+                                         const std::vector<pauli_string>&, int);
+template std::vector<thrust::complex<float>> density_values(const thrust::complex<float>*, unsigned int,
+                                                            const std::vector<pauli_string>&, int);
+template std::vector<thrust::complex<double>> density_values(const thrust::complex<double>*, unsigned int,
+                                                             const std::vector<pauli_string>&, int);
+
+}  // namespace velacamplix::observables

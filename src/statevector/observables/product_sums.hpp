@@ -1,0 +1,92 @@
+#pragma once
+
+#include "statevector/observables/signed_sums.hpp"
+#include "statevector/storage/parallel.hpp"
+
+#include <cstddef>
+#include <vector>
+
+namespace velacamplix::observables {
+
+// A sequence of real numbers and the sign masks under which it is to be summed. All Pauli strings that flip the same
+// qubits share the products conj(a[i ^ flip]) * a[i], so their real parts are one sequence and the imaginary parts
+// another.
+struct product_sequence {
+    unsigned long flip;
+    bool imaginary;
+    unsigned long length;     // numbers in the sequence, a power of two
+    unsigned long above;      // index of number j: j + (j & above), which leaves out one bit; 0 leaves out none
+    std::size_t first_mask;   // its masks: first_mask ... last_mask - 1
+    std::size_t last_mask;
+};
+
+// Numbers that stand in one chunk, and chunks, of a sequence.
+template <class T>
+unsigned long filled_length(const product_sequence& s) {
+    return std::min(s.length, chunk_length<T>);
+}
+template <class T>
+unsigned long chunk_count(const product_sequence& s) {
+    return s.length / filled_length<T>(s);
+}
+
+// The index range is cut into this many sections, or fewer where there are fewer tiles; each is summed chunk after
+// chunk and the sections are added in order. Part of the sum's definition, like the tree inside a chunk.
+inline constexpr unsigned long most_sections = 128;
+
+// out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `tiles` (a power of two)
+// divides every sequence's chunk count or is 1: the chunks of one tile come from the same amplitudes, so all sequences
+// take their turn while those are in the cache. `bytes` is what all passes touch together.
+// fill(sequence, chunk number, numbers) writes filled_length numbers; it must not throw.
+template <class T, class Fill>
+void sum_sequences(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
+                   unsigned long tiles, unsigned long bytes, int nthreads, Fill fill, T* out) {
+    const unsigned long sections = std::min(tiles, most_sections);
+    const unsigned long tiles_per_section = tiles / sections;
+    std::vector<T> partial(sections * masks.size());
+
+    const auto add_chunk = [&](const product_sequence& s, unsigned long number, chunk<T>& numbers, T* sums) {
+        const unsigned long filled = filled_length<T>(s);
+        const unsigned steps = steps_for(filled >> row_bits<T>);
+        const unsigned long padded = row_length<T> << (3 * steps);
+        fill(s, number, numbers.rows);
+        for (unsigned long j = filled; j < padded; ++j) numbers.rows[j] = T(0);
+
+        const unsigned transforms = worthwhile_transforms(steps, s.last_mask - s.first_mask);
+        for (unsigned step = 0; step < transforms; ++step) transform(numbers.rows, steps, step);
+        for (std::size_t m = s.first_mask; m < s.last_mask; ++m) {
+            const T sign = sign_of_parity<T>(number & (masks[m] >> chunk_bits<T>));
+            sums[m] += sign * signed_sum(numbers, steps, transforms, masks[m]);
+        }
+    };
+
+    // One unit of work: one sequence in one section. A thread's share of a section is done tile by tile.
+    const unsigned long units = sections * sequences.size();
+    storage::parallel_blocks(units, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+        chunk<T> numbers;
+        while (begin < end) {
+            const unsigned long section = begin / sequences.size();
+            const unsigned long first = begin % sequences.size();
+            const unsigned long last = std::min(sequences.size(), first + (end - begin));
+            for (unsigned long tile = 0; tile < tiles_per_section; ++tile) {
+                for (unsigned long k = first; k < last; ++k) {
+                    const product_sequence& s = sequences[k];
+                    const unsigned long per_tile = chunk_count<T>(s) / tiles;
+                    const unsigned long number = (section * tiles_per_section + tile) * per_tile;
+                    for (unsigned long c = 0; c < per_tile; ++c) {
+                        add_chunk(s, number + c, numbers, partial.data() + section * masks.size());
+                    }
+                }
+            }
+            begin += last - first;
+        }
+    });
+
+    for (std::size_t m = 0; m < masks.size(); ++m) {
+        T sum = partial[m];
+        for (unsigned long section = 1; section < sections; ++section) sum += partial[section * masks.size() + m];
+        out[m] = sum;
+    }
+}
+
+}  // namespace velacamplix::observables
