@@ -9,6 +9,7 @@
 #include "loading.hpp"
 #include "measurement.hpp"
 #include "observable.hpp"
+#include "program.hpp"
 #include "statevector.hpp"
 #include "storage.hpp"
 #include "threads.hpp"

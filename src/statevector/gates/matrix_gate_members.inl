@@ -1,5 +1,6 @@
 #pragma once
 
+#include "statevector/gates/matrix_limits.hpp"
 #include "statevector/index/bits.hpp"
 #include "statevector/kernels/dense.hpp"
 #include "statevector/kernels/diagonal.hpp"
@@ -9,17 +10,7 @@
 #include <velacamplix/kernels.hpp>
 #include <velacamplix/statevector.hpp>
 
-#include <stdexcept>
-
 namespace velacamplix::gates {
-
-// A diagonal without controls may have at most this many entries. Larger ones are refused although the same matrix
-// with one more non-zero entry would be applied; hosts rely on the refusal.
-inline constexpr unsigned long largest_uncontrolled_diagonal = 256;
-
-inline void refuse_large_diagonal(unsigned long entries) {
-    if (entries > largest_uncontrolled_diagonal) throw std::runtime_error("Diagonal is too large for _DiagGate");
-}
 
 // Which loop a matrix that is not diagonal takes. The general one starts its sums at +0, so a component of -0.0 may come
 // back as +0.0 where the small forms keep it: the choice follows the member, not the number of qubits.

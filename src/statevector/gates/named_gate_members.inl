@@ -1,5 +1,6 @@
 #pragma once
 
+#include "statevector/gates/coefficients.hpp"
 #include "statevector/index/bits.hpp"
 #include "statevector/kernels/diagonal.hpp"
 #include "statevector/kernels/one_qubit.hpp"
@@ -8,30 +9,10 @@
 
 #include <velacamplix/statevector.hpp>
 
-#include <cmath>
-
 namespace velacamplix::gates {
 
 inline unsigned long control_mask(const std::optional<std::vector<unsigned int>>& controls) {
     return controls.has_value() ? index::mask_of(*controls) : 0;
-}
-
-template <class T>
-struct sine_and_cosine {
-    T sine;
-    T cosine;
-};
-
-// Both in the working precision, from one call.
-inline sine_and_cosine<double> sincos_of(double angle) {
-    sine_and_cosine<double> result;
-    ::sincos(angle, &result.sine, &result.cosine);
-    return result;
-}
-inline sine_and_cosine<float> sincos_of(float angle) {
-    sine_and_cosine<float> result;
-    ::sincosf(angle, &result.sine, &result.cosine);
-    return result;
 }
 
 }  // namespace velacamplix::gates
@@ -71,36 +52,35 @@ VELACAMPLIX_PHASE_GATE(apply_T, GateT)
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RX(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
-    const auto [s, c] = gates::sincos_of(angle * T(0.5));
-    const auto call = kernels::one_qubit_call<GateRX, T>(nqubits, index::bit(qubit), gates::control_mask(controls),
-                                                         {thrust::complex<T>(c, 0), thrust::complex<T>(0, -s)});
+    const auto [d, o] = gates::rx_coefficients(angle);
+    const auto call =
+        kernels::one_qubit_call<GateRX, T>(nqubits, index::bit(qubit), gates::control_mask(controls), {d, o});
     kernels::run_parallel(call, amplitudes.get(), num_threads);
 }
 
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RY(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
-    const auto [s, c] = gates::sincos_of(angle * T(0.5));
-    const auto call = kernels::one_qubit_call<GateRY, T>(nqubits, index::bit(qubit), gates::control_mask(controls),
-                                                         {thrust::complex<T>(c, 0), thrust::complex<T>(s, 0)});
+    const auto [d, o] = gates::ry_coefficients(angle);
+    const auto call =
+        kernels::one_qubit_call<GateRY, T>(nqubits, index::bit(qubit), gates::control_mask(controls), {d, o});
     kernels::run_parallel(call, amplitudes.get(), num_threads);
 }
 
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RZ(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
-    const auto [s, c] = gates::sincos_of(angle * T(0.5));
+    const auto [d0, d1] = gates::rz_coefficients(angle);
     const auto call = kernels::one_qubit_diagonal_call<T>(nqubits, index::bit(qubit), gates::control_mask(controls),
-                                                          thrust::complex<T>(c, -s), thrust::complex<T>(c, s));
+                                                          d0, d1);
     kernels::run_parallel(call, amplitudes.get(), num_threads);
 }
 
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_PH(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
-    const auto [s, c] = gates::sincos_of(angle);
     const auto where = kernels::all_ones(index::bit(qubit) | gates::control_mask(controls));
-    kernels::run_parallel(kernels::phase_call<GatePH<T>, T>(nqubits, where, thrust::complex<T>(c, s)),
+    kernels::run_parallel(kernels::phase_call<GatePH<T>, T>(nqubits, where, gates::phase_of(angle)),
                           amplitudes.get(), num_threads);
 }
 

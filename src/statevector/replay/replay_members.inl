@@ -1,15 +1,20 @@
 #pragma once
 
-#include <velacamplix/statevector.hpp>
+#include "statevector/replay/record.hpp"
+#include "statevector/replay/replay.hpp"
 
-#include <stdexcept>
+#include <velacamplix/statevector.hpp>
 
 namespace pbamplix::cpu {
 
-// The names are compared in order of their frequency in practice; the record is read anew for every gate, as it may
-// grow while it is replayed.
+// A state that fits in the first-level cache takes the gates one by one. The names are compared in the order of their
+// frequency in practice; the record is read anew for every gate, as it may grow while it is replayed.
 template <class T>
 void PybindAmplixStateVectorCPU<T>::simulate_circuit(PybindAmplixWCircuit<T>& circuit) {
+    if (nqubits >= velacamplix::replay::fewest_qubits_worth_planning<T>) {
+        velacamplix::replay::run_record(circuit, amplitudes.get(), nqubits, num_threads);
+        return;
+    }
     for (std::size_t i = 0; i < circuit.gates.size(); ++i) {
         const std::string& name = circuit.gates[i];
         const std::vector<unsigned int>& q = circuit.qubits[i];
@@ -37,7 +42,7 @@ void PybindAmplixStateVectorCPU<T>::simulate_circuit(PybindAmplixWCircuit<T>& ci
         } else if (name == "SWAP") {
             apply_SWAP(q[0], q[1]);
         } else {
-            throw std::invalid_argument("Gate " + name + " is not supported by the pybinded circuit");
+            velacamplix::replay::refuse_name(name);
         }
     }
 }

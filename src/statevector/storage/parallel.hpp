@@ -21,6 +21,12 @@ inline block block_of(unsigned long count, unsigned long team, unsigned long t) 
     return {begin, begin + share + (t < rest ? 1 : 0)};
 }
 
+// Threads of a region opened for this request: what parallel_blocks uses at most.
+inline int team_size(int nthreads) {
+    const int team = pbamplix::get_num_threads(nthreads);
+    return team == 0 ? omp_get_max_threads() : team;
+}
+
 // Below this many bytes of touched amplitudes a region costs more than a second thread saves (an empty region of two
 // threads takes half a microsecond, and each thread's share then comes from the other's cache).
 inline constexpr unsigned long worthwhile_bytes = 256ul << 10;
@@ -30,12 +36,11 @@ inline constexpr unsigned long worthwhile_bytes = 256ul << 10;
 // request as for get_num_threads. The body must not throw: an exception that escapes ends the process.
 template <class Body>
 void parallel_blocks(unsigned long count, unsigned long bytes, int nthreads, Body&& body) noexcept {
-    const int team = pbamplix::get_num_threads(nthreads);
-    if (team == 1 || count < 2 || bytes < worthwhile_bytes) {
+    const int threads = team_size(nthreads);
+    if (threads == 1 || count < 2 || bytes < worthwhile_bytes) {
         if (count != 0) body(0ul, count);
         return;
     }
-    const int threads = team == 0 ? omp_get_max_threads() : team;
 #pragma omp parallel num_threads(threads)
     {
         const auto [begin, end] = block_of(count, static_cast<unsigned long>(omp_get_num_threads()),

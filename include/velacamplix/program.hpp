@@ -1,0 +1,75 @@
+#pragma once
+
+#include "amplitude.hpp"
+#include "export.hpp"
+#include "statevector.hpp"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace pbamplix::cpu {
+
+// One pass of a plan: the state streams once through cache-resident buffers while all of the pass's gates act.
+struct program_pass {
+    unsigned long first_gate;            // the pass executes gates first_gate ... last_gate - 1
+    unsigned long last_gate;
+    std::vector<unsigned int> local_qubits;  // gathered into a buffer, in increasing order; empty: worked in place
+    unsigned long chunk_amplitudes;      // amplitudes of one buffer
+};
+
+// What a plan promises. A sweep reads and writes every amplitude of the state in memory once.
+struct program_plan {
+    std::vector<program_pass> passes;
+    double predicted_sweeps;
+};
+
+// A list of gates that can be planned once and run many times. Running it gives bit for bit what the members of the
+// state vector give when they are called gate by gate, for every number of threads and every instruction set.
+// Arguments are the host's duty, as everywhere: qubits distinct and below the program's qubit count, controls distinct
+// from targets. T is float or double. An object must not be used by two host threads at once.
+template <class T>
+class VELACAMPLIX_API program {
+public:
+    // Called between passes with the number of gates applied so far and in all; false stops the run there.
+    using progress_hook = std::function<bool(unsigned long done, unsigned long total)>;
+
+    explicit program(unsigned int nqubits);
+    ~program();
+    program(program&&) noexcept;
+    program& operator=(program&&) noexcept;
+
+    // Appends a named gate: X Y Z H S T ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), CNOT and
+    // CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits). Every gate takes further
+    // controls. Throws std::invalid_argument for another name.
+    void add_gate(const std::string& name, const std::vector<T>& params, const std::vector<unsigned int>& qubits,
+                  const std::vector<unsigned int>& controls = {});
+
+    // Appends a row-major 2^k x 2^k matrix, first listed qubit = high bit of the local index; as the members
+    // apply_1qbit_(ctrl_)gate, apply_2qbit_(ctrl_)gate and, from three qubits on, apply_nqbit_(ctrl_)gate treat it. An
+    // exactly diagonal matrix of more than 8 qubits without controls is refused with std::runtime_error.
+    void add_matrix(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
+                    const std::vector<unsigned int>& controls = {});
+
+    // Appends a diagonal of 2^k entries in the same order.
+    void add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
+                      const std::vector<unsigned int>& controls = {});
+
+    unsigned long size() const;      // number of gates
+    unsigned int nqubits() const;
+    void clear();                    // forgets the gates, keeps the qubit count
+
+    // The passes that run will make, for a state of `state_qubits` qubits and the given thread request.
+    const program_plan& plan(unsigned int state_qubits, int nthreads);
+
+    // Applies the gates to the state with its own thread count. Returns how many were applied: all of them, or, when
+    // the hook stopped the run, those of a prefix of the program. The state may have more qubits than the program.
+    unsigned long run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook = {});
+
+private:
+    struct implementation;
+    std::unique_ptr<implementation> self;
+};
+
+}  // namespace pbamplix::cpu

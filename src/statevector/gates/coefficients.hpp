@@ -1,0 +1,59 @@
+#pragma once
+
+#include <velacamplix/amplitude.hpp>
+
+#include <cmath>
+
+namespace velacamplix::gates {
+
+template <class T>
+struct sine_and_cosine {
+    T sine;
+    T cosine;
+};
+
+// Both in the working precision, from one call.
+inline sine_and_cosine<double> sincos_of(double angle) {
+    sine_and_cosine<double> result;
+    ::sincos(angle, &result.sine, &result.cosine);
+    return result;
+}
+inline sine_and_cosine<float> sincos_of(float angle) {
+    sine_and_cosine<float> result;
+    ::sincosf(angle, &result.sine, &result.cosine);
+    return result;
+}
+
+template <class T>
+struct coefficient_pair {
+    thrust::complex<T> first;
+    thrust::complex<T> second;
+};
+
+// Diagonal and off-diagonal entry of RX and of RY.
+template <class T>
+coefficient_pair<T> rx_coefficients(T angle) {
+    const auto [s, c] = sincos_of(angle * T(0.5));
+    return {{c, 0}, {0, -s}};
+}
+template <class T>
+coefficient_pair<T> ry_coefficients(T angle) {
+    const auto [s, c] = sincos_of(angle * T(0.5));
+    return {{c, 0}, {s, 0}};
+}
+
+// The two entries of diag(exp(-i angle/2), exp(i angle/2)).
+template <class T>
+coefficient_pair<T> rz_coefficients(T angle) {
+    const auto [s, c] = sincos_of(angle * T(0.5));
+    return {{c, -s}, {c, s}};
+}
+
+// exp(i angle)
+template <class T>
+thrust::complex<T> phase_of(T angle) {
+    const auto [s, c] = sincos_of(angle);
+    return {c, s};
+}
+
+}  // namespace velacamplix::gates

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "statevector/kernels/kernel_call.hpp"
+
+#include <string>
+#include <vector>
+
+namespace velacamplix::gates {
+
+enum class gate_kind : unsigned char {
+    x, y, h, z_to_y, y_to_z, rx, ry, matrix1,          // mix one target
+    z, s, t, ph,                                       // multiply where the target reads 1
+    rz,                                                // diag(c0, c1) on one target
+    swap, iswap, sqrt_swap, matrix2,                   // mix two targets
+    matrix, diagonal,                                  // any number of targets
+};
+
+// One gate as a value: what a member of the state vector does, written down instead of done.
+template <class T>
+struct operation {
+    gate_kind kind;
+    std::vector<unsigned int> targets;              // in the order that defines the local index
+    unsigned long controls = 0;                     // mask
+    std::array<thrust::complex<T>, 4> coefficients{};
+    std::vector<thrust::complex<T>> entries;        // matrix2, matrix, diagonal
+
+    unsigned long target_mask() const;
+    bool is_diagonal() const;  // changes every amplitude by a factor of its own
+};
+
+// A named gate with its coefficients computed from the angle. False for an unknown name.
+template <class T>
+bool named_operation(operation<T>& op, const std::string& name, const std::vector<T>& params,
+                     const std::vector<unsigned int>& qubits);
+
+// A gate given as a matrix, treated as the state vector's matrix members treat it: an exactly diagonal one becomes a
+// diagonal (std::runtime_error if it has no controls and more than 256 entries), any other a dense gate.
+template <class T>
+operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
+                              bool controlled);
+template <class T>
+operation<T> diagonal_operation(const std::vector<thrust::complex<T>>& diagonal,
+                                const std::vector<unsigned int>& qubits, bool controlled);
+
+// The loop that performs an operation on an array of 2^nbqbits amplitudes.
+template <class T>
+kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits);
+
+}  // namespace velacamplix::gates

@@ -1,0 +1,112 @@
+#include <velacamplix/program.hpp>
+
+#include "statevector/index/bits.hpp"
+#include "statevector/gates/operation.hpp"
+#include "statevector/replay/replay.hpp"
+
+#include <velacamplix/kernels.hpp>
+
+#include <optional>
+#include <stdexcept>
+
+namespace pbamplix::cpu {
+
+using namespace velacamplix;
+
+template <class T>
+struct program<T>::implementation {
+    unsigned int nqubits;
+    std::vector<gates::operation<T>> operations;
+    std::optional<replay::schedule<T>> schedule;
+    program_plan plan;
+
+    replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads) {
+        if (!schedule || !schedule->fits(state_qubits, nthreads)) schedule.emplace(operations, state_qubits, nthreads);
+        return *schedule;
+    }
+
+    void append(gates::operation<T> op, const std::vector<unsigned int>& controls) {
+        op.controls |= index::mask_of(controls);
+        operations.push_back(std::move(op));
+        schedule.reset();
+    }
+};
+
+template <class T>
+program<T>::program(unsigned int nqubits) : self(std::make_unique<implementation>()) {
+    self->nqubits = nqubits;
+}
+template <class T>
+program<T>::~program() = default;
+template <class T>
+program<T>::program(program&&) noexcept = default;
+template <class T>
+program<T>& program<T>::operator=(program&&) noexcept = default;
+
+template <class T>
+void program<T>::add_gate(const std::string& name, const std::vector<T>& params,
+                          const std::vector<unsigned int>& qubits, const std::vector<unsigned int>& controls) {
+    gates::operation<T> op;
+    if (!gates::named_operation(op, name, params, qubits)) {
+        throw std::invalid_argument("Gate " + name + " is not known to a program");
+    }
+    self->append(std::move(op), controls);
+}
+
+template <class T>
+void program<T>::add_matrix(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
+                            const std::vector<unsigned int>& controls) {
+    self->append(gates::matrix_operation(matrix, qubits, !controls.empty()), controls);
+}
+
+template <class T>
+void program<T>::add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
+                              const std::vector<unsigned int>& controls) {
+    self->append(gates::diagonal_operation(diagonal, qubits, !controls.empty()), controls);
+}
+
+template <class T>
+unsigned long program<T>::size() const {
+    return self->operations.size();
+}
+
+template <class T>
+unsigned int program<T>::nqubits() const {
+    return self->nqubits;
+}
+
+template <class T>
+void program<T>::clear() {
+    self->operations.clear();
+    self->schedule.reset();
+}
+
+template <class T>
+const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
+    program_plan& plan = self->plan;
+    plan = {};
+    for (const auto& pass : self->schedule_for(state_qubits, nthreads).passes()) {
+        program_pass told{pass.first, pass.last, {}, 1ul << state_qubits};
+        double sweeps = 1;
+        if (pass.local == 0) {
+            sweeps = static_cast<double>(pass.whole_array.bytes) /
+                     static_cast<double>(sizeof(thrust::complex<T>) << state_qubits);
+        } else if (!pass.in_place) {
+            told.local_qubits = replay::locality(pass.local).bits;
+            told.chunk_amplitudes = 1ul << told.local_qubits.size();
+        }
+        plan.predicted_sweeps += sweeps;
+        plan.passes.push_back(std::move(told));
+    }
+    return plan;
+}
+
+template <class T>
+unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook) {
+    return self->schedule_for(state.nqubits, state.num_threads).run(state.amplitudes.get(), hook);
+}
+
+template class program<float>;
+template class program<double>;
+
+}  // namespace pbamplix::cpu

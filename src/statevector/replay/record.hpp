@@ -1,0 +1,18 @@
+#pragma once
+
+#include <velacamplix/amplitude.hpp>
+#include <velacamplix/circuit.hpp>
+
+#include <string>
+
+namespace velacamplix::replay {
+
+// Replays a record in passes. At a name that a record may not hold, the gates before it act, then
+// std::invalid_argument is thrown.
+template <class T>
+void run_record(const pbamplix::PybindAmplixWCircuit<T>& circuit, thrust::complex<T>* state, unsigned nbqbits,
+                int nthreads);
+
+[[noreturn]] void refuse_name(const std::string& name);
+
+}  // namespace velacamplix::replay

@@ -1,0 +1,60 @@
+#include "statevector/replay/replay.hpp"
+
+#include "statevector/index/bits.hpp"
+#include "statevector/storage/aligned_array.hpp"
+
+#include <algorithm>
+
+namespace velacamplix::replay {
+
+template <class T>
+schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads)
+    : nbqbits(qubits),
+      nthreads(threads),
+      gate_count(operations.size()),
+      all_passes(make_passes(operations, qubits, choose_shapes<T>(qubits, storage::team_size(threads)))),
+      buffers(nullptr, &pbamplix::aligned_array_delete<thrust::complex<T>>) {
+    for (const auto& pass : all_passes) {
+        if (pass.local == 0) continue;
+        if (!pass.in_place) chunk_size = std::max(chunk_size, 1ul << std::popcount(pass.local));
+        for (const auto& block : pass.blocks) {
+            if (!block.whole_chunk && !block.in_place) {
+                block_size = std::max(block_size, 1ul << std::popcount(block.positions));
+            }
+        }
+    }
+}
+
+template <class T>
+void schedule<T>::run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state) {
+    if (pass.local == 0) {
+        kernels::run_parallel(pass.whole_array, state, nthreads);
+        return;
+    }
+    const unsigned long count = 1ul << (nbqbits - static_cast<unsigned>(std::popcount(pass.local)));
+    const unsigned long per_thread = chunk_size + block_size;
+    const auto body = [&](unsigned long begin, unsigned long end) {
+        thrust::complex<T>* const own = buffers.get() + per_thread * static_cast<unsigned long>(omp_get_thread_num());
+        run_chunks(pass, state, nbqbits, begin, end, pass_buffers<T>{own, own + chunk_size});
+    };
+    storage::parallel_blocks(count, sizeof(thrust::complex<T>) << nbqbits, nthreads, body);
+}
+
+template <class T>
+unsigned long schedule<T>::run(thrust::complex<T>* state,
+                               const std::function<bool(unsigned long, unsigned long)>& hook) {
+    if (buffers == nullptr && chunk_size + block_size != 0) {
+        const auto threads = static_cast<unsigned long>(storage::team_size(nthreads));
+        buffers = storage::make_amplitudes<T>(threads * (chunk_size + block_size));
+    }
+    for (const auto& pass : all_passes) {
+        run_pass(pass, state);
+        if (hook && !hook(pass.last, gate_count)) return pass.last;
+    }
+    return gate_count;
+}
+
+template class schedule<float>;
+template class schedule<double>;
+
+}  // namespace velacamplix::replay

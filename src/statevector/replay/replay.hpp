@@ -1,0 +1,40 @@
+#pragma once
+
+#include "statevector/replay/pass.hpp"
+
+#include <velacamplix/storage.hpp>
+
+#include <functional>
+
+namespace velacamplix::replay {
+
+// A list of gates cut into passes for one size of state and one thread request.
+template <class T>
+class schedule {
+public:
+    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads);
+
+    // Between passes the hook hears how many gates have acted and how many there are; false ends the run. Returns the
+    // number of gates that acted, always a prefix of the list.
+    unsigned long run(thrust::complex<T>* state, const std::function<bool(unsigned long, unsigned long)>& hook = {});
+
+    const std::vector<chunk_pass<T>>& passes() const { return all_passes; }
+    bool fits(unsigned for_qubits, int for_threads) const { return nbqbits == for_qubits && nthreads == for_threads; }
+
+private:
+    void run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state);
+
+    unsigned nbqbits;
+    int nthreads;
+    unsigned long gate_count;
+    unsigned long chunk_size = 0;  // amplitudes of the largest chunk and block buffers
+    unsigned long block_size = 0;
+    std::vector<chunk_pass<T>> all_passes;
+    pbamplix::amplitude_array<T> buffers;  // one chunk and one block per thread, allocated by the first run
+};
+
+// Below this many qubits a state fits in the first-level cache, and what a plan costs is not won back in one run.
+template <class T>
+inline constexpr unsigned fewest_qubits_worth_planning = sizeof(T) == 4 ? 13 : 12;
+
+}  // namespace velacamplix::replay

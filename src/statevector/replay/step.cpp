@@ -1,0 +1,128 @@
+#include "statevector/replay/step.hpp"
+
+#include "statevector/index/bits.hpp"
+#include "statevector/kernels/diagonal.hpp"
+#include "statevector/kernels/phase.hpp"
+
+#include <algorithm>
+
+namespace velacamplix::replay {
+
+using gates::gate_kind;
+using gates::operation;
+
+locality::locality(unsigned long mask) {
+    for (; mask != 0; mask &= mask - 1) bits.push_back(static_cast<unsigned>(std::countr_zero(mask)));
+}
+
+unsigned long locality::mask() const { return index::mask_of(bits); }
+
+unsigned long locality::inside(unsigned long global) const { return index::extract(global, mask()); }
+
+unsigned locality::position_of(unsigned bit) const {
+    return static_cast<unsigned>(std::lower_bound(bits.begin(), bits.end(), bit) - bits.begin());
+}
+
+template <class T>
+void step<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
+    const auto& call = calls[variant_mask == 0 ? 0 : index::extract(base, variant_mask)];
+    kernels::run_serial(call, buffer);
+}
+
+namespace {
+
+// The entries of a diagonal that remain when the targets outside the buffer read `outer` (their bits gathered in
+// increasing order). The targets inside keep their order.
+template <class T>
+std::vector<thrust::complex<T>> remaining_diagonal(const operation<T>& op, unsigned long outer_mask,
+                                                   unsigned long outer) {
+    const unsigned long fixed = index::deposit(outer, outer_mask);
+    const std::size_t k = op.targets.size();
+    std::vector<thrust::complex<T>> entries;
+    for (unsigned long local = 0; local < (1ul << k); ++local) {
+        bool kept = true;
+        for (std::size_t i = 0; i < k; ++i) {
+            const unsigned long bit = index::bit(op.targets[i]);
+            if ((outer_mask & bit) == 0) continue;
+            const bool one = (local >> (k - 1 - i)) & 1;
+            if (one != ((fixed & bit) != 0)) kept = false;
+        }
+        if (kept) entries.push_back(op.entries[local]);
+    }
+    return entries;
+}
+
+template <class T>
+void resolve_phase(step<T>& result, const operation<T>& op, const locality& where) {
+    const unsigned long all = op.target_mask() | op.controls;
+    const auto condition = kernels::all_ones(where.inside(all));
+    const unsigned long nbqbits = where.bits.size();
+    result.required = all & ~where.mask();
+    switch (op.kind) {
+        case gate_kind::z:
+            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateZ, T>(nbqbits, condition));
+            break;
+        case gate_kind::s:
+            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateS, T>(nbqbits, condition));
+            break;
+        case gate_kind::t:
+            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateT, T>(nbqbits, condition));
+            break;
+        default:
+            result.calls.push_back(
+                kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, condition, op.coefficients[0]));
+    }
+}
+
+template <class T>
+void resolve_diagonal(step<T>& result, const operation<T>& op, const locality& where) {
+    const unsigned long outer = op.target_mask() & ~where.mask();
+    const unsigned long controls = where.inside(op.controls);
+    const unsigned long nbqbits = where.bits.size();
+    result.required = op.controls & ~where.mask();
+    result.variant_mask = outer;
+    if (op.kind == gate_kind::rz) {
+        // Outside the buffer the target chooses the one factor of all its amplitudes.
+        for (const thrust::complex<T>& d : {op.coefficients[0], op.coefficients[1]}) {
+            result.calls.push_back(
+                kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, kernels::all_ones(controls), d));
+        }
+        return;
+    }
+    std::vector<unsigned int> inner_targets;
+    for (const unsigned int q : op.targets) {
+        if ((outer & index::bit(q)) == 0) inner_targets.push_back(where.position_of(q));
+    }
+    for (unsigned long variant = 0; variant < (1ul << std::popcount(outer)); ++variant) {
+        result.calls.push_back(kernels::diagonal_call<T>(nbqbits, inner_targets, controls,
+                                                         remaining_diagonal(op, outer, variant), false));
+    }
+}
+
+}  // namespace
+
+template <class T>
+step<T> resolve(const operation<T>& op, const locality& where) {
+    step<T> result;
+    if (op.kind == gate_kind::z || op.kind == gate_kind::s || op.kind == gate_kind::t || op.kind == gate_kind::ph) {
+        resolve_phase(result, op, where);
+        return result;
+    }
+    if (op.is_diagonal() && (op.target_mask() & ~where.mask()) != 0) {
+        resolve_diagonal(result, op, where);
+        return result;
+    }
+    operation<T> inner = op;
+    for (unsigned int& q : inner.targets) q = where.position_of(q);
+    inner.controls = where.inside(op.controls);
+    result.required = op.controls & ~where.mask();
+    result.calls.push_back(gates::prepare(inner, where.bits.size()));
+    return result;
+}
+
+template struct step<float>;
+template struct step<double>;
+template step<float> resolve(const operation<float>&, const locality&);
+template step<double> resolve(const operation<double>&, const locality&);
+
+}  // namespace velacamplix::replay

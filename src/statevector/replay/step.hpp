@@ -1,0 +1,37 @@
+#pragma once
+
+#include "statevector/gates/operation.hpp"
+#include "statevector/kernels/kernel_call.hpp"
+
+#include <vector>
+
+namespace velacamplix::replay {
+
+// Which index bits a buffer holds: position i of the buffer's own index is bit bits[i] of the whole state's.
+struct locality {
+    std::vector<unsigned> bits;  // increasing
+
+    explicit locality(unsigned long mask);
+    unsigned long mask() const;
+    // The buffer's position mask of those index bits under `global` that it holds.
+    unsigned long inside(unsigned long global) const;
+    unsigned position_of(unsigned bit) const;
+};
+
+// A gate prepared for buffers of one locality. A buffer is told apart from the others by its base: the state index of
+// its first amplitude, with zeros at the local bits.
+template <class T>
+struct step {
+    unsigned long required = 0;      // the gate acts on buffers whose base has these bits, its controls outside
+    unsigned long variant_mask = 0;  // targets of a diagonal gate outside the buffer: they choose among the calls
+    std::vector<kernels::kernel_call<T>> calls;
+
+    bool acts_on(unsigned long base) const { return (base & required) == required; }
+    void run(thrust::complex<T>* buffer, unsigned long base) const;
+};
+
+// All mixing targets of the operation must be local.
+template <class T>
+step<T> resolve(const gates::operation<T>& op, const locality& where);
+
+}  // namespace velacamplix::replay
