@@ -1,0 +1,28 @@
+# The commands of this project. Each installs what it lacks, says so, and may be repeated; the work is in tools/.
+
+.DEFAULT_GOAL := help
+.PHONY: help demo test check bench wheel format clean
+
+help: ## this list
+	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "make %-8s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
+
+demo: ## build everything and run a first circuit
+	@tools/demo
+
+test: ## build everything and run every test
+	@tools/test
+
+check: ## format, include directions, warnings as errors, static analysis, sanitizers
+	@tools/check
+
+bench: ## build and run the benchmarks, on a quiet machine
+	@tools/bench
+
+wheel: ## the Python wheel, in dist/
+	@tools/wheel
+
+format: ## rewrite the C++ sources as .clang-format says
+	@tools/format
+
+clean: ## remove what was built, but not .venv
+	rm -rf build dist
