@@ -45,14 +45,15 @@ std::vector<T> density_view(const State<T>& matrix) {
 template <class T>
 T marginal_sum(const std::vector<T>& view, unsigned long fixed, const Qubits& qubits) {
     const unsigned long block = 1ul << 16;
-    unsigned long listed = 0;
-    for (unsigned int q : qubits) listed |= 1ul << q;
+    unsigned long free_mask = view.size() - 1;
+    for (unsigned int q : qubits) free_mask &= ~(1ul << q);
+    const unsigned long count = view.size() >> qubits.size();
 
     T total = T(0);
-    for (unsigned long first = 0; first < view.size(); first += block) {
+    for (unsigned long first = 0; first < count; first += block) {
         T sum = T(0);
-        for (unsigned long i = first; i < first + block && i < view.size(); ++i) {
-            if ((i & listed) == fixed) sum = sum + view[i];
+        for (unsigned long j = first; j < first + block && j < count; ++j) {
+            sum = sum + view[deposit(j, free_mask) | fixed];
         }
         total = total + sum;
     }

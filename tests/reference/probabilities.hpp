@@ -15,8 +15,8 @@ std::vector<T> state_view(const State<T>& state);
 template <class T>
 std::vector<T> density_view(const State<T>& matrix);
 
-// Sum over the elements whose listed qubits carry the bits of `fixed`. Blocks of 2^16 indices are summed in index
-// order, then the block sums in block order.
+// Sum over the elements whose listed qubits carry the bits of `fixed`. In index order, each 2^16 of them make a block;
+// blocks are summed one by one, then the block sums in block order.
 template <class T>
 T marginal_sum(const std::vector<T>& view, unsigned long fixed, const Qubits& qubits);
 
