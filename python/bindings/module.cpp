@@ -1,0 +1,15 @@
+#include "bindings.hpp"
+
+#include <velacamplix/version.hpp>
+
+// The compiled half of the Python package. It converts arguments and buffers and lets go of the interpreter lock;
+// whether an argument makes sense was decided in Python before (src/velacamplix/_check.py).
+PYBIND11_MODULE(_core, module) {
+    using namespace velacamplix::python;
+
+    module.def("version", &pbamplix::version);
+    module.def("instruction_set", &pbamplix::instruction_set);
+    bind_circuit_record(module);
+    bind_statevector(module);
+    bind_matrix_gates(module);
+}

@@ -1,0 +1,19 @@
+"""Fast, exact dense state-vector simulation of quantum circuits on CPUs.
+
+>>> from velacamplix import Circuit, StateVector
+>>> bell = Circuit(2).h(0).cx(0, 1)
+>>> state = StateVector(2).run(bell)
+>>> [round(float(p), 6) for p in state.distribution()]
+[0.5, 0.0, 0.0, 0.5]
+"""
+
+from ._core import version as _version
+from ._run import UnsupportedInstruction
+from .circuit import Circuit
+from .instruction import Condition, Instruction, Register
+from .statevector import StateVector
+
+__all__ = ["Circuit", "Condition", "Instruction", "Register", "StateVector", "UnsupportedInstruction"]
+
+# That of the library which was loaded.
+__version__ = _version()

@@ -1,0 +1,273 @@
+"""The state of n qubits: gates, circuits, probabilities, and the amplitudes themselves."""
+
+from __future__ import annotations
+
+from typing import Any, Iterable, Optional, Sequence, Tuple, Union
+
+import numpy as np
+
+from . import _check, _core, _machine, _memory, _run
+from ._circuit_gates import GateMethods
+from ._readout import Readout
+from .circuit import Circuit
+
+_CORE_TYPES = {
+    "single": (_core.StateVectorSingle, np.complex64),
+    "double": (_core.StateVectorDouble, np.complex128),
+}
+# How far from 1 the norm of given amplitudes may be: what rounding to single precision can cause.
+_NORM_TOLERANCE = 1e-5
+
+
+class StateVector(GateMethods, Readout):
+    """A pure state of `n` qubits as 2**n amplitudes, in the basis state 0 at first.
+
+    Parameters
+    ----------
+    n : int
+        Number of qubits. It does not change during the object's life.
+    precision : {"double", "single"}
+        16 or 8 bytes per amplitude. All arithmetic runs in this precision.
+    threads : int, optional
+        Number of threads for every operation. By default the environment variable VELACAMPLIX_NUM_THREADS decides,
+        then OMP_NUM_THREADS, then the processors this process may use.
+
+    Raises
+    ------
+    TypeError, ValueError
+        If an argument is of the wrong kind or outside its range.
+    MemoryError
+        If the state does not fit. Found out before anything is allocated; the message tells what would fit.
+
+    Notes
+    -----
+    Qubit order: qubit q is bit q (weight 2**q) of an index into `array`. Wherever a bit string or an outcome number
+    enters or leaves, ``order`` tells how it is read: ``"big"`` (the default) has qubit 0, or the first listed qubit,
+    leftmost and most significant; ``"little"`` has it rightmost and least significant.
+
+    Every gate acts at once, in place, and returns the object, so that calls can be chained. Other Python threads run while one
+    computes; two threads that use the same object take turns.
+
+    Examples
+    --------
+    >>> state = StateVector(2)
+    >>> state.h(0).cnot(0, 1)                                   # doctest: +ELLIPSIS
+    StateVector(n=2, precision='double', threads=...)
+    >>> [round(float(p), 6) for p in state.distribution()]      # 00, 01, 10, 11
+    [0.5, 0.0, 0.0, 0.5]
+    >>> round(state.probability("11"), 6)
+    0.5
+    """
+
+    def __init__(self, n: int, precision: str = "double", threads: Optional[int] = None) -> None:
+        self._n_qubits = _check.integer(n, "n", minimum=0)
+        self._precision = _check.precision(precision)
+        self._threads = _thread_count(threads)
+        _memory.require_state(self._n_qubits, self._precision)
+        core_type, self._amplitude_type = _CORE_TYPES[self._precision]
+        try:
+            self._core = core_type(self._n_qubits)
+        except MemoryError:
+            # Someone else took the memory since we looked.
+            _memory.require_state(self._n_qubits, self._precision)
+            raise MemoryError(
+                f"the system has no memory for n={self._n_qubits} qubits in {self._precision} precision"
+            ) from None
+        self._core.set_num_threads(self._threads)
+        self._core.reset()
+
+    # What the object is
+
+    @property
+    def n_qubits(self) -> int:
+        """Number of qubits."""
+        return self._n_qubits
+
+    @property
+    def precision(self) -> str:
+        """``"double"`` or ``"single"``."""
+        return self._precision
+
+    @property
+    def threads(self) -> int:
+        """Number of threads that work on every operation; may be set at any time."""
+        return self._threads
+
+    @threads.setter
+    def threads(self, threads: Optional[int]) -> None:
+        count = _thread_count(threads)
+        self._live().set_num_threads(count)
+        self._threads = count
+
+    @property
+    def array(self) -> np.ndarray:
+        """The 2**n amplitudes without a copy, ``complex128`` or ``complex64``; qubit q is bit q of the index.
+
+        The view shows every later gate and may be written to. It stays valid as long as it exists, whatever becomes
+        of this object; in turn `release` is refused while a view, or a slice of one, exists. Reading a view while
+        another thread runs a gate shows a mixture of old and new amplitudes.
+
+        Examples
+        --------
+        >>> state = StateVector(3).x(1)
+        >>> [int(i) for i in np.flatnonzero(state.array)]
+        [2]
+        """
+        return self._live().view()
+
+    def __repr__(self) -> str:
+        if self._core is None:
+            return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, released)"
+        return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, threads={self._threads})"
+
+    def release(self) -> None:
+        """Give the memory back now. Every later use of this object but another `release` raises RuntimeError.
+
+        Raises
+        ------
+        BufferError
+            If a view made by `array` still exists.
+        """
+        if self._core is None:
+            return
+        if not self._core.release():
+            raise BufferError(
+                "the amplitudes cannot be released while a NumPy view made by .array exists; delete the view first"
+            )
+        self._core = None
+
+    # Setting the state
+
+    def reset(
+        self, state: Union[None, int, str, Sequence[complex], np.ndarray] = None, order: str = "big"
+    ) -> StateVector:
+        """Set the whole state.
+
+        Parameters
+        ----------
+        state : None, str, int or array_like of shape (2**n,)
+            Nothing: the basis state 0. A text of n characters ``0 1 + -``: a product state, one character per
+            qubit. A number from 0 to 2**n - 1: that basis state. An array: these amplitudes, of norm 1.
+        order : {"big", "little"}
+            Whether the text's first character, the number's highest bit or the array's highest index bit belongs to
+            qubit 0 ("big") or to qubit n - 1 ("little", the order of `array`).
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `state` is none of these, has the wrong length or characters, or is not finite and of norm 1.
+
+        Examples
+        --------
+        >>> state = StateVector(3)
+        >>> state.reset("1+0").probability("100")                # doctest: +ELLIPSIS
+        0.49999999999999...
+        >>> state.reset(4).probability("100")
+        1.0
+        """
+        core, order = self._live(), _check.order(order)
+        if state is None:
+            core.reset()
+        elif isinstance(state, str):
+            core.reset_to_str(self._product(state, order))
+        elif isinstance(state, Iterable):
+            self._reset_from(self._amplitudes(state), order)
+        else:
+            index = _check.integer(state, "state", minimum=0, maximum=2**self._n_qubits - 1)
+            core.reset_to_str(self._product(_bit_string(index, self._n_qubits), order))
+        return self
+
+    def _product(self, text: str, order: str) -> str:
+        if len(text) != self._n_qubits:
+            raise ValueError(
+                f"state must have one character per qubit, {self._n_qubits} in all, got {_check.show(text)}"
+            )
+        for position, character in enumerate(text):
+            if character not in "01+-":
+                raise ValueError(
+                    f"state must hold only the characters 0 1 + -, got {character!r} at position {position} "
+                    f"of {_check.show(text)}"
+                )
+        # The core's first character belongs to qubit n - 1.
+        return text[::-1] if order == "big" else text
+
+    def _amplitudes(self, state: Any) -> np.ndarray:
+        expected = f"state must be an array of 2**{self._n_qubits} = {2**self._n_qubits} amplitudes"
+        try:
+            amplitudes = np.asarray(state)
+        except ValueError:
+            raise ValueError(f"{expected}, got {_check.show(state)}") from None
+        if amplitudes.dtype.kind not in "iufc":
+            raise TypeError(f"{expected}, got {_check.show(amplitudes)}")
+        if amplitudes.shape != (2**self._n_qubits,):
+            raise ValueError(f"{expected}, got shape {amplitudes.shape}")
+        norm = _norm(amplitudes)
+        if not abs(norm - 1) <= _NORM_TOLERANCE:
+            raise ValueError(f"state must be finite and have norm 1, got an array of norm {norm:.6g}")
+        return np.ascontiguousarray(amplitudes, dtype=self._amplitude_type)
+
+    def _reset_from(self, amplitudes: np.ndarray, order: str) -> None:
+        core = self._live()
+        if order == "little":
+            core.view()[:] = amplitudes
+        elif np.may_share_memory(amplitudes, core.view()):
+            # The core reads its source while it writes the state.
+            core.reset_from(amplitudes.copy())
+        else:
+            core.reset_from(amplitudes)
+
+    # Gates: every method of GateMethods ends in `_add`
+
+    def _add(
+        self, name: str, qubits: Tuple[int, ...], params: Tuple[float, ...] = (), controls: Tuple[int, ...] = ()
+    ) -> StateVector:
+        _run.apply(self._live(), self._precision, name, qubits, params, controls)
+        return self
+
+    def run(self, circuit: Circuit) -> StateVector:
+        """Apply the gates of a circuit to the present state, in order.
+
+        Parameters
+        ----------
+        circuit : Circuit
+            On at most n qubits. Measurements at its end change nothing here; read their outcomes' probabilities from
+            `distribution`.
+
+        Raises
+        ------
+        TypeError
+            If `circuit` is not a Circuit.
+        ValueError
+            If it has more qubits than the state.
+        UnsupportedInstruction
+            If it holds a reset, a condition, or a measurement that is followed by a gate on the same qubit. Found
+            out before the first gate: the state is then unchanged.
+        """
+        _run.run(self._live(), self._n_qubits, self._precision, circuit)
+        return self
+
+    def _live(self) -> Any:
+        if self._core is None:
+            raise RuntimeError("this StateVector has been released; make a new one")
+        return self._core
+
+
+def _thread_count(threads: Optional[int]) -> int:
+    if threads is None:
+        return _machine.default_threads()[0]
+    return _check.integer(threads, "threads", minimum=1, maximum=_machine.MOST_THREADS)
+
+
+def _bit_string(index: int, length: int) -> str:
+    return format(index, f"0{length}b") if length else ""
+
+
+def _norm(amplitudes: np.ndarray) -> float:
+    # In double precision, and piece by piece so that no second array of this size is needed.
+    piece = 2**16
+    squares = 0.0
+    # Too large a number is not worth a warning: the caller refuses an infinite norm.
+    with np.errstate(all="ignore"):
+        for start in range(0, amplitudes.size, piece):
+            squares += np.linalg.norm(amplitudes[start : start + piece].astype(np.complex128)) ** 2
+    return float(np.sqrt(squares))

@@ -1,0 +1,38 @@
+"""Fixtures of all tests of the Python package."""
+
+import os
+import subprocess
+import sys
+
+import pytest
+
+
+@pytest.fixture(params=["double", "single"])
+def precision(request):
+    return request.param
+
+
+@pytest.fixture
+def tolerance(precision):
+    """How far an amplitude may be from the exact one after a few gates."""
+    return {"double": 1e-13, "single": 2e-6}[precision]
+
+
+@pytest.fixture
+def command(tmp_path):
+    """Runs `python -m velacamplix ARGUMENTS` in an empty folder, as a user would, and returns the ended process."""
+
+    def run(*arguments, **environment):
+        # What the tester has set for himself must not show through.
+        inherited = {k: v for k, v in os.environ.items() if not k.endswith("_NUM_THREADS")}
+        return subprocess.run(
+            [sys.executable, "-m", "velacamplix", *map(str, arguments)],
+            cwd=tmp_path,
+            env={**inherited, "PYTHONIOENCODING": "utf-8", "COLUMNS": "80", **environment},
+            capture_output=True,
+            text=True,
+            encoding="utf-8",
+            timeout=120,
+        )
+
+    return run

@@ -1,0 +1,156 @@
+"""The zero-copy view of the amplitudes, and several threads on several or the same states."""
+
+import gc
+import threading
+import time
+
+import numpy as np
+import pytest
+
+from velacamplix import Circuit, StateVector
+
+
+def test_the_view_shows_later_gates_and_its_changes_are_seen(precision):
+    state = StateVector(3, precision)
+    view = state.array
+    state.x(2)
+    assert [int(i) for i in np.flatnonzero(view)] == [4]
+    view[:] = 0
+    view[1] = 1j
+    assert state.probability("100") == 1
+
+
+def test_no_copy_is_made(precision):
+    state = StateVector(4, precision)
+    assert state.array.__array_interface__["data"] == state.array.__array_interface__["data"]
+    assert not state.array.flags.owndata
+    assert state.array.flags.c_contiguous and state.array.flags.writeable and state.array.flags.aligned
+    assert state.array.shape == (16,)
+    assert state.array.__array_interface__["data"][0] % 64 == 0
+
+
+def test_the_view_outlives_the_state():
+    state = StateVector(20).x(19)
+    view = state.array[2**19 :]
+    del state
+    gc.collect()
+    others = [StateVector(20) for _ in range(4)]  # would be given the same memory, were it free
+    assert view[0] == 1 and not view[1:].any()
+    assert len(others) == 4
+
+
+@pytest.mark.parametrize("make", [lambda s: s.array, lambda s: s.array[1:3], lambda s: s.array.real, lambda s: memoryview(s.array)])
+def test_release_is_refused_while_a_view_exists(make):
+    state = StateVector(3).x(0)
+    view = make(state)
+    with pytest.raises(BufferError, match="view made by .array"):
+        state.release()
+    assert state.probability("100") == 1
+    del view
+    state.release()
+
+
+def test_a_copy_is_no_view():
+    state = StateVector(3)
+    copy = state.array.copy()
+    state.release()
+    assert copy[0] == 1
+
+
+def test_after_release_every_use_is_an_error_but_not_a_crash():
+    state = StateVector(3)
+    state.release()
+    state.release()
+    assert state.n_qubits == 3 and state.precision == "double"
+    assert "released" in repr(state)
+    for use in [
+        lambda: state.array,
+        lambda: state.reset(),
+        lambda: state.reset("000"),
+        lambda: state.h(0),
+        lambda: state.rx(0.1, 0),
+        lambda: state.cnot(0, 1),
+        lambda: state.run(Circuit(1)),
+        lambda: state.probability(0),
+        lambda: state.distribution(),
+        lambda: setattr(state, "threads", 1),
+    ]:
+        with pytest.raises(RuntimeError, match="released"):
+            use()
+
+
+def test_memory_comes_back_at_release_and_at_deletion():
+    # Fills in all more than any machine has, if it were kept.
+    for _ in range(3000):
+        StateVector(20).release()
+    for _ in range(3000):
+        state = StateVector(20)
+        view = state.array
+    assert view[0] == 1
+
+
+# Threads of the interpreter
+
+
+def long_circuit(n, layers):
+    circuit = Circuit(n)
+    for _ in range(layers):
+        for q in range(n):
+            circuit.h(q)
+    return circuit
+
+
+def test_other_threads_run_while_a_circuit_does():
+    state, circuit = StateVector(18, threads=1), long_circuit(18, 5)
+    started = time.perf_counter()
+    state.run(circuit)
+    layers = max(5, int(5 * 0.5 / (time.perf_counter() - started)))
+    circuit = long_circuit(18, layers)  # now about half a second of one call
+
+    worker = threading.Thread(target=state.run, args=(circuit,))
+    stalls, last = [], time.perf_counter()
+    worker.start()
+    while worker.is_alive():
+        time.sleep(0.001)
+        now = time.perf_counter()
+        stalls.append(now - last)
+        last = now
+    worker.join()
+    # Were the interpreter held, this loop would have stood still for the whole call.
+    assert max(stalls) < sum(stalls) / 2, (max(stalls), sum(stalls))
+
+
+def test_two_threads_on_one_state_take_turns():
+    state, turns = StateVector(10, threads=1), 500
+
+    def flip(qubit):
+        for _ in range(turns):
+            state.x(qubit).h(5).h(5)
+
+    workers = [threading.Thread(target=flip, args=(q,)) for q in (0, 0, 1)]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+    # An even number of flips on every qubit; gates that overlapped would have lost some.
+    assert state.probability(0) == pytest.approx(1, abs=1e-9)
+
+
+def test_release_during_a_run_waits_for_it():
+    state, circuit = StateVector(18, threads=1), long_circuit(18, 5)
+    errors = []
+
+    def work():
+        try:
+            for _ in range(50):
+                state.run(circuit)
+        except RuntimeError as error:
+            errors.append(str(error))
+
+    worker = threading.Thread(target=work)
+    worker.start()
+    time.sleep(0.05)
+    state.release()
+    worker.join()
+    assert all("released" in error for error in errors)
+    assert "released" in repr(state)
