@@ -71,7 +71,8 @@ TYPED_TEST(distribution, over_every_ordered_pair_agrees_bit_for_bit) {
 TYPED_TEST(distribution, of_large_states_agrees_bit_for_bit_for_every_thread_count) {
     for (unsigned int n : {17u, 18u, 19u}) {
         MeasuredState<TypeParam> measured(random_state<TypeParam>(n, Values::ordinary));
-        for (const Qubits& qubits : std::vector<Qubits>{{}, {0}, {n - 1}, {1, n - 2}, {n - 1, 0, 5}, {7, 3, n - 3, 2}}) {
+        for (const Qubits& qubits :
+             std::vector<Qubits>{{}, {0}, {n - 1}, {1, n - 2}, {n - 1, 0, 5}, {7, 3, n - 3, 2}}) {
             ASSERT_TRUE(agrees(measured, TypeParam(0), qubits, thread_counts));
         }
     }

@@ -25,9 +25,8 @@ testing::AssertionResult agrees(MeasuredState<T>& measured, unsigned long outcom
                                 const std::vector<int>& threads) {
     const T expected = reference::probability(measured.view(), outcome, qubits);
     for (int count : threads) {
-        const T summed = measured.read([&](auto seq) {
-            return cumulative_probability(seq, placed(outcome, qubits), qubits, count);
-        });
+        const T summed = measured.read(
+            [&](auto seq) { return cumulative_probability(seq, placed(outcome, qubits), qubits, count); });
         if (auto same = same_bits(expected, summed); !same) {
             return same << "\ncumulative_probability, " << measured.describe(qubits, count);
         }
@@ -94,7 +93,8 @@ TYPED_TEST(probability, without_a_list_is_that_of_one_basis_state) {
     LoadedVector<TypeParam> v(state);
     for (unsigned long i = 0; i < 32; ++i) {
         // Added to a sum of 0.
-        EXPECT_TRUE(same_bits(TypeParam(0) + reference::squared_magnitude(state[i]), v.probability(i))) << "index " << i;
+        EXPECT_TRUE(same_bits(TypeParam(0) + reference::squared_magnitude(state[i]), v.probability(i)))
+            << "index " << i;
     }
     StateVector<TypeParam> none(0);
     none.reset();

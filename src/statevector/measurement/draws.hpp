@@ -1,0 +1,28 @@
+#pragma once
+
+#include <limits>
+#include <random>
+
+namespace velacamplix::measurement {
+
+// A number in [0, 1) from one output of a 64-bit engine: converted first, rounding to nearest, then scaled. What
+// rounds up to 1 becomes the largest number below it.
+template <class T>
+inline T uniform(unsigned long output) {
+    const T u = static_cast<T>(output) * T(0x1p-64);
+    return u < T(1) ? u : T(1) - std::numeric_limits<T>::epsilon() / 2;
+}
+
+// A random number and the shot it decides.
+template <class T>
+struct draw {
+    T number;
+    unsigned int shot;
+};
+
+// Writes one draw per output to `draws`, by increasing number. outputs[i] belongs to shot i; equally spread outputs
+// take linear time.
+template <class T>
+void sort_draws(const unsigned long* outputs, unsigned int count, draw<T>* draws, int nthreads);
+
+}  // namespace velacamplix::measurement

@@ -1,0 +1,114 @@
+#include "statevector/measurement/sampling.hpp"
+
+#include "statevector/measurement/draws.hpp"
+#include "statevector/measurement/outcomes.hpp"
+#include "statevector/measurement/running_sum.hpp"
+#include "statevector/storage/parallel.hpp"
+
+#include <memory>
+
+// A shot's index is the first i for which its number r is not above the running sum c of the probabilities 0 ... i;
+// a NaN sum ends the search too. A number that is not above 0 has the index of all ones, one above the total the last
+// index. Scans for many shots share one walk: shots wait in increasing order of r, and each sum releases those that
+// are not above it. A sum that falls again releases nothing, and so changes nothing.
+
+namespace velacamplix::measurement {
+namespace {
+
+constexpr unsigned long all_ones = ~0ul;
+
+// How many of the sums are below r, when they never fall and the last is not below r. (Not below: r is not above it.
+// That holds for a NaN, after which all sums are NaN.) No branch to mispredict.
+template <class T>
+unsigned long count_below(T r, const T* sums, unsigned long count) {
+    unsigned long below = 0;
+    for (unsigned long step = count / 2; step != 0; step /= 2) below += r > sums[below + step - 1] ? step : 0;
+    return below;
+}
+
+// Writes to `shots` the index that each of the draws, sorted by number, comes to.
+template <class Seq>
+void release_draws(const Seq& view, const draw<typename Seq::proba_type>* waiting,
+                   const draw<typename Seq::proba_type>* end, unsigned long* shots) {
+    using T = typename Seq::proba_type;
+    for (; waiting != end && !(waiting->number > T(0)); ++waiting) shots[waiting->shot] = all_ones;
+    if (waiting == end) return;
+    walk_running_sum(view, [&](unsigned long first, const T* sums, unsigned long count) {
+        if constexpr (never_falls<Seq>) {
+            const T last = sums[count - 1];
+            for (; waiting != end && !(waiting->number > last); ++waiting) {
+                shots[waiting->shot] = first + count_below(waiting->number, sums, count);
+            }
+        } else {
+            for (unsigned long e = 0; e < count; ++e) {
+                for (; waiting != end && !(waiting->number > sums[e]); ++waiting) shots[waiting->shot] = first + e;
+            }
+        }
+        return waiting != end;
+    });
+    for (; waiting != end; ++waiting) shots[waiting->shot] = view.dim - 1;
+}
+
+}  // namespace
+
+template <class Seq>
+unsigned long draw_outcome(const Seq& view, std::mt19937_64& rng, const std::vector<unsigned int>& qubits) {
+    using T = typename Seq::proba_type;
+    unsigned long output;
+#pragma omp critical
+    output = rng();
+    const draw<T> only{uniform<T>(output), 0};
+    unsigned long index;
+    release_draws(view, &only, &only + 1, &index);
+    return outcome_of(index, view.nqubits, qubits);
+}
+
+template unsigned long draw_outcome(const pbamplix::SVSequence<thrust::complex<float>>&, std::mt19937_64&,
+                                    const std::vector<unsigned int>&);
+template unsigned long draw_outcome(const pbamplix::SVSequence<thrust::complex<double>>&, std::mt19937_64&,
+                                    const std::vector<unsigned int>&);
+template unsigned long draw_outcome(const pbamplix::DMDiagSequence<float>&, std::mt19937_64&,
+                                    const std::vector<unsigned int>&);
+template unsigned long draw_outcome(const pbamplix::DMDiagSequence<double>&, std::mt19937_64&,
+                                    const std::vector<unsigned int>&);
+
+}  // namespace velacamplix::measurement
+
+namespace pbamplix::cpu {
+
+using namespace velacamplix;
+
+template <class Rng, class Seq>
+void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots, const int& nthreads,
+                      const std::vector<unsigned int>& qubits) {
+    using draw = measurement::draw<typename Seq::proba_type>;
+    // Bounds the memory for draws to 256 MiB; more shots walk the view again.
+    constexpr unsigned long most_at_once = 1ul << 24;
+    const auto draws = std::make_unique_for_overwrite<draw[]>(std::min(nshots, most_at_once));
+
+    for (unsigned long first = 0; first < nshots; first += most_at_once) {
+        const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
+        unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
+#pragma omp critical
+        for (unsigned int i = 0; i < count; ++i) batch[i] = rng();
+
+        measurement::sort_draws(batch, count, draws.get(), nthreads);
+        measurement::release_draws(seq, draws.get(), draws.get() + count, batch);
+        storage::parallel_blocks(count, count * sizeof(*batch), nthreads, [&](unsigned long begin, unsigned long end) {
+            for (unsigned long i = begin; i < end; ++i) {
+                batch[i] = measurement::outcome_of(batch[i], seq.nqubits, qubits);
+            }
+        });
+    }
+}
+
+template void pick_shots_state(SVSequence<thrust::complex<float>>, unsigned long*, std::mt19937_64&,
+                               const unsigned long&, const int&, const std::vector<unsigned int>&);
+template void pick_shots_state(SVSequence<thrust::complex<double>>, unsigned long*, std::mt19937_64&,
+                               const unsigned long&, const int&, const std::vector<unsigned int>&);
+template void pick_shots_state(DMDiagSequence<float>, unsigned long*, std::mt19937_64&, const unsigned long&,
+                               const int&, const std::vector<unsigned int>&);
+template void pick_shots_state(DMDiagSequence<double>, unsigned long*, std::mt19937_64&, const unsigned long&,
+                               const int&, const std::vector<unsigned int>&);
+
+}  // namespace pbamplix::cpu
