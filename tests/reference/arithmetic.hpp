@@ -26,9 +26,7 @@ Complex<T> multiply(Complex<T> x, Complex<T> y) {
 }
 
 // Flips the sign bit and nothing else, also of a NaN.
-inline float negated(float x) {
-    return std::bit_cast<float>(std::bit_cast<std::uint32_t>(x) ^ 0x80000000u);
-}
+inline float negated(float x) { return std::bit_cast<float>(std::bit_cast<std::uint32_t>(x) ^ 0x80000000u); }
 inline double negated(double x) {
     return std::bit_cast<double>(std::bit_cast<std::uint64_t>(x) ^ 0x8000000000000000ul);
 }

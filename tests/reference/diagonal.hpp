@@ -17,7 +17,6 @@ void apply_diagonal(State<T>& state, const Qubits& targets, const Qubits& contro
 
 // The diagonal in the order of the state's gathered target bits.
 template <class T>
-std::vector<Complex<T>> sorted_diagonal(const Qubits& targets, const std::vector<Complex<T>>& diag,
-                                        unsigned long mask);
+std::vector<Complex<T>> sorted_diagonal(const Qubits& targets, const std::vector<Complex<T>>& diag, unsigned long mask);
 
 }  // namespace reference

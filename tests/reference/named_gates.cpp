@@ -12,12 +12,8 @@
 namespace reference {
 namespace {
 
-void sine_and_cosine(float angle, float& sine, float& cosine) {
-    ::sincosf(angle, &sine, &cosine);
-}
-void sine_and_cosine(double angle, double& sine, double& cosine) {
-    ::sincos(angle, &sine, &cosine);
-}
+void sine_and_cosine(float angle, float& sine, float& cosine) { ::sincosf(angle, &sine, &cosine); }
+void sine_and_cosine(double angle, double& sine, double& cosine) { ::sincos(angle, &sine, &cosine); }
 
 template <class T>
 void apply_rotation(State<T>& state, const NamedGate<T>& gate) {
@@ -36,11 +32,8 @@ void apply_rotation(State<T>& state, const NamedGate<T>& gate) {
 
 template <class T>
 void apply(State<T>& state, const NamedGate<T>& gate) {
-    static const std::map<std::string, OneQubit> mixing = {{"X", OneQubit::X},
-                                                           {"Y", OneQubit::Y},
-                                                           {"H", OneQubit::H},
-                                                           {"ZtoY", OneQubit::ZtoY},
-                                                           {"YtoZ", OneQubit::YtoZ}};
+    static const std::map<std::string, OneQubit> mixing = {
+        {"X", OneQubit::X}, {"Y", OneQubit::Y}, {"H", OneQubit::H}, {"ZtoY", OneQubit::ZtoY}, {"YtoZ", OneQubit::YtoZ}};
     static const std::map<std::string, Phase> turning = {{"Z", Phase::Z}, {"S", Phase::S}, {"T", Phase::T}};
     static const std::map<std::string, TwoQubit> pairs = {
         {"SWAP", TwoQubit::SWAP}, {"ISWAP", TwoQubit::ISWAP}, {"SQRTSWAP", TwoQubit::SQRTSWAP}};

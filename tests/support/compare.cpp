@@ -50,8 +50,7 @@ std::string describe(const reference::Qubits& qubits) {
     return text + "}";
 }
 
-std::string describe(unsigned int n, const reference::Qubits& targets, const reference::Qubits& controls,
-                     int threads) {
+std::string describe(unsigned int n, const reference::Qubits& targets, const reference::Qubits& controls, int threads) {
     return "n = " + std::to_string(n) + ", targets " + describe(targets) + ", controls " + describe(controls) + ", " +
            std::to_string(threads) + " thread(s)";
 }

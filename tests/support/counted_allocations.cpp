@@ -23,22 +23,12 @@ CountedAllocations::CountedAllocations() {
     allocations = 0;
     counting = true;
 }
-CountedAllocations::~CountedAllocations() {
-    counting = false;
-}
-long CountedAllocations::count() const {
-    return allocations;
-}
+CountedAllocations::~CountedAllocations() { counting = false; }
+long CountedAllocations::count() const { return allocations; }
 
 }  // namespace support
 
 // The plain forms; those of the standard library for arrays end here too.
-void* operator new(std::size_t bytes) {
-    return support::allocate(bytes);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+void* operator new(std::size_t bytes) { return support::allocate(bytes); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

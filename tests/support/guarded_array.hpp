@@ -3,7 +3,7 @@
 #include "reference/complex.hpp"
 
 #include <gtest/gtest.h>
-#include <thrust/complex.h>
+#include <velacamplix/amplitude.hpp>
 
 #include <cstdlib>
 #include <cstring>

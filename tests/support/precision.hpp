@@ -39,7 +39,7 @@ struct in_both_precisions {
 }  // namespace support
 
 // A suite whose tests run in both precisions: precision_suite(Name); TYPED_TEST(Name, what_it_proves) { ... TypeParam }
-#define PRECISION_SUITE(Name)                  \
-    template <class T>                         \
-    class Name : public testing::Test {};      \
+#define PRECISION_SUITE(Name)             \
+    template <class T>                    \
+    class Name : public testing::Test {}; \
     TYPED_TEST_SUITE(Name, support::Precisions, support::PrecisionName)

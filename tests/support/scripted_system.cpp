@@ -43,50 +43,28 @@ ScriptedMemory::ScriptedMemory(unsigned long free_units, unsigned int unit) {
     memory.free_units = free_units;
     memory.unit = unit;
 }
-ScriptedMemory::~ScriptedMemory() {
-    memory = {};
-}
-void ScriptedMemory::set_free_units(unsigned long free_units) {
-    memory.free_units = free_units;
-}
-void ScriptedMemory::set_free_swap_units(unsigned long free_swap_units) {
-    memory.free_swap_units = free_swap_units;
-}
-void ScriptedMemory::fail() {
-    memory.fails = true;
-}
-int ScriptedMemory::queries() const {
-    return memory.queries;
-}
+ScriptedMemory::~ScriptedMemory() { memory = {}; }
+void ScriptedMemory::set_free_units(unsigned long free_units) { memory.free_units = free_units; }
+void ScriptedMemory::set_free_swap_units(unsigned long free_swap_units) { memory.free_swap_units = free_swap_units; }
+void ScriptedMemory::fail() { memory.fails = true; }
+int ScriptedMemory::queries() const { return memory.queries; }
 
 ScriptedEntropy::ScriptedEntropy(std::vector<unsigned int> answers) {
     entropy = {};
     entropy.active = true;
     entropy.answers = std::move(answers);
 }
-ScriptedEntropy::~ScriptedEntropy() {
-    entropy = {};
-}
-void ScriptedEntropy::answer_only(long bytes) {
-    entropy.returned = bytes;
-}
-const std::vector<ScriptedEntropy::Request>& ScriptedEntropy::requests() const {
-    return entropy.requests;
-}
+ScriptedEntropy::~ScriptedEntropy() { entropy = {}; }
+void ScriptedEntropy::answer_only(long bytes) { entropy.returned = bytes; }
+const std::vector<ScriptedEntropy::Request>& ScriptedEntropy::requests() const { return entropy.requests; }
 
 WatchedArrays::WatchedArrays() {
     arrays = {};
     arrays.active = true;
 }
-WatchedArrays::~WatchedArrays() {
-    arrays = {};
-}
-void WatchedArrays::refuse_allocations() {
-    arrays.refuses = true;
-}
-const std::vector<WatchedArrays::Event>& WatchedArrays::events() const {
-    return arrays.events;
-}
+WatchedArrays::~WatchedArrays() { arrays = {}; }
+void WatchedArrays::refuse_allocations() { arrays.refuses = true; }
+const std::vector<WatchedArrays::Event>& WatchedArrays::events() const { return arrays.events; }
 std::string WatchedArrays::order() const {
     std::string text;
     for (const Event& event : arrays.events) {

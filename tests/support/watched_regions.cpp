@@ -16,12 +16,8 @@ WatchedRegions::WatchedRegions() {
     counts.clear();
     watching = true;
 }
-WatchedRegions::~WatchedRegions() {
-    watching = false;
-}
-const std::vector<unsigned int>& WatchedRegions::thread_counts() const {
-    return counts;
-}
+WatchedRegions::~WatchedRegions() { watching = false; }
+const std::vector<unsigned int>& WatchedRegions::thread_counts() const { return counts; }
 
 }  // namespace support
 

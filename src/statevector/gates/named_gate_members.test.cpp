@@ -82,10 +82,10 @@ TYPED_TEST(named_gate, agrees_with_the_reference_when_threads_share_the_array) {
     const auto moving = random_state<TypeParam>(17, Values::any_bits);
     GuardedArray<TypeParam> array(start);
     const NamedGate<TypeParam> gates[] = {
-        {"X", {16}},         {"Y", {1}},         {"Z", {9}},       {"H", {0}},          {"S", {15}},
-        {"T", {2}},          {"ZtoY", {8}},      {"YtoZ", {16}},   {"RX", {3}, 1},      {"RY", {14}, 2},
-        {"RZ", {1}, 3},      {"PH", {12}, 4},    {"CNOT", {16, 0}}, {"CSIGN", {1, 15}}, {"CCNOT", {5, 16, 2}},
-        {"SWAP", {0, 16}},   {"ISWAP", {15, 3}}, {"SQRTSWAP", {7, 8}}};
+        {"X", {16}},       {"Y", {1}},         {"Z", {9}},          {"H", {0}},         {"S", {15}},
+        {"T", {2}},        {"ZtoY", {8}},      {"YtoZ", {16}},      {"RX", {3}, 1},     {"RY", {14}, 2},
+        {"RZ", {1}, 3},    {"PH", {12}, 4},    {"CNOT", {16, 0}},   {"CSIGN", {1, 15}}, {"CCNOT", {5, 16, 2}},
+        {"SWAP", {0, 16}}, {"ISWAP", {15, 3}}, {"SQRTSWAP", {7, 8}}};
     for (const auto& gate : gates) {
         const auto& state = values_of(gate.name) == Values::any_bits ? moving : start;
         ASSERT_TRUE(agrees(array, state, gate, {2, 3, 7}));
@@ -123,7 +123,10 @@ TYPED_TEST(named_gate, cnot_is_x_with_one_control) {
 TYPED_TEST(named_gate, ccnot_is_x_with_two_controls) {
     using V = StateVector<TypeParam>;
     for (const Qubits& p : ordered_pairs(5)) {
-        expect_same<TypeParam>([=](V& v) { v.apply_CCNOT(p[0], p[1], 5); }, [=](V& v) { v.apply_X(5, Qubits{p[0], p[1]}); });
+        expect_same<TypeParam>([=](V& v) { v.apply_CCNOT(p[0], p[1], 5); },
+                               [=](V& v) {
+                                   v.apply_X(5, Qubits{p[0], p[1]});
+                               });
     }
 }
 

@@ -18,9 +18,7 @@ TEST(bits, deposit_puts_bit_t_on_the_t_th_set_bit) {
     EXPECT_EQ(index::deposit(0xFFFF, 0b11010), 0b11010ul);
 }
 
-TEST(bits, deposit_into_an_empty_mask_is_0) {
-    EXPECT_EQ(index::deposit(~0ul, 0), 0ul);
-}
+TEST(bits, deposit_into_an_empty_mask_is_0) { EXPECT_EQ(index::deposit(~0ul, 0), 0ul); }
 
 TEST(bits, extract_gathers_the_bits_under_the_mask) {
     EXPECT_EQ(index::extract(0b10010, 0b11010), 0b101ul);
@@ -28,9 +26,7 @@ TEST(bits, extract_gathers_the_bits_under_the_mask) {
     EXPECT_EQ(index::extract(~0ul, 0b11010), 0b111ul);
 }
 
-TEST(bits, extract_under_an_empty_mask_is_0) {
-    EXPECT_EQ(index::extract(~0ul, 0), 0ul);
-}
+TEST(bits, extract_under_an_empty_mask_is_0) { EXPECT_EQ(index::extract(~0ul, 0), 0ul); }
 
 TEST(bits, deposit_and_extract_agree_with_the_reference) {
     std::mt19937_64 engine(1);

@@ -19,9 +19,7 @@ TEST(get_sorted_indices, of_qubits_0_and_2_makes_the_first_listed_the_high_bit) 
     EXPECT_EQ(get_sorted_indices({2, 0}, 0b101), (Indices{0, 1, 2, 3}));
 }
 
-TEST(get_sorted_indices, of_no_qubits_is_one_entry_0) {
-    EXPECT_EQ(get_sorted_indices({}, 0), (Indices{0}));
-}
+TEST(get_sorted_indices, of_no_qubits_is_one_entry_0) { EXPECT_EQ(get_sorted_indices({}, 0), (Indices{0})); }
 
 TEST(get_sorted_indices, of_a_qubit_listed_twice_cancels_in_the_mask) {
     // All four positions gather to 0; the last local index stays.

@@ -9,11 +9,12 @@
 #include <cstddef>
 #include <set>
 
-using support::describe;
 using reference::Qubits;
+using support::describe;
 using vela::core::iterator::StateIterator;
 
-static_assert(std::is_constructible_v<StateIterator, std::vector<unsigned int>, std::vector<unsigned int>, unsigned long>);
+static_assert(
+    std::is_constructible_v<StateIterator, std::vector<unsigned int>, std::vector<unsigned int>, unsigned long>);
 static_assert(std::is_same_v<decltype(StateIterator::free_mask), unsigned long>);
 static_assert(std::is_same_v<decltype(StateIterator::control_mask), unsigned long>);
 static_assert(std::is_same_v<decltype(StateIterator::count), unsigned long>);

@@ -34,10 +34,9 @@ testing::AssertionResult agrees(GuardedArray<T>& array, const reference::State<T
     const auto diag = random_coefficients<T>(1ul << targets.size(), n);
     auto expected = start;
     reference::apply_diagonal(expected, targets, controls, diag);
-    return kernel_agrees(array, start, expected, targets, controls, threads,
-                         [&](thrust::complex<T>* state, int count) {
-                             run(state, targets, n, count, controls, as_thrust(diag));
-                         });
+    return kernel_agrees(array, start, expected, targets, controls, threads, [&](thrust::complex<T>* state, int count) {
+        run(state, targets, n, count, controls, as_thrust(diag));
+    });
 }
 
 }  // namespace
@@ -195,7 +194,8 @@ TYPED_TEST(diagonal_kernel, fill_sorted_diag_agrees_for_every_order_of_up_to_5_t
 }
 
 TYPED_TEST(diagonal_kernel, fill_sorted_diag_in_increasing_order_reverses_positions) {
-    const std::vector<thrust::complex<TypeParam>> diag = {{0, 0}, {1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}, {6, 0}, {7, 0}};
+    const std::vector<thrust::complex<TypeParam>> diag = {{0, 0}, {1, 0}, {2, 0}, {3, 0},
+                                                          {4, 0}, {5, 0}, {6, 0}, {7, 0}};
     std::vector<thrust::complex<TypeParam>> out(8);
     fill_sorted_diag(out.data(), {1, 4, 6}, diag, 0b1010010ul);
     const TypeParam expected[] = {0, 4, 2, 6, 1, 5, 3, 7};

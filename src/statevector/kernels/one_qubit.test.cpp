@@ -22,8 +22,8 @@ struct Row {
     static constexpr const char* name = names[static_cast<int>(formula_)];
 
     template <class T>
-    static void run(thrust::complex<T>* state, unsigned int qubit, unsigned int n, int threads,
-                    const Qubits& controls, const std::vector<thrust::complex<T>>& m) {
+    static void run(thrust::complex<T>* state, unsigned int qubit, unsigned int n, int threads, const Qubits& controls,
+                    const std::vector<thrust::complex<T>>& m) {
         using kernel = Template1QBGate<Tag>;
         if constexpr (params == 0) kernel::template apply_controlled<T>(state, qubit, n, threads, controls);
         if constexpr (params == 2) kernel::apply_controlled(state, qubit, n, threads, controls, m[0], m[1]);
@@ -31,10 +31,10 @@ struct Row {
     }
 };
 
-using Rows = in_both_precisions<Row<GateX, OneQubit::X, 0>, Row<GateY, OneQubit::Y, 0>, Row<GateH, OneQubit::H, 0>,
-                                Row<GateZtoY, OneQubit::ZtoY, 0>, Row<GateYtoZ, OneQubit::YtoZ, 0>,
-                                Row<GateRX, OneQubit::RX, 2>, Row<GateRY, OneQubit::RY, 2>,
-                                Row<_Gate1QB<true>, OneQubit::Matrix, 4>>::types;
+using Rows =
+    in_both_precisions<Row<GateX, OneQubit::X, 0>, Row<GateY, OneQubit::Y, 0>, Row<GateH, OneQubit::H, 0>,
+                       Row<GateZtoY, OneQubit::ZtoY, 0>, Row<GateYtoZ, OneQubit::YtoZ, 0>, Row<GateRX, OneQubit::RX, 2>,
+                       Row<GateRY, OneQubit::RY, 2>, Row<_Gate1QB<true>, OneQubit::Matrix, 4>>::types;
 
 struct RowName {
     template <class C>

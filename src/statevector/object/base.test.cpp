@@ -1,5 +1,5 @@
-#include "support/scripted_system.hpp"
 #include "support/precision.hpp"
+#include "support/scripted_system.hpp"
 #include "support/state_vector.hpp"
 
 #include <cstdint>
@@ -33,9 +33,16 @@ TYPED_TEST(state_vector_layout, data_members_have_their_types) {
 TYPED_TEST(state_vector_layout, data_members_stand_in_order) {
     StateVector<TypeParam> v(1);
     const PybindAmplixStateVector& base = v;
-    const void* members[] = {&v,      &base.named_ctrl_gates, &v.seed,        &v.rng,
-                             &v.nqubits, &v.size,             &v.amplitudes, &v.is_density_matrix,
-                             &v.num_threads, &v.named_ctrl_gates};
+    const void* members[] = {&v,
+                             &base.named_ctrl_gates,
+                             &v.seed,
+                             &v.rng,
+                             &v.nqubits,
+                             &v.size,
+                             &v.amplitudes,
+                             &v.is_density_matrix,
+                             &v.num_threads,
+                             &v.named_ctrl_gates};
     for (unsigned int i = 1; i < std::size(members); ++i) {
         EXPECT_LT(reinterpret_cast<std::uintptr_t>(members[i - 1]), reinterpret_cast<std::uintptr_t>(members[i]))
             << "member " << i;

@@ -34,8 +34,8 @@ testing::AssertionResult string_leaves(const State<T>& expected, const std::stri
 TYPED_TEST(reset, to_basis_state_0_overwrites_every_amplitude) {
     for (unsigned int n : {0u, 1u, 2u, 3u, 4u, 5u, 8u, 12u, 17u}) {
         for (int threads : thread_counts) {
-            EXPECT_TRUE(leaves(reference::basis_state_0<TypeParam>(n), threads,
-                               [](StateVector<TypeParam>& v) { v.reset(); }));
+            EXPECT_TRUE(
+                leaves(reference::basis_state_0<TypeParam>(n), threads, [](StateVector<TypeParam>& v) { v.reset(); }));
         }
     }
 }
@@ -54,10 +54,9 @@ TYPED_TEST(reset, through_the_base_takes_no_argument_too) {
 
 TYPED_TEST(reset, from_an_array_reads_qubit_0_as_its_most_significant_bit) {
     const State<TypeParam> source = {{0, 0}, {1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}, {6, 0}, {7, 0}};
-    EXPECT_TRUE(leaves<TypeParam>({{0, 0}, {4, 0}, {2, 0}, {6, 0}, {1, 0}, {5, 0}, {3, 0}, {7, 0}}, 1,
-                                  [&](StateVector<TypeParam>& v) {
-                                      v.reset(reinterpret_cast<unsigned long>(source.data()));
-                                  }));
+    EXPECT_TRUE(
+        leaves<TypeParam>({{0, 0}, {4, 0}, {2, 0}, {6, 0}, {1, 0}, {5, 0}, {3, 0}, {7, 0}}, 1,
+                          [&](StateVector<TypeParam>& v) { v.reset(reinterpret_cast<unsigned long>(source.data())); }));
 }
 
 TYPED_TEST(reset, from_an_array_copies_every_bit_and_keeps_the_source) {
@@ -88,8 +87,7 @@ TEST(reset_in_double, to_plus_minus_is_one_rounding_below_a_half) {
 }
 
 TYPED_TEST(reset, to_a_short_string_leaves_the_other_qubits_free) {
-    EXPECT_TRUE(string_leaves<TypeParam>(
-        {{0, 0}, {0, 0}, {0, 0}, {0, 0}, {1, 0}, {1, 0}, {1, 0}, {1, 0}}, "1"));
+    EXPECT_TRUE(string_leaves<TypeParam>({{0, 0}, {0, 0}, {0, 0}, {0, 0}, {1, 0}, {1, 0}, {1, 0}, {1, 0}}, "1"));
 }
 
 TYPED_TEST(reset, to_a_1_beyond_the_qubits_makes_every_amplitude_0) {

@@ -56,8 +56,10 @@ TYPED_TEST(text, of_a_density_matrix_is_the_raw_array) {
 }
 
 TYPED_TEST(text, has_six_significant_digits) {
-    LoadedVector<TypeParam> v(reference::State<TypeParam>{
-        {TypeParam(0.7071067811865476), TypeParam(-0.5)}, {TypeParam(1e-7), TypeParam(0.1)}, {1, 1000000}, {100000, 3}});
+    LoadedVector<TypeParam> v(reference::State<TypeParam>{{TypeParam(0.7071067811865476), TypeParam(-0.5)},
+                                                          {TypeParam(1e-7), TypeParam(0.1)},
+                                                          {1, 1000000},
+                                                          {100000, 3}});
     EXPECT_EQ(v.str(), "(0.707107,-0.5) (1e-07,0.1) (1,1e+06) (100000,3) ");
 }
 

@@ -152,9 +152,7 @@ TYPED_TEST(replay, refuses_s_after_the_earlier_gates_took_effect) {
     expect_refused_after_the_first_gate<TypeParam>("S");
 }
 
-TYPED_TEST(replay, refuses_lower_case_h) {
-    expect_refused_after_the_first_gate<TypeParam>("h");
-}
+TYPED_TEST(replay, refuses_lower_case_h) { expect_refused_after_the_first_gate<TypeParam>("h"); }
 
 TYPED_TEST(replay, accepts_t_but_refuses_tt) {
     StateVector<TypeParam> v(1);
@@ -165,9 +163,7 @@ TYPED_TEST(replay, accepts_t_but_refuses_tt) {
     expect_refused_after_the_first_gate<TypeParam>("TT");
 }
 
-TYPED_TEST(replay, refuses_the_empty_name) {
-    expect_refused_after_the_first_gate<TypeParam>("");
-}
+TYPED_TEST(replay, refuses_the_empty_name) { expect_refused_after_the_first_gate<TypeParam>(""); }
 
 TYPED_TEST(replay, refuses_named_gates_outside_the_vocabulary) {
     for (const char* name : {"CCNOT", "CSIGN", "ISWAP", "SQRTSWAP", "ZtoY", "YtoZ", "I", "RXX", "R", "X ", "cnot"}) {

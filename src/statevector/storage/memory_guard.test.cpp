@@ -89,6 +89,4 @@ TEST(memory_guard, asks_anew_every_time) {
     EXPECT_EQ(memory.queries(), 2);
 }
 
-TEST(memory_guard, believes_the_real_system_to_have_some_memory) {
-    EXPECT_GT(free_memory(), 1ul << 20);
-}
+TEST(memory_guard, believes_the_real_system_to_have_some_memory) { EXPECT_GT(free_memory(), 1ul << 20); }
