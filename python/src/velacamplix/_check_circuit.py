@@ -4,8 +4,6 @@ from __future__ import annotations
 
 from typing import Any, Tuple
 
-import numpy as np
-
 from . import _check
 from .instruction import GATES, NON_UNITARY, Condition, Instruction, Register
 
@@ -19,7 +17,7 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
         If the name is unknown, or numbers, qubits or bits do not fit a circuit
         of `n_qubits` and `n_clbits`.
 
-    >>> instruction(Instruction("CNOT", [1, np.int64(0)]), 2, 0)
+    >>> instruction(Instruction("CNOT", [1, 0]), 2, 0)
     Instruction(name='CNOT', qubits=(1, 0), params=(), controls=(), clbits=(), condition=None)
     """
     if not isinstance(value, Instruction):

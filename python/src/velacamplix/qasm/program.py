@@ -1,0 +1,264 @@
+"""The meaning of statements: registers, broadcasting, conditions, calls."""
+
+from __future__ import annotations
+
+from dataclasses import replace
+from typing import Callable, Dict, Iterable, List, NamedTuple, Optional, Sequence, Tuple, Union
+
+from lark import Token
+
+from ..circuit import Circuit
+from ..instruction import Condition, Instruction, Register
+from . import qelib1
+from .errors import QasmError, fail, quoted, shortened
+from .expand import Gate, check_operand_count, define, expand, find
+from .expressions import evaluate, recipe
+from .syntax import (
+    Argument,
+    Barrier,
+    Call,
+    Conditional,
+    GateDeclaration,
+    Include,
+    Measure,
+    RegisterDeclaration,
+    Reset,
+    integer,
+    split,
+)
+
+# No dense simulator comes near it; without a limit one line could ask for
+# lists that fill the memory.
+MOST_BITS = 1_000_000
+
+#: Instructions a program may expand to. Ten nested definitions are enough to
+#: describe more than any memory holds; this is a few gigabytes.
+MOST_INSTRUCTIONS = 10_000_000
+
+
+class Rows(NamedTuple):
+    """The applications that one call stands for, one for each element of its registers."""
+
+    n_operands: int
+    qubits: Tuple[Tuple[int, ...], ...]
+
+
+class Program:
+    """Takes statements in order and collects the circuit.
+
+    Parameters
+    ----------
+    include : callable
+        Called with the token of an ``include`` that is not qelib1.inc; must
+        pass that file's statements to `run` before it returns.
+    most_instructions : int
+        A program that would expand to more raises `QasmError`, before it does.
+    """
+
+    def __init__(
+        self, include: Callable[[Token], None], most_instructions: int = MOST_INSTRUCTIONS
+    ) -> None:
+        self._include = include
+        self._most_instructions = most_instructions
+        self._spent = 0
+        self._registers: Dict[str, Register] = {}
+        # The bits of each whole register, shared by all that speak of it.
+        self._whole: Dict[str, Tuple[int, ...]] = {}
+        self._n_bits = {"quantum": 0, "classical": 0}
+        self._gates: Dict[str, Gate] = dict(qelib1.LANGUAGE)
+        self._instructions: List[Instruction] = []
+        # Argument lists seen so far, and calls without parameters: both
+        # return again and again in a large file, and mean the same each time.
+        self._rows: Dict[str, Rows] = {}
+        self._known_calls: Dict[Tuple[str, str], Tuple[Tuple[Instruction, ...], int]] = {}
+
+    def circuit(self) -> Circuit:
+        """Return the circuit of all statements so far."""
+        return Circuit._assembled(tuple(self._registers.values()), self._instructions)
+
+    def run(self, statements: Iterable[object], path: Optional[str]) -> None:
+        """Take the statements of one file (or of a text, if `path` is None)."""
+        for statement in statements:
+            if isinstance(statement, Call):
+                self._instructions.extend(self._call(statement))
+            elif isinstance(statement, (Measure, Reset)):
+                self._instructions.append(self._operation(statement)[0])
+            elif isinstance(statement, Conditional):
+                self._instructions.extend(self._conditional(statement))
+            elif isinstance(statement, Barrier):
+                self._instructions.append(self._barrier(statement))
+            elif isinstance(statement, RegisterDeclaration):
+                self._declare_register(statement)
+            elif isinstance(statement, GateDeclaration):
+                self._declare_gate(statement, path)
+            elif isinstance(statement, Include):
+                self._include_file(statement)
+
+    # --- Declarations ---
+
+    def _declare_register(self, statement: RegisterDeclaration) -> None:
+        self._check_new(statement.name)
+        size = integer(statement.size)
+        start = self._n_bits[statement.kind]
+        if start + size > MOST_BITS:
+            fail(f"integer too large: a program has at most {MOST_BITS} {statement.kind} bits", statement.size)
+        name = str(statement.name)
+        register = Register(name, statement.kind, start, size)
+        self._registers[name] = register
+        self._whole[name] = tuple(register.bits)
+        self._n_bits[statement.kind] += size
+
+    def _declare_gate(self, statement: GateDeclaration, path: Optional[str]) -> None:
+        self._check_new(statement.name)
+        definition = define(statement, self._gates, path)
+        self._gates[definition.name] = definition
+
+    def _include_file(self, statement: Include) -> None:
+        if statement.path != '"qelib1.inc"':
+            self._include(statement.path)
+            return
+        for name, gate in qelib1.GATES.items():
+            known = self._gates.get(name)
+            if known is gate:  # included before
+                continue
+            if known is None and name not in self._registers:
+                self._gates[name] = gate
+            elif not gate.can_be_replaced:
+                fail(f"{name!r} is declared here and was declared before", statement.path)
+
+    def _check_new(self, name: Token) -> None:
+        if name in self._registers:
+            fail(f"{quoted(name)} is already declared", name)
+        gate = self._gates.get(name)
+        if gate is None:
+            return
+        if not gate.can_be_replaced:
+            fail(f"{quoted(name)} is already declared", name)
+        # The program's own meaning from here on; earlier uses keep the old one.
+        del self._gates[name]
+        self._known_calls.clear()
+
+    # --- Operations ---
+
+    def _call(self, call: Call) -> Sequence[Instruction]:
+        key = None
+        if not call.params and isinstance(call.arguments, Token):
+            key = (call.name, str(call.arguments))
+            known = self._known_calls.get(key)
+            if known is not None:
+                self._spend(known[1], call.token)
+                return known[0]
+        gate = find(call, self._gates)
+        if gate.opaque is not None:
+            fail(f"gate {quoted(gate.opaque)} is opaque: it has no body to execute", call.token)
+        params = tuple([evaluate(recipe(node, {}), ()) for node in call.params])
+        rows = self._rows_of(call)
+        check_operand_count(call, gate, rows.n_operands)
+        work = gate.size * len(rows.qubits)
+        self._spend(work, call.token)
+        try:
+            instructions = tuple([step for qubits in rows.qubits for step in expand(gate, params, qubits)])
+        except QasmError as error:
+            error.message += f" in line {call.line}"
+            raise
+        except (ValueError, OverflowError):  # a sum of angles near the largest number
+            fail("number too large", call.token)
+        if key is not None:
+            self._known_calls[key] = (instructions, work)
+        return instructions
+
+    def _operation(self, operation: Union[Call, Measure, Reset]) -> Sequence[Instruction]:
+        if isinstance(operation, Call):
+            return self._call(operation)
+        if isinstance(operation, Reset):
+            qubits = self._bits(operation.argument, "quantum")
+            self._spend(len(qubits), operation.argument.register)
+            return (Instruction("reset", qubits),)
+        qubits = self._bits(operation.source, "quantum")
+        clbits = self._bits(operation.target, "classical")
+        if (operation.source.element is None) != (operation.target.element is None) or len(qubits) != len(clbits):
+            fail(
+                f"measure needs two bits or two registers of one size, got {len(qubits)} and {len(clbits)} bits",
+                operation.target.register,
+            )
+        self._spend(len(qubits), operation.source.register)
+        return (Instruction("measure", qubits, clbits=clbits),)
+
+    def _conditional(self, statement: Conditional) -> Iterable[Instruction]:
+        register = self._register(statement.register, "classical")
+        value = integer(statement.value)
+        if value.bit_length() > register.size:
+            fail(
+                f"integer too large: register {quoted(register.name)} has {register.size} bits, "
+                f"the condition can never hold",
+                statement.value,
+            )
+        condition = Condition(self._whole[register.name], value)
+        return [
+            replace(step, condition=condition) if step.can_be_conditioned else step
+            for step in self._operation(statement.operation)
+        ]
+
+    def _barrier(self, statement: Barrier) -> Instruction:
+        arguments = split(statement.arguments)
+        listed = [bit for argument in arguments for bit in self._bits(argument, "quantum")]
+        self._spend(len(listed), arguments[0].register)
+        return Instruction("barrier", tuple(dict.fromkeys(listed)))
+
+    # --- Arguments ---
+
+    def _rows_of(self, call: Call) -> Rows:
+        if isinstance(call.arguments, tuple):
+            return self._new_rows(call)
+        text = str(call.arguments)
+        rows = self._rows.get(text)
+        if rows is None:
+            rows = self._rows[text] = self._new_rows(call)
+        return rows
+
+    def _new_rows(self, call: Call) -> Rows:
+        arguments = split(call.arguments)
+        columns = [self._bits(argument, "quantum") for argument in arguments]
+        n_rows, widest = 1, None
+        for argument, column in zip(arguments, columns):
+            if argument.element is None:
+                if widest is not None and len(column) != n_rows:
+                    fail(
+                        f"registers {quoted(widest)} and {quoted(argument.register)} differ "
+                        f"in size, {n_rows} and {len(column)}",
+                        argument.register,
+                    )
+                n_rows, widest = len(column), argument.register
+        full = [column * n_rows if len(column) != n_rows else column for column in columns]
+        qubits = tuple(zip(*full))
+        for row in qubits:
+            if len(set(row)) < len(row):
+                position = next(i for i in range(len(row)) if row[i] in row[:i])
+                repeated = arguments[position].register
+                fail(f"a qubit of {quoted(repeated)} is named twice in one call", repeated)
+        return Rows(len(arguments), qubits)
+
+    def _bits(self, argument: Argument, kind: str) -> Tuple[int, ...]:
+        register = self._register(argument.register, kind)
+        if argument.element is None:
+            return self._whole[register.name]
+        if argument.element >= register.size:
+            fail(
+                f"index {shortened(str(argument.element))} is outside of register "
+                f"{quoted(register.name)} of size {register.size}",
+                argument.register,
+            )
+        return (register.start + argument.element,)
+
+    def _register(self, name: Token, kind: str) -> Register:
+        register = self._registers.get(name)
+        if register is None:
+            fail(f"unknown register {quoted(name)}", name)
+        if register.kind != kind:
+            fail(f"{quoted(name)} is a {register.kind} register, expected a {kind} one", name)
+        return register
+
+    def _spend(self, work: int, token: Token) -> None:
+        self._spent += work
+        if self._spent > self._most_instructions:
+            fail(f"the program expands to more than {self._most_instructions} instructions", token)
