@@ -2,7 +2,7 @@
 
 #include <cstdio>
 #include <random>
-#include <type_traits>
+#include <utility>
 #include <vector>
 
 // Needs every function of the public headers from the library, in both precisions. It proves something by being
@@ -166,6 +166,17 @@ void need_class() {
     needed += base.get_named_ctrl_gates().size() == 10;
     base.release_memory();
     needed += dynamic_cast<state*>(&base) != nullptr;
+
+    program<T> gates(2);
+    gates.add_gate("H", {}, {0});
+    gates.add_matrix({1, 2, 3, 4}, {1});
+    gates.add_diagonal({1, 2}, {1}, {0});
+    needed += gates.size() == 3 && gates.nqubits() == 2 && !gates.plan(2, 1).passes.empty();
+    base.resize(2);
+    base.reset();
+    program<T> moved = std::move(gates);
+    needed += moved.run(object) == 3;
+    moved.clear();
 
     pbamplix::PybindAmplixWCircuit<T> circuit(1);
     circuit.add_gate("H", {}, {0});
