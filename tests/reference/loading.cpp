@@ -65,8 +65,7 @@ void qram(State<T>& state, const std::vector<Complex<double>>& data, const Qubit
 }
 
 template <class T>
-void binary_qram(State<T>& state, const std::vector<unsigned long>& data, const Qubits& qubits,
-                 unsigned int naddress) {
+void binary_qram(State<T>& state, const std::vector<unsigned long>& data, const Qubits& qubits, unsigned int naddress) {
     const Groups groups = groups_of(qubits, {}, qubit_count(state.size()));
     for (unsigned long g = 0; g < groups.count; ++g) {
         for (unsigned long a = 0; a < 1ul << naddress; ++a) {
@@ -94,9 +93,9 @@ void phase_oracle(State<T>& state, const std::vector<unsigned long>& marked, con
     }
 }
 
-#define REFERENCE_LOADING(T)                                                                          \
-    template void state_preparation(State<T>&, const std::vector<Complex<double>>&, const Qubits&);   \
-    template void qram(State<T>&, const std::vector<Complex<double>>&, const Qubits&, unsigned int);  \
+#define REFERENCE_LOADING(T)                                                                              \
+    template void state_preparation(State<T>&, const std::vector<Complex<double>>&, const Qubits&);       \
+    template void qram(State<T>&, const std::vector<Complex<double>>&, const Qubits&, unsigned int);      \
     template void binary_qram(State<T>&, const std::vector<unsigned long>&, const Qubits&, unsigned int); \
     template void phase_oracle(State<T>&, const std::vector<unsigned long>&, const Qubits&);
 REFERENCE_LOADING(float)

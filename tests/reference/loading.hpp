@@ -13,8 +13,7 @@ void state_preparation(State<T>& state, const std::vector<Complex<double>>& data
 template <class T>
 void qram(State<T>& state, const std::vector<Complex<double>>& data, const Qubits& qubits, unsigned int naddress);
 template <class T>
-void binary_qram(State<T>& state, const std::vector<unsigned long>& data, const Qubits& qubits,
-                 unsigned int naddress);
+void binary_qram(State<T>& state, const std::vector<unsigned long>& data, const Qubits& qubits, unsigned int naddress);
 
 // Reads the key from an index, first listed qubit most significant, and negates at the reversed index.
 template <class T>

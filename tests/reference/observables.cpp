@@ -6,6 +6,7 @@
 #include "probabilities.hpp"
 #include "two_qubit.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 
@@ -222,17 +223,17 @@ std::vector<Estimate<T>> evaluate_terms(State<T>& state, std::vector<Term<T>> te
     return results;
 }
 
-#define REFERENCE_OBSERVABLES(T)                                                                                    \
-    template T term_value(const State<T>&, PauliString);                                                            \
-    template Complex<T> expectation_value(const State<T>&, const PauliSum<T>&);                                     \
-    template Complex<T> term_value_density(const State<T>&, PauliString);                                           \
-    template Complex<T> expectation_value_density(const State<T>&, const PauliSum<T>&);                             \
-    template T term_value_by_tree(const State<T>&, PauliString);                                                    \
-    template void prune(Term<T>&);                                                                                  \
-    template void change_basis(State<T>&, const Term<T>&, bool, bool);                                              \
-    template Estimate<T> evaluate_term(const std::vector<T>&, Complex<T>, unsigned long, std::mt19937_64&);         \
-    template std::vector<Estimate<T>> evaluate_terms(State<T>&, std::vector<Term<T>>, unsigned long,                \
-                                                     std::mt19937_64&, bool);
+#define REFERENCE_OBSERVABLES(T)                                                                                       \
+    template T term_value(const State<T>&, PauliString);                                                               \
+    template Complex<T> expectation_value(const State<T>&, const PauliSum<T>&);                                        \
+    template Complex<T> term_value_density(const State<T>&, PauliString);                                              \
+    template Complex<T> expectation_value_density(const State<T>&, const PauliSum<T>&);                                \
+    template T term_value_by_tree(const State<T>&, PauliString);                                                       \
+    template void prune(Term<T>&);                                                                                     \
+    template void change_basis(State<T>&, const Term<T>&, bool, bool);                                                 \
+    template Estimate<T> evaluate_term(const std::vector<T>&, Complex<T>, unsigned long, std::mt19937_64&);            \
+    template std::vector<Estimate<T>> evaluate_terms(State<T>&, std::vector<Term<T>>, unsigned long, std::mt19937_64&, \
+                                                     bool);
 REFERENCE_OBSERVABLES(float)
 REFERENCE_OBSERVABLES(double)
 #undef REFERENCE_OBSERVABLES

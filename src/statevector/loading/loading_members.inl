@@ -15,8 +15,7 @@ void PybindAmplixStateVectorCPU<T>::apply_state_preparation(thrust::complex<doub
 
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_qram(const thrust::complex<double>* data,
-                                               const std::vector<unsigned int>& qubits,
-                                               const unsigned int& naddress) {
+                                               const std::vector<unsigned int>& qubits, const unsigned int& naddress) {
     _qram(amplitudes.get(), data, nqubits, qubits, naddress, num_threads);
 }
 

@@ -68,8 +68,7 @@ std::vector<T> block_norms(const thrust::complex<double>* data, const registers&
 
 template <class V>
 void load_blocks(thrust::complex<kernels::scalar_of<V>>* state, const thrust::complex<double>* data,
-                 const group_range& groups, unsigned long group_size, const registers& r, bool distinct,
-                 int nthreads) {
+                 const group_range& groups, unsigned long group_size, const registers& r, bool distinct, int nthreads) {
     using T = kernels::scalar_of<V>;
     const std::vector<T> norms = block_norms<T>(data, r, nthreads);
     const unsigned long bytes = groups.count * group_size * sizeof(thrust::complex<T>);
@@ -86,7 +85,8 @@ void load_blocks(thrust::complex<kernels::scalar_of<V>>* state, const thrust::co
                 // The value register reads 0 in the source, so v = 0 writes the source itself.
                 thrust::complex<T>* to = state + (r.address_bits(a) | r.value_bits(v));
                 const V weight = kernels::broadcast<V>(static_cast<T>(data[a * r.values + v].real()));
-                for (unsigned long p = 0; p < where.packs; ++p) kernels::store<V>(to + where.bases[p], spread[p] * weight);
+                for (unsigned long p = 0; p < where.packs; ++p)
+                    kernels::store<V>(to + where.bases[p], spread[p] * weight);
             }
         }
     };
@@ -94,8 +94,8 @@ void load_blocks(thrust::complex<kernels::scalar_of<V>>* state, const thrust::co
 }
 
 template <class V>
-void move_to_values(thrust::complex<kernels::scalar_of<V>>* state, const unsigned long* data,
-                    const group_range& groups, const registers& r, bool distinct, int nthreads) {
+void move_to_values(thrust::complex<kernels::scalar_of<V>>* state, const unsigned long* data, const group_range& groups,
+                    const registers& r, bool distinct, int nthreads) {
     using T = kernels::scalar_of<V>;
     const unsigned long bytes = 2 * groups.count * r.addresses * sizeof(thrust::complex<T>);
     const auto body = [&](const strip& where, unsigned long first, unsigned long last) {
@@ -144,10 +144,10 @@ void _binary_qram(thrust::complex<T>* state, const unsigned long* data, unsigned
     }
 }
 
-#define VELACAMPLIX_QRAM(T)                                                                                       \
-    template void _qram(thrust::complex<T>*, const thrust::complex<double>*, unsigned int,                        \
-                        const std::vector<unsigned int>&, const unsigned int&, int);                              \
-    template void _binary_qram(thrust::complex<T>*, const unsigned long*, unsigned int,                           \
+#define VELACAMPLIX_QRAM(T)                                                                \
+    template void _qram(thrust::complex<T>*, const thrust::complex<double>*, unsigned int, \
+                        const std::vector<unsigned int>&, const unsigned int&, int);       \
+    template void _binary_qram(thrust::complex<T>*, const unsigned long*, unsigned int,    \
                                const std::vector<unsigned int>&, const unsigned int&, int);
 VELACAMPLIX_QRAM(float)
 VELACAMPLIX_QRAM(double)

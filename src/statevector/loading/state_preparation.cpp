@@ -101,7 +101,8 @@ private:
             }
         }
         for (unsigned long p = 0; p < where.packs; ++p) {
-            for (unsigned s = 0; s < kernels::scalars<V>; s += 2) roots[p][s] = roots[p][s + 1] = std::sqrt(roots[p][s]);
+            for (unsigned s = 0; s < kernels::scalars<V>; s += 2)
+                roots[p][s] = roots[p][s + 1] = std::sqrt(roots[p][s]);
         }
     }
 

@@ -53,7 +53,6 @@ void basis_change_deterministic(thrust::complex<T>* amplitudes, const SimpleTerm
 template void basis_change(thrust::complex<float>*, const SimpleTerm<float>&, bool, unsigned int, int);
 template void basis_change(thrust::complex<double>*, const SimpleTerm<double>&, bool, unsigned int, int);
 template void basis_change_deterministic(thrust::complex<float>*, const SimpleTerm<float>&, bool, unsigned int, int);
-template void basis_change_deterministic(thrust::complex<double>*, const SimpleTerm<double>&, bool, unsigned int,
-                                         int);
+template void basis_change_deterministic(thrust::complex<double>*, const SimpleTerm<double>&, bool, unsigned int, int);
 
 }  // namespace pbamplix::cpu

@@ -40,15 +40,14 @@ thrust::complex<T> _expectation_value_density_matrix(const thrust::complex<T>* a
     return sum + observable.constant;
 }
 
-#define VELACAMPLIX_EXACT_VALUES(T)                                                                                \
-    template thrust::complex<T> _term_value<T>(const thrust::complex<T>*, WObservable<T>&, unsigned long, int,     \
-                                               unsigned long);                                                     \
-    template thrust::complex<T> _term_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>&, int,     \
-                                                              unsigned long, const unsigned int&);                 \
-    template thrust::complex<T> _expectation_value<T>(const thrust::complex<T>*, WObservable<T>, unsigned long,    \
-                                                      int);                                                        \
-    template thrust::complex<T> _expectation_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>,    \
-                                                                     int, const unsigned int&);
+#define VELACAMPLIX_EXACT_VALUES(T)                                                                                   \
+    template thrust::complex<T> _term_value<T>(const thrust::complex<T>*, WObservable<T>&, unsigned long, int,        \
+                                               unsigned long);                                                        \
+    template thrust::complex<T> _term_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>&, int,        \
+                                                              unsigned long, const unsigned int&);                    \
+    template thrust::complex<T> _expectation_value<T>(const thrust::complex<T>*, WObservable<T>, unsigned long, int); \
+    template thrust::complex<T> _expectation_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>, int,  \
+                                                                     const unsigned int&);
 VELACAMPLIX_EXACT_VALUES(float)
 VELACAMPLIX_EXACT_VALUES(double)
 #undef VELACAMPLIX_EXACT_VALUES

@@ -27,7 +27,8 @@ std::vector<pauli_string> strings_of(const WObservable<T>& observable) {
 }
 
 // <P> of every string on a pure state of `size` amplitudes. A string's value has the same bits whatever strings stand
-// beside it, on any number of threads.
+// beside it, on any number of threads. Amplitudes that are infinite or NaN always show in the values of the strings
+// that meet them.
 template <class T>
 std::vector<T> pure_values(const thrust::complex<T>* state, unsigned long size,
                            const std::vector<pauli_string>& strings, int nthreads);

@@ -14,9 +14,9 @@ namespace velacamplix::observables {
 struct product_sequence {
     unsigned long flip;
     bool imaginary;
-    unsigned long length;     // numbers in the sequence, a power of two
-    unsigned long above;      // index of number j: j + (j & above), which leaves out one bit; 0 leaves out none
-    std::size_t first_mask;   // its masks: first_mask ... last_mask - 1
+    unsigned long length;    // numbers in the sequence, a power of two
+    unsigned long above;     // index of number j: j + (j & above), which leaves out one bit; 0 leaves out none
+    std::size_t first_mask;  // its masks: first_mask ... last_mask - 1
     std::size_t last_mask;
 };
 

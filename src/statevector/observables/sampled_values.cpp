@@ -72,9 +72,11 @@ std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(const std::vecto
 }
 
 template <class T, class Engine>
-std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(
-    thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<T>>& terms, unsigned long shots, Engine& rng,
-    unsigned int qubits, int nthreads, bool density_matrix) {
+std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(thrust::complex<T>* amplitudes,
+                                                                               const std::vector<SimpleTerm<T>>& terms,
+                                                                               unsigned long shots, Engine& rng,
+                                                                               unsigned int qubits, int nthreads,
+                                                                               bool density_matrix) {
     std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> results;
     if (terms.empty()) return results;
     std::vector<T> table;
@@ -90,10 +92,10 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(
     return results;
 }
 
-#define VELACAMPLIX_SAMPLED_VALUES(T)                                                                              \
-    template std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(                                      \
-        const std::vector<T>&, const thrust::complex<T>&, unsigned long, std::mt19937_64&, int);                   \
-    template std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(                       \
+#define VELACAMPLIX_SAMPLED_VALUES(T)                                                                               \
+    template std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(                                       \
+        const std::vector<T>&, const thrust::complex<T>&, unsigned long, std::mt19937_64&, int);                    \
+    template std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(                        \
         thrust::complex<T>*, const std::vector<SimpleTerm<T>>&, unsigned long, std::mt19937_64&, unsigned int, int, \
         bool);
 VELACAMPLIX_SAMPLED_VALUES(float)

@@ -24,7 +24,7 @@ inline constexpr unsigned most_steps = 3;
 inline constexpr unsigned long most_rows = 512;  // 8^most_steps; a chunk takes 32 KiB
 
 template <class T>
-inline constexpr unsigned long chunk_length = row_length<T> * most_rows;
+inline constexpr unsigned long chunk_length = row_length<T>* most_rows;
 template <class T>
 inline constexpr unsigned chunk_bits = row_bits<T> + 3 * most_steps;
 
