@@ -151,10 +151,11 @@ def test_limit_of_a_version_2_group(machine):
     assert "largest n that fits is 27" in message
 
 
-def test_the_narrowest_group_above_counts(machine):
+@pytest.mark.parametrize(("inner", "outer"), [("max", GIB), (2 * GIB, GIB), (GIB, 2 * GIB), (GIB, "max")])
+def test_the_narrowest_group_counts(inner, outer, machine):
     root = machine(proc__self__mountinfo=MOUNTS_V2, proc__self__cgroup="0::/outer/inner\n")
-    lay_out(root / "sys/fs/cgroup/outer/inner", **{"memory.max": "max\n", "memory.current": "0\n"})
-    lay_out(root / "sys/fs/cgroup/outer", **{"memory.max": f"{GIB}\n", "memory.current": "0\n"})
+    lay_out(root / "sys/fs/cgroup/outer/inner", **{"memory.max": f"{inner}\n", "memory.current": "0\n"})
+    lay_out(root / "sys/fs/cgroup/outer", **{"memory.max": f"{outer}\n", "memory.current": "0\n"})
     assert _machine.memory(root).limit == GIB
 
 

@@ -25,12 +25,18 @@ class UnsupportedInstruction(NotImplementedError):
     instruction : Instruction
     position : int
         Place of the instruction in the circuit, counted from 0.
+    reason : str
     """
 
     def __init__(self, instruction: Instruction, position: int, reason: str) -> None:
-        super().__init__(f"instruction {position} ({instruction}): {reason}")
+        # The three as they came, so that the exception can be pickled; the text is made below.
+        super().__init__(instruction, position, reason)
         self.instruction = instruction
         self.position = position
+        self.reason = reason
+
+    def __str__(self) -> str:
+        return f"instruction {self.position} ({self.instruction}): {self.reason}"
 
 
 def run(core: Any, n_qubits: int, precision: str, circuit: Circuit) -> None:
