@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any, Iterable, Optional, Sequence
+from typing import Any, Iterable, Optional, Sequence, Set
 
 import numpy as np
 
@@ -74,7 +74,7 @@ def apply(
     if reason is not None:
         raise ValueError(reason)
     if name == "matrix":
-        matrix = np.array(params, dtype=_MATRIX_TYPES[precision])
+        matrix: np.ndarray = np.array(params, dtype=_MATRIX_TYPES[precision])
         _core.apply_matrix(core, matrix, qubits, controls)
         return
     gate = getattr(core, name.lower())
@@ -87,7 +87,7 @@ def apply(
 
 def refuse_unsupported(instructions: Iterable[Instruction], precision: str) -> None:
     """Raise UnsupportedInstruction, or ValueError for an angle out of range, at the first step that cannot run."""
-    measured = set()
+    measured: Set[int] = set()
     for position, step in enumerate(instructions):
         if step.condition is not None:
             raise UnsupportedInstruction(step, position, "conditions on classical bits cannot be run yet")

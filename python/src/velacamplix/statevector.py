@@ -66,7 +66,7 @@ class StateVector(GateMethods, Readout):
         _memory.require_state(self._n_qubits, self._precision)
         core_type, self._amplitude_type = _CORE_TYPES[self._precision]
         try:
-            self._core = core_type(self._n_qubits)
+            self._core: Any = core_type(self._n_qubits)
         except MemoryError:
             # Someone else took the memory since we looked.
             _memory.require_state(self._n_qubits, self._precision)
@@ -219,7 +219,12 @@ class StateVector(GateMethods, Readout):
     # Gates: every method of GateMethods ends in `_add`
 
     def _add(
-        self, name: str, qubits: Tuple[int, ...], params: Tuple[float, ...] = (), controls: Tuple[int, ...] = ()
+        self,
+        name: str,
+        qubits: Tuple[int, ...],
+        params: Tuple[complex, ...] = (),
+        controls: Tuple[int, ...] = (),
+        clbits: Tuple[int, ...] = (),  # circuits have them, gates never do
     ) -> StateVector:
         _run.apply(self._live(), self._precision, name, qubits, params, controls)
         return self
@@ -269,5 +274,5 @@ def _norm(amplitudes: np.ndarray) -> float:
     # Too large a number is not worth a warning: the caller refuses an infinite norm.
     with np.errstate(all="ignore"):
         for start in range(0, amplitudes.size, piece):
-            squares += np.linalg.norm(amplitudes[start : start + piece].astype(np.complex128)) ** 2
+            squares += float(np.linalg.norm(amplitudes[start : start + piece].astype(np.complex128))) ** 2
     return float(np.sqrt(squares))
