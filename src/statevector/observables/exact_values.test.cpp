@@ -1,5 +1,6 @@
 #include "reference/observables.hpp"
 #include "support/compare.hpp"
+#include "support/pauli_sums.hpp"
 #include "support/precision.hpp"
 #include "support/random_state.hpp"
 
@@ -13,6 +14,10 @@ namespace {
 using reference::PauliString;
 using reference::PauliSum;
 using reference::State;
+using support::amplitudes_of;
+using support::compiled;
+using support::norm_of;
+using support::pauli;
 
 // Sums in another order than the library's differ by rounding: by this much for every number that was added, relative
 // to the sum of their magnitudes.
@@ -20,65 +25,9 @@ template <class T>
 constexpr T rounding = std::numeric_limits<T>::epsilon();
 
 template <class T>
-const thrust::complex<T>* amplitudes_of(const State<T>& state) {
-    return reinterpret_cast<const thrust::complex<T>*>(state.data());
-}
-
-template <class T>
-WObservable<T> compiled(const PauliSum<T>& sum) {
-    WObservable<T> observable;
-    for (const auto& c : sum.coefficients) observable.coefficients.push_back({c.re, c.im});
-    for (const auto& p : sum.strings) {
-        observable.flip_masks.push_back(p.flip);
-        observable.phase_masks.push_back(p.phase);
-        observable.y_counts.push_back(p.y_count);
-    }
-    observable.constant = thrust::complex<T>(sum.constant.re, sum.constant.im);
-    return observable;
-}
-
-template <class T>
 thrust::complex<T> library_value(const State<T>& state, PauliString p, int threads = 1) {
     WObservable<T> observable = compiled(PauliSum<T>{{{1, 0}}, {p}, {0, 0}});
     return pbamplix::cpu::_term_value(amplitudes_of(state), observable, state.size(), threads, 0);
-}
-
-// A string as a host writes it: the number of Y follows from the masks.
-PauliString pauli(unsigned long flip, unsigned long phase) {
-    return {flip, phase, static_cast<unsigned int>(std::popcount(flip & phase))};
-}
-
-template <class T>
-T norm_of(const State<T>& state) {
-    T sum = T(0);
-    for (const auto& a : state) sum += a.re * a.re + a.im * a.im;
-    return sum;
-}
-
-// Parts are small multiples of 1/16: every product and every sum of them is exact, in any order.
-template <class T>
-State<T> dyadic_state(unsigned int n, unsigned int seed) {
-    std::mt19937 engine(seed);
-    State<T> state(1ul << n);
-    for (auto& a : state) {
-        a.re = static_cast<T>(static_cast<int>(engine() % 3) - 1) / T(16);
-        a.im = static_cast<T>(static_cast<int>(engine() % 3) - 1) / T(16);
-    }
-    return state;
-}
-
-template <class T>
-PauliSum<T> random_sum(unsigned int n, unsigned int terms, unsigned int flips, unsigned int seed) {
-    std::mt19937_64 engine(seed);
-    std::vector<unsigned long> flip_masks;
-    for (unsigned int f = 0; f < flips; ++f) flip_masks.push_back(f == 0 ? 0 : engine() & ((1ul << n) - 1));
-    PauliSum<T> sum;
-    sum.coefficients = support::random_coefficients<T>(terms, seed);
-    for (unsigned int t = 0; t < terms; ++t) {
-        sum.strings.push_back(pauli(flip_masks[t % flips], engine() & ((1ul << n) - 1)));
-    }
-    sum.constant = {T(0.25), T(-0.5)};
-    return sum;
 }
 
 PRECISION_SUITE(ExactValues);
@@ -144,88 +93,6 @@ TYPED_TEST(ExactValues, every_string_of_up_to_four_qubits_has_the_value_of_the_l
     }
 }
 
-// The additions are where the library says they are, in every array size, on every instruction set.
-TYPED_TEST(ExactValues, values_have_the_bits_of_the_documented_tree) {
-    std::mt19937_64 engine(11);
-    for (unsigned int n = 0; n <= 17; ++n) {
-        const auto state = support::random_state<TypeParam>(n, support::Values::ordinary, 2);
-        const unsigned long all = state.size() - 1;
-        std::vector<PauliString> strings = {pauli(0, 0), pauli(0, all), pauli(all, 0), pauli(all, all)};
-        for (unsigned int s = 0; s < 12; ++s) strings.push_back(pauli(engine() & all, engine() & all));
-        for (unsigned int s = 0; s < n; ++s) strings.push_back(pauli(1ul << s, engine() & all));
-        for (const auto& p : strings) {
-            EXPECT_TRUE(support::same_bits(reference::term_value_by_tree(state, p), library_value(state, p).real()))
-                << "n = " << n << ", flip " << p.flip << ", phase " << p.phase;
-        }
-    }
-}
-
-TYPED_TEST(ExactValues, a_value_keeps_its_bits_beside_other_terms_and_on_any_number_of_threads) {
-    for (const unsigned int n : {3u, 10u, 15u, 18u}) {
-        const auto state = support::random_state<TypeParam>(n, support::Values::ordinary, 3);
-        for (const unsigned int terms : {5u, 40u, 700u}) {
-            PauliSum<TypeParam> sum = random_sum<TypeParam>(n, terms, terms == 700 ? 2 : 3, terms);
-            // One weight of 1 picks one term out of the whole observable.
-            for (auto& c : sum.coefficients) c = {0, 0};
-            sum.coefficients[terms / 2] = {1, 0};
-            sum.constant = {0, 0};
-            const TypeParam alone = library_value(state, sum.strings[terms / 2]).real();
-            for (const int threads : support::thread_counts) {
-                const auto together =
-                    pbamplix::cpu::_expectation_value(amplitudes_of(state), compiled(sum), state.size(), threads);
-                EXPECT_TRUE(support::same_bits(alone, together.real()))
-                    << "n = " << n << ", " << terms << " terms, " << threads << " threads";
-            }
-        }
-    }
-}
-
-TYPED_TEST(ExactValues, on_dyadic_states_every_number_of_threads_gives_the_sequential_sum_to_the_bit) {
-    for (const unsigned int n : {1u, 5u, 9u, 13u, 16u}) {
-        const auto state = dyadic_state<TypeParam>(n, n);
-        PauliSum<TypeParam> sum = random_sum<TypeParam>(n, n < 16 ? 40 : 12, 4, n);
-        for (unsigned int t = 0; t < sum.coefficients.size(); ++t) {
-            sum.coefficients[t] = {static_cast<TypeParam>(t % 5) - TypeParam(2),
-                                   t % 3 == 0 ? TypeParam(0.5) : TypeParam(0)};
-        }
-        const auto expected = reference::expectation_value(state, sum);
-        for (const int threads : support::thread_counts) {
-            const auto value =
-                pbamplix::cpu::_expectation_value(amplitudes_of(state), compiled(sum), state.size(), threads);
-            EXPECT_TRUE(support::same_bits(expected.re, value.real())) << "n = " << n << ", " << threads << " threads";
-            EXPECT_TRUE(support::same_bits(expected.im, value.imag())) << "n = " << n << ", " << threads << " threads";
-        }
-        for (const auto& p : sum.strings) {
-            EXPECT_TRUE(support::same_bits(reference::term_value(state, p), library_value(state, p, 2).real()));
-        }
-    }
-}
-
-// Large enough that a section holds several tiles.
-TYPED_TEST(ExactValues, on_a_large_dyadic_state_every_number_of_threads_gives_the_sequential_sum_to_the_bit) {
-    const unsigned int n = sizeof(TypeParam) == 8 ? 21 : 22;
-    const auto state = dyadic_state<TypeParam>(n, 1);
-    const PauliSum<TypeParam> sum = {
-        {{1, 0}, {-2, 0}, {3, 0}}, {pauli(0, 0x155555), pauli(0x3, 0x1), pauli(0x18000f, 0x1f0f3)}, {0, 0}};
-    const auto expected = reference::expectation_value(state, sum);
-    for (const int threads : support::thread_counts) {
-        const auto value =
-            pbamplix::cpu::_expectation_value(amplitudes_of(state), compiled(sum), state.size(), threads);
-        EXPECT_TRUE(support::same_bits(expected.re, value.real())) << threads << " threads";
-    }
-}
-
-TYPED_TEST(ExactValues, more_terms_than_one_batch_holds_are_all_counted) {
-    const unsigned int n = 6;
-    const auto state = dyadic_state<TypeParam>(n, 8);
-    const PauliSum<TypeParam> drawn = random_sum<TypeParam>(n, 9000, 2, 9);
-    PauliSum<TypeParam> sum = drawn;
-    for (auto& c : sum.coefficients) c = {1, 0};
-    const auto expected = reference::expectation_value(state, sum);
-    const auto value = pbamplix::cpu::_expectation_value(amplitudes_of(state), compiled(sum), state.size(), 3);
-    EXPECT_TRUE(support::same_bits(expected.re, value.real()));
-}
-
 TYPED_TEST(ExactValues, numbers_that_are_not_finite_reach_the_value_as_the_formula_says) {
     const TypeParam infinity = std::numeric_limits<TypeParam>::infinity();
     const TypeParam nan = std::numeric_limits<TypeParam>::quiet_NaN();
@@ -259,7 +126,7 @@ TYPED_TEST(ExactValues, a_norm_beyond_the_largest_number_is_infinite) {
 
 TYPED_TEST(ExactValues, the_observable_of_the_caller_is_not_touched) {
     const auto state = support::random_state<TypeParam>(5, support::Values::ordinary);
-    const WObservable<TypeParam> observable = compiled(random_sum<TypeParam>(5, 20, 3, 1));
+    const WObservable<TypeParam> observable = compiled(support::random_sum<TypeParam>(5, 20, 3, 1));
     const WObservable<TypeParam> copy = observable;
     (void)pbamplix::cpu::_expectation_value(amplitudes_of(state), observable, state.size(), 1);
     EXPECT_EQ(observable.flip_masks, copy.flip_masks);
@@ -267,22 +134,10 @@ TYPED_TEST(ExactValues, the_observable_of_the_caller_is_not_touched) {
     EXPECT_EQ(observable.y_counts, copy.y_counts);
 }
 
-// |psi><psi| with the ket index in the low half of the flat index: entry (r, s) = psi[s] * conj(psi[r]).
-template <class T>
-State<T> density_of(const State<T>& psi) {
-    State<T> matrix;
-    for (const auto& bra : psi) {
-        for (const auto& ket : psi) {
-            matrix.push_back({ket.re * bra.re + ket.im * bra.im, ket.im * bra.re - ket.re * bra.im});
-        }
-    }
-    return matrix;
-}
-
 TYPED_TEST(ExactValues, a_density_matrix_of_a_pure_state_has_the_values_of_the_pure_state_also_for_y) {
     for (unsigned int m = 1; m <= 5; ++m) {
         const auto psi = support::random_state<TypeParam>(m, support::Values::ordinary, 5);
-        const auto rho = density_of(psi);
+        const auto rho = support::density_of(psi);
         const TypeParam tolerance = norm_of(psi) * static_cast<TypeParam>(psi.size()) * 4 * rounding<TypeParam>;
         for (unsigned long flip = 0; flip < psi.size(); ++flip) {
             for (unsigned long phase = 0; phase < psi.size(); ++phase) {
@@ -299,7 +154,7 @@ TYPED_TEST(ExactValues, a_density_matrix_of_a_pure_state_has_the_values_of_the_p
 TYPED_TEST(ExactValues, any_matrix_has_the_trace_of_the_literal_sum) {
     for (const unsigned int m : {0u, 1u, 3u, 5u}) {
         const auto rho = support::random_state<TypeParam>(2 * m, support::Values::ordinary, 6);
-        const PauliSum<TypeParam> sum = random_sum<TypeParam>(m, 60, 5, m);
+        const PauliSum<TypeParam> sum = support::random_sum<TypeParam>(m, 60, 5, m);
         const TypeParam tolerance = TypeParam(60 * 2) * static_cast<TypeParam>(1ul << m) * 4 * rounding<TypeParam>;
         const auto expected = reference::expectation_value_density(rho, sum);
         for (const int threads : support::thread_counts) {
@@ -315,20 +170,6 @@ TYPED_TEST(ExactValues, any_matrix_has_the_trace_of_the_literal_sum) {
             EXPECT_NEAR(value.real(), expected_term.re, tolerance);
             EXPECT_NEAR(value.imag(), expected_term.im, tolerance);
         }
-    }
-}
-
-TYPED_TEST(ExactValues, on_dyadic_matrices_every_number_of_threads_gives_the_sequential_trace_to_the_bit) {
-    const unsigned int m = 8;
-    const auto rho = dyadic_state<TypeParam>(2 * m, 3);
-    PauliSum<TypeParam> sum = random_sum<TypeParam>(m, 30, 4, 2);
-    for (auto& c : sum.coefficients) c = {TypeParam(0.5), TypeParam(-1)};
-    const auto expected = reference::expectation_value_density(rho, sum);
-    for (const int threads : support::thread_counts) {
-        const auto value =
-            pbamplix::cpu::_expectation_value_density_matrix(amplitudes_of(rho), compiled(sum), threads, m);
-        EXPECT_TRUE(support::same_bits(expected.re, value.real())) << threads << " threads";
-        EXPECT_TRUE(support::same_bits(expected.im, value.imag())) << threads << " threads";
     }
 }
 

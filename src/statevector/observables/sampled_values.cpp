@@ -1,12 +1,9 @@
 #include "statevector/measurement/distribution.hpp"
-#include "statevector/measurement/draws.hpp"
 #include "statevector/measurement/views.hpp"
 
 #include <velacamplix/observable.hpp>
 
 #include <algorithm>
-#include <bit>
-#include <cmath>
 #include <random>
 
 namespace pbamplix::cpu {
@@ -14,33 +11,6 @@ namespace pbamplix::cpu {
 namespace measurement = velacamplix::measurement;
 
 namespace {
-
-template <class T>
-struct estimate {
-    T mean;
-    T standard_error;
-};
-
-// Draws the outcomes of one term: the first position of the table not below a draw, 2^k (odd) where all are below.
-// Counted in integers, which is the sum of +1 and -1 as long as that is exact and does not stall at 2^24 in single
-// precision; the engine's order alone decides, so the number of threads does not matter.
-template <class T, class Engine>
-estimate<T> sample_parities(const std::vector<T>& cumulative, unsigned long shots, Engine& rng) {
-    unsigned long odd = 0;
-    for (unsigned long shot = 0; shot < shots; ++shot) {
-        const auto position = std::lower_bound(cumulative.begin(), cumulative.end(), measurement::uniform<T>(rng()));
-        odd += std::popcount(static_cast<unsigned long>(position - cumulative.begin())) & 1;
-    }
-    const long sum = static_cast<long>(shots) - 2 * static_cast<long>(odd);
-    const T mean = static_cast<T>(sum) / static_cast<T>(shots);  // no shots: NaN
-    const T error = shots <= 1 ? T(0) : std::sqrt((T(1) - mean * mean) / static_cast<T>(shots - 1));
-    return {mean, error};
-}
-
-template <class T>
-std::pair<thrust::complex<T>, thrust::complex<T>> weighted(const thrust::complex<T>& coefficient, estimate<T> e) {
-    return {coefficient * e.mean, coefficient * e.standard_error};
-}
 
 // table[v] = the probability of the outcomes up to v; the first listed qubit is the LEAST significant bit of v.
 template <class T>
@@ -65,13 +35,6 @@ void reserve_for_longest(std::vector<T>& table, const std::vector<SimpleTerm<T>>
 }  // namespace
 
 template <class T, class Engine>
-std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(const std::vector<T>& cumulative,
-                                                                const thrust::complex<T>& coefficient,
-                                                                unsigned long shots, Engine& rng, int) {
-    return weighted(coefficient, sample_parities(cumulative, shots, rng));
-}
-
-template <class T, class Engine>
 std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(thrust::complex<T>* amplitudes,
                                                                                const std::vector<SimpleTerm<T>>& terms,
                                                                                unsigned long shots, Engine& rng,
@@ -93,8 +56,6 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
 }
 
 #define VELACAMPLIX_SAMPLED_VALUES(T)                                                                               \
-    template std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(                                       \
-        const std::vector<T>&, const thrust::complex<T>&, unsigned long, std::mt19937_64&, int);                    \
     template std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(                        \
         thrust::complex<T>*, const std::vector<SimpleTerm<T>>&, unsigned long, std::mt19937_64&, unsigned int, int, \
         bool);

@@ -1,7 +1,7 @@
 #include "reference/observables.hpp"
-#include "support/chosen_outputs.hpp"
 #include "support/compare.hpp"
 #include "support/guarded_array.hpp"
+#include "support/pauli_sums.hpp"
 #include "support/precision.hpp"
 #include "support/random_state.hpp"
 
@@ -25,22 +25,6 @@ Results<T> evaluated(support::GuardedArray<T>& state, unsigned int n, std::vecto
                      std::mt19937_64& engine, int threads = 1, bool density_matrix = false) {
     pbamplix::prune_I_ops(terms);
     return pbamplix::cpu::_evaluate_terms(state.data(), terms, shots, engine, n, threads, density_matrix);
-}
-
-template <class T>
-State<T> normalised(State<T> state) {
-    T sum = T(0);
-    for (const auto& a : state) sum += a.re * a.re + a.im * a.im;
-    const T root = std::sqrt(sum);
-    for (auto& a : state) a = {a.re / root, a.im / root};
-    return state;
-}
-
-// The sum of +1 and -1 that evaluate_term found, from its mean.
-template <class T>
-long sum_of(const std::vector<T>& table, unsigned long shots, std::mt19937_64& engine) {
-    const auto result = pbamplix::cpu::evaluate_term(table, thrust::complex<T>(1, 0), shots, engine, 1);
-    return std::lround(result.first.real() * static_cast<T>(shots));
 }
 
 PRECISION_SUITE(SampledValues);
@@ -87,7 +71,7 @@ TYPED_TEST(SampledValues, no_shots_leave_an_undefined_mean_and_no_error) {
 }
 
 TYPED_TEST(SampledValues, the_same_seed_gives_the_same_results_on_fresh_states_and_any_number_of_threads) {
-    const auto start = normalised(support::random_state<TypeParam>(6, support::Values::ordinary));
+    const auto start = support::normalised(support::random_state<TypeParam>(6, support::Values::ordinary));
     const std::vector<Term<TypeParam>> terms = {{{0, 3}, "XY", {1, 2}}, {{5, 1, 2}, "ZYX", {-1, 0}}};
     Results<TypeParam> first;
     for (const int threads : support::thread_counts) {
@@ -134,7 +118,7 @@ TYPED_TEST(SampledValues, qubits_behind_a_pruned_string_count_as_z) {
 
 TYPED_TEST(SampledValues, the_state_comes_back_up_to_rounding_also_with_y) {
     const TypeParam tolerance = 64 * std::numeric_limits<TypeParam>::epsilon();
-    const auto start = normalised(support::random_state<TypeParam>(6, support::Values::ordinary));
+    const auto start = support::normalised(support::random_state<TypeParam>(6, support::Values::ordinary));
     for (const bool density_matrix : {false, true}) {
         support::GuardedArray<TypeParam> state(start);
         std::mt19937_64 engine(8);
@@ -156,7 +140,7 @@ TYPED_TEST(SampledValues, random_terms_give_the_bits_of_the_literal_evaluation) 
         for (unsigned int n = 2; n <= 8; n += 2) {
             const unsigned int m = density_matrix ? n / 2 : n;
             for (const int threads : support::thread_counts) {
-                auto start = normalised(support::random_state<TypeParam>(n, support::Values::ordinary, n));
+                auto start = support::normalised(support::random_state<TypeParam>(n, support::Values::ordinary, n));
                 std::vector<reference::Term<TypeParam>> terms;
                 std::vector<Term<TypeParam>> library_terms;
                 for (unsigned int t = 0; t < 6; ++t) {
@@ -187,7 +171,7 @@ TYPED_TEST(SampledValues, random_terms_give_the_bits_of_the_literal_evaluation) 
 
 TYPED_TEST(SampledValues, sampled_terms_converge_to_the_exact_ones) {
     const unsigned int n = 4;
-    const auto start = normalised(support::random_state<TypeParam>(n, support::Values::ordinary, 3));
+    const auto start = support::normalised(support::random_state<TypeParam>(n, support::Values::ordinary, 3));
     const std::vector<std::string> ops = {"XYZX", "YYXZ", "ZZXX", "YXYX", "XXXX", "ZZZZ", "YYYY", "YZZX"};
     std::vector<Term<TypeParam>> terms;
     std::vector<TypeParam> exact;
@@ -240,70 +224,6 @@ TYPED_TEST(SampledValues, a_term_too_long_for_any_table_throws_before_the_state_
     }
     EXPECT_TRUE(support::same_bits(start, state.data()));
     EXPECT_TRUE(engine == std::mt19937_64(14));
-}
-
-// Draws chosen one by one.
-
-TYPED_TEST(SampledValues, a_draw_on_an_entry_of_the_table_takes_that_entry) {
-    const std::vector<TypeParam> table = {TypeParam(0.25), TypeParam(0.5), TypeParam(0.75), TypeParam(1)};
-    // 0, exactly a quarter, just above it, exactly a half: outcomes 0, 0, 1, 1.
-    auto engine = support::engine_with_outputs({0, 1ul << 62, (1ul << 62) + (1ul << 40), 1ul << 63});
-    EXPECT_EQ(sum_of(table, 4, engine), 0);
-    auto on_quarter = support::engine_with_outputs({1ul << 62});
-    EXPECT_EQ(sum_of(table, 1, on_quarter), 1);
-    auto above_quarter = support::engine_with_outputs({(1ul << 62) + (1ul << 40)});
-    EXPECT_EQ(sum_of(table, 1, above_quarter), -1);
-}
-
-TYPED_TEST(SampledValues, an_output_that_rounds_to_one_stays_below_it) {
-    // The largest number below 1 is on the first entry, so the outcome is 0; a draw of 1 would be beyond both.
-    const TypeParam below_one = std::nextafter(TypeParam(1), TypeParam(0));
-    auto engine = support::engine_with_outputs({~0ul});
-    EXPECT_EQ(sum_of<TypeParam>({below_one, below_one}, 1, engine), 1);
-}
-
-TYPED_TEST(SampledValues, outputs_are_rounded_to_nearest_before_they_are_scaled) {
-    // Half an ulp below a half rounds up to it: not above the entry. One more step down would not change that.
-    const unsigned long half = 1ul << 63;
-    const unsigned long half_ulp = sizeof(TypeParam) == 8 ? 1ul << 9 : 1ul << 38;
-    auto rounds_up = support::engine_with_outputs({half - half_ulp});
-    EXPECT_EQ(sum_of<TypeParam>({std::nextafter(TypeParam(0.5), TypeParam(0)), TypeParam(1)}, 1, rounds_up), -1);
-    auto rounds_down = support::engine_with_outputs({half - half_ulp - 1});
-    EXPECT_EQ(sum_of<TypeParam>({std::nextafter(TypeParam(0.5), TypeParam(0)), TypeParam(1)}, 1, rounds_down), 1);
-}
-
-TYPED_TEST(SampledValues, a_draw_beyond_the_whole_table_counts_minus_one) {
-    for (const std::size_t entries : {1ul, 2ul, 8ul}) {
-        auto engine = support::engine_with_outputs({~0ul >> 1});
-        EXPECT_EQ(sum_of(std::vector<TypeParam>(entries, TypeParam(0.25)), 1, engine), -1) << entries;
-    }
-}
-
-TYPED_TEST(SampledValues, an_empty_table_counts_plus_one) {
-    auto engine = support::engine_with_outputs({5, ~0ul});
-    EXPECT_EQ(sum_of(std::vector<TypeParam>{}, 2, engine), 2);
-}
-
-TYPED_TEST(SampledValues, a_table_that_is_not_ordered_is_searched_like_any_other) {
-    const TypeParam nan = std::numeric_limits<TypeParam>::quiet_NaN();
-    const std::vector<std::vector<TypeParam>> tables = {
-        {nan, nan, nan, nan},
-        {TypeParam(0.5), nan, TypeParam(0.2), TypeParam(1)},
-        {TypeParam(0.9), TypeParam(0.1), TypeParam(0.8), TypeParam(0.3)},
-        {nan, TypeParam(0.5)}};
-    for (const auto& table : tables) {
-        std::mt19937_64 engine(15), expected_engine(15);
-        const auto result = pbamplix::cpu::evaluate_term(table, thrust::complex<TypeParam>(1, 0), 300, engine, 1);
-        const auto expected = reference::evaluate_term<TypeParam>(table, {1, 0}, 300, expected_engine);
-        EXPECT_TRUE(support::same_bits(expected.mean.re, result.first.real()));
-    }
-}
-
-TYPED_TEST(SampledValues, a_term_draws_its_shots_and_no_more) {
-    std::mt19937_64 engine(16), expected(16);
-    (void)sum_of<TypeParam>({TypeParam(0.5), TypeParam(1)}, 1234, engine);
-    expected.discard(1234);
-    EXPECT_TRUE(engine == expected);
 }
 
 }  // namespace

@@ -1,0 +1,39 @@
+#include "statevector/measurement/draws.hpp"
+
+#include <velacamplix/observable.hpp>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <random>
+
+namespace pbamplix::cpu {
+
+// The engine's order alone decides, so the number of threads does not matter. Parities are counted in integers: that is
+// the sum of +1 and -1 wherever such a sum is exact, and does not stall at 2^24 in single precision.
+template <class T, class Engine>
+std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(const std::vector<T>& cumulative,
+                                                                const thrust::complex<T>& coefficient,
+                                                                unsigned long shots, Engine& rng, int) {
+    unsigned long odd = 0;
+    for (unsigned long shot = 0; shot < shots; ++shot) {
+        const T draw = velacamplix::measurement::uniform<T>(rng());
+        // The first position not below the draw; behind the end, at 2^k, where the table stays below it: odd as well.
+        const auto position = std::lower_bound(cumulative.begin(), cumulative.end(), draw) - cumulative.begin();
+        odd += std::popcount(static_cast<unsigned long>(position)) & 1;
+    }
+    const long sum = static_cast<long>(shots) - 2 * static_cast<long>(odd);
+    const T mean = static_cast<T>(sum) / static_cast<T>(shots);  // no shots: NaN
+    const T error = shots <= 1 ? T(0) : std::sqrt((T(1) - mean * mean) / static_cast<T>(shots - 1));
+    return {coefficient * mean, coefficient * error};
+}
+
+template std::pair<thrust::complex<float>, thrust::complex<float>> evaluate_term(const std::vector<float>&,
+                                                                                 const thrust::complex<float>&,
+                                                                                 unsigned long, std::mt19937_64&, int);
+template std::pair<thrust::complex<double>, thrust::complex<double>> evaluate_term(const std::vector<double>&,
+                                                                                   const thrust::complex<double>&,
+                                                                                   unsigned long, std::mt19937_64&,
+                                                                                   int);
+
+}  // namespace pbamplix::cpu
