@@ -30,7 +30,9 @@ struct phase_z {
 // i * a in full: (0 * re - im, 0 * im + re).
 template <class V>
 [[gnu::always_inline]] inline V times_i(V a) {
-    return a * broadcast<V>(0) + negate_real(swap_parts(a));
+    const V zeros = a * broadcast<V>(0);
+    const V turned = swap_parts(a);
+    return join_parts(zeros - turned, zeros + turned);
 }
 
 template <class V>
@@ -45,7 +47,8 @@ struct phase_t {
     explicit phase_t(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a) const {
         const V scaled = a * c;
-        a = scaled + negate_real(swap_parts(scaled));
+        const V turned = swap_parts(scaled);
+        a = join_parts(scaled - turned, scaled + turned);
     }
 };
 
@@ -92,20 +95,21 @@ struct pair_z_to_y {
     explicit pair_z_to_y(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V sum = a1 + a0;
-        // (a1.im - a0.im, a0.re - a1.re), the real part as (-a0.im) - (-a1.im)
-        const V turned = negate_real(swap_parts(a0)) - negate_real(swap_parts(a1));
+        const V turned0 = swap_parts(a0);
+        const V turned1 = swap_parts(a1);
         a0 = sum * c;
-        a1 = turned * c;
+        a1 = join_parts(turned1 - turned0, turned0 - turned1) * c;  // c (a1.im - a0.im), c (a0.re - a1.re)
     }
 };
 
 template <class V>
 struct pair_y_to_z {
     V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    V turning_c = negate_real(c);
     explicit pair_y_to_z(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V scaled = a0 * c;
-        const V t = negate_real(swap_parts(a1 * c));  // (-c a1.im, c a1.re)
+        const V t = swap_parts(a1) * turning_c;  // (-c a1.im, c a1.re)
         a0 = scaled - t;
         a1 = t + scaled;
     }
@@ -172,10 +176,12 @@ struct quad_sqrt_swap {
     [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
         const V x = b * half;
         const V y = c * half;
-        const V x_plus = x + negate_real(swap_parts(x));        // (x.re - x.im, x.im + x.re)
-        const V x_minus = x + negate_imaginary(swap_parts(x));  // (x.re + x.im, x.im - x.re)
-        const V y_plus = y + negate_real(swap_parts(y));
-        const V y_minus = y + negate_imaginary(swap_parts(y));
+        const V turned_x = swap_parts(x);
+        const V turned_y = swap_parts(y);
+        const V x_plus = join_parts(x - turned_x, x + turned_x);   // (x.re - x.im, x.im + x.re)
+        const V x_minus = join_parts(x + turned_x, x - turned_x);  // (x.re + x.im, x.im - x.re)
+        const V y_plus = join_parts(y - turned_y, y + turned_y);
+        const V y_minus = join_parts(y + turned_y, y - turned_y);
         b = x_plus + y_minus;
         c = y_plus + x_minus;
     }

@@ -90,6 +90,12 @@ constexpr bits_of<V> sign_pattern(bool real, bool imaginary, std::index_sequence
     return bits_of<V>{((s % 2 == 0 ? real : imaginary) ? sign : integer{0})...};
 }
 
+template <class V, std::size_t... s>
+constexpr bits_of<V> part_pattern(bool real, bool imaginary, std::index_sequence<s...>) {
+    using integer = scalar_of<bits_of<V>>;
+    return bits_of<V>{((s % 2 == 0 ? real : imaginary) ? integer{-1} : integer{0})...};
+}
+
 // Flip the sign bits of both parts, of the real parts, of the imaginary parts. No arithmetic: NaNs keep payloads.
 template <class V>
 [[gnu::always_inline]] inline V negate(V v) {
@@ -108,6 +114,14 @@ template <class V>
 template <class V>
 [[gnu::always_inline]] inline V select(bits_of<V> mask, V chosen, V other) {
     return mask ? chosen : other;
+}
+
+// Real parts from `real`, imaginary parts from `imaginary`. With a difference and a sum as arguments this subtracts in
+// one part and adds in the other, which is not the same as adding a negated operand: a NaN keeps its sign here.
+template <class V>
+[[gnu::always_inline]] inline V join_parts(V real, V imaginary) {
+    constexpr auto imaginary_parts = part_pattern<V>(false, true, std::make_index_sequence<scalars<V>>{});
+    return select(imaginary_parts, imaginary, real);
 }
 
 template <unsigned p, unsigned width>

@@ -23,8 +23,8 @@ unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted) {
 // next one start earlier.
 std::vector<stretch> cut(const std::vector<footprint>& gates, unsigned long begin, unsigned long end, unsigned nbqbits,
                          buffer_shape shape) {
-    const unsigned long always = index::low_bits(std::min(shape.run_bits, shape.local_bits));
     const unsigned places = std::min(shape.local_bits, nbqbits);
+    const unsigned long always = index::low_bits(std::min(shape.run_bits, places));
     std::vector<stretch> stretches;
     for (unsigned long gate = begin; gate < end;) {
         stretch next{gate, gate, always};

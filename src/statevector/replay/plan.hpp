@@ -24,8 +24,8 @@ struct buffer_shape {
     unsigned local_bits;  // most bits that are local at a time
 };
 
-// Cuts gates begin ... end - 1, in their order, into the fewest stretches for an array of 2^nbqbits amplitudes, which
-// has more than shape.local_bits qubits. Spare places are filled with the lowest bits, which lengthens the runs.
+// Cuts gates begin ... end - 1, in their order, into the fewest stretches for an array of 2^nbqbits amplitudes. Spare
+// places are filled with the lowest bits, which lengthens the runs.
 std::vector<stretch> cut(const std::vector<footprint>& gates, unsigned long begin, unsigned long end, unsigned nbqbits,
                          buffer_shape shape);
 

@@ -12,17 +12,9 @@ schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsign
     : nbqbits(qubits),
       nthreads(threads),
       gate_count(operations.size()),
-      all_passes(make_passes(operations, qubits, choose_shapes<T>(qubits, storage::team_size(threads)))),
+      all_passes(make_passes(operations, qubits, choose_shape<T>(qubits, storage::team_size(threads)))),
       buffers(nullptr, &pbamplix::aligned_array_delete<thrust::complex<T>>) {
-    for (const auto& pass : all_passes) {
-        if (pass.local == 0) continue;
-        if (!pass.in_place) chunk_size = std::max(chunk_size, 1ul << std::popcount(pass.local));
-        for (const auto& block : pass.blocks) {
-            if (!block.whole_chunk && !block.in_place) {
-                block_size = std::max(block_size, 1ul << std::popcount(block.positions));
-            }
-        }
-    }
+    for (const auto& pass : all_passes) chunk_size = std::max(chunk_size, pass.chunk_size());
 }
 
 template <class T>
@@ -32,10 +24,9 @@ void schedule<T>::run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state)
         return;
     }
     const unsigned long count = 1ul << (nbqbits - static_cast<unsigned>(std::popcount(pass.local)));
-    const unsigned long per_thread = chunk_size + block_size;
     const auto body = [&](unsigned long begin, unsigned long end) {
-        thrust::complex<T>* const own = buffers.get() + per_thread * static_cast<unsigned long>(omp_get_thread_num());
-        run_chunks(pass, state, nbqbits, begin, end, pass_buffers<T>{own, own + chunk_size});
+        const auto thread = static_cast<unsigned long>(omp_get_thread_num());
+        run_chunks(pass, state, nbqbits, begin, end, buffers.get() + chunk_size * thread);
     };
     storage::parallel_blocks(count, sizeof(thrust::complex<T>) << nbqbits, nthreads, body);
 }
@@ -43,9 +34,9 @@ void schedule<T>::run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state)
 template <class T>
 unsigned long schedule<T>::run(thrust::complex<T>* state,
                                const std::function<bool(unsigned long, unsigned long)>& hook) {
-    if (buffers == nullptr && chunk_size + block_size != 0) {
+    if (buffers == nullptr && chunk_size != 0) {
         const auto threads = static_cast<unsigned long>(storage::team_size(nthreads));
-        buffers = storage::make_amplitudes<T>(threads * (chunk_size + block_size));
+        buffers = storage::make_amplitudes<T>(threads * chunk_size);
     }
     for (const auto& pass : all_passes) {
         run_pass(pass, state);

@@ -27,10 +27,9 @@ private:
     unsigned nbqbits;
     int nthreads;
     unsigned long gate_count;
-    unsigned long chunk_size = 0;  // amplitudes of the largest chunk and block buffers
-    unsigned long block_size = 0;
+    unsigned long chunk_size = 0;  // amplitudes of the largest chunk
     std::vector<chunk_pass<T>> all_passes;
-    pbamplix::amplitude_array<T> buffers;  // one chunk and one block per thread, allocated by the first run
+    pbamplix::amplitude_array<T> buffers;  // one chunk per thread, allocated by the first run
 };
 
 // Below this many qubits a state fits in the first-level cache, and what a plan costs is not won back in one run.
