@@ -54,8 +54,7 @@ typename Seq::proba_type sum_fixed(const Seq& view, unsigned long free, unsigned
     if (count_bits == view.nqubits) {
         sum_outcomes(view, {}, nthreads, keep);  // nothing is fixed
     } else {
-        const fixed_view<Seq> part{view, free, fixed & ~free, count_bits, 1ul << count_bits};
-        sum_outcomes(part, {}, nthreads, keep);
+        sum_outcomes(fixed_view<Seq>(view, free, fixed, count_bits), {}, nthreads, keep);
     }
     return total;
 }

@@ -90,6 +90,16 @@ inline T value_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) 
     return view.data[index * (view.dim + 1)].real();
 }
 
+// Fetches the elements first ... first + count - 1 from memory without waiting for them.
+template <class T>
+inline void fetch_ahead(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long first,
+                        unsigned long count) {
+    const char* const from = reinterpret_cast<const char*>(view.data + first);
+    for (unsigned long b = 0; b < count * sizeof(*view.data); b += 64) __builtin_prefetch(from + b, 0, 2);
+}
+template <class T>
+inline void fetch_ahead(const pbamplix::DMDiagSequence<T>&, unsigned long, unsigned long) {}  // few and far apart
+
 // Writes the elements first ... first + count - 1 of a view to `out`. Those from `next` on, which the caller will want
 // after these, are fetched from memory meanwhile.
 template <class T>
@@ -98,14 +108,15 @@ inline void fill_probabilities(const pbamplix::SVSequence<thrust::complex<T>>& v
     using V = kernels::wide_pack<T>;
     constexpr unsigned long lanes = kernels::lanes<V>;
     const thrust::complex<T>* from = view.data + first;
-    const char* ahead = reinterpret_cast<const char*>(view.data + next);
-    unsigned long k = 0;
-    for (; k + 2 * lanes <= count; k += 2 * lanes) {
-        for (unsigned long b = 0; b < 2 * sizeof(V); b += 64) __builtin_prefetch(ahead + b, 0, 2);
-        ahead += 2 * sizeof(V);
-        store_scalars(out + k, squared_magnitudes(kernels::load<V>(from + k), kernels::load<V>(from + k + lanes)));
+    unsigned long ahead = next;
+    for (unsigned long packs = count / (2 * lanes); packs != 0; --packs) {
+        fetch_ahead(view, ahead, 2 * lanes);
+        store_scalars(out, squared_magnitudes(kernels::load<V>(from), kernels::load<V>(from + lanes)));
+        ahead += 2 * lanes;
+        from += 2 * lanes;
+        out += 2 * lanes;
     }
-    for (; k < count; ++k) out[k] = squared_magnitude(from[k]);
+    for (unsigned long rest = count % (2 * lanes); rest != 0; --rest) *out++ = squared_magnitude(*from++);
 }
 
 template <class T>
@@ -118,38 +129,65 @@ inline void fill_probabilities(const pbamplix::DMDiagSequence<T>& view, unsigned
 template <class Seq>
 struct fixed_view {
     using proba_type = typename Seq::proba_type;
+    static constexpr unsigned long window = 64;  // neighbouring elements of the whole view
+
+    // 2^nqubits elements; nqubits is at most the number of free bits.
+    fixed_view(const Seq& whole, unsigned long free_bits, unsigned long fixed_bits, unsigned int count_bits)
+        : view(whole), free(free_bits), fixed(fixed_bits & ~free_bits), nqubits(count_bits), dim(1ul << count_bits) {
+        const unsigned long inside = free & (window - 1);
+        kept = 1u << std::popcount(inside);
+        for (unsigned k = 0; k < kept; ++k) {
+            kept_at[k] = static_cast<unsigned char>(index::deposit(k, inside) | (fixed & (window - 1)));
+        }
+    }
+
+    // The free bits that follow those of i; a carry skips the fixed bits.
+    unsigned long after(unsigned long i) const { return ((i | ~free) + 1) & free; }
 
     Seq view;
     unsigned long free;
-    unsigned long fixed;  // no bit of `free`
+    unsigned long fixed;
     unsigned int nqubits;
     unsigned long dim;
+    unsigned kept;                  // elements of a window that belong to the part,
+    unsigned char kept_at[window];  // and their places in it
 };
 
+// `first` is a multiple of `count`, a power of two.
 template <class Seq>
 inline void fill_probabilities(const fixed_view<Seq>& part, unsigned long first, unsigned long count,
                                typename Seq::proba_type* out, unsigned long next) {
-    constexpr unsigned long worthwhile_run = 8;
-    const unsigned long free = part.free;
+    constexpr unsigned long window = fixed_view<Seq>::window;
+    unsigned long i = index::deposit(first, part.free);
+    unsigned long ahead = index::deposit(next, part.free);
     // Elements that lie side by side before a fixed bit interrupts them.
-    const unsigned long run = ~free != 0 ? (~free & -~free) : 1ul << 63;
-    const auto after = [free](unsigned long i) { return ((i | ~free) + 1) & free; };  // carry skips the fixed bits
-    unsigned long i = index::deposit(first, free);
-    if (run < worthwhile_run) {
-        for (unsigned long k = 0; k < count; ++k) {
-            out[k] = probability_at(part.view, i | part.fixed);
-            i = after(i);
+    const unsigned long run = ~part.free != 0 ? (~part.free & -~part.free) : 1ul << 63;
+
+    if (run >= window) {
+        while (count != 0) {
+            const unsigned long length = std::min(run - (i & (run - 1)), count);
+            fill_probabilities(part.view, i | part.fixed, length, out, ahead | part.fixed);
+            out += length;
+            count -= length;
+            i = part.after(i + length - 1);
+            ahead = part.after(ahead + length - 1);
         }
-        return;
-    }
-    unsigned long ahead = index::deposit(next, free);
-    while (count != 0) {
-        const unsigned long length = std::min(run - (i & (run - 1)), count);
-        fill_probabilities(part.view, i | part.fixed, length, out, ahead | part.fixed);
-        out += length;
-        count -= length;
-        i = after(i + length - 1);
-        ahead = after(ahead + length - 1);
+    } else if (part.kept >= 8 && count >= part.kept && part.view.dim >= window) {
+        // With wide packs it is faster to form all of a window and to pick than to go for single elements.
+        alignas(64) typename Seq::proba_type all[window];
+        const unsigned long outside = ~(window - 1);
+        for (; count != 0; count -= part.kept) {
+            fill_probabilities(part.view, (i | part.fixed) & outside, window, all, (ahead | part.fixed) & outside);
+            for (unsigned k = 0; k < part.kept; ++k) out[k] = all[part.kept_at[k]];
+            out += part.kept;
+            i = part.after(i | (window - 1));
+            ahead = part.after(ahead | (window - 1));
+        }
+    } else {
+        for (; count != 0; --count) {
+            *out++ = probability_at(part.view, i | part.fixed);
+            i = part.after(i);
+        }
     }
 }
 

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+// Stores that go past the caches. A large array that is written once and not read soon would otherwise first be read
+// line by line, only to be overwritten, and drive out what the caches hold. The one place for intrinsics in this
+// folder: GCC has no portable spelling of such a store.
+
+namespace velacamplix::measurement {
+
+// Below this the reader probably finds the result in a cache, which streaming would deny him.
+inline constexpr unsigned long streaming_bytes = 16ul << 20;
+
+// Copies a multiple of 16 bytes. `to` is on a 16-byte boundary where `streamed` is asked for.
+template <bool streamed>
+inline void copy_run(void* to, const void* from, unsigned long bytes) {
+#if defined(__SSE2__)
+    if constexpr (streamed) {
+        const auto* source = static_cast<const __m128i*>(from);
+        auto* target = static_cast<__m128i*>(to);
+        for (unsigned long k = 0; k < bytes / sizeof(__m128i); ++k) {
+            _mm_stream_si128(target + k, _mm_loadu_si128(source + k));
+        }
+        return;
+    }
+#endif
+    std::memcpy(to, from, bytes);
+}
+
+inline bool can_stream(const void* to) { return reinterpret_cast<std::uintptr_t>(to) % 16 == 0; }
+
+// Makes a thread's streamed stores visible to the others, as the end of a parallel region does for ordinary ones.
+inline void finish_streaming() {
+#if defined(__SSE2__)
+    _mm_sfence();
+#endif
+}
+
+}  // namespace velacamplix::measurement
