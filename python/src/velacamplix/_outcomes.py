@@ -9,12 +9,15 @@ import numpy as np
 from .statevector import StateVector
 
 _PIECE = 2**18
+# The square of a few units in the last place of an amplitude, by the type of the values that are read.
+_NOISE = {"d": 1e-28, "D": 1e-28, "f": 1e-11, "F": 1e-11}
 
 
 def most_probable(state: StateVector, count: int, qubits: Sequence[int]) -> List[Tuple[str, float]]:
     """Return the `count` most probable outcomes of the listed qubits, first listed leftmost.
 
-    Impossible outcomes are left out. Of equally probable ones the lower numbers come first.
+    Impossible outcomes are left out, and with them those below what rounding leaves behind. Of outcomes that are
+    equally probable, but for rounding, the lower numbers come first.
 
     Examples
     --------
@@ -38,22 +41,30 @@ def most_probable(state: StateVector, count: int, qubits: Sequence[int]) -> List
 def _best_of(
     values: np.ndarray, count: int, probabilities: Callable[[np.ndarray], np.ndarray]
 ) -> List[Tuple[int, float]]:
-    best: List[Tuple[int, float]] = []
+    best: List[Tuple[float, int, float]] = []  # rank, position, probability
     for start in range(0, len(values), _PIECE):
         piece = probabilities(values[start : start + _PIECE])
-        floor = best[-1][1] if len(best) == count else 0.0
-        candidates = np.flatnonzero(piece > floor)
+        ranks = _without_rounding(piece)
+        floor = best[-1][0] if len(best) == count else _NOISE[values.dtype.char]
+        candidates = np.flatnonzero(ranks > floor)
         if len(candidates) > count:
             # Everything above the last place, and of those that share it the first ones.
-            last = np.partition(piece[candidates], -count)[-count]
-            above = candidates[piece[candidates] > last]
-            level = candidates[piece[candidates] == last][: count - len(above)]
+            last = np.partition(ranks[candidates], -count)[-count]
+            above = candidates[ranks[candidates] > last]
+            level = candidates[ranks[candidates] == last][: count - len(above)]
             candidates = np.concatenate([above, level])
-        best += [(start + int(i), float(piece[i])) for i in candidates]
-        best = sorted(best, key=lambda entry: (-entry[1], entry[0]))[:count]
-    return best
+        best += [(float(ranks[i]), start + int(i), float(piece[i])) for i in candidates]
+        best = sorted(best, key=lambda entry: (-entry[0], entry[1]))[:count]
+    return [(position, probability) for _, position, probability in best]
+
+
+def _without_rounding(probabilities: np.ndarray) -> np.ndarray:
+    """Round to a little more than half of the leading bits, so that what should be equal is equal."""
+    bits, dropped = (np.int64, 22) if probabilities.dtype == np.float64 else (np.int32, 10)
+    numbers = np.ascontiguousarray(probabilities).view(bits)
+    return ((numbers + (1 << (dropped - 1))) >> dropped << dropped).view(probabilities.dtype)
 
 
 def _squares(amplitudes: np.ndarray) -> np.ndarray:
-    return amplitudes.real.astype(np.float64) ** 2 + amplitudes.imag.astype(np.float64) ** 2
+    return amplitudes.real**2 + amplitudes.imag**2
 
