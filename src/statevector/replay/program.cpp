@@ -13,8 +13,9 @@ namespace pbamplix::cpu {
 
 using namespace velacamplix;
 
+// Hidden: its members have no place among the shared library's symbols.
 template <class T>
-struct program<T>::implementation {
+struct [[gnu::visibility("hidden")]] program<T>::implementation {
     unsigned int nqubits;
     std::vector<gates::operation<T>> operations;
     std::optional<replay::schedule<T>> schedule;
