@@ -2,12 +2,18 @@
 
 #include <pybind11/pybind11.h>
 
-// Each function adds one class, in both precisions, to the extension module.
+// Each function adds one subject, in both precisions, to the extension module.
 
 namespace velacamplix::python {
 
 void bind_circuit_record(pybind11::module_& module);
-void bind_statevector(pybind11::module_& module);   // after the record, which it takes as an argument
-void bind_matrix_gates(pybind11::module_& module);  // after the state vector
+void bind_statevector(pybind11::module_& module);  // after the record, which it takes as an argument
+
+// What follows takes the state vector as an argument.
+void bind_matrix_gates(pybind11::module_& module);
+void bind_sampling(pybind11::module_& module);
+void bind_observables(pybind11::module_& module);
+void bind_loading(pybind11::module_& module);
+void bind_exports(pybind11::module_& module);
 
 }  // namespace velacamplix::python

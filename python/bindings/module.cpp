@@ -12,4 +12,8 @@ PYBIND11_MODULE(_core, module) {
     bind_circuit_record(module);
     bind_statevector(module);
     bind_matrix_gates(module);
+    bind_sampling(module);
+    bind_observables(module);
+    bind_loading(module);
+    bind_exports(module);
 }

@@ -57,7 +57,7 @@ def test_every_gate_of_the_vocabulary_has_a_method():
 
 
 def test_matrix_is_recorded_row_by_row():
-    circuit = Circuit(2).matrix(np.arange(16).reshape(4, 4), [1, 0], unitary=False)
+    circuit = Circuit(2).matrix(np.arange(16).reshape(4, 4), [1, 0], check=False)
     assert circuit[0] == Instruction("matrix", (1, 0), tuple(map(complex, range(16))))
     assert all(type(entry) is complex for entry in circuit[0].params)
 

@@ -144,7 +144,7 @@ def test_an_angle_beyond_single_precision_is_refused():
 
 
 def test_a_matrix_beyond_single_precision_is_refused():
-    circuit = Circuit(1).x(0).matrix([[1e300j, 0], [0, 1]], 0, unitary=False)
+    circuit = Circuit(1).x(0).matrix([[1e300j, 0], [0, 1]], 0, check=False)
     state = StateVector(1, "single")
     with pytest.raises(ValueError, match="instruction 1 .*matrix entry must fit single precision.*1e.300"):
         state.run(circuit)

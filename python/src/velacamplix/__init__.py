@@ -8,12 +8,24 @@
 """
 
 from ._core import version as _version
+from ._expectations import Estimate
 from ._run import UnsupportedInstruction
 from .circuit import Circuit
 from .instruction import Condition, Instruction, Register
+from .observable import Observable, Term
 from .statevector import StateVector
 
-__all__ = ["Circuit", "Condition", "Instruction", "Register", "StateVector", "UnsupportedInstruction"]
+__all__ = [
+    "Circuit",
+    "Condition",
+    "Estimate",
+    "Instruction",
+    "Observable",
+    "Register",
+    "StateVector",
+    "Term",
+    "UnsupportedInstruction",
+]
 
 # That of the library which was loaded.
 __version__ = _version()

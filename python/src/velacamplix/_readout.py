@@ -2,28 +2,25 @@
 
 from __future__ import annotations
 
-from typing import Any, Callable, Iterable, Optional, Tuple, Union
+from typing import Optional, Union
 
 import numpy as np
 
-from . import _check, _memory
+from . import _check_readout, _memory
+from ._state_part import Qubits, StatePart
 
 
-class Readout:
+class Readout(StatePart):
     """Probabilities of outcomes. Nothing here changes the state."""
 
-    _n_qubits: int
-    _amplitude_type: type
-    _live: Callable[[], Any]
-
-    def probability(self, outcome: Union[int, str], qubits: Optional[Iterable[int]] = None, order: str = "big") -> float:
+    def probability(self, outcome: Union[int, str], qubits: Optional[Qubits] = None, order: str = "big") -> float:
         """Return the probability that the listed qubits read an outcome.
 
         Parameters
         ----------
         outcome : int or str
             A number from 0 to 2**k - 1 or a text of k characters 0 and 1, for k qubits.
-        qubits : sequence of int, optional
+        qubits : int or sequence of int, optional
             Distinct qubits; all n by default.
         order : {"big", "little"}
             Whether the first listed qubit is the leftmost, most significant bit of the outcome or the rightmost.
@@ -42,17 +39,17 @@ class Readout:
         >>> state.probability(3)
         1.0
         """
-        core, listed, order = self._live(), self._listed(qubits), _check.order(order)
-        index = _outcome(outcome, len(listed))
+        core, listed = self._live(), self._highest_first(qubits, order)
+        index = _check_readout.outcome(outcome, len(listed))
         # The core reads the first listed qubit as the least significant bit.
-        return core.probability(index, listed[::-1] if order == "big" else listed)
+        return float(core.probability(index, listed[::-1]))
 
-    def distribution(self, qubits: Optional[Iterable[int]] = None, order: str = "big") -> np.ndarray:
+    def distribution(self, qubits: Optional[Qubits] = None, order: str = "big") -> np.ndarray:
         """Return the probabilities of all outcomes of the listed qubits.
 
         Parameters
         ----------
-        qubits : sequence of int, optional
+        qubits : int or sequence of int, optional
             k distinct qubits; all n by default.
         order : {"big", "little"}
             Whether the first listed qubit is the most or the least significant bit of a position.
@@ -76,21 +73,9 @@ class Readout:
         >>> [round(float(p), 6) for p in state.distribution([0, 2])]
         [0.0, 0.0, 0.5, 0.5]
         """
-        core, listed, order = self._live(), self._listed(qubits), _check.order(order)
+        core, listed = self._live(), self._highest_first(qubits, order)
         needed = np.dtype(self._amplitude_type).itemsize // 2 << len(listed)
         _memory.require_bytes(needed, f"the distribution of {len(listed)} qubits")
         # The core's first listed qubit is the most significant bit.
-        return core.distribution(listed if order == "big" else listed[::-1])
-
-    def _listed(self, qubits: Optional[Iterable[int]]) -> Tuple[int, ...]:
-        return tuple(range(self._n_qubits)) if qubits is None else _check.qubits(qubits, self._n_qubits, at_least=0)
-
-
-def _outcome(outcome: Union[int, str], length: int) -> int:
-    if not isinstance(outcome, str):
-        return _check.integer(outcome, "outcome", minimum=0, maximum=2**length - 1)
-    if len(outcome) != length or set(outcome) - {"0", "1"}:
-        raise ValueError(
-            f"outcome must be a text of {length} characters 0 and 1, one per qubit, got {_check.show(outcome)}"
-        )
-    return int(outcome, 2) if length else 0
+        distribution: np.ndarray = core.distribution(listed)
+        return distribution

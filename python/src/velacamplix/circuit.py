@@ -6,7 +6,7 @@ import os
 from dataclasses import replace
 from typing import Any, Iterable, Iterator, List, Optional, Sequence, Tuple, Union
 
-from . import _check, _check_circuit
+from . import _check, _check_circuit, _check_readout
 from ._circuit_gates import GateMethods
 from ._circuit_steps import StepMethods
 from .instruction import Condition, Instruction, Register
@@ -132,7 +132,7 @@ class Circuit(GateMethods, StepMethods):
         controls: Union[int, Sequence[int]] = (),
         *,
         order: str = "big",
-        unitary: bool = True,
+        check: bool = True,
     ) -> Circuit:
         """Add a gate given by its matrix.
 
@@ -147,7 +147,7 @@ class Circuit(GateMethods, StepMethods):
         order : {"big", "little"}
             Which target is the highest bit of a row's number: the first listed
             ("big") or the last ("little").
-        unitary : bool
+        check : bool
             False accepts a matrix that does not keep the norm.
 
         Raises
@@ -165,7 +165,7 @@ class Circuit(GateMethods, StepMethods):
         """
         targets = _check.qubits(qubits, self._n_qubits)
         control_qubits = _check.controls(controls, targets, self._n_qubits)
-        entries = _check.matrix(matrix, len(targets), unitary=unitary)
+        entries = _check.matrix(matrix, len(targets), unitary=_check_readout.flag(check, "check"))
         if _check.order(order) == "little":
             targets = targets[::-1]
         return self._add("matrix", targets, tuple(entries.ravel().tolist()), control_qubits)

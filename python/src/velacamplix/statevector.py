@@ -6,20 +6,24 @@ from typing import Any, Iterable, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from . import _check, _core, _machine, _memory, _run
+from . import _check, _check_data, _check_readout, _core, _machine, _memory, _run
 from ._circuit_gates import GateMethods
+from ._copies import Copies
+from ._expectations import Expectations
+from ._loading import Loading
+from ._matrices import MatrixGates
 from ._readout import Readout
+from ._sampling import Sampling
+from ._state_part import bit_string
 from .circuit import Circuit
 
 _CORE_TYPES = {
     "single": (_core.StateVectorSingle, np.complex64),
     "double": (_core.StateVectorDouble, np.complex128),
 }
-# How far from 1 the norm of given amplitudes may be: what rounding to single precision can cause.
-_NORM_TOLERANCE = 1e-5
 
 
-class StateVector(GateMethods, Readout):
+class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loading, Copies):
     """A pure state of `n` qubits as 2**n amplitudes, in the basis state 0 at first.
 
     Parameters
@@ -31,6 +35,9 @@ class StateVector(GateMethods, Readout):
     threads : int, optional
         Number of threads for every operation. By default the environment variable VELACAMPLIX_NUM_THREADS decides,
         then OMP_NUM_THREADS, then the processors this process may use.
+    seed : int, optional
+        Of 32 bits, where the random numbers of `sample`, `measure` and `estimate` start. By default it is drawn by
+        chance.
 
     Raises
     ------
@@ -46,7 +53,8 @@ class StateVector(GateMethods, Readout):
     leftmost and most significant; ``"little"`` has it rightmost and least significant.
 
     Every gate acts at once, in place, and returns the object, so that calls can be chained. Other Python threads run while one
-    computes; two threads that use the same object take turns.
+    computes; two threads that use the same object take turns. In ``with StateVector(n) as state:`` the memory is
+    released at the end.
 
     Examples
     --------
@@ -59,10 +67,15 @@ class StateVector(GateMethods, Readout):
     0.5
     """
 
-    def __init__(self, n: int, precision: str = "double", threads: Optional[int] = None) -> None:
-        self._n_qubits = _check.integer(n, "n", minimum=0)
-        self._precision = _check.precision(precision)
-        self._threads = _thread_count(threads)
+    def __init__(
+        self, n: int, precision: str = "double", threads: Optional[int] = None, seed: Optional[int] = None
+    ) -> None:
+        self._start(
+            _check.integer(n, "n", minimum=0), _check.precision(precision), _thread_count(threads), _check_readout.seed(seed)
+        )
+
+    def _start(self, n: int, precision: str, threads: int, seed: Optional[int] = None) -> None:
+        self._n_qubits, self._precision, self._threads = n, precision, threads
         _memory.require_state(self._n_qubits, self._precision)
         core_type, self._amplitude_type = _CORE_TYPES[self._precision]
         try:
@@ -74,6 +87,8 @@ class StateVector(GateMethods, Readout):
                 f"the system has no memory for n={self._n_qubits} qubits in {self._precision} precision"
             ) from None
         self._core.set_num_threads(self._threads)
+        if seed is not None:
+            _core.set_seed(self._core, seed)
         self._core.reset()
 
     # What the object is
@@ -171,10 +186,10 @@ class StateVector(GateMethods, Readout):
         elif isinstance(state, str):
             core.reset_to_str(self._product(state, order))
         elif isinstance(state, Iterable):
-            self._reset_from(self._amplitudes(state), order)
+            self._reset_from(_check_data.amplitudes(state, self._n_qubits, "state"), order)
         else:
             index = _check.integer(state, "state", minimum=0, maximum=2**self._n_qubits - 1)
-            core.reset_to_str(self._product(_bit_string(index, self._n_qubits), order))
+            core.reset_to_str(self._product(bit_string(index, self._n_qubits), order))
         return self
 
     def _product(self, text: str, order: str) -> str:
@@ -191,23 +206,9 @@ class StateVector(GateMethods, Readout):
         # The core's first character belongs to qubit n - 1.
         return text[::-1] if order == "big" else text
 
-    def _amplitudes(self, state: Any) -> np.ndarray:
-        expected = f"state must be an array of 2**{self._n_qubits} = {2**self._n_qubits} amplitudes"
-        try:
-            amplitudes = np.asarray(state)
-        except ValueError:
-            raise ValueError(f"{expected}, got {_check.show(state)}") from None
-        if amplitudes.dtype.kind not in "iufc":
-            raise TypeError(f"{expected}, got {_check.show(amplitudes)}")
-        if amplitudes.shape != (2**self._n_qubits,):
-            raise ValueError(f"{expected}, got shape {amplitudes.shape}")
-        norm = _norm(amplitudes)
-        if not abs(norm - 1) <= _NORM_TOLERANCE:
-            raise ValueError(f"state must be finite and have norm 1, got an array of norm {norm:.6g}")
-        return np.ascontiguousarray(amplitudes, dtype=self._amplitude_type)
-
     def _reset_from(self, amplitudes: np.ndarray, order: str) -> None:
         core = self._live()
+        amplitudes = np.ascontiguousarray(amplitudes, dtype=self._amplitude_type)
         if order == "little":
             core.view()[:] = amplitudes
         elif np.may_share_memory(amplitudes, core.view()):
@@ -262,17 +263,3 @@ def _thread_count(threads: Optional[int]) -> int:
         return _machine.default_threads()[0]
     return _check.integer(threads, "threads", minimum=1, maximum=_machine.MOST_THREADS)
 
-
-def _bit_string(index: int, length: int) -> str:
-    return format(index, f"0{length}b") if length else ""
-
-
-def _norm(amplitudes: np.ndarray) -> float:
-    # In double precision, and piece by piece so that no second array of this size is needed.
-    piece = 2**16
-    squares = 0.0
-    # Too large a number is not worth a warning: the caller refuses an infinite norm.
-    with np.errstate(all="ignore"):
-        for start in range(0, amplitudes.size, piece):
-            squares += float(np.linalg.norm(amplitudes[start : start + piece].astype(np.complex128))) ** 2
-    return float(np.sqrt(squares))

@@ -1,0 +1,120 @@
+#include "bindings.hpp"
+#include "held_state.hpp"
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace velacamplix::python {
+
+namespace {
+
+using Qubits = std::vector<unsigned int>;
+
+constexpr const char* impossible = "an outcome of probability zero cannot be projected onto";
+
+// `value` has the first listed qubit as its most significant bit; `probability` alone reads it as the least.
+template <class State>
+bool is_impossible(State& state, Qubits qubits, unsigned long value) {
+    std::reverse(qubits.begin(), qubits.end());
+    return state.probability(value, qubits) == 0;
+}
+
+// Fills `shots`. An empty list of qubits means all.
+template <class T>
+void sample(HeldState<T>& held, py::array_t<unsigned long, py::array::c_style> shots, const Qubits& qubits) {
+    unsigned long* outcomes = shots.mutable_data();
+    const auto count = static_cast<unsigned long>(shots.size());
+    held.with_state([&](auto& state) {
+        if (qubits.empty()) {
+            state.sample(outcomes, count);
+        } else {
+            state.sample_subset(outcomes, qubits, count);
+        }
+    });
+}
+
+template <class T>
+unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
+    return held.with_state([&](auto& state) {
+        unsigned long outcome = state.measure(qubits);
+        if (!collapse) return outcome;
+        // A draw above the rounded total, or of exactly 0, gives an outcome that need not be possible. Such draws are
+        // rare, unless nothing is possible.
+        for (int draws = 1; is_impossible(state, qubits, outcome); ++draws) {
+            if (draws == 100) throw std::domain_error("the state has norm zero: it has no outcome to collapse to");
+            outcome = state.measure(qubits);
+        }
+        state.project(qubits, outcome);
+        return outcome;
+    });
+}
+
+// Unlike the library's own projection, a refused one leaves the state as it was.
+template <class T>
+void project(HeldState<T>& held, const Qubits& qubits, unsigned long value, bool reset) {
+    held.with_state([&](auto& state) {
+        if (is_impossible(state, qubits, value)) throw std::domain_error(impossible);
+        if (reset) {
+            state.project_then_reset(qubits, value);
+        } else {
+            state.project(qubits, value);
+        }
+    });
+}
+
+template <class T>
+unsigned int seed(HeldState<T>& held) {
+    return held.with_state([](auto& state) { return state.seed; });
+}
+
+template <class T>
+void set_seed(HeldState<T>& held, unsigned int seed) {
+    held.with_state([&](auto& state) {
+        state.seed = seed;
+        state.rng.seed(seed);
+    });
+}
+
+// The seed and the engine's words and position, as numbers in a text.
+template <class T>
+std::string engine(HeldState<T>& held) {
+    return held.with_state([](auto& state) {
+        std::ostringstream text;
+        text << state.seed << ' ' << state.rng;
+        return text.str();
+    });
+}
+
+template <class T>
+void set_engine(HeldState<T>& held, const std::string& numbers) {
+    held.with_state([&](auto& state) {
+        std::istringstream text(numbers);
+        unsigned int seed = 0;
+        std::mt19937_64 rng;
+        if (!(text >> seed >> rng)) throw std::invalid_argument("this is not the state of a random engine");
+        state.seed = seed;
+        state.rng = rng;
+    });
+}
+
+template <class T>
+void bind_one_precision(py::module_& module) {
+    module.def("sample", &sample<T>, py::arg("state"), py::arg("shots").noconvert(), py::arg("qubits"));
+    module.def("measure", &measure<T>, py::arg("state"), py::arg("qubits"), py::arg("collapse"));
+    module.def("project", &project<T>, py::arg("state"), py::arg("qubits"), py::arg("value"), py::arg("reset"));
+    module.def("seed", &seed<T>, py::arg("state"));
+    module.def("set_seed", &set_seed<T>, py::arg("state"), py::arg("seed"));
+    module.def("engine", &engine<T>, py::arg("state"));
+    module.def("set_engine", &set_engine<T>, py::arg("state"), py::arg("numbers"));
+}
+
+}  // namespace
+
+void bind_sampling(py::module_& module) {
+    bind_one_precision<float>(module);
+    bind_one_precision<double>(module);
+}
+
+}  // namespace velacamplix::python

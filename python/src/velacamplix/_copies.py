@@ -1,0 +1,84 @@
+"""Copies of the object itself, and the end of its life."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any, Tuple
+
+import numpy as np
+
+from . import _core, _machine
+from ._exports import Exports
+
+if TYPE_CHECKING:
+    from typing_extensions import Self
+
+
+class Copies(Exports):
+    """`copy`, the functions of the module `copy`, `pickle`, and the statement `with`."""
+
+    def copy(self) -> Self:
+        """Return an independent object with the same amplitudes and settings that will draw the same shots.
+
+        Raises
+        ------
+        MemoryError
+            If the copy does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(1)
+        >>> other = state.copy().x(0)
+        >>> state.to_dict(), other.to_dict()
+        ({'0': (1+0j)}, {'1': (1+0j)})
+        """
+        core, other = self._live(), self._another(self._n_qubits, self._precision, self._threads)
+        _core.copy_amplitudes(core, other._live().view(), False)
+        _core.set_engine(other._live(), _core.engine(core))
+        return other
+
+    def __copy__(self) -> Self:
+        return self.copy()
+
+    def __deepcopy__(self, memo: Any) -> Self:
+        return self.copy()
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        engine = _core.engine(self._live())
+        # A copy rather than a view: a gate may act while the pickle is being written.
+        amplitudes = self.statevector(order="little")
+        return _unpickled, (type(self), self._n_qubits, self._precision, self._threads, engine, amplitudes)
+
+    def __enter__(self) -> Self:
+        self._live()
+        return self
+
+    def __exit__(self, kind: Any, error: Any, traceback: Any) -> None:
+        try:
+            self.release()
+        except BufferError:
+            # A view that still exists is a mistake, but not one to hide another by.
+            if error is None:
+                raise
+
+    def release(self) -> None:
+        """Give the memory back."""
+        raise NotImplementedError
+
+    @classmethod
+    def _another(cls, n: int, precision: str, threads: int) -> Self:
+        """Return a new state, also of a class whose constructor takes other arguments."""
+        made = cls.__new__(cls)
+        made._start(n, precision, threads)
+        return made
+
+    def _start(self, n: int, precision: str, threads: int) -> None:
+        raise NotImplementedError
+
+
+def _unpickled(kind: Any, n: int, precision: str, threads: int, engine: str, amplitudes: np.ndarray) -> Any:
+    # Another machine may have fewer processors.
+    state = kind._another(n, precision, min(threads, _machine.MOST_THREADS))
+    state._live().view()[:] = amplitudes
+    _core.set_engine(state._live(), engine)
+    return state

@@ -1,0 +1,144 @@
+"""Expectation values, exact and from shots."""
+
+from __future__ import annotations
+
+from typing import Any, NamedTuple, Union
+
+import numpy as np
+
+from . import _check_readout, _core, _memory
+from ._state_part import StatePart
+from .observable import Observable, ObservableLike
+
+Values = Union[float, complex, np.ndarray]
+
+
+class Estimate(NamedTuple):
+    """A mean over shots and its standard error."""
+
+    mean: Values
+    standard_error: Values
+
+
+class Expectations(StatePart):
+    """Whatever `Observable` takes will do for an observable."""
+
+    def expectation(self, observable: ObservableLike) -> Union[float, complex]:
+        """Return the exact expectation value; the state does not change.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict or list
+            On at most n qubits.
+
+        Returns
+        -------
+        float
+            Or ``complex``, if a coefficient is.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If this is no observable, or one on more qubits.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> StateVector(2).x(1).expectation("0.5*Z0 Z1 + 3")
+        2.5
+        """
+        core, checked = self._live(), self._observable(observable)
+        value = _core.expectation(core, checked.compiled(self._precision))
+        return value if checked.is_complex else value.real
+
+    def term_values(self, observable: ObservableLike) -> np.ndarray:
+        """Return coefficient times expectation value of every term.
+
+        Returns
+        -------
+        numpy.ndarray, shape (number of terms,)
+            In the order of ``observable.terms``, without the constant; ``float64``, or ``complex128`` if a coefficient
+            is complex.
+
+        Raises
+        ------
+        TypeError, ValueError
+            As for `expectation`.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> StateVector(2).x(1).term_values("0.5*Z0 + 2*Z1 + 3").tolist()
+        [0.5, -2.0]
+        """
+        core, checked = self._live(), self._observable(observable)
+        return _values(_core.term_values(core, checked.compiled(self._precision)), checked)
+
+    def estimate(self, observable: ObservableLike, shots: int, per_term: bool = False) -> Estimate:
+        """Estimate an expectation value from shots, as a quantum computer would.
+
+        Every term has its own shots: its qubits are turned into its basis, measured `shots` times, and turned back.
+        Rounding aside the state does not change.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict or list
+            On at most n qubits.
+        shots : int
+            For every term, at least 1.
+        per_term : bool
+            True gives coefficient times mean and the standard error of every term in place of the sum.
+
+        Returns
+        -------
+        mean, standard_error : float, or numpy.ndarray of shape (number of terms,)
+            A named tuple. The sum includes the constant, the terms do not. One shot has the standard error 0. Means
+            are complex if a coefficient is; an error then is its magnitude.
+
+        Raises
+        ------
+        TypeError, ValueError
+            As for `expectation`, or if `shots` is no integer of at least 1.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(2, seed=1).h(0)
+        >>> state.estimate("2*X0 - Z1 + 1", shots=100)
+        Estimate(mean=2.0, standard_error=0.0)
+        >>> mean, error = state.estimate("Z0", shots=10000)
+        >>> abs(mean) < 5 * error, round(error, 4)
+        (True, 0.01)
+        """
+        core, checked = self._live(), self._observable(observable)
+        count, separate = _check_readout.shots(shots, minimum=1), _check_readout.flag(per_term, "per_term")
+        checked.compiled(self._precision)  # refuses coefficients beyond single precision
+        longest = max((len(term.qubits) for term in checked.terms), default=0)
+        needed = (np.dtype(self._amplitude_type).itemsize // 2) << longest
+        _memory.require_bytes(needed, f"the table of outcomes of a term on {longest} qubits")
+
+        means, errors = _core.estimate(
+            core, [(term.coefficient, term.paulis, term.qubits) for term in checked.terms], count
+        )
+        values, deviations = _values(means, checked), np.abs(errors).astype(np.float64)
+        if separate:
+            return Estimate(values, deviations)
+        # Terms are drawn independently, so the squares of their errors add up.
+        return Estimate(
+            (values.sum() + checked.constant).item(), float(np.sqrt((deviations * deviations).sum()))
+        )
+
+    def _observable(self, observable: Any) -> Observable:
+        checked = observable if isinstance(observable, Observable) else Observable(observable)
+        if checked.n_qubits > self._n_qubits:
+            raise ValueError(
+                f"observable must act on at most {self._n_qubits} qubit(s), those of the state, got one on "
+                f"{checked.n_qubits}"
+            )
+        return checked
+
+
+def _values(values: np.ndarray, observable: Observable) -> np.ndarray:
+    if any(isinstance(term.coefficient, complex) for term in observable.terms):
+        return values.astype(np.complex128)
+    return values.real.astype(np.float64)

@@ -1,0 +1,165 @@
+"""Copies of the state in the order a caller wants, whole or only what is not small."""
+
+from __future__ import annotations
+
+import math
+from typing import Dict, Optional
+
+import numpy as np
+
+from . import _check, _check_readout, _core, _memory
+from ._state_part import Qubits, StatePart, bit_string
+
+# What one entry takes while a dictionary is made: a node of the core's map, two numbers, the text, its value, its slot.
+_BYTES_PER_ENTRY = 400
+
+
+class Exports(StatePart):
+    """Nothing here changes the state."""
+
+    def statevector(self, order: str = "big", out: Optional[np.ndarray] = None) -> np.ndarray:
+        """Return a copy of the 2**n amplitudes.
+
+        Parameters
+        ----------
+        order : {"big", "little"}
+            Whether qubit 0 is the most or the least significant bit of a position. "little" is the order of `array`.
+        out : numpy.ndarray, shape (2**n,), optional
+            Where to put the copy: ``complex128`` for double precision, ``complex64`` for single.
+
+        Returns
+        -------
+        numpy.ndarray, shape (2**n,)
+            `out`, if it was given.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `out` is no such array, not contiguous, not writable, or shares memory with the state.
+        MemoryError
+            If the copy does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(3).x(0)
+        >>> int(state.statevector().argmax()), int(state.statevector(order="little").argmax())
+        (4, 1)
+        """
+        core, permuted = self._live(), _check.order(order) == "big"
+        length = 2**self._n_qubits
+        if out is None:
+            _memory.require_bytes(
+                length * np.dtype(self._amplitude_type).itemsize, f"a copy of the amplitudes of {self._n_qubits} qubits"
+            )
+            out = np.empty(length, dtype=self._amplitude_type)
+        else:
+            out = _check_readout.output(out, length, self._amplitude_type)
+            if np.may_share_memory(out, core.view()):
+                raise ValueError("out must not share memory with the state, got a view made by .array")
+        _core.copy_amplitudes(core, out, permuted)
+        return out
+
+    def to_dict(self, threshold: float = 0.0, order: str = "big") -> Dict[str, complex]:
+        """Return the amplitudes that are not small, by basis state.
+
+        Parameters
+        ----------
+        threshold : float
+            Only amplitudes of a magnitude above this are listed; with 0, the default, all whose square is not zero.
+        order : {"big", "little"}
+            Whether the first character of a key belongs to qubit 0 or to qubit n - 1.
+
+        Returns
+        -------
+        dict of str to complex
+            Keys are texts of n characters, in increasing order.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If the threshold is no finite number, or negative.
+        MemoryError
+            If so many entries do not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> StateVector(3).reset("011").to_dict()
+        {'011': (1+0j)}
+        >>> StateVector(3).reset("011").to_dict(order="little")
+        {'110': (1+0j)}
+        """
+        core, order, limit = self._live(), _check.order(order), _check_readout.threshold(threshold)
+        self._require_entries(core, self._n_qubits, limit)
+        keys, values = _core.mapped_amplitudes(core, limit)
+        texts = [bit_string(key, self._n_qubits) for key in keys.tolist()]
+        if order == "big":
+            return dict(zip(texts, values.tolist()))
+        return dict(sorted((text[::-1], value) for text, value in zip(texts, values.tolist())))
+
+    def distribution_dict(
+        self, qubits: Optional[Qubits] = None, threshold: float = 0.0, order: str = "big"
+    ) -> Dict[str, float]:
+        """Return the probabilities of the outcomes that are not improbable.
+
+        Parameters
+        ----------
+        qubits : int or sequence of int, optional
+            k distinct qubits; all n by default.
+        threshold : float
+            Only probabilities above this are listed.
+        order : {"big", "little"}
+            Whether the first listed qubit is the leftmost character of a key or the rightmost.
+
+        Returns
+        -------
+        dict of str to float
+            Keys are texts of k characters, in increasing order. An empty list gives the total as "".
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If a qubit is no integer, outside the range, or named twice, or the threshold no finite number of at
+            least 0.
+        MemoryError
+            If so many entries do not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(3).reset("10+")
+        >>> {outcome: round(p, 6) for outcome, p in state.distribution_dict([0, 2]).items()}
+        {'10': 0.5, '11': 0.5}
+        """
+        core, listed, limit = self._live(), self._highest_first(qubits, order), _check_readout.threshold(threshold)
+        if len(listed) == self._n_qubits:
+            self._require_entries(core, len(listed), math.sqrt(limit))
+        else:
+            self._require_entries(core, len(listed), None)
+        # The core takes the root of a probability for its threshold. What lies between a root rounded down and the
+        # true one is sorted out here.
+        keys, values = _core.mapped_distribution(core, math.sqrt(limit) * (1 - 1e-6), listed)
+        return {
+            bit_string(key, len(listed)): value
+            for key, value in zip(keys.tolist(), values.tolist())
+            if value > limit
+        }
+
+    def _require_entries(self, core: object, n_qubits: int, magnitude: Optional[float]) -> None:
+        """Refuse a dictionary of outcomes of `n_qubits` that does not fit; the core would end the process."""
+        most = 2**n_qubits
+        try:
+            _memory.require_bytes(_BYTES_PER_ENTRY * most, "")
+        except MemoryError:
+            if magnitude is not None:
+                most = _above(core.view(), magnitude)  # type: ignore[attr-defined]
+            _memory.require_bytes(_BYTES_PER_ENTRY * most, f"a dictionary of {most} entries")
+
+
+def _above(amplitudes: np.ndarray, magnitude: float) -> int:
+    piece = 2**18
+    count = 0
+    for start in range(0, len(amplitudes), piece):
+        count += int(np.count_nonzero(np.abs(amplitudes[start : start + piece]) > magnitude))
+    return count

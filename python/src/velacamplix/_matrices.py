@@ -1,0 +1,85 @@
+"""Gates given by their matrix."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+
+from . import _check, _check_readout, _core, _machine, _memory
+from ._state_part import Qubits, StatePart, highest_first
+
+if TYPE_CHECKING:
+    from typing_extensions import Self
+
+_LARGEST_SINGLE = float(np.finfo(np.float32).max)
+
+
+class MatrixGates(StatePart):
+    """One method for any number of targets and controls."""
+
+    def matrix(
+        self, matrix: Any, qubits: Qubits, controls: Qubits = (), *, order: str = "big", check: bool = True
+    ) -> Self:
+        """Apply the matrix of a gate on k qubits.
+
+        A matrix whose entries beside the diagonal are exactly zero takes a shorter way.
+
+        Parameters
+        ----------
+        matrix : array_like, shape (2**k, 2**k)
+            Real or complex numbers, of any type and memory layout.
+        qubits : int or sequence of int
+            The k targets.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+        order : {"big", "little"}
+            Which target is the highest bit of a row's number: the first listed ("big") or the last ("little").
+        check : bool
+            False accepts a matrix that is not unitary; the state then need not keep norm 1.
+
+        Raises
+        ------
+        TypeError, IndexError
+            If the matrix does not hold numbers, or a qubit is no integer or not in the state.
+        ValueError
+            If the shape does not fit, an entry is not finite or does not fit the state's precision, the matrix is not
+            unitary, or qubits repeat.
+        MemoryError
+            If the working copies of the matrix, one per thread, do not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> cycle = [[0, 0, 0, 1], [1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 1, 0]]      # adds 1 modulo 4
+        >>> StateVector(3).x(0).matrix(cycle, qubits=[1, 2], controls=0).counts(1)
+        {'101': 1}
+        """
+        core = self._live()
+        targets = _check.qubits(qubits, self._n_qubits)
+        control_qubits = _check.controls(controls, targets, self._n_qubits)
+        ordered = highest_first(targets, order)
+        entries = _check.matrix(matrix, len(targets), unitary=_check_readout.flag(check, "check"))
+        if self._precision == "single":
+            _require_single(entries)
+        _core.apply_matrix(core, self._fitting(entries), ordered, control_qubits)
+        return self
+
+    def _fitting(self, entries: np.ndarray) -> np.ndarray:
+        # One copy for the core's argument, one per thread for its work. The library counts free memory only, without
+        # what the page cache would give up.
+        size = entries.size * np.dtype(self._amplitude_type).itemsize
+        needed, free = (self._threads + 2) * size, _machine.memory().usable
+        if needed > free:
+            raise MemoryError(
+                f"the working copies of a matrix of {len(entries)} rows on {self._threads} thread(s) need "
+                f"{_memory.human(needed)}; {_memory.human(free)} are free"
+            )
+        return entries.astype(self._amplitude_type, copy=False)
+
+
+def _require_single(entries: np.ndarray) -> None:
+    too_large = np.maximum(np.abs(entries.real), np.abs(entries.imag)) > _LARGEST_SINGLE
+    if too_large.any():
+        entry = complex(entries[too_large][0])
+        raise ValueError(f"matrix entry must fit single precision, got {entry!r}")

@@ -1,0 +1,208 @@
+"""Drawing outcomes, and the state after an outcome."""
+
+from __future__ import annotations
+
+import secrets
+from typing import TYPE_CHECKING, Dict, Iterator, Optional, Tuple, Union
+
+import numpy as np
+
+from . import _check, _check_readout, _core, _memory
+from ._state_part import Qubits, StatePart, bit_string, highest_first
+
+if TYPE_CHECKING:
+    from typing_extensions import Self
+
+
+class Sampling(StatePart):
+    """Shots leave the state as it is; `project` and a collapsing `measure` do not."""
+
+    @property
+    def seed(self) -> int:
+        """Where the object's random numbers started, from 0 to 2**32 - 1; setting it starts them again.
+
+        Every shot takes one number, and which shot takes which depends on nothing but their order: the same seed gives
+        the same shots, whatever the number of threads. ``None`` chooses a seed by chance.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(4, seed=7).reset("++++")
+        >>> first = state.sample(5)
+        >>> state.seed = 7
+        >>> bool((state.sample(5) == first).all())
+        True
+        """
+        return int(_core.seed(self._live()))
+
+    @seed.setter
+    def seed(self, seed: Optional[int]) -> None:
+        number = _check_readout.seed(seed)
+        _core.set_seed(self._live(), secrets.randbits(32) if number is None else number)
+
+    def sample(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> np.ndarray:
+        """Draw outcomes of the listed qubits; the state does not change.
+
+        Parameters
+        ----------
+        shots : int
+            How many, 0 or more.
+        qubits : int or sequence of int, optional
+            Distinct qubits; all n by default.
+        order : {"big", "little"}
+            Whether the first listed qubit is the most or the least significant bit of an outcome.
+
+        Returns
+        -------
+        numpy.ndarray, shape (shots,)
+            Outcomes as ``uint64``, in the order drawn.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If `shots` is no integer or negative, or a qubit is no integer, outside the range, or named twice.
+        MemoryError
+            If the result does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(3).reset("011")
+        >>> state.sample(2).tolist(), state.sample(2, order="little").tolist(), state.sample(2, [0, 2]).tolist()
+        ([3, 3], [6, 6], [1, 1])
+        """
+        core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
+        _memory.require_bytes(8 * count, f"an array of {count} shots")
+        outcomes: np.ndarray = np.zeros(count, dtype=np.uint64)
+        if listed:  # the core takes an empty list for all qubits
+            for start, stop in self._pieces(count):
+                _core.sample(core, outcomes[start:stop], listed)
+        return outcomes
+
+    def counts(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> Dict[str, int]:
+        """Draw outcomes as `sample` does and count how often each came.
+
+        Returns
+        -------
+        dict of str to int
+            Keys are texts of one character per listed qubit, in increasing order; their numbers add up to `shots`.
+            ``order`` tells whether the first listed qubit is leftmost or rightmost. The shots are not kept, so their
+            number is not limited by memory.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            As for `sample`.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> StateVector(2, seed=1).x(1).counts(100)
+        {'01': 100}
+        >>> sum(StateVector(2).h(0).cnot(0, 1).counts(1000).values())
+        1000
+        """
+        core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
+        if not listed:
+            return {"": count} if count else {}
+        totals: Dict[int, int] = {}
+        for start, stop in self._pieces(count):
+            piece: np.ndarray = np.empty(stop - start, dtype=np.uint64)
+            _core.sample(core, piece, listed)
+            outcomes, numbers = np.unique(piece, return_counts=True)
+            for outcome, number in zip(outcomes.tolist(), numbers.tolist()):
+                totals[outcome] = totals.get(outcome, 0) + number
+        return {bit_string(outcome, len(listed)): totals[outcome] for outcome in sorted(totals)}
+
+    def measure(self, qubits: Optional[Qubits] = None, collapse: bool = False, order: str = "big") -> int:
+        """Draw one outcome of the listed qubits.
+
+        Parameters
+        ----------
+        qubits : int or sequence of int, optional
+            Distinct qubits; all n by default.
+        collapse : bool
+            True leaves the state that remains after this outcome, False (the default) the state as it is.
+        order : {"big", "little"}
+            Whether the first listed qubit is the most or the least significant bit of the outcome.
+
+        Returns
+        -------
+        int
+            From 0 to 2**k - 1, for k qubits.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If a qubit is no integer, outside the range, or named twice, or `collapse` is no bool.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(2).h(0).cnot(0, 1)
+        >>> outcome = state.measure(0, collapse=True)
+        >>> state.measure(1) == outcome
+        True
+        """
+        core, listed = self._live(), self._highest_first(qubits, order)
+        collapses = _check_readout.flag(collapse, "collapse")
+        return int(_core.measure(core, listed, collapses)) if listed else 0
+
+    def project(self, qubits: Qubits, value: Union[int, str], order: str = "big") -> Self:
+        """Keep what agrees with an outcome, clear the rest, and give the state norm 1 again.
+
+        Parameters
+        ----------
+        qubits : int or sequence of int
+            k distinct qubits. An empty list only gives the state norm 1.
+        value : int or str
+            A number from 0 to 2**k - 1 or a text of k characters 0 and 1.
+        order : {"big", "little"}
+            Whether the first listed qubit is the leftmost, most significant bit of the value or the rightmost.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If the value does not fit the qubits, or a qubit is no integer, outside the range, or named twice; also
+            ValueError if the outcome has probability zero. The state is then unchanged.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(2).h(0).cnot(0, 1).project(0, 1)
+        >>> state.counts(10)
+        {'11': 10}
+        """
+        return self._project(qubits, value, order, reset=False)
+
+    def project_then_reset(self, qubits: Qubits, value: Union[int, str], order: str = "big") -> Self:
+        """Project as `project` does, then set the listed qubits to 0. Arguments and errors as there.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(2).h(0).cnot(0, 1).project_then_reset(0, 1)
+        >>> state.counts(10)
+        {'01': 10}
+        """
+        return self._project(qubits, value, order, reset=True)
+
+    def _project(self, qubits: Qubits, value: Union[int, str], order: str, reset: bool) -> Self:
+        core, listed = self._live(), highest_first(_check.qubits(qubits, self._n_qubits, at_least=0), order)
+        outcome = _check_readout.outcome(value, len(listed), "value")
+        try:
+            _core.project(core, listed, outcome, reset)
+        except ValueError:
+            text = bit_string(outcome, len(listed))
+            raise ValueError(
+                f"value must be an outcome of non-zero probability, got {text!r} on qubits {listed}, which has none"
+            ) from None
+        return self
+
+    def _pieces(self, count: int) -> Iterator[Tuple[int, int]]:
+        # Each piece walks through the whole state, so it should not be shorter than that; between two of them
+        # Ctrl-C is heard.
+        length = max(2**22, min(2**self._n_qubits, 2**25))
+        for start in range(0, count, length):
+            yield start, min(start + length, count)
+
