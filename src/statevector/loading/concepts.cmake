@@ -1,6 +1,0 @@
-foreach(name IN ITEMS groups state_preparation qram phase_oracle loading_members)
-    file(GLOB present CONFIGURE_DEPENDS "${CMAKE_CURRENT_LIST_DIR}/${name}.*")
-    if(present)
-        velacamplix_concept(${name} FOLDER src/statevector/loading)
-    endif()
-endforeach()
