@@ -1,6 +1,7 @@
 #include "statevector/kernels/phase.hpp"
 
 #include "statevector/kernels/formulas.hpp"
+#include "statevector/kernels/targets.hpp"
 
 namespace velacamplix::kernels {
 namespace {
@@ -44,6 +45,8 @@ kernel_call<T> phase_call(unsigned long nbqbits, condition where, thrust::comple
     call.coefficients[0] = coefficient;
     if (nbqbits >= lane_bits<wide>) {
         select_groups<wide>(call, nbqbits, where, 0, 1);
+        const unsigned long outer = where.fixed & ~(lanes<wide> - 1ul);
+        call.prefetch = prefetch_distance<T>(nbqbits, outer & -outer);
         call.run = call.lane_fixed != 0 ? run_phases<G, wide, true> : run_phases<G, wide, false>;
     } else {
         select_groups<narrow>(call, nbqbits, where, 0, 1);

@@ -44,12 +44,14 @@ bits_of<V> lane_mask(const kernel_call<T>& call) {
 template <class V, class T, class Prefetch, class Body>
 [[gnu::always_inline]] inline void walk(const kernel_call<T>& call, unsigned long begin, unsigned long end,
                                         Prefetch prefetch, Body body) {
-    constexpr unsigned long width = lanes<V>;
     const unsigned long fixed = call.fixed;
     const unsigned long ones = call.ones;
     const unsigned long ahead = call.prefetch;
-    // Units that lie side by side in memory before a fixed bit interrupts them.
-    const unsigned long interrupting = fixed >> lane_bits<V>;
+    // The lowest bits, inside the pack and perhaps some above, are fixed without a gap: units lie a constant stride apart
+    // until the next fixed bit interrupts them.
+    const int solid = std::countr_one(fixed);
+    const unsigned long stride = 1ul << solid;
+    const unsigned long interrupting = fixed >> solid;
     const unsigned long run = interrupting != 0 ? 1ul << std::countr_zero(interrupting) : 1ul << 63;
     unsigned long base = index::deposit(begin, ~fixed) | ones;
     if (run < 4) {
@@ -62,17 +64,17 @@ template <class V, class T, class Prefetch, class Body>
     }
     while (begin < end) {
         const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);
-        const unsigned long stop = base + length * width;
+        const unsigned long stop = base + length * stride;
         if (ahead) {
-            for (; base != stop; base += width) {
+            for (; base != stop; base += stride) {
                 prefetch(base + ahead);
                 body(base);
             }
         } else {
-            for (; base != stop; base += width) body(base);
+            for (; base != stop; base += stride) body(base);
         }
         begin += length;
-        base = ((((stop - width) | fixed) + 1) & ~fixed) | ones;
+        base = ((((stop - stride) | fixed) + 1) & ~fixed) | ones;
     }
 }
 
