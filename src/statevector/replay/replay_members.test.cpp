@@ -1,5 +1,7 @@
 #include "reference/named_gates.hpp"
+#include "reference/resets.hpp"
 #include "support/compare.hpp"
+#include "support/guarded_array.hpp"
 #include "support/named_gates.hpp"
 #include "support/precision.hpp"
 #include "support/random_circuit.hpp"
@@ -61,6 +63,17 @@ TYPED_TEST(replay, equals_gate_by_gate_and_the_reference_bit_for_bit) {
     }
 }
 
+TYPED_TEST(replay, of_long_records_on_12_to_15_qubits_equals_gate_by_gate_and_the_reference_bit_for_bit) {
+    // From here on gates are taken together in passes; each state with another thread count.
+    for (unsigned int n = 12; n <= 15; ++n) {
+        for (unsigned int trial = 0; trial < 4; ++trial) {
+            const auto gates = random_circuit<TypeParam>(n, 150, 1000 * n + trial);
+            const auto start = random_state<TypeParam>(n, Values::ordinary, trial);
+            ASSERT_TRUE(agrees(gates, start, {thread_counts[trial]}));
+        }
+    }
+}
+
 TYPED_TEST(replay, of_a_large_state_equals_gate_by_gate_and_the_reference_bit_for_bit) {
     for (unsigned int n : {16u, 17u, 18u}) {
         const auto gates = random_circuit<TypeParam>(n, 50, n);
@@ -82,7 +95,7 @@ TYPED_TEST(replay, of_layers_on_neighbours_equals_gate_by_gate_and_the_reference
 
 TYPED_TEST(replay, carries_infinities_and_nans_as_gate_by_gate_does) {
     // Gates that flip no sign: the processor's NaN stays the only one.
-    for (unsigned int n : {3u, 8u, 16u}) {
+    for (unsigned int n : {3u, 8u, 14u, 16u}) {
         auto gates = random_circuit<TypeParam>(n, 40, n);
         std::erase_if(gates, [](const auto& gate) { return gate.name == "Y" || gate.name == "Z"; });
         ASSERT_TRUE(agrees(gates, random_state<TypeParam>(n, Values::unusual), {1, 3}));
@@ -127,12 +140,13 @@ TYPED_TEST(replay, of_swap_takes_its_qubits_in_either_order) {
 
 namespace {
 
-// Replays X on qubit 0, then a gate of this name, then X on qubit 1, on |00>.
+// Replays X on qubit 0, then a gate of this name, then X on qubit 1, on |0...0>: a small state, whose gates are called
+// one by one, and one whose gates are planned.
 template <class T>
-void expect_refused_after_the_first_gate(const std::string& name) {
-    StateVector<T> v(2);
+void expect_refused_after_the_first_gate(const std::string& name, unsigned int n) {
+    StateVector<T> v(n);
     v.reset();
-    PybindAmplixWCircuit<T> circuit(2);
+    PybindAmplixWCircuit<T> circuit(n);
     circuit.add_gate("X", {}, {0});
     circuit.add_gate(name, {1}, {0, 1});
     circuit.add_gate("X", {}, {1});
@@ -142,8 +156,15 @@ void expect_refused_after_the_first_gate(const std::string& name) {
     } catch (const std::invalid_argument& refusal) {
         EXPECT_EQ(std::string(refusal.what()), "Gate " + name + " is not supported by the pybinded circuit");
     }
-    EXPECT_TRUE(same_bits<T>({{0, 0}, {1, 0}, {0, 0}, {0, 0}}, v.amplitudes.get())) << "the first gate alone has acted";
+    auto expected = reference::basis_state_0<T>(n);
+    std::swap(expected[0], expected[1]);
+    EXPECT_TRUE(same_bits(expected, v.amplitudes.get())) << "the first gate alone has acted";
     EXPECT_EQ(circuit.gates.size(), 3ul) << "the record is unchanged";
+}
+
+template <class T>
+void expect_refused_after_the_first_gate(const std::string& name) {
+    for (unsigned int n : {2u, 14u}) expect_refused_after_the_first_gate<T>(name, n);
 }
 
 }  // namespace
@@ -171,23 +192,46 @@ TYPED_TEST(replay, refuses_named_gates_outside_the_vocabulary) {
     }
 }
 
-TYPED_TEST(replay, of_a_record_for_3_qubits_runs_on_5) {
-    const auto start = random_state<TypeParam>(5, Values::ordinary);
-    const auto gates = random_circuit<TypeParam>(3, 30, 7);
-    LoadedVector<TypeParam> v(start);
-    auto circuit = record_of(gates, 3);
-    v.simulate_circuit(circuit);
-    auto expected = start;
-    for (const auto& gate : gates) reference::apply(expected, gate);
-    EXPECT_TRUE(same_bits(expected, v.amplitudes.get()));
+TYPED_TEST(replay, of_a_record_for_3_qubits_runs_on_more) {
+    for (unsigned int n : {5u, 14u}) {
+        const auto start = random_state<TypeParam>(n, Values::ordinary);
+        const auto gates = random_circuit<TypeParam>(3, 30, 7);
+        LoadedVector<TypeParam> v(start);
+        auto circuit = record_of(gates, 3);
+        v.simulate_circuit(circuit);
+        auto expected = start;
+        for (const auto& gate : gates) reference::apply(expected, gate);
+        EXPECT_TRUE(same_bits(expected, v.amplitudes.get())) << n << " qubits";
+    }
 }
 
 TYPED_TEST(replay, ignores_extra_qubits_and_parameters) {
-    StateVector<TypeParam> v(2);
-    v.reset();
-    PybindAmplixWCircuit<TypeParam> circuit(2);
-    circuit.add_gate("X", {5}, {1, 0, 77});
-    circuit.add_gate("CNOT", {1, 2}, {1, 0, 99});
-    v.simulate_circuit(circuit);
-    EXPECT_TRUE(same_bits<TypeParam>({{0, 0}, {0, 0}, {0, 0}, {1, 0}}, v.amplitudes.get()));
+    for (unsigned int n : {2u, 14u}) {
+        StateVector<TypeParam> v(n);
+        v.reset();
+        PybindAmplixWCircuit<TypeParam> circuit(n);
+        circuit.add_gate("X", {5}, {1, 0, 77});
+        circuit.add_gate("CNOT", {1, 2}, {1, 0, 99});
+        v.simulate_circuit(circuit);
+        auto expected = reference::basis_state_0<TypeParam>(n);
+        std::swap(expected[0], expected[3]);
+        EXPECT_TRUE(same_bits(expected, v.amplitudes.get())) << n << " qubits";
+    }
+}
+
+TYPED_TEST(replay, of_coinciding_qubits_writes_nothing_outside_the_array) {
+    for (unsigned int n : {2u, 5u, 13u, 15u}) {
+        GuardedArray<TypeParam> array(random_state<TypeParam>(n, Values::ordinary));
+        BorrowingVector<TypeParam> v(n);
+        v.borrow(array.data());
+        v.set_num_threads(3);
+        PybindAmplixWCircuit<TypeParam> circuit(n);
+        for (unsigned int q = 0; q < n; ++q) {
+            circuit.add_gate("H", {}, {(q + 1) % n});
+            circuit.add_gate("CNOT", {}, {q, q});
+            circuit.add_gate("SWAP", {}, {q, q});
+        }
+        v.simulate_circuit(circuit);
+        EXPECT_TRUE(array.fences_stand()) << n << " qubits";
+    }
 }
