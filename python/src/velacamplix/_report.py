@@ -2,52 +2,46 @@
 
 from __future__ import annotations
 
+import json
 import platform
 import shutil
 import sys
-import time
 from pathlib import Path
-from typing import Dict, Iterable, List, Tuple
+from typing import Any, List, Optional, Tuple
 
 import numpy as np
 
 from . import _core, _machine, _memory
-from ._outcomes import most_probable
-from .circuit import Circuit
-from .statevector import StateVector
-
-# Below this, what the listed outcomes leave over is rounding.
-_ROUNDING = {"single": 1e-4, "double": 1e-9}
+from ._results import Expectation, Results, as_json
 
 
-def run(circuit: Circuit, name: str, precision: str, threads: int, top: int) -> None:
-    """Run `circuit` and print what was run and its `top` most probable outcomes."""
-    start = time.perf_counter()
-    state = StateVector(circuit.n_qubits, precision, threads).run(circuit)
-    seconds = time.perf_counter() - start
-
-    gates = sum(step.is_gate for step in circuit)
-    print(f"{name}: {_counted(circuit.n_qubits, 'qubit')}, {_counted(gates, 'gate')}")
-    print(f"{precision} precision, {_counted(state.threads, 'thread')}, {_duration(seconds)}")
+def run(name: str, results: Results, top: int) -> None:
+    """Print what was run, the `top` most probable or most frequent outcomes, and the observables."""
+    print(f"{name}: {_counted(results.n_qubits, 'qubit')}, {_counted(results.gates, 'gate')}")
+    print(f"{results.precision} precision, {_counted(results.threads, 'thread')}, {_duration(results.seconds)}")
     print()
-
-    measured = _measured(circuit)
-    if measured:
-        whole, qubits, labels = "the measured bits", list(measured.values()), _names(circuit, "classical", measured)
+    if results.shots is not None:
+        number, seed, counts = results.shots
+        title = f"{_counted(number, 'shot')}, seed {seed}: outcomes of {results.whole}, leftmost first"
+        frequent = list(counts.items())[:top]
+        others = number - sum(count for _, count in frequent)
+        rows = [(outcome, count / number, str(count)) for outcome, count in frequent]
+        rest = str(others) if others else None
     else:
-        qubits = list(range(circuit.n_qubits))
-        whole, labels = "all qubits", _names(circuit, "quantum", qubits)
-    # A qubit that was measured twice fills two places of an outcome, but has one place in the distribution.
-    distinct = list(dict.fromkeys(qubits))
-    best = most_probable(state, top, distinct)
-    places = [distinct.index(qubit) for qubit in qubits]
-    outcomes = [("".join(outcome[place] for place in places), probability) for outcome, probability in best]
+        assert results.probabilities is not None and results.others is not None  # there are no shots
+        title = f"most probable outcomes of {results.whole}, leftmost first"
+        rows = [(outcome, probability, _number(probability)) for outcome, probability in results.probabilities]
+        rest = _number(results.others) if results.others else None
+    print(f"{title}: {_shortened(results.labels)}")
+    _bars(rows, rest)
+    if results.expectations:
+        print()
+        _expectations(results.expectations)
 
-    print(f"most probable outcomes of {whole}, leftmost first: {_shortened(labels)}")
-    _bars(outcomes)
-    rest = 1 - sum(probability for _, probability in best)
-    if len(best) == top and rest > _ROUNDING[precision]:
-        print(f"{'others':<{_outcome_column(outcomes)}}  {_number(rest)}")
+
+def run_as_json(name: str, results: Results) -> None:
+    """Print the same as one object."""
+    print(json.dumps(as_json(name, results), indent=2))
 
 
 def info() -> None:
@@ -80,44 +74,46 @@ def info() -> None:
         print(f"{title:<16} {text}")
 
 
-def _measured(circuit: Circuit) -> Dict[int, int]:
-    """Return the qubit that each written classical bit holds in the end, by increasing bit."""
-    holds: Dict[int, int] = {}
-    for step in circuit:
-        if step.name == "measure":
-            holds.update(zip(step.clbits, step.qubits))
-    return dict(sorted(holds.items()))
-
-
-def _names(circuit: Circuit, kind: str, numbers: Iterable[int]) -> List[str]:
-    names = {
-        number: f"{register.name}[{place}]"
-        for register in circuit.registers
-        if register.kind == kind
-        for place, number in enumerate(register.bits)
-    }
-    return [names[number] for number in numbers]
-
-
 def _shortened(labels: List[str]) -> str:
     if len(labels) <= 8:
         return " ".join(labels)
     return f"{labels[0]} {labels[1]} … {labels[-1]}" if _can_print("…") else f"{labels[0]} {labels[1]} ... {labels[-1]}"
 
 
-def _bars(outcomes: List[Tuple[str, float]]) -> None:
-    if not outcomes:
+def _bars(rows: List[Tuple[str, float, str]], rest: Optional[str]) -> None:
+    """Print outcomes with their share and how it is written, and what all others have."""
+    if not rows:
         return
-    largest = outcomes[0][1]
-    column = _outcome_column(outcomes)
-    used = column + len(_number(largest)) + 4
-    width = max(10, min(60, shutil.get_terminal_size().columns - used - 1))
-    for outcome, probability in outcomes:
-        print(f"{outcome:<{column}}  {_number(probability)}  {_bar(probability / largest * width)}")
+    largest = rows[0][1]
+    column = max(len("others"), len(rows[0][0]))
+    digits = max(len(written) for written in [row[2] for row in rows] + [rest or ""])
+    width = max(10, min(60, shutil.get_terminal_size().columns - column - digits - 5))
+    for outcome, share, written in rows:
+        print(f"{outcome:<{column}}  {written:>{digits}}  {_bar(share / largest * width)}")
+    if rest is not None:
+        print(f"{'others':<{column}}  {rest:>{digits}}")
 
 
-def _outcome_column(outcomes: List[Tuple[str, float]]) -> int:
-    return max(len("others"), len(outcomes[0][0]))
+def _expectations(expectations: List[Expectation]) -> None:
+    from_shots = expectations[0].estimate is not None
+    print("expectation values" + (", exact and from the same number of shots per term" if from_shots else ""))
+    column = max(len(expectation.text) for expectation in expectations)
+    exact = [_value(expectation.value) for expectation in expectations]
+    digits = max(map(len, exact))
+    plus_minus = "±" if _can_print("±") else "+-"
+    for expectation, written in zip(expectations, exact):
+        row = f"{expectation.text:<{column}}  {written:>{digits}}"
+        if expectation.estimate is not None:
+            mean, error = expectation.estimate
+            row += f"  {_value(mean)} {plus_minus} {_value(error)}"
+        print(row)
+
+
+def _value(value: Any) -> str:
+    if isinstance(value, complex):
+        return f"{value.real:.6g}{value.imag:+.6g}j"
+    # Rounding leaves a tiny number, of either sign, where the exact value is 0.
+    return f"{value:.6f}" if 1e-4 <= abs(value) < 1e6 or abs(value) < 5e-13 else f"{value:.6g}"
 
 
 def _bar(length: float) -> str:

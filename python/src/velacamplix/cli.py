@@ -12,9 +12,9 @@ import os
 import signal
 import sys
 from pathlib import Path
-from typing import List, Optional
+from typing import List, Optional, Tuple
 
-from . import Circuit, UnsupportedInstruction, __version__, _machine, _report
+from . import Circuit, Observable, UnsupportedInstruction, __version__, _check, _machine, _report, _results
 
 USAGE_ERROR, SYNTAX_ERROR, MEMORY_ERROR, UNSUPPORTED = 2, 3, 4, 5
 
@@ -55,6 +55,25 @@ def _parser() -> argparse.ArgumentParser:
     run.add_argument(
         "--top", type=_whole_number, default=10, metavar="K", help="outcomes to show (default: %(default)s)"
     )
+    run.add_argument(
+        "--shots", type=_whole_number, metavar="N", help="draw N outcomes and count them (default: exact probabilities)"
+    )
+    run.add_argument(
+        "--seed",
+        type=lambda text: _whole_number(text, 2**32 - 1, least=0),
+        metavar="S",
+        help="of the random numbers; the same seed gives the same shots (default: by chance)",
+    )
+    run.add_argument(
+        "--observable",
+        type=_observable,
+        action="append",
+        default=[],
+        metavar="TEXT",
+        help='show an expectation value, as of "0.5*X0 Y2 - 1.2*Z1 + 3"; with --shots, also an estimate. May be '
+        "repeated. A text that starts with a minus is written --observable=-Z0",
+    )
+    run.add_argument("--json", action="store_true", help="print one JSON object, with all counts, and nothing else")
     run.set_defaults(command=_run)
 
     info = commands.add_parser(
@@ -64,12 +83,20 @@ def _parser() -> argparse.ArgumentParser:
     return parser
 
 
-def _whole_number(text: str, most: Optional[int] = None) -> int:
-    number = int(text) if text.isascii() and text.isdigit() else 0
-    if number < 1 or (most is not None and number > most):
-        allowed = "of at least 1" if most is None else f"from 1 to {most}"
-        raise argparse.ArgumentTypeError(f"expected a whole number {allowed}, got {text!r}")
+def _whole_number(text: str, most: int = 2**63 - 1, least: int = 1) -> int:
+    # No number of more digits is within bounds, and int() refuses thousands of them.
+    number = int(text) if text.isascii() and text.isdigit() and len(text) < 100 else -1
+    if not least <= number <= most:
+        allowed = f"of at least {least}" if most == 2**63 - 1 else f"from {least} to {most}"
+        raise argparse.ArgumentTypeError(f"expected a whole number {allowed}, got {_check.show(text)}")
     return number
+
+
+def _observable(text: str) -> Tuple[str, Observable]:
+    try:
+        return text, Observable(text)
+    except ValueError as error:
+        raise argparse.ArgumentTypeError(str(error)) from None
 
 
 def _run(options: argparse.Namespace) -> int:
@@ -88,8 +115,22 @@ def _run(options: argparse.Namespace) -> int:
     except ValueError as error:
         return _fail(str(error), USAGE_ERROR)
 
+    for text, observable in options.observable:
+        if observable.n_qubits > circuit.n_qubits:
+            return _fail(
+                f"argument --observable: {text!r} needs {observable.n_qubits} qubits, {options.file} has "
+                f"{circuit.n_qubits}",
+                USAGE_ERROR,
+            )
+
     try:
-        _report.run(circuit, options.file, options.precision, threads, options.top)
+        results = _results.collect(
+            circuit, options.precision, threads, options.top, options.shots, options.seed, options.observable
+        )
+        if options.json:
+            _report.run_as_json(options.file, results)
+        else:
+            _report.run(options.file, results, options.top)
     except MemoryError as error:
         return _fail(f"{options.file}: {error}", MEMORY_ERROR)
     except UnsupportedInstruction as error:
