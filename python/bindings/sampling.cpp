@@ -35,17 +35,25 @@ void sample(HeldState<T>& held, py::array_t<unsigned long, py::array::c_style> s
     });
 }
 
+// What the qubits read at the last index that is not impossible.
+template <class State>
+unsigned long last_possible(const State& state, const Qubits& qubits) {
+    for (unsigned long index = state.size; index-- != 0;) {
+        if (thrust::norm(state.amplitudes.get()[index]) == 0) continue;
+        unsigned long outcome = 0;
+        for (const unsigned int qubit : qubits) outcome = outcome << 1 | (index >> qubit & 1);
+        return outcome;
+    }
+    throw std::domain_error("the state has norm zero: it has no outcome to collapse to");
+}
+
 template <class T>
 unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
     return held.with_state([&](auto& state) {
         unsigned long outcome = state.measure(qubits);
         if (!collapse) return outcome;
-        // A draw above the rounded total, or of exactly 0, gives an outcome that need not be possible. Such draws are
-        // rare, unless nothing is possible.
-        for (int draws = 1; is_impossible(state, qubits, outcome); ++draws) {
-            if (draws == 100) throw std::domain_error("the state has norm zero: it has no outcome to collapse to");
-            outcome = state.measure(qubits);
-        }
+        // A number above the rounded total of all probabilities draws the last index, possible or not.
+        if (is_impossible(state, qubits, outcome)) outcome = last_possible(state, qubits);
         state.project(qubits, outcome);
         return outcome;
     });

@@ -2,7 +2,8 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Tuple
+from copy import deepcopy
+from typing import TYPE_CHECKING, Any, Dict, Tuple
 
 import numpy as np
 
@@ -11,6 +12,9 @@ from ._exports import Exports
 
 if TYPE_CHECKING:
     from typing_extensions import Self
+
+# What `_start` sets.
+_OWN = frozenset({"_n_qubits", "_precision", "_threads", "_amplitude_type", "_core"})
 
 
 class Copies(Exports):
@@ -35,19 +39,27 @@ class Copies(Exports):
         core, other = self._live(), self._another(self._n_qubits, self._precision, self._threads)
         _core.copy_amplitudes(core, other._live().view(), False)
         _core.set_engine(other._live(), _core.engine(core))
+        vars(other).update(self._further())
         return other
 
     def __copy__(self) -> Self:
         return self.copy()
 
-    def __deepcopy__(self, memo: Any) -> Self:
-        return self.copy()
+    def __deepcopy__(self, memo: Dict[int, Any]) -> Self:
+        other = self.copy()
+        vars(other).update(deepcopy(self._further(), memo))
+        return other
 
     def __reduce__(self) -> Tuple[Any, ...]:
         engine = _core.engine(self._live())
         # A copy rather than a view: a gate may act while the pickle is being written.
         amplitudes = self.statevector(order="little")
-        return _unpickled, (type(self), self._n_qubits, self._precision, self._threads, engine, amplitudes)
+        arguments = (type(self), self._n_qubits, self._precision, self._threads, engine, amplitudes)
+        return _unpickled, arguments, self._further() or None
+
+    def _further(self) -> Dict[str, Any]:
+        # What a class that inherits has added.
+        return {name: value for name, value in vars(self).items() if name not in _OWN}
 
     def __enter__(self) -> Self:
         self._live()

@@ -301,7 +301,7 @@ def _number(value: Any, name: str = "a coefficient") -> Number:
 
 def _finite(number: Number, name: str = "a coefficient") -> Number:
     if not (math.isfinite(number.real) and math.isfinite(number.imag)):
-        raise ValueError(f"{name} must be finite, got {number}")
+        raise ValueError(f"{name} must be finite, got {_plain(number)}")
     return _plain(number)
 
 
