@@ -107,28 +107,32 @@ void bind_one_statevector(py::module_& module, const char* name) {
              py::arg("n"))
         .def("release", &HeldState<T>::release)
         .def("view", &HeldState<T>::view)
-        .def("set_num_threads",
-             [](HeldState<T>& held, int threads) {
-                 held.with_state([&](auto& state) { state.set_num_threads(threads); });
-             },
-             py::arg("threads"))
+        .def(
+            "set_num_threads",
+            [](HeldState<T>& held, int threads) {
+                held.with_state([&](auto& state) { state.set_num_threads(threads); });
+            },
+            py::arg("threads"))
         .def("reset", [](HeldState<T>& held) { held.with_state([](auto& state) { state.reset(); }); })
-        .def("reset_to_str",
-             [](HeldState<T>& held, const std::string& product) {
-                 held.with_state([&](auto& state) { state.reset_to_str(product); });
-             },
-             py::arg("product"))
+        .def(
+            "reset_to_str",
+            [](HeldState<T>& held, const std::string& product) {
+                held.with_state([&](auto& state) { state.reset_to_str(product); });
+            },
+            py::arg("product"))
         .def("reset_from", &reset_from<T>, py::arg("amplitudes").noconvert())
-        .def("simulate_circuit",
-             [](HeldState<T>& held, pbamplix::PybindAmplixWCircuit<T>& record) {
-                 held.with_state([&](auto& state) { state.simulate_circuit(record); });
-             },
-             py::arg("record"))
-        .def("probability",
-             [](HeldState<T>& held, unsigned long outcome, const Qubits& qubits) {
-                 return held.with_state([&](auto& state) { return state.probability(outcome, qubits); });
-             },
-             py::arg("outcome"), py::arg("qubits"))
+        .def(
+            "simulate_circuit",
+            [](HeldState<T>& held, pbamplix::PybindAmplixWCircuit<T>& record) {
+                held.with_state([&](auto& state) { state.simulate_circuit(record); });
+            },
+            py::arg("record"))
+        .def(
+            "probability",
+            [](HeldState<T>& held, unsigned long outcome, const Qubits& qubits) {
+                return held.with_state([&](auto& state) { return state.probability(outcome, qubits); });
+            },
+            py::arg("outcome"), py::arg("qubits"))
         .def("distribution", &distribution<T>, py::arg("qubits"));
 
     bind_gates<T>(type);
