@@ -144,6 +144,13 @@ def test_a_threshold_of_probabilities_is_strict(threshold, precision):
     assert set(state.distribution_dict(threshold=threshold)) == expected
 
 
+def test_a_threshold_of_probabilities_is_exact(precision):
+    state = StateVector(4, precision).reset(random_state(4, 1), order="little")
+    for outcome, probability in state.distribution_dict([1, 3]).items():
+        assert outcome in state.distribution_dict([1, 3], threshold=np.nextafter(probability, 0))
+        assert outcome not in state.distribution_dict([1, 3], threshold=probability)
+
+
 @pytest.mark.parametrize("method", ["to_dict", "distribution_dict"])
 @pytest.mark.parametrize(
     ("threshold", "error"),
