@@ -21,8 +21,8 @@ public:
     // Appends copies of the three; any content is stored as given.
     void add_gate(const std::string& name, const std::vector<T>& params, const std::vector<unsigned int>& qubits);
 
-    unsigned int nqubits;                            // stored only, never compared with a state's
-    std::vector<std::string> gates;                  // entry i of the three lists describes gate i
+    unsigned int nqubits;            // stored only, never compared with a state's
+    std::vector<std::string> gates;  // entry i of the three lists describes gate i
     std::vector<std::vector<unsigned int>> qubits;
     std::vector<std::vector<T>> params;
 };

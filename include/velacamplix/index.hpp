@@ -38,7 +38,8 @@ VELACAMPLIX_API unsigned long swap_lsb_msb(unsigned long x, const unsigned int& 
 
 // 2^k entries for k qubits: position p, the target bits of a state index gathered in increasing qubit order by
 // `mask`, holds the gate's local index. `mask` is the XOR of 1 << q over the qubits.
-VELACAMPLIX_API std::vector<unsigned int> get_sorted_indices(const std::vector<unsigned int>& qubits, unsigned long mask);
+VELACAMPLIX_API std::vector<unsigned int> get_sorted_indices(const std::vector<unsigned int>& qubits,
+                                                             unsigned long mask);
 
 // True when neither list names qubit 0 or 1, the two lowest index bits. T plays no part: each precision has a copy.
 template <class T>

@@ -13,10 +13,10 @@ namespace pbamplix::cpu {
 
 // One pass of a plan: the state streams once through cache-resident buffers while all of the pass's gates act.
 struct program_pass {
-    unsigned long first_gate;            // the pass executes gates first_gate ... last_gate - 1
+    unsigned long first_gate;  // the pass executes gates first_gate ... last_gate - 1
     unsigned long last_gate;
     std::vector<unsigned int> local_qubits;  // gathered into a buffer, in increasing order; empty: worked in place
-    unsigned long chunk_amplitudes;      // amplitudes of one buffer
+    unsigned long chunk_amplitudes;          // amplitudes of one buffer
 };
 
 // What a plan promises. A sweep reads and writes every amplitude of the state in memory once.
@@ -56,9 +56,9 @@ public:
     void add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                       const std::vector<unsigned int>& controls = {});
 
-    unsigned long size() const;      // number of gates
+    unsigned long size() const;  // number of gates
     unsigned int nqubits() const;
-    void clear();                    // forgets the gates, keeps the qubit count
+    void clear();  // forgets the gates, keeps the qubit count
 
     // The passes that run will make, for a state of `state_qubits` qubits and the given thread request.
     const program_plan& plan(unsigned int state_qubits, int nthreads);

@@ -60,7 +60,7 @@ public:
     void release_memory() override;
 
     std::vector<std::string>& get_named_ctrl_gates() override;
-    void set_num_threads(int n);                   // stored as given; see get_num_threads
+    void set_num_threads(int n);                      // stored as given; see get_num_threads
     void set_is_density_matrix(bool density_matrix);  // sets the member and does nothing else
 
     void print();       // one line "index: (re,im)" per amplitude to standard output
@@ -148,13 +148,13 @@ public:
                            const unsigned int& naddress);
     void apply_phase_oracle(const std::vector<unsigned long>& marked, const std::vector<unsigned int>& qubits);
 
-    unsigned int seed;           // last seed given to rng
-    std::mt19937_64 rng;         // drawn from by sampling and measurement only
-    unsigned int nqubits;        // n
-    unsigned long size;          // 2^n; 0 after release_memory
+    unsigned int seed;     // last seed given to rng
+    std::mt19937_64 rng;   // drawn from by sampling and measurement only
+    unsigned int nqubits;  // n
+    unsigned long size;    // 2^n; 0 after release_memory
     amplitude_array<T> amplitudes;
-    bool is_density_matrix;      // the host's switch
-    int num_threads;             // the host's request, 1 at first
+    bool is_density_matrix;                     // the host's switch
+    int num_threads;                            // the host's request, 1 at first
     std::vector<std::string> named_ctrl_gates;  // hides the base's: the named gates that take controls
 };
 

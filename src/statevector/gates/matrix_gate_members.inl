@@ -12,12 +12,12 @@
 
 namespace velacamplix::gates {
 
-// Which loop a matrix that is not diagonal takes. The general one starts its sums at +0, so a component of -0.0 may come
-// back as +0.0 where the small forms keep it: the choice follows the member, not the number of qubits.
+// Which loop a matrix that is not diagonal takes. The general one starts its sums at +0, so a component of -0.0 may
+// come back as +0.0 where the small forms keep it: the choice follows the member, not the number of qubits.
 enum class dense_form { one_qubit, two_qubits, any_number };
 
-// Prepares a gate given as a matrix: an exactly diagonal one for the diagonal loops, any other for the dense loop of its
-// form. `controls` is null for the uncontrolled members, which refuse large diagonals.
+// Prepares a gate given as a matrix: an exactly diagonal one for the diagonal loops, any other for the dense loop of
+// its form. `controls` is null for the uncontrolled members, which refuse large diagonals.
 template <class T>
 kernels::kernel_call<T> matrix_call(unsigned long nbqbits, const std::vector<unsigned int>& qubits,
                                     const std::vector<unsigned int>* controls,
@@ -30,8 +30,8 @@ kernels::kernel_call<T> matrix_call(unsigned long nbqbits, const std::vector<uns
         return kernels::diagonal_call<T>(nbqbits, qubits, control_mask, diag, controls != nullptr);
     }
     if (form == dense_form::one_qubit) {
-        return kernels::one_qubit_call<pbamplix::cpu::_Gate1QB<true>, T>(
-            nbqbits, index::bit(qubits[0]), control_mask, {matrix[0], matrix[1], matrix[2], matrix[3]});
+        return kernels::one_qubit_call<pbamplix::cpu::_Gate1QB<true>, T>(nbqbits, index::bit(qubits[0]), control_mask,
+                                                                         {matrix[0], matrix[1], matrix[2], matrix[3]});
     }
     if (form == dense_form::two_qubits) {
         return kernels::two_qubit_matrix_call<T>(nbqbits, index::bit(qubits[0]), index::bit(qubits[1]), control_mask,
@@ -46,10 +46,10 @@ kernels::kernel_call<T> matrix_call(unsigned long nbqbits, const std::vector<uns
 namespace pbamplix::cpu {
 
 // The six members differ in their arguments only.
-#define VELACAMPLIX_MATRIX_GATE(qubits, controls, form)                                                             \
-    using namespace velacamplix;                                                                                    \
-    kernels::run_parallel(                                                                                          \
-        gates::matrix_call<T>(nqubits, qubits, controls, matrix, gates::dense_form::form, num_threads),             \
+#define VELACAMPLIX_MATRIX_GATE(qubits, controls, form)                                                 \
+    using namespace velacamplix;                                                                        \
+    kernels::run_parallel(                                                                              \
+        gates::matrix_call<T>(nqubits, qubits, controls, matrix, gates::dense_form::form, num_threads), \
         amplitudes.get(), num_threads)
 
 template <class T>
@@ -72,8 +72,7 @@ void PybindAmplixStateVectorCPU<T>::apply_nqbit_gate(const std::vector<unsigned 
 }
 
 template <class T>
-void PybindAmplixStateVectorCPU<T>::apply_1qbit_ctrl_gate(const std::vector<unsigned int>& controls,
-                                                          unsigned int qubit,
+void PybindAmplixStateVectorCPU<T>::apply_1qbit_ctrl_gate(const std::vector<unsigned int>& controls, unsigned int qubit,
                                                           const std::vector<thrust::complex<T>>& matrix) {
     VELACAMPLIX_MATRIX_GATE({qubit}, &controls, one_qubit);
 }

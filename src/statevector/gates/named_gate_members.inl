@@ -22,13 +22,13 @@ namespace pbamplix::cpu {
 // A gate takes three steps: the member computes the coefficients, the kernel call is prepared for the object's size,
 // and it runs over the array with the object's threads.
 
-#define VELACAMPLIX_PAIR_GATE(member, tag)                                                                          \
-    template <class T>                                                                                              \
-    void PybindAmplixStateVectorCPU<T>::member(unsigned int qubit, controls_list controls) {                        \
-        using namespace velacamplix;                                                                                \
-        kernels::run_parallel(                                                                                      \
-            kernels::one_qubit_call<tag, T>(nqubits, index::bit(qubit), gates::control_mask(controls)),             \
-            amplitudes.get(), num_threads);                                                                         \
+#define VELACAMPLIX_PAIR_GATE(member, tag)                                                              \
+    template <class T>                                                                                  \
+    void PybindAmplixStateVectorCPU<T>::member(unsigned int qubit, controls_list controls) {            \
+        using namespace velacamplix;                                                                    \
+        kernels::run_parallel(                                                                          \
+            kernels::one_qubit_call<tag, T>(nqubits, index::bit(qubit), gates::control_mask(controls)), \
+            amplitudes.get(), num_threads);                                                             \
     }
 VELACAMPLIX_PAIR_GATE(apply_X, GateX)
 VELACAMPLIX_PAIR_GATE(apply_Y, GateY)
@@ -37,12 +37,12 @@ VELACAMPLIX_PAIR_GATE(apply_ZtoY, GateZtoY)
 VELACAMPLIX_PAIR_GATE(apply_YtoZ, GateYtoZ)
 #undef VELACAMPLIX_PAIR_GATE
 
-#define VELACAMPLIX_PHASE_GATE(member, tag)                                                                         \
-    template <class T>                                                                                              \
-    void PybindAmplixStateVectorCPU<T>::member(unsigned int qubit, controls_list controls) {                        \
-        using namespace velacamplix;                                                                                \
-        const auto where = kernels::all_ones(index::bit(qubit) | gates::control_mask(controls));                    \
-        kernels::run_parallel(kernels::phase_call<tag, T>(nqubits, where), amplitudes.get(), num_threads);          \
+#define VELACAMPLIX_PHASE_GATE(member, tag)                                                                \
+    template <class T>                                                                                     \
+    void PybindAmplixStateVectorCPU<T>::member(unsigned int qubit, controls_list controls) {               \
+        using namespace velacamplix;                                                                       \
+        const auto where = kernels::all_ones(index::bit(qubit) | gates::control_mask(controls));           \
+        kernels::run_parallel(kernels::phase_call<tag, T>(nqubits, where), amplitudes.get(), num_threads); \
     }
 VELACAMPLIX_PHASE_GATE(apply_Z, GateZ)
 VELACAMPLIX_PHASE_GATE(apply_S, GateS)
@@ -71,8 +71,8 @@ template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RZ(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
     const auto [d0, d1] = gates::rz_coefficients(angle);
-    const auto call = kernels::one_qubit_diagonal_call<T>(nqubits, index::bit(qubit), gates::control_mask(controls),
-                                                          d0, d1);
+    const auto call =
+        kernels::one_qubit_diagonal_call<T>(nqubits, index::bit(qubit), gates::control_mask(controls), d0, d1);
     kernels::run_parallel(call, amplitudes.get(), num_threads);
 }
 
@@ -80,8 +80,8 @@ template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_PH(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
     const auto where = kernels::all_ones(index::bit(qubit) | gates::control_mask(controls));
-    kernels::run_parallel(kernels::phase_call<GatePH<T>, T>(nqubits, where, gates::phase_of(angle)),
-                          amplitudes.get(), num_threads);
+    kernels::run_parallel(kernels::phase_call<GatePH<T>, T>(nqubits, where, gates::phase_of(angle)), amplitudes.get(),
+                          num_threads);
 }
 
 template <class T>
@@ -110,9 +110,8 @@ void PybindAmplixStateVectorCPU<T>::apply_CSIGN(unsigned int control, unsigned i
     template <class T>                                                                                             \
     void PybindAmplixStateVectorCPU<T>::member(unsigned int qubit1, unsigned int qubit2) {                         \
         using namespace velacamplix;                                                                               \
-        kernels::run_parallel(                                                                                     \
-            kernels::two_qubit_call<tag, T>(nqubits, index::bit(qubit1), index::bit(qubit2), 0), amplitudes.get(), \
-            num_threads);                                                                                          \
+        kernels::run_parallel(kernels::two_qubit_call<tag, T>(nqubits, index::bit(qubit1), index::bit(qubit2), 0), \
+                              amplitudes.get(), num_threads);                                                      \
     }
 VELACAMPLIX_QUAD_GATE(apply_SWAP, GateSWAP)
 VELACAMPLIX_QUAD_GATE(apply_ISWAP, GateISWAP)

@@ -28,24 +28,15 @@ struct named {
 
 const std::unordered_map<std::string, named>& vocabulary() {
     static const std::unordered_map<std::string, named> names = {
-        {"X", {gate_kind::x, 0, 1}},
-        {"Y", {gate_kind::y, 0, 1}},
-        {"Z", {gate_kind::z, 0, 1}},
-        {"H", {gate_kind::h, 0, 1}},
-        {"S", {gate_kind::s, 0, 1}},
-        {"T", {gate_kind::t, 0, 1}},
-        {"ZtoY", {gate_kind::z_to_y, 0, 1}},
-        {"YtoZ", {gate_kind::y_to_z, 0, 1}},
-        {"RX", {gate_kind::rx, 0, 1}},
-        {"RY", {gate_kind::ry, 0, 1}},
-        {"RZ", {gate_kind::rz, 0, 1}},
-        {"PH", {gate_kind::ph, 0, 1}},
-        {"CNOT", {gate_kind::x, 1, 1}},
-        {"CCNOT", {gate_kind::x, 2, 1}},
-        {"CSIGN", {gate_kind::z, 1, 1}},
-        {"SWAP", {gate_kind::swap, 0, 2}},
-        {"ISWAP", {gate_kind::iswap, 0, 2}},
-        {"SQRTSWAP", {gate_kind::sqrt_swap, 0, 2}},
+        {"X", {gate_kind::x, 0, 1}},         {"Y", {gate_kind::y, 0, 1}},
+        {"Z", {gate_kind::z, 0, 1}},         {"H", {gate_kind::h, 0, 1}},
+        {"S", {gate_kind::s, 0, 1}},         {"T", {gate_kind::t, 0, 1}},
+        {"ZtoY", {gate_kind::z_to_y, 0, 1}}, {"YtoZ", {gate_kind::y_to_z, 0, 1}},
+        {"RX", {gate_kind::rx, 0, 1}},       {"RY", {gate_kind::ry, 0, 1}},
+        {"RZ", {gate_kind::rz, 0, 1}},       {"PH", {gate_kind::ph, 0, 1}},
+        {"CNOT", {gate_kind::x, 1, 1}},      {"CCNOT", {gate_kind::x, 2, 1}},
+        {"CSIGN", {gate_kind::z, 1, 1}},     {"SWAP", {gate_kind::swap, 0, 2}},
+        {"ISWAP", {gate_kind::iswap, 0, 2}}, {"SQRTSWAP", {gate_kind::sqrt_swap, 0, 2}},
     };
     return names;
 }
@@ -80,8 +71,10 @@ bool operation<T>::is_diagonal() const {
         case gate_kind::t:
         case gate_kind::ph:
         case gate_kind::rz:
-        case gate_kind::diagonal: return true;
-        default: return false;
+        case gate_kind::diagonal:
+            return true;
+        default:
+            return false;
     }
 }
 
@@ -142,42 +135,58 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
                                              op.controls);
     };
     switch (op.kind) {
-        case gate_kind::x: return pair(GateX{});
-        case gate_kind::y: return pair(GateY{});
-        case gate_kind::h: return pair(GateH{});
-        case gate_kind::z_to_y: return pair(GateZtoY{});
-        case gate_kind::y_to_z: return pair(GateYtoZ{});
-        case gate_kind::rx: return pair(GateRX{});
-        case gate_kind::ry: return pair(GateRY{});
-        case gate_kind::matrix1: return pair(_Gate1QB<true>{});
-        case gate_kind::z: return phase(GateZ{});
-        case gate_kind::s: return phase(GateS{});
-        case gate_kind::t: return phase(GateT{});
-        case gate_kind::ph: return phase(GatePH<T>{});
+        case gate_kind::x:
+            return pair(GateX{});
+        case gate_kind::y:
+            return pair(GateY{});
+        case gate_kind::h:
+            return pair(GateH{});
+        case gate_kind::z_to_y:
+            return pair(GateZtoY{});
+        case gate_kind::y_to_z:
+            return pair(GateYtoZ{});
+        case gate_kind::rx:
+            return pair(GateRX{});
+        case gate_kind::ry:
+            return pair(GateRY{});
+        case gate_kind::matrix1:
+            return pair(_Gate1QB<true>{});
+        case gate_kind::z:
+            return phase(GateZ{});
+        case gate_kind::s:
+            return phase(GateS{});
+        case gate_kind::t:
+            return phase(GateT{});
+        case gate_kind::ph:
+            return phase(GatePH<T>{});
         case gate_kind::rz:
             return kernels::one_qubit_diagonal_call<T>(nbqbits, index::bit(op.targets[0]), op.controls,
                                                        op.coefficients[0], op.coefficients[1]);
-        case gate_kind::swap: return quad(GateSWAP{});
-        case gate_kind::iswap: return quad(GateISWAP{});
-        case gate_kind::sqrt_swap: return quad(GateSQRTSWAP{});
+        case gate_kind::swap:
+            return quad(GateSWAP{});
+        case gate_kind::iswap:
+            return quad(GateISWAP{});
+        case gate_kind::sqrt_swap:
+            return quad(GateSQRTSWAP{});
         case gate_kind::matrix2:
             return kernels::two_qubit_matrix_call<T>(nbqbits, index::bit(op.targets[0]), index::bit(op.targets[1]),
                                                      op.controls, op.entries);
         case gate_kind::matrix:
             return kernels::dense_call<T>(nbqbits, index::bits_of_qubits(op.targets), op.controls, op.entries);
-        case gate_kind::diagonal: return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, op.entries, false);
+        case gate_kind::diagonal:
+            return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, op.entries, false);
     }
     return {};
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                \
-    template struct operation<T>;                                                                                 \
-    template bool named_operation<T>(operation<T>&, const std::string&, const std::vector<T>&,                    \
-                                     const std::vector<unsigned int>&);                                           \
-    template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&,                                \
-                                           const std::vector<unsigned int>&, bool);                               \
-    template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&,                              \
-                                             const std::vector<unsigned int>&, bool);                             \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
+    template struct operation<T>;                                                                                      \
+    template bool named_operation<T>(operation<T>&, const std::string&, const std::vector<T>&,                         \
+                                     const std::vector<unsigned int>&);                                                \
+    template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&,   \
+                                           bool);                                                                      \
+    template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
+                                             bool);                                                                    \
     template kernels::kernel_call<T> prepare<T>(const operation<T>&, unsigned long);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)

@@ -8,21 +8,35 @@
 namespace velacamplix::gates {
 
 enum class gate_kind : unsigned char {
-    x, y, h, z_to_y, y_to_z, rx, ry, matrix1,          // mix one target
-    z, s, t, ph,                                       // multiply where the target reads 1
-    rz,                                                // diag(c0, c1) on one target
-    swap, iswap, sqrt_swap, matrix2,                   // mix two targets
-    matrix, diagonal,                                  // any number of targets
+    x,
+    y,
+    h,
+    z_to_y,
+    y_to_z,
+    rx,
+    ry,
+    matrix1,  // mix one target
+    z,
+    s,
+    t,
+    ph,  // multiply where the target reads 1
+    rz,  // diag(c0, c1) on one target
+    swap,
+    iswap,
+    sqrt_swap,
+    matrix2,  // mix two targets
+    matrix,
+    diagonal,  // any number of targets
 };
 
 // One gate as a value: what a member of the state vector does, written down instead of done.
 template <class T>
 struct operation {
     gate_kind kind;
-    std::vector<unsigned int> targets;              // in the order that defines the local index
-    unsigned long controls = 0;                     // mask
+    std::vector<unsigned int> targets;  // in the order that defines the local index
+    unsigned long controls = 0;         // mask
     std::array<thrust::complex<T>, 4> coefficients{};
-    std::vector<thrust::complex<T>> entries;        // matrix2, matrix, diagonal
+    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, diagonal
 
     unsigned long target_mask() const;
     bool is_diagonal() const;  // changes every amplitude by a factor of its own

@@ -45,8 +45,8 @@ template <class V>
 struct group_buffer {
     static constexpr unsigned long most_on_stack = 64;
     V on_stack[3 * most_on_stack];
-    V* old;      // the amplitudes
-    V* turned;   // the amplitudes with real and imaginary parts exchanged
+    V* old;     // the amplitudes
+    V* turned;  // the amplitudes with real and imaginary parts exchanged
     V* result;
     void* heap = nullptr;
 
@@ -146,11 +146,16 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
 template <class V>
 auto choose_loop(unsigned long dim) -> typename kernel_call<scalar_of<V>>::loop {
     switch (dim) {
-        case 4: return run_dense<V, 4>;
-        case 8: return run_dense<V, 8>;
-        case 16: return run_dense<V, 16>;
-        case 32: return run_dense<V, 32>;
-        default: return run_dense<V, 0>;
+        case 4:
+            return run_dense<V, 4>;
+        case 8:
+            return run_dense<V, 8>;
+        case 16:
+            return run_dense<V, 16>;
+        case 32:
+            return run_dense<V, 32>;
+        default:
+            return run_dense<V, 0>;
     }
 }
 
@@ -228,9 +233,9 @@ void guard_dense_matrix(unsigned long entries, int nthreads) {
     storage::refuse_beyond_free_memory(threads * entries * sizeof(thrust::complex<T>) / 16 * 16);
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
-    template kernel_call<T> dense_call<T>(unsigned long, const std::vector<unsigned long>&, unsigned long,             \
-                                          const std::vector<thrust::complex<T>>&);                                     \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                         \
+    template kernel_call<T> dense_call<T>(unsigned long, const std::vector<unsigned long>&, unsigned long, \
+                                          const std::vector<thrust::complex<T>>&);                         \
     template void guard_dense_matrix<T>(unsigned long, int);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)
@@ -247,7 +252,8 @@ void apply_nbqbit_gate(C* state, std::vector<unsigned int> targets, std::vector<
     using T = typename C::value_type;
     kernels::guard_dense_matrix<T>(matrix.size(), nthreads);
     kernels::run_parallel(
-        kernels::dense_call<T>(nbqbits, index::bits_of_qubits(targets), index::mask_of(controls), matrix), state, nthreads);
+        kernels::dense_call<T>(nbqbits, index::bits_of_qubits(targets), index::mask_of(controls), matrix), state,
+        nthreads);
 }
 
 template <class C, bool first, bool second>
@@ -264,17 +270,17 @@ void _apply_nqbit_gate(C* state, vela::core::iterator::StateIterator it, unsigne
     for (unsigned long local = dim >> 1; local != 0; local >>= 1) targets.push_back(it.offsets[local]);
     unsigned long qubits = it.free_mask | it.control_mask;
     for (const unsigned long bit : targets) qubits |= bit;
-    kernels::run_parallel(kernels::dense_call<T>(static_cast<unsigned>(std::popcount(qubits)), targets,
-                                                 it.control_mask, matrix),
-                          state, nthreads);
+    kernels::run_parallel(
+        kernels::dense_call<T>(static_cast<unsigned>(std::popcount(qubits)), targets, it.control_mask, matrix), state,
+        nthreads);
 }
 
-#define VELACAMPLIX_INSTANTIATE_FUNCTIONS(C)                                                                        \
-    template void apply_nbqbit_gate<C, false, true>(C*, std::vector<unsigned int>, std::vector<unsigned int>,       \
-                                                    std::vector<C>, unsigned long, int);                            \
-    template void apply_nbqbit_gate<C, false, true>(C*, std::vector<unsigned int>, std::vector<C>, unsigned long,   \
-                                                    int);                                                           \
-    template void _apply_nqbit_gate<C, true, true, false>(C*, vela::core::iterator::StateIterator, unsigned long,   \
+#define VELACAMPLIX_INSTANTIATE_FUNCTIONS(C)                                                                      \
+    template void apply_nbqbit_gate<C, false, true>(C*, std::vector<unsigned int>, std::vector<unsigned int>,     \
+                                                    std::vector<C>, unsigned long, int);                          \
+    template void apply_nbqbit_gate<C, false, true>(C*, std::vector<unsigned int>, std::vector<C>, unsigned long, \
+                                                    int);                                                         \
+    template void _apply_nqbit_gate<C, true, true, false>(C*, vela::core::iterator::StateIterator, unsigned long, \
                                                           std::vector<C>, int);
 VELACAMPLIX_INSTANTIATE_FUNCTIONS(thrust::complex<float>)
 VELACAMPLIX_INSTANTIATE_FUNCTIONS(thrust::complex<double>)

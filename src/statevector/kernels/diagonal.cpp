@@ -73,7 +73,8 @@ void run_lanes(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
         [=](unsigned long base) { multiply(state + base, factors, changed, blend); });
 }
 
-// --- any number of qubits ----------------------------------------------------------------------------------------------
+// --- any number of qubits
+// ----------------------------------------------------------------------------------------------
 
 // Up to this many factor packs are formed beforehand; larger diagonals form each pack's when it is met.
 constexpr unsigned long most_prepared_packs = 1024;
@@ -132,7 +133,7 @@ void run_diagonal(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_
                 block = base >> block_shift;
                 high = index::extract(base, high_mask) << low_count;
             }
-            const unsigned long outer = high | gathered[(base >> lane_bits<V>) & index::low_bits(table_bits)];
+            const unsigned long outer = high | gathered[(base >> lane_bits<V>)&index::low_bits(table_bits)];
             if constexpr (prepared) {
                 multiply(state + base, factors[outer], changed, blend);
             } else {
@@ -193,10 +194,10 @@ kernel_call<T> diagonal_call(unsigned long nbqbits, const std::vector<unsigned i
     return prepare_diagonal<single_pack<T>>(nbqbits, targets, controls, diag);
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                  \
-    template kernel_call<T> one_qubit_diagonal_call<T>(unsigned long, unsigned long, unsigned long,                 \
-                                                       thrust::complex<T>, thrust::complex<T>);                     \
-    template kernel_call<T> diagonal_call<T>(unsigned long, const std::vector<unsigned int>&, unsigned long,        \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                           \
+    template kernel_call<T> one_qubit_diagonal_call<T>(unsigned long, unsigned long, unsigned long,          \
+                                                       thrust::complex<T>, thrust::complex<T>);              \
+    template kernel_call<T> diagonal_call<T>(unsigned long, const std::vector<unsigned int>&, unsigned long, \
                                              const std::vector<thrust::complex<T>>&, bool);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)
@@ -233,13 +234,13 @@ void _DiagGate<form>::apply_controlled(thrust::complex<T>* state, std::vector<un
                           nthreads);
 }
 
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                           \
-    template void fill_sorted_diag(thrust::complex<T>*, const std::vector<unsigned int>&,                            \
-                                   const std::vector<thrust::complex<T>>&, unsigned long);                           \
-    template void _DiagGate<true>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int,      \
-                                            std::vector<thrust::complex<T>>);                                        \
-    template void _DiagGate<true>::apply_controlled<T>(thrust::complex<T>*, std::vector<unsigned int>,               \
-                                                       unsigned long, int, std::vector<unsigned int>,                \
+#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                            \
+    template void fill_sorted_diag(thrust::complex<T>*, const std::vector<unsigned int>&,                             \
+                                   const std::vector<thrust::complex<T>>&, unsigned long);                            \
+    template void _DiagGate<true>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int,       \
+                                            std::vector<thrust::complex<T>>);                                         \
+    template void _DiagGate<true>::apply_controlled<T>(thrust::complex<T>*, std::vector<unsigned int>, unsigned long, \
+                                                       int, std::vector<unsigned int>,                                \
                                                        std::vector<thrust::complex<T>>);
 VELACAMPLIX_INSTANTIATE_MEMBERS(float)
 VELACAMPLIX_INSTANTIATE_MEMBERS(double)

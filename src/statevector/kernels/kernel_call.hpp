@@ -26,11 +26,11 @@ template <class T>
 struct kernel_call {
     using loop = void (*)(const kernel_call&, thrust::complex<T>* state, unsigned long begin, unsigned long end);
 
-    loop run = nullptr;         // null: the gate touches nothing
+    loop run = nullptr;  // null: the gate touches nothing
     unsigned long units = 0;
-    unsigned long bytes = 0;    // read and written by all units together
-    unsigned long fixed = 0;    // index bits that are equal in all bases, the bits inside a pack among them
-    unsigned long ones = 0;     // which of the fixed bits are 1
+    unsigned long bytes = 0;       // read and written by all units together
+    unsigned long fixed = 0;       // index bits that are equal in all bases, the bits inside a pack among them
+    unsigned long ones = 0;        // which of the fixed bits are 1
     unsigned long lane_fixed = 0;  // conditions on the index bits inside a pack
     unsigned long lane_ones = 0;
     std::array<unsigned long, 2> target_bit{};  // high local bit first

@@ -11,21 +11,45 @@ using namespace pbamplix::cpu;
 template <class G>
 struct formula_of;
 template <>
-struct formula_of<GateX> { template <class V> using type = pair_x<V>; };
+struct formula_of<GateX> {
+    template <class V>
+    using type = pair_x<V>;
+};
 template <>
-struct formula_of<GateY> { template <class V> using type = pair_y<V>; };
+struct formula_of<GateY> {
+    template <class V>
+    using type = pair_y<V>;
+};
 template <>
-struct formula_of<GateH> { template <class V> using type = pair_h<V>; };
+struct formula_of<GateH> {
+    template <class V>
+    using type = pair_h<V>;
+};
 template <>
-struct formula_of<GateZtoY> { template <class V> using type = pair_z_to_y<V>; };
+struct formula_of<GateZtoY> {
+    template <class V>
+    using type = pair_z_to_y<V>;
+};
 template <>
-struct formula_of<GateYtoZ> { template <class V> using type = pair_y_to_z<V>; };
+struct formula_of<GateYtoZ> {
+    template <class V>
+    using type = pair_y_to_z<V>;
+};
 template <>
-struct formula_of<GateRX> { template <class V> using type = pair_rx<V>; };
+struct formula_of<GateRX> {
+    template <class V>
+    using type = pair_rx<V>;
+};
 template <>
-struct formula_of<GateRY> { template <class V> using type = pair_ry<V>; };
+struct formula_of<GateRY> {
+    template <class V>
+    using type = pair_ry<V>;
+};
 template <>
-struct formula_of<_Gate1QB<true>> { template <class V> using type = pair_matrix<V>; };
+struct formula_of<_Gate1QB<true>> {
+    template <class V>
+    using type = pair_matrix<V>;
+};
 
 // The one loop over pairs. `inner` is the target's position inside the pack, -1 for a target outside; `blend` says
 // that some controls stand inside the pack, so that only some lanes change.
@@ -90,8 +114,8 @@ kernel_call<T> one_qubit_call(unsigned long nbqbits, unsigned long target, unsig
     return call;
 }
 
-#define VELACAMPLIX_INSTANTIATE(G, T)                                                                      \
-    template kernel_call<T> one_qubit_call<G, T>(unsigned long, unsigned long, unsigned long,              \
+#define VELACAMPLIX_INSTANTIATE(G, T)                                                         \
+    template kernel_call<T> one_qubit_call<G, T>(unsigned long, unsigned long, unsigned long, \
                                                  const std::array<thrust::complex<T>, 4>&);
 #define VELACAMPLIX_INSTANTIATE_BOTH(G) VELACAMPLIX_INSTANTIATE(G, float) VELACAMPLIX_INSTANTIATE(G, double)
 
@@ -117,19 +141,19 @@ void Template1QBGate<G>::apply_controlled(thrust::complex<T>* state, unsigned in
     kernels::run_parallel(call, state, nthreads);
 }
 
-#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                                                 \
-    template void Template1QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>(                             \
+#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                     \
+    template void Template1QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>( \
         thrust::complex<T>*, unsigned int, unsigned long, int, std::vector<unsigned int> __VA_OPT__(, ) __VA_ARGS__);
 #define VELACAMPLIX_C(T) thrust::complex<T>
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                         \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateX, T)                                                                       \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateY, T)                                                                       \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateH, T)                                                                       \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoY, T)                                                                    \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZ, T)                                                                    \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateRX, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                                  \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateRY, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                                  \
-    VELACAMPLIX_INSTANTIATE_MEMBER(_Gate1QB<true>, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T), VELACAMPLIX_C(T),        \
+#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                  \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateX, T)                                                                \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateY, T)                                                                \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateH, T)                                                                \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoY, T)                                                             \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZ, T)                                                             \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateRX, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                           \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateRY, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                           \
+    VELACAMPLIX_INSTANTIATE_MEMBER(_Gate1QB<true>, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T), VELACAMPLIX_C(T), \
                                    VELACAMPLIX_C(T))
 
 VELACAMPLIX_INSTANTIATE_MEMBERS(float)

@@ -48,8 +48,8 @@ inline constexpr unsigned lane_bits = static_cast<unsigned>(std::countr_zero(lan
 
 // Bit patterns of a pack, for signs and selections.
 template <class V>
-using bits_of = typename pack_type<std::conditional_t<sizeof(scalar_of<V>) == 8, std::int64_t, std::int32_t>,
-                                   sizeof(V)>::type;
+using bits_of =
+    typename pack_type<std::conditional_t<sizeof(scalar_of<V>) == 8, std::int64_t, std::int32_t>, sizeof(V)>::type;
 
 template <class V>
 [[gnu::always_inline]] inline V load(const thrust::complex<scalar_of<V>>* from) {

@@ -11,13 +11,21 @@ using namespace pbamplix::cpu;
 template <class G, class V>
 struct formula_of;
 template <class V>
-struct formula_of<GateZ, V> { using type = phase_z<V>; };
+struct formula_of<GateZ, V> {
+    using type = phase_z<V>;
+};
 template <class V>
-struct formula_of<GateS, V> { using type = phase_s<V>; };
+struct formula_of<GateS, V> {
+    using type = phase_s<V>;
+};
 template <class V>
-struct formula_of<GateT, V> { using type = phase_t<V>; };
+struct formula_of<GateT, V> {
+    using type = phase_t<V>;
+};
 template <class T, class V>
-struct formula_of<GatePH<T>, V> { using type = phase_factor<V>; };
+struct formula_of<GatePH<T>, V> {
+    using type = phase_factor<V>;
+};
 
 template <class G, class V, bool blend>
 void run_phases(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
@@ -64,7 +72,7 @@ bool local_index_one(condition& where, const std::vector<unsigned int>& targets,
     return (where.ones & ~where.fixed) == 0 && (index::xor_mask_of(targets) & control_mask & ~where.ones) == 0;
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                           \
+#define VELACAMPLIX_INSTANTIATE(T)                                                              \
     template kernel_call<T> phase_call<GateZ, T>(unsigned long, condition, thrust::complex<T>); \
     template kernel_call<T> phase_call<GateS, T>(unsigned long, condition, thrust::complex<T>); \
     template kernel_call<T> phase_call<GateT, T>(unsigned long, condition, thrust::complex<T>); \
@@ -114,18 +122,18 @@ void _TemplatePartialDiagGate<G, false>::apply_controlled(thrust::complex<T>* st
     velacamplix::kernels::apply_phase<G, T>(state, targets, nbqbits, nthreads, controls, gate.factor);
 }
 
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(G, T)                                                                   \
-    template void _TemplatePartialDiagGate<G, true>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>,   \
-                                                              unsigned long, int);                              \
-    template void _TemplatePartialDiagGate<G, true>::apply_controlled<T>(                                       \
+#define VELACAMPLIX_INSTANTIATE_MEMBERS(G, T)                                                                 \
+    template void _TemplatePartialDiagGate<G, true>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, \
+                                                              unsigned long, int);                            \
+    template void _TemplatePartialDiagGate<G, true>::apply_controlled<T>(                                     \
         thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int, std::vector<unsigned int>);
-#define VELACAMPLIX_INSTANTIATE_PRECISION(T)                                                                         \
-    VELACAMPLIX_INSTANTIATE_MEMBERS(GateZ, T)                                                                        \
-    VELACAMPLIX_INSTANTIATE_MEMBERS(GateS, T)                                                                        \
-    VELACAMPLIX_INSTANTIATE_MEMBERS(GateT, T)                                                                        \
-    template void _TemplatePartialDiagGate<GatePH<T>, false>::apply<T>(                                              \
-        thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int, GatePH<T>);                              \
-    template void _TemplatePartialDiagGate<GatePH<T>, false>::apply_controlled<T>(                                   \
+#define VELACAMPLIX_INSTANTIATE_PRECISION(T)                                                                           \
+    VELACAMPLIX_INSTANTIATE_MEMBERS(GateZ, T)                                                                          \
+    VELACAMPLIX_INSTANTIATE_MEMBERS(GateS, T)                                                                          \
+    VELACAMPLIX_INSTANTIATE_MEMBERS(GateT, T)                                                                          \
+    template void _TemplatePartialDiagGate<GatePH<T>, false>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, \
+                                                                       unsigned long, int, GatePH<T>);                 \
+    template void _TemplatePartialDiagGate<GatePH<T>, false>::apply_controlled<T>(                                     \
         thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int, std::vector<unsigned int>, GatePH<T>);
 
 VELACAMPLIX_INSTANTIATE_PRECISION(float)

@@ -9,7 +9,7 @@ namespace velacamplix::kernels {
 // A target bit as a wide loop sees it. A target inside the pack changes places with a free index bit: packs are
 // loaded in pairs along that bit, exchanged, worked on, and exchanged back.
 struct outer_target {
-    unsigned long bit;       // tells the packs apart
+    unsigned long bit;        // tells the packs apart
     int exchanged_with = -1;  // position inside the pack, or -1 for a target that was outside already
 };
 

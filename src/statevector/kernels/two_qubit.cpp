@@ -22,25 +22,46 @@ const thrust::complex<T>* coefficients_of(const kernel_call<T>& call) {
 template <class G>
 struct formula_of;
 template <>
-struct formula_of<GateSWAP> { template <class V> using type = quad_swap<V>; };
+struct formula_of<GateSWAP> {
+    template <class V>
+    using type = quad_swap<V>;
+};
 template <>
-struct formula_of<GateISWAP> { template <class V> using type = quad_iswap<V>; };
+struct formula_of<GateISWAP> {
+    template <class V>
+    using type = quad_iswap<V>;
+};
 template <>
-struct formula_of<GateSQRTSWAP> { template <class V> using type = quad_sqrt_swap<V>; };
+struct formula_of<GateSQRTSWAP> {
+    template <class V>
+    using type = quad_sqrt_swap<V>;
+};
 template <>
-struct formula_of<GateHH> { template <class V> using type = quad_hh<V>; };
+struct formula_of<GateHH> {
+    template <class V>
+    using type = quad_hh<V>;
+};
 template <>
-struct formula_of<GateZtoYZtoYConj> { template <class V> using type = quad_z_to_y_z_to_y_conj<V>; };
+struct formula_of<GateZtoYZtoYConj> {
+    template <class V>
+    using type = quad_z_to_y_z_to_y_conj<V>;
+};
 template <>
-struct formula_of<GateYtoZYtoZConj> { template <class V> using type = quad_y_to_z_y_to_z_conj<V>; };
+struct formula_of<GateYtoZYtoZConj> {
+    template <class V>
+    using type = quad_y_to_z_y_to_z_conj<V>;
+};
 template <>
-struct formula_of<_Gate2QB<true>> { template <class V> using type = quad_matrix<V>; };
+struct formula_of<_Gate2QB<true>> {
+    template <class V>
+    using type = quad_matrix<V>;
+};
 
 // Gates that leave the local indices 00 and 11 alone neither read nor write them, unless a target stands inside the
 // pack and the four parts come mixed.
 template <class G>
-inline constexpr bool middle_only = std::is_same_v<G, GateSWAP> || std::is_same_v<G, GateISWAP> ||
-                                    std::is_same_v<G, GateSQRTSWAP>;
+inline constexpr bool middle_only =
+    std::is_same_v<G, GateSWAP> || std::is_same_v<G, GateISWAP> || std::is_same_v<G, GateSQRTSWAP>;
 
 // The one loop over groups of four. `inner_high` and `inner_low` are the targets' positions inside the pack, -1 for
 // those outside; `blend` says that some controls stand inside the pack.
@@ -127,8 +148,8 @@ kernel_call<T> prepare(unsigned long nbqbits, unsigned long high, unsigned long 
         const bool outer = placed[0].exchanged_with < 0 && placed[1].exchanged_with < 0;
         select_groups<wide>(call, nbqbits, where, placed[0].bit | placed[1].bit, middle_only<G> && outer ? 2 : 4);
         call.target_bit = {placed[0].bit, placed[1].bit};
-        call.prefetch = std::max(prefetch_distance<T>(nbqbits, placed[0].bit),
-                                 prefetch_distance<T>(nbqbits, placed[1].bit));
+        call.prefetch =
+            std::max(prefetch_distance<T>(nbqbits, placed[0].bit), prefetch_distance<T>(nbqbits, placed[1].bit));
         call.run = choose_loop<G, wide>(placed[0].exchanged_with, placed[1].exchanged_with, call.lane_fixed != 0);
     } else {
         select_groups<narrow>(call, nbqbits, where, high | low, 4);
@@ -157,13 +178,13 @@ kernel_call<T> two_qubit_matrix_call(unsigned long nbqbits, unsigned long high, 
 
 #define VELACAMPLIX_INSTANTIATE(G, T) \
     template kernel_call<T> two_qubit_call<G, T>(unsigned long, unsigned long, unsigned long, unsigned long);
-#define VELACAMPLIX_INSTANTIATE_ALL(T)               \
-    VELACAMPLIX_INSTANTIATE(GateSWAP, T)             \
-    VELACAMPLIX_INSTANTIATE(GateISWAP, T)            \
-    VELACAMPLIX_INSTANTIATE(GateSQRTSWAP, T)         \
-    VELACAMPLIX_INSTANTIATE(GateHH, T)               \
-    VELACAMPLIX_INSTANTIATE(GateZtoYZtoYConj, T)     \
-    VELACAMPLIX_INSTANTIATE(GateYtoZYtoZConj, T)     \
+#define VELACAMPLIX_INSTANTIATE_ALL(T)                                                                           \
+    VELACAMPLIX_INSTANTIATE(GateSWAP, T)                                                                         \
+    VELACAMPLIX_INSTANTIATE(GateISWAP, T)                                                                        \
+    VELACAMPLIX_INSTANTIATE(GateSQRTSWAP, T)                                                                     \
+    VELACAMPLIX_INSTANTIATE(GateHH, T)                                                                           \
+    VELACAMPLIX_INSTANTIATE(GateZtoYZtoYConj, T)                                                                 \
+    VELACAMPLIX_INSTANTIATE(GateYtoZYtoZConj, T)                                                                 \
     template kernel_call<T> two_qubit_matrix_call<T>(unsigned long, unsigned long, unsigned long, unsigned long, \
                                                      const std::vector<thrust::complex<T>>&);
 
@@ -191,17 +212,17 @@ void Template2QBGate<G>::apply_controlled(thrust::complex<T>* state, unsigned in
     }
 }
 
-#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                                         \
-    template void Template2QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>(                     \
-        thrust::complex<T>*, unsigned int, unsigned int, unsigned long, int, std::vector<unsigned int>    \
-        __VA_OPT__(, ) __VA_ARGS__);
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                    \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateSWAP, T)               \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateISWAP, T)              \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateSQRTSWAP, T)           \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateHH, T)                 \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoYZtoYConj, T)       \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZYtoZConj, T)       \
+#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                     \
+    template void Template2QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>( \
+        thrust::complex<T>*, unsigned int, unsigned int, unsigned long, int,          \
+        std::vector<unsigned int> __VA_OPT__(, ) __VA_ARGS__);
+#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)              \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateSWAP, T)         \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateISWAP, T)        \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateSQRTSWAP, T)     \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateHH, T)           \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoYZtoYConj, T) \
+    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZYtoZConj, T) \
     VELACAMPLIX_INSTANTIATE_MEMBER(_Gate2QB<true>, T, std::vector<thrust::complex<T>>)
 
 VELACAMPLIX_INSTANTIATE_MEMBERS(float)

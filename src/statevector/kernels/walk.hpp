@@ -47,8 +47,8 @@ template <class V, class T, class Prefetch, class Body>
     const unsigned long fixed = call.fixed;
     const unsigned long ones = call.ones;
     const unsigned long ahead = call.prefetch;
-    // The lowest bits, inside the pack and perhaps some above, are fixed without a gap: units lie a constant stride apart
-    // until the next fixed bit interrupts them.
+    // The lowest bits, inside the pack and perhaps some above, are fixed without a gap: units lie a constant stride
+    // apart until the next fixed bit interrupts them.
     const int solid = std::countr_one(fixed);
     const unsigned long stride = 1ul << solid;
     const unsigned long interrupting = fixed >> solid;

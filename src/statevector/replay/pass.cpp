@@ -93,8 +93,10 @@ chunk_pass<T> make_pass(const std::vector<gates::operation<T>>& operations, cons
 
 template <class T>
 buffer_shape choose_shape(unsigned nbqbits, int threads) {
-    // Two thirds of the cache at most: the rest is for what the gates read besides, and for the next chunk's first lines.
-    auto chunk_bits = static_cast<unsigned>(std::bit_width(first_level_cache_bytes() * 2 / 3 / sizeof(thrust::complex<T>))) - 1;
+    // Two thirds of the cache at most: the rest is for what the gates read besides, and for the next chunk's first
+    // lines.
+    auto chunk_bits =
+        static_cast<unsigned>(std::bit_width(first_level_cache_bytes() * 2 / 3 / sizeof(thrust::complex<T>))) - 1;
     // Enough chunks for every thread, where a second thread pays at all.
     if (threads > 1 && nbqbits > chunk_bits) chunk_bits = std::min(chunk_bits, nbqbits - 2);
     return {line_bits<T> + 3, chunk_bits};
@@ -127,8 +129,8 @@ void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned n
     const unsigned long steps = pass.steps.size();
     for (unsigned long c = begin; c < end; ++c) {
         const unsigned long base = index::deposit(c, outer);
-        const bool acts = std::any_of(pass.steps.begin(), pass.steps.end(),
-                                      [base](const step<T>& s) { return s.acts_on(base); });
+        const bool acts =
+            std::any_of(pass.steps.begin(), pass.steps.end(), [base](const step<T>& s) { return s.acts_on(base); });
         if (!acts) continue;
         const thrust::complex<T>* const next = state + index::deposit(c + 1 < end ? c + 1 : c, outer);
         copy_in(pass.chunks, state + base, buffer);
@@ -140,11 +142,11 @@ void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned n
     }
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
-    template buffer_shape choose_shape<T>(unsigned, int);                                                              \
-    template std::vector<chunk_pass<T>> make_passes<T>(const std::vector<gates::operation<T>>&, unsigned,              \
-                                                       buffer_shape);                                                  \
-    template void run_chunks<T>(const chunk_pass<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long,     \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                 \
+    template buffer_shape choose_shape<T>(unsigned, int);                                                          \
+    template std::vector<chunk_pass<T>> make_passes<T>(const std::vector<gates::operation<T>>&, unsigned,          \
+                                                       buffer_shape);                                              \
+    template void run_chunks<T>(const chunk_pass<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long, \
                                 thrust::complex<T>*);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)

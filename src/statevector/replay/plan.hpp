@@ -10,8 +10,8 @@ struct footprint {
     unsigned long mixed;
 };
 
-// Gates first ... last - 1 act while the bits under `local` are together in a buffer. A stretch whose one gate mixes more
-// than a buffer holds has local = 0 and runs over the whole array.
+// Gates first ... last - 1 act while the bits under `local` are together in a buffer. A stretch whose one gate mixes
+// more than a buffer holds has local = 0 and runs over the whole array.
 struct stretch {
     unsigned long first;
     unsigned long last;

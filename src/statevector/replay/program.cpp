@@ -1,7 +1,7 @@
 #include <velacamplix/program.hpp>
 
-#include "statevector/index/bits.hpp"
 #include "statevector/gates/operation.hpp"
+#include "statevector/index/bits.hpp"
 #include "statevector/replay/replay.hpp"
 
 #include <velacamplix/kernels.hpp>

@@ -11,7 +11,7 @@ namespace velacamplix::replay {
 namespace {
 
 // S is missing on purpose: a record that holds it is refused, although the state vector has the gate.
-constexpr std::array<std::string_view, 11> names_of_a_record = {"H",  "X",  "Y",  "Z", "RX",  "RY",
+constexpr std::array<std::string_view, 11> names_of_a_record = {"H",  "X",  "Y", "Z",    "RX",  "RY",
                                                                 "RZ", "PH", "T", "CNOT", "SWAP"};
 
 bool may_be_recorded(const std::string& name) {

@@ -94,8 +94,8 @@ void resolve_diagonal(step<T>& result, const operation<T>& op, const locality& w
         if ((outer & index::bit(q)) == 0) inner_targets.push_back(where.position_of(q));
     }
     for (unsigned long variant = 0; variant < (1ul << std::popcount(outer)); ++variant) {
-        result.calls.push_back(kernels::diagonal_call<T>(nbqbits, inner_targets, controls,
-                                                         remaining_diagonal(op, outer, variant), false));
+        result.calls.push_back(
+            kernels::diagonal_call<T>(nbqbits, inner_targets, controls, remaining_diagonal(op, outer, variant), false));
     }
 }
 

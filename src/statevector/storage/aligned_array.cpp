@@ -29,7 +29,7 @@ thrust::complex<T>* allocate_unguarded(unsigned long count) {
     if (count > static_cast<unsigned long>(std::numeric_limits<std::ptrdiff_t>::max()) / amplitude_size) {
         throw std::bad_array_new_length();
     }
-    void* array = ::operator new[](count * amplitude_size, std::align_val_t{alignment});
+    void* array = ::operator new[](count* amplitude_size, std::align_val_t{alignment});
     ask_for_huge_pages(array, count * amplitude_size);
     return static_cast<thrust::complex<T>*>(array);
 }
