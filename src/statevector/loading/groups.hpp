@@ -8,9 +8,9 @@
 #include <array>
 #include <vector>
 
-// Groups as data loading walks them. A group is one configuration of the qubits outside a list; its amplitudes stand
-// at base | offset. Groups are independent, so neighbours are worked side by side, offset after offset: a strip of
-// groups, in packs where the lowest qubits are free.
+// Groups as data loading walks them. A group is one configuration of the qubits outside a list of targets; its
+// amplitudes stand at base | offset. Groups are independent, so neighbours are worked side by side, offset after
+// offset: a strip of groups, in packs of whatever lies together in memory.
 
 namespace velacamplix::loading {
 
@@ -61,63 +61,76 @@ inline bool all_distinct(const std::vector<unsigned int>& targets) {
     return static_cast<std::size_t>(std::popcount(index::mask_of(targets))) == targets.size();
 }
 
-// True where packs V hold whole groups: their inner index bits are free, and the groups fill them.
+// How the index bits inside a pack V divide into targets and free bits.
 template <class V>
-bool fit_packs(const group_range& groups) {
-    constexpr unsigned long inside = kernels::lanes<V> - 1;
-    return (groups.free & inside) == inside && groups.count >= kernels::lanes<V>;
-}
+struct inner_bits {
+    static constexpr unsigned long inside = kernels::lanes<V> - 1;
 
-template <unsigned width>
-struct alternating {
-    static constexpr int at(std::size_t s) { return static_cast<int>(s % 2 == 0 ? s : width + s); }
+    explicit inner_bits(unsigned long free_bits) : free(free_bits & inside), targets(inside & ~free_bits) {}
+
+    unsigned free_count() const { return static_cast<unsigned>(std::popcount(free)); }
+    unsigned target_count() const { return static_cast<unsigned>(std::popcount(targets)); }
+
+    unsigned long free;
+    unsigned long targets;
 };
 
-// The same complex number in every amplitude of a pack.
+// True where an array of 2^n amplitudes can be walked in packs V. Coinciding targets leave groups out, one by one.
 template <class V>
-V repeat(thrust::complex<kernels::scalar_of<V>> value) {
-    return kernels::shuffle(kernels::broadcast<V>(value.real()), kernels::broadcast<V>(value.imag()),
-                            alternating<kernels::scalars<V>>{}, std::make_index_sequence<kernels::scalars<V>>{});
+bool fit_packs(const std::vector<unsigned int>& targets, unsigned int n) {
+    return n >= kernels::lane_bits<V> && all_distinct(targets);
 }
 
-// A strip of at most `most` packs of groups, by the index of each pack's first amplitude.
-inline constexpr unsigned long most_strip_packs = 256;
+template <class V, class Number, std::size_t... s>
+[[gnu::always_inline]] inline V make_pack(Number number, std::index_sequence<s...>) {
+    return V{number(s / 2, s % 2)...};
+}
+
+// A pack of number(lane, 0), number(lane, 1), ...: real and imaginary part of every lane.
+template <class V, class Number>
+[[gnu::always_inline]] inline V make_pack(Number number) {
+    return make_pack<V>(number, std::make_index_sequence<kernels::scalars<V>>{});
+}
+
+// A strip of at most `most` columns. A column is the packs, one for every value of the targets outside a pack, that
+// start at base | offset; several groups where inner bits are free.
+inline constexpr unsigned long most_columns = 256;
 
 struct strip {
-    unsigned long packs;
-    std::array<unsigned long, most_strip_packs> bases;
+    unsigned long columns;
+    std::array<unsigned long, most_columns> bases;
 };
 
-// How groups are cut into strips of packs V: so long that a strip's amplitudes still fit the cache when they are
-// visited a second time, and no shorter than a few cache lines unless threads would be left without work.
+// How groups are cut into strips: of so many columns that `cached_bytes` hold them, and no fewer than a few cache
+// lines unless threads would be left without work.
 template <class V>
 class strips {
 public:
-    strips(const group_range& groups, unsigned long group_size)
-        : outer_free_(groups.free & ~(kernels::lanes<V> - 1)), packs_(groups.count / kernels::lanes<V>) {
-        constexpr unsigned long cached_bytes = 256ul << 10;
+    strips(const group_range& groups, unsigned long column_packs, unsigned long cached_bytes, unsigned long least)
+        : outer_free_(groups.free & ~inner_bits<V>::inside),
+          columns_(groups.count >> inner_bits<V>(groups.free).free_count()) {
         constexpr unsigned long shares = 64;
-        const unsigned long pack_bytes = sizeof(V) * std::min(group_size, cached_bytes);
-        length_ = std::clamp(cached_bytes / pack_bytes, 8ul, most_strip_packs);
-        if (packs_ * pack_bytes >= storage::worthwhile_bytes) length_ = std::min(length_, packs_ / shares);
-        length_ = std::clamp(length_, 1ul, packs_);
+        const unsigned long column_bytes = sizeof(V) * std::min(column_packs, cached_bytes);
+        length_ = std::clamp(std::bit_floor(cached_bytes / column_bytes), least, most_columns);
+        if (columns_ * column_bytes >= storage::worthwhile_bytes) length_ = std::min(length_, columns_ / shares);
+        length_ = std::clamp(length_, 1ul, columns_);
     }
 
-    unsigned long count() const { return packs_ / length_; }
+    unsigned long count() const { return columns_ / length_; }
     unsigned long length() const { return length_; }
 
     void fill(unsigned long number, strip& out) const {
-        out.packs = length_;
+        out.columns = length_;
         unsigned long base = index::deposit(number * length_, outer_free_);
-        for (unsigned long p = 0; p < length_; ++p) {
-            out.bases[p] = base;
+        for (unsigned long c = 0; c < length_; ++c) {
+            out.bases[c] = base;
             base = ((base | ~outer_free_) + 1) & outer_free_;  // carry skips the fixed bits
         }
     }
 
 private:
     unsigned long outer_free_;
-    unsigned long packs_;
+    unsigned long columns_;
     unsigned long length_;
 };
 

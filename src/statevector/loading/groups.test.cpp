@@ -41,22 +41,23 @@ TEST(GroupRange, every_qubit_of_the_list_halves_the_groups_a_repeated_one_too) {
 
 template <class V>
 void expect_every_group_once(const std::vector<unsigned int>& targets, unsigned int n) {
+    constexpr unsigned long inside = inner_bits<V>::inside;
     const group_range groups = groups_over(targets, n);
-    if (!fit_packs<V>(groups)) return;
-    const strips<V> cut(groups, 1ul << targets.size());
+    const inner_bits<V> inner(groups.free);
+    const strips<V> cut(groups, (1ul << targets.size()) >> inner.target_count(), 32ul << 10, 8);
     std::set<unsigned long> seen;
     strip where;
     for (unsigned long s = 0; s < cut.count(); ++s) {
         cut.fill(s, where);
-        EXPECT_EQ(where.packs, cut.length());
-        EXPECT_LE(where.packs, most_strip_packs);
-        for (unsigned long p = 0; p < where.packs; ++p) {
-            EXPECT_EQ(where.bases[p] % velacamplix::kernels::lanes<V>, 0ul);
-            EXPECT_EQ(where.bases[p] & ~groups.free, 0ul);
-            seen.insert(where.bases[p]);
+        EXPECT_EQ(where.columns, cut.length());
+        EXPECT_LE(where.columns, most_columns);
+        for (unsigned long c = 0; c < where.columns; ++c) {
+            EXPECT_EQ(where.bases[c] & inside, 0ul);
+            EXPECT_EQ(where.bases[c] & ~groups.free, 0ul);
+            seen.insert(where.bases[c]);
         }
     }
-    EXPECT_EQ(seen.size() * velacamplix::kernels::lanes<V>, groups.count);
+    EXPECT_EQ(seen.size() << inner.free_count(), groups.count);
 }
 
 TEST(Strips, hold_every_group_exactly_once) {
@@ -67,6 +68,22 @@ TEST(Strips, hold_every_group_exactly_once) {
             expect_every_group_once<pack>(targets, n);
         }
     }
+}
+
+TEST(InnerBits, are_targets_or_free) {
+    const inner_bits<pack> inner(~1ul);
+    EXPECT_EQ(inner.free | inner.targets, inner_bits<pack>::inside);
+    EXPECT_EQ(inner.targets, 1ul & inner_bits<pack>::inside);
+    EXPECT_EQ(inner.free_count() + inner.target_count(), velacamplix::kernels::lane_bits<pack>);
+    EXPECT_EQ(inner_bits<single>(~1ul).targets, 0ul);
+}
+
+TEST(Packs, do_not_fit_arrays_smaller_than_one_and_repeated_targets) {
+    constexpr unsigned int bits = velacamplix::kernels::lane_bits<pack>;
+    EXPECT_TRUE(fit_packs<pack>({0}, bits + 1));
+    EXPECT_TRUE(fit_packs<pack>({}, bits));
+    EXPECT_FALSE(fit_packs<pack>({0, 0}, 10));
+    EXPECT_EQ(fit_packs<pack>({}, 0), bits == 0);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "statevector/loading/groups.hpp"
+#include "statevector/loading/registers.hpp"
 
 #include <velacamplix/loading.hpp>
 
@@ -10,43 +10,6 @@ using namespace velacamplix;
 using namespace velacamplix::loading;
 
 namespace {
-
-// The qubits of both kinds of QRAM: the first `naddress` hold the address, the others the value, each least
-// significant bit first.
-struct registers {
-    registers(const std::vector<unsigned int>& qubits, unsigned int naddress)
-        : addresses(1ul << (naddress & 63)),
-          values(1ul << ((qubits.size() - naddress) & 63)),
-          address_bits({qubits.begin(), qubits.begin() + naddress}),
-          value_bits({qubits.begin() + naddress, qubits.end()}) {}
-
-    unsigned long addresses;
-    unsigned long values;
-    placement address_bits;
-    placement value_bits;
-};
-
-// Calls body(strip, first address, last address) for all groups and addresses. Distinct qubits make the addresses of
-// a group independent, and large groups are shared by address; a repeated qubit (the host's mistake) leaves the
-// addresses of a group to one thread, in increasing order.
-template <class V, class Body>
-void for_addresses(const group_range& groups, unsigned long group_size, const registers& r, bool distinct,
-                   unsigned long bytes, int nthreads, Body body) {
-    const strips<V> cut(groups, group_size);
-    const unsigned long parts = distinct ? r.addresses : 1;
-    const unsigned long addresses_per_part = r.addresses / parts;
-    storage::parallel_blocks(cut.count() * parts, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
-        strip where;
-        while (begin < end) {
-            const unsigned long number = begin / parts;
-            const unsigned long first = begin % parts;
-            const unsigned long last = std::min(parts, first + (end - begin));
-            cut.fill(number, where);
-            body(where, first * addresses_per_part, last * addresses_per_part);
-            begin += last - first;
-        }
-    });
-}
 
 // The norm of each address's block of real parts. Squares are taken in double and rounded before they are added.
 template <class T>
@@ -66,52 +29,121 @@ std::vector<T> block_norms(const thrust::complex<double>* data, const registers&
     return norms;
 }
 
+// The bits of a register that stand inside a pack: what each lane adds to the register's number.
 template <class V>
-void load_blocks(thrust::complex<kernels::scalar_of<V>>* state, const thrust::complex<double>* data,
-                 const group_range& groups, unsigned long group_size, const registers& r, bool distinct, int nthreads) {
-    using T = kernels::scalar_of<V>;
-    const std::vector<T> norms = block_norms<T>(data, r, nthreads);
-    const unsigned long bytes = groups.count * group_size * sizeof(thrust::complex<T>);
-    const auto body = [&](const strip& where, unsigned long first, unsigned long last) {
-        std::array<V, most_strip_packs> spread;
-        for (unsigned long a = first; a < last; ++a) {
-            thrust::complex<T>* source = state + r.address_bits(a);
-            const bool divides = norms[a] > T(0);
-            for (unsigned long p = 0; p < where.packs; ++p) {
-                const V amplitude = kernels::load<V>(source + where.bases[p]);
-                spread[p] = divides ? amplitude / kernels::broadcast<V>(norms[a]) : amplitude;
-            }
-            for (unsigned long v = 0; v < r.values; ++v) {
-                // The value register reads 0 in the source, so v = 0 writes the source itself.
-                thrust::complex<T>* to = state + (r.address_bits(a) | r.value_bits(v));
-                const V weight = kernels::broadcast<V>(static_cast<T>(data[a * r.values + v].real()));
-                for (unsigned long p = 0; p < where.packs; ++p)
-                    kernels::store<V>(to + where.bases[p], spread[p] * weight);
+struct register_lanes {
+    register_lanes(const std::vector<unsigned int>& qubits, std::size_t first, std::size_t last) {
+        for (std::size_t t = first; t < last; ++t) {
+            if (qubits[t] >= kernels::lane_bits<V>) continue;
+            number_bits |= index::bit(static_cast<unsigned int>(t - first));
+            lane_bits |= index::bit(qubits[t]);
+            for (unsigned long lane = 0; lane < kernels::lanes<V>; ++lane) {
+                if (lane & index::bit(qubits[t])) of_lane[lane] |= index::bit(static_cast<unsigned int>(t - first));
             }
         }
-    };
-    for_addresses<V>(groups, group_size, r, distinct, bytes, nthreads, body);
-}
+    }
 
+    // How many numbers there are whose inner bits are 0, the x-th of them, and the one behind a number.
+    unsigned long outer_count(unsigned long numbers) const { return numbers >> std::popcount(number_bits); }
+    unsigned long outer(unsigned long x) const { return index::deposit(x, ~number_bits); }
+    unsigned long next(unsigned long outer_number) const { return ((outer_number | number_bits) + 1) & ~number_bits; }
+
+    unsigned long number_bits = 0;
+    unsigned long lane_bits = 0;
+    std::array<unsigned long, kernels::lanes<V>> of_lane{};
+};
+
+// Spreads amplitudes over their blocks, in packs of whatever lies together in memory. Register bits inside a pack only
+// decide which norm, which weight and which source amplitude each lane takes.
 template <class V>
-void move_to_values(thrust::complex<kernels::scalar_of<V>>* state, const unsigned long* data, const group_range& groups,
-                    const registers& r, bool distinct, int nthreads) {
+class block_loader {
     using T = kernels::scalar_of<V>;
-    const unsigned long bytes = 2 * groups.count * r.addresses * sizeof(thrust::complex<T>);
-    const auto body = [&](const strip& where, unsigned long first, unsigned long last) {
-        for (unsigned long a = first; a < last; ++a) {
-            thrust::complex<T>* source = state + r.address_bits(a);
-            thrust::complex<T>* to = state + (r.address_bits(a) | r.value_bits(data[a] & (r.values - 1)));
-            for (unsigned long p = 0; p < where.packs; ++p) {
-                // In this order: the value 0 leaves the amplitude in place.
-                const V moved = kernels::load<V>(source + where.bases[p]);
-                kernels::store<V>(source + where.bases[p], V{});
-                kernels::store<V>(to + where.bases[p], moved);
+    static constexpr unsigned long lanes = kernels::lanes<V>;
+
+public:
+    block_loader(thrust::complex<T>* state, const thrust::complex<double>* data, const registers& numbers,
+                 const std::vector<unsigned int>& qubits, unsigned int naddress, int nthreads)
+        : state_(state),
+          data_(data),
+          numbers_(numbers),
+          distinct_(all_distinct(qubits)),
+          norms_(block_norms<T>(data, numbers, nthreads)),
+          address_(qubits, 0, naddress),
+          value_(qubits, naddress, qubits.size()) {}
+
+    void run(const group_range& groups, int nthreads) const {
+        const unsigned long addresses = address_.outer_count(numbers_.addresses);
+        const unsigned long values = value_.outer_count(numbers_.values);
+        const unsigned long group_size = numbers_.addresses * numbers_.values;
+        const unsigned long bytes = groups.count * group_size * sizeof(thrust::complex<T>);
+        const strips<V> cut(groups, addresses * values, 32ul << 10, 8);
+        for_addresses(
+            cut, addresses, distinct_, bytes, nthreads,
+            [&](const strip& where, unsigned long first, unsigned long last) { load(where, first, last, values); });
+    }
+
+private:
+    // A few addresses at a time, so that a cache line which several of them share is written while it is near.
+    static constexpr unsigned long most_addresses = 8;
+
+    void load(const strip& where, unsigned long first, unsigned long last, unsigned long values) const {
+        std::array<V, std::max(most_addresses, most_columns)> spread;
+        std::array<unsigned long, most_addresses> addresses;
+        const unsigned long together = distinct_ ? std::max(1ul, most_addresses / where.columns) : 1;
+        unsigned long address = address_.outer(first);
+        for (; first < last; first += together) {
+            const unsigned long count = std::min(together, last - first);
+            for (unsigned long x = 0; x < count; ++x, address = address_.next(address)) {
+                addresses[x] = address;
+                take_sources(where, address, spread.data() + x * where.columns);
+            }
+            unsigned long value = 0;
+            for (unsigned long y = 0; y < values; ++y, value = value_.next(value)) {
+                for (unsigned long x = 0; x < count; ++x) {
+                    write(where, addresses[x], value, spread.data() + x * where.columns);
+                }
             }
         }
-    };
-    for_addresses<V>(groups, 2 * r.addresses, r, distinct, bytes, nthreads, body);
-}
+    }
+
+    // Each lane's source amplitude, where the value register reads 0, divided by its address's norm. A norm of zero
+    // divides by 1, which changes no bit.
+    void take_sources(const strip& where, unsigned long address, V* spread) const {
+        const V divisor = make_pack<V>([&](std::size_t lane, std::size_t) {
+            const T norm = norms_[address | address_.of_lane[lane]];
+            return norm > T(0) ? norm : T(1);
+        });
+        const thrust::complex<T>* source = state_ + numbers_.address_bits(address);
+        for (unsigned long c = 0; c < where.columns; ++c) {
+            const thrust::complex<T>* from = source + where.bases[c];
+            const V amplitudes =
+                value_.lane_bits == 0 ? kernels::load<V>(from) : make_pack<V>([&](std::size_t lane, std::size_t part) {
+                    const thrust::complex<T> amplitude = from[lane & ~value_.lane_bits];
+                    return part == 0 ? amplitude.real() : amplitude.imag();
+                });
+            spread[c] = amplitudes / divisor;
+        }
+    }
+
+    void write(const strip& where, unsigned long address, unsigned long value, const V* spread) const {
+        const V weights = make_pack<V>([&](std::size_t lane, std::size_t) {
+            const unsigned long block = (address | address_.of_lane[lane]) * numbers_.values;
+            return static_cast<T>(data_[block + (value | value_.of_lane[lane])].real());
+        });
+        thrust::complex<T>* to = state_ + (numbers_.address_bits(address) | numbers_.value_bits(value));
+        for (unsigned long c = 0; c < where.columns; ++c) {
+            kernels::store<V>(to + where.bases[c], spread[c] * weights);
+        }
+    }
+
+    thrust::complex<T>* state_;
+    const thrust::complex<double>* data_;
+    const registers& numbers_;
+    bool distinct_;
+    std::vector<T> norms_;
+    register_lanes<V> address_;
+    register_lanes<V> value_;
+};
 
 }  // namespace
 
@@ -119,38 +151,19 @@ template <class T>
 void _qram(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
            const std::vector<unsigned int>& qubits, const unsigned int& naddress, int num_threads) {
     using wide = kernels::wide_pack<T>;
-    const registers r(qubits, naddress);
+    const registers numbers(qubits, naddress);
     const group_range groups = groups_over(qubits, n);
-    const bool distinct = all_distinct(qubits);
-    const unsigned long group_size = r.addresses * r.values;
-    if (fit_packs<wide>(groups)) {
-        load_blocks<wide>(state, data, groups, group_size, r, distinct, num_threads);
+    if (fit_packs<wide>(qubits, n)) {
+        block_loader<wide>(state, data, numbers, qubits, naddress, num_threads).run(groups, num_threads);
     } else {
-        load_blocks<kernels::single_pack<T>>(state, data, groups, group_size, r, distinct, num_threads);
+        using single = kernels::single_pack<T>;
+        block_loader<single>(state, data, numbers, qubits, naddress, num_threads).run(groups, num_threads);
     }
 }
 
-template <class T>
-void _binary_qram(thrust::complex<T>* state, const unsigned long* data, unsigned int n,
-                  const std::vector<unsigned int>& qubits, const unsigned int& naddress, int num_threads) {
-    using wide = kernels::wide_pack<T>;
-    const registers r(qubits, naddress);
-    const group_range groups = groups_over(qubits, n);
-    const bool distinct = all_distinct(qubits);
-    if (fit_packs<wide>(groups)) {
-        move_to_values<wide>(state, data, groups, r, distinct, num_threads);
-    } else {
-        move_to_values<kernels::single_pack<T>>(state, data, groups, r, distinct, num_threads);
-    }
-}
-
-#define VELACAMPLIX_QRAM(T)                                                                \
-    template void _qram(thrust::complex<T>*, const thrust::complex<double>*, unsigned int, \
-                        const std::vector<unsigned int>&, const unsigned int&, int);       \
-    template void _binary_qram(thrust::complex<T>*, const unsigned long*, unsigned int,    \
-                               const std::vector<unsigned int>&, const unsigned int&, int);
-VELACAMPLIX_QRAM(float)
-VELACAMPLIX_QRAM(double)
-#undef VELACAMPLIX_QRAM
+template void _qram(thrust::complex<float>*, const thrust::complex<double>*, unsigned int,
+                    const std::vector<unsigned int>&, const unsigned int&, int);
+template void _qram(thrust::complex<double>*, const thrust::complex<double>*, unsigned int,
+                    const std::vector<unsigned int>&, const unsigned int&, int);
 
 }  // namespace pbamplix::cpu
