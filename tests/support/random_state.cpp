@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <numeric>
@@ -39,8 +40,10 @@ T unusual(std::mt19937& engine) {
     const bits mantissa = static_cast<bits>(engine()) & (L::quiet - 1);
     switch (engine() % 8) {
         case 0:
-        case 1:
             return with_random_sign<T>(0, engine);
+        case 1:
+            return std::sqrt(std::numeric_limits<T>::min()) * 3 *
+                   ordinary<T>(engine);  // squares leave the normal range
         case 2:
             return with_random_sign<T>(mantissa | 1, engine);  // denormal
         case 3:

@@ -147,6 +147,16 @@ TYPED_TEST(distribution, of_a_density_matrix_sums_negative_real_parts_and_writes
     EXPECT_EQ(distribution_of<TypeParam>(v, {0}), (std::vector<TypeParam>{0, TypeParam(0.75)}));
 }
 
+TYPED_TEST(distribution, scales_tiny_amplitudes_before_it_squares_them) {
+    const TypeParam root = std::sqrt(std::numeric_limits<TypeParam>::min());
+    auto state = random_state<TypeParam>(8, Values::ordinary);
+    for (auto& a : state) a = {a.re * 2 * root, a.im * 2 * root};
+    MeasuredState<TypeParam> measured(state);
+    for (const Qubits& qubits : std::vector<Qubits>{{}, {7}, {0, 5}, {6, 3, 1, 7, 0}}) {
+        ASSERT_TRUE(agrees(measured, TypeParam(0), qubits, {1, 3}));
+    }
+}
+
 TYPED_TEST(distribution, writes_a_nan_as_0) {
     const TypeParam nan = std::numeric_limits<TypeParam>::quiet_NaN();
     LoadedVector<TypeParam> v(reference::State<TypeParam>{{nan, 0}, {1, 0}});

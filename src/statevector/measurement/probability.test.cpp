@@ -143,6 +143,21 @@ TYPED_TEST(probability, scales_tiny_amplitudes_before_it_squares_them) {
     }
 }
 
+TYPED_TEST(probability, scales_tiny_amplitudes_also_where_many_are_read_together) {
+    const TypeParam root = std::sqrt(std::numeric_limits<TypeParam>::min());
+    auto state = random_state<TypeParam>(8, Values::ordinary);
+    for (unsigned long i = 0; i < state.size(); ++i) {
+        if (i % 3 != 0) state[i].re *= 2 * root;
+        if (i % 5 != 0) state[i].im *= 2 * root;
+    }
+    MeasuredState<TypeParam> measured(state);
+    for (const Qubits& qubits : std::vector<Qubits>{{}, {7}, {0, 5}, {0, 1, 2, 3, 4, 5, 6, 7}}) {
+        for (unsigned long outcome = 0; outcome < (1ul << qubits.size()); ++outcome) {
+            ASSERT_TRUE(agrees(measured, outcome, qubits, {1}));
+        }
+    }
+}
+
 TYPED_TEST(probability, of_negative_zeros_is_positive_zero) {
     reference::State<TypeParam> rho(4, {-TypeParam(0), 0});
     LoadedVector<TypeParam> v(rho);
