@@ -11,17 +11,22 @@ namespace {
 constexpr unsigned tile_bits = 4;
 constexpr unsigned tile_side = 1 << tile_bits;
 
-// The tiles in an order in which 16 of them, one after another, fill 16 x 16 neighbours of the copy: a page of 4 KiB
-// and its address translation are then used up at once. (The state itself lies on huge pages.)
+// The tiles in an order in which 16 of them, one after another, fill runs of 16 x 16 neighbours of the copy: a page of
+// 4 KiB and its address translation are then used up at once. (The state itself lies on huge pages.)
 struct tile_order {
     unsigned int tile_number_bits;
-    unsigned int hastened = std::min(tile_bits, tile_number_bits);  // the highest, counted through first
+    unsigned int hastened = std::min(tile_bits, tile_number_bits);  // the highest bits, counted through first
 
     unsigned long at(unsigned long step) const {
         const unsigned long high = index::reverse_bits(step & index::low_bits(hastened), hastened);
         return high << (tile_number_bits - hastened) | step >> hastened;
     }
+    bool begins_run(unsigned long step) const { return (step & index::low_bits(hastened)) == 0; }
 };
+
+// Columns of a tile, each with room for what waits in front of it.
+template <class Out>
+using staged_tile = Out[tile_side][tile_side + line_bytes / sizeof(Out)];
 
 // One whole amplitude by one move, which GCC would make two of.
 template <class T>
@@ -34,14 +39,15 @@ inline void copy_element(const pbamplix::DMDiagSequence<T>& view, unsigned long 
     *to = value_at(view, index);
 }
 
-template <bool thresholded, bool streamed, class Out, class Seq>
-void copy_tiles(const Seq& view, Out* out, typename Seq::proba_type threshold_sq, unsigned long begin,
-                unsigned long end) {
+// Tile after tile, whose columns are staged at `past_line`, where their line in the copy begins at 0.
+template <bool thresholded, class Out, class Seq, class Write>
+void walk_tiles(const Seq& view, typename Seq::proba_type threshold_sq, unsigned long begin, unsigned long end,
+                unsigned long past_line, Write write) {
     using T = typename Seq::proba_type;
     const unsigned int n = view.nqubits;
     const tile_order order{n - 2 * tile_bits};
-    alignas(64) Out tile[tile_side][tile_side];
-    alignas(64) T probabilities[tile_side];
+    alignas(line_bytes) staged_tile<Out> tile;
+    alignas(line_bytes) T probabilities[tile_side];
 
     unsigned long next = order.at(begin) * tile_side;
     for (unsigned long step = begin; step < end; ++step) {
@@ -55,17 +61,44 @@ void copy_tiles(const Seq& view, Out* out, typename Seq::proba_type threshold_sq
                 fetch_ahead(view, row_start + next, tile_side);
             }
             for (unsigned column = 0; column < tile_side; ++column) {
-                copy_element(view, row_start + middle + column, &tile[column][row]);
-                if (thresholded && !(probabilities[column] > threshold_sq)) tile[column][row] = Out();
+                Out& staged = tile[column][past_line + row];
+                copy_element(view, row_start + middle + column, &staged);
+                if (thresholded && !(probabilities[column] > threshold_sq)) staged = Out();
             }
         }
+        const bool first = step == begin || order.begins_run(step);
+        const bool last = step + 1 == end || order.begins_run(step + 1);
         const unsigned long reversed_middle = index::reverse_bits(middle, n);
         for (unsigned column = 0; column < tile_side; ++column) {
-            Out* const run = out + reversed_middle + (pbamplix::cpu::lsb_msb_4qb[column] << (n - tile_bits));
-            copy_run<streamed>(run, tile[column], sizeof(tile[column]));
+            write(reversed_middle + (pbamplix::cpu::lsb_msb_4qb[column] << (n - tile_bits)), tile[column], first, last);
         }
     }
-    if constexpr (streamed) finish_streaming();
+}
+
+template <bool thresholded, class Out, class Seq>
+void copy_tiles(const Seq& view, Out* out, typename Seq::proba_type threshold_sq, unsigned long begin,
+                unsigned long end) {
+    walk_tiles<thresholded, Out>(view, threshold_sq, begin, end, 0, [&](unsigned long at, Out* column, bool, bool) {
+        std::memcpy(static_cast<void*>(out + at), column, tile_side * sizeof(Out));
+    });
+}
+
+// Only whole lines are streamed. What a tile leaves of its last line waits in front of the column for the next tile,
+// whose run follows on.
+template <bool thresholded, class Out, class Seq>
+void stream_tiles(const Seq& view, Out* out, typename Seq::proba_type threshold_sq, unsigned long begin,
+                  unsigned long end) {
+    constexpr unsigned long line = line_bytes / sizeof(Out);
+    const unsigned long waiting = elements_past_line(out);
+    walk_tiles<thresholded, Out>(
+        view, threshold_sq, begin, end, waiting, [&](unsigned long at, Out* column, bool first, bool last) {
+            Out* const run = out + at - waiting;
+            const unsigned long head = first && waiting != 0 ? line : 0;
+            if (head != 0) std::copy(column + waiting, column + head, run + waiting);
+            stream_lines(run + head, column + head, (tile_side - head) * sizeof(Out));
+            std::copy_n(column + tile_side, waiting, last ? run + tile_side : column);
+        });
+    finish_streaming();
 }
 
 }  // namespace
@@ -78,13 +111,13 @@ using namespace velacamplix;
 template <bool Threshold, class Out, class Seq>
 void _permute_and_copy_vector_fast(Seq seq, Out* out, const int& nthreads, typename Seq::proba_type threshold_sq) {
     const unsigned long bytes = seq.dim * sizeof(Out);
-    const bool streamed = bytes >= measurement::streaming_bytes && measurement::can_stream(out);
+    const bool streamed = bytes >= measurement::streaming_bytes;
     const unsigned long tiles = seq.dim / (measurement::tile_side * measurement::tile_side);
     storage::parallel_blocks(tiles, 2 * bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         if (streamed) {
-            measurement::copy_tiles<Threshold, true>(seq, out, threshold_sq, begin, end);
+            measurement::stream_tiles<Threshold>(seq, out, threshold_sq, begin, end);
         } else {
-            measurement::copy_tiles<Threshold, false>(seq, out, threshold_sq, begin, end);
+            measurement::copy_tiles<Threshold>(seq, out, threshold_sq, begin, end);
         }
     });
 }

@@ -13,32 +13,36 @@
 
 namespace velacamplix::measurement {
 
+inline constexpr unsigned long line_bytes = 64;
+
 // Below this the reader probably finds the result in a cache, which streaming would deny him.
 inline constexpr unsigned long streaming_bytes = 16ul << 20;
 
-// Copies a multiple of 16 bytes. `to` is on a 16-byte boundary where `streamed` is asked for.
-template <bool streamed>
-inline void copy_run(void* to, const void* from, unsigned long bytes) {
+// Copies `bytes`, whole lines, between addresses on line boundaries. A line streamed in parts would be read, merged
+// and written again and again, seven times slower.
+inline void stream_lines(void* to, const void* from, unsigned long bytes) {
 #if defined(__SSE2__)
-    if constexpr (streamed) {
-        const auto* source = static_cast<const __m128i*>(from);
-        auto* target = static_cast<__m128i*>(to);
-        for (unsigned long k = 0; k < bytes / sizeof(__m128i); ++k) {
-            _mm_stream_si128(target + k, _mm_loadu_si128(source + k));
-        }
-        return;
+    const auto* source = static_cast<const __m128i*>(from);
+    auto* target = static_cast<__m128i*>(to);
+    for (unsigned long k = 0; k < bytes / sizeof(__m128i); ++k) {
+        _mm_stream_si128(target + k, _mm_load_si128(source + k));
     }
-#endif
+#else
     std::memcpy(to, from, bytes);
+#endif
 }
-
-inline bool can_stream(const void* to) { return reinterpret_cast<std::uintptr_t>(to) % 16 == 0; }
 
 // Makes a thread's streamed stores visible to the others, as the end of a parallel region does for ordinary ones.
 inline void finish_streaming() {
 #if defined(__SSE2__)
     _mm_sfence();
 #endif
+}
+
+// How many elements `to` lies behind a line boundary.
+template <class Out>
+inline unsigned long elements_past_line(const Out* to) {
+    return reinterpret_cast<std::uintptr_t>(to) % line_bytes / sizeof(Out);
 }
 
 }  // namespace velacamplix::measurement
