@@ -162,7 +162,8 @@ TYPED_TEST(matrix_gate, with_a_tiny_or_nan_entry_off_the_diagonal_is_dense) {
         reference::apply(reference::OneQubit::Matrix, expected, 2, {}, m);
         for (unsigned long i = 0; i < start.size(); ++i) {
             EXPECT_EQ(std::isnan(expected[i].re), std::isnan(v.amplitudes[i].real())) << i;
-            if (!std::isnan(expected[i].re)) EXPECT_EQ(expected[i].re, v.amplitudes[i].real()) << i;
+            if (std::isnan(expected[i].re)) continue;
+            EXPECT_EQ(expected[i].re, v.amplitudes[i].real()) << i;
         }
     }
 }

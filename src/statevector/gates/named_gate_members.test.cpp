@@ -194,7 +194,7 @@ TYPED_TEST(named_gate, ph_and_rz_of_angle_0_leave_finite_numbers_to_the_last_bit
 }
 
 TYPED_TEST(named_gate, swap_of_a_qubit_with_itself_is_not_rejected) {
-    for (unsigned int n = 2; n <= 6; ++n) {
+    for (unsigned int n = 1; n <= 6; ++n) {
         GuardedArray<TypeParam> array(random_state<TypeParam>(n, Values::any_bits));
         BorrowingVector<TypeParam> v(n);
         v.borrow(array.data());
@@ -204,7 +204,7 @@ TYPED_TEST(named_gate, swap_of_a_qubit_with_itself_is_not_rejected) {
 }
 
 TYPED_TEST(named_gate, of_coinciding_qubits_writes_nothing_outside_the_array) {
-    for (unsigned int n = 2; n <= 7; ++n) {
+    for (unsigned int n = 1; n <= 7; ++n) {
         GuardedArray<TypeParam> array(random_state<TypeParam>(n, Values::ordinary));
         BorrowingVector<TypeParam> v(n);
         v.borrow(array.data());

@@ -138,7 +138,7 @@ TYPED_TEST(diagonal_kernel, multiplies_in_full_also_by_one) {
 }
 
 TYPED_TEST(diagonal_kernel, coinciding_qubits_write_nothing_outside_the_array) {
-    for (unsigned int n = 3; n <= 8; ++n) {
+    for (unsigned int n = 1; n <= 8; ++n) {
         GuardedArray<TypeParam> array(random_state<TypeParam>(n, Values::ordinary));
         for (unsigned int q = 0; q < n; ++q) {
             for (const Qubits& targets : {Qubits{q}, Qubits{q, q}, Qubits{q, (q + 1) % n, q}}) {

@@ -158,7 +158,7 @@ TYPED_TEST(one_qubit_kernel, more_threads_than_pairs_leave_the_rest_idle) {
 
 TYPED_TEST(one_qubit_kernel, coinciding_qubits_write_nothing_outside_the_array) {
     using T = typename TypeParam::precision;
-    for (unsigned int n = 3; n <= 8; ++n) {
+    for (unsigned int n = 1; n <= 8; ++n) {
         GuardedArray<T> array(random_state<T>(n, Values::ordinary));
         const auto m = as_thrust(random_coefficients<T>(TypeParam::tag::params));
         for (unsigned int q = 0; q < n; ++q) {

@@ -129,7 +129,7 @@ TYPED_TEST(two_qubit_kernel, control_leaves_groups_with_its_bit_0_their_exact_bi
 
 TYPED_TEST(two_qubit_kernel, coinciding_qubits_write_nothing_outside_the_array) {
     using T = typename TypeParam::precision;
-    for (unsigned int n = 4; n <= 8; ++n) {
+    for (unsigned int n = 1; n <= 8; ++n) {
         GuardedArray<T> array(random_state<T>(n, Values::ordinary));
         const auto m = as_thrust(random_coefficients<T>(TypeParam::tag::params));
         for (unsigned int q = 0; q < n; ++q) {

@@ -220,7 +220,7 @@ TYPED_TEST(replay, ignores_extra_qubits_and_parameters) {
 }
 
 TYPED_TEST(replay, of_coinciding_qubits_writes_nothing_outside_the_array) {
-    for (unsigned int n : {2u, 5u, 13u, 15u}) {
+    for (unsigned int n : {1u, 2u, 5u, 13u, 15u}) {
         GuardedArray<TypeParam> array(random_state<TypeParam>(n, Values::ordinary));
         BorrowingVector<TypeParam> v(n);
         v.borrow(array.data());
