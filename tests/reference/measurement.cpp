@@ -123,8 +123,7 @@ template double drawn_number(unsigned long);
 template unsigned long chosen_index(const std::vector<float>&, float);
 template unsigned long chosen_index(const std::vector<double>&, double);
 template std::vector<unsigned long> sampled(const std::vector<float>&, std::mt19937_64&, unsigned long, const Qubits&);
-template std::vector<unsigned long> sampled(const std::vector<double>&, std::mt19937_64&, unsigned long,
-                                            const Qubits&);
+template std::vector<unsigned long> sampled(const std::vector<double>&, std::mt19937_64&, unsigned long, const Qubits&);
 template std::optional<State<float>> projected(const State<float>&, const Qubits&, unsigned long);
 template std::optional<State<double>> projected(const State<double>&, const Qubits&, unsigned long);
 template State<float> moved_to_zero(const State<float>&, const Qubits&, unsigned long);

@@ -29,11 +29,11 @@ struct tile_shape {
     unsigned long outer;    // listed bits that tell tiles apart
     unsigned long steps;    // free bits above the piece, which a tile walks through upwards
 
-    unsigned long piece_at[16];                   // index of a piece relative to the step's
-    std::uint16_t chain_at[most_chains];          // first element of a chain in the buffer of pieces
-    std::uint16_t element_at[1 << 8];             // the others relative to it
-    std::uint16_t chain_of_slot[most_chains];     // which chain the tile's slots, in increasing order, belong to
-    unsigned long slot[most_chains];              // these slots, relative to the tile's lowest
+    unsigned long piece_at[16];                // index of a piece relative to the step's
+    std::uint16_t chain_at[most_chains];       // first element of a chain in the buffer of pieces
+    std::uint16_t element_at[1 << 8];          // the others relative to it
+    std::uint16_t chain_of_slot[most_chains];  // which chain the tile's slots, in increasing order, belong to
+    unsigned long slot[most_chains];           // these slots, relative to the tile's lowest
 
     // `listed`: distinct qubits of a view of n; `bytes`, `nthreads`: as for parallel_blocks, which shares the tiles.
     tile_shape(const std::vector<unsigned int>& listed, unsigned int n, unsigned long bytes, int nthreads);
@@ -75,10 +75,14 @@ template <class T>
 inline void add_step(const tile_shape& shape, const T* pieces, T* sums) {
     constexpr unsigned group = tile_shape::group;
     switch (shape.chains) {
-        case 1: return add_scattered<1>(shape, pieces, 0, sums);
-        case 2: return add_scattered<2>(shape, pieces, 0, sums);
-        case 4: return add_scattered<4>(shape, pieces, 0, sums);
-        default: break;
+        case 1:
+            return add_scattered<1>(shape, pieces, 0, sums);
+        case 2:
+            return add_scattered<2>(shape, pieces, 0, sums);
+        case 4:
+            return add_scattered<4>(shape, pieces, 0, sums);
+        default:
+            break;
     }
     if (shape.side_by_side) {
         for (unsigned c = 0; c < shape.chains; c += group) add_neighbours(shape, pieces, c, sums);
@@ -88,7 +92,8 @@ inline void add_step(const tile_shape& shape, const T* pieces, T* sums) {
 }
 
 // Calls sink(slot, sum) once for each of the 2^k values of k listed qubits (distinct, all in the view). The first
-// listed qubit is the slot's most significant bit. Each thread calls a copy of `sink`, destroyed when its share is done.
+// listed qubit is the slot's most significant bit. Each thread calls a copy of `sink`, destroyed when its share is
+// done.
 template <class View, class Sink>
 void sum_chains(const View& view, const std::vector<unsigned int>& listed, int nthreads, const Sink& sink) {
     using T = typename View::proba_type;

@@ -6,8 +6,7 @@ template <class Seq>
 void write_distribution(const Seq& view, typename Seq::proba_type* out, typename Seq::proba_type threshold_sq,
                         const std::vector<unsigned int>& listed, int nthreads) {
     using T = typename Seq::proba_type;
-    sum_distribution(view, listed, nthreads,
-                     [=](unsigned long slot, T p) { out[slot] = p > threshold_sq ? p : T(0); });
+    sum_distribution(view, listed, nthreads, [=](unsigned long slot, T p) { out[slot] = p > threshold_sq ? p : T(0); });
 }
 
 template void write_distribution(const pbamplix::SVSequence<thrust::complex<float>>&, float*, float,

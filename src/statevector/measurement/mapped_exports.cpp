@@ -72,7 +72,7 @@ template Map<double>* map_marginal_distribution(State<double>, const double&, co
                                                 const int&);
 template Map<float>* map_marginal_distribution(DMDiagSequence<float>, const float&, const std::vector<unsigned int>&,
                                                const int&);
-template Map<double>* map_marginal_distribution(DMDiagSequence<double>, const double&,
-                                                const std::vector<unsigned int>&, const int&);
+template Map<double>* map_marginal_distribution(DMDiagSequence<double>, const double&, const std::vector<unsigned int>&,
+                                                const int&);
 
 }  // namespace pbamplix::cpu

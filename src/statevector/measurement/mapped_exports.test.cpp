@@ -108,8 +108,8 @@ TYPED_TEST(mapped_exports, with_threshold_0_omit_exact_zeros_and_keep_every_othe
     const TypeParam small = std::ldexp(TypeParam(1), is_double ? -537 : -74);
     ASSERT_GT(reference::squared_magnitude(reference::Complex<TypeParam>{small, 0}), TypeParam(0));
     LoadedVector<TypeParam> v(State<TypeParam>{{0, 0}, {small, 0}, {0, -small}, {TypeParam(-0.0), TypeParam(-0.0)}});
-    EXPECT_TRUE(holds(v.get_mapped_statevector(0),
-                      Map<reference::Complex<TypeParam>>{{1, {0, -small}}, {2, {small, 0}}}));
+    EXPECT_TRUE(
+        holds(v.get_mapped_statevector(0), Map<reference::Complex<TypeParam>>{{1, {0, -small}}, {2, {small, 0}}}));
 }
 
 TYPED_TEST(mapped_exports, drop_an_amplitude_whose_squared_magnitude_rounds_to_0) {
@@ -165,8 +165,8 @@ TYPED_TEST(mapped_exports, into_a_map_with_entries_overwrite_their_values_and_le
     Map<Amplitude> map = {{0, Amplitude(9)}, {1, Amplitude(9)}, {7, Amplitude(9)}};
     const pbamplix::SVSequence<Amplitude> view{v.amplitudes.get(), 2, 4};
     EXPECT_EQ(pbamplix::cpu::permute_and_map_vector(view, &map, TypeParam(0), 2), &map);
-    const Map<Amplitude> expected = {{0, Amplitude(1)}, {1, Amplitude(9)}, {2, Amplitude(2)}, {3, Amplitude(4)},
-                                     {7, Amplitude(9)}};
+    const Map<Amplitude> expected = {
+        {0, Amplitude(1)}, {1, Amplitude(9)}, {2, Amplitude(2)}, {3, Amplitude(4)}, {7, Amplitude(9)}};
     EXPECT_TRUE(map == expected);
 }
 

@@ -48,8 +48,8 @@ T PybindAmplixStateVectorCPU<T>::probability(const unsigned long& state,
     }
     const unsigned long fixed = velacamplix::index::place_first_lowest(state, listed);
     if (is_density_matrix) {
-        return cumulative_probability(velacamplix::measurement::diagonal_view(amplitudes.get(), nqubits), fixed,
-                                      listed, num_threads);
+        return cumulative_probability(velacamplix::measurement::diagonal_view(amplitudes.get(), nqubits), fixed, listed,
+                                      num_threads);
     }
     return cumulative_probability(velacamplix::measurement::state_view(amplitudes.get(), nqubits), fixed, listed,
                                   num_threads);
@@ -133,8 +133,8 @@ template <class T>
 std::map<unsigned long, T>* PybindAmplixStateVectorCPU<T>::get_mapped_density_diag(const T& threshold) {
     auto map = std::make_unique<std::map<unsigned long, T>>();
     const T threshold_sq = threshold * threshold;
-    permute_and_map_vector(velacamplix::measurement::diagonal_view(amplitudes.get(), nqubits), map.get(),
-                           threshold_sq, num_threads);
+    permute_and_map_vector(velacamplix::measurement::diagonal_view(amplitudes.get(), nqubits), map.get(), threshold_sq,
+                           num_threads);
     return map.release();
 }
 

@@ -14,54 +14,98 @@ struct outcome_bits {
     unsigned long pattern;
 };
 
-// Every amplitude of the outcome is divided by `root` (or left alone without one), all others become (other, other).
-// A root of infinity or NaN has its say everywhere: `other` is 0 / root.
-template <class T, bool divide>
-void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits kept, T root, T other, int nthreads) {
+// How a pack is rewritten whose lanes belong partly to the outcome.
+template <class V>
+struct lane_rule {
+    kernels::bits_of<V> kept;        // lanes of the outcome
+    kernels::bits_of<V> candidates;  // lanes that agree with it in the lowest listed bit, half of all
+    unsigned lowest;                 // that bit
+
+    explicit lane_rule(outcome_bits outcome) : kept{}, candidates{}, lowest(0) {
+        const unsigned long inside = outcome.listed & (kernels::lanes<V> - 1);
+        const unsigned long bit = inside & -inside;
+        if (bit != 0) lowest = static_cast<unsigned>(std::countr_zero(bit));
+        for (unsigned long lane = 0; lane < kernels::lanes<V>; ++lane) {
+            const unsigned long differing = (lane ^ outcome.pattern) & inside;
+            if (differing == 0) kept[2 * lane] = kept[2 * lane + 1] = -1;
+            if ((differing & bit) == 0) candidates[2 * lane] = candidates[2 * lane + 1] = -1;
+        }
+    }
+};
+
+template <unsigned bit>
+struct exchanged_lanes {
+    static constexpr int at(std::size_t s) { return static_cast<int>(s ^ (2u << bit)); }
+};
+template <unsigned bit, class V>
+[[gnu::always_inline]] inline V exchange_lanes(V v) {
+    return kernels::shuffle(v, v, exchanged_lanes<bit>{}, std::make_index_sequence<kernels::scalars<V>>{});
+}
+
+// Divisions are slow, and half of the lanes would be divided for nothing: so the candidates of two packs share one.
+template <unsigned bit, class V>
+void divide_lanes(thrust::complex<kernels::scalar_of<V>>* from, thrust::complex<kernels::scalar_of<V>>* end, V divisor,
+                  V others, const lane_rule<V>& rule) {
+    constexpr unsigned long lanes = kernels::lanes<V>;
+    for (; end - from >= static_cast<std::ptrdiff_t>(2 * lanes); from += 2 * lanes) {
+        const V a = kernels::load<V>(from);
+        const V b = kernels::load<V>(from + lanes);
+        const V quotient = kernels::select(rule.candidates, a, exchange_lanes<bit>(b)) / divisor;
+        kernels::store(from, kernels::select(rule.kept, quotient, others));
+        kernels::store(from + lanes, kernels::select(rule.kept, exchange_lanes<bit>(quotient), others));
+    }
+    for (; from != end; from += lanes) {
+        kernels::store(from, kernels::select(rule.kept, kernels::load<V>(from) / divisor, others));
+    }
+}
+
+template <class V>
+void divide_lanes(thrust::complex<kernels::scalar_of<V>>* from, thrust::complex<kernels::scalar_of<V>>* end, V divisor,
+                  V others, const lane_rule<V>& rule) {
+    if constexpr (kernels::lane_bits < V >> 2) {
+        if (rule.lowest == 2) return divide_lanes<2>(from, end, divisor, others, rule);
+    }
+    if constexpr (kernels::lane_bits < V >> 1) {
+        if (rule.lowest == 1) return divide_lanes<1>(from, end, divisor, others, rule);
+    }
+    if constexpr (kernels::lane_bits < V >> 0) divide_lanes<0>(from, end, divisor, others, rule);
+}
+
+// Every amplitude of the outcome is divided by `divisor`, all others become (other, other).
+template <class T>
+void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits outcome, T divisor, T other,
+             int nthreads) {
     using V = kernels::wide_pack<T>;
     constexpr unsigned long lanes = kernels::lanes<V>;
-    const auto belongs = [kept](unsigned long i) { return (i & kept.listed) == kept.pattern; };
-
     if (size < lanes) {
         for (unsigned long i = 0; i < size; ++i) {
             const thrust::complex<T> a = amplitudes[i];
-            if (!belongs(i)) {
-                amplitudes[i] = thrust::complex<T>(other, other);
-            } else if (divide) {
-                amplitudes[i] = thrust::complex<T>(a.real() / root, a.imag() / root);
-            }
+            const bool kept = (i & outcome.listed) == outcome.pattern;
+            amplitudes[i] = thrust::complex<T>(kept ? a.real() / divisor : other, kept ? a.imag() / divisor : other);
         }
         return;
     }
-
-    const unsigned long inside = lanes - 1;  // index bits that select a lane
-    kernels::bits_of<V> kept_lanes{};
-    for (unsigned long lane = 0; lane < lanes; ++lane) {
-        if ((lane & kept.listed) == (kept.pattern & inside)) kept_lanes[2 * lane] = kept_lanes[2 * lane + 1] = -1;
-    }
-    const outcome_bits kept_packs{kept.listed & ~inside, kept.pattern & ~inside};
-    const V divisor = kernels::broadcast<V>(root);
+    const lane_rule<V> rule(outcome);
+    const bool whole_packs = (outcome.listed & (lanes - 1)) == 0;
+    const outcome_bits packs{outcome.listed & ~(lanes - 1), outcome.pattern & ~(lanes - 1)};
+    const V divisors = kernels::broadcast<V>(divisor);
     const V others = kernels::broadcast<V>(other);
-    // Amplitudes that lie side by side before a listed bit interrupts them belong together or not at all.
-    const unsigned long run = kept_packs.listed != 0 ? kept_packs.listed & -kept_packs.listed : size;
-    const bool whole_packs = (kept.listed & inside) == 0;
+    // Packs that lie side by side before a listed bit interrupts them belong together or not at all.
+    const unsigned long run = packs.listed != 0 ? packs.listed & -packs.listed : size;
 
     storage::parallel_blocks(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         const unsigned long stop = end * lanes;
         for (unsigned long i = begin * lanes; i < stop;) {
             const unsigned long run_end = std::min(stop, (i / run + 1) * run);
-            if ((i & kept_packs.listed) != kept_packs.pattern) {
+            if ((i & packs.listed) != packs.pattern) {
                 for (; i < run_end; i += lanes) kernels::store(amplitudes + i, others);
             } else if (whole_packs) {
-                if (!divide) i = run_end;
                 for (; i < run_end; i += lanes) {
-                    kernels::store(amplitudes + i, kernels::load<V>(amplitudes + i) / divisor);
+                    kernels::store(amplitudes + i, kernels::load<V>(amplitudes + i) / divisors);
                 }
             } else {
-                for (; i < run_end; i += lanes) {
-                    const V a = kernels::load<V>(amplitudes + i);
-                    kernels::store(amplitudes + i, kernels::select(kept_lanes, divide ? a / divisor : a, others));
-                }
+                divide_lanes(amplitudes + i, amplitudes + run_end, divisors, others, rule);
+                i = run_end;
             }
         }
     });
@@ -118,11 +162,12 @@ void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<un
                                       static_cast<unsigned int>(std::popcount(free)), nthreads);
     }
     if (norm == T(0)) {
-        measurement::rewrite<T, false>(amps, size, kept, T(1), T(0), nthreads);
+        measurement::rewrite(amps, size, kept, T(1), T(0), nthreads);  // by 1: leaves them as they are
         throw std::domain_error("Cannot project onto an outcome of probability zero");
     }
     const T root = std::sqrt(norm);
-    measurement::rewrite<T, true>(amps, size, kept, root, T(0) / root, nthreads);
+    // What is zero stays zero, except over a root that is not a number.
+    measurement::rewrite(amps, size, kept, root, T(0) / root, nthreads);
 }
 
 template void _project(thrust::complex<float>*, unsigned long, const std::vector<unsigned int>&, unsigned long, int);

@@ -81,7 +81,8 @@ TYPED_TEST(projection, agrees_bit_for_bit_on_unusual_numbers) {
 TYPED_TEST(projection, of_large_states_agrees_bit_for_bit_for_every_thread_count) {
     for (unsigned int n : {15u, 18u}) {
         const auto state = random_state<TypeParam>(n, Values::ordinary);
-        for (const Qubits& qubits : std::vector<Qubits>{{}, {0}, {1}, {2}, {5}, {n - 1}, {0, n - 2}, {1, 0, 2}, {9, 3}}) {
+        for (const Qubits& qubits :
+             std::vector<Qubits>{{}, {0}, {1}, {2}, {5}, {n - 1}, {0, n - 2}, {1, 0, 2}, {9, 3}}) {
             ASSERT_TRUE(agrees(state, qubits, (1ul << qubits.size()) - 1));
             ASSERT_TRUE(agrees(state, qubits, 0, {3}));
         }

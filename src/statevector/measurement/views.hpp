@@ -49,8 +49,8 @@ struct imaginary_parts {
     static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width) + 1); }
 };
 
-// The squared magnitudes of the amplitudes of two neighbouring packs, in index order. Without a branch: where nothing is tiny the
-// factors are 1, which changes no bit.
+// The squared magnitudes of the amplitudes of two neighbouring packs, in index order. Without a branch: where nothing
+// is tiny the factors are 1, which changes no bit.
 template <class V>
 [[gnu::always_inline]] inline V squared_magnitudes(V low, V high) {
     using T = kernels::scalar_of<V>;
