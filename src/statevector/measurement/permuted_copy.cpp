@@ -39,7 +39,9 @@ inline void copy_element(const pbamplix::DMDiagSequence<T>& view, unsigned long 
     *to = value_at(view, index);
 }
 
-// Tile after tile, whose columns are staged at `past_line`, where their line in the copy begins at 0.
+// Forms one tile after another and calls write(column, at, first, last, next_at) for each of its columns: the elements
+// column[past_line ...] belong to the copy's places from `at` on, `next_at` being the next tile's. From the first tile
+// of 16 to the last, a column's runs follow on each other. What stands before `past_line` is left alone.
 template <bool thresholded, class Out, class Seq, class Write>
 void walk_tiles(const Seq& view, typename Seq::proba_type threshold_sq, unsigned long begin, unsigned long end,
                 unsigned long past_line, Write write) {
@@ -68,9 +70,11 @@ void walk_tiles(const Seq& view, typename Seq::proba_type threshold_sq, unsigned
         }
         const bool first = step == begin || order.begins_run(step);
         const bool last = step + 1 == end || order.begins_run(step + 1);
-        const unsigned long reversed_middle = index::reverse_bits(middle, n);
+        const unsigned long place = index::reverse_bits(middle, n);
+        const unsigned long next_place = index::reverse_bits(next, n);
         for (unsigned column = 0; column < tile_side; ++column) {
-            write(reversed_middle + (pbamplix::cpu::lsb_msb_4qb[column] << (n - tile_bits)), tile[column], first, last);
+            const unsigned long column_start = pbamplix::cpu::lsb_msb_4qb[column] << (n - tile_bits);
+            write(tile[column], column_start + place, first, last, column_start + next_place);
         }
     }
 }
@@ -78,26 +82,38 @@ void walk_tiles(const Seq& view, typename Seq::proba_type threshold_sq, unsigned
 template <bool thresholded, class Out, class Seq>
 void copy_tiles(const Seq& view, Out* out, typename Seq::proba_type threshold_sq, unsigned long begin,
                 unsigned long end) {
-    walk_tiles<thresholded, Out>(view, threshold_sq, begin, end, 0, [&](unsigned long at, Out* column, bool, bool) {
-        std::memcpy(static_cast<void*>(out + at), column, tile_side * sizeof(Out));
-    });
+    walk_tiles<thresholded, Out>(view, threshold_sq, begin, end, 0,
+                                 [&](Out* column, unsigned long at, bool, bool, unsigned long) {
+                                     std::memcpy(static_cast<void*>(out + at), column, tile_side * sizeof(Out));
+                                 });
 }
 
 // Only whole lines are streamed. What a tile leaves of its last line waits in front of the column for the next tile,
-// whose run follows on.
+// whose run follows on. The broken lines at both ends of 16 runs are stored the ordinary way; they are fetched before,
+// since such a store holds up all that come after it.
 template <bool thresholded, class Out, class Seq>
 void stream_tiles(const Seq& view, Out* out, typename Seq::proba_type threshold_sq, unsigned long begin,
                   unsigned long end) {
     constexpr unsigned long line = line_bytes / sizeof(Out);
     const unsigned long waiting = elements_past_line(out);
-    walk_tiles<thresholded, Out>(
-        view, threshold_sq, begin, end, waiting, [&](unsigned long at, Out* column, bool first, bool last) {
-            Out* const run = out + at - waiting;
-            const unsigned long head = first && waiting != 0 ? line : 0;
-            if (head != 0) std::copy(column + waiting, column + head, run + waiting);
-            stream_lines(run + head, column + head, (tile_side - head) * sizeof(Out));
-            std::copy_n(column + tile_side, waiting, last ? run + tile_side : column);
-        });
+    walk_tiles<thresholded, Out>(view, threshold_sq, begin, end, waiting,
+                                 [&](Out* column, unsigned long at, bool first, bool last, unsigned long next_at) {
+                                     Out* const run = out + at - waiting;
+                                     if (first && waiting != 0) {
+                                         __builtin_prefetch(run + tile_side * tile_side, 1);
+                                         std::copy(column + waiting, column + line, run + waiting);
+                                         stream_lines(run + line, column + line, (tile_side - line) * sizeof(Out));
+                                     } else {
+                                         stream_lines(run, column, tile_side * sizeof(Out));
+                                     }
+                                     if (last && waiting != 0) {
+                                         __builtin_prefetch(out + next_at, 1);
+                                         std::copy_n(column + tile_side, waiting, run + tile_side);
+                                     } else {
+                                         std::memcpy(static_cast<void*>(column), column + tile_side,
+                                                     line_bytes);  // a whole line is faster
+                                     }
+                                 });
     finish_streaming();
 }
 
