@@ -27,7 +27,7 @@ template <class V>
 
 template <unsigned width>
 struct one_of_each_pair {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width)); }
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2ul * width)); }
 };
 
 // One part of each pair of the first pack, then of the second.

@@ -19,7 +19,7 @@ struct flipped_elements {
 };
 template <unsigned width, unsigned part>
 struct one_part {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width) + part); }
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2ul * width) + part); }
 };
 
 // Writes whole rows of numbers, the first from row number `first` of the sequence. `flipped` is what the flip does
