@@ -42,11 +42,11 @@ template <class V>
 
 template <unsigned width>
 struct real_parts {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width)); }
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2ul * width)); }
 };
 template <unsigned width>
 struct imaginary_parts {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2 * width) + 1); }
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2ul * width) + 1); }
 };
 
 // The squared magnitudes of the amplitudes of two neighbouring packs, in index order. Without a branch: where nothing
