@@ -39,6 +39,32 @@ inline void copy_element(const pbamplix::DMDiagSequence<T>& view, unsigned long 
     *to = value_at(view, index);
 }
 
+// All bits set where a probability is kept, none where it is not.
+template <class T>
+using keep_mask = kernels::scalar_of<kernels::bits_of<kernels::single_pack<T>>>;
+
+template <class T>
+[[gnu::always_inline]] inline void compare(const T* probabilities, T threshold_sq, keep_mask<T>* masks) {
+    using V = kernels::wide_pack<T>;
+    for (unsigned k = 0; k < tile_side; k += kernels::scalars<V>) {
+        const kernels::bits_of<V> above = load_scalars<V>(probabilities + k) > kernels::broadcast<V>(threshold_sq);
+        __builtin_memcpy(masks + k, &above, sizeof(above));
+    }
+}
+
+// The same with a mask: no branch, which would be mispredicted where probabilities lie on both sides of the threshold.
+template <class T>
+[[gnu::always_inline]] inline void copy_element(const pbamplix::SVSequence<thrust::complex<T>>& view,
+                                                unsigned long index, thrust::complex<T>* to, keep_mask<T> kept) {
+    using V = kernels::single_pack<T>;
+    using bits = kernels::bits_of<V>;
+    kernels::store(to, (V)((bits)kernels::load<V>(view.data + index) & bits{kept, kept}));
+}
+template <class T>
+inline void copy_element(const pbamplix::DMDiagSequence<T>& view, unsigned long index, T* to, keep_mask<T> kept) {
+    *to = kept != 0 ? value_at(view, index) : T(0);
+}
+
 // Forms one tile after another and calls write(column, at, first, last, next_at) for each of its columns: the elements
 // column[past_line ...] belong to the copy's places from `at` on, `next_at` being the next tile's. From the first tile
 // of 16 to the last, a column's runs follow on each other. What stands before `past_line` is left alone.
@@ -50,6 +76,7 @@ void walk_tiles(const Seq& view, typename Seq::proba_type threshold_sq, unsigned
     const tile_order order{n - 2 * tile_bits};
     alignas(line_bytes) staged_tile<Out> tile;
     alignas(line_bytes) T probabilities[tile_side];
+    alignas(line_bytes) keep_mask<T> masks[tile_side];
 
     unsigned long next = order.at(begin) * tile_side;
     for (unsigned long step = begin; step < end; ++step) {
@@ -59,13 +86,17 @@ void walk_tiles(const Seq& view, typename Seq::proba_type threshold_sq, unsigned
             const unsigned long row_start = pbamplix::cpu::lsb_msb_4qb[row] << (n - tile_bits);
             if constexpr (thresholded) {
                 fill_probabilities(view, row_start + middle, tile_side, probabilities, row_start + next);
+                compare(probabilities, threshold_sq, masks);
             } else {
                 fetch_ahead(view, row_start + next, tile_side);
             }
             for (unsigned column = 0; column < tile_side; ++column) {
-                Out& staged = tile[column][past_line + row];
-                copy_element(view, row_start + middle + column, &staged);
-                if (thresholded && !(probabilities[column] > threshold_sq)) staged = Out();
+                const unsigned long element = row_start + middle + column;
+                if constexpr (thresholded) {
+                    copy_element(view, element, &tile[column][past_line + row], masks[column]);
+                } else {
+                    copy_element(view, element, &tile[column][past_line + row]);
+                }
             }
         }
         const bool first = step == begin || order.begins_run(step);
