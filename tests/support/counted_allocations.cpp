@@ -30,5 +30,14 @@ long CountedAllocations::count() const { return allocations; }
 
 // The plain forms; those of the standard library for arrays end here too.
 void* operator new(std::size_t bytes) { return support::allocate(bytes); }
+// The form that does not throw, by which the standard library asks for temporary buffers, ends here as well: an address
+// sanitizer brings its own and would then see its memory released by ours.
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+    try {
+        return support::allocate(bytes);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
