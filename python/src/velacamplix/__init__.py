@@ -11,6 +11,7 @@ from ._core import version as _version
 from ._expectations import Estimate
 from ._run import UnsupportedInstruction
 from .circuit import Circuit
+from .counts import Counts
 from .instruction import Condition, Instruction, Register
 from .observable import Observable, Term
 from .statevector import StateVector
@@ -18,6 +19,7 @@ from .statevector import StateVector
 __all__ = [
     "Circuit",
     "Condition",
+    "Counts",
     "Estimate",
     "Instruction",
     "Observable",

@@ -9,6 +9,7 @@ import numpy as np
 
 from . import _check, _check_readout, _core, _memory
 from ._state_part import Qubits, StatePart, bit_string, highest_first
+from .counts import Counts
 
 if TYPE_CHECKING:
     from typing_extensions import Self
@@ -79,13 +80,14 @@ class Sampling(StatePart):
                 _core.sample(core, outcomes[start:stop], listed)
         return outcomes
 
-    def counts(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> Dict[str, int]:
+    def counts(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> Counts:
         """Draw outcomes as `sample` does and count how often each came.
 
         Returns
         -------
-        dict of str to int
-            Keys are texts of one character per listed qubit, in increasing order; their numbers add up to `shots`.
+        Counts
+            A ``dict``: keys are texts of one character per listed qubit, in increasing order; their numbers add up to
+            `shots`.
             ``order`` tells whether the first listed qubit is leftmost or rightmost. The shots are not kept, so their
             number is not limited by memory.
 
@@ -104,14 +106,14 @@ class Sampling(StatePart):
         """
         core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
         if not listed:
-            return {"": count} if count else {}
+            return Counts({"": count} if count else {})
         totals: Dict[int, int] = {}
         for start, stop in self._pieces(count):
             piece: np.ndarray = np.empty(stop - start, dtype=np.uint64)
             _core.sample(core, piece, listed)
             for outcome, number in _tally(piece, len(listed)):
                 totals[outcome] = totals.get(outcome, 0) + number
-        return {bit_string(outcome, len(listed)): totals[outcome] for outcome in sorted(totals)}
+        return Counts.from_ints(totals, len(listed))
 
     def measure(self, qubits: Optional[Qubits] = None, collapse: bool = False, order: str = "big") -> int:
         """Draw one outcome of the listed qubits.

@@ -1,0 +1,139 @@
+"""Counts: a dict of bit strings with what one does to shots."""
+
+import copy
+import json
+import pickle
+import subprocess
+import sys
+
+import numpy as np
+import pytest
+
+from velacamplix import Counts, StateVector
+
+
+def test_order_is_that_of_the_numbers():
+    counts = Counts({"110": 1, "001": 2, "010": 3})
+    assert list(counts) == ["001", "010", "110"] and list(counts.ints()) == [1, 2, 6]
+    assert repr(counts) == "{'001': 2, '010': 3, '110': 1}"
+
+
+def test_a_dict_in_every_respect():
+    counts = Counts({"1": 2, "0": 1})
+    assert counts == {"0": 1, "1": 2} and {"1": 2, "0": 1} == counts and counts != {"0": 1}
+    assert isinstance(counts, dict) and json.loads(json.dumps(counts)) == counts
+    assert counts.get("2") is None and sum(counts.values()) == counts.shots == 3
+
+
+@pytest.mark.parametrize("again", [lambda c: pickle.loads(pickle.dumps(c)), copy.copy, copy.deepcopy, Counts.copy])
+@pytest.mark.parametrize("counts", [Counts({"10": 4, "01": 1}), Counts({}, 5), Counts({"": 7})], ids=str)
+def test_copies_and_pickles(counts, again):
+    twin = again(counts)
+    assert type(twin) is Counts and twin == counts and list(twin) == list(counts) and twin.n_bits == counts.n_bits
+    twin["0" * twin.n_bits] = 99
+    assert counts["0" * counts.n_bits] != 99
+
+
+def test_an_outcome_that_never_came_was_counted_zero_times():
+    counts = Counts({"00": 5})
+    assert counts["11"] == 0 and "11" not in counts and len(counts) == 1
+    for key in ("1", "111", "2x", 0, None):
+        with pytest.raises(KeyError):
+            counts[key]
+
+
+def test_counts_that_grow_by_hand():
+    counts = Counts({})
+    counts["01"] = 2
+    assert counts.n_bits == 2 and counts["10"] == 0 and counts.marginal(1) == {"1": 2}
+
+
+def test_most_likely():
+    counts = Counts({"00": 3, "01": 9, "10": 3, "11": 1})
+    assert counts.most_likely() == [("01", 9)]
+    assert counts.most_likely(3) == [("01", 9), ("00", 3), ("10", 3)]
+    assert counts.most_likely(0) == [] and len(counts.most_likely(100)) == 4 and Counts({}).most_likely(2) == []
+
+
+def test_marginals_are_counts_of_fewer_qubits():
+    state = StateVector(6, seed=3).reset("++++++").ry(0.4, 2)
+    all_six = state.counts(3000)
+    state.seed = 3
+    some = state.counts(3000, [4, 2, 0])  # other shots, but both are fair
+    marginal = all_six.marginal([4, 2, 0])
+    assert marginal.shots == 3000 and list(marginal) == sorted(marginal) and set(marginal) == set(some)
+    by_hand = {}
+    for outcome, times in all_six.items():
+        part = outcome[4] + outcome[2] + outcome[0]
+        by_hand[part] = by_hand.get(part, 0) + times
+    assert marginal == by_hand
+    assert all_six.marginal([]) == {"": 3000} and all_six.marginal(range(6)) == all_six
+    assert Counts({}, 3).marginal([1]) == {} and Counts({}, 3).marginal([1]).n_bits == 1
+
+
+def test_numbers_and_hexadecimal_texts():
+    counts = Counts({"0" * 70: 1, "1" * 70: 2})
+    assert counts.ints() == {0: 1, 2**70 - 1: 2} and counts.hex() == {"0x0": 1, hex(2**70 - 1): 2}
+    assert Counts({"": 3}).ints() == {0: 3} and Counts.from_ints({0: 3}, 0) == {"": 3}
+    assert Counts.from_ints({np.uint64(2): np.int64(5), 1: 0}, 2) == {"01": 0, "10": 5}
+
+
+def test_probabilities():
+    assert Counts({"0": 1, "1": 3}).probabilities() == {"0": 0.25, "1": 0.75}
+    assert Counts({}).probabilities() == {} and Counts({"0": 0}).probabilities() == {}
+
+
+def test_states_return_counts(precision):
+    state = StateVector(3, precision, seed=1).h(0).cnot(0, 2)
+    counts = state.counts(100, order="little")
+    assert type(counts) is Counts and counts.shots == 100 and counts.n_bits == 3 and set(counts) == {"000", "101"}
+    assert type(counts["000"]) is int
+    assert state.counts(0).n_bits == 3 and state.counts(7, []) == {"": 7} and state.counts(0, []) == {}
+
+
+def test_to_frame():
+    pandas = pytest.importorskip("pandas")
+    frame = Counts({"01": 1, "00": 3}).to_frame()
+    assert frame.to_dict("list") == {"outcome": ["00", "01"], "count": [3, 1], "probability": [0.75, 0.25]}
+    empty = Counts({}, 2).to_frame()
+    assert list(empty.columns) == list(frame.columns) and len(empty) == 0
+    assert [str(kind) for kind in frame.dtypes[1:]] == ["int64", "float64"] and isinstance(frame, pandas.DataFrame)
+
+
+def test_to_frame_without_pandas():
+    # A real interpreter in which importing pandas fails as it does where it is not installed.
+    script = "import sys; sys.modules['pandas'] = None\nfrom velacamplix import Counts\nCounts({'0': 1}).to_frame()"
+    ended = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+    assert ended.stderr.splitlines()[-1] == (
+        "ImportError: Counts.to_frame needs pandas; install it with: pip install pandas"
+    )
+
+
+@pytest.mark.parametrize(
+    ("make", "error", "words"),
+    [
+        (lambda: Counts([("0", 1)]), TypeError, "counts must be a mapping"),
+        (lambda: Counts("01"), TypeError, "counts must be a mapping"),
+        (lambda: Counts({0: 1}), TypeError, "bit strings for keys, got 0"),
+        (lambda: Counts({"0": 1, "01": 1}), ValueError, "keys of 1 characters, got '01'"),
+        (lambda: Counts({"01": 1}, 3), ValueError, "keys of 3 characters, got '01'"),
+        (lambda: Counts({"0x1": 1}), ValueError, "characters 0 and 1, got '0x1'"),
+        (lambda: Counts({"0 1": 1}), ValueError, "characters 0 and 1, got '0 1'"),
+        (lambda: Counts({"0": -1}), ValueError, "counts['0'] must be an integer of at least 0, got -1"),
+        (lambda: Counts({"0": 0.5}), TypeError, "counts['0']"),
+        (lambda: Counts({"0": True}), TypeError, "counts['0']"),
+        (lambda: Counts({}, -1), ValueError, "n_bits"),
+        (lambda: Counts.from_ints({4: 1}, 2), ValueError, "outcome must be an integer from 0 to 3, got 4"),
+        (lambda: Counts.from_ints({"0": 1}, 2), TypeError, "outcome"),
+        (lambda: Counts.from_ints([1], 2), TypeError, "counts must be a mapping"),
+        (lambda: Counts({"00": 1}).marginal(2), IndexError, "positions[0] must be a number from 0 to 1, got 2"),
+        (lambda: Counts({"00": 1}).marginal([-1]), IndexError, "positions[0]"),
+        (lambda: Counts({"00": 1}).marginal([1, 1]), ValueError, "positions must be distinct"),
+        (lambda: Counts({"00": 1}).most_likely(-1), ValueError, "k must be"),
+        (lambda: Counts({"00": 1}).most_likely("2"), TypeError, "k must be"),
+    ],
+)
+def test_bad_input(make, error, words):
+    with pytest.raises(error) as raised:
+        make()
+    assert words in str(raised.value)
