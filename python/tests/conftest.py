@@ -6,6 +6,9 @@ import sys
 
 import pytest
 
+# Pictures go to files; no test opens a window.
+os.environ["MPLBACKEND"] = "Agg"
+
 
 @pytest.fixture(params=["double", "single"])
 def precision(request):

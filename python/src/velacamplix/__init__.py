@@ -14,6 +14,7 @@ from .circuit import Circuit
 from .counts import Counts
 from .instruction import Condition, Instruction, Register
 from .observable import Observable, Term
+from .plotting import plot_counts, plot_probabilities, plot_state
 from .statevector import StateVector
 
 __all__ = [
@@ -27,6 +28,9 @@ __all__ = [
     "StateVector",
     "Term",
     "UnsupportedInstruction",
+    "plot_counts",
+    "plot_probabilities",
+    "plot_state",
 ]
 
 # That of the library which was loaded.

@@ -1,0 +1,268 @@
+"""Pictures: what is drawn, and whether it can be read. Real figures, drawn to files by matplotlib."""
+
+import math
+import subprocess
+import sys
+
+import numpy as np
+import pytest
+
+from velacamplix import Counts, StateVector
+from velacamplix.plotting import plot_counts, plot_probabilities, plot_state
+
+matplotlib = pytest.importorskip("matplotlib")
+matplotlib.use("Agg")
+from matplotlib import pyplot  # noqa: E402
+
+
+@pytest.fixture(autouse=True)
+def close_figures():
+    yield
+    pyplot.close("all")
+
+
+def some_counts(number, n_bits, seed=1):
+    random = np.random.default_rng(seed)
+    outcomes = set()
+    while len(outcomes) < number:
+        outcomes.add("".join(random.choice(["0", "1"], n_bits)))
+    return Counts({outcome: int(random.integers(1, 1000)) for outcome in outcomes})
+
+
+def some_state(n, layers=3):
+    random, state = np.random.default_rng(n), StateVector(n)
+    for _ in range(layers):
+        for q in range(n):
+            state.ry(random.normal(), q).rz(random.normal(), q)
+        for q in range(n - 1):
+            state.cnot(q, q + 1)
+    return state
+
+
+def bars(ax):
+    """Labels that are shown, by place, and heights of all bars, by place."""
+    heights = {round(bar.get_x() + bar.get_width() / 2): bar.get_height() for bar in ax.patches}
+    labels = {round(tick): text.get_text() for tick, text in zip(ax.get_xticks(), ax.get_xticklabels())}
+    return labels, heights
+
+
+def labels_overlap(ax):
+    ax.figure.canvas.draw()
+    boxes = [text.get_window_extent() for text in ax.get_xticklabels() if text.get_text()]
+    return any(one.x1 > two.x0 for one, two in zip(boxes, boxes[1:]))
+
+
+# Readable
+
+
+@pytest.mark.parametrize(
+    ("number", "n_bits"), [(1, 1), (2, 2), (8, 3), (8, 12), (32, 5), (64, 20), (200, 8), (200, 30), (256, 60), (3000, 16)]
+)
+def test_labels_do_not_overlap_and_lie_inside_the_picture(number, n_bits):
+    ax = plot_counts(some_counts(number, n_bits))
+    assert not labels_overlap(ax)
+    whole = ax.figure.bbox
+    for text in [*ax.get_xticklabels(), ax.xaxis.label, ax.yaxis.label, *ax.texts]:
+        box = text.get_window_extent()
+        assert whole.x0 <= box.x0 and box.x1 <= whole.x1 and whole.y0 <= box.y0 and box.y1 <= whole.y1, text
+
+
+@pytest.mark.parametrize("number", [2, 30, 200])
+def test_labels_do_not_overlap_in_a_narrow_place(number):
+    _, (left, right) = pyplot.subplots(1, 2, figsize=(7, 3), layout="constrained")
+    assert plot_counts(some_counts(number, 10), ax=left) is left
+    assert plot_state(some_state(8), ax=right) is right
+    assert not labels_overlap(left) and not labels_overlap(right)
+
+
+def test_few_outcomes_are_all_labelled():
+    counts = some_counts(30, 8)
+    labels, heights = bars(plot_counts(counts))
+    assert list(labels.values()) == list(counts) and list(heights.values()) == list(counts.values())
+
+
+def test_of_200_outcomes_all_are_drawn_and_the_largest_labelled():
+    counts = some_counts(200, 8)
+    labels, heights = bars(plot_counts(counts))
+    assert list(heights.values()) == list(counts.values())
+    assert 16 <= len(labels) <= 32 and all(list(counts)[place] == label for place, label in labels.items())
+    assert counts.most_likely(1)[0][0] in labels.values()
+    labelled = np.mean([counts[label] for label in labels.values()])
+    assert labelled > 1.4 * np.mean(list(counts.values()))
+
+
+def test_of_thousands_the_largest_are_drawn_and_the_others_summed_up():
+    counts = some_counts(3000, 14)
+    ax = plot_counts(counts)
+    labels, heights = bars(ax)
+    largest = dict(counts.most_likely(32))
+    assert list(labels.values()) == [*sorted(largest), "others"]
+    assert [heights[place] for place in range(32)] == [largest[outcome] for outcome in sorted(largest)]
+    assert [text.get_text() for text in ax.texts] == [f"2968 others: {counts.shots - sum(largest.values())} ↑"]
+    # The others are cut off, so that the rest can be seen.
+    assert max(heights.values()) <= ax.get_ylim()[1] <= 1.5 * max(largest.values())
+
+
+def test_a_small_rest_is_drawn_to_scale():
+    ax = plot_counts({"00": 50, "01": 40, "10": 7, "11": 3}, top=2)
+    labels, heights = bars(ax)
+    assert list(labels.values()) == ["00", "01", "others"] and list(heights.values()) == [50, 40, 10]
+    assert [text.get_text() for text in ax.texts] == ["2 others: 10"]
+
+
+def test_nothing_to_show():
+    for ax in (plot_counts({}), plot_probabilities({}), plot_counts({"0": 0})):
+        assert not ax.patches and [text.get_text() for text in ax.texts] == ["nothing to show"]
+        ax.figure.canvas.draw()
+
+
+def test_no_qubits():
+    assert len(plot_state(StateVector(0)).patches) == len(plot_counts({"": 3}).patches) == 1
+    assert len(plot_probabilities(StateVector(2), qubits=[]).patches) == 1
+
+
+def test_pictures_are_saved(tmp_path):
+    file = tmp_path / "counts.png"
+    plot_counts(some_counts(8, 3)).figure.savefig(file)
+    pixels = pyplot.imread(file)
+    assert pixels.shape[0] > 300 and pixels.shape[1] > 500 and (pixels[..., :3] < 0.9).mean() > 0.05
+
+
+# Right
+
+
+@pytest.mark.parametrize("order", ["big", "little"])
+@pytest.mark.parametrize("n", [3, 8, 11])
+def test_probabilities_of_a_state(n, order):
+    state = some_state(n)
+    labels, heights = bars(plot_probabilities(state, order=order))
+    expected = state.distribution(order=order)
+    if n <= 8:
+        assert list(heights.values()) == pytest.approx(expected[expected > 1e-9])
+    else:
+        assert list(labels.values())[-1] == "others" and len(heights) == 33
+    for place, label in labels.items():
+        if label != "others":
+            assert heights[place] == pytest.approx(expected[int(label, 2)])
+
+
+def test_probabilities_of_some_qubits():
+    state = StateVector(3).h(0).x(2)
+    labels, heights = bars(plot_probabilities(state, [2, 0]))
+    assert list(labels.values()) == ["10", "11"] and list(heights.values()) == pytest.approx([0.5, 0.5])
+    labels, _ = bars(plot_probabilities(state, [2, 0], order="little"))
+    assert list(labels.values()) == ["01", "11"]
+    assert plot_probabilities(state).get_xlabel() == "outcome, qubit 0 left"
+
+
+@pytest.mark.parametrize(
+    "source", [{"10": 0.25, "01": 0.75}, Counts({"10": 1, "01": 3}), [0, 0.75, 0.25, 0], np.array([0, 0.75, 0.25, 0])]
+)
+def test_probabilities_of_other_things(source):
+    labels, heights = bars(plot_probabilities(source))
+    assert list(labels.values()) == ["01", "10"] and list(heights.values()) == [0.75, 0.25]
+
+
+def test_the_rest_of_a_large_state():
+    ax = plot_probabilities(StateVector(18).reset("+" * 18), top=4)
+    labels, _ = bars(ax)
+    assert len(labels) == 5 and [text.get_text() for text in ax.texts] == [f"{2**18 - 4} others: 1 ↑"]
+
+
+def colour_phase(bar):
+    """The phase whose colour a bar has."""
+    phases = np.linspace(-math.pi, math.pi, 511)
+    colours = matplotlib.colormaps["twilight"]((phases + math.pi) / (2 * math.pi))
+    return phases[np.abs(colours - np.array(bar.get_facecolor())).sum(axis=1).argmin()]
+
+
+@pytest.mark.parametrize("order", ["big", "little"])
+def test_amplitudes_and_phases(order):
+    state = some_state(4)
+    ax = plot_state(state, order=order)
+    amplitudes = state.statevector(order=order)
+    labels, heights = bars(ax)
+    assert list(labels.values()) == [format(i, "04b") for i in range(16)]
+    assert list(heights.values()) == pytest.approx(np.abs(amplitudes))
+    for bar, amplitude in zip(ax.patches, amplitudes):
+        turn = colour_phase(bar) - np.angle(amplitude)
+        assert abs((turn + math.pi) % (2 * math.pi) - math.pi) < 0.03
+    scale = ax.figure.axes[1]
+    assert [text.get_text() for text in scale.get_yticklabels()] == ["−π", "−π/2", "0", "π/2", "π"]
+    assert scale.get_ylabel() == "phase"
+
+
+def test_amplitudes_of_an_array_and_without_legend():
+    ax = plot_state([0, 0.6, 0, -0.8j], legend=False)
+    labels, heights = bars(ax)
+    assert list(labels.values()) == ["01", "11"] and list(heights.values()) == pytest.approx([0.6, 0.8])
+    assert [colour_phase(bar) for bar in ax.patches] == pytest.approx([0, -math.pi / 2], abs=0.03)
+    assert len(ax.figure.axes) == 1
+
+
+@pytest.mark.parametrize("as_array", [False, True])
+def test_what_is_left_out_of_a_large_state(as_array):
+    state = some_state(11)
+    amplitudes = state.statevector()
+    ax = plot_state(amplitudes if as_array else state, top=5)
+    largest = np.sort(np.abs(amplitudes))[-5:]
+    assert sorted(bar.get_height() for bar in ax.patches) == pytest.approx(largest)
+    rest = 1 - (largest**2).sum()
+    assert ax.get_title(loc="right") == f"{2**11 - 5} more, of probability {rest:.3g} together"
+
+
+# Wrong
+
+
+@pytest.mark.parametrize(
+    ("make", "error", "words"),
+    [
+        (lambda: plot_counts(5), TypeError, "counts must be a mapping"),
+        (lambda: plot_counts({"0": 0.5}), TypeError, "counts['0']"),
+        (lambda: plot_counts({"0": 1}, top=0), ValueError, "top must be an integer of at least 1, got 0"),
+        (lambda: plot_counts({"0": 1}, top=2.5), TypeError, "top"),
+        (lambda: plot_probabilities(5), TypeError, "source must be a StateVector, a mapping"),
+        (lambda: plot_probabilities("01"), TypeError, "source must be"),
+        (lambda: plot_probabilities([0.5, 0.25, 0.25]), ValueError, "power of two"),
+        (lambda: plot_probabilities([[0.5, 0.5]]), ValueError, "power of two"),
+        (lambda: plot_probabilities([1.5, -0.5]), ValueError, "no negative probability"),
+        (lambda: plot_probabilities([float("nan"), 0]), ValueError, "finite"),
+        (lambda: plot_probabilities({"2": 1.0}), ValueError, "bit strings for keys, got '2'"),
+        (lambda: plot_probabilities({"1": "x"}), TypeError, "source['1']"),
+        (lambda: plot_probabilities([1.0, 0.0], qubits=[0]), TypeError, "qubits can only be given for a StateVector"),
+        (lambda: plot_probabilities(StateVector(2), qubits=[2]), IndexError, "qubits[0]"),
+        (lambda: plot_probabilities(StateVector(2), order="up"), ValueError, "order"),
+        (lambda: plot_state({"0": 1}), TypeError, "state must be a StateVector or an array"),
+        (lambda: plot_state(["a", "b"]), TypeError, "state must hold numbers"),
+        (lambda: plot_state([1, 0, 0]), ValueError, "power of two"),
+        (lambda: plot_state(StateVector(1), order="up"), ValueError, "order"),
+    ],
+)
+def test_bad_input(make, error, words):
+    with pytest.raises(error) as raised:
+        make()
+    assert words in str(raised.value) and not pyplot.get_fignums()
+
+
+def test_released_states_are_refused():
+    state = StateVector(2)
+    state.release()
+    for plot in (plot_probabilities, plot_state):
+        with pytest.raises(RuntimeError, match="released"):
+            plot(state)
+
+
+@pytest.mark.parametrize("call", ["plot_counts({'0': 1})", "plot_probabilities([1, 0])", "plot_state([1, 0])"])
+def test_without_matplotlib(call):
+    # A real interpreter in which importing matplotlib fails as it does where it is not installed.
+    script = f"import sys; sys.modules['matplotlib'] = None\nfrom velacamplix import *\n{call}"
+    ended = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+    name = call.partition("(")[0]
+    assert ended.stderr.splitlines()[-1] == (
+        f"ImportError: {name} needs matplotlib; install it with: pip install matplotlib"
+    )
+
+
+def test_importing_the_package_does_not_import_matplotlib():
+    script = "import sys, velacamplix; print('matplotlib' in sys.modules, 'pandas' in sys.modules)"
+    assert subprocess.run([sys.executable, "-c", script], capture_output=True, text=True).stdout == "False False\n"
