@@ -2,11 +2,12 @@
 
 from __future__ import annotations
 
-from typing import Callable, List, Sequence, Tuple
+from typing import TYPE_CHECKING, Callable, List, Sequence, Tuple
 
 import numpy as np
 
-from .statevector import StateVector
+if TYPE_CHECKING:
+    from .statevector import StateVector
 
 _PIECE = 2**18
 # The square of a few units in the last place of an amplitude, by the type of the values that are read.

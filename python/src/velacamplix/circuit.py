@@ -4,12 +4,16 @@ from __future__ import annotations
 
 import os
 from dataclasses import replace
-from typing import Any, Iterable, Iterator, List, Optional, Sequence, Tuple, Union
+from typing import Any, Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Union
 
 from . import _check, _check_circuit, _check_readout
+from ._circuit_basic import basic
+from ._circuit_binding import Template, checked_values, parameters_of, partly_bound
+from ._circuit_definition import GateDefinition, flat, flat_steps, restored, restored_steps
 from ._circuit_gates import GateMethods
 from ._circuit_steps import StepMethods
 from .instruction import Condition, Instruction, Register
+from .parameter import Expression
 
 __all__ = ["Circuit"]
 
@@ -59,7 +63,12 @@ class Circuit(GateMethods, StepMethods):
             self._registers = _default_registers(self._n_qubits, self._n_clbits)
         else:
             self._registers = _check_circuit.registers(registers, self._n_qubits, self._n_clbits)
-        self._instructions: List[Instruction] = []
+        # None in a circuit whose template was given numbers, until someone looks at the instructions.
+        self._steps: Optional[List[Instruction]] = []
+        self._template: Optional[Template] = None
+        self._template_params: List[Tuple[float, ...]] = []
+        self._names: Optional[Tuple[str, ...]] = ()  # of open parameters; None: not looked for
+        self._own_template: Optional[Template] = None
         self._condition: Optional[Condition] = None  # set inside `when`
 
     # --- What is in it ---
@@ -84,8 +93,15 @@ class Circuit(GateMethods, StepMethods):
         """All instructions, as a copy that later additions do not change."""
         return tuple(self._instructions)
 
+    @property
+    def _instructions(self) -> List[Instruction]:
+        if self._steps is None:
+            assert self._template is not None
+            self._steps = self._template.instructions_with(self._template_params)
+        return self._steps
+
     def __len__(self) -> int:
-        return len(self._instructions)
+        return len(self._instructions if self._template is None else self._template.instructions)
 
     def __bool__(self) -> bool:
         # A circuit without instructions is still a circuit.
@@ -119,9 +135,110 @@ class Circuit(GateMethods, StepMethods):
     def __str__(self) -> str:
         return "\n".join(map(str, self._instructions))
 
+    def _repr_html_(self) -> str:
+        from ._notebook import of_circuit
+
+        return of_circuit(self)
+
     def copy(self) -> Circuit:
         """Return an independent circuit with the same content."""
         return Circuit._assembled(self._registers, list(self._instructions))
+
+    __copy__ = copy
+
+    def __getstate__(self) -> Dict[str, Any]:
+        # Definitions as a flat table; the default would nest as deeply as they call each other.
+        steps = self._instructions
+        numbers: Dict[int, int] = {}
+        rows = flat({id(step.definition): step.definition for step in steps if step.definition is not None}.values(), numbers)
+        return {"registers": self._registers, "definitions": rows, "steps": flat_steps(steps, numbers)}
+
+    def __setstate__(self, state: Dict[str, Any]) -> None:
+        steps = restored_steps(state["steps"], restored(state["definitions"]))
+        self.__dict__.update(Circuit._assembled(state["registers"], steps).__dict__)
+
+    # --- Parameters ---
+
+    @property
+    def parameters(self) -> Tuple[str, ...]:
+        """Names of the parameters that have no value yet, in order of appearance."""
+        if self._names is None:
+            self._names = parameters_of(self._instructions)
+        return self._names
+
+    def bind(self, values: Any = None, /, **named: float) -> Circuit:
+        """Return the circuit with numbers in place of its parameters.
+
+        Binding a circuit again and again is cheap, and circuits bound from the same one share the work of planning.
+
+        Parameters
+        ----------
+        values : mapping or sequence of float, optional
+            Numbers by name (or `Parameter`), some or all; or one number for each of `parameters`, in their order.
+        **named : float
+            Numbers by name.
+
+        Raises
+        ------
+        TypeError
+            If a value is no real number, or a key no name.
+        ValueError
+            If there is no parameter of that name, a sequence has the wrong length, a value is not finite or given
+            twice, or an angle calculated from the values is not finite.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, Parameter
+        >>> a, b = Parameter("a"), Parameter("b")
+        >>> circuit = Circuit(1).rx(a, 0).rz(a + b, 0)
+        >>> circuit.parameters
+        ('a', 'b')
+        >>> print(circuit.bind([0.5, 0.25]))
+        RX(0.5) 0
+        RZ(0.75) 0
+        >>> circuit.bind(a=0.5).parameters
+        ('b',)
+        """
+        names = self.parameters
+        numbers = checked_values(names, values, named)
+        if not numbers:
+            return self.copy()
+        if len(numbers) < len(names):
+            return Circuit._assembled(self._registers, partly_bound(self._instructions, numbers))
+        if self._own_template is None:
+            self._own_template = Template(self._registers, self.instructions)
+        params = self._own_template.params(numbers)
+        bound = Circuit._assembled(self._registers, [])
+        bound._steps, bound._names = None, ()
+        bound._template, bound._template_params = self._own_template, params
+        return bound
+
+    def basic_instructions(self) -> Iterator[Instruction]:
+        """Iterate over the circuit in the library's own gates.
+
+        Composite gates and gates of definitions become named gates, ``"matrix"`` and ``"diagonal"`` instructions, any
+        of them perhaps with controls; all parameters are numbers.
+
+        Raises
+        ------
+        ValueError
+            If parameters have no value yet, or an angle inside a definition is not finite.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> for instruction in Circuit(2).sdg(0).rzz(0.5, 0, 1).basic_instructions():
+        ...     print(instruction)
+        PH(-1.57079632679) 0
+        diagonal[4] 0,1
+        """
+        self._require_bound()
+        return (part for step in self._instructions for part in basic(step))
+
+    def _require_bound(self) -> None:
+        if self.parameters:
+            names = ", ".join(map(repr, self.parameters))
+            raise ValueError(f"parameters must have values, give them with bind(): {_check_circuit.shortened(names)}")
 
     # --- A gate without a name ---
 
@@ -194,7 +311,7 @@ class Circuit(GateMethods, StepMethods):
                     f"instruction must be able to take the condition of when(), got {checked}"
                 )
             checked = replace(checked, condition=self._condition)
-        self._instructions.append(checked)
+        self._append(checked)
         return self
 
     @classmethod
@@ -241,20 +358,27 @@ class Circuit(GateMethods, StepMethods):
             sum(register.size for register in registers if register.kind == "classical"),
             registers=registers,
         )
-        circuit._instructions = instructions
+        circuit._steps = instructions
+        circuit._names = None
         return circuit
+
+    def _append(self, step: Instruction) -> None:
+        self._instructions.append(step)
+        if self._template is not None or self._own_template is not None:
+            self._template = self._own_template = None
+        if self._names is not None and step.params and any(isinstance(value, Expression) for value in step.params):
+            self._names = None
 
     def _add(
         self,
         name: str,
         qubits: Tuple[int, ...],
-        params: Tuple[Union[float, complex], ...] = (),
+        params: Tuple[Union[float, complex, Expression], ...] = (),
         controls: Tuple[int, ...] = (),
         clbits: Tuple[int, ...] = (),
+        definition: Optional[GateDefinition] = None,
     ) -> Circuit:
-        self._instructions.append(
-            Instruction(name, qubits, params, controls, clbits, self._condition)
-        )
+        self._append(Instruction(name, qubits, params, controls, clbits, self._condition, definition))
         return self
 
 

@@ -75,6 +75,11 @@ class Counts(Dict[str, int]):
             return 0
         raise KeyError(outcome)
 
+    def _repr_html_(self) -> str:
+        from ._notebook import of_counts
+
+        return of_counts(self)
+
     def __reduce__(self) -> Tuple[Any, ...]:
         return _restored, (type(self), dict(self), self.n_bits)
 

@@ -6,7 +6,7 @@ from typing import Any, Iterable, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from . import _check, _check_data, _check_readout, _core, _machine, _memory, _run
+from . import _check, _check_data, _check_readout, _core, _machine, _memory, _notebook, _run
 from ._circuit_gates import GateMethods
 from ._copies import Copies
 from ._expectations import Expectations
@@ -134,6 +134,9 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         if self._core is None:
             return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, released)"
         return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, threads={self._threads})"
+
+    def _repr_html_(self) -> str:
+        return _notebook.of_state(self)
 
     def release(self) -> None:
         """Give the memory back now. Every later use of this object but another `release` raises RuntimeError.

@@ -1,0 +1,101 @@
+"""How objects show themselves in a notebook: small HTML, without styles or scripts of the page's own."""
+
+from __future__ import annotations
+
+import html
+from typing import TYPE_CHECKING, Any, List, Sequence, Tuple
+
+from . import _memory
+from ._outcomes import most_probable
+from ._words import counted
+
+if TYPE_CHECKING:
+    from .circuit import Circuit
+    from .counts import Counts
+    from .statevector import StateVector
+
+_ROWS = 12
+# Showing a state should not take longer than making it; above this only its size is told.
+_LARGEST_SHOWN = 18
+_LONGEST_CIRCUIT, _LINES = 400, 60
+_MONOSPACE = "font-family:monospace;text-align:left"
+_PRE = "white-space:pre;overflow-x:auto;line-height:1.15;font-family:monospace"
+
+
+def of_counts(counts: Counts) -> str:
+    """Return a table of the most frequent outcomes."""
+    best = counts.most_likely(_ROWS)
+    shots, shown = counts.shots, sum(times for _, times in best)
+    rows = [(_code(outcome), str(times), _bar(times / shots if shots else 0.0)) for outcome, times in best]
+    if len(counts) > len(best):
+        rows.append((f"{len(counts) - len(best)} others", str(shots - shown), ""))
+    return _titled(f"Counts: {counted(shots, 'shot')}", _table(("outcome", "count", ""), rows))
+
+
+def of_state(state: StateVector) -> str:
+    """Return what a state is and, unless it is large, a table of its largest amplitudes."""
+    try:
+        array = state.array
+    except RuntimeError:  # released
+        return _titled(repr(state), "")
+    n = state.n_qubits
+    title = (
+        f"StateVector: {counted(n, 'qubit')}, {state.precision} precision, {counted(state.threads, 'thread')}, "
+        f"{_memory.human(array.nbytes)}"
+    )
+    if n > _LARGEST_SHOWN:
+        return _titled(title, "")
+    best = most_probable(state, _ROWS + 1, range(n))
+    rows = []
+    for outcome, probability in best[:_ROWS]:
+        # Qubit q is bit q of the index; texts have qubit 0 leftmost.
+        amplitude = array[int(outcome[::-1] or "0", 2)]
+        rows.append((_code(outcome), f"{amplitude.real:.4f}{amplitude.imag:+.4f}j", _bar(float(probability))))
+    if len(best) > _ROWS:
+        rows.append(("others", "", _bar(max(0.0, 1.0 - sum(float(p) for _, p in best[:_ROWS])))))
+    return _titled(title, _table(("qubit 0 leftmost", "amplitude", "probability"), rows))
+
+
+def of_circuit(circuit: Circuit) -> str:
+    """Return the drawing of a circuit, or of a long one the first instructions."""
+    title = repr(circuit).strip("<>")
+    if len(circuit) > _LONGEST_CIRCUIT:
+        lines = [str(circuit[place]) for place in range(_LINES)] + [f"… {len(circuit) - _LINES} more"]
+        return _titled(title, _pre("\n".join(lines)))
+    return _titled(title, _pre(_drawing(circuit)))
+
+
+def _drawing(circuit: Any) -> str:
+    # Unlimited width: the page scrolls where lines are long.
+    return str(circuit)
+
+
+def _titled(title: str, body: str) -> str:
+    return f"<div><div>{html.escape(title)}</div>{body}</div>"
+
+
+def _pre(text: str) -> str:
+    return f'<pre style="{_PRE}">{html.escape(text)}</pre>'
+
+
+def _code(text: str) -> str:
+    return f'<span style="{_MONOSPACE}">{html.escape(text)}</span>'
+
+
+def _bar(share: float) -> str:
+    width = min(100.0, max(0.0, 100 * share))
+    return (
+        f'<div style="display:inline-block;width:8em;vertical-align:middle">'
+        f'<div style="width:{width:.1f}%;min-width:1px;height:0.7em;background:#31688e"></div></div> {share:.4f}'
+    )
+
+
+def _table(titles: Sequence[str], rows: Sequence[Tuple[str, ...]]) -> str:
+    """Return a table; its cells are HTML already."""
+    parts: List[str] = ["<table><thead><tr>"]
+    parts += [f'<th style="text-align:left">{html.escape(title)}</th>' for title in titles]
+    parts.append("</tr></thead><tbody>")
+    for row in rows:
+        parts.append("<tr>" + "".join(f'<td style="text-align:left">{cell}</td>' for cell in row) + "</tr>")
+    parts.append("</tbody></table>")
+    return "".join(parts)

@@ -1,0 +1,90 @@
+"""What a notebook shows: HTML that is well formed, escaped, small, and tells the right numbers."""
+
+import re
+import time
+from xml.etree import ElementTree
+
+import pytest
+
+from velacamplix import Circuit, Counts, StateVector
+
+
+def page(thing):
+    return ElementTree.fromstring(thing._repr_html_())
+
+
+def rows(thing):
+    return ["".join(cell.itertext()).strip() for row in page(thing).iter("tr") for cell in row.iter("td")]
+
+
+def text(thing):
+    return "".join(page(thing).itertext())
+
+
+def bars(thing):
+    return [float(width) for width in re.findall(r"width:([\d.]+)%", thing._repr_html_())]
+
+
+def test_counts():
+    counts = Counts({"00": 750, "11": 250})
+    assert "Counts: 1000 shots" in text(counts)
+    assert rows(counts) == ["00", "750", "0.7500", "11", "250", "0.2500"] and bars(counts) == [75, 25]
+
+
+def test_many_counts_are_summed_up():
+    counts = Counts({format(i, "07b"): i + 1 for i in range(100)})
+    shown = rows(counts)
+    assert shown[:2] == ["1100011", "100"] and shown[-3:-1] == ["88 others", str(sum(range(1, 89)))]
+    assert len(counts._repr_html_()) < 8000
+
+
+def test_no_counts():
+    assert "Counts: 0 shots" in text(Counts({})) and rows(Counts({})) == []
+    assert rows(Counts({"0": 0})) == ["0", "0", "0.0000"]
+
+
+def test_states(precision):
+    state = StateVector(3, precision, threads=1).h(0).s(0).x(2)
+    size = {"double": 128, "single": 64}[precision]
+    assert f"StateVector: 3 qubits, {precision} precision, 1 thread, {size} bytes" in text(state)
+    assert rows(state) == ["001", "0.7071+0.0000j", "0.5000", "101", "0.0000+0.7071j", "0.5000"]
+
+
+def test_states_with_many_amplitudes():
+    shown = rows(StateVector(5).reset("+++++"))
+    assert len(shown) == 3 * 13 and shown[-3:] == ["others", "", f"{20 / 32:.4f}"]
+
+
+def test_large_states_are_not_searched():
+    state = StateVector(24)
+    started = time.monotonic()
+    assert rows(state) == [] and "24 qubits" in text(state)
+    assert time.monotonic() - started < 0.5
+    state.release()  # no view was kept
+    assert "released" in text(state)
+
+
+def test_no_qubits():
+    assert "0 qubits" in text(StateVector(0)) and rows(StateVector(0)) == ["", "1.0000+0.0000j", "1.0000"]
+
+
+def test_circuits():
+    circuit = Circuit(2, 2).h(0).cx(0, 1).measure([0, 1], [0, 1])
+    assert text(circuit).startswith("Circuit: 2 qubits, 2 classical bits")
+    assert "H" in text(circuit) and next(page(circuit).iter("pre")).text
+
+
+def test_long_circuits_are_cut():
+    circuit = Circuit(3)
+    for _ in range(20_000):
+        circuit.h(0)
+    assert "… 19940 more" in text(circuit) and len(circuit._repr_html_()) < 10_000
+
+
+@pytest.mark.parametrize("thing", [Counts({}), StateVector(1), Circuit(1).x(0)], ids=lambda thing: type(thing).__name__)
+def test_angle_brackets_do_not_reach_the_page(thing, monkeypatch):
+    # Names and texts may one day hold anything; whatever the objects say of themselves is escaped.
+    monkeypatch.setattr(type(thing), "__str__", lambda self: "<script>&")
+    monkeypatch.setattr(type(thing), "__repr__", lambda self: "<script>&")
+    assert "<script" not in thing._repr_html_()
+    page(thing)
