@@ -1,0 +1,54 @@
+#pragma once
+
+#include <velacamplix/program.hpp>
+#include <velacamplix/statevector.hpp>
+
+#include <string>
+#include <vector>
+
+// Whole circuits to measure: what people run on such simulators, as plain lists. The same on every machine.
+
+namespace velacamplix::bench {
+
+struct listed_gate {
+    std::string name;  // a name both the circuit record and a program know
+    std::vector<double> angles;
+    std::vector<unsigned int> qubits;
+};
+
+struct listed_circuit {
+    std::string name;
+    std::vector<listed_gate> gates;
+};
+
+// Of n qubits, n at least 2:
+//   ansatz   10 layers of RY on all, RZ on all, a chain of CNOT
+//   layers   20 layers of H, T or RX on all, CNOT on neighbours
+//   qft      the Fourier transform written with H, PH and CNOT
+//   random   300 gates H, RX, RZ, CNOT on random qubits
+//   ghz      H and a chain of CNOT
+std::vector<listed_circuit> measured_circuits(unsigned int n);
+
+template <class T>
+pbamplix::cpu::program<T> as_program(const listed_circuit& circuit, unsigned int n) {
+    pbamplix::cpu::program<T> program(n);
+    for (const auto& gate : circuit.gates) {
+        program.add_gate(gate.name, std::vector<T>(gate.angles.begin(), gate.angles.end()), gate.qubits);
+    }
+    return program;
+}
+
+template <class T>
+pbamplix::PybindAmplixWCircuit<T> as_record(const listed_circuit& circuit, unsigned int n) {
+    pbamplix::PybindAmplixWCircuit<T> record(n);
+    for (const auto& gate : circuit.gates) {
+        record.add_gate(gate.name, std::vector<T>(gate.angles.begin(), gate.angles.end()), gate.qubits);
+    }
+    return record;
+}
+
+// One call of a member per gate. Throws std::invalid_argument for a name that measured_circuits does not use.
+template <class T>
+void apply_gate_by_gate(pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state, const listed_circuit& circuit);
+
+}  // namespace velacamplix::bench
