@@ -1,6 +1,6 @@
 #include "statevector/kernels/dense.hpp"
 
-#include "statevector/kernels/walk.hpp"
+#include "statevector/kernels/targets.hpp"
 #include "statevector/storage/memory_guard.hpp"
 
 #include <velacamplix/kernels.hpp>
@@ -11,34 +11,14 @@
 namespace velacamplix::kernels {
 namespace {
 
-// A matrix entry as the row products read it: (re, re, -im, +im). Two scalars are repeated over a pack by one load.
-template <class T>
-struct entry {
-    T re[2];
-    T im[2];
-};
-
 template <class T>
 struct dense_table : coefficient_table<T> {
     unsigned long dim = 0;
-    std::vector<entry<T>> matrix;         // row-major
-    std::vector<unsigned long> offsets;   // outer bits of each pack of a group, by local index
-    std::vector<unsigned long> inner_of;  // per target: position inside the pack, or `outer`
+    std::vector<thrust::complex<T>> matrix;  // row-major
+    std::vector<unsigned long> offsets;      // outer bits of each pack of a group, by local index
+    std::vector<unsigned long> inner_of;     // per target: position inside the pack, or `outer`
     static constexpr unsigned long outer = ~0ul;
 };
-
-template <class V, std::size_t... s>
-[[gnu::always_inline]] inline V repeat_two(const scalar_of<V>* two, std::index_sequence<s...>) {
-    using pair = typename pack_type<scalar_of<V>, 2 * sizeof(scalar_of<V>)>::type;
-    pair p;
-    __builtin_memcpy(&p, two, sizeof(p));
-    return __builtin_shufflevector(p, p, (s % 2)...);
-}
-
-template <class V>
-[[gnu::always_inline]] inline V repeat_two(const scalar_of<V>* two) {
-    return repeat_two<V>(two, std::make_index_sequence<scalars<V>>{});
-}
 
 // One group's amplitudes and results, as packs over several groups at once.
 template <class V>
@@ -46,7 +26,7 @@ struct group_buffer {
     static constexpr unsigned long most_on_stack = 64;
     V on_stack[3 * most_on_stack];
     V* old;     // the amplitudes
-    V* turned;  // the amplitudes with real and imaginary parts exchanged
+    V* turned;  // the amplitudes times i
     V* result;
     void* heap = nullptr;
 
@@ -64,20 +44,21 @@ struct group_buffer {
     group_buffer& operator=(const group_buffer&) = delete;
 };
 
-// `rows` rows of the product at once: every sum starts at +0 and takes the columns upward, products in full.
-template <unsigned rows, class V>
-[[gnu::always_inline]] inline void multiply_rows(const entry<scalar_of<V>>* matrix, unsigned long dim, const V* old,
-                                                 const V* turned, V* result) {
+// `rows` rows of the product at once: every sum starts at +0 and takes the columns upward, products in full. An entry
+// is two scalars that the multiplications read from memory and spread over the pack by themselves.
+template <unsigned rows, class V, class Keep>
+[[gnu::always_inline]] inline void multiply_rows(const thrust::complex<scalar_of<V>>* matrix, unsigned long dim,
+                                                 const V* old, const V* turned, Keep keep) {
     V sum[rows] = {};
     for (unsigned long column = 0; column < dim; ++column) {
         const V x = old[column];
         const V y = turned[column];
         for (unsigned row = 0; row < rows; ++row) {
-            const entry<scalar_of<V>>& m = matrix[row * dim + column];
-            sum[row] += x * repeat_two<V>(m.re) + y * repeat_two<V>(m.im);
+            const thrust::complex<scalar_of<V>>& m = matrix[row * dim + column];
+            sum[row] += x * m.real() + y * m.imag();
         }
     }
-    for (unsigned row = 0; row < rows; ++row) result[row] = sum[row];
+    for (unsigned row = 0; row < rows; ++row) keep(row, sum[row]);
 }
 
 // Exchanges a target inside the packs with the outer bit that the same target has among the local indices.
@@ -99,7 +80,7 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
     const auto& table = static_cast<const dense_table<T>&>(*call.table);
     const unsigned long dim = fixed_dim != 0 ? fixed_dim : table.dim;
     const unsigned long* offsets = table.offsets.data();
-    const entry<T>* matrix = table.matrix.data();
+    const thrust::complex<T>* matrix = table.matrix.data();
     const unsigned long k = table.inner_of.size();
     const bool any_inner = std::any_of(table.inner_of.begin(), table.inner_of.end(),
                                        [](unsigned long position) { return position != dense_table<T>::outer; });
@@ -116,31 +97,40 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
             }
         }
     };
-    walk<V>(
-        call, begin, end, [](unsigned long) {},
-        [&](unsigned long base) {
-            for (unsigned long j = 0; j < dim; ++j) old[j] = load<V>(state + (base | offsets[j]));
-            if (any_inner) exchange_all(old);
-            for (unsigned long j = 0; j < dim; ++j) turned[j] = swap_parts(old[j]);
+    // Every group costs enough work to fetch the lines of a later one: as many groups ahead as hide the way to memory.
+    const unsigned long groups_ahead = std::max(64 / (dim * dim), 1ul) + 1;
+    const unsigned long fixed = call.fixed;
+    const auto after = [&](unsigned long at) { return (((at | fixed) + 1) & ~fixed) | call.ones; };
+    unsigned long base = index::deposit(begin, ~fixed) | call.ones;
+    unsigned long ahead = index::deposit(begin + groups_ahead, ~fixed) | call.ones;
+    for (unsigned long unit = begin; unit < end; ++unit, base = after(base), ahead = after(ahead)) {
+        if (call.prefetch) {
+            for (unsigned long j = 0; j < dim; ++j) __builtin_prefetch(state + (ahead | offsets[j]), 1);
+        }
+        for (unsigned long j = 0; j < dim; ++j) old[j] = load<V>(state + (base | offsets[j]));
+        if (any_inner) exchange_all(old);
+        for (unsigned long j = 0; j < dim; ++j) turned[j] = quarter_turn(old[j]);
+        const auto multiply = [&](auto keep) {
             // Every dimension but 1 and 2 is a multiple of the four rows that share the loads of a column.
-            if (fixed_dim != 0 || dim >= 4) {
-                for (unsigned long row = 0; row < dim; row += 4) {
-                    multiply_rows<4>(matrix + row * dim, dim, old, turned, result + row);
-                }
-            } else {
-                for (unsigned long row = 0; row < dim; ++row) {
-                    multiply_rows<1>(matrix + row * dim, dim, old, turned, result + row);
-                }
+            constexpr unsigned rows = fixed_dim != 0 ? 4 : 1;
+            for (unsigned long row = 0; row < dim; row += rows) {
+                multiply_rows<rows, V>(matrix + row * dim, dim, old, turned,
+                                       [&](unsigned r, V sum) { keep(row + r, sum); });
             }
-            if (any_inner) exchange_all(result);
-            if (blend) {
-                for (unsigned long j = 0; j < dim; ++j) {
-                    thrust::complex<T>* const at = state + (base | offsets[j]);
-                    result[j] = select(changed, result[j], load<V>(at));
-                }
+        };
+        if (!any_inner && !blend) {
+            multiply([&](unsigned long row, V sum) { store(state + (base | offsets[row]), sum); });
+            continue;
+        }
+        multiply([&](unsigned long row, V sum) { result[row] = sum; });
+        if (any_inner) exchange_all(result);
+        if (blend) {
+            for (unsigned long j = 0; j < dim; ++j) {
+                result[j] = select(changed, result[j], load<V>(state + (base | offsets[j])));
             }
-            for (unsigned long j = 0; j < dim; ++j) store(state + (base | offsets[j]), result[j]);
-        });
+        }
+        for (unsigned long j = 0; j < dim; ++j) store(state + (base | offsets[j]), result[j]);
+    }
 }
 
 template <class V>
@@ -154,6 +144,8 @@ auto choose_loop(unsigned long dim) -> typename kernel_call<scalar_of<V>>::loop 
             return run_dense<V, 16>;
         case 32:
             return run_dense<V, 32>;
+        case 64:
+            return run_dense<V, 64>;
         default:
             return run_dense<V, 0>;
     }
@@ -197,6 +189,7 @@ void select_dense(kernel_call<scalar_of<V>>& call, dense_table<scalar_of<V>>& ta
         }
     }
     select_groups<V>(call, nbqbits, all_ones(controls), outer_mask, static_cast<unsigned>(table.dim));
+    call.prefetch = is_larger_than_l2<scalar_of<V>>(nbqbits) ? 1 : 0;
     call.run = choose_loop<V>(table.dim);
 }
 
@@ -210,11 +203,7 @@ kernel_call<T> dense_call(unsigned long nbqbits, const std::vector<unsigned long
     auto table = std::make_shared<dense_table<T>>();
     table->dim = 1ul << targets.size();
     table->offsets.resize(table->dim);
-    table->matrix.reserve(table->dim * table->dim);
-    for (unsigned long i = 0; i < table->dim * table->dim; ++i) {
-        const thrust::complex<T> m = matrix[i];
-        table->matrix.push_back({{m.real(), m.real()}, {-m.imag(), m.imag()}});
-    }
+    table->matrix.assign(matrix.begin(), matrix.begin() + static_cast<long>(table->dim * table->dim));
     kernel_call<T> call;
     std::vector<unsigned long> outer_bits;
     if (place_dense_targets<wide>(outer_bits, table->inner_of, targets, nbqbits, controls)) {

@@ -244,21 +244,22 @@ struct quad_matrix {
     const thrust::complex<scalar_of<V>>* m;  // 16 entries, row-major
     explicit quad_matrix(const thrust::complex<scalar_of<V>>* entries) : m(entries) {}
     [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
-        const V r0 = row(0, a, b, c, d);
-        const V r1 = row(4, a, b, c, d);
-        const V r2 = row(8, a, b, c, d);
-        const V r3 = row(12, a, b, c, d);
-        a = r0;
-        b = r1;
-        c = r2;
-        d = r3;
+        const V old[4] = {a, b, c, d};
+        const V turned[4] = {quarter_turn(a), quarter_turn(b), quarter_turn(c), quarter_turn(d)};
+        a = row(0, old, turned);
+        b = row(4, old, turned);
+        c = row(8, old, turned);
+        d = row(12, old, turned);
     }
 
 private:
-    [[gnu::always_inline]] V row(int at, V a, V b, V c, V d) const {
-        return ((factor<V>(m[at]) * a + factor<V>(m[at + 1]) * b) + factor<V>(m[at + 2]) * c) +
-               factor<V>(m[at + 3]) * d;
+    // The multiplications spread the scalars over the pack as they read them.
+    [[gnu::always_inline]] V row(int at, const V* old, const V* turned) const {
+        return ((product(at, old[0], turned[0]) + product(at + 1, old[1], turned[1])) +
+                product(at + 2, old[2], turned[2])) +
+               product(at + 3, old[3], turned[3]);
     }
+    [[gnu::always_inline]] V product(int at, V x, V turned) const { return x * m[at].real() + turned * m[at].imag(); }
 };
 
 }  // namespace velacamplix::kernels

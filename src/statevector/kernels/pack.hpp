@@ -83,6 +83,17 @@ template <class V>
     return shuffle(v, v, swapped_parts{}, std::make_index_sequence<scalars<V>>{});
 }
 
+// (re, im) -> (-im, re). The sign comes from a product, which unlike a flipped bit leaves a NaN its sign.
+template <class V, std::size_t... s>
+[[gnu::always_inline]] inline V quarter_turn(V v, std::index_sequence<s...>) {
+    constexpr V signs = {(s % 2 == 0 ? scalar_of<V>(-1) : scalar_of<V>(1))...};
+    return swap_parts(v) * signs;
+}
+template <class V>
+[[gnu::always_inline]] inline V quarter_turn(V v) {
+    return quarter_turn(v, std::make_index_sequence<scalars<V>>{});
+}
+
 template <class V, std::size_t... s>
 constexpr bits_of<V> sign_pattern(bool real, bool imaginary, std::index_sequence<s...>) {
     using integer = scalar_of<bits_of<V>>;

@@ -47,14 +47,18 @@ bool are_distinct(const std::array<unsigned long, K>& targets, condition where) 
     return true;
 }
 
+template <class T>
+bool is_larger_than_l2(unsigned long nbqbits) {
+    return (sizeof(thrust::complex<T>) << nbqbits) > (2ul << 20);
+}
+
 // Strides of 128 bytes to 16 KiB between the two halves of a group leave runs too short for the hardware prefetcher.
 // Two strides, or at least 8 KiB, ahead is where the loop will be a few hundred cycles later.
 template <class T>
 unsigned long prefetch_distance(unsigned long nbqbits, unsigned long target) {
     constexpr unsigned long amplitude = sizeof(thrust::complex<T>);
-    constexpr unsigned long larger_than_l2 = 2ul << 20;
     const unsigned long stride = target * amplitude;
-    if ((amplitude << nbqbits) <= larger_than_l2 || stride < 128 || stride > (16ul << 10)) return 0;
+    if (!is_larger_than_l2<T>(nbqbits) || stride < 128 || stride > (16ul << 10)) return 0;
     return std::max((8ul << 10) / amplitude, 2 * target);
 }
 

@@ -150,6 +150,10 @@ kernel_call<T> prepare(unsigned long nbqbits, unsigned long high, unsigned long 
         call.target_bit = {placed[0].bit, placed[1].bit};
         call.prefetch =
             std::max(prefetch_distance<T>(nbqbits, placed[0].bit), prefetch_distance<T>(nbqbits, placed[1].bit));
+        // The 60 operations of a general matrix leave the processor too little room to look ahead by itself.
+        if (std::is_same_v<G, _Gate2QB<true>> && is_larger_than_l2<T>(nbqbits)) {
+            call.prefetch = std::max(call.prefetch, (8ul << 10) / sizeof(thrust::complex<T>));
+        }
         call.run = choose_loop<G, wide>(placed[0].exchanged_with, placed[1].exchanged_with, call.lane_fixed != 0);
     } else {
         select_groups<narrow>(call, nbqbits, where, high | low, 4);
