@@ -15,5 +15,6 @@ void bind_sampling(pybind11::module_& module);
 void bind_observables(pybind11::module_& module);
 void bind_loading(pybind11::module_& module);
 void bind_exports(pybind11::module_& module);
+void bind_program(pybind11::module_& module);
 
 }  // namespace velacamplix::python

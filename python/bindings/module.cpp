@@ -16,4 +16,5 @@ PYBIND11_MODULE(_core, module) {
     bind_observables(module);
     bind_loading(module);
     bind_exports(module);
+    bind_program(module);
 }

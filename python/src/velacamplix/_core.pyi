@@ -1,6 +1,6 @@
 """The compiled half. Trusts its caller: arguments are checked before they get here (see _check)."""
 
-from typing import Optional, Sequence, Tuple
+from typing import Any, Callable, List, Optional, Sequence, Tuple
 
 import numpy as np
 
@@ -47,6 +47,24 @@ class _StateVector:
 
 class StateVectorSingle(_StateVector): ...
 class StateVectorDouble(_StateVector): ...
+
+class _Program:
+    def __init__(self, n: int) -> None: ...
+    def add(self, instructions: Sequence[Any], places: Sequence[int]) -> int: ...
+    def __len__(self) -> int: ...
+    def plan(
+        self, state_qubits: int, threads: int
+    ) -> Tuple[float, List[Tuple[int, int, Tuple[int, ...], int]]]: ...
+    def run(
+        self,
+        state: _StateVector,
+        function: Optional[Callable[[int, int], Any]] = None,
+        interval: float = 0.05,
+        signals: bool = False,
+    ) -> Tuple[int, Optional[BaseException]]: ...
+
+class ProgramSingle(_Program): ...
+class ProgramDouble(_Program): ...
 
 class _Observable:
     def __init__(

@@ -1,0 +1,235 @@
+#include "bindings.hpp"
+#include "held_state.hpp"
+
+#include <velacamplix/program.hpp>
+
+#include <chrono>
+#include <cmath>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace velacamplix::python {
+
+namespace {
+
+using Qubits = std::vector<unsigned int>;
+using Clock = std::chrono::steady_clock;
+
+// A program as Python holds it. One run at a time: the second caller is refused rather than kept waiting, because it
+// may be a function that the first run called.
+template <class T>
+struct HeldProgram {
+    explicit HeldProgram(unsigned int nqubits) : list(nqubits) {}
+
+    pbamplix::cpu::program<T> list;
+    std::mutex mutex;
+
+    std::unique_lock<std::mutex> taken() {
+        std::unique_lock<std::mutex> turn(mutex, std::try_to_lock);
+        if (!turn.owns_lock()) throw std::runtime_error("this program is running already");
+        return turn;
+    }
+};
+
+// The attributes of an instruction. The words are made once per call: a circuit may have a million gates.
+struct Words {
+    py::object name = interned("name"), qubits = interned("qubits"), controls = interned("controls"),
+               params = interned("params");
+
+    static py::object interned(const char* word) {
+        return py::reinterpret_steal<py::object>(PyUnicode_InternFromString(word));
+    }
+};
+
+py::object attribute(py::handle object, const py::object& word) { return py::getattr(object, word); }
+
+// False if a number is too large for T; what is infinite in double was refused long before.
+template <class T>
+bool read_number(py::handle number, T& value) {
+    const double wide = PyFloat_AsDouble(number.ptr());
+    if (wide == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
+    value = static_cast<T>(wide);
+    return std::isfinite(value);
+}
+
+template <class T>
+bool read_number(py::handle number, thrust::complex<T>& value) {
+    const Py_complex wide = PyComplex_AsCComplex(number.ptr());
+    if (wide.real == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
+    value = thrust::complex<T>(static_cast<T>(wide.real), static_cast<T>(wide.imag));
+    return std::isfinite(value.real()) && std::isfinite(value.imag());
+}
+
+template <class Number>
+bool read_numbers(const py::object& from, std::vector<Number>& to) {
+    to.clear();
+    for (const py::handle number : py::tuple(from)) {
+        to.emplace_back();
+        if (!read_number(number, to.back())) return false;
+    }
+    return true;
+}
+
+void read_qubits(const py::object& from, const Qubits& places, Qubits& to) {
+    to.clear();
+    for (const py::handle qubit : py::tuple(from)) {
+        const std::size_t number = PyLong_AsSize_t(qubit.ptr());
+        if (PyErr_Occurred() != nullptr) throw py::error_already_set();
+        to.push_back(places.at(number));
+    }
+}
+
+template <class T>
+bool is_diagonal(const std::vector<thrust::complex<T>>& matrix, std::size_t dim) {
+    for (std::size_t i = 0; i < matrix.size(); ++i) {
+        if (i % (dim + 1) != 0 && matrix[i] != T(0)) return false;
+    }
+    return true;
+}
+
+// Without controls the library refuses a diagonal of more than 256 entries. Its two halves, each controlled by the
+// first qubit, multiply every amplitude by the same factor once; the flips in between only move amplitudes.
+template <class T>
+void add_diagonal(pbamplix::cpu::program<T>& list, const std::vector<thrust::complex<T>>& diagonal,
+                  const Qubits& qubits, const Qubits& controls) {
+    if (!controls.empty() || qubits.size() <= 8) {
+        list.add_diagonal(diagonal, qubits, controls);
+        return;
+    }
+    const Qubits first(qubits.begin(), qubits.begin() + 1), others(qubits.begin() + 1, qubits.end());
+    const auto middle = diagonal.begin() + static_cast<std::ptrdiff_t>(diagonal.size() / 2);
+    list.add_diagonal({middle, diagonal.end()}, others, first);
+    list.add_gate("X", {}, first);
+    list.add_diagonal({diagonal.begin(), middle}, others, first);
+    list.add_gate("X", {}, first);
+}
+
+template <class T>
+void add_matrix(pbamplix::cpu::program<T>& list, const std::vector<thrust::complex<T>>& matrix, const Qubits& qubits,
+                const Qubits& controls) {
+    const std::size_t dim = std::size_t{1} << qubits.size();
+    if (matrix.size() != dim * dim) throw std::invalid_argument("the matrix does not fit the number of qubits");
+    if (qubits.size() <= 8 || !controls.empty() || !is_diagonal(matrix, dim)) {
+        list.add_matrix(matrix, qubits, controls);
+        return;
+    }
+    std::vector<thrust::complex<T>> diagonal(dim);
+    for (std::size_t i = 0; i < dim; ++i) diagonal[i] = matrix[i * (dim + 1)];
+    add_diagonal(list, diagonal, qubits, controls);
+}
+
+// Appends gates: objects with the attributes name, qubits, params and controls. Qubit q of theirs is places[q] of the
+// state. Returns how many it took, which is all of them unless a number does not fit the precision.
+template <class T>
+std::size_t add(HeldProgram<T>& program, const py::sequence& instructions, const Qubits& places) {
+    const auto turn = program.taken();
+    const Words words;
+    std::vector<T> params;
+    std::vector<thrust::complex<T>> entries;
+    Qubits qubits, controls;
+    std::size_t count = 0;
+    for (const py::handle instruction : instructions) {
+        const auto name = py::cast<std::string>(attribute(instruction, words.name));
+        read_qubits(attribute(instruction, words.qubits), places, qubits);
+        read_qubits(attribute(instruction, words.controls), places, controls);
+        const py::object numbers = attribute(instruction, words.params);
+        const bool is_matrix = name == "matrix";
+        if (is_matrix || name == "diagonal") {
+            if (!read_numbers(numbers, entries)) return count;
+            is_matrix ? add_matrix(program.list, entries, qubits, controls)
+                      : add_diagonal(program.list, entries, qubits, controls);
+        } else {
+            if (!read_numbers(numbers, params)) return count;
+            program.list.add_gate(name, params, qubits, controls);
+        }
+        ++count;
+    }
+    return count;
+}
+
+// Sweeps over the state, and of every pass: its first gate, the gate behind its last, its local qubits, and the
+// amplitudes of a buffer.
+template <class T>
+py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) {
+    const auto turn = program.taken();
+    const auto& told = program.list.plan(state_qubits, threads);
+    py::list passes;
+    for (const auto& pass : told.passes) {
+        passes.append(py::make_tuple(pass.first_gate, pass.last_gate, py::tuple(py::cast(pass.local_qubits)),
+                                     pass.chunk_amplitudes));
+    }
+    return py::make_tuple(told.predicted_sweeps, passes);
+}
+
+// What happens between passes: signals are looked after and Python's function is told, each at most once per interval,
+// because taking the interpreter lock may mean to wait for other Python threads. The first exception ends the run.
+class Watch {
+public:
+    Watch(py::object function, double interval, bool signals)
+        : function_(std::move(function)),
+          interval_(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(interval))),
+          next_(Clock::now() + interval_),
+          signals_(signals) {}
+
+    bool is_needed() const { return signals_ || !function_.is_none(); }
+
+    bool between_passes(unsigned long done, unsigned long total) {
+        const bool is_last = done == total && !function_.is_none();
+        if (!is_last && Clock::now() < next_) return true;
+        const py::gil_scoped_acquire locked;
+        try {
+            if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
+            if (!function_.is_none()) function_(done, total);
+        } catch (py::error_already_set& raised) {
+            error_ = raised.value();
+            if (raised.trace()) PyException_SetTraceback(error_.ptr(), raised.trace().ptr());
+            return false;
+        }
+        next_ = Clock::now() + interval_;
+        return true;
+    }
+
+    const py::object& error() const { return error_; }
+
+private:
+    py::object function_;
+    py::object error_ = py::none();
+    Clock::duration interval_;
+    Clock::time_point next_;
+    bool signals_;
+};
+
+// Returns how many gates acted, and the exception that stopped the run between two passes, or None. The caller raises
+// it: so he can tell first how far the state has come. `signals` is for Python's main thread.
+template <class T>
+py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, double interval, bool signals) {
+    const auto turn = program.taken();
+    Watch watch(std::move(function), interval, signals);
+    typename pbamplix::cpu::program<T>::progress_hook hook;
+    if (watch.is_needed()) {
+        hook = [&watch](unsigned long done, unsigned long total) { return watch.between_passes(done, total); };
+    }
+    const unsigned long applied = held.with_state([&](auto& state) { return program.list.run(state, hook); });
+    return py::make_tuple(applied, watch.error());
+}
+
+template <class T>
+void bind_one_program(py::module_& module, const char* name) {
+    py::class_<HeldProgram<T>>(module, name)
+        .def(py::init<unsigned int>(), py::arg("n"))
+        .def("add", &add<T>, py::arg("instructions"), py::arg("places"))
+        .def("__len__", [](const HeldProgram<T>& program) { return program.list.size(); })
+        .def("plan", &plan<T>, py::arg("state_qubits"), py::arg("threads"))
+        .def("run", &run<T>, py::arg("state"), py::arg("function") = py::none(), py::arg("interval") = 0.05,
+             py::arg("signals") = false);
+}
+
+}  // namespace
+
+void bind_program(py::module_& module) {
+    bind_one_program<float>(module, "ProgramSingle");
+    bind_one_program<double>(module, "ProgramDouble");
+}
+
+}  // namespace velacamplix::python
