@@ -35,6 +35,14 @@ struct DMDiagSequence {
     unsigned long dim;     // 2^m
 };
 
+// One of the views above, read in double precision: a probability is formed in double from the stored numbers, and what
+// is handed such a view sums in double. In single precision a running sum stops growing once an element is less than
+// half a unit in its last place, with equal probabilities beyond some 2^24 of them.
+template <class Seq>
+struct precise_view : Seq {
+    using proba_type = double;
+};
+
 namespace cpu {
 
 // Sum of the view's probabilities over all indices whose listed qubits carry the bits of `fixed` (already in
@@ -54,7 +62,9 @@ template <class P, class Out, class Seq>
 VELACAMPLIX_API void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P& threshold_sq, int nthreads);
 
 // Draws nshots outcomes over the listed qubits (first listed = most significant bit; empty list = all, qubit 0
-// most significant). Takes exactly nshots outputs of the engine, in order: shot s belongs to output s.
+// most significant). Takes exactly nshots outputs of the engine, in order: shot s belongs to output s. The output
+// becomes a number in [0, 1) of the view's precision, and the shot the first index whose running sum reaches it. Of a
+// precise_view this number is a share of the running sum's end, so that the outcomes are those of the normalised state.
 template <class Rng, class Seq>
 VELACAMPLIX_API void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
                                       const int& nthreads, const std::vector<unsigned int>& qubits);
@@ -64,6 +74,23 @@ VELACAMPLIX_API void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, c
 template <class T>
 VELACAMPLIX_API void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
                               unsigned long value, int nthreads);
+
+// The same in any precision with the norm summed in double. Here an outcome is impossible when its norm's root is below
+// T's smallest normal number (1.2e-38, 2.2e-308); it is refused with std::domain_error, the state being left as it is.
+// The second form then moves the listed qubits to 0.
+template <class T>
+VELACAMPLIX_API void precise_project(thrust::complex<T>* amps, unsigned long size,
+                                     const std::vector<unsigned int>& qubits, unsigned long value, int nthreads);
+template <class T>
+VELACAMPLIX_API void precise_project_then_reset(thrust::complex<T>* amps, unsigned long size,
+                                                const std::vector<unsigned int>& qubits, unsigned long value,
+                                                int nthreads);
+
+// Writes 2^k probabilities to `out` (k = qubits.size()); the caller owns it. First listed qubit = most significant bit
+// of the position. What is not above threshold_sq becomes 0. An empty list writes one value, the total.
+template <class Seq>
+VELACAMPLIX_API void precise_distribution(precise_view<Seq> seq, double* out, const double& threshold_sq,
+                                          const std::vector<unsigned int>& qubits, const int& nthreads);
 
 // Fills `map` with the non-zero elements above the threshold, keyed by reversed index; returns it.
 template <class T, class V, class Seq>

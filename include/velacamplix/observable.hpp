@@ -59,6 +59,17 @@ VELACAMPLIX_API thrust::complex<T> _expectation_value_density_matrix(const thrus
                                                                      WObservable<T> observable, int nthreads,
                                                                      const unsigned int& qubits);
 
+// Coefficient times value of every term, without the constant, for amplitudes of either precision: products are formed
+// and summed in double. The whole sum is theirs plus the constant.
+template <class T>
+VELACAMPLIX_API std::vector<thrust::complex<double>> precise_term_values(const thrust::complex<T>* amplitudes,
+                                                                         const WObservable<double>& observable,
+                                                                         unsigned long size, int nthreads);
+template <class T>
+VELACAMPLIX_API std::vector<thrust::complex<double>> precise_term_values_density_matrix(
+    const thrust::complex<T>* amplitudes, const WObservable<double>& observable, int nthreads,
+    const unsigned int& qubits);
+
 // Rotates a term's qubits into the Z basis (undo = false) or back. The first form is for a pure state; the second,
 // for a density matrix, also rotates the row copy q + qubits/2 of each qubit.
 template <class T>
@@ -81,6 +92,14 @@ template <class T, class Engine>
 VELACAMPLIX_API std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(
     thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<T>>& terms, unsigned long shots, Engine& rng,
     unsigned int qubits, int nthreads, bool density_matrix);
+
+// The same for a pure state with probabilities and parities summed in double; the state is rotated in its own
+// precision. A draw is a double in [0, 1), and each term's cumulative table is divided by its last entry, so that it
+// ends at 1.
+template <class T, class Engine>
+VELACAMPLIX_API std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(
+    thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<double>>& terms, unsigned long shots,
+    Engine& rng, unsigned int qubits, int nthreads);
 
 }  // namespace cpu
 }  // namespace pbamplix

@@ -19,3 +19,22 @@ template void write_distribution(const pbamplix::DMDiagSequence<double>&, double
                                  const std::vector<unsigned int>&, int);
 
 }  // namespace velacamplix::measurement
+
+namespace pbamplix::cpu {
+
+template <class Seq>
+void precise_distribution(precise_view<Seq> seq, double* out, const double& threshold_sq,
+                          const std::vector<unsigned int>& qubits, const int& nthreads) {
+    velacamplix::measurement::write_distribution(seq, out, threshold_sq, qubits, nthreads);
+}
+
+template void precise_distribution(precise_view<SVSequence<thrust::complex<float>>>, double*, const double&,
+                                   const std::vector<unsigned int>&, const int&);
+template void precise_distribution(precise_view<SVSequence<thrust::complex<double>>>, double*, const double&,
+                                   const std::vector<unsigned int>&, const int&);
+template void precise_distribution(precise_view<DMDiagSequence<float>>, double*, const double&,
+                                   const std::vector<unsigned int>&, const int&);
+template void precise_distribution(precise_view<DMDiagSequence<double>>, double*, const double&,
+                                   const std::vector<unsigned int>&, const int&);
+
+}  // namespace pbamplix::cpu

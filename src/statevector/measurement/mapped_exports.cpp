@@ -74,5 +74,13 @@ template Map<float>* map_marginal_distribution(DMDiagSequence<float>, const floa
                                                const int&);
 template Map<double>* map_marginal_distribution(DMDiagSequence<double>, const double&, const std::vector<unsigned int>&,
                                                 const int&);
+template Map<double>* map_marginal_distribution(precise_view<State<float>>, const double&,
+                                                const std::vector<unsigned int>&, const int&);
+template Map<double>* map_marginal_distribution(precise_view<State<double>>, const double&,
+                                                const std::vector<unsigned int>&, const int&);
+template Map<double>* map_marginal_distribution(precise_view<DMDiagSequence<float>>, const double&,
+                                                const std::vector<unsigned int>&, const int&);
+template Map<double>* map_marginal_distribution(precise_view<DMDiagSequence<double>>, const double&,
+                                                const std::vector<unsigned int>&, const int&);
 
 }  // namespace pbamplix::cpu

@@ -13,13 +13,14 @@ typename Seq::proba_type cumulative_probability(Seq seq, unsigned long fixed, co
     return measurement::sum_fixed(seq, free, fixed, left, nthreads);
 }
 
-template float cumulative_probability(SVSequence<thrust::complex<float>>, unsigned long,
-                                      const std::vector<unsigned int>&, const int&);
-template double cumulative_probability(SVSequence<thrust::complex<double>>, unsigned long,
-                                       const std::vector<unsigned int>&, const int&);
-template float cumulative_probability(DMDiagSequence<float>, unsigned long, const std::vector<unsigned int>&,
-                                      const int&);
-template double cumulative_probability(DMDiagSequence<double>, unsigned long, const std::vector<unsigned int>&,
-                                       const int&);
+#define VELACAMPLIX_CUMULATIVE_PROBABILITY(Seq)                                                                        \
+    template Seq::proba_type cumulative_probability(Seq, unsigned long, const std::vector<unsigned int>&, const int&); \
+    template double cumulative_probability(precise_view<Seq>, unsigned long, const std::vector<unsigned int>&,         \
+                                           const int&);
+VELACAMPLIX_CUMULATIVE_PROBABILITY(SVSequence<thrust::complex<float>>)
+VELACAMPLIX_CUMULATIVE_PROBABILITY(SVSequence<thrust::complex<double>>)
+VELACAMPLIX_CUMULATIVE_PROBABILITY(DMDiagSequence<float>)
+VELACAMPLIX_CUMULATIVE_PROBABILITY(DMDiagSequence<double>)
+#undef VELACAMPLIX_CUMULATIVE_PROBABILITY
 
 }  // namespace pbamplix::cpu

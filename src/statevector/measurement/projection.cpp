@@ -3,6 +3,7 @@
 #include "statevector/measurement/marginals.hpp"
 
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 
 namespace velacamplix::measurement {
@@ -111,6 +112,25 @@ void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits ou
     });
 }
 
+outcome_bits bits_of_outcome(const std::vector<unsigned int>& qubits, unsigned long value) {
+    const unsigned long listed = index::mask_of(qubits);
+    return {listed, index::place_first_highest(value, qubits) & listed};
+}
+
+// The outcome's probability in a view of a state.
+template <class View>
+typename View::proba_type norm_of_outcome(const View& view, outcome_bits kept, int nthreads) {
+    // Of qubits that the state does not have, only 0 can be read.
+    if (view.dim == 0 || (kept.pattern & ~(view.dim - 1)) != 0) return 0;
+    const unsigned long free = index::low_bits(view.nqubits) & ~kept.listed;
+    return sum_fixed(view, free, kept.pattern, static_cast<unsigned int>(std::popcount(free)), nthreads);
+}
+
+template <class T>
+pbamplix::SVSequence<thrust::complex<T>> view_of(const thrust::complex<T>* amplitudes, unsigned long size) {
+    return {amplitudes, static_cast<unsigned int>(std::countr_zero(size)), size};
+}
+
 }  // namespace
 
 template <class T>
@@ -150,17 +170,8 @@ using namespace velacamplix;
 template <class T>
 void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
               unsigned long value, int nthreads) {
-    const unsigned long listed = index::mask_of(qubits);
-    const measurement::outcome_bits kept{listed, index::place_first_highest(value, qubits) & listed};
-
-    T norm = T(0);
-    // Of qubits that the state does not have, only 0 can be read.
-    if (size != 0 && (kept.pattern & ~(size - 1)) == 0) {
-        const auto n = static_cast<unsigned int>(std::countr_zero(size));
-        const unsigned long free = index::low_bits(n) & ~listed;
-        norm = measurement::sum_fixed(SVSequence<thrust::complex<T>>{amps, n, size}, free, kept.pattern,
-                                      static_cast<unsigned int>(std::popcount(free)), nthreads);
-    }
+    const auto kept = measurement::bits_of_outcome(qubits, value);
+    const T norm = measurement::norm_of_outcome(measurement::view_of(amps, size), kept, nthreads);
     if (norm == T(0)) {
         measurement::rewrite(amps, size, kept, T(1), T(0), nthreads);  // by 1: leaves them as they are
         throw std::domain_error("Cannot project onto an outcome of probability zero");
@@ -170,7 +181,36 @@ void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<un
     measurement::rewrite(amps, size, kept, root, T(0) / root, nthreads);
 }
 
-template void _project(thrust::complex<float>*, unsigned long, const std::vector<unsigned int>&, unsigned long, int);
-template void _project(thrust::complex<double>*, unsigned long, const std::vector<unsigned int>&, unsigned long, int);
+template <class T>
+void precise_project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
+                     unsigned long value, int nthreads) {
+    const precise_view<SVSequence<thrust::complex<T>>> view{measurement::view_of(amps, size)};
+    const auto kept = measurement::bits_of_outcome(qubits, value);
+    const double norm = measurement::norm_of_outcome(view, kept, nthreads);
+    const T root = static_cast<T>(std::sqrt(norm));
+    // A root below the normal range has too few digits to divide by.
+    if (root < std::numeric_limits<T>::min()) {
+        throw std::domain_error("Cannot project onto an outcome of probability zero");
+    }
+    measurement::rewrite(amps, size, kept, root, T(0) / root, nthreads);
+}
+
+template <class T>
+void precise_project_then_reset(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
+                                unsigned long value, int nthreads) {
+    precise_project(amps, size, qubits, value, nthreads);
+    const auto n = static_cast<unsigned int>(std::countr_zero(size));
+    measurement::move_to_zero(amps, n, qubits, value, nthreads);
+}
+
+#define VELACAMPLIX_PROJECTION(T)                                                                                      \
+    template void _project(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, int);  \
+    template void precise_project(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, \
+                                  int);                                                                                \
+    template void precise_project_then_reset(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&,     \
+                                             unsigned long, int);
+VELACAMPLIX_PROJECTION(float)
+VELACAMPLIX_PROJECTION(double)
+#undef VELACAMPLIX_PROJECTION
 
 }  // namespace pbamplix::cpu

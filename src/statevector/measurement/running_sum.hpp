@@ -11,6 +11,8 @@ template <class Seq>
 inline constexpr bool never_falls = false;
 template <class C>
 inline constexpr bool never_falls<pbamplix::SVSequence<C>> = true;
+template <class Seq>
+inline constexpr bool never_falls<pbamplix::precise_view<Seq>> = never_falls<Seq>;
 
 // The running sum of a view's probabilities from index 0 on, strictly in index order and in the view's precision.
 // Calls reached(first, sums, count) for consecutive blocks, where sums[e] includes the element first + e, until that

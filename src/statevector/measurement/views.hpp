@@ -1,13 +1,14 @@
 #pragma once
 
 #include "statevector/index/bits.hpp"
-#include "statevector/kernels/pack.hpp"
+#include "statevector/measurement/widened.hpp"
 
 #include <velacamplix/measurement.hpp>
 
 #include <algorithm>
 
-// Reading probabilities: element k of a view, one at a time or a run at a time.
+// Reading probabilities: element k of a view, one at a time or a run at a time. A run is formed in the precision of
+// the numbers it is written to, so a precise view needs nothing of its own there.
 
 namespace velacamplix::measurement {
 
@@ -79,6 +80,15 @@ template <class T>
 inline T probability_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) {
     return view.data[index * (view.dim + 1)].real();
 }
+template <class T>
+inline double probability_at(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<T>>>& view,
+                             unsigned long index) {
+    return squared_magnitude(widened<double>(view.data[index]));
+}
+template <class T>
+inline double probability_at(const pbamplix::precise_view<pbamplix::DMDiagSequence<T>>& view, unsigned long index) {
+    return static_cast<double>(view.data[index * (view.dim + 1)].real());
+}
 
 // What the exports copy: the amplitude, or the diagonal entry.
 template <class T>
@@ -102,27 +112,27 @@ inline void fetch_ahead(const pbamplix::DMDiagSequence<T>&, unsigned long, unsig
 
 // Writes the elements first ... first + count - 1 of a view to `out`. Those from `next` on, which the caller will want
 // after these, are fetched from memory meanwhile.
-template <class T>
+template <class T, class Out>
 inline void fill_probabilities(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long first,
-                               unsigned long count, T* out, unsigned long next) {
-    using V = kernels::wide_pack<T>;
+                               unsigned long count, Out* out, unsigned long next) {
+    using V = kernels::wide_pack<Out>;
     constexpr unsigned long lanes = kernels::lanes<V>;
     const thrust::complex<T>* from = view.data + first;
     unsigned long ahead = next;
     for (unsigned long packs = count / (2 * lanes); packs != 0; --packs) {
         fetch_ahead(view, ahead, 2 * lanes);
-        store_scalars(out, squared_magnitudes(kernels::load<V>(from), kernels::load<V>(from + lanes)));
+        store_scalars(out, squared_magnitudes(load_widened<V>(from), load_widened<V>(from + lanes)));
         ahead += 2 * lanes;
         from += 2 * lanes;
         out += 2 * lanes;
     }
-    for (unsigned long rest = count % (2 * lanes); rest != 0; --rest) *out++ = squared_magnitude(*from++);
+    for (unsigned long rest = count % (2 * lanes); rest != 0; --rest) *out++ = squared_magnitude(widened<Out>(*from++));
 }
 
-template <class T>
+template <class T, class Out>
 inline void fill_probabilities(const pbamplix::DMDiagSequence<T>& view, unsigned long first, unsigned long count,
-                               T* out, unsigned long) {
-    for (unsigned long k = 0; k < count; ++k) out[k] = probability_at(view, first + k);
+                               Out* out, unsigned long) {
+    for (unsigned long k = 0; k < count; ++k) out[k] = static_cast<Out>(probability_at(view, first + k));
 }
 
 // The part of a view whose other index bits carry `fixed`: element j is the view's element deposit(j, free) | fixed.

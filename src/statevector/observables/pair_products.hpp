@@ -1,5 +1,6 @@
 #pragma once
 
+#include "statevector/measurement/widened.hpp"
 #include "statevector/observables/product_sums.hpp"
 
 #include <velacamplix/amplitude.hpp>
@@ -8,7 +9,8 @@
 #include <utility>
 
 // The numbers a Pauli string sums on a pure state: for every pair of indices i and i ^ flip, once, the real or the
-// imaginary part of conj(a[i ^ flip]) * a[i].
+// imaginary part of conj(a[i ^ flip]) * a[i]. They are formed in the precision they are summed in, T, from amplitudes
+// of that precision or a lower one.
 
 namespace velacamplix::observables {
 
@@ -24,10 +26,11 @@ struct one_part {
 
 // Writes whole rows of numbers, the first from row number `first` of the sequence. `flipped` is what the flip does
 // to the elements of one pack: exchange of neighbouring amplitudes, and of the two parts for an imaginary part.
-template <class T, unsigned flipped>
-void fill_rows(const thrust::complex<T>* state, const product_sequence& s, unsigned long first, unsigned long rows,
+template <class T, class Stored, unsigned flipped>
+void fill_rows(const thrust::complex<Stored>* state, const product_sequence& s, unsigned long first, unsigned long rows,
                T* out) {
     using V = scalar_pack<T>;
+    using measurement::load_widened;
     constexpr unsigned long width = kernels::scalars<V>;
     constexpr auto every = std::make_index_sequence<width>{};
     const unsigned long row_flip = s.flip >> row_bits<T>;
@@ -38,16 +41,16 @@ void fill_rows(const thrust::complex<T>* state, const product_sequence& s, unsig
 
     for (unsigned long row = first; row < first + rows; ++row, out += row_length<T>) {
         const unsigned long index_row = row + (row & above);
-        const thrust::complex<T>* ket = state + (index_row << row_bits<T>);
-        const thrust::complex<T>* bra = state + ((index_row ^ row_flip) << row_bits<T>);
+        const thrust::complex<Stored>* ket = state + (index_row << row_bits<T>);
+        const thrust::complex<Stored>* bra = state + ((index_row ^ row_flip) << row_bits<T>);
         for (unsigned long c = 0; c < row_length<T>; c += width) {
-            const thrust::complex<T>* left = ket + c;
-            const thrust::complex<T>* right = bra + (c ^ outer_flip);
-            const V low = kernels::load<V>(right + half_flip);
-            const V high = kernels::load<V>(right + (half_flip ^ (width / 2)));
-            const V p = kernels::load<V>(left) * kernels::shuffle(low, low, flipped_elements<flipped>{}, every);
+            const thrust::complex<Stored>* left = ket + c;
+            const thrust::complex<Stored>* right = bra + (c ^ outer_flip);
+            const V low = load_widened<V>(right + half_flip);
+            const V high = load_widened<V>(right + (half_flip ^ (width / 2)));
+            const V p = load_widened<V>(left) * kernels::shuffle(low, low, flipped_elements<flipped>{}, every);
             const V q =
-                kernels::load<V>(left + width / 2) * kernels::shuffle(high, high, flipped_elements<flipped>{}, every);
+                load_widened<V>(left + width / 2) * kernels::shuffle(high, high, flipped_elements<flipped>{}, every);
             const V even = kernels::shuffle(p, q, one_part<width, 0>{}, every);
             const V odd = kernels::shuffle(p, q, one_part<width, 1>{}, every);
             // re = br*ar + bi*ai from unexchanged parts, im = br*ai - bi*ar from exchanged ones.
@@ -57,17 +60,17 @@ void fill_rows(const thrust::complex<T>* state, const product_sequence& s, unsig
 }
 
 // Fills one chunk of a sequence; arrays smaller than a row go amplitude by amplitude.
-template <class T>
+template <class T, class Stored = T>
 class pair_products {
 public:
-    explicit pair_products(const thrust::complex<T>* state) : state_(state) {}
+    explicit pair_products(const thrust::complex<Stored>* state) : state_(state) {}
 
     void operator()(const product_sequence& s, unsigned long number, T* out) const {
         const unsigned long length = filled_length<T>(s);
         if (length < row_length<T>) {
             for (unsigned long j = 0; j < length; ++j) {
-                const thrust::complex<T> ket = state_[j];
-                const thrust::complex<T> bra = state_[j ^ s.flip];
+                const auto ket = measurement::widened<T>(state_[j]);
+                const auto bra = measurement::widened<T>(state_[j ^ s.flip]);
                 out[j] = s.imaginary ? bra.real() * ket.imag() - bra.imag() * ket.real()
                                      : bra.real() * ket.real() + bra.imag() * ket.imag();
             }
@@ -81,14 +84,14 @@ public:
 
 private:
     static constexpr unsigned long width = kernels::scalars<scalar_pack<T>>;
-    using loop = void (*)(const thrust::complex<T>*, const product_sequence&, unsigned long, unsigned long, T*);
+    using loop = void (*)(const thrust::complex<Stored>*, const product_sequence&, unsigned long, unsigned long, T*);
 
     template <std::size_t... flipped>
     static constexpr std::array<loop, width> make_loops(std::index_sequence<flipped...>) {
-        return {&fill_rows<T, static_cast<unsigned>(flipped)>...};
+        return {&fill_rows<T, Stored, static_cast<unsigned>(flipped)>...};
     }
 
-    const thrust::complex<T>* state_;
+    const thrust::complex<Stored>* state_;
 };
 
 // The sequence of a flip over `size` amplitudes, without masks. Pairs are told apart by the flip's highest bit: the

@@ -49,13 +49,13 @@ unsigned long tile_flip(const pauli_string& p) {
 }
 
 // Real or imaginary part of the entries (r ^ flip, r): the ket index is the low half of the flat index.
-template <class T>
+template <class T, class Stored>
 struct band_entries {
-    const thrust::complex<T>* matrix;
+    const thrust::complex<Stored>* matrix;
     unsigned int qubits;
 
     thrust::complex<T> operator()(unsigned long flip, unsigned long r) const {
-        return matrix[((r ^ flip) << qubits) + r];
+        return measurement::widened<T>(matrix[((r ^ flip) << qubits) + r]);
     }
     void operator()(const product_sequence& s, unsigned long number, T* out) const {
         const unsigned long length = filled_length<T>(s);
@@ -66,9 +66,9 @@ struct band_entries {
     }
 };
 
-template <class T>
-std::vector<T> sums_of_parts(const thrust::complex<T>* state, unsigned long size, std::vector<pauli_string> strings,
-                             int nthreads) {
+template <class T, class Stored>
+std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long size,
+                             std::vector<pauli_string> strings, int nthreads) {
     for (pauli_string& p : strings) {
         p.flip &= size - 1;
         p.phase &= size - 1;
@@ -97,8 +97,8 @@ std::vector<T> sums_of_parts(const thrust::complex<T>* state, unsigned long size
             sequences.back().last_mask = masks.size();
         }
         sums.resize(masks.size());
-        const unsigned long bytes = sequences.size() * size * sizeof(thrust::complex<T>);
-        sum_sequences<T>(sequences, masks, tiles, bytes, nthreads, pair_products<T>(state), sums.data());
+        const unsigned long bytes = sequences.size() * size * sizeof(thrust::complex<Stored>);
+        sum_sequences<T>(sequences, masks, tiles, bytes, nthreads, pair_products<T, Stored>(state), sums.data());
 
         for (std::size_t m = 0, k = 0; m < masks.size(); ++m) {
             if (m == sequences[k].last_mask) ++k;
@@ -114,11 +114,11 @@ std::vector<T> sums_of_parts(const thrust::complex<T>* state, unsigned long size
 
 }  // namespace
 
-template <class T>
-std::vector<T> pure_values(const thrust::complex<T>* state, unsigned long size,
-                           const std::vector<pauli_string>& strings, int nthreads) {
-    if (size == 0) return std::vector<T>(strings.size());
-    std::vector<T> values = sums_of_parts(state, size, strings, nthreads);
+template <class T, class Sum>
+std::vector<Sum> pure_values(const thrust::complex<T>* state, unsigned long size,
+                             const std::vector<pauli_string>& strings, int nthreads) {
+    if (size == 0) return std::vector<Sum>(strings.size());
+    std::vector<Sum> values = sums_of_parts<Sum>(state, size, strings, nthreads);
 
     // A share is Re(x) Re(i^k) - Im(x) Im(i^k), and one of the two factors is 0. The part behind it shows only where
     // it is not finite, as NaN; an infinite sum is the sign to look.
@@ -130,25 +130,25 @@ std::vector<T> pure_values(const thrust::complex<T>* state, unsigned long size,
         other_part.push_back({strings[t].flip, strings[t].phase, (strings[t].y_count + 1) & 3});
     }
     if (infinite.empty()) return values;
-    const std::vector<T> others = sums_of_parts(state, size, other_part, nthreads);
-    for (std::size_t k = 0; k < infinite.size(); ++k) values[infinite[k]] += T(0) * others[k];
+    const std::vector<Sum> others = sums_of_parts<Sum>(state, size, other_part, nthreads);
+    for (std::size_t k = 0; k < infinite.size(); ++k) values[infinite[k]] += Sum(0) * others[k];
     return values;
 }
 
-template <class T>
-std::vector<thrust::complex<T>> density_values(const thrust::complex<T>* matrix, unsigned int qubits,
-                                               const std::vector<pauli_string>& strings, int nthreads) {
-    using complex = thrust::complex<T>;
+template <class T, class Sum>
+std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matrix, unsigned int qubits,
+                                                 const std::vector<pauli_string>& strings, int nthreads) {
+    using complex = thrust::complex<Sum>;
     const complex phases[] = {{1, 0}, {0, 1}, {-1, 0}, {0, -1}};
     const complex signs[] = {{1, 0}, {-1, 0}};
     const unsigned long dim = 1ul << qubits;
-    const band_entries<T> entries{matrix, qubits};
-    const std::vector<std::size_t> order = order_by_flip<T>(strings);
+    const band_entries<Sum, T> entries{matrix, qubits};
+    const std::vector<std::size_t> order = order_by_flip<Sum>(strings);
 
     std::vector<complex> values(strings.size());
     std::vector<product_sequence> sequences;
     std::vector<unsigned long> masks;
-    std::vector<T> sums;
+    std::vector<Sum> sums;
     for (std::size_t begin = 0; begin < order.size();) {
         const unsigned long flip = strings[order[begin]].flip;
         masks.clear();
@@ -161,8 +161,8 @@ std::vector<thrust::complex<T>> density_values(const thrust::complex<T>* matrix,
         sequences = {{flip, false, dim, 0, 0, count}, {flip, true, dim, 0, count, 2 * count}};
         sums.resize(2 * count);
         constexpr unsigned long cache_line = 64;
-        const unsigned long tiles = chunk_count<T>(sequences.front());
-        sum_sequences<T>(sequences, masks, tiles, dim * cache_line, nthreads, entries, sums.data());
+        const unsigned long tiles = chunk_count<Sum>(sequences.front());
+        sum_sequences<Sum>(sequences, masks, tiles, dim * cache_line, nthreads, entries, sums.data());
 
         for (std::size_t m = 0; m < count; ++m) {
             const pauli_string& p = strings[order[begin + m]];
@@ -173,20 +173,21 @@ std::vector<thrust::complex<T>> density_values(const thrust::complex<T>* matrix,
                     value += entries(flip, r) * phases[p.y_count] * signs[std::popcount(r & p.phase) & 1];
                 }
             }
-            values[order[begin + m]] = complex(value.real() + T(0), value.imag() + T(0));
+            values[order[begin + m]] = complex(value.real() + Sum(0), value.imag() + Sum(0));
         }
         begin += count;
     }
     return values;
 }
 
-template std::vector<float> pure_values(const thrust::complex<float>*, unsigned long, const std::vector<pauli_string>&,
-                                        int);
-template std::vector<double> pure_values(const thrust::complex<double>*, unsigned long,
-                                         const std::vector<pauli_string>&, int);
-template std::vector<thrust::complex<float>> density_values(const thrust::complex<float>*, unsigned int,
-                                                            const std::vector<pauli_string>&, int);
-template std::vector<thrust::complex<double>> density_values(const thrust::complex<double>*, unsigned int,
-                                                             const std::vector<pauli_string>&, int);
+#define VELACAMPLIX_PAULI_VALUES(T, Sum)                                                                              \
+    template std::vector<Sum> pure_values(const thrust::complex<T>*, unsigned long, const std::vector<pauli_string>&, \
+                                          int);                                                                       \
+    template std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>*, unsigned int,                \
+                                                              const std::vector<pauli_string>&, int);
+VELACAMPLIX_PAULI_VALUES(float, float)
+VELACAMPLIX_PAULI_VALUES(double, double)
+VELACAMPLIX_PAULI_VALUES(float, double)
+#undef VELACAMPLIX_PAULI_VALUES
 
 }  // namespace velacamplix::observables

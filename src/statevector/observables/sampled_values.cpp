@@ -13,12 +13,13 @@ namespace measurement = velacamplix::measurement;
 namespace {
 
 // table[v] = the probability of the outcomes up to v; the first listed qubit is the LEAST significant bit of v.
-template <class T>
-void fill_cumulative_table(std::vector<T>& table, const thrust::complex<T>* amplitudes, unsigned int n,
+template <class View>
+void fill_cumulative_table(std::vector<typename View::proba_type>& table, const View& view,
                            const std::vector<unsigned int>& qubits, int nthreads) {
+    using T = typename View::proba_type;
     table.resize(1ul << (qubits.size() & 63));
     const std::vector<unsigned int> highest_first(qubits.rbegin(), qubits.rend());
-    measurement::sum_distribution(measurement::state_view(amplitudes, n), highest_first, nthreads,
+    measurement::sum_distribution(view, highest_first, nthreads,
                                   [values = table.data()](unsigned long slot, T p) { values[slot] = p; });
     for (std::size_t v = 1; v < table.size(); ++v) table[v] += table[v - 1];
 }
@@ -48,9 +49,31 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
     const auto change_basis = density_matrix ? &basis_change_deterministic<T> : &basis_change<T>;
     for (const auto& term : terms) {
         change_basis(amplitudes, term, false, qubits, nthreads);
-        fill_cumulative_table(table, amplitudes, qubits, term.qubits, nthreads);
+        fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
         results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
         change_basis(amplitudes, term, true, qubits, nthreads);
+    }
+    return results;
+}
+
+template <class T, class Engine>
+std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(
+    thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
+    unsigned int qubits, int nthreads) {
+    std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> results;
+    if (terms.empty()) return results;
+    std::vector<double> table;
+    reserve_for_longest(table, terms);
+    results.reserve(terms.size());
+    const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
+    for (const auto& term : terms) {
+        const SimpleTerm<T> rotation{term.qubits, term.op, {}};
+        basis_change(amplitudes, rotation, false, qubits, nthreads);
+        fill_cumulative_table(table, view, term.qubits, nthreads);
+        const double total = table.back();
+        for (double& sum : table) sum /= total;
+        results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
+        basis_change(amplitudes, rotation, true, qubits, nthreads);
     }
     return results;
 }
@@ -58,7 +81,10 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
 #define VELACAMPLIX_SAMPLED_VALUES(T)                                                                               \
     template std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(                        \
         thrust::complex<T>*, const std::vector<SimpleTerm<T>>&, unsigned long, std::mt19937_64&, unsigned int, int, \
-        bool);
+        bool);                                                                                                      \
+    template std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(       \
+        thrust::complex<T>*, const std::vector<SimpleTerm<double>>&, unsigned long, std::mt19937_64&, unsigned int, \
+        int);
 VELACAMPLIX_SAMPLED_VALUES(float)
 VELACAMPLIX_SAMPLED_VALUES(double)
 #undef VELACAMPLIX_SAMPLED_VALUES

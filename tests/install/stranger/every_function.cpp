@@ -92,6 +92,11 @@ void need_readout_of() {
     need(&pick_shots_state<engine, Seq>);
     need(&permute_and_map_vector<T, value, Seq>);
     need(&map_marginal_distribution<T, Seq>);
+    using precise = pbamplix::precise_view<Seq>;
+    need(&cumulative_probability<precise>);
+    need(&pick_shots_state<engine, precise>);
+    need(&map_marginal_distribution<double, precise>);
+    need(&precise_distribution<Seq>);
 }
 
 template <class T>
@@ -110,6 +115,11 @@ void need_observables_and_loading() {
     need(&_binary_qram<T>);
     need(&_phase_oracle<T>);
     need(&_project<T>);
+    need(&precise_term_values<T>);
+    need(&precise_term_values_density_matrix<T>);
+    need(&precise_evaluate_terms<T, engine>);
+    need(&precise_project<T>);
+    need(&precise_project_then_reset<T>);
 }
 
 template <class T>

@@ -1,0 +1,156 @@
+#include "reference/observables.hpp"
+#include "support/compare.hpp"
+#include "support/guarded_array.hpp"
+#include "support/pauli_sums.hpp"
+#include "support/precision.hpp"
+#include "support/random_state.hpp"
+#include "support/widened.hpp"
+
+#include <velacamplix/observable.hpp>
+
+#include <cmath>
+
+// Values of either precision's state, formed and summed in double: bit for bit those of the same numbers in double.
+
+namespace {
+
+using reference::PauliSum;
+using reference::State;
+using support::amplitudes_of;
+using support::compiled;
+using support::widened;
+
+// The same bits, or both not a number.
+void expect_same(double expected, double got, const std::string& what) {
+    if (std::isnan(expected) && std::isnan(got)) return;
+    EXPECT_TRUE(support::same_bits(expected, got)) << what;
+}
+
+PRECISION_SUITE(PreciseValues);
+
+TYPED_TEST(PreciseValues, terms_are_those_of_the_widened_state_bit_for_bit) {
+    for (const unsigned int n : {0u, 1u, 2u, 3u, 5u, 8u, 11u, 13u, 15u}) {
+        for (const auto values : {support::Values::ordinary, support::Values::unusual}) {
+            const auto state = support::random_state<TypeParam>(n, values, 2);
+            const auto wide = widened(state);
+            for (const unsigned int flips : {1u, 4u, 30u}) {
+                const PauliSum<double> sum = support::random_sum<double>(n, 30, flips, n + flips);
+                for (const int threads : support::thread_counts) {
+                    const auto got =
+                        pbamplix::cpu::precise_term_values(amplitudes_of(state), compiled(sum), state.size(), threads);
+                    ASSERT_EQ(got.size(), sum.strings.size());
+                    for (std::size_t t = 0; t < got.size(); ++t) {
+                        WObservable<double> whole = compiled(sum);
+                        const auto value =
+                            pbamplix::cpu::_term_value(amplitudes_of(wide), whole, wide.size(), threads, t);
+                        const auto expected = whole.coefficients[t] * value.real();
+                        const std::string what = std::to_string(n) + " qubits, term " + std::to_string(t);
+                        expect_same(expected.real(), got[t].real(), what);
+                        expect_same(expected.imag(), got[t].imag(), what);
+                    }
+                }
+            }
+        }
+    }
+}
+
+TYPED_TEST(PreciseValues, terms_have_the_bits_of_the_documented_tree_in_double) {
+    std::mt19937_64 engine(4);
+    for (const unsigned int n : {1u, 4u, 9u, 14u, 17u}) {
+        const auto state = support::random_state<TypeParam>(n, support::Values::ordinary, 9);
+        for (int trial = 0; trial < 12; ++trial) {
+            const unsigned long all = state.size() - 1;
+            const auto string = support::pauli(engine() & all, engine() & all);
+            const auto sum = compiled(PauliSum<double>{{{1, 0}}, {string}, {0, 0}});
+            const auto got = pbamplix::cpu::precise_term_values(amplitudes_of(state), sum, state.size(), 2);
+            const double expected = reference::term_value_by_tree(widened(state), string);
+            ASSERT_TRUE(support::same_bits(expected, got.front().real())) << n << " qubits";
+        }
+    }
+}
+
+TYPED_TEST(PreciseValues, of_a_density_matrix_are_those_of_the_widened_matrix) {
+    for (const unsigned int m : {0u, 1u, 3u, 5u}) {
+        const auto rho = support::random_state<TypeParam>(2 * m, support::Values::ordinary, 6);
+        const auto wide = widened(rho);
+        const PauliSum<double> sum = support::random_sum<double>(m, 40, 5, m);
+        const WObservable<double> whole = compiled(sum);
+        for (const int threads : support::thread_counts) {
+            const auto got = pbamplix::cpu::precise_term_values_density_matrix(amplitudes_of(rho), whole, threads, m);
+            ASSERT_EQ(got.size(), sum.strings.size());
+            for (std::size_t t = 0; t < got.size(); ++t) {
+                WObservable<double> copy = whole;
+                const auto value = pbamplix::cpu::_term_value_density_matrix(amplitudes_of(wide), copy, threads, t, m);
+                const auto expected = whole.coefficients[t] * value;
+                ASSERT_TRUE(support::same_bits(expected.real(), got[t].real()));
+                ASSERT_TRUE(support::same_bits(expected.imag(), got[t].imag()));
+            }
+        }
+    }
+}
+
+TYPED_TEST(PreciseValues, an_observable_without_terms_has_none) {
+    const auto state = support::random_state<TypeParam>(3, support::Values::ordinary);
+    EXPECT_TRUE(pbamplix::cpu::precise_term_values(amplitudes_of(state), WObservable<double>{}, 8, 1).empty());
+    EXPECT_TRUE(
+        pbamplix::cpu::precise_term_values_density_matrix(amplitudes_of(state), WObservable<double>{}, 1, 1u).empty());
+}
+
+// Up to rounding of the rotations: a term in Z alone needs none.
+TYPED_TEST(PreciseValues, sampled_terms_in_z_are_those_of_the_widened_state) {
+    const auto state = support::normalised(support::random_state<TypeParam>(8, support::Values::ordinary, 3));
+    const std::vector<pbamplix::SimpleTerm<double>> terms = {
+        {{0}, "Z", {0.1, 2}}, {{7, 2}, "ZZ", {-1.5, 0}}, {{1, 6, 4, 3, 5}, "ZZZZZ", {3, 1e300}}, {{}, "", {4, 0}}};
+    auto wide = widened(state);
+    double total = 0;
+    for (const auto& a : wide) total += a.re * a.re + a.im * a.im;
+    for (auto& a : wide) a = {a.re / std::sqrt(total), a.im / std::sqrt(total)};
+
+    for (const int threads : support::thread_counts) {
+        support::GuardedArray<TypeParam> given(state);
+        support::GuardedArray<double> expected_state(wide);
+        std::mt19937_64 engine(2), expected_engine(2);
+        const auto got = pbamplix::cpu::precise_evaluate_terms(given.data(), terms, 5000, engine, 8, threads);
+        const auto expected =
+            pbamplix::cpu::_evaluate_terms(expected_state.data(), terms, 5000, expected_engine, 8, threads, false);
+        ASSERT_EQ(got.size(), terms.size());
+        EXPECT_TRUE(engine == expected_engine);
+        for (std::size_t t = 0; t < terms.size(); ++t) {
+            EXPECT_EQ(got[t].first, expected[t].first) << t;
+            EXPECT_EQ(got[t].second, expected[t].second) << t;
+        }
+        EXPECT_TRUE(support::same_bits(state, given.data()));
+    }
+}
+
+TYPED_TEST(PreciseValues, sampled_terms_are_near_the_exact_ones_and_the_state_comes_back) {
+    const auto state = support::normalised(support::random_state<TypeParam>(6, support::Values::ordinary, 8));
+    const std::vector<pbamplix::SimpleTerm<double>> terms = {{{0, 3}, "XY", {1, 0}}, {{5, 2, 1}, "ZXY", {-2, 0}}};
+    const auto exact = pbamplix::cpu::precise_term_values(
+        amplitudes_of(state),
+        compiled(PauliSum<double>{{{1, 0}, {-2, 0}}, {support::pauli(9, 8), support::pauli(6, 34)}, {0, 0}}),
+        state.size(), 1);
+    support::GuardedArray<TypeParam> given(state);
+    std::mt19937_64 engine(5);
+    const auto got = pbamplix::cpu::precise_evaluate_terms(given.data(), terms, 40'000, engine, 6, 2);
+    for (std::size_t t = 0; t < terms.size(); ++t) {
+        EXPECT_NEAR(got[t].first.real(), exact[t].real(), 5 * std::abs(got[t].second.real()));
+        EXPECT_GT(std::abs(got[t].second.real()), 0.001);
+    }
+    for (std::size_t i = 0; i < state.size(); ++i) {
+        EXPECT_NEAR(given.data()[i].real(), state[i].re, 20 * std::numeric_limits<TypeParam>::epsilon());
+    }
+}
+
+// What it is for: 2^20 equal products beside a large one.
+TEST(PreciseValuesOfSinglePrecision, products_smaller_than_the_last_place_are_summed) {
+    State<float> state(1ul << 20, {0x1p-13f, 0});
+    const double rest = std::ldexp(static_cast<double>(state.size() - 1), -26);
+    state[0] = {static_cast<float>(std::sqrt(1 - rest)), 0};
+    const auto sum = compiled(PauliSum<double>{{{1, 0}}, {support::pauli(0, 0)}, {0, 0}});
+    const auto got = pbamplix::cpu::precise_term_values(amplitudes_of(state), sum, state.size(), 2);
+    const double exact = rest + static_cast<double>(state[0].re) * static_cast<double>(state[0].re);
+    EXPECT_NEAR(got.front().real(), exact, 1e-14);
+}
+
+}  // namespace
