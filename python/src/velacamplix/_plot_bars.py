@@ -46,7 +46,7 @@ def axes(ax: Any, bars: Bars, purpose: str) -> Any:
 def figure_size(bars: Bars) -> Tuple[float, float]:
     """Return width and height in inches for bars and the labels below them."""
     width = min(12.0, max(6.4, 0.25 * len(bars.labels) + 0.5))
-    longest = min(max(map(len, bars.labels), default=0), _LONGEST_LABEL)
+    longest = min(max([len(label) for label in bars.labels] + [20 * (bars.left_out > 0)]), _LONGEST_LABEL)
     return width, 4.0 + max(0.0, longest - 8) * _CHARACTER / 72
 
 
@@ -64,7 +64,7 @@ def draw(ax: Any, bars: Bars, colours: Any = BLUE, edge: str = "none", share: fl
     labelled, rotation = _labelled(bars, share * _width(ax) / (last + 2 * margin))
     texts = [_shortened(bars.labels[place]) for place in labelled]
     if shows_rest:
-        labelled, texts = [*labelled, count + 1], [*texts, "others"]
+        labelled, texts = [*labelled, count + 1], [*texts, (": " if rotation else "\n").join(_rest_words(bars))]
         _draw_rest(ax, count + 1, bars)
     ax.set_xticks(labelled, texts, rotation=rotation, family="monospace", fontsize=_FONT_SIZE)
     ax.tick_params(axis="x", length=2)
@@ -77,21 +77,25 @@ def draw(ax: Any, bars: Bars, colours: Any = BLUE, edge: str = "none", share: fl
         ax.spines[side].set_visible(False)
 
 
+def _rest_words(bars: Bars) -> Tuple[str, str]:
+    written = f"{bars.rest:.3g}" if isinstance(bars.rest, float) else str(bars.rest)
+    return f"{bars.left_out} others", written
+
+
 def _draw_rest(ax: Any, place: int, bars: Bars) -> None:
-    # A rest that dwarfs the bars is cut off at their height; its number is written on it either way.
+    # A rest that dwarfs the bars is cut off not far above them; its number is told below it either way.
     ceiling = 1.15 * max(bars.heights)
     ax.bar([place], [min(bars.rest, ceiling)], width=0.8, color="none", edgecolor=GREY, hatch="////", linewidth=0.6)
-    written = f"{bars.rest:.3g}" if isinstance(bars.rest, float) else str(bars.rest)
-    cut = " \N{UPWARDS ARROW}" if bars.rest > ceiling else ""
-    ax.annotate(
-        f"{bars.left_out} others: {written}{cut}",
-        (place + 0.4, min(bars.rest, ceiling)),
-        xytext=(0, 3),
-        textcoords="offset points",
-        ha="right",
-        fontsize=_FONT_SIZE,
-        color="#555555",
-    )
+    if bars.rest > ceiling:
+        ax.annotate(
+            "\N{UPWARDS ARROW}",
+            (place, ceiling),
+            xytext=(0, 1),
+            textcoords="offset points",
+            ha="center",
+            fontsize=_FONT_SIZE,
+            color="#555555",
+        )
     ax.set_ylim(0, 1.1 * max(max(bars.heights), min(bars.rest, ceiling)))
 
 
@@ -100,7 +104,7 @@ def _labelled(bars: Bars, pitch: float) -> Tuple[List[int], int]:
     count = len(bars.labels)
     if count == 0:
         return [], 0
-    longest = max(len("others") if bars.left_out else 0, *(len(_shortened(label)) for label in bars.labels))
+    longest = max(len(text) for text in [*map(_shortened, bars.labels), *(_rest_words(bars) if bars.left_out else ())])
     if (longest + 1) * _CHARACTER <= pitch:
         return list(range(count)), 0
     if pitch >= _LINE:
