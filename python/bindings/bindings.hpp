@@ -6,6 +6,7 @@
 
 namespace velacamplix::python {
 
+void bind_processes(pybind11::module_& module);
 void bind_circuit_record(pybind11::module_& module);
 void bind_statevector(pybind11::module_& module);  // after the record, which it takes as an argument
 

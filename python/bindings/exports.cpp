@@ -58,13 +58,14 @@ std::pair<py::array_t<unsigned long>, py::array_t<std::complex<T>>> mapped_ampli
     return to_arrays<std::complex<T>>(*map);
 }
 
-// Keys have the first listed qubit as most significant bit.
+// Keys have the first listed qubit as most significant bit. Probabilities above the threshold are listed.
 template <class T>
-std::pair<py::array_t<unsigned long>, py::array_t<T>> mapped_distribution(HeldState<T>& held, T threshold,
-                                                                          const std::vector<unsigned int>& qubits) {
-    const std::unique_ptr<std::map<unsigned long, T>> map(
-        held.with_state([&](auto& state) { return state.get_mapped_distribution(threshold, qubits); }));
-    return to_arrays<T>(*map);
+std::pair<py::array_t<unsigned long>, py::array_t<double>> mapped_distribution(
+    HeldState<T>& held, double threshold, const std::vector<unsigned int>& qubits) {
+    const std::unique_ptr<std::map<unsigned long, double>> map(held.with_state([&](auto& state) {
+        return pbamplix::cpu::map_marginal_distribution(precise(state), threshold, qubits, state.num_threads);
+    }));
+    return to_arrays<double>(*map);
 }
 
 template <class T>

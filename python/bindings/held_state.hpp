@@ -1,5 +1,7 @@
 #pragma once
 
+#include "turn.hpp"
+
 #include <velacamplix/velacamplix.hpp>
 
 #include <pybind11/complex.h>
@@ -13,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 namespace velacamplix::python {
@@ -22,9 +25,9 @@ namespace py = pybind11;
 // A state vector as Python holds it. The library's object serves one thread at a time and its array may be shared
 // with NumPy, so this class adds the two things that make both safe:
 //
-// - `with_state` runs work without the interpreter lock and under the object's own mutex. Other Python threads go on,
-//   and two threads on one object take turns. The mutex is only ever taken after the interpreter lock was let go,
-//   so the two cannot wait for each other.
+// - `with_state` runs work without the interpreter lock and in the object's own turn. Other Python threads go on, and
+//   two threads on one object take turns. A turn is only ever taken after the interpreter lock was let go, so the two
+//   cannot wait for each other.
 // - NumPy views keep the object alive and are counted; while one exists the array cannot be released.
 template <class T>
 class HeldState : public std::enable_shared_from_this<HeldState<T>> {
@@ -36,7 +39,7 @@ public:
     template <class Work>
     decltype(auto) with_state(Work&& work) {
         const py::gil_scoped_release unlocked;
-        const std::lock_guard<std::mutex> turn(mutex_);
+        const std::lock_guard<Turn> turn(turn_);
         // Another thread may have released the array since Python looked.
         if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
         return std::forward<Work>(work)(state_);
@@ -45,7 +48,7 @@ public:
     // False when a view forbids it. Releasing twice is allowed.
     bool release() {
         const py::gil_scoped_release unlocked;
-        const std::lock_guard<std::mutex> turn(mutex_);
+        const std::lock_guard<Turn> turn(turn_);
         if (views_ != 0) return false;
         state_.release_memory();
         return true;
@@ -76,8 +79,26 @@ private:
     };
 
     State state_;
-    std::mutex mutex_;
+    Turn turn_;
     std::atomic<std::size_t> views_{0};
 };
+
+// What Python reads from a state it reads in double precision, whatever the state's own. Of a double state this is, bit
+// for bit, the plain view.
+template <class T>
+pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<T>>> precise(
+    const pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state) {
+    return {{state.amplitudes.get(), state.nqubits, state.size}};
+}
+
+// Shots: of a double state by the plain rule, of a single one as shares of a total that need not be quite 1.
+template <class T>
+auto drawn_from(const pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state) {
+    if constexpr (std::is_same_v<T, double>) {
+        return pbamplix::SVSequence<thrust::complex<T>>(precise(state));
+    } else {
+        return precise(state);
+    }
+}
 
 }  // namespace velacamplix::python

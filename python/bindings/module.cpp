@@ -9,6 +9,7 @@ PYBIND11_MODULE(_core, module) {
 
     module.def("version", &pbamplix::version);
     module.def("instruction_set", &pbamplix::instruction_set);
+    bind_processes(module);
     bind_circuit_record(module);
     bind_statevector(module);
     bind_matrix_gates(module);

@@ -10,25 +10,24 @@ namespace velacamplix::python {
 
 namespace {
 
-template <class T>
-using Complexes = py::array_t<std::complex<T>, py::array::c_style>;
+// Weights and values are double whatever the precision of the state.
+using Complexes = py::array_t<std::complex<double>, py::array::c_style>;
+using Observable = WObservable<double>;
 
-template <class T>
-Complexes<T> to_array(const std::vector<thrust::complex<T>>& values) {
-    const auto* first = reinterpret_cast<const std::complex<T>*>(values.data());
-    return Complexes<T>(static_cast<py::ssize_t>(values.size()), first);
+Complexes to_array(const std::vector<thrust::complex<double>>& values) {
+    const auto* first = reinterpret_cast<const std::complex<double>*>(values.data());
+    return Complexes(static_cast<py::ssize_t>(values.size()), first);
 }
 
 // The masks of all terms, in the terms' order.
-template <class T>
-WObservable<T> compile(const std::vector<std::complex<T>>& coefficients, std::vector<unsigned long> flip_masks,
-                       std::vector<unsigned long> phase_masks, std::vector<unsigned int> y_counts,
-                       std::complex<T> constant, unsigned int nqubits) {
+Observable compile(const std::vector<std::complex<double>>& coefficients, std::vector<unsigned long> flip_masks,
+                   std::vector<unsigned long> phase_masks, std::vector<unsigned int> y_counts,
+                   std::complex<double> constant, unsigned int nqubits) {
     const std::size_t count = coefficients.size();
     if (flip_masks.size() != count || phase_masks.size() != count || y_counts.size() != count) {
         throw std::invalid_argument("the lists of an observable differ in length");
     }
-    WObservable<T> observable;
+    Observable observable;
     observable.coefficients.assign(coefficients.begin(), coefficients.end());
     observable.flip_masks = std::move(flip_masks);
     observable.phase_masks = std::move(phase_masks);
@@ -39,22 +38,32 @@ WObservable<T> compile(const std::vector<std::complex<T>>& coefficients, std::ve
 }
 
 template <class T>
-std::complex<T> expectation(HeldState<T>& held, const WObservable<T>& observable) {
-    return held.with_state([&](auto& state) { return state.expectation_value(observable); });
+std::vector<thrust::complex<double>> values_of(HeldState<T>& held, const Observable& observable) {
+    return held.with_state([&](auto& state) {
+        return pbamplix::cpu::precise_term_values(state.amplitudes.get(), observable, state.size, state.num_threads);
+    });
 }
 
 template <class T>
-Complexes<T> term_values(HeldState<T>& held, const WObservable<T>& observable) {
-    return to_array(held.with_state([&](auto& state) { return state.terms_expectations_values(observable); }));
+std::complex<double> expectation(HeldState<T>& held, const Observable& observable) {
+    thrust::complex<double> sum(0, 0);
+    for (const auto& value : values_of(held, observable)) sum += value;
+    return sum + observable.constant;
+}
+
+template <class T>
+Complexes term_values(HeldState<T>& held, const Observable& observable) {
+    return to_array(values_of(held, observable));
 }
 
 // One triple (coefficient, letters, qubits) per term. Letters are X, Y and Z only: the library's pruning of an "I"
 // drops every letter behind it as well.
 template <class T>
-std::pair<Complexes<T>, Complexes<T>> estimate(
-    HeldState<T>& held, const std::vector<std::tuple<std::complex<T>, std::string, std::vector<unsigned int>>>& terms,
+std::pair<Complexes, Complexes> estimate(
+    HeldState<T>& held,
+    const std::vector<std::tuple<std::complex<double>, std::string, std::vector<unsigned int>>>& terms,
     unsigned long shots) {
-    std::vector<pbamplix::SimpleTerm<T>> listed;
+    std::vector<pbamplix::SimpleTerm<double>> listed;
     listed.reserve(terms.size());
     for (const auto& [coefficient, letters, qubits] : terms) {
         if (letters.size() != qubits.size() || letters.find_first_not_of("XYZ") != std::string::npos) {
@@ -62,9 +71,16 @@ std::pair<Complexes<T>, Complexes<T>> estimate(
         }
         listed.push_back({qubits, letters, coefficient});
     }
-    const auto pairs = held.with_state([&](auto& state) { return state.evaluate_terms(std::move(listed), shots); });
+    const auto pairs = held.with_state([&](auto& state) {
+        if constexpr (std::is_same_v<T, double>) {
+            return state.evaluate_terms(std::move(listed), shots);
+        } else {
+            return pbamplix::cpu::precise_evaluate_terms(state.amplitudes.get(), listed, shots, state.rng,
+                                                         state.nqubits, state.num_threads);
+        }
+    });
 
-    std::vector<thrust::complex<T>> means, errors;
+    std::vector<thrust::complex<double>> means, errors;
     for (const auto& [mean, error] : pairs) {
         means.push_back(mean);
         errors.push_back(error);
@@ -73,11 +89,7 @@ std::pair<Complexes<T>, Complexes<T>> estimate(
 }
 
 template <class T>
-void bind_one_precision(py::module_& module, const char* name) {
-    py::class_<WObservable<T>>(module, name)
-        .def(py::init(&compile<T>), py::arg("coefficients"), py::arg("flip_masks"), py::arg("phase_masks"),
-             py::arg("y_counts"), py::arg("constant"), py::arg("nqubits"))
-        .def("__len__", [](const WObservable<T>& observable) { return observable.flip_masks.size(); });
+void bind_one_precision(py::module_& module) {
     module.def("expectation", &expectation<T>, py::arg("state"), py::arg("observable"));
     module.def("term_values", &term_values<T>, py::arg("state"), py::arg("observable"));
     module.def("estimate", &estimate<T>, py::arg("state"), py::arg("terms"), py::arg("shots"));
@@ -86,8 +98,12 @@ void bind_one_precision(py::module_& module, const char* name) {
 }  // namespace
 
 void bind_observables(py::module_& module) {
-    bind_one_precision<float>(module, "ObservableSingle");
-    bind_one_precision<double>(module, "ObservableDouble");
+    py::class_<Observable>(module, "Observable")
+        .def(py::init(&compile), py::arg("coefficients"), py::arg("flip_masks"), py::arg("phase_masks"),
+             py::arg("y_counts"), py::arg("constant"), py::arg("nqubits"))
+        .def("__len__", [](const Observable& observable) { return observable.flip_masks.size(); });
+    bind_one_precision<float>(module);
+    bind_one_precision<double>(module);
 }
 
 }  // namespace velacamplix::python

@@ -1,7 +1,6 @@
 #include "bindings.hpp"
 #include "held_state.hpp"
 
-#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -12,26 +11,13 @@ namespace {
 
 using Qubits = std::vector<unsigned int>;
 
-constexpr const char* impossible = "an outcome of probability zero cannot be projected onto";
-
-// `value` has the first listed qubit as its most significant bit; `probability` alone reads it as the least.
-template <class State>
-bool is_impossible(State& state, Qubits qubits, unsigned long value) {
-    std::reverse(qubits.begin(), qubits.end());
-    return state.probability(value, qubits) == 0;
-}
-
 // Fills `shots`. An empty list of qubits means all.
 template <class T>
 void sample(HeldState<T>& held, py::array_t<unsigned long, py::array::c_style> shots, const Qubits& qubits) {
     unsigned long* outcomes = shots.mutable_data();
     const auto count = static_cast<unsigned long>(shots.size());
     held.with_state([&](auto& state) {
-        if (qubits.empty()) {
-            state.sample(outcomes, count);
-        } else {
-            state.sample_subset(outcomes, qubits, count);
-        }
+        pbamplix::cpu::pick_shots_state(drawn_from(state), outcomes, state.rng, count, state.num_threads, qubits);
     });
 }
 
@@ -50,25 +36,28 @@ unsigned long last_possible(const State& state, const Qubits& qubits) {
 template <class T>
 unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
     return held.with_state([&](auto& state) {
-        unsigned long outcome = state.measure(qubits);
-        if (!collapse) return outcome;
-        // A number above the rounded total of all probabilities draws the last index, possible or not.
-        if (is_impossible(state, qubits, outcome)) outcome = last_possible(state, qubits);
-        state.project(qubits, outcome);
-        return outcome;
+        const auto project_onto = [&](unsigned long outcome) {
+            pbamplix::cpu::precise_project(state.amplitudes.get(), state.size, qubits, outcome, state.num_threads);
+            return outcome;
+        };
+        unsigned long drawn;
+        pbamplix::cpu::pick_shots_state(drawn_from(state), &drawn, state.rng, 1ul, state.num_threads, qubits);
+        if (!collapse) return drawn;
+        try {
+            return project_onto(drawn);
+        } catch (const std::domain_error&) {
+            // A number above the rounded total of all probabilities draws the last index, possible or not.
+            return project_onto(last_possible(state, qubits));
+        }
     });
 }
 
-// Unlike the library's own projection, a refused one leaves the state as it was.
+// A refused projection leaves the state as it was.
 template <class T>
 void project(HeldState<T>& held, const Qubits& qubits, unsigned long value, bool reset) {
     held.with_state([&](auto& state) {
-        if (is_impossible(state, qubits, value)) throw std::domain_error(impossible);
-        if (reset) {
-            state.project_then_reset(qubits, value);
-        } else {
-            state.project(qubits, value);
-        }
+        const auto act = reset ? &pbamplix::cpu::precise_project_then_reset<T> : &pbamplix::cpu::precise_project<T>;
+        act(state.amplitudes.get(), state.size, qubits, value, state.num_threads);
     });
 }
 

@@ -45,12 +45,24 @@ void reset_from(HeldState<T>& held, const py::array_t<std::complex<T>, py::array
     });
 }
 
+// The first listed qubit is the outcome's most significant bit. No qubits: the total of all probabilities.
+template <class T>
+double probability(HeldState<T>& held, unsigned long outcome, const Qubits& qubits) {
+    unsigned long fixed = 0;
+    for (auto qubit = qubits.rbegin(); qubit != qubits.rend(); ++qubit, outcome >>= 1) fixed |= (outcome & 1) << *qubit;
+    return held.with_state([&](auto& state) {
+        return pbamplix::cpu::cumulative_probability(precise(state), fixed, qubits, state.num_threads);
+    });
+}
+
 // 2^k probabilities, the first listed qubit as most significant bit of the position.
 template <class T>
-py::array_t<T> distribution(HeldState<T>& held, const Qubits& qubits) {
-    py::array_t<T> out(py::ssize_t{1} << qubits.size());
-    T* values = out.mutable_data();
-    held.with_state([&](auto& state) { state.get_distribution(values, T(0), qubits); });
+py::array_t<double> distribution(HeldState<T>& held, const Qubits& qubits) {
+    py::array_t<double> out(py::ssize_t{1} << qubits.size());
+    double* values = out.mutable_data();
+    held.with_state([&](auto& state) {
+        pbamplix::cpu::precise_distribution(precise(state), values, 0.0, qubits, state.num_threads);
+    });
     return out;
 }
 
@@ -127,12 +139,7 @@ void bind_one_statevector(py::module_& module, const char* name) {
                 held.with_state([&](auto& state) { state.simulate_circuit(record); });
             },
             py::arg("record"))
-        .def(
-            "probability",
-            [](HeldState<T>& held, unsigned long outcome, const Qubits& qubits) {
-                return held.with_state([&](auto& state) { return state.probability(outcome, qubits); });
-            },
-            py::arg("outcome"), py::arg("qubits"))
+        .def("probability", &probability<T>, py::arg("outcome"), py::arg("qubits"))
         .def("distribution", &distribution<T>, py::arg("qubits"));
 
     bind_gates<T>(type);

@@ -201,11 +201,10 @@ def test_without_a_list_all_qubits_are_meant(precision):
     assert state.probability("01101") == state.probability("01101", range(5)) == state.distribution()[0b01101]
 
 
-def test_results_have_the_precision_of_the_state(precision):
+def test_amplitudes_have_the_precision_of_the_state_and_probabilities_are_double(precision):
     state = StateVector(3, precision)
-    complex_type, real_type = {"double": ("complex128", "float64"), "single": ("complex64", "float32")}[precision]
-    assert state.array.dtype == complex_type
-    assert state.distribution().dtype == real_type
+    assert state.array.dtype == {"double": "complex128", "single": "complex64"}[precision]
+    assert state.distribution().dtype == "float64"
     assert isinstance(state.probability(0), float)
 
 

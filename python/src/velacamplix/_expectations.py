@@ -21,7 +21,10 @@ class Estimate(NamedTuple):
 
 
 class Expectations(StatePart):
-    """Whatever `Observable` takes will do for an observable."""
+    """Whatever `Observable` takes will do for an observable.
+
+    Values are summed in double precision and coefficients are double, also for a state in single precision.
+    """
 
     def expectation(self, observable: ObservableLike) -> Union[float, complex]:
         """Return the exact expectation value; the state does not change.
@@ -48,7 +51,7 @@ class Expectations(StatePart):
         2.5
         """
         core, checked = self._live(), self._observable(observable)
-        value = _core.expectation(core, checked.compiled(self._precision))
+        value = _core.expectation(core, checked.compiled())
         return value if checked.is_complex else value.real
 
     def term_values(self, observable: ObservableLike) -> np.ndarray:
@@ -72,7 +75,7 @@ class Expectations(StatePart):
         [0.5, -2.0]
         """
         core, checked = self._live(), self._observable(observable)
-        return _values(_core.term_values(core, checked.compiled(self._precision)), checked)
+        return _values(_core.term_values(core, checked.compiled()), checked)
 
     def estimate(self, observable: ObservableLike, shots: int, per_term: bool = False) -> Estimate:
         """Estimate an expectation value from shots, as a quantum computer would.
@@ -112,10 +115,8 @@ class Expectations(StatePart):
         """
         core, checked = self._live(), self._observable(observable)
         count, separate = _check_readout.shots(shots, minimum=1), _check_readout.flag(per_term, "per_term")
-        checked.compiled(self._precision)  # refuses coefficients beyond single precision
         longest = max((len(term.qubits) for term in checked.terms), default=0)
-        needed = (np.dtype(self._amplitude_type).itemsize // 2) << longest
-        _memory.require_bytes(needed, f"the table of outcomes of a term on {longest} qubits")
+        _memory.require_bytes(8 << longest, f"the table of outcomes of a term on {longest} qubits")
 
         means, errors = _core.estimate(
             core, [(term.coefficient, term.paulis, term.qubits) for term in checked.terms], count

@@ -137,14 +137,8 @@ class Exports(StatePart):
             self._require_entries(core, len(listed), math.sqrt(limit))
         else:
             self._require_entries(core, len(listed), None)
-        # The core takes the root of a probability for its threshold. What lies between a root rounded down and the
-        # true one is sorted out here.
-        keys, values = _core.mapped_distribution(core, math.sqrt(limit) * (1 - 1e-6), listed)
-        return {
-            bit_string(key, len(listed)): value
-            for key, value in zip(keys.tolist(), values.tolist())
-            if value > limit
-        }
+        keys, values = _core.mapped_distribution(core, limit, listed)
+        return {bit_string(key, len(listed)): value for key, value in zip(keys.tolist(), values.tolist())}
 
     def _require_entries(self, core: object, n_qubits: int, magnitude: Optional[float]) -> None:
         """Refuse a dictionary of outcomes of `n_qubits` that does not fit; the core would end the process."""

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 from typing import Optional, Union
 
 import numpy as np
@@ -11,7 +12,10 @@ from ._state_part import Qubits, StatePart
 
 
 class Readout(StatePart):
-    """Probabilities of outcomes. Nothing here changes the state."""
+    """Probabilities of outcomes. Nothing here changes the state.
+
+    Probabilities are formed and summed in double precision, also those of a state in single precision.
+    """
 
     def probability(self, outcome: Union[int, str], qubits: Optional[Qubits] = None, order: str = "big") -> float:
         """Return the probability that the listed qubits read an outcome.
@@ -41,8 +45,7 @@ class Readout(StatePart):
         """
         core, listed = self._live(), self._highest_first(qubits, order)
         index = _check_readout.outcome(outcome, len(listed))
-        # The core reads the first listed qubit as the least significant bit.
-        return float(core.probability(index, listed[::-1]))
+        return float(core.probability(index, listed))
 
     def distribution(self, qubits: Optional[Qubits] = None, order: str = "big") -> np.ndarray:
         """Return the probabilities of all outcomes of the listed qubits.
@@ -57,7 +60,7 @@ class Readout(StatePart):
         Returns
         -------
         numpy.ndarray, shape (2**k,)
-            ``float64`` or ``float32``, after the precision of the state. An empty list gives the total.
+            ``float64`` for a state of either precision. An empty list gives the total, 1 but for rounding.
 
         Raises
         ------
@@ -74,8 +77,21 @@ class Readout(StatePart):
         [0.0, 0.0, 0.5, 0.5]
         """
         core, listed = self._live(), self._highest_first(qubits, order)
-        needed = np.dtype(self._amplitude_type).itemsize // 2 << len(listed)
-        _memory.require_bytes(needed, f"the distribution of {len(listed)} qubits")
+        _memory.require_bytes(8 << len(listed), f"the distribution of {len(listed)} qubits")
         # The core's first listed qubit is the most significant bit.
         distribution: np.ndarray = core.distribution(listed)
         return distribution
+
+    def norm(self) -> float:
+        """Return the root of the sum of all probabilities: 1, but for the rounding of the gates so far.
+
+        Each gate may move it by the precision's last place, 1e-16 or 6e-8. Shots and projections take that into
+        account; ``project([], 0)`` gives the state norm 1 again.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> round(StateVector(3).h(0).norm(), 12)
+        1.0
+        """
+        return math.sqrt(self._live().probability(0, ()))

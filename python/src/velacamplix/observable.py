@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from typing import Any, Dict, Iterable, List, Mapping, NamedTuple, Sequence, Tuple, Type, Union
+from typing import Any, Dict, Iterable, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Type, Union
 
 import numpy as np
 
@@ -13,9 +13,6 @@ from ._observable_text import MOST_QUBITS, parse
 __all__ = ["Observable", "Term"]
 
 Number = Union[float, complex]
-
-_CORE_TYPES = {"single": _core.ObservableSingle, "double": _core.ObservableDouble}
-_LARGEST_SINGLE = float(np.finfo(np.float32).max)
 
 
 class Term(NamedTuple):
@@ -71,7 +68,7 @@ class Observable:
         terms_and_constants = list(map(_without_identities, listed))
         self._terms = tuple(term for term in terms_and_constants if term.qubits)
         self._constant: Number = _finite(sum(term.coefficient for term in terms_and_constants if not term.qubits))
-        self._compiled: Dict[str, Any] = {}
+        self._compiled: Optional[_core.Observable] = None
 
     @classmethod
     def _of(cls, terms: Sequence[Term], constant: Number, n_qubits: int) -> Observable:
@@ -80,7 +77,7 @@ class Observable:
         made._terms = tuple(terms)
         made._constant = constant
         made._n_qubits = n_qubits
-        made._compiled = {}
+        made._compiled = None
         return made
 
     # What it is made of
@@ -188,19 +185,10 @@ class Observable:
 
     # For the core
 
-    def compiled(self, precision: str) -> Any:
-        """Return the core's form, made once per precision.
-
-        Raises
-        ------
-        ValueError
-            If a coefficient does not fit single precision.
-        """
-        _check.precision(precision)
-        if precision not in self._compiled:
-            if precision == "single":
-                _require_single([self._constant, *(term.coefficient for term in self._terms)])
-            self._compiled[precision] = _CORE_TYPES[precision](
+    def compiled(self) -> _core.Observable:
+        """Return the core's form, made once; it serves states of both precisions."""
+        if self._compiled is None:
+            self._compiled = _core.Observable(
                 [term.coefficient for term in self._terms],
                 [_mask(term, "XY") for term in self._terms],
                 [_mask(term, "YZ") for term in self._terms],
@@ -208,7 +196,7 @@ class Observable:
                 self._constant,
                 self._n_qubits,
             )
-        return self._compiled[precision]
+        return self._compiled
 
     def __reduce__(self) -> Tuple[Any, ...]:
         return _unpickled, (type(self), tuple(map(tuple, self._terms)), self._constant, self._n_qubits)
@@ -315,9 +303,3 @@ def _product_text(term: Term) -> str:
 
 def _mask(term: Term, letters: str) -> int:
     return sum(1 << qubit for letter, qubit in zip(term.paulis, term.qubits) if letter in letters)
-
-
-def _require_single(coefficients: Iterable[Number]) -> None:
-    for coefficient in coefficients:
-        if max(abs(coefficient.real), abs(coefficient.imag)) > _LARGEST_SINGLE:
-            raise ValueError(f"a coefficient must fit single precision, got {coefficient!r}")

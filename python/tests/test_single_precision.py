@@ -1,0 +1,138 @@
+"""What a state in single precision tells is summed in double: right also where a sum in single precision stops growing."""
+
+import numpy as np
+import pytest
+from full_matrices import random_state
+
+from velacamplix import Observable, StateVector, _machine
+
+# 2**26 equal amplitudes: from the first 2**24 probabilities on, a running sum in single precision does not change.
+BIG = 26
+NEEDED = 10 * 2**BIG  # the state, and a little
+
+
+@pytest.fixture(scope="module")
+def uniform():
+    """All outcomes of 26 qubits, equally likely, made by gates."""
+    usable = _machine.memory().usable
+    if usable < NEEDED:
+        pytest.skip(f"a state of {BIG} qubits in single precision needs {NEEDED >> 20} MiB, {usable >> 20} MiB are free")
+    state = StateVector(BIG, "single", seed=2024)
+    for qubit in range(BIG):
+        state.h(qubit)
+    yield state
+    state.release()
+
+
+def chi_square(seen, expected):
+    """In units of the standard deviation from what is expected."""
+    freedom = len(seen) - 1
+    return (((seen - expected) ** 2 / expected).sum() - freedom) / np.sqrt(2 * freedom)
+
+
+def test_shots_of_a_large_uniform_state_are_uniform(uniform):
+    shots = 2**21
+    outcomes = uniform.sample(shots)
+    # All bits of an outcome matter: those of the first qubits and those of the last.
+    for bits in (outcomes >> np.uint64(BIG - 10), outcomes & np.uint64(1023)):
+        assert abs(chi_square(np.bincount(bits.astype(np.int64), minlength=1024), shots / 1024)) < 5
+    # Outcomes come by chance twice or more often; pairs of equal shots follow from the number of outcomes.
+    pairs = (np.unique(outcomes, return_counts=True)[1] ** 2).sum() / 2 - shots / 2
+    assert abs(pairs - shots**2 / 2 / 2**BIG) < 5 * np.sqrt(shots**2 / 2 / 2**BIG)
+
+
+def test_counts_of_a_large_uniform_state_add_up(uniform):
+    counts = uniform.counts(100_000, [0, 13, 25])
+    assert sum(counts.values()) == 100_000
+    assert abs(chi_square(np.array(list(counts.values())), 12_500)) < 5
+
+
+def test_the_norm_of_a_large_state(uniform):
+    # Twenty-six gates in single precision; the sum itself adds no error.
+    exact = np.sqrt((np.abs(uniform.array[::4097].astype(complex)) ** 2).mean() * 2**BIG)
+    assert uniform.norm() == pytest.approx(exact, rel=1e-9)
+    assert uniform.norm() == pytest.approx(1, abs=1e-6)
+
+
+def test_probabilities_of_a_large_uniform_state(uniform):
+    norm = uniform.norm() ** 2
+    for qubits in ([], [0], [25, 3], list(range(10))):
+        assert uniform.distribution(qubits) == pytest.approx(norm / 2 ** len(qubits), rel=1e-12)
+        assert uniform.probability(0, qubits) == pytest.approx(norm / 2 ** len(qubits), rel=1e-12)
+
+
+def test_expectations_of_a_large_uniform_state(uniform):
+    assert uniform.expectation({"X" * BIG: 1}) == pytest.approx(uniform.norm() ** 2, rel=1e-12)
+    assert uniform.term_values("Z0 + Z25 + X3 + Y7") == pytest.approx([0, 0, uniform.norm() ** 2, 0], abs=1e-12)
+
+
+def test_projection_of_a_large_state_gives_norm_one(uniform):
+    # Last: it changes the state.
+    uniform.project([], 0)
+    assert uniform.norm() == pytest.approx(1, abs=1e-6)
+    uniform.project([5, 20], "10")
+    assert uniform.norm() == pytest.approx(1, abs=1e-6)
+    assert uniform.measure([5, 20]) == 2
+
+
+# The same at small sizes, where the double state says what is right
+
+
+def pair(n, seed=1):
+    """A state in single precision and the same amplitudes in double."""
+    single = StateVector(n, "single", threads=2, seed=3).reset(random_state(n, seed), order="little")
+    double = StateVector(n, "double", threads=2, seed=3)
+    double.array[:] = single.array
+    return single, double
+
+
+@pytest.mark.parametrize("n", [0, 1, 5, 11, 18])
+def test_what_is_read_has_the_bits_of_double_precision(n):
+    single, double = pair(n)
+    assert single.norm() == double.norm()
+    assert single.distribution().tobytes() == double.distribution().tobytes()
+    qubits = list(range(n))[::-2]
+    assert single.distribution(qubits).tobytes() == double.distribution(qubits).tobytes()
+    assert single.probability(0, qubits) == double.probability(0, qubits)
+    assert single.distribution_dict(qubits, 0.01) == double.distribution_dict(qubits, 0.01)
+    observable = Observable([(0.3, "X" * n, range(n)), (1 / 3, "Z" * len(qubits), qubits), (0.1, "", [])])
+    assert single.expectation(observable) == double.expectation(observable)
+    assert single.term_values(observable).tobytes() == double.term_values(observable).tobytes()
+
+
+def test_shots_are_shares_of_the_total():
+    single, double = pair(11)
+    scale = np.float32(0.75)
+    single.array[:] *= scale
+    double.array[:] /= double.norm()
+    assert single.norm() == pytest.approx(0.75, rel=1e-6)
+    # The last bits of the sums decide one shot in a million.
+    assert (single.sample(10_000) == double.sample(10_000)).mean() > 0.999
+
+
+def test_no_impossible_outcome_in_spite_of_a_lost_norm():
+    state = StateVector(3, "single", seed=1).h(1)
+    state.array[:] *= np.float32(0.5)  # three quarters of the probability are missing
+    assert set(state.counts(20_000)) == {"000", "010"}
+    assert {state.measure() for _ in range(200)} == {0, 2}
+
+
+def test_estimates_are_near_the_exact_values():
+    single, _ = pair(9)
+    observable = Observable("X0 Y2 - 0.5*Z1 Z8 + 0.25*Y4")
+    mean, error = single.estimate(observable, 20_000)
+    assert abs(mean - single.expectation(observable)) < 5 * error
+
+
+def test_what_a_sum_in_single_precision_loses():
+    # One large probability first; each of the million small ones is less than half a unit in its last place.
+    state = StateVector(20, "single", seed=5)
+    state.array[:] = 2.0**-13
+    small = (2**20 - 1) / 2**26
+    state.array[0] = np.sqrt(1 - small)
+    assert np.add.accumulate(state.array.real**2)[-1] < 1 - small / 2  # what NumPy makes of it, one after another
+    assert state.norm() == pytest.approx(1, abs=1e-7)
+    shots = 100_000
+    rest = shots - state.counts(shots)["0" * 20]
+    assert abs(rest - shots * small) < 5 * np.sqrt(shots * small)
+    assert state.expectation({"I" * 20: 1, "Z" * 20: 0}) == pytest.approx(1, abs=1e-7)
