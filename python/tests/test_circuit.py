@@ -8,6 +8,7 @@ import numpy as np
 import numpy_simulator
 import pytest
 
+from velacamplix._circuit_composites import COMPOSITES
 from velacamplix.circuit import Circuit
 from velacamplix.instruction import GATES, NON_UNITARY, Condition, Instruction, Register
 
@@ -229,7 +230,7 @@ REFUSED = {
     "append infinite param": (ValueError, r"params\[0\] must be finite", lambda c: c.append(Instruction("RX", (0,), (NAN,)))),
     "append params of measure": (
         ValueError, "params of measure must be 0", lambda c: c.append(Instruction("measure", (0,), (1.0,), clbits=(0,)))),
-    "append controls of CNOT": (ValueError, "controls of CNOT must be empty", lambda c: c.append(Instruction("CNOT", (0, 1), (), (2,)))),
+    "append controls of a reset": (ValueError, "controls of reset must be empty", lambda c: c.append(Instruction("reset", (0,), (), (2,)))),
     "append clbits of a gate": (ValueError, "clbits must name", lambda c: c.append(Instruction("X", (0,), clbits=(0,)))),
     "append measure without clbits": (ValueError, "clbits must name", lambda c: c.append(Instruction("measure", (0,)))),
     "append matrix of wrong size": (ValueError, "params of matrix must be 4", lambda c: c.append(Instruction("matrix", (0,), (1, 0)))),
@@ -340,6 +341,17 @@ def test_append_takes_every_instruction_a_method_makes():
         again.append(instruction)
     assert again == circuit
     assert {instruction.name for instruction in circuit} == {*GATES, "matrix", *NON_UNITARY}
+
+
+def test_append_takes_every_composite_gate():
+    again, circuit = Circuit(5, 1), Circuit(5, 1)
+    for name, gate in COMPOSITES.items():
+        instruction = Instruction(name, tuple(range(gate.n_qubits)), (0.5,) * gate.n_params, (4,))
+        circuit.append(instruction)
+        assert circuit[-1] == instruction
+    for instruction in circuit:
+        again.append(instruction)
+    assert again == circuit
 
 
 # --- The definitions the tests themselves rest on ---

@@ -8,13 +8,18 @@
 """
 
 from ._core import version as _version
+from ._circuit_definition import GateDefinition
 from ._expectations import Estimate
+from ._progress import Progress
 from ._run import UnsupportedInstruction
 from .circuit import Circuit
 from .counts import Counts
 from .instruction import Condition, Instruction, Register
 from .observable import Observable, Term
+from .parameter import Expression, Parameter
 from .plotting import plot_counts, plot_probabilities, plot_state
+from .result import Pass, Plan, Result, Timings
+from .running import run
 from .statevector import StateVector
 
 __all__ = [
@@ -22,15 +27,24 @@ __all__ = [
     "Condition",
     "Counts",
     "Estimate",
+    "Expression",
+    "GateDefinition",
     "Instruction",
     "Observable",
+    "Parameter",
+    "Pass",
+    "Plan",
+    "Progress",
     "Register",
+    "Result",
     "StateVector",
     "Term",
+    "Timings",
     "UnsupportedInstruction",
     "plot_counts",
     "plot_probabilities",
     "plot_state",
+    "run",
 ]
 
 # That of the library which was loaded.

@@ -2,10 +2,15 @@
 
 from __future__ import annotations
 
-from typing import Any, Tuple
+from typing import Any, Optional, Tuple
+
+import numpy as np
 
 from . import _check
-from .instruction import GATES, NON_UNITARY, Condition, Instruction, Register
+from ._circuit_composites import COMPOSITES
+from ._circuit_definition import GateDefinition
+from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Condition, Instruction, Register
+from .parameter import angle
 
 
 def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
@@ -18,24 +23,24 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
         of `n_qubits` and `n_clbits`.
 
     >>> instruction(Instruction("CNOT", [1, 0]), 2, 0)
-    Instruction(name='CNOT', qubits=(1, 0), params=(), controls=(), clbits=(), condition=None)
+    Instruction(name='CNOT', qubits=(1, 0), params=(), controls=(), clbits=(), condition=None, definition=None)
     """
     if not isinstance(value, Instruction):
         raise TypeError(f"instruction must be an Instruction, got {_check.show(value)}")
     name = value.name
-    if not isinstance(name, str) or not (name in GATES or name == "matrix" or name in NON_UNITARY):
-        known = ", ".join([*GATES, "matrix", *sorted(NON_UNITARY)])
-        raise ValueError(f"name must be one of {known}; got {_check.show(name)}")
+    definition = _definition(value)
+    shape = _shape(name, definition)
     qubits = _check.qubits(value.qubits, n_qubits, at_least=0 if name == "barrier" else 1)
-    if name in GATES and len(qubits) != GATES[name].n_qubits:
-        raise ValueError(f"qubits of {name} must be {GATES[name].n_qubits}, got {len(qubits)}")
+    if shape is not None and len(qubits) != shape[0]:
+        raise ValueError(f"qubits of {name} must be {shape[0]}, got {len(qubits)}")
     return Instruction(
         name,
         qubits,
-        _params(name, value.params, len(qubits)),
+        _params(name, value.params, len(qubits), 0 if shape is None else shape[1]),
         _controls(name, value.controls, qubits, n_qubits),
         _clbits(name, value.clbits, qubits, n_clbits),
         _condition(value, n_clbits),
+        definition,
     )
 
 
@@ -67,26 +72,76 @@ def registers(values: Any, n_qubits: int, n_clbits: int) -> Tuple[Register, ...]
     return listed
 
 
-def _params(name: str, values: Any, n_targets: int) -> Tuple[Any, ...]:
+def _definition(value: Instruction) -> Optional[GateDefinition]:
+    definition = value.definition
+    if definition is None:
+        return None
+    if not isinstance(definition, GateDefinition):
+        raise TypeError(f"definition must be a GateDefinition or None, got {_check.show(definition)}")
+    if value.name != definition.name:
+        raise ValueError(f"name must be {definition.name!r}, that of the definition, got {_check.show(value.name)}")
+    return definition
+
+
+def _shape(name: Any, definition: Optional[GateDefinition]) -> Optional[Tuple[int, int]]:
+    """Numbers of qubits and parameters, or None if any number of qubits will do."""
+    if definition is not None:
+        return definition.n_qubits, len(definition.params)
+    if isinstance(name, str):
+        if name in GATES:
+            return GATES[name]
+        if name in COMPOSITES:
+            return COMPOSITES[name][:2]
+        if name in BY_ENTRIES or name in NON_UNITARY:
+            return None
+    known = ", ".join([*GATES, *sorted(BY_ENTRIES), *COMPOSITES, *sorted(NON_UNITARY)])
+    raise ValueError(f"name must be one of {known}; got {_check.show(name)}")
+
+
+def _params(name: str, values: Any, n_targets: int, n_params: int) -> Tuple[Any, ...]:
     params = _check.sequence(values, "params", of="numbers")
-    if name == "matrix":
-        wanted = 4**n_targets
-    else:
-        wanted = GATES[name].n_params if name in GATES else 0
+    wanted = {"matrix": 4**n_targets, "diagonal": 2**n_targets}.get(name, n_params)
     if len(params) != wanted:
         raise ValueError(f"params of {name} must be {wanted} number(s), got {len(params)}")
+    if name == "diagonal":
+        return diagonal(params, n_targets, "params", unitary=False)
     if name != "matrix":
-        return tuple(_check.angle(value, f"params[{i}]") for i, value in enumerate(params))
+        return tuple(angle(value, f"params[{i}]") for i, value in enumerate(params))
     size = 2**n_targets
     rows = [params[row * size : (row + 1) * size] for row in range(size)]
     # Not necessarily unitary: the builder's method lets its caller decide that.
     return tuple(_check.matrix(rows, n_targets, "params", unitary=False).ravel().tolist())
 
 
+def diagonal(values: Any, n_targets: int, name: str = "diagonal", unitary: bool = True) -> Tuple[complex, ...]:
+    """Return the ``2**n_targets`` entries of a diagonal, of absolute value 1 if `unitary`."""
+    size = 2**n_targets
+    expected = f"{name} must be {size} numbers for {n_targets} qubit(s)"
+    try:
+        array = np.asarray(values)
+    except ValueError:  # lists of different lengths
+        raise ValueError(f"{expected}, got {_check.show(values)}") from None
+    if array.dtype.kind not in "biufc":
+        raise TypeError(f"{expected}, got {_check.show(values)}")
+    if array.shape != (size,):
+        raise ValueError(f"{expected}, got shape {array.shape}")
+    if not np.isfinite(array).all():
+        raise ValueError(f"{name} must hold finite numbers only, got {_check.show(values)}")
+    entries = array.astype(np.complex128)
+    with np.errstate(all="ignore"):
+        if unitary and not (np.abs(np.abs(entries) ** 2 - 1) <= _check.UNITARY_TOLERANCE).all():
+            raise ValueError(f"{name} must hold numbers of absolute value 1, got {_check.show(values)}")
+    return tuple(entries.tolist())
+
+
+def shortened(text: str, longest: int = 200) -> str:
+    """Return a text, or its beginning if it is too long for a message."""
+    return text if len(text) <= longest else text[: longest - 3] + "..."
+
+
 def _controls(name: str, values: Any, targets: Tuple[int, ...], n_qubits: int) -> Tuple[int, ...]:
     controls = _check.controls(values, targets, n_qubits)
-    takes_controls = name == "matrix" or (name in GATES and GATES[name].n_qubits == 1)
-    if controls and not takes_controls:
+    if controls and name in NON_UNITARY:
         raise ValueError(f"controls of {name} must be empty, got {_check.show(values)}")
     return controls
 

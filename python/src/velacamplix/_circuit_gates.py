@@ -2,32 +2,21 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Sequence, Tuple, Union
+from typing import TYPE_CHECKING
 
-from . import _check
+from ._circuit_gate_base import Controls, GateBase
+from ._circuit_more_gates import MoreGates
 
 if TYPE_CHECKING:
     from typing_extensions import Self
 
 
-class GateMethods:
-    """Checks a gate's arguments and hands the gate to `_add` of the class that inherits."""
-
-    _n_qubits: int
-
-    def _add(
-        self,
-        name: str,
-        qubits: Tuple[int, ...],
-        params: Tuple[Union[float, complex], ...] = (),
-        controls: Tuple[int, ...] = (),
-        clbits: Tuple[int, ...] = (),
-    ) -> Self:
-        raise NotImplementedError
+class NamedGates(GateBase):
+    """The gates the library itself has."""
 
     # --- One-qubit gates; each acts where all its controls are 1 ---
 
-    def x(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def x(self, qubit: int, controls: Controls = ()) -> Self:
         """Add X, the bit flip.
 
         Parameters
@@ -54,35 +43,35 @@ class GateMethods:
         """
         return self._one_qubit("X", qubit, controls)
 
-    def y(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def y(self, qubit: int, controls: Controls = ()) -> Self:
         """Add Y = [[0, -i], [i, 0]]. Arguments and errors as for `x`."""
         return self._one_qubit("Y", qubit, controls)
 
-    def z(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def z(self, qubit: int, controls: Controls = ()) -> Self:
         """Add Z, the sign flip of 1. Arguments and errors as for `x`."""
         return self._one_qubit("Z", qubit, controls)
 
-    def h(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def h(self, qubit: int, controls: Controls = ()) -> Self:
         """Add the Hadamard gate. Arguments and errors as for `x`."""
         return self._one_qubit("H", qubit, controls)
 
-    def s(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def s(self, qubit: int, controls: Controls = ()) -> Self:
         """Add S, a phase of pi/2 on 1. Arguments and errors as for `x`."""
         return self._one_qubit("S", qubit, controls)
 
-    def t(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def t(self, qubit: int, controls: Controls = ()) -> Self:
         """Add T, a phase of pi/4 on 1. Arguments and errors as for `x`."""
         return self._one_qubit("T", qubit, controls)
 
-    def ztoy(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def ztoy(self, qubit: int, controls: Controls = ()) -> Self:
         """Add the change from the Z to the Y basis, [[1, 1], [i, -i]] / sqrt(2)."""
         return self._one_qubit("ZtoY", qubit, controls)
 
-    def ytoz(self, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def ytoz(self, qubit: int, controls: Controls = ()) -> Self:
         """Add the change from the Y to the Z basis, [[1, -i], [1, i]] / sqrt(2)."""
         return self._one_qubit("YtoZ", qubit, controls)
 
-    def rx(self, angle: float, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def rx(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
         """Add the rotation exp(-i angle X / 2).
 
         Parameters
@@ -107,26 +96,26 @@ class GateMethods:
         >>> print(Circuit(1).rx(0.5, 0))
         RX(0.5) 0
         """
-        return self._rotation("RX", angle, qubit, controls)
+        return self._one_qubit("RX", qubit, controls, (self._angle(angle),))
 
-    def ry(self, angle: float, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def ry(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
         """Add the rotation exp(-i angle Y / 2). Arguments and errors as for `rx`."""
-        return self._rotation("RY", angle, qubit, controls)
+        return self._one_qubit("RY", qubit, controls, (self._angle(angle),))
 
-    def rz(self, angle: float, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def rz(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
         """Add diag(exp(-i angle/2), exp(i angle/2)). Arguments and errors as for `rx`."""
-        return self._rotation("RZ", angle, qubit, controls)
+        return self._one_qubit("RZ", qubit, controls, (self._angle(angle),))
 
-    def ph(self, angle: float, qubit: int, controls: Union[int, Sequence[int]] = ()) -> Self:
+    def ph(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
         """Add diag(1, exp(i angle)), a phase on 1. Arguments and errors as for `rx`."""
-        return self._rotation("PH", angle, qubit, controls)
+        return self._one_qubit("PH", qubit, controls, (self._angle(angle),))
 
     p = ph
 
     # --- Gates on two and three qubits ---
 
-    def cnot(self, control: int, target: int) -> Self:
-        """Flip `target` where `control` is 1.
+    def cnot(self, control: int, target: int, controls: Controls = ()) -> Self:
+        """Flip `target` where `control`, and every one of `controls`, is 1.
 
         Raises
         ------
@@ -136,53 +125,41 @@ class GateMethods:
         Examples
         --------
         >>> from velacamplix.circuit import Circuit
-        >>> print(Circuit(2).cnot(0, 1))
+        >>> print(Circuit(3).cnot(0, 1).cnot(0, 1, controls=2))
         CNOT 0,1
+        CNOT 0,1 controls 2
         """
-        return self._fixed("CNOT", (control, target), ("control", "target"))
+        return self._gate("CNOT", (control, target), ("control", "target"), controls)
 
     cx = cnot
 
-    def ccnot(self, control1: int, control2: int, target: int) -> Self:
-        """Flip `target` where both controls are 1. Errors as for `cnot`."""
-        return self._fixed(
-            "CCNOT", (control1, control2, target), ("control1", "control2", "target")
-        )
+    def ccnot(self, control1: int, control2: int, target: int, controls: Controls = ()) -> Self:
+        """Flip `target` where all controls are 1. Errors as for `cnot`."""
+        return self._gate("CCNOT", (control1, control2, target), ("control1", "control2", "target"), controls)
 
     ccx = toffoli = ccnot
 
-    def csign(self, qubit1: int, qubit2: int) -> Self:
-        """Change the sign where both qubits are 1. Errors as for `cnot`."""
-        return self._fixed("CSIGN", (qubit1, qubit2), ("qubit1", "qubit2"))
+    def csign(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Change the sign where both qubits are 1. Arguments and errors as for `cnot`."""
+        return self._gate("CSIGN", (qubit1, qubit2), _PAIR, controls)
 
     cz = csign
 
-    def swap(self, qubit1: int, qubit2: int) -> Self:
-        """Exchange two qubits. Errors as for `cnot`."""
-        return self._fixed("SWAP", (qubit1, qubit2), ("qubit1", "qubit2"))
+    def swap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Exchange two qubits. Arguments and errors as for `cnot`."""
+        return self._gate("SWAP", (qubit1, qubit2), _PAIR, controls)
 
-    def iswap(self, qubit1: int, qubit2: int) -> Self:
-        """Exchange two qubits, with a factor i where they differ. Errors as for `cnot`."""
-        return self._fixed("ISWAP", (qubit1, qubit2), ("qubit1", "qubit2"))
+    def iswap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Exchange two qubits, with a factor i where they differ. Arguments and errors as for `cnot`."""
+        return self._gate("ISWAP", (qubit1, qubit2), _PAIR, controls)
 
-    def sqrtswap(self, qubit1: int, qubit2: int) -> Self:
-        """Add the gate whose square is SWAP. Errors as for `cnot`."""
-        return self._fixed("SQRTSWAP", (qubit1, qubit2), ("qubit1", "qubit2"))
+    def sqrtswap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Add the gate whose square is SWAP. Arguments and errors as for `cnot`."""
+        return self._gate("SQRTSWAP", (qubit1, qubit2), _PAIR, controls)
 
-    # --- Inner workings ---
 
-    def _one_qubit(
-        self, name: str, qubit: int, controls: Any, params: Tuple[float, ...] = ()
-    ) -> Self:
-        target = (_check.qubit(qubit, self._n_qubits),)
-        return self._add(name, target, params, _check.controls(controls, target, self._n_qubits))
+class GateMethods(NamedGates, MoreGates):
+    """All gates with a name, the library's own and those made of them."""
 
-    def _rotation(self, name: str, angle: float, qubit: int, controls: Any) -> Self:
-        return self._one_qubit(name, qubit, controls, (_check.angle(angle),))
 
-    def _fixed(self, name: str, qubits: Tuple[int, ...], words: Tuple[str, ...]) -> Self:
-        numbers = tuple(
-            _check.qubit(qubit, self._n_qubits, word) for qubit, word in zip(qubits, words)
-        )
-        _check.distinct(numbers, f"the qubits of {name}")
-        return self._add(name, numbers)
+_PAIR = ("qubit1", "qubit2")

@@ -13,7 +13,7 @@ from ._circuit_definition import GateDefinition, flat, flat_steps, restored, res
 from ._circuit_gates import GateMethods
 from ._circuit_steps import StepMethods
 from .instruction import Condition, Instruction, Register
-from .parameter import Expression
+from .parameter import Angle, Expression, angle
 
 __all__ = ["Circuit"]
 
@@ -287,7 +287,85 @@ class Circuit(GateMethods, StepMethods):
             targets = targets[::-1]
         return self._add("matrix", targets, tuple(entries.ravel().tolist()), control_qubits)
 
+    unitary = matrix
+
+    def diagonal(
+        self,
+        entries: Any,
+        qubits: Union[int, Sequence[int]],
+        controls: Union[int, Sequence[int]] = (),
+        *,
+        order: str = "big",
+        check: bool = True,
+    ) -> Circuit:
+        """Add a diagonal gate given by its entries.
+
+        Parameters
+        ----------
+        entries : array_like, shape (2**k,)
+            Real or complex numbers, for k qubits.
+        qubits, controls, order, check
+            As for `matrix`.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            As for `matrix`; ValueError if an entry is not of absolute value 1.
+
+        Examples
+        --------
+        >>> print(Circuit(2).diagonal([1, 1j, 1, -1], [0, 1]))
+        diagonal[4] 0,1
+        """
+        targets = _check.qubits(qubits, self._n_qubits)
+        control_qubits = _check.controls(controls, targets, self._n_qubits)
+        numbers = _check_circuit.diagonal(entries, len(targets), unitary=_check_readout.flag(check, "check"))
+        if _check.order(order) == "little":
+            targets = targets[::-1]
+        return self._add("diagonal", targets, numbers, control_qubits)
+
     # --- Adding ready-made instructions, reading files ---
+
+    def gate(
+        self,
+        definition: GateDefinition,
+        qubits: Union[int, Sequence[int]],
+        params: Sequence[Any] = (),
+        controls: Union[int, Sequence[int]] = (),
+    ) -> Circuit:
+        """Add a gate that was defined as a sequence of others.
+
+        Parameters
+        ----------
+        definition : GateDefinition
+        qubits : int or sequence of int
+            One for each qubit of the definition.
+        params : sequence of float, Parameter or Expression
+            One for each parameter of the definition.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If `definition` is none, or numbers, qubits or controls do not fit it.
+
+        Examples
+        --------
+        >>> from velacamplix import GateDefinition
+        >>> bell = GateDefinition("bell", Circuit(2).h(0).cx(0, 1))
+        >>> print(Circuit(3).gate(bell, [0, 2]).gate(bell, [1, 2], controls=0))
+        bell 0,2
+        bell 1,2 controls 0
+        """
+        if not isinstance(definition, GateDefinition):
+            raise TypeError(f"definition must be a GateDefinition, got {_check.show(definition)}")
+        targets = _check.qubits(qubits, self._n_qubits)
+        control_qubits = _check.indices(controls, self._n_qubits, "controls")
+        return self.append(
+            Instruction(definition.name, targets, tuple(_check.sequence(params, "params", of="numbers")), control_qubits,
+                        definition=definition)
+        )
 
     def append(self, instruction: Instruction) -> Circuit:
         """Add an instruction after checking all of it.
@@ -380,6 +458,12 @@ class Circuit(GateMethods, StepMethods):
     ) -> Circuit:
         self._append(Instruction(name, qubits, params, controls, clbits, self._condition, definition))
         return self
+
+    # A circuit keeps every gate as it was asked for.
+    _add_any = _add
+
+    def _angle(self, value: Any, name: str = "angle") -> Angle:
+        return angle(value, name)
 
 
 def _default_registers(n_qubits: int, n_clbits: int) -> Tuple[Register, ...]:

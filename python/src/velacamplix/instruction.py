@@ -4,7 +4,12 @@ from __future__ import annotations
 
 from dataclasses import dataclass
 from types import MappingProxyType
-from typing import Mapping, NamedTuple, Optional, Tuple, Union
+from typing import TYPE_CHECKING, Mapping, NamedTuple, Optional, Tuple, Union
+
+from .parameter import Expression
+
+if TYPE_CHECKING:
+    from ._circuit_definition import GateDefinition
 
 
 class GateShape(NamedTuple):
@@ -14,9 +19,8 @@ class GateShape(NamedTuple):
     n_params: int
 
 
-#: The library's named gates. One-qubit gates take any number of controls, the
-#: others none. "matrix" (any number of qubits) is not listed: its parameters
-#: are the entries of the matrix.
+#: The library's named gates. Each takes any number of controls. "matrix" and
+#: "diagonal" (any number of qubits) are not listed: their parameters are entries.
 GATES: Mapping[str, GateShape] = MappingProxyType(
     {
         "X": GateShape(1, 0),
@@ -39,6 +43,9 @@ GATES: Mapping[str, GateShape] = MappingProxyType(
         "SQRTSWAP": GateShape(2, 0),
     }
 )
+
+#: Gates given by their entries, on any number of qubits and with any number of controls.
+BY_ENTRIES = frozenset({"matrix", "diagonal"})
 
 #: Instructions that are no gates. Each takes any number of qubits at once.
 NON_UNITARY = frozenset({"measure", "reset", "barrier"})
@@ -73,33 +80,38 @@ class Instruction:
     Attributes
     ----------
     name : str
-        A key of `GATES`, ``"matrix"``, or a member of `NON_UNITARY`.
+        A key of `GATES`, ``"matrix"``, ``"diagonal"``, a member of `NON_UNITARY`, or the name of a gate made of
+        these: one of those the package knows (``"u3"``, ``"rxx"`` and so on) or that of `definition`.
     qubits : tuple of int
         Targets, in the gate's order: CNOT is (control, target), CCNOT (control,
         control, target).
-    params : tuple of float, or of complex for "matrix"
+    params : tuple of float, Expression, or of complex for "matrix" and "diagonal"
         Angles in radians; for "matrix" its ``4**len(qubits)`` entries row by
-        row, where the first listed qubit is the highest bit of a row's number.
+        row, where the first listed qubit is the highest bit of a row's number,
+        for "diagonal" the ``2**len(qubits)`` entries in the same order.
     controls : tuple of int
-        Further qubits that must all be 1; only for one-qubit gates and "matrix".
+        Further qubits that must all be 1.
     clbits : tuple of int
         For "measure" only: where the result of each qubit goes. All bits are
         written together, after the condition has been read.
     condition : Condition or None
         The step is left out unless the condition holds.
+    definition : GateDefinition or None
+        What the gate is made of, if it is neither the library's nor known to the package.
 
     >>> Instruction("RX", (2,), (0.5,), controls=(0,))
-    Instruction(name='RX', qubits=(2,), params=(0.5,), controls=(0,), clbits=(), condition=None)
+    Instruction(name='RX', qubits=(2,), params=(0.5,), controls=(0,), clbits=(), condition=None, definition=None)
     >>> print(Instruction("RX", (2,), (0.5,), controls=(0,)))
     RX(0.5) 2 controls 0
     """
 
     name: str
     qubits: Tuple[int, ...]
-    params: Tuple[Union[float, complex], ...] = ()
+    params: Tuple[Union[float, complex, Expression], ...] = ()
     controls: Tuple[int, ...] = ()
     clbits: Tuple[int, ...] = ()
     condition: Optional[Condition] = None
+    definition: Optional[GateDefinition] = None
 
     @property
     def is_gate(self) -> bool:
@@ -115,6 +127,8 @@ class Instruction:
         words = [self.name]
         if self.name == "matrix":
             words[0] += f"[{2 ** len(self.qubits)}x{2 ** len(self.qubits)}]"
+        elif self.name == "diagonal":
+            words[0] += f"[{2 ** len(self.qubits)}]"
         elif self.params:
             words[0] += "(" + ", ".join(f"{value:.12g}" for value in self.params) + ")"
         words.append(_listed(self.qubits))

@@ -1,0 +1,254 @@
+"""Gates defined by users: a name for a sequence of other gates."""
+
+from __future__ import annotations
+
+import math
+from dataclasses import replace
+from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Optional, Sequence, Tuple
+from weakref import WeakValueDictionary, ref
+
+from . import _check
+from ._circuit_composites import COMPOSITES
+from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Instruction
+from .parameter import Expression, Parameter
+
+if TYPE_CHECKING:
+    from .circuit import Circuit
+
+__all__ = ["GateDefinition"]
+
+# Sizes are sums over bodies and double with each level of nesting in the worst
+# case. Beyond this the exact number does not matter to anyone.
+SIZE_LIMIT = 2**62
+
+# There is one object for each meaning, so that comparing definitions, however deep, is comparing objects.
+_known: WeakValueDictionary[Any, GateDefinition] = WeakValueDictionary()
+
+
+class GateDefinition:
+    """A gate made of other gates, kept under its name until a circuit is run.
+
+    Parameters
+    ----------
+    name : str
+        Not one of the gates the package knows.
+    circuit : Circuit
+        What the gate does to ``circuit.n_qubits`` qubits: gates and barriers without conditions.
+    params : sequence of str, optional
+        Names of the gate's parameters, in order. By default those of the circuit, in order of appearance.
+
+    Attributes
+    ----------
+    name : str
+    params : tuple of str
+    n_qubits : int
+    body : tuple of Instruction
+        On qubits 0 to ``n_qubits - 1``, with expressions in `params`.
+    size : int
+        Number of steps of a full expansion, this gate and those inside included, at most ``2**62``.
+
+    Raises
+    ------
+    TypeError, ValueError
+        If the name is taken, a parameter of the circuit is not listed, or a step is no plain gate.
+
+    Examples
+    --------
+    >>> from velacamplix import Circuit, Parameter
+    >>> angle = Parameter("angle")
+    >>> pair = GateDefinition("pair", Circuit(2).ry(angle, 0).cx(0, 1))
+    >>> circuit = Circuit(3).gate(pair, [0, 2], [0.5])
+    >>> print(circuit)
+    pair(0.5) 0,2
+    >>> for instruction in circuit.basic_instructions():
+    ...     print(instruction)
+    RY(0.5) 0
+    CNOT 0,2
+    """
+
+    __slots__ = ("name", "params", "n_qubits", "body", "size", "_inverse", "_origin", "__weakref__")
+
+    name: str
+    params: Tuple[str, ...]
+    n_qubits: int
+    body: Tuple[Instruction, ...]
+    size: int
+    _inverse: Optional[GateDefinition]
+    _origin: Optional[ref[GateDefinition]]
+
+    def __new__(cls, name: str, circuit: Circuit, params: Optional[Sequence[str]] = None) -> GateDefinition:
+        if not isinstance(name, str):
+            raise TypeError(f"name must be a text, got {_check.show(name)}")
+        if not name or name in GATES or name in BY_ENTRIES or name in NON_UNITARY or name in COMPOSITES:
+            raise ValueError(f"name must be new, not that of a gate or instruction the package knows, got {name!r}")
+        if not hasattr(circuit, "instructions") or not hasattr(circuit, "parameters"):
+            raise TypeError(f"circuit must be a Circuit, got {_check.show(circuit)}")
+        listed = circuit.parameters if params is None else _names(params)
+        missing = [free for free in circuit.parameters if free not in listed]
+        if missing:
+            raise ValueError(f"params must name every parameter of the circuit, {missing} are missing in {list(listed)}")
+        if circuit.n_qubits == 0:
+            raise ValueError("circuit must have at least 1 qubit")
+        for step in circuit:
+            if step.condition is not None or (not step.is_gate and step.name != "barrier"):
+                raise ValueError(f"circuit must hold gates and barriers without conditions only, got {step}")
+        return cls.checked(name, listed, circuit.n_qubits, circuit.instructions)
+
+    @classmethod
+    def checked(
+        cls, name: str, params: Tuple[str, ...], n_qubits: int, body: Tuple[Instruction, ...]
+    ) -> GateDefinition:
+        """Return the definition of parts that are known to be right."""
+        key = (name, params, n_qubits, body, _zero_signs(body))
+        known = _known.get(key)
+        if known is not None:
+            return known
+        made = object.__new__(cls)
+        made.name, made.params, made.n_qubits, made.body = name, params, n_qubits, body
+        made.size = min(SIZE_LIMIT, 1 + sum(size(step) for step in body))
+        made._inverse = made._origin = None
+        return _known.setdefault(key, made)
+
+    def inverse(self) -> GateDefinition:
+        """Return the gate that undoes this one; its name ends in ``_dg``, or no longer does.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> turn = GateDefinition("turn", Circuit(1).s(0).h(0))
+        >>> print(*turn.inverse().body, sep=", ")
+        H 0, sdg 0
+        >>> turn.inverse().inverse() is turn
+        True
+        """
+        from ._circuit_inverse import inverted
+
+        known = self._known_inverse()
+        if known is not None:
+            return known
+        for definition in ordered([self]):  # those inside first, so that nothing recurses
+            if definition._known_inverse() is None:
+                name = definition.name[:-3] if definition.name.endswith("_dg") else definition.name + "_dg"
+                body = tuple([part for step in reversed(definition.body) for part in inverted(step)])
+                undone = GateDefinition.checked(name, definition.params, definition.n_qubits, body)
+                definition._inverse = undone
+                undone._origin = ref(definition)
+        assert self._inverse is not None
+        return self._inverse
+
+    def _known_inverse(self) -> Optional[GateDefinition]:
+        # The way back is weak: a circle would outlive its use until the garbage collector comes, one for each level.
+        return self._inverse if self._origin is None else self._inverse or self._origin()
+
+    def __copy__(self) -> GateDefinition:
+        return self
+
+    def __deepcopy__(self, memo: Any) -> GateDefinition:
+        return self
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        return (_last_restored, (flat([self], {}),))
+
+    def __repr__(self) -> str:
+        params = f"({', '.join(self.params)})" if self.params else ""
+        qubits = f"{self.n_qubits} qubit" + ("" if self.n_qubits == 1 else "s")
+        return f"<GateDefinition {self.name}{params}: {qubits}, {len(self.body)} steps>"
+
+
+def size(step: Instruction) -> int:
+    """Number of steps in the full expansion of an instruction, at least 1."""
+    if step.definition is not None:
+        return step.definition.size
+    return _COMPOSITE_SIZES.get(step.name, 1)
+
+
+_COMPOSITE_SIZES: Dict[str, int] = {
+    name: len(gate.build((0.0,) * gate.n_params, tuple(range(gate.n_qubits)))) for name, gate in COMPOSITES.items()
+}
+
+
+def ordered(definitions: Iterable[GateDefinition]) -> List[GateDefinition]:
+    """Return the given definitions and all they use, each once, what is used first."""
+    result: List[GateDefinition] = []
+    seen = set()
+    waiting: List[Tuple[GateDefinition, bool]] = [(definition, False) for definition in definitions]
+    waiting.reverse()
+    while waiting:
+        definition, ready = waiting.pop()
+        if ready:
+            result.append(definition)
+        elif id(definition) not in seen:
+            seen.add(id(definition))
+            waiting.append((definition, True))
+            inner = [step.definition for step in definition.body if step.definition is not None]
+            waiting.extend((item, False) for item in reversed(inner) if id(item) not in seen)
+    return result
+
+
+def flat(definitions: Iterable[GateDefinition], numbers: Dict[int, int]) -> List[Any]:
+    """Return a table for `restored`: a row for each definition, with the numbers of earlier rows it refers to.
+
+    `numbers` is filled with the row of each definition, by ``id``.
+    """
+    rows: List[Any] = []
+    for definition in ordered(definitions):
+        numbers[id(definition)] = len(rows)
+        rows.append((definition.name, definition.params, definition.n_qubits, flat_steps(definition.body, numbers)))
+    return rows
+
+
+def flat_steps(steps: Iterable[Instruction], numbers: Dict[int, int]) -> List[Any]:
+    """Return instructions as tuples, with their definitions' numbers."""
+    return [
+        (
+            step.name, step.qubits, step.params, step.controls, step.clbits, step.condition,
+            None if step.definition is None else numbers[id(step.definition)],
+        )
+        for step in steps
+    ]  # fmt: skip
+
+
+def restored(rows: Iterable[Any]) -> List[GateDefinition]:
+    """Return the definitions of a table made by `flat`."""
+    table: List[GateDefinition] = []
+    for name, params, n_qubits, steps in rows:
+        table.append(GateDefinition.checked(name, params, n_qubits, tuple(restored_steps(steps, table))))
+    return table
+
+
+def restored_steps(steps: Iterable[Any], table: Sequence[GateDefinition]) -> List[Instruction]:
+    """Return instructions from the tuples of `flat_steps`."""
+    return [Instruction(*parts, None if number is None else table[number]) for *parts, number in steps]
+
+
+def with_definition(step: Instruction, definition: GateDefinition) -> Instruction:
+    """Return the same call of another definition."""
+    return replace(step, name=definition.name, definition=definition)
+
+
+def _last_restored(rows: List[Any]) -> GateDefinition:
+    return restored(rows)[-1]
+
+
+def _names(params: Sequence[Any]) -> Tuple[str, ...]:
+    listed = _check.sequence(params, "params", of="names")
+    names = tuple(item.name if isinstance(item, Parameter) else item for item in listed)
+    for name in names:
+        if not isinstance(name, str):
+            raise TypeError(f"params must be names of parameters, got {_check.show(name)}")
+    if len(set(names)) < len(names):
+        raise ValueError(f"params must be distinct, got {list(names)}")
+    return names
+
+
+def _zero_signs(body: Sequence[Instruction]) -> Tuple[float, ...]:
+    # 0.0 and -0.0 are equal and yet not the same angle.
+    signs: List[float] = []
+    for step in body:
+        for value in step.params:
+            if isinstance(value, Expression):
+                numbers: Iterable[Any] = [item for part in value.parts() for item in part.operands if type(item) is float]
+            else:
+                numbers = (value.real, value.imag)
+            signs.extend(math.copysign(1.0, number) for number in numbers if number == 0.0)
+    return tuple(signs)

@@ -1,0 +1,97 @@
+"""How a gate's arguments are checked and handed on, for all methods that add gates."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any, Iterator, Sequence, Tuple, Union
+
+import numpy as np
+
+from . import _check
+from ._circuit_basic import basic
+from .instruction import GATES, Instruction
+
+if TYPE_CHECKING:
+    from typing_extensions import Self
+
+Controls = Union[int, Sequence[int]]
+
+
+class GateBase:
+    """Ends every gate in `_add` of the class that inherits.
+
+    That method is called for library gates as its class takes them: one-qubit gates and "matrix" with any controls,
+    the others without. Everything else passes through `_add_any`, which makes those of it unless it is overridden.
+    """
+
+    _n_qubits: int
+
+    def _add(
+        self,
+        name: str,
+        qubits: Tuple[int, ...],
+        params: Tuple[Any, ...] = (),
+        controls: Tuple[int, ...] = (),
+        clbits: Tuple[int, ...] = (),
+    ) -> Self:
+        raise NotImplementedError
+
+    def _add_any(
+        self, name: str, qubits: Tuple[int, ...], params: Tuple[Any, ...] = (), controls: Tuple[int, ...] = ()
+    ) -> Self:
+        parts = [simple for part in basic(Instruction(name, qubits, params, controls)) for simple in lowered(part)]
+        for part in parts:
+            self._add(part.name, part.qubits, part.params, part.controls)
+        return self
+
+    def _angle(self, value: Any, name: str = "angle") -> Any:
+        return _check.angle(value, name)
+
+    def _one_qubit(self, name: str, qubit: Any, controls: Any, params: Tuple[Any, ...] = ()) -> Self:
+        return self._gate(name, (qubit,), ("qubit",), controls, params)
+
+    def _gate(
+        self,
+        name: str,
+        qubits: Tuple[Any, ...],
+        words: Tuple[str, ...],
+        controls: Any = (),
+        params: Tuple[Any, ...] = (),
+        n_controls: int = 0,
+    ) -> Self:
+        """Check and add a gate; the first `n_controls` of `qubits` become controls before the others."""
+        numbers = tuple([_check.qubit(qubit, self._n_qubits, word) for qubit, word in zip(qubits, words)])
+        if len(numbers) > 1:
+            _check.distinct(numbers, f"the qubits of {name}")
+        all_controls = _check.controls(controls, numbers, self._n_qubits)
+        if n_controls:
+            all_controls, numbers = numbers[:n_controls] + all_controls, numbers[n_controls:]
+        if name in GATES and (len(numbers) == 1 or not all_controls):
+            return self._add(name, numbers, params, all_controls)
+        return self._add_any(name, numbers, params, all_controls)
+
+
+def lowered(step: Instruction) -> Iterator[Instruction]:
+    """Iterate over the same gate as one-qubit gates and matrices with controls, other gates without."""
+    if step.name == "diagonal":
+        yield Instruction("matrix", step.qubits, tuple(np.diag(step.params).ravel().tolist()), step.controls)
+    elif not step.controls or len(step.qubits) == 1 or step.name not in GATES:
+        yield step
+    elif step.name in _CONTROLLED:
+        *more, target = step.qubits
+        yield Instruction(_CONTROLLED[step.name], (target,), (), (*step.controls, *more))
+    else:
+        yield Instruction("matrix", step.qubits, _EXCHANGES[step.name], step.controls)
+
+
+_CONTROLLED = {"CNOT": "X", "CCNOT": "X", "CSIGN": "Z"}
+
+
+def _exchange(same: complex, other: complex) -> Tuple[complex, ...]:
+    return (1 + 0j, 0j, 0j, 0j, 0j, same, other, 0j, 0j, other, same, 0j, 0j, 0j, 0j, 1 + 0j)
+
+
+_EXCHANGES = {
+    "SWAP": _exchange(0j, 1 + 0j),
+    "ISWAP": _exchange(0j, 1j),
+    "SQRTSWAP": _exchange((1 + 1j) / 2, (1 - 1j) / 2),
+}

@@ -1,0 +1,393 @@
+"""Named parameters of a circuit, and what can be calculated from them."""
+
+from __future__ import annotations
+
+import math
+import operator
+from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Tuple, Union
+
+from . import _check
+
+__all__ = ["Expression", "Parameter"]
+
+#: A number, or something that becomes one when its parameters are known.
+Angle = Union[float, "Expression"]
+
+FUNCTIONS: Dict[str, Callable[..., float]] = {
+    "+": operator.add,
+    "-": operator.sub,
+    "*": operator.mul,
+    "/": operator.truediv,
+    "^": math.pow,
+    "neg": operator.neg,
+    "sin": math.sin,
+    "cos": math.cos,
+    "tan": math.tan,
+    "exp": math.exp,
+    "ln": math.log,
+    "sqrt": math.sqrt,
+}
+
+
+class CalculationError(ValueError):
+    """An expression without a finite value; `expression` is the part that failed."""
+
+    def __init__(self, message: str, expression: Any = None) -> None:
+        super().__init__(message)
+        self.expression = expression
+
+
+class Expression:
+    """A number that is known once its parameters are.
+
+    Made by calculating with `Parameter` objects: ``+ - * / **``, signs, and the methods ``sin``, ``cos``, ``tan``,
+    ``exp``, ``log`` and ``sqrt``, which ``numpy.sin(...)`` and so on call too. Stands for an angle in every gate of a
+    `Circuit`. Instances never change; two are equal if they were built alike.
+
+    Attributes
+    ----------
+    operation : str
+        A key of `FUNCTIONS`.
+    operands : tuple of float and Expression
+
+    Examples
+    --------
+    >>> theta, phi = Parameter("theta"), Parameter("phi")
+    >>> angle = 2 * theta - (phi + 1) / 3
+    >>> angle
+    2*theta - (phi + 1)/3
+    >>> angle.parameters
+    ('theta', 'phi')
+    >>> angle.evaluate({"theta": 0.5, "phi": 2})
+    0.0
+    """
+
+    __slots__ = ("operation", "operands", "place", "_parts", "__weakref__")
+
+    def __init__(self, operation: str, operands: Tuple[Angle, ...], place: Any = None) -> None:
+        self.operation = operation
+        self.operands = operands
+        self.place = place  # where a text says it, for messages; no part of the value
+        self._parts: Optional[Tuple[Expression, ...]] = None
+
+    # --- Calculating ---
+
+    def __add__(self, other: Any) -> Expression:
+        return _combined("+", self, other)
+
+    def __radd__(self, other: Any) -> Expression:
+        return _combined("+", other, self)
+
+    def __sub__(self, other: Any) -> Expression:
+        return _combined("-", self, other)
+
+    def __rsub__(self, other: Any) -> Expression:
+        return _combined("-", other, self)
+
+    def __mul__(self, other: Any) -> Expression:
+        return _combined("*", self, other)
+
+    def __rmul__(self, other: Any) -> Expression:
+        return _combined("*", other, self)
+
+    def __truediv__(self, other: Any) -> Expression:
+        return _combined("/", self, other)
+
+    def __rtruediv__(self, other: Any) -> Expression:
+        return _combined("/", other, self)
+
+    def __pow__(self, other: Any) -> Expression:
+        return _combined("^", self, other)
+
+    def __rpow__(self, other: Any) -> Expression:
+        return _combined("^", other, self)
+
+    def __pos__(self) -> Expression:
+        return self
+
+    def __neg__(self) -> Angle:
+        # Twice is not at all, so that the inverse of an inverse is the circuit itself.
+        return self.operands[0] if self.operation == "neg" else Expression("neg", (self,))
+
+    def sin(self) -> Expression:
+        """Return the sine."""
+        return Expression("sin", (self,))
+
+    def cos(self) -> Expression:
+        """Return the cosine."""
+        return Expression("cos", (self,))
+
+    def tan(self) -> Expression:
+        """Return the tangent."""
+        return Expression("tan", (self,))
+
+    def exp(self) -> Expression:
+        """Return e to this power."""
+        return Expression("exp", (self,))
+
+    def log(self) -> Expression:
+        """Return the natural logarithm."""
+        return Expression("ln", (self,))
+
+    def sqrt(self) -> Expression:
+        """Return the square root."""
+        return Expression("sqrt", (self,))
+
+    # --- Asking ---
+
+    @property
+    def parameters(self) -> Tuple[str, ...]:
+        """Names of the parameters, in order of appearance."""
+        return tuple(dict.fromkeys(part.name for part in self.parts() if isinstance(part, Parameter)))
+
+    def evaluate(self, values: Mapping[str, float]) -> float:
+        """Return the value for given values of all parameters.
+
+        Raises
+        ------
+        ValueError
+            If a parameter has no value, or the result is no finite number.
+        """
+        known: Dict[int, float] = {}
+        for part in self.parts():
+            known[id(part)] = part.value_from(values, known)
+        return known[id(self)]
+
+    def value_from(self, values: Mapping[str, float], known: Mapping[int, float]) -> float:
+        """Return the value, given those of the operands by ``id``."""
+        operands = [item if type(item) is float else known[id(item)] for item in self.operands]
+        return calculated(self.operation, operands, self)
+
+    def substitute(self, values: Mapping[str, float]) -> Angle:
+        """Return the expression with the given parameters replaced by numbers.
+
+        >>> x, y = Parameter("x"), Parameter("y")
+        >>> (2 * x + y).substitute({"x": 0.25})
+        0.5 + y
+        """
+        known: Dict[int, Angle] = {}
+        for part in self.parts():
+            if isinstance(part, Parameter):
+                known[id(part)] = values.get(part.name, part)
+                continue
+            operands = tuple([item if type(item) is float else known[id(item)] for item in part.operands])
+            if all(type(item) is float for item in operands):
+                known[id(part)] = calculated(part.operation, operands, part)  # type: ignore[arg-type]
+            else:
+                known[id(part)] = Expression(part.operation, operands, part.place)
+        return known[id(self)]
+
+    def parts(self) -> Tuple[Expression, ...]:
+        """Return every expression this one is made of, operands before what uses them, each object once."""
+        if self._parts is None:
+            # A stack of our own: sums may be nested more deeply than Python calls.
+            ordered: List[Expression] = []
+            seen = set()
+            waiting: List[Tuple[Expression, bool]] = [(self, False)]
+            while waiting:
+                item, ready = waiting.pop()
+                if ready:
+                    ordered.append(item)
+                elif id(item) not in seen:
+                    seen.add(id(item))
+                    waiting.append((item, True))
+                    waiting.extend((inner, False) for inner in reversed(item.operands) if type(inner) is not float)  # type: ignore[misc]
+            self._parts = tuple(ordered)
+        return self._parts
+
+    # --- As a Python object ---
+
+    def _key(self) -> Tuple[Any, ...]:
+        numbers = {id(part): number for number, part in enumerate(self.parts())}
+        return tuple(
+            part.name
+            if isinstance(part, Parameter)
+            else (part.operation, *[item if type(item) is float else ("#", numbers[id(item)]) for item in part.operands])
+            for part in self.parts()
+        )
+
+    def __eq__(self, other: object) -> bool:
+        if self is other:
+            return True
+        if not isinstance(other, Expression):
+            return NotImplemented
+        return _unshared(self) == _unshared(other)
+
+    def __hash__(self) -> int:
+        return hash((self.operation, len(self.operands)))
+
+    def __copy__(self) -> Expression:
+        return self
+
+    def __deepcopy__(self, memo: Any) -> Expression:
+        return self
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        # As a flat list; the default would nest as deeply as the expression.
+        return (_restored, (self._key(),))
+
+    def __repr__(self) -> str:
+        return text(self)
+
+    def __format__(self, specification: str) -> str:
+        return text(self, lambda value: format(value, specification or ".12g"))
+
+
+class Parameter(Expression):
+    """A number that gets its value later, under a name.
+
+    Two parameters of one name are the same parameter.
+
+    Parameters
+    ----------
+    name : str
+        Any text but the empty one.
+
+    Raises
+    ------
+    TypeError, ValueError
+        If the name is no text, or empty.
+
+    Examples
+    --------
+    >>> from velacamplix import Circuit
+    >>> theta = Parameter("theta")
+    >>> circuit = Circuit(1).rx(theta, 0).rz(-theta / 2, 0)
+    >>> print(circuit.bind(theta=0.5))
+    RX(0.5) 0
+    RZ(-0.25) 0
+    """
+
+    __slots__ = ("name",)
+
+    def __init__(self, name: str, place: Any = None) -> None:
+        if not isinstance(name, str):
+            raise TypeError(f"name of a parameter must be a text, got {_check.show(name)}")
+        if not name:
+            raise ValueError("name of a parameter must not be empty")
+        super().__init__("parameter", (), place)
+        self.name = str(name)
+
+    def value_from(self, values: Mapping[str, float], known: Mapping[int, float]) -> float:
+        """Return the value the parameter is given."""
+        try:
+            return values[self.name]
+        except KeyError:
+            raise CalculationError(f"parameter {self.name!r} has no value", self) from None
+
+    def __eq__(self, other: object) -> bool:
+        if isinstance(other, Parameter):
+            return self.name == other.name
+        return False if isinstance(other, Expression) else NotImplemented
+
+    def __hash__(self) -> int:
+        return hash(self.name)
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        return (Parameter, (self.name,))
+
+
+def calculated(operation: str, operands: Any, expression: Any = None) -> float:
+    """Return the finite result of one operation, or raise `CalculationError` with the reason."""
+    try:
+        value = FUNCTIONS[operation](*operands)
+    except ZeroDivisionError:
+        raise CalculationError("division by zero", expression) from None
+    except OverflowError:
+        raise CalculationError("number too large", expression) from None
+    except ValueError:
+        listed = " and ".join(f"{operand:g}" for operand in operands)
+        raise CalculationError(f"{operation} of {listed} is not a real number", expression) from None
+    if value - value != 0.0:  # infinite; no operation makes a NaN of finite numbers
+        raise CalculationError("number too large", expression)
+    return value
+
+
+def angle(value: Any, name: str = "angle") -> Angle:
+    """Return a finite ``float``, or an expression as it is."""
+    return value if isinstance(value, Expression) else _check.angle(value, name)
+
+
+def free_names(params: Tuple[Any, ...]) -> Iterator[str]:
+    """Iterate over the names of all parameters in a list of numbers and expressions."""
+    for value in params:
+        if isinstance(value, Expression):
+            yield from value.parameters
+
+
+_MOST_TEXT = 100_000
+_RANK = {"+": 1, "-": 1, "neg": 2, "*": 2, "/": 2, "^": 4}
+_ATOM = 5
+
+
+def text(expression: Expression, number: Callable[[float], str] = "{:.12g}".format, compact: bool = False) -> str:
+    """Return the expression as people (and OpenQASM 2) write it, or its size if it is too long to read."""
+    texts: Dict[int, Tuple[str, int]] = {}
+    for part in expression.parts():
+        if isinstance(part, Parameter):
+            texts[id(part)] = part.name, _ATOM
+            continue
+        pieces = [
+            texts[id(item)] if type(item) is not float else (number(item), _ATOM if item >= 0 else 2)
+            for item in part.operands
+        ]
+        if sum(len(piece) for piece, _ in pieces) > _MOST_TEXT:
+            return f"<expression of {len(expression.parts())} operations>"
+        texts[id(part)] = _joined(part.operation, pieces, compact)
+    return texts[id(expression)][0]
+
+
+def _joined(operation: str, pieces: List[Tuple[str, int]], compact: bool) -> Tuple[str, int]:
+    if operation not in _RANK:
+        return f"{operation}({pieces[0][0]})", _ATOM
+    rank = _RANK[operation]
+    if operation == "neg":
+        return "-" + _enclosed(pieces[0], 4), rank
+    # An operand of the same rank needs no parentheses on the side from which operations group.
+    left = _enclosed(pieces[0], rank + (operation == "^"))
+    # A sign right after an operator would be correct but hard to read.
+    right = _enclosed(pieces[1], _ATOM if operation == "^" else rank + 1)
+    blank = " " if rank == 1 and not compact else ""
+    return left + blank + operation + blank + right, rank
+
+
+def _enclosed(piece: Tuple[str, int], least: int) -> str:
+    words, rank = piece
+    return words if rank >= least else f"({words})"
+
+
+def _combined(operation: str, left: Any, right: Any) -> Any:
+    operands: List[Angle] = []
+    for item in (left, right):
+        if not isinstance(item, Expression):
+            if getattr(item, "ndim", 0) or not hasattr(item, "__float__"):
+                return NotImplemented
+            item = _check.real(item, "operand of a parameter")
+        operands.append(item)
+    return Expression(operation, tuple(operands))
+
+
+def _unshared(expression: Expression) -> Any:
+    # A number for every different part: equal parts get equal numbers whether or not they are one object.
+    table: Dict[Any, int] = {}
+    numbers: Dict[int, int] = {}
+    for part in expression.parts():
+        if isinstance(part, Parameter):
+            key: Any = part.name
+        else:
+            key = (part.operation, *[item if type(item) is float else ("#", numbers[id(item)]) for item in part.operands])
+        numbers[id(part)] = table.setdefault(key, len(table))
+    return list(table)
+
+
+def _restored(steps: Tuple[Any, ...]) -> Expression:
+    parts: List[Expression] = []
+    for step in steps:
+        if isinstance(step, str):
+            parts.append(Parameter(step))
+        else:
+            operation, *operands = step
+            parts.append(
+                Expression(operation, tuple([item if type(item) is float else parts[item[1]] for item in operands]))
+            )
+    return parts[-1]
