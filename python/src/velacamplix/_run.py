@@ -1,20 +1,19 @@
-"""Hands gates to the core: one at a time, or a circuit in long stretches."""
+"""Hands gates to the core: one at a time, or a circuit as a program."""
 
 from __future__ import annotations
 
-from typing import Any, Iterable, Optional, Sequence, Set
+from typing import Any, Iterable, Sequence, Set
 
 import numpy as np
 
-from . import _check, _core
+from . import _core
+from ._compile import basic_instructions, compiled, require_circuit, require_fusion, too_large
+from ._drive import drive
+from ._progress import Meter, ProgressLike
 from .circuit import Circuit
 from .instruction import Instruction
 
-# The names the core's circuit record knows; its gates carry no controls.
-_RECORDED = frozenset({"H", "X", "Y", "Z", "RX", "RY", "RZ", "PH", "T", "CNOT", "SWAP"})
-_RECORD_TYPES = {"single": _core.CircuitRecordSingle, "double": _core.CircuitRecordDouble}
 _MATRIX_TYPES = {"single": np.complex64, "double": np.complex128}
-_LARGEST_SINGLE = float(np.finfo(np.float32).max)
 
 
 class UnsupportedInstruction(NotImplementedError):
@@ -39,26 +38,24 @@ class UnsupportedInstruction(NotImplementedError):
         return f"instruction {self.position} ({self.instruction}): {self.reason}"
 
 
-def run(core: Any, n_qubits: int, precision: str, circuit: Circuit) -> None:
+def run(
+    core: Any, n_qubits: int, precision: str, circuit: Circuit, progress: ProgressLike = None, fusion: bool = False
+) -> None:
     """Apply the gates of `circuit` to the core's state of `n_qubits`, in order.
 
     Everything that can be refused is refused before the first gate acts.
     """
-    if not isinstance(circuit, Circuit):
-        raise TypeError(f"circuit must be a Circuit, got {_check.show(circuit)}")
+    require_circuit(circuit)
+    require_fusion(fusion)
     if circuit.n_qubits > n_qubits:
         raise ValueError(f"circuit must have at most {n_qubits} qubits, those of the state, got {circuit!r}")
-    instructions = circuit.instructions
-    refuse_unsupported(instructions, precision)
-
-    record = _RECORD_TYPES[precision](n_qubits)
-    for step in instructions:
-        if step.is_gate and step.name in _RECORDED and not step.controls:
-            record.add_gate(step.name, step.params, step.qubits)
-        elif step.is_gate:
-            record = _replay(core, n_qubits, precision, record)
-            apply(core, precision, step.name, step.qubits, step.params, step.controls)
-    _replay(core, n_qubits, precision, record)
+    refuse_unsupported(circuit.instructions)
+    gates = [step for step in basic_instructions(circuit) if step.is_gate]
+    program = compiled(gates, n_qubits, precision, circuit)
+    with Meter(progress, len(program)) as meter:
+        error = drive(core, program, meter.within())[1]
+    if error is not None:
+        raise error
 
 
 def apply(
@@ -70,7 +67,7 @@ def apply(
     controls: Sequence[int] = (),
 ) -> None:
     """Apply one gate of `instruction.GATES`, or "matrix", whose qubits have been checked."""
-    reason = _too_large(name, params, precision)
+    reason = too_large(name, params, precision)
     if reason is not None:
         raise ValueError(reason)
     if name == "matrix":
@@ -85,41 +82,22 @@ def apply(
     gate(*qubits, *params, controls or None)
 
 
-def refuse_unsupported(instructions: Iterable[Instruction], precision: str) -> None:
-    """Raise UnsupportedInstruction, or ValueError for an angle out of range, at the first step that cannot run."""
+def refuse_unsupported(instructions: Iterable[Instruction]) -> None:
+    """Raise UnsupportedInstruction at the first step that needs more than one state, or more than a state."""
     measured: Set[int] = set()
     for position, step in enumerate(instructions):
         if step.condition is not None:
-            raise UnsupportedInstruction(step, position, "conditions on classical bits cannot be run yet")
+            raise UnsupportedInstruction(step, position, "a state has no classical bits for a condition" + _ELSEWHERE)
         if step.name == "reset":
-            raise UnsupportedInstruction(step, position, "resetting single qubits cannot be run yet")
+            raise UnsupportedInstruction(step, position, "a reset depends on a random outcome" + _ELSEWHERE)
         if step.name == "measure":
             measured.update(step.qubits)
-        elif step.is_gate:
+        elif measured and step.is_gate:
             again = measured.intersection(step.qubits + step.controls)
             if again:
                 raise UnsupportedInstruction(
-                    step,
-                    position,
-                    f"it acts on qubit {min(again)} after its measurement; only measurements at the end can be run yet",
+                    step, position, f"it acts on qubit {min(again)} after its measurement" + _ELSEWHERE
                 )
-            reason = _too_large(step.name, step.params, precision)
-            if reason is not None:
-                raise ValueError(f"instruction {position} ({step}): {reason}")
 
 
-def _replay(core: Any, n_qubits: int, precision: str, record: Any) -> Any:
-    if len(record) == 0:
-        return record
-    core.simulate_circuit(record)
-    return _RECORD_TYPES[precision](n_qubits)
-
-
-def _too_large(name: str, params: Sequence[complex], precision: str) -> Optional[str]:
-    # In double precision everything finite fits, and the caller has seen that it is finite.
-    if precision == "double":
-        return None
-    for value in params:
-        if max(abs(value.real), abs(value.imag)) > _LARGEST_SINGLE:
-            return f"{'matrix entry' if name == 'matrix' else 'angle'} must fit single precision, got {value!r}"
-    return None
+_ELSEWHERE = "; velacamplix.run follows all outcomes"

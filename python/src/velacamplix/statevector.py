@@ -6,12 +6,13 @@ from typing import Any, Iterable, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from . import _check, _check_data, _check_readout, _core, _machine, _memory, _notebook, _run
+from . import _check, _check_data, _check_readout, _core, _drive, _machine, _memory, _notebook, _run
 from ._circuit_gates import GateMethods
 from ._copies import Copies
 from ._expectations import Expectations
 from ._loading import Loading
 from ._matrices import MatrixGates
+from ._progress import ProgressLike
 from ._readout import Readout
 from ._sampling import Sampling
 from ._state_part import bit_string
@@ -148,7 +149,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         """
         if self._core is None:
             return
-        if not self._core.release():
+        if not self._live().release():
             raise BufferError(
                 "the amplitudes cannot be released while a NumPy view made by .array exists; delete the view first"
             )
@@ -233,31 +234,52 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         _run.apply(self._live(), self._precision, name, qubits, params, controls)
         return self
 
-    def run(self, circuit: Circuit) -> StateVector:
+    def run(self, circuit: Circuit, progress: ProgressLike = None, fusion: bool = False) -> StateVector:
         """Apply the gates of a circuit to the present state, in order.
 
         Parameters
         ----------
         circuit : Circuit
             On at most n qubits. Measurements at its end change nothing here; read their outcomes' probabilities from
-            `distribution`.
+            `distribution`, or let `velacamplix.run` draw shots.
+        progress : None, bool or callable
+            True shows a bar on standard error once a second has passed. A function is called with a `Progress`, at
+            most every 50 ms, and once at the end. It must not use this object; what it returns is ignored.
+        fusion : bool
+            Whether neighbouring gates may be multiplied together, which changes the last digits. Not offered yet.
 
         Raises
         ------
         TypeError
-            If `circuit` is not a Circuit.
+            If `circuit` is not a Circuit, or `progress` or `fusion` of the wrong kind.
         ValueError
-            If it has more qubits than the state.
+            If it has more qubits than the state, parameters without values, or numbers beyond the precision.
         UnsupportedInstruction
-            If it holds a reset, a condition, or a measurement that is followed by a gate on the same qubit. Found
-            out before the first gate: the state is then unchanged.
+            If it holds a reset, a condition, or a measurement that is followed by a gate on the same qubit.
+        KeyboardInterrupt
+            After Ctrl-C.
+
+        Notes
+        -----
+        What can be refused is refused before the first gate; the state is then unchanged. Ctrl-C and exceptions from
+        `progress` stop the run between two passes over the state: then the first gates have acted and the others have
+        not. To stop early on purpose, raise an exception of your own.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, StateVector
+        >>> state = StateVector(2).run(Circuit(2).h(0).cnot(0, 1), progress=lambda p: print(p.done, "of", p.total))
+        2 of 2
+        >>> state.probability("11")                              # doctest: +ELLIPSIS
+        0.49999999999999...
         """
-        _run.run(self._live(), self._n_qubits, self._precision, circuit)
+        _run.run(self._live(), self._n_qubits, self._precision, circuit, progress, fusion)
         return self
 
     def _live(self) -> Any:
         if self._core is None:
             raise RuntimeError("this StateVector has been released; make a new one")
+        _drive.require_idle(self._core)
         return self._core
 
 

@@ -1,0 +1,199 @@
+"""Follows all shots of a circuit at once: they part only where their outcomes differ."""
+
+from __future__ import annotations
+
+from typing import Callable, Dict, Iterator, List, NamedTuple, Optional, Tuple, Union
+
+import numpy as np
+
+from . import _core
+from ._drive import drive
+from ._progress import Meter
+from ._segments import Measurement, Reset, Segments, Stretch
+from .instruction import Condition, Instruction
+from .statevector import StateVector
+
+# Less than this is what rounding leaves of an outcome that cannot come.
+_IMPOSSIBLE = {"double": 1e-20, "single": 1e-10}
+
+
+class Branch:
+    """Shots with the same outcomes so far.
+
+    Attributes
+    ----------
+    state : StateVector
+    step : int
+        The next step.
+    bits : int
+        The classical bits that are known; bit c is classical bit c.
+    readings : dict of int to int
+        The qubit that each of the other bits will be read from in the end.
+    shots : int or None
+        How many they are; None if no shots were asked for.
+    """
+
+    __slots__ = ("state", "step", "bits", "readings", "shots")
+
+    def __init__(self, state: StateVector, step: int, bits: int, readings: Dict[int, int], shots: Optional[int]) -> None:
+        self.state, self.step, self.bits, self.readings, self.shots = state, step, bits, readings, shots
+
+    def meets(self, condition: Optional[Condition]) -> bool:
+        """Return whether a step under this condition acts."""
+        if condition is None:
+            return True
+        return sum((self.bits >> clbit & 1) << i for i, clbit in enumerate(condition.clbits)) == condition.value
+
+    def write(self, clbit: int, value: int) -> None:
+        """Set a classical bit."""
+        self.bits = self.bits & ~(1 << clbit) | value << clbit
+        self.readings.pop(clbit, None)
+
+
+class Walk:
+    """One way through the steps for every group of equal outcomes.
+
+    Where a measurement has several outcomes, its shots are shared out among them by one draw. The smaller groups go
+    first, each with a copy of the state; the largest one goes last and takes the state itself. So a state that waits
+    has at least twice the shots of the branch being followed, and at most log2(shots) of them ever wait.
+
+    Parameters
+    ----------
+    segments : Segments
+        With programs in its stretches.
+    meter : Meter
+    generator : numpy.random.Generator
+    undecided : callable
+        Returns the error to raise where outcomes differ and there are no shots to share out.
+    """
+
+    def __init__(
+        self,
+        segments: Segments,
+        meter: Meter,
+        generator: np.random.Generator,
+        undecided: Callable[[Instruction], Exception],
+    ) -> None:
+        self.has_split = False
+        self._segments, self._meter, self._generator, self._undecided = segments, meter, generator, undecided
+        self._place = {qubit: place for place, qubit in enumerate(segments.active)}
+        self._spares: List[StateVector] = []
+        self._shots: Optional[int] = None
+
+    def branches(self, state: StateVector, shots: Optional[int]) -> Iterator[Branch]:
+        """Iterate over the branches at their end. A branch's state serves again once the next one is asked for."""
+        self._shots = shots
+        waiting: List[_Fork] = []
+        branch: Optional[Branch] = Branch(state, 0, 0, {}, shots)
+        while branch is not None:
+            fork = self._follow(branch)
+            if fork is None:
+                yield branch
+                self._spares.append(branch.state)
+            else:
+                waiting.append(fork)
+            branch = self._next(waiting)
+
+    def _next(self, waiting: List[_Fork]) -> Optional[Branch]:
+        if not waiting:
+            return None
+        before, step, outcomes = waiting[-1]
+        outcome, shots = outcomes.pop()
+        if outcomes:
+            state = self._copy(before.state, step)
+        else:
+            waiting.pop()
+            state = before.state
+        branch = Branch(state, before.step, before.bits, dict(before.readings), shots)
+        self._settle(branch, step, outcome)
+        return branch
+
+    def _copy(self, state: StateVector, step: _Random) -> StateVector:
+        if self._spares:
+            copied = self._spares.pop()
+        else:
+            try:
+                copied = type(state)._another(state.n_qubits, state.precision, state.threads)
+            except MemoryError as error:
+                raise MemoryError(
+                    f"the outcomes of {step.source} part the shots, and each group needs a state: {error}"
+                ) from None
+        _core.copy_amplitudes(state._live(), copied._live().view(), False)
+        return copied
+
+    # The steps
+
+    def _follow(self, branch: Branch) -> Optional[_Fork]:
+        """Take a branch to its end, or to where it parts."""
+        steps = self._segments.steps
+        while branch.step < len(steps):
+            step = steps[branch.step]
+            branch.step += 1
+            acts = branch.meets(step.condition)
+            if isinstance(step, Stretch):
+                self._apply(step, branch, acts)
+            elif acts:
+                fork = self._decide(step, branch)
+                if fork is not None:
+                    return fork
+        return None
+
+    def _apply(self, stretch: Stretch, branch: Branch, acts: bool) -> None:
+        weight = branch.shots / self._shots if branch.shots and self._shots else 1.0
+        if acts:
+            error = drive(branch.state._live(), stretch.program, self._meter.within(weight))[1]
+            if error is not None:
+                raise error
+        self._meter.advance(len(stretch.program), weight)
+
+    def _decide(self, step: _Random, branch: Branch) -> Optional[_Fork]:
+        """Share out the branch's shots among the outcomes of a step; with one outcome the branch just goes on."""
+        if isinstance(step, Measurement):
+            for qubit, clbit in step.later:
+                branch.write(clbit, 0)
+                if qubit in self._place:
+                    branch.readings[clbit] = qubit
+        if not step.qubits:
+            return None
+        probabilities = branch.state.distribution(self._places(step)).astype(np.float64)
+        possible = np.flatnonzero(probabilities > _IMPOSSIBLE[branch.state.precision] * probabilities.sum())
+        if not len(possible):
+            raise ValueError(f"{step.source} finds a state of norm 0 or not a number: a matrix before it is not unitary")
+        if len(possible) == 1:
+            # Without a rest there is nothing to clear away.
+            self._settle(branch, step, int(possible[0]), is_pure=np.count_nonzero(probabilities) == 1)
+            return None
+        if branch.shots is None:
+            raise self._undecided(step.source)
+        self.has_split = True
+        weights = probabilities[possible]
+        numbers = self._generator.multinomial(branch.shots, weights / weights.sum())
+        drawn = [(int(outcome), int(number)) for outcome, number in zip(possible, numbers) if number]
+        # The smallest group is taken first, from the end.
+        return _Fork(branch, step, sorted(drawn, key=lambda entry: (-entry[1], entry[0])))
+
+    def _settle(self, branch: Branch, step: _Random, outcome: int, is_pure: bool = False) -> None:
+        """Make an outcome of a step true: in the state, and in the bits."""
+        places = self._places(step)
+        if isinstance(step, Reset):
+            if outcome or not is_pure:
+                branch.state.project_then_reset(places, outcome)
+            return
+        if not is_pure:
+            branch.state.project(places, outcome)
+        for i, (_, clbit) in enumerate(reversed(step.now)):
+            branch.write(clbit, outcome >> i & 1)
+
+    def _places(self, step: _Random) -> List[int]:
+        return [self._place[qubit] for qubit in step.qubits]
+
+
+_Random = Union[Measurement, Reset]
+
+
+class _Fork(NamedTuple):
+    """A branch in front of a step, and the outcomes with their shots that have not been followed."""
+
+    branch: Branch
+    step: _Random
+    outcomes: List[Tuple[int, int]]

@@ -1,0 +1,82 @@
+"""From instructions to programs of the core."""
+
+from __future__ import annotations
+
+from typing import Any, Dict, List, Optional, Sequence
+
+import numpy as np
+
+from . import _check, _core
+from .circuit import Circuit
+from .instruction import Instruction
+
+_PROGRAM_TYPES: Dict[str, Any] = {"single": _core.ProgramSingle, "double": _core.ProgramDouble}
+_LARGEST_SINGLE = float(np.finfo(np.float32).max)
+
+
+def require_circuit(circuit: Any) -> Circuit:
+    """Return `circuit` if it is one."""
+    if isinstance(circuit, Circuit):
+        return circuit
+    hint = "; Circuit.from_qasm reads a file or a text" if isinstance(circuit, str) else ""
+    raise TypeError(f"circuit must be a Circuit, got {_check.show(circuit)}{hint}")
+
+
+def require_fusion(fusion: Any) -> bool:
+    """Return whether neighbouring gates are to be multiplied together first."""
+    if not isinstance(fusion, (bool, np.bool_)):
+        raise TypeError(f"fusion must be True or False, got {_check.show(fusion)}")
+    if fusion:
+        raise NotImplementedError("fusion=True is not offered yet; fusion=False runs every gate as it stands")
+    return False
+
+
+def basic_instructions(circuit: Circuit) -> List[Instruction]:
+    """Return the circuit's steps in the library's own gates, all parameters numbers."""
+    return list(circuit.basic_instructions())
+
+
+def compiled(
+    gates: Sequence[Instruction], n_qubits: int, precision: str, circuit: Circuit, places: Optional[Sequence[int]] = None
+) -> Any:
+    """Return a program of the core for a state of `n_qubits`.
+
+    Parameters
+    ----------
+    gates : sequence of Instruction
+        Of those that `basic_instructions` gives. Their conditions are not looked at.
+    circuit : Circuit
+        Where they come from; error messages name its instructions.
+    places : sequence of int, optional
+        The state's qubit for each of the circuit's. By default they are the same.
+
+    Raises
+    ------
+    ValueError
+        If a number does not fit the precision.
+    """
+    program = _PROGRAM_TYPES[precision](n_qubits)
+    taken = program.add(gates, range(n_qubits) if places is None else places)
+    if taken < len(gates):
+        refused = gates[taken]
+        raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
+    return program
+
+
+def told(step: Instruction, circuit: Circuit) -> str:
+    """Return how a message names a step of a circuit, with its place if the circuit has it as it is."""
+    for position, instruction in enumerate(circuit.instructions):
+        if instruction is step:
+            return f"instruction {position} ({step})"
+    return f"a gate made of others ({step})"
+
+
+def too_large(name: str, params: Sequence[Any], precision: str) -> Optional[str]:
+    """Return what is wrong with a gate's numbers, or None. They have been found finite before."""
+    if precision == "double":
+        return None
+    for value in params:
+        if max(abs(value.real), abs(value.imag)) > _LARGEST_SINGLE:
+            what = f"{name} entry" if name in ("matrix", "diagonal") else "angle"
+            return f"{what} must fit single precision, got {value!r}"
+    return None

@@ -1,0 +1,202 @@
+"""How far a run has come: for a function of the caller's, or as a bar on standard error."""
+
+from __future__ import annotations
+
+import importlib
+import sys
+import time
+from typing import Any, Callable, NamedTuple, Optional, Union
+
+from . import _check
+from ._drive import INTERVAL
+
+# A run that is over sooner shows no bar.
+_QUIET_SECONDS = 1.0
+
+
+class Progress(NamedTuple):
+    """How far a run has come, as its progress function is told.
+
+    Attributes
+    ----------
+    done, total : int
+        Gates. Where a run has split into groups of shots with different outcomes, a gate that acted on one of them
+        counts for that group's share of all shots.
+    seconds : float
+        Since the first gate was started.
+    rate : float
+        Gates per second.
+    remaining : float or None
+        Seconds that are left at this rate; None if it is 0.
+
+    Examples
+    --------
+    >>> Progress(done=300, total=1200, seconds=2.0, rate=150.0, remaining=6.0).remaining
+    6.0
+    """
+
+    done: int
+    total: int
+    seconds: float
+    rate: float
+    remaining: Optional[float]
+
+
+ProgressLike = Union[None, bool, Callable[[Progress], Any]]
+
+
+class Meter:
+    """Counts gates and tells the one who asked, not more often than he can read.
+
+    Parameters
+    ----------
+    progress : None, bool or callable
+        As the caller gave it. True shows a bar once `_QUIET_SECONDS` have passed.
+    total : int
+        Gates there are to do.
+    """
+
+    def __init__(self, progress: ProgressLike, total: int) -> None:
+        self._tell = checked(progress)
+        self._total = total
+        self._done = 0.0
+        self._is_over = False
+        self._started = self._told = time.perf_counter()
+
+    def __enter__(self) -> Meter:
+        self._started = self._told = time.perf_counter()
+        return self
+
+    def __exit__(self, kind: Any, error: Any, traceback: Any) -> None:
+        try:
+            if error is None:
+                self._update(self._total)
+        finally:
+            if isinstance(self._tell, _Bar):
+                self._tell.close()
+
+    def within(self, weight: float = 1.0) -> Optional[Callable[[int, int], None]]:
+        """Return what the core calls while it works through one program, whose gates count `weight` each."""
+        if self._tell is None:
+            return None
+        return lambda done, total: self._update(self._done + weight * done)
+
+    def advance(self, gates: int, weight: float = 1.0) -> None:
+        """Note that some gates are done for good."""
+        self._done += weight * gates
+
+    def _update(self, done: float) -> None:
+        if self._tell is None or self._is_over:
+            return
+        now = time.perf_counter()
+        # Weights add up to 1 but for rounding.
+        whole = min(self._total, round(done))
+        self._is_over = whole == self._total
+        # A run of many short programs must not call for each of them.
+        if not self._is_over and now - self._told < 0.9 * INTERVAL:
+            return
+        self._told = now
+        seconds = now - self._started
+        rate = whole / seconds if seconds > 0 else 0.0
+        self._tell(Progress(whole, self._total, seconds, rate, (self._total - whole) / rate if rate else None))
+
+
+def checked(progress: Any) -> Optional[Callable[[Progress], Any]]:
+    """Return the function that hears of progress, or None."""
+    if progress is None or progress is False:
+        return None
+    if progress is True:
+        return _Bar()
+    if not callable(progress):
+        raise TypeError(
+            f"progress must be None, True, False or a function of one Progress, got {_check.show(progress)}"
+        )
+    return progress  # type: ignore[no-any-return]
+
+
+class _Bar:
+    """Shows a bar by tqdm, by rich, or as one line, whichever there is."""
+
+    def __init__(self) -> None:
+        self._shown: Any = None
+
+    def __call__(self, progress: Progress) -> None:
+        if self._shown is None:
+            if progress.seconds < _QUIET_SECONDS:
+                return
+            self._shown = _first_available(progress)
+        self._shown.show(progress)
+
+    def close(self) -> None:
+        if self._shown is not None:
+            self._shown.close()
+
+
+def _first_available(progress: Progress) -> Any:
+    for display in (_Tqdm, _Rich):
+        try:
+            return display(progress)
+        except ImportError:
+            pass
+    return _Line()
+
+
+class _Tqdm:
+    def __init__(self, progress: Progress) -> None:
+        tqdm: Any = importlib.import_module("tqdm")
+        # The bar appears late: what was done before belongs to it, the time it took would not.
+        self._bar = tqdm.tqdm(total=progress.total, initial=progress.done, unit=" gates", unit_scale=True, file=sys.stderr)
+
+    def show(self, progress: Progress) -> None:
+        self._bar.update(progress.done - self._bar.n)
+
+    def close(self) -> None:
+        self._bar.close()
+
+
+class _Rich:
+    def __init__(self, progress: Progress) -> None:
+        rich: Any = importlib.import_module("rich.progress")
+        console: Any = importlib.import_module("rich.console").Console(stderr=True)
+        self._bar = rich.Progress(
+            rich.BarColumn(),
+            rich.TextColumn("{task.completed:.0f}/{task.total:.0f} gates, {task.fields[rate]}"),
+            console=console,
+            auto_refresh=False,
+        )
+        self._bar.start()
+        self._task = self._bar.add_task("", total=progress.total, completed=progress.done, rate="")
+
+    def show(self, progress: Progress) -> None:
+        self._bar.update(self._task, completed=progress.done, rate=_rate(progress), refresh=True)
+
+    def close(self) -> None:
+        self._bar.stop()
+
+
+class _Line:
+    """One line that is written again and again, without a terminal's help but for the carriage return."""
+
+    def __init__(self) -> None:
+        self._width = 0
+
+    def show(self, progress: Progress) -> None:
+        share = progress.done / progress.total if progress.total else 1.0
+        text = f"{progress.done} of {progress.total} gates ({share:.0%}), {_rate(progress)}"
+        self._width = max(self._width, len(text))
+        sys.stderr.write("\r" + text.ljust(self._width))
+        sys.stderr.flush()
+
+    def close(self) -> None:
+        sys.stderr.write("\n")
+        sys.stderr.flush()
+
+
+def _rate(progress: Progress) -> str:
+    text = f"{progress.rate:.3g} gates/s" if progress.rate < 1000 else f"{progress.rate:,.0f} gates/s"
+    if progress.remaining is None:
+        return text
+    minutes, seconds = divmod(round(progress.remaining), 60)
+    hours, minutes = divmod(minutes, 60)
+    left = f"{hours}:{minutes:02}:{seconds:02}" if hours else f"{minutes}:{seconds:02}"
+    return f"{text}, {left} left"

@@ -1,0 +1,229 @@
+"""Runs a circuit with everything in it: measurements, resets, conditions, idle qubits."""
+
+from __future__ import annotations
+
+import secrets
+import time
+from typing import Any, Dict, List, Optional, Sequence, Tuple, Union
+
+import numpy as np
+
+from . import _check, _check_readout, _memory, _observed, _shots
+from ._branches import Branch, Walk
+from ._compile import basic_instructions, compiled, require_circuit, require_fusion, told
+from ._initial import InitialLike, Start
+from ._progress import Meter, ProgressLike
+from ._progress import checked as checked_progress
+from ._segments import Segments, Stretch, cut
+from .circuit import Circuit
+from .instruction import Instruction
+from .observable import ObservableLike
+from .result import Pass, Plan, Result, Timings
+from .statevector import StateVector, _thread_count
+
+__all__ = ["run"]
+
+
+def run(
+    circuit: Circuit,
+    shots: Optional[int] = None,
+    seed: Optional[int] = None,
+    threads: Optional[int] = None,
+    precision: str = "double",
+    observables: Union[None, ObservableLike, Sequence[ObservableLike]] = None,
+    initial: InitialLike = None,
+    progress: ProgressLike = None,
+    fusion: bool = False,
+) -> Result:
+    """Run a circuit.
+
+    Parameters
+    ----------
+    circuit : Circuit
+        With measurements, resets and conditions anywhere. Qubits that no gate touches take no memory.
+    shots : int, optional
+        How many outcomes to draw, at least 1: of the classical bits, or of all qubits if nothing is measured.
+    seed : int, optional
+        Of 32 bits. The same seed gives the same shots, whatever the number of threads. By default drawn by chance.
+    threads : int, optional
+        As for `StateVector`.
+    precision : {"double", "single"}
+        16 or 8 bytes per amplitude.
+    observables : Observable, str, dict, or a list of these, optional
+        Whose exact expectation values in the final state to tell. If outcomes in the middle of the circuit differ, the
+        mean over the shots.
+    initial : int, str, array_like of shape (2**n_qubits,) or StateVector, optional
+        The state to begin with, as `StateVector.reset` takes it, qubit 0 leftmost; or a state, which is copied. By
+        default all qubits are 0.
+    progress : None, bool or callable
+        True shows a bar on standard error once a second has passed. A function is called with a `Progress`, at most
+        every 50 ms, and once at the end; what it returns is ignored, an exception ends the run.
+    fusion : bool
+        Whether neighbouring gates may be multiplied together, which changes the last digits. Not offered yet.
+
+    Returns
+    -------
+    Result
+        Counts, shots, final state, expectation values, timings and plan.
+
+    Raises
+    ------
+    TypeError, ValueError
+        If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
+        are no shots although outcomes in the middle of the circuit differ.
+    MemoryError
+        If the state or the shots do not fit.
+    KeyboardInterrupt
+        After Ctrl-C, between two passes over the state.
+
+    Notes
+    -----
+    Measurements at the end of the circuit are sampled from one simulation. Where an outcome is needed earlier, because
+    its qubit is used again or a condition asks for its bit, the shots are shared out among the outcomes by one
+    multinomial draw, and every group goes on with a state of its own. So there is one simulation for every group of
+    equal outcomes, not for every shot, and the distribution is that of the ideal circuit. At most log2(shots) + 2
+    states exist at a time, usually two or three.
+
+    Examples
+    --------
+    >>> from velacamplix import Circuit, run
+    >>> run(Circuit(2).h(0).cx(0, 1), shots=1000, seed=1).counts            # doctest: +ELLIPSIS
+    {'00': 4..., '11': 5...}
+    >>> coin_until_one = Circuit(1, 1).h(0).measure(0, 0)
+    >>> for attempt in range(40):
+    ...     with coin_until_one.when("c", 0):
+    ...         _ = coin_until_one.h(0)
+    ...     _ = coin_until_one.measure(0, 0)
+    >>> run(coin_until_one, shots=1000, seed=1).counts["1"]
+    1000
+    """
+    require_circuit(circuit)
+    shot_count = None if shots is None else _check_readout.shots(shots, minimum=1)
+    seed_given = _check_readout.seed(seed)
+    thread_count = _thread_count(threads)
+    precision = _check.precision(precision)
+    observed = None if observables is None else _observed.checked(observables, circuit.n_qubits)
+    start = Start(initial, circuit.n_qubits)
+    checked_progress(progress)
+    require_fusion(fusion)
+
+    clock = _Clock()
+    instructions = basic_instructions(circuit)
+    segments = cut(instructions, start.started)
+    n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
+    if shot_count is not None:
+        # Once for the shots, once for putting them into order.
+        size = 2 * 8 * _shots.words_for(n_bits) * shot_count
+        _memory.require_bytes(size, f"shots={shot_count} of {n_bits} bits")
+    _memory.require_state(len(segments.active), precision)
+    plan = _compile(circuit, segments, precision, thread_count)
+    clock.note("compile")
+
+    state = StateVector(len(segments.active), precision, thread_count)
+    start.prepare(state, segments.active)
+    chosen = (secrets.randbits(32) if seed_given is None else seed_given) if shot_count is not None else None
+    generator = np.random.default_rng(chosen)
+
+    def undecided(step: Instruction) -> ValueError:
+        return ValueError(
+            f"shots must be given for this circuit: {told(step, circuit)} has more than one possible outcome in its middle"
+        )
+
+    rows: List[np.ndarray] = []
+    reduced = [] if observed is None else observed.on(segments.active)
+    sums = np.zeros(len(reduced), dtype=np.complex128)
+    with Meter(progress, plan.gates) as meter:
+        walk = Walk(segments, meter, generator, undecided)
+        for branch in walk.branches(state, shot_count):
+            clock.note("simulate")
+            if shot_count is not None and chosen is not None:
+                # Without a split the shots are those of the state's own engine.
+                branch.state.seed = int(generator.integers(2**32)) if walk.has_split else chosen
+                rows.append(_sample(branch, segments, n_bits))
+                clock.note("sample")
+            if reduced:
+                weight = branch.shots / shot_count if branch.shots and shot_count else 1.0
+                sums += weight * _observed.values(branch.state, reduced)
+                clock.note("observables")
+            state = branch.state
+        clock.note("simulate")
+
+    drawn = None
+    if shot_count is not None:
+        drawn = np.concatenate(rows) if len(rows) > 1 else rows[0]
+        if walk.has_split:
+            # The groups stand one after the other; nothing of that shall show.
+            drawn = drawn[generator.permutation(len(drawn))]
+        clock.note("sample")
+    return Result(
+        n_qubits=circuit.n_qubits,
+        n_clbits=circuit.n_clbits,
+        registers=circuit.registers,
+        is_of_clbits=segments.has_measurement,
+        n_shots=shot_count,
+        seed=chosen,
+        precision=precision,
+        threads=thread_count,
+        active_qubits=segments.active,
+        rows=drawn,
+        state=None if walk.has_split else state,
+        expectation_values=None if observed is None else observed.shaped(sums),
+        timings=clock.timings(),
+        plan=plan,
+    )
+
+
+def _compile(circuit: Circuit, segments: Segments, precision: str, threads: int) -> Plan:
+    """Give every stretch its program, and return the plan of all."""
+    n_active = len(segments.active)
+    places = [0] * circuit.n_qubits
+    for place, qubit in enumerate(segments.active):
+        places[qubit] = place
+    gates, passes, sweeps = 0, [], 0.0
+    for step in segments.steps:
+        if not isinstance(step, Stretch):
+            continue
+        step.program = compiled(step.gates, n_active, precision, circuit, places)
+        more, pieces = step.program.plan(n_active, threads)
+        sweeps += more
+        for first, last, local, _ in pieces:
+            named = tuple(segments.active[place] for place in local)
+            passes.append(Pass(gates + first, gates + last, named))
+        gates += len(step.program)
+    return Plan(gates, tuple(passes), sweeps)
+
+
+def _sample(branch: Branch, segments: Segments, n_bits: int) -> np.ndarray:
+    """Draw the outcomes of a branch's shots, one row each."""
+    assert branch.shots is not None
+    place = {qubit: i for i, qubit in enumerate(segments.active)}
+    if segments.has_measurement:
+        readings, known = branch.readings, branch.bits
+    else:
+        readings, known = {qubit: qubit for qubit in segments.active}, 0
+    # A qubit may be read into several bits, but is drawn once.
+    column: Dict[int, int] = {}
+    sources: List[Tuple[bool, int]] = []
+    for bit in range(n_bits):
+        if bit in readings:
+            sources.append((True, column.setdefault(readings[bit], len(column))))
+        else:
+            sources.append((False, known >> bit & 1))
+    sampled = branch.state.sample(branch.shots, [place[qubit] for qubit in column])
+    return _shots.assembled(sources, sampled, len(column), branch.shots)
+
+
+class _Clock:
+    """Adds up the seconds between notes."""
+
+    def __init__(self) -> None:
+        self._seconds = {name: 0.0 for name in Timings._fields}
+        self._last = time.perf_counter()
+
+    def note(self, name: str) -> None:
+        now = time.perf_counter()
+        self._seconds[name] += now - self._last
+        self._last = now
+
+    def timings(self) -> Timings:
+        return Timings(**self._seconds)
