@@ -1,6 +1,6 @@
 #pragma once
 
-#include "statevector/kernels/pack.hpp"
+#include "statevector/kernels/ordinary.hpp"
 
 #include <velacamplix/kernels.hpp>
 
@@ -115,25 +115,74 @@ struct pair_y_to_z {
     }
 };
 
-// [[d, o], [o, d]]
+// RX and RY have a real diagonal and an imaginary or real rest, but their products are taken in full: a zero times an
+// infinity counts, and so does the sign of a zero. Where all results are finite and different from zero the products
+// with zeros changed nothing: each is a zero, added to a number or to a partner whose sum did not vanish. So the short
+// formula is tried first, and its results are kept if all of them are ordinary. States with many zeros make that
+// attempt in vain, so after a failure it rests for some groups.
+template <class V>
+class short_attempt {
+public:
+    explicit short_attempt(bool allowed) : resting_(allowed ? 0 : ~0ul) {}
+
+    // Whether to try now.
+    [[gnu::always_inline]] bool rested() {
+        if (resting_ == 0) return true;
+        --resting_;
+        return false;
+    }
+    // One product stands for both results: a zero, an infinity or a NaN in either shows in it.
+    [[gnu::always_inline]] bool holds(V result0, V result1) {
+        if (all_ordinary(result0 * result1)) return true;
+        resting_ = 31;
+        return false;
+    }
+
+private:
+    unsigned long resting_;
+};
+
+// [[d, o], [o, d]], d = (cos, 0), o = (0, -sin)
 template <class V>
 struct pair_rx {
     factor<V> d, o;
-    explicit pair_rx(const thrust::complex<scalar_of<V>>* c) : d(c[0]), o(c[1]) {}
-    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+    short_attempt<V> attempt;
+    explicit pair_rx(const thrust::complex<scalar_of<V>>* c)
+        : d(c[0]), o(c[1]), attempt(c[0].imag() == 0 && c[1].real() == 0) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) {
         const V old0 = a0;
+        if (attempt.rested()) {
+            const V short0 = old0 * d.re + swap_parts(a1) * o.im;
+            const V short1 = swap_parts(old0) * o.im + a1 * d.re;
+            if (attempt.holds(short0, short1)) {
+                a0 = short0;
+                a1 = short1;
+                return;
+            }
+        }
         a0 = d * old0 + o * a1;
         a1 = o * old0 + d * a1;
     }
 };
 
-// [[d, -o], [o, d]]
+// [[d, -o], [o, d]], d = (cos, 0), o = (sin, 0)
 template <class V>
 struct pair_ry {
     factor<V> d, o;
-    explicit pair_ry(const thrust::complex<scalar_of<V>>* c) : d(c[0]), o(c[1]) {}
-    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+    short_attempt<V> attempt;
+    explicit pair_ry(const thrust::complex<scalar_of<V>>* c)
+        : d(c[0]), o(c[1]), attempt(c[0].imag() == 0 && c[1].imag() == 0) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) {
         const V old0 = a0;
+        if (attempt.rested()) {
+            const V short0 = old0 * d.re - a1 * o.re;
+            const V short1 = old0 * o.re + a1 * d.re;
+            if (attempt.holds(short0, short1)) {
+                a0 = short0;
+                a1 = short1;
+                return;
+            }
+        }
         a0 = d * old0 - o * a1;
         a1 = o * old0 + d * a1;
     }

@@ -56,7 +56,7 @@ struct formula_of<_Gate1QB<true>> {
 template <class G, class V, int inner, bool blend>
 void run_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
                unsigned long end) {
-    const typename formula_of<G>::template type<V> formula(call.coefficients.data());
+    typename formula_of<G>::template type<V> formula(call.coefficients.data());
     const bits_of<V> changed = lane_mask<V>(call);
     const unsigned long target = call.target_bit[0];
     walk<V>(
@@ -65,7 +65,7 @@ void run_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
             __builtin_prefetch(state + base, 1);
             __builtin_prefetch(state + (base | target), 1);
         },
-        [=](unsigned long base) {
+        [=, &formula](unsigned long base) {
             const V old0 = load<V>(state + base);
             const V old1 = load<V>(state + (base | target));
             V a0 = old0;

@@ -208,3 +208,71 @@ TYPED_TEST(one_qubit_kernels, z_to_y_then_y_to_z_returns_the_state_up_to_roundin
         }
     }
 }
+
+namespace {
+
+// RX and RY with their own kind of coefficients against the reference, on one state.
+template <class T>
+testing::AssertionResult rotations_agree(const reference::State<T>& start, unsigned int target, T cosine, T sine) {
+    const unsigned int n = reference::qubit_count(start.size());
+    GuardedArray<T> array(start);
+    const auto agrees = [&](OneQubit formula, const std::vector<reference::Complex<T>>& m) {
+        auto expected = start;
+        reference::apply(formula, expected, target, {}, m);
+        return kernel_agrees(array, start, expected, {target}, {}, {1}, [&](thrust::complex<T>* state, int) {
+            const auto c = as_thrust(m);
+            if (formula == OneQubit::RX) {
+                Template1QBGate<GateRX>::apply_controlled<T>(state, target, n, 1, {}, c[0], c[1]);
+            } else {
+                Template1QBGate<GateRY>::apply_controlled<T>(state, target, n, 1, {}, c[0], c[1]);
+            }
+        });
+    };
+    const auto x = agrees(OneQubit::RX, {{cosine, 0}, {0, -sine}});
+    return x ? agrees(OneQubit::RY, {{cosine, 0}, {sine, 0}}) : x;
+}
+
+}  // namespace
+
+// The products with the zeros of a rotation's matrix show only next to zeros, infinities and NaNs.
+TYPED_TEST(one_qubit_kernels, rotations_of_a_state_with_one_unusual_part_agree_bit_for_bit) {
+    using limits = std::numeric_limits<TypeParam>;
+    const TypeParam made_by_the_processor = -limits::quiet_NaN();
+    for (const TypeParam unusual : {TypeParam(0), -TypeParam(0), limits::infinity(), -limits::infinity(),
+                                    made_by_the_processor, limits::denorm_min(), -limits::max()}) {
+        for (unsigned long at = 0; at < 64; ++at) {
+            auto start = random_state<TypeParam>(6, Values::ordinary, 7);
+            (at % 2 == 0 ? start[at / 2].re : start[at / 2].im) = unusual;
+            for (unsigned int target = 0; target < 6; ++target) {
+                ASSERT_TRUE(rotations_agree(start, target, TypeParam(0.8), TypeParam(-0.6))) << unusual << " at " << at;
+            }
+        }
+    }
+}
+
+TYPED_TEST(one_qubit_kernels, rotations_that_cancel_or_multiply_by_zero_agree_bit_for_bit) {
+    using limits = std::numeric_limits<TypeParam>;
+    for (unsigned int n : {1u, 4u, 8u}) {
+        for (unsigned int target = 0; target < n; ++target) {
+            // Sums that vanish, products that vanish, states of zeros with every pair of signs.
+            const auto ordinary = random_state<TypeParam>(n, Values::ordinary, 8);
+            auto equal = ordinary, tiny = ordinary, zeros = ordinary;
+            for (unsigned long i = 0; i < equal.size(); ++i) {
+                equal[i] = {1, -1};
+                tiny[i] = {limits::min(), -limits::denorm_min()};
+                zeros[i] = {i % 3 == 0 ? TypeParam(0) : -TypeParam(0), i % 5 < 3 ? TypeParam(0) : -TypeParam(0)};
+            }
+            for (const auto& [cosine, sine] : {std::pair<TypeParam, TypeParam>(TypeParam(0.6), TypeParam(0.6)),
+                                               {TypeParam(0.6), TypeParam(-0.6)},
+                                               {1, 0},
+                                               {1, -TypeParam(0)},
+                                               {-1, 0},
+                                               {0, 1},
+                                               {-TypeParam(0), -1}}) {
+                for (const auto& start : {ordinary, equal, tiny, zeros}) {
+                    ASSERT_TRUE(rotations_agree(start, target, cosine, sine)) << cosine << ' ' << sine;
+                }
+            }
+        }
+    }
+}
