@@ -7,8 +7,7 @@
 namespace velacamplix::python {
 
 void bind_processes(pybind11::module_& module);
-void bind_circuit_record(pybind11::module_& module);
-void bind_statevector(pybind11::module_& module);  // after the record, which it takes as an argument
+void bind_statevector(pybind11::module_& module);
 
 // What follows takes the state vector as an argument.
 void bind_matrix_gates(pybind11::module_& module);

@@ -10,7 +10,6 @@ PYBIND11_MODULE(_core, module) {
     module.def("version", &pbamplix::version);
     module.def("instruction_set", &pbamplix::instruction_set);
     bind_processes(module);
-    bind_circuit_record(module);
     bind_statevector(module);
     bind_matrix_gates(module);
     bind_sampling(module);

@@ -133,12 +133,6 @@ void bind_one_statevector(py::module_& module, const char* name) {
             },
             py::arg("product"))
         .def("reset_from", &reset_from<T>, py::arg("amplitudes").noconvert())
-        .def(
-            "simulate_circuit",
-            [](HeldState<T>& held, pbamplix::PybindAmplixWCircuit<T>& record) {
-                held.with_state([&](auto& state) { state.simulate_circuit(record); });
-            },
-            py::arg("record"))
         .def("probability", &probability<T>, py::arg("outcome"), py::arg("qubits"))
         .def("distribution", &distribution<T>, py::arg("qubits"));
 
