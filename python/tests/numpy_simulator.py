@@ -52,6 +52,8 @@ def gate_matrix(instruction):
     if instruction.name == "matrix":
         size = 2 ** len(instruction.qubits)
         return np.array(instruction.params).reshape(size, size)
+    if instruction.name == "diagonal":
+        return np.diag(instruction.params)
     return MATRICES[instruction.name](*instruction.params)
 
 

@@ -6,7 +6,7 @@ from typing import Any, Iterable, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from . import _check, _check_data, _check_readout, _core, _drive, _machine, _memory, _notebook, _run
+from . import _check, _check_data, _check_readout, _core, _machine, _memory, _notebook, _run
 from ._circuit_gates import GateMethods
 from ._copies import Copies
 from ._expectations import Expectations
@@ -34,8 +34,9 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
     precision : {"double", "single"}
         16 or 8 bytes per amplitude. All arithmetic runs in this precision.
     threads : int, optional
-        Number of threads for every operation. By default the environment variable VELACAMPLIX_NUM_THREADS decides,
-        then OMP_NUM_THREADS, then the processors this process may use.
+        Number of threads for every operation; what is too small to be worth sharing, states below 256 KiB among it,
+        runs on one whatever this says. By default the environment variable VELACAMPLIX_NUM_THREADS decides, then
+        OMP_NUM_THREADS, then the processors this process may use (its affinity, or a container's quota).
     seed : int, optional
         Of 32 bits, where the random numbers of `sample`, `measure` and `estimate` start. By default it is drawn by
         chance.
@@ -212,14 +213,16 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
 
     def _reset_from(self, amplitudes: np.ndarray, order: str) -> None:
         core = self._live()
-        amplitudes = np.ascontiguousarray(amplitudes, dtype=self._amplitude_type)
         if order == "little":
             core.view()[:] = amplitudes
-        elif np.may_share_memory(amplitudes, core.view()):
-            # The core reads its source while it writes the state.
-            core.reset_from(amplitudes.copy())
-        else:
-            core.reset_from(amplitudes)
+            return
+        # The core reads its source while it writes the state, and takes its own type only.
+        of_its_own = not np.may_share_memory(amplitudes, core.view())
+        if not (of_its_own and amplitudes.dtype == self._amplitude_type and amplitudes.flags.c_contiguous):
+            size = amplitudes.size * np.dtype(self._amplitude_type).itemsize
+            _memory.require_bytes(size, f"a copy of the amplitudes of {self._n_qubits} qubits")
+            amplitudes = np.array(amplitudes, dtype=self._amplitude_type, order="C")
+        core.reset_from(amplitudes)
 
     # Gates: every method of GateMethods ends in `_add`
 
@@ -279,7 +282,6 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
     def _live(self) -> Any:
         if self._core is None:
             raise RuntimeError("this StateVector has been released; make a new one")
-        _drive.require_idle(self._core)
         return self._core
 
 
