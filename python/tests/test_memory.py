@@ -5,9 +5,10 @@ import re
 import subprocess
 import sys
 
+import numpy as np
 import pytest
 
-from velacamplix import StateVector, _machine, _memory
+from velacamplix import StateVector, _machine, _memory, max_qubits, memory_needed
 
 GIB = 2**30
 
@@ -149,6 +150,10 @@ def test_limit_of_a_version_2_group(machine):
     message = refusal(28, "double", root)
     assert "2.0 GiB are available (a control group's limit; the machine has 16.0 GiB)" in message
     assert "largest n that fits is 27" in message
+    assert "raising the container's (control group's) memory limit would help" in message
+    assert "raising" not in refusal(36, "double", root)
+    with pytest.raises(MemoryError, match=r"2\.0 GiB are available \(a control group's limit; the machine has 16\.0 GiB\)"):
+        _memory.require_bytes(3 * GIB, "a copy", root)
 
 
 @pytest.mark.parametrize(("inner", "outer"), [("max", GIB), (2 * GIB, GIB), (GIB, 2 * GIB), (GIB, "max")])
@@ -205,3 +210,135 @@ def test_this_machine_agrees_with_the_kernel():
 @pytest.mark.parametrize(("size", "text"), [(0, "0 bytes"), (1023, "1023 bytes"), (1024, "1.0 KiB"), (GIB * 3 // 2, "1.5 GiB")])
 def test_sizes_in_words(size, text):
     assert _memory.human(size) == text
+
+
+# Asking beforehand
+
+
+def test_memory_needed():
+    assert memory_needed(0) == 16 and memory_needed(0, "single") == 8
+    assert memory_needed(30) == 16 * GIB == memory_needed(31, precision="single")
+    assert memory_needed(np.int64(4096)) == 2**4100
+
+
+@pytest.mark.parametrize(
+    ("arguments", "error", "words"),
+    [
+        ((-1,), ValueError, "n must be an integer from 0 to 4096, got -1"),
+        ((4097,), ValueError, "n must be an integer from 0 to 4096, got 4097"),
+        ((10**30,), ValueError, "n must be an integer from 0 to 4096"),
+        ((2.0,), TypeError, "n must be an integer"),
+        ((True,), TypeError, "n must be an integer"),
+        ((3, "half"), ValueError, "precision must be 'single' or 'double', got 'half'"),
+        ((3, 64), TypeError, "precision must be 'single' or 'double', got 64"),
+    ],
+)
+def test_memory_needed_for_what_does_not_exist(arguments, error, words):
+    with pytest.raises(error) as raised:
+        memory_needed(*arguments)
+    assert words in str(raised.value)
+
+
+def test_max_qubits_is_what_fits():
+    usable = _machine.memory().usable
+    for precision in ("double", "single"):
+        most = max_qubits(precision)
+        # Memory may have been taken or given back since; not by a factor of two.
+        assert memory_needed(most - 1, precision) < usable < memory_needed(most + 2, precision)
+        with pytest.raises(MemoryError):
+            StateVector(most + 2, precision)
+    with pytest.raises(ValueError, match="precision must be"):
+        max_qubits("quadruple")
+
+
+def test_max_qubits_where_nothing_fits(monkeypatch):
+    monkeypatch.setattr(_machine, "memory", lambda root="/": _machine.Memory(free=7, available=7, limit=None))
+    with pytest.raises(MemoryError, match="not even one amplitude fits; 7 bytes are available"):
+        max_qubits("single")
+
+
+# What allocates as much as a state asks as well
+
+
+@pytest.mark.parametrize(
+    ("act", "size", "what"),
+    [
+        (lambda state: state.copy(), 64, "n=3 qubits in single precision need 64 bytes"),
+        (lambda state: state.__reduce__(), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.statevector(), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.distribution(), 64, "the distribution of 3 qubits needs 64 bytes"),
+        (lambda state: state.sample(10), 240, "an array of 10 shots needs 240 bytes"),
+        (lambda state: state.to_dict(), 400, "a dictionary of 1 entries needs 400 bytes"),
+        (lambda state: state.distribution_dict([0]), 800, "a dictionary of 2 entries needs 800 bytes"),
+        (lambda state: state.estimate("X0 Z1 Y2", 10), 64, "the table of outcomes of a term on 3 qubits needs 64"),
+        (lambda state: state.reset(np.eye(8)[0]), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.reset(state.array), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.prepare(np.eye(8)[0], [0, 1, 2]), 128, "a copy of the data of 3 qubits needs 128 bytes"),
+    ],
+)
+def test_copies_and_exports_are_refused_where_they_do_not_fit(act, size, what, monkeypatch):
+    state = StateVector(3, "single")
+    before = state.array.tobytes()
+    available = [size - 1]
+    monkeypatch.setattr(
+        _machine, "memory", lambda root="/": _machine.Memory(free=available[0], available=available[0], limit=None)
+    )
+    with pytest.raises(MemoryError) as error:
+        act(state)
+    assert what in str(error.value) and f"{size - 1} bytes are available" in str(error.value)
+    assert state.array.tobytes() == before
+    available[0] = size
+    act(state)
+
+
+def test_amplitudes_in_the_order_of_the_array_are_written_without_a_copy(monkeypatch):
+    state = StateVector(3, "single")
+    monkeypatch.setattr(_machine, "memory", lambda root="/": _machine.Memory(free=0, available=0, limit=None))
+    assert state.reset(np.eye(8)[5], order="little").array[5] == 1
+    assert state.reset(np.eye(8, dtype=np.complex64)[4]).array[1] == 1
+
+
+# A real control group
+
+
+@pytest.fixture
+def control_group():
+    """Makes a memory group below this process's own; gives a function that runs Python code within `limit` bytes."""
+    if os.geteuid() != 0:
+        pytest.skip("only root may make a control group")
+    own = next((folder for folder in _machine._group_folders(_machine.Path("/"), "memory")), None)
+    if own is None or not os.access(own, os.W_OK):
+        pytest.skip(f"no control group of memory can be made here (found {own})")
+    folder = own / f"velacamplix-test-{os.getpid()}"
+    try:
+        folder.mkdir()
+    except OSError as error:
+        pytest.skip(f"no control group of memory can be made in {own}: {error}")
+    files = [name for name in ("memory.limit_in_bytes", "memory.max") if (folder / name).exists()]
+    if not files:
+        folder.rmdir()
+        pytest.skip(f"{own} does not limit memory")
+
+    def run(limit, code):
+        (folder / files[0]).write_text(str(limit))
+        enter = f"open({str(folder / 'cgroup.procs')!r}, 'w').write(str(__import__('os').getpid()))\n"
+        return subprocess.run([sys.executable, "-c", enter + code], capture_output=True, text=True, timeout=60)
+
+    yield run
+    folder.rmdir()
+
+
+def test_the_limit_of_a_real_group(control_group):
+    code = (
+        "import velacamplix\n"
+        "print(velacamplix.max_qubits())\n"
+        "velacamplix.StateVector(22).h(0)\n"
+        "try: velacamplix.StateVector(25)\n"
+        "except MemoryError as error: print(error)\n"
+    )
+    ended = control_group(256 * 2**20, code)
+    assert ended.returncode == 0, ended
+    most, message = ended.stdout.splitlines()
+    assert most == "23"
+    assert "n=25 qubits in double precision need 512.0 MiB; 2" in message and "a control group's limit" in message
+    assert "largest n that fits is 23" in message and "memory limit would help" in message

@@ -1,6 +1,9 @@
 """How many threads work: argument, then VELACAMPLIX_NUM_THREADS, then OMP_NUM_THREADS, then what the process may use."""
 
 import os
+import shutil
+import subprocess
+import sys
 
 import pytest
 from test_memory import MOUNTS_V1, MOUNTS_V2, lay_out
@@ -79,3 +82,78 @@ def test_quota_of_a_version_1_group(quota, processors, tmp_path):
     lay_out(tmp_path, proc__self__mountinfo=MOUNTS_V1, proc__self__cgroup="3:cpu,cpuacct:/\n")
     lay_out(tmp_path / "sys/fs/cgroup/cpu,cpuacct", **{"cpu.cfs_quota_us": quota, "cpu.cfs_period_us": "100000\n"})
     assert _machine.processors(tmp_path) == (processors or len(os.sched_getaffinity(0)))
+
+
+# Real processes
+
+
+WORKING = (
+    "import os, velacamplix\n"
+    "state = velacamplix.StateVector(17)\n"
+    "state.h(0)\n"
+    "print(state.threads, len(os.listdir('/proc/self/task')))\n"
+)
+
+
+def started(*command, **variables):
+    """What a fresh process prints: the threads of a state, and how many the process has after a gate on 2 MiB."""
+    inherited = {k: v for k, v in os.environ.items() if not k.endswith("_NUM_THREADS")}
+    # NumPy's own threads would be counted too.
+    environment = {**inherited, "OPENBLAS_NUM_THREADS": "1", "MKL_NUM_THREADS": "1", **variables}
+    ended = subprocess.run([*command, sys.executable, "-c", WORKING], env=environment, capture_output=True, text=True)
+    assert ended.returncode == 0, ended
+    return ended.stdout.split()
+
+
+def test_a_process_uses_what_it_may():
+    allowed = str(_machine.processors())
+    assert started() == [allowed, allowed]
+
+
+def test_variables_in_a_process():
+    assert started(VELACAMPLIX_NUM_THREADS="3") == ["3", "3"]
+    assert started(OMP_NUM_THREADS="4") == ["4", "4"]
+    assert started(VELACAMPLIX_NUM_THREADS="2", OMP_NUM_THREADS="4") == ["2", "2"]
+    assert started(VELACAMPLIX_NUM_THREADS="", OMP_NUM_THREADS="1") == ["1", "1"]
+
+
+def test_a_process_bound_to_one_processor():
+    if shutil.which("taskset") is None:
+        pytest.skip("the command taskset is not installed")
+    processor = str(min(os.sched_getaffinity(0)))
+    assert started("taskset", "-c", processor) == ["1", "1"]
+    assert started("taskset", "-c", processor, OMP_NUM_THREADS="2") == ["2", "2"]
+
+
+def test_small_states_use_one_thread():
+    code = WORKING.replace("StateVector(17)", "StateVector(13, threads=4)")
+    ended = subprocess.run(
+        [sys.executable, "-c", code], env={**os.environ, "OPENBLAS_NUM_THREADS": "1"}, capture_output=True, text=True
+    )
+    assert ended.stdout.split() == ["4", "1"], ended
+
+
+def test_the_quota_of_a_real_group(tmp_path):
+    if os.geteuid() != 0:
+        pytest.skip("only root may make a control group")
+    if len(os.sched_getaffinity(0)) < 2:
+        pytest.skip("needs two processors to take one away")
+    folders = _machine._group_folders(_machine.Path("/"), "cpu")
+    own = next((folder for folder in folders if os.access(folder, os.W_OK)), None)
+    if own is None:
+        pytest.skip("no control group of processors can be made here")
+    folder = own / f"velacamplix-test-{os.getpid()}"
+    try:
+        folder.mkdir()
+    except OSError as error:
+        pytest.skip(f"no control group of processors can be made in {own}: {error}")
+    try:
+        if (folder / "cpu.cfs_quota_us").exists():
+            (folder / "cpu.cfs_quota_us").write_text("100000")
+        elif (folder / "cpu.max").exists():
+            (folder / "cpu.max").write_text("100000 100000")
+        else:
+            pytest.skip(f"{own} sets no quota")
+        assert started("sh", "-c", f'echo $$ > {folder}/cgroup.procs; exec "$0" "$@"') == ["1", "1"]
+    finally:
+        folder.rmdir()

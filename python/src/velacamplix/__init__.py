@@ -7,9 +7,11 @@
 [0.5, 0.0, 0.0, 0.5]
 """
 
+from . import _processes  # noqa: F401  (fork becomes safe when the package is imported)
 from ._core import version as _version
 from ._circuit_definition import GateDefinition
 from ._expectations import Estimate
+from ._memory import max_qubits, memory_needed
 from ._progress import Progress
 from ._run import UnsupportedInstruction
 from .circuit import Circuit
@@ -41,6 +43,8 @@ __all__ = [
     "Term",
     "Timings",
     "UnsupportedInstruction",
+    "max_qubits",
+    "memory_needed",
     "plot_counts",
     "plot_probabilities",
     "plot_state",

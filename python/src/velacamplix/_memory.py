@@ -2,9 +2,67 @@
 
 from typing import Optional
 
-from . import _machine
+from . import _check, _machine
 
 BYTES_PER_AMPLITUDE = {"single": 8, "double": 16}
+
+# Far beyond any machine, and a number of bytes that can still be written down.
+_MOST_QUBITS = 4096
+
+
+def memory_needed(n: int, precision: str = "double") -> int:
+    """Return the bytes that a state of `n` qubits takes, without asking whether they are there.
+
+    Parameters
+    ----------
+    n : int
+        Number of qubits, from 0 to 4096.
+    precision : {"double", "single"}
+        16 or 8 bytes for each of the 2**n amplitudes.
+
+    Raises
+    ------
+    TypeError, ValueError
+        If an argument is of the wrong kind or outside its range.
+
+    Examples
+    --------
+    >>> from velacamplix import memory_needed
+    >>> memory_needed(30) / 2**30, memory_needed(30, "single") / 2**30      # GiB
+    (16.0, 8.0)
+    """
+    return BYTES_PER_AMPLITUDE[_check.precision(precision)] << _check.integer(n, "n", minimum=0, maximum=_MOST_QUBITS)
+
+
+def max_qubits(precision: str = "double") -> int:
+    """Return the number of qubits of the largest state that can be made now.
+
+    Counted is free memory, without the page cache, and what the control groups of this process (a container's limit)
+    leave it.
+
+    Parameters
+    ----------
+    precision : {"double", "single"}
+        16 or 8 bytes per amplitude.
+
+    Raises
+    ------
+    TypeError, ValueError
+        If `precision` is neither of the two.
+    MemoryError
+        If not even one amplitude fits.
+
+    Examples
+    --------
+    >>> from velacamplix import max_qubits
+    >>> 10 < max_qubits() < max_qubits("single") < 64
+    True
+    """
+    memory = _machine.memory()
+    most = largest_n(_check.precision(precision), memory.usable)
+    if most is None:
+        raise MemoryError(f"not even one amplitude fits; {_available(memory)}")
+    return most
 
 
 def largest_n(precision: str, usable: int) -> Optional[int]:
@@ -25,22 +83,24 @@ def require_state(n: int, precision: str, root: str = "/") -> None:
     if most_without_cache is not None and n <= most_without_cache:
         raise MemoryError(_cache_in_the_way(n, precision, size, memory, most, most_without_cache))
     message = (
-        f"n={n} qubits in {precision} precision need {size}; {human(memory.usable_without_cache)} are available"
-        f"{_why(memory)}. {_fits('The largest n that fits', most, precision)}"
+        f"n={n} qubits in {precision} precision need {size}; {_available(memory)}. "
+        f"{_fits('The largest n that fits', most, precision)}"
     )
     if memory.usable < memory.usable_without_cache and most != most_without_cache:
         message += f" now, {most_without_cache} once the page cache has been dropped"
     single = largest_n("single", memory.usable)
     if precision == "double" and single is not None and n <= single:
         message += "; precision='single' needs half as much and fits"
+    if _is_limited(memory) and _fits_in(n, precision, memory.available):
+        message += "; raising the container's (control group's) memory limit would help"
     raise MemoryError(message + ".")
 
 
 def require_bytes(needed: int, what: str, root: str = "/") -> None:
     """Raise MemoryError if `needed` bytes for `what`, a buffer outside the state, are not available."""
-    available = _machine.memory(root).usable_without_cache
-    if needed > available:
-        raise MemoryError(f"{what} needs {human(needed)}; {human(available)} are available.")
+    memory = _machine.memory(root)
+    if needed > memory.usable_without_cache:
+        raise MemoryError(f"{what} needs {human(needed)}; {_available(memory)}.")
 
 
 def human(size: int) -> str:
@@ -55,10 +115,20 @@ def _state_size(n: int, precision: str) -> str:
     return human(1 << exponent) if exponent < 70 else f"2^{exponent} bytes"
 
 
-def _why(memory: _machine.Memory) -> str:
-    if memory.limit is not None and memory.limit < memory.available:
-        return f" (a control group's limit; the machine has {human(memory.available)})"
-    return ""
+def _is_limited(memory: _machine.Memory) -> bool:
+    return memory.limit is not None and memory.limit < memory.available
+
+
+def _available(memory: _machine.Memory) -> str:
+    text = f"{human(memory.usable_without_cache)} are available"
+    if _is_limited(memory):
+        text += f" (a control group's limit; the machine has {human(memory.available)})"
+    return text
+
+
+def _fits_in(n: int, precision: str, size: int) -> bool:
+    most = largest_n(precision, size)
+    return most is not None and n <= most
 
 
 def _fits(start: str, n: Optional[int], precision: str) -> str:
@@ -70,7 +140,7 @@ def _cache_in_the_way(
 ) -> str:
     needed = BYTES_PER_AMPLITUDE[precision] << n
     return (
-        f"n={n} qubits in {precision} precision need {size}; {human(memory.usable_without_cache)} are available, but "
+        f"n={n} qubits in {precision} precision need {size}; {_available(memory)}, but "
         f"only {human(memory.free)} of them are free: the rest is page cache (copies of files), which the library "
         f"does not count on. {_fits('The largest n that fits', most, precision)} now, {most_without_cache} once the "
         f"cache has been dropped. To drop it: as root, `sync; echo 1 > /proc/sys/vm/drop_caches`; or as any user, "

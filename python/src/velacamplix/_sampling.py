@@ -73,7 +73,8 @@ class Sampling(StatePart):
         ([3, 3], [6, 6], [1, 1])
         """
         core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
-        _memory.require_bytes(8 * count, f"an array of {count} shots")
+        # Besides the outcomes, the core sorts what it drew for at most 2**24 shots at a time.
+        _memory.require_bytes(8 * count + 16 * min(count, 2**24), f"an array of {count} shots")
         outcomes: np.ndarray = np.zeros(count, dtype=np.uint64)
         if listed:  # the core takes an empty list for all qubits
             for start, stop in self._pieces(count):
