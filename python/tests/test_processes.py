@@ -1,0 +1,277 @@
+"""Forked and spawned processes, threads that share a state, and many runs in a loop: nothing hangs, leaks or mixes."""
+
+import os
+import pickle
+import subprocess
+import sys
+import textwrap
+import threading
+import time
+from multiprocessing import get_context
+
+import numpy as np
+import pytest
+from full_matrices import random_state
+
+from velacamplix import Circuit, Counts, Observable, StateVector, run
+
+N = 17  # 2 MiB: large enough for a parallel region
+
+
+def worked(n=N, precision="double"):
+    """A state that two threads have worked on."""
+    state = StateVector(n, precision, threads=2, seed=7)
+    for qubit in range(n):
+        state.ry(0.1 * (qubit + 1), qubit)
+    return state
+
+
+def in_child(work, seconds=60):
+    """Run `work()` in a forked child; give its exit status, or None if it hangs."""
+    child = os.fork()
+    if child == 0:
+        status = 99
+        try:
+            status = work() or 0
+        finally:
+            os._exit(status)
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        ended, status = os.waitpid(child, os.WNOHANG)
+        if ended:
+            return os.waitstatus_to_exitcode(status) if hasattr(os, "waitstatus_to_exitcode") else status >> 8
+        time.sleep(0.01)
+    os.kill(child, 9)
+    os.waitpid(child, 0)
+    return None
+
+
+# Fork
+
+
+def test_a_child_goes_on_with_the_state():
+    state = worked()
+    expected = worked().h(3).counts(100)
+    assert in_child(lambda: 0 if state.h(3).counts(100) == expected else 1) == 0
+
+
+def test_a_child_makes_states_of_its_own():
+    expected = worked().array.tobytes()
+    assert in_child(lambda: 0 if worked().array.tobytes() == expected else 1) == 0
+
+
+def test_the_parent_goes_on_after_a_fork():
+    state = worked()
+    before = state.array.copy()
+    assert in_child(lambda: state.x(0) and 0) == 0
+    assert np.array_equal(state.array, before)
+    assert state.x(0).x(0).array.tobytes() == before.tobytes()
+
+
+def test_children_of_children():
+    state = worked()
+    assert in_child(lambda: in_child(lambda: state.h(0) and 0, 30)) == 0
+
+
+def test_forks_in_a_row():
+    state = worked()
+    for _ in range(20):
+        state.h(0)
+        assert in_child(lambda: state.h(0) and 0) == 0
+
+
+def test_fork_from_another_thread_than_the_one_that_ran():
+    state = worked()
+    statuses = []
+    forker = threading.Thread(target=lambda: statuses.append(in_child(lambda: state.h(0) and 0)))
+    forker.start()
+    forker.join()
+    assert statuses == [0]
+
+
+def test_fork_while_another_thread_uses_the_state():
+    state = worked(20)
+    stop = threading.Event()
+
+    def keep_busy():
+        while not stop.is_set():
+            state.h(0)
+
+    busy = threading.Thread(target=keep_busy)
+    busy.start()
+
+    def work():
+        # Whatever the other thread held, a state of its own works; the shared one works or is refused.
+        worked()
+        try:
+            state.h(1)
+        except RuntimeError as error:
+            return 7 if "when the process forked" in str(error) else 8
+        return 0
+
+    try:
+        statuses = {in_child(work) for _ in range(10)}
+    finally:
+        stop.set()
+        busy.join()
+    assert statuses <= {0, 7} and 7 in statuses
+    assert state.norm() == pytest.approx(1)
+
+
+def counts_of(seed):
+    return StateVector(N, threads=2, seed=seed).reset("+" * N).counts(50)
+
+
+def counts_of_circuit(circuit):
+    return run(circuit, shots=100, seed=3).counts
+
+
+@pytest.mark.filterwarnings("ignore:.*multi-threaded.*fork:DeprecationWarning")
+@pytest.mark.parametrize("method", ["fork", "spawn", "forkserver"])
+def test_pools(method):
+    expected = [counts_of(seed) for seed in range(4)]
+    bell = Circuit(2, 2).h(0).cx(0, 1).measure([0, 1], [0, 1])
+    with get_context(method).Pool(2) as pool:
+        assert pool.map_async(counts_of, range(4)).get(timeout=120) == expected
+        assert pool.map_async(counts_of_circuit, [bell, bell]).get(timeout=120) == [counts_of_circuit(bell)] * 2
+
+
+@pytest.mark.filterwarnings("ignore:.*multi-threaded.*fork:DeprecationWarning")
+@pytest.mark.parametrize("method", ["fork", "spawn"])
+def test_states_travel_there_and_back(method):
+    state = worked(12)
+    with get_context(method).Pool(1) as pool:
+        other = pool.apply_async(StateVector.h, (state, 2)).get(timeout=120)
+    assert other.array.tobytes() == state.h(2).array.tobytes()
+    assert (other.sample(50) == state.sample(50)).all()
+
+
+def test_what_else_is_pickled():
+    circuit = Circuit(3, 3).h(0).cx(0, 1).measure([0, 1, 2], [0, 1, 2])
+    result = run(circuit, shots=10, seed=1)
+    for thing in (circuit, Observable("X0 - 2*Z1"), result.counts, Counts({"01": 3})):
+        again = pickle.loads(pickle.dumps(thing))
+        assert again == thing and type(again) is type(thing)
+
+
+# Threads that share an object
+
+
+@pytest.mark.parametrize("precision", ["double", "single"])
+def test_two_threads_on_one_state_take_turns(precision):
+    state = StateVector(N, precision, threads=2).reset(random_state(N, 4), order="little")
+    # An even number of whole gates ends where it began; a half-done gate in between would not.
+    expected = state.copy()
+    for _ in range(40):
+        expected.x(3)
+    workers = [threading.Thread(target=lambda: [state.x(3) for _ in range(10)]) for _ in range(4)]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+    assert state.array.tobytes() == expected.array.tobytes()
+
+
+def test_many_threads_read_and_write():
+    state = StateVector(15, threads=2, seed=1).reset("+" * 15)
+    failed = []
+
+    def work():
+        try:
+            for _ in range(20):
+                state.x(0)
+                state.z(1).z(1)
+                assert abs(state.norm() - 1) < 1e-12
+                assert len(state.sample(10)) == 10
+                assert abs(state.probability("0", [4]) - 0.5) < 1e-12
+                state.expectation("X0 Z3")
+                state.copy()
+        except BaseException as error:
+            failed.append(error)
+
+    workers = [threading.Thread(target=work) for _ in range(6)]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+    assert failed == []
+
+
+def test_release_while_others_work():
+    for _ in range(20):
+        state = StateVector(15, threads=2)
+        errors = []
+
+        def work():
+            try:
+                while True:
+                    state.h(0)
+            except RuntimeError as error:
+                errors.append(str(error))
+
+        workers = [threading.Thread(target=work) for _ in range(2)]
+        for worker in workers:
+            worker.start()
+        state.release()
+        for worker in workers:
+            worker.join(30)
+        assert len(errors) == 2 and all("released" in error for error in errors)
+
+
+# Many runs
+
+
+def resident_growth(body, times=10_000):
+    """KiB by which a process grows from the first thousand calls of `body` to the last."""
+    code = textwrap.dedent(
+        f"""
+        import os, velacamplix
+        from velacamplix import Circuit, StateVector, Observable, run
+        def resident():
+            return int(open("/proc/self/statm").read().split()[1]) * os.sysconf("SC_PAGE_SIZE") // 1024
+        bell = Circuit(2, 2).h(0).cx(0, 1).measure([0, 1], [0, 1])
+        def body(i):
+            {body}
+        for i in range({times // 10}):
+            body(i)
+        first = resident()
+        for i in range({times}):
+            body(i)
+        print(resident() - first)
+        """
+    )
+    ended = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=300)
+    assert ended.returncode == 0, ended
+    return int(ended.stdout)
+
+
+@pytest.mark.parametrize(
+    ("body", "times"),
+    [
+        ("run(bell, shots=10, seed=i)", 10_000),
+        ("StateVector(4, seed=i).h(0).cnot(0, 1).counts(10)", 10_000),
+        ("StateVector(3, 'single').h(0).expectation(Observable('X0 Z1'))", 10_000),
+        ("s = StateVector(5).h(0); s.array; s.copy(); s.statevector(); s.to_dict(); s.distribution_dict([0])", 10_000),
+        ("StateVector(16, threads=2).h(0).measure(collapse=True)", 300),
+    ],
+)
+def test_runs_in_a_loop_do_not_grow_memory(body, times):
+    # A leak of one byte per amplitude, object or dictionary entry would be megabytes by then.
+    assert resident_growth(body, times) < 1500
+
+
+def test_refused_calls_do_not_grow_memory():
+    body = "\n            ".join(
+        [
+            "for bad in (lambda: StateVector(60), lambda: StateVector(2).h(5), lambda: StateVector(2).project(0, 1),",
+            "            lambda: StateVector(2).reset([1, 1, 1, 1])):",
+            "    try: bad()",
+            "    except Exception: pass",
+        ]
+    )
+    assert resident_growth(body, 2000) < 1500
+
+
+def test_threads_that_come_and_go_do_not_grow_memory():
+    body = "import threading; t = threading.Thread(target=lambda: StateVector(15, threads=2).h(0)); t.start(); t.join()"
+    assert resident_growth(body, 500) < 3000
