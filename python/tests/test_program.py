@@ -1,0 +1,160 @@
+"""The binding of programs: what it takes, what it tells, and how a run ends early."""
+
+import threading
+
+import numpy as np
+import numpy_simulator as oracle
+import pytest
+
+from velacamplix import Circuit, Instruction, StateVector, _core
+from velacamplix.instruction import GATES
+
+PROGRAMS = {"double": _core.ProgramDouble, "single": _core.ProgramSingle}
+
+
+def program_of(circuit, precision="double", n=None, places=None):
+    n = circuit.n_qubits if n is None else n
+    program = PROGRAMS[precision](n)
+    assert program.add(circuit.instructions, range(n) if places is None else places) == len(circuit)
+    return program
+
+
+def layers(n, count):
+    circuit = Circuit(n)
+    for layer in range(count):
+        for qubit in range(n):
+            circuit.h(qubit).rx(0.1 * layer + 0.3, qubit)
+        for qubit in range(n - 1):
+            circuit.cx(qubit, qubit + 1)
+    return circuit
+
+
+@pytest.mark.parametrize("controls", [(), (4,), (4, 0)])
+@pytest.mark.parametrize("name", GATES)
+def test_every_named_gate_with_any_controls(name, controls, precision, tolerance):
+    circuit = Circuit(5)
+    for qubit in range(5):
+        circuit.ry(0.3 + qubit, qubit).rz(0.2 * qubit, qubit)
+    params = (0.7,) * GATES[name].n_params
+    circuit.append(Instruction(name, (2, 1, 3)[: GATES[name].n_qubits], params, controls))
+    state = StateVector(5, precision)
+    program_of(circuit, precision).run(state._live())
+    assert np.abs(state.array - oracle.statevector(circuit)).max() < 4 * tolerance
+
+
+def test_qubits_find_their_places(precision, tolerance):
+    circuit = Circuit(6).ry(0.4, 5).cx(5, 2).ry(0.2, 2, controls=[5])
+    state = StateVector(2, precision)
+    program_of(circuit, precision, 2, places=[9, 9, 1, 9, 9, 0]).run(state._live())
+    moved = Circuit(2).ry(0.4, 0).cx(0, 1).ry(0.2, 1, controls=[0])
+    assert np.abs(state.array - oracle.statevector(moved)).max() < tolerance
+
+
+def test_adding_stops_at_the_first_number_that_does_not_fit():
+    circuit = Circuit(1).x(0).rx(1e300, 0).x(0)
+    program = _core.ProgramSingle(1)
+    assert program.add(circuit.instructions, [0]) == 1 and len(program) == 1
+    assert program_of(circuit, "double").run(StateVector(1)._live()) == (3, None)
+
+
+@pytest.mark.parametrize(
+    ("step", "error"),
+    [
+        (Instruction("nonsense", (0,)), ValueError),
+        (Instruction("H", (5,)), IndexError),
+        (Instruction("matrix", (0,), (1.0, 0.0)), ValueError),
+        (Instruction("RX", (0,), ("a",)), TypeError),
+        (Instruction("H", ("a",)), TypeError),
+        ("H 0", AttributeError),
+    ],
+)
+def test_what_is_no_gate_is_refused(step, error):
+    with pytest.raises(error):
+        _core.ProgramDouble(2).add([step], [0, 1])
+
+
+def test_a_plan_covers_all_gates():
+    sweeps, passes = program_of(layers(20, 3)).plan(20, 1)
+    assert [first for first, *_ in passes] == [0] + [last for _, last, *_ in passes[:-1]]
+    assert passes[-1][1] == len(layers(20, 3)) and sweeps > 0
+    for _, _, local, chunk in passes:
+        assert chunk == 2 ** (len(local) or 20)
+
+
+# Between passes
+
+
+def test_a_function_is_called_between_passes_and_at_the_end():
+    circuit, calls = layers(18, 4), []
+    program = program_of(circuit)
+    _, passes = program.plan(18, 1)
+    state = StateVector(18, threads=1)
+    assert program.run(state._live(), lambda *numbers: calls.append(numbers), 0.0) == (len(circuit), None)
+    assert calls == [(last, len(circuit)) for _, last, *_ in passes] and len(calls) > 3
+    # With a long interval only the end is told.
+    calls.clear()
+    program.run(state._live(), lambda *numbers: calls.append(numbers), 1000.0)
+    assert calls == [(len(circuit), len(circuit))]
+
+
+def test_an_exception_stops_after_a_first_part_of_the_gates(precision):
+    circuit = layers(18, 4)
+    state, first_part = StateVector(18, precision), StateVector(18, precision)
+
+    def at_the_third_call(done, total):
+        calls.append(done)
+        if len(calls) == 3:
+            raise LookupError("enough")
+
+    calls = []
+    applied, error = program_of(circuit, precision).run(state._live(), at_the_third_call, 0.0)
+    assert applied == calls[2] < len(circuit)
+    assert isinstance(error, LookupError) and str(error) == "enough"
+    assert error.__traceback__.tb_frame.f_code.co_name == "at_the_third_call"
+    for step in circuit.instructions[:applied]:
+        first_part.run(Circuit(18).append(step))
+    assert state.array.tobytes() == first_part.array.tobytes()
+
+
+def test_a_program_runs_once_at_a_time_and_is_free_again():
+    program, other = program_of(layers(4, 2)), StateVector(4)
+    refused = []
+
+    def again(done, total):
+        try:
+            program.run(other._live())
+        except RuntimeError as error:
+            refused.append(str(error))
+
+    program.run(StateVector(4)._live(), again)
+    assert refused == ["this program is running already"]
+    assert program.run(other._live())[1] is None
+
+
+def test_a_program_runs_many_times_on_states_of_any_size(precision):
+    circuit = layers(4, 2)
+    program = program_of(circuit, precision)
+    for n in (4, 12, 4, 17):
+        state = StateVector(n, precision)
+        program.run(state._live())
+        assert state.array[:16].tobytes() == StateVector(4, precision).run(circuit).array.tobytes()
+        assert not state.array[16:].any()
+
+
+def test_a_released_state_is_refused():
+    state = StateVector(4)
+    core = state._live()
+    state.release()
+    with pytest.raises(RuntimeError, match="released"):
+        program_of(layers(4, 1)).run(core)
+
+
+def test_two_threads_with_one_state_take_turns():
+    circuit, state = layers(14, 3), StateVector(14)
+    programs = [program_of(circuit) for _ in range(2)]
+    threads = [threading.Thread(target=program.run, args=(state._live(),)) for program in programs]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert state.array.tobytes() == StateVector(14).run(circuit).run(circuit).array.tobytes()
