@@ -85,15 +85,22 @@ struct way {
 
 template <class T>
 std::vector<way<T>> ways() {
-    const auto in_passes = [](const listed_circuit& circuit, unsigned int n, int threads) {
+    const auto planned = [](const listed_circuit& circuit, unsigned int n, int threads, bool fused) {
         const auto program = std::make_shared<pbamplix::cpu::program<T>>(as_program<T>(circuit, n));
+        program->set_fusion(fused);
         const auto passes = static_cast<double>(program->plan(n, threads).passes.size());
         return prepared<T>{[program](state_vector<T>& state) { program->run(state); }, passes};
+    };
+    const auto in_passes = [planned](const listed_circuit& circuit, unsigned int n, int threads) {
+        return planned(circuit, n, threads, false);
+    };
+    const auto fused = [planned](const listed_circuit& circuit, unsigned int n, int threads) {
+        return planned(circuit, n, threads, true);
     };
     const auto gate_by_gate = [](const listed_circuit& circuit, unsigned int, int) {
         return prepared<T>{[&circuit](state_vector<T>& state) { apply_gate_by_gate(state, circuit); }, 0};
     };
-    return {{"passes", in_passes, true}, {"gate_by_gate", gate_by_gate, true}};
+    return {{"passes", in_passes, true}, {"fused", fused, false}, {"gate_by_gate", gate_by_gate, true}};
 }
 
 // Largest difference of an amplitude's parts; NaN counts as infinitely far.

@@ -13,7 +13,7 @@ namespace pbamplix::cpu {
 
 // One pass of a plan: the state streams once through cache-resident buffers while all of the pass's gates act.
 struct program_pass {
-    unsigned long first_gate;  // the pass executes gates first_gate ... last_gate - 1
+    unsigned long first_gate;  // the pass executes gates first_gate ... last_gate - 1; with fusion, some of them
     unsigned long last_gate;
     std::vector<unsigned int> local_qubits;  // gathered into a buffer, in increasing order; empty: worked in place
     unsigned long chunk_amplitudes;          // amplitudes of one buffer
@@ -55,6 +55,17 @@ public:
     // Appends a diagonal of 2^k entries in the same order.
     void add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                       const std::vector<unsigned int>& controls = {});
+
+    // Gives gate `gate` (0 = first), an RX, RY, RZ or PH, another angle. A plan already made stands, unless fusion is
+    // on. Throws std::out_of_range past the last gate, std::invalid_argument for a gate without an angle.
+    void set_params(unsigned long gate, const std::vector<T>& params);
+
+    // Fusion, off unless asked for, rewrites the list before it is cut into passes: neighbouring gates on one qubit
+    // become one, diagonal gates are collected, and commuting gates change places. Results then agree with the exact
+    // run up to rounding, no longer bit for bit. A stretch of 16 gates per qubit is rewritten at a time: inside it the
+    // hook's number of gates is an estimate, and a run that is told to stop does so at its end.
+    void set_fusion(bool fusion);
+    bool fusion() const;
 
     unsigned long size() const;  // number of gates
     unsigned int nqubits() const;

@@ -72,6 +72,7 @@ bool operation<T>::is_diagonal() const {
         case gate_kind::ph:
         case gate_kind::rz:
         case gate_kind::diagonal:
+        case gate_kind::product:
             return true;
         default:
             return false;
@@ -89,6 +90,13 @@ bool named_operation(operation<T>& op, const std::string& name, const std::vecto
     for (unsigned i = 0; i < controls; ++i) op.controls |= index::bit(qubits[i]);
     op.targets.assign(qubits.begin() + controls, qubits.begin() + controls + targets);
     if (takes_angle(kind)) set_coefficients(op, params[0]);
+    return true;
+}
+
+template <class T>
+bool set_angle(operation<T>& op, const std::vector<T>& params) {
+    if (!takes_angle(op.kind) || params.size() != 1) return false;
+    set_coefficients(op, params[0]);
     return true;
 }
 
@@ -119,6 +127,26 @@ operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, con
         op.entries = matrix;
     }
     return op;
+}
+
+template <class T>
+std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::complex<T>>& factors) {
+    std::vector<thrust::complex<double>> entries = {{1, 0}};
+    for (std::size_t target = 0; 2 * target < factors.size(); ++target) {
+        std::vector<thrust::complex<double>> longer;
+        for (const auto& entry : entries) {
+            for (const auto& f : {factors[2 * target], factors[2 * target + 1]}) {
+                longer.push_back(entry * thrust::complex<double>(f.real(), f.imag()));
+            }
+        }
+        entries = std::move(longer);
+    }
+    std::vector<thrust::complex<T>> rounded;
+    rounded.reserve(entries.size());
+    for (const auto& entry : entries) {
+        rounded.emplace_back(static_cast<T>(entry.real()), static_cast<T>(entry.imag()));
+    }
+    return rounded;
 }
 
 template <class T>
@@ -175,6 +203,8 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
             return kernels::dense_call<T>(nbqbits, index::bits_of_qubits(op.targets), op.controls, op.entries);
         case gate_kind::diagonal:
             return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, op.entries, false);
+        case gate_kind::product:
+            return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, product_entries(op.entries), false);
     }
     return {};
 }
@@ -183,10 +213,12 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
     template struct operation<T>;                                                                                      \
     template bool named_operation<T>(operation<T>&, const std::string&, const std::vector<T>&,                         \
                                      const std::vector<unsigned int>&);                                                \
+    template bool set_angle<T>(operation<T>&, const std::vector<T>&);                                                  \
     template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&,   \
                                            bool);                                                                      \
     template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
                                              bool);                                                                    \
+    template std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::complex<T>>&);                  \
     template kernels::kernel_call<T> prepare<T>(const operation<T>&, unsigned long);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)

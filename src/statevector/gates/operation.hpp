@@ -27,6 +27,7 @@ enum class gate_kind : unsigned char {
     matrix2,  // mix two targets
     matrix,
     diagonal,  // any number of targets
+    product,   // one factor pair per target, side by side in `entries`; only among fused gates
 };
 
 // One gate as a value: what a member of the state vector does, written down instead of done.
@@ -36,7 +37,7 @@ struct operation {
     std::vector<unsigned int> targets;  // in the order that defines the local index
     unsigned long controls = 0;         // mask
     std::array<thrust::complex<T>, 4> coefficients{};
-    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, diagonal
+    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, diagonal, product
 
     unsigned long target_mask() const;
     bool is_diagonal() const;  // changes every amplitude by a factor of its own
@@ -47,6 +48,10 @@ template <class T>
 bool named_operation(operation<T>& op, const std::string& name, const std::vector<T>& params,
                      const std::vector<unsigned int>& qubits);
 
+// Gives RX, RY, RZ or PH another angle; false for other gates.
+template <class T>
+bool set_angle(operation<T>& op, const std::vector<T>& params);
+
 // A gate given as a matrix, treated as the state vector's matrix members treat it: an exactly diagonal one becomes a
 // diagonal (std::runtime_error if it has no controls and more than 256 entries), any other a dense gate.
 template <class T>
@@ -55,6 +60,10 @@ operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, con
 template <class T>
 operation<T> diagonal_operation(const std::vector<thrust::complex<T>>& diagonal,
                                 const std::vector<unsigned int>& qubits, bool controlled);
+
+// A product's factors multiplied out: the diagonal in the gate's local order.
+template <class T>
+std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::complex<T>>& factors);
 
 // The loop that performs an operation on an array of 2^nbqbits amplitudes.
 template <class T>

@@ -2,6 +2,7 @@
 
 #include "statevector/index/bits.hpp"
 #include "statevector/kernels/pack.hpp"
+#include "statevector/replay/fusion.hpp"
 
 #include <unistd.h>
 
@@ -17,6 +18,8 @@ gathering::gathering(unsigned long local) {
 }
 
 namespace {
+
+using gates::operation;
 
 constexpr unsigned long line_bytes = 64;
 
@@ -69,23 +72,20 @@ unsigned long first_level_cache_bytes() {
     return told > 0 ? static_cast<unsigned long>(told) : 32ul << 10;
 }
 
+// The operations from `from` on, one for each gate of the stretch, in buffers of its local bits.
 template <class T>
-chunk_pass<T> make_pass(const std::vector<gates::operation<T>>& operations, const stretch& part, unsigned nbqbits) {
+chunk_pass<T> make_pass(const operation<T>* from, unsigned long count, unsigned long local, unsigned nbqbits) {
     chunk_pass<T> pass;
-    pass.first = part.first;
-    pass.last = part.last;
-    pass.local = part.local;
-    pass.in_place = part.local == index::low_bits(nbqbits);
-    if (part.local == 0 || (part.last - part.first == 1 && !pass.in_place)) {
+    pass.local = local;
+    pass.in_place = local == index::low_bits(nbqbits);
+    if (local == 0 || (count == 1 && !pass.in_place && from->kind != gates::gate_kind::product)) {
         pass.local = 0;
-        pass.whole_array = gates::prepare(operations[part.first], nbqbits);
+        pass.whole_array = gates::prepare(*from, nbqbits);
         return pass;
     }
-    const locality chunk(part.local);
-    pass.chunks = gathering(part.local);
-    for (unsigned long gate = part.first; gate < part.last; ++gate) {
-        pass.steps.push_back(resolve(operations[gate], chunk));
-    }
+    const locality chunk(local);
+    pass.chunks = gathering(local);
+    for (unsigned long gate = 0; gate < count; ++gate) pass.steps.push_back(resolve(from[gate], chunk));
     return pass;
 }
 
@@ -110,7 +110,33 @@ std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& o
     for (const auto& op : operations) footprints.push_back({op.is_diagonal() ? 0 : op.target_mask()});
     std::vector<chunk_pass<T>> passes;
     for (const stretch& part : cut(footprints, 0, operations.size(), nbqbits, shape)) {
-        passes.push_back(make_pass(operations, part, nbqbits));
+        auto& pass =
+            passes.emplace_back(make_pass(operations.data() + part.first, part.last - part.first, part.local, nbqbits));
+        pass.first = part.first;
+        pass.last = pass.done = part.last;
+    }
+    return passes;
+}
+
+template <class T>
+std::vector<chunk_pass<T>> make_fused_passes(const std::vector<operation<T>>& operations, unsigned nbqbits,
+                                             buffer_shape shape) {
+    // A run can only stop between stretches. They are short enough to stop soon, and long enough to hold most of what
+    // can be brought together.
+    const unsigned long length = 16ul * std::max(nbqbits, 4u);
+    std::vector<chunk_pass<T>> passes;
+    for (unsigned long first = 0; first < operations.size(); first += length) {
+        const unsigned long last = std::min(first + length, operations.size());
+        const auto groups = fuse(operations, first, last, nbqbits, shape);
+        for (std::size_t i = 0; i < groups.size(); ++i) {
+            const auto& group = groups[i];
+            auto& pass =
+                passes.emplace_back(make_pass(group.operations.data(), group.operations.size(), group.local, nbqbits));
+            pass.first = first;
+            pass.last = last;
+            pass.done = first + (last - first) * (i + 1) / groups.size();
+            pass.may_stop_after = i + 1 == groups.size();
+        }
     }
     return passes;
 }
@@ -146,6 +172,8 @@ void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned n
     template buffer_shape choose_shape<T>(unsigned, int);                                                          \
     template std::vector<chunk_pass<T>> make_passes<T>(const std::vector<gates::operation<T>>&, unsigned,          \
                                                        buffer_shape);                                              \
+    template std::vector<chunk_pass<T>> make_fused_passes<T>(const std::vector<operation<T>>&, unsigned,           \
+                                                             buffer_shape);                                        \
     template void run_chunks<T>(const chunk_pass<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long, \
                                 thrust::complex<T>*);
 VELACAMPLIX_INSTANTIATE(float)

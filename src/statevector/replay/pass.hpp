@@ -23,8 +23,10 @@ template <class T>
 struct chunk_pass {
     unsigned long first = 0;
     unsigned long last = 0;
-    unsigned long local = 0;  // 0: one gate over the whole array, as a single call
-    bool in_place = false;    // the state is one chunk
+    unsigned long done = 0;      // gates that have acted when the pass ends; inside a fused stretch an estimate
+    bool may_stop_after = true;  // the state is then that of the first `done` gates
+    unsigned long local = 0;     // 0: one gate over the whole array, as a single call
+    bool in_place = false;       // the state is one chunk
     kernels::kernel_call<T> whole_array;
     gathering chunks{0};
     std::vector<step<T>> steps;
@@ -39,6 +41,11 @@ buffer_shape choose_shape(unsigned nbqbits, int threads);
 template <class T>
 std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
                                        buffer_shape shape);
+
+// The same with fusion: gates are taken in stretches, each rewritten on its own.
+template <class T>
+std::vector<chunk_pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
+                                             buffer_shape shape);
 
 // Runs a pass over the chunks begin ... end - 1 of the state (of which there are 2^(nbqbits - local bits)). `buffer`
 // holds one chunk.

@@ -9,6 +9,8 @@ namespace {
 
 unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
 
+}  // namespace
+
 unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted) {
     while (count_bits(local) < wanted) {
         const unsigned long free_bits = index::low_bits(nbqbits) & ~local;
@@ -16,8 +18,6 @@ unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted) {
     }
     return local;
 }
-
-}  // namespace
 
 // Taking gates as long as they fit is optimal while the order stands: a stretch that ends earlier can only make the
 // next one start earlier.

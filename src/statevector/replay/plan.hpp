@@ -24,6 +24,9 @@ struct buffer_shape {
     unsigned local_bits;  // most bits that are local at a time
 };
 
+// Adds the lowest free bits until `wanted` bits are local.
+unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted);
+
 // Cuts gates begin ... end - 1, in their order, into the fewest stretches for an array of 2^nbqbits amplitudes. Spare
 // places are filled with the lowest bits, which lengthens the runs.
 std::vector<stretch> cut(const std::vector<footprint>& gates, unsigned long begin, unsigned long end, unsigned nbqbits,

@@ -18,11 +18,14 @@ template <class T>
 struct [[gnu::visibility("hidden")]] program<T>::implementation {
     unsigned int nqubits;
     std::vector<gates::operation<T>> operations;
+    bool fusion = false;
     std::optional<replay::schedule<T>> schedule;
     program_plan plan;
 
     replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads) {
-        if (!schedule || !schedule->fits(state_qubits, nthreads)) schedule.emplace(operations, state_qubits, nthreads);
+        if (!schedule || !schedule->fits(state_qubits, nthreads)) {
+            schedule.emplace(operations, state_qubits, nthreads, fusion);
+        }
         return *schedule;
     }
 
@@ -64,6 +67,29 @@ template <class T>
 void program<T>::add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                               const std::vector<unsigned int>& controls) {
     self->append(gates::diagonal_operation(diagonal, qubits, !controls.empty()), controls);
+}
+
+template <class T>
+void program<T>::set_params(unsigned long gate, const std::vector<T>& params) {
+    gates::operation<T>& op = self->operations.at(gate);
+    if (!gates::set_angle(op, params)) throw std::invalid_argument("Gate " + std::to_string(gate) + " takes no angle");
+    if (!self->schedule) return;
+    if (self->fusion) {
+        self->schedule.reset();
+    } else {
+        self->schedule->replace(gate, op);
+    }
+}
+
+template <class T>
+void program<T>::set_fusion(bool fusion) {
+    if (fusion != self->fusion) self->schedule.reset();
+    self->fusion = fusion;
+}
+
+template <class T>
+bool program<T>::fusion() const {
+    return self->fusion;
 }
 
 template <class T>

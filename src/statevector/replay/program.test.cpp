@@ -5,12 +5,14 @@
 
 #include <velacamplix/program.hpp>
 
+#include <cmath>
 #include <stdexcept>
 
 using namespace support;
 using reference::Qubits;
 
 PRECISION_SUITE(program_run);
+PRECISION_SUITE(fused_run);
 
 namespace {
 
@@ -23,7 +25,10 @@ using C = thrust::complex<T>;
 template <class T>
 class Recorder {
 public:
-    Recorder(unsigned int n, unsigned int seed) : list(n), n_(n), engine_(seed) {}
+    enum Matrices { any, unitary };
+
+    Recorder(unsigned int n, unsigned int seed, Matrices matrices = any)
+        : list(n), n_(n), engine_(seed), matrices_(matrices) {}
 
     void random_gate() {
         const char* const one[] = {"X", "Y", "Z", "H", "S", "T", "ZtoY", "YtoZ"};
@@ -127,9 +132,13 @@ private:
         const Qubits c = controls_beside(q);
         const unsigned long dim = 1ul << q.size();
         std::vector<C<T>> m(dim * dim);
-        const auto entries = as_thrust(random_coefficients<T>(dim * dim, engine_()));
-        for (unsigned long i = 0; i < dim * dim; ++i) {
-            if (!diagonal || i % (dim + 1) == 0) m[i] = entries[i];
+        if (matrices_ == unitary) {
+            m = unitary_matrix(dim, diagonal);
+        } else {
+            const auto entries = as_thrust(random_coefficients<T>(dim * dim, engine_()));
+            for (unsigned long i = 0; i < dim * dim; ++i) {
+                if (!diagonal || i % (dim + 1) == 0) m[i] = entries[i];
+            }
         }
         if (diagonal && below(2) == 0) {
             std::vector<C<T>> diag(dim);
@@ -146,8 +155,25 @@ private:
         });
     }
 
+    // The Fourier matrix with random phases on its rows, or these phases alone.
+    std::vector<C<T>> unitary_matrix(unsigned long dim, bool diagonal) {
+        std::vector<C<T>> m(dim * dim);
+        for (unsigned long row = 0; row < dim; ++row) {
+            const double phase = static_cast<double>(angle());
+            for (unsigned long column = 0; column < dim; ++column) {
+                if (diagonal && row != column) continue;
+                const double size = diagonal ? 1 : 1 / std::sqrt(static_cast<double>(dim));
+                const double turn = diagonal ? 0 : 6.283185307179586 * static_cast<double>(row * column);
+                const double a = phase + turn / static_cast<double>(dim);
+                m[row * dim + column] = C<T>(static_cast<T>(size * std::cos(a)), static_cast<T>(size * std::sin(a)));
+            }
+        }
+        return m;
+    }
+
     unsigned int n_;
     std::mt19937 engine_;
+    Matrices matrices_;
     std::vector<Gate> gates_;
 };
 
@@ -264,4 +290,179 @@ TYPED_TEST(program_run, refuses_an_unknown_name_and_a_large_plain_diagonal) {
     EXPECT_EQ(list.nqubits(), 10u);
     list.clear();
     EXPECT_EQ(list.size(), 0u);
+}
+
+// --- new angles ---------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Every gate that takes an angle, on local and non-local qubits, with `shift` added to each angle.
+template <class T>
+program<T> turned_gates(unsigned int n, T shift) {
+    program<T> list(n);
+    const char* const names[] = {"RX", "RY", "RZ", "PH"};
+    for (unsigned int gate = 0; gate < 40; ++gate) {
+        const unsigned int q = gate * 5 % n;
+        list.add_gate(names[gate % 4], {T(gate) / 7 + shift}, {q}, gate % 3 == 0 ? Qubits{(q + 3) % n} : Qubits{});
+    }
+    return list;
+}
+
+}  // namespace
+
+TYPED_TEST(program_run, with_new_angles_equals_a_program_made_with_them) {
+    for (const unsigned int n : {5u, 12u, 15u}) {
+        const auto start = random_state<TypeParam>(n, Values::ordinary);
+        for (const bool fused : {false, true}) {
+            auto list = turned_gates<TypeParam>(n, 0), expected_list = turned_gates<TypeParam>(n, TypeParam(0.25));
+            list.set_fusion(fused);
+            expected_list.set_fusion(fused);
+            LoadedVector<TypeParam> planned(start, 2), expected(start, 2), got(start, 2);
+            list.run(planned);
+            for (unsigned int gate = 0; gate < 40; ++gate) {
+                list.set_params(gate, {TypeParam(gate) / 7 + TypeParam(0.25)});
+            }
+            expected_list.run(expected);
+            list.run(got);
+            EXPECT_TRUE(equal_states(expected, got)) << n << " qubits, fusion " << fused;
+            EXPECT_FALSE(equal_states(planned, got));
+        }
+    }
+}
+
+TYPED_TEST(program_run, refuses_an_angle_for_a_gate_without_one) {
+    program<TypeParam> list(2);
+    list.add_gate("H", {}, {0});
+    EXPECT_THROW(list.set_params(0, {TypeParam(1)}), std::invalid_argument);
+    EXPECT_THROW(list.set_params(1, {TypeParam(1)}), std::out_of_range);
+}
+
+// --- fusion -------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Length of the difference over the length of the expected state.
+template <class T>
+double error(const StateVector<T>& expected, const StateVector<T>& got) {
+    double difference = 0, length = 0;
+    for (unsigned long i = 0; i < expected.size; ++i) {
+        const C<double> e(expected.amplitudes[i].real(), expected.amplitudes[i].imag());
+        const C<double> g(got.amplitudes[i].real(), got.amplitudes[i].imag());
+        difference += thrust::norm(g - e);
+        length += thrust::norm(e);
+    }
+    return std::sqrt(difference / length);
+}
+
+template <class T>
+constexpr double most_error = sizeof(T) == 8 ? 1e-12 : 1e-5;
+
+}  // namespace
+
+TYPED_TEST(fused_run, is_not_the_default) {
+    program<TypeParam> list(3);
+    EXPECT_FALSE(list.fusion());
+    list.set_fusion(true);
+    EXPECT_TRUE(list.fusion());
+}
+
+TYPED_TEST(fused_run, of_1000_random_gates_agrees_up_to_rounding) {
+    for (const unsigned int n : {1u, 2u, 3u, 4u, 6u, 9u, 11u, 12u, 13u, 14u, 16u}) {
+        const auto start = random_state<TypeParam>(n, Values::ordinary, n);
+        for (unsigned int seed = 0; seed < 2; ++seed) {
+            Recorder<TypeParam> recorder(n, 31 * n + seed, Recorder<TypeParam>::unitary);
+            for (int gate = 0; gate < 1000; ++gate) recorder.random_gate();
+            LoadedVector<TypeParam> expected(start, 2);
+            recorder.list.run(expected);
+            recorder.list.set_fusion(true);
+            for (const int threads : {1, 3}) {
+                LoadedVector<TypeParam> got(start, threads);
+                ASSERT_EQ(recorder.list.run(got), 1000u);
+                ASSERT_LE(error<TypeParam>(expected, got), most_error<TypeParam>) << n << " qubits, seed " << seed;
+            }
+        }
+    }
+}
+
+TYPED_TEST(fused_run, leaves_matrices_that_are_not_unitary_as_they_are) {
+    for (const unsigned int n : {3u, 13u}) {
+        const auto start = random_state<TypeParam>(n, Values::ordinary, n);
+        Recorder<TypeParam> recorder(n, n);
+        for (int gate = 0; gate < 30; ++gate) recorder.random_gate();
+        LoadedVector<TypeParam> expected(start), got(start, 2);
+        recorder.list.run(expected);
+        recorder.list.set_fusion(true);
+        recorder.list.run(got);
+        EXPECT_LE(error<TypeParam>(expected, got), most_error<TypeParam>) << n << " qubits";
+    }
+}
+
+TYPED_TEST(fused_run, gives_the_same_bits_for_every_number_of_threads) {
+    const auto start = random_state<TypeParam>(17, Values::ordinary);
+    Recorder<TypeParam> recorder(17, 3, Recorder<TypeParam>::unitary);
+    for (int gate = 0; gate < 200; ++gate) recorder.random_gate();
+    recorder.list.set_fusion(true);
+    LoadedVector<TypeParam> one(start, 1), seven(start, 7);
+    recorder.list.run(one);
+    recorder.list.run(seven);
+    EXPECT_TRUE(equal_states(one, seven));
+}
+
+// Each single gate alone, and each pair on the same and on different qubits: every way to rewrite is met.
+TYPED_TEST(fused_run, of_every_pair_of_gates_agrees_up_to_rounding) {
+    const char* const names[] = {"X",  "Y",  "Z",  "H",  "S",    "T",     "ZtoY", "YtoZ",
+                                 "RX", "RY", "RZ", "PH", "CNOT", "CSIGN", "SWAP"};
+    const auto start = random_state<TypeParam>(3, Values::ordinary);
+    const auto add = [](program<TypeParam>& list, const std::string& name, unsigned int q, TypeParam angle) {
+        const bool turned = name == "RX" || name == "RY" || name == "RZ" || name == "PH";
+        const bool on_two = name == "CNOT" || name == "CSIGN" || name == "SWAP";
+        list.add_gate(name, turned ? std::vector<TypeParam>{angle} : std::vector<TypeParam>{},
+                      on_two ? Qubits{q, (q + 1) % 3} : Qubits{q});
+    };
+    const TypeParam pi = TypeParam(3.14159265358979323846);
+    for (const std::string first : names) {
+        for (const std::string second : names) {
+            for (const std::string third : {"CNOT", "H", "PH"}) {
+                for (const unsigned int q : {0u, 1u, 2u}) {
+                    for (const TypeParam angle : {TypeParam(0.7), TypeParam(-2.1), TypeParam(0), pi, pi / 2, -pi / 2}) {
+                        program<TypeParam> list(3);
+                        add(list, first, 0, angle);
+                        add(list, second, q, -angle / 2);
+                        add(list, third, 0, angle);
+                        LoadedVector<TypeParam> expected(start), got(start);
+                        list.run(expected);
+                        list.set_fusion(true);
+                        list.run(got);
+                        ASSERT_LE(error<TypeParam>(expected, got), most_error<TypeParam>)
+                            << first << ", " << second << ' ' << q << ", " << third << ", angle " << angle;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TYPED_TEST(fused_run, stopped_by_its_hook_leaves_the_state_of_a_prefix) {
+    const unsigned int n = 16;
+    const auto start = random_state<TypeParam>(n, Values::ordinary);
+    Recorder<TypeParam> recorder(n, 8, Recorder<TypeParam>::unitary);
+    for (int gate = 0; gate < 800; ++gate) recorder.random_gate();
+    recorder.list.set_fusion(true);
+    LoadedVector<TypeParam> got(start), expected(start);
+    const unsigned long applied = recorder.list.run(got, [](unsigned long, unsigned long) { return false; });
+    EXPECT_EQ(applied, 16ul * n);
+    recorder.apply(expected, applied);
+    EXPECT_LE(error<TypeParam>(expected, got), most_error<TypeParam>);
+}
+
+TYPED_TEST(fused_run, brings_gates_together_in_fewer_passes) {
+    program<TypeParam> list(20);
+    for (int layer = 0; layer < 4; ++layer) {
+        for (unsigned int q = 0; q < 20; ++q) list.add_gate("RY", {TypeParam(q + 1)}, {q});
+        for (unsigned int q = 0; q < 20; ++q) list.add_gate("RZ", {TypeParam(q + 2)}, {q});
+        for (unsigned int q = 0; q + 1 < 20; ++q) list.add_gate("CNOT", {}, {q, q + 1});
+    }
+    const std::size_t exact = list.plan(20, 2).passes.size();
+    list.set_fusion(true);
+    EXPECT_LT(list.plan(20, 2).passes.size(), exact);
 }

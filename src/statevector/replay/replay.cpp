@@ -8,12 +8,13 @@
 namespace velacamplix::replay {
 
 template <class T>
-schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads)
+schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads, bool fused)
     : nbqbits(qubits),
       nthreads(threads),
       gate_count(operations.size()),
-      all_passes(make_passes(operations, qubits, choose_shape<T>(qubits, storage::team_size(threads)))),
       buffers(nullptr, &pbamplix::aligned_array_delete<thrust::complex<T>>) {
+    const buffer_shape shape = choose_shape<T>(qubits, storage::team_size(threads));
+    all_passes = fused ? make_fused_passes(operations, qubits, shape) : make_passes(operations, qubits, shape);
     for (const auto& pass : all_passes) chunk_size = std::max(chunk_size, pass.chunk_size());
 }
 
@@ -38,11 +39,24 @@ unsigned long schedule<T>::run(thrust::complex<T>* state,
         const auto threads = static_cast<unsigned long>(storage::team_size(nthreads));
         buffers = storage::make_amplitudes<T>(threads * chunk_size);
     }
+    bool stopping = false;
     for (const auto& pass : all_passes) {
         run_pass(pass, state);
-        if (hook && !hook(pass.last, gate_count)) return pass.last;
+        if (hook && !stopping) stopping = !hook(pass.done, gate_count);
+        if (stopping && pass.may_stop_after) return pass.done;
     }
     return gate_count;
+}
+
+template <class T>
+void schedule<T>::replace(unsigned long gate, const gates::operation<T>& op) {
+    const auto pass = std::partition_point(all_passes.begin(), all_passes.end(),
+                                           [gate](const chunk_pass<T>& each) { return each.last <= gate; });
+    if (pass->local == 0) {
+        pass->whole_array = gates::prepare(op, nbqbits);
+    } else {
+        pass->steps[gate - pass->first] = resolve(op, locality(pass->local));
+    }
 }
 
 template class schedule<float>;

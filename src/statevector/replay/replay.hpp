@@ -12,11 +12,14 @@ namespace velacamplix::replay {
 template <class T>
 class schedule {
 public:
-    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads);
+    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false);
 
-    // Between passes the hook hears how many gates have acted and how many there are; false ends the run. Returns the
-    // number of gates that acted, always a prefix of the list.
+    // Between passes the hook hears how many gates have acted and how many there are; false ends the run, with fusion
+    // after the passes that finish the stretch. Returns the number of gates that acted, always a prefix of the list.
     unsigned long run(thrust::complex<T>* state, const std::function<bool(unsigned long, unsigned long)>& hook = {});
+
+    // Takes over a gate whose numbers changed, in a schedule without fusion.
+    void replace(unsigned long gate, const gates::operation<T>& op);
 
     const std::vector<chunk_pass<T>>& passes() const { return all_passes; }
     bool fits(unsigned for_qubits, int for_threads) const { return nbqbits == for_qubits && nthreads == for_threads; }

@@ -25,6 +25,14 @@ unsigned locality::position_of(unsigned bit) const {
 
 template <class T>
 void step<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
+    if (!outside.empty()) {
+        kernels::kernel_call<T> scale = scaling;
+        for (const auto& factors : outside) {
+            scale.coefficients[0] *= (base & factors.bit) != 0 ? factors.one : factors.zero;
+        }
+        kernels::run_serial(scale, buffer);
+    }
+    if (calls.empty()) return;
     const auto& call = calls[variant_mask == 0 ? 0 : index::extract(base, variant_mask)];
     kernels::run_serial(call, buffer);
 }
@@ -99,6 +107,27 @@ void resolve_diagonal(step<T>& result, const operation<T>& op, const locality& w
     }
 }
 
+template <class T>
+void resolve_product(step<T>& result, const operation<T>& op, const locality& where) {
+    operation<T> inner = op;
+    inner.targets.clear();
+    inner.entries.clear();
+    for (std::size_t i = 0; i < op.targets.size(); ++i) {
+        const unsigned long bit = index::bit(op.targets[i]);
+        if ((where.mask() & bit) == 0) {
+            result.outside.push_back({bit, op.entries[2 * i], op.entries[2 * i + 1]});
+            continue;
+        }
+        inner.targets.push_back(where.position_of(op.targets[i]));
+        inner.entries.insert(inner.entries.end(), {op.entries[2 * i], op.entries[2 * i + 1]});
+    }
+    const unsigned long nbqbits = where.bits.size();
+    if (!result.outside.empty()) {
+        result.scaling = kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, {}, thrust::complex<T>(1, 0));
+    }
+    if (!inner.targets.empty()) result.calls.push_back(gates::prepare(inner, nbqbits));
+}
+
 }  // namespace
 
 template <class T>
@@ -106,6 +135,10 @@ step<T> resolve(const operation<T>& op, const locality& where) {
     step<T> result;
     if (op.kind == gate_kind::z || op.kind == gate_kind::s || op.kind == gate_kind::t || op.kind == gate_kind::ph) {
         resolve_phase(result, op, where);
+        return result;
+    }
+    if (op.kind == gate_kind::product) {
+        resolve_product(result, op, where);
         return result;
     }
     if (op.is_diagonal() && (op.target_mask() & ~where.mask()) != 0) {

@@ -18,6 +18,13 @@ struct locality {
     unsigned position_of(unsigned bit) const;
 };
 
+// The factors that a diagonal has for a bit outside the buffer.
+template <class T>
+struct outside_factors {
+    unsigned long bit;
+    thrust::complex<T> zero, one;
+};
+
 // A gate prepared for buffers of one locality. A buffer is told apart from the others by its base: the state index of
 // its first amplitude, with zeros at the local bits.
 template <class T>
@@ -25,6 +32,8 @@ struct step {
     unsigned long required = 0;      // the gate acts on buffers whose base has these bits, its controls outside
     unsigned long variant_mask = 0;  // targets of a diagonal gate outside the buffer: they choose among the calls
     std::vector<kernels::kernel_call<T>> calls;
+    std::vector<outside_factors<T>> outside;  // for a product: together they are one factor of the whole buffer
+    kernels::kernel_call<T> scaling;          // multiplies by it
 
     bool acts_on(unsigned long base) const { return (base & required) == required; }
     void run(thrust::complex<T>* buffer, unsigned long base) const;

@@ -1,0 +1,199 @@
+#include "statevector/replay/fusion.hpp"
+
+#include "statevector/index/bits.hpp"
+#include "statevector/replay/one_qubit_unitary.hpp"
+#include "statevector/replay/simplify.hpp"
+
+namespace velacamplix::replay {
+namespace {
+
+using gates::gate_kind;
+using gates::operation;
+using complex = std::complex<double>;
+
+template <class T>
+struct qubit_use {
+    unsigned long mixed;     // values mixed
+    unsigned long diagonal;  // values only read
+
+    explicit qubit_use(const operation<T>& op) {
+        mixed = op.is_diagonal() ? 0 : op.target_mask();
+        diagonal = (op.target_mask() | op.controls) & ~mixed;
+    }
+};
+
+// Gates that wait for a later pass. A gate may overtake them if the two share only qubits that both merely read.
+struct waiting_gates {
+    unsigned long mixed = 0;
+    unsigned long diagonal = 0;
+
+    template <class T>
+    bool may_be_overtaken_by(const qubit_use<T>& use) const {
+        return (use.mixed & (mixed | diagonal)) == 0 && (use.diagonal & mixed) == 0;
+    }
+    template <class T>
+    void add(const qubit_use<T>& use) {
+        mixed |= use.mixed;
+        diagonal |= use.diagonal;
+    }
+};
+
+unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
+
+// One pass after another takes, from first to last, every gate that fits into its buffer and may overtake what was
+// left behind.
+template <class T>
+std::vector<gate_group<T>> group(std::vector<operation<T>> operations, unsigned nbqbits, buffer_shape shape) {
+    const unsigned places = std::min(shape.local_bits, nbqbits);
+    const unsigned long always = index::low_bits(std::min(shape.run_bits, places));
+    std::vector<gate_group<T>> groups;
+    while (!operations.empty()) {
+        gate_group<T> next;
+        next.local = always;
+        waiting_gates waiting;
+        std::vector<operation<T>> left;
+        for (operation<T>& op : operations) {
+            const qubit_use<T> use(op);
+            if (waiting.may_be_overtaken_by(use) && count_bits(next.local | use.mixed) <= places) {
+                next.local |= use.mixed;
+                next.operations.push_back(std::move(op));
+            } else {
+                waiting.add(use);
+                left.push_back(std::move(op));
+            }
+        }
+        if (next.operations.empty()) {  // the first gate mixes more than a buffer holds
+            next.local = 0;
+            next.operations.push_back(std::move(left.front()));
+            left.erase(left.begin());
+        } else {
+            next.local = fill_up(next.local, nbqbits, places);
+        }
+        groups.push_back(std::move(next));
+        operations = std::move(left);
+    }
+    return groups;
+}
+
+template <class T>
+bool is_diagonal_on_one_qubit(const operation<T>& op) {
+    return op.is_diagonal() && op.kind != gate_kind::product && op.targets.size() == 1 && op.controls == 0;
+}
+
+// Holds back diagonals on single qubits until a gate mixes their qubit.
+template <class T>
+class diagonal_collector {
+public:
+    explicit diagonal_collector(unsigned nbqbits) : held_(nbqbits) {}
+
+    // Appends the group with the diagonals that its gates force out. Before a gate over the whole array each of them is
+    // a group of its own.
+    void collect(gate_group<T> group, std::vector<gate_group<T>>& to) {
+        std::vector<operation<T>> result;
+        for (operation<T>& op : group.operations) {
+            if (is_diagonal_on_one_qubit(op)) {
+                hold(op);
+                continue;
+            }
+            const unsigned long forced = qubit_use<T>(op).mixed & held_mask_;
+            if (forced != 0) release(forced, group.local, result);
+            result.push_back(std::move(op));
+        }
+        if (group.local == 0) {
+            for (operation<T>& op : result) to.push_back({{std::move(op)}, 0});
+        } else if (!result.empty()) {
+            to.push_back({std::move(result), group.local});
+        }
+    }
+
+    // What is still held in the end, as one gate; on no qubit when nothing is.
+    operation<T> rest() {
+        if (std::abs(phase_ - complex(1)) > 1e-15) {
+            held_[0].zero *= phase_;
+            held_[0].one *= phase_;
+            held_mask_ |= 1;
+        }
+        return product_of(held_mask_);
+    }
+
+private:
+    // A product reads a factor for every amplitude; so many phases on half of the amplitudes cost as much.
+    static constexpr unsigned fewest_for_a_product = 4;
+
+    void hold(const operation<T>& op) {
+        const one_qubit_unitary u = matrix_of(op);
+        factor_pair& f = held_[op.targets[0]];
+        f.zero *= u.m00;
+        f.one *= u.m11;
+        held_mask_ |= index::bit(op.targets[0]);
+    }
+
+    // Before a gate that mixes the qubits `forced`: all that is local goes along when it is much.
+    void release(unsigned long forced, unsigned long local, std::vector<operation<T>>& to) {
+        const unsigned long along = held_mask_ & local;
+        if (count_bits(along) >= fewest_for_a_product) {
+            to.push_back(product_of(along));
+            return;
+        }
+        for (; forced != 0; forced &= forced - 1) {
+            const auto q = static_cast<unsigned>(std::countr_zero(forced));
+            const complex ratio = held_[q].one / held_[q].zero;
+            phase_ *= held_[q].zero;
+            held_[q] = {};
+            held_mask_ &= ~index::bit(q);
+            if (std::abs(ratio - complex(1)) <= 1e-15) continue;
+            operation<T> op;
+            op.kind = gate_kind::ph;
+            op.targets = {q};
+            op.coefficients[0] = thrust::complex<T>(static_cast<T>(ratio.real()), static_cast<T>(ratio.imag()));
+            to.push_back(std::move(op));
+        }
+    }
+
+    operation<T> product_of(unsigned long qubits) {
+        operation<T> op;
+        op.kind = gate_kind::product;
+        for (; qubits != 0; qubits &= qubits - 1) {
+            const auto q = static_cast<unsigned>(std::countr_zero(qubits));
+            op.targets.push_back(q);
+            for (const complex f : {held_[q].zero, held_[q].one}) {
+                op.entries.push_back({static_cast<T>(f.real()), static_cast<T>(f.imag())});
+            }
+            held_[q] = {};
+            held_mask_ &= ~index::bit(q);
+        }
+        return op;
+    }
+
+    std::vector<factor_pair> held_;
+    unsigned long held_mask_ = 0;
+    complex phase_ = 1;
+};
+
+}  // namespace
+
+template <class T>
+std::vector<gate_group<T>> fuse(const std::vector<operation<T>>& operations, unsigned long begin, unsigned long end,
+                                unsigned nbqbits, buffer_shape shape) {
+    diagonal_collector<T> collector(nbqbits);
+    std::vector<gate_group<T>> groups;
+    for (gate_group<T>& each : group(simplify(operations, begin, end), nbqbits, shape)) {
+        collector.collect(std::move(each), groups);
+    }
+    operation<T> rest = collector.rest();
+    if (!rest.targets.empty()) {
+        if (groups.empty() || groups.back().local == 0) {
+            const unsigned places = std::min(shape.local_bits, nbqbits);
+            groups.push_back({{}, fill_up(0, nbqbits, places)});
+        }
+        groups.back().operations.push_back(std::move(rest));
+    }
+    return groups;
+}
+
+template std::vector<gate_group<float>> fuse(const std::vector<operation<float>>&, unsigned long, unsigned long,
+                                             unsigned, buffer_shape);
+template std::vector<gate_group<double>> fuse(const std::vector<operation<double>>&, unsigned long, unsigned long,
+                                              unsigned, buffer_shape);
+
+}  // namespace velacamplix::replay

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "statevector/gates/operation.hpp"
+
+#include <complex>
+
+namespace velacamplix::replay {
+
+// The matrix of gates on one qubit, in double precision whatever the state's.
+struct one_qubit_unitary {
+    using complex = std::complex<double>;
+    complex m00 = 1, m01 = 0, m10 = 0, m11 = 1;
+
+    bool is_diagonal() const;
+    bool is_identity() const;
+    bool is_unitary() const;
+    one_qubit_unitary after(const one_qubit_unitary& earlier) const;
+};
+
+// diag(first, second), or a factor for bit 0 and one for bit 1.
+struct factor_pair {
+    std::complex<double> zero = 1, one = 1;
+    bool is_identity() const;
+};
+
+enum class rotation { none, x, h, rx, ry };
+
+// u = diag(last) * rotation * diag(1, first): every unitary has this form, and the rotations take the fewest products.
+// The rotation is ((cosine, -sine), (sine, cosine)) for ry, ((cosine, -i sine), (-i sine, cosine)) for rx.
+struct decomposition {
+    std::complex<double> first = 1;
+    rotation middle = rotation::none;
+    double cosine = 1, sine = 0;
+    factor_pair last;
+};
+decomposition decompose(const one_qubit_unitary& u, double tolerance);
+
+// What an operation with one target does to it where its controls are 1.
+template <class T>
+one_qubit_unitary matrix_of(const gates::operation<T>& op);
+
+}  // namespace velacamplix::replay

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "statevector/gates/operation.hpp"
+
+#include <vector>
+
+namespace velacamplix::replay {
+
+// Rewrites a list of gates into one that does the same up to rounding with less work. Neighbouring gates on one qubit
+// become one, written as a diagonal, a rotation with few products, and a diagonal; diagonals wait as long as nothing
+// mixes their qubit; a phase between two equal CNOTs becomes a controlled phase.
+template <class T>
+std::vector<gates::operation<T>> simplify(const std::vector<gates::operation<T>>& operations, unsigned long begin,
+                                          unsigned long end);
+
+}  // namespace velacamplix::replay
