@@ -98,7 +98,8 @@ buffer_shape choose_shape(unsigned nbqbits, int threads) {
     auto chunk_bits =
         static_cast<unsigned>(std::bit_width(first_level_cache_bytes() * 2 / 3 / sizeof(thrust::complex<T>))) - 1;
     // Enough chunks for every thread, where a second thread pays at all.
-    if (threads > 1 && nbqbits > chunk_bits) chunk_bits = std::min(chunk_bits, nbqbits - 2);
+    const bool shared = threads > 1 && (sizeof(thrust::complex<T>) << nbqbits) >= storage::worthwhile_bytes;
+    if (shared && nbqbits > chunk_bits) chunk_bits = std::min(chunk_bits, nbqbits - 2);
     return {line_bits<T> + 3, chunk_bits};
 }
 
