@@ -1,0 +1,142 @@
+#!/usr/bin/env python3
+"""Looks into wheels and source distributions, installs each into a fresh environment, and runs tests there.
+
+Usage: check_wheel.py WHEEL_OR_SDIST...
+
+The tests are copied to a folder of their own, so that the installed package alone can be what they import. Those that
+need no more than the package's own dependencies and pytest are run.
+"""
+import os
+import pathlib
+import platform
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import zipfile
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+LEVELS = {"x86-64": "-AVX2", "x86-64-v3": "-AVX512F", "x86-64-v4": ""}
+
+# Files of python/tests; what they import beside the package must be the package's own dependency.
+TESTS = [
+    "test_statevector.py",
+    "test_statevector_array.py",
+    "test_statevector_matrix.py",
+    "test_sampling.py",
+    "test_copies.py",
+    "test_expectations.py",
+    "test_single_precision.py",
+    "test_threads.py",
+    "test_memory.py",
+    "test_processes.py",
+    "test_qasm_examples.py",
+    "test_cli.py",
+]
+
+
+class Refused(Exception):
+    """What was built is not what it should be."""
+
+
+def run(*command, **options):
+    ended = subprocess.run([str(word) for word in command], capture_output=True, text=True, **options)
+    if ended.returncode != 0:
+        raise Refused(f"{' '.join(map(str, command))} failed:\n{ended.stdout}{ended.stderr}")
+    return ended.stdout
+
+
+def expected_libraries():
+    """Where the library's variants stand below the package, with the part of the name that carries no version."""
+    folders = ["lib/"]
+    if platform.machine() in ("x86_64", "AMD64"):
+        folders += [f"lib/glibc-hwcaps/{level}/" for level in LEVELS if level != "x86-64"]
+    return folders
+
+
+def look_into_wheel(wheel, folder):
+    """Check the names in a wheel and the run path of its extension."""
+    with zipfile.ZipFile(wheel) as archive:
+        names = archive.namelist()
+        archive.extractall(folder)
+    package = [name[len("velacamplix/"):] for name in names if name.startswith("velacamplix/")]
+    for needed in ("py.typed", "_core.pyi", "qasm/grammar.lark", "__init__.py"):
+        if needed not in package:
+            raise Refused(f"{wheel.name} lacks velacamplix/{needed}")
+    for place in expected_libraries():
+        if not any(re.fullmatch(re.escape(place) + r"libvelacamplix\.so\.\d+", name) for name in package):
+            raise Refused(f"{wheel.name} lacks the library in velacamplix/{place}")
+    strangers = [name for name in names if not re.match(r"velacamplix(-[^/]*\.dist-info)?/", name)]
+    if strangers:
+        raise Refused(f"{wheel.name} also holds {strangers}")
+
+    extensions = [name for name in package if re.fullmatch(r"_core\..*\.so", name)]
+    if len(extensions) != 1:
+        raise Refused(f"{wheel.name} should hold one extension module, not {extensions}")
+    dynamic = run("readelf", "--dynamic", folder / "velacamplix" / extensions[0])
+    if "(RUNPATH)" not in dynamic or "[$ORIGIN/lib]" not in dynamic or "(RPATH)" in dynamic:
+        raise Refused(f"the run path of {extensions[0]} is not $ORIGIN/lib alone:\n{dynamic}")
+    for name in package:
+        if name not in extensions and ".so" in name:
+            if "PATH)" in run("readelf", "--dynamic", folder / "velacamplix" / name):
+                raise Refused(f"{name} has a run path; it needs nothing but the system's libraries")
+    print(f"{wheel.name}: {len(names)} files, run path $ORIGIN/lib, library in {', '.join(expected_libraries())}")
+
+
+def fresh_environment(folder, archive):
+    """Make an environment with the archive and pytest; give its interpreter."""
+    run(sys.executable, "-m", "venv", folder)
+    python = folder / "bin" / "python"
+    run(python, "-m", "pip", "install", "--quiet", "--disable-pip-version-check", "pytest", archive, cwd=folder)
+    return python
+
+
+def levels_of(python, folder, environment):
+    """Load the library as processors of each level would; give what it says of itself."""
+    found = set()
+    for mask in LEVELS.values():
+        tunables = {"GLIBC_TUNABLES": f"glibc.cpu.hwcaps={mask}"} if mask else {}
+        code = "from velacamplix import _core; print(_core.instruction_set())"
+        found.add(run(python, "-c", code, cwd=folder, env={**environment, **tunables}).strip())
+    return sorted(found)
+
+
+def check(archive):
+    print(f"== {archive.name}")
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        if archive.suffix == ".whl":
+            look_into_wheel(archive, folder / "inside")
+        python = fresh_environment(folder / "environment", archive.resolve())
+        tests = folder / "place" / "python" / "tests"
+        shutil.copytree(ROOT / "python" / "tests", tests, ignore=shutil.ignore_patterns("__pycache__", ".*"))
+        shutil.copytree(ROOT / "examples", folder / "place" / "examples")
+        environment = {key: value for key, value in os.environ.items() if key not in ("PYTHONPATH", "LD_LIBRARY_PATH")}
+
+        place = run(python, "-c", "import velacamplix; print(velacamplix.__file__)", cwd=tests, env=environment)
+        if str(folder / "environment") not in place:
+            raise Refused(f"the package was imported from {place}")
+        print("instruction sets that can be chosen here:", *levels_of(python, folder, environment))
+        command = [python, "-m", "pytest", "-q", "-p", "no:cacheprovider", "-rs", *TESTS]
+        if subprocess.run(command, cwd=tests, env=environment).returncode != 0:
+            raise Refused(f"tests fail with what {archive.name} installs")
+        run(folder / "environment" / "bin" / "velacamplix", "info", cwd=folder, env=environment)
+
+
+def main(archives):
+    if not archives:
+        print(__doc__)
+        return 2
+    try:
+        for archive in archives:
+            check(pathlib.Path(archive))
+    except Refused as reason:
+        print(reason, file=sys.stderr)
+        return 1
+    print(f"{len(archives)} archives are in order")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
