@@ -56,15 +56,15 @@ def test_the_end_is_told_once_also_where_shots_part():
 
 
 def test_branches_count_by_their_share_of_the_shots():
-    circuit = Circuit(18, 3)
+    circuit = Circuit(20, 3)
     for bit in range(3):
-        for step in layers(18, 3):
+        for step in layers(20, 5):
             circuit.append(step)
         circuit.measure(0, bit)
     told = []
     run(circuit.h(0), shots=1000, seed=1, progress=told.append)
     done = [progress.done for progress in told]
-    assert len(done) > 3 and done == sorted(done) and done[-1] == told[-1].total == 3 * 3 * 35 + 1
+    assert len(done) > 3 and done == sorted(done) and done[-1] == told[-1].total == 3 * 5 * 39 + 1
 
 
 @pytest.mark.parametrize("circuit", [Circuit(0), Circuit(3), Circuit(2, 2).measure([0, 1], [0, 1])])
@@ -171,10 +171,14 @@ def layers(n, count, n_clbits=0):
 
 def lasting(n, seconds):
     # So many layers that running them takes about this long here and now.
-    trial = layers(n, 4)
-    start = time.perf_counter()
-    StateVector(n).run(trial)
-    return layers(n, max(4, round(4 * seconds / (time.perf_counter() - start))))
+    count, taken = 4, 0
+    while taken < 0.3:
+        count *= 2
+        trial, state = layers(n, count), StateVector(n)
+        start = time.perf_counter()
+        state.run(trial)
+        taken = time.perf_counter() - start
+    return layers(n, round(count * seconds / taken))
 """
 
 
@@ -188,10 +192,10 @@ def process(script, **environment):
 
 
 def interrupted(script):
-    """Send Ctrl-C half a second after the script says so; return what it prints and how long it took to react."""
+    """Send Ctrl-C a second after the script says so; return what it prints and how long it took to react."""
     child = process(script)
     assert child.stdout.readline() == b"running\n", child.communicate()
-    time.sleep(0.5)
+    time.sleep(1)
     child.send_signal(signal.SIGINT)
     sent = time.perf_counter()
     out, err = child.communicate(timeout=60)
@@ -200,7 +204,7 @@ def interrupted(script):
 
 def test_ctrl_c_stops_a_state_between_passes():
     out, err, status, seconds = interrupted("""
-        circuit, state = lasting(20, 120), StateVector(20)
+        circuit, state = lasting(20, 60), StateVector(20)
         print("running", flush=True)
         try:
             state.run(circuit)
@@ -226,7 +230,7 @@ def test_ctrl_c_ends_a_run_at_once(arguments):
     out, err, status, seconds = interrupted(f"""
         def print_nothing(progress):
             pass
-        circuit = lasting(18, 120)
+        circuit = lasting(22, 60)
         print("running", flush=True)
         run({arguments})
     """)
@@ -252,7 +256,7 @@ def test_a_signal_handler_may_end_a_run_or_let_it_go_on():
         import signal
         caught = []
         signal.signal(signal.SIGINT, lambda number, frame: caught.append(number))
-        circuit = lasting(18, 2.5)
+        circuit = lasting(18, 6)
         print("running", flush=True)
         state = StateVector(18).run(circuit)
         print(len(caught), round(float(np.linalg.norm(state.array)), 6))
@@ -303,10 +307,10 @@ import signal
 def stop(number, frame):
     raise TimeoutError("enough")
 signal.signal(signal.SIGALRM, stop)
-circuit = lasting(18, 60)
-signal.setitimer(signal.ITIMER_REAL, 2)
+circuit = lasting(20, 60)
+signal.setitimer(signal.ITIMER_REAL, 4)
 try:
-    StateVector(18).run(circuit, progress=True)
+    StateVector(20).run(circuit, progress=True)
 except TimeoutError as error:
     sys.stderr.write(f"{error}!")
 """)
