@@ -106,6 +106,7 @@ def test_probabilities_as_json(command, write):  # noqa: F811
         "gates": 3,
         "precision": "double",
         "threads": 2,
+        "passes": 1,
         "outcomes_of": "the measured bits",
         "labels": ["c[0]", "c[1]", "c[2]"],
         "observables": [{"observable": "Z0 Z1"}],
@@ -157,11 +158,11 @@ def test_an_observable_on_more_qubits(command, write):  # noqa: F811
 
 @pytest.mark.parametrize("arguments", [(), ("--json", "--shots", 10)])
 def test_failures_print_no_results(arguments, command, write):  # noqa: F811
-    failed(command("run", write("qreg q[2];\nreset q[0];\n"), *arguments), 5, "instruction 0")
-    failed(command("run", write("qreg q[2]\n"), *arguments), 3, "circuit.qasm:")
-    failed(command("run", write("qreg q[50];\n"), *arguments), 4, "largest n that fits")
+    failed(command("run", write("qreg q[2]\n"), *arguments), 1, "circuit.qasm:")
+    failed(command("run", write("qreg q[50];\nh q;\n"), *arguments), 1, "largest n that fits")
 
 
 def test_an_observable_beyond_single_precision(command, write):  # noqa: F811
-    ended = command("run", write(GHZ), "--precision", "single", "--observable", "1e300*Z0")
-    failed(ended, 5, "a coefficient must fit single precision")
+    # Sums are formed in double precision whatever the state's.
+    ended = command("run", write("qreg q[1];\n"), "--precision", "single", "--observable", "1e300*Z0")
+    assert ended.returncode == 0 and ended.stdout.splitlines()[-1].split() == ["1e300*Z0", "1e+300"]

@@ -26,6 +26,6 @@ def imported(module: str, purpose: str) -> Any:
         return importlib.import_module(module)
     except ImportError as error:
         # A package that is there but broken says itself what it lacks.
-        if error.name not in (None, package, module):
+        if (error.name or package).partition(".")[0] != package:
             raise
         raise ImportError(f"{purpose} needs {package}; install it with: pip install {package}") from None

@@ -10,8 +10,11 @@ if TYPE_CHECKING:
     from .statevector import StateVector
 
 _PIECE = 2**18
-# The square of a few units in the last place of an amplitude, by the type of the values that are read.
-_NOISE = {"d": 1e-28, "D": 1e-28, "f": 1e-11, "F": 1e-11}
+# The square of a few units in the last place of an amplitude, by the precision of the state.
+_NOISE = {"double": 1e-28, "single": 1e-11}
+# How many of the 52 digits of a probability are ignored where outcomes are ranked: a little less than half of those that
+# the precision of the state gives, and all that it does not give.
+_IGNORED = {"double": 22, "single": 39}
 
 
 def most_probable(state: StateVector, count: int, qubits: Sequence[int]) -> List[Tuple[str, float]]:
@@ -31,22 +34,22 @@ def most_probable(state: StateVector, count: int, qubits: Sequence[int]) -> List
         if len(qubits) < state.n_qubits:
             raise
     else:
-        best = _best_of(probabilities, count, np.asarray)
+        best = _best_of(probabilities, count, state.precision, _doubles)
         return [(format(index, f"0{len(qubits)}b") if qubits else "", probability) for index, probability in best]
     # Every outcome is one amplitude, so no sum has to be formed and each piece of the array serves on the way. "Lower
     # number" then means that of the index.
-    best = _best_of(state.array, count, _squares)
+    best = _best_of(state.array, count, state.precision, _squares)
     return [("".join(str(index >> qubit & 1) for qubit in qubits), probability) for index, probability in best]
 
 
 def _best_of(
-    values: np.ndarray, count: int, probabilities: Callable[[np.ndarray], np.ndarray]
+    values: np.ndarray, count: int, precision: str, probabilities: Callable[[np.ndarray], np.ndarray]
 ) -> List[Tuple[int, float]]:
     best: List[Tuple[float, int, float]] = []  # rank, position, probability
     for start in range(0, len(values), _PIECE):
         piece = probabilities(values[start : start + _PIECE])
-        ranks = _without_rounding(piece)
-        floor = best[-1][0] if len(best) == count else _NOISE[values.dtype.char]
+        ranks = _without_rounding(piece, _IGNORED[precision])
+        floor = best[-1][0] if len(best) == count else _NOISE[precision]
         candidates = np.flatnonzero(ranks > floor)
         if len(candidates) > count:
             # Everything above the last place, and of those that share it the first ones.
@@ -59,13 +62,16 @@ def _best_of(
     return [(position, probability) for _, position, probability in best]
 
 
-def _without_rounding(probabilities: np.ndarray) -> np.ndarray:
-    """Round to a little more than half of the leading bits, so that what should be equal is equal."""
-    bits, dropped = (np.int64, 22) if probabilities.dtype == np.float64 else (np.int32, 10)
-    numbers = np.ascontiguousarray(probabilities).view(bits)
-    return ((numbers + (1 << (dropped - 1))) >> dropped << dropped).view(probabilities.dtype)
+def _without_rounding(probabilities: np.ndarray, ignored: int) -> np.ndarray:
+    """Round away the last binary digits, so that what should be equal is equal."""
+    numbers = np.ascontiguousarray(probabilities).view(np.int64)
+    return ((numbers + (1 << (ignored - 1))) >> ignored << ignored).view(np.float64)
+
+
+def _doubles(probabilities: np.ndarray) -> np.ndarray:
+    return probabilities.astype(np.float64, copy=False)
 
 
 def _squares(amplitudes: np.ndarray) -> np.ndarray:
-    return amplitudes.real**2 + amplitudes.imag**2
-
+    squares: np.ndarray = _doubles(amplitudes.real) ** 2 + _doubles(amplitudes.imag) ** 2
+    return squares

@@ -12,7 +12,8 @@ from typing import Any, List, Optional, Tuple
 import numpy as np
 
 from . import _core, _machine, _memory
-from ._results import Expectation, Results, as_json
+from ._results import Expectation, Results, as_json, by_frequency, rest_of
+from ._words import counted as _counted
 
 
 def run(name: str, results: Results, top: int) -> None:
@@ -20,28 +21,29 @@ def run(name: str, results: Results, top: int) -> None:
     print(f"{name}: {_counted(results.n_qubits, 'qubit')}, {_counted(results.gates, 'gate')}")
     print(f"{results.precision} precision, {_counted(results.threads, 'thread')}, {_duration(results.seconds)}")
     print()
-    if results.shots is not None:
-        number, seed, counts = results.shots
-        title = f"{_counted(number, 'shot')}, seed {seed}: outcomes of {results.whole}, leftmost first"
-        frequent = list(counts.items())[:top]
+    if results.counts is not None:
+        number = results.counts.shots
+        title = f"{_counted(number, 'shot')}, seed {results.seed}: outcomes of {results.whole}, leftmost first"
+        frequent = by_frequency(results.counts)[:top]
         others = number - sum(count for _, count in frequent)
         rows = [(outcome, count / number, str(count)) for outcome, count in frequent]
         rest = str(others) if others else None
     else:
-        assert results.probabilities is not None and results.others is not None  # there are no shots
+        assert results.probabilities is not None  # there are no shots
         title = f"most probable outcomes of {results.whole}, leftmost first"
-        rows = [(outcome, probability, _number(probability)) for outcome, probability in results.probabilities]
-        rest = _number(results.others) if results.others else None
+        rows = [(outcome, probability, _number(probability)) for outcome, probability in results.probabilities[:top]]
+        left_over = rest_of(results, top)
+        rest = _number(left_over) if left_over else None
     print(f"{title}: {_shortened(results.labels)}")
     _bars(rows, rest)
     if results.expectations:
         print()
-        _expectations(results.expectations)
+        _expectations(results.expectations, results.is_mean)
 
 
-def run_as_json(name: str, results: Results) -> None:
+def run_as_json(name: str, results: Results, top: int) -> None:
     """Print the same as one object."""
-    print(json.dumps(as_json(name, results), indent=2))
+    print(json.dumps(as_json(name, results, top), indent=2))
 
 
 def info() -> None:
@@ -94,9 +96,10 @@ def _bars(rows: List[Tuple[str, float, str]], rest: Optional[str]) -> None:
         print(f"{'others':<{column}}  {rest:>{digits}}")
 
 
-def _expectations(expectations: List[Expectation]) -> None:
+def _expectations(expectations: List[Expectation], is_mean: bool) -> None:
     from_shots = expectations[0].estimate is not None
-    print("expectation values" + (", exact and from the same number of shots per term" if from_shots else ""))
+    details = ", exact and from the same number of shots per term" if from_shots else ""
+    print("expectation values" + (", means over the shots" if is_mean else details))
     column = max(len(expectation.text) for expectation in expectations)
     exact = [_value(expectation.value) for expectation in expectations]
     digits = max(map(len, exact))
@@ -137,10 +140,6 @@ def _number(probability: float) -> str:
 
 def _duration(seconds: float) -> str:
     return f"{seconds:.2f} s" if seconds >= 1 else f"{seconds * 1e3:.1f} ms"
-
-
-def _counted(count: int, noun: str) -> str:
-    return f"{count} {noun}" + ("" if count == 1 else "s")
 
 
 def _library_path() -> str:

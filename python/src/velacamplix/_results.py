@@ -2,25 +2,24 @@
 
 from __future__ import annotations
 
-import time
 from typing import Any, Dict, Iterable, List, NamedTuple, Optional, Sequence, Tuple, Union
 
+from . import _observed, _plot_bars
 from ._expectations import Estimate
 from ._outcomes import most_probable
+from ._segments import Measurement, Reset, cut
 from .circuit import Circuit
+from .counts import Counts
 from .observable import Observable
-from .statevector import StateVector
+from .result import Plan, Result, Timings
+from .running import run
 
 # Below this, what the listed outcomes leave over is rounding.
 _ROUNDING = {"single": 1e-4, "double": 1e-9}
 
 
-class Shots(NamedTuple):
-    """Counts of outcomes, the most frequent first."""
-
-    number: int
-    seed: int
-    counts: Dict[str, int]
+class NeedsShots(ValueError):
+    """The outcomes of a circuit have no distribution that one state tells."""
 
 
 class Expectation(NamedTuple):
@@ -35,82 +34,146 @@ class Results(NamedTuple):
     """Everything about one run of a circuit.
 
     Outcomes are texts with one character per label. `probabilities` are those of the most probable outcomes, and
-    `others` what they leave over; both are None if there were shots.
+    `others` what they leave over; both are None if there were shots. `is_mean` tells that expectation values are means
+    over shots that ended in different states.
     """
 
     n_qubits: int
     gates: int
     precision: str
     threads: int
-    seconds: float
+    timings: Timings
+    plan: Plan
     whole: str
     labels: List[str]
     probabilities: Optional[List[Tuple[str, float]]]
     others: Optional[float]
-    shots: Optional[Shots]
+    counts: Optional[Counts]
+    seed: Optional[int]
     expectations: List[Expectation]
+    is_mean: bool
+
+    @property
+    def seconds(self) -> float:
+        """How long the gates took, with their preparation."""
+        return self.timings.compile + self.timings.simulate
 
 
 def collect(
     circuit: Circuit,
     precision: str,
     threads: int,
-    top: int,
+    most: int,
     shots: Optional[int],
     seed: Optional[int],
     observables: Sequence[Tuple[str, Observable]],
+    progress: bool,
 ) -> Results:
-    """Run `circuit`, draw shots if there are to be any, and evaluate the observables."""
-    start = time.perf_counter()
-    state = StateVector(circuit.n_qubits, precision, threads, seed).run(circuit)
-    seconds = time.perf_counter() - start
+    """Run `circuit`, draw shots or find the `most` probable outcomes, and evaluate the observables.
 
-    measured = _measured(circuit)
-    if measured:
-        whole, qubits, labels = "the measured bits", list(measured.values()), _names(circuit, "classical", measured)
-    else:
-        qubits = list(range(circuit.n_qubits))
-        whole, labels = "all qubits", _names(circuit, "quantum", qubits)
-    # A qubit that was measured twice fills two places of an outcome, but is read once.
-    distinct = list(dict.fromkeys(qubits))
-    places = [distinct.index(qubit) for qubit in qubits]
+    Raises
+    ------
+    NeedsShots
+        If there are to be no shots, but the circuit measures or resets in its middle or asks for classical bits.
+    """
+    readings = _readings(circuit, need_all=shots is None)
+    known = [observable for _, observable in observables]
+    result = run(circuit, shots, seed, threads, precision, known or None, progress=progress)
 
-    def spread(outcome: str) -> str:
-        return "".join(outcome[place] for place in places)
-
-    probabilities = others = drawn = None
+    probabilities = others = counts = None
     if shots is None:
-        best = most_probable(state, top, distinct)
-        probabilities = [(spread(outcome), probability) for outcome, probability in best]
-        rest = 1 - sum(probability for _, probability in best)
-        others = rest if len(best) == top and rest > _ROUNDING[precision] else 0.0
+        probabilities = _most_probable(result, most, list(readings.values()) if readings else None)
+        rest = 1 - sum(probability for _, probability in probabilities)
+        others = rest if len(probabilities) == most and rest > _ROUNDING[precision] else 0.0
     else:
-        counts = state.counts(shots, distinct)
-        ranked = sorted(counts.items(), key=lambda entry: (-entry[1], entry[0]))
-        drawn = Shots(shots, state.seed, {spread(outcome): count for outcome, count in ranked})
+        counts = result.counts
+    bits = list(readings) if readings else None
+    if counts is not None and bits is not None:
+        counts = counts.marginal(bits)
 
-    expectations = [
-        Expectation(text, state.expectation(known), None if shots is None else state.estimate(known, shots))
-        for text, known in observables
-    ]
-    gates = sum(step.is_gate for step in circuit)
     return Results(
         circuit.n_qubits,
-        gates,
+        sum(step.is_gate for step in circuit),
         precision,
-        state.threads,
-        seconds,
-        whole,
-        labels,
+        result.threads,
+        result.timings,
+        result.plan,
+        "all qubits" if bits is None else "the measured bits",
+        _names(circuit, "quantum", range(circuit.n_qubits)) if bits is None else _names(circuit, "classical", bits),
         probabilities,
         others,
-        drawn,
-        expectations,
+        counts,
+        result.seed,
+        _expectations(result, observables, shots),
+        not result.has_state,
     )
 
 
-def as_json(name: str, results: Results) -> Dict[str, Any]:
-    """Return the same as what JSON can hold. Counts are complete."""
+def _readings(circuit: Circuit, need_all: bool) -> Dict[int, int]:
+    """Return the qubit that each written classical bit holds in the end, by increasing bit.
+
+    Where shots are drawn, only the bits are asked for, and what a bit holds may differ from shot to shot.
+    """
+    holds: Dict[int, int] = {}
+    for step in cut(list(circuit.basic_instructions()), []).steps:
+        is_in_the_middle = isinstance(step, Reset) or (isinstance(step, Measurement) and bool(step.now))
+        if need_all and (is_in_the_middle or step.condition is not None):
+            raise NeedsShots(
+                "the circuit measures, resets or asks for bits in its middle, so outcomes must be drawn: give --shots N"
+            )
+        if isinstance(step, Measurement):
+            holds.update((clbit, qubit) for qubit, clbit in [*step.now, *step.later])
+    return dict(sorted(holds.items()))
+
+
+def _most_probable(result: Result, most: int, qubits: Optional[List[int]]) -> List[Tuple[str, float]]:
+    """Return the most probable outcomes of the listed qubits of the circuit, by default of all of them."""
+    wanted = list(range(result.n_qubits)) if qubits is None else qubits
+    # A qubit that was measured twice fills two places of an outcome, but is read once; one without gates is 0.
+    place_in_state = {qubit: place for place, qubit in enumerate(result.active_qubits)}
+    distinct = [qubit for qubit in dict.fromkeys(wanted) if qubit in place_in_state]
+    column = {qubit: i for i, qubit in enumerate(distinct)}
+    best = most_probable(result.state, most, [place_in_state[qubit] for qubit in distinct])
+    return [
+        ("".join(outcome[column[qubit]] if qubit in column else "0" for qubit in wanted), probability)
+        for outcome, probability in best
+    ]
+
+
+def _expectations(
+    result: Result, observables: Sequence[Tuple[str, Observable]], shots: Optional[int]
+) -> List[Expectation]:
+    if not observables:
+        return []
+    estimates: List[Optional[Estimate]] = [None] * len(observables)
+    if shots is not None and result.has_state:
+        # Terms on qubits without gates are numbers by now.
+        observed = _observed.checked([observable for _, observable in observables], result.n_qubits)
+        estimates = [result.state.estimate(reduced, shots) for reduced in observed.on(result.active_qubits)]
+    # An array is complex as soon as one of its values is; each observable has its own kind of value here.
+    values = [
+        complex(value) if observable.is_complex else float(value.real)
+        for value, (_, observable) in zip(result.expectation_values, observables)
+    ]
+    return [Expectation(text, value, known) for (text, _), value, known in zip(observables, values, estimates)]
+
+
+def bars(results: Results) -> _plot_bars.Bars:
+    """Return the bars of a picture of the results."""
+    if results.counts is not None:
+        return _plot_bars.Bars.of(list(results.counts.items()), None)
+    assert results.probabilities is not None  # there are no shots
+    best = results.probabilities
+    if len(best) <= _plot_bars.MOST_BARS:
+        return _plot_bars.Bars.of(best, None)
+    best = sorted(best[: _plot_bars.LARGEST])
+    rest = max(0.0, 1 - sum(probability for _, probability in best))
+    left_out = 2 ** len(results.labels) - len(best)
+    return _plot_bars.Bars([outcome for outcome, _ in best], [p for _, p in best], left_out, rest)
+
+
+def as_json(name: str, results: Results, top: int) -> Dict[str, Any]:
+    """Return the same as what JSON can hold: the `top` most probable outcomes, or the counts of all that came."""
     told: Dict[str, Any] = {
         "file": name,
         "qubits": results.n_qubits,
@@ -118,15 +181,29 @@ def as_json(name: str, results: Results) -> Dict[str, Any]:
         "precision": results.precision,
         "threads": results.threads,
         "seconds": results.seconds,
+        "passes": len(results.plan.passes),
         "outcomes_of": results.whole,
         "labels": results.labels,
     }
     if results.probabilities is not None:
-        told.update(probabilities=dict(results.probabilities), others=results.others)
-    if results.shots is not None:
-        told.update(shots=results.shots.number, seed=results.shots.seed, counts=results.shots.counts)
+        shown = dict(results.probabilities[:top])
+        told.update(probabilities=shown, others=rest_of(results, top))
+    if results.counts is not None:
+        told.update(shots=results.counts.shots, seed=results.seed, counts=dict(by_frequency(results.counts)))
     told["observables"] = [_expectation_as_json(expectation) for expectation in results.expectations]
     return told
+
+
+def rest_of(results: Results, top: int) -> float:
+    """Return the probability that the `top` most probable outcomes leave over, 0 if that is rounding."""
+    assert results.probabilities is not None and results.others is not None
+    hidden = results.probabilities[top:]
+    return float(results.others + sum(probability for _, probability in hidden))
+
+
+def by_frequency(counts: Counts) -> List[Tuple[str, int]]:
+    """Return all outcomes and their counts, the most frequent first."""
+    return counts.most_likely(len(counts))
 
 
 def _expectation_as_json(expectation: Expectation) -> Dict[str, Any]:
@@ -138,15 +215,6 @@ def _expectation_as_json(expectation: Expectation) -> Dict[str, Any]:
 
 def _number(value: Any) -> Any:
     return {"real": value.real, "imag": value.imag} if isinstance(value, complex) else value
-
-
-def _measured(circuit: Circuit) -> Dict[int, int]:
-    """Return the qubit that each written classical bit holds in the end, by increasing bit."""
-    holds: Dict[int, int] = {}
-    for step in circuit:
-        if step.name == "measure":
-            holds.update(zip(step.clbits, step.qubits))
-    return dict(sorted(holds.items()))
 
 
 def _names(circuit: Circuit, kind: str, numbers: Iterable[int]) -> List[str]:

@@ -1,57 +1,100 @@
 """The command `velacamplix`.
 
-Exit status of `velacamplix run`: 0 when it ran; 2 when the file cannot be read, or the command line or
-VELACAMPLIX_NUM_THREADS is wrong; 3 for a mistake in the file (line and column are told); 4 when the state does not fit
-into memory; 5 for a correct circuit that cannot be run this way.
+Exit status: 0 when all was done; 1 for a mistake in the circuit (line and column are told), a circuit that cannot be
+run this way, a file that cannot be read or written, too little memory, or a package that is not installed; 2 for a
+wrong command line or environment variable. Ctrl-C and a closed pipe end the process by their signals, which a shell
+reports as 130 and 141.
 """
 
 from __future__ import annotations
 
 import argparse
-import os
 import signal
 import sys
 from pathlib import Path
 from typing import List, Optional, Tuple
 
-from . import Circuit, Observable, UnsupportedInstruction, __version__, _check, _machine, _report, _results
+from . import Circuit, Observable, __version__, _check, _machine
 
-USAGE_ERROR, SYNTAX_ERROR, MEMORY_ERROR, UNSUPPORTED = 2, 3, 4, 5
+FAILED, USAGE_ERROR = 1, 2
+
+_STATUS = """
+exit status:
+  0    all was done
+  1    the circuit is wrong or cannot be run, a file cannot be read or written,
+       the state does not fit into memory, or a package is not installed
+  2    the command line or VELACAMPLIX_NUM_THREADS is wrong
+  130  interrupted by Ctrl-C
+  141  the reader of the output went away
+"""
+
+_MAIN_EXAMPLES = """
+examples:
+  velacamplix run circuit.qasm              exact probabilities
+  velacamplix run circuit.qasm --shots 1000
+  velacamplix info                          threads, memory, largest state
+  velacamplix bench                         a minute of measurements
+
+`velacamplix COMMAND --help` tells more.
+"""
+
+_RUN_EXAMPLES = """
+examples:
+  velacamplix run ghz.qasm --top 4
+  velacamplix run ghz.qasm --shots 10000 --seed 7 --plot ghz.png
+  velacamplix run ansatz.qasm --observable "Z0 Z1" --observable=-X0
+  generate | velacamplix run - --json | jq .probabilities
+
+Without --shots the probabilities are exact. A circuit that measures or resets
+qubits in its middle, or has conditions, needs --shots. Outcomes are those of
+the classical bits that were measured, or of all qubits if none was; the first
+one is leftmost.
+"""
+
+_BENCH_EXAMPLES = """
+examples:
+  velacamplix bench --seconds 10
+  velacamplix bench --threads 1 --precision single --json > before.json
+"""
 
 
 def main(arguments: Optional[List[str]] = None) -> int:
     """Run the command with the given arguments, by default those of the process; return its exit status."""
-    # Ctrl-C ends the process at once. Python's own handler would wait for the core to return from a long circuit.
+    # Ctrl-C ends the process at once, also within a long pass over the state, and so does a reader, `head` for
+    # example, that has seen enough.
     signal.signal(signal.SIGINT, signal.SIG_DFL)
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     options = _parser().parse_args(arguments)
-    try:
-        status = options.command(options)
-        sys.stdout.flush()
-        return status
-    except BrokenPipeError:
-        # The reader, `head` for example, has seen enough. Python would complain once more at its own last flush.
-        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
-        return 0
+    status: int = options.command(options)
+    sys.stdout.flush()
+    return status
 
 
 def _parser() -> argparse.ArgumentParser:
-    parser = argparse.ArgumentParser(prog="velacamplix", description="Simulates quantum circuits on this machine.")
+    parser = argparse.ArgumentParser(
+        prog="velacamplix",
+        description="Simulates quantum circuits on this machine.",
+        epilog=_MAIN_EXAMPLES + _STATUS,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+    )
     parser.add_argument("--version", action="version", version=f"velacamplix {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
+    _add_run(commands)
+    _add_info(commands)
+    _add_bench(commands)
+    return parser
 
+
+def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
     run = commands.add_parser(
         "run",
-        help="run an OpenQASM 2 file",
-        description="Runs an OpenQASM 2 file and shows its most probable outcomes.",
+        help="run an OpenQASM file",
+        description="Runs an OpenQASM file and shows its most probable or most frequent\noutcomes.",
+        epilog=_RUN_EXAMPLES + _STATUS,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
     )
-    run.add_argument("file", metavar="FILE.qasm", help="the circuit")
-    run.add_argument(
-        "--threads",
-        type=lambda text: _whole_number(text, _machine.MOST_THREADS),
-        metavar="N",
-        help="number of threads (default: all this process may use)",
-    )
-    run.add_argument("--precision", choices=["double", "single"], default="double", help="default: %(default)s")
+    run.add_argument("file", metavar="FILE.qasm", help="the circuit; - reads standard input")
+    _add_machine_options(run)
     run.add_argument(
         "--top", type=_whole_number, default=10, metavar="K", help="outcomes to show (default: %(default)s)"
     )
@@ -73,14 +116,53 @@ def _parser() -> argparse.ArgumentParser:
         help='show an expectation value, as of "0.5*X0 Y2 - 1.2*Z1 + 3"; with --shots, also an estimate. May be '
         "repeated. A text that starts with a minus is written --observable=-Z0",
     )
+    run.add_argument(
+        "--plot", metavar="FILE.png", help="draw the outcomes into a file; its ending tells the format (needs matplotlib)"
+    )
+    run.add_argument(
+        "--progress", action="store_true", help="show a bar on standard error if the run takes more than a second"
+    )
     run.add_argument("--json", action="store_true", help="print one JSON object, with all counts, and nothing else")
     run.set_defaults(command=_run)
 
+
+def _add_info(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
     info = commands.add_parser(
         "info", help="tell what this machine can do", description="Tells version, instruction set, threads and memory."
     )
     info.set_defaults(command=_info)
-    return parser
+
+
+def _add_bench(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+    bench = commands.add_parser(
+        "bench",
+        help="measure the speed here",
+        description="Measures gates, circuits and shots of several sizes, beside what the\nmemory allows.",
+        epilog=_BENCH_EXAMPLES + _STATUS,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+    )
+    _add_machine_options(bench)
+    bench.add_argument(
+        "--seconds", type=_whole_number, default=60, metavar="S", help="how long to measure, about (default: %(default)s)"
+    )
+    bench.add_argument(
+        "--qubits",
+        type=lambda text: _whole_number(text, 40),
+        metavar="N",
+        help="largest state (default: 26, or what fits into a quarter of the memory)",
+    )
+    bench.add_argument("--json", action="store_true", help="print one JSON object and nothing else")
+    bench.set_defaults(command=_bench)
+
+
+def _add_machine_options(parser: argparse.ArgumentParser) -> None:
+    parser.add_argument(
+        "--threads",
+        type=lambda text: _whole_number(text, _machine.MOST_THREADS),
+        metavar="N",
+        help="number of threads (default: all this process may use)",
+    )
+    parser.add_argument("--precision", choices=["double", "single"], default="double", help="default: %(default)s")
 
 
 def _whole_number(text: str, most: int = 2**63 - 1, least: int = 1) -> int:
@@ -100,49 +182,93 @@ def _observable(text: str) -> Tuple[str, Observable]:
 
 
 def _run(options: argparse.Namespace) -> int:
-    # Here rather than above: the grammar is not needed for --version.
+    # Here rather than above: what running needs is not needed for --version.
+    from . import _plot_bars, _plot_file, _report, _results
     from .qasm import QasmError
 
+    name = "<standard input>" if options.file == "-" else options.file
     try:
-        circuit = Circuit.from_qasm(Path(options.file))
+        threads = options.threads or _machine.default_threads()[0]
+    except ValueError as error:
+        return _fail(str(error), USAGE_ERROR)
+    if options.plot is not None:
+        try:
+            _plot_file.require_writable(options.plot)
+        except ValueError as error:
+            return _fail(f"argument --plot: {error}", USAGE_ERROR)
+        except ImportError as error:
+            return _fail(str(error), FAILED)
+
+    try:
+        circuit = _read(options.file)
     except QasmError as error:
-        return _fail(str(error), SYNTAX_ERROR)
+        error.path = error.path or name
+        return _fail(str(error), FAILED)
+    except UnicodeDecodeError as error:
+        return _fail(f"{name}: not a text in UTF-8: {error.reason} at byte {error.start}", FAILED)
     except OSError as error:
-        return _fail(f"{options.file}: {error.strerror or error}", USAGE_ERROR)
+        return _fail(f"{name}: {error.strerror or error}", FAILED)
+    for text, observable in options.observable:
+        if observable.n_qubits > circuit.n_qubits:
+            return _fail(
+                f"argument --observable: {text!r} needs {observable.n_qubits} qubits, {name} has {circuit.n_qubits}",
+                USAGE_ERROR,
+            )
+
+    most = options.top if options.plot is None else max(options.top, _plot_bars.MOST_BARS + 1)
+    try:
+        results = _results.collect(
+            circuit,
+            options.precision,
+            threads,
+            most,
+            options.shots,
+            options.seed,
+            options.observable,
+            options.progress,
+        )
+        # First of all: a reader that stops early ends the process.
+        if options.plot is not None:
+            _plot_file.save(options.plot, name, results)
+        if options.json:
+            _report.run_as_json(name, results, options.top)
+        else:
+            _report.run(name, results, options.top)
+    except (MemoryError, ValueError, OSError) as error:
+        # ValueError: an angle beyond single precision, for one.
+        return _fail(f"{name}: {error}", FAILED)
+    return 0
+
+
+def _read(file: str) -> Circuit:
+    if file != "-":
+        return Circuit.from_qasm(Path(file))
+    # A line end more, so that no text can be taken for the name of a file.
+    return Circuit.from_qasm(sys.stdin.buffer.read().decode("utf-8") + "\n")
+
+
+def _info(options: argparse.Namespace) -> int:
+    from . import _report
+
+    _report.info()
+    return 0
+
+
+def _bench(options: argparse.Namespace) -> int:
+    from . import _bench as bench
 
     try:
         threads = options.threads or _machine.default_threads()[0]
     except ValueError as error:
         return _fail(str(error), USAGE_ERROR)
-
-    for text, observable in options.observable:
-        if observable.n_qubits > circuit.n_qubits:
-            return _fail(
-                f"argument --observable: {text!r} needs {observable.n_qubits} qubits, {options.file} has "
-                f"{circuit.n_qubits}",
-                USAGE_ERROR,
-            )
-
-    try:
-        results = _results.collect(
-            circuit, options.precision, threads, options.top, options.shots, options.seed, options.observable
-        )
-        if options.json:
-            _report.run_as_json(options.file, results)
-        else:
-            _report.run(options.file, results, options.top)
-    except MemoryError as error:
-        return _fail(f"{options.file}: {error}", MEMORY_ERROR)
-    except UnsupportedInstruction as error:
-        return _fail(f"{options.file}: {error}", UNSUPPORTED)
-    except ValueError as error:
-        # An angle beyond single precision, for one.
-        return _fail(f"{options.file}: {error}", UNSUPPORTED)
-    return 0
-
-
-def _info(options: argparse.Namespace) -> int:
-    _report.info()
+    sizes = bench.sizes(options.qubits, options.precision)
+    if not sizes:
+        return _fail("not even the smallest state takes less than a quarter of the memory", FAILED)
+    told = bench.measure(sizes, options.precision, threads, options.seconds, bench.tell)
+    if options.json:
+        bench.as_json(told)
+    else:
+        bench.show(told)
     return 0
 
 

@@ -1,0 +1,48 @@
+"""The picture of `velacamplix run --plot`."""
+
+from __future__ import annotations
+
+import os
+from pathlib import Path
+
+from . import _check, _extras, _plot_bars
+from ._results import Results, bars
+
+_PURPOSE = "--plot"
+
+
+def require_writable(path: str) -> None:
+    """Find out before a long run whether the picture can be written.
+
+    Raises
+    ------
+    ImportError
+        If matplotlib is not installed.
+    ValueError
+        If the ending of the name is no format, or the folder is not there or not to be written to.
+    """
+    canvas = _extras.imported("matplotlib.backends.backend_agg", _PURPOSE).FigureCanvasAgg
+    formats = sorted(canvas.get_supported_filetypes())
+    ending = Path(path).suffix[1:].lower()
+    if ending not in formats:
+        raise ValueError(f"expected a file name that ends in .{', .'.join(formats)}, got {_check.show(path)}")
+    folder = Path(path).parent
+    if not folder.is_dir():
+        raise ValueError(f"there is no folder {str(folder)!r} for {_check.show(path)}")
+    if Path(path).is_dir() or not os.access(path if Path(path).exists() else folder, os.W_OK):
+        raise ValueError(f"{_check.show(path)} cannot be written to")
+
+
+def save(path: str, name: str, results: Results) -> None:
+    """Draw counts or probabilities into a file, whose ending tells the format."""
+    drawn = bars(results)
+    # A figure of its own, without the windows that pyplot might open.
+    figure = _extras.imported("matplotlib.figure", _PURPOSE).Figure(
+        figsize=_plot_bars.figure_size(drawn), layout="constrained"
+    )
+    ax = figure.subplots()
+    _plot_bars.draw(ax, drawn)
+    ax.set_xlabel(f"outcomes of {results.whole}, {results.labels[0]} left" if results.labels else "outcome")
+    ax.set_ylabel("probability" if results.counts is None else f"counts of {results.counts.shots} shots")
+    ax.set_title(name, fontsize=10)
+    figure.savefig(path, dpi=120)
