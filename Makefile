@@ -1,7 +1,7 @@
 # The commands of this project. Each installs what it lacks, says so, and may be repeated; the work is in tools/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test check bench wheel format clean
+.PHONY: help demo test check bench wheel docs format clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "make %-8s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
@@ -20,6 +20,9 @@ bench: ## build and run the benchmarks, on a quiet machine
 
 wheel: ## the Python wheel, in dist/
 	@tools/wheel
+
+docs: ## the documentation as web pages, in build/docs/html
+	@tools/docs
 
 format: ## rewrite the C++ sources as .clang-format says
 	@tools/format

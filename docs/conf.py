@@ -1,0 +1,31 @@
+"""How Sphinx builds the documentation: `make docs`."""
+
+import velacamplix
+
+project = "velacamplix"
+copyright = "the velacamplix developers"
+version = release = velacamplix.__version__
+
+extensions = ["myst_parser", "sphinx.ext.autodoc", "sphinx.ext.napoleon", "sphinx.ext.viewcode"]
+html_theme = "alabaster"
+html_theme_options = {
+    "description": "Fast, exact dense state-vector simulation of quantum circuits on CPUs",
+    "page_width": "60rem",
+    "fixed_sidebar": True,
+}
+html_static_path = []
+
+# Pages are Markdown; headings down to the third level can be linked to.
+myst_heading_anchors = 3
+# Pages name files of the project that are no pages; on the site these links lead nowhere.
+suppress_warnings = ["myst.xref_missing"]
+
+# Docstrings have NumPy's sections. A type is told once, in the signature or in the text.
+napoleon_google_docstring = False
+napoleon_use_rtype = False
+autodoc_member_order = "bysource"
+autodoc_typehints = "signature"
+python_use_unqualified_type_names = True
+add_module_names = False
+# `StateVector` in single backquotes is a link to it.
+default_role = "py:obj"
