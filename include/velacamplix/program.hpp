@@ -13,7 +13,10 @@ namespace pbamplix::cpu {
 
 // One pass of a plan: the state streams once through cache-resident buffers while all of the pass's gates act.
 struct program_pass {
-    unsigned long first_gate;  // the pass executes gates first_gate ... last_gate - 1; with fusion, some of them
+    // The gates that the pass executes are among first_gate ... last_gate - 1: gates that only move amplitudes may wait
+    // for a later pass, since other gates can overtake them without a change of bits. With fusion the range is that of
+    // the stretch which was rewritten.
+    unsigned long first_gate;
     unsigned long last_gate;
     std::vector<unsigned int> local_qubits;  // gathered into a buffer, in increasing order; empty: worked in place
     unsigned long chunk_amplitudes;          // amplitudes of one buffer
@@ -75,7 +78,8 @@ public:
     const program_plan& plan(unsigned int state_qubits, int nthreads);
 
     // Applies the gates to the state with its own thread count. Returns how many were applied: all of them, or, when
-    // the hook stopped the run, those of a prefix of the program. The state may have more qubits than the program.
+    // the hook stopped the run, those of a prefix of the program: gates that waited for a later pass are applied first.
+    // The state may have more qubits than the program.
     unsigned long run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook = {});
 
 private:

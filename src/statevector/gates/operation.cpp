@@ -80,6 +80,11 @@ bool operation<T>::is_diagonal() const {
 }
 
 template <class T>
+bool operation<T>::is_move() const {
+    return kind == gate_kind::x || kind == gate_kind::swap;
+}
+
+template <class T>
 bool named_operation(operation<T>& op, const std::string& name, const std::vector<T>& params,
                      const std::vector<unsigned int>& qubits) {
     const auto found = vocabulary().find(name);

@@ -41,6 +41,7 @@ struct operation {
 
     unsigned long target_mask() const;
     bool is_diagonal() const;  // changes every amplitude by a factor of its own
+    bool is_move() const;      // only moves amplitudes
 };
 
 // A named gate with its coefficients computed from the angle. False for an unknown name.

@@ -3,6 +3,7 @@
 #include "statevector/index/bits.hpp"
 #include "statevector/replay/one_qubit_unitary.hpp"
 #include "statevector/replay/simplify.hpp"
+#include "statevector/replay/step.hpp"
 
 namespace velacamplix::replay {
 namespace {
@@ -11,69 +12,7 @@ using gates::gate_kind;
 using gates::operation;
 using complex = std::complex<double>;
 
-template <class T>
-struct qubit_use {
-    unsigned long mixed;     // values mixed
-    unsigned long diagonal;  // values only read
-
-    explicit qubit_use(const operation<T>& op) {
-        mixed = op.is_diagonal() ? 0 : op.target_mask();
-        diagonal = (op.target_mask() | op.controls) & ~mixed;
-    }
-};
-
-// Gates that wait for a later pass. A gate may overtake them if the two share only qubits that both merely read.
-struct waiting_gates {
-    unsigned long mixed = 0;
-    unsigned long diagonal = 0;
-
-    template <class T>
-    bool may_be_overtaken_by(const qubit_use<T>& use) const {
-        return (use.mixed & (mixed | diagonal)) == 0 && (use.diagonal & mixed) == 0;
-    }
-    template <class T>
-    void add(const qubit_use<T>& use) {
-        mixed |= use.mixed;
-        diagonal |= use.diagonal;
-    }
-};
-
 unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
-
-// One pass after another takes, from first to last, every gate that fits into its buffer and may overtake what was
-// left behind.
-template <class T>
-std::vector<gate_group<T>> group(std::vector<operation<T>> operations, unsigned nbqbits, buffer_shape shape) {
-    const unsigned places = std::min(shape.local_bits, nbqbits);
-    const unsigned long always = index::low_bits(std::min(shape.run_bits, places));
-    std::vector<gate_group<T>> groups;
-    while (!operations.empty()) {
-        gate_group<T> next;
-        next.local = always;
-        waiting_gates waiting;
-        std::vector<operation<T>> left;
-        for (operation<T>& op : operations) {
-            const qubit_use<T> use(op);
-            if (waiting.may_be_overtaken_by(use) && count_bits(next.local | use.mixed) <= places) {
-                next.local |= use.mixed;
-                next.operations.push_back(std::move(op));
-            } else {
-                waiting.add(use);
-                left.push_back(std::move(op));
-            }
-        }
-        if (next.operations.empty()) {  // the first gate mixes more than a buffer holds
-            next.local = 0;
-            next.operations.push_back(std::move(left.front()));
-            left.erase(left.begin());
-        } else {
-            next.local = fill_up(next.local, nbqbits, places);
-        }
-        groups.push_back(std::move(next));
-        operations = std::move(left);
-    }
-    return groups;
-}
 
 template <class T>
 bool is_diagonal_on_one_qubit(const operation<T>& op) {
@@ -95,7 +34,7 @@ public:
                 hold(op);
                 continue;
             }
-            const unsigned long forced = qubit_use<T>(op).mixed & held_mask_;
+            const unsigned long forced = footprint_of(op).mixed & held_mask_;
             if (forced != 0) release(forced, group.local, result);
             result.push_back(std::move(op));
         }
@@ -142,7 +81,7 @@ private:
             held_[q] = {};
             held_mask_ &= ~index::bit(q);
             if (std::abs(ratio - complex(1)) <= 1e-15) continue;
-            operation<T> op;
+            operation<T> op{};
             op.kind = gate_kind::ph;
             op.targets = {q};
             op.coefficients[0] = thrust::complex<T>(static_cast<T>(ratio.real()), static_cast<T>(ratio.imag()));
@@ -151,7 +90,7 @@ private:
     }
 
     operation<T> product_of(unsigned long qubits) {
-        operation<T> op;
+        operation<T> op{};
         op.kind = gate_kind::product;
         for (; qubits != 0; qubits &= qubits - 1) {
             const auto q = static_cast<unsigned>(std::countr_zero(qubits));
@@ -175,10 +114,15 @@ private:
 template <class T>
 std::vector<gate_group<T>> fuse(const std::vector<operation<T>>& operations, unsigned long begin, unsigned long end,
                                 unsigned nbqbits, buffer_shape shape) {
+    const std::vector<operation<T>> simpler = simplify(operations, begin, end);
+    std::vector<footprint> footprints;
+    for (const operation<T>& op : simpler) footprints.push_back(footprint_of(op));
     diagonal_collector<T> collector(nbqbits);
     std::vector<gate_group<T>> groups;
-    for (gate_group<T>& each : group(simplify(operations, begin, end), nbqbits, shape)) {
-        collector.collect(std::move(each), groups);
+    for (const stretch& part : deal_out(footprints, nbqbits, shape, exchange::up_to_rounding)) {
+        gate_group<T> next{{}, part.local};
+        for (const unsigned long gate : part.gates) next.operations.push_back(simpler[gate]);
+        collector.collect(std::move(next), groups);
     }
     operation<T> rest = collector.rest();
     if (!rest.targets.empty()) {

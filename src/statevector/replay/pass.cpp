@@ -72,7 +72,7 @@ unsigned long first_level_cache_bytes() {
     return told > 0 ? static_cast<unsigned long>(told) : 32ul << 10;
 }
 
-// The operations from `from` on, one for each gate of the stretch, in buffers of its local bits.
+// `count` operations from `from` on, in buffers of the local bits.
 template <class T>
 chunk_pass<T> make_pass(const operation<T>* from, unsigned long count, unsigned long local, unsigned nbqbits) {
     chunk_pass<T> pass;
@@ -108,13 +108,18 @@ std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& o
                                        buffer_shape shape) {
     std::vector<footprint> footprints;
     footprints.reserve(operations.size());
-    for (const auto& op : operations) footprints.push_back({op.is_diagonal() ? 0 : op.target_mask()});
+    for (const auto& op : operations) footprints.push_back(footprint_of(op));
     std::vector<chunk_pass<T>> passes;
-    for (const stretch& part : cut(footprints, 0, operations.size(), nbqbits, shape)) {
-        auto& pass =
-            passes.emplace_back(make_pass(operations.data() + part.first, part.last - part.first, part.local, nbqbits));
-        pass.first = part.first;
-        pass.last = pass.done = part.last;
+    unsigned long done = 0;
+    for (stretch& part : deal_out(footprints, nbqbits, shape, exchange::exact)) {
+        std::vector<operation<T>> taken;
+        for (const unsigned long gate : part.gates) taken.push_back(operations[gate]);
+        auto& pass = passes.emplace_back(make_pass(taken.data(), taken.size(), part.local, nbqbits));
+        const auto [first, last] = std::minmax_element(part.gates.begin(), part.gates.end());
+        pass.first = *first;
+        pass.last = *last + 1;
+        pass.done = done += part.gates.size();
+        pass.gates = std::move(part.gates);
     }
     return passes;
 }

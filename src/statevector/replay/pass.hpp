@@ -17,14 +17,14 @@ struct gathering {
     explicit gathering(unsigned long local);
 };
 
-// Gates first ... last - 1, acting on one chunk of the state after another, each chunk small enough for the first-level
-// cache.
+// Gates that act on one chunk of the state after another, each chunk small enough for the first-level cache.
 template <class T>
 struct chunk_pass {
-    unsigned long first = 0;
+    std::vector<unsigned long> gates;  // of the list; empty with fusion, where none of them acts by itself
+    unsigned long first = 0;           // all gates of the pass are among first ... last - 1
     unsigned long last = 0;
     unsigned long done = 0;      // gates that have acted when the pass ends; inside a fused stretch an estimate
-    bool may_stop_after = true;  // the state is then that of the first `done` gates
+    bool may_stop_after = true;  // with fusion: the state is that of the first `done` gates
     unsigned long local = 0;     // 0: one gate over the whole array, as a single call
     bool in_place = false;       // the state is one chunk
     kernels::kernel_call<T> whole_array;

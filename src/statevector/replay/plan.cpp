@@ -9,6 +9,31 @@ namespace {
 
 unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
 
+// The gates that a stretch leaves behind.
+class left_behind {
+public:
+    explicit left_behind(exchange allowed) : allowed_(allowed) {}
+
+    bool may_be_overtaken_by(const footprint& gate) const {
+        if ((gate.mixed & (mixed_ | read_)) != 0 || (gate.read & mixed_) != 0) return false;
+        return only_moves_ || gate.moves || allowed_ == exchange::up_to_rounding;
+    }
+    void add(const footprint& gate) {
+        mixed_ |= gate.mixed;
+        read_ |= gate.read;
+        only_moves_ = only_moves_ && gate.moves;
+    }
+
+private:
+    exchange allowed_;
+    unsigned long mixed_ = 0;
+    unsigned long read_ = 0;
+    bool only_moves_ = true;
+};
+
+// A stretch gives up looking for gates when it has left so many behind: planning stays linear in the number of gates.
+constexpr std::size_t most_left_behind = 128;
+
 }  // namespace
 
 unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted) {
@@ -19,26 +44,80 @@ unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted) {
     return local;
 }
 
-// Taking gates as long as they fit is optimal while the order stands: a stretch that ends earlier can only make the
-// next one start earlier.
-std::vector<stretch> cut(const std::vector<footprint>& gates, unsigned long begin, unsigned long end, unsigned nbqbits,
-                         buffer_shape shape) {
-    const unsigned places = std::min(shape.local_bits, nbqbits);
-    const unsigned long always = index::low_bits(std::min(shape.run_bits, places));
-    std::vector<stretch> stretches;
-    for (unsigned long gate = begin; gate < end;) {
-        stretch next{gate, gate, always};
-        while (next.last < end && count_bits(next.local | gates[next.last].mixed) <= places) {
-            next.local |= gates[next.last++].mixed;
+namespace {
+
+class dealer {
+public:
+    dealer(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape, exchange allowed)
+        : gates_(gates),
+          places_(std::min(shape.local_bits, nbqbits)),
+          always_(index::low_bits(std::min(shape.run_bits, places_))),
+          allowed_(allowed) {}
+
+    bool is_done() const { return waiting_.empty() && fresh_ == gates_.size(); }
+
+    // The next stretch: the first choice takes local bits as the gates come. Where a gate then found no place, one with
+    // its bits reserved is tried, and so on while that brings in more gates.
+    stretch next(unsigned nbqbits) {
+        attempt best = take(always_);
+        while (best.refused != 0 && count_bits(best.reserved | best.refused) <= places_) {
+            attempt other = take(best.reserved | best.refused);
+            if (other.gates.size() <= best.gates.size()) break;
+            best = std::move(other);
         }
-        if (next.first == next.last) {
-            next = {gate, gate + 1, 0};
-        } else {
-            next.local = fill_up(next.local, nbqbits, places);
+        waiting_ = std::move(best.left);
+        fresh_ = best.fresh;
+        if (best.gates.empty()) {  // the first gate mixes more than a buffer holds
+            best.gates.push_back(waiting_.front());
+            waiting_.erase(waiting_.begin());
+            return {std::move(best.gates), 0};
         }
-        stretches.push_back(next);
-        gate = next.last;
+        return {std::move(best.gates), fill_up(best.local, nbqbits, places_)};
     }
+
+private:
+    struct attempt {
+        unsigned long reserved;
+        unsigned long local;
+        unsigned long refused = 0;  // mixed bits of the first gate that only lacked places
+        unsigned long fresh;
+        std::vector<unsigned long> gates{}, left{};
+    };
+
+    attempt take(unsigned long reserved) const {
+        attempt result{reserved, reserved, 0, fresh_};
+        left_behind behind(allowed_);
+        const auto offer = [&](unsigned long gate) {
+            const footprint& f = gates_[gate];
+            const bool free = behind.may_be_overtaken_by(f);
+            if (free && count_bits(result.local | f.mixed) <= places_) {
+                result.local |= f.mixed;
+                result.gates.push_back(gate);
+                return;
+            }
+            if (free && !f.moves && result.refused == 0) result.refused = f.mixed;
+            behind.add(f);
+            result.left.push_back(gate);
+        };
+        for (const unsigned long gate : waiting_) offer(gate);
+        while (result.fresh < gates_.size() && result.left.size() < most_left_behind) offer(result.fresh++);
+        return result;
+    }
+
+    const std::vector<footprint>& gates_;
+    unsigned places_;
+    unsigned long always_;
+    exchange allowed_;
+    std::vector<unsigned long> waiting_;  // in order; all gates from `fresh_` on come after them
+    unsigned long fresh_ = 0;
+};
+
+}  // namespace
+
+std::vector<stretch> deal_out(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape,
+                              exchange allowed) {
+    std::vector<stretch> stretches;
+    for (dealer deal(gates, nbqbits, shape, allowed); !deal.is_done();) stretches.push_back(deal.next(nbqbits));
     return stretches;
 }
 

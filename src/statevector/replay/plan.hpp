@@ -4,18 +4,23 @@
 
 namespace velacamplix::replay {
 
-// What the planner knows of a gate: the index bits whose values it mixes. Only these must be gathered into a buffer; a
-// control, or the target of a diagonal gate, is a constant for a chunk that does not contain it.
+// What the planner knows of a gate.
 struct footprint {
-    unsigned long mixed;
+    unsigned long mixed = 0;  // index bits whose values it mixes: only these must be gathered into a buffer
+    unsigned long read = 0;   // its other bits: controls, and targets of a diagonal; constants for a chunk without them
+    bool moves = false;       // it only moves amplitudes
 };
 
-// Gates first ... last - 1 act while the bits under `local` are together in a buffer. A stretch whose one gate mixes
-// more than a buffer holds has local = 0 and runs over the whole array.
+// Which gates may change places. Gates that share only bits which both merely read commute. Unless results may differ
+// by rounding, one of the two must also move amplitudes and do nothing else to them: then the other does the same
+// arithmetic with the same numbers before as after, to the last bit and to the sign of a zero.
+enum class exchange { exact, up_to_rounding };
+
+// Gates that act, in this order, while the bits under `local` are together in a buffer. One gate that mixes more than
+// a buffer holds has local = 0 and runs over the whole array.
 struct stretch {
-    unsigned long first;
-    unsigned long last;
-    unsigned long local;
+    std::vector<unsigned long> gates;
+    unsigned long local = 0;
 };
 
 // How large the buffers of one level are.
@@ -24,12 +29,13 @@ struct buffer_shape {
     unsigned local_bits;  // most bits that are local at a time
 };
 
+// Deals gates out to stretches for an array of 2^nbqbits amplitudes. A stretch takes every gate that fits its buffer
+// and may overtake those left behind, from the first to a bounded distance. Spare places are filled with the lowest
+// bits, which lengthens the runs.
+std::vector<stretch> deal_out(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape,
+                              exchange allowed);
+
 // Adds the lowest free bits until `wanted` bits are local.
 unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted);
-
-// Cuts gates begin ... end - 1, in their order, into the fewest stretches for an array of 2^nbqbits amplitudes. Spare
-// places are filled with the lowest bits, which lengthens the runs.
-std::vector<stretch> cut(const std::vector<footprint>& gates, unsigned long begin, unsigned long end, unsigned nbqbits,
-                         buffer_shape shape);
 
 }  // namespace velacamplix::replay

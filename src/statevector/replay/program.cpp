@@ -130,7 +130,8 @@ const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
 
 template <class T>
 unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook) {
-    return self->schedule_for(state.nqubits, state.num_threads).run(state.amplitudes.get(), hook);
+    auto& schedule = self->schedule_for(state.nqubits, state.num_threads);
+    return schedule.run(self->operations, state.amplitudes.get(), hook);
 }
 
 template class program<float>;

@@ -214,6 +214,59 @@ TYPED_TEST(program_run, carries_zeros_of_both_signs_and_infinities_as_gate_by_ga
     }
 }
 
+// A gate that moves amplitudes on high qubits waits for a later pass, and gates of every kind overtake it: on other
+// qubits, or reading its control.
+TYPED_TEST(program_run, lets_gates_overtake_those_that_only_move_without_a_change_of_bits) {
+    const unsigned int n = 19, first_high = 14;
+    const auto start = random_state<TypeParam>(n, Values::unusual, 1);
+    const char* const moving[] = {"X", "CNOT", "CCNOT", "SWAP"};
+    for (const std::string name : moving) {
+        program<TypeParam> list(n);
+        std::vector<program<TypeParam>> singles;
+        const auto add = [&](const std::string& gate, const std::vector<TypeParam>& params, const Qubits& qubits,
+                             const Qubits& controls = {}) {
+            list.add_gate(gate, params, qubits, controls);
+            singles.emplace_back(n).add_gate(gate, params, qubits, controls);
+        };
+        // The low qubits fill the first buffer, so that the moving gates find no place.
+        for (unsigned int q = 0; q < 12; ++q) add("X", {}, {q});
+        for (unsigned int q = first_high; q + 1 < n; ++q) {
+            if (name == "X") add("X", {}, {q});
+            if (name == "CNOT") add("CNOT", {}, {first_high - 1, q});
+            if (name == "CCNOT") add("CCNOT", {}, {first_high - 1, first_high - 2, q});
+            if (name == "SWAP") add("SWAP", {}, {q, q + 1});
+        }
+        for (unsigned int q = 0; q < 6; ++q) {
+            for (const std::string gate : {"H", "Y", "Z", "S", "T", "ZtoY", "YtoZ"}) add(gate, {}, {q});
+            for (const std::string gate : {"RX", "RY", "RZ", "PH"}) add(gate, {TypeParam(q + 1) / 3}, {q});
+            add("H", {}, {q}, {first_high - 1});
+            add("CSIGN", {}, {first_high - 1, q});
+            add("SQRTSWAP", {}, {q, (q + 1) % 6});
+            add("ISWAP", {}, {q, (q + 2) % 6});
+        }
+        const auto& passes = list.plan(n, 2).passes;
+        bool overtaken = false;
+        for (std::size_t i = 1; i < passes.size(); ++i) {
+            overtaken = overtaken || passes[i].first_gate < passes[i - 1].last_gate;
+        }
+        EXPECT_TRUE(overtaken) << name;
+        LoadedVector<TypeParam> expected(start, 2), got(start, 2);
+        for (auto& single : singles) single.run(expected);
+        list.run(got);
+        EXPECT_TRUE(equal_states(expected, got)) << name;
+
+        // Stopped after each pass in turn: those overtaken catch up.
+        for (std::size_t stop = 1; stop < passes.size(); ++stop) {
+            LoadedVector<TypeParam> prefix(start, 2), stopped(start, 2);
+            std::size_t heard = 0;
+            const unsigned long applied =
+                list.run(stopped, [&](unsigned long, unsigned long) { return ++heard < stop; });
+            for (unsigned long gate = 0; gate < applied; ++gate) singles[gate].run(prefix);
+            EXPECT_TRUE(equal_states(prefix, stopped)) << name << ", stopped after pass " << stop;
+        }
+    }
+}
+
 TYPED_TEST(program_run, on_20_qubits_equals_gate_by_gate_bit_for_bit) {
     const auto start = random_state<TypeParam>(20, Values::ordinary);
     Recorder<TypeParam> recorder(20, 5);
@@ -238,7 +291,8 @@ TYPED_TEST(program_run, stopped_by_its_hook_leaves_the_state_of_a_prefix) {
         heard = done;
         return done < passes[0].last_gate;
     });
-    EXPECT_EQ(applied, passes[0].last_gate);
+    EXPECT_GE(applied, passes[0].last_gate);
+    EXPECT_LT(applied, 80u);
     LoadedVector<TypeParam> expected(start);
     recorder.apply(expected, applied);
     EXPECT_TRUE(equal_states(expected, got));
@@ -254,16 +308,17 @@ TYPED_TEST(program_run, on_a_larger_state_acts_on_the_lowest_qubits) {
     EXPECT_TRUE(equal_states(expected, got));
 }
 
-TYPED_TEST(program_run, plan_covers_every_gate_once_and_in_order) {
+TYPED_TEST(program_run, plan_covers_every_gate) {
     Recorder<TypeParam> recorder(16, 4);
     for (int gate = 0; gate < 50; ++gate) recorder.random_gate();
-    unsigned long next = 0;
+    unsigned long covered = 0;
     const auto& plan = recorder.list.plan(16, 2);
     for (const auto& pass : plan.passes) {
-        EXPECT_EQ(pass.first_gate, next);
-        next = pass.last_gate;
+        EXPECT_LE(pass.first_gate, covered);
+        EXPECT_LT(pass.first_gate, pass.last_gate);
+        covered = std::max(covered, pass.last_gate);
     }
-    EXPECT_EQ(next, 50u);
+    EXPECT_EQ(covered, 50u);
     EXPECT_LE(plan.predicted_sweeps, static_cast<double>(plan.passes.size()));
 }
 

@@ -34,7 +34,7 @@ void run_record(const pbamplix::PybindAmplixWCircuit<T>& circuit, thrust::comple
         gates::named_operation(operations.emplace_back(), circuit.gates[gate], circuit.params[gate],
                                circuit.qubits[gate]);
     }
-    schedule<T>(operations, nbqbits, nthreads).run(state);
+    schedule<T>(operations, nbqbits, nthreads).run(operations, state);
     if (gate < circuit.gates.size()) refuse_name(circuit.gates[gate]);
 }
 

@@ -32,30 +32,54 @@ void schedule<T>::run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state)
     storage::parallel_blocks(count, sizeof(thrust::complex<T>) << nbqbits, nthreads, body);
 }
 
+// Applies the gates that stand before the last one of the passes so far and have not acted. Each of them commutes with
+// those that overtook it.
 template <class T>
-unsigned long schedule<T>::run(thrust::complex<T>* state,
+unsigned long schedule<T>::complete_prefix(const std::vector<gates::operation<T>>& operations, std::size_t passes_run,
+                                           thrust::complex<T>* state) {
+    unsigned long prefix = 0;
+    for (std::size_t i = 0; i < passes_run; ++i) prefix = std::max(prefix, all_passes[i].last);
+    std::vector<bool> acted(prefix);
+    for (std::size_t i = 0; i < passes_run; ++i) {
+        for (const unsigned long gate : all_passes[i].gates) acted[gate] = true;
+    }
+    for (unsigned long gate = 0; gate < prefix; ++gate) {
+        if (!acted[gate]) kernels::run_parallel(gates::prepare(operations[gate], nbqbits), state, nthreads);
+    }
+    return prefix;
+}
+
+template <class T>
+unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
                                const std::function<bool(unsigned long, unsigned long)>& hook) {
     if (buffers == nullptr && chunk_size != 0) {
         const auto threads = static_cast<unsigned long>(storage::team_size(nthreads));
         buffers = storage::make_amplitudes<T>(threads * chunk_size);
     }
     bool stopping = false;
-    for (const auto& pass : all_passes) {
+    for (std::size_t i = 0; i < all_passes.size(); ++i) {
+        const auto& pass = all_passes[i];
         run_pass(pass, state);
         if (hook && !stopping) stopping = !hook(pass.done, gate_count);
-        if (stopping && pass.may_stop_after) return pass.done;
+        if (!stopping || !pass.may_stop_after) continue;
+        return pass.gates.empty() ? pass.done : complete_prefix(operations, i + 1, state);
     }
     return gate_count;
 }
 
 template <class T>
 void schedule<T>::replace(unsigned long gate, const gates::operation<T>& op) {
-    const auto pass = std::partition_point(all_passes.begin(), all_passes.end(),
-                                           [gate](const chunk_pass<T>& each) { return each.last <= gate; });
-    if (pass->local == 0) {
-        pass->whole_array = gates::prepare(op, nbqbits);
+    if (places.empty()) {
+        places.resize(gate_count);
+        for (std::size_t p = 0; p < all_passes.size(); ++p) {
+            for (std::size_t s = 0; s < all_passes[p].gates.size(); ++s) places[all_passes[p].gates[s]] = {p, s};
+        }
+    }
+    chunk_pass<T>& pass = all_passes[places[gate].pass];
+    if (pass.local == 0) {
+        pass.whole_array = gates::prepare(op, nbqbits);
     } else {
-        pass->steps[gate - pass->first] = resolve(op, locality(pass->local));
+        pass.steps[places[gate].step] = resolve(op, locality(pass.local));
     }
 }
 

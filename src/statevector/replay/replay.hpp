@@ -14,9 +14,12 @@ class schedule {
 public:
     schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false);
 
-    // Between passes the hook hears how many gates have acted and how many there are; false ends the run, with fusion
-    // after the passes that finish the stretch. Returns the number of gates that acted, always a prefix of the list.
-    unsigned long run(thrust::complex<T>* state, const std::function<bool(unsigned long, unsigned long)>& hook = {});
+    // Between passes the hook hears how many gates have acted and how many there are; false ends the run as soon as the
+    // state is that of a prefix of the list: without fusion the gates that a later one has overtaken are applied first,
+    // with fusion the stretch is finished. Returns the length of the prefix.
+    // `operations` are those of the constructor.
+    unsigned long run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
+                      const std::function<bool(unsigned long, unsigned long)>& hook = {});
 
     // Takes over a gate whose numbers changed, in a schedule without fusion.
     void replace(unsigned long gate, const gates::operation<T>& op);
@@ -26,12 +29,18 @@ public:
 
 private:
     void run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state);
+    unsigned long complete_prefix(const std::vector<gates::operation<T>>& operations, std::size_t passes_run,
+                                  thrust::complex<T>* state);
 
     unsigned nbqbits;
     int nthreads;
     unsigned long gate_count;
     unsigned long chunk_size = 0;  // amplitudes of the largest chunk
     std::vector<chunk_pass<T>> all_passes;
+    struct place {
+        std::size_t pass, step;
+    };
+    std::vector<place> places;             // of every gate, made when first needed
     pbamplix::amplitude_array<T> buffers;  // one chunk per thread, allocated by the first run
 };
 

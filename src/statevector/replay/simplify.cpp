@@ -76,7 +76,7 @@ private:
 
     void emit_diagonal(unsigned q, factor_pair f) {
         if (f.is_identity()) return;
-        operation<T> op;
+        operation<T> op{};
         op.kind = gate_kind::rz;
         op.targets = {q};
         op.coefficients[0] = rounded<T>(f.zero);
@@ -85,7 +85,7 @@ private:
     }
 
     void emit_rotation(unsigned q, const decomposition& d) {
-        operation<T> op;
+        operation<T> op{};
         op.targets = {q};
         op.coefficients[0] = rounded<T>(d.cosine);
         switch (d.middle) {

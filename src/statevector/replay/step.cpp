@@ -131,6 +131,12 @@ void resolve_product(step<T>& result, const operation<T>& op, const locality& wh
 }  // namespace
 
 template <class T>
+footprint footprint_of(const operation<T>& op) {
+    const unsigned long mixed = op.is_diagonal() ? 0 : op.target_mask();
+    return {mixed, (op.target_mask() | op.controls) & ~mixed, op.is_move()};
+}
+
+template <class T>
 step<T> resolve(const operation<T>& op, const locality& where) {
     step<T> result;
     if (op.kind == gate_kind::z || op.kind == gate_kind::s || op.kind == gate_kind::t || op.kind == gate_kind::ph) {
@@ -153,6 +159,8 @@ step<T> resolve(const operation<T>& op, const locality& where) {
     return result;
 }
 
+template footprint footprint_of(const operation<float>&);
+template footprint footprint_of(const operation<double>&);
 template struct step<float>;
 template struct step<double>;
 template step<float> resolve(const operation<float>&, const locality&);

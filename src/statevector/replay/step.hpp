@@ -2,6 +2,7 @@
 
 #include "statevector/gates/operation.hpp"
 #include "statevector/kernels/kernel_call.hpp"
+#include "statevector/replay/plan.hpp"
 
 #include <vector>
 
@@ -38,6 +39,9 @@ struct step {
     bool acts_on(unsigned long base) const { return (base & required) == required; }
     void run(thrust::complex<T>* buffer, unsigned long base) const;
 };
+
+template <class T>
+footprint footprint_of(const gates::operation<T>& op);
 
 // All mixing targets of the operation must be local.
 template <class T>
