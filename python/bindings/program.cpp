@@ -148,12 +148,31 @@ std::size_t add(HeldProgram<T>& program, const py::sequence& instructions, const
     return count;
 }
 
+// Gives gates with one angle new ones. Returns how many it took, which is all of them unless one does not fit the
+// precision; the program is then of no use until it has been given others.
+template <class T>
+std::size_t set_angles(HeldProgram<T>& program, const std::vector<unsigned long>& gates,
+                       const std::vector<double>& angles) {
+    const auto turn = program.taken();
+    if (gates.size() != angles.size()) throw std::invalid_argument("there must be one angle per gate");
+    std::vector<T> params(1);
+    for (std::size_t i = 0; i < gates.size(); ++i) {
+        params[0] = static_cast<T>(angles[i]);
+        if (!std::isfinite(params[0])) return i;
+        program.list.set_params(gates[i], params);
+    }
+    return gates.size();
+}
+
 // Sweeps over the state, and of every pass: its first gate, the gate behind its last, its local qubits, and the
 // amplitudes of a buffer.
 template <class T>
 py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) {
     const auto turn = program.taken();
-    const auto& told = program.list.plan(state_qubits, threads);
+    const auto& told = [&]() -> const pbamplix::cpu::program_plan& {
+        const py::gil_scoped_release unlocked;
+        return program.list.plan(state_qubits, threads);
+    }();
     py::list passes;
     for (const auto& pass : told.passes) {
         passes.append(py::make_tuple(pass.first_gate, pass.last_gate, py::tuple(py::cast(pass.local_qubits)),
@@ -219,6 +238,14 @@ void bind_one_program(py::module_& module, const char* name) {
     py::class_<HeldProgram<T>>(module, name)
         .def(py::init<unsigned int>(), py::arg("n"))
         .def("add", &add<T>, py::arg("instructions"), py::arg("places"))
+        .def("set_angles", &set_angles<T>, py::arg("gates"), py::arg("angles"))
+        .def(
+            "set_fusion",
+            [](HeldProgram<T>& program, bool fusion) {
+                const auto turn = program.taken();
+                program.list.set_fusion(fusion);
+            },
+            py::arg("fusion"))
         .def("__len__", [](const HeldProgram<T>& program) { return program.list.size(); })
         .def("plan", &plan<T>, py::arg("state_qubits"), py::arg("threads"))
         .def("run", &run<T>, py::arg("state"), py::arg("function") = py::none(), py::arg("interval") = 0.05,

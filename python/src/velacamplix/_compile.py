@@ -2,11 +2,11 @@
 
 from __future__ import annotations
 
-from typing import Any, Dict, List, Optional, Sequence
+from typing import Any, Dict, Optional, Sequence
 
 import numpy as np
 
-from . import _check, _core
+from . import _check, _check_readout, _core
 from .circuit import Circuit
 from .instruction import Instruction
 
@@ -23,32 +23,30 @@ def require_circuit(circuit: Any) -> Circuit:
 
 
 def require_fusion(fusion: Any) -> bool:
-    """Return whether neighbouring gates are to be multiplied together first."""
-    if not isinstance(fusion, (bool, np.bool_)):
-        raise TypeError(f"fusion must be True or False, got {_check.show(fusion)}")
-    if fusion:
-        raise NotImplementedError("fusion=True is not offered yet; fusion=False runs every gate as it stands")
-    return False
-
-
-def basic_instructions(circuit: Circuit) -> List[Instruction]:
-    """Return the circuit's steps in the library's own gates, all parameters numbers."""
-    return list(circuit.basic_instructions())
+    """Return whether neighbouring gates may be multiplied together first."""
+    return _check_readout.flag(fusion, "fusion")
 
 
 def compiled(
-    gates: Sequence[Instruction], n_qubits: int, precision: str, circuit: Circuit, places: Optional[Sequence[int]] = None
+    gates: Sequence[Instruction],
+    n_qubits: int,
+    precision: str,
+    circuit: Circuit,
+    places: Sequence[int],
+    fusion: bool = False,
 ) -> Any:
     """Return a program of the core for a state of `n_qubits`.
 
     Parameters
     ----------
     gates : sequence of Instruction
-        Of those that `basic_instructions` gives. Their conditions are not looked at.
+        The library's own. Their conditions are not looked at.
     circuit : Circuit
         Where they come from; error messages name its instructions.
-    places : sequence of int, optional
-        The state's qubit for each of the circuit's. By default they are the same.
+    places : sequence of int
+        The state's qubit for each of the circuit's.
+    fusion : bool
+        Whether neighbouring gates may be multiplied together.
 
     Raises
     ------
@@ -56,7 +54,8 @@ def compiled(
         If a number does not fit the precision.
     """
     program = _PROGRAM_TYPES[precision](n_qubits)
-    taken = program.add(gates, range(n_qubits) if places is None else places)
+    program.set_fusion(fusion)
+    taken = program.add(gates, places)
     if taken < len(gates):
         refused = gates[taken]
         raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")

@@ -7,9 +7,10 @@ from typing import Any, Iterable, Sequence, Set
 import numpy as np
 
 from . import _core
-from ._compile import basic_instructions, compiled, require_circuit, require_fusion, too_large
+from ._compile import require_circuit, require_fusion, too_large
 from ._drive import drive
-from ._progress import Meter, ProgressLike
+from ._prepare import Prepared, for_state, prepared
+from ._progress import Meter, ProgressLike, checked
 from .circuit import Circuit
 from .instruction import Instruction
 
@@ -46,14 +47,19 @@ def run(
     Everything that can be refused is refused before the first gate acts.
     """
     require_circuit(circuit)
-    require_fusion(fusion)
+    checked(progress)
+    fused = require_fusion(fusion)
     if circuit.n_qubits > n_qubits:
         raise ValueError(f"circuit must have at most {n_qubits} qubits, those of the state, got {circuit!r}")
-    refuse_unsupported(circuit.instructions)
-    gates = [step for step in basic_instructions(circuit) if step.is_gate]
-    program = compiled(gates, n_qubits, precision, circuit)
-    with Meter(progress, len(program)) as meter:
-        drive(core, program, meter.within())
+
+    def make() -> Prepared:
+        refuse_unsupported(circuit.instructions)
+        return for_state(circuit, n_qubits, precision, fused)
+
+    with prepared(circuit, ("state", n_qubits, precision, fused), make) as found:
+        (program,) = found.programs
+        with Meter(progress, len(program)) as meter:
+            drive(core, program, meter.within())
 
 
 def apply(

@@ -95,6 +95,7 @@ def cut(instructions: Sequence[Instruction], started: Iterable[int]) -> Segments
             if stretch is None or stretch.condition != step.condition:
                 stretch = Stretch([], step.condition)
                 result.steps.append(stretch)
+            # Gates may join a stretch from before a measurement that can wait until the end.
             stretch.gates.append(step)
             if fresh:
                 fresh.difference_update(step.qubits, step.controls)
@@ -105,10 +106,11 @@ def cut(instructions: Sequence[Instruction], started: Iterable[int]) -> Segments
                 stretch = None
         elif name == "measure":
             result.has_measurement = True
-            stretch = None
             # What is 0 from beginning to end can be read at any time.
             known_here = [is_known and qubit in active for qubit, is_known in zip(step.qubits, known[position])]
             _add_measure(result.steps, step, known_here)
+            if any(known_here):
+                stretch = None
     return result
 
 

@@ -4,17 +4,18 @@ from __future__ import annotations
 
 import secrets
 import time
-from typing import Any, Dict, List, Optional, Sequence, Tuple, Union
+from typing import Dict, List, NamedTuple, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_readout, _memory, _observed, _shots
 from ._branches import Branch, Walk
-from ._compile import basic_instructions, compiled, require_circuit, require_fusion, told
+from ._compile import require_circuit, require_fusion, told
 from ._initial import InitialLike, Start
+from ._prepare import Prepared, for_run, prepared
 from ._progress import Meter, ProgressLike
 from ._progress import checked as checked_progress
-from ._segments import Segments, Stretch, cut
+from ._segments import Segments
 from .circuit import Circuit
 from .instruction import Instruction
 from .observable import ObservableLike
@@ -59,7 +60,8 @@ def run(
         True shows a bar on standard error once a second has passed. A function is called with a `Progress`, at most
         every 50 ms, and once at the end; what it returns is ignored, an exception ends the run.
     fusion : bool
-        Whether neighbouring gates may be multiplied together, which changes the last digits. Not offered yet.
+        Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
+        rounding.
 
     Returns
     -------
@@ -98,31 +100,51 @@ def run(
     1000
     """
     require_circuit(circuit)
-    shot_count = None if shots is None else _check_readout.shots(shots, minimum=1)
-    seed_given = _check_readout.seed(seed)
-    thread_count = _thread_count(threads)
-    precision = _check.precision(precision)
-    observed = None if observables is None else _observed.checked(observables, circuit.n_qubits)
-    start = Start(initial, circuit.n_qubits)
+    request = _Request(
+        None if shots is None else _check_readout.shots(shots, minimum=1),
+        _check_readout.seed(seed),
+        _thread_count(threads),
+        _check.precision(precision),
+        None if observables is None else _observed.checked(observables, circuit.n_qubits),
+        Start(initial, circuit.n_qubits),
+        progress,
+    )
     checked_progress(progress)
-    require_fusion(fusion)
+    fused = require_fusion(fusion)
 
     clock = _Clock()
-    instructions = basic_instructions(circuit)
-    segments = cut(instructions, start.started)
+    started = request.start.started
+    with prepared(
+        circuit, ("run", started, request.precision, fused), lambda: for_run(circuit, started, request.precision, fused)
+    ) as found:
+        return _carried_out(circuit, found, request, clock)
+
+
+class _Request(NamedTuple):
+    """The checked arguments of `run`."""
+
+    shots: Optional[int]
+    seed: Optional[int]
+    threads: int
+    precision: str
+    observed: Optional[_observed.Observed]
+    start: Start
+    progress: ProgressLike
+
+
+def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _Clock) -> Result:
+    segments, shots = found.segments, request.shots
     n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
-    if shot_count is not None:
+    if shots is not None:
         # Once for the shots, once for putting them into order.
-        size = 2 * 8 * _shots.words_for(n_bits) * shot_count
-        _memory.require_bytes(size, f"shots={shot_count} of {n_bits} bits")
-    _memory.require_state(len(segments.active), precision)
-    plan = _compile(circuit, segments, precision, thread_count)
+        _memory.require_bytes(2 * 8 * _shots.words_for(n_bits) * shots, f"shots={shots} of {n_bits} bits")
+    state = StateVector(len(segments.active), request.precision, request.threads)
+    request.start.prepare(state, segments.active)
+    plan = _plan_of(found, state.threads)
     clock.note("compile")
 
-    state = StateVector(len(segments.active), precision, thread_count)
-    start.prepare(state, segments.active)
-    chosen = (secrets.randbits(32) if seed_given is None else seed_given) if shot_count is not None else None
-    generator = np.random.default_rng(chosen)
+    seed = secrets.randbits(32) if request.seed is None else request.seed
+    generator = np.random.default_rng(seed)
 
     def undecided(step: Instruction) -> ValueError:
         return ValueError(
@@ -130,26 +152,26 @@ def run(
         )
 
     rows: List[np.ndarray] = []
-    reduced = [] if observed is None else observed.on(segments.active)
-    sums = np.zeros(len(reduced), dtype=np.complex128)
-    with Meter(progress, plan.gates) as meter:
+    observables = [] if request.observed is None else request.observed.on(segments.active)
+    sums = np.zeros(len(observables), dtype=np.complex128)
+    with Meter(request.progress, plan.gates) as meter:
         walk = Walk(segments, meter, generator, undecided)
-        for branch in walk.branches(state, shot_count):
+        for branch in walk.branches(state, shots):
             clock.note("simulate")
-            if shot_count is not None and chosen is not None:
-                # Without a split the shots are those of the state's own engine.
-                branch.state.seed = int(generator.integers(2**32)) if walk.has_split else chosen
+            if shots is not None:
+                # Without a split the shots are those of a state with this seed.
+                branch.state.seed = int(generator.integers(2**32)) if walk.has_split else seed
                 rows.append(_sample(branch, segments, n_bits))
                 clock.note("sample")
-            if reduced:
-                weight = branch.shots / shot_count if branch.shots and shot_count else 1.0
-                sums += weight * _observed.values(branch.state, reduced)
+            if observables:
+                weight = branch.shots / shots if branch.shots and shots else 1.0
+                sums += weight * _observed.values(branch.state, observables)
                 clock.note("observables")
             state = branch.state
         clock.note("simulate")
 
     drawn = None
-    if shot_count is not None:
+    if shots is not None:
         drawn = np.concatenate(rows) if len(rows) > 1 else rows[0]
         if walk.has_split:
             # The groups stand one after the other; nothing of that shall show.
@@ -160,36 +182,29 @@ def run(
         n_clbits=circuit.n_clbits,
         registers=circuit.registers,
         is_of_clbits=segments.has_measurement,
-        n_shots=shot_count,
-        seed=chosen,
-        precision=precision,
-        threads=thread_count,
+        n_shots=shots,
+        seed=None if shots is None else seed,
+        precision=request.precision,
+        threads=state.threads,
         active_qubits=segments.active,
         rows=drawn,
         state=None if walk.has_split else state,
-        expectation_values=None if observed is None else observed.shaped(sums),
+        expectation_values=None if request.observed is None else request.observed.shaped(sums),
         timings=clock.timings(),
         plan=plan,
     )
 
 
-def _compile(circuit: Circuit, segments: Segments, precision: str, threads: int) -> Plan:
-    """Give every stretch its program, and return the plan of all."""
-    n_active = len(segments.active)
-    places = [0] * circuit.n_qubits
-    for place, qubit in enumerate(segments.active):
-        places[qubit] = place
-    gates, passes, sweeps = 0, [], 0.0
-    for step in segments.steps:
-        if not isinstance(step, Stretch):
-            continue
-        step.program = compiled(step.gates, n_active, precision, circuit, places)
-        more, pieces = step.program.plan(n_active, threads)
+def _plan_of(found: Prepared, threads: int) -> Plan:
+    active = found.segments.active
+    gates, sweeps = 0, 0.0
+    passes: List[Pass] = []
+    for program in found.programs:
+        more, pieces = program.plan(len(active), threads)
         sweeps += more
         for first, last, local, _ in pieces:
-            named = tuple(segments.active[place] for place in local)
-            passes.append(Pass(gates + first, gates + last, named))
-        gates += len(step.program)
+            passes.append(Pass(gates + first, gates + last, tuple([active[place] for place in local])))
+        gates += len(program)
     return Plan(gates, tuple(passes), sweeps)
 
 
