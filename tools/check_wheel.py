@@ -61,7 +61,7 @@ def look_into_wheel(wheel, folder):
         names = archive.namelist()
         archive.extractall(folder)
     package = [name[len("velacamplix/"):] for name in names if name.startswith("velacamplix/")]
-    for needed in ("py.typed", "_core.pyi", "qasm/grammar.lark", "__init__.py"):
+    for needed in ("py.typed", "_core.pyi", "__init__.py", "qasm/__init__.py"):
         if needed not in package:
             raise Refused(f"{wheel.name} lacks velacamplix/{needed}")
     for place in expected_libraries():

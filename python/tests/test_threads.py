@@ -1,6 +1,7 @@
 """How many threads work: argument, then VELACAMPLIX_NUM_THREADS, then OMP_NUM_THREADS, then what the process may use."""
 
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -131,6 +132,32 @@ def test_small_states_use_one_thread():
         [sys.executable, "-c", code], env={**os.environ, "OPENBLAS_NUM_THREADS": "1"}, capture_output=True, text=True
     )
     assert ended.stdout.split() == ["4", "1"], ended
+
+
+def spins(**variables):
+    """How often a waiting thread asks before it sleeps, as OpenMP tells when it is loaded by the package."""
+    inherited = {k: v for k, v in os.environ.items() if k not in ("GOMP_SPINCOUNT", "OMP_WAIT_POLICY")}
+    code = "import os, velacamplix; print(sorted(name for name in os.environ if 'GOMP' in name or 'POLICY' in name))"
+    ended = subprocess.run(
+        [sys.executable, "-c", code],
+        env={**inherited, "OMP_DISPLAY_ENV": "verbose", **variables},
+        capture_output=True,
+        text=True,
+    )
+    assert ended.returncode == 0, ended
+    # Nothing is left behind for child processes.
+    assert ended.stdout.strip() == str(sorted(variables))
+    return re.search(r"GOMP_SPINCOUNT = '(\w+)'", ended.stderr).group(1)
+
+
+def test_waiting_threads_soon_give_their_processor_away():
+    assert spins() == "2000"
+
+
+def test_what_the_user_says_about_waiting_stands():
+    assert spins(GOMP_SPINCOUNT="77") == "77"
+    assert spins(OMP_WAIT_POLICY="passive") == "0"
+    assert int(spins(OMP_WAIT_POLICY="active")) > 2000
 
 
 def test_the_quota_of_a_real_group(tmp_path):
