@@ -20,12 +20,11 @@ myst_heading_anchors = 3
 # Pages name files of the project that are no pages; on the site these links lead nowhere.
 suppress_warnings = ["myst.xref_missing"]
 
-# Docstrings have NumPy's sections. A type is told once, in the signature or in the text.
+# Docstrings have NumPy's sections and tell the types; in signatures they would hide the names.
 napoleon_google_docstring = False
 napoleon_use_rtype = False
 autodoc_member_order = "bysource"
-autodoc_typehints = "signature"
-python_use_unqualified_type_names = True
+autodoc_typehints = "none"
 add_module_names = False
 # `StateVector` in single backquotes is a link to it.
 default_role = "py:obj"

@@ -6,7 +6,7 @@ from xml.etree import ElementTree
 
 import pytest
 
-from velacamplix import Circuit, Counts, StateVector
+from velacamplix import Circuit, Counts, StateVector, run
 
 
 def page(thing):
@@ -66,6 +66,20 @@ def test_large_states_are_not_searched():
 
 def test_no_qubits():
     assert "0 qubits" in text(StateVector(0)) and rows(StateVector(0)) == ["", "1.0000+0.0000j", "1.0000"]
+
+
+def test_results():
+    result = run(Circuit(3).h(0).cx(0, 1), shots=10, seed=1, observables=["Z0 Z1", "X2"])
+    assert "Result: 3 qubits (2 active), 2 gates in " in text(result)
+    assert "expectation values: 1, 0" in text(result) and "Counts: 10 shots" in text(result)
+    without_shots = run(Circuit(2).x(1), observables="Z1")
+    assert "expectation values: -1" in text(without_shots) and "StateVector: 1 qubit" in text(without_shots)
+
+
+def test_results_without_one_state():
+    circuit = Circuit(1, 1).h(0).measure(0, 0).h(0).measure(0, 0)
+    result = run(circuit, shots=100)
+    assert not result.has_state and "Counts: 100 shots" in text(result)
 
 
 def test_circuits():

@@ -12,6 +12,7 @@ from ._words import counted
 if TYPE_CHECKING:
     from .circuit import Circuit
     from .counts import Counts
+    from .result import Result
     from .statevector import StateVector
 
 _ROWS = 12
@@ -63,6 +64,23 @@ def of_circuit(circuit: Circuit) -> str:
         lines = [str(circuit[place]) for place in range(_LINES)] + [f"… {len(circuit) - _LINES} more"]
         return _titled(title, _pre("\n".join(lines)))
     return _titled(title, _pre(_drawing(circuit)))
+
+
+def of_result(result: Result) -> str:
+    """Return what a run was like, and its counts or else its state, and its expectation values."""
+    plan, seconds = result.plan, result.timings.total
+    title = f"Result: {counted(result.n_qubits, 'qubit')} ({len(result.active_qubits)} active), {plan}, {seconds:.3g} s"
+    parts = []
+    if result.expectation_values is not None:
+        values = result.expectation_values
+        listed = values.tolist() if hasattr(values, "tolist") else [values]
+        shown = [f"{value:.6g}" for value in listed[:_ROWS]] + ["…"] * (len(listed) > _ROWS)
+        parts.append(f"<div>{html.escape('expectation values: ' + ', '.join(shown))}</div>")
+    if result.n_shots is not None:
+        parts.append(of_counts(result.counts))
+    elif result.has_state:
+        parts.append(of_state(result.state))
+    return _titled(title, "".join(parts))
 
 
 def _drawing(circuit: Any) -> str:

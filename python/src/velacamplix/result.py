@@ -6,7 +6,7 @@ from typing import Any, Dict, List, NamedTuple, Optional, Tuple, Union
 
 import numpy as np
 
-from . import _check, _check_readout, _shots
+from . import _check, _check_readout, _notebook, _shots
 from .counts import Counts
 from .instruction import Register
 from .statevector import StateVector
@@ -50,7 +50,8 @@ class Pass(NamedTuple):
     Attributes
     ----------
     first_gate, last_gate : int
-        Gates ``first_gate`` to ``last_gate - 1``, counted over the whole run.
+        The pass's gates are among ``first_gate`` to ``last_gate - 1``, counted over the whole run. Some of them may
+        wait for a later pass where that changes no bit; with fusion this is the stretch that was rewritten.
     local_qubits : tuple of int
         Qubits of the circuit that are gathered in a buffer; none if the gates work on the whole state in place.
     """
@@ -152,6 +153,9 @@ class Result:
     def __repr__(self) -> str:
         shots = "no shots" if self.n_shots is None else f"{self.n_shots} shots, seed {self.seed}"
         return f"<Result: {self.n_qubits} qubits ({len(self.active_qubits)} active), {shots}, {self.timings.total:.3g} s>"
+
+    def _repr_html_(self) -> str:
+        return _notebook.of_result(self)
 
     # Shots
 
