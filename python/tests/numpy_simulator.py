@@ -75,7 +75,7 @@ def run(circuit, states):
     n = circuit.n_qubits
     array = np.array(states, dtype=complex).reshape((2,) * n + (-1,))
     measured = set()
-    for instruction in circuit:
+    for instruction in circuit.basic_instructions():
         if instruction.condition is not None or instruction.name == "reset":
             raise ValueError(f"not a unitary circuit: {instruction}")
         if instruction.name == "measure":

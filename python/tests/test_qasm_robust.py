@@ -10,6 +10,7 @@ from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 from qasm_texts import HEADER, random_program
 
+from velacamplix.instruction import Instruction
 from velacamplix.qasm import QasmError, read_qasm
 
 EXAMPLES = {path.stem: path.read_text() for path in sorted((Path(__file__).parents[2] / "examples" / "circuits").glob("*.qasm"))}
@@ -96,13 +97,16 @@ def test_any_text(text):
 )
 def test_deep_expression(expression):
     (step,) = read_qasm(HEADER + f"qreg q[1]; rx({expression}) q[0];")
-    (in_body,) = read_qasm(HEADER + f"gate g(a) x {{ rx({expression.replace('1', 'a')}) x; }} qreg q[1]; g(1) q[0];")
+    text = HEADER + f"gate g(a) x {{ rx({expression.replace('1', 'a')}) x; }} qreg q[1]; g(1) q[0];"
+    (in_body,) = read_qasm(text).basic_instructions()
     assert in_body == step
 
 
 def test_deep_chain_of_definitions():
-    chain = "".join(f"gate g{i} x {{ g{i - 1} x; }}\n" for i in range(1, 5000))
-    assert len(read_qasm(HEADER + "gate g0 x { h x; }\n" + chain + "qreg q[1]; g4999 q[0];")) == 1
+    depth = 100_000
+    chain = "".join(f"gate g{i} x {{ g{i - 1} x; }}\n" for i in range(1, depth))
+    circuit = read_qasm(HEADER + "gate g0 x { h x; }\n" + chain + f"qreg q[1]; g{depth - 1} q[0];")
+    assert list(circuit.basic_instructions()) == [Instruction("H", (0,))]
 
 
 def test_unclosed_parentheses_at_the_end():
@@ -153,7 +157,8 @@ def test_expansion_without_measure_is_refused_before_it_begins(depth, innermost)
 
 
 def test_definitions_that_are_not_used_cost_nothing():
-    assert len(read_qasm(HEADER + doubled(2000, "h x;") + "qreg q[1]; g3 q[0];")) == 8
+    circuit = read_qasm(HEADER + doubled(2000, "h x;") + "qreg q[1]; g3 q[0];")
+    assert len(circuit) == 1 and len(list(circuit.basic_instructions())) == 8
 
 
 def test_limit_of_instructions_is_exact_for_library_gates():

@@ -1,9 +1,7 @@
 """OpenQASM 2: `read_qasm` and the `QasmError` it raises.
 
-From a text to a circuit in four steps, one file each: `reader` (files, the
-parser, its errors), `syntax` with ``grammar.lark`` (statements), `program`
-(registers, broadcasting, conditions), `expand` with `qelib1` and
-`expressions` (gates down to the library's own).
+From a text to a circuit in four steps: `reader` (files), `syntax` with `expressions` (statements; `mistakes` tells why
+there is none), `program` (registers, broadcasting, conditions), `definitions` with `qelib1` (gates).
 """
 
 from .errors import QasmError

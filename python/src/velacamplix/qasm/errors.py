@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from typing import Any, NoReturn, Optional, Tuple
 
-from lark import Token
+from .source import Token
 
 _LONGEST_TEXT = 60
 
@@ -48,14 +48,9 @@ class QasmError(ValueError):
 
 
 def fail(message: str, token: Token) -> NoReturn:
-    """Raise a `QasmError` at a token; whoever knows the file adds it."""
-    line, column = position(token)
-    raise QasmError(message, line=line, column=column, text=token)
-
-
-def position(token: Token) -> Tuple[int, int]:
-    """Return line and column of a token (lark leaves them open for tokens it makes up)."""
-    return token.line or 1, token.column or 1
+    """Raise a `QasmError` at a token."""
+    line, column = token.place
+    raise QasmError(message, line=line, column=column, path=token.source.path, text=token) from None
 
 
 def shortened(text: str) -> str:

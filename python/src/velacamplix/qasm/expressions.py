@@ -1,138 +1,235 @@
-"""Parameter expressions: folded where constant, otherwise kept for each call.
+"""Lists of parameters: folded where constant, otherwise kept as expressions.
 
-While the parser builds an expression it is a *node*: a ``float``, a `Token`
-(the name of a gate's parameter) or a `Pending` operation that waits for one.
-Outside of gate definitions every correct node is a float.
-
-Inside, a node becomes a *recipe*: a float, or a flat tuple in postfix order of
-floats, positions of parameters (``int``) and `Operation` values. Nothing here
-calls itself, so the depth of an expression is limited by memory only.
+An operator precedence parser with stacks of its own, so the depth of an expression is limited by memory only. A minus
+sign binds more tightly than * and /, less tightly than ^: -2^2 is -4. ^ groups from the right: 2^3^2 is 512.
 """
 
 from __future__ import annotations
 
-import math
-import operator
-from typing import Callable, Dict, List, Mapping, NamedTuple, Sequence, Tuple, Union
+import re
+from typing import Dict, List, NoReturn, Optional, Tuple
 
-from lark import Token
+from ..parameter import FUNCTIONS, Angle, CalculationError, Expression, Parameter, calculated
+from .errors import fail
+from .lexicon import FUNCTION_NAMES, NUMBER, RESERVED, Tokens
+from .source import Source, Token
 
-from .errors import fail, quoted, shortened
+Params = Tuple[Angle, ...]
 
-Node = Union[float, Token, "Pending"]
-Recipe = Union[float, Tuple[Union[float, int, "Operation"], ...]]
+# Nearly all parameters of a large file are plain numbers.
+_PLAIN = re.compile(r"[-+0-9.eE, \t]*\Z")
+_WORD = re.compile(rf"{NUMBER}|[a-z][A-Za-z0-9_]*|[^ \t\r\n\f]")
+_END = re.compile(r'[;{}"]|\Z')
 
-_BINARY: Dict[str, Callable[[float, float], float]] = {
-    "+": operator.add,
-    "-": operator.sub,
-    "*": operator.mul,
-    "/": operator.truediv,
-    "^": math.pow,
-}
-_UNARY: Dict[str, Callable[[float], float]] = {
-    "+": operator.pos,
-    "-": operator.neg,
-    "sin": math.sin,
-    "cos": math.cos,
-    "tan": math.tan,
-    "exp": math.exp,
-    "ln": math.log,
-    "sqrt": math.sqrt,
-}
+_RANK = {"+": 1, "-": 1, "*": 2, "/": 2, "^": 4}
+_SIGN = 3
+_OPEN = 0  # what stands for a parenthesis among the ranks
+_NUMBER_STARTS = frozenset("0123456789.")
+_PI = 3.141592653589793
+
+# An operator whose right operand is not complete, or an open parenthesis (perhaps of a function): its rank, what to
+# calculate, and the number of the word.
+Waiting = Tuple[int, str, int]
+
+_LONGEST_MEMORY = 20_000
 
 
-class Operation(NamedTuple):
-    """An operator or function, and the place it stands at."""
+class Place:
+    """Where an operator or a name stands; found out only when somebody asks."""
 
-    function: Callable[..., float]
-    n_operands: int
-    token: Token
+    __slots__ = ("_source", "_offset", "_number")
 
-    def apply(self, operands: Sequence[float]) -> float:
-        """Return the finite result, or raise `QasmError` at the operator."""
+    def __init__(self, source: Source, offset: int, number: int) -> None:
+        self._source, self._offset, self._number = source, offset, number
+
+    @property
+    def token(self) -> Token:
+        """The word itself."""
+        return _word(self._source, self._offset, self._number)
+
+
+class ParameterLists:
+    """Reads the parameter lists of one file, and remembers those that returned."""
+
+    def __init__(self, source: Source) -> None:
+        self._source = source
+        self._known: Dict[str, Params] = {}
+
+    def whole(self, text: str, offset: int) -> Optional[Params]:
+        """Return the parameters of a list, or None if it is closed before the end of `text`.
+
+        `text` stands at `offset`, between the parentheses.
+
+        Raises
+        ------
+        QasmError
+            As for `read`.
+        """
+        if _PLAIN.match(text):
+            try:
+                params: Params = tuple(map(float, text.split(",")))
+            except ValueError:
+                pass
+            else:
+                if all([value - value == 0.0 for value in params]):  # type: ignore[operator]
+                    return params
+        known = self._known.get(text)
+        if known is not None:
+            return known
+        words = _WORD.findall(text)
+        words += (")", "")
+        params, count = self._read(words, offset)
+        if count != len(words) - 1:
+            return None
+        if all([type(value) is float for value in params]):
+            if len(self._known) >= _LONGEST_MEMORY:
+                self._known.clear()
+            self._known[text] = params
+        return params
+
+    def read(self, offset: int) -> Tuple[Params, int]:
+        """Return the parameters of a list, and the place behind its closing parenthesis.
+
+        `offset` is behind the opening one.
+
+        Raises
+        ------
+        QasmError
+            If what stands there is no list of expressions, or a constant is not a finite real number.
+        """
+        found = _END.search(self._source.text, offset)
+        assert found is not None  # the end of the text at the latest
+        words = _WORD.findall(self._source.text, offset, found.start())
+        words.append("")
+        params, count = self._read(words, offset)
+        last = _word(self._source, offset, count - 1)
+        return params, last.offset + 1
+
+    def _read(self, words: List[str], offset: int) -> Tuple[Params, int]:
+        """Return the parameters, and how many words were read, the closing parenthesis included.
+
+        The last word is empty: nothing takes it, so that the list is closed before it or refused there.
+        """
+        params: List[Angle] = []
+        operands: List[Angle] = []
+        waiting: List[Waiting] = []
+        wants_operand = True
+        opens_function = False
+        for number, word in enumerate(words):
+            if wants_operand:
+                if opens_function:
+                    if word != "(":
+                        Tokens(self._source, self._word(offset, number).offset).symbol("(")
+                    opens_function = False
+                elif word[:1] in _NUMBER_STARTS:
+                    operands.append(self._number(word, offset, number))
+                    wants_operand = False
+                elif word == "pi":
+                    operands.append(_PI)
+                    wants_operand = False
+                elif word == "-":
+                    waiting.append((_SIGN, "neg", number))
+                elif word == "+":
+                    waiting.append((_SIGN, "+", number))
+                elif word == "(":
+                    waiting.append((_OPEN, "", number))
+                elif word in FUNCTION_NAMES:
+                    waiting.append((_OPEN, word, number))
+                    opens_function = True
+                elif word == ")" and number == 0:
+                    return (), 1
+                else:
+                    operands.append(self._named(word, offset, number, waiting))
+                    wants_operand = False
+                continue
+            rank = _RANK.get(word)
+            if rank is not None:
+                while waiting and (waiting[-1][0] > rank or (waiting[-1][0] == rank and rank != 4)):
+                    self._apply(waiting.pop(), operands, offset)
+                waiting.append((rank, word, number))
+                wants_operand = True
+            elif word == ")" or word == ",":
+                while waiting and waiting[-1][0] != _OPEN:
+                    self._apply(waiting.pop(), operands, offset)
+                if not waiting:
+                    params.append(operands.pop())
+                    if word == ")":
+                        return tuple(params), number + 1
+                    wants_operand = True
+                elif word == ")":
+                    opened = waiting.pop()
+                    if opened[1]:
+                        self._apply(opened, operands, offset)
+                else:
+                    self._fail(offset, number, False, waiting)
+            else:
+                self._fail(offset, number, False, waiting)
+        raise AssertionError("the last word is refused at the latest")
+
+    def _apply(self, operator: Waiting, operands: List[Angle], offset: int) -> None:
+        rank, operation, number = operator
+        right = operands.pop()
+        values: Params
+        if rank == _OPEN or rank == _SIGN:
+            if operation == "+":
+                operands.append(right)
+                return
+            values = (right,)
+            constant = type(right) is float
+        else:
+            left = operands.pop()
+            values = (left, right)
+            constant = type(left) is float and type(right) is float
+        if not constant:
+            operands.append(Expression(operation, values, Place(self._source, offset, number)))
+            return
         try:
-            value = self.function(*operands)
-        except ZeroDivisionError:
-            fail("division by zero", self.token)
-        except OverflowError:
-            fail("number too large", self.token)
-        except ValueError:
-            listed = " and ".join(f"{operand:g}" for operand in operands)
-            fail(f"{self.token!s} of {listed} is not a real number", self.token)
-        if not math.isfinite(value):
-            fail("number too large", self.token)
+            value = FUNCTIONS[operation](*values)
+            if value - value == 0.0:
+                operands.append(value)
+                return
+        except (ArithmeticError, ValueError):
+            pass
+        try:
+            calculated(operation, values)
+        except CalculationError as error:
+            fail(str(error), self._word(offset, number))
+
+    def _number(self, word: str, offset: int, number: int) -> float:
+        try:
+            value = float(word)
+        except ValueError:  # a point alone
+            self._fail(offset, number, True, [])
+        if value - value != 0.0:
+            fail("number too large", self._word(offset, number))
         return value
 
+    def _named(self, word: str, offset: int, number: int, waiting: List[Waiting]) -> Angle:
+        if not "a" <= word[:1] <= "z":
+            self._fail(offset, number, True, waiting)
+        if word in RESERVED:
+            fail(f"{word} is a reserved word and cannot stand here", self._word(offset, number))
+        return Parameter(word, Place(self._source, offset, number))
 
-class Pending(NamedTuple):
-    """An operation that waits for the value of a parameter."""
-
-    operation: Operation
-    operands: Tuple[Node, ...]
-
-
-def number(token: Token) -> float:
-    """Return the value of a number as written."""
-    value = float(token)
-    if not math.isfinite(value):
-        fail("number too large", token)
-    return value
-
-
-def unary(token: Token, operand: Node) -> Node:
-    """Return the node of a sign or function in front of `operand`."""
-    return _combined(Operation(_UNARY[token], 1, token), (operand,))
-
-
-def binary(left: Node, token: Token, right: Node) -> Node:
-    """Return the node of ``left token right``."""
-    return _combined(Operation(_BINARY[token], 2, token), (left, right))
-
-
-def recipe(node: Node, positions: Mapping[str, int]) -> Recipe:
-    """Return the recipe of a node, where `positions` numbers the known parameters.
-
-    Raises `QasmError` at a name that is no parameter.
-    """
-    if isinstance(node, float):
-        return node
-    # Taking operands from the right end and turning the whole list around
-    # gives postfix order without recursion.
-    backwards: List[Union[float, int, Operation]] = []
-    waiting: List[Node] = [node]
-    while waiting:
-        item = waiting.pop()
-        if isinstance(item, Pending):
-            backwards.append(item.operation)
-            waiting.extend(item.operands)
-        elif isinstance(item, float):
-            backwards.append(item)
-        elif item in positions:
-            backwards.append(positions[item])
+    def _fail(self, offset: int, number: int, wants_operand: bool, waiting: List[Waiting]) -> NoReturn:
+        if wants_operand:
+            expected = ["'('", "'+'", "'-'", "'pi'", "a function", "a name (it starts with a small letter)", "a number"]
         else:
-            known = ", ".join(positions) or "none here"
-            fail(f"unknown parameter {quoted(item)}; known: {shortened(known)}", item)
-    return tuple(reversed(backwards))
+            expected = ["')'", "'*'", "'+'", "'-'", "'/'", "'^'"]
+            if not any(item[0] == _OPEN for item in waiting):
+                expected.append("','")
+        Tokens(self._source, self._word(offset, number).offset).fail(expected)
+
+    def _word(self, offset: int, number: int) -> Token:
+        return _word(self._source, offset, number)
 
 
-def evaluate(steps: Recipe, params: Sequence[float]) -> float:
-    """Return the value of a recipe for the given parameters."""
-    if isinstance(steps, float):
-        return steps
-    stack: List[float] = []
-    for step in steps:
-        if isinstance(step, float):
-            stack.append(step)
-        elif isinstance(step, int):
-            stack.append(params[step])
-        else:
-            operands = stack[-step.n_operands :]
-            del stack[-step.n_operands :]
-            stack.append(step.apply(operands))
-    return stack[0]
-
-
-def _combined(operation: Operation, operands: Tuple[Node, ...]) -> Node:
-    if all(isinstance(operand, float) for operand in operands):
-        return operation.apply(operands)  # type: ignore[arg-type]
-    return Pending(operation, operands)
+def _word(source: Source, offset: int, number: int) -> Token:
+    """Return the word of that number, counted from 0, behind `offset`."""
+    at = offset
+    for found in _WORD.finditer(source.text, offset):
+        if number == 0:
+            return Token(source, *found.span())
+        number -= 1
+        at = found.end()
+    return Token(source, at, at)

@@ -2,17 +2,14 @@
 
 from __future__ import annotations
 
-from dataclasses import replace
 from typing import Callable, Dict, Iterable, List, NamedTuple, Optional, Sequence, Tuple, Union
-
-from lark import Token
 
 from ..circuit import Circuit
 from ..instruction import Condition, Instruction, Register
 from . import qelib1
-from .errors import QasmError, fail, quoted, shortened
-from .expand import Gate, check_operand_count, define, expand, find
-from .expressions import evaluate, recipe
+from .definitions import Gate, check_names, check_operand_count, check_values, define, find, instructions
+from .errors import fail, quoted, shortened
+from .source import Token
 from .syntax import (
     Argument,
     Barrier,
@@ -21,6 +18,7 @@ from .syntax import (
     GateDeclaration,
     Include,
     Measure,
+    Places,
     RegisterDeclaration,
     Reset,
     integer,
@@ -70,14 +68,15 @@ class Program:
         # Argument lists seen so far, and calls without parameters: both
         # return again and again in a large file, and mean the same each time.
         self._rows: Dict[str, Rows] = {}
+        self._conditions: Dict[Tuple[str, int], Condition] = {}
         self._known_calls: Dict[Tuple[str, str], Tuple[Tuple[Instruction, ...], int]] = {}
 
     def circuit(self) -> Circuit:
         """Return the circuit of all statements so far."""
         return Circuit._assembled(tuple(self._registers.values()), self._instructions)
 
-    def run(self, statements: Iterable[object], path: Optional[str]) -> None:
-        """Take the statements of one file (or of a text, if `path` is None)."""
+    def run(self, statements: Iterable[object]) -> None:
+        """Take the statements of one file."""
         for statement in statements:
             if isinstance(statement, Call):
                 self._instructions.extend(self._call(statement))
@@ -90,7 +89,7 @@ class Program:
             elif isinstance(statement, RegisterDeclaration):
                 self._declare_register(statement)
             elif isinstance(statement, GateDeclaration):
-                self._declare_gate(statement, path)
+                self._declare_gate(statement)
             elif isinstance(statement, Include):
                 self._include_file(statement)
 
@@ -108,10 +107,10 @@ class Program:
         self._whole[name] = tuple(register.bits)
         self._n_bits[statement.kind] += size
 
-    def _declare_gate(self, statement: GateDeclaration, path: Optional[str]) -> None:
+    def _declare_gate(self, statement: GateDeclaration) -> None:
         self._check_new(statement.name)
-        definition = define(statement, self._gates, path)
-        self._gates[definition.name] = definition
+        gate = define(statement, self._gates)
+        self._gates[gate.name] = gate
 
     def _include_file(self, statement: Include) -> None:
         if statement.path != '"qelib1.inc"':
@@ -140,49 +139,49 @@ class Program:
 
     # --- Operations ---
 
-    def _call(self, call: Call) -> Sequence[Instruction]:
-        key = None
-        if not call.params and isinstance(call.arguments, Token):
-            key = (call.name, str(call.arguments))
+    def _call(self, call: Call, condition: Optional[Condition] = None) -> Sequence[Instruction]:
+        params = call.params
+        key = (call.name, call.places.text)
+        if not params and condition is None:
             known = self._known_calls.get(key)
             if known is not None:
-                self._spend(known[1], call.token)
+                self._spend(known[1], call)
                 return known[0]
         gate = find(call, self._gates)
         if gate.opaque is not None:
             fail(f"gate {quoted(gate.opaque)} is opaque: it has no body to execute", call.token)
-        params = tuple([evaluate(recipe(node, {}), ()) for node in call.params])
-        rows = self._rows_of(call)
+        rows = self._rows_of(call.places)
         check_operand_count(call, gate, rows.n_operands)
         work = gate.size * len(rows.qubits)
-        self._spend(work, call.token)
-        try:
-            instructions = tuple([step for qubits in rows.qubits for step in expand(gate, params, qubits)])
-        except QasmError as error:
-            error.message += f" in line {call.line}"
-            raise
-        except (ValueError, OverflowError):  # a sum of angles near the largest number
-            fail("number too large", call.token)
-        if key is not None:
-            self._known_calls[key] = (instructions, work)
-        return instructions
+        self._spend(work, call)
+        if params:
+            check_names(params, {})
+            check_values(gate, params, call)  # type: ignore[arg-type]  # numbers, after the line above
+        steps = instructions(gate, params, rows.qubits, condition)
+        if not params and condition is None:
+            self._known_calls[key] = (steps, work)
+        return steps
 
-    def _operation(self, operation: Union[Call, Measure, Reset]) -> Sequence[Instruction]:
+    def _operation(
+        self, operation: Union[Call, Measure, Reset], condition: Optional[Condition] = None
+    ) -> Sequence[Instruction]:
         if isinstance(operation, Call):
-            return self._call(operation)
+            return self._call(operation, condition)
         if isinstance(operation, Reset):
-            qubits = self._bits(operation.argument, "quantum")
-            self._spend(len(qubits), operation.argument.register)
-            return (Instruction("reset", qubits),)
-        qubits = self._bits(operation.source, "quantum")
-        clbits = self._bits(operation.target, "classical")
-        if (operation.source.element is None) != (operation.target.element is None) or len(qubits) != len(clbits):
+            (argument,) = split(operation.places)
+            qubits = self._bits(argument, "quantum")
+            self._spend(len(qubits), operation)
+            return (Instruction("reset", qubits, condition=condition),) if qubits else ()
+        (source,), (target,) = split(operation.source), split(operation.target)
+        qubits = self._bits(source, "quantum")
+        clbits = self._bits(target, "classical")
+        if (source.element is None) != (target.element is None) or len(qubits) != len(clbits):
             fail(
                 f"measure needs two bits or two registers of one size, got {len(qubits)} and {len(clbits)} bits",
-                operation.target.register,
+                target.register,
             )
-        self._spend(len(qubits), operation.source.register)
-        return (Instruction("measure", qubits, clbits=clbits),)
+        self._spend(len(qubits), operation)
+        return (Instruction("measure", qubits, (), (), clbits, condition),) if qubits else ()
 
     def _conditional(self, statement: Conditional) -> Iterable[Instruction]:
         register = self._register(statement.register, "classical")
@@ -193,31 +192,32 @@ class Program:
                 f"the condition can never hold",
                 statement.value,
             )
-        condition = Condition(self._whole[register.name], value)
-        return [
-            replace(step, condition=condition) if step.can_be_conditioned else step
-            for step in self._operation(statement.operation)
-        ]
+        if register.size == 0:  # holds 0 and nothing else
+            return self._operation(statement.operation)
+        return self._operation(statement.operation, self._condition(register, value))
+
+    def _condition(self, register: Register, value: int) -> Condition:
+        key = (register.name, value)
+        condition = self._conditions.get(key)
+        if condition is None:
+            condition = self._conditions[key] = Condition(self._whole[register.name], value)
+        return condition
 
     def _barrier(self, statement: Barrier) -> Instruction:
-        arguments = split(statement.arguments)
+        arguments = split(statement.places)
         listed = [bit for argument in arguments for bit in self._bits(argument, "quantum")]
-        self._spend(len(listed), arguments[0].register)
+        self._spend(len(listed), statement)
         return Instruction("barrier", tuple(dict.fromkeys(listed)))
 
     # --- Arguments ---
 
-    def _rows_of(self, call: Call) -> Rows:
-        if isinstance(call.arguments, tuple):
-            return self._new_rows(call)
-        text = str(call.arguments)
-        rows = self._rows.get(text)
+    def _rows_of(self, places: Places) -> Rows:
+        rows = self._rows.get(places.text)
         if rows is None:
-            rows = self._rows[text] = self._new_rows(call)
+            rows = self._rows[places.text] = self._new_rows(split(places))
         return rows
 
-    def _new_rows(self, call: Call) -> Rows:
-        arguments = split(call.arguments)
+    def _new_rows(self, arguments: Sequence[Argument]) -> Rows:
         columns = [self._bits(argument, "quantum") for argument in arguments]
         n_rows, widest = 1, None
         for argument, column in zip(arguments, columns):
@@ -258,7 +258,11 @@ class Program:
             fail(f"{quoted(name)} is a {register.kind} register, expected a {kind} one", name)
         return register
 
-    def _spend(self, work: int, token: Token) -> None:
+    def _spend(self, work: int, statement: Union[Call, Measure, Reset, Barrier]) -> None:
         self._spent += work
         if self._spent > self._most_instructions:
+            if isinstance(statement, Call):
+                token = statement.token
+            else:
+                token = split(statement.source if isinstance(statement, Measure) else statement.places)[0].register
             fail(f"the program expands to more than {self._most_instructions} instructions", token)

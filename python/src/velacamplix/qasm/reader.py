@@ -2,18 +2,17 @@
 
 from __future__ import annotations
 
+import gc
 import os
-from functools import lru_cache
-from importlib import resources
+from contextlib import contextmanager
 from pathlib import Path
-from typing import Iterable, List, NoReturn, Optional, Tuple, Union, cast
-
-from lark import Lark, Token, UnexpectedCharacters, UnexpectedInput, UnexpectedToken
+from typing import Iterator, List, Optional, Union
 
 from ..circuit import Circuit
-from .errors import QasmError, fail, position
+from .errors import QasmError, fail
 from .program import MOST_INSTRUCTIONS, Program
-from .syntax import ToStatements
+from .source import Source, Token
+from .syntax import Statements
 
 # Far more than anyone writes, and few enough for Python's own stack.
 _DEEPEST_INCLUDE = 50
@@ -24,11 +23,11 @@ def read_qasm(
 ) -> Circuit:
     """Read an OpenQASM 2 program into a circuit.
 
-    Every gate of qelib1.inc becomes one or a few of the library's own gates,
-    with the global phase that makes its controlled forms right; other gates
-    are expanded through their bodies. ``id`` and ``u0`` leave no instruction.
-    Measurements, resets and conditions are kept as they stand: a statement on
-    a whole register is one measure or reset of several qubits.
+    Every gate of qelib1.inc becomes one instruction, with the global phase
+    that makes its controlled forms right; other gates keep their definition.
+    ``id`` and ``u0`` leave no instruction. Measurements, resets and conditions
+    are kept as they stand: a statement on a whole register is one measure or
+    reset of several qubits.
 
     Parameters
     ----------
@@ -64,18 +63,21 @@ def read_qasm(
     ...     measure q -> c;
     ... ''')
     >>> print(circuit)
-    H 0
-    CNOT 0,1
+    bell 0,1
     measure 0,1 -> 0,1
     """
+    path: Optional[Path] = None
     if isinstance(source, str) and _is_program(source):
-        return _Files(most_instructions).read(source, None)
-    try:
-        path = Path(source)
-    except TypeError:
-        kind = type(source).__name__
-        raise TypeError(f"path_or_text must be a str or a path, got {kind}") from None
-    return _Files(most_instructions).read(_text_of(path), path)
+        text = source
+    else:
+        try:
+            path = Path(source)
+        except TypeError:
+            kind = type(source).__name__
+            raise TypeError(f"path_or_text must be a str or a path, got {kind}") from None
+        text = _text_of(path)
+    with _without_collections():
+        return _Files(most_instructions).read(text, path)
 
 
 class _Files:
@@ -90,18 +92,14 @@ class _Files:
         return self._program.circuit()
 
     def _run(self, text: str, path: Optional[Path]) -> None:
-        shown = None if path is None else str(path)
-        try:
-            version, statements = _parse(text)
-            if version is None and not self._open:
-                raise QasmError('the first statement must be "OPENQASM 2.0;"', line=1, column=1)
-            self._open.append(path)
-            self._program.run(statements, shown)
-            self._open.pop()
-        except QasmError as error:
-            if error.path is None:
-                error.path = shown
-            raise
+        statements = Statements(Source(text, None if path is None else str(path)))
+        listed = statements.read()
+        if statements.version is None and not self._open:
+            shown = None if path is None else str(path)
+            raise QasmError('the first statement must be "OPENQASM 2.0;"', line=1, column=1, path=shown)
+        self._open.append(path)
+        self._program.run(listed)
+        self._open.pop()
 
     def _include(self, quoted: Token) -> None:
         including = self._open[-1]
@@ -124,73 +122,16 @@ class _Files:
         self._run(text, path)
 
 
-@lru_cache(maxsize=None)
-def _parser() -> Lark:
-    # Made once: building the tables takes longer than reading a usual file.
-    # Neither the parser nor ToStatements keeps state, so threads may share it.
-    grammar = resources.files(__package__).joinpath("grammar.lark").read_text(encoding="utf-8")
-    return Lark(
-        grammar,
-        parser="lalr",
-        lexer="contextual",
-        transformer=ToStatements(),
-        maybe_placeholders=False,
-    )
-
-
-def _parse(text: str) -> Tuple[Optional[Token], Iterable[object]]:
+@contextmanager
+def _without_collections() -> Iterator[None]:
+    # Reading makes millions of objects and no circles. Looking for circles among them takes longer than reading.
+    was_enabled = gc.isenabled()
+    gc.disable()
     try:
-        # A list, because that is what ToStatements makes of the grammar's start.
-        statements = cast(List[object], _parser().parse(text))
-    except UnexpectedInput as error:
-        _fail_at_input(error, text)
-    if statements and isinstance(statements[0], Token):
-        return statements[0], statements[1:]
-    return None, statements
-
-
-def _fail_at_input(error: UnexpectedInput, text: str) -> NoReturn:
-    if isinstance(error, UnexpectedCharacters):
-        found, expected, place = error.char, error.allowed, (error.line, error.column)
-        message = f"unexpected character {found!r}"
-    elif isinstance(error, UnexpectedToken) and error.token.type != "$END":
-        found, expected, place = str(error.token), error.expected, position(error.token)
-        message = "unexpected text"
-    else:
-        # The parser has no place for the end of a text.
-        line = text.count("\n") + 1
-        column = len(text) - (text.rfind("\n") + 1) + 1
-        words = _words(getattr(error, "expected", ()))
-        raise QasmError(f"unexpected end of the program, expected {words}", line=line, column=column) from None
-    raise QasmError(
-        f"{message}, expected {_words(expected)}", line=place[0], column=place[1], text=found
-    ) from None
-
-
-def _words(terminals: Optional[Iterable[str]]) -> str:
-    """What the grammar's terminals look like in a program."""
-    patterns = {terminal.name: terminal.pattern for terminal in _parser().terminals}
-    words = set()
-    for name in terminals or ():
-        pattern = patterns.get(name)
-        if name in _DESCRIPTIONS:
-            words.add(_DESCRIPTIONS[name])
-        elif pattern is not None and pattern.type == "str":
-            words.add(repr(pattern.value))
-    return " or ".join(sorted(words)) if words else "nothing more"
-
-
-_DESCRIPTIONS = {
-    "NAME": "a name (it starts with a small letter)",
-    "SIMPLE_CALL": "a gate",
-    "BUILTIN": "a gate",
-    "FUNCTION": "a function",
-    "INTEGER": "an integer",
-    "NUMBER": "a number",
-    "VERSION": "a version",
-    "STRING": "a file name in quotes",
-    "$END": "the end",
-}
+        yield
+    finally:
+        if was_enabled:
+            gc.enable()
 
 
 def _is_program(source: str) -> bool:

@@ -1,32 +1,33 @@
-"""From text to statements: what the grammar's rules become.
+"""From text to statements.
 
-A statement is a small tuple that keeps the tokens it was made of. A token is a
-``str`` with ``line`` and ``column``, so every later error can tell its place.
+One pattern for each kind of statement takes it whole, in any layout: large files are read at the speed of Python's
+regular expressions. A text that fits no pattern goes to `mistakes`, which reads it again word by word and tells what
+is wrong. No two neighbours in a pattern can take the same character, so that a line of a million blanks does not cost
+a million times a million.
 """
 
 from __future__ import annotations
 
-import math
 import re
-from functools import lru_cache
 from typing import Any, List, NamedTuple, Optional, Tuple, Union
 
-from lark import Token, Transformer
-
-from . import expressions
-from .errors import fail, position
-from .expressions import Node
-
-#: Words that cannot be names of registers, gates, parameters or qubits.
-RESERVED = frozenset(
-    "include qreg creg gate opaque barrier if measure reset pi sin cos tan exp ln sqrt".split()
-)
+from .errors import fail
+from .expressions import ParameterLists, Params
+from .lexicon import BLANKS, BUILTIN, END, INTEGER, NAME, RESERVED, STRING
+from .mistakes import report
+from .source import Source, Token
 
 # Turning digits into a number takes time that grows with the square of their
 # number. These are enough for a bit pattern of 3300 bits.
 _MOST_DIGITS = 1000
 
-_PLACE = re.compile(r"([a-z]\w*)(?:\[(\d+)\])?")
+
+class Places(NamedTuple):
+    """Arguments as they stand in the text. The same few lists return throughout a large file, so they are split late."""
+
+    text: str
+    source: Source
+    offset: int
 
 
 class Argument(NamedTuple):
@@ -34,11 +35,6 @@ class Argument(NamedTuple):
 
     register: Token
     element: Optional[int]
-
-
-# A list that stands on one line stays one token. The same few lists return
-# throughout a large file, so they are split only when first seen.
-Arguments = Union[Token, Tuple[Argument, ...]]
 
 
 class Include(NamedTuple):
@@ -51,41 +47,40 @@ class RegisterDeclaration(NamedTuple):
     size: Token
 
 
+class Call(NamedTuple):
+    """A gate applied to arguments."""
+
+    name: str
+    params: Params
+    places: Places
+    offset: int
+
+    @property
+    def token(self) -> Token:
+        """The gate's name, to point at in an error."""
+        return Token(self.places.source, self.offset, self.offset + len(self.name))
+
+
+class Barrier(NamedTuple):
+    places: Places
+
+
+class Measure(NamedTuple):
+    source: Places
+    target: Places
+
+
+class Reset(NamedTuple):
+    places: Places
+
+
 class GateDeclaration(NamedTuple):
     """A gate with a body, or an opaque one (body is None)."""
 
     name: Token
     params: Tuple[Token, ...]
     qubits: Tuple[Token, ...]
-    body: Optional[Tuple[Union[Call, Barrier], ...]]
-
-
-class Call(NamedTuple):
-    """A gate applied to arguments."""
-
-    name: str
-    params: Tuple[Node, ...]
-    arguments: Arguments
-    line: int
-    column: int
-
-    @property
-    def token(self) -> Token:
-        """The gate's name, to point at in an error."""
-        return _token("NAME", self.name, self.line, self.column)
-
-
-class Barrier(NamedTuple):
-    arguments: Arguments
-
-
-class Measure(NamedTuple):
-    source: Argument
-    target: Argument
-
-
-class Reset(NamedTuple):
-    argument: Argument
+    body: Optional[List[Union[Call, Barrier]]]
 
 
 class Conditional(NamedTuple):
@@ -94,110 +89,190 @@ class Conditional(NamedTuple):
     operation: Union[Call, Measure, Reset]
 
 
-class ToStatements(Transformer):  # type: ignore[type-arg]
-    """Called by the parser for each rule and token; keeps no state of its own."""
+_PLACE = rf"{NAME}{BLANKS}(?:\[{BLANKS}{INTEGER}{BLANKS}\]{BLANKS})?"
+_PLACES = rf"{_PLACE}(?:,{BLANKS}{_PLACE})*"
+_NAMES = rf"{NAME}{BLANKS}(?:,{BLANKS}{NAME}{BLANKS})*"
+# Whatever may stand in a list of parameters. Arguments hold no parentheses, so the last one closes the list.
+_IN_PARENTHESES = r"[-+*/^().,0-9A-Za-z_ \t\r\n\f]*"
 
-    def start(self, children: List[Any]) -> List[Any]:
-        return children
+_CALL = re.compile(rf"([A-Za-z][A-Za-z0-9_]*){END}{BLANKS}(?:\(({_IN_PARENTHESES})\){BLANKS})?({_PLACES});")
+_SKIPPED = re.compile(rf"{BLANKS}(?:;{BLANKS})*")
+_BLANK = re.compile(BLANKS)
+_WORD = re.compile(r"[A-Za-z][A-Za-z0-9_]*")
+_VERSION = re.compile(rf"OPENQASM{BLANKS}([0-9]+(?:\.[0-9]+)?){BLANKS};")
+_INCLUDE = re.compile(rf"include{BLANKS}({STRING}){BLANKS};")
+_REGISTER = re.compile(rf"[qc]reg{END}{BLANKS}({NAME}){BLANKS}\[{BLANKS}({INTEGER}){BLANKS}\]{BLANKS};")
+_HEAD = re.compile(
+    rf"(?:gate|opaque){END}{BLANKS}({NAME}){END}{BLANKS}(?:\({BLANKS}({_NAMES})?\){BLANKS})?({_NAMES})([{{;])"
+)
+_BARRIER = re.compile(rf"barrier{END}{BLANKS}({_PLACES});")
+_MEASURE = re.compile(rf"measure{END}{BLANKS}({_PLACE})->{BLANKS}({_PLACE});")
+_RESET = re.compile(rf"reset{END}{BLANKS}({_PLACE});")
+_IF = re.compile(rf"if{BLANKS}\({BLANKS}({NAME}){BLANKS}=={BLANKS}({INTEGER}){BLANKS}\){BLANKS}")
 
-    def header(self, children: List[Token]) -> Token:
-        (version,) = children
-        if float(version) != 2.0:
-            fail(f"this reader knows OpenQASM 2.0, not {version!s}", version)
-        return version
+_ONE_NAME = re.compile(NAME)
+_ONE_PLACE = re.compile(rf"({NAME}){BLANKS}(?:\[{BLANKS}({INTEGER}))?")
 
-    def include(self, children: List[Token]) -> Include:
-        return Include(*children)
 
-    def quantum_register(self, children: List[Token]) -> RegisterDeclaration:
-        return RegisterDeclaration("quantum", *children)
+class Statements:
+    """Reads the statements of one file.
 
-    def classical_register(self, children: List[Token]) -> RegisterDeclaration:
-        return RegisterDeclaration("classical", *children)
+    Attributes
+    ----------
+    version : Token or None
+        What the file says to be written in.
+    """
 
-    names = tuple
+    def __init__(self, source: Source) -> None:
+        self._source = source
+        self._text = source.text
+        self._lists = ParameterLists(source)
+        self._end = 0  # of the statement read last
+        self.version: Optional[Token] = None
 
-    def head(self, children: List[Any]) -> Tuple[Token, Tuple[Token, ...], Tuple[Token, ...]]:
-        params = children[1] if len(children) == 3 else ()
-        return children[0], params, children[-1]
+    def read(self) -> List[Any]:
+        """Return all statements, in order.
 
-    def gate(self, children: List[Any]) -> GateDeclaration:
-        (name, params, qubits), *body = children
-        return GateDeclaration(name, params, qubits, tuple(body))
+        Raises
+        ------
+        QasmError
+            At the first place that is not OpenQASM 2.
+        """
+        text, skipped, length = self._text, _SKIPPED.match, len(self._text)
+        statements: List[Any] = []
+        at = _end(_BLANK, text, 0)
+        found = _VERSION.match(text, at)
+        if found is not None:
+            self.version = self._token(found, 1)
+            if float(self.version) != 2.0:
+                fail(f"this reader knows OpenQASM 2.0, not {self.version!s}", self.version)
+            at = found.end()
+        elif text.startswith("OPENQASM", at):
+            report(self._source, self._lists, at, "header")
+        while True:
+            at = skipped(text, at).end()  # type: ignore[union-attr]
+            if at == length:
+                return statements
+            statement = self._call(at) or self._other(at)
+            if statement is None:
+                report(self._source, self._lists, at, "file")
+            statements.append(statement)
+            at = self._end
 
-    def opaque(self, children: List[Any]) -> GateDeclaration:
-        ((name, params, qubits),) = children
-        return GateDeclaration(name, params, qubits, None)
+    def _call(self, at: int) -> Optional[Call]:
+        found = _CALL.match(self._text, at)
+        if found is None:
+            return None
+        name, listed, places = found.groups()
+        if name in RESERVED or (name[0] < "a" and name not in BUILTIN):
+            return None
+        params: Optional[Params] = ()
+        if listed is not None:
+            params = self._lists.whole(listed, found.start(2))
+            if params is None:
+                return None
+        self._end = found.end()
+        return Call(name, params, Places(places, self._source, found.start(3)), at)
 
-    def barrier(self, children: List[Any]) -> Barrier:
-        return Barrier(*children)
+    def _other(self, at: int) -> Any:
+        word = _WORD.match(self._text, at)
+        if word is None:
+            return None
+        reader = _READERS.get(word[0])
+        return None if reader is None else reader(self, at)
 
-    def conditional(self, children: List[Any]) -> Conditional:
-        return Conditional(*children)
+    def _include(self, at: int) -> Optional[Include]:
+        found = self._match(_INCLUDE, at)
+        return None if found is None else Include(self._token(found, 1))
 
-    def measure(self, children: List[Argument]) -> Measure:
-        return Measure(*children)
+    def _register(self, at: int) -> Optional[RegisterDeclaration]:
+        found = self._match(_REGISTER, at)
+        if found is None:
+            return None
+        kind = "quantum" if self._text[at] == "q" else "classical"
+        return RegisterDeclaration(kind, self._name(found, 1), self._token(found, 2))
 
-    def reset(self, children: List[Argument]) -> Reset:
-        return Reset(*children)
+    def _gate(self, at: int) -> Optional[GateDeclaration]:
+        found = self._match(_HEAD, at)
+        if found is None or (found[4] == "{") != (self._text[at] == "g"):
+            return None
+        name, params, qubits = self._name(found, 1), self._names(found, 2), self._names(found, 3)
+        return GateDeclaration(name, params, qubits, self._body() if found[4] == "{" else None)
 
-    def call(self, children: List[Any]) -> Call:
-        name = children[0]
-        params = children[1] if len(children) == 3 else ()
-        return Call(str(name), params, children[-1], *position(name))
+    def _body(self) -> List[Union[Call, Barrier]]:
+        text, at = self._text, self._end
+        body: List[Union[Call, Barrier]] = []
+        while True:
+            at = _end(_BLANK, text, at)
+            if text.startswith("}", at):
+                self._end = at + 1
+                return body
+            step = self._call(at) or (self._barrier(at) if text.startswith("barrier", at) else None)
+            if step is None:
+                report(self._source, self._lists, at, "body")
+            body.append(step)
+            at = self._end
 
-    expressions = tuple
+    def _barrier(self, at: int) -> Optional[Barrier]:
+        found = self._match(_BARRIER, at)
+        return None if found is None else Barrier(self._places(found, 1))
 
-    def arguments(self, children: List[Any]) -> Arguments:
-        return children[0] if isinstance(children[0], Token) else tuple(children)
+    def _measure(self, at: int) -> Optional[Measure]:
+        found = self._match(_MEASURE, at)
+        return None if found is None else Measure(self._places(found, 1), self._places(found, 2))
 
-    def argument(self, children: List[Token]) -> Argument:
-        if children[0].type == "PLACE":
-            return split(children[0])[0]
-        return Argument(children[0], integer(children[1]) if len(children) == 2 else None)
+    def _reset(self, at: int) -> Optional[Reset]:
+        found = self._match(_RESET, at)
+        return None if found is None else Reset(self._places(found, 1))
 
-    source = argument
+    def _conditional(self, at: int) -> Optional[Conditional]:
+        found = self._match(_IF, at)
+        if found is None:
+            return None
+        register, value = self._name(found, 1), self._token(found, 2)
+        at = self._end
+        operation = self._call(at)
+        if operation is None and self._text.startswith(("measure", "reset"), at):
+            operation = self._other(at)
+        if not isinstance(operation, (Call, Measure, Reset)):
+            report(self._source, self._lists, at, "condition")
+        return Conditional(register, value, operation)
 
-    def binary(self, children: List[Any]) -> Node:
-        return expressions.binary(*children)
+    def _match(self, pattern: re.Pattern[str], at: int) -> Optional[re.Match[str]]:
+        found = pattern.match(self._text, at)
+        if found is not None:
+            self._end = found.end()
+        return found
 
-    def unary(self, children: List[Any]) -> Node:
-        return expressions.unary(*children)
+    def _token(self, found: re.Match[str], group: int) -> Token:
+        return Token(self._source, *found.span(group))
 
-    def variable(self, children: List[Token]) -> Token:
-        return children[0]
+    def _name(self, found: re.Match[str], group: int) -> Token:
+        return _no_keyword(self._token(found, group))
 
-    def NAME(self, token: Token) -> Token:
-        # The lexer takes a keyword for a name where no keyword can stand.
-        if token in RESERVED:
-            fail(f"{token!s} is a reserved word and cannot stand here", token)
-        return token
+    def _names(self, found: re.Match[str], group: int) -> Tuple[Token, ...]:
+        start, end = found.span(group)
+        return tuple(
+            [_no_keyword(Token(self._source, *name.span())) for name in _ONE_NAME.finditer(self._text, start, end)]
+            if start >= 0
+            else ()
+        )
 
-    def NUMBER(self, token: Token) -> float:
-        return expressions.number(token)
+    def _places(self, found: re.Match[str], group: int) -> Places:
+        return Places(found[group], self._source, found.start(group))
 
-    def PI(self, token: Token) -> float:
-        return math.pi
 
-    def SIMPLE_CALL(self, token: Token) -> Call:
-        # The grammar has proved the shape, so plain cuts find the parts.
-        text = str(token)
-        params: Tuple[float, ...] = ()
-        if "(" in text:
-            name, _, rest = text.partition("(")
-            listed, _, rest = rest.partition(")")
-            params = tuple(
-                float(word) if "pi" not in word else _fraction_of_pi(word)
-                for word in listed.split(",")
-            )
-            if not all(map(math.isfinite, params)):
-                _fail_at_constant(token, listed, params)
-        else:
-            name, rest = text.split(None, 1)
-        places = rest.lstrip()
-        line, column = position(token)
-        arguments = _token("PLACES", places[:-1], line, column + len(text) - len(places))
-        return Call(name.rstrip(), params, arguments, line, column)
+_READERS = {
+    "include": Statements._include,
+    "qreg": Statements._register,
+    "creg": Statements._register,
+    "gate": Statements._gate,
+    "opaque": Statements._gate,
+    "barrier": Statements._barrier,
+    "measure": Statements._measure,
+    "reset": Statements._reset,
+    "if": Statements._conditional,
+}
 
 
 def integer(token: Token) -> int:
@@ -207,48 +282,24 @@ def integer(token: Token) -> int:
     return int(token)
 
 
-def split(arguments: Arguments) -> Tuple[Argument, ...]:
+def split(places: Places) -> Tuple[Argument, ...]:
     """Return the single arguments of a list, each with its own place."""
-    if isinstance(arguments, tuple):
-        return arguments
-    line, column = position(arguments)
-    return tuple(
-        Argument(
-            _token("NAME", found[1], line, column + found.start()),
-            None
-            if found[2] is None
-            else integer(_token("INTEGER", found[2], line, column + found.start(2))),
-        )
-        for found in _PLACE.finditer(arguments)
-    )
+    source, start = places.source, places.offset
+    arguments: List[Argument] = []
+    for found in _ONE_PLACE.finditer(source.text, start, start + len(places.text)):
+        name = _no_keyword(Token(source, *found.span(1)))
+        element = None if found[2] is None else integer(Token(source, *found.span(2)))
+        arguments.append(Argument(name, element))
+    return tuple(arguments)
 
 
-@lru_cache(maxsize=1024)
-def _fraction_of_pi(text: str) -> float:
-    # Same operations in the same order as the grammar's rules, so the same
-    # bits. Infinity stands for every failure; the caller finds the place.
-    before, _, after = text.replace(" ", "").replace("\t", "").partition("pi")
-    value = {"": math.pi, "-": -math.pi}.get(before) or float(before[:-1]) * math.pi
-    if not after:
-        return value
-    operand = float(after[1:])
-    if after[0] == "*":
-        return value * operand
-    return value / operand if operand else math.inf
+def _no_keyword(token: Token) -> Token:
+    if token in RESERVED:
+        fail(f"{token!s} is a reserved word and cannot stand here", token)
+    return token
 
 
-def _fail_at_constant(token: Token, listed: str, params: Tuple[float, ...]) -> None:
-    line, column = position(token)
-    offset = token.index("(") + 1
-    for word, value in zip(listed.split(","), params):
-        if not math.isfinite(value):
-            blanks = len(word) - len(word.lstrip())
-            place = _token("CONSTANT", word.strip(), line, column + offset + blanks)
-            divisor = word.partition("/")[2]
-            by_zero = divisor and float(divisor) == 0
-            fail("division by zero" if by_zero else "number too large", place)
-        offset += len(word) + 1
-
-
-def _token(kind: str, text: str, line: int, column: int) -> Token:
-    return Token(kind, text, line=line, column=column)
+def _end(pattern: re.Pattern[str], text: str, at: int) -> int:
+    found = pattern.match(text, at)
+    assert found is not None  # it takes the empty text too
+    return found.end()

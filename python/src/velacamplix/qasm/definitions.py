@@ -1,0 +1,209 @@
+"""Gates by name, and the check of what a file declares."""
+
+from __future__ import annotations
+
+from typing import Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
+
+from .._circuit_composites import COMPOSITES
+from .._circuit_definition import SIZE_LIMIT, GateDefinition
+from ..instruction import Instruction
+from ..parameter import CalculationError, Expression, Parameter
+from . import qelib1
+from .errors import fail, quoted, shortened
+from .expressions import Params
+from .qelib1 import LibraryGate
+from .reach import reach_of
+from .source import Token
+from .syntax import Argument, Barrier, Call, GateDeclaration, split
+
+
+class Step(NamedTuple):
+    """One call in a gate's body: which gate, and its parameters with their places in the file."""
+
+    gate: Gate
+    params: Params
+
+
+class DeclaredGate(NamedTuple):
+    """A gate from a file.
+
+    `size` bounds the work of one expansion: calls at every depth, itself
+    included, so that bodies without instructions count too. `opaque` is the
+    name of a gate without body that it needs, if any; then there is no definition.
+    """
+
+    name: str
+    formals: Tuple[str, ...]
+    n_qubits: int
+    steps: Tuple[Step, ...]
+    definition: Optional[GateDefinition]
+    size: int
+    opaque: Optional[str]
+    reach: float
+    can_be_replaced: bool = False
+
+    @property
+    def n_params(self) -> int:
+        """Number of parameters."""
+        return len(self.formals)
+
+
+Gate = Union[LibraryGate, DeclaredGate]
+
+
+def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredGate:
+    """Check a declaration and return its gate.
+
+    Calls in the body refer to `gates` as it is now. A gate must be declared
+    before it is used, so no chain of calls can come back to its beginning.
+    """
+    name = str(declaration.name)
+    slots = _positions(declaration.qubits, "qubit")
+    formals = _positions(declaration.params, "parameter")
+    for qubit in declaration.qubits:
+        if qubit in formals:
+            fail(f"{quoted(qubit)} is both a parameter and a qubit", qubit)
+    if declaration.body is None:
+        return DeclaredGate(name, tuple(formals), len(slots), (), None, 1, name, 0.0)
+    steps: List[Step] = []
+    body: List[Instruction] = []
+    size, opaque = 1, None
+    for call in declaration.body:
+        if isinstance(call, Barrier):
+            places = dict.fromkeys(_slots(split(call.places), slots))
+            body.append(Instruction("barrier", tuple(places)))
+            size += 1
+            continue
+        gate, places_of_call = _checked(call, name, gates, formals, slots)
+        size += gate.size
+        opaque = opaque or gate.opaque
+        steps.append(Step(gate, call.params))
+        if not opaque:
+            body.extend(instructions(gate, call.params, (places_of_call,)))
+    definition = None
+    if not opaque:
+        definition = GateDefinition.checked(name, tuple(formals), len(slots), tuple(body))
+    reach = reach_of([(step.params, step.gate.reach) for step in steps], bool(formals))
+    return DeclaredGate(
+        name, tuple(formals), len(slots), tuple(steps), definition, min(size, SIZE_LIMIT), opaque, reach
+    )
+
+
+def find(call: Call, gates: Mapping[str, Gate]) -> Gate:
+    """Return the gate of a call, or raise `QasmError` if there is none that fits."""
+    gate = gates.get(call.name)
+    if gate is None:
+        fail(f"unknown gate {quoted(call.name)}" + _hint(call.name), call.token)
+    if len(call.params) != gate.n_params:
+        fail(_counts(gate.name, gate.n_params, "parameter", len(call.params)), call.token)
+    return gate
+
+
+def check_operand_count(call: Call, gate: Gate, count: int) -> None:
+    """Raise `QasmError` if `count` is not the number of qubits the gate takes."""
+    if count != gate.n_qubits:
+        fail(_counts(gate.name, gate.n_qubits, "qubit", count), call.token)
+
+
+def instructions(
+    gate: Gate, params: Params, rows: Sequence[Tuple[int, ...]], condition: object = None
+) -> Tuple[Instruction, ...]:
+    """Return the instructions of one call, one for each row of qubits."""
+    if isinstance(gate, DeclaredGate):
+        name, definition = gate.name, gate.definition
+        return tuple([Instruction(name, row, params, (), (), condition, definition) for row in rows])  # type: ignore[arg-type]
+    if gate.step is None:
+        return ()
+    step, n = gate.step, gate.n_controls
+    if n == 0:
+        return tuple([Instruction(step, row, params, (), (), condition) for row in rows])  # type: ignore[arg-type]
+    return tuple([Instruction(step, row[n:], params, row[:n], (), condition) for row in rows])  # type: ignore[arg-type]
+
+
+def check_values(gate: Gate, params: Tuple[float, ...], call: Call) -> None:
+    """Raise `QasmError` if a call with these parameters has no finite value somewhere inside."""
+    if not params or max(map(abs, params)) <= gate.reach:
+        return
+    # A stack of our own, because bodies may be nested more deeply than Python calls.
+    waiting: List[Tuple[Gate, Tuple[float, ...]]] = [(gate, params)]
+    while waiting:
+        gate, params = waiting.pop()
+        if not params or max(map(abs, params)) <= gate.reach:
+            continue
+        if isinstance(gate, LibraryGate):
+            _check_composite(gate, params, call)
+            continue
+        values = dict(zip(gate.formals, params))
+        for step in gate.steps:
+            try:
+                inner = tuple([item.evaluate(values) if isinstance(item, Expression) else item for item in step.params])
+            except CalculationError as error:
+                # The place is in the body, perhaps of an included file.
+                shown = shortened(", ".join(f"{value:g}" for value in params))
+                line, _ = call.token.place
+                message = f"{error}, in gate {quoted(gate.name)} called with ({shown}) in line {line}"
+                fail(message, error.expression.place.token)
+            waiting.append((step.gate, inner))
+
+
+def _check_composite(gate: LibraryGate, params: Tuple[float, ...], call: Call) -> None:
+    assert gate.step is not None  # a gate that does nothing takes everything
+    try:
+        COMPOSITES[gate.step].build(params, tuple(range(COMPOSITES[gate.step].n_qubits)))
+    except (ValueError, OverflowError):  # a sum of angles near the largest number
+        fail("number too large", call.token)
+
+
+def _checked(
+    call: Call, owner: str, gates: Mapping[str, Gate], formals: Mapping[str, int], slots: Mapping[str, int]
+) -> Tuple[Gate, Tuple[int, ...]]:
+    if call.name == owner:
+        fail(f"gate {quoted(owner)} is used in its own definition", call.token)
+    gate = find(call, gates)
+    arguments = split(call.places)
+    check_operand_count(call, gate, len(arguments))
+    places = _slots(arguments, slots)
+    for position, argument in enumerate(arguments):
+        if places[position] in places[:position]:
+            fail(f"qubit {quoted(argument.register)} named twice", argument.register)
+    check_names(call.params, formals)
+    return gate, places
+
+
+def check_names(params: Params, formals: Mapping[str, int]) -> None:
+    """Raise `QasmError` at a name in the parameters that is none of `formals`."""
+    for value in params:
+        if type(value) is float:
+            continue
+        for part in value.parts():  # type: ignore[union-attr]
+            if isinstance(part, Parameter) and part.name not in formals:
+                known = ", ".join(formals) or "none here"
+                fail(f"unknown parameter {quoted(part.name)}; known: {shortened(known)}", part.place.token)
+
+
+def _slots(arguments: Sequence[Argument], slots: Mapping[str, int]) -> Tuple[int, ...]:
+    for argument in arguments:
+        if argument.register not in slots:
+            fail(f"unknown qubit {quoted(argument.register)} in a gate's body", argument.register)
+        if argument.element is not None:
+            fail("a qubit in a gate's body has no index", argument.register)
+    return tuple(slots[argument.register] for argument in arguments)
+
+
+def _positions(names: Sequence[Token], noun: str) -> Dict[str, int]:
+    positions: Dict[str, int] = {}
+    for name in names:
+        if name in positions:
+            fail(f"{noun} {quoted(name)} named twice", name)
+        positions[str(name)] = len(positions)
+    return positions
+
+
+def _counts(name: str, wanted: int, noun: str, got: int) -> str:
+    plural = "" if wanted == 1 else "s"
+    return f"gate {quoted(name)} takes {wanted} {noun}{plural}, got {got}"
+
+
+def _hint(name: str) -> str:
+    # The library's names resolve only after the include; forgetting it is common.
+    return '; is \'include "qelib1.inc";\' missing?' if name in qelib1.GATES else ""

@@ -1,0 +1,94 @@
+"""The words of OpenQASM 2, and single tokens with the errors they can bring."""
+
+from __future__ import annotations
+
+import re
+from typing import NoReturn, Sequence, Tuple
+
+from .errors import fail
+from .source import Source, Token
+
+FUNCTION_NAMES = frozenset("sin cos tan exp ln sqrt".split())
+
+#: Words that cannot be names of registers, gates, parameters or qubits.
+RESERVED = frozenset("include qreg creg gate opaque barrier if measure reset pi".split()) | FUNCTION_NAMES
+
+#: The two gates of the language itself, and the only names with a capital.
+BUILTIN = frozenset({"U", "CX"})
+
+#: No space, as a pattern, but any number of them.
+BLANKS = r"[ \t\r\n\f]*"
+NAME = r"[a-z][A-Za-z0-9_]*"
+INTEGER = r"(?:0|[1-9][0-9]*)"
+NUMBER = r"(?:[0-9]+(?:\.[0-9]*)?|\.[0-9]+)(?:[eE][+-]?[0-9]+)?"
+STRING = r'"[^"\r\n]*"'
+#: After a word: it ends here. Without it a pattern that fails later would try the word cut shorter.
+END = r"(?![A-Za-z0-9_])"
+
+_TOKEN = re.compile(
+    rf"{BLANKS}(?:(?P<number>{NUMBER})|(?P<word>[A-Za-z][A-Za-z0-9_]*)|(?P<string>{STRING})"
+    r"|(?P<symbol>->|==|[-+*/^()\[\]{},;])|(?P<other>.)|(?P<end>\Z))",
+    re.DOTALL,
+)
+_INTEGER = re.compile(INTEGER)
+
+
+class Tokens:
+    """Reads tokens one by one from a place in a program."""
+
+    def __init__(self, source: Source, offset: int) -> None:
+        self.source = source
+        self.kind, self.token, self.next = self._at(offset)
+
+    def advance(self) -> Token:
+        """Step over the token and return it."""
+        token = self.token
+        self.kind, self.token, self.next = self._at(self.next)
+        return token
+
+    def symbol(self, *allowed: str) -> str:
+        """Step over one of the allowed symbols and return it, or fail."""
+        if self.kind != "symbol" or self.token not in allowed:
+            self.fail([repr(item) for item in allowed])
+        return str(self.advance())
+
+    def name(self, also: Sequence[str] = ()) -> Token:
+        """Step over a name and return it, or fail."""
+        if self.kind != "word" or self.token[0] < "a":
+            self.fail([*also, "a name (it starts with a small letter)"])
+        if self.token in RESERVED:
+            fail(f"{self.token!s} is a reserved word and cannot stand here", self.token)
+        return self.advance()
+
+    def integer(self) -> Token:
+        """Step over an integer and return it, or fail."""
+        found = _INTEGER.match(self.source.text, self.token.offset)
+        if self.kind != "number" or found is None:
+            self.fail(["an integer"])
+        # What follows, perhaps a fraction or more digits after a zero, is the next token.
+        end = found.end()
+        token = Token(self.source, self.token.offset, end)
+        self.kind, self.token, self.next = self._at(end)
+        return token
+
+    def fail(self, expected: Sequence[str]) -> NoReturn:
+        """Raise `QasmError` at the token."""
+        words = " or ".join(sorted(set(expected))) or "nothing more"
+        if self.kind == "end":
+            fail(f"unexpected end of the program, expected {words}", self.token)
+        if self.kind == "other" or (self.kind == "word" and self.token[0] < "a" and self.token not in _CAPITALS):
+            character = Token(self.source, self.token.offset, self.token.offset + 1)
+            fail(f"unexpected character {str(character)!r}, expected {words}", character)
+        if self.kind == "symbol" and self.token == "==":
+            character = Token(self.source, self.token.offset, self.token.offset + 1)
+            fail(f"unexpected character '=', expected {words}", character)
+        fail(f"unexpected text, expected {words}", self.token)
+
+    def _at(self, offset: int) -> Tuple[str, Token, int]:
+        found = _TOKEN.match(self.source.text, offset)
+        assert found is not None and found.lastgroup is not None  # the pattern takes everything
+        kind = found.lastgroup
+        return kind, Token(self.source, found.start(kind), found.end()), found.end()
+
+
+_CAPITALS = BUILTIN | {"OPENQASM"}

@@ -1,0 +1,54 @@
+"""The text of one file, and pieces of it that know where they stand."""
+
+from __future__ import annotations
+
+import re
+from typing import Optional, Tuple
+
+# A comment may stand anywhere but in quotes.
+_QUOTED_OR_COMMENT = re.compile(r'"[^"\r\n]*"|//[^\r\n]*')
+
+
+class Token(str):
+    """A piece of a program: its text, and where it begins."""
+
+    source: Source
+    offset: int
+
+    def __new__(cls, source: Source, start: int, end: int) -> Token:
+        token = super().__new__(cls, source.text[start:end])
+        token.source = source
+        token.offset = start
+        return token
+
+    def __reduce__(self) -> Tuple[type, Tuple[str]]:
+        return (str, (str(self),))
+
+    @property
+    def place(self) -> Tuple[int, int]:
+        """Line and column, both counted from 1."""
+        return self.source.place(self.offset)
+
+
+class Source:
+    """One file or text.
+
+    Attributes
+    ----------
+    text : str
+        Without comments; what is left stands at the same line and column as before.
+    path : str or None
+    """
+
+    __slots__ = ("text", "path")
+
+    def __init__(self, text: str, path: Optional[str] = None) -> None:
+        if "//" in text:
+            text = _QUOTED_OR_COMMENT.sub(lambda found: found[0] if found[0][0] == '"' else "", text)
+        self.text = text
+        self.path = path
+
+    def place(self, offset: int) -> Tuple[int, int]:
+        """Return line and column of an offset, both counted from 1."""
+        line_start = self.text.rfind("\n", 0, offset) + 1
+        return self.text.count("\n", 0, offset) + 1, offset - line_start + 1
