@@ -72,6 +72,12 @@ def test_a_picture_shows_more_than_the_table(command, write, tmp_path):  # noqa:
     assert all(f"<!-- {i:05b} -->" in drawing for i in range(32)) and "others" not in drawing
 
 
+def test_a_picture_of_a_file_with_a_strange_name(command, write, tmp_path):  # noqa: F811
+    pytest.importorskip("matplotlib")
+    ended = command("run", write("qreg q[1];\n", name="a$\\frac$_{&<b>.qasm"), "--plot", "out.svg")
+    assert ended.returncode == 0 and (tmp_path / "out.svg").stat().st_size > 3000
+
+
 def test_a_picture_of_very_many_outcomes(command, write, tmp_path):  # noqa: F811
     pytest.importorskip("matplotlib")
     command("run", write("qreg q[12];\nh q;\n"), "--plot", "out.svg")

@@ -7,7 +7,7 @@ import sys
 import numpy as np
 import pytest
 
-from velacamplix import Counts, StateVector
+from velacamplix import Circuit, Counts, StateVector, run
 from velacamplix.plotting import plot_counts, plot_probabilities, plot_state
 
 matplotlib = pytest.importorskip("matplotlib")
@@ -108,6 +108,12 @@ def test_a_small_rest_is_drawn_to_scale():
     labels, heights = bars(ax)
     assert list(labels.values()) == ["00", "01", "2 others\n10"] and list(heights.values()) == [50, 40, 10]
     assert not ax.texts
+
+
+def test_counts_of_a_result():
+    result = run(Circuit(2, 2).h(0).cx(0, 1).measure([0, 1], [0, 1]), shots=100, seed=1)
+    labels, heights = bars(plot_counts(result))
+    assert dict(zip(labels.values(), heights.values())) == result.counts
 
 
 def test_nothing_to_show():

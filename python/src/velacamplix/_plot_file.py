@@ -44,5 +44,6 @@ def save(path: str, name: str, results: Results) -> None:
     _plot_bars.draw(ax, drawn)
     ax.set_xlabel(f"outcomes of {results.whole}, {results.labels[0]} left" if results.labels else "outcome")
     ax.set_ylabel("probability" if results.counts is None else f"counts of {results.counts.shots} shots")
-    ax.set_title(name, fontsize=10)
+    # A dollar sign would begin a formula.
+    ax.set_title(name.replace("$", r"\$"), fontsize=10)
     figure.savefig(path, dpi=120)
