@@ -85,11 +85,12 @@ def test_an_exception_ends_the_run_and_the_state_is_that_of_the_first_gates():
         done.append(progress.done)
         raise Enough
 
-    with pytest.raises(Enough):
+    with pytest.raises(Enough) as stopped:
         state.run(circuit, progress=stop)
-    assert 0 < done[0] < len(circuit)
+    applied = stopped.value.gates_applied
+    assert 0 < done[0] <= applied < len(circuit)
     first_part = Circuit(20)
-    for step in circuit.instructions[: done[0]]:
+    for step in circuit.instructions[:applied]:
         first_part.append(step)
     assert state.array.tobytes() == StateVector(20).run(first_part).array.tobytes()
     with pytest.raises(Enough):
@@ -210,7 +211,7 @@ def test_ctrl_c_stops_a_state_between_passes():
             state.run(circuit)
         except KeyboardInterrupt as error:
             print(error)
-            applied = int(str(error).split()[2])
+            applied = error.gates_applied
         assert 0 < applied < len(circuit)
         first_part = Circuit(20)
         for step in circuit.instructions[:applied]:

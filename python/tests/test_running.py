@@ -241,8 +241,8 @@ def test_the_plan(precision):
     result = run(circuit, threads=2, precision=precision)
     plan = result.plan
     assert plan.gates == len(circuit) and plan.sweeps > 0
-    assert [p.first_gate for p in plan.passes] == [0] + [p.last_gate for p in plan.passes[:-1]]
-    assert plan.passes[-1].last_gate == plan.gates
+    assert plan.passes[0].first_gate == 0 and plan.passes[-1].last_gate == plan.gates
+    assert all(0 <= p.first_gate < p.last_gate <= plan.gates for p in plan.passes)
     assert all(set(p.local_qubits) <= set(range(20)) for p in plan.passes)
     assert str(plan).startswith(f"{plan.gates} gates in {len(plan.passes)} passes")
 

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import threading
 from typing import Any, Callable, Optional
 
@@ -18,14 +19,17 @@ def drive(core: Any, program: Any, report: Optional[Callable[[int, int], Any]] =
     Raises
     ------
     BaseException
-        What `report` or a signal handler raised. The run has then stopped between two passes: a first part of the
-        gates has acted.
+        What `report` or a signal handler raised. The run has then stopped between two passes: the first gates have
+        acted, and the exception's attribute ``gates_applied`` tells how many.
     """
     # Only Python's main thread runs signal handlers.
     signals = threading.get_ident() == threading.main_thread().ident
     applied, error = program.run(core, report, INTERVAL, signals)
     if error is None:
         return
+    # An exception without a __dict__ cannot take it.
+    with contextlib.suppress(AttributeError):
+        error.gates_applied = applied
     if type(error) is KeyboardInterrupt and not error.args:
         error.args = (f"stopped after {applied} of {len(program)} gates",)
     raise error
