@@ -1,6 +1,6 @@
-// Whole circuits in passes and gate by gate. Told in seconds, in passes, and in units: the time per gate and amplitude
-// over the time per 16 bytes of an in-place sweep over 256 KiB per thread, which stays in the second-level cache. That
-// sweep is timed before and after each repetition. Single precision is told in the same unit.
+// Whole circuits in passes, in passes with fusion, and gate by gate. Told in seconds, in passes, and in units: the time
+// per gate and amplitude over the time per 16 bytes of an in-place sweep over 256 KiB per thread, which stays in the
+// second-level cache. That sweep is timed before and after each repetition. Single precision is told in the same unit.
 //
 // Names read circuit/way/qubits/precision/threads, so --benchmark_filter=passes/24/double/2 is one table.
 //   VELACAMPLIX_BENCH_QUBITS=20,24   sizes, in this order; what memory does not allow is skipped and says so
