@@ -17,8 +17,6 @@ html_static_path = []
 
 # Pages are Markdown; headings down to the third level can be linked to.
 myst_heading_anchors = 3
-# Pages name files of the project that are no pages; on the site these links lead nowhere.
-suppress_warnings = ["myst.xref_missing"]
 
 # Docstrings have NumPy's sections and tell the types; in signatures they would hide the names.
 napoleon_google_docstring = False
