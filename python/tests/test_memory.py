@@ -4,11 +4,12 @@ import os
 import re
 import subprocess
 import sys
+from pathlib import Path
 
 import numpy as np
 import pytest
 
-from velacamplix import StateVector, _machine, _memory, max_qubits, memory_needed
+from velacamplix import StateVector, _groups, _machine, _memory, max_qubits, memory_needed
 
 GIB = 2**30
 
@@ -128,7 +129,7 @@ def test_too_large_even_without_page_cache(machine):
 
 
 def test_a_machine_without_any_memory(tmp_path):
-    message = refusal(1, "double", tmp_path)
+    message = refusal(17, "double", tmp_path)
     assert "0 bytes are available" in message and "Not even one amplitude in double precision fits" in message
 
 
@@ -212,6 +213,17 @@ def test_sizes_in_words(size, text):
     assert _memory.human(size) == text
 
 
+def test_what_is_small_is_not_asked_for(tmp_path):
+    # A look at the machine takes longer than a small circuit.
+    _memory.require_state(16, "double", tmp_path)
+    _memory.require_state(17, "single", tmp_path)
+    _memory.require_bytes(2**20, "a small buffer", tmp_path)
+    for n, precision in ((17, "double"), (18, "single")):
+        assert "0 bytes are available" in refusal(n, precision, tmp_path)
+    with pytest.raises(MemoryError):
+        _memory.require_bytes(2**20 + 1, "a buffer", tmp_path)
+
+
 # Asking beforehand
 
 
@@ -280,6 +292,7 @@ def test_copies_and_exports_are_refused_where_they_do_not_fit(act, size, what, m
     state = StateVector(3, "single")
     before = state.array.tobytes()
     available = [size - 1]
+    monkeypatch.setattr(_memory, "SMALL_BYTES", 0)
     monkeypatch.setattr(
         _machine, "memory", lambda root="/": _machine.Memory(free=available[0], available=available[0], limit=None)
     )
@@ -293,6 +306,7 @@ def test_copies_and_exports_are_refused_where_they_do_not_fit(act, size, what, m
 
 def test_amplitudes_in_the_order_of_the_array_are_written_without_a_copy(monkeypatch):
     state = StateVector(3, "single")
+    monkeypatch.setattr(_memory, "SMALL_BYTES", 0)
     monkeypatch.setattr(_machine, "memory", lambda root="/": _machine.Memory(free=0, available=0, limit=None))
     assert state.reset(np.eye(8)[5], order="little").array[5] == 1
     assert state.reset(np.eye(8, dtype=np.complex64)[4]).array[1] == 1
@@ -306,7 +320,7 @@ def control_group():
     """Makes a memory group below this process's own; gives a function that runs Python code within `limit` bytes."""
     if os.geteuid() != 0:
         pytest.skip("only root may make a control group")
-    own = next((folder for folder in _machine._group_folders(_machine.Path("/"), "memory")), None)
+    own = next(map(Path, _groups.folders("/", "memory")), None)
     if own is None or not os.access(own, os.W_OK):
         pytest.skip(f"no control group of memory can be made here (found {own})")
     folder = own / f"velacamplix-test-{os.getpid()}"

@@ -5,11 +5,12 @@ import re
 import shutil
 import subprocess
 import sys
+from pathlib import Path
 
 import pytest
 from test_memory import MOUNTS_V1, MOUNTS_V2, lay_out
 
-from velacamplix import StateVector, _machine
+from velacamplix import StateVector, _groups, _machine
 
 
 @pytest.fixture(autouse=True)
@@ -160,27 +161,79 @@ def test_what_the_user_says_about_waiting_stands():
     assert int(spins(OMP_WAIT_POLICY="active")) > 2000
 
 
-def test_the_quota_of_a_real_group(tmp_path):
-    if os.geteuid() != 0:
-        pytest.skip("only root may make a control group")
+@pytest.fixture
+def control_group():
+    """Makes a group below this process's own; gives a function that runs a command there with what `limits` say."""
+    made = []
+
+    def run(controller, **limits):
+        if os.geteuid() != 0:
+            pytest.skip("only root may make a control group")
+        own = next((folder for folder in map(Path, _groups.folders("/", controller)) if os.access(folder, os.W_OK)), None)
+        if own is None:
+            pytest.skip(f"no control group for {controller} can be made here")
+        folder = own / f"velacamplix-test-{os.getpid()}"
+        try:
+            folder.mkdir()
+        except OSError as error:
+            pytest.skip(f"no control group for {controller} can be made in {own}: {error}")
+        made.append(folder)
+        present = {name.replace("__", "."): text for name, text in limits.items()}
+        present = {name: text for name, text in present.items() if (folder / name).exists()}
+        if not present:
+            pytest.skip(f"{own} sets no such limit")
+        for name, text in present.items():
+            (folder / name).write_text(text)
+        return "sh", "-c", f'echo $$ > {folder}/cgroup.procs; exec "$0" "$@"'
+
+    yield run
+    for folder in made:
+        folder.rmdir()
+
+
+def test_the_quota_of_a_real_group(control_group):
     if len(os.sched_getaffinity(0)) < 2:
         pytest.skip("needs two processors to take one away")
-    folders = _machine._group_folders(_machine.Path("/"), "cpu")
-    own = next((folder for folder in folders if os.access(folder, os.W_OK)), None)
-    if own is None:
-        pytest.skip("no control group of processors can be made here")
-    folder = own / f"velacamplix-test-{os.getpid()}"
-    try:
-        folder.mkdir()
-    except OSError as error:
-        pytest.skip(f"no control group of processors can be made in {own}: {error}")
-    try:
-        if (folder / "cpu.cfs_quota_us").exists():
-            (folder / "cpu.cfs_quota_us").write_text("100000")
-        elif (folder / "cpu.max").exists():
-            (folder / "cpu.max").write_text("100000 100000")
-        else:
-            pytest.skip(f"{own} sets no quota")
-        assert started("sh", "-c", f'echo $$ > {folder}/cgroup.procs; exec "$0" "$@"') == ["1", "1"]
-    finally:
-        folder.rmdir()
+    assert started(*control_group("cpu", cpu__cfs_quota_us="100000", cpu__max="100000 100000")) == ["1", "1"]
+
+
+def test_a_real_group_that_allows_few_threads(control_group):
+    inside = control_group("pids", pids__max="6")
+    assert started(*inside, VELACAMPLIX_NUM_THREADS="5") == ["5", "5"]
+    code = (
+        "import velacamplix\n"
+        "try: velacamplix.StateVector(17, threads=40).h(0)\n"
+        "except ValueError as error: print(error)\n"
+        "state = velacamplix.StateVector(17, threads=5).h(0)\n"
+        "velacamplix.StateVector(17, threads=5).h(0)\n"  # the threads are there already
+        "state.threads = None\n"
+        "print(state.h(0).threads)"
+    )
+    environment = {**os.environ, "OPENBLAS_NUM_THREADS": "1", "OMP_NUM_THREADS": ""}
+    ended = subprocess.run([*inside, sys.executable, "-c", code], env=environment, capture_output=True, text=True)
+    assert ended.returncode == 0, ended
+    message, threads = ended.stdout.splitlines()
+    assert "threads must be at most 6 here, got 40: a control group" in message
+    assert int(threads) == min(_machine.processors(), 6)
+
+
+@pytest.mark.parametrize(("most", "current", "left"), [("max", "3", None), ("10", "3", 7), ("2", "3", 0)])
+def test_threads_that_a_group_leaves(most, current, left, tmp_path):
+    lay_out(tmp_path, proc__self__mountinfo=MOUNTS_V2, proc__self__cgroup="0::/job\n")
+    lay_out(tmp_path / "sys/fs/cgroup/job", **{"pids.max": most + "\n", "pids.current": current + "\n"})
+    assert _groups.threads_left(tmp_path) == left
+    if left is None:
+        assert _machine.thread_count(200, tmp_path) == 200
+    else:
+        assert _machine.thread_count(left + 1, tmp_path) == left + 1
+        with pytest.raises(ValueError, match=f"threads must be at most {left + 1} here, got 99"):
+            _machine.thread_count(99, tmp_path)
+    assert _machine.thread_count(1, tmp_path) == 1
+
+
+def test_a_variable_that_asks_for_too_many_is_named(tmp_path, monkeypatch):
+    lay_out(tmp_path, proc__self__mountinfo=MOUNTS_V2, proc__self__cgroup="0::/job\n")
+    lay_out(tmp_path / "sys/fs/cgroup/job", **{"pids.max": "4\n", "pids.current": "1\n"})
+    monkeypatch.setenv("VELACAMPLIX_NUM_THREADS", "7")
+    with pytest.raises(ValueError, match="VELACAMPLIX_NUM_THREADS must be at most 4 here, got 7"):
+        _machine.thread_count(None, tmp_path)

@@ -89,8 +89,8 @@ class Copies(Exports):
 
 
 def _unpickled(kind: Any, n: int, precision: str, threads: int, engine: str, amplitudes: np.ndarray) -> Any:
-    # Another machine may have fewer processors.
-    state = kind._another(n, precision, min(threads, _machine.MOST_THREADS))
+    # This machine may allow fewer threads.
+    state = kind._another(n, precision, min(threads, _machine.most_threads()))
     state._live().view()[:] = amplitudes
     _core.set_engine(state._live(), engine)
     return state

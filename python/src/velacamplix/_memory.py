@@ -9,6 +9,9 @@ BYTES_PER_AMPLITUDE = {"single": 8, "double": 16}
 # Far beyond any machine, and a number of bytes that can still be written down.
 _MOST_QUBITS = 4096
 
+# Not worth a look at the machine, which takes longer than a small circuit: the interpreter itself is larger.
+SMALL_BYTES = 2**20
+
 
 def memory_needed(n: int, precision: str = "double") -> int:
     """Return the bytes that a state of `n` qubits takes, without asking whether they are there.
@@ -73,6 +76,8 @@ def largest_n(precision: str, usable: int) -> Optional[int]:
 
 def require_state(n: int, precision: str, root: str = "/") -> None:
     """Raise MemoryError if a state of `n` qubits does not fit; the message tells what does."""
+    if n < SMALL_BYTES.bit_length() and BYTES_PER_AMPLITUDE[precision] << n <= SMALL_BYTES:
+        return
     memory = _machine.memory(root)
     # Compared in powers of two: `n` may be far too large to write 2**n down.
     most = largest_n(precision, memory.usable)
@@ -98,6 +103,8 @@ def require_state(n: int, precision: str, root: str = "/") -> None:
 
 def require_bytes(needed: int, what: str, root: str = "/") -> None:
     """Raise MemoryError if `needed` bytes for `what`, a buffer outside the state, are not available."""
+    if needed <= SMALL_BYTES:
+        return
     memory = _machine.memory(root)
     if needed > memory.usable_without_cache:
         raise MemoryError(f"{what} needs {human(needed)}; {_available(memory)}.")

@@ -73,7 +73,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         self, n: int, precision: str = "double", threads: Optional[int] = None, seed: Optional[int] = None
     ) -> None:
         self._start(
-            _check.integer(n, "n", minimum=0), _check.precision(precision), _machine.thread_count(threads), _check_readout.seed(seed)
+            _check.integer(n, "n", minimum=0), _check.precision(precision), _thread_count(threads), _check_readout.seed(seed)
         )
 
     def _start(self, n: int, precision: str, threads: int, seed: Optional[int] = None) -> None:
@@ -112,7 +112,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
 
     @threads.setter
     def threads(self, threads: Optional[int]) -> None:
-        count = _machine.thread_count(threads)
+        count = _thread_count(threads)
         self._live().set_num_threads(count)
         self._threads = count
 
@@ -285,3 +285,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         if self._core is None:
             raise RuntimeError("this StateVector has been released; make a new one")
         return self._core
+
+
+def _thread_count(threads: Optional[int]) -> int:
+    return _machine.thread_count(threads)
