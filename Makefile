@@ -1,7 +1,7 @@
 # The commands of this project. Each installs what it lacks, says so, and may be repeated; the work is in tools/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test check bench wheel docs format clean
+.PHONY: help demo test check bench compare wheel docs format clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "make %-8s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
@@ -17,6 +17,9 @@ check: ## format, include directions, warnings as errors, static analysis, sanit
 
 bench: ## build and run the benchmarks, on a quiet machine
 	@tools/bench
+
+compare: ## the same circuits with other simulators, into docs/performance.md; on a quiet machine
+	@tools/compare
 
 wheel: ## the Python wheel, in dist/
 	@tools/wheel

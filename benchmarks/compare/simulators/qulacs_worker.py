@@ -1,0 +1,67 @@
+"""Qulacs: a circuit as it is, and after QuantumCircuitOptimizer; shots and observables of the state."""
+
+from __future__ import annotations
+
+from importlib.metadata import version
+from typing import Any, Dict, List
+
+import cases
+import numpy as np
+from qulacs import Observable, QuantumCircuit, QuantumState
+from qulacs.circuit import QuantumCircuitOptimizer
+
+from . import NotOffered, Prepared, Task
+
+precisions = ("double",)
+
+
+def versions() -> Dict[str, str]:
+    return {"qulacs": version("qulacs")}
+
+
+def settings(kind: str, precision: str, n: int) -> List[str]:
+    return ["plain", "optimize_light", "optimize to 2 qubits", "optimize to 3 qubits", "optimize to 4 qubits"]
+
+
+def _circuit(task: Task, setting: str) -> QuantumCircuit:
+    circuit = QuantumCircuit(task.n)
+    for name, angles, qubits in task.gates:
+        if name in ("RX", "RY", "RZ"):
+            # RotX turns the way everyone else's RX does; the library's own RX turns back.
+            getattr(circuit, f"add_Rot{name[1]}_gate")(*qubits, *angles)
+        elif name == "PH":
+            circuit.add_U1_gate(*qubits, *angles)
+        else:
+            getattr(circuit, f"add_{name}_gate")(*qubits)
+    if setting == "optimize_light":
+        QuantumCircuitOptimizer().optimize_light(circuit)
+    elif setting != "plain":
+        QuantumCircuitOptimizer().optimize(circuit, int(setting.split()[2]))
+    return circuit
+
+
+def prepare(task: Task, setting: str) -> Prepared:
+    # OMP_NUM_THREADS, which the worker was started with, decides the number of threads.
+    if task.kind == "marginal":
+        raise NotOffered("a call gives the probability of one outcome, not a distribution")
+    circuit = _circuit(task, setting)
+
+    def state() -> Any:
+        made = QuantumState(task.n)
+        circuit.update_quantum_state(made)
+        return made
+
+    if task.kind == "state":
+        return Prepared(state, lambda result: result.get_vector())
+    if task.kind == "amplitudes":
+        indices = cases.amplitude_indices(task.n)
+        return Prepared(state, lambda result: np.array([result.get_amplitude(i) for i in indices]))
+    if task.kind == "shots":
+        return Prepared(
+            lambda: state().sampling(cases.SHOTS, 11),
+            lambda outcomes: np.unique(np.array(outcomes, dtype=np.uint64), return_counts=True),
+        )
+    observable = Observable(task.n)
+    for coefficient, letters, qubits in cases.pauli_terms(task.n):
+        observable.add_operator(coefficient, " ".join(f"{letter} {q}" for letter, q in zip(letters, qubits)))
+    return Prepared(lambda: observable.get_expectation_value(state()), lambda value: float(value.real))

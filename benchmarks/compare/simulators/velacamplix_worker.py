@@ -1,0 +1,51 @@
+"""velacamplix: StateVector.run, exact or with fusion; shots, distribution and expectation of the state."""
+
+from __future__ import annotations
+
+from typing import Any, Dict, List
+
+import cases
+import numpy as np
+import velacamplix
+from velacamplix import Circuit, Observable, StateVector
+
+from . import NotOffered, Prepared, Task
+
+precisions = ("double", "single")
+
+
+def versions() -> Dict[str, str]:
+    return {"velacamplix": velacamplix.__version__, "instruction set": velacamplix._core.instruction_set()}
+
+
+def settings(kind: str, precision: str, n: int) -> List[str]:
+    return ["exact", "fused"] if kind in ("amplitudes", "state") else ["exact"]
+
+
+def prepare(task: Task, setting: str) -> Prepared:
+    circuit = Circuit(task.n)
+    for name, angles, qubits in task.gates:
+        getattr(circuit, name.lower())(*angles, *qubits)
+    options = {"fusion": True} if setting == "fused" else {}
+    try:
+        StateVector(1, precision=task.precision).run(Circuit(1).h(0), **options)
+    except (TypeError, NotImplementedError) as error:
+        raise NotOffered(f"StateVector.run has no fusion yet: {error}") from None
+
+    def state() -> Any:
+        return StateVector(task.n, precision=task.precision, threads=task.threads, seed=11).run(circuit, **options)
+
+    if task.kind == "state":
+        return Prepared(state, lambda result: result.array)
+    if task.kind == "amplitudes":
+        return Prepared(state, lambda result: result.array[cases.amplitude_indices(task.n)])
+    if task.kind == "shots":
+        return Prepared(
+            lambda: state().sample(cases.SHOTS, order="little"),
+            lambda outcomes: np.unique(outcomes, return_counts=True),
+        )
+    if task.kind == "marginal":
+        qubits = cases.marginal_qubits(task.n)
+        return Prepared(lambda: state().distribution(qubits), lambda probabilities: probabilities)
+    observable = Observable(cases.pauli_terms(task.n))
+    return Prepared(lambda: state().expectation(observable), float)
