@@ -1,0 +1,181 @@
+#pragma once
+
+#include "support/compare.hpp"
+#include "support/random_state.hpp"
+#include "support/state_vector.hpp"
+
+#include <velacamplix/program.hpp>
+
+#include <cmath>
+#include <functional>
+
+// Random programs, and the same gates one call at a time.
+namespace support {
+
+using reference::Qubits;
+
+// The same gate twice: appended to a program, and applied through the state vector's own members.
+template <class T>
+class Recorder {
+public:
+    enum Matrices { any, unitary };
+
+    Recorder(unsigned int n, unsigned int seed, Matrices matrices = any)
+        : list(n), n_(n), engine_(seed), matrices_(matrices) {}
+
+    void random_gate() {
+        const char* const one[] = {"X", "Y", "Z", "H", "S", "T", "ZtoY", "YtoZ"};
+        const char* const turned[] = {"RX", "RY", "RZ", "PH"};
+        const char* const two[] = {"SWAP", "ISWAP", "SQRTSWAP"};
+        switch (below(n_ > 1 ? 8 : 4)) {
+            case 0:
+            case 1:
+                named(one[below(8)], {}, 1);
+                break;
+            case 2:
+            case 3:
+                named(turned[below(4)], {angle()}, 1);
+                break;
+            case 4:
+                exchange(two[below(3)]);
+                break;
+            case 5:
+                controlled_not();
+                break;
+            case 6:
+                matrix(false);
+                break;
+            default:
+                matrix(true);
+                break;
+        }
+    }
+
+    // Applies every gate to `state`, one call each.
+    void apply(StateVector<T>& state, unsigned long count) const {
+        for (unsigned long i = 0; i < count; ++i) gates_[i](state);
+    }
+
+    pbamplix::cpu::program<T> list;
+
+private:
+    using Gate = std::function<void(StateVector<T>&)>;
+
+    unsigned int below(unsigned int limit) { return engine_() % limit; }
+    T angle() { return T(below(1000)) / 100 - 5; }
+
+    // Up to two controls apart from the targets.
+    Qubits controls_beside(const Qubits& targets) {
+        const auto most = static_cast<unsigned int>(n_ - targets.size());
+        const Qubits all = random_qubits(n_, n_, engine_);
+        Qubits controls;
+        for (const unsigned int q : all) {
+            if (controls.size() == std::min(most, below(3))) break;
+            if (std::find(targets.begin(), targets.end(), q) == targets.end()) controls.push_back(q);
+        }
+        return controls;
+    }
+
+    void named(const std::string& name, std::vector<T> params, unsigned int) {
+        const Qubits q = random_qubits(1, n_, engine_);
+        const Qubits c = controls_beside(q);
+        list.add_gate(name, params, q, c);
+        gates_.push_back([=](StateVector<T>& s) {
+            if (name == "X") s.apply_X(q[0], c);
+            if (name == "Y") s.apply_Y(q[0], c);
+            if (name == "Z") s.apply_Z(q[0], c);
+            if (name == "H") s.apply_H(q[0], c);
+            if (name == "S") s.apply_S(q[0], c);
+            if (name == "T") s.apply_T(q[0], c);
+            if (name == "ZtoY") s.apply_ZtoY(q[0], c);
+            if (name == "YtoZ") s.apply_YtoZ(q[0], c);
+            if (name == "RX") s.apply_RX(q[0], params[0], c);
+            if (name == "RY") s.apply_RY(q[0], params[0], c);
+            if (name == "RZ") s.apply_RZ(q[0], params[0], c);
+            if (name == "PH") s.apply_PH(q[0], params[0], c);
+        });
+    }
+
+    void exchange(const std::string& name) {
+        const Qubits q = random_qubits(2, n_, engine_);
+        list.add_gate(name, {}, q);
+        gates_.push_back([=](StateVector<T>& s) {
+            if (name == "SWAP") s.apply_SWAP(q[0], q[1]);
+            if (name == "ISWAP") s.apply_ISWAP(q[0], q[1]);
+            if (name == "SQRTSWAP") s.apply_SQRTSWAP(q[0], q[1]);
+        });
+    }
+
+    void controlled_not() {
+        const Qubits q = random_qubits(std::min(n_, 3u), n_, engine_);
+        if (q.size() == 3 && below(2) == 0) {
+            list.add_gate("CCNOT", {}, q);
+            gates_.push_back([=](StateVector<T>& s) { s.apply_CCNOT(q[0], q[1], q[2]); });
+        } else if (below(2) == 0) {
+            list.add_gate("CSIGN", {}, {q[0], q[1]});
+            gates_.push_back([=](StateVector<T>& s) { s.apply_CSIGN(q[0], q[1]); });
+        } else {
+            list.add_gate("CNOT", {}, {q[0], q[1]});
+            gates_.push_back([=](StateVector<T>& s) { s.apply_CNOT(q[0], q[1]); });
+        }
+    }
+
+    void matrix(bool diagonal) {
+        const Qubits q = random_qubits(1 + below(std::min(n_, 4u)), n_, engine_);
+        const Qubits c = controls_beside(q);
+        const unsigned long dim = 1ul << q.size();
+        std::vector<thrust::complex<T>> m(dim * dim);
+        if (matrices_ == unitary) {
+            m = unitary_matrix(dim, diagonal);
+        } else {
+            const auto entries = as_thrust(random_coefficients<T>(dim * dim, engine_()));
+            for (unsigned long i = 0; i < dim * dim; ++i) {
+                if (!diagonal || i % (dim + 1) == 0) m[i] = entries[i];
+            }
+        }
+        if (diagonal && below(2) == 0) {
+            std::vector<thrust::complex<T>> diag(dim);
+            for (unsigned long i = 0; i < dim; ++i) diag[i] = m[i * (dim + 1)];
+            list.add_diagonal(diag, q, c);
+        } else {
+            list.add_matrix(m, q, c);
+        }
+        gates_.push_back([=](StateVector<T>& s) {
+            if (q.size() == 1) c.empty() ? s.apply_1qbit_gate(q[0], m) : s.apply_1qbit_ctrl_gate(c, q[0], m);
+            if (q.size() == 2)
+                c.empty() ? s.apply_2qbit_gate(q[0], q[1], m) : s.apply_2qbit_ctrl_gate(c, q[0], q[1], m);
+            if (q.size() > 2) c.empty() ? s.apply_nqbit_gate(q, m) : s.apply_nqbit_ctrl_gate(c, q, m);
+        });
+    }
+
+    // The Fourier matrix with random phases on its rows, or these phases alone.
+    std::vector<thrust::complex<T>> unitary_matrix(unsigned long dim, bool diagonal) {
+        std::vector<thrust::complex<T>> m(dim * dim);
+        for (unsigned long row = 0; row < dim; ++row) {
+            const double phase = static_cast<double>(angle());
+            for (unsigned long column = 0; column < dim; ++column) {
+                if (diagonal && row != column) continue;
+                const double size = diagonal ? 1 : 1 / std::sqrt(static_cast<double>(dim));
+                const double turn = diagonal ? 0 : 6.283185307179586 * static_cast<double>(row * column);
+                const double a = phase + turn / static_cast<double>(dim);
+                m[row * dim + column] =
+                    thrust::complex<T>(static_cast<T>(size * std::cos(a)), static_cast<T>(size * std::sin(a)));
+            }
+        }
+        return m;
+    }
+
+    unsigned int n_;
+    std::mt19937 engine_;
+    Matrices matrices_;
+    std::vector<Gate> gates_;
+};
+
+// Compares all amplitudes bit for bit.
+template <class T>
+testing::AssertionResult equal_states(const StateVector<T>& expected, const StateVector<T>& got) {
+    const auto* numbers = reinterpret_cast<const T*>(expected.amplitudes.get());
+    return same_numbers(numbers, reinterpret_cast<const T*>(got.amplitudes.get()), 2 * expected.size, 2);
+}
+
+}  // namespace support
