@@ -2,15 +2,17 @@
 
 from __future__ import annotations
 
-import os
 from dataclasses import replace
 from typing import Any, Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Union
 
-from . import _check, _check_circuit, _check_readout
-from ._circuit_basic import basic
-from ._circuit_binding import Template, checked_values, parameters_of, partly_bound
+from . import _check, _check_circuit
+from ._circuit_binding import Template
+from ._circuit_combine import Combining
 from ._circuit_definition import GateDefinition, flat, flat_steps, restored, restored_steps
+from ._circuit_entries import EntryMethods
+from ._circuit_figures import Figures
 from ._circuit_gates import GateMethods
+from ._circuit_parameters import ParameterMethods
 from ._circuit_steps import StepMethods
 from .instruction import Condition, Instruction, Register
 from .parameter import Angle, Expression, angle
@@ -18,7 +20,7 @@ from .parameter import Angle, Expression, angle
 __all__ = ["Circuit"]
 
 
-class Circuit(GateMethods, StepMethods):
+class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combining, Figures):
     """An ordered list of gates, measurements, resets and barriers.
 
     Every method that adds an instruction returns the circuit, so calls can be
@@ -157,174 +159,7 @@ class Circuit(GateMethods, StepMethods):
         steps = restored_steps(state["steps"], restored(state["definitions"]))
         self.__dict__.update(Circuit._assembled(state["registers"], steps).__dict__)
 
-    # --- Parameters ---
-
-    @property
-    def parameters(self) -> Tuple[str, ...]:
-        """Names of the parameters that have no value yet, in order of appearance."""
-        if self._names is None:
-            self._names = parameters_of(self._instructions)
-        return self._names
-
-    def bind(self, values: Any = None, /, **named: float) -> Circuit:
-        """Return the circuit with numbers in place of its parameters.
-
-        Binding a circuit again and again is cheap, and circuits bound from the same one share the work of planning.
-
-        Parameters
-        ----------
-        values : mapping or sequence of float, optional
-            Numbers by name (or `Parameter`), some or all; or one number for each of `parameters`, in their order.
-        **named : float
-            Numbers by name.
-
-        Raises
-        ------
-        TypeError
-            If a value is no real number, or a key no name.
-        ValueError
-            If there is no parameter of that name, a sequence has the wrong length, a value is not finite or given
-            twice, or an angle calculated from the values is not finite.
-
-        Examples
-        --------
-        >>> from velacamplix import Circuit, Parameter
-        >>> a, b = Parameter("a"), Parameter("b")
-        >>> circuit = Circuit(1).rx(a, 0).rz(a + b, 0)
-        >>> circuit.parameters
-        ('a', 'b')
-        >>> print(circuit.bind([0.5, 0.25]))
-        RX(0.5) 0
-        RZ(0.75) 0
-        >>> circuit.bind(a=0.5).parameters
-        ('b',)
-        """
-        names = self.parameters
-        numbers = checked_values(names, values, named)
-        if not numbers:
-            return self.copy()
-        if len(numbers) < len(names):
-            return Circuit._assembled(self._registers, partly_bound(self._instructions, numbers))
-        if self._own_template is None:
-            self._own_template = Template(self._registers, self.instructions)
-        params = self._own_template.params(numbers)
-        bound = Circuit._assembled(self._registers, [])
-        bound._steps, bound._names = None, ()
-        bound._template, bound._template_params = self._own_template, params
-        return bound
-
-    def basic_instructions(self) -> Iterator[Instruction]:
-        """Iterate over the circuit in the library's own gates.
-
-        Composite gates and gates of definitions become named gates, ``"matrix"`` and ``"diagonal"`` instructions, any
-        of them perhaps with controls; all parameters are numbers.
-
-        Raises
-        ------
-        ValueError
-            If parameters have no value yet, or an angle inside a definition is not finite.
-
-        Examples
-        --------
-        >>> from velacamplix import Circuit
-        >>> for instruction in Circuit(2).sdg(0).rzz(0.5, 0, 1).basic_instructions():
-        ...     print(instruction)
-        PH(-1.57079632679) 0
-        diagonal[4] 0,1
-        """
-        self._require_bound()
-        return (part for step in self._instructions for part in basic(step))
-
-    def _require_bound(self) -> None:
-        if self.parameters:
-            names = ", ".join(map(repr, self.parameters))
-            raise ValueError(f"parameters must have values, give them with bind(): {_check_circuit.shortened(names)}")
-
-    # --- A gate without a name ---
-
-    def matrix(
-        self,
-        matrix: Any,
-        qubits: Union[int, Sequence[int]],
-        controls: Union[int, Sequence[int]] = (),
-        *,
-        order: str = "big",
-        check: bool = True,
-    ) -> Circuit:
-        """Add a gate given by its matrix.
-
-        Parameters
-        ----------
-        matrix : array_like, shape (2**k, 2**k)
-            Real or complex numbers, for k qubits.
-        qubits : int or sequence of int
-            The k targets.
-        controls : int or sequence of int
-            Qubits that must all be 1 for the gate to act.
-        order : {"big", "little"}
-            Which target is the highest bit of a row's number: the first listed
-            ("big") or the last ("little").
-        check : bool
-            False accepts a matrix that does not keep the norm.
-
-        Raises
-        ------
-        TypeError, IndexError
-            As for `x`; also if the matrix does not hold numbers.
-        ValueError
-            If the shape does not fit, an entry is not finite, the matrix is not
-            unitary, or qubits repeat.
-
-        Examples
-        --------
-        >>> print(Circuit(3).matrix([[0, 1], [1, 0]], 2, controls=[0]))
-        matrix[2x2] 2 controls 0
-        """
-        targets = _check.qubits(qubits, self._n_qubits)
-        control_qubits = _check.controls(controls, targets, self._n_qubits)
-        entries = _check.matrix(matrix, len(targets), unitary=_check_readout.flag(check, "check"))
-        if _check.order(order) == "little":
-            targets = targets[::-1]
-        return self._add("matrix", targets, tuple(entries.ravel().tolist()), control_qubits)
-
-    unitary = matrix
-
-    def diagonal(
-        self,
-        entries: Any,
-        qubits: Union[int, Sequence[int]],
-        controls: Union[int, Sequence[int]] = (),
-        *,
-        order: str = "big",
-        check: bool = True,
-    ) -> Circuit:
-        """Add a diagonal gate given by its entries.
-
-        Parameters
-        ----------
-        entries : array_like, shape (2**k,)
-            Real or complex numbers, for k qubits.
-        qubits, controls, order, check
-            As for `matrix`.
-
-        Raises
-        ------
-        TypeError, IndexError, ValueError
-            As for `matrix`; ValueError if an entry is not of absolute value 1.
-
-        Examples
-        --------
-        >>> print(Circuit(2).diagonal([1, 1j, 1, -1], [0, 1]))
-        diagonal[4] 0,1
-        """
-        targets = _check.qubits(qubits, self._n_qubits)
-        control_qubits = _check.controls(controls, targets, self._n_qubits)
-        numbers = _check_circuit.diagonal(entries, len(targets), unitary=_check_readout.flag(check, "check"))
-        if _check.order(order) == "little":
-            targets = targets[::-1]
-        return self._add("diagonal", targets, numbers, control_qubits)
-
-    # --- Adding ready-made instructions, reading files ---
+    # --- Adding ready-made instructions ---
 
     def gate(
         self,
@@ -391,38 +226,6 @@ class Circuit(GateMethods, StepMethods):
             checked = replace(checked, condition=self._condition)
         self._append(checked)
         return self
-
-    @classmethod
-    def from_qasm(cls, path_or_text: Union[str, os.PathLike[str]]) -> Circuit:
-        """Read an OpenQASM 2 program.
-
-        Parameters
-        ----------
-        path_or_text : str or path
-            A ``str`` that contains "OPENQASM", a semicolon or a line end (or is
-            blank) is the program itself, any other ``str`` and every path
-            object names a file.
-
-        Raises
-        ------
-        velacamplix.qasm.QasmError
-            If the program is wrong; it tells line and column. A ``ValueError``.
-        OSError
-            If the file cannot be read.
-
-        Examples
-        --------
-        >>> print(Circuit.from_qasm('''OPENQASM 2.0;
-        ... include "qelib1.inc";
-        ... qreg q[2];
-        ... h q[0];
-        ... cx q[0], q[1];'''))
-        H 0
-        CNOT 0,1
-        """
-        from .qasm import read_qasm
-
-        return read_qasm(path_or_text)
 
     # --- Inner workings ---
 

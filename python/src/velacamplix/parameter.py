@@ -316,22 +316,35 @@ def free_names(params: Tuple[Any, ...]) -> Iterator[str]:
 
 
 _MOST_TEXT = 100_000
+_MOST_WRITTEN = 10_000_000
 _RANK = {"+": 1, "-": 1, "neg": 2, "*": 2, "/": 2, "^": 4}
 _ATOM = 5
 
 
-def text(expression: Expression, number: Callable[[float], str] = "{:.12g}".format, compact: bool = False) -> str:
-    """Return the expression as people (and OpenQASM 2) write it, or its size if it is too long to read."""
+def text(
+    expression: Expression,
+    number: Callable[[float], str] = "{:.12g}".format,
+    compact: bool = False,
+    names: Optional[Mapping[str, str]] = None,
+) -> str:
+    """Return the expression as people (and OpenQASM 2) write it.
+
+    `names`, if given, holds what parameters are called in the text. Without it, an expression that is too long to read
+    becomes a note of its size.
+    """
     texts: Dict[int, Tuple[str, int]] = {}
     for part in expression.parts():
         if isinstance(part, Parameter):
-            texts[id(part)] = part.name, _ATOM
+            texts[id(part)] = part.name if names is None else names[part.name], _ATOM
             continue
         pieces = [
-            texts[id(item)] if type(item) is not float else (number(item), _ATOM if item >= 0 else 2)
+            texts[id(item)] if type(item) is not float else (number(item), _ATOM if math.copysign(1, item) > 0 else 2)
             for item in part.operands
         ]
-        if sum(len(piece) for piece, _ in pieces) > _MOST_TEXT:
+        length = sum(len(piece) for piece, _ in pieces)
+        if length > _MOST_WRITTEN:
+            raise ValueError(f"expression must be shorter to be written out, got {len(expression.parts())} operations")
+        if length > _MOST_TEXT and names is None:
             return f"<expression of {len(expression.parts())} operations>"
         texts[id(part)] = _joined(part.operation, pieces, compact)
     return texts[id(expression)][0]

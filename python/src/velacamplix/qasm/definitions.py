@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
+from typing import Any, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
 from .._circuit_composites import COMPOSITES
 from .._circuit_definition import SIZE_LIMIT, GateDefinition
@@ -30,6 +30,7 @@ class DeclaredGate(NamedTuple):
     `size` bounds the work of one expansion: calls at every depth, itself
     included, so that bodies without instructions count too. `opaque` is the
     name of a gate without body that it needs, if any; then there is no definition.
+    `call` is set if another gate is meant: its name, number of controls and definition.
     """
 
     name: str
@@ -41,6 +42,7 @@ class DeclaredGate(NamedTuple):
     opaque: Optional[str]
     reach: float
     can_be_replaced: bool = False
+    call: Optional[Tuple[str, int, Any]] = None
 
     @property
     def n_params(self) -> int:
@@ -111,6 +113,9 @@ def instructions(
     """Return the instructions of one call, one for each row of qubits."""
     if isinstance(gate, DeclaredGate):
         name, definition = gate.name, gate.definition
+        if gate.call is not None:
+            name, n, definition = gate.call
+            return tuple([Instruction(name, row[n:], params, row[:n], (), condition, definition) for row in rows])  # type: ignore[arg-type]
         return tuple([Instruction(name, row, params, (), (), condition, definition) for row in rows])  # type: ignore[arg-type]
     if gate.step is None:
         return ()

@@ -4,9 +4,10 @@ from __future__ import annotations
 
 from typing import Callable, Dict, Iterable, List, NamedTuple, Optional, Sequence, Tuple, Union
 
+from .._circuit_definition import GateDefinition
 from ..circuit import Circuit
 from ..instruction import Condition, Instruction, Register
-from . import qelib1
+from . import blocks, qelib1
 from .definitions import Gate, check_names, check_operand_count, check_values, define, find, instructions
 from .errors import fail, quoted, shortened
 from .source import Token
@@ -68,6 +69,7 @@ class Program:
         # Argument lists seen so far, and calls without parameters: both
         # return again and again in a large file, and mean the same each time.
         self._rows: Dict[str, Rows] = {}
+        self._definitions: Dict[str, GateDefinition] = {}
         self._conditions: Dict[Tuple[str, int], Condition] = {}
         self._known_calls: Dict[Tuple[str, str], Tuple[Tuple[Instruction, ...], int]] = {}
 
@@ -110,6 +112,11 @@ class Program:
     def _declare_gate(self, statement: GateDeclaration) -> None:
         self._check_new(statement.name)
         gate = define(statement, self._gates)
+        if gate.definition is not None:
+            known = blocks.known(gate.definition, self._definitions)
+            self._definitions[gate.name] = gate.definition
+            if known is not None:
+                gate = gate._replace(call=known)
         self._gates[gate.name] = gate
 
     def _include_file(self, statement: Include) -> None:

@@ -1,0 +1,239 @@
+"""Writes circuits as OpenQASM 2."""
+
+from __future__ import annotations
+
+import math
+import re
+from typing import Any, Dict, Iterator, List, Mapping, Optional, Tuple
+
+from .._circuit_definition import GateDefinition
+from ..instruction import BY_ENTRIES, Instruction, Register
+from ..parameter import Expression
+from ..parameter import text as expression_text
+from . import qelib1
+from .blocks import MOST_CONTROLS, block, controlled, plain
+from .lexicon import NAME, RESERVED
+
+_NAME = re.compile(NAME)
+_HEADER = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
+
+# By instruction and number of controls. Where qelib1.inc has two names for a gate, the older one: more programs know it.
+_CALLS: Dict[Tuple[str, int], str] = {
+    (gate.step, gate.n_controls): name
+    for name, gate in reversed([*qelib1.GATES.items(), *qelib1.LANGUAGE.items()])
+    if gate.step is not None
+}
+_CALLS["u", 0] = "U"
+_CALLS["CNOT", 0] = "cx"
+
+# Angles people write as fractions of pi, if reading the fraction gives the same bits.
+_FRACTIONS: Dict[float, str] = {}
+for _denominator in (64, 32, 16, 12, 8, 6, 5, 4, 3, 2, 1):
+    for _numerator in range(1, 2 * _denominator + 1):
+        _words = ("pi" if _numerator == 1 else f"{_numerator}*pi") + ("" if _denominator == 1 else f"/{_denominator}")
+        _FRACTIONS[_numerator * math.pi / _denominator] = _words
+
+
+def write_qasm(circuit: Any) -> str:
+    """Return the program of a circuit; see `Circuit.to_qasm`."""
+    circuit._require_bound()
+    return _Writer(circuit).text()
+
+
+class _Writer:
+    def __init__(self, circuit: Any) -> None:
+        self._circuit = circuit
+        self._registers: Tuple[Register, ...] = circuit.registers
+        self._qubits = _places(self._registers, "quantum")
+        self._clbits = _places(self._registers, "classical")
+        self._ranges = {(r.kind, tuple(r.bits)): r.name for r in self._registers if r.size}
+        self._names: Dict[int, str] = {}  # of definitions, by id
+        self._library: set[str] = set()  # names of qelib1.inc that are used
+
+    def text(self) -> str:
+        for register in self._registers:
+            self._check_register(register)
+        steps = [plain(step) if step.is_gate else step for step in self._circuit.instructions]
+        for position, step in enumerate(steps):
+            _check_can_be_said(step, f"instruction {position}", self._circuit.instructions[position])
+        needed = self._needed(steps)
+        self._give_names(needed)
+        lines = [_HEADER]
+        lines.extend(self._gate_block(definition) for definition in needed)
+        for register in self._registers:
+            lines.append(f"{'qreg' if register.kind == 'quantum' else 'creg'} {register.name}[{register.size}];\n")
+        for position, step in enumerate(steps):
+            lines.extend(self._statements(step, position))
+        return "".join(lines)
+
+    # --- Names ---
+
+    def _check_register(self, register: Register) -> None:
+        name = register.name
+        if not _NAME.fullmatch(name) or name in RESERVED:
+            raise ValueError(
+                f"register {name!r} cannot be written in OpenQASM 2: a name must begin with a small letter, go on with "
+                "letters, digits and underscores, and be no word of the language"
+            )
+        gate = qelib1.GATES.get(name)
+        if gate is not None and not gate.can_be_replaced:
+            raise ValueError(f"register {name!r} cannot be written in OpenQASM 2: a gate has that name")
+
+    def _needed(self, steps: List[Instruction]) -> List[GateDefinition]:
+        """Return all gate blocks, what is used first, and note which names of qelib1.inc are used."""
+        ordered: List[GateDefinition] = []
+        seen = set()
+        waiting: List[Tuple[GateDefinition, bool]] = [(d, False) for d in reversed(list(self._blocks_of(steps, None)))]
+        while waiting:
+            definition, ready = waiting.pop()
+            if ready:
+                ordered.append(definition)
+            elif id(definition) not in seen:
+                seen.add(id(definition))
+                waiting.append((definition, True))
+                inner = list(self._blocks_of(definition.body, definition))
+                waiting.extend((d, False) for d in reversed(inner) if id(d) not in seen)
+        return ordered
+
+    def _blocks_of(self, steps: Any, owner: Optional[GateDefinition]) -> Iterator[GateDefinition]:
+        for raw in steps:
+            if not raw.is_gate:
+                continue
+            step = plain(raw)
+            if owner is not None:
+                _check_can_be_said(step, f"gate {owner.name!r}", raw)
+            definition = _block_of(step)
+            if definition is not None:
+                if step.definition is not None and step.controls:
+                    yield step.definition  # so that the reader knows what the block is a controlled form of
+                yield definition
+            else:
+                self._library.add(_CALLS[step.name, len(step.controls)])
+
+    def _give_names(self, definitions: List[GateDefinition]) -> None:
+        taken = {register.name for register in self._registers} | RESERVED
+        taken |= self._library | {name for name, gate in qelib1.GATES.items() if not gate.can_be_replaced}
+        for definition in definitions:
+            wanted = definition.name
+            if not _NAME.fullmatch(wanted):
+                wanted = "g_" + re.sub(r"[^A-Za-z0-9_]", "_", wanted)
+            name, number = wanted, 1
+            while name in taken:
+                number += 1
+                name = f"{wanted}_{number}"
+            taken.add(name)
+            self._names[id(definition)] = name
+
+    # --- Statements ---
+
+    def _gate_block(self, definition: GateDefinition) -> str:
+        formals = _formals(definition.params)
+        qubits = [f"q{i}" for i in range(definition.n_qubits)]
+        taken = set(formals.values())
+        while taken.intersection(qubits):
+            qubits = ["q" + name for name in qubits]
+        head = f"gate {self._names[id(definition)]}"
+        if formals:
+            head += f"({','.join(formals.values())})"
+        body = [self._call(step, qubits, formals) for step in definition.body]
+        return f"{head} {','.join(qubits)} {{ {' '.join(body)} }}\n".replace("{  }", "{ }")
+
+    def _call(self, raw: Instruction, qubits: Any, formals: Mapping[str, str]) -> str:
+        step = plain(raw) if raw.is_gate else raw
+        if step.name == "barrier" and step.definition is None:
+            return f"barrier {','.join([qubits[q] for q in step.qubits])};" if step.qubits else ""
+        definition = _block_of(step)
+        name = self._names[id(definition)] if definition is not None else _CALLS[step.name, len(step.controls)]
+        params = f"({','.join([_number(value, formals) for value in step.params])})" if step.params else ""
+        return f"{name}{params} {','.join([qubits[q] for q in step.controls + step.qubits])};"
+
+    def _statements(self, step: Instruction, position: int) -> Iterator[str]:
+        when = self._condition(step, position)
+        if step.is_gate:
+            yield f"{when}{self._call(step, self._qubits, {})}\n"
+            return
+        register = self._ranges.get(("quantum", step.qubits))
+        if step.name == "barrier":
+            if step.qubits:
+                listed = register or ",".join([self._qubits[q] for q in step.qubits])
+                yield f"barrier {listed};\n"
+        elif step.name == "reset":
+            for place in [register] if register else [self._qubits[q] for q in step.qubits]:
+                yield f"{when}reset {place};\n"
+        else:
+            target = self._ranges.get(("classical", step.clbits))
+            if register and target:
+                yield f"{when}measure {register} -> {target};\n"
+                return
+            if when and len(step.qubits) > 1 and set(step.clbits).intersection(step.condition.clbits):  # type: ignore[union-attr]
+                raise ValueError(
+                    f"instruction {position} ({step}) cannot be written in OpenQASM 2: it would be several "
+                    "measurements, and the first would change what the others depend on"
+                )
+            for q, c in zip(step.qubits, step.clbits):
+                yield f"{when}measure {self._qubits[q]} -> {self._clbits[c]};\n"
+
+    def _condition(self, step: Instruction, position: int) -> str:
+        if step.condition is None:
+            return ""
+        register = self._ranges.get(("classical", step.condition.clbits))
+        if register is None:
+            raise ValueError(
+                f"instruction {position} ({step}) cannot be written in OpenQASM 2: a condition there reads a whole "
+                "register; give its bits a register of their own"
+            )
+        return f"if({register}=={step.condition.value}) "
+
+
+def _check_can_be_said(step: Instruction, where: str, raw: Instruction) -> None:
+    if not step.is_gate:
+        return
+    if step.definition is None and step.name in BY_ENTRIES:
+        reason = "it has no gates given by their entries, and a decomposition would change the global phase or the bits"
+    elif len(step.controls) > MOST_CONTROLS:
+        reason = f"more than {MOST_CONTROLS} controls would take tens of thousands of its gates"
+    else:
+        return
+    raise ValueError(f"{where} ({raw}) cannot be written in OpenQASM 2: {reason}")
+
+
+def _block_of(step: Instruction) -> Optional[GateDefinition]:
+    """Return the block that a gate is a call of, or None if qelib1.inc has the gate."""
+    if step.definition is not None:
+        return controlled(step.definition, len(step.controls)) if step.controls else step.definition
+    if (step.name, len(step.controls)) in _CALLS:
+        return None
+    return block(step.name, len(step.controls))
+
+
+def _formals(params: Tuple[str, ...]) -> Dict[str, str]:
+    """Return names that OpenQASM 2 allows for a definition's parameters."""
+    names: Dict[str, str] = {}
+    for param in params:
+        name = param if _NAME.fullmatch(param) and param not in RESERVED else "p"
+        number = 1
+        while name in names.values() or (name != param and name in params):
+            number += 1
+            name = f"p_{number}"
+        names[param] = name
+    return names
+
+
+def _places(registers: Tuple[Register, ...], kind: str) -> List[str]:
+    return [f"{r.name}[{i}]" for r in registers if r.kind == kind for i in range(r.size)]
+
+
+def _number(value: Any, formals: Mapping[str, str]) -> str:
+    if isinstance(value, Expression):
+        return expression_text(value, _digits, compact=True, names=formals)
+    fraction = _FRACTIONS.get(abs(value))
+    if fraction is not None:
+        return fraction if value > 0 else "-" + fraction
+    return _digits(value)
+
+
+def _digits(value: float) -> str:
+    # All digits; always with a point, which old readers need before an exponent.
+    digits = repr(value)
+    mantissa, exponent_mark, exponent = digits.partition("e")
+    return digits if "." in mantissa else f"{mantissa}.0{exponent_mark}{exponent}"
