@@ -71,9 +71,7 @@ print(f"largest deviation from the formula: {max(abs(p - q) for p, q in zip(foun
 # Shots from the state after the best number of rounds nearly always give the marked item.
 
 # %%
-state.reset().run(start)
-for _ in range(best):
-    state.run(one_round)
+state.reset().run(start + one_round * best)
 counts = state.counts(1000)
 outcome, times = counts.most_likely(1)[0]
 print(f"most frequent of 1000 shots: {outcome}, {times} times")

@@ -1,8 +1,8 @@
 # %% [markdown]
 # # Estimating a phase
 #
-# A gate multiplies its eigenstate by exp(2πiφ). Phase estimation reads φ to t binary digits: t counting qubits control
-# the gate 1, 2, 4, ... times, and an inverse Fourier transform turns the phases they picked up into digits.
+# A gate multiplies its eigenstate by exp(2πiφ). Phase estimation reads φ to t binary digits: t counting qubits
+# control the gate 1, 2, 4, ... times, and an inverse Fourier transform turns the phases they picked up into digits.
 
 # %%
 import math
@@ -19,15 +19,16 @@ eigenstate = t
 
 
 # %%
-def inverse_fourier(circuit, qubits):
-    """Add the inverse quantum Fourier transform; the first qubit is the most significant digit."""
-    k = len(qubits)
+def fourier(k):
+    """Return the quantum Fourier transform of k qubits; qubit 0 is the most significant digit."""
+    transform = Circuit(k)
+    for i in range(k):
+        transform.h(i)
+        for j in range(i + 1, k):
+            transform.cp(math.pi / 2 ** (j - i), j, i)
     for i in range(k // 2):
-        circuit.swap(qubits[i], qubits[k - 1 - i])
-    for i in reversed(range(k)):
-        for j in reversed(range(i + 1, k)):
-            circuit.cp(-math.pi / 2 ** (j - i), qubits[j], qubits[i])
-        circuit.h(qubits[i])
+        transform.swap(i, k - 1 - i)
+    return transform
 
 
 circuit = Circuit(t + 1).x(eigenstate)
@@ -37,7 +38,8 @@ for place, qubit in enumerate(counting):
     # The digit of weight 2^-(place + 1) sees the gate 2^(t - 1 - place) times.
     repeated = 2 ** (t - 1 - place)
     circuit.ph(2 * math.pi * phi * repeated, eigenstate, controls=[qubit])
-inverse_fourier(circuit, counting)
+circuit.compose(fourier(t).inverse(), counting)
+print(fourier(3).draw(width=80))
 
 # %% [markdown]
 # φ has no end in binary, so neighbouring readings occur too. Theory tells the probability of each: with δ the distance

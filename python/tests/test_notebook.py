@@ -85,7 +85,12 @@ def test_results_without_one_state():
 def test_circuits():
     circuit = Circuit(2, 2).h(0).cx(0, 1).measure([0, 1], [0, 1])
     assert text(circuit).startswith("Circuit: 2 qubits, 2 classical bits")
-    assert "H" in text(circuit) and next(page(circuit).iter("pre")).text
+    assert next(page(circuit).iter("pre")).text == circuit.draw(width=400)
+
+
+def test_circuits_on_wide_registers_show_what_is_used():
+    lines = next(page(Circuit(100).h(50)).iter("pre")).text.splitlines()
+    assert len(lines) == 1 and lines[0].startswith("q[50]: ") and "H" in lines[0]
 
 
 def test_long_circuits_are_cut():
@@ -98,7 +103,9 @@ def test_long_circuits_are_cut():
 @pytest.mark.parametrize("thing", [Counts({}), StateVector(1), Circuit(1).x(0)], ids=lambda thing: type(thing).__name__)
 def test_angle_brackets_do_not_reach_the_page(thing, monkeypatch):
     # Names and texts may one day hold anything; whatever the objects say of themselves is escaped.
-    monkeypatch.setattr(type(thing), "__str__", lambda self: "<script>&")
-    monkeypatch.setattr(type(thing), "__repr__", lambda self: "<script>&")
+    for name in ("__str__", "__repr__"):
+        monkeypatch.setattr(type(thing), name, lambda self: "<script>&")
+    if isinstance(thing, Circuit):
+        monkeypatch.setattr(Circuit, "draw", lambda self, **options: "<script>&")
     assert "<script" not in thing._repr_html_()
     page(thing)

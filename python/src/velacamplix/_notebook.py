@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import html
-from typing import TYPE_CHECKING, Any, List, Sequence, Tuple
+from typing import TYPE_CHECKING, List, Sequence, Tuple
 
 from . import _memory
 from ._outcomes import most_probable
@@ -18,7 +18,7 @@ if TYPE_CHECKING:
 _ROWS = 12
 # Showing a state should not take longer than making it; above this only its size is told.
 _LARGEST_SHOWN = 18
-_LONGEST_CIRCUIT, _LINES = 400, 60
+_LONGEST_CIRCUIT, _LINES, _WIDTH = 400, 60, 400
 _MONOSPACE = "font-family:monospace;text-align:left"
 _PRE = "white-space:pre;overflow-x:auto;line-height:1.15;font-family:monospace"
 
@@ -63,7 +63,8 @@ def of_circuit(circuit: Circuit) -> str:
     if len(circuit) > _LONGEST_CIRCUIT:
         lines = [str(circuit[place]) for place in range(_LINES)] + [f"… {len(circuit) - _LINES} more"]
         return _titled(title, _pre("\n".join(lines)))
-    return _titled(title, _pre(_drawing(circuit)))
+    # The page scrolls where lines are long; of wide registers only what is used is shown.
+    return _titled(title, _pre(circuit.draw(width=_WIDTH, idle=circuit.n_qubits <= _ROWS)))
 
 
 def of_result(result: Result) -> str:
@@ -81,11 +82,6 @@ def of_result(result: Result) -> str:
     elif result.has_state:
         parts.append(of_state(result.state))
     return _titled(title, "".join(parts))
-
-
-def _drawing(circuit: Any) -> str:
-    # Unlimited width: the page scrolls where lines are long.
-    return str(circuit)
 
 
 def _titled(title: str, body: str) -> str:

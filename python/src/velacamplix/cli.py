@@ -243,8 +243,9 @@ def _run(options: argparse.Namespace) -> int:
 def _read(file: str) -> Circuit:
     if file != "-":
         return Circuit.from_qasm(Path(file))
-    # A line end more, so that no text can be taken for the name of a file.
-    return Circuit.from_qasm(sys.stdin.buffer.read().decode("utf-8") + "\n")
+    text = sys.stdin.buffer.read().decode("utf-8")
+    # A text of one line could be taken for the name of a file.
+    return Circuit.from_qasm(text if "\n" in text else text + "\n")
 
 
 def _info(options: argparse.Namespace) -> int:
