@@ -11,7 +11,7 @@ import itertools
 import numpy as np
 from matplotlib import pyplot
 
-from velacamplix import Circuit, Observable, Parameter, StateVector
+from velacamplix import Circuit, Observable, Parameter, run
 
 nodes = 12
 edges = [(i, (i + 1) % nodes) for i in range(nodes)] + [(i, i + nodes // 2) for i in range(nodes // 2)]
@@ -55,12 +55,11 @@ def ramp(layers, slope):
     return np.column_stack([slope * times, slope * (1 - times)]).ravel()
 
 
-state = StateVector(nodes, seed=5)
 slopes = np.linspace(0.2, 1.6, 29)
 best = {}
 for layers in (1, 2, 4, 8, 16):
     circuit = qaoa(layers)
-    values = [state.reset().run(circuit.bind(ramp(layers, slope))).expectation(cost) for slope in slopes]
+    values = [run(circuit.bind(ramp(layers, slope)), observables=cost).expectation_values for slope in slopes]
     best[layers] = (max(values), slopes[int(np.argmax(values))])
     print(f"{layers:2} layers: {max(values):6.3f} of {largest} edges cut on average, slope {best[layers][1]:.2f}")
 
@@ -69,7 +68,7 @@ for layers in (1, 2, 4, 8, 16):
 
 # %%
 layers = max(best)
-counts = state.reset().run(qaoa(layers).bind(ramp(layers, best[layers][1]))).counts(1000)
+counts = run(qaoa(layers).bind(ramp(layers, best[layers][1])), shots=1000, seed=5).counts
 sizes = {}
 for colouring, times in counts.items():
     sizes[cut_size(colouring)] = sizes.get(cut_size(colouring), 0) + times
