@@ -6,7 +6,7 @@ from typing import Callable, Dict, Iterator, List, NamedTuple, Optional, Tuple, 
 
 import numpy as np
 
-from . import _core
+from . import _core, _memory
 from ._drive import drive
 from ._progress import Meter
 from ._segments import Measurement, Reset, Segments, Stretch
@@ -76,7 +76,12 @@ class Walk:
     ) -> None:
         self.has_split = False
         self._segments, self._meter, self._generator, self._undecided = segments, meter, generator, undecided
-        self._place = {qubit: place for place, qubit in enumerate(segments.active)}
+        place = {qubit: place for place, qubit in enumerate(segments.active)}
+        # Per step, the state's qubits whose outcome must be known.
+        self._places = [
+            [] if isinstance(step, Stretch) else [place[qubit] for qubit in step.qubits] for step in segments.steps
+        ]
+        self._active = frozenset(segments.active)
         self._spares: List[StateVector] = []
         self._shots: Optional[int] = None
 
@@ -149,41 +154,60 @@ class Walk:
         if isinstance(step, Measurement):
             for qubit, clbit in step.later:
                 branch.write(clbit, 0)
-                if qubit in self._place:
+                if qubit in self._active:
                     branch.readings[clbit] = qubit
-        if not step.qubits:
+        places = self._places[branch.step - 1]
+        if not places:
             return None
-        probabilities = branch.state.distribution(self._places(step)).astype(np.float64)
-        possible = np.flatnonzero(probabilities > _IMPOSSIBLE[branch.state.precision] * probabilities.sum())
-        if not len(possible):
+        if len(places) > 1:
+            _memory.require_bytes(4 * 8 << len(places), f"the distribution of {len(places)} qubits")
+        probabilities = branch.state._live().distribution(places)
+        possible = _possible(probabilities, _IMPOSSIBLE[branch.state.precision])
+        if not possible:
             raise ValueError(f"{step.source} finds a state of norm 0 or not a number: a matrix before it is not unitary")
         if len(possible) == 1:
             # Without a rest there is nothing to clear away.
-            self._settle(branch, step, int(possible[0]), is_pure=np.count_nonzero(probabilities) == 1)
+            self._settle(branch, step, possible[0], is_pure=np.count_nonzero(probabilities) == 1)
             return None
         if branch.shots is None:
             raise self._undecided(step.source)
         self.has_split = True
-        weights = probabilities[possible]
-        numbers = self._generator.multinomial(branch.shots, weights / weights.sum())
-        drawn = [(int(outcome), int(number)) for outcome, number in zip(possible, numbers) if number]
-        # The smallest group is taken first, from the end.
-        return _Fork(branch, step, sorted(drawn, key=lambda entry: (-entry[1], entry[0])))
+        return _Fork(branch, step, _shared(branch.shots, possible, probabilities, self._generator))
 
     def _settle(self, branch: Branch, step: _Random, outcome: int, is_pure: bool = False) -> None:
         """Make an outcome of a step true: in the state, and in the bits."""
-        places = self._places(step)
+        is_reset = isinstance(step, Reset)
+        if not is_pure or (is_reset and outcome):
+            _core.project(branch.state._live(), self._places[branch.step - 1], outcome, is_reset)
         if isinstance(step, Reset):
-            if outcome or not is_pure:
-                branch.state.project_then_reset(places, outcome)
             return
-        if not is_pure:
-            branch.state.project(places, outcome)
         for i, (_, clbit) in enumerate(reversed(step.now)):
             branch.write(clbit, outcome >> i & 1)
 
-    def _places(self, step: _Random) -> List[int]:
-        return [self._place[qubit] for qubit in step.qubits]
+
+def _possible(probabilities: np.ndarray, floor: float) -> List[int]:
+    """Return the outcomes whose share is above the floor; none if the state has no norm."""
+    if len(probabilities) == 2:  # the usual case, without NumPy's start-up costs
+        zero, one = probabilities.tolist()
+        limit = floor * (zero + one)
+        return [outcome for outcome, probability in ((0, zero), (1, one)) if probability > limit]
+    possible: List[int] = np.flatnonzero(probabilities > floor * probabilities.sum()).tolist()
+    return possible
+
+
+def _shared(
+    shots: int, possible: List[int], probabilities: np.ndarray, generator: np.random.Generator
+) -> List[Tuple[int, int]]:
+    """Share out the shots: pairs of an outcome and a number, the smallest last, which is taken first."""
+    if len(possible) == 2:
+        first, second = probabilities[possible].tolist()
+        ones = int(generator.binomial(shots, second / (first + second)))
+        numbers = [shots - ones, ones]
+    else:
+        weights = probabilities[possible]
+        numbers = generator.multinomial(shots, weights / weights.sum()).tolist()
+    drawn = [(outcome, number) for outcome, number in zip(possible, numbers) if number]
+    return sorted(drawn, key=lambda entry: (-entry[1], entry[0]))
 
 
 _Random = Union[Measurement, Reset]

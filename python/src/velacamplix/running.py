@@ -138,7 +138,7 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
     if shots is not None:
         # Once for the shots, once for putting them into order.
         _memory.require_bytes(2 * 8 * _shots.words_for(n_bits) * shots, f"shots={shots} of {n_bits} bits")
-    state = StateVector(len(segments.active), request.precision, request.threads)
+    state = StateVector._another(len(segments.active), request.precision, request.threads)
     request.start.prepare(state, segments.active)
     plan = _plan_of(found, state.threads)
     clock.note("compile")
