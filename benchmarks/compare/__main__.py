@@ -28,8 +28,8 @@ TRIAL_QUBITS = 11
 
 def parsed(arguments: Optional[List[str]]) -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="tools/compare", description=__doc__.split(";")[0] + ".")
-    parser.add_argument("--python", metavar="PATH", required=True, help="an interpreter that has velacamplix")
-    parser.add_argument("--peers", metavar="PATH", required=True, help="an interpreter that has the other simulators")
+    parser.add_argument("--python", metavar="PATH", help="an interpreter that has velacamplix (.venv's)")
+    parser.add_argument("--peers", metavar="PATH", help="an interpreter that has the peers (one in build/)")
     parser.add_argument("--quick", action="store_true", help="16 and 20 qubits, one round, docs/ left as it is")
     parser.add_argument("--qubits", type=int, nargs="+", metavar="N", help="sizes (16 20 24)")
     parser.add_argument("--threads", type=int, nargs="+", metavar="N", help="numbers of threads (1 2)")
@@ -47,6 +47,8 @@ def parsed(arguments: Optional[List[str]]) -> argparse.Namespace:
     parser.add_argument("--no-docs", action="store_true", help="write report and picture to the output folder instead")
     parser.add_argument("--render", action="store_true", help="measure nothing; write the report of the last results")
     options = parser.parse_args(arguments)
+    if not (options.python and options.peers):
+        parser.error("both interpreters must be named here; tools/compare finds them by itself")
     options.qubits = sorted(options.qubits or ([16, 20] if options.quick else [16, 20, 24]))
     options.threads = sorted(options.threads or [1, 2])
     options.repeats = options.repeats or (1 if options.quick else 3)

@@ -34,7 +34,8 @@ def _chain(n: int, first: int = 0, step: int = 1) -> List[Gate]:
 
 
 def _ansatz(n: int) -> List[Gate]:
-    draw, gates = random.Random(1), []
+    draw = random.Random(1)
+    gates: List[Gate] = []
     for _ in range(10):
         for name in ("RY", "RZ"):
             gates += [(name, (draw.uniform(0, 6),), (q,)) for q in range(n)]
@@ -43,7 +44,8 @@ def _ansatz(n: int) -> List[Gate]:
 
 
 def _layers(n: int) -> List[Gate]:
-    draw, gates = random.Random(2), []
+    draw = random.Random(2)
+    gates: List[Gate] = []
     for layer in range(20):
         for q in range(n):
             name = draw.choice(("H", "T", "RX"))
@@ -69,7 +71,8 @@ def _qft(n: int) -> List[Gate]:
 
 
 def _random(n: int) -> List[Gate]:
-    draw, gates = random.Random(4), []
+    draw = random.Random(4)
+    gates: List[Gate] = []
     for _ in range(300):
         name, (p, q) = draw.choice(("H", "RX", "RZ", "CNOT")), draw.sample(range(n), 2)
         angles = (draw.uniform(0, 6),) if name in ("RX", "RZ") else ()
@@ -83,7 +86,8 @@ def _ghz(n: int) -> List[Gate]:
 
 def _spread(n: int) -> List[Gate]:
     """Leaves no two qubits alike; short, since it is paid for in every reading."""
-    draw, gates = random.Random(6), []
+    draw = random.Random(6)
+    gates: List[Gate] = []
     gates += [("RY", (draw.uniform(0, 6),), (q,)) for q in range(n)]
     gates += _chain(n)
     gates += [("RX", (draw.uniform(0, 6),), (q,)) for q in range(n)]
