@@ -85,11 +85,29 @@ chunk_pass<T> make_pass(const operation<T>* from, unsigned long count, unsigned 
     }
     const locality chunk(local);
     pass.chunks = gathering(local);
-    for (unsigned long gate = 0; gate < count; ++gate) pass.steps.push_back(resolve(from[gate], chunk));
+    for (unsigned long gate = 0; gate < count;) {
+        unsigned long last = gate;
+        if (chunk.bits.size() >= kernels::diagonal_run<T>::fewest_qubits) {
+            while (last < count && joins_runs(from[last])) ++last;
+        }
+        if (last - gate >= 2) {
+            pass.steps.push_back(resolve_run(from + gate, last - gate, chunk));
+            gate = last;
+        } else {
+            pass.steps.push_back(resolve(from[gate++], chunk));
+        }
+    }
     return pass;
 }
 
 }  // namespace
+
+template <class T>
+chunk_pass<T> make_pass(const std::vector<operation<T>>& operations, const stretch& part, unsigned nbqbits) {
+    std::vector<operation<T>> taken;
+    for (const unsigned long gate : part.gates) taken.push_back(operations[gate]);
+    return make_pass(taken.data(), taken.size(), part.local, nbqbits);
+}
 
 template <class T>
 buffer_shape choose_shape(unsigned nbqbits, int threads) {
@@ -112,9 +130,7 @@ std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& o
     std::vector<chunk_pass<T>> passes;
     unsigned long done = 0;
     for (stretch& part : deal_out(footprints, nbqbits, shape, exchange::exact)) {
-        std::vector<operation<T>> taken;
-        for (const unsigned long gate : part.gates) taken.push_back(operations[gate]);
-        auto& pass = passes.emplace_back(make_pass(taken.data(), taken.size(), part.local, nbqbits));
+        auto& pass = passes.emplace_back(make_pass(operations, part, nbqbits));
         const auto [first, last] = std::minmax_element(part.gates.begin(), part.gates.end());
         pass.first = *first;
         pass.last = *last + 1;
@@ -176,6 +192,7 @@ void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned n
 
 #define VELACAMPLIX_INSTANTIATE(T)                                                                                 \
     template buffer_shape choose_shape<T>(unsigned, int);                                                          \
+    template chunk_pass<T> make_pass<T>(const std::vector<operation<T>>&, const stretch&, unsigned);               \
     template std::vector<chunk_pass<T>> make_passes<T>(const std::vector<gates::operation<T>>&, unsigned,          \
                                                        buffer_shape);                                              \
     template std::vector<chunk_pass<T>> make_fused_passes<T>(const std::vector<operation<T>>&, unsigned,           \

@@ -25,6 +25,7 @@ struct chunk_pass {
     unsigned long last = 0;
     unsigned long done = 0;      // gates that have acted when the pass ends; inside a fused stretch an estimate
     bool may_stop_after = true;  // with fusion: the state is that of the first `done` gates
+    bool is_outdated = false;    // a gate's numbers have changed since
     unsigned long local = 0;     // 0: one gate over the whole array, as a single call
     bool in_place = false;       // the state is one chunk
     kernels::kernel_call<T> whole_array;
@@ -37,6 +38,9 @@ struct chunk_pass {
 // The chunks that suit a state of 2^nbqbits amplitudes T worked on by `threads` threads.
 template <class T>
 buffer_shape choose_shape(unsigned nbqbits, int threads);
+
+template <class T>
+chunk_pass<T> make_pass(const std::vector<gates::operation<T>>& operations, const stretch& part, unsigned nbqbits);
 
 template <class T>
 std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,

@@ -77,7 +77,7 @@ void program<T>::set_params(unsigned long gate, const std::vector<T>& params) {
     if (self->fusion) {
         self->schedule.reset();
     } else {
-        self->schedule->replace(gate, op);
+        self->schedule->outdate(gate);
     }
 }
 

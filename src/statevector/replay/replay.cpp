@@ -58,7 +58,8 @@ unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operation
     }
     bool stopping = false;
     for (std::size_t i = 0; i < all_passes.size(); ++i) {
-        const auto& pass = all_passes[i];
+        chunk_pass<T>& pass = all_passes[i];
+        if (pass.is_outdated) renew(pass, operations);
         run_pass(pass, state);
         if (hook && !stopping) stopping = !hook(pass.done, gate_count);
         if (!stopping || !pass.may_stop_after) continue;
@@ -68,19 +69,25 @@ unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operation
 }
 
 template <class T>
-void schedule<T>::replace(unsigned long gate, const gates::operation<T>& op) {
-    if (places.empty()) {
-        places.resize(gate_count);
-        for (std::size_t p = 0; p < all_passes.size(); ++p) {
-            for (std::size_t s = 0; s < all_passes[p].gates.size(); ++s) places[all_passes[p].gates[s]] = {p, s};
+void schedule<T>::outdate(unsigned long gate) {
+    if (pass_of.empty()) {
+        pass_of.resize(gate_count);
+        for (std::size_t i = 0; i < all_passes.size(); ++i) {
+            for (const unsigned long g : all_passes[i].gates) pass_of[g] = i;
         }
     }
-    chunk_pass<T>& pass = all_passes[places[gate].pass];
-    if (pass.local == 0) {
-        pass.whole_array = gates::prepare(op, nbqbits);
-    } else {
-        pass.steps[places[gate].step] = resolve(op, locality(pass.local));
-    }
+    all_passes[pass_of[gate]].is_outdated = true;
+}
+
+// Resolves the gates of a pass anew; which gates it holds and where stays.
+template <class T>
+void schedule<T>::renew(chunk_pass<T>& pass, const std::vector<gates::operation<T>>& operations) {
+    chunk_pass<T> renewed = make_pass(operations, {pass.gates, pass.local}, nbqbits);
+    renewed.gates = std::move(pass.gates);
+    renewed.first = pass.first;
+    renewed.last = pass.last;
+    renewed.done = pass.done;
+    pass = std::move(renewed);
 }
 
 template class schedule<float>;

@@ -21,13 +21,14 @@ public:
     unsigned long run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
                       const std::function<bool(unsigned long, unsigned long)>& hook = {});
 
-    // Takes over a gate whose numbers changed, in a schedule without fusion.
-    void replace(unsigned long gate, const gates::operation<T>& op);
+    // Tells a schedule without fusion that the numbers of a gate have changed.
+    void outdate(unsigned long gate);
 
     const std::vector<chunk_pass<T>>& passes() const { return all_passes; }
     bool fits(unsigned for_qubits, int for_threads) const { return nbqbits == for_qubits && nthreads == for_threads; }
 
 private:
+    void renew(chunk_pass<T>& pass, const std::vector<gates::operation<T>>& operations);
     void run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state);
     unsigned long complete_prefix(const std::vector<gates::operation<T>>& operations, std::size_t passes_run,
                                   thrust::complex<T>* state);
@@ -37,10 +38,7 @@ private:
     unsigned long gate_count;
     unsigned long chunk_size = 0;  // amplitudes of the largest chunk
     std::vector<chunk_pass<T>> all_passes;
-    struct place {
-        std::size_t pass, step;
-    };
-    std::vector<place> places;             // of every gate, made when first needed
+    std::vector<std::size_t> pass_of;      // every gate, made when first needed
     pbamplix::amplitude_array<T> buffers;  // one chunk per thread, allocated by the first run
 };
 

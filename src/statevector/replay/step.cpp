@@ -32,6 +32,7 @@ void step<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
         }
         kernels::run_serial(scale, buffer);
     }
+    if (run_of_diagonals != nullptr) run_of_diagonals->run(buffer, base);
     if (calls.empty()) return;
     const auto& call = calls[variant_mask == 0 ? 0 : index::extract(base, variant_mask)];
     kernels::run_serial(call, buffer);
@@ -159,6 +160,33 @@ step<T> resolve(const operation<T>& op, const locality& where) {
     return result;
 }
 
+template <class T>
+bool joins_runs(const operation<T>& op) {
+    return op.kind == gate_kind::rz && op.controls == 0;
+}
+
+template <class T>
+step<T> resolve_run(const operation<T>* from, unsigned long count, const locality& where) {
+    auto run = std::make_shared<kernels::diagonal_run<T>>(where.bits.size());
+    for (unsigned long i = 0; i < count; ++i) {
+        const unsigned target = from[i].targets[0];
+        const auto d0 = from[i].coefficients[0];
+        const auto d1 = from[i].coefficients[1];
+        if ((where.mask() & index::bit(target)) != 0) {
+            run->add_inside(where.position_of(target), d0, d1);
+        } else {
+            run->add_outside(index::bit(target), d0, d1);
+        }
+    }
+    step<T> result;
+    result.run_of_diagonals = std::move(run);
+    return result;
+}
+
+template bool joins_runs(const operation<float>&);
+template bool joins_runs(const operation<double>&);
+template step<float> resolve_run(const operation<float>*, unsigned long, const locality&);
+template step<double> resolve_run(const operation<double>*, unsigned long, const locality&);
 template footprint footprint_of(const operation<float>&);
 template footprint footprint_of(const operation<double>&);
 template struct step<float>;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "statevector/gates/operation.hpp"
+#include "statevector/kernels/diagonal_run.hpp"
 #include "statevector/kernels/kernel_call.hpp"
 #include "statevector/replay/plan.hpp"
 
+#include <memory>
 #include <vector>
 
 namespace velacamplix::replay {
@@ -35,6 +37,7 @@ struct step {
     std::vector<kernels::kernel_call<T>> calls;
     std::vector<outside_factors<T>> outside;  // for a product: together they are one factor of the whole buffer
     kernels::kernel_call<T> scaling;          // multiplies by it
+    std::shared_ptr<const kernels::diagonal_run<T>> run_of_diagonals;  // several gates at once, instead of the above
 
     bool acts_on(unsigned long base) const { return (base & required) == required; }
     void run(thrust::complex<T>* buffer, unsigned long base) const;
@@ -42,6 +45,14 @@ struct step {
 
 template <class T>
 footprint footprint_of(const gates::operation<T>& op);
+
+// Whether an operation may join its neighbours in a diagonal_run.
+template <class T>
+bool joins_runs(const gates::operation<T>& op);
+
+// `count` such operations from `from` on, as one step.
+template <class T>
+step<T> resolve_run(const gates::operation<T>* from, unsigned long count, const locality& where);
 
 // All mixing targets of the operation must be local.
 template <class T>

@@ -1,0 +1,82 @@
+#include "statevector/kernels/diagonal_run.hpp"
+
+namespace velacamplix::kernels {
+namespace {
+
+template <unsigned width, bool imaginary>
+struct parts_of_two {
+    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s + (imaginary ? 1 : 0)); }
+};
+template <unsigned width, bool second>
+struct side_by_side {
+    static constexpr int at(std::size_t s) {
+        return static_cast<int>(s / 2 + (second ? width / 2 : 0) + (s % 2 == 0 ? 0 : width));
+    }
+};
+
+template <class V>
+[[gnu::always_inline]] inline void load_parts(const thrust::complex<scalar_of<V>>* from, V& re, V& im) {
+    constexpr auto all = std::make_index_sequence<scalars<V>>{};
+    const V first = load<V>(from);
+    const V second = load<V>(from + lanes<V>);
+    re = shuffle(first, second, parts_of_two<scalars<V>, false>{}, all);
+    im = shuffle(first, second, parts_of_two<scalars<V>, true>{}, all);
+}
+
+template <class V>
+[[gnu::always_inline]] inline void store_parts(thrust::complex<scalar_of<V>>* to, V re, V im) {
+    constexpr auto all = std::make_index_sequence<scalars<V>>{};
+    store(to, shuffle(re, im, side_by_side<scalars<V>, false>{}, all));
+    store(to + lanes<V>, shuffle(re, im, side_by_side<scalars<V>, true>{}, all));
+}
+
+}  // namespace
+
+template <class T>
+void diagonal_run<T>::add_inside(unsigned position, thrust::complex<T> d0, thrust::complex<T> d1) {
+    entry& e = entries_.emplace_back();
+    constexpr unsigned inside_group = lane_bits<V> + 1;
+    if (position >= inside_group) e.shift = position - inside_group;
+    for (unsigned variant = 0; variant < 2; ++variant) {
+        for (unsigned lane = 0; lane < amplitudes_per_group; ++lane) {
+            const bool one = position >= inside_group ? variant == 1 : ((lane >> position) & 1) != 0;
+            e.of[variant].re[lane] = (one ? d1 : d0).real();
+            e.of[variant].im[lane] = (one ? d1 : d0).imag();
+        }
+    }
+}
+
+template <class T>
+void diagonal_run<T>::add_outside(unsigned long bit, thrust::complex<T> d0, thrust::complex<T> d1) {
+    entry& e = entries_.emplace_back();
+    e.outside = bit;
+    e.of[0] = {broadcast<V>(d0.real()), broadcast<V>(d0.imag())};
+    e.of[1] = {broadcast<V>(d1.real()), broadcast<V>(d1.imag())};
+}
+
+template <class T>
+void diagonal_run<T>::run(thrust::complex<T>* array, unsigned long base) const {
+    const unsigned long groups = (1ul << nbqbits_) / amplitudes_per_group;
+    const entry* const begin = entries_.data();
+    const entry* const end = begin + entries_.size();
+    for (unsigned long group = 0; group < groups; group += groups_at_once) {
+        thrust::complex<T>* const at = array + group * amplitudes_per_group;
+        V re[groups_at_once], im[groups_at_once];
+        for (unsigned k = 0; k < groups_at_once; ++k) load_parts<V>(at + k * amplitudes_per_group, re[k], im[k]);
+        for (const entry* e = begin; e != end; ++e) {
+            const unsigned long everywhere = (base & e->outside) != 0 ? 1 : 0;
+            for (unsigned k = 0; k < groups_at_once; ++k) {
+                const factors& d = e->of[everywhere | (((group + k) >> e->shift) & 1)];
+                const V old = re[k];
+                re[k] = old * d.re - im[k] * d.im;
+                im[k] = im[k] * d.re + old * d.im;
+            }
+        }
+        for (unsigned k = 0; k < groups_at_once; ++k) store_parts<V>(at + k * amplitudes_per_group, re[k], im[k]);
+    }
+}
+
+template class diagonal_run<float>;
+template class diagonal_run<double>;
+
+}  // namespace velacamplix::kernels
