@@ -19,11 +19,14 @@ _FEWEST_WIDTHS = 5.0
 
 
 class Bars(NamedTuple):
-    """What is drawn: outcomes in the order of their numbers, and how many are left out."""
+    """What is drawn: outcomes in the order of their numbers, and what all others have together.
+
+    `others` names them, and is empty if there are none.
+    """
 
     labels: List[str]
     heights: List[float]
-    left_out: int
+    others: str
     rest: float
 
     @classmethod
@@ -32,7 +35,8 @@ class Bars(NamedTuple):
         wanted = top if top is not None else (MOST_BARS if len(entries) <= MOST_BARS else LARGEST)
         ranked = sorted(entries, key=lambda entry: (-entry[1], entry[0]))
         kept, others = sorted(ranked[:wanted]), ranked[wanted:]
-        return cls([k for k, _ in kept], [h for _, h in kept], len(others), sum(h for _, h in others))
+        name = f"{len(others)} others" if others else ""
+        return cls([k for k, _ in kept], [h for _, h in kept], name, sum(h for _, h in others))
 
 
 def axes(ax: Any, bars: Bars, purpose: str) -> Any:
@@ -46,7 +50,7 @@ def axes(ax: Any, bars: Bars, purpose: str) -> Any:
 def figure_size(bars: Bars) -> Tuple[float, float]:
     """Return width and height in inches for bars and the labels below them."""
     width = min(12.0, max(6.4, 0.25 * len(bars.labels) + 0.5))
-    longest = min(max([len(label) for label in bars.labels] + [20 * (bars.left_out > 0)]), _LONGEST_LABEL)
+    longest = min(max([len(label) for label in bars.labels] + [20 if bars.others else 0]), _LONGEST_LABEL)
     return width, 4.0 + max(0.0, longest - 8) * _CHARACTER / 72
 
 
@@ -56,7 +60,7 @@ def draw(ax: Any, bars: Bars, colours: Any = BLUE, edge: str = "none", share: fl
     `share` is the part of the width that the axes keep when the figure has been laid out.
     """
     count = len(bars.labels)
-    shows_rest = bars.left_out > 0 and bars.rest > 0
+    shows_rest = bool(bars.others) and bars.rest > 0
     places = list(range(count)) + ([count + 1] if shows_rest else [])
     ax.bar(range(count), bars.heights, width=0.8, color=colours, edgecolor=edge, linewidth=0.6 if count <= 64 else 0.3)
     last = places[-1] if places else 0
@@ -79,7 +83,7 @@ def draw(ax: Any, bars: Bars, colours: Any = BLUE, edge: str = "none", share: fl
 
 def _rest_words(bars: Bars) -> Tuple[str, str]:
     written = f"{bars.rest:.3g}" if isinstance(bars.rest, float) else str(bars.rest)
-    return f"{bars.left_out} others", written
+    return bars.others, written
 
 
 def _draw_rest(ax: Any, place: int, bars: Bars) -> None:
@@ -104,7 +108,7 @@ def _labelled(bars: Bars, pitch: float) -> Tuple[List[int], int]:
     count = len(bars.labels)
     if count == 0:
         return [], 0
-    longest = max(len(text) for text in [*map(_shortened, bars.labels), *(_rest_words(bars) if bars.left_out else ())])
+    longest = max(len(text) for text in [*map(_shortened, bars.labels), *(_rest_words(bars) if bars.others else ())])
     if (longest + 1) * _CHARACTER <= pitch:
         return list(range(count)), 0
     if pitch >= _LINE:

@@ -168,8 +168,7 @@ def bars(results: Results) -> _plot_bars.Bars:
         return _plot_bars.Bars.of(best, None)
     best = sorted(best[: _plot_bars.LARGEST])
     rest = max(0.0, 1 - sum(probability for _, probability in best))
-    left_out = 2 ** len(results.labels) - len(best)
-    return _plot_bars.Bars([outcome for outcome, _ in best], [p for _, p in best], left_out, rest)
+    return _plot_bars.Bars([outcome for outcome, _ in best], [p for _, p in best], "others", rest)
 
 
 def as_json(name: str, results: Results, top: int) -> Dict[str, Any]:

@@ -139,7 +139,7 @@ def plot_state(
         Whether qubit 0 of a StateVector is leftmost or rightmost in a label.
     top : int, optional
         Draw the so many largest amplitudes. By default all are drawn, or, if they are more than 256, the 32 largest;
-        a line above tells how many are not shown and what probability they have together.
+        a line above then tells what probability the others have together.
     ax : matplotlib.axes.Axes, optional
         Where to draw. By default a new figure is made.
     legend : bool
@@ -164,8 +164,8 @@ def plot_state(
     """
     _check_top(top)
     order = _check.order(order)
-    entries, left_out, rest = _amplitudes(state, order, top)
-    bars = Bars([label for label, _ in entries], [abs(value) for _, value in entries], 0, 0.0)
+    entries, has_more, rest = _amplitudes(state, order, top)
+    bars = Bars([label for label, _ in entries], [abs(value) for _, value in entries], "", 0.0)
     cm = _extras.imported("matplotlib.cm", "plot_state")
     colours = _extras.imported("matplotlib.colors", "plot_state")
     ax = _plot_bars.axes(ax, bars, "plot_state")
@@ -174,8 +174,9 @@ def plot_state(
     _plot_bars.draw(ax, bars, shades, edge="#444444", share=0.75 if legend else 0.95)
     ax.set_xlabel("basis state" + (f", qubit 0 {'left' if order == 'big' else 'right'}" if _is_state(state) else ""))
     ax.set_ylabel("|amplitude|")
-    if left_out:
-        ax.set_title(f"{left_out} more, of probability {rest:.3g} together", fontsize=8, color="#555555", loc="right")
+    if has_more:
+        note = f"the {len(entries)} largest amplitudes; all others have probability {rest:.3g} together"
+        ax.set_title(note, fontsize=8, color="#555555", loc="right")
     if legend:
         quarter = math.pi / 2
         scale = ax.figure.colorbar(phases, ax=ax, ticks=[-2 * quarter, -quarter, 0, quarter, 2 * quarter])
@@ -201,8 +202,8 @@ def _bars_of_state(state: StateVector, qubits: Any, order: str, top: Optional[in
     if not more:
         return Bars.of(best, top)
     rest = max(0.0, 1.0 - sum(probability for _, probability in best))
-    possible = 2 ** len(listed) - len(best)
-    return Bars([k for k, _ in sorted(best)], [p for _, p in sorted(best)], possible if rest > 1e-6 else 0, rest)
+    # How many others are possible nobody has counted.
+    return Bars([k for k, _ in sorted(best)], [p for _, p in sorted(best)], "others", rest)
 
 
 def _best(state: StateVector, top: Optional[int], listed: Sequence[int]) -> Tuple[List[Tuple[str, float]], bool]:
@@ -238,8 +239,8 @@ def _probabilities(source: Any) -> List[Tuple[str, float]]:
     return [(_bits(i, width), float(values[i])) for i in np.flatnonzero(values > _NOISE).tolist()]
 
 
-def _amplitudes(state: Any, order: str, top: Optional[int]) -> Tuple[List[Tuple[str, complex]], int, float]:
-    """Return labels and amplitudes in the order of the labels, how many are left out, and their probability."""
+def _amplitudes(state: Any, order: str, top: Optional[int]) -> Tuple[List[Tuple[str, complex]], bool, float]:
+    """Return labels and amplitudes in the order of the labels, whether there are more, and their probability."""
     if _is_state(state):
         listed = list(range(state.n_qubits))
         if order == "little":
@@ -247,8 +248,7 @@ def _amplitudes(state: Any, order: str, top: Optional[int]) -> Tuple[List[Tuple[
         best, more = _best(state, top, listed)
         labels = sorted(outcome for outcome, _ in best)
         entries = [(label, complex(state.array[_index(label, order)])) for label in labels]
-        left_out = 2**state.n_qubits - len(best) if more else 0
-        return entries, left_out, max(0.0, 1.0 - sum(probability for _, probability in best))
+        return entries, more, max(0.0, 1.0 - sum(probability for _, probability in best))
     if isinstance(state, (str, Mapping)) or not isinstance(state, Iterable):
         raise TypeError(f"state must be a StateVector or an array of amplitudes, got {_check.show(state)}")
     values = _array(state, "state", np.complex128)
@@ -258,7 +258,7 @@ def _amplitudes(state: Any, order: str, top: Optional[int]) -> Tuple[List[Tuple[
     wanted = top if top is not None else (len(ranked) if len(ranked) <= _plot_bars.MOST_BARS else _plot_bars.LARGEST)
     kept = sorted(ranked[:wanted].tolist())
     rest = float((sizes[ranked[wanted:]] ** 2).sum())
-    return [(_bits(i, width), complex(values[i])) for i in kept], len(ranked) - len(kept), rest
+    return [(_bits(i, width), complex(values[i])) for i in kept], len(ranked) > len(kept), rest
 
 
 def _index(label: str, order: str) -> int:
