@@ -137,7 +137,9 @@ def _texts(
     elif step.name == "SWAP":
         symbols = [marks.exchange] * 2
     if symbols is not None:
-        symbols[-1] += when
+        if when:
+            name = {"SWAP": marks.exchange, "CSIGN": "Z", "Z": "Z"}.get(step.name, "X")
+            symbols[-1] = _boxed(name + when, marks)
         texts.update(zip(step.qubits, symbols))
         return texts
     label = _label(step)

@@ -99,7 +99,7 @@ _CALL = re.compile(rf"([A-Za-z][A-Za-z0-9_]*){END}{BLANKS}(?:\(({_IN_PARENTHESES
 _SKIPPED = re.compile(rf"{BLANKS}(?:;{BLANKS})*")
 _BLANK = re.compile(BLANKS)
 _WORD = re.compile(r"[A-Za-z][A-Za-z0-9_]*")
-_VERSION = re.compile(rf"OPENQASM{BLANKS}([0-9]+(?:\.[0-9]+)?){BLANKS};")
+_VERSION = re.compile(rf"OPENQASM{END}{BLANKS}([0-9]+(?:\.[0-9]+)?){BLANKS};")
 _INCLUDE = re.compile(rf"include{BLANKS}({STRING}){BLANKS};")
 _REGISTER = re.compile(rf"[qc]reg{END}{BLANKS}({NAME}){BLANKS}\[{BLANKS}({INTEGER}){BLANKS}\]{BLANKS};")
 _HEAD = re.compile(
@@ -147,7 +147,7 @@ class Statements:
             if float(self.version) != 2.0:
                 fail(f"this reader knows OpenQASM 2.0, not {self.version!s}", self.version)
             at = found.end()
-        elif text.startswith("OPENQASM", at):
+        elif self._word(at) == "OPENQASM":
             report(self._source, self._lists, at, "header")
         while True:
             at = skipped(text, at).end()  # type: ignore[union-attr]
@@ -175,10 +175,7 @@ class Statements:
         return Call(name, params, Places(places, self._source, found.start(3)), at)
 
     def _other(self, at: int) -> Any:
-        word = _WORD.match(self._text, at)
-        if word is None:
-            return None
-        reader = _READERS.get(word[0])
+        reader = _READERS.get(self._word(at))
         return None if reader is None else reader(self, at)
 
     def _include(self, at: int) -> Optional[Include]:
@@ -237,6 +234,10 @@ class Statements:
         if not isinstance(operation, (Call, Measure, Reset)):
             report(self._source, self._lists, at, "condition")
         return Conditional(register, value, operation)
+
+    def _word(self, at: int) -> str:
+        found = _WORD.match(self._text, at)
+        return "" if found is None else found[0]
 
     def _match(self, pattern: re.Pattern[str], at: int) -> Optional[re.Match[str]]:
         found = pattern.match(self._text, at)
