@@ -187,15 +187,52 @@ def test_peers_find_the_same_as_we(simulator, tmp_path, precision):
     if subprocess.run([PEERS_PYTHON, "-c", probe]).returncode:
         pytest.skip(f"{PEERS_PYTHON} does not have {MODULES[simulator]}")
     with Crew({"velacamplix": sys.executable, simulator: PEERS_PYTHON}, tmp_path / "log") as crew:
-        workers = crew.with_threads(1)
-        assert set(workers[1].precisions) == {p for key, p in COMPUTES if key == simulator}
+        ours, peer = crew.with_threads(1)
+        assert set(peer.precisions) == {p for key, p in COMPUTES if key == simulator}
         for case in (cases.TRIAL, *cases.READINGS):
-            cell = Cell(case, 7, precision, 1)
-            cell.prepare(workers, {})
-            cell.measure(1, 0)
-            problems = [entry for entry in cell.entries if entry.problem]
-            assert not problems, [entry.as_record() for entry in problems]
-            assert all(entry.seconds or entry.not_offered for entry in cell.entries)
+            task = {"case": case.name, "n": 7, "precision": precision, "threads": 1}
+            ours.prepare("task", task, "exact")
+            expected = ours.run("task", answer=True).answer
+            settings = peer.settings(case.kind, precision, 7)
+            # A million shots take long.
+            for setting in settings[:1] if case.kind == "shots" else settings:
+                if peer.prepare("task", task, setting) is None:
+                    answer = peer.run("task", answer=True).answer
+                    assert not agreement.difference(case.kind, precision, 7, expected, answer), (case.name, setting)
+
+
+def test_a_cell_takes_turns_and_leaves_out_what_disagrees(tmp_path, monkeypatch):
+    """Two workers of ours, the second under another name and wrong in one of its settings."""
+    with (
+        Crew({"velacamplix": sys.executable}, tmp_path / "log") as first,
+        Crew({"velacamplix": sys.executable}, tmp_path / "log") as second,
+    ):
+        (ours,), (other,) = first.with_threads(1), second.with_threads(1)
+        other.simulator = "qulacs"
+        order = []
+        for worker in (ours, other):
+            run = worker.run
+            monkeypatch.setattr(
+                worker,
+                "run",
+                lambda *a, run=run, worker=worker, **k: order.append((worker.simulator, a[0])) or run(*a, **k),
+            )
+        cell = Cell(cases.TRIAL, 6, "double", 1)
+        cell.prepare([ours, other], {"qulacs": ["fused"]})
+        cell.entries.append(type(cell.entries[0])(other, "wrong"))
+        other.prepare("wrong", {"case": "spread", "n": 6, "precision": "double", "threads": 1}, "exact")
+        cell.measure(repeats=2, seconds=60)
+    # The warm-up, then two rounds that count; in the second a setting that was slow may be missing.
+    turns = [("velacamplix", "exact"), ("velacamplix", "fused"), ("qulacs", "exact"), ("qulacs", "wrong")]
+    assert order[:8] == turns + turns
+    assert order[8:10] == turns[:2]
+    assert [len(entry.seconds) for entry in cell.entries if entry.simulator == "velacamplix"] == [2, 2]
+    assert all(1 <= len(entry.seconds) <= 2 for entry in cell.entries)
+    problems = {entry.setting: entry.problem for entry in cell.entries if entry.problem}
+    assert set(problems) == {"wrong"} and "differ by" in problems["wrong"]
+    assert cell.failures() == []  # its other setting agrees
+    cell.entries = [entry for entry in cell.entries if (entry.simulator, entry.setting) != ("qulacs", "exact")]
+    assert "qulacs in every setting; wrong: they differ" in cell.failures()[0]
 
 
 # Report
