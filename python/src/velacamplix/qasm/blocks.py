@@ -19,6 +19,9 @@ from ..parameter import Parameter
 #: A gate with more controls takes more than ten thousand gates of qelib1.inc.
 MOST_CONTROLS = 8
 
+#: And what its own qubits add to them in the gates its block is made of.
+MOST_INSIDE = MOST_CONTROLS + 3
+
 Steps = List[Instruction]
 Qubits = Tuple[int, ...]
 
@@ -56,7 +59,7 @@ def block(name: str, n_controls: int) -> Optional[GateDefinition]:
 
     Qubits are the controls, then the gate's own.
     """
-    if name not in _BODIES or n_controls > MOST_CONTROLS:
+    if name not in _BODIES or n_controls > MOST_INSIDE:
         return None
     shape = GATES[name] if name in GATES else COMPOSITES[name]
     formals = _FORMALS[: shape.n_params]
@@ -94,7 +97,7 @@ def known(definition: GateDefinition, declared: Dict[str, GateDefinition]) -> Op
     if found is None:
         return None
     n_controls, base = int(found[1] or 0), found[2]
-    if n_controls > MOST_CONTROLS:
+    if n_controls > MOST_INSIDE:
         return None
     name = _BY_SMALL_NAME.get(base)
     if name is not None and block(name, n_controls) is definition:

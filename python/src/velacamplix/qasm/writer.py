@@ -11,7 +11,7 @@ from ..instruction import BY_ENTRIES, Instruction, Register
 from ..parameter import Expression
 from ..parameter import text as expression_text
 from . import qelib1
-from .blocks import MOST_CONTROLS, block, controlled, plain
+from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, plain
 from .lexicon import NAME, RESERVED
 
 _NAME = re.compile(NAME)
@@ -53,9 +53,10 @@ class _Writer:
     def text(self) -> str:
         for register in self._registers:
             self._check_register(register)
-        steps = [plain(step) if step.is_gate else step for step in self._circuit.instructions]
-        for position, step in enumerate(steps):
-            _check_can_be_said(step, f"instruction {position}", self._circuit.instructions[position])
+        instructions = self._circuit.instructions
+        steps = [plain(step) if step.is_gate else step for step in instructions]
+        for position, (step, raw) in enumerate(zip(steps, instructions)):
+            _check_can_be_said(step, f"instruction {position}", raw, len(raw.controls) <= MOST_CONTROLS)
         needed = self._needed(steps)
         self._give_names(needed)
         lines = [_HEADER]
@@ -101,7 +102,7 @@ class _Writer:
                 continue
             step = plain(raw)
             if owner is not None:
-                _check_can_be_said(step, f"gate {owner.name!r}", raw)
+                _check_can_be_said(step, f"gate {owner.name!r}", raw, len(step.controls) <= MOST_INSIDE)
             definition = _block_of(step)
             if definition is not None:
                 if step.definition is not None and step.controls:
@@ -185,12 +186,12 @@ class _Writer:
         return f"if({register}=={step.condition.value}) "
 
 
-def _check_can_be_said(step: Instruction, where: str, raw: Instruction) -> None:
+def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_block: bool) -> None:
     if not step.is_gate:
         return
     if step.definition is None and step.name in BY_ENTRIES:
         reason = "it has no gates given by their entries, and a decomposition would change the global phase or the bits"
-    elif len(step.controls) > MOST_CONTROLS:
+    elif not has_block:
         reason = f"more than {MOST_CONTROLS} controls would take tens of thousands of its gates"
     else:
         return
