@@ -115,7 +115,7 @@ def left_out(figures: List[Figures]) -> List[str]:
     if not places:
         return ["Every setting of every simulator found the same as velacamplix, to rounding and chance."]
     return [
-        "Left out, since they failed or did not find what velacamplix and the simulator's other settings found:",
+        "Left out, since they failed or did not find what velacamplix and another simulator or setting found:",
         "",
         *(f"- {name}: {', '.join(places[name])}; the first time, {reasons[name]}" for name in places),
     ]

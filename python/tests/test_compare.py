@@ -232,7 +232,7 @@ def test_a_cell_takes_turns_and_leaves_out_what_disagrees(tmp_path, monkeypatch)
     assert set(problems) == {"wrong"} and "differ by" in problems["wrong"]
     assert cell.failures() == []  # its other setting agrees
     cell.entries = [entry for entry in cell.entries if (entry.simulator, entry.setting) != ("qulacs", "exact")]
-    assert "qulacs in every setting; wrong: they differ" in cell.failures()[0]
+    assert "no peer agrees; qulacs (wrong): they differ" in cell.failures()[0]
 
 
 # Report
