@@ -1,6 +1,7 @@
 #include "bindings.hpp"
 #include "held_state.hpp"
 
+#include <type_traits>
 #include <vector>
 
 namespace velacamplix::python {
@@ -20,7 +21,14 @@ template <class T>
 void prepare(HeldState<T>& held, Data data, const Qubits& qubits) {
     require_length(data.size(), qubits.size());
     auto* values = reinterpret_cast<thrust::complex<double>*>(data.mutable_data());
-    held.with_state([&](auto& state) { state.apply_state_preparation(values, qubits); });
+    held.with_state([&](auto& state) {
+        if constexpr (std::is_same_v<T, double>) {
+            state.apply_state_preparation(values, qubits);
+        } else {
+            pbamplix::cpu::precise_state_preparation(state.amplitudes.get(), values, state.nqubits, qubits,
+                                                     state.num_threads);
+        }
+    });
 }
 
 // Of both registers the first qubit is the least significant bit; the address register comes first.

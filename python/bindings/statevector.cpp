@@ -1,6 +1,7 @@
 #include "bindings.hpp"
 #include "held_state.hpp"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,14 +35,18 @@ auto on_two_qubits(void (HeldState<T>::State::*gate)(unsigned int, unsigned int)
     };
 }
 
-// The source index has qubit 0 as its most significant bit.
+// The source index has qubit q as bit q or, permuted, qubit 0 as its most significant bit. The source is not the state.
 template <class T>
-void reset_from(HeldState<T>& held, const py::array_t<std::complex<T>, py::array::c_style>& amplitudes) {
+void reset_from(HeldState<T>& held, const py::array_t<std::complex<T>, py::array::c_style>& amplitudes, bool permuted) {
     const std::complex<T>* source = amplitudes.data();
     const auto length = static_cast<unsigned long>(amplitudes.size());
     held.with_state([&](auto& state) {
         if (length != state.size) throw std::invalid_argument("the array does not have one entry per basis state");
-        state.reset(reinterpret_cast<unsigned long>(source));
+        if (permuted) {
+            state.reset(reinterpret_cast<unsigned long>(source));
+        } else {
+            std::copy_n(source, length, reinterpret_cast<std::complex<T>*>(state.amplitudes.get()));
+        }
     });
 }
 
@@ -132,7 +137,7 @@ void bind_one_statevector(py::module_& module, const char* name) {
                 held.with_state([&](auto& state) { state.reset_to_str(product); });
             },
             py::arg("product"))
-        .def("reset_from", &reset_from<T>, py::arg("amplitudes").noconvert())
+        .def("reset_from", &reset_from<T>, py::arg("amplitudes").noconvert(), py::arg("permuted") = true)
         .def("probability", &probability<T>, py::arg("outcome"), py::arg("qubits"))
         .def("distribution", &distribution<T>, py::arg("qubits"));
 

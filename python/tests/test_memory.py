@@ -284,6 +284,7 @@ def test_max_qubits_where_nothing_fits(monkeypatch):
         (lambda state: state.distribution_dict([0]), 800, "a dictionary of 2 entries needs 800 bytes"),
         (lambda state: state.estimate("X0 Z1 Y2", 10), 64, "the table of outcomes of a term on 3 qubits needs 64"),
         (lambda state: state.reset(np.eye(8)[0]), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.reset(np.eye(8)[0], order="little"), 64, "a copy of the amplitudes of 3 qubits needs 64"),
         (lambda state: state.reset(state.array), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
         (lambda state: state.prepare(np.eye(8)[0], [0, 1, 2]), 128, "a copy of the data of 3 qubits needs 128 bytes"),
     ],
@@ -304,12 +305,13 @@ def test_copies_and_exports_are_refused_where_they_do_not_fit(act, size, what, m
     act(state)
 
 
-def test_amplitudes_in_the_order_of_the_array_are_written_without_a_copy(monkeypatch):
+@pytest.mark.parametrize("order", ["big", "little"])
+def test_amplitudes_of_the_right_type_are_read_where_they_are(order, monkeypatch):
     state = StateVector(3, "single")
     monkeypatch.setattr(_memory, "SMALL_BYTES", 0)
     monkeypatch.setattr(_machine, "memory", lambda root="/": _machine.Memory(free=0, available=0, limit=None))
-    assert state.reset(np.eye(8)[5], order="little").array[5] == 1
-    assert state.reset(np.eye(8, dtype=np.complex64)[4]).array[1] == 1
+    given = np.eye(8, dtype=np.complex64)[4]
+    assert state.reset(given, order).array[{"big": 1, "little": 4}[order]] == 1
 
 
 # A real control group

@@ -172,6 +172,29 @@ def test_two_threads_on_one_state_take_turns(precision):
     assert state.array.tobytes() == expected.array.tobytes()
 
 
+@pytest.mark.parametrize("order", ["big", "little"])
+def test_setting_amplitudes_waits_for_its_turn(order):
+    state = StateVector(20, threads=2)
+    ones = np.zeros(2**20, complex)
+    ones[-1] = 1
+    stop = threading.Event()
+
+    def flip():
+        while not stop.is_set():
+            state.x(3)
+
+    flipper = threading.Thread(target=flip)
+    flipper.start()
+    try:
+        for _ in range(20):
+            # Whole gates before and after: one amplitude is left, all others are zero.
+            state.reset(ones, order)
+            assert state.norm() == 1 and len(state.to_dict()) == 1
+    finally:
+        stop.set()
+        flipper.join()
+
+
 def test_many_threads_read_and_write():
     state = StateVector(15, threads=2, seed=1).reset("+" * 15)
     failed = []

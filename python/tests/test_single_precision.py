@@ -136,3 +136,13 @@ def test_what_a_sum_in_single_precision_loses():
     rest = shots - state.counts(shots)["0" * 20]
     assert abs(rest - shots * small) < 5 * np.sqrt(shots * small)
     assert state.expectation({"I" * 20: 1, "Z" * 20: 0}) == pytest.approx(1, abs=1e-7)
+
+
+def test_a_preparation_keeps_the_norm():
+    state = StateVector(20, "single")
+    state.array[:] = 2.0**-13
+    state.array[0] = np.sqrt(1 - (2**20 - 1) / 2**26)
+    data = np.zeros(2**20)
+    data[5] = 1
+    state.prepare(data, range(20), order="little")
+    assert abs(state.array[5]) == pytest.approx(1, abs=1e-6) and np.count_nonzero(state.array) == 1

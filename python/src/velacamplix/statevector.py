@@ -213,16 +213,13 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
 
     def _reset_from(self, amplitudes: np.ndarray, order: str) -> None:
         core = self._live()
-        if order == "little":
-            core.view()[:] = amplitudes
-            return
         # The core reads its source while it writes the state, and takes its own type only.
         of_its_own = not np.may_share_memory(amplitudes, core.view())
         if not (of_its_own and amplitudes.dtype == self._amplitude_type and amplitudes.flags.c_contiguous):
             size = amplitudes.size * np.dtype(self._amplitude_type).itemsize
             _memory.require_bytes(size, f"a copy of the amplitudes of {self._n_qubits} qubits")
             amplitudes = np.array(amplitudes, dtype=self._amplitude_type, order="C")
-        core.reset_from(amplitudes)
+        core.reset_from(amplitudes, order == "big")
 
     # Gates: every method of GateMethods ends in `_add`
 

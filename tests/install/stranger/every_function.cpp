@@ -111,6 +111,7 @@ void need_observables_and_loading() {
     need(&evaluate_term<T, engine>);
     need(&_evaluate_terms<T, engine>);
     need(&_state_preparation<T>);
+    need(&precise_state_preparation<T>);
     need(&_qram<T>);
     need(&_binary_qram<T>);
     need(&_phase_oracle<T>);

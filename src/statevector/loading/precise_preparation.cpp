@@ -1,0 +1,98 @@
+#include "statevector/index/bits.hpp"
+#include "statevector/storage/parallel.hpp"
+
+#include <velacamplix/loading.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+// A group is the 2^k amplitudes that agree on all other qubits. A piece is at most 2^16 of them, in the order of the
+// data; pieces are summed one after another inside and then in order, whoever sums them.
+
+namespace velacamplix::loading {
+namespace {
+
+template <class T>
+struct pieces {
+    thrust::complex<T>* state;
+    const thrust::complex<double>* data;
+    unsigned long listed;     // index bits of the qubits
+    unsigned long others;     // the rest
+    unsigned long length;     // entries of a piece
+    unsigned long per_group;  // pieces
+
+    double norm_of(unsigned long piece) const {
+        double sum = 0;
+        walk(piece, [&](unsigned long, thrust::complex<T>& amplitude) {
+            const auto re = static_cast<double>(amplitude.real());
+            const auto im = static_cast<double>(amplitude.imag());
+            sum += re * re + im * im;
+        });
+        return sum;
+    }
+
+    void write(unsigned long piece, double root) const {
+        walk(piece, [&](unsigned long entry, thrust::complex<T>& amplitude) {
+            const auto re = static_cast<T>(data[entry].real() * root);
+            const auto im = static_cast<T>(data[entry].imag() * root);
+            amplitude = thrust::complex<T>(re, im);
+        });
+    }
+
+private:
+    template <class Visit>
+    void walk(unsigned long piece, Visit visit) const {
+        const unsigned long base = index::deposit(piece / per_group, others);
+        const unsigned long first = piece % per_group * length;
+        unsigned long local = index::deposit(first, listed);
+        for (unsigned long entry = first; entry < first + length; ++entry) {
+            visit(entry, state[base | local]);
+            local = ((local | ~listed) + 1) & listed;  // carry skips the other qubits
+        }
+    }
+};
+
+}  // namespace
+}  // namespace velacamplix::loading
+
+namespace pbamplix::cpu {
+
+using namespace velacamplix;
+
+template <class T>
+void precise_state_preparation(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
+                               const std::vector<unsigned int>& qubits, int num_threads) {
+    constexpr unsigned long longest_piece = 1ul << 16;
+    const unsigned long entries = 1ul << qubits.size();
+    const unsigned long groups = 1ul << (n - qubits.size());
+    const unsigned long listed = index::mask_of(qubits);
+    const unsigned long length = std::min(entries, longest_piece);
+    const loading::pieces<T> pieces{state, data, listed, index::low_bits(n) & ~listed, length, entries / length};
+    const unsigned long bytes = 2 * entries * groups * sizeof(thrust::complex<T>);
+
+    if (pieces.per_group == 1) {
+        storage::parallel_blocks(groups, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+            for (unsigned long g = begin; g < end; ++g) pieces.write(g, std::sqrt(pieces.norm_of(g)));
+        });
+        return;
+    }
+    const unsigned long count = groups * pieces.per_group;
+    std::vector<double> norms(count);
+    storage::parallel_blocks(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+        for (unsigned long piece = begin; piece < end; ++piece) norms[piece] = pieces.norm_of(piece);
+    });
+    std::vector<double> roots(groups);
+    for (unsigned long piece = 0; piece < count; ++piece) roots[piece / pieces.per_group] += norms[piece];
+    for (double& root : roots) root = std::sqrt(root);
+    storage::parallel_blocks(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+        for (unsigned long piece = begin; piece < end; ++piece) pieces.write(piece, roots[piece / pieces.per_group]);
+    });
+}
+
+template void precise_state_preparation(thrust::complex<float>*, const thrust::complex<double>*, unsigned int,
+                                        const std::vector<unsigned int>&, int);
+template void precise_state_preparation(thrust::complex<double>*, const thrust::complex<double>*, unsigned int,
+                                        const std::vector<unsigned int>&, int);
+
+}  // namespace pbamplix::cpu
