@@ -142,28 +142,57 @@ TYPED_TEST(matrix_gate, general_matrices_agree_with_the_reference_with_and_witho
 }
 
 TYPED_TEST(matrix_gate, of_one_or_two_qubits_in_the_form_for_any_number_sums_from_plus_zero) {
-    const auto start = with_negative_zeros<TypeParam>(5);
-    LoadedVector<TypeParam> v(start);
-    auto expected = start;
-    const auto m = random_coefficients<TypeParam>(16);
-    v.apply_nqbit_gate({3, 1}, as_thrust(m));
-    reference::apply_dense(expected, {3, 1}, {}, m);
-    EXPECT_TRUE(same_bits(expected, v.amplitudes.get()));
+    // Every real part of a product is -0 here: the small forms add nothing else, the general one begins at +0.
+    const TypeParam minus_zero = TypeParam(-0.0);
+    const reference::State<TypeParam> start(8, {minus_zero, minus_zero});
+    for (const unsigned int k : {1u, 2u}) {
+        const reference::Qubits qubits = k == 1 ? reference::Qubits{1} : reference::Qubits{2, 0};
+        const std::vector<reference::Complex<TypeParam>> m(1ul << (2 * k), {1, -1});
+        LoadedVector<TypeParam> small(start), general(start);
+        auto expected_small = start, expected_general = start;
+        if (k == 1) {
+            small.apply_1qbit_gate(1, as_thrust(m));
+            reference::apply(reference::OneQubit::Matrix, expected_small, 1, {}, m);
+        } else {
+            small.apply_2qbit_gate(2, 0, as_thrust(m));
+            reference::apply(reference::TwoQubit::Matrix, expected_small, 2, 0, {}, m);
+        }
+        general.apply_nqbit_gate(qubits, as_thrust(m));
+        reference::apply_dense(expected_general, qubits, {}, m);
+        EXPECT_TRUE(same_bits(expected_small, small.amplitudes.get())) << k << " qubit(s)";
+        EXPECT_TRUE(same_bits(expected_general, general.amplitudes.get())) << k << " qubit(s)";
+        EXPECT_TRUE(std::signbit(small.amplitudes[5].real())) << k << " qubit(s)";
+        EXPECT_FALSE(std::signbit(general.amplitudes[5].real())) << k << " qubit(s)";
+    }
 }
 
 TYPED_TEST(matrix_gate, with_a_tiny_or_nan_entry_off_the_diagonal_is_dense) {
-    const auto start = random_state<TypeParam>(4, Values::ordinary);
-    for (const TypeParam entry :
-         {std::numeric_limits<TypeParam>::denorm_min(), std::numeric_limits<TypeParam>::quiet_NaN()}) {
-        std::vector<reference::Complex<TypeParam>> m = {{1, 0}, {0, entry}, {0, 0}, {1, 0}};
-        LoadedVector<TypeParam> v(start);
-        v.apply_1qbit_gate(2, as_thrust(m));
-        auto expected = start;
-        reference::apply(reference::OneQubit::Matrix, expected, 2, {}, m);
-        for (unsigned long i = 0; i < start.size(); ++i) {
-            EXPECT_EQ(std::isnan(expected[i].re), std::isnan(v.amplitudes[i].real())) << i;
-            if (std::isnan(expected[i].re)) continue;
-            EXPECT_EQ(expected[i].re, v.amplitudes[i].real()) << i;
+    // Row 0 takes the entry in its last column, from the amplitude that is 1: a diagonal loop would leave it 0.
+    using C = thrust::complex<TypeParam>;
+    const TypeParam tiny = std::numeric_limits<TypeParam>::denorm_min();
+    const TypeParam nan = std::numeric_limits<TypeParam>::quiet_NaN();
+    for (const C entry : {C(tiny, 0), C(0, tiny), C(nan, 0), C(0, nan)}) {
+        for (const unsigned int k : {1u, 2u, 3u}) {
+            const unsigned long dim = 1ul << k;
+            std::vector<C> matrix(dim * dim);
+            for (unsigned long i = 0; i < dim; ++i) matrix[i * (dim + 1)] = C(1);
+            matrix[dim - 1] = entry;
+            for (const bool controlled : {false, true}) {
+                StateVector<TypeParam> v(3);
+                for (unsigned long i = 0; i < 8; ++i) v.amplitudes[i] = C(i == dim - 1 ? 1 : 0);
+                if (k == 1) controlled ? v.apply_1qbit_ctrl_gate({}, 0, matrix) : v.apply_1qbit_gate(0, matrix);
+                if (k == 2) controlled ? v.apply_2qbit_ctrl_gate({}, 1, 0, matrix) : v.apply_2qbit_gate(1, 0, matrix);
+                if (k == 3) {
+                    const reference::Qubits qubits = {2, 1, 0};
+                    controlled ? v.apply_nqbit_ctrl_gate({}, qubits, matrix) : v.apply_nqbit_gate(qubits, matrix);
+                }
+                const C got = v.amplitudes[0];
+                if (std::isnan(entry.real()) || std::isnan(entry.imag())) {
+                    EXPECT_TRUE(std::isnan(got.real()) && std::isnan(got.imag())) << k << " qubit(s)";
+                } else {
+                    EXPECT_EQ(got, entry) << k << " qubit(s)";
+                }
+            }
         }
     }
 }
@@ -215,12 +244,48 @@ TYPED_TEST(matrix_gate, with_an_empty_control_list_equals_its_uncontrolled_twin)
 
 TYPED_TEST(matrix_gate, identity_takes_the_diagonal_loop_and_leaves_the_state) {
     const auto start = random_state<TypeParam>(5, Values::ordinary);
+    const std::vector<reference::Complex<TypeParam>> ones(8, {1, 0});
+    const auto identity = [&](unsigned long dim) {
+        return matrix_of<TypeParam>({ones.begin(), ones.begin() + static_cast<long>(dim)});
+    };
     LoadedVector<TypeParam> v(start);
-    const auto one = reference::Complex<TypeParam>{1, 0};
-    v.apply_1qbit_gate(2, matrix_of<TypeParam>({one, one}));
-    v.apply_2qbit_gate(0, 3, matrix_of<TypeParam>({one, one, one, one}));
-    v.apply_nqbit_gate({4, 1, 2}, matrix_of<TypeParam>(std::vector<reference::Complex<TypeParam>>(8, one)));
+    v.apply_1qbit_gate(2, identity(2));
+    v.apply_2qbit_gate(0, 3, identity(4));
+    v.apply_nqbit_gate({4, 1, 2}, identity(8));
     EXPECT_TRUE(same_bits(start, v.amplitudes.get()));
+
+    // A product with 1 keeps the sign of this imaginary part; a dense loop would add zeros of the other sign.
+    reference::State<TypeParam> zeros(32);
+    zeros[0] = {TypeParam(-0.0), TypeParam(-0.0)};
+    const auto expect_diagonal = [&](const reference::Qubits& qubits, auto act) {
+        v.load(zeros);
+        act();
+        auto expected = zeros;
+        reference::apply_diagonal(expected, qubits, {}, {ones.begin(), ones.begin() + (1l << qubits.size())});
+        EXPECT_TRUE(std::signbit(expected[0].im));
+        EXPECT_TRUE(same_bits(expected, v.amplitudes.get())) << qubits.size() << " qubit(s)";
+    };
+    expect_diagonal({2}, [&] { v.apply_1qbit_gate(2, identity(2)); });
+    expect_diagonal({0, 3}, [&] { v.apply_2qbit_gate(0, 3, identity(4)); });
+    expect_diagonal({4, 1, 2}, [&] { v.apply_nqbit_gate({4, 1, 2}, identity(8)); });
+}
+
+TYPED_TEST(matrix_gate, for_any_number_of_qubits_is_refused_when_a_matrix_per_thread_exceeds_free_memory) {
+    const auto start = random_state<TypeParam>(5, Values::any_bits);
+    const auto matrix = as_thrust(random_coefficients<TypeParam>(64));
+    LoadedVector<TypeParam> v(start, 3);
+    const unsigned long bytes = 3 * 64 * sizeof(thrust::complex<TypeParam>);
+    {
+        ScriptedMemory memory(bytes - 1);
+        CapturedOutput output;
+        EXPECT_THROW(v.apply_nqbit_gate({0, 4, 2}, matrix), std::bad_alloc);
+        EXPECT_THROW(v.apply_nqbit_ctrl_gate({1}, {0, 4, 2}, matrix), std::bad_alloc);
+        const std::string line = "Not enough memory for allocating array \u2014 memory swap is not allowed.\n";
+        EXPECT_EQ(output.out(), line + line);
+    }
+    EXPECT_TRUE(same_bits(start, v.amplitudes.get()));
+    ScriptedMemory memory(bytes);
+    EXPECT_NO_THROW(v.apply_nqbit_gate({0, 4, 2}, matrix));
 }
 
 TYPED_TEST(matrix_gate, controlled_diagonal_beyond_free_memory_is_refused) {
