@@ -1,6 +1,7 @@
 #include "reference/probabilities.hpp"
 #include "support/compare.hpp"
 #include "support/measured_state.hpp"
+#include "support/pauli_sums.hpp"
 #include "support/precision.hpp"
 
 #include <cstring>
@@ -172,6 +173,37 @@ TYPED_TEST(distribution, equals_one_probability_per_outcome) {
         const unsigned long position =
             (outcome & 1) << 3 | (outcome & 2) << 1 | (outcome & 4) >> 1 | (outcome & 8) >> 3;
         EXPECT_TRUE(same_bits(all[position], v.probability(outcome, qubits))) << "outcome " << outcome;
+    }
+}
+
+TYPED_TEST(distribution, of_a_dyadic_state_is_the_sequential_sums_to_the_bit_for_every_thread_count) {
+    // Every addition is exact, so that its order leaves no trace.
+    const unsigned int n = 19;
+    const Qubits qubits = {18, 0, 7};
+    const auto state = dyadic_state<TypeParam>(n, 3);
+    std::vector<TypeParam> sums(8);
+    for (unsigned long i = 0; i < state.size(); ++i) {
+        const unsigned long position = (i >> 18 & 1) << 2 | (i & 1) << 1 | (i >> 7 & 1);
+        sums[position] = sums[position] + (state[i].re * state[i].re + state[i].im * state[i].im);
+    }
+    LoadedVector<TypeParam> v(state);
+    for (int threads : thread_counts) {
+        v.set_num_threads(threads);
+        EXPECT_TRUE(same_bits(sums, distribution_of<TypeParam>(v, qubits))) << threads << " thread(s)";
+    }
+}
+
+TYPED_TEST(distribution, of_the_density_matrix_of_a_pure_state_is_that_of_the_state) {
+    // The diagonal holds the squared magnitudes themselves, so that the sums have the same bits.
+    std::mt19937 engine(12);
+    for (unsigned int m = 1; m <= 7; ++m) {
+        const auto psi = random_state<TypeParam>(m, Values::ordinary);
+        LoadedVector<TypeParam> pure(psi), mixed(density_of(psi));
+        mixed.is_density_matrix = true;
+        for (unsigned int k = 0; k <= m; ++k) {
+            const Qubits qubits = random_qubits(k, m, engine);
+            EXPECT_TRUE(same_bits(distribution_of<TypeParam>(pure, qubits), distribution_of<TypeParam>(mixed, qubits)));
+        }
     }
 }
 

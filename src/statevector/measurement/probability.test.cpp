@@ -1,6 +1,7 @@
 #include "reference/probabilities.hpp"
 #include "support/compare.hpp"
 #include "support/measured_state.hpp"
+#include "support/pauli_sums.hpp"
 #include "support/precision.hpp"
 
 #include <limits>
@@ -154,6 +155,25 @@ TYPED_TEST(probability, scales_tiny_amplitudes_also_where_many_are_read_together
     for (const Qubits& qubits : std::vector<Qubits>{{}, {7}, {0, 5}, {0, 1, 2, 3, 4, 5, 6, 7}}) {
         for (unsigned long outcome = 0; outcome < (1ul << qubits.size()); ++outcome) {
             ASSERT_TRUE(agrees(measured, outcome, qubits, {1}));
+        }
+    }
+}
+
+TYPED_TEST(probability, of_a_dyadic_state_is_the_sequential_sum_to_the_bit_for_every_thread_count) {
+    // Every addition is exact, so that its order leaves no trace.
+    const unsigned int n = 18;
+    const auto state = dyadic_state<TypeParam>(n, 2);
+    LoadedVector<TypeParam> v(state);
+    for (const Qubits& qubits : std::vector<Qubits>{{}, {n - 1}, {0}, {5, 11}}) {
+        const unsigned long outcome = (1ul << qubits.size()) - 1;
+        TypeParam sum = 0;
+        for (unsigned long i = 0; i < state.size(); ++i) {
+            const unsigned long all = placed(outcome, qubits);
+            if ((i & all) == all) sum = sum + (state[i].re * state[i].re + state[i].im * state[i].im);
+        }
+        for (int threads : thread_counts) {
+            v.set_num_threads(threads);
+            EXPECT_TRUE(same_bits(sum, v.probability(outcome, qubits))) << describe(qubits) << ", " << threads;
         }
     }
 }

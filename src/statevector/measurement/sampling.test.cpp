@@ -2,6 +2,7 @@
 #include "support/chosen_outputs.hpp"
 #include "support/counted_allocations.hpp"
 #include "support/measured_state.hpp"
+#include "support/pauli_sums.hpp"
 #include "support/precision.hpp"
 
 #include <cmath>
@@ -41,15 +42,6 @@ public:
 template <class T>
 unsigned long output_for(T r) {
     return static_cast<unsigned long>(std::ldexp(static_cast<long double>(r), 64));
-}
-
-// Norm 1, so that shots fall everywhere.
-template <class T>
-reference::State<T> normalised(reference::State<T> state) {
-    double norm = 0;
-    for (const auto& a : state) norm += double(a.re) * double(a.re) + double(a.im) * double(a.im);
-    for (auto& a : state) a = {T(double(a.re) / std::sqrt(norm)), T(double(a.im) / std::sqrt(norm))};
-    return state;
 }
 
 template <class T>
@@ -259,6 +251,21 @@ TYPED_TEST(sampling, of_more_shots_than_are_sorted_at_once_goes_on_with_the_engi
     }
     EXPECT_EQ(different, 0ul);
     EXPECT_EQ(v.rng, engine);
+}
+
+TYPED_TEST(sampling, of_the_density_matrix_of_a_pure_state_gives_the_shots_of_the_state) {
+    const auto psi = normalised(random_state<TypeParam>(6, Values::ordinary));
+    LoadedVector<TypeParam> pure(psi), mixed(density_of(psi));
+    mixed.is_density_matrix = true;
+    for (const Qubits& qubits : std::vector<Qubits>{{}, {4}, {5, 0, 3}}) {
+        pure.rng.seed(21);
+        mixed.rng.seed(21);
+        std::vector<unsigned long> of_pure(1000), of_mixed(1000);
+        pure.sample_subset(of_pure.data(), qubits, of_pure.size());
+        mixed.sample_subset(of_mixed.data(), qubits, of_mixed.size());
+        EXPECT_EQ(of_pure, of_mixed) << describe(qubits);
+        EXPECT_EQ(pure.measure(qubits), mixed.measure(qubits)) << describe(qubits);
+    }
 }
 
 TYPED_TEST(sampling, measures_without_changing_the_amplitudes_and_may_give_two_outcomes) {
