@@ -4,6 +4,10 @@
 
 #include <omp.h>
 
+#include <map>
+#include <memory>
+#include <string>
+
 using namespace support;
 using reference::NamedGate;
 using Counts = std::vector<unsigned int>;
@@ -72,15 +76,75 @@ TYPED_TEST(parallel_regions, of_a_gate_on_a_small_state_are_none) {
     }
 }
 
-TYPED_TEST(parallel_regions, of_readout_of_a_large_state_have_the_objects_threads) {
-    StateVector<TypeParam> v(18);
-    v.reset();
-    v.set_num_threads(3);
-    TypeParam out[4];
-    const Counts of_total = regions_of([&] { v.probability(0, std::vector<unsigned int>{}); });
-    const Counts of_marginal = regions_of([&] { v.get_distribution(out, 0, {17, 0}); });
-    for (const Counts& counts : {of_total, of_marginal}) {
-        EXPECT_FALSE(counts.empty());
-        for (unsigned int threads : counts) EXPECT_EQ(threads, 3u);
+namespace {
+
+void expect_regions_of_3(const char* what, const Counts& counts) {
+    EXPECT_FALSE(counts.empty()) << what;
+    for (unsigned int threads : counts) EXPECT_EQ(threads, 3u) << what;
+}
+
+// A state of 18 qubits with weight everywhere, for 3 threads.
+template <class T>
+struct LargeState : StateVector<T> {
+    LargeState() : StateVector<T>(18) {
+        this->reset_to_str(std::string(18, '+'));
+        this->set_num_threads(3);
     }
+};
+
+}  // namespace
+
+TYPED_TEST(parallel_regions, of_a_matrix_on_a_large_state_have_the_objects_threads) {
+    using C = thrust::complex<TypeParam>;
+    LargeState<TypeParam> v;
+    for (const bool diagonal : {false, true}) {
+        const auto matrix = [diagonal](unsigned long dim) {
+            std::vector<C> entries(dim * dim);
+            for (unsigned long i = 0; i < dim; ++i) entries[i * dim + (diagonal ? i : dim - 1 - i)] = C(1);
+            return entries;
+        };
+        expect_regions_of_3("1 qubit", regions_of([&] { v.apply_1qbit_gate(3, matrix(2)); }));
+        expect_regions_of_3("2 qubits", regions_of([&] { v.apply_2qbit_gate(3, 0, matrix(4)); }));
+        expect_regions_of_3("3 qubits", regions_of([&] { v.apply_nqbit_gate({3, 0, 17}, matrix(8)); }));
+        expect_regions_of_3("1, controlled", regions_of([&] { v.apply_1qbit_ctrl_gate({5}, 3, matrix(2)); }));
+        expect_regions_of_3("2, controlled", regions_of([&] { v.apply_2qbit_ctrl_gate({5}, 3, 0, matrix(4)); }));
+        expect_regions_of_3("3, controlled", regions_of([&] { v.apply_nqbit_ctrl_gate({5}, {3, 0, 17}, matrix(8)); }));
+    }
+}
+
+TYPED_TEST(parallel_regions, of_readout_of_a_large_state_have_the_objects_threads) {
+    LargeState<TypeParam> v;
+    TypeParam out[4];
+    expect_regions_of_3("total", regions_of([&] { v.probability(0, std::vector<unsigned int>{}); }));
+    expect_regions_of_3("marginal", regions_of([&] { v.get_distribution(out, 0, {17, 0}); }));
+
+    std::vector<thrust::complex<TypeParam>> copy(v.size);
+    expect_regions_of_3("dense export", regions_of([&] { v.get_permuted_statevector(copy.data(), 0); }));
+    std::vector<unsigned long> shots(100000);
+    expect_regions_of_3("shots", regions_of([&] { v.sample(shots.data(), shots.size()); }));
+    std::unique_ptr<std::map<unsigned long, thrust::complex<TypeParam>>> map;
+    // Above the largest magnitude, so that the map stays empty.
+    expect_regions_of_3("sparse export", regions_of([&] { map.reset(v.get_mapped_statevector(1)); }));
+    std::unique_ptr<std::map<unsigned long, TypeParam>> marginal;
+    expect_regions_of_3("sparse marginal", regions_of([&] { marginal.reset(v.get_mapped_distribution(0, {17, 0})); }));
+}
+
+TYPED_TEST(parallel_regions, of_observables_on_a_large_state_have_the_objects_threads) {
+    LargeState<TypeParam> v;
+    const WObservable<TypeParam> sum = {{{1, 0}, {1, 0}}, {0, 0x20001}, {0x3, 0x4}, {0, 0}, {}, 18};
+    expect_regions_of_3("sum", regions_of([&] { v.expectation_value(sum); }));
+    expect_regions_of_3("terms", regions_of([&] { v.terms_expectations_values(sum); }));
+    expect_regions_of_3("estimates", regions_of([&] { v.evaluate_terms({{{17, 0}, "XY", {1, 0}}}, 10); }));
+}
+
+TYPED_TEST(parallel_regions, of_projection_and_loading_on_a_large_state_have_the_objects_threads) {
+    LargeState<TypeParam> v;
+    expect_regions_of_3("projection", regions_of([&] { v.project({17, 0}, 1); }));
+    expect_regions_of_3("projection with reset", regions_of([&] { v.project_then_reset({5}, 1); }));
+    std::vector<thrust::complex<double>> data(8, 0.5);
+    expect_regions_of_3("preparation", regions_of([&] { v.apply_state_preparation(data.data(), {3, 0, 17}); }));
+    expect_regions_of_3("amplitudes by address", regions_of([&] { v.apply_qram(data.data(), {3, 0, 17}, 1); }));
+    const unsigned long values[] = {1, 2};
+    expect_regions_of_3("integers by address", regions_of([&] { v.apply_binary_qram(values, {3, 0, 17}, 1); }));
+    expect_regions_of_3("phase oracle", regions_of([&] { v.apply_phase_oracle({1, 2}, {0, 4}); }));
 }

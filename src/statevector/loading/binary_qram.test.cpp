@@ -90,6 +90,27 @@ TYPED_TEST(BinaryQram, every_division_of_random_lists_gives_the_literal_bits) {
     }
 }
 
+TYPED_TEST(BinaryQram, large_registers_shared_by_threads_give_the_literal_bits) {
+    std::mt19937_64 values(6);
+    std::mt19937 engine(7);
+    const unsigned int n = 16;
+    const auto start = support::random_state<TypeParam>(n, support::Values::any_bits);
+    for (const auto& [k, naddress] : {std::pair{3u, 1u}, {5u, 0u}, {10u, 9u}, {16u, 8u}, {16u, 15u}}) {
+        Values data(1ul << naddress);
+        for (auto& d : data) d = values();
+        const auto qubits = support::random_qubits(k, n, engine);
+        for (const int threads : support::thread_counts) {
+            expect_the_literal_move(start, data, qubits, naddress, threads);
+        }
+    }
+    // Qubits above the packs only: amplitudes move several at a time.
+    Values data(1ul << 6);
+    for (auto& d : data) d = values();
+    for (const int threads : support::thread_counts) {
+        expect_the_literal_move(start, data, {15, 8, 4, 11, 6, 9, 14, 5}, 6, threads);
+    }
+}
+
 TYPED_TEST(BinaryQram, a_qubit_listed_twice_never_leads_outside_the_array) {
     std::mt19937_64 values(5);
     Values data(16);
