@@ -3,8 +3,14 @@
 #include "support/pauli_sums.hpp"
 #include "support/precision.hpp"
 #include "support/random_state.hpp"
+#include "support/state_vector.hpp"
+#include "support/watched_regions.hpp"
 
 #include <velacamplix/observable.hpp>
+
+#include <sys/mman.h>
+
+#include <new>
 
 // Where the additions are made: the same bits for every number of threads, beside any other terms and on every
 // instruction set.
@@ -121,6 +127,75 @@ TYPED_TEST(PauliValues, on_dyadic_matrices_every_number_of_threads_gives_the_seq
             pbamplix::cpu::_expectation_value_density_matrix(amplitudes_of(rho), compiled(sum), threads, m);
         EXPECT_TRUE(support::same_bits(expected.re, value.real())) << threads << " threads";
         EXPECT_TRUE(support::same_bits(expected.im, value.imag())) << threads << " threads";
+    }
+}
+
+// The entries that one flip reads, in a matrix too large to be stored: everything else is memory never touched.
+template <class T>
+class LargeBand {
+public:
+    LargeBand(unsigned int qubits, unsigned long flip, unsigned int seed) : dim_(1ul << qubits), flip_(flip) {
+        void* const memory =
+            mmap(nullptr, bytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory == MAP_FAILED) throw std::bad_alloc();
+        madvise(memory, bytes(), MADV_NOHUGEPAGE);
+        matrix_ = static_cast<thrust::complex<T>*>(memory);
+        const auto entries = support::random_state<T>(qubits, support::Values::ordinary, seed);
+        for (unsigned long r = 0; r < dim_; ++r) matrix_[(r ^ flip) * dim_ + r] = support::as_thrust(entries[r]);
+    }
+    ~LargeBand() { munmap(matrix_, bytes()); }
+    LargeBand(const LargeBand&) = delete;
+    LargeBand& operator=(const LargeBand&) = delete;
+
+    const thrust::complex<T>* matrix() const { return matrix_; }
+
+    // Tr(rho Z...Z X...X): the entries in index order, each with its sign.
+    thrust::complex<double> sequential(unsigned long phase) const {
+        thrust::complex<double> sum = 0;
+        for (unsigned long r = 0; r < dim_; ++r) {
+            const thrust::complex<T> entry = matrix_[(r ^ flip_) * dim_ + r];
+            const double sign = std::popcount(r & phase) % 2 == 0 ? 1 : -1;
+            sum += thrust::complex<double>(sign * double(entry.real()), sign * double(entry.imag()));
+        }
+        return sum;
+    }
+
+private:
+    unsigned long bytes() const { return dim_ * dim_ * sizeof(thrust::complex<T>); }
+
+    unsigned long dim_;
+    unsigned long flip_;
+    thrust::complex<T>* matrix_;
+};
+
+TYPED_TEST(PauliValues, of_a_large_matrix_have_the_same_bits_for_every_number_of_threads) {
+    const unsigned int m = 13;
+    const unsigned long flip = 0x1204;
+    const LargeBand<TypeParam> band(m, flip, 4);
+    // No qubit that flips also counts a sign: no Y, no factor but the sign.
+    WObservable<TypeParam> sum;
+    for (const unsigned long phase : {0ul, 0x0001ul, 0x0c00ul, 0x0dfbul}) {
+        sum.coefficients.push_back(thrust::complex<TypeParam>(1, 0));
+        sum.flip_masks.push_back(flip);
+        sum.phase_masks.push_back(phase);
+        sum.y_counts.push_back(0);
+    }
+    for (unsigned long t = 0; t < sum.flip_masks.size(); ++t) {
+        const auto value = [&](int threads) {
+            return pbamplix::cpu::_term_value_density_matrix(band.matrix(), sum, threads, t, m);
+        };
+        const auto alone = value(1);
+        const auto sequential = band.sequential(sum.phase_masks[t]);
+        const double tolerance = 8192 * double(std::numeric_limits<TypeParam>::epsilon());
+        EXPECT_NEAR(alone.real(), sequential.real(), tolerance);
+        EXPECT_NEAR(alone.imag(), sequential.imag(), tolerance);
+        for (const int threads : support::thread_counts) {
+            support::WatchedRegions regions;
+            const auto shared = value(threads);
+            EXPECT_EQ(regions.thread_counts().empty(), threads == 1) << "shared by the threads";
+            EXPECT_TRUE(support::same_bits(alone.real(), shared.real())) << threads << " threads";
+            EXPECT_TRUE(support::same_bits(alone.imag(), shared.imag())) << threads << " threads";
+        }
     }
 }
 

@@ -196,6 +196,29 @@ TYPED_TEST(SampledValues, sampled_terms_converge_to_the_exact_ones) {
     }
 }
 
+TYPED_TEST(SampledValues, the_density_matrix_of_a_pure_state_is_sampled_around_the_values_of_the_state_also_for_y) {
+    // Its entries' squared magnitudes, summed over the rows, are the probabilities of the state.
+    const unsigned int m = 3;
+    const auto psi = support::normalised(support::random_state<TypeParam>(m, support::Values::ordinary, 5));
+    const unsigned long shots = 100000;
+    for (const std::string op : {"XYZ", "YYX", "ZXY", "Y", "YY", "XX", "ZZZ", "ZY"}) {
+        reference::PauliString p = {0, 0, 0};
+        std::vector<unsigned int> qubits;
+        for (unsigned int j = 0; j < op.size(); ++j) {
+            const unsigned int q = (j + 1) % m;
+            qubits.push_back(q);
+            if (op[j] != 'Z') p.flip |= 1ul << q;
+            if (op[j] != 'X') p.phase |= 1ul << q;
+            if (op[j] == 'Y') ++p.y_count;
+        }
+        support::GuardedArray<TypeParam> rho(support::density_of(psi));
+        std::mt19937_64 engine(17);
+        const auto results = evaluated<TypeParam>(rho, 2 * m, {{qubits, op, {1, 0}}}, shots, engine, 1, true);
+        EXPECT_NEAR(results[0].first.real(), reference::term_value(psi, p), 5 * results[0].second.real()) << op;
+        EXPECT_LT(results[0].second.real(), TypeParam(0.004)) << op;
+    }
+}
+
 TYPED_TEST(SampledValues, an_empty_list_gives_an_empty_result_and_draws_nothing) {
     support::GuardedArray<TypeParam> state(State<TypeParam>{{1, 0}, {0, 0}});
     std::mt19937_64 engine(12);

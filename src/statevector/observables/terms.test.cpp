@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
+#include <cstddef>
+#include <type_traits>
 
 namespace {
 
@@ -77,6 +78,26 @@ TEST(PruneIdentities, every_term_of_a_list_is_pruned_in_single_precision_too) {
     EXPECT_EQ(terms[1].op, "");
     EXPECT_EQ(terms[2].op, "");
     EXPECT_EQ(terms[2].qubits, (std::vector<unsigned int>{3}));
+}
+
+TEST(ObservableTypes, have_their_fields_in_order) {
+    using Sum = WObservable<float>;
+    static_assert(std::is_same_v<decltype(Sum::coefficients), std::vector<thrust::complex<float>>>);
+    static_assert(std::is_same_v<decltype(Sum::flip_masks), std::vector<unsigned long>>);
+    static_assert(std::is_same_v<decltype(Sum::phase_masks), std::vector<unsigned long>>);
+    static_assert(std::is_same_v<decltype(Sum::y_counts), std::vector<unsigned int>>);
+    static_assert(std::is_same_v<decltype(Sum::constant), thrust::complex<float>>);
+    static_assert(std::is_same_v<decltype(Sum::nqubits), unsigned int>);
+    EXPECT_LT(offsetof(Sum, coefficients), offsetof(Sum, flip_masks));
+    EXPECT_LT(offsetof(Sum, flip_masks), offsetof(Sum, phase_masks));
+    EXPECT_LT(offsetof(Sum, phase_masks), offsetof(Sum, y_counts));
+    EXPECT_LT(offsetof(Sum, y_counts), offsetof(Sum, constant));
+    EXPECT_LT(offsetof(Sum, constant), offsetof(Sum, nqubits));
+    static_assert(std::is_same_v<decltype(Term::qubits), std::vector<unsigned int>>);
+    static_assert(std::is_same_v<decltype(Term::op), std::string>);
+    static_assert(std::is_same_v<decltype(Term::coefficient), thrust::complex<double>>);
+    EXPECT_LT(offsetof(Term, qubits), offsetof(Term, op));
+    EXPECT_LT(offsetof(Term, op), offsetof(Term, coefficient));
 }
 
 }  // namespace
