@@ -25,7 +25,7 @@ def teleportation(theta, phi):
 
 
 def until_success(attempts):
-    """Turns qubit 0 by an angle that only comes with probability 3/4 of the ancilla, qubit 1; tries again if it fails."""
+    """Acts on qubit 0 by way of qubit 1, which is measured; where it reads 1, it is reset and the step is repeated."""
     circuit = Circuit(2, attempts + 1)
     for attempt in range(attempts):
         failed_so_far = circuit.when(list(range(attempt)), 2**attempt - 1) if attempt else None
@@ -254,7 +254,7 @@ def test_where_shots_part_there_is_no_state():
     result = run(teleportation(0.7, 1.1), shots=10, seed=1)
     assert not result.has_state
     with pytest.raises(RuntimeError, match="no one final state.*outcome"):
-        result.state
+        result.state  # noqa: B018
     with pytest.raises(RuntimeError, match="no one final state"):
         result.amplitude(0)
 

@@ -13,6 +13,7 @@ from ._core import version as _version
 from ._circuit_definition import GateDefinition
 from ._expectations import Estimate
 from ._memory import max_qubits, memory_needed
+from ._plan import Pass, Plan, Timings
 from ._progress import Progress
 from ._run import UnsupportedInstruction
 from .circuit import Circuit
@@ -21,7 +22,7 @@ from .instruction import Condition, Instruction, Register
 from .observable import Observable, Term
 from .parameter import Expression, Parameter
 from .plotting import plot_counts, plot_probabilities, plot_state
-from .result import Pass, Plan, Result, Timings
+from .result import Result
 from .running import run
 from .statevector import StateVector
 

@@ -11,7 +11,8 @@ from ._segments import Measurement, Reset, cut
 from .circuit import Circuit
 from .counts import Counts
 from .observable import Observable
-from .result import Plan, Result, Timings
+from ._plan import Plan, Timings
+from .result import Result
 from .running import run
 
 # Below this, what the listed outcomes leave over is rounding.

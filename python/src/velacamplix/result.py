@@ -2,88 +2,17 @@
 
 from __future__ import annotations
 
-from typing import Any, Dict, List, NamedTuple, Optional, Tuple, Union
+from typing import Any, Optional, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_readout, _notebook, _shots
+from ._plan import Plan, Timings
 from .counts import Counts
 from .instruction import Register
 from .statevector import StateVector
 
-__all__ = ["Pass", "Plan", "Result", "Timings"]
-
-
-class Timings(NamedTuple):
-    """Seconds that the parts of a run took.
-
-    Attributes
-    ----------
-    compile : float
-        From the circuit to planned programs.
-    simulate : float
-        Gates and, in circuits that branch, outcomes.
-    sample : float
-        Drawing shots.
-    observables : float
-        Expectation values.
-    """
-
-    compile: float
-    simulate: float
-    sample: float
-    observables: float
-
-    @property
-    def total(self) -> float:
-        """Their sum.
-
-        >>> Timings(0.5, 2.0, 0.25, 0.0).total
-        2.75
-        """
-        return self.compile + self.simulate + self.sample + self.observables
-
-
-class Pass(NamedTuple):
-    """Gates that act while the state streams once through the cache.
-
-    Attributes
-    ----------
-    first_gate, last_gate : int
-        The pass's gates are among ``first_gate`` to ``last_gate - 1``, counted over the whole run. Some of them may
-        wait for a later pass where that changes no bit; with fusion this is the stretch that was rewritten.
-    local_qubits : tuple of int
-        Qubits of the circuit that are gathered in a buffer; none if the gates work on the whole state in place.
-    """
-
-    first_gate: int
-    last_gate: int
-    local_qubits: Tuple[int, ...]
-
-
-class Plan(NamedTuple):
-    """How the gates are carried out.
-
-    Attributes
-    ----------
-    gates : int
-    passes : tuple of Pass
-        In circuits with measurements in the middle, those of every stretch of gates once.
-    sweeps : float
-        How often all amplitudes are read and written in memory.
-    """
-
-    gates: int
-    passes: Tuple[Pass, ...]
-    sweeps: float
-
-    def __str__(self) -> str:
-        """Tell the numbers in one line.
-
-        >>> print(Plan(300, (Pass(0, 200, (0, 1)), Pass(200, 300, ())), 1.5))
-        300 gates in 2 passes, 1.5 sweeps over memory
-        """
-        return f"{self.gates} gates in {len(self.passes)} passes, {self.sweeps:.3g} sweeps over memory"
+__all__ = ["Result"]
 
 
 class Result:

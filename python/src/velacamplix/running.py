@@ -12,6 +12,7 @@ from . import _check, _check_readout, _memory, _observed, _shots
 from ._branches import Branch, Walk
 from ._compile import require_circuit, require_fusion, told
 from ._initial import InitialLike, Start
+from ._plan import Pass, Plan, Timings
 from ._prepare import Prepared, for_run, prepared
 from ._progress import Meter, ProgressLike
 from ._progress import checked as checked_progress
@@ -19,7 +20,7 @@ from ._segments import Segments
 from .circuit import Circuit
 from .instruction import Instruction
 from .observable import ObservableLike
-from .result import Pass, Plan, Result, Timings
+from .result import Result
 from .statevector import StateVector, _thread_count
 
 __all__ = ["run"]
