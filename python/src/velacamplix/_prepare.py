@@ -43,10 +43,13 @@ class Prepared:
         precision: str,
         fusion: bool,
     ) -> None:
-        circuit._require_bound()
-        # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
-        parts = [list(basic(step)) for step in circuit.instructions]
-        self.segments = make([part for several in parts for part in several])
+        template = circuit._template
+        if template is None:
+            self.segments = make(list(circuit.basic_instructions()))
+        else:
+            # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
+            parts = [list(basic(step)) for step in circuit.instructions]
+            self.segments = make([part for several in parts for part in several])
         self._precision = precision
         stretches = [step for step in self.segments.steps if isinstance(step, Stretch)]
         if n_qubits is None:
@@ -56,7 +59,6 @@ class Prepared:
         for stretch in stretches:
             stretch.program = compiled(stretch.gates, n_qubits, precision, circuit, places, fusion)
         self.programs: List[Any] = [stretch.program for stretch in stretches]
-        template = circuit._template
         self._sites = None if template is None else _sites(template, parts, stretches)
 
     def _places(self, circuit: Circuit) -> List[int]:
