@@ -131,6 +131,18 @@ LINES = {
     "a comment": "//" + "x" * LONG,
     "a quote without end": 'include "' + "a" * LONG,
     "semicolons": ";" * (LONG // 10),
+    "closing parentheses": "rx(" + ") a," * (LONG // 4),
+    "opening parentheses": "rx" + "(" * LONG,
+    "signs": "rx(" + "-" * LONG + "1) q[0];",
+    "functions": "rx(" + "sin(" * (LONG // 4) + "1" + ")" * (LONG // 4) + ") q[0];",
+    "a long sum in a body": "gate g(a) x { rx(" + "a+" * (LONG // 4) + "b) x; }",
+    "names of a gate's qubits": "gate g " + "a," * (LONG // 2),
+    "a body that never closes": "gate g a {" + "h a;" * (LONG // 10),
+    "line ends": "cx q[0]" + "\n" * LONG + "," + "\r\n" * LONG + "q[1]" + "\f" * LONG,
+    "blanks in a condition": "if(" + " " * LONG + "c" + " " * LONG + "==" + " " * LONG + "1" + " " * LONG,
+    "slashes": "/ /" * (LONG // 3),
+    "quotes": '"' * LONG,
+    "many qubits, the last twice": "qreg r[100000]; h " + ",".join(f"r[{i}]" for i in range(100_000)) + ",r[99999];",
 }
 
 

@@ -81,7 +81,9 @@ def checked_values(known: Tuple[str, ...], values: Any, named: Dict[str, Any]) -
     else:
         listed = _check.sequence(values, "values", of="numbers, or a mapping from names to numbers")
         if len(listed) != len(known):
-            raise ValueError(f"values must hold {len(known)} numbers, one for each of {_shown(known)}, got {len(listed)}")
+            raise ValueError(
+                f"values must hold {len(known)} numbers, one for each of {_shown(known)}, got {len(listed)}"
+            )
         pairs = list(zip(known, listed))
     result: Dict[str, float] = {}
     names = set(known)
@@ -93,7 +95,8 @@ def checked_values(known: Tuple[str, ...], values: Any, named: Dict[str, Any]) -
             raise ValueError(f"values must be for parameters of the circuit, {_shown(known)}; got {_check.show(name)}")
         if name in result:
             raise ValueError(f"values must give each parameter once, got {name!r} twice")
-        result[name] = value if type(value) is float and value - value == 0.0 else _check.real(value, f"value of {name!r}")
+        plain = type(value) is float and value - value == 0.0
+        result[name] = value if plain else _check.real(value, f"value of {name!r}")
     return result
 
 
@@ -135,9 +138,10 @@ def _with_right(expression: Expression, name: str, number: float) -> Recipe:
         try:
             result = function(values[name], number)
         except (ArithmeticError, ValueError):
-            result = float("nan")
-        # The slow way tells what is wrong.
-        return result if result - result == 0.0 else calculated(expression.operation, (values[name], number), expression)
+            result = float("nan")  # the slow way below tells what is wrong
+        if result - result == 0.0:
+            return result
+        return calculated(expression.operation, (values[name], number), expression)
 
     return value
 
@@ -149,8 +153,10 @@ def _with_left(expression: Expression, number: float, name: str) -> Recipe:
         try:
             result = function(number, values[name])
         except (ArithmeticError, ValueError):
-            result = float("nan")
-        return result if result - result == 0.0 else calculated(expression.operation, (number, values[name]), expression)
+            result = float("nan")  # the slow way below tells what is wrong
+        if result - result == 0.0:
+            return result
+        return calculated(expression.operation, (number, values[name]), expression)
 
     return value
 

@@ -23,11 +23,14 @@ class Combining:
     _n_clbits: int
     _registers: Tuple[Register, ...]
     _condition: Optional[Condition]
-    _instructions: List[Instruction]
+
+    @property
+    def _instructions(self) -> List[Instruction]:
+        raise NotImplementedError  # the class that inherits has them
 
     def compose(
         self,
-        other: Self,
+        other: Combining,
         qubits: Union[None, int, Sequence[int]] = None,
         clbits: Union[None, int, Sequence[int]] = None,
     ) -> Self:

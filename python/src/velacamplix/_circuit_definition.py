@@ -86,7 +86,9 @@ class GateDefinition:
         listed = circuit.parameters if params is None else _names(params)
         missing = [free for free in circuit.parameters if free not in listed]
         if missing:
-            raise ValueError(f"params must name every parameter of the circuit, {missing} are missing in {list(listed)}")
+            raise ValueError(
+                f"params must name every parameter of the circuit, {missing} are missing in {list(listed)}"
+            )
         if circuit.n_qubits == 0:
             raise ValueError("circuit must have at least 1 qubit")
         for step in circuit:
@@ -218,7 +220,10 @@ def restored(rows: Iterable[Any]) -> List[GateDefinition]:
 
 def restored_steps(steps: Iterable[Any], table: Sequence[GateDefinition]) -> List[Instruction]:
     """Return instructions from the tuples of `flat_steps`."""
-    return [Instruction(*parts, None if number is None else table[number]) for *parts, number in steps]
+    return [
+        Instruction(name, qubits, params, controls, clbits, condition, None if number is None else table[number])
+        for name, qubits, params, controls, clbits, condition, number in steps
+    ]
 
 
 def with_definition(step: Instruction, definition: GateDefinition) -> Instruction:
@@ -247,7 +252,8 @@ def _zero_signs(body: Sequence[Instruction]) -> Tuple[float, ...]:
     for step in body:
         for value in step.params:
             if isinstance(value, Expression):
-                numbers: Iterable[Any] = [item for part in value.parts() for item in part.operands if type(item) is float]
+                operands = [item for part in value.parts() for item in part.operands]
+                numbers: Iterable[Any] = [item for item in operands if type(item) is float]
             else:
                 numbers = (value.real, value.imag)
             signs.extend(math.copysign(1.0, number) for number in numbers if number == 0.0)

@@ -20,7 +20,10 @@ class Figures:
     _n_qubits: int
     _n_clbits: int
     _registers: Tuple[Register, ...]
-    _instructions: List[Instruction]
+
+    @property
+    def _instructions(self) -> List[Instruction]:
+        raise NotImplementedError  # the class that inherits has them
 
     def basic_instructions(self) -> Iterator[Instruction]:
         raise NotImplementedError

@@ -73,7 +73,8 @@ class GateBase:
 def lowered(step: Instruction) -> Iterator[Instruction]:
     """Iterate over the same gate as one-qubit gates and matrices with controls, other gates without."""
     if step.name == "diagonal":
-        yield Instruction("matrix", step.qubits, tuple(np.diag(step.params).ravel().tolist()), step.controls)
+        entries = np.diag(np.array(step.params, dtype=np.complex128))
+        yield Instruction("matrix", step.qubits, tuple(entries.ravel().tolist()), step.controls)
     elif not step.controls or len(step.qubits) == 1 or step.name not in GATES:
         yield step
     elif step.name in _CONTROLLED:

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from dataclasses import replace
-from typing import Tuple
+from typing import Any, Tuple
 
 import numpy as np
 
@@ -29,10 +29,12 @@ def inverted(step: Instruction) -> Tuple[Instruction, ...]:
         _require_unitary(step)
     if step.name == "matrix":
         dim = 2 ** len(step.qubits)
-        entries = [step.params[row * dim + column].conjugate() for column in range(dim) for row in range(dim)]  # type: ignore[union-attr]
-        return (replace(step, params=tuple(entries)),)
+        entries: Any = step.params
+        adjoint = [entries[row * dim + column].conjugate() for column in range(dim) for row in range(dim)]
+        return (replace(step, params=tuple(adjoint)),)
     if step.name == "diagonal":
-        return (replace(step, params=tuple([entry.conjugate() for entry in step.params])),)  # type: ignore[union-attr]
+        entries = step.params
+        return (replace(step, params=tuple([entry.conjugate() for entry in entries])),)
     if not step.is_gate:
         raise ValueError(f"{step.name} has no inverse, got {step}")
     found = inverse_by_name(step.name, step.params)

@@ -5,7 +5,7 @@ Global phases are those of Qiskit's gates of the same name. Where a name begins 
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Any, Tuple
 
 from ._circuit_gate_base import Controls, GateBase
 
@@ -183,10 +183,10 @@ class MoreGates(GateBase):
 
     # --- Inner workings ---
 
-    def _angles(self, theta: float, phi: float, lam: float) -> tuple:
+    def _angles(self, theta: float, phi: float, lam: float) -> Tuple[Any, ...]:
         return self._angle(theta, "theta"), self._angle(phi, "phi"), self._angle(lam, "lam")
 
-    def _controlled(self, name: str, control: int, target: int, controls: Controls, params: tuple = ()) -> Self:
+    def _controlled(self, name: str, control: int, target: int, controls: Controls, params: Tuple[Any, ...] = ()) -> Self:
         return self._gate(name, (control, target), _CONTROL, controls, params, n_controls=1)
 
 

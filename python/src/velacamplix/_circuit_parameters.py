@@ -18,11 +18,14 @@ class ParameterMethods:
 
     _registers: Tuple[Register, ...]
     _steps: Optional[List[Instruction]]
-    _instructions: List[Instruction]
     _names: Optional[Tuple[str, ...]]
     _template: Optional[Template]
     _template_params: List[Tuple[float, ...]]
     _own_template: Optional[Template]
+
+    @property
+    def _instructions(self) -> List[Instruction]:
+        raise NotImplementedError  # the class that inherits has them
 
     @property
     def parameters(self) -> Tuple[str, ...]:
@@ -71,7 +74,7 @@ class ParameterMethods:
         if len(numbers) < len(names):
             return self._assembled(self._registers, partly_bound(self._instructions, numbers))
         if self._own_template is None:
-            self._own_template = Template(self._registers, self.instructions)
+            self._own_template = Template(self._registers, tuple(self._instructions))
         params = self._own_template.params(numbers)
         bound = self._assembled(self._registers, [])
         bound._steps, bound._names = None, ()

@@ -152,7 +152,8 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
         # Definitions as a flat table; the default would nest as deeply as they call each other.
         steps = self._instructions
         numbers: Dict[int, int] = {}
-        rows = flat({id(step.definition): step.definition for step in steps if step.definition is not None}.values(), numbers)
+        definitions = {id(step.definition): step.definition for step in steps if step.definition is not None}
+        rows = flat(definitions.values(), numbers)
         return {"registers": self._registers, "definitions": rows, "steps": flat_steps(steps, numbers)}
 
     def __setstate__(self, state: Dict[str, Any]) -> None:
@@ -197,10 +198,8 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
             raise TypeError(f"definition must be a GateDefinition, got {_check.show(definition)}")
         targets = _check.qubits(qubits, self._n_qubits)
         control_qubits = _check.indices(controls, self._n_qubits, "controls")
-        return self.append(
-            Instruction(definition.name, targets, tuple(_check.sequence(params, "params", of="numbers")), control_qubits,
-                        definition=definition)
-        )
+        numbers = tuple(_check.sequence(params, "params", of="numbers"))
+        return self.append(Instruction(definition.name, targets, numbers, control_qubits, definition=definition))
 
     def append(self, instruction: Instruction) -> Circuit:
         """Add an instruction after checking all of it.

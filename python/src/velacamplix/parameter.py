@@ -191,7 +191,8 @@ class Expression:
                 elif id(item) not in seen:
                     seen.add(id(item))
                     waiting.append((item, True))
-                    waiting.extend((inner, False) for inner in reversed(item.operands) if type(inner) is not float)  # type: ignore[misc]
+                    inner = [operand for operand in item.operands if isinstance(operand, Expression)]
+                    waiting.extend((operand, False) for operand in reversed(inner))
             self._parts = tuple(ordered)
         return self._parts
 
@@ -199,12 +200,7 @@ class Expression:
 
     def _key(self) -> Tuple[Any, ...]:
         numbers = {id(part): number for number, part in enumerate(self.parts())}
-        return tuple(
-            part.name
-            if isinstance(part, Parameter)
-            else (part.operation, *[item if type(item) is float else ("#", numbers[id(item)]) for item in part.operands])
-            for part in self.parts()
-        )
+        return tuple(_step(part, numbers) for part in self.parts())
 
     def __eq__(self, other: object) -> bool:
         if self is other:
@@ -227,9 +223,11 @@ class Expression:
         return (_restored, (self._key(),))
 
     def __repr__(self) -> str:
-        return text(self)
+        return format(self, "")
 
     def __format__(self, specification: str) -> str:
+        from .parameter_text import text
+
         return text(self, lambda value: format(value, specification or ".12g"))
 
 
@@ -315,60 +313,6 @@ def free_names(params: Tuple[Any, ...]) -> Iterator[str]:
             yield from value.parameters
 
 
-_MOST_TEXT = 100_000
-_MOST_WRITTEN = 10_000_000
-_RANK = {"+": 1, "-": 1, "neg": 2, "*": 2, "/": 2, "^": 4}
-_ATOM = 5
-
-
-def text(
-    expression: Expression,
-    number: Callable[[float], str] = "{:.12g}".format,
-    compact: bool = False,
-    names: Optional[Mapping[str, str]] = None,
-) -> str:
-    """Return the expression as people (and OpenQASM 2) write it.
-
-    `names`, if given, holds what parameters are called in the text. Without it, an expression that is too long to read
-    becomes a note of its size.
-    """
-    texts: Dict[int, Tuple[str, int]] = {}
-    for part in expression.parts():
-        if isinstance(part, Parameter):
-            texts[id(part)] = part.name if names is None else names[part.name], _ATOM
-            continue
-        pieces = [
-            texts[id(item)] if type(item) is not float else (number(item), _ATOM if math.copysign(1, item) > 0 else 2)
-            for item in part.operands
-        ]
-        length = sum(len(piece) for piece, _ in pieces)
-        if length > _MOST_WRITTEN:
-            raise ValueError(f"expression must be shorter to be written out, got {len(expression.parts())} operations")
-        if length > _MOST_TEXT and names is None:
-            return f"<expression of {len(expression.parts())} operations>"
-        texts[id(part)] = _joined(part.operation, pieces, compact)
-    return texts[id(expression)][0]
-
-
-def _joined(operation: str, pieces: List[Tuple[str, int]], compact: bool) -> Tuple[str, int]:
-    if operation not in _RANK:
-        return f"{operation}({pieces[0][0]})", _ATOM
-    rank = _RANK[operation]
-    if operation == "neg":
-        return "-" + _enclosed(pieces[0], 4), rank
-    # An operand of the same rank needs no parentheses on the side from which operations group.
-    left = _enclosed(pieces[0], rank + (operation == "^"))
-    # A sign right after an operator would be correct but hard to read.
-    right = _enclosed(pieces[1], _ATOM if operation == "^" else rank + 1)
-    blank = " " if rank == 1 and not compact else ""
-    return left + blank + operation + blank + right, rank
-
-
-def _enclosed(piece: Tuple[str, int], least: int) -> str:
-    words, rank = piece
-    return words if rank >= least else f"({words})"
-
-
 def _combined(operation: str, left: Any, right: Any) -> Any:
     operands: List[Angle] = []
     for item in (left, right):
@@ -380,16 +324,19 @@ def _combined(operation: str, left: Any, right: Any) -> Any:
     return Expression(operation, tuple(operands))
 
 
+def _step(part: Expression, numbers: Mapping[int, int]) -> Any:
+    """Return a part as a name, or an operation with numbers in place of the parts it uses."""
+    if isinstance(part, Parameter):
+        return part.name
+    return (part.operation, *[item if type(item) is float else ("#", numbers[id(item)]) for item in part.operands])
+
+
 def _unshared(expression: Expression) -> Any:
     # A number for every different part: equal parts get equal numbers whether or not they are one object.
     table: Dict[Any, int] = {}
     numbers: Dict[int, int] = {}
     for part in expression.parts():
-        if isinstance(part, Parameter):
-            key: Any = part.name
-        else:
-            key = (part.operation, *[item if type(item) is float else ("#", numbers[id(item)]) for item in part.operands])
-        numbers[id(part)] = table.setdefault(key, len(table))
+        numbers[id(part)] = table.setdefault(_step(part, numbers), len(table))
     return list(table)
 
 

@@ -6,7 +6,7 @@ from typing import Any, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tup
 
 from .._circuit_composites import COMPOSITES
 from .._circuit_definition import SIZE_LIMIT, GateDefinition
-from ..instruction import Instruction
+from ..instruction import Condition, Instruction
 from ..parameter import CalculationError, Expression, Parameter
 from . import qelib1
 from .errors import fail, quoted, shortened
@@ -108,21 +108,16 @@ def check_operand_count(call: Call, gate: Gate, count: int) -> None:
 
 
 def instructions(
-    gate: Gate, params: Params, rows: Sequence[Tuple[int, ...]], condition: object = None
+    gate: Gate, params: Params, rows: Sequence[Tuple[int, ...]], condition: Optional[Condition] = None
 ) -> Tuple[Instruction, ...]:
     """Return the instructions of one call, one for each row of qubits."""
     if isinstance(gate, DeclaredGate):
-        name, definition = gate.name, gate.definition
-        if gate.call is not None:
-            name, n, definition = gate.call
-            return tuple([Instruction(name, row[n:], params, row[:n], (), condition, definition) for row in rows])  # type: ignore[arg-type]
-        return tuple([Instruction(name, row, params, (), (), condition, definition) for row in rows])  # type: ignore[arg-type]
+        name, n, definition = gate.call or (gate.name, 0, gate.definition)
+        return tuple([Instruction(name, row[n:], params, row[:n], (), condition, definition) for row in rows])
     if gate.step is None:
         return ()
     step, n = gate.step, gate.n_controls
-    if n == 0:
-        return tuple([Instruction(step, row, params, (), (), condition) for row in rows])  # type: ignore[arg-type]
-    return tuple([Instruction(step, row[n:], params, row[:n], (), condition) for row in rows])  # type: ignore[arg-type]
+    return tuple([Instruction(step, row[n:], params, row[:n], (), condition) for row in rows])
 
 
 def check_values(gate: Gate, params: Tuple[float, ...], call: Call) -> None:
@@ -141,7 +136,9 @@ def check_values(gate: Gate, params: Tuple[float, ...], call: Call) -> None:
         values = dict(zip(gate.formals, params))
         for step in gate.steps:
             try:
-                inner = tuple([item.evaluate(values) if isinstance(item, Expression) else item for item in step.params])
+                inner = tuple(
+                    [item.evaluate(values) if isinstance(item, Expression) else item for item in step.params]
+                )
             except CalculationError as error:
                 # The place is in the body, perhaps of an included file.
                 shown = shortened(", ".join(f"{value:g}" for value in params))
@@ -168,9 +165,11 @@ def _checked(
     arguments = split(call.places)
     check_operand_count(call, gate, len(arguments))
     places = _slots(arguments, slots)
-    for position, argument in enumerate(arguments):
-        if places[position] in places[:position]:
+    seen = set()
+    for place, argument in zip(places, arguments):
+        if place in seen:
             fail(f"qubit {quoted(argument.register)} named twice", argument.register)
+        seen.add(place)
     check_names(call.params, formals)
     return gate, places
 

@@ -232,7 +232,8 @@ def _angle(value: Any) -> Any:
     for start in (0.3, -1.7):
         numbers = {parameter: start + 0.1 * i for i, parameter in enumerate(value.parameters)}
         wanted = float(value.bind(numbers))
-        got = found.evaluate({parameter.name: number for parameter, number in numbers.items()})
+        named = {parameter.name: number for parameter, number in numbers.items()}
+        got = found.evaluate(named) if isinstance(found, Expression) else found
         if not abs(got - wanted) <= 1e-12 * max(1.0, abs(wanted)):
             raise ValueError(f"angle cannot be converted: {value}")
     return found
@@ -242,7 +243,8 @@ def _registers(program: Any) -> List[Register]:
     """Return registers that cover all bits in order; loose bits between them get one too."""
     registers: List[Register] = []
     taken = {register.name for register in [*program.qregs, *program.cregs]}
-    for kind, listed, bits in (("quantum", program.qregs, program.qubits), ("classical", program.cregs, program.clbits)):
+    kinds = (("quantum", program.qregs, program.qubits), ("classical", program.cregs, program.clbits))
+    for kind, listed, bits in kinds:
         place = 0
         while place < len(bits):
             fitting = [r for r in listed if len(r) and list(r) == list(bits[place : place + len(r)])]

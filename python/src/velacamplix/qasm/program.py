@@ -240,7 +240,8 @@ class Program:
         qubits = tuple(zip(*full))
         for row in qubits:
             if len(set(row)) < len(row):
-                position = next(i for i in range(len(row)) if row[i] in row[:i])
+                first = {qubit: position for position, qubit in reversed(list(enumerate(row)))}
+                position = next(i for i, qubit in enumerate(row) if first[qubit] < i)
                 repeated = arguments[position].register
                 fail(f"a qubit of {quoted(repeated)} is named twice in one call", repeated)
         return Rows(len(arguments), qubits)

@@ -23,7 +23,7 @@ _MOST_DIGITS = 1000
 
 
 class Places(NamedTuple):
-    """Arguments as they stand in the text. The same few lists return throughout a large file, so they are split late."""
+    """Arguments as they stand in the text. The same few return throughout a large file, so they are split late."""
 
     text: str
     source: Source
@@ -166,11 +166,12 @@ class Statements:
         name, listed, places = found.groups()
         if name in RESERVED or (name[0] < "a" and name not in BUILTIN):
             return None
-        params: Optional[Params] = ()
+        params: Params = ()
         if listed is not None:
-            params = self._lists.whole(listed, found.start(2))
-            if params is None:
+            whole = self._lists.whole(listed, found.start(2))
+            if whole is None:
                 return None
+            params = whole
         self._end = found.end()
         return Call(name, params, Places(places, self._source, found.start(3)), at)
 

@@ -9,7 +9,7 @@ from typing import Any, Dict, Iterator, List, Mapping, Optional, Tuple
 from .._circuit_definition import GateDefinition
 from ..instruction import BY_ENTRIES, Instruction, Register
 from ..parameter import Expression
-from ..parameter import text as expression_text
+from ..parameter_text import text as expression_text
 from . import qelib1
 from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, plain
 from .lexicon import NAME, RESERVED
@@ -17,7 +17,8 @@ from .lexicon import NAME, RESERVED
 _NAME = re.compile(NAME)
 _HEADER = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
 
-# By instruction and number of controls. Where qelib1.inc has two names for a gate, the older one: more programs know it.
+# By instruction and number of controls. Where qelib1.inc has two names for a gate, the older one, which more readers
+# know.
 _CALLS: Dict[Tuple[str, int], str] = {
     (gate.step, gate.n_controls): name
     for name, gate in reversed([*qelib1.GATES.items(), *qelib1.LANGUAGE.items()])
@@ -166,7 +167,8 @@ class _Writer:
             if register and target:
                 yield f"{when}measure {register} -> {target};\n"
                 return
-            if when and len(step.qubits) > 1 and set(step.clbits).intersection(step.condition.clbits):  # type: ignore[union-attr]
+            read = step.condition.clbits if step.condition is not None else ()
+            if len(step.qubits) > 1 and set(step.clbits).intersection(read):
                 raise ValueError(
                     f"instruction {position} ({step}) cannot be written in OpenQASM 2: it would be several "
                     "measurements, and the first would change what the others depend on"

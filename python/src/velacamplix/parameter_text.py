@@ -1,0 +1,63 @@
+"""Expressions of parameters as people write them."""
+
+from __future__ import annotations
+
+import math
+from typing import Callable, Dict, List, Mapping, Optional, Tuple
+
+from .parameter import Expression, Parameter
+
+__all__ = ["text"]
+
+_MOST_TEXT = 100_000
+_MOST_WRITTEN = 10_000_000
+_RANK = {"+": 1, "-": 1, "neg": 2, "*": 2, "/": 2, "^": 4}
+_ATOM = 5
+
+
+def text(
+    expression: Expression,
+    number: Callable[[float], str] = "{:.12g}".format,
+    compact: bool = False,
+    names: Optional[Mapping[str, str]] = None,
+) -> str:
+    """Return the expression as people (and OpenQASM 2) write it.
+
+    `names`, if given, holds what parameters are called in the text. Without it, an expression that is too long to read
+    becomes a note of its size.
+    """
+    texts: Dict[int, Tuple[str, int]] = {}
+    for part in expression.parts():
+        if isinstance(part, Parameter):
+            texts[id(part)] = part.name if names is None else names[part.name], _ATOM
+            continue
+        pieces = [
+            texts[id(item)] if isinstance(item, Expression) else (number(item), _ATOM if math.copysign(1, item) > 0 else 2)
+            for item in part.operands
+        ]
+        length = sum(len(piece) for piece, _ in pieces)
+        if length > _MOST_WRITTEN:
+            raise ValueError(f"expression must be shorter to be written out, got {len(expression.parts())} operations")
+        if length > _MOST_TEXT and names is None:
+            return f"<expression of {len(expression.parts())} operations>"
+        texts[id(part)] = _joined(part.operation, pieces, compact)
+    return texts[id(expression)][0]
+
+
+def _joined(operation: str, pieces: List[Tuple[str, int]], compact: bool) -> Tuple[str, int]:
+    if operation not in _RANK:
+        return f"{operation}({pieces[0][0]})", _ATOM
+    rank = _RANK[operation]
+    if operation == "neg":
+        return "-" + _enclosed(pieces[0], 4), rank
+    # An operand of the same rank needs no parentheses on the side from which operations group.
+    left = _enclosed(pieces[0], rank + (operation == "^"))
+    # A sign right after an operator would be correct but hard to read.
+    right = _enclosed(pieces[1], _ATOM if operation == "^" else rank + 1)
+    blank = " " if rank == 1 and not compact else ""
+    return left + blank + operation + blank + right, rank
+
+
+def _enclosed(piece: Tuple[str, int], least: int) -> str:
+    words, rank = piece
+    return words if rank >= least else f"({words})"
