@@ -10,8 +10,6 @@
 
 #include <sys/mman.h>
 
-#include <new>
-
 // Where the additions are made: the same bits for every number of threads, beside any other terms and on every
 // instruction set.
 
@@ -137,16 +135,19 @@ public:
     LargeBand(unsigned int qubits, unsigned long flip, unsigned int seed) : dim_(1ul << qubits), flip_(flip) {
         void* const memory =
             mmap(nullptr, bytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (memory == MAP_FAILED) throw std::bad_alloc();
+        if (memory == MAP_FAILED) return;
         madvise(memory, bytes(), MADV_NOHUGEPAGE);
         matrix_ = static_cast<thrust::complex<T>*>(memory);
         const auto entries = support::random_state<T>(qubits, support::Values::ordinary, seed);
         for (unsigned long r = 0; r < dim_; ++r) matrix_[(r ^ flip) * dim_ + r] = support::as_thrust(entries[r]);
     }
-    ~LargeBand() { munmap(matrix_, bytes()); }
+    ~LargeBand() {
+        if (matrix_ != nullptr) munmap(matrix_, bytes());
+    }
     LargeBand(const LargeBand&) = delete;
     LargeBand& operator=(const LargeBand&) = delete;
 
+    // Null where the system gives no such range of addresses.
     const thrust::complex<T>* matrix() const { return matrix_; }
 
     // Tr(rho Z...Z X...X): the entries in index order, each with its sign.
@@ -165,13 +166,17 @@ private:
 
     unsigned long dim_;
     unsigned long flip_;
-    thrust::complex<T>* matrix_;
+    thrust::complex<T>* matrix_ = nullptr;
 };
 
 TYPED_TEST(PauliValues, of_a_large_matrix_have_the_same_bits_for_every_number_of_threads) {
-    const unsigned int m = 13;
+    // Four chunks: with fewer, no other division of the sum shows in its bits.
+    const unsigned int m = sizeof(TypeParam) == 8 ? 14 : 15;
     const unsigned long flip = 0x1204;
     const LargeBand<TypeParam> band(m, flip, 4);
+    if (band.matrix() == nullptr) {
+        GTEST_SKIP() << "the system gives no " << (sizeof(thrust::complex<TypeParam>) << (2 * m)) << " addresses";
+    }
     // No qubit that flips also counts a sign: no Y, no factor but the sign.
     WObservable<TypeParam> sum;
     for (const unsigned long phase : {0ul, 0x0001ul, 0x0c00ul, 0x0dfbul}) {
@@ -186,7 +191,7 @@ TYPED_TEST(PauliValues, of_a_large_matrix_have_the_same_bits_for_every_number_of
         };
         const auto alone = value(1);
         const auto sequential = band.sequential(sum.phase_masks[t]);
-        const double tolerance = 8192 * double(std::numeric_limits<TypeParam>::epsilon());
+        const double tolerance = double(1ul << m) * double(std::numeric_limits<TypeParam>::epsilon());
         EXPECT_NEAR(alone.real(), sequential.real(), tolerance);
         EXPECT_NEAR(alone.imag(), sequential.imag(), tolerance);
         for (const int threads : support::thread_counts) {
