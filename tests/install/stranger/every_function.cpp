@@ -179,15 +179,21 @@ void need_class() {
     needed += dynamic_cast<state*>(&base) != nullptr;
 
     program<T> gates(2);
-    gates.add_gate("H", {}, {0});
+    gates.add_gate("RX", {1}, {0});
+    gates.set_params(0, {2});
     gates.add_matrix({1, 2, 3, 4}, {1});
     gates.add_diagonal({1, 2}, {1}, {0});
     needed += gates.size() == 3 && gates.nqubits() == 2 && !gates.plan(2, 1).passes.empty();
     base.resize(2);
     base.reset();
+    gates.set_fusion(true);
+    needed += gates.fusion();
+    gates.set_fusion(false);
     program<T> moved = std::move(gates);
-    needed += moved.run(object) == 3;
-    moved.clear();
+    program<T> moved_again(1);
+    moved_again = std::move(moved);
+    needed += moved_again.run(object) == 3;
+    moved_again.clear();
 
     pbamplix::PybindAmplixWCircuit<T> circuit(1);
     circuit.add_gate("H", {}, {0});
