@@ -12,7 +12,7 @@ demo: ## build everything and run a first circuit
 test: ## build everything and run every test
 	@tools/test
 
-check: ## format, include directions, warnings as errors, static analysis, sanitizers
+check: ## format, warnings, static analysis, sanitizers, types, a minute of fuzzing, documents
 	@tools/check
 
 bench: ## build and run the benchmarks, on a quiet machine
