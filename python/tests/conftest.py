@@ -1,6 +1,7 @@
 """Fixtures of all tests of the Python package."""
 
 import os
+import signal
 import subprocess
 import sys
 
@@ -8,6 +9,10 @@ import pytest
 
 # Pictures go to files; no test opens a window.
 os.environ["MPLBACKEND"] = "Agg"
+
+# A shell starts what it runs in the background with Ctrl-C ignored, and children inherit that. With a handler here the
+# processes that tests start hear it again.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture(params=["double", "single"])
