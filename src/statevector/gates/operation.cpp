@@ -141,7 +141,8 @@ std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::comple
         std::vector<thrust::complex<double>> longer;
         for (const auto& entry : entries) {
             for (const auto& f : {factors[2 * target], factors[2 * target + 1]}) {
-                longer.push_back(entry * thrust::complex<double>(f.real(), f.imag()));
+                longer.push_back(entry *
+                                 thrust::complex<double>(static_cast<double>(f.real()), static_cast<double>(f.imag())));
             }
         }
         entries = std::move(longer);

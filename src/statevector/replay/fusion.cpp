@@ -116,6 +116,7 @@ std::vector<gate_group<T>> fuse(const std::vector<operation<T>>& operations, uns
                                 unsigned nbqbits, buffer_shape shape) {
     const std::vector<operation<T>> simpler = simplify(operations, begin, end);
     std::vector<footprint> footprints;
+    footprints.reserve(simpler.size());
     for (const operation<T>& op : simpler) footprints.push_back(footprint_of(op));
     diagonal_collector<T> collector(nbqbits);
     std::vector<gate_group<T>> groups;
