@@ -149,7 +149,8 @@ def describe(results: Dict[str, Any]) -> List[str]:
         "runs in a process of its own; velacamplix and the peers take turns, and the median is told. A peer's figure is that",
         "of its fastest setting; settings that took over 1.5 times as long as that, and runs of over 20 s, were run once, and",
         f"what took over twice as long at one size was not tried at the next. Rounds per cell: at most {results['repeats']}.",
-        "Qulacs has double precision only, qsim single.",
+        "Qulacs has double precision only, qsim single. Before every run as much memory as the state takes is touched and",
+        "given back: a virtual machine that has to ask its host for it would charge whoever comes first.",
     ]
 
 
