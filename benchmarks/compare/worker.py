@@ -48,7 +48,8 @@ class Desk:
         prepared = self.prepared[name]
         # A virtual machine that got memory back has to ask its host for it anew, which takes up to 0.3 s for one state
         # and hits whoever comes first. So as much as a state is touched and given back beforehand.
-        np.ones(self.state_bytes[name], dtype=np.uint8)
+        if self.state_bytes[name] <= 2**33:
+            np.ones(self.state_bytes[name], dtype=np.uint8)
         gc.collect()
         gc.disable()
         try:
