@@ -22,7 +22,7 @@ import sys
 import tempfile
 
 root = pathlib.Path(__file__).resolve().parents[1]
-fence = re.compile(r"^```(\w*)\s*$")
+fence = re.compile(r"^```([^\s`]*)\s*$")  # a language, or a directive of the documentation in braces
 excuse = re.compile(r"^<!-- not run: (.+) -->$")
 as_shown = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
 
