@@ -242,7 +242,7 @@ def test_a_reader_that_stops_early(write, tmp_path):
 
 
 def test_ctrl_c_ends_a_long_run_at_once(write, tmp_path):
-    name = write("qreg q[22];\n" + "h q;\n" * 400)
+    name = write("qreg q[22];\n" + "h q;\n" * 4000)
     running = subprocess.Popen([sys.executable, "-m", "velacamplix", "run", name], cwd=tmp_path, stdout=subprocess.PIPE)
     while not any("libvelacamplix" in line for line in open(f"/proc/{running.pid}/maps")):
         time.sleep(0.01)

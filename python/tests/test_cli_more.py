@@ -113,11 +113,11 @@ def test_short_runs_show_no_progress(command, write):  # noqa: F811
 
 
 def test_progress_goes_to_standard_error(command, write):  # noqa: F811
-    name = write("qreg q[20];\n" + "h q;\ncx q[0], q[19];\n" * 200)
+    name = write("qreg q[22];\n" + "h q;\ncx q[0], q[21];\n" * 800)
     ended = command("run", name, "--progress", "--json", "--top", 1)
     told = json.loads(ended.stdout)
     assert told["seconds"] > 1, "this machine is too fast for the circuit: make it longer"
-    assert re.search(r"gates", ended.stderr) and told["gates"] == 4200
+    assert re.search(r"gates", ended.stderr) and told["gates"] == 800 * 23
 
 
 # Help
