@@ -3,7 +3,7 @@
 #include "export.hpp"
 
 #define VELACAMPLIX_VERSION_MAJOR 0
-#define VELACAMPLIX_VERSION_MINOR 1
+#define VELACAMPLIX_VERSION_MINOR 2
 #define VELACAMPLIX_VERSION_PATCH 0
 
 namespace pbamplix {
