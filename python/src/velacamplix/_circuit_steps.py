@@ -3,13 +3,11 @@
 from __future__ import annotations
 
 from contextlib import contextmanager
-from typing import TYPE_CHECKING, Iterator, Optional, Sequence, Tuple, Union
+from typing import Iterator, Optional, Sequence, Tuple, Union
 
 from . import _check
+from ._annotations import Self
 from .instruction import Condition, Register
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class StepMethods:
