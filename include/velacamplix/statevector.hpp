@@ -67,7 +67,8 @@ public:
     void print();       // one line "index: (re,im)" per amplitude to standard output
     std::string str();  // "(re,im) " for every amplitude on one line
 
-    // Named gates; angles in radians.
+    // Named gates; angles in radians. RZ with controls throws std::bad_alloc after the memory guard's message when the
+    // two entries of its diagonal exceed free memory; the state is untouched then.
     void apply_X(unsigned int qubit, controls_list controls = std::nullopt);
     void apply_Y(unsigned int qubit, controls_list controls = std::nullopt);
     void apply_Z(unsigned int qubit, controls_list controls = std::nullopt);

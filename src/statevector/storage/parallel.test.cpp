@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
 #include <vector>
 
 using pbamplix::get_num_threads;
@@ -119,7 +120,25 @@ TEST(parallel_leases, begin_at_0_on_every_thread_of_a_hosts_region) {
     EXPECT_EQ(large, std::vector<std::vector<int>>(8, {1}));
 }
 
-TEST(parallel_blocks_death, an_escaping_exception_ends_the_process) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_DEATH(parallel_blocks(10, 160, 1, [](unsigned long, unsigned long) { throw 1; }), "");
+TEST(parallel_blocks, let_an_exception_of_a_body_reach_the_caller_when_all_have_ended) {
+    for (const int threads : {1, 2, 3, 7}) {
+        for (const unsigned long bytes : {16ul, 1ul << 30}) {
+            for (const unsigned long thrower : {0ul, 9ul}) {
+                std::atomic<unsigned long> ended = 0;
+                const auto body = [&](unsigned long begin, unsigned long end) {
+                    if (begin <= thrower && thrower < end) throw std::length_error("one of them");
+                    ended += end - begin;
+                };
+                EXPECT_THROW(parallel_blocks(10, bytes, threads, body), std::length_error) << threads << " thread(s)";
+                const bool alone = threads == 1 || bytes == 16;
+                EXPECT_EQ(ended == 0, alone) << threads << " thread(s)";
+            }
+        }
+    }
+}
+
+TEST(parallel_blocks, let_one_exception_of_several_reach_the_caller) {
+    const auto body = [](unsigned long begin, unsigned long) { throw static_cast<int>(begin); };
+    EXPECT_THROW(parallel_blocks(10, 1ul << 30, 5, body), int);
+    EXPECT_EQ(handed_out(10, 1ul << 30, 5), std::vector<int>(10, 1)) << "the next region is as any other";
 }
