@@ -170,7 +170,7 @@ template <class T>
 py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) {
     const auto turn = program.taken();
     const auto& told = [&]() -> const pbamplix::cpu::program_plan& {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         return program.list.plan(state_qubits, threads);
     }();
     py::list passes;
@@ -189,6 +189,7 @@ public:
         : function_(std::move(function)),
           interval_(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(interval))),
           next_(Clock::now() + interval_),
+          thread_(PyThreadState_Get()),
           signals_(signals) {}
 
     bool is_needed() const { return signals_ || !function_.is_none(); }
@@ -196,10 +197,11 @@ public:
     bool between_passes(unsigned long done, unsigned long total) {
         const bool is_last = done == total && !function_.is_none();
         if (!is_last && Clock::now() < next_) return true;
-        const py::gil_scoped_acquire locked;
+        const Locked locked(thread_);
         try {
             if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
-            if (!function_.is_none()) function_(done, total);
+            // The function may let go of the lock and not get it back.
+            if (!function_.is_none()) or_wait_for_the_end([&] { function_(done, total); });
         } catch (py::error_already_set& raised) {
             error_ = raised.value();
             if (raised.trace()) PyException_SetTraceback(error_.ptr(), raised.trace().ptr());
@@ -216,6 +218,7 @@ private:
     py::object error_ = py::none();
     Clock::duration interval_;
     Clock::time_point next_;
+    PyThreadState* thread_;
     bool signals_;
 };
 
