@@ -169,7 +169,7 @@ template <class T>
 py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) {
     const auto turn = program.taken();
     const auto& told = [&]() -> const pbamplix::cpu::program_plan& {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         return program.list.plan(state_qubits, threads);
     }();
     py::list passes;

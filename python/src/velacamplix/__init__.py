@@ -13,6 +13,7 @@ from . import _circuit_definition, instruction
 from ._core import version as _version
 from ._circuit_definition import GateDefinition
 from ._expectations import Estimate
+from ._machine import refresh_threads
 from ._memory import max_qubits, memory_needed
 from ._plan import Pass, Plan, Timings
 from ._progress import Progress
@@ -51,6 +52,7 @@ __all__ = [
     "plot_counts",
     "plot_probabilities",
     "plot_state",
+    "refresh_threads",
     "run",
 ]
 
