@@ -19,6 +19,9 @@ from .parameter import Angle, Expression, angle
 
 __all__ = ["Circuit"]
 
+# Of qubits, or of classical bits. Lists of this length, which some figures need, are at the edge of any memory.
+_MOST_BITS = 2**31 - 1
+
 
 class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combining, Figures):
     """An ordered list of gates, measurements, resets and barriers.
@@ -59,8 +62,8 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
     def __init__(
         self, n_qubits: int, n_clbits: int = 0, *, registers: Optional[Iterable[Register]] = None
     ) -> None:
-        self._n_qubits = _check.integer(n_qubits, "n_qubits", minimum=0)
-        self._n_clbits = _check.integer(n_clbits, "n_clbits", minimum=0)
+        self._n_qubits = _check.integer(n_qubits, "n_qubits", minimum=0, maximum=_MOST_BITS)
+        self._n_clbits = _check.integer(n_clbits, "n_clbits", minimum=0, maximum=_MOST_BITS)
         if registers is None:
             self._registers = _default_registers(self._n_qubits, self._n_clbits)
         else:
