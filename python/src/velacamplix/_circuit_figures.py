@@ -114,7 +114,7 @@ class Figures:
         plain, all_qubits = _check_readout.flag(ascii, "ascii"), _check_readout.flag(idle, "idle")
         return draw(self._n_qubits, self._registers, self._instructions, width, plain, all_qubits)
 
-    def to_qasm(self) -> str:
+    def to_qasm(self, *, definitions: bool = True) -> str:
         """Return the circuit as an OpenQASM 2 program.
 
         `from_qasm` makes the same circuit of it again. Gates of qelib1.inc are written by their names, others as gate
@@ -122,8 +122,17 @@ class Figures:
         form with the same meaning: X and CNOT with one control as CNOT and CCNOT (Z with one as CSIGN, and likewise
         beyond), and a measurement or reset of several qubits that are no whole register as one for each qubit.
 
+        Parameters
+        ----------
+        definitions : bool
+            Gates that came into qelib1.inc after its publication (arXiv:1707.03429), as sx, swap and crx, are written
+            with their definitions, so that every reader understands them. False leaves these definitions out, for
+            readers whose file has the gates.
+
         Raises
         ------
+        TypeError
+            If `definitions` is neither True nor False.
         ValueError
             If a parameter has no value, or an instruction cannot be said in OpenQASM 2; the message names it.
 
@@ -142,7 +151,7 @@ class Figures:
         """
         from .qasm.writer import write_qasm
 
-        return write_qasm(self)
+        return write_qasm(self, _check_readout.flag(definitions, "definitions"))
 
     @classmethod
     def from_qasm(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
