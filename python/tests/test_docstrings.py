@@ -16,7 +16,12 @@ MODULES = ["velacamplix"] + [
 
 
 def examples(name):
-    module = importlib.import_module(name)
+    try:
+        module = importlib.import_module(name)
+    except ModuleNotFoundError as error:
+        if str(error.name).startswith("velacamplix"):
+            raise
+        pytest.skip(f"{name} needs the package {error.name}")
     # An example may use what `from velacamplix import ...` offers without saying so each time.
     offered = {word: getattr(velacamplix, word) for word in velacamplix.__all__}
     names = {**offered, "velacamplix": velacamplix, **vars(module)}
@@ -33,4 +38,4 @@ def test_examples_show_their_output(name):
 
 
 def test_the_package_has_examples():
-    assert sum(len(examples(name)) for name in MODULES) >= 10
+    assert sum(len(examples(name)) for name in MODULES if ".qasm." not in name) >= 10

@@ -190,8 +190,11 @@ class Figures:
     def from_qasm3(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
         """Read an OpenQASM 3 program by way of Qiskit's importer.
 
-        What Qiskit's importer reads and this package's circuits can say: gates, definitions, measurement, reset,
-        barriers, and ``if`` on bits and registers. Input parameters become parameters of the circuit.
+        What Qiskit's importer reads and this package's circuits can say: gates with all modifiers, definitions, phases,
+        measurement, reset, barriers, and ``if`` on bits and registers. Input parameters become parameters of the circuit.
+        The state is the program's, global phase included; a delay leaves no instruction. Whatever is not carried out
+        exactly is refused: loops, ``if`` inside ``if``, ``else`` after a condition on several bits, powers with a
+        fraction that readers understand differently.
 
         Parameters
         ----------
@@ -202,10 +205,16 @@ class Figures:
         ------
         ImportError
             If ``qiskit`` or ``qiskit_qasm3_import`` is not installed; the message tells how to get them.
-        ValueError
-            If the program is wrong, or has something a circuit cannot say; the message names it.
+        velacamplix.qasm.QasmError
+            If the program is wrong, or has something a circuit cannot say; it names it, with line and column. A
+            ``ValueError``.
         OSError
             If the file cannot be read.
+
+        Notes
+        -----
+        ``U(theta, phi, lambda)`` is Qiskit's: its entry for 0 and 0 is cos(theta/2). The language's own text multiplies
+        it by exp(i theta/2), which no measurement can tell but for controlled forms.
         """
         from .qasm.version3 import read_qasm3
 
