@@ -17,6 +17,7 @@ def outcome(value: Any, n_qubits: int, name: str = "outcome") -> int:
     """
     if not isinstance(value, str):
         return _check.integer(value, name, minimum=0, maximum=2**n_qubits - 1)
+    value = _check.plain(value)
     if len(value) != n_qubits or set(value) - {"0", "1"}:
         raise ValueError(
             f"{name} must be a text of {n_qubits} characters 0 and 1, one per qubit, got {_check.show(value)}"

@@ -79,8 +79,10 @@ class GateDefinition:
     def __new__(cls, name: str, circuit: Circuit, params: Optional[Sequence[str]] = None) -> GateDefinition:
         if not isinstance(name, str):
             raise TypeError(f"name must be a text, got {_check.show(name)}")
+        name = _check.plain(name)
         if not name or name in GATES or name in BY_ENTRIES or name in NON_UNITARY or name in COMPOSITES:
-            raise ValueError(f"name must be new, not that of a gate or instruction the package knows, got {name!r}")
+            shown = _check.show(name)
+            raise ValueError(f"name must be new, not that of a gate or instruction the package knows, got {shown}")
         if not hasattr(circuit, "instructions") or not hasattr(circuit, "parameters"):
             raise TypeError(f"circuit must be a Circuit, got {_check.show(circuit)}")
         listed = circuit.parameters if params is None else _names(params)
@@ -241,6 +243,7 @@ def _names(params: Sequence[Any]) -> Tuple[str, ...]:
     for name in names:
         if not isinstance(name, str):
             raise TypeError(f"params must be names of parameters, got {_check.show(name)}")
+    names = tuple([_check.plain(name) for name in names])
     if len(set(names)) < len(names):
         raise ValueError(f"params must be distinct, got {list(names)}")
     return names

@@ -151,8 +151,9 @@ class StepMethods:
     def _classical_bits(self, clbits: Union[str, int, Sequence[int]]) -> Tuple[int, ...]:
         if not isinstance(clbits, str):
             return _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
+        clbits = _check.plain(clbits)
         for register in self._registers:
             if register.kind == "classical" and register.name == clbits:
                 return tuple(register.bits)
         names = [register.name for register in self._registers if register.kind == "classical"]
-        raise KeyError(f"clbits must name a classical register, one of {names}, got {clbits!r}")
+        raise KeyError(f"clbits must name a classical register, one of {_check.show(names)}, got {_check.show(clbits)}")

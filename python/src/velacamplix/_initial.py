@@ -54,6 +54,7 @@ class Start:
 
 def _product(text: str, n_qubits: int) -> str:
     expected = f"initial must be a text of {n_qubits} characters 0 1 + -, one per qubit"
+    text = _check.plain(text)
     if len(text) != n_qubits:
         raise ValueError(f"{expected}, got {_check.show(text)}")
     wrong = text.strip("01+-")

@@ -123,7 +123,7 @@ def default_threads(root: str = "/") -> Tuple[int, str]:
     if own:
         if not _is_count(own):
             raise ValueError(
-                f"environment variable VELACAMPLIX_NUM_THREADS is {own!r}; "
+                f"environment variable VELACAMPLIX_NUM_THREADS is {_check.show(own)}; "
                 f"expected a whole number from 1 to {MOST_THREADS}"
             )
         return int(own), "VELACAMPLIX_NUM_THREADS"
@@ -137,7 +137,8 @@ def default_threads(root: str = "/") -> Tuple[int, str]:
 
 
 def _is_count(text: str) -> bool:
-    return text.isascii() and text.isdigit() and 1 <= int(text) <= MOST_THREADS
+    # No count has more digits, and int() refuses thousands of them.
+    return text.isascii() and text.isdigit() and len(text) < 10 and 1 <= int(text) <= MOST_THREADS
 
 
 def thread_count(threads: Optional[int], root: str = "/") -> int:

@@ -45,9 +45,9 @@ class Counts(Dict[str, int]):
     def __init__(self, counts: Mapping[str, int] = {}, n_bits: Optional[int] = None) -> None:
         if not isinstance(counts, Mapping):
             raise TypeError(f"counts must be a mapping from bit strings to integers, got {_check.show(counts)}")
-        keys = list(counts)
-        self._n_bits = _length_of(keys, n_bits)
-        super().__init__((key, _check.integer(counts[key], f"counts[{key!r}]", minimum=0)) for key in sorted(keys))
+        given = {_check.plain(key) if isinstance(key, str) else key: times for key, times in counts.items()}
+        self._n_bits = _length_of(list(given), n_bits)
+        super().__init__((key, _check.integer(given[key], f"counts[{_check.show(key)}]", 0, 2**63 - 1)) for key in sorted(given))
 
     @classmethod
     def from_ints(cls, counts: Mapping[int, int], n_bits: int) -> Counts:

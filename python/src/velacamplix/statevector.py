@@ -198,6 +198,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         return self
 
     def _product(self, text: str, order: str) -> str:
+        text = _check.plain(text)
         if len(text) != self._n_qubits:
             raise ValueError(
                 f"state must have one character per qubit, {self._n_qubits} in all, got {_check.show(text)}"
