@@ -237,7 +237,8 @@ def certain():
 def test_certain_outcomes_leave_one_state(shots, precision, tolerance):
     result = run(certain(), shots=shots, precision=precision, observables="X1")
     assert result.has_state and result.active_qubits == (0, 1)
-    assert np.abs(result.state.array - np.array([1, 0, 1, 0]) / math.sqrt(2)).max() < tolerance
+    assert np.abs(result.compact_state.array - np.array([1, 0, 1, 0]) / math.sqrt(2)).max() < tolerance
+    assert np.abs(result.state.array - np.array([1, 0, 1, 0, 0, 0, 0, 0]) / math.sqrt(2)).max() < tolerance
     assert result.expectation_values == pytest.approx(1, abs=10 * tolerance)
     if shots:
         assert result.counts == {"10": 100}
