@@ -63,7 +63,8 @@ def run(
         every 50 ms, and once at the end; what it returns is ignored, an exception ends the run.
     fusion : bool
         Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
-        rounding.
+        rounding. The bits then follow from the circuit, its number of qubits and the precision; neither the number of
+        threads nor the processor's caches change them.
 
     Returns
     -------
