@@ -111,23 +111,26 @@ void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned lo
     [[maybe_unused]] typename Seq::proba_type total{};
     if constexpr (measurement::numbers_are_shares<Seq>) total = measurement::total_to_share(seq);
 
-    for (unsigned long first = 0; first < nshots; first += most_at_once) {
-        const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
-        unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
+    measurement::with_engine(rng, [&] {
+        for (unsigned long first = 0; first < nshots; first += most_at_once) {
+            const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
+            unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
 #pragma omp critical
-        for (unsigned int i = 0; i < count; ++i) batch[i] = rng();
+            for (unsigned int i = 0; i < count; ++i) batch[i] = rng();
 
-        measurement::sort_draws(batch, count, draws.get(), nthreads);
-        if constexpr (measurement::numbers_are_shares<Seq>) {
-            for (unsigned int i = 0; i < count; ++i) draws[i].number *= total;
-        }
-        measurement::release_draws(seq, draws.get(), draws.get() + count, batch);
-        storage::parallel_blocks(count, count * sizeof(*batch), nthreads, [&](unsigned long begin, unsigned long end) {
-            for (unsigned long i = begin; i < end; ++i) {
-                batch[i] = measurement::outcome_of(batch[i], seq.nqubits, qubits);
+            measurement::sort_draws(batch, count, draws.get(), nthreads);
+            if constexpr (measurement::numbers_are_shares<Seq>) {
+                for (unsigned int i = 0; i < count; ++i) draws[i].number *= total;
             }
-        });
-    }
+            measurement::release_draws(seq, draws.get(), draws.get() + count, batch);
+            storage::parallel_blocks(count, count * sizeof(*batch), nthreads,
+                                     [&](unsigned long begin, unsigned long end) {
+                                         for (unsigned long i = begin; i < end; ++i) {
+                                             batch[i] = measurement::outcome_of(batch[i], seq.nqubits, qubits);
+                                         }
+                                     });
+        }
+    });
 }
 
 #define VELACAMPLIX_PICK_SHOTS(Seq)                                                                           \

@@ -1,4 +1,5 @@
 #include "statevector/measurement/distribution.hpp"
+#include "statevector/measurement/draws.hpp"
 #include "statevector/measurement/views.hpp"
 
 #include <velacamplix/observable.hpp>
@@ -33,6 +34,19 @@ void reserve_for_longest(std::vector<T>& table, const std::vector<SimpleTerm<T>>
     table.reserve(longest < 64 ? 1ul << longest : ~0ul);
 }
 
+// Calls read() between change(false), into a term's basis, and change(true), back, which follows an exception too.
+template <class Change, class Read>
+void in_basis(Change change, Read read) {
+    change(false);
+    try {
+        read();
+    } catch (...) {
+        change(true);
+        throw;
+    }
+    change(true);
+}
+
 }  // namespace
 
 template <class T, class Engine>
@@ -47,12 +61,15 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
     reserve_for_longest(table, terms);
     results.reserve(terms.size());
     const auto change_basis = density_matrix ? &basis_change_deterministic<T> : &basis_change<T>;
-    for (const auto& term : terms) {
-        change_basis(amplitudes, term, false, qubits, nthreads);
-        fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
-        results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
-        change_basis(amplitudes, term, true, qubits, nthreads);
-    }
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const auto change = [&](bool undo) { change_basis(amplitudes, term, undo, qubits, nthreads); };
+            in_basis(change, [&] {
+                fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
+                results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
+            });
+        }
+    });
     return results;
 }
 
@@ -66,15 +83,18 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise
     reserve_for_longest(table, terms);
     results.reserve(terms.size());
     const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
-    for (const auto& term : terms) {
-        const SimpleTerm<T> rotation{term.qubits, term.op, {}};
-        basis_change(amplitudes, rotation, false, qubits, nthreads);
-        fill_cumulative_table(table, view, term.qubits, nthreads);
-        const double total = table.back();
-        for (double& sum : table) sum /= total;
-        results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
-        basis_change(amplitudes, rotation, true, qubits, nthreads);
-    }
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const SimpleTerm<T> rotation{term.qubits, term.op, {}};
+            const auto change = [&](bool undo) { basis_change(amplitudes, rotation, undo, qubits, nthreads); };
+            in_basis(change, [&] {
+                fill_cumulative_table(table, view, term.qubits, nthreads);
+                const double total = table.back();
+                for (double& sum : table) sum /= total;
+                results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
+            });
+        }
+    });
     return results;
 }
 
