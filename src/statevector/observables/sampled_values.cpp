@@ -1,4 +1,5 @@
 #include "statevector/measurement/distribution.hpp"
+#include "statevector/measurement/draws.hpp"
 #include "statevector/measurement/sampling.hpp"
 #include "statevector/measurement/views.hpp"
 #include "statevector/observables/sampled_parity.hpp"
@@ -53,8 +54,8 @@ public:
         for (std::size_t j = 0; j < term.qubits.size() && j < term.op.size(); ++j) {
             if (term.op[j] != 'X' && term.op[j] != 'Y') continue;
             const SimpleTerm<T> factor{{term.qubits[j]}, {term.op[j]}, {}};
-            turned.qubits.push_back(term.qubits[j]);
             turned.op.push_back(term.op[j]);
+            turned.qubits.push_back(term.qubits[j]);  // the longer list is cut where the shorter one ends
             basis_change(amplitudes, factor, false, qubits, threads);
             between();
         }
@@ -89,29 +90,44 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
     unsigned long all = 0;
     if (__builtin_mul_overflow(terms.size(), shots, &all)) all = ~0ul;
 
-    for (const auto& term : terms) {
-        const unsigned long done = results.size() * shots;
-        const auto tell = [&](unsigned long drawn) {
-            if (hook) hook(done + drawn, all);
-        };
-        state.turn(term, [&] { tell(0); });
-        fill_cumulative_table(table, view, term.qubits, nthreads);
-        if (numbers_are_shares) {
-            const double total = table.back();
-            for (double& sum : table) sum /= total;
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const unsigned long done = results.size() * shots;
+            const auto tell = [&](unsigned long drawn) {
+                if (hook) hook(done + drawn, all);
+            };
+            state.turn(term, [&] { tell(0); });
+            fill_cumulative_table(table, view, term.qubits, nthreads);
+            if (numbers_are_shares) {
+                const double total = table.back();
+                for (double& sum : table) sum /= total;
+            }
+            tell(0);
+            unsigned long odd = 0;
+            for (unsigned long drawn = 0; drawn < shots;) {
+                const unsigned long piece = std::min(shots - drawn, shots_at_once);
+                odd += observables::count_odd(table, piece, rng);
+                drawn += piece;
+                tell(drawn);
+            }
+            results.push_back(observables::weighted_parity(odd, shots, term.coefficient));
+            state.turn_back();
         }
-        tell(0);
-        unsigned long odd = 0;
-        for (unsigned long drawn = 0; drawn < shots;) {
-            const unsigned long piece = std::min(shots - drawn, shots_at_once);
-            odd += observables::count_odd(table, piece, rng);
-            drawn += piece;
-            tell(drawn);
-        }
-        results.push_back(observables::weighted_parity(odd, shots, term.coefficient));
-        state.turn_back();
-    }
+    });
     return results;
+}
+
+// Calls read() between change(false), into a term's basis, and change(true), back, which follows an exception too.
+template <class Change, class Read>
+void in_basis(Change change, Read read) {
+    change(false);
+    try {
+        read();
+    } catch (...) {
+        change(true);
+        throw;
+    }
+    change(true);
 }
 
 }  // namespace
@@ -128,12 +144,15 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
     reserve_for_longest(table, terms);
     results.reserve(terms.size());
     const auto change_basis = density_matrix ? &basis_change_deterministic<T> : &basis_change<T>;
-    for (const auto& term : terms) {
-        change_basis(amplitudes, term, false, qubits, nthreads);
-        fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
-        results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
-        change_basis(amplitudes, term, true, qubits, nthreads);
-    }
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const auto change = [&](bool undo) { change_basis(amplitudes, term, undo, qubits, nthreads); };
+            in_basis(change, [&] {
+                fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
+                results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
+            });
+        }
+    });
     return results;
 }
 

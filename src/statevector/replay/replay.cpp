@@ -4,6 +4,7 @@
 #include "statevector/storage/aligned_array.hpp"
 
 #include <algorithm>
+#include <new>
 
 namespace velacamplix::replay {
 
@@ -53,24 +54,35 @@ unsigned long schedule<T>::complete_prefix(const std::vector<gates::operation<T>
     for (std::size_t i = 0; i < passes_run; ++i) {
         for (const unsigned long gate : all_passes[i].gates) acted[gate] = true;
     }
+    // All are prepared before any acts: that may lack memory.
+    std::vector<kernels::kernel_call<T>> missing;
     for (unsigned long gate = 0; gate < prefix; ++gate) {
-        if (!acted[gate]) kernels::run_parallel(gates::prepare(operations[gate], nbqbits), state, team);
+        if (!acted[gate]) missing.push_back(gates::prepare(operations[gate], nbqbits));
     }
+    for (const auto& call : missing) kernels::run_parallel(call, state, team);
     return prefix;
 }
 
 template <class T>
 unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
                                const std::function<bool(unsigned long, unsigned long)>& hook) {
+    // All the memory it takes before the first gate acts.
     if (buffers == nullptr && buffers_size() != 0) buffers = storage::make_amplitudes<T>(buffers_size());
+    for (chunk_pass<T>& pass : all_passes) {
+        if (pass.is_outdated) renew(pass, operations);
+    }
     bool stopping = false;
     for (std::size_t i = 0; i < all_passes.size(); ++i) {
-        chunk_pass<T>& pass = all_passes[i];
-        if (pass.is_outdated) renew(pass, operations);
+        const chunk_pass<T>& pass = all_passes[i];
         run_pass(pass, state);
         if (hook && !stopping) stopping = !hook(pass.done, gate_count);
         if (!stopping || !pass.may_stop_after) continue;
-        return pass.gates.empty() ? pass.done : complete_prefix(operations, i + 1, state);
+        if (pass.gates.empty()) return pass.done;
+        try {
+            return complete_prefix(operations, i + 1, state);
+        } catch (const std::bad_alloc&) {
+            // The gates that were overtaken act in the passes they wait for, which needs no memory: on to the next end.
+        }
     }
     return gate_count;
 }
