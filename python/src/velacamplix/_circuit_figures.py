@@ -160,7 +160,7 @@ class Figures:
 
         Raises
         ------
-        velacamplix.qasm.QasmError
+        QasmError
             If the program is wrong; it tells line and column. A ``ValueError``.
         OSError
             If the file cannot be read.
