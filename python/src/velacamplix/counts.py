@@ -13,7 +13,9 @@ class Counts(Dict[str, int]):
     """Outcomes as bit strings, each with the number of shots that gave it.
 
     A ``dict`` from ``str`` to ``int``: it compares equal to a plain one, and everything that takes one takes it. What
-    is made here is in increasing order of the outcome's number; most likely first is `most_likely`.
+    is made here is in increasing order of the outcome's number; most likely first is `most_likely`. Entries may be
+    changed and added, but for the counts of a `Result`, which belong to it: `copy` gives others. No key or number gets
+    in that the constructor would refuse.
 
     Parameters
     ----------
@@ -25,7 +27,8 @@ class Counts(Dict[str, int]):
     Raises
     ------
     TypeError, ValueError
-        If a key or a number is not as told above.
+        If a key or a number is not as told above, here or where one is changed; TypeError also where the counts of a
+        result are changed.
 
     Notes
     -----
@@ -42,12 +45,16 @@ class Counts(Dict[str, int]):
     (True, 100, 0)
     """
 
+    # Set in those of a result, which are made once and handed out again and again.
+    _is_fixed = False
+
     def __init__(self, counts: Mapping[str, int] = {}, n_bits: Optional[int] = None) -> None:
         if not isinstance(counts, Mapping):
             raise TypeError(f"counts must be a mapping from bit strings to integers, got {_check.show(counts)}")
-        given = {_check.plain(key) if isinstance(key, str) else key: times for key, times in counts.items()}
-        self._n_bits = _length_of(list(given), n_bits)
-        super().__init__((key, _check.integer(given[key], f"counts[{_check.show(key)}]", 0, 2**63 - 1)) for key in sorted(given))
+        # None as long as there is no key to tell it.
+        self._n_bits = None if n_bits is None else _check.integer(n_bits, "n_bits", minimum=0)
+        checked = self._checked(counts)
+        super().__init__((key, checked[key]) for key in sorted(checked))
 
     @classmethod
     def from_ints(cls, counts: Mapping[int, int], n_bits: int) -> Counts:
@@ -75,22 +82,95 @@ class Counts(Dict[str, int]):
             return 0
         raise KeyError(outcome)
 
+    # Every way to change an entry
+
+    def __setitem__(self, outcome: str, times: int) -> None:
+        self.update({outcome: times})
+
+    def update(self, *entries: Any, **more: int) -> None:
+        """Set entries, given as a mapping or as pairs, as ``dict.update`` does.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If a key or a number is none of counts like these, or these belong to a result. Nothing is set then.
+
+        Examples
+        --------
+        >>> counts = Counts({"00": 1})
+        >>> counts.update({"01": 5})
+        >>> counts["00"] += 1
+        >>> counts
+        {'00': 2, '01': 5}
+        """
+        self._require_free()
+        super().update(self._checked(dict(*entries, **more)))
+
+    def __ior__(self, other: Any) -> Counts:  # type: ignore[override,misc]
+        self.update(other)
+        return self
+
+    def setdefault(self, outcome: str, times: int = 0) -> int:  # type: ignore[override]
+        """Return the number of an outcome, after setting it where there is none. Errors as for `update`."""
+        if outcome not in self:
+            self[outcome] = times
+        return self[outcome]
+
+    def __delitem__(self, outcome: str) -> None:
+        self._require_free()
+        super().__delitem__(outcome)
+
+    def pop(self, outcome: str, *default: Any) -> Any:  # type: ignore[override]
+        """Take an outcome away and return its number, or the default if there is none. TypeError as for `update`."""
+        self._require_free()
+        return super().pop(outcome, *default)
+
+    def popitem(self) -> Tuple[str, int]:
+        """Take the last outcome away and return it with its number. TypeError as for `update`."""
+        self._require_free()
+        return super().popitem()
+
+    def clear(self) -> None:
+        """Take all outcomes away. TypeError as for `update`."""
+        self._require_free()
+        super().clear()
+
+    def _require_free(self) -> None:
+        if self._is_fixed:
+            raise TypeError("these counts belong to a result and do not change; their copy() does: result.counts.copy()")
+
+    def _checked(self, counts: Mapping[Any, Any]) -> Dict[str, int]:
+        """Return entries that may stand here; the first key of all tells how long the others are."""
+        length = self._n_bits
+        given = {_check.plain(key) if isinstance(key, str) else key: times for key, times in counts.items()}
+        for key in given:
+            if not isinstance(key, str):
+                raise TypeError(f"counts must have bit strings for keys, got {_check.show(key)}")
+            length = len(key) if length is None else length
+            if len(key) != length:
+                raise ValueError(f"counts must have keys of {length} characters, got {_check.show(key)}")
+            if key.strip("01"):
+                raise ValueError(f"counts must have keys of characters 0 and 1, got {_check.show(key)}")
+        checked = {key: _check.integer(given[key], f"counts[{_check.show(key)}]", 0, 2**63 - 1) for key in given}
+        self._n_bits = length
+        return checked
+
     def _repr_html_(self) -> str:
         from ._notebook import of_counts
 
         return of_counts(self)
 
     def __reduce__(self) -> Tuple[Any, ...]:
-        return _restored, (type(self), dict(self), self.n_bits)
+        return _restored, (type(self), dict(self), self._n_bits)
 
     def copy(self) -> Counts:
         """Return independent counts with the same content."""
-        return Counts(self, self.n_bits)
+        return Counts(self, self._n_bits)
 
     @property
     def n_bits(self) -> int:
         """Number of bits of an outcome."""
-        return len(next(iter(self))) if self else self._n_bits
+        return self._n_bits or 0
 
     @property
     def shots(self) -> int:
@@ -206,22 +286,6 @@ class Counts(Dict[str, int]):
         )
 
 
-def _restored(kind: Any, counts: Dict[str, int], n_bits: int) -> Counts:
+def _restored(kind: Any, counts: Dict[str, int], n_bits: Optional[int]) -> Counts:
     restored: Counts = kind(counts, n_bits)
     return restored
-
-
-def _length_of(keys: List[Any], n_bits: Optional[int]) -> int:
-    """Return the common length of the keys after checking all of them."""
-    for key in keys:
-        if not isinstance(key, str):
-            raise TypeError(f"counts must have bit strings for keys, got {_check.show(key)}")
-    length = len(keys[0]) if keys else 0
-    if n_bits is not None:
-        length = _check.integer(n_bits, "n_bits", minimum=0)
-    for key in keys:
-        if len(key) != length:
-            raise ValueError(f"counts must have keys of {length} characters, got {_check.show(key)}")
-        if key.strip("01"):
-            raise ValueError(f"counts must have keys of characters 0 and 1, got {_check.show(key)}")
-    return length
