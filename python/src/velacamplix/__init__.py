@@ -9,6 +9,7 @@
 
 from . import _waiting  # noqa: F401, I001  (the first to load the extension)
 from . import _processes  # noqa: F401  (fork becomes safe when the package is imported)
+from . import _circuit_definition, instruction
 from ._core import version as _version
 from ._circuit_definition import GateDefinition
 from ._expectations import Estimate
@@ -54,6 +55,10 @@ __all__ = [
     "refresh_threads",
     "run",
 ]
+
+# Named in annotations of modules that cannot import them: so `typing.get_type_hints` finds them.
+setattr(instruction, "GateDefinition", GateDefinition)
+setattr(_circuit_definition, "Circuit", Circuit)
 
 # That of the library which was loaded.
 __version__ = _version()

@@ -11,8 +11,9 @@ from __future__ import annotations
 import argparse
 import signal
 import sys
+import warnings
 from pathlib import Path
-from typing import List, Optional, Tuple
+from typing import Any, List, Optional, Tuple
 
 from . import Circuit, Observable, __version__, _check, _machine
 
@@ -64,6 +65,7 @@ def main(arguments: Optional[List[str]] = None) -> int:
     # example, that has seen enough.
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    warnings.showwarning = _warn
     options = _parser().parse_args(arguments)
     status: int = options.command(options)
     sys.stdout.flush()
@@ -271,6 +273,12 @@ def _bench(options: argparse.Namespace) -> int:
     else:
         bench.show(told)
     return 0
+
+
+def _warn(message: Any, *_: Any, **__: Any) -> None:
+    # One line, like an error; where in the package it arose is of no use here.
+    if sys.stderr is not None:
+        print(f"velacamplix: {message}", file=sys.stderr)
 
 
 def _fail(message: str, status: int) -> int:
