@@ -8,7 +8,7 @@ import math
 import os
 import sys
 import time
-from typing import Any, Callable, NamedTuple, Optional, Union
+from typing import Any, Callable, Iterator, NamedTuple, Optional, Union
 
 from . import _check
 from ._drive import INTERVAL
@@ -128,18 +128,27 @@ class _Bar:
     def __call__(self, progress: Progress) -> None:
         if self._shown is None and progress.seconds < self._quiet:
             return
-        # Standard error may be closed, full, or no stream at all. That is no reason to lose a run.
-        try:
+        with self._harmless():
             if self._shown is None:
                 self._shown = _first_available(progress)
             self._shown.show(progress)
-        except Exception:
-            self._shown = _Nothing()
 
     def close(self) -> None:
         if self._shown is not None:
-            with contextlib.suppress(Exception):
+            with self._harmless():
                 self._shown.close()
+
+    @contextlib.contextmanager
+    def _harmless(self) -> Iterator[None]:
+        # A standard error that is closed or full is no reason to lose a run; what a signal handler raises meanwhile,
+        # often a TimeoutError, which is an OSError without a number of the system, is one.
+        try:
+            yield
+        except (OSError, ValueError) as error:
+            is_closed = getattr(sys.stderr, "closed", True) and not isinstance(error, OSError)
+            if not is_closed and getattr(error, "errno", None) is None:
+                raise
+            self._shown = _Nothing()
 
 
 def _quiet_seconds() -> float:

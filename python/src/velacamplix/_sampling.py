@@ -3,12 +3,13 @@
 from __future__ import annotations
 
 import secrets
-from typing import Dict, Iterator, Optional, Tuple, Union
+from typing import Iterator, Optional, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _memory
 from ._annotations import Self
+from ._shots import Tally
 from ._state_part import Qubits, StatePart, bit_string, highest_first
 from .counts import Counts
 
@@ -71,8 +72,8 @@ class Sampling(StatePart):
         ([3, 3], [6, 6], [1, 1])
         """
         core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
-        # Besides the outcomes, the core sorts what it drew for at most 2**24 shots at a time.
-        _memory.require_bytes(8 * count + 16 * min(count, 2**24), f"an array of {count} shots")
+        # Besides the outcomes, the core sorts what it drew for a piece at a time.
+        _memory.require_bytes(8 * count + 16 * min(count, self._piece()), f"an array of {count} shots")
         outcomes: np.ndarray = np.zeros(count, dtype=np.uint64)
         if listed:  # the core takes an empty list for all qubits
             for start, stop in self._pieces(count):
@@ -106,13 +107,12 @@ class Sampling(StatePart):
         core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
         if not listed:
             return Counts({"": count} if count else {})
-        totals: Dict[int, int] = {}
+        total = Tally(len(listed))
         for start, stop in self._pieces(count):
-            piece: np.ndarray = np.empty(stop - start, dtype=np.uint64)
-            _core.sample(core, piece, listed)
-            for outcome, number in _tally(piece, len(listed)):
-                totals[outcome] = totals.get(outcome, 0) + number
-        return Counts.from_ints(totals, len(listed))
+            piece: np.ndarray = np.empty((stop - start, 1), dtype=np.uint64)
+            _core.sample(core, piece[:, 0], listed)
+            total.add(piece)
+        return total.counts()
 
     def measure(self, qubits: Optional[Qubits] = None, collapse: bool = False, order: str = "big") -> int:
         """Draw one outcome of the listed qubits.
@@ -199,20 +199,12 @@ class Sampling(StatePart):
             ) from None
         return self
 
+    def _piece(self) -> int:
+        # Each piece walks through the whole state, so it should not be much shorter than that. Sorting then takes no
+        # more memory than the state has.
+        return max(2**18, min(2**self._n_qubits // 4, 2**24))
+
     def _pieces(self, count: int) -> Iterator[Tuple[int, int]]:
-        # Each piece walks through the whole state, so it should not be shorter than that; between two of them
-        # Ctrl-C is heard.
-        length = max(2**22, min(2**self._n_qubits, 2**25))
-        for start in range(0, count, length):
-            yield start, min(start + length, count)
-
-
-def _tally(outcomes: np.ndarray, n_qubits: int) -> Iterator[Tuple[int, int]]:
-    if 2**n_qubits <= 4 * len(outcomes):
-        # A counter for every possible outcome is cheaper than sorting.
-        every = np.bincount(outcomes.view(np.int64))
-        found = np.flatnonzero(every)
-        numbers = every[found]
-    else:
-        found, numbers = np.unique(outcomes, return_counts=True)
-    return zip(found.tolist(), numbers.tolist())
+        # Between two of them Ctrl-C is heard.
+        for start in range(0, count, self._piece()):
+            yield start, min(start + self._piece(), count)
