@@ -41,7 +41,7 @@ def test_a_circuit_from_standard_input():
         (HEADER + "qreg q[2];\nfoo q[0];\n", "velacamplix: <standard input>:4:1:"),
         ("", "velacamplix: <standard input>:1:1:"),
         ("ghz.qasm", "velacamplix: <standard input>:"),
-        (b"\xff\xfe\x00", "velacamplix: <standard input>: not a text in UTF-8: invalid start byte at byte 0"),
+        (b"\xff\xfe\x00", "velacamplix: <standard input>:1:1: unexpected character '\N{REPLACEMENT CHARACTER}'"),
     ],
 )
 def test_mistakes_on_standard_input(text, words):

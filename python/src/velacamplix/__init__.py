@@ -7,7 +7,8 @@
 [0.5, 0.0, 0.0, 0.5]
 """
 
-from . import _waiting  # noqa: F401, I001  (the first to load the extension)
+from . import _stacks  # noqa: F401, I001  (before the extension)
+from . import _waiting  # noqa: F401  (the first to load the extension)
 from . import _processes  # noqa: F401  (fork becomes safe when the package is imported)
 from . import _circuit_definition, instruction
 from ._core import version as _version
