@@ -56,7 +56,7 @@ def test_most_likely():
 
 
 def test_marginals_are_counts_of_fewer_qubits():
-    state = StateVector(6, seed=3).reset("++++++").ry(0.4, 2)
+    state = StateVector(6, seed=3).set_basis_state("++++++").ry(0.4, 2)
     all_six = state.counts(3000)
     state.seed = 3
     some = state.counts(3000, [4, 2, 0])  # other shots, but both are fair

@@ -144,7 +144,7 @@ class Loading(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("1++").phase_oracle(["10"], qubits=[0, 2])
+        >>> state = StateVector(3).set_basis_state("1++").phase_oracle(["10"], qubits=[0, 2])
         >>> {outcome: round(amplitude.real, 6) for outcome, amplitude in state.to_dict().items()}
         {'100': -0.5, '101': 0.5, '110': -0.5, '111': 0.5}
         """

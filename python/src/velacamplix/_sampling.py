@@ -33,7 +33,7 @@ class Sampling(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(4, seed=7).reset("++++")
+        >>> state = StateVector(4, seed=7).set_basis_state("++++")
         >>> first = state.sample(5)
         >>> state.seed = 7
         >>> bool((state.sample(5) == first).all())
@@ -80,7 +80,7 @@ class Sampling(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("011")
+        >>> state = StateVector(3).set_basis_state("011")
         >>> state.sample(2).tolist(), state.sample(2, order="little").tolist(), state.sample(2, [0, 2]).tolist()
         ([3, 3], [6, 6], [1, 1])
         """

@@ -36,6 +36,7 @@ def run(
     initial: InitialLike = None,
     progress: ProgressLike = None,
     fusion: bool = False,
+    initial_order: Optional[str] = None,
 ) -> Result:
     """Run a circuit.
 
@@ -56,8 +57,8 @@ def run(
         Y on a qubit that is measured at the end counts 0, and a UserWarning says so; leave the measurement away for the
         value before it. If outcomes in the middle of the circuit differ, the mean over the shots.
     initial : int, str, array_like of shape (2**n_qubits,) or StateVector, optional
-        The state to begin with, as `StateVector.reset` takes it, qubit 0 leftmost; or a state, which is copied. By
-        default all qubits are 0.
+        The state to begin with: a number or a text as `StateVector.set_basis_state` takes it, amplitudes as
+        `StateVector.set_state` takes them, or a state, which is copied. By default all qubits are 0.
     progress : None, bool or callable
         True shows a bar on standard error once a second has passed. A function is called with a `Progress`, at most
         every 50 ms, and once at the end; what it returns is ignored, an exception ends the run.
@@ -65,6 +66,10 @@ def run(
         Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
         rounding. The bits then follow from the circuit, its number of qubits and the precision; neither the number of
         threads nor the processor's caches change them.
+    initial_order : {"big", "little"}, optional
+        Whether qubit 0 is the highest bit of the number, text or index that `initial` is, or the lowest. By default the
+        highest of a number or text, and the lowest of an index, as in `StateVector.array`; an array without it gives a
+        FutureWarning, in this version only, where the two would be different states.
 
     Returns
     -------
@@ -109,7 +114,7 @@ def run(
         _thread_count(threads),
         _check.precision(precision),
         None if observables is None else _observed.checked(observables, circuit.n_qubits),
-        Start(initial, circuit.n_qubits),
+        Start(initial, circuit.n_qubits, initial_order),
         progress,
     )
     checked_progress(progress)
