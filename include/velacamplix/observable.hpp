@@ -89,7 +89,8 @@ VELACAMPLIX_API std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(
                                                                                 unsigned long shots, Engine& rng,
                                                                                 int nthreads);
 
-// evaluate_term for every term, each in its own measurement basis; the state comes back up to rounding.
+// evaluate_term for every term, each in its own measurement basis; the state comes back up to rounding, also when
+// memory runs out (std::bad_alloc), and the engine then stands where it stood.
 template <class T, class Engine>
 VELACAMPLIX_API std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(
     thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<T>>& terms, unsigned long shots, Engine& rng,

@@ -2,6 +2,7 @@
 
 #include "failing_allocations.hpp"
 
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
@@ -36,6 +37,11 @@ struct ArrayLog {
     bool refuses = false;
     std::vector<WatchedArrays::Event> events;
 } arrays;
+
+struct PageScript {
+    unsigned int bytes = 0;  // 0: not active
+    std::vector<ScriptedPages::Advice> advice;
+} pages;
 
 }  // namespace
 
@@ -75,6 +81,10 @@ std::string WatchedArrays::order() const {
     }
     return text;
 }
+
+ScriptedPages::ScriptedPages(unsigned int bytes) { pages = {bytes, {}}; }
+ScriptedPages::~ScriptedPages() { pages = {}; }
+const std::vector<ScriptedPages::Advice>& ScriptedPages::advice() const { return pages.advice; }
 
 namespace {
 
@@ -124,6 +134,16 @@ extern "C" int sysinfo(struct sysinfo* info) noexcept {
 extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned int flags) {
     if (support::entropy.active) return support::answer_entropy(buffer, length, flags);
     return syscall(SYS_getrandom, buffer, length, flags);
+}
+
+extern "C" int getpagesize() noexcept {
+    return static_cast<int>(support::pages.bytes != 0 ? support::pages.bytes : sysconf(_SC_PAGESIZE));
+}
+
+extern "C" int madvise(void* begin, size_t bytes, int advice) noexcept {
+    if (support::pages.bytes == 0) return static_cast<int>(syscall(SYS_madvise, begin, bytes, advice));
+    support::pages.advice.push_back({reinterpret_cast<unsigned long>(begin), bytes, advice});
+    return 0;
 }
 
 void* operator new[](std::size_t bytes, std::align_val_t alignment) {
