@@ -13,9 +13,8 @@ namespace pbamplix::cpu {
 
 using namespace velacamplix;
 
-// Hidden: its members have no place among the shared library's symbols.
 template <class T>
-struct [[gnu::visibility("hidden")]] program<T>::implementation {
+struct program<T>::implementation {
     unsigned int nqubits;
     std::vector<gates::operation<T>> operations;
     bool fusion = false;
