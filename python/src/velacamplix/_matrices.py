@@ -2,15 +2,13 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any
+from typing import Any
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _machine, _memory
+from ._annotations import Self
 from ._state_part import Qubits, StatePart, highest_first
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 _LARGEST_SINGLE = float(np.finfo(np.float32).max)
 
@@ -47,6 +45,10 @@ class MatrixGates(StatePart):
             unitary, or qubits repeat.
         MemoryError
             If the working copies of the matrix, one per thread, do not fit.
+
+        Notes
+        -----
+        Ctrl-C is heard behind the sweep over the state, which takes 2**k multiplications per amplitude.
 
         Examples
         --------
