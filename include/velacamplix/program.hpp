@@ -94,7 +94,8 @@ public:
     unsigned long run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook = {});
 
 private:
-    struct implementation;
+    // Hidden here, where every compiler looks: its members have no place among the shared library's symbols.
+    struct [[gnu::visibility("hidden")]] implementation;
     std::unique_ptr<implementation> self;
 };
 

@@ -59,9 +59,8 @@ void check_entries(const std::string& gate, std::size_t entries, std::size_t qub
 
 }  // namespace
 
-// Hidden: its members have no place among the shared library's symbols.
 template <class T>
-struct [[gnu::visibility("hidden")]] program<T>::implementation {
+struct program<T>::implementation {
     unsigned int nqubits;
     std::vector<gates::operation<T>> operations;
     bool fusion = false;

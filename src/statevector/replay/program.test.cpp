@@ -319,8 +319,8 @@ template <class T>
 double error(const StateVector<T>& expected, const StateVector<T>& got) {
     double difference = 0, length = 0;
     for (unsigned long i = 0; i < expected.size; ++i) {
-        const C<double> e(expected.amplitudes[i].real(), expected.amplitudes[i].imag());
-        const C<double> g(got.amplitudes[i].real(), got.amplitudes[i].imag());
+        const C<double> e(expected.amplitudes[i]);
+        const C<double> g(got.amplitudes[i]);
         difference += thrust::norm(g - e);
         length += thrust::norm(e);
     }
