@@ -1,5 +1,6 @@
 #pragma once
 
+#include "interpreter_lock.hpp"
 #include "turn.hpp"
 
 #include <velacamplix/velacamplix.hpp>
@@ -38,7 +39,7 @@ public:
 
     template <class Work>
     decltype(auto) with_state(Work&& work) {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
         // Another thread may have released the array since Python looked.
         if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
@@ -47,7 +48,7 @@ public:
 
     // False when a view forbids it. Releasing twice is allowed.
     bool release() {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
         if (views_ != 0) return false;
         state_.release_memory();
@@ -91,7 +92,7 @@ pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<T>>> precise(
     return {{state.amplitudes.get(), state.nqubits, state.size}};
 }
 
-// Shots: of a double state by the plain rule, of a single one as shares of a total that need not be quite 1.
+// What shots are drawn from: of a single state, whose total is never quite 1, always as shares of it.
 template <class T>
 auto drawn_from(const pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state) {
     if constexpr (std::is_same_v<T, double>) {

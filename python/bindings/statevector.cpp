@@ -118,7 +118,7 @@ void bind_one_statevector(py::module_& module, const char* name) {
     py::class_<HeldState<T>, std::shared_ptr<HeldState<T>>> type(module, name);
 
     type.def(py::init([](unsigned int nqubits) {
-                 const py::gil_scoped_release unlocked;
+                 const Unlocked unlocked;
                  return std::make_shared<HeldState<T>>(nqubits);
              }),
              py::arg("n"))

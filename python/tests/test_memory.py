@@ -70,7 +70,8 @@ def test_the_refusal_prints_nothing_and_the_library_is_not_asked():
 def test_the_core_refuses_too(n):
     code = f"import velacamplix._core as core\ntry: core.StateVectorDouble({n})\nexcept MemoryError: print('refused')"
     ended = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
-    assert ended.returncode == 0 and ended.stdout.endswith("refused\n"), ended
+    # The library's own message and Python's line have buffers of their own; which comes first depends on the terminal.
+    assert ended.returncode == 0 and "refused\n" in ended.stdout, ended
 
 
 def test_a_refusal_of_the_system_itself_is_a_clear_error():

@@ -1,5 +1,6 @@
 """Forked and spawned processes, threads that share a state, and many runs in a loop: nothing hangs, leaks or mixes."""
 
+import importlib.util
 import os
 import pickle
 import subprocess
@@ -239,6 +240,83 @@ def test_release_while_others_work():
         for worker in workers:
             worker.join(30)
         assert len(errors) == 2 and all("released" in error for error in errors)
+
+
+# The end of the interpreter
+
+ENDINGS = """
+import os, sys, threading, time
+from velacamplix import Circuit, StateVector, run
+
+circuit = Circuit(14)
+for layer in range(30):
+    for qubit in range(14):
+        circuit.h(qubit)
+
+def gates():
+    state = StateVector(16, threads=2)
+    while True:
+        begun.set()
+        state.h(0)
+
+def readout():
+    state = StateVector(14, threads=2)
+    while True:
+        begun.set()
+        state.h(0).sample(100), state.norm(), state.copy(), state.array, state.to_dict(0.5)
+
+def runs():
+    while True:
+        run(circuit, shots=10, threads=2)
+        begun.set()
+
+def watched_runs():
+    def watch(progress):
+        begun.set()
+        time.sleep(0.001)
+    while True:
+        run(circuit, progress=watch, threads=2)
+
+ends = []
+for repetition in range(5):
+    begun = threading.Event()
+    child = os.fork()
+    if child == 0:
+        for thread in range(2):
+            threading.Thread(target=%s, daemon=True).start()
+        begun.wait()
+        time.sleep(0.005 * repetition)
+        sys.exit()
+    ends.append(os.waitpid(child, 0)[1])
+print(ends)
+"""
+
+
+@pytest.mark.parametrize("work", ["gates", "readout", "runs", "watched_runs"])
+def test_threads_that_compute_while_the_interpreter_ends(work):
+    ended = subprocess.run([sys.executable, "-c", ENDINGS % work], capture_output=True, text=True, timeout=120)
+    assert (ended.returncode, ended.stdout, ended.stderr) == (0, f"{[0] * 5}\n", "")
+
+
+# Interpreters beside the main one
+
+WITHIN = """
+try:
+    import velacamplix
+except ImportError as error:
+    print(error, flush=True)
+"""
+
+
+@pytest.mark.parametrize("first", ["", "import velacamplix\n"])
+def test_a_subinterpreter_is_refused(first):
+    module = next(filter(importlib.util.find_spec, ["_interpreters", "_xxsubinterpreters"]), None)
+    if module is None:
+        pytest.skip("this Python has no module that makes subinterpreters")
+    code = f"{first}import {module} as interpreters\ninterpreters.run_string(interpreters.create(), {WITHIN!r})\n"
+    ended = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=60)
+    assert ended.returncode == 0 and ended.stderr == "", ended
+    assert "subinterpreter" in ended.stdout
 
 
 # Many runs

@@ -286,7 +286,7 @@ def test_layout_does_not_change_a_random_program(seed):
 
 def test_no_blanks_where_none_are_needed():
     assert steps("qreg q[2];creg c[2];rx(.5)q[0];cx q[0],q[1];measure q->c;if(c==1)x q;") == [
-        "RX(0.5) 0", "CNOT 0,1", "measure 0,1 -> 0,1", "X 0 if c[0, 1] == 1", "X 1 if c[0, 1] == 1",
+        "RX(0.5) 0", "CNOT 0,1", "measure 0,1 -> 0,1", 'X 0 if c[0, 1] == "10"', 'X 1 if c[0, 1] == "10"',
     ]  # fmt: skip
 
 

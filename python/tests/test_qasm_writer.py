@@ -10,7 +10,7 @@ import numpy_simulator
 import pytest
 from qasm_texts import HEADER, random_program
 
-from velacamplix import Circuit, GateDefinition, Instruction, Parameter, Register
+from velacamplix import Circuit, Condition, GateDefinition, Instruction, Parameter, Register
 from velacamplix._circuit_composites import COMPOSITES
 from velacamplix.instruction import GATES
 from velacamplix.qasm import read_qasm
@@ -226,7 +226,9 @@ REFUSED = {
         Circuit(1).gate(GateDefinition("g", Circuit(1).matrix([[0, 1], [1, 0]], 0)), 0), r"gate 'g' \(matrix\[2x2\] 0\) cannot be written"),
     "too many controls": (Circuit(10).x(0, controls=range(1, 10)), "instruction 0 .*more than 8 controls"),
     "condition on a bit": (conditioned(1, 1, lambda c: c.x(0)), r"instruction 0 \(X 0 if c\[1\] == 1\).*register of their own"),
-    "condition on bits turned round": (conditioned([1, 0], 1, lambda c: c.x(0)), "register of their own"),
+    "condition on some of the bits": (conditioned([0, 2], "10", lambda c: c.x(0), 3), r'if c\[0, 2\] == "10".*register of their own'),
+    "condition on bits turned round": (
+        Circuit(1, 2).append(Instruction("X", (0,), condition=Condition((1, 0), 1))), "register of their own"),
     "measurement that changes its condition": (
         conditioned("c", 1, lambda c: c.measure([0, 1], [1, 0])), "first would change what the others depend on"),
     "name of a register": (Circuit(1, registers=[Register("Q", "quantum", 0, 1)]), "register 'Q' cannot be written.*small letter"),

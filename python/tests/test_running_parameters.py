@@ -146,6 +146,21 @@ def test_programs_go_with_their_template():
     assert len(_prepare._kept) == before
 
 
+def test_of_many_circumstances_the_last_few_are_kept(compilations):
+    template = ansatz(6, 1)
+    bound = template.bind(values_for(template, 1))
+    for start in range(40):
+        run(bound, initial=start)
+    assert len(_prepare._kept[bound._template]) == _prepare._MOST_KEPT and len(compilations) == 40
+    for start in range(40 - _prepare._MOST_KEPT, 40):
+        run(template.bind(values_for(template, start)), initial=start)
+    assert len(compilations) == 40
+    # The one that was used longest ago gives way.
+    run(bound, initial=0)
+    run(bound, initial=39)
+    assert len(compilations) == 41
+
+
 # Fusion
 
 

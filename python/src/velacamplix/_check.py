@@ -272,7 +272,9 @@ def _is_scalar(value: Any) -> bool:
 
 def _range_words(minimum: Optional[int], maximum: Optional[int]) -> str:
     if minimum is not None and maximum is not None:
-        return f"an integer from {digits(minimum)} to {digits(maximum)}"
+        # Python refuses to write thousands of digits; bounds of that size are of so many bits.
+        most = str(maximum) if maximum.bit_length() < 200 else f"2**{maximum.bit_length()} - 1"
+        return f"an integer from {digits(minimum)} to {most}"
     if minimum is not None:
         return f"an integer of at least {digits(minimum)}"
     if maximum is not None:

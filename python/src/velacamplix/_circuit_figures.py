@@ -4,14 +4,12 @@ from __future__ import annotations
 
 import os
 from collections import Counter
-from typing import TYPE_CHECKING, Dict, Iterator, List, Optional, Tuple, Union
+from typing import Any, Dict, Iterator, List, Optional, Tuple, Union
 
 from . import _check, _check_readout
+from ._annotations import Self
 from .drawing import Drawing, draw
 from .instruction import Instruction, Register
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class Figures:
@@ -157,6 +155,9 @@ class Figures:
     def from_qasm(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
         """Read an OpenQASM 2 program.
 
+        Called on a class that inherits, it makes an object of that class, whose constructor must take what that of
+        `Circuit` takes; so does `from_qasm3`.
+
         Parameters
         ----------
         path_or_text : str or path
@@ -184,7 +185,7 @@ class Figures:
         """
         from .qasm import read_qasm
 
-        return read_qasm(path_or_text)  # type: ignore[return-value]
+        return cls._of(read_qasm(path_or_text))
 
     @classmethod
     def from_qasm3(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
@@ -218,7 +219,15 @@ class Figures:
         """
         from .qasm.version3 import read_qasm3
 
-        return read_qasm3(path_or_text)  # type: ignore[return-value]
+        return cls._of(read_qasm3(path_or_text))
+
+    @classmethod
+    def _of(cls, circuit: Any) -> Self:
+        """Return a circuit that was read as one of this class, whose constructor takes what that of `Circuit` does."""
+        if type(circuit) is cls:
+            return circuit
+        made: Any = cls(circuit.n_qubits, circuit.n_clbits, registers=circuit.registers)  # type: ignore[call-arg]
+        return made.compose(circuit)
 
 
 def _counted_name(step: Instruction) -> str:

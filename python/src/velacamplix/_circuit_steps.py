@@ -2,14 +2,14 @@
 
 from __future__ import annotations
 
+import warnings
 from contextlib import contextmanager
-from typing import TYPE_CHECKING, Iterator, Optional, Sequence, Tuple, Union
+from typing import Iterator, Optional, Sequence, Tuple, Union
 
 from . import _check
+from ._annotations import Self
+from ._state_part import bit_string
 from .instruction import Condition, Register
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class StepMethods:
@@ -112,16 +112,18 @@ class StepMethods:
 
     @contextmanager
     def when(
-        self, clbits: Union[str, int, Sequence[int]], value: int
+        self, clbits: Union[str, int, Sequence[int]], value: Union[int, str]
     ) -> Iterator[Self]:
         """Let all instructions added inside act only if classical bits hold `value`.
 
         Parameters
         ----------
         clbits : str, int or sequence of int
-            Name of a classical register, a bit, or bits from the lowest up.
-        value : int
-            From 0 to ``2**k - 1`` for k bits.
+            Name of a classical register, a bit, or a list of distinct bits.
+        value : int or str
+            A text has one character 0 or 1 per bit, in the order listed; that of a register begins with its bit 0, as
+            the keys of counts do. A number goes from 0 to ``2**k - 1`` for k bits: of a list the first bit is the most
+            significant, as everywhere; a register's number has its bit 0 lowest, as OpenQASM reads it.
 
         Raises
         ------
@@ -131,6 +133,12 @@ class StepMethods:
             If a bit or the value is of the wrong kind or out of range, or if
             the call stands inside another `when`.
 
+        Warns
+        -----
+        FutureWarning
+            In this version only, where a number for a list meant something else in 0.1, which took the first bit for
+            the least significant. A text says it without a warning.
+
         Examples
         --------
         >>> from velacamplix.circuit import Circuit
@@ -139,12 +147,20 @@ class StepMethods:
         ...     _ = circuit.x(1)
         >>> print(circuit[-1])
         X 1 if c[0] == 1
+        >>> circuit = Circuit(3, 2).measure([0, 1], [0, 1])
+        >>> with circuit.when([0, 1], "10"):            # bit 0 is 1 and bit 1 is 0; when("c", 1) is the same
+        ...     _ = circuit.x(2)
+        >>> print(circuit[-1])
+        X 2 if c[0, 1] == "10"
         """
         if self._condition is not None:
             raise ValueError("when() cannot stand inside another when(): join the bits in one call")
         bits = self._classical_bits(clbits)
-        wanted = _check.integer(value, "value", minimum=0, maximum=2 ** len(bits) - 1)
-        self._condition = Condition(bits, wanted)
+        held = _held(value, clbits, bits)
+        # In increasing order, so that one wish is one condition, however it was written.
+        order = sorted(range(len(bits)), key=bits.__getitem__, reverse=True)
+        number = int("".join([held[place] for place in order]) or "0", 2)
+        self._condition = Condition(tuple([bits[place] for place in reversed(order)]), number)
         try:
             yield self
         finally:
@@ -159,3 +175,27 @@ class StepMethods:
                 return tuple(register.bits)
         names = [register.name for register in self._registers if register.kind == "classical"]
         raise KeyError(f"clbits must name a classical register, one of {_check.show(names)}, got {_check.show(clbits)}")
+
+
+def _held(value: Union[int, str], clbits: Union[str, int, Sequence[int]], bits: Tuple[int, ...]) -> str:
+    """Return what each of the checked bits must be, as a text in their order."""
+    if isinstance(value, str):
+        if len(value) != len(bits) or value.strip("01"):
+            raise ValueError(
+                f"value must be a text of {len(bits)} characters 0 and 1, one per bit, got {_check.show(value)}"
+            )
+        return value
+    number = _check.integer(value, "value", minimum=0, maximum=2 ** len(bits) - 1)
+    first_highest = bit_string(number, len(bits))
+    first_lowest = first_highest[::-1]
+    if isinstance(clbits, str):
+        return first_lowest
+    if first_highest != first_lowest:
+        warnings.warn(
+            f"value {_check.show(number)} for a list of bits now has the first of them, bit {bits[0]}, as the most "
+            "significant, which was the least significant in 0.1. Give it as a text, one character per bit in the order "
+            f"listed: {_check.show(first_highest)} is what the number means now, {_check.show(first_lowest)} what it meant",
+            FutureWarning,
+            stacklevel=4,
+        )
+    return first_highest

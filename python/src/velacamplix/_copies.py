@@ -3,15 +3,13 @@
 from __future__ import annotations
 
 from copy import deepcopy
-from typing import TYPE_CHECKING, Any, Dict, Tuple
+from typing import Any, Dict, Tuple
 
 import numpy as np
 
 from . import _core, _machine
+from ._annotations import Self
 from ._exports import Exports
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 # What `_start` sets.
 _OWN = frozenset({"_n_qubits", "_precision", "_threads", "_amplitude_type", "_core"})

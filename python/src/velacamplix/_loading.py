@@ -2,15 +2,13 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Iterable, Sequence, Tuple, Union
+from typing import Any, Iterable, Sequence, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_data, _core, _memory
+from ._annotations import Self
 from ._state_part import Qubits, StatePart, highest_first
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 # What a register may hold besides 0 before it is written to: no more than rounding leaves there.
 _ROUNDING = 1e-5

@@ -17,8 +17,10 @@ from .instruction import Instruction
 # Gates whose one angle can be replaced within a program.
 _ANGLED = frozenset({"RX", "RY", "RZ", "PH"})
 
-# Of every template, what was prepared for it under which circumstances. Whoever runs takes it out and puts it back, so
-# that no program is run twice at a time.
+# Of every template, the few preparations that were used last, by their circumstances; the oldest gives way to a new one,
+# and all go with the template, which lives as long as the circuits bound from it and the one they were bound from.
+# Whoever runs takes one out and puts it back, so that no program is run twice at a time.
+_MOST_KEPT = 8
 _kept: WeakKeyDictionary[Template, Dict[Hashable, Prepared]] = WeakKeyDictionary()
 
 
@@ -144,6 +146,8 @@ def prepared(circuit: Circuit, circumstances: Hashable, make: Callable[[], Prepa
     finally:
         if found is not None and found.can_be_bound:
             kept[circumstances] = found
+            for oldest in list(kept)[:-_MOST_KEPT]:
+                kept.pop(oldest, None)
 
 
 def for_state(circuit: Circuit, n_qubits: int, precision: str, fusion: bool) -> Prepared:

@@ -3,16 +3,14 @@
 from __future__ import annotations
 
 import secrets
-from typing import TYPE_CHECKING, Dict, Iterator, Optional, Tuple, Union
+from typing import Dict, Iterator, Optional, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _memory
+from ._annotations import Self
 from ._state_part import Qubits, StatePart, bit_string, highest_first
 from .counts import Counts
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class Sampling(StatePart):

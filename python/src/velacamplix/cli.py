@@ -71,8 +71,11 @@ def main(arguments: Optional[List[str]] = None) -> int:
         return _fail("standard output is closed", FAILED)
     try:
         try:
-            options = _parser().parse_args(arguments)
-            status: int = options.command(options)
+            with warnings.catch_warnings():
+                warnings.simplefilter("default")
+                warnings.showwarning = _warn
+                options = _parser().parse_args(arguments)
+                status: int = options.command(options)
         finally:
             sys.stdout.flush()
     except OSError as error:
@@ -307,6 +310,11 @@ def _bench(options: argparse.Namespace) -> int:
     else:
         bench.show(told)
     return 0
+
+
+def _warn(message: Any, *_: Any, **__: Any) -> None:
+    # One line, like an error; where in the package it arose is of no use here.
+    _streams.tell(str(message))
 
 
 def _fail(message: str, status: int) -> int:

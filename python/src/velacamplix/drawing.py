@@ -6,7 +6,7 @@ import shutil
 from typing import Dict, List, NamedTuple, Optional, Sequence, Tuple
 
 from . import _check
-from .instruction import Instruction, Register
+from .instruction import Instruction, Register, spelled
 
 __all__ = ["Drawing", "draw"]
 
@@ -163,7 +163,7 @@ def _condition(step: Instruction, registers: Sequence[Register], clbits: Dict[in
     for register in registers:
         if register.kind == "classical" and tuple(register.bits) == bits:
             return f" if {register.name}=={_check.digits(step.condition.value)}"
-    return _shortened(f" if {','.join(clbits[bit] for bit in bits)}") + f"=={_check.digits(step.condition.value)}"
+    return _shortened(f" if {','.join(clbits[bit] for bit in bits)}") + f"=={_shortened(spelled(step.condition))}"
 
 
 def _boxed(text: str, marks: Characters) -> str:

@@ -42,7 +42,7 @@ class Observable:
     ------
     TypeError, ValueError
         If a coefficient is no finite number, a letter is unknown, a qubit is named twice in a term or is not from 0 to
-        63, or a text is malformed; then the message tells the position.
+        65535, or a text is malformed; then the message tells the position.
 
     Examples
     --------
@@ -186,8 +186,10 @@ class Observable:
     # For the core
 
     def compiled(self) -> _core.Observable:
-        """Return the core's form, made once; it serves states of both precisions."""
+        """Return the core's form, made once; it serves states of both precisions, which have fewer than 64 qubits."""
         if self._compiled is None:
+            if self._n_qubits > 64:
+                raise ValueError(f"observable must act on qubits below 64, got one on qubit {self._n_qubits - 1}")
             self._compiled = _core.Observable(
                 [term.coefficient for term in self._terms],
                 [_mask(term, "XY") for term in self._terms],

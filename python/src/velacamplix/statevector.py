@@ -248,7 +248,8 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
             most every 50 ms, and once at the end. It must not use this object; what it returns is ignored.
         fusion : bool
             Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
-            rounding.
+            rounding. The bits then follow from the circuit, the state's number of qubits and the precision; neither the
+            number of threads nor the processor's caches change them.
 
         Raises
         ------

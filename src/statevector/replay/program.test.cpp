@@ -294,15 +294,24 @@ TYPED_TEST(fused_run, leaves_matrices_that_are_not_unitary_as_they_are) {
     }
 }
 
-TYPED_TEST(fused_run, gives_the_same_bits_for_every_number_of_threads) {
+TYPED_TEST(fused_run, gives_the_same_plan_and_bits_for_every_number_of_threads) {
     const auto start = random_state<TypeParam>(17, Values::ordinary);
     Recorder<TypeParam> recorder(17, 3, Recorder<TypeParam>::unitary);
     for (int gate = 0; gate < 200; ++gate) recorder.random_gate();
     recorder.list.set_fusion(true);
-    LoadedVector<TypeParam> one(start, 1), seven(start, 7);
+    LoadedVector<TypeParam> one(start, 1);
     recorder.list.run(one);
-    recorder.list.run(seven);
-    EXPECT_TRUE(equal_states(one, seven));
+    const auto planned = recorder.list.plan(17, 1);
+    for (const int threads : {2, 7, 8}) {
+        LoadedVector<TypeParam> several(start, threads);
+        recorder.list.run(several);
+        EXPECT_TRUE(equal_states(one, several)) << threads << " threads";
+        const auto& plan = recorder.list.plan(17, threads);
+        ASSERT_EQ(plan.passes.size(), planned.passes.size()) << threads << " threads";
+        for (std::size_t i = 0; i < plan.passes.size(); ++i) {
+            EXPECT_EQ(plan.passes[i].local_qubits, planned.passes[i].local_qubits) << threads << " threads, pass " << i;
+        }
+    }
 }
 
 // Each single gate alone, and each pair on the same and on different qubits: every way to rewrite is met.
