@@ -43,7 +43,7 @@ from velacamplix import (
     Term,
     run,
 )
-from velacamplix import _check_circuit
+from velacamplix import _check, _check_circuit
 
 # What a call may raise, whatever it is given. AttributeError: a property that cannot be set.
 DOCUMENTED = (TypeError, ValueError, IndexError, KeyError, MemoryError, BufferError, RuntimeError, OSError, AttributeError)
@@ -287,7 +287,8 @@ class Session:
         for item in (*listed, *named.values(), owner):
             if isinstance(item, StateVector) and ("check" in named or name in ("run", "matrix", "__setstate__")):
                 self.note_norm(item)
-        self.log.append(f"{type(owner).__name__ if owner is not None else ''}.{name}")
+        shown = [_check.show(item) for item in listed] + [f"{word}={_check.show(item)}" for word, item in named.items()]
+        self.log.append(f"{'' if owner is None else type(owner).__name__ + '.'}{name}({', '.join(shown)})")
         before = None if owner is None else held(owner)
         self.acted = False
         try:
@@ -319,7 +320,7 @@ class Session:
         return lambda: function(owner)
 
     def property_of(self, owner, name):
-        if self.rng.random() < 0.7:
+        if self.rng.random() < 0.7 or not isinstance(getattr(type(owner), name, None), property):
             return lambda: getattr(owner, name)
         return lambda value=None: setattr(owner, name, value)
 
@@ -336,7 +337,8 @@ def _restored(item):
 
 
 SPECIAL_CALLS = {
-    "repr": repr, "str": str, "copy": copy.copy, "deepcopy": copy.deepcopy, "pickle": _restored,
+    "repr": lambda item: repr(item), "str": lambda item: str(item), "copy": lambda item: copy.copy(item),
+    "deepcopy": lambda item: copy.deepcopy(item), "pickle": lambda item: _restored(item),
     "eq": lambda item, other: item == other, "hash": lambda item: hash(item), "len": lambda item: len(item),
     "list": lambda item: list(itertools.islice(iter(item), 1000)), "item": lambda item, other: item[other],
     "add": lambda item, other: item + other, "mul": lambda item, other: item * other, "contains": lambda item, other: other in item,
@@ -393,7 +395,7 @@ def one_session(seed):
             session.one_call()
             session.check()
     except BaseException:
-        print(f"calls: {', '.join(session.log)}", file=sys.stderr)
+        print("calls:", *session.log, sep="\n    ", file=sys.stderr)
         raise
 
 
