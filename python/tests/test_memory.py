@@ -284,9 +284,9 @@ def test_max_qubits_where_nothing_fits(monkeypatch):
         (lambda state: state.to_dict(), 400, "a dictionary of 1 entries needs 400 bytes"),
         (lambda state: state.distribution_dict([0]), 800, "a dictionary of 2 entries needs 800 bytes"),
         (lambda state: state.estimate("X0 Z1 Y2", 10), 64, "the table of outcomes of a term on 3 qubits needs 64"),
-        (lambda state: state.reset(np.eye(8)[0]), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
-        (lambda state: state.reset(np.eye(8)[0], order="little"), 64, "a copy of the amplitudes of 3 qubits needs 64"),
-        (lambda state: state.reset(state.array), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.set_state(np.eye(8)[0], order="big"), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.set_state(np.eye(8)[0], order="little"), 64, "a copy of the amplitudes of 3 qubits needs 64"),
+        (lambda state: state.set_state(state.array), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
         (lambda state: state.prepare(np.eye(8)[0], [0, 1, 2]), 128, "a copy of the data of 3 qubits needs 128 bytes"),
     ],
 )
@@ -312,7 +312,7 @@ def test_amplitudes_of_the_right_type_are_read_where_they_are(order, monkeypatch
     monkeypatch.setattr(_memory, "SMALL_BYTES", 0)
     monkeypatch.setattr(_machine, "memory", lambda root="/": _machine.Memory(free=0, available=0, limit=None))
     given = np.eye(8, dtype=np.complex64)[4]
-    assert state.reset(given, order).array[{"big": 1, "little": 4}[order]] == 1
+    assert state.set_state(given, order).array[{"big": 1, "little": 4}[order]] == 1
 
 
 # A real control group

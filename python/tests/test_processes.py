@@ -120,7 +120,7 @@ def test_fork_while_another_thread_uses_the_state():
 
 
 def counts_of(seed):
-    return StateVector(N, threads=2, seed=seed).reset("+" * N).counts(50)
+    return StateVector(N, threads=2, seed=seed).set_basis_state("+" * N).counts(50)
 
 
 def counts_of_circuit(circuit):
@@ -160,7 +160,7 @@ def test_what_else_is_pickled():
 
 @pytest.mark.parametrize("precision", ["double", "single"])
 def test_two_threads_on_one_state_take_turns(precision):
-    state = StateVector(N, precision, threads=2).reset(random_state(N, 4), order="little")
+    state = StateVector(N, precision, threads=2).set_state(random_state(N, 4), order="little")
     # An even number of whole gates ends where it began; a half-done gate in between would not.
     expected = state.copy()
     for _ in range(40):
@@ -189,7 +189,7 @@ def test_setting_amplitudes_waits_for_its_turn(order):
     try:
         for _ in range(20):
             # Whole gates before and after: one amplitude is left, all others are zero.
-            state.reset(ones, order)
+            state.set_state(ones, order)
             assert state.norm() == 1 and len(state.to_dict()) == 1
     finally:
         stop.set()
@@ -197,7 +197,7 @@ def test_setting_amplitudes_waits_for_its_turn(order):
 
 
 def test_many_threads_read_and_write():
-    state = StateVector(15, threads=2, seed=1).reset("+" * 15)
+    state = StateVector(15, threads=2, seed=1).set_basis_state("+" * 15)
     failed = []
 
     def work():
@@ -352,7 +352,7 @@ def resident_growth(body, times=10_000):
         ("run(bell, shots=10, seed=i)", 10_000, 1500),
         ("StateVector(4, seed=i).h(0).cnot(0, 1).counts(10)", 10_000, 1500),
         ("StateVector(3, 'single').h(0).expectation(Observable('X0 Z1'))", 10_000, 1500),
-        ("s = StateVector(5).h(0); s.array; s.copy(); s.statevector(); s.to_dict(); s.distribution_dict([0])", 10_000, 1500),
+        ("s = StateVector(5).h(0); s.array; s.copy(); s.statevector('little'); s.to_dict(); s.distribution_dict([0])", 10_000, 1500),
         # 300 MiB, were they kept. The C library keeps some of what was given back.
         ("StateVector(16, threads=2).h(0).measure(collapse=True)", 300, 32 * 1024),
     ],
@@ -366,7 +366,7 @@ def test_refused_calls_do_not_grow_memory():
     body = "\n            ".join(
         [
             "for bad in (lambda: StateVector(60), lambda: StateVector(2).h(5), lambda: StateVector(2).project(0, 1),",
-            "            lambda: StateVector(2).reset([1, 1, 1, 1])):",
+            "            lambda: StateVector(2).set_state([1, 1, 1, 1])):",
             "    try: bad()",
             "    except Exception: pass",
         ]

@@ -174,7 +174,7 @@ def test_empty_circuits(circuit):
 @pytest.mark.parametrize("initial", ["1+0-", 0b1010, 0])
 def test_product_states(initial, precision, tolerance):
     circuit = Circuit(4).h(1).cx(1, 0)
-    expected = StateVector(4, precision).reset(initial).run(circuit)
+    expected = StateVector(4, precision).set_basis_state(initial).run(circuit)
     result = run(circuit, initial=initial, precision=precision)
     for index in range(16):
         assert abs(result.amplitude(index) - expected.to_dict().get(format(index, "04b"), 0)) < tolerance
@@ -191,11 +191,11 @@ def test_amplitudes_to_start_from(kind, precision, tolerance):
     amplitudes = generator.normal(size=8) + 1j * generator.normal(size=8)
     amplitudes /= np.linalg.norm(amplitudes)
     given = amplitudes.tolist() if kind is list else amplitudes.astype(kind)
-    result = run(Circuit(3).x(0), initial=given, precision=precision)
+    result = run(Circuit(3).x(0), initial=given, precision=precision, initial_order="big")
     # Qubit 0 is the highest bit of the given array.
     assert result.active_qubits == (0, 1, 2)
     rounding = max(tolerance, 1e-7 if kind is np.complex64 else 0)
-    assert np.abs(result.state.statevector() - np.roll(amplitudes, 4)).max() < 10 * rounding
+    assert np.abs(result.state.statevector(order="big") - np.roll(amplitudes, 4)).max() < 10 * rounding
 
 
 @pytest.mark.parametrize("given", ["double", "single"])
@@ -247,6 +247,8 @@ def test_the_plan(precision):
     assert all(0 <= p.first_gate < p.last_gate <= plan.gates for p in plan.passes)
     assert all(set(p.local_qubits) <= set(range(20)) for p in plan.passes)
     assert str(plan).startswith(f"{plan.gates} gates in {len(plan.passes)} passes")
+    assert str(run(Circuit(2).h(0), precision=precision).plan).startswith("1 gate in 1 pass, ")
+    assert str(run(Circuit(2), precision=precision).plan) == "0 gates in 0 passes, 0 sweeps over memory"
 
 
 def test_local_qubits_are_those_of_the_circuit():
@@ -299,4 +301,4 @@ def test_a_diagonal_on_ten_qubits(precision, tolerance):
         Circuit(10).matrix(np.diag(phases), range(10)),
     ):
         state = run(circuit, initial="+" * 10, precision=precision).state
-        assert np.abs(state.statevector() - phases / 32).max() < tolerance
+        assert np.abs(state.statevector(order="big") - phases / 32).max() < tolerance

@@ -25,6 +25,7 @@ from .instruction import Condition, Instruction, Register
 from .observable import Observable, Term
 from .parameter import Expression, Parameter
 from .plotting import plot_counts, plot_probabilities, plot_state
+from .qasm.errors import QasmError
 from .result import Result
 from .running import run
 from .statevector import StateVector
@@ -42,6 +43,7 @@ __all__ = [
     "Pass",
     "Plan",
     "Progress",
+    "QasmError",
     "Register",
     "Result",
     "StateVector",

@@ -28,6 +28,9 @@ UNITARY_TOLERANCE = 1e-5
 # Items of a list. A state that needs more does not fit into any memory.
 _LONGEST = 10_000_000
 
+# Multiplications between two looks at signals.
+_PRODUCTS_AT_ONCE = 2**31
+
 
 def digits(number: int) -> str:
     """Return an integer as text. Python refuses to write thousands of digits."""
@@ -90,8 +93,8 @@ def index(value: Any, size: int, name: str) -> int:
     """
     number = _plain_integer(value, name, "an integer")
     if not 0 <= number < size:
-        allowed = f"from 0 to {size - 1}" if size else "of something that has none"
-        raise IndexError(f"{name} must be a number {allowed}, got {show(value)}")
+        allowed = f"a number from 0 to {size - 1}" if size else "a number, but there is none to choose"
+        raise IndexError(f"{name} must be {allowed}, got {show(value)}")
     return number
 
 
@@ -247,7 +250,7 @@ def matrix(value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True
     if unitary:
         # Entries may be huge: an overflow here is a deviation, not a warning.
         with np.errstate(all="ignore"):
-            deviation = np.abs(array @ array.conj().T - np.eye(size)).max()
+            deviation = _deviation_from_unitary(array)
         if not deviation <= UNITARY_TOLERANCE:
             raise ValueError(
                 f"{name} must be unitary, got one with an entry of U·U† that is {deviation:.3g} off the identity"
@@ -264,6 +267,18 @@ def _first(values: Any, count: int, name: str, of: str) -> Tuple[Any, ...]:
         return tuple(itertools.islice(values, count))
     except TypeError:  # a NumPy array without dimensions calls itself iterable
         raise TypeError(f"{expected}, got {show(values)}") from None
+
+
+def _deviation_from_unitary(array: np.ndarray) -> float:
+    """Return the largest entry of ``|U U† - 1|``; NaN if there is one."""
+    adjoint = array.conj().T
+    rows = max(1, _PRODUCTS_AT_ONCE // len(array) ** 2)
+    largest = 0.0
+    for start in range(0, len(array), rows):
+        products = array[start : start + rows] @ adjoint
+        products[np.arange(len(products)), np.arange(start, start + len(products))] -= 1
+        largest = float(np.maximum(largest, np.abs(products).max()))
+    return largest
 
 
 def _plain_integer(value: Any, name: str, expected: str) -> int:

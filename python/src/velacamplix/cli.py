@@ -254,7 +254,7 @@ def _run(options: argparse.Namespace) -> int:
             options.progress,
         )
     except (MemoryError, ValueError) as error:
-        # ValueError: an angle beyond single precision, for one.
+        # ValueError: angles whose sum is too large, for one.
         return _fail(f"{name}: {error}", FAILED)
     # First of all: a reader that stops early ends the process.
     if options.plot is not None:

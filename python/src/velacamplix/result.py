@@ -3,11 +3,12 @@
 from __future__ import annotations
 
 from itertools import groupby
-from typing import Any, FrozenSet, Optional, Sequence, Tuple, Union
+from typing import Any, Dict, FrozenSet, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _memory, _notebook, _observed, _shots
+from ._pickling import Packed
 from ._plan import Plan, Timings
 from ._state_part import Qubits, bit_string, highest_first
 from .counts import Counts
@@ -99,11 +100,21 @@ class Result:
     def _repr_html_(self) -> str:
         return _notebook.of_result(self)
 
+    def __getstate__(self) -> Dict[str, Any]:
+        # The counts follow from the shots.
+        rows = None if self._rows is None else Packed(self._rows.reshape(-1))
+        return {**vars(self), "_rows": rows, "_counts": None}
+
+    def __setstate__(self, state: Dict[str, Any]) -> None:
+        vars(self).update(state)
+        if isinstance(self._rows, Packed):
+            self._rows = self._rows.array.reshape(-1, _shots.words_for(self.n_bits))
+
     # Shots
 
     @property
     def counts(self) -> Counts:
-        """How often each outcome came, as `Counts`.
+        """How often each outcome came, as `Counts`. They do not change: `Counts.copy` gives some that do.
 
         A key has one character per classical bit, bit 0 leftmost, without spaces between registers; bits that no
         measurement wrote are 0. In a circuit that measures nothing it has one per qubit, qubit 0 leftmost.
@@ -112,6 +123,8 @@ class Result:
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------
@@ -120,20 +133,23 @@ class Result:
         {'010': 100}
         """
         if self._counts is None:
-            self._counts = Counts(_shots.tally(self._drawn("counts"), self.n_bits), self.n_bits)
+            self._counts = _shots.tally(self._drawn("counts"), self.n_bits)
+        self._counts._is_fixed = True
         return self._counts
 
     @property
     def shots(self) -> np.ndarray:
         """The outcome of every shot, shape (n_shots,); the leftmost bit is the most significant.
 
-        ``uint64``, or Python integers (``object``) if an outcome has more than 64 bits. The order tells nothing: shots
-        are independent of each other.
+        ``uint64``, or Python integers (``object``) if an outcome has more than 64 bits; not to be written to. The order
+        tells nothing: shots are independent of each other.
 
         Raises
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------
@@ -141,7 +157,9 @@ class Result:
         >>> run(Circuit(3).x(1), shots=4).shots
         array([2, 2, 2, 2], dtype=uint64)
         """
-        return _shots.numbers(self._drawn("shots"))
+        shots = _shots.numbers(self._drawn("shots"))
+        shots.flags.writeable = False  # what the counts are made of
+        return shots
 
     @property
     def bits(self) -> np.ndarray:
@@ -151,6 +169,8 @@ class Result:
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------

@@ -61,14 +61,6 @@ typename Seq::proba_type release_draws(const Seq& view, const draw<typename Seq:
     return last;
 }
 
-// The last of the running sums itself, so that no share of it comes to lie above it.
-template <class Seq>
-typename Seq::proba_type total_of(const Seq& view) {
-    using T = typename Seq::proba_type;
-    const draw<T>* const none = nullptr;
-    return release_draws(view, none, none, nullptr, true);
-}
-
 template <class Seq>
 inline constexpr bool numbers_are_shares = false;
 template <class Seq>
@@ -116,6 +108,16 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
 }
 
 }  // namespace
+
+// The last of the running sums itself, so that no share of it comes to lie above it.
+template <class Seq>
+double total_of(const Seq& view) {
+    const draw<double>* const none = nullptr;
+    return release_draws(view, none, none, nullptr, true);
+}
+
+template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<float>>>&);
+template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<double>>>&);
 
 bool is_normalised(double total) { return std::abs(total - 1) <= 1e-9; }
 

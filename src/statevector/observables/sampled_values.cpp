@@ -168,7 +168,7 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
     thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
     unsigned int qubits, int nthreads, const work_hook& hook) {
     const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
-    const double total = terms.empty() ? 1 : cumulative_probability(view, 0ul, {}, nthreads);
+    const double total = terms.empty() ? 1 : measurement::total_of(view);
     measurement::require_shares(total);
     const bool numbers_are_shares = !std::is_same_v<T, double> || !measurement::is_normalised(total);
     return evaluate_precisely(amplitudes, terms, shots, rng, qubits, nthreads, numbers_are_shares, hook);

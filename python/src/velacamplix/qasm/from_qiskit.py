@@ -32,11 +32,10 @@ from qiskit.circuit.classical import expr
 from qiskit.quantum_info import Operator
 
 from .. import _check
-from .._circuit_composites import COMPOSITES
-from .._circuit_definition import GateDefinition, size
+from .._circuit_definition import GateDefinition, renamed, size
 from .._circuit_inverse import inverted
 from ..circuit import Circuit
-from ..instruction import BY_ENTRIES, GATES, NON_UNITARY, Condition, Instruction, Register
+from ..instruction import Condition, Instruction, Register
 from ..parameter import Angle, Expression, Parameter, free_names
 from .errors import QasmError
 from .expressions import ParameterLists
@@ -49,7 +48,6 @@ _MORE = {
     "csdg": ("sdg", 1), "cs": ("S", 1), "mcx": ("X", None), "mcphase": ("PH", None),
 }  # fmt: skip
 
-_TAKEN = {name.lower() for name in [*GATES, *COMPOSITES, *BY_ENTRIES, *NON_UNITARY, *CALLS]}
 
 # A power of a rotation is a rotation. The value: up to which angle that is also the principal root, whose eigenvalues
 # have the smallest phases.
@@ -127,9 +125,7 @@ def definition_from_qiskit(name: str, params: Sequence[str], body: Any) -> GateD
     """Return the definition of a gate whose `body` is a circuit of Qiskit's with parameters of these names."""
     steps = body_steps(body, 0)
     steps += _phase_steps(_angle(body.global_phase), body.num_qubits)
-    if name.lower() in _TAKEN:
-        name += "_gate"
-    return GateDefinition.checked(name, tuple(params), body.num_qubits, tuple(steps))
+    return renamed(GateDefinition.checked(name, tuple(params), body.num_qubits, tuple(steps)), ())
 
 
 def body_steps(body: Any, first: int) -> List[Instruction]:
