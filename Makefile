@@ -1,7 +1,7 @@
 # The commands of this project. Each installs what it lacks, says so, and may be repeated; the work is in tools/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test check bench compare wheel docs format clean
+.PHONY: help demo test check fuzz bench compare wheel docs format clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "make %-8s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
@@ -12,8 +12,11 @@ demo: ## build everything and run a first circuit
 test: ## build everything and run every test
 	@tools/test
 
-check: ## format, warnings, static analysis, sanitizers, types, a minute of fuzzing, documents
+check: ## format, warnings, static analysis, sanitizers, types, random inputs (always the same), documents
 	@tools/check
+
+fuzz: ## other random inputs each time, for as long as you like: make fuzz SECONDS=3600
+	@tools/fuzz $(SECONDS)
 
 bench: ## build and run the benchmarks, on a quiet machine
 	@tools/bench

@@ -1,7 +1,10 @@
 // Looks for programs whose passes do not give the bits of gate-by-gate application, or whose fused run strays from
-// them: random gates, controls, sizes, thread counts and stops, for a given time.
+// them: random gates, controls, sizes, thread counts and stops.
 //
-// usage: fuzz_programs SECONDS [SEED]     prints the seed of a failing program and ends with status 1
+// usage: fuzz_programs COUNT [SEED]             that many programs, always the same ones; from seed 1 on
+//        fuzz_programs --seconds S [SEED]       as many as there is time for; from a random seed on
+//
+// A program that fails ends the run with status 1 and the call that repeats it.
 
 #include "support/recorded_program.hpp"
 
@@ -61,23 +64,31 @@ std::string try_one(unsigned int seed) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: fuzz_programs SECONDS [SEED]\n");
+    const bool by_time = argc > 2 && std::string(argv[1]) == "--seconds";
+    const int count_at = by_time ? 2 : 1;
+    if (argc <= count_at || argc > count_at + 2) {
+        std::fprintf(stderr, "usage: fuzz_programs COUNT [SEED] | fuzz_programs --seconds S [SEED]\n");
         return 2;
     }
-    const double seconds = std::atof(argv[1]);
-    unsigned int seed = argc > 2 ? static_cast<unsigned int>(std::atol(argv[2])) : std::random_device()();
+    const double most = std::atof(argv[count_at]);
+    unsigned int seed = by_time ? std::random_device()() : 1;
+    if (argc > count_at + 1) seed = static_cast<unsigned int>(std::strtoul(argv[count_at + 1], nullptr, 10));
+    std::fprintf(stderr, "from seed %u on\n", seed);
     const auto start = std::chrono::steady_clock::now();
+    const auto seconds = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
     unsigned long tried = 0;
-    do {
+    while (by_time ? seconds() < most : static_cast<double>(tried) < most) {
         for (const bool single : {false, true}) {
             const std::string wrong = single ? try_one<float>(seed) : try_one<double>(seed);
             if (wrong.empty()) continue;
-            std::fprintf(stderr, "seed %u, %s precision: %s\n", seed, single ? "single" : "double", wrong.c_str());
+            std::fprintf(stderr, "%s precision: %s\nagain: %s 1 %u\n", single ? "single" : "double", wrong.c_str(),
+                         argv[0], seed);
             return 1;
         }
         ++seed;
         ++tried;
-    } while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < seconds);
+    }
     std::printf("%lu programs in both precisions agree\n", tried);
 }

@@ -13,6 +13,7 @@ A message names the argument, says what was expected and shows what came.
 
 from __future__ import annotations
 
+import itertools
 import math
 import operator
 import reprlib
@@ -23,6 +24,9 @@ import numpy as np
 # Largest deviation of U·U† from the identity that still counts as rounding.
 # A matrix that was computed in single precision passes, a wrong one does not.
 UNITARY_TOLERANCE = 1e-5
+
+# Items of a list. A state that needs more does not fit into any memory.
+_LONGEST = 10_000_000
 
 # Multiplications between two looks at signals.
 _PRODUCTS_AT_ONCE = 2**31
@@ -105,12 +109,10 @@ def qubit(value: Any, n_qubits: int, name: str = "qubit") -> int:
 
 def sequence(values: Any, name: str, of: str = "integers") -> Tuple[Any, ...]:
     """Return any iterable but a text or a mapping as a tuple."""
-    if isinstance(values, (str, bytes, dict)) or not isinstance(values, Iterable):
-        raise TypeError(f"{name} must be a sequence of {of}, got {show(values)}")
-    try:
-        return tuple(values)
-    except TypeError:  # a NumPy array without dimensions calls itself iterable
-        raise TypeError(f"{name} must be a sequence of {of}, got {show(values)}") from None
+    listed = _first(values, _LONGEST + 1, name, of)
+    if len(listed) > _LONGEST:
+        raise ValueError(f"{name} must be a sequence of at most {_LONGEST} {of}, got more")
+    return listed
 
 
 def indices(values: Any, size: int, name: str, at_least: int = 0) -> Tuple[int, ...]:
@@ -118,7 +120,8 @@ def indices(values: Any, size: int, name: str, at_least: int = 0) -> Tuple[int, 
 
     A single integer stands for a list of one.
     """
-    listed = (values,) if _is_scalar(values) else sequence(values, name)
+    # Of more numbers than there are, one is none of them or comes twice.
+    listed = (values,) if _is_scalar(values) else _first(values, size + 1, name, "integers")
     numbers = tuple(index(value, size, f"{name}[{i}]") for i, value in enumerate(listed))
     if len(numbers) < at_least:
         raise ValueError(f"{name} must hold at least {at_least} number(s), got {show(values)}")
@@ -253,6 +256,17 @@ def matrix(value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True
                 f"{name} must be unitary, got one with an entry of U·U† that is {deviation:.3g} off the identity"
             )
     return array
+
+
+def _first(values: Any, count: int, name: str, of: str) -> Tuple[Any, ...]:
+    # Not all: what has no end would fill the memory, and nobody would hear Ctrl-C.
+    expected = f"{name} must be a sequence of {of}"
+    if isinstance(values, (str, bytes, dict)) or not isinstance(values, Iterable):
+        raise TypeError(f"{expected}, got {show(values)}")
+    try:
+        return tuple(itertools.islice(values, count))
+    except TypeError:  # a NumPy array without dimensions calls itself iterable
+        raise TypeError(f"{expected}, got {show(values)}") from None
 
 
 def _deviation_from_unitary(array: np.ndarray) -> float:

@@ -28,8 +28,8 @@ _OWN = frozenset(
     }
 )  # fmt: skip
 
-# Of qubits, or of classical bits. Lists of this length, which some figures need, are at the edge of any memory.
-_MOST_BITS = 2**31 - 1
+# Of qubits, or of classical bits, as in the OpenQASM reader. Whatever lists or draws them all stays within the memory.
+_MOST_BITS = 1_000_000
 
 
 class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combining, Figures):

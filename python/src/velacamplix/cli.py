@@ -66,14 +66,16 @@ def main(arguments: Optional[List[str]] = None) -> int:
     # example, that has seen enough.
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
-    warnings.showwarning = _warn
     _streams.prepare()
     if sys.stdout is None:
         return _fail("standard output is closed", FAILED)
     try:
         try:
-            options = _parser().parse_args(arguments)
-            status: int = options.command(options)
+            with warnings.catch_warnings():
+                warnings.simplefilter("default")
+                warnings.showwarning = _warn
+                options = _parser().parse_args(arguments)
+                status: int = options.command(options)
         finally:
             sys.stdout.flush()
     except OSError as error:
