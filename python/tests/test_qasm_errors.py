@@ -190,3 +190,12 @@ def test_error_is_a_value_error_that_can_be_pickled():
     assert type(error) is QasmError
     assert str(error) == str(caught.value)
     assert (error.line, error.column, error.path, error.text) == (3, 3, None, "q")
+
+
+def test_the_error_stands_beside_what_raises_it():
+    import velacamplix
+    import velacamplix.qasm
+
+    assert velacamplix.QasmError is velacamplix.qasm.QasmError
+    with pytest.raises(velacamplix.QasmError, match="unknown gate"):
+        velacamplix.Circuit.from_qasm(HEADER + "qreg q[1]; nothing q[0];")

@@ -131,10 +131,19 @@ def test_a_register_may_have_the_name_of_a_gate_that_came_later():
     assert steps("qreg p[1]; qreg u[1]; cx p[0], u[0];") == ["CNOT 0,1"]
 
 
+def test_own_gates_have_names_of_their_own():
+    text = "OPENQASM 2.0; gate h a { U(0,0,pi) a; } gate h_gate a { h a; h a; } gate x a { h_gate a; } qreg q[1]; h q[0]; h_gate q[0]; x q[0];"
+    circuit = read_qasm(text)
+    assert [step.name for step in circuit] == ["h_gate", "h_gate_gate", "x_gate"]
+    assert circuit[0].definition != circuit[1].definition and len({step.definition for step in circuit}) == 3
+    assert [step.name for step in circuit.basic_instructions()] == ["matrix"] * 5
+    assert read_qasm(circuit.to_qasm()) == circuit
+
+
 def test_own_gates_without_the_include():
     text = "OPENQASM 2.0; gate h a { U(pi/2, 0, pi) a; } gate cx a, b { CX a, b; } qreg q[2]; h q[0]; cx q[0], q[1];"
     circuit = read_qasm(text)
-    assert [step.name for step in circuit] == ["h", "cx"]
+    assert [step.name for step in circuit] == ["h_gate", "cx_gate"]  # so that nobody takes them for the package's
     assert [step.name for step in circuit.basic_instructions()] == ["matrix", "CNOT"]
 
 

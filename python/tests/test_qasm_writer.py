@@ -127,7 +127,7 @@ def test_gates_by_their_usual_names():
 def test_definitions_made_in_python():
     odd = GateDefinition("Odd Name!", Circuit(2).rx(Parameter("θ") * 2, 0).ry(Parameter("pi"), 1).iswap(0, 1, controls=()))
     again = GateDefinition("Odd Name?", Circuit(2).x(0))
-    like_h = GateDefinition("h", Circuit(1).x(0))
+    like_h = GateDefinition.checked("h", (), 1, (Instruction("X", (0,)),))  # as 0.1 could make
     circuit = Circuit(3).gate(odd, [0, 1], [0.5, 0.25]).gate(again, [0, 1]).gate(like_h, 2).gate(odd, [1, 0], [1, 2], controls=2)
     text = circuit.to_qasm()
     np.testing.assert_allclose(numpy_simulator.unitary(read_qasm(text)), numpy_simulator.unitary(circuit), rtol=0, atol=1e-14)
@@ -143,7 +143,7 @@ def test_a_controlled_definition_comes_back():
 def test_a_gate_that_looks_like_a_block_but_is_none():
     text = HEADER + "gate iswap a,b { cx a,b; } gate c1_s a,b { cu1(pi/4) a,b; } qreg q[2]; iswap q[0],q[1]; c1_s q[0],q[1];"
     circuit = read_qasm(text)
-    assert [step.name for step in circuit] == ["iswap", "c1_s"]
+    assert [step.name for step in circuit] == ["iswap_gate", "c1_s"]
     assert [str(step) for step in circuit.basic_instructions()] == ["CNOT 0,1", "PH(0.785398163397) 1 controls 0"]
     assert read_qasm(circuit.to_qasm()) == circuit
     both = circuit.copy().iswap(0, 1).s(0, controls=1)

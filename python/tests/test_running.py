@@ -247,6 +247,8 @@ def test_the_plan(precision):
     assert all(0 <= p.first_gate < p.last_gate <= plan.gates for p in plan.passes)
     assert all(set(p.local_qubits) <= set(range(20)) for p in plan.passes)
     assert str(plan).startswith(f"{plan.gates} gates in {len(plan.passes)} passes")
+    assert str(run(Circuit(2).h(0), precision=precision).plan).startswith("1 gate in 1 pass, ")
+    assert str(run(Circuit(2), precision=precision).plan) == "0 gates in 0 passes, 0 sweeps over memory"
 
 
 def test_local_qubits_are_those_of_the_circuit():

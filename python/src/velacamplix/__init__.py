@@ -24,6 +24,7 @@ from .instruction import Condition, Instruction, Register
 from .observable import Observable, Term
 from .parameter import Expression, Parameter
 from .plotting import plot_counts, plot_probabilities, plot_state
+from .qasm.errors import QasmError
 from .result import Result
 from .running import run
 from .statevector import StateVector
@@ -41,6 +42,7 @@ __all__ = [
     "Pass",
     "Plan",
     "Progress",
+    "QasmError",
     "Register",
     "Result",
     "StateVector",

@@ -60,8 +60,8 @@ def index(value: Any, size: int, name: str) -> int:
     """
     number = _plain_integer(value, name, "an integer")
     if not 0 <= number < size:
-        allowed = f"from 0 to {size - 1}" if size else "of something that has none"
-        raise IndexError(f"{name} must be a number {allowed}, got {show(value)}")
+        allowed = f"a number from 0 to {size - 1}" if size else "a number, but there is none to choose"
+        raise IndexError(f"{name} must be {allowed}, got {show(value)}")
     return number
 
 

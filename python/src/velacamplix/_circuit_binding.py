@@ -5,6 +5,8 @@ from __future__ import annotations
 from typing import Any, Callable, Dict, List, Mapping, Sequence, Tuple
 
 from . import _check
+from ._check_circuit import shortened
+from ._words import counted
 from .instruction import Instruction, Register
 from .parameter import FUNCTIONS, Expression, Parameter, calculated, free_names
 
@@ -81,8 +83,10 @@ def checked_values(known: Tuple[str, ...], values: Any, named: Dict[str, Any]) -
     else:
         listed = _check.sequence(values, "values", of="numbers, or a mapping from names to numbers")
         if len(listed) != len(known):
+            missing = ", ".join(map(repr, known[len(listed) :]))
             raise ValueError(
-                f"values must hold {len(known)} numbers, one for each of {_shown(known)}, got {len(listed)}"
+                f"values must hold {counted(len(known), 'number')}, one for each parameter, got {len(listed)}: "
+                + (f"{shortened(missing)} would have none" if missing else f"the parameters are {_check.show(list(known))}")
             )
         pairs = list(zip(known, listed))
     result: Dict[str, float] = {}

@@ -118,7 +118,8 @@ class Figures:
         `from_qasm` makes the same circuit of it again. Gates of qelib1.inc are written by their names, others as gate
         blocks that are exact, global phase included; definitions become gate blocks. Three things come back in another
         form with the same meaning: X and CNOT with one control as CNOT and CCNOT (Z with one as CSIGN, and likewise
-        beyond), and a measurement or reset of several qubits that are no whole register as one for each qubit.
+        beyond), and a measurement or reset of several qubits that are no whole register as one for each qubit. Definitions
+        whose name the program has for something else, or two of one name, get others.
 
         Raises
         ------
@@ -146,6 +147,7 @@ class Figures:
     def from_qasm(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
         """Read an OpenQASM 2 program.
 
+        A gate that the program declares under a name by which the package knows one has ``_gate`` behind its name.
         Called on a class that inherits, it makes an object of that class, whose constructor must take what that of
         `Circuit` takes; so does `from_qasm3`.
 
@@ -158,7 +160,7 @@ class Figures:
 
         Raises
         ------
-        velacamplix.qasm.QasmError
+        QasmError
             If the program is wrong; it tells line and column. A ``ValueError``.
         OSError
             If the file cannot be read.

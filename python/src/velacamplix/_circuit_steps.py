@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import warnings
 from contextlib import contextmanager
+from itertools import chain, count
 from typing import Iterator, Optional, Sequence, Tuple, Union
 
 from . import _check
@@ -38,7 +39,7 @@ class StepMethods:
         Raises
         ------
         TypeError, IndexError
-            If a number is no integer, or not in the circuit.
+            If a number is no integer, or not in the circuit; a circuit without classical bits says how to get some.
         ValueError
             If a qubit or a bit is named twice, or the lists differ in length.
 
@@ -49,6 +50,8 @@ class StepMethods:
         measure 1,0 -> 0,1
         """
         sources = _check.qubits(qubits, self._n_qubits)
+        if not self._n_clbits:
+            raise IndexError(f"clbits must be classical bits of the circuit, got {_check.show(clbits)}, but {self._no_bits()}")
         targets = _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
         if len(sources) != len(targets):
             raise ValueError(
@@ -59,7 +62,7 @@ class StepMethods:
     def measure_all(self) -> Self:
         """Measure qubit i into classical bit i, for all qubits.
 
-        A circuit without classical bits gets a register ``c`` of `n_qubits` bits.
+        A circuit without classical bits gets a register ``c`` of `n_qubits` bits, under another name if that is taken.
 
         Raises
         ------
@@ -74,7 +77,8 @@ class StepMethods:
         """
         if self._n_clbits == 0 and self._n_qubits:
             taken = {register.name for register in self._registers}
-            name = next(word for word in ("c", "meas", "measured_bits") if word not in taken)
+            words = chain(("c", "meas", "measured_bits"), (f"measured_bits_{number}" for number in count(2)))
+            name = next(word for word in words if word not in taken)
             self._registers += (Register(name, "classical", 0, self._n_qubits),)
             self._n_clbits = self._n_qubits
         if self._n_clbits < self._n_qubits:
@@ -168,12 +172,21 @@ class StepMethods:
 
     def _classical_bits(self, clbits: Union[str, int, Sequence[int]]) -> Tuple[int, ...]:
         if not isinstance(clbits, str):
+            if not self._n_clbits:
+                raise IndexError(f"clbits must be classical bits of the circuit, got {_check.show(clbits)}, but {self._no_bits()}")
             return _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
         for register in self._registers:
             if register.kind == "classical" and register.name == clbits:
                 return tuple(register.bits)
         names = [register.name for register in self._registers if register.kind == "classical"]
-        raise KeyError(f"clbits must name a classical register, one of {names}, got {clbits!r}")
+        known = f"one of {names}" if names else "of which there is none"
+        raise KeyError(f"clbits must name a classical register, {known}, got {_check.show(clbits)}")
+
+    def _no_bits(self) -> str:
+        return (
+            f"it has none: write Circuit({self._n_qubits}, number_of_bits), or call measure_all(), which makes one for each "
+            "qubit"
+        )
 
 
 def _held(value: Union[int, str], clbits: Union[str, int, Sequence[int]], bits: Tuple[int, ...]) -> str:

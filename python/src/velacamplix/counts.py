@@ -19,7 +19,9 @@ class Counts(Dict[str, int]):
     """Outcomes as bit strings, each with the number of shots that gave it.
 
     A ``dict`` from ``str`` to ``int``: it compares equal to a plain one, and everything that takes one takes it. What
-    is made here is in increasing order of the outcome's number; most likely first is `most_likely`.
+    is made here is in increasing order of the outcome's number; most likely first is `most_likely`. Entries may be
+    changed and added, but for the counts of a `Result`, which belong to it: `copy` gives others. No key or number gets
+    in that the constructor would refuse.
 
     Parameters
     ----------
@@ -31,7 +33,8 @@ class Counts(Dict[str, int]):
     Raises
     ------
     TypeError, ValueError
-        If a key or a number is not as told above.
+        If a key or a number is not as told above, here or where one is changed; TypeError also where the counts of a
+        result are changed.
 
     Notes
     -----
@@ -48,12 +51,17 @@ class Counts(Dict[str, int]):
     (True, 100, 0)
     """
 
+    # Set in those of a result, which are made once and handed out again and again.
+    _is_fixed = False
+
     def __init__(self, counts: Mapping[str, int] = {}, n_bits: Optional[int] = None) -> None:
         if not isinstance(counts, Mapping):
             raise TypeError(f"counts must be a mapping from bit strings to integers, got {_check.show(counts)}")
+        # None as long as there is no key to tell it.
+        self._n_bits = None if n_bits is None else _check.integer(n_bits, "n_bits", minimum=0)
         require_memory(len(counts))
         keys = list(counts)
-        self._n_bits = _length_of(keys, n_bits)
+        self._n_bits = self._length_of(keys)
         keys.sort()
         super().__init__((key, _times(counts[key], key)) for key in keys)
 
@@ -98,28 +106,103 @@ class Counts(Dict[str, int]):
             return 0
         raise KeyError(outcome)
 
+    # Every way to change an entry
+
+    def __setitem__(self, outcome: str, times: int) -> None:
+        self.update({outcome: times})
+
+    def update(self, *entries: Any, **more: int) -> None:
+        """Set entries, given as a mapping or as pairs, as ``dict.update`` does.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If a key or a number is none of counts like these, or these belong to a result. Nothing is set then.
+
+        Examples
+        --------
+        >>> counts = Counts({"00": 1})
+        >>> counts.update({"01": 5})
+        >>> counts["00"] += 1
+        >>> counts
+        {'00': 2, '01': 5}
+        """
+        self._require_free()
+        checked = dict(*entries, **more)
+        n_bits = self._length_of(checked)
+        for outcome in checked:
+            checked[outcome] = _times(checked[outcome], outcome)
+        self._n_bits = n_bits
+        super().update(checked)
+
+    def __ior__(self, other: Any) -> Counts:  # type: ignore[override,misc]
+        self.update(other)
+        return self
+
+    def setdefault(self, outcome: str, times: int = 0) -> int:  # type: ignore[override]
+        """Return the number of an outcome, after setting it where there is none. Errors as for `update`."""
+        if outcome not in self:
+            self[outcome] = times
+        return self[outcome]
+
+    def __delitem__(self, outcome: str) -> None:
+        self._require_free()
+        super().__delitem__(outcome)
+
+    def pop(self, outcome: str, *default: Any) -> Any:  # type: ignore[override]
+        """Take an outcome away and return its number, or the default if there is none. TypeError as for `update`."""
+        self._require_free()
+        return super().pop(outcome, *default)
+
+    def popitem(self) -> Tuple[str, int]:
+        """Take the last outcome away and return it with its number. TypeError as for `update`."""
+        self._require_free()
+        return super().popitem()
+
+    def clear(self) -> None:
+        """Take all outcomes away. TypeError as for `update`."""
+        self._require_free()
+        super().clear()
+
+    def _require_free(self) -> None:
+        if self._is_fixed:
+            raise TypeError("these counts belong to a result and do not change; their copy() does: result.counts.copy()")
+
+    def _length_of(self, keys: Iterable[Any]) -> Optional[int]:
+        """Return the length of keys that may stand here; the first of all tells how long the others are."""
+        length = self._n_bits
+        for key in keys:
+            if not isinstance(key, str):
+                raise TypeError(f"counts must have bit strings for keys, got {_check.show(key)}")
+            length = len(key) if length is None else length
+            if len(key) != length:
+                raise ValueError(f"counts must have keys of {length} characters, got {_check.show(key)}")
+            if key.strip("01"):
+                raise ValueError(f"counts must have keys of characters 0 and 1, got {_check.show(key)}")
+        return length
+
     def _repr_html_(self) -> str:
         from ._notebook import of_counts
 
         return of_counts(self)
 
     def __reduce__(self) -> Tuple[Any, ...]:
-        return _unpacked, (_Outcomes(type(self), self.n_bits, self),)
+        return _unpacked, (_Outcomes(type(self), self._n_bits, self),)
 
     def __copy__(self) -> Self:
-        return type(self)(self, self.n_bits)
+        return type(self)(self, self._n_bits)
 
     def __deepcopy__(self, memo: Dict[int, Any]) -> Self:
-        return type(self)(self, self.n_bits)
+        return type(self)(self, self._n_bits)
 
     def copy(self) -> Counts:
         """Return independent counts with the same content."""
-        return Counts(self, self.n_bits)
+        return Counts(self, self._n_bits)
 
     @property
     def n_bits(self) -> int:
         """Number of bits of an outcome."""
-        return len(next(iter(self))) if self else self._n_bits
+        return self._n_bits or 0
 
     @property
     def shots(self) -> int:
@@ -242,7 +325,7 @@ class Counts(Dict[str, int]):
 class _Outcomes:
     """Counts in a pickle: outcomes and how often they came in turns, as numbers, to which its writer keeps no reference."""
 
-    def __init__(self, kind: Any, n_bits: int, counts: Optional[Counts] = None) -> None:
+    def __init__(self, kind: Any, n_bits: Optional[int], counts: Optional[Counts] = None) -> None:
         self._kind, self._n_bits = kind, n_bits
         self.counts: Counts = kind({}, n_bits) if counts is None else counts
         self._outcome: Optional[int] = None
@@ -259,7 +342,7 @@ class _Outcomes:
         if self._outcome is None:
             self._outcome = number
         else:
-            dict.__setitem__(self.counts, bit_string(self._outcome, self._n_bits), number)
+            dict.__setitem__(self.counts, bit_string(self._outcome, self._n_bits or 0), number)
             self._outcome = None
 
 
@@ -267,7 +350,7 @@ def _unpacked(outcomes: _Outcomes) -> Counts:
     return outcomes.counts
 
 
-def _restored(kind: Any, counts: Dict[str, int], n_bits: int) -> Counts:
+def _restored(kind: Any, counts: Dict[str, int], n_bits: Optional[int]) -> Counts:
     """Return the counts of a pickle that version 0.1 has written."""
     restored: Counts = kind(counts, n_bits)
     return restored
@@ -282,19 +365,3 @@ def _times(value: Any, outcome: str) -> int:
     if type(value) is int and value >= 0:
         return value
     return _check.integer(value, f"counts[{_check.show(outcome)}]", minimum=0)
-
-
-def _length_of(keys: List[Any], n_bits: Optional[int]) -> int:
-    """Return the common length of the keys after checking all of them."""
-    for key in keys:
-        if not isinstance(key, str):
-            raise TypeError(f"counts must have bit strings for keys, got {_check.show(key)}")
-    length = len(keys[0]) if keys else 0
-    if n_bits is not None:
-        length = _check.integer(n_bits, "n_bits", minimum=0)
-    for key in keys:
-        if len(key) != length:
-            raise ValueError(f"counts must have keys of {length} characters, got {_check.show(key)}")
-        if key.strip("01"):
-            raise ValueError(f"counts must have keys of characters 0 and 1, got {_check.show(key)}")
-    return length

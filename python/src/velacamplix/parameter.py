@@ -225,10 +225,10 @@ class Expression:
     def __repr__(self) -> str:
         return format(self, "")
 
-    def __format__(self, specification: str) -> str:
+    def __format__(self, format_spec: str) -> str:
         from .parameter_text import text
 
-        return text(self, lambda value: format(value, specification or ".12g"))
+        return text(self, lambda value: format(value, format_spec or ".12g"))
 
 
 class Parameter(Expression):

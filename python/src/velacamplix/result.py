@@ -114,7 +114,7 @@ class Result:
 
     @property
     def counts(self) -> Counts:
-        """How often each outcome came, as `Counts`.
+        """How often each outcome came, as `Counts`. They do not change: `Counts.copy` gives some that do.
 
         A key has one character per classical bit, bit 0 leftmost, without spaces between registers; bits that no
         measurement wrote are 0. In a circuit that measures nothing it has one per qubit, qubit 0 leftmost.
@@ -134,14 +134,15 @@ class Result:
         """
         if self._counts is None:
             self._counts = _shots.tally(self._drawn("counts"), self.n_bits)
+        self._counts._is_fixed = True
         return self._counts
 
     @property
     def shots(self) -> np.ndarray:
         """The outcome of every shot, shape (n_shots,); the leftmost bit is the most significant.
 
-        ``uint64``, or Python integers (``object``) if an outcome has more than 64 bits. The order tells nothing: shots
-        are independent of each other.
+        ``uint64``, or Python integers (``object``) if an outcome has more than 64 bits; not to be written to. The order
+        tells nothing: shots are independent of each other.
 
         Raises
         ------
@@ -156,7 +157,9 @@ class Result:
         >>> run(Circuit(3).x(1), shots=4).shots
         array([2, 2, 2, 2], dtype=uint64)
         """
-        return _shots.numbers(self._drawn("shots"))
+        shots = _shots.numbers(self._drawn("shots"))
+        shots.flags.writeable = False  # what the counts are made of
+        return shots
 
     @property
     def bits(self) -> np.ndarray:

@@ -8,10 +8,9 @@ from typing import Any, Dict, List, Optional, Sequence, Set, Tuple
 import numpy as np
 
 from .. import _check
-from .._circuit_composites import COMPOSITES
-from .._circuit_definition import GateDefinition
+from .._circuit_definition import GateDefinition, renamed
 from ..circuit import Circuit
-from ..instruction import BY_ENTRIES, GATES, Condition, Instruction, Register
+from ..instruction import Condition, Instruction, Register
 from ..parameter import Expression, Parameter, free_names
 from .errors import QasmError
 from .expressions import ParameterLists
@@ -180,10 +179,8 @@ class _Conversion:
             half = [Instruction("PH", (0,), (phase,)), Instruction("X", (0,))]
             steps += half * 2
         open_names = tuple(dict.fromkeys(name for step in steps for name in free_names(step.params)))
-        name = operation.name
-        if name in GATES or name in COMPOSITES or name in BY_ENTRIES:
-            name += "_gate"
-        return GateDefinition.checked(name, open_names, operation.num_qubits, tuple(steps))
+        made = GateDefinition.checked(operation.name, open_names, operation.num_qubits, tuple(steps))
+        return renamed(made, ())
 
 
 def _known(operation: Any) -> Optional[Tuple[Optional[str], int]]:

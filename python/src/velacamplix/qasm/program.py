@@ -2,9 +2,9 @@
 
 from __future__ import annotations
 
-from typing import Callable, Dict, Iterable, List, NamedTuple, Optional, Sequence, Tuple, Union
+from typing import Callable, Dict, Iterable, List, NamedTuple, Optional, Sequence, Set, Tuple, Union
 
-from .._circuit_definition import GateDefinition
+from .._circuit_definition import GateDefinition, renamed
 from ..circuit import Circuit
 from ..instruction import Condition, Instruction, Register
 from . import blocks, qelib1
@@ -70,6 +70,7 @@ class Program:
         # return again and again in a large file, and mean the same each time.
         self._rows: Dict[str, Rows] = {}
         self._definitions: Dict[str, GateDefinition] = {}
+        self._names: Set[str] = set()  # of definitions, which are not the gates' own where the package knows these
         self._conditions: Dict[Tuple[str, int], Condition] = {}
         self._known_calls: Dict[Tuple[str, str], Tuple[Tuple[Instruction, ...], int]] = {}
 
@@ -112,11 +113,16 @@ class Program:
     def _declare_gate(self, statement: GateDeclaration) -> None:
         self._check_new(statement.name)
         gate = define(statement, self._gates)
-        if gate.definition is not None:
-            known = blocks.known(gate.definition, self._definitions)
-            self._definitions[gate.name] = gate.definition
+        definition = gate.definition
+        if definition is not None:
+            known = blocks.known(definition, self._definitions)
             if known is not None:
                 gate = gate._replace(call=known)
+            else:
+                definition = renamed(definition, self._names)
+                self._names.add(definition.name)
+                gate = gate._replace(definition=definition)
+            self._definitions[gate.name] = definition
         self._gates[gate.name] = gate
 
     def _include_file(self, statement: Include) -> None:
