@@ -69,6 +69,13 @@ template <class Rng, class Seq>
 VELACAMPLIX_API void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
                                       const int& nthreads, const std::vector<unsigned int>& qubits);
 
+// The same for a state whose norm nobody knows. Of a view in double precision whose running sum ends within 1e-9 of 1
+// these are the shots of pick_shots_state; of any other, and of every precise_view, numbers are shares of that end.
+// Throws std::domain_error where the end is 0, infinite or NaN; the engine has then taken no step.
+template <class Rng, class Seq>
+VELACAMPLIX_API void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
+                                            const int& nthreads, const std::vector<unsigned int>& qubits);
+
 // Zeroes every amplitude whose listed qubits do not read `value` (first listed = most significant bit) and divides
 // the rest by the square root of their norm. Throws std::domain_error when that norm is zero.
 template <class T>

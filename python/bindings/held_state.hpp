@@ -92,7 +92,7 @@ pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<T>>> precise(
     return {{state.amplitudes.get(), state.nqubits, state.size}};
 }
 
-// Shots: of a double state by the plain rule, of a single one as shares of a total that need not be quite 1.
+// What shots are drawn from: of a single state, whose total is never quite 1, always as shares of it.
 template <class T>
 auto drawn_from(const pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state) {
     if constexpr (std::is_same_v<T, double>) {

@@ -1,9 +1,9 @@
 #include "bindings.hpp"
 #include "held_state.hpp"
+#include "watch.hpp"
 
 #include <velacamplix/program.hpp>
 
-#include <chrono>
 #include <cmath>
 #include <string>
 #include <tuple>
@@ -14,7 +14,6 @@ namespace velacamplix::python {
 namespace {
 
 using Qubits = std::vector<unsigned int>;
-using Clock = std::chrono::steady_clock;
 
 // A program as Python holds it. One run at a time: the second caller is refused rather than kept waiting, because it
 // may be a function that the first run called.
@@ -181,47 +180,6 @@ py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) 
     return py::make_tuple(told.predicted_sweeps, passes);
 }
 
-// What happens between passes: signals are looked after and Python's function is told, each at most once per interval,
-// because taking the interpreter lock may mean to wait for other Python threads. The first exception ends the run.
-class Watch {
-public:
-    Watch(py::object function, double interval, bool signals)
-        : function_(std::move(function)),
-          interval_(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(interval))),
-          next_(Clock::now() + interval_),
-          thread_(PyThreadState_Get()),
-          signals_(signals) {}
-
-    bool is_needed() const { return signals_ || !function_.is_none(); }
-
-    bool between_passes(unsigned long done, unsigned long total) {
-        const bool is_last = done == total && !function_.is_none();
-        if (!is_last && Clock::now() < next_) return true;
-        const Locked locked(thread_);
-        try {
-            if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
-            // The function may let go of the lock and not get it back.
-            if (!function_.is_none()) or_wait_for_the_end([&] { function_(done, total); });
-        } catch (py::error_already_set& raised) {
-            error_ = raised.value();
-            if (raised.trace()) PyException_SetTraceback(error_.ptr(), raised.trace().ptr());
-            return false;
-        }
-        next_ = Clock::now() + interval_;
-        return true;
-    }
-
-    const py::object& error() const { return error_; }
-
-private:
-    py::object function_;
-    py::object error_ = py::none();
-    Clock::duration interval_;
-    Clock::time_point next_;
-    PyThreadState* thread_;
-    bool signals_;
-};
-
 // Returns how many gates acted, and the exception that stopped the run between two passes, or None. The caller raises
 // it: so he can tell first how far the state has come. `signals` is for Python's main thread.
 template <class T>
@@ -230,7 +188,7 @@ py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, 
     Watch watch(std::move(function), interval, signals);
     typename pbamplix::cpu::program<T>::progress_hook hook;
     if (watch.is_needed()) {
-        hook = [&watch](unsigned long done, unsigned long total) { return watch.between_passes(done, total); };
+        hook = [&watch](unsigned long done, unsigned long total) { return watch.goes_on(done, total); };
     }
     const unsigned long applied = held.with_state([&](auto& state) { return program.list.run(state, hook); });
     return py::make_tuple(applied, watch.error());

@@ -7,7 +7,7 @@ import full_matrices as full
 import numpy as np
 import pytest
 
-from velacamplix import Circuit, Instruction, StateVector, UnsupportedInstruction
+from velacamplix import Circuit, Instruction, StateVector, UnsupportedInstruction, _compile
 
 
 def random_circuit(n, length, seed):
@@ -150,3 +150,14 @@ def test_a_matrix_beyond_single_precision_is_refused():
         state.run(circuit)
     assert state.array.tolist() == [1, 0]
     assert StateVector(1, "double").run(circuit).array.tolist() == [0, 1]
+
+
+def test_long_circuits_are_handed_over_in_pieces(monkeypatch):
+    circuit = Circuit(3)
+    for step in range(20):
+        circuit.ry(0.1 * step, step % 3).cx(step % 3, (step + 1) % 3)
+    expected = StateVector(3).run(circuit).array.tobytes()
+    monkeypatch.setattr(_compile, "_PIECE", 7)
+    assert StateVector(3).run(circuit).array.tobytes() == expected
+    with pytest.raises(ValueError, match="instruction 40 .*angle must fit single precision"):
+        StateVector(3, "single").run(circuit.copy().rx(1e300, 0).x(1))

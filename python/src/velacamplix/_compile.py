@@ -11,6 +11,8 @@ from .circuit import Circuit
 from .instruction import Instruction
 
 _PROGRAM_TYPES: Dict[str, Any] = {"single": _core.ProgramSingle, "double": _core.ProgramDouble}
+# Gates between two looks at signals.
+_PIECE = 2**15
 _LARGEST_SINGLE = float(np.finfo(np.float32).max)
 
 
@@ -55,10 +57,12 @@ def compiled(
     """
     program = _PROGRAM_TYPES[precision](n_qubits)
     program.set_fusion(fusion)
-    taken = program.add(gates, places)
-    if taken < len(gates):
-        refused = gates[taken]
-        raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
+    for start in range(0, len(gates), _PIECE):
+        piece = gates[start : start + _PIECE]
+        taken = program.add(piece, places)
+        if taken < len(piece):
+            refused = piece[taken]
+            raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
     return program
 
 

@@ -3,12 +3,17 @@
 from __future__ import annotations
 
 import math
-from typing import Dict, Optional
+from typing import Any, Dict, Optional
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _memory
+from ._drive import heard
+from ._progress import ProgressLike, checked, metered
 from ._state_part import Qubits, StatePart, bit_string
+
+# Entries between two looks at signals and progress.
+_PIECE = 2**16
 
 # What one entry takes while a dictionary is made: a node of the core's map, two numbers, the text, its value, its slot.
 _BYTES_PER_ENTRY = 400
@@ -60,7 +65,9 @@ class Exports(StatePart):
         _core.copy_amplitudes(core, out, permuted)
         return out
 
-    def to_dict(self, threshold: float = 0.0, order: str = "big") -> Dict[str, complex]:
+    def to_dict(
+        self, threshold: float = 0.0, order: str = "big", progress: ProgressLike = None
+    ) -> Dict[str, complex]:
         """Return the amplitudes that are not small, by basis state.
 
         Parameters
@@ -69,6 +76,8 @@ class Exports(StatePart):
             Only amplitudes of a magnitude above this are listed; with 0, the default, all whose square is not zero.
         order : {"big", "little"}
             Whether the first character of a key belongs to qubit 0 or to qubit n - 1.
+        progress : None, bool or callable
+            As for `run`; entries are counted.
 
         Returns
         -------
@@ -91,15 +100,17 @@ class Exports(StatePart):
         {'110': (1+0j)}
         """
         core, order, limit = self._live(), _check.order(order), _check_readout.threshold(threshold)
+        checked(progress)
         self._require_entries(core, self._n_qubits, limit)
-        keys, values = _core.mapped_amplitudes(core, limit)
-        texts = [bit_string(key, self._n_qubits) for key in keys.tolist()]
-        if order == "big":
-            return dict(zip(texts, values.tolist()))
-        return dict(sorted((text[::-1], value) for text, value in zip(texts, values.tolist())))
+        keys, values = _core.mapped_amplitudes(core, limit, order == "big", *heard())
+        return _by_text(keys, values, self._n_qubits, progress)
 
     def distribution_dict(
-        self, qubits: Optional[Qubits] = None, threshold: float = 0.0, order: str = "big"
+        self,
+        qubits: Optional[Qubits] = None,
+        threshold: float = 0.0,
+        order: str = "big",
+        progress: ProgressLike = None,
     ) -> Dict[str, float]:
         """Return the probabilities of the outcomes that are not improbable.
 
@@ -111,6 +122,8 @@ class Exports(StatePart):
             Only probabilities above this are listed.
         order : {"big", "little"}
             Whether the first listed qubit is the leftmost character of a key or the rightmost.
+        progress : None, bool or callable
+            As for `run`; entries are counted.
 
         Returns
         -------
@@ -133,12 +146,20 @@ class Exports(StatePart):
         {'10': 0.5, '11': 0.5}
         """
         core, listed, limit = self._live(), self._highest_first(qubits, order), _check_readout.threshold(threshold)
+        checked(progress)
         if len(listed) == self._n_qubits:
             self._require_entries(core, len(listed), math.sqrt(limit))
         else:
             self._require_entries(core, len(listed), None)
-        keys, values = _core.mapped_distribution(core, limit, listed)
-        return {bit_string(key, len(listed)): value for key, value in zip(keys.tolist(), values.tolist())}
+        try:
+            _memory.require_bytes(8 << len(listed), "")
+        except MemoryError:  # few outcomes may fit where room for all does not
+            keys, values = _core.mapped_distribution(core, limit, listed)
+        else:
+            distribution = core.distribution(listed)
+            keys = np.flatnonzero(distribution > limit)
+            values = distribution[keys]
+        return _by_text(keys, values, len(listed), progress)
 
     def _require_entries(self, core: object, n_qubits: int, magnitude: Optional[float]) -> None:
         """Refuse a dictionary of outcomes of `n_qubits` that does not fit; the core would end the process."""
@@ -149,6 +170,18 @@ class Exports(StatePart):
             if magnitude is not None:
                 most = _above(core.view(), magnitude)  # type: ignore[attr-defined]
             _memory.require_bytes(_BYTES_PER_ENTRY * most, f"a dictionary of {most} entries")
+
+
+def _by_text(keys: np.ndarray, values: np.ndarray, n_qubits: int, progress: ProgressLike) -> Dict[str, Any]:
+    found: Dict[str, Any] = {}
+    with metered(progress, len(keys), "entries") as meter:
+        for start in range(0, len(keys), _PIECE):
+            piece = slice(start, start + _PIECE)
+            texts = [bit_string(key, n_qubits) for key in keys[piece].tolist()]
+            found.update(zip(texts, values[piece].tolist()))
+            meter.advance(len(texts))
+            meter.tell()
+    return found
 
 
 def _above(amplitudes: np.ndarray, magnitude: float) -> int:

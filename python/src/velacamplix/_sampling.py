@@ -9,13 +9,19 @@ import numpy as np
 
 from . import _check, _check_readout, _core, _memory
 from ._annotations import Self
+from ._progress import ProgressLike, metered
 from ._shots import Tally
 from ._state_part import Qubits, StatePart, bit_string, highest_first
 from .counts import Counts
 
 
 class Sampling(StatePart):
-    """Shots leave the state as it is; `project` and a collapsing `measure` do not."""
+    """Shots leave the state as it is; `project` and a collapsing `measure` do not.
+
+    Shots are those of the normalised state, whatever its norm: where the probabilities of a state in double precision add
+    up to 1 within 1e-9 random numbers are taken as they are, otherwise, and always in single precision, as shares of
+    what the probabilities add up to.
+    """
 
     @property
     def seed(self) -> int:
@@ -40,7 +46,9 @@ class Sampling(StatePart):
         number = _check_readout.seed(seed)
         _core.set_seed(self._live(), secrets.randbits(32) if number is None else number)
 
-    def sample(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> np.ndarray:
+    def sample(
+        self, shots: int, qubits: Optional[Qubits] = None, order: str = "big", progress: ProgressLike = None
+    ) -> np.ndarray:
         """Draw outcomes of the listed qubits; the state does not change.
 
         Parameters
@@ -51,6 +59,8 @@ class Sampling(StatePart):
             Distinct qubits; all n by default.
         order : {"big", "little"}
             Whether the first listed qubit is the most or the least significant bit of an outcome.
+        progress : None, bool or callable
+            As for `run`; shots are counted.
 
         Returns
         -------
@@ -60,9 +70,12 @@ class Sampling(StatePart):
         Raises
         ------
         TypeError, IndexError, ValueError
-            If `shots` is no integer or negative, or a qubit is no integer, outside the range, or named twice.
+            If `shots` is no integer or negative, or a qubit is no integer, outside the range, or named twice; also
+            ValueError if the probabilities add up to 0, to infinity or to nan. No random number is then used up.
         MemoryError
             If the result does not fit.
+        KeyboardInterrupt
+            After Ctrl-C. Random numbers of the shots so far are used up.
 
         Examples
         --------
@@ -75,12 +88,17 @@ class Sampling(StatePart):
         # Besides the outcomes, the core sorts what it drew for a piece at a time.
         _memory.require_bytes(8 * count + 16 * min(count, self._piece()), f"an array of {count} shots")
         outcomes: np.ndarray = np.zeros(count, dtype=np.uint64)
-        if listed:  # the core takes an empty list for all qubits
-            for start, stop in self._pieces(count):
-                _core.sample(core, outcomes[start:stop], listed)
+        with metered(progress, count, "shots") as meter:
+            if listed:  # the core takes an empty list for all qubits
+                for start, stop in self._pieces(count):
+                    _core.sample(core, outcomes[start:stop], listed)
+                    meter.advance(stop - start)
+                    meter.tell()
         return outcomes
 
-    def counts(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> Counts:
+    def counts(
+        self, shots: int, qubits: Optional[Qubits] = None, order: str = "big", progress: ProgressLike = None
+    ) -> Counts:
         """Draw outcomes as `sample` does and count how often each came.
 
         Returns
@@ -93,7 +111,7 @@ class Sampling(StatePart):
 
         Raises
         ------
-        TypeError, IndexError, ValueError
+        TypeError, IndexError, ValueError, KeyboardInterrupt
             As for `sample`.
 
         Examples
@@ -108,10 +126,13 @@ class Sampling(StatePart):
         if not listed:
             return Counts({"": count} if count else {})
         total = Tally(len(listed))
-        for start, stop in self._pieces(count):
-            piece: np.ndarray = np.empty((stop - start, 1), dtype=np.uint64)
-            _core.sample(core, piece[:, 0], listed)
-            total.add(piece)
+        with metered(progress, count, "shots") as meter:
+            for start, stop in self._pieces(count):
+                piece: np.ndarray = np.empty((stop - start, 1), dtype=np.uint64)
+                _core.sample(core, piece[:, 0], listed)
+                total.add(piece)
+                meter.advance(stop - start)
+                meter.tell()
         return total.counts()
 
     def measure(self, qubits: Optional[Qubits] = None, collapse: bool = False, order: str = "big") -> int:
@@ -134,7 +155,8 @@ class Sampling(StatePart):
         Raises
         ------
         TypeError, IndexError, ValueError
-            If a qubit is no integer, outside the range, or named twice, or `collapse` is no bool.
+            If a qubit is no integer, outside the range, or named twice, or `collapse` is no bool; also ValueError as
+            for `sample`.
 
         Examples
         --------
