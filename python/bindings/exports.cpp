@@ -97,7 +97,7 @@ std::pair<py::array_t<unsigned long>, py::array_t<std::complex<T>>> mapped_ampli
 
     {
         // The parts are merged a range of keys at a time.
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         const unsigned long width = 1ul << (n - std::min(n, 10u));
         std::vector<std::size_t> merged(parts.size());
         Entries<T> range;

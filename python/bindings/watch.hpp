@@ -30,15 +30,20 @@ public:
     // A hook for the library that lets the exception through which ends the call; nothing if nobody listens.
     pbamplix::work_hook hook() {
         if (!is_needed()) return {};
-        return [this](unsigned long done, unsigned long all) { listen(done, all); };
+        return [this](unsigned long done, unsigned long all) {
+            if (!is_due(done, all)) return;
+            const Locked locked(thread_);
+            tell(done, all);
+        };
     }
 
     // The same without an exception: false ends the run, and error() tells why.
     bool goes_on(unsigned long done, unsigned long all) {
+        if (!is_due(done, all)) return true;
+        const Locked locked(thread_);
         try {
-            listen(done, all);
+            tell(done, all);
         } catch (py::error_already_set& raised) {
-            const Locked locked(thread_);
             error_ = raised.value();
             if (raised.trace()) PyException_SetTraceback(error_.ptr(), raised.trace().ptr());
             return false;
@@ -50,10 +55,12 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void listen(unsigned long done, unsigned long all) {
+    bool is_due(unsigned long done, unsigned long all) const {
         const bool is_last = done == all && !function_.is_none();
-        if (!is_last && Clock::now() < next_) return;
-        const Locked locked(thread_);
+        return is_last || Clock::now() >= next_;
+    }
+
+    void tell(unsigned long done, unsigned long all) {
         if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
         // The function may let go of the lock and not get it back.
         if (!function_.is_none()) or_wait_for_the_end([&] { function_(done, all); });

@@ -348,7 +348,7 @@ def _unpacked(outcomes: _Outcomes) -> Counts:
     return outcomes.counts
 
 
-def _restored(kind: Any, counts: Dict[str, int], n_bits: int) -> Counts:
+def _restored(kind: Any, counts: Dict[str, int], n_bits: Optional[int]) -> Counts:
     """Return the counts of a pickle that version 0.1 has written."""
     restored: Counts = kind(counts, n_bits)
     return restored
