@@ -30,15 +30,17 @@ struct program_plan {
 
 // A list of gates that can be planned once and run many times. Running it gives bit for bit what the members of the
 // state vector give when they are called gate by gate, for every number of threads and every instruction set.
-// Arguments are the host's duty, as everywhere: qubits distinct and below the program's qubit count, controls distinct
-// from targets. T is float or double. An object must not be used by two host threads at once.
+// Arguments are checked, other than those of the state vector's members: a number of angles, qubits or entries that
+// does not fit the gate, a qubit that the program lacks or that is named twice, a state with fewer qubits or without
+// amplitudes, and a program that was moved from (which may be assigned to and destroyed) throw std::invalid_argument;
+// nothing has changed then. T is float or double. An object must not be used by two host threads at once.
 template <class T>
 class VELACAMPLIX_API program {
 public:
     // Called between passes with the number of gates applied so far and in all; false stops the run there.
     using progress_hook = std::function<bool(unsigned long done, unsigned long total)>;
 
-    explicit program(unsigned int nqubits);
+    explicit program(unsigned int nqubits);  // at most 63
     ~program();
     program(program&&) noexcept;
     program& operator=(program&&) noexcept;
@@ -60,7 +62,8 @@ public:
                       const std::vector<unsigned int>& controls = {});
 
     // Gives gate `gate` (0 = first), an RX, RY, RZ or PH, another angle. A plan already made stands, unless fusion is
-    // on. Throws std::out_of_range past the last gate, std::invalid_argument for a gate without an angle.
+    // on. Throws std::out_of_range past the last gate, std::invalid_argument for a gate without an angle or another
+    // number of angles than one.
     void set_params(unsigned long gate, const std::vector<T>& params);
 
     // Fusion, off unless asked for, rewrites the list before it is cut into passes: neighbouring gates on one qubit

@@ -33,7 +33,8 @@ namespace cpu {
 
 // A state of n qubits as 2^n amplitudes, or, when `is_density_matrix` is set, a density matrix of n/2 qubits as 2^n
 // entries. Qubit q is bit q of an index. Qubit numbers, lengths and norms are the host's duty: nothing is checked.
-// One object serves one host thread at a time. T is float or double.
+// One object serves one host thread at a time; objects of their own may be used on any threads, inside the host's
+// parallel regions too. T is float or double.
 template <class T>
 class VELACAMPLIX_API PybindAmplixStateVectorCPU : public PybindAmplixStateVector {
 public:
@@ -66,7 +67,8 @@ public:
     void print();       // one line "index: (re,im)" per amplitude to standard output
     std::string str();  // "(re,im) " for every amplitude on one line
 
-    // Named gates; angles in radians.
+    // Named gates; angles in radians. RZ with controls throws std::bad_alloc after the memory guard's message when the
+    // two entries of its diagonal exceed free memory; the state is untouched then.
     void apply_X(unsigned int qubit, controls_list controls = std::nullopt);
     void apply_Y(unsigned int qubit, controls_list controls = std::nullopt);
     void apply_Z(unsigned int qubit, controls_list controls = std::nullopt);

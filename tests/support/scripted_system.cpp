@@ -1,5 +1,7 @@
 #include "scripted_system.hpp"
 
+#include "failing_allocations.hpp"
+
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
@@ -89,6 +91,7 @@ long answer_entropy(void* buffer, unsigned long length, unsigned int flags) {
 
 void* allocate_array(unsigned long bytes, unsigned long alignment) {
     if (arrays.active && arrays.refuses && alignment == 64) throw std::bad_alloc();
+    fail_if_told();
     const unsigned long rounded = (bytes + alignment - 1) / alignment * alignment;
     void* array = std::aligned_alloc(alignment, rounded == 0 ? alignment : rounded);
     if (array == nullptr) throw std::bad_alloc();
@@ -125,6 +128,13 @@ extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned int flags) {
 
 void* operator new[](std::size_t bytes, std::align_val_t alignment) {
     return support::allocate_array(bytes, static_cast<unsigned long>(alignment));
+}
+void* operator new[](std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    try {
+        return support::allocate_array(bytes, static_cast<unsigned long>(alignment));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 void operator delete[](void* array, std::align_val_t alignment) noexcept {
     support::release_array(array, static_cast<unsigned long>(alignment));

@@ -52,11 +52,25 @@ void set_coefficients(operation<T>& op, T angle) {
     op.coefficients[1] = pair.second;
 }
 
+}  // namespace
+
 bool takes_angle(gate_kind kind) {
     return kind == gate_kind::rx || kind == gate_kind::ry || kind == gate_kind::rz || kind == gate_kind::ph;
 }
 
-}  // namespace
+std::optional<gate_arguments> arguments_of(const std::string& name) {
+    const auto found = vocabulary().find(name);
+    if (found == vocabulary().end()) return std::nullopt;
+    const auto [kind, controls, targets] = found->second;
+    return gate_arguments{takes_angle(kind) ? 1u : 0u, controls + targets};
+}
+
+std::string name_of(gate_kind kind) {
+    for (const auto& [name, entry] : vocabulary()) {
+        if (entry.kind == kind && entry.controls == 0) return name;
+    }
+    return kind == gate_kind::diagonal ? "diagonal" : "matrix";
+}
 
 template <class T>
 unsigned long operation<T>::target_mask() const {
@@ -99,10 +113,8 @@ bool named_operation(operation<T>& op, const std::string& name, const std::vecto
 }
 
 template <class T>
-bool set_angle(operation<T>& op, const std::vector<T>& params) {
-    if (!takes_angle(op.kind) || params.size() != 1) return false;
-    set_coefficients(op, params[0]);
-    return true;
+void set_angle(operation<T>& op, T angle) {
+    set_coefficients(op, angle);
 }
 
 template <class T>
@@ -219,7 +231,7 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
     template struct operation<T>;                                                                                      \
     template bool named_operation<T>(operation<T>&, const std::string&, const std::vector<T>&,                         \
                                      const std::vector<unsigned int>&);                                                \
-    template bool set_angle<T>(operation<T>&, const std::vector<T>&);                                                  \
+    template void set_angle<T>(operation<T>&, T);                                                                      \
     template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&,   \
                                            bool);                                                                      \
     template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \

@@ -173,8 +173,9 @@ void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<un
     const auto kept = measurement::bits_of_outcome(qubits, value);
     const T norm = measurement::norm_of_outcome(measurement::view_of(amps, size), kept, nthreads);
     if (norm == T(0)) {
+        const std::domain_error impossible("Cannot project onto an outcome of probability zero");  // may lack memory
         measurement::rewrite(amps, size, kept, T(1), T(0), nthreads);  // by 1: leaves them as they are
-        throw std::domain_error("Cannot project onto an outcome of probability zero");
+        throw impossible;
     }
     const T root = std::sqrt(norm);
     // What is zero stays zero, except over a root that is not a number.

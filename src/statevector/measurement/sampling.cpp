@@ -161,24 +161,27 @@ void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned lo
         const T total = measurement::total_of(seq);
         if (std::isfinite(total)) factor = total;  // else no share means anything
     }
-    measurement::pick_shots(seq, factor, false, shots, rng, nshots, nthreads, qubits);
+    measurement::with_engine(
+        rng, [&] { measurement::pick_shots(seq, factor, false, shots, rng, nshots, nthreads, qubits); });
 }
 
 template <class Rng, class Seq>
 void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots, const int& nthreads,
                             const std::vector<unsigned int>& qubits) {
     if (nshots == 0) return;
-    double total;
-    if constexpr (measurement::numbers_are_shares<Seq>) {
-        total = measurement::total_of(seq);
-    } else {
-        const Rng before = rng;
-        total = measurement::pick_shots(seq, 1.0, true, shots, rng, nshots, nthreads, qubits);
-        if (measurement::is_normalised(total)) return;
-        rng = before;
-    }
-    measurement::require_shares(total);
-    measurement::pick_shots(seq, total, false, shots, rng, nshots, nthreads, qubits);
+    measurement::with_engine(rng, [&] {
+        double total;
+        if constexpr (measurement::numbers_are_shares<Seq>) {
+            total = measurement::total_of(seq);
+        } else {
+            const Rng before = rng;
+            total = measurement::pick_shots(seq, 1.0, true, shots, rng, nshots, nthreads, qubits);
+            if (measurement::is_normalised(total)) return;
+            rng = before;
+        }
+        measurement::require_shares(total);
+        measurement::pick_shots(seq, total, false, shots, rng, nshots, nthreads, qubits);
+    });
 }
 
 #define VELACAMPLIX_PICK_SHOTS(Seq)                                                                           \

@@ -1,4 +1,5 @@
 #include "statevector/measurement/distribution.hpp"
+#include "statevector/measurement/draws.hpp"
 #include "statevector/measurement/sampling.hpp"
 #include "statevector/measurement/views.hpp"
 #include "statevector/observables/sampled_parity.hpp"
@@ -37,7 +38,20 @@ void reserve_for_longest(std::vector<T>& table, const std::vector<SimpleTerm<T>>
     table.reserve(longest < 64 ? 1ul << longest : ~0ul);
 }
 
-// Turns a state into the basis of one term after another, and always back.
+// Calls read() between change(false), into a term's basis, and change(true), back, which follows an exception too.
+template <class Change, class Read>
+void in_basis(Change change, Read read) {
+    change(false);
+    try {
+        read();
+    } catch (...) {
+        change(true);
+        throw;
+    }
+    change(true);
+}
+
+// Turns a state into the basis of one term after another, and always back. Takes no memory on the way.
 template <class T>
 class turned_state {
 public:
@@ -47,29 +61,34 @@ public:
     turned_state& operator=(const turned_state&) = delete;
     ~turned_state() { turn_back(); }
 
-    // Calls between() after every pass over the state; it may throw.
+    // Calls between() after every pass over the state; it may throw. The term must stay until the state is turned back.
     template <class Between>
-    void turn(const SimpleTerm<double>& term, Between between) {
-        for (std::size_t j = 0; j < term.qubits.size() && j < term.op.size(); ++j) {
-            if (term.op[j] != 'X' && term.op[j] != 'Y') continue;
-            const SimpleTerm<T> factor{{term.qubits[j]}, {term.op[j]}, {}};
-            turned.qubits.push_back(term.qubits[j]);
-            turned.op.push_back(term.op[j]);
-            basis_change(amplitudes, factor, false, qubits, threads);
+    void turn(const SimpleTerm<double>& into, Between between) {
+        term = &into;
+        for (std::size_t j = 0; j < into.qubits.size() && j < into.op.size(); ++j) {
+            change(j, false);
+            ++turned;
             between();
         }
     }
     void turn_back() {
-        basis_change(amplitudes, turned, true, qubits, threads);
-        turned.qubits.clear();
-        turned.op.clear();
+        for (std::size_t j = 0; j < turned; ++j) change(j, true);
+        turned = 0;
     }
 
 private:
+    void change(std::size_t j, bool undo) {
+        factor.qubits.front() = term->qubits[j];
+        factor.op.front() = term->op[j];
+        basis_change(amplitudes, factor, undo, qubits, threads);
+    }
+
     thrust::complex<T>* amplitudes;
     unsigned int qubits;
     int threads;
-    SimpleTerm<T> turned;
+    const SimpleTerm<double>* term = nullptr;
+    std::size_t turned = 0;  // of the term's factors
+    SimpleTerm<T> factor{{0}, "Z", {}};
 };
 
 // Parities of shots in double precision. Random numbers are shares of the total, or else numbers as they are.
@@ -89,28 +108,30 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
     unsigned long all = 0;
     if (__builtin_mul_overflow(terms.size(), shots, &all)) all = ~0ul;
 
-    for (const auto& term : terms) {
-        const unsigned long done = results.size() * shots;
-        const auto tell = [&](unsigned long drawn) {
-            if (hook) hook(done + drawn, all);
-        };
-        state.turn(term, [&] { tell(0); });
-        fill_cumulative_table(table, view, term.qubits, nthreads);
-        if (numbers_are_shares) {
-            const double total = table.back();
-            for (double& sum : table) sum /= total;
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const unsigned long done = results.size() * shots;
+            const auto tell = [&](unsigned long drawn) {
+                if (hook) hook(done + drawn, all);
+            };
+            state.turn(term, [&] { tell(0); });
+            fill_cumulative_table(table, view, term.qubits, nthreads);
+            if (numbers_are_shares) {
+                const double total = table.back();
+                for (double& sum : table) sum /= total;
+            }
+            tell(0);
+            unsigned long odd = 0;
+            for (unsigned long drawn = 0; drawn < shots;) {
+                const unsigned long piece = std::min(shots - drawn, shots_at_once);
+                odd += observables::count_odd(table, piece, rng);
+                drawn += piece;
+                tell(drawn);
+            }
+            results.push_back(observables::weighted_parity(odd, shots, term.coefficient));
+            state.turn_back();
         }
-        tell(0);
-        unsigned long odd = 0;
-        for (unsigned long drawn = 0; drawn < shots;) {
-            const unsigned long piece = std::min(shots - drawn, shots_at_once);
-            odd += observables::count_odd(table, piece, rng);
-            drawn += piece;
-            tell(drawn);
-        }
-        results.push_back(observables::weighted_parity(odd, shots, term.coefficient));
-        state.turn_back();
-    }
+    });
     return results;
 }
 
@@ -128,12 +149,15 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
     reserve_for_longest(table, terms);
     results.reserve(terms.size());
     const auto change_basis = density_matrix ? &basis_change_deterministic<T> : &basis_change<T>;
-    for (const auto& term : terms) {
-        change_basis(amplitudes, term, false, qubits, nthreads);
-        fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
-        results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
-        change_basis(amplitudes, term, true, qubits, nthreads);
-    }
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const auto change = [&](bool undo) { change_basis(amplitudes, term, undo, qubits, nthreads); };
+            in_basis(change, [&] {
+                fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
+                results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
+            });
+        }
+    });
     return results;
 }
 

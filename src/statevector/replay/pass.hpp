@@ -32,7 +32,11 @@ struct chunk_pass {
     gathering chunks{0};
     std::vector<step<T>> steps;
 
+    // Amplitudes of a buffer; 0 where none is needed.
     unsigned long chunk_size() const { return local == 0 || in_place ? 0 : 1ul << std::popcount(local); }
+    unsigned long chunk_count(unsigned nbqbits) const {
+        return 1ul << (nbqbits - static_cast<unsigned>(std::popcount(local)));
+    }
 };
 
 // The chunks that suit a state of 2^nbqbits amplitudes T worked on by `threads` threads.
