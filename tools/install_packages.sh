@@ -12,6 +12,7 @@ test  | libgtest-dev  | the test framework
 test  | binutils      | reads symbols and instructions of the built library
 test  | pkg-config    | one of the two ways in which an outside project finds the library
 bench | libbenchmark-dev | the benchmark framework
+check | libclang-rt-dev | the thread sanitizer
 check | clang-format  | compares the layout of the sources
 check | clang-tidy    | static analysis
 '

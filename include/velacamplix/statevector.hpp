@@ -33,7 +33,8 @@ namespace cpu {
 
 // A state of n qubits as 2^n amplitudes, or, when `is_density_matrix` is set, a density matrix of n/2 qubits as 2^n
 // entries. Qubit q is bit q of an index. Qubit numbers, lengths and norms are the host's duty: nothing is checked.
-// One object serves one host thread at a time; objects of their own may be used on any threads, inside the host's
+// Buffers that the host hands over may lie at any address that suits their numbers, which for complex ones is that of a
+// T. One object serves one host thread at a time; objects of their own may be used on any threads, inside the host's
 // parallel regions too. T is float or double.
 template <class T>
 class VELACAMPLIX_API PybindAmplixStateVectorCPU : public PybindAmplixStateVector {

@@ -18,20 +18,22 @@ using Amplitudes = py::array_t<std::complex<T>, py::array::c_style>;
 // Copies the amplitudes to `out`, whose index has qubit q as bit q or, permuted, qubit 0 as most significant bit.
 template <class T>
 void copy_amplitudes(HeldState<T>& held, Amplitudes<T> out, bool permuted) {
-    auto* target = reinterpret_cast<thrust::complex<T>*>(out.mutable_data());
-    const auto length = static_cast<unsigned long>(out.size());
+    const PinnedToFill pinned(out);
+    std::complex<T>* target = pinned.target();
     held.with_state([&](auto& state) {
-        if (length != state.size) throw std::invalid_argument("the array does not have one entry per basis state");
-        const thrust::complex<T>* source = state.amplitudes.get();
+        if (pinned.size() != state.size) {
+            throw std::invalid_argument("the array does not have one entry per basis state");
+        }
+        const auto* source = reinterpret_cast<const std::complex<T>*>(state.amplitudes.get());
         if (!permuted) {
-            std::copy(source, source + length, target);
+            std::copy_n(source, state.size, target);
         } else if (state.nqubits < 8) {
             // On so few qubits the library's export clears what is so small that its square is zero.
-            for (unsigned long i = 0; i < length; ++i) {
+            for (unsigned long i = 0; i < state.size; ++i) {
                 target[state.nqubits == 0 ? 0 : pbamplix::cpu::swap_lsb_msb(i, state.nqubits)] = source[i];
             }
         } else {
-            state.get_permuted_statevector(target, T(0));
+            state.get_permuted_statevector(reinterpret_cast<thrust::complex<T>*>(target), T(0));
         }
     });
 }
@@ -123,6 +125,7 @@ template <class T>
 std::pair<py::array_t<unsigned long>, py::array_t<double>> mapped_distribution(
     HeldState<T>& held, double threshold, const std::vector<unsigned int>& qubits) {
     const std::unique_ptr<std::map<unsigned long, double>> map(held.with_state([&](auto& state) {
+        bits_within(state, qubits);
         return pbamplix::cpu::map_marginal_distribution(precise(state), threshold, qubits, state.num_threads);
     }));
     const auto count = static_cast<py::ssize_t>(map->size());

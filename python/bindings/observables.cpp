@@ -43,6 +43,11 @@ std::vector<thrust::complex<double>> values_of(HeldState<T>& held, const Observa
                                                double interval, bool signals) {
     Watch watch(std::move(function), interval, signals);
     return held.with_state([&](auto& state) {
+        for (std::size_t term = 0; term < observable.flip_masks.size(); ++term) {
+            if ((observable.flip_masks[term] | observable.phase_masks[term]) >= state.size) {
+                refuse_changed(state, "an observable on others");
+            }
+        }
         return pbamplix::cpu::precise_term_values(state.amplitudes.get(), observable, state.size, state.num_threads,
                                                   watch.hook());
     });
@@ -78,6 +83,7 @@ std::pair<Complexes, Complexes> estimate(
     }
     Watch watch(std::move(function), interval, signals);
     const auto pairs = held.with_state([&](auto& state) {
+        for (const auto& term : listed) bits_within(state, term.qubits);
         return pbamplix::cpu::evaluate_terms_of_any_norm(state.amplitudes.get(), listed, shots, state.rng,
                                                          state.nqubits, state.num_threads, watch.hook());
     });

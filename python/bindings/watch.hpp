@@ -1,5 +1,7 @@
 #pragma once
 
+#include "interpreter_lock.hpp"
+
 #include <velacamplix/velacamplix.hpp>
 
 #include <pybind11/pybind11.h>
@@ -20,6 +22,7 @@ public:
         : function_(std::move(function)),
           interval_(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(interval))),
           next_(Clock::now() + interval_),
+          thread_(PyThreadState_Get()),
           signals_(signals) {}
 
     bool is_needed() const { return signals_ || !function_.is_none(); }
@@ -35,7 +38,7 @@ public:
         try {
             listen(done, all);
         } catch (py::error_already_set& raised) {
-            const py::gil_scoped_acquire locked;
+            const Locked locked(thread_);
             error_ = raised.value();
             if (raised.trace()) PyException_SetTraceback(error_.ptr(), raised.trace().ptr());
             return false;
@@ -50,9 +53,10 @@ private:
     void listen(unsigned long done, unsigned long all) {
         const bool is_last = done == all && !function_.is_none();
         if (!is_last && Clock::now() < next_) return;
-        const py::gil_scoped_acquire locked;
+        const Locked locked(thread_);
         if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
-        if (!function_.is_none()) function_(done, all);
+        // The function may let go of the lock and not get it back.
+        if (!function_.is_none()) or_wait_for_the_end([&] { function_(done, all); });
         next_ = Clock::now() + interval_;
     }
 
@@ -60,6 +64,7 @@ private:
     py::object error_ = py::none();
     Clock::duration interval_;
     Clock::time_point next_;
+    PyThreadState* thread_;
     bool signals_;
 };
 

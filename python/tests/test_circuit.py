@@ -8,6 +8,7 @@ import numpy as np
 import numpy_simulator
 import pytest
 
+from velacamplix import run
 from velacamplix._circuit_composites import COMPOSITES
 from velacamplix.circuit import Circuit
 from velacamplix.instruction import GATES, NON_UNITARY, Condition, Instruction, Register
@@ -94,6 +95,10 @@ def test_measure_all_makes_a_register_only_if_there_is_none():
     assert Circuit(2, 3).measure_all()[0].clbits == (0, 1)
     named_c = Circuit(1, registers=[Register("c", "quantum", 0, 1)]).measure_all()
     assert [register.name for register in named_c.registers] == ["c", "meas"]
+    names = ["c", "meas", "measured_bits", "measured_bits_2"]
+    taken = Circuit(4, registers=[Register(name, "quantum", i, 1) for i, name in enumerate(names)]).measure_all()
+    assert [register.name for register in taken.registers] == [*names, "measured_bits_3"]
+    assert Circuit.from_qasm(taken.to_qasm()).registers == taken.registers and run(taken, shots=3).counts == {"0000": 3}
     with pytest.raises(ValueError, match="n_clbits must be at least n_qubits = 3 .*got 2"):
         Circuit(3, 2).measure_all()
 
@@ -295,7 +300,7 @@ def test_conditions_do_not_nest_and_barriers_take_none():
     [(TypeError, (1.0,)), (TypeError, ("2",)), (TypeError, (True,)), (ValueError, (-1,)), (ValueError, (1, -1)), (TypeError, (1, None))],
 )
 def test_wrong_sizes_are_refused(kind, arguments):
-    with pytest.raises(kind, match="n_(qubits|clbits) must be an integer of at least 0, got"):
+    with pytest.raises(kind, match="n_(qubits|clbits) must be an integer from 0 to 2147483647, got"):
         Circuit(*arguments)
 
 
@@ -373,3 +378,18 @@ def test_the_reference_applies_controls_and_qubits_in_order():
         assert np.array_equal(same, numpy_simulator.unitary(Circuit(3).cx(control, target)))
         twice = Circuit(3).x(target, controls=[control, other])
         assert np.array_equal(numpy_simulator.unitary(twice), numpy_simulator.unitary(Circuit(3).ccx(other, control, target)))
+
+
+def test_a_circuit_without_classical_bits_says_how_to_get_some():
+    cure = r"it has none: write Circuit\(2, number_of_bits\), or call measure_all\(\)"
+    for clbits in (0, [0, 1], []):
+        with pytest.raises(IndexError, match=f"clbits must be classical bits of the circuit.*{cure}"):
+            Circuit(2).measure([0, 1], clbits)
+    with pytest.raises(IndexError, match=cure):
+        with Circuit(2).when(0, 1):
+            pass
+    with pytest.raises(KeyError, match="clbits must name a classical register, of which there is none, got 'c'"):
+        with Circuit(2).when("c", 1):
+            pass
+    with pytest.raises(IndexError, match="qubit must be a number, but there is none to choose, got 0"):
+        Circuit(0).x(0)

@@ -67,9 +67,13 @@ def test_expectation_values(command, write):  # noqa: F811
     rows = ended.stdout.split("expectation values\n")[1].splitlines()
     assert [re.split(r"\s{2,}", row) for row in rows] == [
         ["Z0 Z1", "1.000000"],
-        ["0.5*X0 X1 X2 - 2", "-1.500000"],
+        ["0.5*X0 X1 X2 - 2", "-2.000000"],  # measured at the end
         ["-Z0", "0.000000"],
     ]
+    assert "here 0, 1, 2: expectation values are those after all instructions" in ended.stderr
+    unmeasured = re.sub("measure.*\n", "", GHZ)
+    ended = command("run", write(unmeasured), "--observable", "0.5*X0 X1 X2 - 2")
+    assert ended.stdout.splitlines()[-1].split()[-1] == "-1.500000" and ended.stderr == ""
 
 
 def test_complex_and_small_expectation_values(command, write):  # noqa: F811

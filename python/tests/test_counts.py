@@ -9,7 +9,7 @@ import sys
 import numpy as np
 import pytest
 
-from velacamplix import Counts, StateVector
+from velacamplix import Circuit, Counts, StateVector, run
 
 
 def test_order_is_that_of_the_numbers():
@@ -56,7 +56,7 @@ def test_most_likely():
 
 
 def test_marginals_are_counts_of_fewer_qubits():
-    state = StateVector(6, seed=3).reset("++++++").ry(0.4, 2)
+    state = StateVector(6, seed=3).set_basis_state("++++++").ry(0.4, 2)
     all_six = state.counts(3000)
     state.seed = 3
     some = state.counts(3000, [4, 2, 0])  # other shots, but both are fair
@@ -119,7 +119,7 @@ def test_to_frame_without_pandas():
         (lambda: Counts({"01": 1}, 3), ValueError, "keys of 3 characters, got '01'"),
         (lambda: Counts({"0x1": 1}), ValueError, "characters 0 and 1, got '0x1'"),
         (lambda: Counts({"0 1": 1}), ValueError, "characters 0 and 1, got '0 1'"),
-        (lambda: Counts({"0": -1}), ValueError, "counts['0'] must be an integer of at least 0, got -1"),
+        (lambda: Counts({"0": -1}), ValueError, "counts['0'] must be an integer from 0 to 9223372036854775807, got -1"),
         (lambda: Counts({"0": 0.5}), TypeError, "counts['0']"),
         (lambda: Counts({"0": True}), TypeError, "counts['0']"),
         (lambda: Counts({}, -1), ValueError, "n_bits"),
@@ -137,3 +137,87 @@ def test_bad_input(make, error, words):
     with pytest.raises(error) as raised:
         make()
     assert words in str(raised.value)
+
+
+# No way in for what is no outcome, and none to change what a result tells
+
+
+CHANGES = {
+    "item": lambda counts: counts.__setitem__("0", 7),
+    "sum": lambda counts: counts.__setitem__("0", counts["0"] + 1),
+    "update": lambda counts: counts.update({"1": 7}),
+    "update by pairs": lambda counts: counts.update([("1", 7)]),
+    "or": lambda counts: counts.__ior__({"1": 7}),
+    "setdefault": lambda counts: counts.setdefault("1", 7),
+    "delete": lambda counts: counts.__delitem__("0"),
+    "pop": lambda counts: counts.pop("0"),
+    "popitem": lambda counts: counts.popitem(),
+    "clear": lambda counts: counts.clear(),
+}
+
+
+@pytest.mark.parametrize("change", CHANGES.values(), ids=CHANGES)
+@pytest.mark.parametrize("again", [lambda result: result, lambda result: pickle.loads(pickle.dumps(result)), copy.deepcopy])
+def test_counts_of_a_result_do_not_change(change, again):
+    result = run(Circuit(1), shots=5)
+    assert result.counts == {"0": 5}
+    result = again(result)
+    with pytest.raises(TypeError, match=r"belong to a result and do not change.*result\.counts\.copy\(\)"):
+        change(result.counts)
+    assert result.counts == {"0": 5} and result.counts.shots == 5 and list(result.counts) == ["0"]
+    for own in (result.counts.copy(), copy.copy(result.counts), pickle.loads(pickle.dumps(result.counts))):
+        change(own)
+        assert result.counts == {"0": 5} != own
+
+
+def test_shots_of_a_result_do_not_change():
+    result = run(Circuit(1), shots=5)
+    with pytest.raises(ValueError, match="read-only"):
+        result.shots[0] = 1
+    result.bits[:] = 1
+    assert result.counts == {"0": 5} and result.shots.copy().flags.writeable
+
+
+@pytest.mark.parametrize(
+    ("key", "times", "kind", "message"),
+    [
+        ("000", 1, ValueError, "keys of 2 characters, got '000'"),
+        ("", 1, ValueError, "keys of 2 characters"),
+        ("0x", 1, ValueError, "keys of characters 0 and 1, got '0x'"),
+        (0, 1, TypeError, "bit strings for keys, got 0"),
+        ("00", -1, ValueError, r"counts\['00'\] must be an integer of at least 0, got -1"),
+        ("00", 0.5, TypeError, r"counts\['00'\] must be an integer"),
+        ("00", None, TypeError, r"counts\['00'\] must be an integer"),
+    ],
+)
+def test_keys_that_are_no_outcomes_are_refused(key, times, kind, message):
+    counts = Counts({"01": 3})
+    changes = [
+        lambda: counts.__setitem__(key, times), lambda: counts.update({key: times}), lambda: counts.__ior__({key: times}),
+        lambda: counts.update({"10": 1, key: times}), lambda: counts.setdefault(key, times),
+        lambda: counts.update([(key, times)]),
+    ]  # fmt: skip
+    for change in changes:
+        with pytest.raises(kind, match=message):
+            change()
+    assert counts == {"01": 3} and counts.marginal(0) == {"0": 3}
+
+
+def test_changes_by_hand():
+    counts = Counts()
+    assert counts.n_bits == 0 and counts.copy().n_bits == 0
+    counts["01"] = 1
+    counts["01"] += 1
+    counts.update({"10": np.int64(3)}, **{"11": 1})
+    counts |= {"00": 4}
+    assert counts == {"01": 2, "10": 3, "11": 1, "00": 4} and type(counts["10"]) is int and counts.n_bits == 2
+    assert counts.setdefault("01", 9) == 2 and counts.pop("11") == 1 and counts.pop("11", None) is None
+    del counts["01"]
+    assert counts.popitem() == ("00", 4) and counts == {"10": 3}
+    counts.clear()
+    assert counts.n_bits == 2 and counts.shots == 0
+    with pytest.raises(ValueError, match="keys of 3 characters"):
+        Counts({}, 3)["01"] = 1
+    with pytest.raises(ValueError, match="keys of 2 characters, got '0'"):
+        Counts().update({"01": 1, "0": 1})
+    assert Counts.fromkeys(["00", "01"], 2).shots == 4

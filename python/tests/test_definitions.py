@@ -45,7 +45,7 @@ def test_equal_definitions_are_one_object():
     assert pickle.loads(pickle.dumps(pair())) is pair()
     assert copy.deepcopy(pair()) is pair() and copy.copy(pair()) is pair()
     assert GateDefinition("pair", Circuit(2).ry(T / 3, 0).cx(0, 1)) != pair()
-    zero, minus_zero = (GateDefinition("z", Circuit(1).rx(angle, 0)) for angle in (0.0, -0.0))
+    zero, minus_zero = (GateDefinition("zero", Circuit(1).rx(angle, 0)) for angle in (0.0, -0.0))
     assert zero is not minus_zero, "they are not the same angle"
 
 
@@ -112,6 +112,9 @@ REFUSED = {
     "name is empty": (ValueError, "name must be new", lambda: GateDefinition("", Circuit(1))),
     "name of a library gate": (ValueError, "name must be new.*got 'H'", lambda: GateDefinition("H", Circuit(1))),
     "name of a composite gate": (ValueError, "name must be new.*got 'u3'", lambda: GateDefinition("u3", Circuit(1))),
+    "name of a library gate in small letters": (ValueError, "capital or small.*got 'h'", lambda: GateDefinition("h", Circuit(1).x(0))),
+    "name of a composite gate in capitals": (ValueError, "name must be new.*got 'RZZ'", lambda: GateDefinition("RZZ", Circuit(2))),
+    "name of a gate of OpenQASM": (ValueError, "name must be new.*got 'cx'", lambda: GateDefinition("cx", Circuit(2))),
     "name of an instruction": (ValueError, "name must be new", lambda: GateDefinition("measure", Circuit(1))),
     "no circuit": (TypeError, "circuit must be a Circuit, got 'h'", lambda: GateDefinition("g", "h")),
     "no qubits": (ValueError, "at least 1 qubit", lambda: GateDefinition("g", Circuit(0))),
@@ -138,3 +141,30 @@ def test_refused(case):
     kind, message, call = REFUSED[case]
     with pytest.raises(kind, match=message):
         call()
+
+
+# Names
+
+
+def test_names_by_which_openqasm_calls_gates_are_taken():
+    from velacamplix.instruction import BY_ENTRIES, GATES, NON_UNITARY
+    from velacamplix.qasm import qelib1
+
+    listed = [*GATES, *_circuit_definition.COMPOSITES, *BY_ENTRIES, *NON_UNITARY, *qelib1.GATES, *qelib1.LANGUAGE]
+    assert {name.lower() for name in listed} == _circuit_definition._TAKEN
+    for name in {word for one in listed for word in (one, one.lower(), one.upper())}:
+        with pytest.raises(ValueError, match="name must be new"):
+            GateDefinition(name, Circuit(1).x(0))
+
+
+def test_an_inverse_has_no_taken_name_either():
+    gate = GateDefinition("h_dg", Circuit(1).s(0))
+    assert gate.inverse().name == "h_dg_dg" and gate.inverse().inverse() is gate
+    assert GateDefinition("own_dg", Circuit(1).s(0)).inverse().name == "own"
+    nameless = GateDefinition("_dg", Circuit(1).s(0))
+    assert nameless.inverse().name == "_dg_dg" and nameless.inverse().inverse() is nameless
+
+
+def test_a_definition_tells_its_size():
+    assert repr(GateDefinition("one", Circuit(1).s(0))) == "<GateDefinition one: 1 qubit, 1 step>"
+    assert repr(GateDefinition("two", Circuit(2).rx(T, 0).x(1))) == "<GateDefinition two(t): 2 qubits, 2 steps>"

@@ -97,7 +97,7 @@ def test_without_a_total_nothing_is_drawn(call, entry, precision):
     with pytest.raises(ValueError, match="must add up to a finite number above 0, got (0|nan|inf)"):
         call(state)
     assert state.array.tobytes() == before and _core.engine(state._live()) == engine
-    assert state.reset("100").measure() == 4
+    assert state.set_basis_state("100").measure() == 4
 
 
 def test_squares_that_are_too_large_have_no_total():

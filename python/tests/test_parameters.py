@@ -327,3 +327,30 @@ def test_inverse_of_an_open_circuit():
     circuit = Circuit(2).rx(A, 0).u3(A, B, A - B, 1).cu(A, B, A, B, 0, 1)
     assert circuit.inverse().bind([0.3, 0.4]) == circuit.bind([0.3, 0.4]).inverse()
     assert circuit.inverse().inverse() == circuit
+
+
+@pytest.mark.parametrize(
+    ("values", "message"),
+    [
+        ([1], "values must hold 3 numbers, one for each parameter, got 1: 'b', 'c' would have none$"),
+        ([], "got 0: 'a', 'b', 'c' would have none"),
+        ([1, 2, 3, 4], r"got 4: the parameters are \['a', 'b', 'c'\]"),
+    ],
+)
+def test_a_wrong_number_of_values_names_the_parameters(values, message):
+    circuit = Circuit(1).rx(Parameter("a"), 0).ry(Parameter("b"), 0).rz(Parameter("c"), 0)
+    with pytest.raises(ValueError, match=message):
+        circuit.bind(values)
+
+
+def test_many_missing_values_are_not_all_named():
+    circuit = Circuit(1)
+    for i in range(1000):
+        circuit.rx(Parameter(f"p{i}"), 0)
+    with pytest.raises(ValueError, match=r"got 1: 'p1', 'p2', .*\.\.\. would have none") as caught:
+        circuit.bind([0])
+    assert len(str(caught.value)) < 400
+
+
+def test_format_takes_its_parameter_by_the_usual_name():
+    assert Parameter("a").__format__(format_spec="") == "a" and f"{0.25 * Parameter('a'):.3f}" == "0.250*a"

@@ -170,7 +170,7 @@ def test_probabilities_of_other_things(source):
 
 
 def test_the_rest_of_a_large_state():
-    ax = plot_probabilities(StateVector(18).reset("+" * 18), top=4)
+    ax = plot_probabilities(StateVector(18).set_basis_state("+" * 18), top=4)
     labels, _ = bars(ax)
     assert list(labels.values())[4:] == ["others: 1"] and [text.get_text() for text in ax.texts] == ["↑"]
 
@@ -209,7 +209,7 @@ def test_amplitudes_of_an_array_and_without_legend():
 @pytest.mark.parametrize("as_array", [False, True])
 def test_what_is_left_out_of_a_large_state(as_array):
     state = some_state(11)
-    amplitudes = state.statevector()
+    amplitudes = state.statevector(order="big")
     ax = plot_state(amplitudes if as_array else state, top=5)
     largest = np.sort(np.abs(amplitudes))[-5:]
     assert sorted(bar.get_height() for bar in ax.patches) == pytest.approx(largest)
@@ -273,3 +273,57 @@ def test_without_matplotlib(call):
 def test_importing_the_package_does_not_import_matplotlib():
     script = "import sys, velacamplix; print('matplotlib' in sys.modules, 'pandas' in sys.modules)"
     assert subprocess.run([sys.executable, "-c", script], capture_output=True, text=True).stdout == "False False\n"
+
+
+# One set of bars on one axes
+
+
+DRAWN = {
+    "counts": lambda ax: plot_counts({"00": 3, "11": 5}, ax=ax),
+    "probabilities": lambda ax: plot_probabilities([0.5, 0.25, 0, 0.25], ax=ax),
+    "amplitudes": lambda ax: plot_state(StateVector(2).h(0), ax=ax, legend=False),
+    "nothing": lambda ax: plot_counts({}, ax=ax),
+    "with a rest": lambda ax: plot_counts({"00": 3, "01": 1, "11": 5}, top=1, ax=ax),
+}
+
+
+@pytest.mark.parametrize("second", DRAWN)
+@pytest.mark.parametrize("first", DRAWN)
+def test_a_second_set_on_the_same_axes_is_refused(first, second):
+    ax = DRAWN[first](pyplot.subplots()[1])
+    before = [bar.get_bbox().bounds for bar in ax.patches], [text.get_text() for text in ax.get_xticklabels()]
+    figure_axes = len(ax.figure.axes)
+    with pytest.raises(ValueError, match=r"ax has bars of outcomes already.*axes of their own.*subplots.*ax\.clear"):
+        DRAWN[second](ax)
+    assert before == ([bar.get_bbox().bounds for bar in ax.patches], [text.get_text() for text in ax.get_xticklabels()])
+    assert len(ax.figure.axes) == figure_axes
+    ax.clear()
+    DRAWN[second](ax)
+
+
+def test_axes_that_share_outcomes():
+    """Ticks are shared too, so that bars of other outcomes would be labelled wrongly."""
+    _, (upper, lower) = pyplot.subplots(2, 1, sharex=True)
+    plot_counts({"00": 3, "11": 5}, ax=upper)
+    with pytest.raises(ValueError, match="ax shares its x axis with axes that have bars of outcomes already"):
+        plot_counts({"00": 3, "01": 5}, ax=lower)
+    with pytest.raises(ValueError, match="ax shares its x axis"):
+        plot_counts({"00": 3, "01": 5}, ax=upper.twinx())
+    plot_probabilities({"00": 0.4, "11": 0.6}, ax=lower)
+    assert [text.get_text() for text in lower.get_xticklabels()] == ["00", "11"]
+
+
+def test_what_others_have_drawn_does_not_matter():
+    ax = pyplot.subplots()[1]
+    ax.plot([0, 1], [2, 3])
+    ax.bar([0, 1], [2, 3])
+    assert plot_counts({"00": 3, "11": 5}, ax=ax) is ax
+    ax.plot([0, 1], [3, 5])
+    _, (left, right) = pyplot.subplots(1, 2, sharey=True)
+    plot_counts({"00": 3, "11": 5}, ax=left)
+    plot_counts({"0": 3, "1": 5}, ax=right)
+
+
+def test_something_else_than_axes_is_refused():
+    with pytest.raises(TypeError, match="ax must be axes of matplotlib, got 3"):
+        plot_counts({"00": 3}, ax=3)

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Callable, Dict, Iterator, List, NamedTuple, Optional, Tuple, Union
+from typing import Callable, Dict, Iterator, List, NamedTuple, Optional, Set, Tuple, Union
 
 import numpy as np
 
@@ -29,14 +29,26 @@ class Branch:
         The classical bits that are known; bit c is classical bit c.
     readings : dict of int to int
         The qubit that each of the other bits will be read from in the end.
+    measured : set of int
+        Qubits that have been measured and on which nothing acts afterwards. Where no outcome was needed yet, the state
+        is still that before their measurement.
     shots : int or None
         How many they are; None if no shots were asked for.
     """
 
-    __slots__ = ("state", "step", "bits", "readings", "shots")
+    __slots__ = ("state", "step", "bits", "readings", "measured", "shots")
 
-    def __init__(self, state: StateVector, step: int, bits: int, readings: Dict[int, int], shots: Optional[int]) -> None:
-        self.state, self.step, self.bits, self.readings, self.shots = state, step, bits, readings, shots
+    def __init__(
+        self,
+        state: StateVector,
+        step: int,
+        bits: int,
+        readings: Dict[int, int],
+        measured: Set[int],
+        shots: Optional[int],
+    ) -> None:
+        self.state, self.step, self.bits, self.readings = state, step, bits, readings
+        self.measured, self.shots = measured, shots
 
     def meets(self, condition: Optional[Condition]) -> bool:
         """Return whether a step under this condition acts."""
@@ -89,7 +101,7 @@ class Walk:
         """Iterate over the branches at their end. A branch's state serves again once the next one is asked for."""
         self._shots = shots
         waiting: List[_Fork] = []
-        branch: Optional[Branch] = Branch(state, 0, 0, {}, shots)
+        branch: Optional[Branch] = Branch(state, 0, 0, {}, set(), shots)
         while branch is not None:
             fork = self._follow(branch)
             if fork is None:
@@ -109,7 +121,7 @@ class Walk:
         else:
             waiting.pop()
             state = before.state
-        branch = Branch(state, before.step, before.bits, dict(before.readings), shots)
+        branch = Branch(state, before.step, before.bits, dict(before.readings), set(before.measured), shots)
         self._settle(branch, step, outcome)
         return branch
 
@@ -118,7 +130,7 @@ class Walk:
             copied = self._spares.pop()
         else:
             try:
-                copied = type(state)._another(state.n_qubits, state.precision, state.threads)
+                copied = type(state)._another(state._n_qubits, state._precision, state._threads)
             except MemoryError as error:
                 raise MemoryError(
                     f"the outcomes of {step.source} part the shots, and each group needs a state: {error}"
@@ -152,6 +164,7 @@ class Walk:
     def _decide(self, step: _Random, branch: Branch) -> Optional[_Fork]:
         """Share out the branch's shots among the outcomes of a step; with one outcome the branch just goes on."""
         if isinstance(step, Measurement):
+            branch.measured.update(step.last)
             for qubit, clbit in step.later:
                 branch.write(clbit, 0)
                 if qubit in self._active:

@@ -27,7 +27,18 @@ UNITARY_TOLERANCE = 1e-5
 # Multiplications between two looks at signals.
 _PRODUCTS_AT_ONCE = 2**31
 
-_shorten = reprlib.Repr()
+
+def digits(number: int) -> str:
+    """Return an integer as text. Python refuses to write thousands of digits."""
+    return str(number) if number.bit_length() < 200 else f"<integer of {number.bit_length()} bits>"
+
+
+class _Shortening(reprlib.Repr):
+    def repr_int(self, number: int, level: int) -> str:
+        return super().repr_int(number, level) if number.bit_length() < 200 else digits(number)
+
+
+_shorten = _Shortening()
 _shorten.maxstring = _shorten.maxother = 60
 _shorten.maxtuple = _shorten.maxlist = 8
 
@@ -36,7 +47,22 @@ def show(value: Any) -> str:
     """Return a short text of `value` for an error message."""
     if isinstance(value, np.ndarray) and value.ndim:
         return f"an array of shape {value.shape} and type {value.dtype}"
-    return _shorten.repr(value)
+    try:
+        return _shorten.repr(value)
+    except Exception:  # of the value's own making
+        return f"<{type(value).__name__} that cannot be shown>"
+
+
+def plain(text: str) -> str:
+    """Return the characters of a text. A subclass could tell others each time it is asked.
+
+    >>> class Twofold(str):
+    ...     def __str__(self):
+    ...         return "other"
+    >>> plain(Twofold("this"))
+    'this'
+    """
+    return str.__str__(text)
 
 
 def integer(
@@ -63,8 +89,8 @@ def index(value: Any, size: int, name: str) -> int:
     """
     number = _plain_integer(value, name, "an integer")
     if not 0 <= number < size:
-        allowed = f"from 0 to {size - 1}" if size else "of something that has none"
-        raise IndexError(f"{name} must be a number {allowed}, got {show(value)}")
+        allowed = f"a number from 0 to {size - 1}" if size else "a number, but there is none to choose"
+        raise IndexError(f"{name} must be {allowed}, got {show(value)}")
     return number
 
 
@@ -163,9 +189,10 @@ def choice(value: Any, name: str, allowed: Sequence[str]) -> str:
     words = " or ".join(repr(word) for word in allowed)
     if not isinstance(value, str):
         raise TypeError(f"{name} must be {words}, got {show(value)}")
-    if value not in allowed:
-        raise ValueError(f"{name} must be {words}, got {show(value)}")
-    return str(value)
+    text = plain(value)
+    if text not in allowed:
+        raise ValueError(f"{name} must be {words}, got {show(text)}")
+    return text
 
 
 def precision(value: Any, name: str = "precision") -> str:
@@ -260,11 +287,13 @@ def _is_scalar(value: Any) -> bool:
 
 def _range_words(minimum: Optional[int], maximum: Optional[int]) -> str:
     if minimum is not None and maximum is not None:
-        return f"an integer from {minimum} to {maximum}"
+        # Python refuses to write thousands of digits; bounds of that size are of so many bits.
+        most = str(maximum) if maximum.bit_length() < 200 else f"2**{maximum.bit_length()} - 1"
+        return f"an integer from {digits(minimum)} to {most}"
     if minimum is not None:
-        return f"an integer of at least {minimum}"
+        return f"an integer of at least {digits(minimum)}"
     if maximum is not None:
-        return f"an integer of at most {maximum}"
+        return f"an integer of at most {digits(maximum)}"
     return "an integer"
 
 

@@ -5,6 +5,8 @@ from __future__ import annotations
 from typing import Any, Callable, Dict, List, Mapping, Sequence, Tuple
 
 from . import _check
+from ._check_circuit import shortened
+from ._words import counted
 from .instruction import Instruction, Register
 from .parameter import FUNCTIONS, Expression, Parameter, calculated, free_names
 
@@ -81,8 +83,10 @@ def checked_values(known: Tuple[str, ...], values: Any, named: Dict[str, Any]) -
     else:
         listed = _check.sequence(values, "values", of="numbers, or a mapping from names to numbers")
         if len(listed) != len(known):
+            missing = ", ".join(map(repr, known[len(listed) :]))
             raise ValueError(
-                f"values must hold {len(known)} numbers, one for each of {_shown(known)}, got {len(listed)}"
+                f"values must hold {counted(len(known), 'number')}, one for each parameter, got {len(listed)}: "
+                + (f"{shortened(missing)} would have none" if missing else f"the parameters are {_check.show(list(known))}")
             )
         pairs = list(zip(known, listed))
     result: Dict[str, float] = {}
@@ -91,12 +95,13 @@ def checked_values(known: Tuple[str, ...], values: Any, named: Dict[str, Any]) -
         name = key.name if isinstance(key, Parameter) else key
         if not isinstance(name, str):
             raise TypeError(f"values must have names or parameters as keys, got {_check.show(key)}")
+        name = _check.plain(name)
         if name not in names:
             raise ValueError(f"values must be for parameters of the circuit, {_shown(known)}; got {_check.show(name)}")
         if name in result:
-            raise ValueError(f"values must give each parameter once, got {name!r} twice")
+            raise ValueError(f"values must give each parameter once, got {_check.show(name)} twice")
         plain = type(value) is float and value - value == 0.0
-        result[name] = value if plain else _check.real(value, f"value of {name!r}")
+        result[name] = value if plain else _check.real(value, f"value of {_check.show(name)}")
     return result
 
 

@@ -3,14 +3,12 @@
 from __future__ import annotations
 
 from dataclasses import replace
-from typing import TYPE_CHECKING, Any, List, Optional, Sequence, Tuple, Union
+from typing import Any, List, Optional, Sequence, Tuple, Union
 
 from . import _check
+from ._annotations import Self
 from ._circuit_inverse import inverted
-from .instruction import Condition, Instruction, Register
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
+from .instruction import Condition, Instruction
 
 #: A circuit that is asked to repeat itself into more instructions than this is refused.
 MOST_INSTRUCTIONS = 100_000_000
@@ -21,7 +19,6 @@ class Combining:
 
     _n_qubits: int
     _n_clbits: int
-    _registers: Tuple[Register, ...]
     _condition: Optional[Condition]
 
     @property
@@ -103,7 +100,7 @@ class Combining:
         sdg 0
         """
         steps = [part for step in reversed(self._instructions) for part in inverted(step)]
-        return self._assembled(self._registers, steps)
+        return self._with(steps)
 
     def repeat(self, times: int) -> Self:
         """Return the circuit `times` times in a row; ``circuit * times`` is the same.
@@ -128,7 +125,7 @@ class Combining:
                 f"times must give at most {MOST_INSTRUCTIONS} instructions in all, got {_check.show(times)} "
                 f"times {len(self._instructions)}"
             )
-        return self._assembled(self._registers, list(self._instructions) * count)
+        return self._with(list(self._instructions) * count)
 
     def __mul__(self, times: Any) -> Self:
         """Return the circuit several times in a row."""
@@ -144,8 +141,7 @@ class Combining:
     def _append(self, step: Instruction) -> None:
         raise NotImplementedError
 
-    @classmethod
-    def _assembled(cls, registers: Tuple[Register, ...], instructions: List[Instruction]) -> Self:
+    def _with(self, instructions: Optional[List[Instruction]]) -> Self:
         raise NotImplementedError
 
 

@@ -4,11 +4,12 @@ from __future__ import annotations
 
 import math
 from dataclasses import replace
-from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Optional, Sequence, Tuple
+from typing import TYPE_CHECKING, Any, Container, Dict, Iterable, List, Optional, Sequence, Tuple
 from weakref import WeakValueDictionary, ref
 
 from . import _check
 from ._circuit_composites import COMPOSITES
+from ._words import counted
 from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Instruction
 from .parameter import Expression, Parameter
 
@@ -21,6 +22,12 @@ __all__ = ["GateDefinition"]
 # case. Beyond this the exact number does not matter to anyone.
 SIZE_LIMIT = 2**62
 
+# All names, in small letters, that mean something else already: those of the package, and those by which OpenQASM programs
+# call its gates.
+_TAKEN = frozenset(name.lower() for name in [*GATES, *BY_ENTRIES, *NON_UNITARY, *COMPOSITES]).union(
+    "c3sqrtx c3x c4x ccx ch cp crx cry crz cswap csx cu1 cu3 cx cy cz id p u0 u1".split()
+)
+
 # There is one object for each meaning, so that comparing definitions, however deep, is comparing objects.
 _known: WeakValueDictionary[Any, GateDefinition] = WeakValueDictionary()
 
@@ -31,7 +38,7 @@ class GateDefinition:
     Parameters
     ----------
     name : str
-        Not one of the gates the package knows.
+        Not that of a gate the package knows, nor one by which OpenQASM calls it, in capital or small letters.
     circuit : Circuit
         What the gate does to ``circuit.n_qubits`` qubits: gates and barriers without conditions.
     params : sequence of str, optional
@@ -79,8 +86,12 @@ class GateDefinition:
     def __new__(cls, name: str, circuit: Circuit, params: Optional[Sequence[str]] = None) -> GateDefinition:
         if not isinstance(name, str):
             raise TypeError(f"name must be a text, got {_check.show(name)}")
-        if not name or name in GATES or name in BY_ENTRIES or name in NON_UNITARY or name in COMPOSITES:
-            raise ValueError(f"name must be new, not that of a gate or instruction the package knows, got {name!r}")
+        name = _check.plain(name)
+        if not name or is_taken(name):
+            raise ValueError(
+                "name must be new, not that of a gate or instruction the package knows, in capital or small letters, "
+                f"got {_check.show(name)}"
+            )
         if not hasattr(circuit, "instructions") or not hasattr(circuit, "parameters"):
             raise TypeError(f"circuit must be a Circuit, got {_check.show(circuit)}")
         listed = circuit.parameters if params is None else _names(params)
@@ -112,7 +123,7 @@ class GateDefinition:
         return _known.setdefault(key, made)
 
     def inverse(self) -> GateDefinition:
-        """Return the gate that undoes this one; its name ends in ``_dg``, or no longer does.
+        """Return the gate that undoes this one; its name ends in ``_dg``, or no longer does if what is left is new.
 
         Examples
         --------
@@ -130,7 +141,9 @@ class GateDefinition:
             return known
         for definition in ordered([self]):  # those inside first, so that nothing recurses
             if definition._known_inverse() is None:
-                name = definition.name[:-3] if definition.name.endswith("_dg") else definition.name + "_dg"
+                name = definition.name[:-3] if definition.name.endswith("_dg") else ""
+                if not name or is_taken(name):
+                    name = definition.name + "_dg"
                 body = tuple([part for step in reversed(definition.body) for part in inverted(step)])
                 undone = GateDefinition.checked(name, definition.params, definition.n_qubits, body)
                 definition._inverse = undone
@@ -153,8 +166,25 @@ class GateDefinition:
 
     def __repr__(self) -> str:
         params = f"({', '.join(self.params)})" if self.params else ""
-        qubits = f"{self.n_qubits} qubit" + ("" if self.n_qubits == 1 else "s")
-        return f"<GateDefinition {self.name}{params}: {qubits}, {len(self.body)} steps>"
+        return f"<GateDefinition {self.name}{params}: {counted(self.n_qubits, 'qubit')}, {counted(len(self.body), 'step')}>"
+
+
+def is_taken(name: str) -> bool:
+    """Whether a definition of this name would be taken for something else, by readers or by programs.
+
+    >>> is_taken("h"), is_taken("CX"), is_taken("bell")
+    (True, True, False)
+    """
+    return name.lower() in _TAKEN
+
+
+def renamed(definition: GateDefinition, others: Container[str]) -> GateDefinition:
+    """Return a definition of a program under a name that is neither taken nor that of one of its others."""
+    name, number = definition.name, 0
+    while is_taken(name) or name in others:
+        number += 1
+        name = f"{definition.name}_gate" + (f"_{number}" if number > 1 else "")
+    return definition if not number else GateDefinition.checked(name, definition.params, definition.n_qubits, definition.body)
 
 
 def size(step: Instruction) -> int:
@@ -241,6 +271,7 @@ def _names(params: Sequence[Any]) -> Tuple[str, ...]:
     for name in names:
         if not isinstance(name, str):
             raise TypeError(f"params must be names of parameters, got {_check.show(name)}")
+    names = tuple([_check.plain(name) for name in names])
     if len(set(names)) < len(names):
         raise ValueError(f"params must be distinct, got {list(names)}")
     return names

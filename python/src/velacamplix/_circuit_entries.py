@@ -2,12 +2,10 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Sequence, Tuple, Union
+from typing import Any, Sequence, Tuple, Union
 
 from . import _check, _check_circuit, _check_readout
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
+from ._annotations import Self
 
 
 class EntryMethods:

@@ -4,14 +4,12 @@ from __future__ import annotations
 
 import os
 from collections import Counter
-from typing import TYPE_CHECKING, Dict, Iterator, List, Optional, Tuple, Union
+from typing import Any, Dict, Iterator, List, Optional, Tuple, Union
 
 from . import _check, _check_readout
+from ._annotations import Self
 from .drawing import Drawing, draw
 from .instruction import Instruction, Register
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class Figures:
@@ -114,16 +112,26 @@ class Figures:
         plain, all_qubits = _check_readout.flag(ascii, "ascii"), _check_readout.flag(idle, "idle")
         return draw(self._n_qubits, self._registers, self._instructions, width, plain, all_qubits)
 
-    def to_qasm(self) -> str:
+    def to_qasm(self, *, definitions: bool = True) -> str:
         """Return the circuit as an OpenQASM 2 program.
 
         `from_qasm` makes the same circuit of it again. Gates of qelib1.inc are written by their names, others as gate
         blocks that are exact, global phase included; definitions become gate blocks. Three things come back in another
         form with the same meaning: X and CNOT with one control as CNOT and CCNOT (Z with one as CSIGN, and likewise
-        beyond), and a measurement or reset of several qubits that are no whole register as one for each qubit.
+        beyond), and a measurement or reset of several qubits that are no whole register as one for each qubit. Definitions
+        whose name the program has for something else, or two of one name, get others.
+
+        Parameters
+        ----------
+        definitions : bool
+            Gates that came into qelib1.inc after its publication (arXiv:1707.03429), as sx, swap and crx, are written
+            with their definitions, so that every reader understands them. False leaves these definitions out, for
+            readers whose file has the gates.
 
         Raises
         ------
+        TypeError
+            If `definitions` is neither True nor False.
         ValueError
             If a parameter has no value, or an instruction cannot be said in OpenQASM 2; the message names it.
 
@@ -142,11 +150,15 @@ class Figures:
         """
         from .qasm.writer import write_qasm
 
-        return write_qasm(self)
+        return write_qasm(self, _check_readout.flag(definitions, "definitions"))
 
     @classmethod
     def from_qasm(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
         """Read an OpenQASM 2 program.
+
+        A gate that the program declares under a name by which the package knows one has ``_gate`` behind its name.
+        Called on a class that inherits, it makes an object of that class, whose constructor must take what that of
+        `Circuit` takes; so does `from_qasm3`.
 
         Parameters
         ----------
@@ -157,7 +169,7 @@ class Figures:
 
         Raises
         ------
-        velacamplix.qasm.QasmError
+        QasmError
             If the program is wrong; it tells line and column. A ``ValueError``.
         OSError
             If the file cannot be read.
@@ -175,14 +187,17 @@ class Figures:
         """
         from .qasm import read_qasm
 
-        return read_qasm(path_or_text)  # type: ignore[return-value]
+        return cls._of(read_qasm(path_or_text))
 
     @classmethod
     def from_qasm3(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
         """Read an OpenQASM 3 program by way of Qiskit's importer.
 
-        What Qiskit's importer reads and this package's circuits can say: gates, definitions, measurement, reset,
-        barriers, and ``if`` on bits and registers. Input parameters become parameters of the circuit.
+        What Qiskit's importer reads and this package's circuits can say: gates with all modifiers, definitions, phases,
+        measurement, reset, barriers, and ``if`` on bits and registers. Input parameters become parameters of the circuit.
+        The state is the program's, global phase included; a delay leaves no instruction. Whatever is not carried out
+        exactly is refused: loops, ``if`` inside ``if``, ``else`` after a condition on several bits, powers with a
+        fraction that readers understand differently.
 
         Parameters
         ----------
@@ -193,14 +208,28 @@ class Figures:
         ------
         ImportError
             If ``qiskit`` or ``qiskit_qasm3_import`` is not installed; the message tells how to get them.
-        ValueError
-            If the program is wrong, or has something a circuit cannot say; the message names it.
+        velacamplix.qasm.QasmError
+            If the program is wrong, or has something a circuit cannot say; it names it, with line and column. A
+            ``ValueError``.
         OSError
             If the file cannot be read.
+
+        Notes
+        -----
+        ``U(theta, phi, lambda)`` is Qiskit's: its entry for 0 and 0 is cos(theta/2). The language's own text multiplies
+        it by exp(i theta/2), which no measurement can tell but for controlled forms.
         """
         from .qasm.version3 import read_qasm3
 
-        return read_qasm3(path_or_text)  # type: ignore[return-value]
+        return cls._of(read_qasm3(path_or_text))
+
+    @classmethod
+    def _of(cls, circuit: Any) -> Self:
+        """Return a circuit that was read as one of this class, whose constructor takes what that of `Circuit` does."""
+        if type(circuit) is cls:
+            return circuit
+        made: Any = cls(circuit.n_qubits, circuit.n_clbits, registers=circuit.registers)  # type: ignore[call-arg]
+        return made.compose(circuit)
 
 
 def _counted_name(step: Instruction) -> str:

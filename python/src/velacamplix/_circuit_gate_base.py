@@ -2,16 +2,14 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Iterator, Sequence, Tuple, Union
+from typing import Any, Iterator, Sequence, Tuple, Union
 
 import numpy as np
 
 from . import _check
+from ._annotations import Self
 from ._circuit_basic import basic
 from .instruction import GATES, Instruction
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 Controls = Union[int, Sequence[int]]
 

@@ -2,13 +2,9 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING
-
+from ._annotations import Self
 from ._circuit_gate_base import Controls, GateBase
 from ._circuit_more_gates import MoreGates
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class NamedGates(GateBase):

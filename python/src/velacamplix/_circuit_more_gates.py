@@ -5,12 +5,10 @@ Global phases are those of Qiskit's gates of the same name. Where a name begins 
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Tuple
+from typing import Any, Tuple
 
+from ._annotations import Self
 from ._circuit_gate_base import Controls, GateBase
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class MoreGates(GateBase):

@@ -2,15 +2,13 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Iterator, List, Optional, Tuple
+from typing import Any, Iterator, List, Optional, Tuple
 
 from . import _check_circuit
+from ._annotations import Self
 from ._circuit_basic import basic
 from ._circuit_binding import Template, checked_values, parameters_of, partly_bound
 from .instruction import Instruction, Register
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class ParameterMethods:
@@ -37,7 +35,9 @@ class ParameterMethods:
     def bind(self, values: Any = None, /, **named: float) -> Self:
         """Return the circuit with numbers in place of its parameters.
 
-        Binding a circuit again and again is cheap, and circuits bound from the same one share the work of planning.
+        Binding a circuit again and again is cheap, and circuits bound from the same one share the work of planning: what
+        was planned for the last eight circumstances (precision, fusion, which qubits begin in another state than 0) is
+        kept as long as one of them exists.
 
         Parameters
         ----------
@@ -72,12 +72,11 @@ class ParameterMethods:
         if not numbers:
             return self.copy()
         if len(numbers) < len(names):
-            return self._assembled(self._registers, partly_bound(self._instructions, numbers))
+            return self._with(partly_bound(self._instructions, numbers))
         if self._own_template is None:
             self._own_template = Template(self._registers, tuple(self._instructions))
         params = self._own_template.params(numbers)
-        bound = self._assembled(self._registers, [])
-        bound._steps, bound._names = None, ()
+        bound = self._with(None)
         bound._template, bound._template_params = self._own_template, params
         return bound
 
@@ -113,6 +112,5 @@ class ParameterMethods:
     def copy(self) -> Self:
         raise NotImplementedError
 
-    @classmethod
-    def _assembled(cls, registers: Tuple[Register, ...], instructions: List[Instruction]) -> Self:
+    def _with(self, instructions: Optional[List[Instruction]]) -> Self:
         raise NotImplementedError

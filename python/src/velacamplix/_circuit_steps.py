@@ -2,14 +2,15 @@
 
 from __future__ import annotations
 
+import warnings
 from contextlib import contextmanager
-from typing import TYPE_CHECKING, Iterator, Optional, Sequence, Tuple, Union
+from itertools import chain, count
+from typing import Iterator, Optional, Sequence, Tuple, Union
 
 from . import _check
+from ._annotations import Self
+from ._state_part import bit_string
 from .instruction import Condition, Register
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 
 class StepMethods:
@@ -38,7 +39,7 @@ class StepMethods:
         Raises
         ------
         TypeError, IndexError
-            If a number is no integer, or not in the circuit.
+            If a number is no integer, or not in the circuit; a circuit without classical bits says how to get some.
         ValueError
             If a qubit or a bit is named twice, or the lists differ in length.
 
@@ -49,6 +50,8 @@ class StepMethods:
         measure 1,0 -> 0,1
         """
         sources = _check.qubits(qubits, self._n_qubits)
+        if not self._n_clbits:
+            raise IndexError(f"clbits must be classical bits of the circuit, got {_check.show(clbits)}, but {self._no_bits()}")
         targets = _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
         if len(sources) != len(targets):
             raise ValueError(
@@ -59,7 +62,7 @@ class StepMethods:
     def measure_all(self) -> Self:
         """Measure qubit i into classical bit i, for all qubits.
 
-        A circuit without classical bits gets a register ``c`` of `n_qubits` bits.
+        A circuit without classical bits gets a register ``c`` of `n_qubits` bits, under another name if that is taken.
 
         Raises
         ------
@@ -74,7 +77,8 @@ class StepMethods:
         """
         if self._n_clbits == 0 and self._n_qubits:
             taken = {register.name for register in self._registers}
-            name = next(word for word in ("c", "meas", "measured_bits") if word not in taken)
+            words = chain(("c", "meas", "measured_bits"), (f"measured_bits_{number}" for number in count(2)))
+            name = next(word for word in words if word not in taken)
             self._registers += (Register(name, "classical", 0, self._n_qubits),)
             self._n_clbits = self._n_qubits
         if self._n_clbits < self._n_qubits:
@@ -112,16 +116,18 @@ class StepMethods:
 
     @contextmanager
     def when(
-        self, clbits: Union[str, int, Sequence[int]], value: int
+        self, clbits: Union[str, int, Sequence[int]], value: Union[int, str]
     ) -> Iterator[Self]:
         """Let all instructions added inside act only if classical bits hold `value`.
 
         Parameters
         ----------
         clbits : str, int or sequence of int
-            Name of a classical register, a bit, or bits from the lowest up.
-        value : int
-            From 0 to ``2**k - 1`` for k bits.
+            Name of a classical register, a bit, or a list of distinct bits.
+        value : int or str
+            A text has one character 0 or 1 per bit, in the order listed; that of a register begins with its bit 0, as
+            the keys of counts do. A number goes from 0 to ``2**k - 1`` for k bits: of a list the first bit is the most
+            significant, as everywhere; a register's number has its bit 0 lowest, as OpenQASM reads it.
 
         Raises
         ------
@@ -131,6 +137,12 @@ class StepMethods:
             If a bit or the value is of the wrong kind or out of range, or if
             the call stands inside another `when`.
 
+        Warns
+        -----
+        FutureWarning
+            In this version only, where a number for a list meant something else in 0.1, which took the first bit for
+            the least significant. A text says it without a warning.
+
         Examples
         --------
         >>> from velacamplix.circuit import Circuit
@@ -139,12 +151,20 @@ class StepMethods:
         ...     _ = circuit.x(1)
         >>> print(circuit[-1])
         X 1 if c[0] == 1
+        >>> circuit = Circuit(3, 2).measure([0, 1], [0, 1])
+        >>> with circuit.when([0, 1], "10"):            # bit 0 is 1 and bit 1 is 0; when("c", 1) is the same
+        ...     _ = circuit.x(2)
+        >>> print(circuit[-1])
+        X 2 if c[0, 1] == "10"
         """
         if self._condition is not None:
             raise ValueError("when() cannot stand inside another when(): join the bits in one call")
         bits = self._classical_bits(clbits)
-        wanted = _check.integer(value, "value", minimum=0, maximum=2 ** len(bits) - 1)
-        self._condition = Condition(bits, wanted)
+        held = _held(value, clbits, bits)
+        # In increasing order, so that one wish is one condition, however it was written.
+        order = sorted(range(len(bits)), key=bits.__getitem__, reverse=True)
+        number = int("".join([held[place] for place in order]) or "0", 2)
+        self._condition = Condition(tuple([bits[place] for place in reversed(order)]), number)
         try:
             yield self
         finally:
@@ -152,9 +172,43 @@ class StepMethods:
 
     def _classical_bits(self, clbits: Union[str, int, Sequence[int]]) -> Tuple[int, ...]:
         if not isinstance(clbits, str):
+            if not self._n_clbits:
+                raise IndexError(f"clbits must be classical bits of the circuit, got {_check.show(clbits)}, but {self._no_bits()}")
             return _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
+        clbits = _check.plain(clbits)
         for register in self._registers:
             if register.kind == "classical" and register.name == clbits:
                 return tuple(register.bits)
         names = [register.name for register in self._registers if register.kind == "classical"]
-        raise KeyError(f"clbits must name a classical register, one of {names}, got {clbits!r}")
+        known = f"one of {_check.show(names)}" if names else "of which there is none"
+        raise KeyError(f"clbits must name a classical register, {known}, got {_check.show(clbits)}")
+
+    def _no_bits(self) -> str:
+        return (
+            f"it has none: write Circuit({self._n_qubits}, number_of_bits), or call measure_all(), which makes one for each "
+            "qubit"
+        )
+
+
+def _held(value: Union[int, str], clbits: Union[str, int, Sequence[int]], bits: Tuple[int, ...]) -> str:
+    """Return what each of the checked bits must be, as a text in their order."""
+    if isinstance(value, str):
+        if len(value) != len(bits) or value.strip("01"):
+            raise ValueError(
+                f"value must be a text of {len(bits)} characters 0 and 1, one per bit, got {_check.show(value)}"
+            )
+        return value
+    number = _check.integer(value, "value", minimum=0, maximum=2 ** len(bits) - 1)
+    first_highest = bit_string(number, len(bits))
+    first_lowest = first_highest[::-1]
+    if isinstance(clbits, str):
+        return first_lowest
+    if first_highest != first_lowest:
+        warnings.warn(
+            f"value {_check.show(number)} for a list of bits now has the first of them, bit {bits[0]}, as the most "
+            "significant, which was the least significant in 0.1. Give it as a text, one character per bit in the order "
+            f"listed: {_check.show(first_highest)} is what the number means now, {_check.show(first_lowest)} what it meant",
+            FutureWarning,
+            stacklevel=4,
+        )
+    return first_highest

@@ -7,7 +7,7 @@ from typing import Any, Dict, Optional
 
 import numpy as np
 
-from . import _check, _check_readout, _core, _memory
+from . import _array_order, _check, _check_readout, _core, _memory
 from ._drive import heard
 from ._progress import ProgressLike, checked, metered
 from ._state_part import Qubits, StatePart, bit_string
@@ -22,15 +22,16 @@ _BYTES_PER_ENTRY = 400
 class Exports(StatePart):
     """Nothing here changes the state."""
 
-    def statevector(self, order: str = "big", out: Optional[np.ndarray] = None) -> np.ndarray:
+    def statevector(self, order: Optional[str] = None, out: Optional[np.ndarray] = None) -> np.ndarray:
         """Return a copy of the 2**n amplitudes.
 
         Parameters
         ----------
-        order : {"big", "little"}
-            Whether qubit 0 is the most or the least significant bit of a position. "little" is the order of `array`.
+        order : {"little", "big"}, optional
+            Whether qubit 0 is the lowest bit of an index ("little", the default and the order of `array`) or the
+            highest. Without it there is a FutureWarning, in this version only, where the two would differ.
         out : numpy.ndarray, shape (2**n,), optional
-            Where to put the copy: ``complex128`` for double precision, ``complex64`` for single.
+            Where to put the copy: ``complex128`` for double precision, ``complex64`` for single, of any memory layout.
 
         Returns
         -------
@@ -40,7 +41,7 @@ class Exports(StatePart):
         Raises
         ------
         TypeError, ValueError
-            If `out` is no such array, not contiguous, not writable, or shares memory with the state.
+            If `out` is no such array, not writable, or shares memory with the state.
         MemoryError
             If the copy does not fit.
 
@@ -48,21 +49,29 @@ class Exports(StatePart):
         --------
         >>> from velacamplix import StateVector
         >>> state = StateVector(3).x(0)
-        >>> int(state.statevector().argmax()), int(state.statevector(order="little").argmax())
-        (4, 1)
+        >>> int(state.statevector(order="little").argmax()), int(state.statevector(order="big").argmax())
+        (1, 4)
         """
-        core, permuted = self._live(), _check.order(order) == "big"
+        core, permuted = self._live(), order is not None and _check.order(order) == "big"
         length = 2**self._n_qubits
-        if out is None:
+        target = None
+        if out is not None:
+            target = _check_readout.output(out, length, self._amplitude_type)
+            if np.may_share_memory(target, core.view()):
+                raise ValueError("out must not share memory with the state, got a view made by .array")
+        if target is not None and _is_plain(target):
+            copy = target
+        else:
             _memory.require_bytes(
                 length * np.dtype(self._amplitude_type).itemsize, f"a copy of the amplitudes of {self._n_qubits} qubits"
             )
-            out = np.empty(length, dtype=self._amplitude_type)
-        else:
-            out = _check_readout.output(out, length, self._amplitude_type)
-            if np.may_share_memory(out, core.view()):
-                raise ValueError("out must not share memory with the state, got a view made by .array")
-        _core.copy_amplitudes(core, out, permuted)
+            copy = np.empty(length, dtype=self._amplitude_type)
+        _core.copy_amplitudes(core, copy, permuted)
+        _array_order.of_amplitudes(copy, order, "statevector()")
+        if out is None or target is None:
+            return copy
+        if copy is not target:
+            target[...] = copy
         return out
 
     def to_dict(
@@ -94,9 +103,9 @@ class Exports(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> StateVector(3).reset("011").to_dict()
+        >>> StateVector(3).set_basis_state("011").to_dict()
         {'011': (1+0j)}
-        >>> StateVector(3).reset("011").to_dict(order="little")
+        >>> StateVector(3).set_basis_state("011").to_dict(order="little")
         {'110': (1+0j)}
         """
         core, order, limit = self._live(), _check.order(order), _check_readout.threshold(threshold)
@@ -141,7 +150,7 @@ class Exports(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("10+")
+        >>> state = StateVector(3).set_basis_state("10+")
         >>> {outcome: round(p, 6) for outcome, p in state.distribution_dict([0, 2]).items()}
         {'10': 0.5, '11': 0.5}
         """
@@ -182,6 +191,11 @@ def _by_text(keys: np.ndarray, values: np.ndarray, n_qubits: int, progress: Prog
             meter.advance(len(texts))
             meter.tell()
     return found
+
+
+def _is_plain(array: np.ndarray) -> bool:
+    """Whether the core can fill an array where it lies."""
+    return array.flags.c_contiguous and array.flags.aligned and array.dtype.isnative
 
 
 def _above(amplitudes: np.ndarray, magnitude: float) -> int:

@@ -2,15 +2,13 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Iterable, Sequence, Tuple, Union
+from typing import Any, Iterable, Sequence, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_data, _core, _memory
+from ._annotations import Self
 from ._state_part import Qubits, StatePart, highest_first
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 # What a register may hold besides 0 before it is written to: no more than rounding leaves there.
 _ROUNDING = 1e-5
@@ -146,7 +144,7 @@ class Loading(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("1++").phase_oracle(["10"], qubits=[0, 2])
+        >>> state = StateVector(3).set_basis_state("1++").phase_oracle(["10"], qubits=[0, 2])
         >>> {outcome: round(amplitude.real, 6) for outcome, amplitude in state.to_dict().items()}
         {'100': -0.5, '101': 0.5, '110': -0.5, '111': 0.5}
         """

@@ -2,15 +2,13 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any
+from typing import Any
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _machine, _memory
+from ._annotations import Self
 from ._state_part import Qubits, StatePart, highest_first
-
-if TYPE_CHECKING:
-    from typing_extensions import Self
 
 _LARGEST_SINGLE = float(np.finfo(np.float32).max)
 

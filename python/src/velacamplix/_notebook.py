@@ -33,8 +33,8 @@ def of_counts(counts: Counts) -> str:
     return _titled(f"Counts: {counted(shots, 'shot')}", _table(("outcome", "count", ""), rows))
 
 
-def of_state(state: StateVector) -> str:
-    """Return what a state is and, unless it is large, a table of its largest amplitudes."""
+def of_state(state: StateVector, order: str = "qubit 0 leftmost") -> str:
+    """Return what a state is and, unless it is large, a table of its largest amplitudes; `order` tells its qubits."""
     try:
         array = state.array
     except RuntimeError:  # released
@@ -54,7 +54,7 @@ def of_state(state: StateVector) -> str:
         rows.append((_code(outcome), f"{amplitude.real:.4f}{amplitude.imag:+.4f}j", _bar(float(probability))))
     if len(best) > _ROWS:
         rows.append(("others", "", _bar(max(0.0, 1.0 - sum(float(p) for _, p in best[:_ROWS])))))
-    return _titled(title, _table(("qubit 0 leftmost", "amplitude", "probability"), rows))
+    return _titled(title, _table((order, "amplitude", "probability"), rows))
 
 
 def of_circuit(circuit: Circuit) -> str:
@@ -80,7 +80,9 @@ def of_result(result: Result) -> str:
     if result.n_shots is not None:
         parts.append(of_counts(result.counts))
     elif result.has_state:
-        parts.append(of_state(result.state))
+        active = result.active_qubits
+        listed = ", ".join(map(str, active[:_ROWS])) + (", …" if len(active) > _ROWS else "")
+        parts.append(of_state(result.compact_state, *[] if len(active) == result.n_qubits else [f"qubits {listed}"]))
     return _titled(title, "".join(parts))
 
 

@@ -10,8 +10,8 @@ from . import _check
 # Coefficient, letters, and the qubit of each letter. The constant has no letters.
 ParsedTerm = Tuple[complex, str, Tuple[int, ...]]
 
-#: A qubit is a bit of a 64-bit number.
-MOST_QUBITS = 64
+#: More than any state has: a circuit may have many qubits of which few are used.
+MOST_QUBITS = 2**16
 
 _SPACE = re.compile(r"[ \t\r\n]*")
 _NUMBER = re.compile(r"(?:[0-9]+\.?[0-9]*|\.[0-9]+)(?:[eE][+-]?[0-9]+)?[jJ]?")
@@ -101,7 +101,7 @@ class _Reader:
             raise self._mistake("a factor X, Y, Z or I with the number of its qubit, as in X0")
         letter, digits = found.groups()
         # Not by way of int(): there may be thousands of digits.
-        qubit = int(digits) if len(digits.lstrip("0")) < 3 else MOST_QUBITS
+        qubit = int(digits) if len(digits.lstrip("0")) < 6 else MOST_QUBITS
         if qubit >= MOST_QUBITS:
             raise self._mistake(f"a qubit from 0 to {MOST_QUBITS - 1}")
         if qubit in earlier:

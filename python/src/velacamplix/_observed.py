@@ -1,12 +1,13 @@
-"""Observables of a circuit's final state, on the qubits that the state has."""
+"""Observables after all instructions of a circuit, its measurements included, on the qubits that the state has."""
 
 from __future__ import annotations
 
-from typing import Any, Dict, List, NamedTuple, Sequence
+import warnings
+from typing import AbstractSet, Any, Dict, Iterable, List, NamedTuple, Sequence, Set, Tuple
 
 import numpy as np
 
-from . import _check
+from . import _check, _check_circuit
 from .observable import Observable
 from .statevector import StateVector
 
@@ -17,10 +18,31 @@ class Observed(NamedTuple):
     observables: List[Observable]
     are_many: bool
 
-    def on(self, active: Sequence[int]) -> List[Observable]:
-        """Return the observables for a state of the active qubits, all others being 0."""
+    def on(self, active: Sequence[int], measured: AbstractSet[int]) -> List[Observable]:
+        """Return the observables for a state of the active qubits, all others being 0.
+
+        `measured` are those whose measurement the state does not show: it leaves nothing of X and Y.
+        """
         places = {qubit: place for place, qubit in enumerate(active)}
-        return [_reduced(observable, places) for observable in self.observables]
+        return [_reduced(observable, places, measured) for observable in self.observables]
+
+    def warn(self, active: Sequence[int], measured: Iterable[AbstractSet[int]], stacklevel: int) -> None:
+        """Warn of terms that would not be 0 but for one of the sets of measured qubits; `stacklevel` as of the caller."""
+        lost: Set[int] = set()
+        for observable in self.observables:
+            for term in observable.terms:
+                turned = {qubit for qubit, letter in zip(term.qubits, term.paulis) if letter != "Z"}
+                if term.coefficient and turned.issubset(active):
+                    lost.update(*[turned.intersection(qubits) for qubits in measured])
+        if lost:
+            listed = _check_circuit.shortened(", ".join(map(str, sorted(lost))))
+            warnings.warn(
+                f"terms with X or Y count 0 on qubits that are measured at the end, here {listed}: expectation values are "
+                "those after all instructions. For the values before a measurement leave it away, or ask the state, "
+                "which shows no measurement at the end: run(...).state.expectation(...)",
+                UserWarning,
+                stacklevel=stacklevel + 1,
+            )
 
     def shaped(self, values: np.ndarray) -> Any:
         """Return the values as the observables came: a number for one, an array for a list."""
@@ -28,13 +50,13 @@ class Observed(NamedTuple):
         return numbers if self.are_many else numbers[0].item()
 
 
-def checked(observables: Any, n_qubits: int) -> Observed:
+def checked(observables: Any, n_qubits: int, argument: str = "observables") -> Observed:
     """Return observables given as one or as a list; one is whatever `Observable` takes."""
     are_many = isinstance(observables, (list, tuple)) and not _is_list_of_terms(observables)
     listed = list(observables) if are_many else [observables]
     found = []
     for i, value in enumerate(listed):
-        name = f"observables[{i}]" if are_many else "observables"
+        name = f"{argument}[{i}]" if are_many else argument
         if not isinstance(value, (Observable, str, dict, list, tuple)):
             raise TypeError(
                 f"{name} must be an Observable, a text, a dictionary or a list of terms, got {_check.show(value)}"
@@ -42,7 +64,7 @@ def checked(observables: Any, n_qubits: int) -> Observed:
         try:
             observable = value if isinstance(value, Observable) else Observable(value)
         except (TypeError, ValueError) as error:
-            raise type(error)(f"{name}: {error}") from None
+            raise type(error)(str(error) if name == "observable" else f"{name}: {error}") from None
         if observable.n_qubits > n_qubits:
             raise ValueError(
                 f"{name} must act on qubits below {n_qubits}, those of the circuit, got one on qubit "
@@ -61,17 +83,20 @@ def _is_list_of_terms(observables: Sequence[Any]) -> bool:
     return bool(observables) and all(isinstance(term, tuple) and len(term) == 3 for term in observables)
 
 
-def _reduced(observable: Observable, places: Dict[int, int]) -> Observable:
+def _reduced(observable: Observable, places: Dict[int, int], measured: AbstractSet[int]) -> Observable:
     constant = observable.constant
     terms: List[Any] = []
     for term in observable.terms:
-        kept = [(letter, places[qubit]) for letter, qubit in zip(term.paulis, term.qubits) if qubit in places]
-        idle = [letter for letter, qubit in zip(term.paulis, term.qubits) if qubit not in places]
-        # On a qubit that is 0, Z is 1, and X and Y are 0.
-        if set(idle) - {"Z"}:
-            continue
-        if kept:
-            terms.append((term.coefficient, "".join(letter for letter, _ in kept), [place for _, place in kept]))
+        kept: List[Tuple[str, int]] = []
+        for letter, qubit in zip(term.paulis, term.qubits):
+            # X and Y are 0 on a qubit that is 0, and on one that is 0 or 1 by its measurement.
+            if letter != "Z" and (qubit not in places or qubit in measured):
+                break
+            if qubit in places:  # Z is 1 on a qubit that is 0
+                kept.append((letter, places[qubit]))
         else:
-            constant = constant + term.coefficient
+            if kept:
+                terms.append((term.coefficient, "".join(letter for letter, _ in kept), [place for _, place in kept]))
+            else:
+                constant = constant + term.coefficient
     return Observable([*terms, (constant, "", [])])

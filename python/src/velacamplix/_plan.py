@@ -4,6 +4,8 @@ from __future__ import annotations
 
 from typing import NamedTuple, Tuple
 
+from ._words import counted
+
 
 class Timings(NamedTuple):
     """Seconds that the parts of a run took.
@@ -73,5 +75,9 @@ class Plan(NamedTuple):
 
         >>> print(Plan(300, (Pass(0, 200, (0, 1)), Pass(200, 300, ())), 1.5))
         300 gates in 2 passes, 1.5 sweeps over memory
+        >>> print(Plan(1, (Pass(0, 1, ()),), 1.0))
+        1 gate in 1 pass, 1 sweep over memory
         """
-        return f"{self.gates} gates in {len(self.passes)} passes, {self.sweeps:.3g} sweeps over memory"
+        passes = f"{len(self.passes)} " + ("pass" if len(self.passes) == 1 else "passes")
+        sweeps = f"{self.sweeps:.3g}"
+        return f"{counted(self.gates, 'gate')} in {passes}, {sweeps} {'sweep' if sweeps == '1' else 'sweeps'} over memory"

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from typing import Any, List, NamedTuple, Optional, Sequence, Tuple
 
-from . import _extras
+from . import _check, _extras
 
 # Up to so many outcomes are all drawn; of more only the largest, when the caller names no number.
 MOST_BARS, LARGEST = 256, 32
@@ -40,11 +40,37 @@ class Bars(NamedTuple):
 
 
 def axes(ax: Any, bars: Bars, purpose: str) -> Any:
-    """Return the caller's axes, or those of a new figure with room for the bars."""
+    """Return the caller's axes, or those of a new figure with room for the bars.
+
+    Raises
+    ------
+    ValueError
+        If the axes have bars of outcomes already, or share an x axis that has other outcomes.
+    """
     if ax is not None:
+        _require_place(ax, bars)
         return ax
     pyplot = _extras.imported("matplotlib.pyplot", purpose)
     return pyplot.subplots(figsize=figure_size(bars), layout="constrained")[1]
+
+
+def _require_place(ax: Any, bars: Bars) -> None:
+    # Bars stand side by side and not at places of their own, so another set would stand at the outcomes of the first.
+    if not hasattr(ax, "get_shared_x_axes"):
+        raise TypeError(f"ax must be axes of matplotlib, got {_check.show(ax)}")
+    for other in ax.get_shared_x_axes().get_siblings(ax):
+        for drawn in other.containers:
+            outcomes = getattr(drawn, "outcomes", None)
+            if outcomes is not None and (other is ax or outcomes != _outcomes(bars)):
+                where = "ax has bars" if other is ax else "ax shares its x axis with axes that have bars"
+                raise ValueError(
+                    f"{where} of outcomes already, and the new ones would stand at their places: give axes of their own, "
+                    "as of matplotlib.pyplot.subplots(1, 2), or clear these with ax.clear()"
+                )
+
+
+def _outcomes(bars: Bars) -> Tuple[str, ...]:
+    return (*bars.labels, bars.others if bars.rest > 0 else "")
 
 
 def figure_size(bars: Bars) -> Tuple[float, float]:
@@ -62,7 +88,9 @@ def draw(ax: Any, bars: Bars, colours: Any = BLUE, edge: str = "none", share: fl
     count = len(bars.labels)
     shows_rest = bool(bars.others) and bars.rest > 0
     places = list(range(count)) + ([count + 1] if shows_rest else [])
-    ax.bar(range(count), bars.heights, width=0.8, color=colours, edgecolor=edge, linewidth=0.6 if count <= 64 else 0.3)
+    thin = 0.6 if count <= 64 else 0.3
+    drawn = ax.bar(range(count), bars.heights, width=0.8, color=colours, edgecolor=edge, linewidth=thin)
+    drawn.outcomes = _outcomes(bars)  # so that these axes take no others
     last = places[-1] if places else 0
     margin = max(0.7, (_FEWEST_WIDTHS - last) / 2)
     labelled, rotation = _labelled(bars, share * _width(ax) / (last + 2 * margin))

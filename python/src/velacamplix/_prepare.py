@@ -9,7 +9,7 @@ from weakref import WeakKeyDictionary
 from . import _memory
 from ._circuit_basic import basic
 from ._circuit_binding import Template
-from ._compile import compiled, told, too_large
+from ._compile import compiled
 from ._segments import Segments, Stretch, cut
 from .circuit import Circuit
 from .instruction import Instruction
@@ -17,8 +17,10 @@ from .instruction import Instruction
 # Gates whose one angle can be replaced within a program.
 _ANGLED = frozenset({"RX", "RY", "RZ", "PH"})
 
-# Of every template, what was prepared for it under which circumstances. Whoever runs takes it out and puts it back, so
-# that no program is run twice at a time.
+# Of every template, the few preparations that were used last, by their circumstances; the oldest gives way to a new one,
+# and all go with the template, which lives as long as the circuits bound from it and the one they were bound from.
+# Whoever runs takes one out and puts it back, so that no program is run twice at a time.
+_MOST_KEPT = 8
 _kept: WeakKeyDictionary[Template, Dict[Hashable, Prepared]] = WeakKeyDictionary()
 
 
@@ -50,7 +52,6 @@ class Prepared:
             # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
             parts = [list(basic(step)) for step in circuit.instructions]
             self.segments = make([part for several in parts for part in several])
-        self._precision = precision
         stretches = [step for step in self.segments.steps if isinstance(step, Stretch)]
         if n_qubits is None:
             n_qubits, places = len(self.segments.active), self._places(circuit)
@@ -62,7 +63,7 @@ class Prepared:
         self._sites = None if template is None else _sites(template, parts, stretches)
 
     def _places(self, circuit: Circuit) -> List[int]:
-        places = [0] * circuit.n_qubits
+        places = [0] * circuit._n_qubits
         for place, qubit in enumerate(self.segments.active):
             places[qubit] = place
         return places
@@ -73,13 +74,7 @@ class Prepared:
         return self._sites is not None
 
     def bind(self, circuit: Circuit) -> None:
-        """Take over the angles of a circuit that was bound from the same template.
-
-        Raises
-        ------
-        ValueError
-            If one of them does not fit the precision. The next `bind` makes up for it.
-        """
+        """Take over the angles of a circuit that was bound from the same template."""
         template, sites = circuit._template, self._sites
         assert template is not None and sites is not None
         angles: List[Any] = []
@@ -91,15 +86,7 @@ class Prepared:
                 whole = Instruction(step.name, step.qubits, values, step.controls, (), step.condition, step.definition)
                 angles.extend([part.params[0] for part in basic(whole) if part.name in _ANGLED])
         for program, (gates, places) in zip(self.programs, sites):
-            taken = program.set_angles(gates, [angles[place] for place in places])
-            if taken < len(gates):
-                self._refuse(circuit, angles[places[taken]])
-
-    def _refuse(self, circuit: Circuit, angle: float) -> None:
-        for step in circuit.instructions:
-            for part in basic(step):
-                if part.params == (angle,):
-                    raise ValueError(f"{told(part, circuit)}: {too_large(part.name, part.params, self._precision)}")
+            program.set_angles(gates, [angles[place] for place in places])
 
 
 # The gates of one program whose angles depend on parameters, and the place of each angle in the list of all.
@@ -144,6 +131,8 @@ def prepared(circuit: Circuit, circumstances: Hashable, make: Callable[[], Prepa
     finally:
         if found is not None and found.can_be_bound:
             kept[circumstances] = found
+            for oldest in list(kept)[:-_MOST_KEPT]:
+                kept.pop(oldest, None)
 
 
 def for_state(circuit: Circuit, n_qubits: int, precision: str, fusion: bool) -> Prepared:

@@ -2,16 +2,20 @@
 
 from __future__ import annotations
 
+import contextlib
 import importlib
+import math
+import os
 import sys
 import time
-from typing import Any, Callable, NamedTuple, Optional, Union
+from typing import Any, Callable, Iterator, NamedTuple, Optional, Union
 
 from . import _check
 from ._drive import INTERVAL
 
-# A run that is over sooner shows no bar.
+# A run that is over sooner shows no bar; an environment variable may say otherwise.
 _QUIET_SECONDS = 1.0
+_QUIET_VARIABLE = "VELACAMPLIX_QUIET_SECONDS"
 
 
 class Progress(NamedTuple):
@@ -51,7 +55,7 @@ class Meter:
     Parameters
     ----------
     progress : None, bool or callable
-        As the caller gave it. True shows a bar once `_QUIET_SECONDS` have passed.
+        As the caller gave it. True shows a bar once the quiet seconds have passed.
     total : int
         How much there is to do.
     unit : str
@@ -148,31 +152,71 @@ def checked(progress: Any, unit: str = "gates") -> Optional[Callable[[Progress],
 
 
 class _Bar:
-    """Shows a bar by tqdm, by rich, or as one line, whichever there is."""
+    """Shows a bar by tqdm, by rich, or as one line, whichever there is; nothing where standard error takes nothing."""
 
     def __init__(self, unit: str) -> None:
         self._unit = unit
+        self._quiet = _quiet_seconds()
         self._shown: Any = None
 
     def __call__(self, progress: Progress) -> None:
-        if self._shown is None:
-            if progress.seconds < _QUIET_SECONDS:
-                return
-            self._shown = _first_available(progress, self._unit)
-        self._shown.show(progress)
+        if self._shown is None and progress.seconds < self._quiet:
+            return
+        with self._harmless():
+            if self._shown is None:
+                self._shown = _first_available(progress, self._unit)
+            self._shown.show(progress)
 
     def close(self) -> None:
         if self._shown is not None:
-            self._shown.close()
+            with self._harmless():
+                self._shown.close()
+
+    @contextlib.contextmanager
+    def _harmless(self) -> Iterator[None]:
+        # A standard error that is closed or full is no reason to lose a run; what a signal handler raises meanwhile,
+        # often a TimeoutError, which is an OSError without a number of the system, is one.
+        try:
+            yield
+        except (OSError, ValueError) as error:
+            is_closed = getattr(sys.stderr, "closed", True) and not isinstance(error, OSError)
+            if not is_closed and getattr(error, "errno", None) is None:
+                raise
+            self._shown = _Nothing()
+
+
+def _quiet_seconds() -> float:
+    text = os.environ.get(_QUIET_VARIABLE, "").strip()
+    if not text:
+        return _QUIET_SECONDS
+    try:
+        seconds = float(text)
+    except ValueError:
+        seconds = math.nan
+    if not 0 <= seconds < math.inf:
+        raise ValueError(
+            f"environment variable {_QUIET_VARIABLE} is {text!r}; expected a number of seconds, 0 or more"
+        )
+    return seconds
 
 
 def _first_available(progress: Progress, unit: str) -> Any:
+    if sys.stderr is None:
+        return _Nothing()
     for display in (_Tqdm, _Rich):
         try:
             return display(progress, unit)
         except ImportError:
             pass
     return _Line(unit)
+
+
+class _Nothing:
+    def show(self, progress: Progress) -> None:
+        pass
+
+    def close(self) -> None:
+        pass
 
 
 class _Tqdm:

@@ -134,7 +134,7 @@ def _most_probable(result: Result, most: int, qubits: Optional[List[int]]) -> Li
     place_in_state = {qubit: place for place, qubit in enumerate(result.active_qubits)}
     distinct = [qubit for qubit in dict.fromkeys(wanted) if qubit in place_in_state]
     column = {qubit: i for i, qubit in enumerate(distinct)}
-    best = most_probable(result.state, most, [place_in_state[qubit] for qubit in distinct])
+    best = most_probable(result.compact_state, most, [place_in_state[qubit] for qubit in distinct])
     return [
         ("".join(outcome[column[qubit]] if qubit in column else "0" for qubit in wanted), probability)
         for outcome, probability in best
@@ -148,9 +148,10 @@ def _expectations(
         return []
     estimates: List[Optional[Estimate]] = [None] * len(observables)
     if shots is not None and result.has_state:
-        # Terms on qubits without gates are numbers by now.
+        # Terms on qubits without gates are numbers by now, and those that the measurements leave nothing of are gone.
         observed = _observed.checked([observable for _, observable in observables], result.n_qubits)
-        estimates = [result.state.estimate(reduced, shots) for reduced in observed.on(result.active_qubits)]
+        reduced = observed.on(result.active_qubits, result._measured)
+        estimates = [result.compact_state.estimate(observable, shots) for observable in reduced]
     # An array is complex as soon as one of its values is; each observable has its own kind of value here.
     values = [
         complex(value) if observable.is_complex else float(value.real)

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from dataclasses import dataclass, field
-from typing import Any, Dict, Iterable, List, Optional, Sequence, Set, Tuple, Union
+from typing import Any, Dict, Iterable, List, NamedTuple, Optional, Sequence, Set, Tuple, Union
 
 from .instruction import NON_UNITARY, Condition, Instruction
 
@@ -25,6 +25,8 @@ class Measurement:
     # nothing asks for the bit before.
     later: List[Tuple[int, int]]
     now: List[Tuple[int, int]]
+    # Those of them on which nothing acts afterwards.
+    last: List[int]
     condition: Optional[Condition]
     source: Instruction  # for messages
 
@@ -85,7 +87,7 @@ def cut(instructions: Sequence[Instruction], started: Iterable[int]) -> Segments
     last = _last_touches(instructions)
     active = set(last.gates).union(started)
     result.active = tuple(sorted(active))
-    known = _asked_for(instructions, last.others, last.gates)
+    uses = _uses(instructions, last.others, last.gates)
 
     fresh = active.difference(started)  # still 0
     stretch: Optional[Stretch] = None
@@ -107,9 +109,10 @@ def cut(instructions: Sequence[Instruction], started: Iterable[int]) -> Segments
         elif name == "measure":
             result.has_measurement = True
             # What is 0 from beginning to end can be read at any time.
-            known_here = [is_known and qubit in active for qubit, is_known in zip(step.qubits, known[position])]
-            _add_measure(result.steps, step, known_here)
-            if any(known_here):
+            known = [use.is_known and qubit in active for qubit, use in zip(step.qubits, uses[position])]
+            ended = [qubit for qubit, use in zip(step.qubits, uses[position]) if use.is_last]
+            _add_measure(result.steps, step, known, ended)
+            if any(known):
                 stretch = None
     return result
 
@@ -139,34 +142,45 @@ def _last_touches(instructions: Sequence[Instruction]) -> _Touches:
     return found
 
 
-def _asked_for(
+class _Use(NamedTuple):
+    """What becomes of a qubit that is measured, and of its outcome.
+
+    `is_known`: the outcome must be known when it is measured. `is_last`: nothing acts on the qubit afterwards.
+    """
+
+    is_known: bool
+    is_last: bool
+
+
+def _uses(
     instructions: Sequence[Instruction], others: Sequence[int], last_gate: Dict[int, int]
-) -> Dict[int, List[bool]]:
-    """For every measurement, which of its outcomes must be known when it is made."""
-    known: Dict[int, List[bool]] = {}
+) -> Dict[int, List[_Use]]:
+    """For every measurement, by its position, a use for each of its qubits."""
+    uses: Dict[int, List[_Use]] = {}
     read: Set[int] = set()  # bits that a later condition reads before they are written again
     reset: Set[int] = set()  # qubits that are reset later
     for position in reversed(others):
         step = instructions[position]
         if step.name == "measure":
-            known[position] = [
-                clbit in read or qubit in reset or last_gate.get(qubit, -1) > position
-                for qubit, clbit in zip(step.qubits, step.clbits)
-            ]
+            uses[position] = found = []
+            for qubit, clbit in zip(step.qubits, step.clbits):
+                is_last = qubit not in reset and last_gate.get(qubit, -1) < position
+                found.append(_Use(clbit in read or not is_last, is_last))
             if step.condition is None:
                 read.difference_update(step.clbits)
         elif step.name == "reset":
             reset.update(step.qubits)
         if step.condition is not None:
             read.update(step.condition.clbits)
-    return known
+    return uses
 
 
-def _add_measure(steps: List[Step], step: Instruction, known: Sequence[bool]) -> None:
+def _add_measure(steps: List[Step], step: Instruction, known: Sequence[bool], last: List[int]) -> None:
     pairs = list(zip(step.qubits, step.clbits))
     added = Measurement(
         [pair for pair, is_known in zip(pairs, known) if not is_known],
         [pair for pair, is_known in zip(pairs, known) if is_known],
+        last,
         step.condition,
         step,
     )
@@ -175,6 +189,7 @@ def _add_measure(steps: List[Step], step: Instruction, known: Sequence[bool]) ->
     if isinstance(before, Measurement) and _can_be_one(before, added):
         before.later.extend(added.later)
         before.now.extend(added.now)
+        before.last.extend(added.last)
     else:
         steps.append(added)
 

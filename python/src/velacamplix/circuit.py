@@ -6,6 +6,7 @@ from dataclasses import replace
 from typing import Any, Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Union
 
 from . import _check, _check_circuit
+from ._annotations import Self
 from ._circuit_binding import Template
 from ._circuit_combine import Combining
 from ._circuit_definition import GateDefinition, flat, flat_steps, restored, restored_steps
@@ -18,6 +19,17 @@ from .instruction import Condition, Instruction, Register
 from .parameter import Angle, Expression, angle
 
 __all__ = ["Circuit"]
+
+# What `_start` sets, and `when` for a while.
+_OWN = frozenset(
+    {
+        "_registers", "_n_qubits", "_n_clbits", "_steps", "_template", "_template_params", "_names", "_own_template",
+        "_condition",
+    }
+)  # fmt: skip
+
+# Of qubits, or of classical bits. Lists of this length, which some figures need, are at the edge of any memory.
+_MOST_BITS = 2**31 - 1
 
 
 class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combining, Figures):
@@ -59,17 +71,23 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
     def __init__(
         self, n_qubits: int, n_clbits: int = 0, *, registers: Optional[Iterable[Register]] = None
     ) -> None:
-        self._n_qubits = _check.integer(n_qubits, "n_qubits", minimum=0)
-        self._n_clbits = _check.integer(n_clbits, "n_clbits", minimum=0)
+        qubits = _check.integer(n_qubits, "n_qubits", minimum=0, maximum=_MOST_BITS)
+        clbits = _check.integer(n_clbits, "n_clbits", minimum=0, maximum=_MOST_BITS)
         if registers is None:
-            self._registers = _default_registers(self._n_qubits, self._n_clbits)
+            listed = _default_registers(qubits, clbits)
         else:
-            self._registers = _check_circuit.registers(registers, self._n_qubits, self._n_clbits)
+            listed = _check_circuit.registers(registers, qubits, clbits)
+        self._start(listed, qubits, clbits, [])
+
+    def _start(
+        self, registers: Tuple[Register, ...], n_qubits: int, n_clbits: int, steps: Optional[List[Instruction]]
+    ) -> None:
+        self._registers, self._n_qubits, self._n_clbits = registers, n_qubits, n_clbits
         # None in a circuit whose template was given numbers, until someone looks at the instructions.
-        self._steps: Optional[List[Instruction]] = []
+        self._steps = steps
         self._template: Optional[Template] = None
         self._template_params: List[Tuple[float, ...]] = []
-        self._names: Optional[Tuple[str, ...]] = ()  # of open parameters; None: not looked for
+        self._names: Optional[Tuple[str, ...]] = None if steps else ()  # of open parameters; None: not looked for
         self._own_template: Optional[Template] = None
         self._condition: Optional[Condition] = None  # set inside `when`
 
@@ -142,11 +160,16 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
 
         return of_circuit(self)
 
-    def copy(self) -> Circuit:
-        """Return an independent circuit with the same content."""
-        return Circuit._assembled(self._registers, list(self._instructions))
+    def copy(self) -> Self:
+        """Return an independent circuit with the same content.
 
-    __copy__ = copy
+        Like every circuit made from this one (by `inverse`, `bind`, ``+`` and so on) it is of the same class, and has
+        the same further attributes, whatever a constructor of a class that inherits may take.
+        """
+        return self._with(list(self._instructions))
+
+    def __copy__(self) -> Self:
+        return self.copy()
 
     def __getstate__(self) -> Dict[str, Any]:
         # Definitions as a flat table; the default would nest as deeply as they call each other.
@@ -154,11 +177,17 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
         numbers: Dict[int, int] = {}
         definitions = {id(step.definition): step.definition for step in steps if step.definition is not None}
         rows = flat(definitions.values(), numbers)
-        return {"registers": self._registers, "definitions": rows, "steps": flat_steps(steps, numbers)}
+        return {
+            "registers": self._registers,
+            "definitions": rows,
+            "steps": flat_steps(steps, numbers),
+            "further": self._further(),
+        }
 
     def __setstate__(self, state: Dict[str, Any]) -> None:
         steps = restored_steps(state["steps"], restored(state["definitions"]))
-        self.__dict__.update(Circuit._assembled(state["registers"], steps).__dict__)
+        self._start(state["registers"], *_sizes(state["registers"]), steps)
+        vars(self).update(state.get("further", {}))  # 0.1 had none
 
     # --- Adding ready-made instructions ---
 
@@ -168,7 +197,7 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
         qubits: Union[int, Sequence[int]],
         params: Sequence[Any] = (),
         controls: Union[int, Sequence[int]] = (),
-    ) -> Circuit:
+    ) -> Self:
         """Add a gate that was defined as a sequence of others.
 
         Parameters
@@ -201,7 +230,7 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
         numbers = tuple(_check.sequence(params, "params", of="numbers"))
         return self.append(Instruction(definition.name, targets, numbers, control_qubits, definition=definition))
 
-    def append(self, instruction: Instruction) -> Circuit:
+    def append(self, instruction: Instruction) -> Self:
         """Add an instruction after checking all of it.
 
         Inside `when`, the instruction must not carry a condition of its own.
@@ -229,18 +258,22 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
     # --- Inner workings ---
 
     @classmethod
-    def _assembled(
-        cls, registers: Tuple[Register, ...], instructions: List[Instruction]
-    ) -> Circuit:
-        # For callers that have checked every part: copies and the QASM reader.
-        circuit = cls(
-            sum(register.size for register in registers if register.kind == "quantum"),
-            sum(register.size for register in registers if register.kind == "classical"),
-            registers=registers,
-        )
-        circuit._steps = instructions
-        circuit._names = None
+    def _assembled(cls, registers: Tuple[Register, ...], instructions: List[Instruction]) -> Self:
+        # For callers that have checked every part: the QASM reader.
+        circuit = cls.__new__(cls)
+        circuit._start(registers, *_sizes(registers), instructions)
         return circuit
+
+    def _with(self, instructions: Optional[List[Instruction]]) -> Self:
+        """Return a circuit that differs in its instructions alone, also of a class with another constructor."""
+        made = type(self).__new__(type(self))
+        made._start(self._registers, self._n_qubits, self._n_clbits, instructions)
+        vars(made).update(self._further())
+        return made
+
+    def _further(self) -> Dict[str, Any]:
+        # What a class that inherits, or a user, has added.
+        return {name: value for name, value in vars(self).items() if name not in _OWN}
 
     def _append(self, step: Instruction) -> None:
         self._instructions.append(step)
@@ -257,7 +290,7 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
         controls: Tuple[int, ...] = (),
         clbits: Tuple[int, ...] = (),
         definition: Optional[GateDefinition] = None,
-    ) -> Circuit:
+    ) -> Self:
         self._append(Instruction(name, qubits, params, controls, clbits, self._condition, definition))
         return self
 
@@ -271,6 +304,14 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
 def _default_registers(n_qubits: int, n_clbits: int) -> Tuple[Register, ...]:
     registers = (Register("q", "quantum", 0, n_qubits), Register("c", "classical", 0, n_clbits))
     return tuple(register for register in registers if register.size)
+
+
+def _sizes(registers: Iterable[Register]) -> Tuple[int, int]:
+    """Return the numbers of qubits and classical bits."""
+    sizes = {"quantum": 0, "classical": 0}
+    for register in registers:
+        sizes[register.kind] += register.size
+    return sizes["quantum"], sizes["classical"]
 
 
 def _counted(count: int, noun: str) -> str:

@@ -5,7 +5,8 @@ from __future__ import annotations
 import shutil
 from typing import Dict, List, NamedTuple, Optional, Sequence, Tuple
 
-from .instruction import Instruction, Register
+from . import _check
+from .instruction import Instruction, Register, spelled
 
 __all__ = ["Drawing", "draw"]
 
@@ -161,8 +162,8 @@ def _condition(step: Instruction, registers: Sequence[Register], clbits: Dict[in
     bits = step.condition.clbits
     for register in registers:
         if register.kind == "classical" and tuple(register.bits) == bits:
-            return f" if {register.name}=={step.condition.value}"
-    return _shortened(f" if {','.join(clbits[bit] for bit in bits)}") + f"=={step.condition.value}"
+            return f" if {register.name}=={_check.digits(step.condition.value)}"
+    return _shortened(f" if {','.join(clbits[bit] for bit in bits)}") + f"=={_shortened(spelled(step.condition))}"
 
 
 def _boxed(text: str, marks: Characters) -> str:

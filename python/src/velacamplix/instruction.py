@@ -6,6 +6,7 @@ from dataclasses import dataclass
 from types import MappingProxyType
 from typing import TYPE_CHECKING, Mapping, NamedTuple, Optional, Tuple, Union
 
+from . import _check
 from .parameter import Expression
 
 if TYPE_CHECKING:
@@ -58,19 +59,37 @@ class Condition:
     Attributes
     ----------
     clbits : tuple of int
-        The bits that are read, lowest value first (weight ``2**i`` for the i-th).
+        The bits that are read, lowest value first (weight ``2**i`` for the i-th), as in a register of OpenQASM.
+        `Circuit.when` puts them into increasing order.
     value : int
         What they must spell, from 0 to ``2**len(clbits) - 1``.
 
     >>> Condition((0, 1), 2)
     Condition(clbits=(0, 1), value=2)
+    >>> print(Condition((0, 1), 2))                       # bit 0 must be 0, bit 1 must be 1
+    c[0, 1] == "01"
     """
 
     clbits: Tuple[int, ...]
     value: int
 
+    def __repr__(self) -> str:
+        value = _check.digits(self.value) if isinstance(self.value, int) else repr(self.value)
+        return f"Condition(clbits={self.clbits!r}, value={value})"
+
     def __str__(self) -> str:
-        return f"c{list(self.clbits)} == {self.value}"
+        return f"c{list(self.clbits)} == {spelled(self)}"
+
+
+def spelled(condition: Condition) -> str:
+    """Return the value of one bit as a number, of several as a text in quotes, in the order of the bits.
+
+    >>> spelled(Condition((4,), 1)), spelled(Condition((2, 3, 4), 1))
+    ('1', '"100"')
+    """
+    if len(condition.clbits) < 2:
+        return str(condition.value)
+    return '"' + format(condition.value, f"0{len(condition.clbits)}b")[::-1] + '"'
 
 
 @dataclass(frozen=True)

@@ -34,7 +34,7 @@ def plot_counts(counts: Mapping[str, int], top: Optional[int] = None, ax: Any = 
         Draw the so many most frequent outcomes and the sum of the others. By default all of them are drawn, or, if
         they are more than 256, the 32 most frequent. Where labels would overlap, the most frequent outcomes get one.
     ax : matplotlib.axes.Axes, optional
-        Where to draw. By default a new figure is made.
+        Where to draw: axes without bars of outcomes. By default a new figure is made.
 
     Returns
     -------
@@ -45,7 +45,7 @@ def plot_counts(counts: Mapping[str, int], top: Optional[int] = None, ax: Any = 
     ImportError
         If matplotlib is not installed.
     TypeError, ValueError
-        If `counts` are no counts, or `top` is no integer of at least 1.
+        If `counts` are no counts, `top` is no integer of at least 1, or `ax` has bars of outcomes already.
 
     Examples
     --------
@@ -86,7 +86,7 @@ def plot_probabilities(
         Draw the so many most probable outcomes and the sum of the others. By default all of them are drawn, or, if
         they are more than 256, the 32 most probable.
     ax : matplotlib.axes.Axes, optional
-        Where to draw. By default a new figure is made.
+        Where to draw: axes without bars of outcomes. By default a new figure is made.
 
     Returns
     -------
@@ -97,7 +97,7 @@ def plot_probabilities(
     ImportError
         If matplotlib is not installed.
     TypeError, IndexError, ValueError
-        If `source` is nothing of the above, or `qubits`, `order` or `top` are wrong.
+        If `source` is nothing of the above, `qubits`, `order` or `top` are wrong, or `ax` has bars of outcomes already.
 
     Examples
     --------
@@ -141,7 +141,7 @@ def plot_state(
         Draw the so many largest amplitudes. By default all are drawn, or, if they are more than 256, the 32 largest;
         a line above then tells what probability the others have together.
     ax : matplotlib.axes.Axes, optional
-        Where to draw. By default a new figure is made.
+        Where to draw: axes without bars of outcomes. By default a new figure is made.
     legend : bool
         Whether to put a scale of phases at the right; it takes a part of the room of `ax`.
 
@@ -154,7 +154,7 @@ def plot_state(
     ImportError
         If matplotlib is not installed.
     TypeError, ValueError
-        If `state` is nothing of the above, or `order` or `top` are wrong.
+        If `state` is nothing of the above, `order` or `top` are wrong, or `ax` has bars of outcomes already.
 
     Examples
     --------
@@ -225,7 +225,7 @@ def _probabilities(source: Any) -> List[Tuple[str, float]]:
         for outcome, probability in source.items():
             if not isinstance(outcome, str) or outcome.strip("01"):
                 raise ValueError(f"source must have bit strings for keys, got {_check.show(outcome)}")
-            entries.append((outcome, _check.real(probability, f"source[{outcome!r}]")))
+            entries.append((outcome, _check.real(probability, f"source[{_check.show(outcome)}]")))
         return [(outcome, probability) for outcome, probability in entries if probability > _NOISE]
     if isinstance(source, str) or not isinstance(source, Iterable):
         raise TypeError(

@@ -2,17 +2,24 @@
 
 from __future__ import annotations
 
-from typing import Any, Optional, Tuple, Union
+from itertools import groupby
+from typing import Any, Dict, FrozenSet, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from . import _check, _check_readout, _notebook, _shots
+from . import _check, _check_readout, _core, _memory, _notebook, _observed, _shots
+from ._pickling import Packed
 from ._plan import Plan, Timings
+from ._state_part import Qubits, bit_string, highest_first
 from .counts import Counts
 from .instruction import Register
+from .observable import ObservableLike
 from .statevector import StateVector
 
 __all__ = ["Result"]
+
+# A state of so many qubits, 256 MiB in double precision, is made of a smaller one without being asked for by its size.
+_MOST_EXPANDED = 24
 
 
 class Result:
@@ -31,8 +38,8 @@ class Result:
     precision : str
     threads : int
     active_qubits : tuple of int
-        The circuit's qubits that `state` has, in increasing order: qubit q of the state is ``active_qubits[q]`` of the
-        circuit. All others are 0 throughout and take no memory.
+        The circuit's qubits that are not 0 throughout, in increasing order; the others take no memory during the run.
+        Qubit q of `compact_state` is ``active_qubits[q]`` of the circuit.
     expectation_values : float, complex, numpy.ndarray or None
         A number for one observable, an array for a list, None without observables.
     timings : Timings
@@ -46,9 +53,15 @@ class Result:
     (['00', '11'], 1000)
     >>> result.expectation_values.round(6).tolist()
     [0.0, 1.0]
-    >>> result.active_qubits, result.state.n_qubits
-    ((0, 2), 2)
+    >>> result.probability("11", qubits=[0, 2])                  # doctest: +ELLIPSIS
+    0.49999999999999...
+    >>> result.active_qubits, result.state.n_qubits, result.compact_state.n_qubits
+    ((0, 2), 3, 2)
     """
+
+    # What the results of 0.1 did not have.
+    _measured: FrozenSet[int] = frozenset()
+    _whole: Optional[StateVector] = None
 
     def __init__(
         self,
@@ -64,6 +77,7 @@ class Result:
         active_qubits: Tuple[int, ...],
         rows: Optional[np.ndarray],
         state: Optional[StateVector],
+        measured: FrozenSet[int],
         expectation_values: Any,
         timings: Timings,
         plan: Plan,
@@ -76,7 +90,7 @@ class Result:
         self.timings, self.plan = timings, plan
         self.n_bits = n_clbits if is_of_clbits else n_qubits
         self._registers = [r for r in registers if r.kind == ("classical" if is_of_clbits else "quantum")]
-        self._rows, self._state = rows, state
+        self._rows, self._state, self._measured = rows, state, measured
         self._counts: Optional[Counts] = None
 
     def __repr__(self) -> str:
@@ -86,11 +100,21 @@ class Result:
     def _repr_html_(self) -> str:
         return _notebook.of_result(self)
 
+    def __getstate__(self) -> Dict[str, Any]:
+        # The counts follow from the shots.
+        rows = None if self._rows is None else Packed(self._rows.reshape(-1))
+        return {**vars(self), "_rows": rows, "_counts": None}
+
+    def __setstate__(self, state: Dict[str, Any]) -> None:
+        vars(self).update(state)
+        if isinstance(self._rows, Packed):
+            self._rows = self._rows.array.reshape(-1, _shots.words_for(self.n_bits))
+
     # Shots
 
     @property
     def counts(self) -> Counts:
-        """How often each outcome came, as `Counts`.
+        """How often each outcome came, as `Counts`. They do not change: `Counts.copy` gives some that do.
 
         A key has one character per classical bit, bit 0 leftmost, without spaces between registers; bits that no
         measurement wrote are 0. In a circuit that measures nothing it has one per qubit, qubit 0 leftmost.
@@ -99,6 +123,8 @@ class Result:
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------
@@ -107,20 +133,23 @@ class Result:
         {'010': 100}
         """
         if self._counts is None:
-            self._counts = Counts(_shots.tally(self._drawn("counts"), self.n_bits), self.n_bits)
+            self._counts = _shots.tally(self._drawn("counts"), self.n_bits)
+        self._counts._is_fixed = True
         return self._counts
 
     @property
     def shots(self) -> np.ndarray:
         """The outcome of every shot, shape (n_shots,); the leftmost bit is the most significant.
 
-        ``uint64``, or Python integers (``object``) if an outcome has more than 64 bits. The order tells nothing: shots
-        are independent of each other.
+        ``uint64``, or Python integers (``object``) if an outcome has more than 64 bits; not to be written to. The order
+        tells nothing: shots are independent of each other.
 
         Raises
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------
@@ -128,7 +157,9 @@ class Result:
         >>> run(Circuit(3).x(1), shots=4).shots
         array([2, 2, 2, 2], dtype=uint64)
         """
-        return _shots.numbers(self._drawn("shots"))
+        shots = _shots.numbers(self._drawn("shots"))
+        shots.flags.writeable = False  # what the counts are made of
+        return shots
 
     @property
     def bits(self) -> np.ndarray:
@@ -138,6 +169,8 @@ class Result:
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------
@@ -184,9 +217,33 @@ class Result:
 
     @property
     def state(self) -> StateVector:
-        """The final state of the active qubits.
+        """The final state of all qubits, idle ones included.
 
         Measurements leave it as it is where nothing acts on their qubits and nothing asks for their bits afterwards.
+        Where qubits are idle it is made when it is first asked for, and kept. Copy it before you change it: where none
+        is idle, this result answers from it.
+
+        Raises
+        ------
+        RuntimeError
+            If there is none, because outcomes in the middle of the circuit differ from shot to shot; or if qubits are
+            idle and there are more than 24 in all. The other methods and `compact_state` have no such limit.
+        MemoryError
+            If the state of all qubits does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(3).x(1)).state.to_dict()
+        {'010': (1+0j)}
+        """
+        if self._whole is None:
+            self._whole = self._expanded()
+        return self._whole
+
+    @property
+    def compact_state(self) -> StateVector:
+        """The final state of the active qubits alone: its qubit q is qubit ``active_qubits[q]`` of the circuit.
 
         Raises
         ------
@@ -197,15 +254,193 @@ class Result:
         --------
         >>> from velacamplix import Circuit, run
         >>> result = run(Circuit(40).h(20))
-        >>> result.active_qubits, result.state.array.round(6).tolist()
+        >>> result.active_qubits, result.compact_state.array.round(6).tolist()
         ((20,), [(0.707107+0j), (0.707107+0j)])
         """
         if self._state is None:
             raise RuntimeError(
                 "there is no one final state: the circuit measures or resets qubits in its middle, and the state "
-                "depends on the outcome, which differs from shot to shot"
+                "depends on the outcome, which differs from shot to shot. The counts tell how often each came, and "
+                "run(..., observables=...) the means of expectation values"
             )
         return self._state
+
+    def _expanded(self) -> StateVector:
+        compact = self.compact_state
+        if len(self.active_qubits) == self.n_qubits:
+            return compact
+        cure = (
+            "result.expectation, probability, distribution and amplitude answer in the circuit's qubits without it, and "
+            "result.compact_state has the active ones alone: its qubit q is result.active_qubits[q]"
+        )
+        if self.n_qubits > _MOST_EXPANDED:
+            raise RuntimeError(
+                f"the state of all {self.n_qubits} qubits, of which {len(self.active_qubits)} are active, is made for at "
+                f"most {_MOST_EXPANDED}: {cure}"
+            )
+        try:
+            whole = StateVector._another(self.n_qubits, self.precision, compact.threads)
+        except MemoryError as error:
+            raise MemoryError(f"{error}. {cure}") from None
+        self._spread(compact._live().view(), whole._live().view(), range(self.n_qubits - 1, -1, -1))
+        _core.set_engine(whole._live(), _core.engine(compact._live()))
+        return whole
+
+    def _spread(self, compact: np.ndarray, whole: np.ndarray, qubits: Sequence[int]) -> None:
+        """Copy what belongs to the active ones of the listed qubits, the most significant first, to where all others are 0."""
+        active = set(self.active_qubits)
+        runs = [(is_active, len(list(run))) for is_active, run in groupby(qubit in active for qubit in qubits)]
+        places = [slice(None) if is_active else 0 for is_active, _ in runs]
+        target = whole.reshape([2**length for _, length in runs])[(*places, ...)]
+        target[...] = compact.reshape(target.shape)
+
+    def expectation(self, observable: Union[ObservableLike, Sequence[ObservableLike]]) -> Any:
+        """Return an exact expectation value, as `run` does for its ``observables``.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict, or a list of these
+            On the circuit's qubits. The value is that after all instructions, measurements included: a term with X or Y
+            on a qubit that is measured at the end counts 0, and a UserWarning says so.
+
+        Returns
+        -------
+        float, complex or numpy.ndarray
+            A number for one observable, an array for a list.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If this is no observable, or one on more qubits.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(100).x(98)).expectation("2*Z98 + Z0")
+        -1.0
+        """
+        state, observed = self.compact_state, _observed.checked(observable, self.n_qubits, "observable")
+        observed.warn(self.active_qubits, [self._measured], stacklevel=2)
+        return observed.shaped(_observed.values(state, observed.on(self.active_qubits, self._measured)))
+
+    def probability(self, outcome: Union[int, str], qubits: Optional[Qubits] = None, order: str = "big") -> float:
+        """Return the probability that the listed qubits of the final state read an outcome.
+
+        Parameters
+        ----------
+        outcome : int or str
+            A number from 0 to 2**k - 1 or a text of k characters 0 and 1, for k qubits.
+        qubits : int or sequence of int, optional
+            Distinct qubits of the circuit; all by default.
+        order : {"big", "little"}
+            Whether the first listed qubit is the leftmost, most significant bit of the outcome or the rightmost.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If the outcome does not fit the qubits, or a qubit is no integer, outside the range, or named twice.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(100).x(1).x(98)).probability("011", qubits=[0, 98, 1])
+        1.0
+        """
+        state, listed = self.compact_state, self._highest_first(qubits, order)
+        number = _check_readout.outcome(outcome, len(listed))
+        bits = dict(zip(listed, bit_string(number, len(listed))))
+        place = {qubit: place for place, qubit in enumerate(self.active_qubits)}
+        if any(bit == "1" and qubit not in place for qubit, bit in bits.items()):
+            return 0.0
+        known = {place[qubit]: bit for qubit, bit in bits.items() if qubit in place}
+        return state.probability("".join(known.values()), list(known))
+
+    def distribution(self, qubits: Optional[Qubits] = None, order: str = "big") -> np.ndarray:
+        """Return the probabilities of all outcomes of the listed qubits of the final state.
+
+        Parameters
+        ----------
+        qubits : int or sequence of int, optional
+            k distinct qubits of the circuit; all by default.
+        order : {"big", "little"}
+            Whether the first listed qubit is the most or the least significant bit of a position.
+
+        Returns
+        -------
+        numpy.ndarray, shape (2**k,)
+            ``float64``, as from `StateVector.distribution`.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If a qubit is no integer, outside the range, or named twice.
+        MemoryError
+            If the result does not fit.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(100).h(98)).distribution([0, 98]).round(6).tolist()
+        [0.5, 0.5, 0.0, 0.0]
+        """
+        state, listed = self.compact_state, self._highest_first(qubits, order)
+        place = {qubit: place for place, qubit in enumerate(self.active_qubits)}
+        active = [place[qubit] for qubit in listed if qubit in place]
+        if len(active) == len(listed):
+            return state.distribution(active)
+        _memory.require_bytes((8 << len(listed)) + (8 << len(active)), f"the distribution of {len(listed)} qubits")
+        whole: np.ndarray = np.zeros(2 ** len(listed))
+        self._spread(state.distribution(active), whole, listed)
+        return whole
+
+    def statevector(self, order: str = "little") -> np.ndarray:
+        """Return the 2**n amplitudes of the final state of all qubits, idle ones included, as a new array.
+
+        Parameters
+        ----------
+        order : {"little", "big"}
+            Whether qubit 0 is the least significant bit of a position, as in `StateVector.array`, or the most
+            significant.
+
+        Returns
+        -------
+        numpy.ndarray, shape (2**n_qubits,)
+            ``complex128`` or ``complex64``, by the precision of the run.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `order` is neither.
+        MemoryError
+            If the array does not fit.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> int(run(Circuit(4).x(2)).statevector().argmax())
+        4
+        """
+        state, is_big = self.compact_state, _check.order(order) == "big"
+        if len(self.active_qubits) == self.n_qubits:
+            return state.statevector(order=order)
+        dtype = state._live().view().dtype
+        _memory.require_bytes(dtype.itemsize << self.n_qubits, f"the amplitudes of {self.n_qubits} qubits")
+        whole = np.zeros(2**self.n_qubits, dtype=dtype)
+        compact = state.statevector(order="big") if is_big else state._live().view()
+        self._spread(compact, whole, range(self.n_qubits) if is_big else range(self.n_qubits - 1, -1, -1))
+        return whole
+
+    def _highest_first(self, qubits: Optional[Qubits], order: str) -> Tuple[int, ...]:
+        all_qubits: Qubits = range(self.n_qubits)
+        return highest_first(_check.qubits(all_qubits if qubits is None else qubits, self.n_qubits, at_least=0), order)
 
     def amplitude(self, outcome: Union[int, str], order: str = "big") -> complex:
         """Return one amplitude of the final state of all qubits, idle ones included.
@@ -222,7 +457,7 @@ class Result:
         TypeError, ValueError
             If the outcome does not fit the qubits.
         RuntimeError
-            As for `state`.
+            As for `compact_state`.
 
         Examples
         --------
@@ -234,6 +469,6 @@ class Result:
         number = _check_readout.outcome(outcome, self.n_qubits)
         last = self.n_qubits - 1 if _check.order(order) == "big" else 0
         bits = {qubit: number >> abs(last - qubit) & 1 for qubit in range(self.n_qubits)}
-        state = self.state
+        state = self.compact_state
         index = sum(bits.pop(qubit) << place for place, qubit in enumerate(self.active_qubits))
         return 0j if any(bits.values()) else complex(state.array[index])

@@ -42,12 +42,14 @@ const std::unordered_map<std::string, named>& vocabulary() {
 }
 
 template <class T>
-void set_coefficients(operation<T>& op, T angle) {
-    coefficient_pair<T> pair{};
-    if (op.kind == gate_kind::rx) pair = rx_coefficients(angle);
-    if (op.kind == gate_kind::ry) pair = ry_coefficients(angle);
-    if (op.kind == gate_kind::rz) pair = rz_coefficients(angle);
-    if (op.kind == gate_kind::ph) pair.first = phase_of(angle);
+void set_coefficients(operation<T>& op, double angle) {
+    const auto formula = [kind = op.kind]<class U>(U own) -> coefficient_pair<U> {
+        if (kind == gate_kind::rx) return rx_coefficients(own);
+        if (kind == gate_kind::ry) return ry_coefficients(own);
+        if (kind == gate_kind::rz) return rz_coefficients(own);
+        return {phase_of(own), {}};
+    };
+    const auto pair = coefficients_of<T>(angle, formula);
     op.coefficients[0] = pair.first;
     op.coefficients[1] = pair.second;
 }
@@ -98,8 +100,8 @@ bool operation<T>::is_move() const {
     return kind == gate_kind::x || kind == gate_kind::swap;
 }
 
-template <class T>
-bool named_operation(operation<T>& op, const std::string& name, const std::vector<T>& params,
+template <class T, class Angle>
+bool named_operation(operation<T>& op, const std::string& name, const std::vector<Angle>& params,
                      const std::vector<unsigned int>& qubits) {
     const auto found = vocabulary().find(name);
     if (found == vocabulary().end()) return false;
@@ -108,12 +110,12 @@ bool named_operation(operation<T>& op, const std::string& name, const std::vecto
     op.controls = 0;
     for (unsigned i = 0; i < controls; ++i) op.controls |= index::bit(qubits[i]);
     op.targets.assign(qubits.begin() + controls, qubits.begin() + controls + targets);
-    if (takes_angle(kind)) set_coefficients(op, params[0]);
+    if (takes_angle(kind)) set_coefficients(op, static_cast<double>(params[0]));
     return true;
 }
 
 template <class T>
-void set_angle(operation<T>& op, T angle) {
+void set_angle(operation<T>& op, double angle) {
     set_coefficients(op, angle);
 }
 
@@ -229,9 +231,9 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
 
 #define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
     template struct operation<T>;                                                                                      \
-    template bool named_operation<T>(operation<T>&, const std::string&, const std::vector<T>&,                         \
-                                     const std::vector<unsigned int>&);                                                \
-    template void set_angle<T>(operation<T>&, T);                                                                      \
+    template bool named_operation(operation<T>&, const std::string&, const std::vector<double>&,                       \
+                                  const std::vector<unsigned int>&);                                                   \
+    template void set_angle<T>(operation<T>&, double);                                                                 \
     template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&,   \
                                            bool);                                                                      \
     template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
@@ -240,5 +242,7 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
     template kernels::kernel_call<T> prepare<T>(const operation<T>&, unsigned long);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)
+template bool named_operation(operation<float>&, const std::string&, const std::vector<float>&,
+                              const std::vector<unsigned int>&);
 
 }  // namespace velacamplix::gates

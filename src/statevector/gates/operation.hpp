@@ -55,17 +55,17 @@ std::optional<gate_arguments> arguments_of(const std::string& name);
 // A word for a kind: the name of its gate without controls, or what it was given as.
 std::string name_of(gate_kind kind);
 
-// A named gate with its coefficients computed from the angle. False for an unknown name. Trusts the number of params
-// and qubits.
-template <class T>
-bool named_operation(operation<T>& op, const std::string& name, const std::vector<T>& params,
+// A named gate with its coefficients computed from the angle, as program.hpp tells; `Angle` is double or T. False for
+// an unknown name. Trusts the number of params and qubits.
+template <class T, class Angle>
+bool named_operation(operation<T>& op, const std::string& name, const std::vector<Angle>& params,
                      const std::vector<unsigned int>& qubits);
 
 bool takes_angle(gate_kind kind);
 
 // Gives RX, RY, RZ or PH another angle.
 template <class T>
-void set_angle(operation<T>& op, T angle);
+void set_angle(operation<T>& op, double angle);
 
 // A gate given as a matrix, treated as the state vector's matrix members treat it: an exactly diagonal one becomes a
 // diagonal (std::runtime_error if it has no controls and more than 256 entries), any other a dense gate.

@@ -80,9 +80,10 @@ void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits ou
     constexpr unsigned long lanes = kernels::lanes<V>;
     if (size < lanes) {
         for (unsigned long i = 0; i < size; ++i) {
-            const thrust::complex<T> a = amplitudes[i];
+            const thrust::complex<T> a = kernels::read_amplitude(amplitudes + i);
             const bool kept = (i & outcome.listed) == outcome.pattern;
-            amplitudes[i] = thrust::complex<T>(kept ? a.real() / divisor : other, kept ? a.imag() / divisor : other);
+            kernels::write_amplitude(amplitudes + i, thrust::complex<T>(kept ? a.real() / divisor : other,
+                                                                        kept ? a.imag() / divisor : other));
         }
         return;
     }
@@ -148,8 +149,9 @@ void move_to_zero(thrust::complex<T>* amplitudes, unsigned int n, const std::vec
         while (begin < end) {
             const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);
             for (const unsigned long stop = target + length; target != stop; ++target) {
-                amplitudes[target] = amplitudes[target | pattern];
-                amplitudes[target | pattern] = thrust::complex<T>();
+                using V = kernels::single_pack<T>;
+                kernels::store(amplitudes + target, kernels::load<V>(amplitudes + (target | pattern)));
+                kernels::store(amplitudes + (target | pattern), V{});
             }
             begin += length;
             target = (((target - 1) | ~free) + 1) & free;  // carry skips the listed bits

@@ -78,28 +78,32 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
     const auto draws = std::make_unique_for_overwrite<draw<T>[]>(std::min(nshots, most_at_once));
     T total = T(0);
 
-    for (unsigned long first = 0; first < nshots; first += most_at_once) {
-        const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
-        unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
+    with_engine(rng, [&] {
+        for (unsigned long first = 0; first < nshots; first += most_at_once) {
+            const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
+            unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
 #pragma omp critical
-        for (unsigned int i = 0; i < count; ++i) batch[i] = rng();
+            for (unsigned int i = 0; i < count; ++i) batch[i] = rng();
 
-        sort_draws(batch, count, draws.get(), nthreads);
-        if (factor != T(1)) {
-            // A share of a total above 0 stays above 0.
-            const T least = factor > T(0) ? std::numeric_limits<T>::denorm_min() : T(0);
-            for (draw<T>* d = draws.get(); d != draws.get() + count; ++d) {
-                if (d->number > T(0)) d->number = std::max(d->number * factor, least);
+            sort_draws(batch, count, draws.get(), nthreads);
+            if (factor != T(1)) {
+                // A share of a total above 0 stays above 0.
+                const T least = factor > T(0) ? std::numeric_limits<T>::denorm_min() : T(0);
+                for (draw<T>* d = draws.get(); d != draws.get() + count; ++d) {
+                    if (d->number > T(0)) d->number = std::max(d->number * factor, least);
+                }
             }
+            const bool to_the_end = has_to_be_normalised && first == 0;
+            const T last = release_draws(seq, draws.get(), draws.get() + count, batch, to_the_end);
+            if (first == 0) total = last;
+            if (to_the_end && !is_normalised(total)) break;
+            storage::parallel_blocks(count, count * sizeof(*batch), nthreads,
+                                     [&](unsigned long begin, unsigned long end) {
+                                         for (unsigned long i = begin; i < end; ++i)
+                                             batch[i] = outcome_of(batch[i], seq.nqubits, qubits);
+                                     });
         }
-        const bool to_the_end = has_to_be_normalised && first == 0;
-        const T last = release_draws(seq, draws.get(), draws.get() + count, batch, to_the_end);
-        if (first == 0) total = last;
-        if (to_the_end && !is_normalised(total)) break;
-        storage::parallel_blocks(count, count * sizeof(*batch), nthreads, [&](unsigned long begin, unsigned long end) {
-            for (unsigned long i = begin; i < end; ++i) batch[i] = outcome_of(batch[i], seq.nqubits, qubits);
-        });
-    }
+    });
     return total;
 }
 
@@ -161,27 +165,24 @@ void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned lo
         const T total = measurement::total_of(seq);
         if (std::isfinite(total)) factor = total;  // else no share means anything
     }
-    measurement::with_engine(
-        rng, [&] { measurement::pick_shots(seq, factor, false, shots, rng, nshots, nthreads, qubits); });
+    measurement::pick_shots(seq, factor, false, shots, rng, nshots, nthreads, qubits);
 }
 
 template <class Rng, class Seq>
 void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots, const int& nthreads,
                             const std::vector<unsigned int>& qubits) {
     if (nshots == 0) return;
-    measurement::with_engine(rng, [&] {
-        double total;
-        if constexpr (measurement::numbers_are_shares<Seq>) {
-            total = measurement::total_of(seq);
-        } else {
-            const Rng before = rng;
-            total = measurement::pick_shots(seq, 1.0, true, shots, rng, nshots, nthreads, qubits);
-            if (measurement::is_normalised(total)) return;
-            rng = before;
-        }
-        measurement::require_shares(total);
-        measurement::pick_shots(seq, total, false, shots, rng, nshots, nthreads, qubits);
-    });
+    double total;
+    if constexpr (measurement::numbers_are_shares<Seq>) {
+        total = measurement::total_of(seq);
+    } else {
+        const Rng before = rng;
+        total = measurement::pick_shots(seq, 1.0, true, shots, rng, nshots, nthreads, qubits);
+        if (measurement::is_normalised(total)) return;
+        rng = before;
+    }
+    measurement::require_shares(total);
+    measurement::pick_shots(seq, total, false, shots, rng, nshots, nthreads, qubits);
 }
 
 #define VELACAMPLIX_PICK_SHOTS(Seq)                                                                           \

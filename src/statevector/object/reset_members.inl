@@ -1,6 +1,7 @@
 #pragma once
 
 #include "statevector/index/bits.hpp"
+#include "statevector/kernels/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/statevector.hpp>
@@ -51,7 +52,7 @@ void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     const auto* const from = reinterpret_cast<const thrust::complex<T>*>(*state);
     const unsigned int n = nqubits;
     storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
-        for (unsigned long i = begin; i < end; ++i) to[i] = from[index::reverse_bits(i, n)];
+        for (unsigned long i = begin; i < end; ++i) to[i] = kernels::read_amplitude(from + index::reverse_bits(i, n));
     });
 }
 

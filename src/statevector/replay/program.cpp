@@ -103,7 +103,7 @@ template <class T>
 program<T>& program<T>::operator=(program&&) noexcept = default;
 
 template <class T>
-void program<T>::add_gate(const std::string& name, const std::vector<T>& params,
+void program<T>::add_gate(const std::string& name, const std::vector<double>& params,
                           const std::vector<unsigned int>& qubits, const std::vector<unsigned int>& controls) {
     implementation& content = content_of(self);
     const auto wanted = gates::arguments_of(name);
@@ -141,7 +141,7 @@ void program<T>::add_diagonal(const std::vector<thrust::complex<T>>& diagonal, c
 }
 
 template <class T>
-void program<T>::set_params(unsigned long gate, const std::vector<T>& params) {
+void program<T>::set_params(unsigned long gate, const std::vector<double>& params) {
     implementation& content = content_of(self);
     gates::operation<T>& op = content.operations.at(gate);
     const auto refuse_this = [&](const std::string& why) {

@@ -53,7 +53,7 @@ TYPED_TEST(program_arguments, of_every_name_are_counted) {
             Qubits qubits;
             for (unsigned int q = 0; q < count; ++q) qubits.push_back(q);
             for (unsigned int given = 0; given <= 2; ++given) {
-                const std::vector<TypeParam> params(given, TypeParam(0.5));
+                const std::vector<double> params(given, 0.5);
                 const auto refusal = refusal_of([&, n = name] { list.add_gate(n, params, qubits); });
                 const std::string gate = std::string("Gate ") + name;
                 if (given != angles) {
@@ -123,7 +123,7 @@ TYPED_TEST(program_arguments, fit_an_index_of_64_bits) {
 
 TYPED_TEST(program_arguments, for_an_angle_are_one) {
     program<TypeParam> list(2);
-    list.add_gate("RX", {TypeParam(1)}, {0});
+    list.add_gate("RX", {1}, {0});
     list.add_gate("H", {}, {0});
     EXPECT_EQ(refusal_of([&] { list.set_params(0, {}); }), "Gate 0, RX, takes 1 angle, not 0");
     EXPECT_EQ(refusal_of([&] { list.set_params(0, {1, 2}); }), "Gate 0, RX, takes 1 angle, not 2");

@@ -9,13 +9,14 @@
 namespace velacamplix::replay {
 
 template <class T>
-schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads, bool fused)
+schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads, bool fused,
+                      unsigned long cache_bytes)
     : nbqbits(qubits),
       team(storage::team_size(threads)),
       gate_count(operations.size()),
       buffers(nullptr, &pbamplix::aligned_array_delete<thrust::complex<T>>) {
-    const buffer_shape shape = choose_shape<T>(qubits, team);
-    all_passes = fused ? make_fused_passes(operations, qubits, shape) : make_passes(operations, qubits, shape);
+    all_passes = fused ? make_fused_passes(operations, qubits)
+                       : make_passes(operations, qubits, choose_shape<T>(qubits, team, cache_bytes));
 }
 
 template <class T>

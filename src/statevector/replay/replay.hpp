@@ -14,7 +14,8 @@ namespace velacamplix::replay {
 template <class T>
 class schedule {
 public:
-    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false);
+    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false,
+             unsigned long cache_bytes = first_level_cache_bytes());
 
     // Between passes the hook hears how many gates have acted and how many there are; false ends the run as soon as the
     // state is that of a prefix of the list: without fusion the gates that a later one has overtaken are applied first,

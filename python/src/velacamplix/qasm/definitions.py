@@ -112,7 +112,11 @@ def instructions(
 ) -> Tuple[Instruction, ...]:
     """Return the instructions of one call, one for each row of qubits."""
     if isinstance(gate, DeclaredGate):
-        name, n, definition = gate.call or (gate.name, 0, gate.definition)
+        if gate.call is not None:
+            name, n, definition = gate.call
+        else:
+            assert gate.definition is not None  # whoever calls has refused gates without a body
+            name, n, definition = gate.definition.name, 0, gate.definition
         return tuple([Instruction(name, row[n:], params, row[:n], (), condition, definition) for row in rows])
     if gate.step is None:
         return ()

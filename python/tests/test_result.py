@@ -1,0 +1,203 @@
+"""A result answers in the circuit's own qubits, also where some of them are idle and take no memory."""
+
+import itertools
+import pickle
+import warnings
+
+import numpy as np
+import numpy_simulator
+import pytest
+
+from velacamplix import Circuit, Observable, StateVector, _memory, run
+
+# Circuits of five qubits with idle ones below, above and between the active ones, and with none and nothing but them.
+CIRCUITS = {
+    "between": Circuit(5).ry(0.4, 1).cx(1, 3).rx(0.9, 3),
+    "below": Circuit(5).ry(0.4, 3).cx(3, 4).t(4).h(3),
+    "above": Circuit(5).ry(0.4, 0).cx(0, 1).u(0.3, 0.2, 0.1, 1),
+    "all but one": Circuit(5).h(0).cx(0, 1).ry(0.3, 3).cx(1, 4).s(4).rx(0.7, 4),
+    "one": Circuit(5).ry(0.8, 2).t(2),
+    "none idle": Circuit(5).h(0).cx(0, 1).cx(1, 2).ry(0.7, 3).cx(3, 4).rx(0.2, 1),
+    "all idle": Circuit(5).barrier(),
+}
+LISTS = [None, [], [2], [3, 1], [0, 4, 2], [1, 3, 0], range(5), [4, 3, 2, 1, 0], [2, 0, 4, 1, 3]]
+
+
+def expected(circuit, order):
+    amplitudes = numpy_simulator.statevector(circuit)  # qubit q is bit q
+    return amplitudes if order == "little" else amplitudes.reshape((2,) * 5).transpose().ravel()
+
+
+@pytest.fixture(params=CIRCUITS)
+def circuit(request):
+    return CIRCUITS[request.param]
+
+
+def test_the_state_is_that_of_all_qubits(circuit, precision, tolerance):
+    result = run(circuit, precision=precision)
+    assert result.state.n_qubits == 5 and result.state.precision == precision
+    np.testing.assert_allclose(result.state.array, expected(circuit, "little"), rtol=0, atol=tolerance)
+    assert result.state is result.state
+    assert (result.state is result.compact_state) == (result.active_qubits == (0, 1, 2, 3, 4))
+
+
+@pytest.mark.parametrize("order", ["little", "big"])
+def test_amplitudes(circuit, order, precision, tolerance):
+    result = run(circuit, precision=precision)
+    array = result.statevector(order)
+    assert array.dtype == result.compact_state.array.dtype and array.flags.owndata
+    np.testing.assert_allclose(array, expected(circuit, order), rtol=0, atol=tolerance)
+    assert [result.amplitude(i, order) for i in range(32)] == array.tolist()
+    array[:] = 0  # a copy
+    assert result.statevector(order).any()
+
+
+def test_the_order_of_the_array_is_the_default():
+    assert np.flatnonzero(run(Circuit(5).x(1)).statevector()).tolist() == [2]
+
+
+@pytest.mark.parametrize("qubits", LISTS)
+@pytest.mark.parametrize("order", ["little", "big"])
+def test_probabilities(circuit, qubits, order, precision, tolerance):
+    result = run(circuit, precision=precision)
+    state = StateVector(5, precision).run(circuit)
+    got = result.distribution(qubits, order)
+    assert got.dtype == np.float64
+    np.testing.assert_allclose(got, state.distribution(qubits, order), rtol=0, atol=tolerance)
+    k = 5 if qubits is None else len(qubits)
+    for outcome in range(2**k):
+        assert result.probability(outcome, qubits, order) == pytest.approx(got[outcome], abs=tolerance)
+        text = format(outcome, f"0{k}b") if k else ""
+        assert result.probability(text, qubits, order) == result.probability(outcome, qubits, order)
+
+
+def test_expectation_values(circuit, precision, tolerance):
+    observables = [{"".join(letters): 1.0} for letters in itertools.product("IXYZ", repeat=5)][::7]
+    state = StateVector(5, precision).run(circuit)
+    result = run(circuit, precision=precision, observables=observables)
+    right = [state.expectation(observable) for observable in observables]
+    assert result.expectation_values == pytest.approx(right, abs=tolerance)
+    assert (result.expectation(observables) == result.expectation_values).all()
+    for observable, value in zip(observables, right):
+        assert result.state.expectation(observable) == pytest.approx(value, abs=tolerance)
+    assert result.expectation("Z1 + 2") == result.expectation(Observable("Z1 + 2")) == result.expectation({"IZ": 1, "II": 2})
+    assert result.expectation("1j*Z0").real == pytest.approx(0, abs=tolerance)
+
+
+def test_counts_and_state_agree():
+    circuit = Circuit(6).x(1).x(4)
+    result = run(circuit, shots=20)
+    assert result.counts == {"010010": 20} == result.state.counts(20)
+    assert result.probability("010010") == 1 and result.distribution().argmax() == 0b010010
+
+
+def test_shots_go_on_as_those_of_a_state_of_all_qubits():
+    """The state has the random numbers of the run behind it, and those that come next."""
+    results = [run(Circuit(4).h(1).h(3), shots=10, seed=5) for _ in range(2)]
+    assert (results[0].state.sample(50, [1, 3]) == results[1].compact_state.sample(50)).all()
+
+
+def test_what_is_done_to_the_state_stays():
+    result = run(Circuit(3).h(1))
+    result.state.x(0)
+    assert result.state.probability("1", 0) == pytest.approx(1)
+
+
+# Many qubits
+
+
+def test_many_qubits_of_which_few_are_active():
+    circuit = Circuit(200).h(3).cx(3, 150).x(60)
+    result = run(circuit, shots=50, observables=["Z150", "X3 X150 + Z60"])
+    assert result.expectation_values == pytest.approx([0, 0])
+    assert result.expectation(["Z3 Z150", "Z60 + 0.5*Z199"]) == pytest.approx([1, -0.5])
+    assert result.probability("111", [3, 60, 150]) == pytest.approx(0.5)
+    assert result.probability("1" * 200) == 0 and result.probability(0, [3, 199, 0]) == pytest.approx(0.5)
+    assert result.distribution([150, 199, 3]).round(6).tolist() == [0.5, 0, 0, 0, 0, 0.5, 0, 0]
+    assert result.compact_state.n_qubits == 3 and result.active_qubits == (3, 60, 150)
+    with pytest.raises(RuntimeError, match=r"all 200 qubits, of which 3 are active.*at most 24.*result\.expectation.*compact_state.*active_qubits"):
+        result.state  # noqa: B018
+    for method in (result.statevector, result.distribution):
+        with pytest.raises(MemoryError, match="200 qubits"):
+            method()
+
+
+def test_the_largest_that_is_expanded():
+    result = run(Circuit(24).x(23), precision="single")
+    assert np.flatnonzero(result.state.array).tolist() == [2**23]
+    with pytest.raises(RuntimeError, match="all 25 qubits, of which 1 are active, is made for at most 24"):
+        run(Circuit(25).x(24), precision="single").state  # noqa: B018
+    assert run(Circuit(25).x(24)).statevector().nonzero()[0].tolist() == [2**24]
+
+
+def test_no_limit_where_no_qubit_is_idle(monkeypatch):
+    monkeypatch.setattr("velacamplix.result._MOST_EXPANDED", 3)
+    assert run(Circuit(4).h(0).h(1).h(2).h(3)).state.n_qubits == 4
+    with pytest.raises(RuntimeError, match="at most 3"):
+        run(Circuit(4).h(0)).state  # noqa: B018
+
+
+def test_a_state_that_does_not_fit(monkeypatch):
+    result = run(Circuit(20).h(3))
+
+    def refuse(*arguments):
+        raise MemoryError("no room")
+
+    monkeypatch.setattr(_memory, "require_state", refuse)
+    with pytest.raises(MemoryError, match=r"no room\. result\.expectation.*compact_state"):
+        result.state  # noqa: B018
+    assert result.compact_state.n_qubits == 1 and result.expectation("X3") == pytest.approx(1)
+
+
+# Where there is no one state
+
+
+def test_where_shots_part_the_way_out_is_told():
+    circuit = Circuit(3, 1).h(0).measure(0, 0).h(0)
+    result = run(circuit, shots=10, seed=1)
+    calls = [
+        lambda: result.state, lambda: result.compact_state, lambda: result.expectation("Z0"),
+        lambda: result.probability("000"), lambda: result.distribution(), lambda: result.statevector(),
+    ]  # fmt: skip
+    for call in calls:
+        with pytest.raises(RuntimeError, match=r"no one final state.*run\(\.\.\., observables"):
+            call()
+
+
+@pytest.mark.parametrize(
+    "call, kind, message",
+    [
+        (lambda r: r.probability("01", [0, 7]), IndexError, "qubits"),
+        (lambda r: r.probability("01"), ValueError, "outcome must be a text of 5 characters"),
+        (lambda r: r.probability(32), ValueError, "outcome must be an integer from 0 to 31"),
+        (lambda r: r.distribution([1, 1]), ValueError, "distinct"),
+        (lambda r: r.distribution(order="middle"), ValueError, "order"),
+        (lambda r: r.statevector("middle"), ValueError, "order"),
+        (lambda r: r.expectation("Z5"), ValueError, "observable must act on qubits below 5"),
+        (lambda r: r.expectation("A"), ValueError, "^observable must have"),
+        (lambda r: r.expectation(["Z0", "A"]), ValueError, r"observable\[1\]: "),
+        (lambda r: r.expectation(3), TypeError, "observable must be an Observable"),
+    ],
+)
+def test_wrong_arguments_are_refused(call, kind, message):
+    with pytest.raises(kind, match=message):
+        call(run(CIRCUITS["between"]))
+
+
+def test_results_are_pickled():
+    result = run(Circuit(5, 5).h(1).cx(1, 3).measure(3, 0), shots=10, seed=1)
+    result.state  # noqa: B018
+    again = pickle.loads(pickle.dumps(result))
+    assert again.state.array.tobytes() == result.state.array.tobytes() and again.counts == result.counts
+    with pytest.warns(UserWarning, match="here 3:"):
+        assert again.expectation("X1 X3") == result.expectation("X1 X3") == 0
+
+
+def test_a_result_of_0_1_is_read():
+    result = run(Circuit(3).h(1))
+    for name in ("_measured", "_whole"):
+        vars(result).pop(name, None)
+    again = pickle.loads(pickle.dumps(result))
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        assert again.expectation("X1") == pytest.approx(1) and again.state.n_qubits == 3
