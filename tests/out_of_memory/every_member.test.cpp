@@ -16,6 +16,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
 // Every allocation that a member makes fails once, alone and with all that follow it, on one thread and on several. The
 // member throws std::bad_alloc, what it works on is as before, and it gives the usual result when there is memory
@@ -303,7 +304,7 @@ TYPED_TEST(out_of_memory, in_sampled_terms_leaves_the_state_up_to_rounding_and_t
     const auto start = random_state<T>(16, Values::ordinary, 6);
     double length = 0;
     for (const auto& a : start) length += std::pow(double(a.re), 2) + std::pow(double(a.im), 2);
-    for (const int kind : {0, 1, 2}) {  // of a state, of a density matrix, precise
+    for (const int kind : {0, 1, 2, 3}) {  // of a state, of a density matrix, precise, of any norm
         for (const int threads : {1, 3}) {
             const long failures = for_every_allocation([&](long which, Failing::Extent extent) {
                 Loaded<T> state(start, threads, kind == 1);
@@ -313,6 +314,10 @@ TYPED_TEST(out_of_memory, in_sampled_terms_leaves_the_state_up_to_rounding_and_t
                     if (kind == 2) {
                         pbamplix::cpu::precise_evaluate_terms(state.amplitudes.get(), precise_terms, 100, state.rng, 16,
                                                               threads);
+                    }
+                    if (kind == 3) {
+                        pbamplix::cpu::evaluate_terms_of_any_norm(state.amplitudes.get(), precise_terms, 100, state.rng,
+                                                                  16, threads);
                     }
                 });
                 double difference = 0;
@@ -368,6 +373,16 @@ TYPED_TEST(out_of_memory, in_precise_functions_leaves_the_state) {
     });
     fails_cleanly<T>("shots", [&](auto& state) {
         pick_shots_state(precise(state), shots.data(), state.rng, shots.size(), state.num_threads, qubits);
+    });
+    fails_cleanly<T>("shots of any norm", [&](auto& state) {
+        const auto pick = [&](auto view) {
+            pick_shots_of_any_norm(view, shots.data(), state.rng, shots.size(), state.num_threads, qubits);
+        };
+        if constexpr (std::is_same_v<T, double>) {
+            pick(View(precise(state)));
+        } else {
+            pick(precise(state));
+        }
     });
     fails_cleanly<T>(
         "terms", [&](auto& state) { precise_term_values(state.amplitudes.get(), sum, state.size, state.num_threads); });

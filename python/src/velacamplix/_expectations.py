@@ -120,7 +120,7 @@ class Expectations(StatePart):
             As for `expectation`, or if `shots` is no integer of at least 1; also ValueError if the state's probabilities
             add up to 0, to infinity or to nan. No random number is then used up.
         KeyboardInterrupt
-            After Ctrl-C. The state has then been turned back, and random numbers of the shots so far are used up.
+            After Ctrl-C. The state has then been turned back, and no random number is used up.
 
         Examples
         --------

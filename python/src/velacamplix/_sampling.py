@@ -75,7 +75,7 @@ class Sampling(StatePart):
         MemoryError
             If the result does not fit.
         KeyboardInterrupt
-            After Ctrl-C. Random numbers of the shots so far are used up.
+            After Ctrl-C. Random numbers of the shots so far may be used up.
 
         Examples
         --------

@@ -220,9 +220,11 @@ TYPED_TEST(PreciseValues, a_hook_hears_of_every_shot_and_may_end_the_call_anywhe
             if (++calls == last) throw std::runtime_error("enough");
         };
         support::GuardedArray<TypeParam> stopped(state);
+        const std::mt19937_64 before = engine;
         EXPECT_THROW(pbamplix::cpu::evaluate_terms_of_any_norm(stopped.data(), some_terms(), shots, engine, 8, 1, stop),
                      std::runtime_error);
         EXPECT_EQ(calls, last);
+        EXPECT_TRUE(engine == before);
         for (std::size_t i = 0; i < state.size(); ++i) {
             ASSERT_NEAR(stopped.data()[i].real(), state[i].re, 20 * std::numeric_limits<TypeParam>::epsilon()) << last;
             ASSERT_NEAR(stopped.data()[i].imag(), state[i].im, 20 * std::numeric_limits<TypeParam>::epsilon()) << last;

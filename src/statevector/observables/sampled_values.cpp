@@ -38,7 +38,20 @@ void reserve_for_longest(std::vector<T>& table, const std::vector<SimpleTerm<T>>
     table.reserve(longest < 64 ? 1ul << longest : ~0ul);
 }
 
-// Turns a state into the basis of one term after another, and always back.
+// Calls read() between change(false), into a term's basis, and change(true), back, which follows an exception too.
+template <class Change, class Read>
+void in_basis(Change change, Read read) {
+    change(false);
+    try {
+        read();
+    } catch (...) {
+        change(true);
+        throw;
+    }
+    change(true);
+}
+
+// Turns a state into the basis of one term after another, and always back. Takes no memory on the way.
 template <class T>
 class turned_state {
 public:
@@ -48,29 +61,34 @@ public:
     turned_state& operator=(const turned_state&) = delete;
     ~turned_state() { turn_back(); }
 
-    // Calls between() after every pass over the state; it may throw.
+    // Calls between() after every pass over the state; it may throw. The term must stay until the state is turned back.
     template <class Between>
-    void turn(const SimpleTerm<double>& term, Between between) {
-        for (std::size_t j = 0; j < term.qubits.size() && j < term.op.size(); ++j) {
-            if (term.op[j] != 'X' && term.op[j] != 'Y') continue;
-            const SimpleTerm<T> factor{{term.qubits[j]}, {term.op[j]}, {}};
-            turned.op.push_back(term.op[j]);
-            turned.qubits.push_back(term.qubits[j]);  // the longer list is cut where the shorter one ends
-            basis_change(amplitudes, factor, false, qubits, threads);
+    void turn(const SimpleTerm<double>& into, Between between) {
+        term = &into;
+        for (std::size_t j = 0; j < into.qubits.size() && j < into.op.size(); ++j) {
+            change(j, false);
+            ++turned;
             between();
         }
     }
     void turn_back() {
-        basis_change(amplitudes, turned, true, qubits, threads);
-        turned.qubits.clear();
-        turned.op.clear();
+        for (std::size_t j = 0; j < turned; ++j) change(j, true);
+        turned = 0;
     }
 
 private:
+    void change(std::size_t j, bool undo) {
+        factor.qubits.front() = term->qubits[j];
+        factor.op.front() = term->op[j];
+        basis_change(amplitudes, factor, undo, qubits, threads);
+    }
+
     thrust::complex<T>* amplitudes;
     unsigned int qubits;
     int threads;
-    SimpleTerm<T> turned;
+    const SimpleTerm<double>* term = nullptr;
+    std::size_t turned = 0;  // of the term's factors
+    SimpleTerm<T> factor{{0}, "Z", {}};
 };
 
 // Parities of shots in double precision. Random numbers are shares of the total, or else numbers as they are.
@@ -115,19 +133,6 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
         }
     });
     return results;
-}
-
-// Calls read() between change(false), into a term's basis, and change(true), back, which follows an exception too.
-template <class Change, class Read>
-void in_basis(Change change, Read read) {
-    change(false);
-    try {
-        read();
-    } catch (...) {
-        change(true);
-        throw;
-    }
-    change(true);
 }
 
 }  // namespace
