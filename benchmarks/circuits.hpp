@@ -33,7 +33,7 @@ template <class T>
 pbamplix::cpu::program<T> as_program(const listed_circuit& circuit, unsigned int n) {
     pbamplix::cpu::program<T> program(n);
     for (const auto& gate : circuit.gates) {
-        program.add_gate(gate.name, std::vector<T>(gate.angles.begin(), gate.angles.end()), gate.qubits);
+        program.add_gate(gate.name, gate.angles, gate.qubits);
     }
     return program;
 }

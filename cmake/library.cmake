@@ -28,8 +28,11 @@ function(velacamplix_compile_library target level)
 endfunction()
 
 function(velacamplix_link_library target)
-    # An undefined symbol is an error here, not at a user's first call.
-    target_link_options(${target} PRIVATE "LINKER:--version-script=${velacamplix_export_map}" LINKER:--no-undefined)
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${velacamplix_export_map}")
+    if(NOT VELACAMPLIX_SANITIZE)
+        # An undefined symbol is an error here, not at a user's first call. (Clang leaves a sanitizer's own to the program.)
+        target_link_options(${target} PRIVATE LINKER:--no-undefined)
+    endif()
     set_target_properties(
         ${target}
         PROPERTIES OUTPUT_NAME velacamplix

@@ -12,20 +12,21 @@ if(NOT TARGET velacamplix::thrust)
 
     set(velacamplix_thrust_problem "")
     if(NOT VELACAMPLIX_THRUST_INCLUDE_DIR)
-        set(velacamplix_thrust_problem
-            "thrust/complex.h was not found; on Debian, apt-get install libthrust-dev. For one that stands elsewhere "
-            "set VELACAMPLIX_THRUST_INCLUDE_DIR to the directory that contains thrust/.")
+        string(
+            CONCAT velacamplix_thrust_problem
+                   "thrust/complex.h was not found; on Debian, apt-get install libthrust-dev. For one that stands elsewhere "
+                   "set VELACAMPLIX_THRUST_INCLUDE_DIR to the directory that contains thrust/.")
     else()
         file(STRINGS "${VELACAMPLIX_THRUST_INCLUDE_DIR}/thrust/version.h" line REGEX "^#define THRUST_VERSION +[0-9]+")
         string(REGEX MATCH "[0-9]+" VELACAMPLIX_THRUST_VERSION "${line}")
         if(NOT VELACAMPLIX_THRUST_VERSION OR VELACAMPLIX_THRUST_VERSION GREATER_EQUAL 200000)
-            set(velacamplix_thrust_problem
-                "Thrust in ${VELACAMPLIX_THRUST_INCLUDE_DIR} has THRUST_VERSION '${VELACAMPLIX_THRUST_VERSION}'; "
-                "velacamplix needs version 1 (below 200000), as later ones give thrust::complex another symbol name. "
-                "Set VELACAMPLIX_THRUST_INCLUDE_DIR to one.")
+            string(
+                CONCAT velacamplix_thrust_problem
+                       "Thrust in ${VELACAMPLIX_THRUST_INCLUDE_DIR} has THRUST_VERSION '${VELACAMPLIX_THRUST_VERSION}'; "
+                       "velacamplix needs version 1 (below 200000), as later ones give thrust::complex another symbol "
+                       "name. Set VELACAMPLIX_THRUST_INCLUDE_DIR to one.")
         endif()
     endif()
-    string(CONCAT velacamplix_thrust_problem ${velacamplix_thrust_problem})
 
     if(NOT velacamplix_thrust_problem)
         set(velacamplix_thrust_alone "${CMAKE_BINARY_DIR}/velacamplix-thrust")

@@ -6,7 +6,30 @@ jobs=$(nproc)
 export CMAKE_BUILD_PARALLEL_LEVEL=$jobs CTEST_PARALLEL_LEVEL=$jobs
 python=.venv/bin/python
 
-step() { printf '\n== %s\n' "$*"; }
+# Begins a step; tells how long the one before took. The last one's end is the script's.
+step() {
+    if [ -n "${step_began:-}" ]; then printf -- '-- %d s\n' $((SECONDS - step_began)); fi
+    step_began=$SECONDS
+    printf '\n== %s\n' "$*"
+}
+
+# Starts the calling script again without whatever its user has set: tests and checks must not depend on it. What stays
+# is where programs and the home folder are, the language, the terminal, the place for temporary files, and how this
+# machine's network reaches package registries (proxies, certificates, pip's settings) and keeps what was compiled.
+in_clean_environment() {
+    if [ "${VELACAMPLIX_CLEAN_ENVIRONMENT:-}" = yes ]; then return; fi
+    local name kept=(VELACAMPLIX_CLEAN_ENVIRONMENT=yes)
+    for name in $(compgen -e); do
+        case $name in
+        PATH | HOME | LANG | TERM | TMPDIR | CMAKE_*_LAUNCHER | CCACHE_*) ;;
+        http_proxy | https_proxy | no_proxy | HTTP_PROXY | HTTPS_PROXY | NO_PROXY) ;;
+        PIP_* | SSL_CERT_* | *_CA_BUNDLE) ;;
+        *) continue ;;
+        esac
+        kept+=("$name=${!name}")
+    done
+    exec env -i "${kept[@]}" "tools/$(basename "$0")" "$@"
+}
 
 # Runs a command silently; shows what it said only when it fails.
 quietly() {
@@ -18,10 +41,35 @@ quietly() {
     return "$status"
 }
 
+# What compiling everything takes the first time, without a compiler cache: minutes of one processor, megabytes.
+declare -A minutes=([release]=30 [dev]=14 [sanitize]=12 [clang]=10 [aarch64]=8 [bench]=12 [python]=8)
+declare -A megabytes=([release]=500 [dev]=200 [sanitize]=600 [clang]=200 [aarch64]=200 [bench]=100 [python]=60)
+announce_compiling() {
+    echo "compiling takes about $(((minutes[$1] + jobs - 1) / jobs)) minutes on $jobs processors, and ${megabytes[$1]} MB in $2"
+}
+
+# Runs pip, with a compile somewhere inside; shows what is fetched, ninja's lines, and all that was said when it fails.
+compiling() {
+    local log status=0
+    log=$(mktemp)
+    "$@" 2>&1 | tee "$log" | sed -un -e 's/^ *\(\[[0-9]*\/[0-9]*\]\)/\1/p' -e '/^Collecting /p' || status=$?
+    if [ "$status" -ne 0 ]; then cat "$log"; fi
+    rm -f "$log"
+    return "$status"
+}
+
 # Brings the build tree of a preset up to date.
 build_preset() {
     local preset=$1
     shift
-    if [ ! -f "build/$preset/build.ninja" ]; then quietly cmake --preset "$preset"; fi
-    cmake --build --preset "$preset" "$@" -- --quiet
+    if [ ! -f "build/$preset/build.ninja" ]; then
+        announce_compiling "$preset" "build/$preset"
+        quietly cmake --preset "$preset"
+    fi
+    cmake --build --preset "$preset" "$@"
+}
+
+# Shows which tests a preset's programs left out, and why, as they said when they last ran.
+show_left_out() {
+    grep -h '^left out' "build/$1/Testing/Temporary/LastTest.log" | sort -u
 }

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks who includes whom: nothing points upward. Prints each line that does, and fails.
+"""Checks who includes whom: nothing points upward; and that OpenMP is spoken to in one place. Prints each line that is
+wrong, and fails.
 
 Usage: include_directions.py [ROOT]
 """
@@ -26,6 +27,17 @@ may_know = {
 class_headers = {"velacamplix/statevector.hpp", "velacamplix/velacamplix.hpp"}
 include_line = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 endings = {".hpp", ".cpp", ".inl"}
+
+# What depends on the thread it runs on breaks in a host's own parallel region. So regions open, and OpenMP is asked, in
+# one header; elsewhere stand the critical section that guards engines and maps, which hosts know of, and the pause before
+# a fork.
+speaks_to_openmp = re.compile(r"\bomp_\w+|#\s*pragma\s+omp\b.*|<omp\.h>")
+unnamed_critical_section = re.compile(r"#\s*pragma\s+omp\s+critical\s*$")
+may_speak_to_openmp = {"src/statevector/storage/parallel.hpp", "python/bindings/processes.cpp"}
+may_hold_critical_section = {
+    "src/statevector/measurement/sampling.cpp",
+    "src/statevector/measurement/gathered_entries.hpp",
+}
 
 
 def refusal_in_src(path, name, system):
@@ -76,6 +88,18 @@ def refusal_outside(path, name, system):
     return None
 
 
+def said_to_openmp(path, line):
+    """What the line of the file `path`, relative to the project, says to OpenMP and may not; None where all is well."""
+    found = speaks_to_openmp.search(line.split("//")[0].rstrip())
+    if not path.startswith(("src/", "include/", "python/")) or path.endswith(".test.cpp"):
+        return None  # a host, who may have a team of his own
+    if found is None or path in may_speak_to_openmp:
+        return None
+    if path in may_hold_critical_section and unnamed_critical_section.match(found[0]):
+        return None
+    return found[0]
+
+
 rules = {
     "src": refusal_in_src,
     "include/velacamplix": refusal_in_public_header,
@@ -93,14 +117,19 @@ def main(root):
             if path.suffix not in endings:
                 continue
             looked_at += 1
+            place = path.relative_to(root).as_posix()
             for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+                said = said_to_openmp(place, line)
+                if said is not None:
+                    refused += 1
+                    print(f"{place}:{number}: {said}: only storage/parallel.hpp speaks to OpenMP")
                 match = include_line.match(line)
                 if not match:
                     continue
                 why = refusal(path.relative_to(root / folder), match[2], match[1] == "<")
                 if why:
                     refused += 1
-                    print(f"{path.relative_to(root)}:{number}: includes {match[2]}: {why}")
+                    print(f"{place}:{number}: includes {match[2]}: {why}")
     print(f"include directions: {looked_at} files, {refused} wrong")
     return 1 if refused or not looked_at else 0
 

@@ -12,8 +12,14 @@ test  | libgtest-dev  | the test framework
 test  | binutils      | reads symbols and instructions of the built library
 test  | pkg-config    | one of the two ways in which an outside project finds the library
 bench | libbenchmark-dev | the benchmark framework
+check | libclang-rt-dev | the thread sanitizer
 check | clang-format  | compares the layout of the sources
 check | clang-tidy    | static analysis
+check | clang         | the other compiler
+check | libomp-dev    | its OpenMP runtime
+check | g++-aarch64-linux-gnu | compiles for another processor
+check | qemu-user     | runs what was compiled for it
+check | googletest    | the test framework's sources, to be compiled for it
 '
 python_packages='
 build | python3       | the language of the package and of the tools

@@ -95,7 +95,7 @@ for sweep in range(200):
 found = history[-1]
 chemical_accuracy = 1.6e-3  # Hartree; 1 kcal/mol
 # The Hartree-Fock state: two electrons fill the two lowest orbitals.
-hartree_fock = StateVector(4).reset("1100").expectation(hamiltonian)
+hartree_fock = StateVector(4).set_basis_state("1100").expectation(hamiltonian)
 print(f"Hartree-Fock energy:     {hartree_fock + nuclear_repulsion:.6f} Hartree")
 print(f"found after {evaluations} energies: {found + nuclear_repulsion:.6f} Hartree")
 print(f"exact diagonalisation:   {exact + nuclear_repulsion:.6f} Hartree")

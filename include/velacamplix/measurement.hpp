@@ -45,6 +45,13 @@ struct precise_view : Seq {
 
 namespace cpu {
 
+// One lock for the whole process: OpenMP's unnamed critical section. It is taken, for a moment each time,
+//   by the members sample, sample_subset and measure and by pick_shots_state, while they draw from the engine,
+//   by the members get_mapped_statevector, get_mapped_density_diag and get_mapped_distribution and by
+//   permute_and_map_vector and map_marginal_distribution, while a thread hands in what it has found.
+// It cannot be taken twice. A host that calls one of these inside an unnamed `#pragma omp critical` of his own waits
+// for ever; to guard a shared object he gives his section a name, or uses a mutex.
+
 // Sum of the view's probabilities over all indices whose listed qubits carry the bits of `fixed` (already in
 // place). The same value for every thread count: blocks of 2^16 indices are summed in index order and then added
 // in block order.
@@ -62,12 +69,20 @@ template <class P, class Out, class Seq>
 VELACAMPLIX_API void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P& threshold_sq, int nthreads);
 
 // Draws nshots outcomes over the listed qubits (first listed = most significant bit; empty list = all, qubit 0
-// most significant). Takes exactly nshots outputs of the engine, in order: shot s belongs to output s. The output
-// becomes a number in [0, 1) of the view's precision, and the shot the first index whose running sum reaches it. Of a
-// precise_view this number is a share of the running sum's end, so that the outcomes are those of the normalised state.
+// most significant). Takes exactly nshots outputs of the engine, in order: shot s belongs to output s; none when it
+// throws std::bad_alloc. The output becomes a number in [0, 1) of the view's precision, and the shot the first index
+// whose running sum reaches it. Of a precise_view this number is a share of the running sum's end, so that the outcomes
+// are those of the normalised state.
 template <class Rng, class Seq>
 VELACAMPLIX_API void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
                                       const int& nthreads, const std::vector<unsigned int>& qubits);
+
+// The same for a state whose norm nobody knows. Of a view in double precision whose running sum ends within 1e-9 of 1
+// these are the shots of pick_shots_state; of any other, and of every precise_view, numbers are shares of that end.
+// Throws std::domain_error where the end is 0, infinite or NaN; the engine has then taken no step.
+template <class Rng, class Seq>
+VELACAMPLIX_API void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
+                                            const int& nthreads, const std::vector<unsigned int>& qubits);
 
 // Zeroes every amplitude whose listed qubits do not read `value` (first listed = most significant bit) and divides
 // the rest by the square root of their norm. Throws std::domain_error when that norm is zero.
@@ -92,7 +107,8 @@ template <class Seq>
 VELACAMPLIX_API void precise_distribution(precise_view<Seq> seq, double* out, const double& threshold_sq,
                                           const std::vector<unsigned int>& qubits, const int& nthreads);
 
-// Fills `map` with the non-zero elements above the threshold, keyed by reversed index; returns it.
+// Fills `map` with the non-zero elements above the threshold, keyed by reversed index; returns it. When memory runs
+// out, std::bad_alloc; some entries may be in the map.
 template <class T, class V, class Seq>
 VELACAMPLIX_API std::map<unsigned long, V>* permute_and_map_vector(Seq seq, std::map<unsigned long, V>* map,
                                                                    const T& threshold_sq, const int& nthreads);

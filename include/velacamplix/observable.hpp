@@ -2,6 +2,7 @@
 
 #include "amplitude.hpp"
 #include "export.hpp"
+#include "work_hook.hpp"
 
 #include <random>
 #include <string>
@@ -60,11 +61,12 @@ VELACAMPLIX_API thrust::complex<T> _expectation_value_density_matrix(const thrus
                                                                      const unsigned int& qubits);
 
 // Coefficient times value of every term, without the constant, for amplitudes of either precision: products are formed
-// and summed in double. The whole sum is theirs plus the constant.
+// and summed in double. The whole sum is theirs plus the constant. The hook counts terms.
 template <class T>
 VELACAMPLIX_API std::vector<thrust::complex<double>> precise_term_values(const thrust::complex<T>* amplitudes,
                                                                          const WObservable<double>& observable,
-                                                                         unsigned long size, int nthreads);
+                                                                         unsigned long size, int nthreads,
+                                                                         const work_hook& hook = {});
 template <class T>
 VELACAMPLIX_API std::vector<thrust::complex<double>> precise_term_values_density_matrix(
     const thrust::complex<T>* amplitudes, const WObservable<double>& observable, int nthreads,
@@ -87,7 +89,8 @@ VELACAMPLIX_API std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(
                                                                                 unsigned long shots, Engine& rng,
                                                                                 int nthreads);
 
-// evaluate_term for every term, each in its own measurement basis; the state comes back up to rounding.
+// evaluate_term for every term, each in its own measurement basis; the state comes back up to rounding, also when
+// memory runs out (std::bad_alloc), and the engine then stands where it stood.
 template <class T, class Engine>
 VELACAMPLIX_API std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(
     thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<T>>& terms, unsigned long shots, Engine& rng,
@@ -100,6 +103,15 @@ template <class T, class Engine>
 VELACAMPLIX_API std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(
     thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<double>>& terms, unsigned long shots,
     Engine& rng, unsigned int qubits, int nthreads);
+
+// The same for a state whose norm nobody knows. In double precision tables of a state whose probabilities add up to 1
+// within 1e-9 stay as they are, which gives the shots of _evaluate_terms. Throws std::domain_error where they add up to
+// 0, to infinity or to NaN; the engine has then taken no step. The hook counts shots, of all terms; what it throws
+// finds the state turned back, and the engine some steps further.
+template <class T, class Engine>
+VELACAMPLIX_API std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_terms_of_any_norm(
+    thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<double>>& terms, unsigned long shots,
+    Engine& rng, unsigned int qubits, int nthreads, const work_hook& hook = {});
 
 }  // namespace cpu
 }  // namespace pbamplix

@@ -30,15 +30,22 @@ struct program_plan {
 
 // A list of gates that can be planned once and run many times. Running it gives bit for bit what the members of the
 // state vector give when they are called gate by gate, for every number of threads and every instruction set.
-// Arguments are the host's duty, as everywhere: qubits distinct and below the program's qubit count, controls distinct
-// from targets. T is float or double. An object must not be used by two host threads at once.
+//
+// Angles are double whatever T is. An angle that T can hold is T's, with the bits of the member. Of any other the sine
+// and cosine are formed in double and rounded, so that large angles keep their meaning in single precision: as a float
+// 1234567.8 would be 1234567.75, and RX wrong by 2 percent.
+//
+// Arguments are checked, other than those of the state vector's members: a number of angles, qubits or entries that
+// does not fit the gate, a qubit that the program lacks or that is named twice, a state with fewer qubits or without
+// amplitudes, and a program that was moved from (which may be assigned to and destroyed) throw std::invalid_argument;
+// nothing has changed then. T is float or double. An object must not be used by two host threads at once.
 template <class T>
 class VELACAMPLIX_API program {
 public:
     // Called between passes with the number of gates applied so far and in all; false stops the run there.
     using progress_hook = std::function<bool(unsigned long done, unsigned long total)>;
 
-    explicit program(unsigned int nqubits);
+    explicit program(unsigned int nqubits);  // at most 63
     ~program();
     program(program&&) noexcept;
     program& operator=(program&&) noexcept;
@@ -46,7 +53,7 @@ public:
     // Appends a named gate: X Y Z H S T ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), CNOT and
     // CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits). Every gate takes further
     // controls. Throws std::invalid_argument for another name.
-    void add_gate(const std::string& name, const std::vector<T>& params, const std::vector<unsigned int>& qubits,
+    void add_gate(const std::string& name, const std::vector<double>& params, const std::vector<unsigned int>& qubits,
                   const std::vector<unsigned int>& controls = {});
 
     // Appends a row-major 2^k x 2^k matrix, first listed qubit = high bit of the local index; as the members
@@ -60,13 +67,17 @@ public:
                       const std::vector<unsigned int>& controls = {});
 
     // Gives gate `gate` (0 = first), an RX, RY, RZ or PH, another angle. A plan already made stands, unless fusion is
-    // on. Throws std::out_of_range past the last gate, std::invalid_argument for a gate without an angle.
-    void set_params(unsigned long gate, const std::vector<T>& params);
+    // on. Throws std::out_of_range past the last gate, std::invalid_argument for a gate without an angle or another
+    // number of angles than one.
+    void set_params(unsigned long gate, const std::vector<double>& params);
 
     // Fusion, off unless asked for, rewrites the list before it is cut into passes: neighbouring gates on one qubit
     // become one, diagonal gates are collected, and commuting gates change places. Results then agree with the exact
-    // run up to rounding, no longer bit for bit. A stretch of 16 gates per qubit is rewritten at a time: inside it the
-    // hook's number of gates is an estimate, and a run that is told to stop does so at its end.
+    // run up to rounding, no longer bit for bit. Their bits follow from the gates with their numbers, the qubits of the
+    // state, and T alone: not from the number of threads, the caches, or the instruction set. A stretch of 16 gates per
+    // qubit is rewritten at a time: inside it the hook's number of gates is an estimate, and a run that is told to stop
+    // does so at its end. Matrices need not be unitary; a stretch with one that can make a state longer, or that is not
+    // diagonal and has more than 6 qubits, is not rewritten and gives the bits of the exact run.
     void set_fusion(bool fusion);
     bool fusion() const;
 
@@ -83,7 +94,8 @@ public:
     unsigned long run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook = {});
 
 private:
-    struct implementation;
+    // Hidden here, where every compiler looks: its members have no place among the shared library's symbols.
+    struct [[gnu::visibility("hidden")]] implementation;
     std::unique_ptr<implementation> self;
 };
 

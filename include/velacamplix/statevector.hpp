@@ -33,20 +33,28 @@ namespace cpu {
 
 // A state of n qubits as 2^n amplitudes, or, when `is_density_matrix` is set, a density matrix of n/2 qubits as 2^n
 // entries. Qubit q is bit q of an index. Qubit numbers, lengths and norms are the host's duty: nothing is checked.
-// One object serves one host thread at a time. T is float or double.
+// Buffers that the host hands over may lie at any address that suits their numbers, which for complex ones is that of a
+// T. One object serves one host thread at a time; objects of their own may be used on any threads, inside the host's
+// parallel regions too. Where memory runs out a member throws std::bad_alloc and leaves the object as it was, but for
+// what resize and evaluate_terms say. T is float or double.
 template <class T>
 class VELACAMPLIX_API PybindAmplixStateVectorCPU : public PybindAmplixStateVector {
 public:
     using controls_list = std::optional<std::vector<unsigned int>>;  // all must read 1; none or empty: uncontrolled
 
     // Seeds the engine and allocates; the amplitudes are undefined until a reset. Throws std::bad_alloc after the
-    // memory guard's message when free memory does not suffice.
+    // memory guard's message when free memory does not suffice. From 64 on, n counts modulo 64 for the size; such an
+    // object is good for nothing, and its resets say so.
     explicit PybindAmplixStateVectorCPU(unsigned int n);
     ~PybindAmplixStateVectorCPU() override;
 
     // Growing frees the array, then allocates: the contents are undefined again, and when memory does not suffice
-    // the object is left without an array. Shrinking keeps the first 2^n amplitudes.
+    // (std::bad_alloc) the object is left with the new n and without an array. The way back is release_memory, then
+    // resize: a smaller n alone would only shrink what is not there. Shrinking keeps the first 2^n amplitudes; the n it
+    // has already changes nothing.
     void resize(unsigned int n) override;
+
+    // Both resets throw std::logic_error where there is no array, after release_memory or a refused resize.
 
     // Basis state 0; or a copy of the caller's array of `size` amplitudes at the given address, whose index has
     // qubit 0 as MOST significant bit.
@@ -56,7 +64,7 @@ public:
     // their qubit free (not normalised).
     void reset_to_str(std::string s);
 
-    // Frees the array; the object holds 0 qubits until it is resized.
+    // Frees the array; the object holds 0 qubits and no amplitude until it is resized to one qubit or more.
     void release_memory() override;
 
     std::vector<std::string>& get_named_ctrl_gates() override;
@@ -66,7 +74,8 @@ public:
     void print();       // one line "index: (re,im)" per amplitude to standard output
     std::string str();  // "(re,im) " for every amplitude on one line
 
-    // Named gates; angles in radians.
+    // Named gates; angles in radians. RZ with controls throws std::bad_alloc after the memory guard's message when the
+    // two entries of its diagonal exceed free memory; the state is untouched then.
     void apply_X(unsigned int qubit, controls_list controls = std::nullopt);
     void apply_Y(unsigned int qubit, controls_list controls = std::nullopt);
     void apply_Z(unsigned int qubit, controls_list controls = std::nullopt);
@@ -111,7 +120,8 @@ public:
     void get_distribution(T* out, const T& threshold, const std::vector<unsigned int>& qubits);
 
     // Outcomes: first listed qubit (or qubit 0) most significant. The state does not change; each shot takes one
-    // number of `rng`. An empty list of `measure` means all qubits.
+    // number of `rng`. An empty list of `measure` means all qubits. These members and the maps below take a lock of the
+    // whole process; measurement.hpp tells what a host must not do while he holds it.
     void sample(unsigned long* shots, unsigned long nshots);
     void sample_subset(unsigned long* shots, const std::vector<unsigned int>& qubits, unsigned long nshots);
     unsigned long measure(const std::vector<unsigned int>& qubits);
@@ -136,7 +146,8 @@ public:
     thrust::complex<T> expectation_value(WObservable<T> observable);
     std::vector<thrust::complex<T>> terms_expectations_values(WObservable<T> observable);
 
-    // Per term coefficient * mean and coefficient * standard error of `shots` sampled parities.
+    // Per term coefficient * mean and coefficient * standard error of `shots` sampled parities. The state comes back up
+    // to rounding, also when memory runs out.
     std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> evaluate_terms(std::vector<SimpleTerm<T>> terms,
                                                                                   unsigned long shots);
 

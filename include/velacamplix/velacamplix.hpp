@@ -14,3 +14,4 @@
 #include "storage.hpp"
 #include "threads.hpp"
 #include "version.hpp"
+#include "work_hook.hpp"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "interpreter_lock.hpp"
 #include "turn.hpp"
 
 #include <velacamplix/velacamplix.hpp>
@@ -12,9 +13,11 @@
 #include <atomic>
 #include <complex>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -38,7 +41,7 @@ public:
 
     template <class Work>
     decltype(auto) with_state(Work&& work) {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
         // Another thread may have released the array since Python looked.
         if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
@@ -47,7 +50,7 @@ public:
 
     // False when a view forbids it. Releasing twice is allowed.
     bool release() {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
         if (views_ != 0) return false;
         state_.release_memory();
@@ -57,21 +60,21 @@ public:
     // The 2^n amplitudes in index order (qubit q is bit q), without a copy. Slices of the result share its base
     // object, so the count falls only when the last of them is gone.
     py::array_t<std::complex<T>> view() {
-        auto [amplitudes, size] = with_state([this](State& state) {
-            ++views_;
-            return std::pair(state.amplitudes.get(), state.size);
-        });
         auto owner = std::make_unique<View>(this->shared_from_this());
-        const py::capsule base(owner.get(), [](void* view) { delete static_cast<View*>(view); });
+        auto [amplitudes, size] =
+            with_state([](State& state) { return std::pair(state.amplitudes.get(), state.size); });
+        // The name tells the Python half that an array of this base is a state's own.
+        const py::capsule base(owner.get(), "velacamplix amplitudes",
+                               [](void* view) { delete static_cast<View*>(view); });
         owner.release();
         return py::array_t<std::complex<T>>(static_cast<py::ssize_t>(size),
                                             reinterpret_cast<std::complex<T>*>(amplitudes), base);
     }
 
 private:
-    // Takes over one count of `views_` and gives it back when NumPy drops its last array.
+    // Counts as one of `views_` until NumPy drops its last array.
     struct View {
-        explicit View(std::shared_ptr<HeldState> owner) : held(std::move(owner)) {}
+        explicit View(std::shared_ptr<HeldState> owner) : held(std::move(owner)) { ++held->views_; }
         View(const View&) = delete;
         View& operator=(const View&) = delete;
         ~View() { --held->views_; }
@@ -83,6 +86,70 @@ private:
     std::atomic<std::size_t> views_{0};
 };
 
+// Python has checked all arguments. But to read an argument is to call its methods, and those may set up the very
+// object anew that the others were checked against. So what decides which memory is touched is checked once more where
+// nothing can come between: in the turn, against the array that is there.
+
+template <class State>
+[[noreturn]] void refuse_changed(const State& state, const std::string& got) {
+    throw std::runtime_error("this state vector has " + std::to_string(state.nqubits) + " qubits, got " + got +
+                             ": the object was changed while a call was reading its arguments");
+}
+
+// The bits of distinct qubits that the state has and that are not among `others`.
+template <class State, class Qubits = std::initializer_list<unsigned int>>
+unsigned long bits_within(const State& state, const Qubits& qubits, unsigned long others = 0) {
+    unsigned long bits = others;
+    for (const unsigned int qubit : qubits) {
+        if (qubit >= 64 || 1ul << qubit >= state.size) refuse_changed(state, "qubit " + std::to_string(qubit));
+        if (bits >> qubit & 1) {
+            throw std::runtime_error("a call names qubit " + std::to_string(qubit) +
+                                     " twice: its arguments were changed while it was reading them");
+        }
+        bits |= 1ul << qubit;
+    }
+    return bits;
+}
+
+// An array's memory while the interpreter lock is let go. NumPy resizes no array that something refers to weakly, so it
+// stays where it is.
+template <class T>
+class Pinned {
+public:
+    explicit Pinned(const py::array_t<T, py::array::c_style>& array)
+        : data_(array.data()), size_(static_cast<unsigned long>(array.size())), owner_(pin(array)) {
+        if (reinterpret_cast<std::uintptr_t>(data_) % alignof(T) != 0) {
+            throw std::invalid_argument("the array's entries lie at odd addresses");
+        }
+    }
+
+    const T* data() const { return data_; }
+    unsigned long size() const { return size_; }
+
+private:
+    static py::weakref pin(py::array array) {
+        while (py::isinstance<py::array>(array.base())) array = py::reinterpret_borrow<py::array>(array.base());
+        return py::weakref(array);
+    }
+
+    const T* data_;
+    unsigned long size_;
+    py::weakref owner_;
+};
+
+// One that is filled; NumPy refuses where it may not be written.
+template <class T>
+class PinnedToFill : public Pinned<T> {
+public:
+    explicit PinnedToFill(py::array_t<T, py::array::c_style>& array)
+        : Pinned<T>(array), target_(array.mutable_data()) {}
+
+    T* target() const { return target_; }
+
+private:
+    T* target_;
+};
+
 // What Python reads from a state it reads in double precision, whatever the state's own. Of a double state this is, bit
 // for bit, the plain view.
 template <class T>
@@ -91,7 +158,7 @@ pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<T>>> precise(
     return {{state.amplitudes.get(), state.nqubits, state.size}};
 }
 
-// Shots: of a double state by the plain rule, of a single one as shares of a total that need not be quite 1.
+// What shots are drawn from: of a single state, whose total is never quite 1, always as shares of it.
 template <class T>
 auto drawn_from(const pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state) {
     if constexpr (std::is_same_v<T, double>) {

@@ -12,16 +12,23 @@ using Qubits = std::vector<unsigned int>;
 using Data = py::array_t<std::complex<double>, py::array::c_style>;
 using Table = py::array_t<unsigned long, py::array::c_style>;
 
-void require_length(py::ssize_t length, std::size_t qubits) {
-    if (length != py::ssize_t{1} << qubits) throw std::invalid_argument("the data does not fit the number of qubits");
+// `qubits` of them are known to be distinct qubits of a state, fewer than 64.
+void require_length(unsigned long length, std::size_t qubits) {
+    if (length != 1ul << qubits) throw std::invalid_argument("the data does not fit the number of qubits");
+}
+
+void require_registers(const Qubits& qubits, unsigned int naddress) {
+    if (naddress > qubits.size()) throw std::invalid_argument("the address register does not fit the number of qubits");
 }
 
 // Bit order of the data: the lowest-numbered qubit is the least significant bit, whatever the list's order.
 template <class T>
 void prepare(HeldState<T>& held, Data data, const Qubits& qubits) {
-    require_length(data.size(), qubits.size());
-    auto* values = reinterpret_cast<thrust::complex<double>*>(data.mutable_data());
+    const PinnedToFill pinned(data);
+    auto* values = reinterpret_cast<thrust::complex<double>*>(pinned.target());
     held.with_state([&](auto& state) {
+        bits_within(state, qubits);
+        require_length(pinned.size(), qubits.size());
         if constexpr (std::is_same_v<T, double>) {
             state.apply_state_preparation(values, qubits);
         } else {
@@ -34,22 +41,34 @@ void prepare(HeldState<T>& held, Data data, const Qubits& qubits) {
 // Of both registers the first qubit is the least significant bit; the address register comes first.
 template <class T>
 void qram(HeldState<T>& held, const Data& data, const Qubits& qubits, unsigned int naddress) {
-    require_length(data.size(), qubits.size());
-    const auto* values = reinterpret_cast<const thrust::complex<double>*>(data.data());
-    held.with_state([&](auto& state) { state.apply_qram(values, qubits, naddress); });
+    const Pinned pinned(data);
+    const auto* values = reinterpret_cast<const thrust::complex<double>*>(pinned.data());
+    held.with_state([&](auto& state) {
+        bits_within(state, qubits);
+        require_registers(qubits, naddress);
+        require_length(pinned.size(), qubits.size());
+        state.apply_qram(values, qubits, naddress);
+    });
 }
 
 template <class T>
 void binary_qram(HeldState<T>& held, const Table& data, const Qubits& qubits, unsigned int naddress) {
-    require_length(data.size(), naddress);
-    const unsigned long* values = data.data();
-    held.with_state([&](auto& state) { state.apply_binary_qram(values, qubits, naddress); });
+    const Pinned pinned(data);
+    held.with_state([&](auto& state) {
+        bits_within(state, qubits);
+        require_registers(qubits, naddress);
+        require_length(pinned.size(), naddress);
+        state.apply_binary_qram(pinned.data(), qubits, naddress);
+    });
 }
 
 // The first listed qubit is the most significant bit of a marked value; a qubit counts as bit n - 1 - q of the index.
 template <class T>
 void phase_oracle(HeldState<T>& held, const std::vector<unsigned long>& marked, const Qubits& qubits) {
-    held.with_state([&](auto& state) { state.apply_phase_oracle(marked, qubits); });
+    held.with_state([&](auto& state) {
+        bits_within(state, qubits);
+        state.apply_phase_oracle(marked, qubits);
+    });
 }
 
 template <class T>

@@ -1,6 +1,7 @@
 #include "bindings.hpp"
 #include "held_state.hpp"
 
+#include <cstring>
 #include <vector>
 
 namespace velacamplix::python {
@@ -13,14 +14,15 @@ using Qubits = std::vector<unsigned int>;
 template <class T>
 void apply_matrix(HeldState<T>& held, const py::array_t<std::complex<T>, py::array::c_style>& matrix,
                   const Qubits& qubits, const Qubits& controls) {
-    const std::size_t dim = std::size_t{1} << qubits.size();
-    if (static_cast<std::size_t>(matrix.size()) != dim * dim) {
+    // At most 30 qubits, so that the number of entries fits.
+    if (qubits.empty() || qubits.size() > 30 || static_cast<unsigned long>(matrix.size()) != 1ul << 2 * qubits.size()) {
         throw std::invalid_argument("the matrix does not fit the number of qubits");
     }
-    const auto* entries = reinterpret_cast<const thrust::complex<T>*>(matrix.data());
-    const std::vector<thrust::complex<T>> copy(entries, entries + dim * dim);
+    std::vector<thrust::complex<T>> copy(static_cast<std::size_t>(matrix.size()));
+    std::memcpy(static_cast<void*>(copy.data()), matrix.data(), static_cast<std::size_t>(matrix.nbytes()));
 
     held.with_state([&](auto& state) {
+        bits_within(state, controls, bits_within(state, qubits));
         if (qubits.size() == 1 && controls.empty()) {
             state.apply_1qbit_gate(qubits[0], copy);
         } else if (qubits.size() == 1) {

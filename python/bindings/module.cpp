@@ -2,10 +2,25 @@
 
 #include <velacamplix/version.hpp>
 
+namespace {
+
+constexpr const char* main_only = "velacamplix can be imported in the main interpreter only, not in a subinterpreter";
+
+bool in_main_interpreter() { return PyInterpreterState_Get() == PyInterpreterState_Main(); }
+
+}  // namespace
+
+// What Python calls stands at the end of this file: pybind11's own would wait for ever in a subinterpreter, for the
+// lock that its thread holds already.
+#define PyInit__core initialised_by_pybind11
+
 // The compiled half of the Python package. It converts arguments and buffers and lets go of the interpreter lock;
 // whether an argument makes sense was decided in Python before (src/velacamplix/_check.py).
 PYBIND11_MODULE(_core, module) {
     using namespace velacamplix::python;
+
+    // From 3.13 on Python makes its first call in the main interpreter, whoever imports.
+    if (!in_main_interpreter()) throw pybind11::import_error(main_only);
 
     module.def("version", &pbamplix::version);
     module.def("instruction_set", &pbamplix::instruction_set);
@@ -17,4 +32,12 @@ PYBIND11_MODULE(_core, module) {
     bind_loading(module);
     bind_exports(module);
     bind_program(module);
+}
+
+#undef PyInit__core
+
+extern "C" PYBIND11_EXPORT PyObject* PyInit__core() {
+    if (in_main_interpreter()) return initialised_by_pybind11();
+    PyErr_SetString(PyExc_ImportError, main_only);
+    return nullptr;
 }

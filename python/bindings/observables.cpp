@@ -1,5 +1,6 @@
 #include "bindings.hpp"
 #include "held_state.hpp"
+#include "watch.hpp"
 
 #include <string>
 #include <tuple>
@@ -38,31 +39,40 @@ Observable compile(const std::vector<std::complex<double>>& coefficients, std::v
 }
 
 template <class T>
-std::vector<thrust::complex<double>> values_of(HeldState<T>& held, const Observable& observable) {
+std::vector<thrust::complex<double>> values_of(HeldState<T>& held, const Observable& observable, py::object function,
+                                               double interval, bool signals) {
+    Watch watch(std::move(function), interval, signals);
     return held.with_state([&](auto& state) {
-        return pbamplix::cpu::precise_term_values(state.amplitudes.get(), observable, state.size, state.num_threads);
+        for (std::size_t term = 0; term < observable.flip_masks.size(); ++term) {
+            if ((observable.flip_masks[term] | observable.phase_masks[term]) >= state.size) {
+                refuse_changed(state, "an observable on others");
+            }
+        }
+        return pbamplix::cpu::precise_term_values(state.amplitudes.get(), observable, state.size, state.num_threads,
+                                                  watch.hook());
     });
 }
 
 template <class T>
-std::complex<double> expectation(HeldState<T>& held, const Observable& observable) {
+std::complex<double> expectation(HeldState<T>& held, const Observable& observable, py::object function, double interval,
+                                 bool signals) {
     thrust::complex<double> sum(0, 0);
-    for (const auto& value : values_of(held, observable)) sum += value;
+    for (const auto& value : values_of(held, observable, std::move(function), interval, signals)) sum += value;
     return sum + observable.constant;
 }
 
 template <class T>
-Complexes term_values(HeldState<T>& held, const Observable& observable) {
-    return to_array(values_of(held, observable));
+Complexes term_values(HeldState<T>& held, const Observable& observable, py::object function, double interval,
+                      bool signals) {
+    return to_array(values_of(held, observable, std::move(function), interval, signals));
 }
 
-// One triple (coefficient, letters, qubits) per term. Letters are X, Y and Z only: the library's pruning of an "I"
-// drops every letter behind it as well.
+// One triple (coefficient, letters, qubits) per term.
 template <class T>
 std::pair<Complexes, Complexes> estimate(
     HeldState<T>& held,
     const std::vector<std::tuple<std::complex<double>, std::string, std::vector<unsigned int>>>& terms,
-    unsigned long shots) {
+    unsigned long shots, py::object function, double interval, bool signals) {
     std::vector<pbamplix::SimpleTerm<double>> listed;
     listed.reserve(terms.size());
     for (const auto& [coefficient, letters, qubits] : terms) {
@@ -71,13 +81,11 @@ std::pair<Complexes, Complexes> estimate(
         }
         listed.push_back({qubits, letters, coefficient});
     }
+    Watch watch(std::move(function), interval, signals);
     const auto pairs = held.with_state([&](auto& state) {
-        if constexpr (std::is_same_v<T, double>) {
-            return state.evaluate_terms(std::move(listed), shots);
-        } else {
-            return pbamplix::cpu::precise_evaluate_terms(state.amplitudes.get(), listed, shots, state.rng,
-                                                         state.nqubits, state.num_threads);
-        }
+        for (const auto& term : listed) bits_within(state, term.qubits);
+        return pbamplix::cpu::evaluate_terms_of_any_norm(state.amplitudes.get(), listed, shots, state.rng,
+                                                         state.nqubits, state.num_threads, watch.hook());
     });
 
     std::vector<thrust::complex<double>> means, errors;
@@ -90,9 +98,13 @@ std::pair<Complexes, Complexes> estimate(
 
 template <class T>
 void bind_one_precision(py::module_& module) {
-    module.def("expectation", &expectation<T>, py::arg("state"), py::arg("observable"));
-    module.def("term_values", &term_values<T>, py::arg("state"), py::arg("observable"));
-    module.def("estimate", &estimate<T>, py::arg("state"), py::arg("terms"), py::arg("shots"));
+    const auto function = py::arg("function") = py::none();
+    const auto interval = py::arg("interval") = 0.05;
+    const auto signals = py::arg("signals") = false;
+    module.def("expectation", &expectation<T>, py::arg("state"), py::arg("observable"), function, interval, signals);
+    module.def("term_values", &term_values<T>, py::arg("state"), py::arg("observable"), function, interval, signals);
+    module.def("estimate", &estimate<T>, py::arg("state"), py::arg("terms"), py::arg("shots"), function, interval,
+               signals);
 }
 
 }  // namespace

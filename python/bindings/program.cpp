@@ -1,9 +1,9 @@
 #include "bindings.hpp"
 #include "held_state.hpp"
+#include "watch.hpp"
 
 #include <velacamplix/program.hpp>
 
-#include <chrono>
 #include <cmath>
 #include <string>
 #include <tuple>
@@ -14,7 +14,6 @@ namespace velacamplix::python {
 namespace {
 
 using Qubits = std::vector<unsigned int>;
-using Clock = std::chrono::steady_clock;
 
 // A program as Python holds it. One run at a time: the second caller is refused rather than kept waiting, because it
 // may be a function that the first run called.
@@ -44,29 +43,23 @@ struct Words {
 
 py::object attribute(py::handle object, const py::object& word) { return py::getattr(object, word); }
 
-// False if a number is too large for T; what is infinite in double was refused long before.
-template <class T>
-bool read_number(py::handle number, T& value) {
-    const double wide = PyFloat_AsDouble(number.ptr());
-    if (wide == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
-    value = static_cast<T>(wide);
-    return std::isfinite(value);
-}
-
-template <class T>
-bool read_number(py::handle number, thrust::complex<T>& value) {
-    const Py_complex wide = PyComplex_AsCComplex(number.ptr());
-    if (wide.real == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
-    value = thrust::complex<T>(static_cast<T>(wide.real), static_cast<T>(wide.imag));
-    return std::isfinite(value.real()) && std::isfinite(value.imag());
-}
-
-template <class Number>
-bool read_numbers(const py::object& from, std::vector<Number>& to) {
+void read_angles(const py::object& from, std::vector<double>& to) {
     to.clear();
     for (const py::handle number : py::tuple(from)) {
-        to.emplace_back();
-        if (!read_number(number, to.back())) return false;
+        to.push_back(PyFloat_AsDouble(number.ptr()));
+        if (to.back() == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
+    }
+}
+
+// False if a number is too large for T; what is infinite in double was refused long before.
+template <class T>
+bool read_entries(const py::object& from, std::vector<thrust::complex<T>>& to) {
+    to.clear();
+    for (const py::handle number : py::tuple(from)) {
+        const Py_complex wide = PyComplex_AsCComplex(number.ptr());
+        if (wide.real == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
+        to.emplace_back(static_cast<T>(wide.real), static_cast<T>(wide.imag));
+        if (!std::isfinite(to.back().real()) || !std::isfinite(to.back().imag())) return false;
     }
     return true;
 }
@@ -76,7 +69,11 @@ void read_qubits(const py::object& from, const Qubits& places, Qubits& to) {
     for (const py::handle qubit : py::tuple(from)) {
         const std::size_t number = PyLong_AsSize_t(qubit.ptr());
         if (PyErr_Occurred() != nullptr) throw py::error_already_set();
-        to.push_back(places.at(number));
+        if (number >= places.size()) {
+            throw py::index_error("a circuit of " + std::to_string(places.size()) + " qubits names qubit " +
+                                  std::to_string(number));
+        }
+        to.push_back(places[number]);
     }
 }
 
@@ -120,12 +117,12 @@ void add_matrix(pbamplix::cpu::program<T>& list, const std::vector<thrust::compl
 }
 
 // Appends gates: objects with the attributes name, qubits, params and controls. Qubit q of theirs is places[q] of the
-// state. Returns how many it took, which is all of them unless a number does not fit the precision.
+// state. Returns how many it took, which is all of them unless an entry of a matrix does not fit the precision.
 template <class T>
 std::size_t add(HeldProgram<T>& program, const py::sequence& instructions, const Qubits& places) {
     const auto turn = program.taken();
     const Words words;
-    std::vector<T> params;
+    std::vector<double> params;
     std::vector<thrust::complex<T>> entries;
     Qubits qubits, controls;
     std::size_t count = 0;
@@ -136,11 +133,11 @@ std::size_t add(HeldProgram<T>& program, const py::sequence& instructions, const
         const py::object numbers = attribute(instruction, words.params);
         const bool is_matrix = name == "matrix";
         if (is_matrix || name == "diagonal") {
-            if (!read_numbers(numbers, entries)) return count;
+            if (!read_entries(numbers, entries)) return count;
             is_matrix ? add_matrix(program.list, entries, qubits, controls)
                       : add_diagonal(program.list, entries, qubits, controls);
         } else {
-            if (!read_numbers(numbers, params)) return count;
+            read_angles(numbers, params);
             program.list.add_gate(name, params, qubits, controls);
         }
         ++count;
@@ -148,20 +145,12 @@ std::size_t add(HeldProgram<T>& program, const py::sequence& instructions, const
     return count;
 }
 
-// Gives gates with one angle new ones. Returns how many it took, which is all of them unless one does not fit the
-// precision; the program is then of no use until it has been given others.
+// Gives gates with one angle new ones.
 template <class T>
-std::size_t set_angles(HeldProgram<T>& program, const std::vector<unsigned long>& gates,
-                       const std::vector<double>& angles) {
+void set_angles(HeldProgram<T>& program, const std::vector<unsigned long>& gates, const std::vector<double>& angles) {
     const auto turn = program.taken();
     if (gates.size() != angles.size()) throw std::invalid_argument("there must be one angle per gate");
-    std::vector<T> params(1);
-    for (std::size_t i = 0; i < gates.size(); ++i) {
-        params[0] = static_cast<T>(angles[i]);
-        if (!std::isfinite(params[0])) return i;
-        program.list.set_params(gates[i], params);
-    }
-    return gates.size();
+    for (std::size_t i = 0; i < gates.size(); ++i) program.list.set_params(gates[i], {angles[i]});
 }
 
 // Sweeps over the state, and of every pass: its first gate, the gate behind its last, its local qubits, and the
@@ -170,7 +159,7 @@ template <class T>
 py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) {
     const auto turn = program.taken();
     const auto& told = [&]() -> const pbamplix::cpu::program_plan& {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         return program.list.plan(state_qubits, threads);
     }();
     py::list passes;
@@ -181,44 +170,6 @@ py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) 
     return py::make_tuple(told.predicted_sweeps, passes);
 }
 
-// What happens between passes: signals are looked after and Python's function is told, each at most once per interval,
-// because taking the interpreter lock may mean to wait for other Python threads. The first exception ends the run.
-class Watch {
-public:
-    Watch(py::object function, double interval, bool signals)
-        : function_(std::move(function)),
-          interval_(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(interval))),
-          next_(Clock::now() + interval_),
-          signals_(signals) {}
-
-    bool is_needed() const { return signals_ || !function_.is_none(); }
-
-    bool between_passes(unsigned long done, unsigned long total) {
-        const bool is_last = done == total && !function_.is_none();
-        if (!is_last && Clock::now() < next_) return true;
-        const py::gil_scoped_acquire locked;
-        try {
-            if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
-            if (!function_.is_none()) function_(done, total);
-        } catch (py::error_already_set& raised) {
-            error_ = raised.value();
-            if (raised.trace()) PyException_SetTraceback(error_.ptr(), raised.trace().ptr());
-            return false;
-        }
-        next_ = Clock::now() + interval_;
-        return true;
-    }
-
-    const py::object& error() const { return error_; }
-
-private:
-    py::object function_;
-    py::object error_ = py::none();
-    Clock::duration interval_;
-    Clock::time_point next_;
-    bool signals_;
-};
-
 // Returns how many gates acted, and the exception that stopped the run between two passes, or None. The caller raises
 // it: so he can tell first how far the state has come. `signals` is for Python's main thread.
 template <class T>
@@ -227,7 +178,7 @@ py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, 
     Watch watch(std::move(function), interval, signals);
     typename pbamplix::cpu::program<T>::progress_hook hook;
     if (watch.is_needed()) {
-        hook = [&watch](unsigned long done, unsigned long total) { return watch.between_passes(done, total); };
+        hook = [&watch](unsigned long done, unsigned long total) { return watch.goes_on(done, total); };
     }
     const unsigned long applied = held.with_state([&](auto& state) { return program.list.run(state, hook); });
     return py::make_tuple(applied, watch.error());

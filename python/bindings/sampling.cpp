@@ -11,13 +11,15 @@ namespace {
 
 using Qubits = std::vector<unsigned int>;
 
-// Fills `shots`. An empty list of qubits means all.
+// Fills `shots`. An empty list of qubits means all. ValueError for a state without a total; the engine then stands
+// still.
 template <class T>
 void sample(HeldState<T>& held, py::array_t<unsigned long, py::array::c_style> shots, const Qubits& qubits) {
-    unsigned long* outcomes = shots.mutable_data();
-    const auto count = static_cast<unsigned long>(shots.size());
+    const PinnedToFill pinned(shots);
     held.with_state([&](auto& state) {
-        pbamplix::cpu::pick_shots_state(drawn_from(state), outcomes, state.rng, count, state.num_threads, qubits);
+        bits_within(state, qubits);
+        pbamplix::cpu::pick_shots_of_any_norm(drawn_from(state), pinned.target(), state.rng, pinned.size(),
+                                              state.num_threads, qubits);
     });
 }
 
@@ -36,18 +38,25 @@ unsigned long last_possible(const State& state, const Qubits& qubits) {
 template <class T>
 unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
     return held.with_state([&](auto& state) {
+        bits_within(state, qubits);
         const auto project_onto = [&](unsigned long outcome) {
             pbamplix::cpu::precise_project(state.amplitudes.get(), state.size, qubits, outcome, state.num_threads);
             return outcome;
         };
         unsigned long drawn;
-        pbamplix::cpu::pick_shots_state(drawn_from(state), &drawn, state.rng, 1ul, state.num_threads, qubits);
+        const auto before = state.rng;
+        pbamplix::cpu::pick_shots_of_any_norm(drawn_from(state), &drawn, state.rng, 1ul, state.num_threads, qubits);
         if (!collapse) return drawn;
         try {
-            return project_onto(drawn);
+            try {
+                return project_onto(drawn);
+            } catch (const std::domain_error&) {
+                // A number above the rounded total of all probabilities draws the last index, possible or not.
+                return project_onto(last_possible(state, qubits));
+            }
         } catch (const std::domain_error&) {
-            // A number above the rounded total of all probabilities draws the last index, possible or not.
-            return project_onto(last_possible(state, qubits));
+            state.rng = before;
+            throw;
         }
     });
 }
@@ -56,6 +65,7 @@ unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
 template <class T>
 void project(HeldState<T>& held, const Qubits& qubits, unsigned long value, bool reset) {
     held.with_state([&](auto& state) {
+        bits_within(state, qubits);
         const auto act = reset ? &pbamplix::cpu::precise_project_then_reset<T> : &pbamplix::cpu::precise_project<T>;
         act(state.amplitudes.get(), state.size, qubits, value, state.num_threads);
     });

@@ -7,6 +7,15 @@ import sys
 
 import pytest
 
+# What the tester has set for himself must not show through, neither here nor in the processes that tests start. This
+# comes before the package is loaded, when OpenMP reads its share.
+for name in list(os.environ):
+    kept = name in ("PYTHONPATH", "PYTHONHOME")
+    if name.endswith("_NUM_THREADS") or name.startswith(("OMP_", "GOMP_", "KMP_", "PYTHON")) and not kept:
+        del os.environ[name]
+for name in ("COLUMNS", "LINES", "NO_COLOR", "FORCE_COLOR"):
+    os.environ.pop(name, None)
+
 # Pictures go to files; no test opens a window.
 os.environ["MPLBACKEND"] = "Agg"
 
@@ -31,12 +40,10 @@ def command(tmp_path):
     """Runs `python -m velacamplix ARGUMENTS` in an empty folder, as a user would, and returns the ended process."""
 
     def run(*arguments, **environment):
-        # What the tester has set for himself must not show through.
-        inherited = {k: v for k, v in os.environ.items() if not k.endswith("_NUM_THREADS")}
         return subprocess.run(
             [sys.executable, "-m", "velacamplix", *map(str, arguments)],
             cwd=tmp_path,
-            env={**inherited, "PYTHONIOENCODING": "utf-8", "COLUMNS": "80", **environment},
+            env={**os.environ, "PYTHONIOENCODING": "utf-8", "COLUMNS": "80", **environment},
             capture_output=True,
             text=True,
             encoding="utf-8",

@@ -200,6 +200,18 @@ def test_a_matrix_that_is_not_unitary_is_refused_unless_wanted(value):
     assert np.array_equal(_check.matrix(value, 1, unitary=False), value)
 
 
+@pytest.mark.parametrize("products", [1, 2 * 16**2, 5 * 16**2, 2**31])
+def test_a_large_matrix_is_looked_at_a_few_rows_at_a_time(products, monkeypatch):
+    monkeypatch.setattr(_check, "_PRODUCTS_AT_ONCE", products)
+    unitary = np.linalg.qr(np.random.default_rng(4).normal(size=(16, 16)))[0]
+    assert np.array_equal(_check.matrix(unitary, 4), unitary)
+    for row in (0, 3, 15):
+        for wrong in (0.5, 1e200):
+            changed = unitary.copy()
+            changed[row] *= wrong
+            refused(ValueError, ["matrix must be unitary"], _check.matrix, changed, 4)
+
+
 def test_a_unitary_of_single_precision_passes():
     rng = np.random.default_rng(5)
     unitary, _ = np.linalg.qr(rng.normal(size=(32, 32)) + 1j * rng.normal(size=(32, 32)))

@@ -300,7 +300,7 @@ def test_conditions_do_not_nest_and_barriers_take_none():
     [(TypeError, (1.0,)), (TypeError, ("2",)), (TypeError, (True,)), (ValueError, (-1,)), (ValueError, (1, -1)), (TypeError, (1, None))],
 )
 def test_wrong_sizes_are_refused(kind, arguments):
-    with pytest.raises(kind, match="n_(qubits|clbits) must be an integer of at least 0, got"):
+    with pytest.raises(kind, match="n_(qubits|clbits) must be an integer from 0 to 2147483647, got"):
         Circuit(*arguments)
 
 

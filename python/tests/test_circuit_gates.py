@@ -41,7 +41,7 @@ def applied_to_basis(n, apply):
     """The matrix of what `apply` does to a StateVector; qubit q is bit q of row and column."""
     columns = []
     for index in range(2**n):
-        state = StateVector(n).reset(np.eye(2**n)[index], order="little")
+        state = StateVector(n).set_state(np.eye(2**n)[index], order="little")
         apply(state)
         columns.append(state.array.copy())
     return np.array(columns).T

@@ -41,7 +41,7 @@ def test_a_circuit_from_standard_input():
         (HEADER + "qreg q[2];\nfoo q[0];\n", "velacamplix: <standard input>:4:1:"),
         ("", "velacamplix: <standard input>:1:1:"),
         ("ghz.qasm", "velacamplix: <standard input>:"),
-        (b"\xff\xfe\x00", "velacamplix: <standard input>: not a text in UTF-8: invalid start byte at byte 0"),
+        (b"\xff\xfe\x00", "velacamplix: <standard input>:1:1: unexpected character '\N{REPLACEMENT CHARACTER}'"),
     ],
 )
 def test_mistakes_on_standard_input(text, words):
@@ -109,15 +109,13 @@ def test_pictures_without_matplotlib(write, tmp_path):  # noqa: F811
 
 
 def test_short_runs_show_no_progress(command, write):  # noqa: F811
-    assert command("run", write(GHZ, header=""), "--progress").stderr == ""
+    assert command("run", write(GHZ, header=""), "--progress", VELACAMPLIX_QUIET_SECONDS="600").stderr == ""
 
 
 def test_progress_goes_to_standard_error(command, write):  # noqa: F811
-    name = write("qreg q[22];\n" + "h q;\ncx q[0], q[21];\n" * 800)
-    ended = command("run", name, "--progress", "--json", "--top", 1)
-    told = json.loads(ended.stdout)
-    assert told["seconds"] > 1, "this machine is too fast for the circuit: make it longer"
-    assert re.search(r"gates", ended.stderr) and told["gates"] == 800 * 23
+    ended = command("run", write(GHZ, header=""), "--progress", "--json", VELACAMPLIX_QUIET_SECONDS="0")
+    assert json.loads(ended.stdout)["gates"] == 3
+    assert "gates" in ended.stderr
 
 
 # Help

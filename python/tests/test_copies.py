@@ -12,7 +12,7 @@ from velacamplix import StateVector, _machine
 
 
 def made(precision="double"):
-    state = StateVector(5, precision, threads=2, seed=77).reset(random_state(5, 3), order="little")
+    state = StateVector(5, precision, threads=2, seed=77).set_state(random_state(5, 3), order="little")
     state.sample(400)  # the engine is in the middle of its words
     return state
 

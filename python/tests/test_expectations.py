@@ -16,7 +16,7 @@ def matrix(term, n):
 
 @pytest.fixture
 def state(precision):
-    return StateVector(4, precision, threads=2, seed=8).reset(random_state(4, seed=2), order="little")
+    return StateVector(4, precision, threads=2, seed=8).set_state(random_state(4, seed=2), order="little")
 
 
 def exact_terms(state, observable):
@@ -42,7 +42,7 @@ def test_every_letter_on_every_qubit(letter, qubit, state, tolerance):
     [("00", "Z0", 1), ("10", "Z0", -1), ("10", "Z1", 1), ("+0", "X0", 1), ("-0", "X0", -1), ("+0", "Z0", 0), ("10", "Z0 Z1", -1)],
 )
 def test_known_states(product_state, text, value, precision):
-    assert StateVector(2, precision).reset(product_state).expectation(text) == pytest.approx(value, abs=1e-6)
+    assert StateVector(2, precision).set_basis_state(product_state).expectation(text) == pytest.approx(value, abs=1e-6)
 
 
 def test_y_of_its_eigenstate(precision):
@@ -75,7 +75,7 @@ def test_terms_that_repeat_are_valued_one_by_one():
 @pytest.mark.parametrize("threads", [1, 2, 3, 7])
 def test_the_same_bits_on_any_number_of_threads(threads, precision):
     def value(threads):
-        return StateVector(10, precision, threads).reset(random_state(10, 1), order="little").expectation(SUM)
+        return StateVector(10, precision, threads).set_state(random_state(10, 1), order="little").expectation(SUM)
 
     assert value(threads) == value(1)
 
@@ -113,7 +113,7 @@ def test_the_spread_of_estimates_is_the_error_they_tell():
 @pytest.mark.parametrize("threads", [1, 2, 3])
 def test_the_same_seed_gives_the_same_estimates(threads, precision):
     def estimate(threads):
-        state = StateVector(6, precision, threads, seed=5).reset(random_state(6, 1), order="little")
+        state = StateVector(6, precision, threads, seed=5).set_state(random_state(6, 1), order="little")
         return state.estimate(SUM, 1000)
 
     assert estimate(threads) == estimate(1)
@@ -134,7 +134,7 @@ def test_the_same_seed_gives_the_same_estimates(threads, precision):
 )
 def test_identities_do_not_disturb(product_state, terms, mean):
     # Every qubit is in an eigenstate of its letter, so each shot is the same.
-    state = StateVector(4, seed=1).reset(product_state)
+    state = StateVector(4, seed=1).set_basis_state(product_state)
     assert state.expectation(terms) == pytest.approx(mean)
     estimate = state.estimate(terms, 50)
     assert (estimate.mean, estimate.standard_error) == (mean, 0)

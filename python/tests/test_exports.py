@@ -15,17 +15,17 @@ def reversed_bits(n):
 
 @pytest.mark.parametrize("n", [0, 1, 2, 5, 7, 8, 9, 12])
 def test_both_orders(n, precision):
-    state = StateVector(n, precision, threads=2).reset(random_state(n, seed=n), order="little")
+    state = StateVector(n, precision, threads=2).set_state(random_state(n, seed=n), order="little")
     assert (state.statevector(order="little") == state.array).all()
-    assert (state.statevector() == state.array[reversed_bits(n)]).all()
-    assert state.statevector().dtype == state.array.dtype
+    assert (state.statevector(order="big") == state.array[reversed_bits(n)]).all()
+    assert state.statevector(order="big").dtype == state.array.dtype
 
 
 @pytest.mark.parametrize("n", [3, 8])
 def test_nothing_is_too_small_to_be_copied(n):
     state = StateVector(n)
     state.array[1], state.array[2] = 1e-200, complex(-0.0, 5e-324)
-    copy = state.statevector()
+    copy = state.statevector(order="big")
     assert copy[2 ** (n - 1)] == 1e-200 and copy[2 ** (n - 2)].imag == 5e-324
     assert np.signbit(copy[2 ** (n - 2)].real)
 
@@ -41,7 +41,7 @@ def test_a_copy_is_a_copy():
 
 @pytest.mark.parametrize("order", ["big", "little"])
 def test_a_given_array_is_filled_and_returned(order, precision):
-    state = StateVector(8, precision).reset(random_state(8, 1), order="little")
+    state = StateVector(8, precision).set_state(random_state(8, 1), order="little")
     out = np.full(256, 7, dtype=state.array.dtype)
     assert state.statevector(order, out) is out
     assert (out == state.statevector(order)).all()
@@ -55,18 +55,15 @@ def test_a_given_array_is_filled_and_returned(order, precision):
     [
         (np.zeros(8, np.complex64), TypeError, "got type complex64"),
         (np.zeros(8), TypeError, "got type float64"),
-        (np.zeros(8, ">c16"), TypeError, "got type >c16"),
         (np.zeros(4, complex), ValueError, "got shape (4,)"),
         (np.zeros((2, 4), complex), ValueError, "got shape (2, 4)"),
-        (np.zeros(16, complex)[::2], ValueError, "gaps between its entries"),
         (np.broadcast_to(np.zeros(1, complex), (8,)), ValueError, "locked against writing"),
         ([0] * 8, TypeError, "got [0, 0, 0"),
         (7, TypeError, "got 7"),
-        (np.frombuffer(bytearray(129), np.uint8)[1:].view(complex), ValueError, "entries at odd addresses"),
     ],
 )
 def test_arrays_that_cannot_be_filled(out, error, words):
-    with refused(error, "out must be a writable, contiguous array of shape (8,) and type complex128", words):
+    with refused(error, "out must be a writable array of shape (8,) and type complex128", words):
         StateVector(3).statevector(out=out)
 
 
@@ -101,7 +98,7 @@ def test_no_memory_for_a_copy(monkeypatch):
 @pytest.mark.parametrize("order", ["big", "little"])
 @pytest.mark.parametrize("n", [1, 3, 9])
 def test_amplitudes_by_basis_state(n, order, precision):
-    state = StateVector(n, precision).reset(random_state(n, 1), order="little")
+    state = StateVector(n, precision).set_state(random_state(n, 1), order="little")
     amplitudes = state.statevector(order)
     expected = {format(i, f"0{n}b"): complex(amplitudes[i]) for i in range(2**n)}
     listed = state.to_dict(order=order)
@@ -127,7 +124,7 @@ def test_a_threshold_is_a_magnitude_and_strict(n):
 @pytest.mark.parametrize("order", ["big", "little"])
 @pytest.mark.parametrize("qubits", [None, [], [2], [3, 0], [0, 3], [1, 3, 2], [3, 2, 1, 0]])
 def test_distributions_by_outcome(qubits, order, precision):
-    state = StateVector(4, precision).reset(random_state(4, 1), order="little")
+    state = StateVector(4, precision).set_state(random_state(4, 1), order="little")
     k = 4 if qubits is None else len(qubits)
     distribution = state.distribution(qubits, order)
     expected = {format(i, f"0{k}b") if k else "": float(distribution[i]) for i in range(2**k)}
@@ -146,7 +143,7 @@ def test_a_threshold_of_probabilities_is_strict(threshold, precision):
 
 
 def test_a_threshold_of_probabilities_is_exact(precision):
-    state = StateVector(4, precision).reset(random_state(4, 1), order="little")
+    state = StateVector(4, precision).set_state(random_state(4, 1), order="little")
     for outcome, probability in state.distribution_dict([1, 3]).items():
         assert outcome in state.distribution_dict([1, 3], threshold=np.nextafter(probability, 0))
         assert outcome not in state.distribution_dict([1, 3], threshold=probability)

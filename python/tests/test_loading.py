@@ -37,14 +37,14 @@ def test_preparation_of_qubits_in_state_0(qubits, order, precision, tolerance):
 @pytest.mark.parametrize("qubits", [[1], [3, 0], [0, 3], [2, 1, 3]])
 def test_preparation_keeps_the_weights_of_the_others(qubits, order, precision, tolerance):
     before, data = random_state(4, seed=4), random_state(len(qubits), seed=5)
-    state = StateVector(4, precision).reset(before, order="little").prepare(data, qubits, order)
+    state = StateVector(4, precision).set_state(before, order="little").prepare(data, qubits, order)
     weights = np.zeros(16)
     for i in range(16):
         weights[without(i, qubits)] += abs(before[i]) ** 2
     expected = [data[read(i, qubits, order)] * np.sqrt(weights[without(i, qubits)]) for i in range(16)]
     assert np.abs(state.array - expected).max() < tolerance
     others = [qubit for qubit in range(4) if qubit not in qubits]
-    unchanged = StateVector(4).reset(before, order="little").distribution(others)
+    unchanged = StateVector(4).set_state(before, order="little").distribution(others)
     assert np.allclose(state.distribution(others), unchanged, atol=1e-6)
 
 
@@ -111,7 +111,7 @@ def test_qram(address, value, order, precision, tolerance):
     before = random_state(5, seed=6)
     before[[i for i in range(32) if read(i, value, "big")]] = 0
     before /= np.linalg.norm(before)
-    state = StateVector(5, precision, threads=2).reset(before, order="little").qram(data, address, value, order)
+    state = StateVector(5, precision, threads=2).set_state(before, order="little").qram(data, address, value, order)
     expected = [
         before[without(i, value)]
         * data[read(i, address, order), read(i, value, order)]
@@ -165,7 +165,7 @@ def test_binary_qram(address, value, order, precision, tolerance):
     before = random_state(5, seed=6)
     before[[i for i in range(32) if read(i, value, "big")]] = 0
     before /= np.linalg.norm(before)
-    state = StateVector(5, precision).reset(before, order="little").binary_qram(data, address, value, order)
+    state = StateVector(5, precision).set_state(before, order="little").binary_qram(data, address, value, order)
     expected = [
         before[without(i, value)] if read(i, value, order) == data[read(i, address, order)] else 0 for i in range(32)
     ]
@@ -241,7 +241,7 @@ def test_bad_registers(method, data, address, value, error, words):
 def test_phase_oracle(qubits, order, precision):
     before = random_state(4, seed=7)
     for marked in ([0], [1], [2 ** len(qubits) - 1, 0], range(0, 2 ** len(qubits), 2)):
-        state = StateVector(4, precision).reset(before, order="little")
+        state = StateVector(4, precision).set_state(before, order="little")
         start = state.array.copy()
         state.phase_oracle(marked, qubits, order)
         signs = np.array([-1 if read(i, qubits, order) in marked else 1 for i in range(16)])
@@ -249,7 +249,7 @@ def test_phase_oracle(qubits, order, precision):
 
 
 def test_marked_outcomes_as_texts_and_repeated():
-    state = StateVector(3).reset("+++")
+    state = StateVector(3).set_basis_state("+++")
     as_texts = state.copy().phase_oracle(["011", "011", 3, "110"], [0, 1, 2]).array
     assert (as_texts == state.copy().phase_oracle([6, 3], [0, 1, 2]).array).all()
     assert (as_texts == state.copy().phase_oracle(np.array([3, 6]), [0, 1, 2]).array).all()
@@ -262,7 +262,7 @@ def test_nothing_marked():
 
 
 def test_an_oracle_undoes_itself():
-    state = StateVector(5).reset(random_state(5, 1), order="little")
+    state = StateVector(5).set_state(random_state(5, 1), order="little")
     before = state.array.tobytes()
     assert state.phase_oracle([1, 5, 6], [4, 0, 2]).phase_oracle([6, 5, 1], [4, 0, 2]).array.tobytes() == before
 

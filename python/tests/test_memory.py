@@ -70,7 +70,8 @@ def test_the_refusal_prints_nothing_and_the_library_is_not_asked():
 def test_the_core_refuses_too(n):
     code = f"import velacamplix._core as core\ntry: core.StateVectorDouble({n})\nexcept MemoryError: print('refused')"
     ended = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
-    assert ended.returncode == 0 and ended.stdout.endswith("refused\n"), ended
+    # The library's own message and Python's line have buffers of their own; which comes first depends on the terminal.
+    assert ended.returncode == 0 and "refused\n" in ended.stdout, ended
 
 
 def test_a_refusal_of_the_system_itself_is_a_clear_error():
@@ -283,9 +284,9 @@ def test_max_qubits_where_nothing_fits(monkeypatch):
         (lambda state: state.to_dict(), 400, "a dictionary of 1 entries needs 400 bytes"),
         (lambda state: state.distribution_dict([0]), 800, "a dictionary of 2 entries needs 800 bytes"),
         (lambda state: state.estimate("X0 Z1 Y2", 10), 64, "the table of outcomes of a term on 3 qubits needs 64"),
-        (lambda state: state.reset(np.eye(8)[0]), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
-        (lambda state: state.reset(np.eye(8)[0], order="little"), 64, "a copy of the amplitudes of 3 qubits needs 64"),
-        (lambda state: state.reset(state.array), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.set_state(np.eye(8)[0], order="big"), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.set_state(np.eye(8)[0], order="little"), 64, "a copy of the amplitudes of 3 qubits needs 64"),
+        (lambda state: state.set_state(state.array), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
         (lambda state: state.prepare(np.eye(8)[0], [0, 1, 2]), 128, "a copy of the data of 3 qubits needs 128 bytes"),
     ],
 )
@@ -311,7 +312,7 @@ def test_amplitudes_of_the_right_type_are_read_where_they_are(order, monkeypatch
     monkeypatch.setattr(_memory, "SMALL_BYTES", 0)
     monkeypatch.setattr(_machine, "memory", lambda root="/": _machine.Memory(free=0, available=0, limit=None))
     given = np.eye(8, dtype=np.complex64)[4]
-    assert state.reset(given, order).array[{"big": 1, "little": 4}[order]] == 1
+    assert state.set_state(given, order).array[{"big": 1, "little": 4}[order]] == 1
 
 
 # A real control group

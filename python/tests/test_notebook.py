@@ -51,7 +51,7 @@ def test_states(precision):
 
 
 def test_states_with_many_amplitudes():
-    shown = rows(StateVector(5).reset("+++++"))
+    shown = rows(StateVector(5).set_basis_state("+++++"))
     assert len(shown) == 3 * 13 and shown[-3:] == ["others", "", f"{20 / 32:.4f}"]
 
 

@@ -170,7 +170,7 @@ def test_probabilities_of_other_things(source):
 
 
 def test_the_rest_of_a_large_state():
-    ax = plot_probabilities(StateVector(18).reset("+" * 18), top=4)
+    ax = plot_probabilities(StateVector(18).set_basis_state("+" * 18), top=4)
     labels, _ = bars(ax)
     assert list(labels.values())[4:] == ["others: 1"] and [text.get_text() for text in ax.texts] == ["↑"]
 
@@ -209,7 +209,7 @@ def test_amplitudes_of_an_array_and_without_legend():
 @pytest.mark.parametrize("as_array", [False, True])
 def test_what_is_left_out_of_a_large_state(as_array):
     state = some_state(11)
-    amplitudes = state.statevector()
+    amplitudes = state.statevector(order="big")
     ax = plot_state(amplitudes if as_array else state, top=5)
     largest = np.sort(np.abs(amplitudes))[-5:]
     assert sorted(bar.get_height() for bar in ax.patches) == pytest.approx(largest)

@@ -1,5 +1,6 @@
 """Forked and spawned processes, threads that share a state, and many runs in a loop: nothing hangs, leaks or mixes."""
 
+import importlib.util
 import os
 import pickle
 import subprocess
@@ -119,7 +120,7 @@ def test_fork_while_another_thread_uses_the_state():
 
 
 def counts_of(seed):
-    return StateVector(N, threads=2, seed=seed).reset("+" * N).counts(50)
+    return StateVector(N, threads=2, seed=seed).set_basis_state("+" * N).counts(50)
 
 
 def counts_of_circuit(circuit):
@@ -159,7 +160,7 @@ def test_what_else_is_pickled():
 
 @pytest.mark.parametrize("precision", ["double", "single"])
 def test_two_threads_on_one_state_take_turns(precision):
-    state = StateVector(N, precision, threads=2).reset(random_state(N, 4), order="little")
+    state = StateVector(N, precision, threads=2).set_state(random_state(N, 4), order="little")
     # An even number of whole gates ends where it began; a half-done gate in between would not.
     expected = state.copy()
     for _ in range(40):
@@ -188,7 +189,7 @@ def test_setting_amplitudes_waits_for_its_turn(order):
     try:
         for _ in range(20):
             # Whole gates before and after: one amplitude is left, all others are zero.
-            state.reset(ones, order)
+            state.set_state(ones, order)
             assert state.norm() == 1 and len(state.to_dict()) == 1
     finally:
         stop.set()
@@ -196,7 +197,7 @@ def test_setting_amplitudes_waits_for_its_turn(order):
 
 
 def test_many_threads_read_and_write():
-    state = StateVector(15, threads=2, seed=1).reset("+" * 15)
+    state = StateVector(15, threads=2, seed=1).set_basis_state("+" * 15)
     failed = []
 
     def work():
@@ -241,6 +242,83 @@ def test_release_while_others_work():
         assert len(errors) == 2 and all("released" in error for error in errors)
 
 
+# The end of the interpreter
+
+ENDINGS = """
+import os, sys, threading, time
+from velacamplix import Circuit, StateVector, run
+
+circuit = Circuit(14)
+for layer in range(30):
+    for qubit in range(14):
+        circuit.h(qubit)
+
+def gates():
+    state = StateVector(16, threads=2)
+    while True:
+        begun.set()
+        state.h(0)
+
+def readout():
+    state = StateVector(14, threads=2)
+    while True:
+        begun.set()
+        state.h(0).sample(100), state.norm(), state.copy(), state.array, state.to_dict(0.5)
+
+def runs():
+    while True:
+        run(circuit, shots=10, threads=2)
+        begun.set()
+
+def watched_runs():
+    def watch(progress):
+        begun.set()
+        time.sleep(0.001)
+    while True:
+        run(circuit, progress=watch, threads=2)
+
+ends = []
+for repetition in range(5):
+    begun = threading.Event()
+    child = os.fork()
+    if child == 0:
+        for thread in range(2):
+            threading.Thread(target=%s, daemon=True).start()
+        begun.wait()
+        time.sleep(0.005 * repetition)
+        sys.exit()
+    ends.append(os.waitpid(child, 0)[1])
+print(ends)
+"""
+
+
+@pytest.mark.parametrize("work", ["gates", "readout", "runs", "watched_runs"])
+def test_threads_that_compute_while_the_interpreter_ends(work):
+    ended = subprocess.run([sys.executable, "-c", ENDINGS % work], capture_output=True, text=True, timeout=120)
+    assert (ended.returncode, ended.stdout, ended.stderr) == (0, f"{[0] * 5}\n", "")
+
+
+# Interpreters beside the main one
+
+WITHIN = """
+try:
+    import velacamplix
+except ImportError as error:
+    print(error, flush=True)
+"""
+
+
+@pytest.mark.parametrize("first", ["", "import velacamplix\n"])
+def test_a_subinterpreter_is_refused(first):
+    module = next(filter(importlib.util.find_spec, ["_interpreters", "_xxsubinterpreters"]), None)
+    if module is None:
+        pytest.skip("this Python has no module that makes subinterpreters")
+    code = f"{first}import {module} as interpreters\ninterpreters.run_string(interpreters.create(), {WITHIN!r})\n"
+    ended = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=60)
+    assert ended.returncode == 0 and ended.stderr == "", ended
+    assert "subinterpreter" in ended.stdout
+
+
 # Many runs
 
 
@@ -274,7 +352,7 @@ def resident_growth(body, times=10_000):
         ("run(bell, shots=10, seed=i)", 10_000, 1500),
         ("StateVector(4, seed=i).h(0).cnot(0, 1).counts(10)", 10_000, 1500),
         ("StateVector(3, 'single').h(0).expectation(Observable('X0 Z1'))", 10_000, 1500),
-        ("s = StateVector(5).h(0); s.array; s.copy(); s.statevector(); s.to_dict(); s.distribution_dict([0])", 10_000, 1500),
+        ("s = StateVector(5).h(0); s.array; s.copy(); s.statevector('little'); s.to_dict(); s.distribution_dict([0])", 10_000, 1500),
         # 300 MiB, were they kept. The C library keeps some of what was given back.
         ("StateVector(16, threads=2).h(0).measure(collapse=True)", 300, 32 * 1024),
     ],
@@ -288,7 +366,7 @@ def test_refused_calls_do_not_grow_memory():
     body = "\n            ".join(
         [
             "for bad in (lambda: StateVector(60), lambda: StateVector(2).h(5), lambda: StateVector(2).project(0, 1),",
-            "            lambda: StateVector(2).reset([1, 1, 1, 1])):",
+            "            lambda: StateVector(2).set_state([1, 1, 1, 1])):",
             "    try: bad()",
             "    except Exception: pass",
         ]

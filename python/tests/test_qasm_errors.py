@@ -5,6 +5,7 @@ import pickle
 import pytest
 from qasm_texts import HEADER
 
+from velacamplix import Circuit
 from velacamplix.qasm import QasmError, read_qasm
 
 # The mistake stands in the third line, at the mark `@`, which is taken out.
@@ -15,7 +16,14 @@ MISTAKES = {
     "name with a capital": ("qreg @Q[1];", "unexpected character 'Q', expected a name", "Q"),
     "name with an underscore in front": ("qreg @_q[1];", "unexpected character '_', expected a name", "_"),
     "number with an underscore": ("qreg q[1]; rx(1@_0) q[0];", "unexpected character '_'", "_"),
-    "index with leading zeros": ("qreg q[9]; x q[0@07];", "unexpected text, expected ']'", "07"),
+    "index with leading zeros": ("qreg q[9]; x q[@007];", "a number has no leading zeros", "007"),
+    "size with a leading zero": ("qreg q[@01];", "a number has no leading zeros", "01"),
+    "condition with a leading zero": ("qreg q[1]; creg c[2]; if(c==@01) x q;", "a number has no leading zeros", "01"),
+    "angle with leading zeros": ("qreg q[1]; rx(@007) q[0];", "a number has no leading zeros", "007"),
+    "fraction with a leading zero": ("qreg q[1]; u2(1, -@00.5) q[0];", "a number has no leading zeros", "00.5"),
+    "leading zero in an expression": ("gate g(a) x { rx(a+@01) x; }", "a number has no leading zeros", "01"),
+    "an angle without a real value": ("qreg q[1]; rx(@asin(2)) q[0];", "asin of 2 is not a real number", "asin"),
+    "a later function without parentheses": ("qreg q[1]; rx(@atan) q[0];", "unknown parameter 'atan'", "atan"),
     "unclosed file name": ('include @"qelib1.inc;', "expected a file name in quotes", '"'),
     # syntax
     "missing semicolon": ("qreg q[1]; h q[0]\n@h q[0];", "expected ',' or ';'", "h"),
@@ -151,18 +159,37 @@ def test_mistake_is_found_at_the_same_place_when_spread_over_lines(case):
     assert caught.value.column == len(before.rpartition("\n")[2]) + 1
 
 
-@pytest.mark.parametrize("text", ["", " \n", "// only a comment\n", "qreg q[1];", 'include "qelib1.inc";'])
-def test_a_program_begins_with_its_version(text):
+@pytest.mark.parametrize("text", ["", " \n", "// only a comment\n", ";", "\ufeff"])
+def test_a_text_without_statements_is_no_program(text):
     with pytest.raises(QasmError, match='the first statement must be "OPENQASM 2.0;"') as caught:
         read_qasm(text)
     assert (caught.value.line, caught.value.column) == (1, 1)
 
 
-@pytest.mark.parametrize("version", ["3.0", "3", "2.1", "1.0", "20"])
+@pytest.mark.parametrize("read", [read_qasm, Circuit.from_qasm])
+def test_a_missing_version_is_told_in_a_warning(read):
+    text = 'include "qelib1.inc"; qreg q[1]; h q[0];'
+    with pytest.warns(UserWarning, match='^<text>:1:1: there is no "OPENQASM 2.0;" in front; it is read as such$') as caught:
+        circuit = read(text)
+    assert circuit == read_qasm("OPENQASM 2.0;" + text)
+    assert [warning.filename for warning in caught] == [__file__]
+
+
+def test_what_has_a_version_brings_no_warning(recwarn):
+    read_qasm(HEADER)
+    assert not recwarn
+
+
+@pytest.mark.parametrize("version", ["3.0", "3", "2.1", "1.0", "20", "02.0", "2.00"])
 def test_other_versions_are_refused_by_name(version):
     with pytest.raises(QasmError, match=f"this reader knows OpenQASM 2.0, not {version}") as caught:
         read_qasm(f'OPENQASM {version};\ninclude "stdgates.inc";\nqubit[2] q;\n')
     assert (caught.value.line, caught.value.column, caught.value.text) == (1, 10, version)
+
+
+def test_the_next_version_has_a_reader_of_its_own():
+    with pytest.raises(QasmError, match="; Circuit.from_qasm3 reads OpenQASM 3"):
+        read_qasm("OPENQASM 3.0;")
 
 
 def test_forgotten_include_is_guessed():

@@ -7,7 +7,7 @@ import pytest
 from qasm_texts import HEADER
 
 from velacamplix.circuit import Circuit
-from velacamplix.qasm import QasmError, read_qasm
+from velacamplix.qasm import QasmError, files, read_qasm
 
 GHZ = Path(__file__).parents[2] / "examples" / "circuits" / "ghz.qasm"
 PROGRAM = HEADER + "qreg q[2];\nh q[0];\n"
@@ -133,10 +133,36 @@ def test_chain_of_too_many_includes(tmp_path):
         read_qasm(HEADER + f'include "{tmp_path}/f0.qasm";')
 
 
-def test_missing_header_is_forgiven_in_includes_only(tmp_path):
-    write(tmp_path, main="gate g a { }")
-    with pytest.raises(QasmError, match="the first statement must be"):
-        read_qasm(tmp_path / "main.qasm")
+def test_missing_header_is_told_but_for_includes(tmp_path, recwarn):
+    write(tmp_path, main="qreg q[1]; include \"rest.qasm\";", rest="gate g a { }")
+    read_qasm(tmp_path / "main.qasm")
+    path = tmp_path / "main.qasm"
+    assert [str(w.message) for w in recwarn] == [f'{path}:1:1: there is no "OPENQASM 2.0;" in front; it is read as such']
+
+
+def test_files_that_include_each_other_twice_are_not_read_for_ever(tmp_path):
+    for i in range(20):
+        write(tmp_path, **{f"f{i}": f'include "f{i + 1}.qasm"; include "f{i + 1}.qasm";\n'})
+    write(tmp_path, f20="")
+    with pytest.raises(QasmError, match="the program includes more than 10000 files"):
+        read_qasm(HEADER + f'include "{tmp_path}/f0.qasm";')
+
+
+def test_what_is_read_has_a_bound(tmp_path, monkeypatch):
+    monkeypatch.setattr(files, "MOST_BYTES", 3 * 2**20)
+    large = " " * (2 * 2**20) + "\n"
+    write(tmp_path, part=large, main=HEADER + 'include "part.qasm";', twice=HEADER + 'include "part.qasm"; include "part.qasm";')
+    assert len(read_qasm(tmp_path / "main.qasm")) == 0
+    with pytest.raises(QasmError, match="twice.qasm:3:30: the program includes more than 3 MiB"):
+        read_qasm(tmp_path / "twice.qasm")
+    write(tmp_path, large=HEADER + large * 2)
+    with pytest.raises(QasmError, match="large.qasm:1:1: a program has at most 3 MiB, and this goes on"):
+        read_qasm(tmp_path / "large.qasm")
+
+
+def test_a_device_without_end_is_left_in_time():
+    with pytest.raises(QasmError, match="/dev/zero:1:1: a program has at most 512 MiB, and this goes on"):
+        read_qasm("/dev/zero")
 
 
 def test_syntax_error_in_an_included_file_names_that_file(tmp_path):
@@ -181,6 +207,32 @@ def test_comments_may_be_in_any_encoding(tmp_path):
     for encoding in ("utf-8", "latin-1", "utf-8-sig"):
         path.write_bytes(f"// Grüße\n{PROGRAM}// Ä\n".encode(encoding))
         assert len(read_qasm(path)) == 1
+
+
+@pytest.mark.parametrize("text", [PROGRAM, "// comment\n" + PROGRAM])
+def test_a_byte_order_mark_is_no_part_of_a_text(text, tmp_path):
+    assert read_qasm("\ufeff" + text) == read_qasm(text)
+    (tmp_path / "a.qasm").write_bytes(("\ufeff" + text).encode())
+    assert read_qasm(tmp_path / "a.qasm") == read_qasm(text)
+
+
+def test_a_text_of_a_lying_class_is_read_as_it_is():
+    class Lying(str):
+        def __contains__(self, item):
+            return True
+
+        def strip(self, *_):
+            return "x"
+
+        def __str__(self):
+            return "missing.qasm"
+
+        __eq__ = __ne__ = lambda self, other: True
+        __hash__ = str.__hash__
+
+    assert read_qasm(Lying(PROGRAM)) == read_qasm(PROGRAM)
+    with pytest.raises(FileNotFoundError):
+        read_qasm(Lying("nowhere.qasm"))
 
 
 def test_line_ends_of_all_systems(tmp_path):

@@ -79,6 +79,32 @@ def test_value_of_an_expression_in_a_gate_body(text):
     assert step.params == (EXPRESSIONS[text] + 0.0,)
 
 
+LATER_EXPRESSIONS = {"asin(0.5)": math.asin(0.5), "acos(-1)": math.pi, "-2*atan(1e9)": -2 * math.atan(1e9), "sin(asin(1/3))": math.sin(math.asin(1 / 3))}
+
+
+@pytest.mark.parametrize("text", LATER_EXPRESSIONS)
+def test_functions_that_other_readers_know_too(text):
+    wanted = LATER_EXPRESSIONS[text]
+    assert read_qasm(HEADER + f"qreg q[1]; rx({text}) q[0];")[0].params == (wanted,)
+    (step,) = read_qasm(HEADER + f"gate g(a) x {{ rx(({text})+a) x; }} qreg q[1]; g(0) q[0];").basic_instructions()
+    assert step.params == (wanted,)
+    qasm2 = pytest.importorskip("qiskit.qasm2", reason="compares with Qiskit: pip install velacamplix[test]")
+    circuit = qasm2.loads(HEADER + f"qreg q[1]; rx({text}) q[0];", custom_classical=qasm2.LEGACY_CUSTOM_CLASSICAL)
+    assert circuit.data[0].operation.params[0] == pytest.approx(wanted, rel=1e-15)
+
+
+def test_names_of_later_functions_are_free():
+    text = "gate acos(asin) atan { rx(asin(asin)-asin) atan; } qreg asin[1]; acos(0.5) asin[0];"
+    (step,) = read_qasm(HEADER + text).basic_instructions()
+    assert step.params == (math.asin(0.5) - 0.5,)
+
+
+def test_later_functions_come_back():
+    text = HEADER + "gate g(a) x { rx(asin(a)*acos(a/2)-atan(-a)) x; } qreg q[1]; g(0.5) q[0];"
+    circuit = read_qasm(text)
+    assert read_qasm(circuit.to_qasm()) == circuit
+
+
 @pytest.mark.parametrize("text", EXPRESSIONS)
 def test_qiskit_gives_the_same_value(text):
     qasm2 = pytest.importorskip("qiskit.qasm2", reason="compares with Qiskit: pip install velacamplix[test]")

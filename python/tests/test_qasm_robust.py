@@ -3,6 +3,7 @@
 import random
 import sys
 import threading
+import warnings
 from pathlib import Path
 
 import pytest
@@ -21,7 +22,9 @@ LONG = 1_000_000
 def attempt(text):
     """A circuit or a QasmError inside the text; everything else fails the test."""
     try:
-        return read_qasm(text, most_instructions=100_000)
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore", UserWarning)  # of texts without a version
+            return read_qasm(text, most_instructions=100_000)
     except QasmError as error:
         lines = text.split("\n")
         assert 1 <= error.line <= len(lines)
@@ -191,6 +194,29 @@ def test_many_conditions_on_a_large_register_share_its_bits():
     circuit = read_qasm(HEADER + "qreg q[1]; creg c[1000000];" + "if(c==1) x q[0];" * 100)
     assert len(circuit) == 100
     assert circuit[0].condition.clbits is circuit[99].condition.clbits
+
+
+# --- What was found ---
+
+FOUND = {
+    "a reset of no qubits": "qreg q[0];reset q;tt q;t q;",
+    "a reset of no qubits, and nothing else wrong": "qreg q[0]; reset q; reset q;",
+    "the same without a header": "/qreg q[0];reset q;tt q;t q;",
+    "a measurement of no qubits": "qreg q[0]; creg c[0]; measure q->c;",
+    "a gate, a barrier and a condition on nothing": "qreg q[0]; creg c[0]; h q; barrier q; if(c==0) reset q;",
+}
+
+
+@pytest.mark.parametrize("name", FOUND)
+def test_found_by_fuzzing(name):
+    for text in (FOUND[name], HEADER + FOUND[name], FOUND[name] + "\n", HEADER + FOUND[name] + "\n"):
+        circuit = attempt(text)
+        assert circuit is None or read_qasm(circuit.to_qasm()) == circuit
+
+
+def test_registers_without_bits():
+    circuit = read_qasm(HEADER + "qreg q[0]; creg c[0]; reset q; measure q -> c; h q; if(c==0) reset q;")
+    assert len(circuit) == 0 and [register.size for register in circuit.registers] == [0, 0]
 
 
 # --- Side effects ---

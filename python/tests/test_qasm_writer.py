@@ -22,8 +22,8 @@ ANGLES = (0.3, -1.5, 2.7, 7.1)
 
 
 def body(circuit):
-    """The program without its first two lines and registers."""
-    return [line for line in circuit.to_qasm().splitlines()[2:] if not re.match("[qc]reg", line)]
+    """The program without its first two lines, registers, and definitions of gates that readers may know."""
+    return [line for line in circuit.to_qasm(definitions=False).splitlines()[2:] if not re.match("[qc]reg", line)]
 
 
 def in_its_written_form(circuit):
@@ -31,11 +31,11 @@ def in_its_written_form(circuit):
     return Circuit._assembled(circuit.registers, steps)
 
 
-def qiskit_unitary(text):
+def qiskit_unitary(text, **how):
     qasm2 = pytest.importorskip("qiskit.qasm2", reason="compares with Qiskit: pip install velacamplix[test]")
     from qiskit.quantum_info import Operator
 
-    return Operator(qasm2.loads(text, custom_instructions=qasm2.LEGACY_CUSTOM_INSTRUCTIONS)).data
+    return Operator(qasm2.loads(text, **(how or {"custom_instructions": qasm2.LEGACY_CUSTOM_INSTRUCTIONS}))).data
 
 
 def one_gate(name, n_controls):
@@ -59,8 +59,56 @@ def test_qiskit_reads_the_same_operator(name, n_controls):
     circuit = one_gate(name, n_controls)
     if circuit.n_qubits > 6:
         circuit = one_gate(name, 2)
-    text = circuit.to_qasm()
-    np.testing.assert_allclose(qiskit_unitary(text), numpy_simulator.unitary(circuit), rtol=0, atol=1e-13)
+    expected = numpy_simulator.unitary(circuit)
+    # To the strict reader the language is what its paper says, and qelib1.inc the file in its appendix.
+    np.testing.assert_allclose(qiskit_unitary(circuit.to_qasm(), strict=True), expected, rtol=0, atol=1e-13)
+    np.testing.assert_allclose(qiskit_unitary(circuit.to_qasm()), expected, rtol=0, atol=1e-13)
+    np.testing.assert_allclose(qiskit_unitary(circuit.to_qasm(definitions=False)), expected, rtol=0, atol=1e-13)
+
+
+LATER = {
+    "sx": ("sx", 0), "sxdg": ("sxdg", 0), "swap": ("SWAP", 0), "cswap": ("SWAP", 1), "crx": ("RX", 1), "cry": ("RY", 1),
+    "csx": ("sx", 1), "cu": ("cu", 0), "rxx": ("rxx", 0), "rzz": ("rzz", 0), "rccx": ("rccx", 0), "rc3x": ("rc3x", 0),
+    "c3x": ("X", 3), "c3sqrtx": ("sx", 3), "c4x": ("X", 4),
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("name", LATER)
+def test_gates_that_came_later_into_qelib1_are_defined(name):
+    circuit = one_gate(*LATER[name])
+    with_definitions, without = circuit.to_qasm(), circuit.to_qasm(definitions=False)
+    assert f"gate {name}" in with_definitions and "gate " not in without
+    assert with_definitions.splitlines()[-1] == without.splitlines()[-1]
+    assert read_qasm(with_definitions) == read_qasm(without) == in_its_written_form(circuit)
+
+
+def test_definitions_is_a_flag():
+    with pytest.raises(TypeError, match="definitions must be True or False, got 1"):
+        Circuit(1).to_qasm(definitions=1)
+
+
+@pytest.mark.parametrize("definitions", [True, False])
+def test_a_register_named_like_a_gate_that_is_used(definitions):
+    named = [Register("sx", "quantum", 0, 2)]
+    with pytest.raises(ValueError, match="register 'sx' cannot be written in OpenQASM 2: a gate has that name"):
+        Circuit(2, registers=named).sx(0).to_qasm(definitions=definitions)
+    circuit = Circuit(2, registers=named).h(0)
+    assert read_qasm(circuit.to_qasm(definitions=definitions)) == circuit
+
+
+def test_a_gate_of_ones_own_may_be_named_like_one_of_the_later_qelib1():
+    own = GateDefinition("c3x", Circuit(4).h(0).cx(0, 3))
+    circuit = Circuit(5).gate(own, [0, 1, 2, 3]).x(4, controls=[0, 1, 2])
+    for definitions in (True, False):
+        again = read_qasm(circuit.to_qasm(definitions=definitions))
+        assert [step.name for step in again] == ["c3x_2", "X"]
+        assert list(again.basic_instructions()) == list(circuit.basic_instructions())
+
+
+def test_many_gates_that_are_written_as_blocks_are_read_again():
+    # Each counts as the one gate it is, not as the dozens in its block.
+    circuit = Circuit(5).x(4, controls=[0, 1, 2, 3]) * 1000
+    assert read_qasm(circuit.to_qasm(), most_instructions=1100) == circuit
 
 
 @pytest.mark.parametrize("name", ["X", "PH", "u3", "SWAP"])

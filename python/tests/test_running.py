@@ -174,7 +174,7 @@ def test_empty_circuits(circuit):
 @pytest.mark.parametrize("initial", ["1+0-", 0b1010, 0])
 def test_product_states(initial, precision, tolerance):
     circuit = Circuit(4).h(1).cx(1, 0)
-    expected = StateVector(4, precision).reset(initial).run(circuit)
+    expected = StateVector(4, precision).set_basis_state(initial).run(circuit)
     result = run(circuit, initial=initial, precision=precision)
     for index in range(16):
         assert abs(result.amplitude(index) - expected.to_dict().get(format(index, "04b"), 0)) < tolerance
@@ -191,11 +191,11 @@ def test_amplitudes_to_start_from(kind, precision, tolerance):
     amplitudes = generator.normal(size=8) + 1j * generator.normal(size=8)
     amplitudes /= np.linalg.norm(amplitudes)
     given = amplitudes.tolist() if kind is list else amplitudes.astype(kind)
-    result = run(Circuit(3).x(0), initial=given, precision=precision)
+    result = run(Circuit(3).x(0), initial=given, precision=precision, initial_order="big")
     # Qubit 0 is the highest bit of the given array.
     assert result.active_qubits == (0, 1, 2)
     rounding = max(tolerance, 1e-7 if kind is np.complex64 else 0)
-    assert np.abs(result.state.statevector() - np.roll(amplitudes, 4)).max() < 10 * rounding
+    assert np.abs(result.state.statevector(order="big") - np.roll(amplitudes, 4)).max() < 10 * rounding
 
 
 @pytest.mark.parametrize("given", ["double", "single"])
@@ -301,4 +301,4 @@ def test_a_diagonal_on_ten_qubits(precision, tolerance):
         Circuit(10).matrix(np.diag(phases), range(10)),
     ):
         state = run(circuit, initial="+" * 10, precision=precision).state
-        assert np.abs(state.statevector() - phases / 32).max() < tolerance
+        assert np.abs(state.statevector(order="big") - phases / 32).max() < tolerance

@@ -109,10 +109,10 @@ def test_observables(value, error, message):
 @pytest.mark.parametrize(
     ("value", "error", "message"),
     [
-        ("00", ValueError, "initial must be a text of 3 characters 0 1 . -, one per qubit, got '00'"),
-        ("0000", ValueError, "initial must be a text of 3 characters"),
-        ("0x1", ValueError, "initial must be a text of 3 characters .*got 'x' in '0x1'"),
-        ("", ValueError, "initial must be a text of 3 characters"),
+        ("00", ValueError, "initial must have one character per qubit, 3 in all, got '00'"),
+        ("0000", ValueError, "initial must have one character per qubit, 3"),
+        ("0x1", ValueError, "initial must hold only the characters 0 1 . -, got 'x' at position 1 of '0x1'"),
+        ("", ValueError, "initial must have one character per qubit, 3"),
         (8, ValueError, "initial must be an integer from 0 to 7, got 8"),
         (-1, ValueError, "initial must be an integer from 0 to 7, got -1"),
         (True, TypeError, "initial must be an integer"),
@@ -147,7 +147,7 @@ def test_arrays_of_any_layout_serve_as_initial_states():
     spread[0, 1] = 1
     locked = spread[:, 1]
     locked.flags.writeable = False
-    assert run(CIRCUIT, initial=locked, shots=4).counts.shots == 4
+    assert run(CIRCUIT, initial=locked, shots=4, initial_order="big").counts.shots == 4
 
 
 # Progress and fusion
@@ -179,7 +179,6 @@ def test_parameters_without_values(call):
 
 def test_numbers_beyond_single_precision():
     for circuit, message in (
-        (Circuit(1).x(0).rx(1e300, 0), r"instruction 1 \(RX\(1e.300\) 0\): angle must fit single precision, got 1e.3"),
         (Circuit(1).matrix([[1e300j, 0], [0, 1]], 0, check=False), "instruction 0 .*matrix entry must fit"),
         (Circuit(1).diagonal([1, 1e300], 0, check=False), "instruction 0 .*diagonal entry must fit"),
     ):

@@ -99,14 +99,11 @@ def test_what_is_added_later_is_run():
     assert StateVector(2).run(template.bind(a=0, b=np.pi)).probability("00") == pytest.approx(1)
 
 
-def test_an_angle_beyond_single_precision_is_refused_and_forgotten():
+def test_an_angle_beyond_single_precision():
     template = Circuit(1).rx(Parameter("a"), 0).rx(Parameter("b"), 0)
-    state = StateVector(1, "single").run(template.bind(a=0, b=0))
-    with pytest.raises(ValueError, match=r"instruction 1 .*angle must fit single precision, got 1e.300"):
-        state.run(template.bind(a=1, b=1e300))
-    assert state.array.tolist() == [1, 0]
-    state.run(template.bind(a=np.pi, b=0))
-    assert state.probability("1") == pytest.approx(1)
+    state = StateVector(1, "single").run(template.bind(a=0, b=0)).run(template.bind(a=1, b=1e300))
+    expected = StateVector(1).rx(1, 0).rx(1e300, 0)
+    assert np.abs(state.array - expected.array).max() < 2e-7
 
 
 def test_a_run_within_a_run_of_the_same_circuit():

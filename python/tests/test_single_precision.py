@@ -4,7 +4,7 @@ import numpy as np
 import pytest
 from full_matrices import random_state
 
-from velacamplix import Observable, StateVector, _machine
+from velacamplix import Circuit, Observable, Parameter, StateVector, _machine, run
 
 # 2**26 equal amplitudes: from the first 2**24 probabilities on, a running sum in single precision does not change.
 BIG = 26
@@ -80,7 +80,7 @@ def test_projection_of_a_large_state_gives_norm_one(uniform):
 
 def pair(n, seed=1):
     """A state in single precision and the same amplitudes in double."""
-    single = StateVector(n, "single", threads=2, seed=3).reset(random_state(n, seed), order="little")
+    single = StateVector(n, "single", threads=2, seed=3).set_state(random_state(n, seed), order="little")
     double = StateVector(n, "double", threads=2, seed=3)
     double.array[:] = single.array
     return single, double
@@ -146,3 +146,64 @@ def test_a_preparation_keeps_the_norm():
     data[5] = 1
     state.prepare(data, range(20), order="little")
     assert abs(state.array[5]) == pytest.approx(1, abs=1e-6) and np.count_nonzero(state.array) == 1
+
+
+# Angles that single precision cannot hold
+
+# As floats the large ones are other angles: 1234567.8 becomes 1234567.75.
+ANGLES = [0.1, 1234567.8, -98765432.1, 1e15 + 0.25, 1e39, 2 * np.pi * 12345 / 2**14]
+
+
+def by_angle(kind, angle, precision):
+    """The angle's gate, applied in all ways there are, to a state that tells its entries."""
+    gates = {
+        "rx": lambda c, a: c.rx(a, 0),
+        "ry": lambda c, a: c.ry(a, 0),
+        "rz": lambda c, a: c.rz(a, 0),
+        "ph": lambda c, a: c.ph(a, 0),
+        "crx": lambda c, a: c.crx(a, 2, 0),
+        "rz with controls": lambda c, a: c.rz(a, 0, controls=[1, 2]),
+        "cp": lambda c, a: c.cp(a, 1, 0),
+        "mcp": lambda c, a: c.mcp(a, [1, 2], 0),
+    }
+    gate, parameter = gates[kind], Parameter("a")
+    template = gate(Circuit(3), parameter)
+    begin = StateVector(3, precision).set_basis_state("+11")
+    fresh = begin.copy().run(template.bind(a=angle))
+    yield gate(begin.copy(), angle)
+    yield begin.copy().run(gate(Circuit(3), angle))
+    yield fresh
+    # From another angle to this one, in a program that is kept.
+    begin.copy().run(template.bind(a=0.5))
+    yield begin.copy().run(template.bind(a=angle))
+    yield run(gate(Circuit(3), angle), initial="+11", precision=precision).state
+
+
+@pytest.mark.parametrize("kind", ["rx", "ry", "rz", "ph", "crx", "rz with controls", "cp", "mcp"])
+@pytest.mark.parametrize("angle", [*ANGLES, 0.5, -1234567.75])
+def test_an_angle_is_what_it_is_in_every_way(kind, angle):
+    (exact, *_) = by_angle(kind, angle, "double")
+    found = list(by_angle(kind, angle, "single"))
+    for state in found:
+        assert np.abs(state.array - exact.array).max() < 1e-7
+        assert state.array.tobytes() == found[0].array.tobytes()
+
+
+@pytest.mark.parametrize("angle", ANGLES)
+def test_large_angles_with_fusion(angle):
+    circuit = Circuit(2).h(0).rz(angle, 0).rx(angle, 0).cp(angle, 0, 1).ry(angle, 1)
+    exact, single = run(circuit), run(circuit, precision="single", fusion=True)
+    assert np.abs(exact.state.array - single.state.array).max() < 5e-7
+
+
+def test_phase_estimation_on_14_qubits():
+    n, phase = 14, 0.2371
+    circuit = Circuit(n + 1).x(n)
+    for qubit in range(n):
+        circuit.h(qubit).cp(2 * np.pi * phase * 2**qubit, qubit, n)
+    for qubit in reversed(range(n)):
+        for other in reversed(range(qubit + 1, n)):
+            circuit.cp(-np.pi / 2 ** (other - qubit), qubit, other)
+        circuit.h(qubit)
+    exact, single = run(circuit), run(circuit, precision="single")
+    assert np.abs(exact.state.array - single.state.array).max() < 2e-6

@@ -13,7 +13,7 @@ from velacamplix import StateVector
 def loaded(state, precision, threads=2):
     """A StateVector that holds these amplitudes, given in index order."""
     n = int(np.log2(len(state)))
-    return StateVector(n, precision, threads).reset(state, order="little")
+    return StateVector(n, precision, threads).set_state(state, order="little")
 
 
 def placements(n, most_controls=2):
@@ -110,7 +110,7 @@ def test_no_qubits_at_all(precision):
     assert state.array.tolist() == [1]
     assert state.distribution().tolist() == [1]
     assert state.probability(0) == state.probability("") == 1
-    assert state.reset("").reset(0).array.tolist() == [1]
+    assert state.set_basis_state("").set_basis_state(0).array.tolist() == [1]
 
 
 # Setting the state
@@ -130,7 +130,7 @@ def test_reset_forgets_everything(precision):
 def test_product_strings(order, precision, tolerance):
     vectors = {"0": [1, 0], "1": [0, 1], "+": full.ROOT_HALF * np.ones(2), "-": full.ROOT_HALF * np.array([1, -1])}
     for text in map("".join, itertools.product("01+-", repeat=3)):
-        state = StateVector(3, precision).reset(text, order=order)
+        state = StateVector(3, precision).set_basis_state(text, order=order)
         # Without an order the last factor belongs to qubit 0; "big" has qubit 0 first.
         factors = text[::-1] if order == "big" else text
         expected = np.kron(np.kron(vectors[factors[0]], vectors[factors[1]]), vectors[factors[2]])
@@ -139,8 +139,8 @@ def test_product_strings(order, precision, tolerance):
 
 def test_basis_states_by_number():
     for number in range(8):
-        big = StateVector(3).reset(number)
-        little = StateVector(3).reset(number, order="little")
+        big = StateVector(3).set_basis_state(number)
+        little = StateVector(3).set_basis_state(number, order="little")
         assert [int(i) for i in np.flatnonzero(little.array)] == [number]
         assert big.probability(format(number, "03b")) == 1
         assert little.probability(format(number, "03b"), order="little") == 1
@@ -150,22 +150,23 @@ def test_amplitudes_in_both_orders(precision):
     given = random_state(9, seed=9).astype({"double": np.complex128, "single": np.complex64}[precision])
     reversed_index = [int(format(i, "09b")[::-1], 2) for i in range(512)]
     state = StateVector(9, precision)
-    assert state.reset(given, order="little").array.tobytes() == given.tobytes()
-    assert state.reset(given).array.tobytes() == given[reversed_index].tobytes()
+    assert state.set_state(given, order="little").array.tobytes() == given.tobytes()
+    assert state.set_state(given, order="big").array.tobytes() == given[reversed_index].tobytes()
 
 
 def test_amplitudes_may_be_any_sequence_of_numbers():
     for given in [[0, 1], (0, 1.0), np.array([0, 1], dtype=np.int8), np.array([0, 9, 1, 9])[::2]]:
-        assert StateVector(1).reset(given).array.tolist() == [0, 1]
+        assert StateVector(1).set_state(given).array.tolist() == [0, 1]
 
 
 def test_the_states_own_array_may_be_given():
     state = loaded(random_state(6, seed=6), "double")
     before = state.array.copy()
+    assert np.array_equal(state.set_state(state.array).array, before)
     # Reading one order as the other turns the state around, even in place; twice is nothing.
-    state.reset(state.array)
+    state.set_state(state.array, order="big")
     assert not np.array_equal(state.array, before)
-    state.reset(state.array)
+    state.set_state(state.array, order="big")
     assert np.array_equal(state.array, before)
 
 

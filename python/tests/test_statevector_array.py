@@ -69,7 +69,7 @@ def test_after_release_every_use_is_an_error_but_not_a_crash():
     for use in [
         lambda: state.array,
         lambda: state.reset(),
-        lambda: state.reset("000"),
+        lambda: state.set_basis_state("000"),
         lambda: state.h(0),
         lambda: state.rx(0.1, 0),
         lambda: state.cnot(0, 1),
@@ -132,7 +132,7 @@ def test_other_threads_run_while_a_circuit_does():
 def test_two_threads_on_one_state_take_turns():
     # Every pair of amplitudes of qubit 0 starts equal, and stays equal whatever the order of whole gates. Gates that
     # overlapped would reach some pairs in one order and some in the other.
-    state = StateVector(18, threads=1).reset("0" + 17 * "+")
+    state = StateVector(18, threads=1).set_basis_state("0" + 17 * "+")
 
     def work(gate):
         for _ in range(200):

@@ -31,7 +31,7 @@ def test_against_full_matrices(k, controls, order, precision, tolerance):
     free = [qubit for qubit in range(5) if qubit not in controls]
     matrix = random_unitary(k)
     for qubits in permutations(free, k):
-        state = StateVector(5, precision, threads=2).reset(amplitudes, order="little")
+        state = StateVector(5, precision, threads=2).set_state(amplitudes, order="little")
         state.matrix(matrix, qubits, controls, order=order)
         expected = acted(5, matrix, qubits if order == "big" else qubits[::-1], controls, amplitudes)
         assert np.abs(state.array - expected).max() < tolerance
@@ -49,7 +49,7 @@ def test_the_same_as_in_a_circuit(precision):
 def test_diagonals_on_many_qubits(k, controls, precision, tolerance):
     amplitudes = random_state(11, seed=3)
     phases = np.exp(1j * np.random.default_rng(k).normal(size=2**k))
-    state = StateVector(11, precision).reset(amplitudes, order="little")
+    state = StateVector(11, precision).set_state(amplitudes, order="little")
     state.matrix(np.diag(phases), range(k), controls)
     index = np.arange(2**11)
     local = np.zeros_like(index)
@@ -62,8 +62,8 @@ def test_diagonals_on_many_qubits(k, controls, precision, tolerance):
 def test_a_dense_matrix_on_nine_qubits(tolerance, precision):
     matrix = np.kron(random_unitary(4, 1), random_unitary(5, 2))
     amplitudes = random_state(9, seed=3)
-    state = StateVector(9, precision).reset(amplitudes, order="big").matrix(matrix, range(9))
-    assert np.abs(state.statevector() - matrix @ amplitudes).max() < 10 * tolerance
+    state = StateVector(9, precision).set_state(amplitudes, order="big").matrix(matrix, range(9))
+    assert np.abs(state.statevector(order="big") - matrix @ amplitudes).max() < 10 * tolerance
 
 
 @pytest.mark.parametrize(
@@ -97,7 +97,7 @@ def test_the_matrix_is_not_changed():
 
 def test_a_matrix_and_its_inverse_cancel(precision, tolerance):
     amplitudes, matrix = random_state(4, 2), random_unitary(3)
-    state = StateVector(4, precision).reset(amplitudes, order="little")
+    state = StateVector(4, precision).set_state(amplitudes, order="little")
     state.matrix(matrix, [2, 0, 3]).matrix(matrix.conj().T, [2, 0, 3])
     assert np.abs(state.array - amplitudes).max() < tolerance
 

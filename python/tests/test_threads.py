@@ -9,8 +9,9 @@ from pathlib import Path
 
 import pytest
 from test_memory import MOUNTS_V1, MOUNTS_V2, lay_out
+from test_processes import in_child
 
-from velacamplix import StateVector, _groups, _machine
+from velacamplix import StateVector, _groups, _machine, refresh_threads
 
 
 @pytest.fixture(autouse=True)
@@ -86,6 +87,64 @@ def test_quota_of_a_version_1_group(quota, processors, tmp_path):
     assert _machine.processors(tmp_path) == (processors or len(os.sched_getaffinity(0)))
 
 
+# What is read once
+
+
+def test_a_second_state_reads_no_file(monkeypatch):
+    StateVector(2)
+    paths = []
+    read = _groups.read
+    monkeypatch.setattr(_groups, "read", lambda path: paths.append(path) or read(path))
+    StateVector(2)
+    StateVector(2, threads=2)
+    # Where a group limits threads, how many there are by now is asked each time.
+    assert all(path.endswith("pids.current") for path in paths)
+
+
+def job(root, quota, most_threads):
+    lay_out(root, proc__self__mountinfo=MOUNTS_V2, proc__self__cgroup="0::/job\n")
+    lay_out(root / "sys/fs/cgroup/job", **{"cpu.max": f"{quota} 100000\n", "pids.max": f"{most_threads}\n"})
+
+
+@pytest.fixture
+def sixteen_processors(monkeypatch):
+    monkeypatch.setattr(_machine, "_BOUND", 16)
+
+
+def test_limits_are_read_again_on_request(sixteen_processors, tmp_path):
+    job(tmp_path, 300000, 100)
+    assert (_machine.processors(tmp_path), _machine.most_threads(tmp_path)) == (3, 101)
+    job(tmp_path, 500000, 200)
+    assert (_machine.processors(tmp_path), _machine.most_threads(tmp_path)) == (3, 101)
+    assert refresh_threads() == StateVector(1).threads
+    assert (_machine.processors(tmp_path), _machine.most_threads(tmp_path)) == (5, 201)
+
+
+def test_limits_are_read_again_after_a_change_of_affinity(sixteen_processors, tmp_path, monkeypatch):
+    job(tmp_path, 300000, 100)
+    monkeypatch.setattr(os, "sched_getaffinity", lambda process: {0, 1, 2})
+    assert _machine.processors(tmp_path) == 3
+    job(tmp_path, 500000, 200)
+    assert _machine.processors(tmp_path) == 3
+    monkeypatch.setattr(os, "sched_getaffinity", lambda process: {0, 1})
+    assert (_machine.processors(tmp_path), _machine.most_threads(tmp_path)) == (5, 201)
+
+
+def test_limits_are_read_again_after_a_fork(sixteen_processors, tmp_path):
+    job(tmp_path, 300000, 100)
+    assert _machine.processors(tmp_path) == 3
+    job(tmp_path, 500000, 200)
+    assert in_child(lambda: _machine.processors(tmp_path)) == 5
+    assert _machine.processors(tmp_path) == 3
+
+
+def test_threads_that_run_are_counted_each_time(tmp_path):
+    job(tmp_path, 300000, 100)
+    for running in (0, 7, 90):
+        lay_out(tmp_path / "sys/fs/cgroup/job", **{"pids.current": f"{running}\n"})
+        assert _machine.most_threads(tmp_path) == 100 - running + 1
+
+
 # Real processes
 
 
@@ -125,6 +184,27 @@ def test_a_process_bound_to_one_processor():
     processor = str(min(os.sched_getaffinity(0)))
     assert started("taskset", "-c", processor) == ["1", "1"]
     assert started("taskset", "-c", processor, OMP_NUM_THREADS="2") == ["2", "2"]
+
+
+@pytest.mark.parametrize(
+    "variables",
+    [
+        {"OMP_PROC_BIND": "true"},
+        {"OMP_PROC_BIND": "close", "OMP_PLACES": "threads"},
+        {"GOMP_CPU_AFFINITY": " ".join(map(str, sorted(os.sched_getaffinity(0))))},
+    ],
+)
+def test_threads_that_openmp_binds_have_all_processors(variables):
+    # OpenMP binds the thread that loads it; its affinity is then one processor.
+    allowed = str(_machine.processors())
+    assert started(**variables) == [allowed, allowed]
+
+
+def test_threads_bound_to_a_part_of_the_processors():
+    processor = str(min(os.sched_getaffinity(0)))
+    assert started(GOMP_CPU_AFFINITY=processor) == ["1", "1"]
+    assert started(OMP_PLACES="{%s}" % processor) == ["1", "1"]
+    assert started(OMP_PROC_BIND="false", OMP_NUM_THREADS="3") == ["3", "3"]
 
 
 def test_small_states_use_one_thread():
@@ -221,7 +301,7 @@ def test_a_real_group_that_allows_few_threads(control_group):
 def test_threads_that_a_group_leaves(most, current, left, tmp_path):
     lay_out(tmp_path, proc__self__mountinfo=MOUNTS_V2, proc__self__cgroup="0::/job\n")
     lay_out(tmp_path / "sys/fs/cgroup/job", **{"pids.max": most + "\n", "pids.current": current + "\n"})
-    assert _groups.threads_left(tmp_path) == left
+    assert _groups.threads_left(_groups.thread_limits(tmp_path)) == left
     if left is None:
         assert _machine.thread_count(200, tmp_path) == 200
     else:

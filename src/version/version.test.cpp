@@ -1,7 +1,10 @@
+#include "support/levels.hpp"
+
 #include <velacamplix/version.hpp>
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 
 TEST(version, of_the_library_is_that_of_the_headers) {
@@ -14,14 +17,10 @@ TEST(version, of_the_library_is_that_of_the_headers) {
 TEST(version, instruction_set_is_one_that_this_machine_can_run) {
     const std::string name = pbamplix::instruction_set();
 #if defined(__x86_64__)
-    if (name == "x86-64-v4") {
-        EXPECT_TRUE(__builtin_cpu_supports("x86-64-v4"));
-    } else if (name == "x86-64-v3") {
-        EXPECT_TRUE(__builtin_cpu_supports("x86-64-v3"));
-    } else {
-        EXPECT_EQ(name, "x86-64");
-    }
+    const std::set<std::string> names = {"x86-64", "x86-64-v3", "x86-64-v4"};
+    EXPECT_TRUE(names.count(name)) << name;
 #else
     EXPECT_FALSE(name.empty());
 #endif
+    EXPECT_TRUE(support::machine_has(name)) << name;
 }

@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""A stranger's project is built against an installed copy: by find_package, by pkg-config, and after the copy moved.
+"""A stranger's project is built against an installed copy: by find_package, by pkg-config, as docs/cpp.md shows, and
+after the copy moved.
 
 Usage: check_installed_copy.py BUILD_TREE COMPILER
 """
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import subprocess
@@ -12,16 +14,23 @@ import sys
 import tempfile
 
 here = pathlib.Path(__file__).parent
+page = here.parents[1] / "docs" / "cpp.md"
 
 
-def run(*command, env=None):
+def outcome(*command, env=None, cwd=None):
+    """How a command ended, and what it said."""
     command = [str(part) for part in command]
     result = subprocess.run(
-        command, env={**os.environ, **(env or {})}, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT
+        command, env={**os.environ, **(env or {})}, cwd=cwd, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT
     )
-    if result.returncode != 0:
-        sys.exit(f"failed: {shlex.join(command)}\n{result.stdout}")
-    return result.stdout
+    return result.returncode, result.stdout
+
+
+def run(*command, env=None, cwd=None):
+    status, output = outcome(*command, env=env, cwd=cwd)
+    if status != 0:
+        sys.exit(f"failed: {shlex.join(map(str, command))}\n{output}")
+    return output
 
 
 def check_programs(folder, prefix):
@@ -58,6 +67,40 @@ def by_pkg_config(prefix, build, compiler):
     check_programs(build, prefix)
 
 
+def as_the_page_shows(build_tree, scratch, compiler):
+    """The files and commands of docs/cpp.md, with a home of their own; only the library is not compiled anew."""
+    print(f"-- {page.name}")
+    text = page.read_text(encoding="utf-8")
+    for language, name in (("cpp", "host.cpp"), ("cmake", "CMakeLists.txt")):
+        (scratch / name).write_text(re.search(rf"```{language}\n(.*?)```", text, re.DOTALL)[1], encoding="utf-8")
+    library, by_cmake, by_pkg_config = (
+        re.findall(r"^\$ (.*)", block, re.MULTILINE) for block in re.findall(r"```console\n(.*?)```", text, re.DOTALL)
+    )
+    install = library[-1].replace("build/library", shlex.quote(str(build_tree)))
+    home = {"HOME": str(scratch), "CXX": compiler, "LD_LIBRARY_PATH": ""}
+    for commands, program in ((by_cmake, "build/host"), (by_pkg_config, "host")):
+        # `c++` stands for the compiler that this tree is built with.
+        script = "\n".join(["set -eu", install, *commands, f"./{program}"])
+        said = run("sh", "-c", re.sub(r"^c\+\+ ", f"{shlex.quote(compiler)} ", script, flags=re.MULTILINE), env=home, cwd=scratch)
+        if said.splitlines()[-1] != "0.50 0.50":
+            sys.exit(f"expected 0.50 0.50 from {program}, got {said}")
+        print("\n".join(commands))
+
+
+def an_unfit_thrust_is_told(build, compiler):
+    """CMake's messages come out whole, with their semicolons."""
+    print("-- a Thrust that does not fit")
+    other = build.parent / "newer_thrust"
+    (other / "thrust").mkdir(parents=True)
+    (other / "thrust" / "version.h").write_text("#define THRUST_VERSION 200200\n")
+    status, output = outcome("cmake", "-S", here.parents[1], "-B", build, "-G", "Ninja", f"-DCMAKE_CXX_COMPILER={compiler}",
+                             f"-DVELACAMPLIX_THRUST_INCLUDE_DIR={other}")
+    message = f"Thrust in {other} has THRUST_VERSION '200200'; velacamplix needs version 1 (below 200000)"
+    if status == 0 or message not in " ".join(output.split()):
+        sys.exit(f"expected: {message}\nreceived: {output}")
+    print(message)
+
+
 def main(build_tree, compiler):
     with tempfile.TemporaryDirectory() as scratch:
         scratch = pathlib.Path(scratch).resolve()
@@ -69,6 +112,9 @@ def main(build_tree, compiler):
         shutil.move(scratch / "first", scratch / "moved")
         by_find_package(scratch / "moved", scratch / "build_2", compiler)
         by_pkg_config(scratch / "moved", scratch / "build_3", compiler)
+        (scratch / "page").mkdir()
+        as_the_page_shows(build_tree, scratch / "page", compiler)
+        an_unfit_thrust_is_told(scratch / "build_4", compiler)
 
 
 if __name__ == "__main__":

@@ -79,7 +79,7 @@ private:
     void named(const std::string& name, std::vector<T> params, unsigned int) {
         const Qubits q = random_qubits(1, n_, engine_);
         const Qubits c = controls_beside(q);
-        list.add_gate(name, params, q, c);
+        list.add_gate(name, {params.begin(), params.end()}, q, c);
         gates_.push_back([=](StateVector<T>& s) {
             if (name == "X") s.apply_X(q[0], c);
             if (name == "Y") s.apply_Y(q[0], c);

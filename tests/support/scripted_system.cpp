@@ -1,5 +1,8 @@
 #include "scripted_system.hpp"
 
+#include "failing_allocations.hpp"
+
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
@@ -34,6 +37,11 @@ struct ArrayLog {
     bool refuses = false;
     std::vector<WatchedArrays::Event> events;
 } arrays;
+
+struct PageScript {
+    unsigned int bytes = 0;  // 0: not active
+    std::vector<ScriptedPages::Advice> advice;
+} pages;
 
 }  // namespace
 
@@ -74,6 +82,10 @@ std::string WatchedArrays::order() const {
     return text;
 }
 
+ScriptedPages::ScriptedPages(unsigned int bytes) { pages = {bytes, {}}; }
+ScriptedPages::~ScriptedPages() { pages = {}; }
+const std::vector<ScriptedPages::Advice>& ScriptedPages::advice() const { return pages.advice; }
+
 namespace {
 
 long answer_entropy(void* buffer, unsigned long length, unsigned int flags) {
@@ -89,6 +101,7 @@ long answer_entropy(void* buffer, unsigned long length, unsigned int flags) {
 
 void* allocate_array(unsigned long bytes, unsigned long alignment) {
     if (arrays.active && arrays.refuses && alignment == 64) throw std::bad_alloc();
+    fail_if_told();
     const unsigned long rounded = (bytes + alignment - 1) / alignment * alignment;
     void* array = std::aligned_alloc(alignment, rounded == 0 ? alignment : rounded);
     if (array == nullptr) throw std::bad_alloc();
@@ -123,8 +136,25 @@ extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned int flags) {
     return syscall(SYS_getrandom, buffer, length, flags);
 }
 
+extern "C" int getpagesize() noexcept {
+    return static_cast<int>(support::pages.bytes != 0 ? support::pages.bytes : sysconf(_SC_PAGESIZE));
+}
+
+extern "C" int madvise(void* begin, size_t bytes, int advice) noexcept {
+    if (support::pages.bytes == 0) return static_cast<int>(syscall(SYS_madvise, begin, bytes, advice));
+    support::pages.advice.push_back({reinterpret_cast<unsigned long>(begin), bytes, advice});
+    return 0;
+}
+
 void* operator new[](std::size_t bytes, std::align_val_t alignment) {
     return support::allocate_array(bytes, static_cast<unsigned long>(alignment));
+}
+void* operator new[](std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    try {
+        return support::allocate_array(bytes, static_cast<unsigned long>(alignment));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 void operator delete[](void* array, std::align_val_t alignment) noexcept {
     support::release_array(array, static_cast<unsigned long>(alignment));

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-// What the operating system answers to the library. This program's own `sysinfo`, `getrandom` and aligned array
-// allocation stand before the C library's; without a script they pass every call on.
+// What the operating system answers to the library. This program's own `sysinfo`, `getrandom`, `getpagesize`,
+// `madvise` and aligned array allocation stand before the C library's; without a script they pass every call on.
 namespace support {
 
 // Free memory as the library is told, for the life of the object.
@@ -59,6 +59,22 @@ public:
 
     const std::vector<Event>& events() const;
     std::string order() const;  // "query allocate release ..."
+};
+
+// A system whose pages have this many bytes; keeps what the library advises about its memory instead of passing it on.
+class ScriptedPages {
+public:
+    struct Advice {
+        unsigned long begin, bytes;
+        int advice;
+    };
+
+    explicit ScriptedPages(unsigned int bytes);
+    ~ScriptedPages();
+    ScriptedPages(const ScriptedPages&) = delete;
+    ScriptedPages& operator=(const ScriptedPages&) = delete;
+
+    const std::vector<Advice>& advice() const;
 };
 
 }  // namespace support

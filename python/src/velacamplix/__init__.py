@@ -7,12 +7,14 @@
 [0.5, 0.0, 0.0, 0.5]
 """
 
-from . import _waiting  # noqa: F401, I001  (the first to load the extension)
+from . import _stacks  # noqa: F401, I001  (before the extension)
+from . import _waiting  # noqa: F401  (the first to load the extension)
 from . import _processes  # noqa: F401  (fork becomes safe when the package is imported)
 from . import _circuit_definition, instruction
 from ._core import version as _version
 from ._circuit_definition import GateDefinition
 from ._expectations import Estimate
+from ._machine import refresh_threads
 from ._memory import max_qubits, memory_needed
 from ._plan import Pass, Plan, Timings
 from ._progress import Progress
@@ -53,6 +55,7 @@ __all__ = [
     "plot_counts",
     "plot_probabilities",
     "plot_state",
+    "refresh_threads",
     "run",
 ]
 

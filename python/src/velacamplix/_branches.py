@@ -130,7 +130,7 @@ class Walk:
             copied = self._spares.pop()
         else:
             try:
-                copied = type(state)._another(state.n_qubits, state.precision, state.threads)
+                copied = type(state)._another(state._n_qubits, state._precision, state._threads)
             except MemoryError as error:
                 raise MemoryError(
                     f"the outcomes of {step.source} part the shots, and each group needs a state: {error}"

@@ -24,7 +24,21 @@ import numpy as np
 # A matrix that was computed in single precision passes, a wrong one does not.
 UNITARY_TOLERANCE = 1e-5
 
-_shorten = reprlib.Repr()
+# Multiplications between two looks at signals.
+_PRODUCTS_AT_ONCE = 2**31
+
+
+def digits(number: int) -> str:
+    """Return an integer as text. Python refuses to write thousands of digits."""
+    return str(number) if number.bit_length() < 200 else f"<integer of {number.bit_length()} bits>"
+
+
+class _Shortening(reprlib.Repr):
+    def repr_int(self, number: int, level: int) -> str:
+        return super().repr_int(number, level) if number.bit_length() < 200 else digits(number)
+
+
+_shorten = _Shortening()
 _shorten.maxstring = _shorten.maxother = 60
 _shorten.maxtuple = _shorten.maxlist = 8
 
@@ -33,7 +47,22 @@ def show(value: Any) -> str:
     """Return a short text of `value` for an error message."""
     if isinstance(value, np.ndarray) and value.ndim:
         return f"an array of shape {value.shape} and type {value.dtype}"
-    return _shorten.repr(value)
+    try:
+        return _shorten.repr(value)
+    except Exception:  # of the value's own making
+        return f"<{type(value).__name__} that cannot be shown>"
+
+
+def plain(text: str) -> str:
+    """Return the characters of a text. A subclass could tell others each time it is asked.
+
+    >>> class Twofold(str):
+    ...     def __str__(self):
+    ...         return "other"
+    >>> plain(Twofold("this"))
+    'this'
+    """
+    return str.__str__(text)
 
 
 def integer(
@@ -160,9 +189,10 @@ def choice(value: Any, name: str, allowed: Sequence[str]) -> str:
     words = " or ".join(repr(word) for word in allowed)
     if not isinstance(value, str):
         raise TypeError(f"{name} must be {words}, got {show(value)}")
-    if value not in allowed:
-        raise ValueError(f"{name} must be {words}, got {show(value)}")
-    return str(value)
+    text = plain(value)
+    if text not in allowed:
+        raise ValueError(f"{name} must be {words}, got {show(text)}")
+    return text
 
 
 def precision(value: Any, name: str = "precision") -> str:
@@ -217,12 +247,24 @@ def matrix(value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True
     if unitary:
         # Entries may be huge: an overflow here is a deviation, not a warning.
         with np.errstate(all="ignore"):
-            deviation = np.abs(array @ array.conj().T - np.eye(size)).max()
+            deviation = _deviation_from_unitary(array)
         if not deviation <= UNITARY_TOLERANCE:
             raise ValueError(
                 f"{name} must be unitary, got one with an entry of U·U† that is {deviation:.3g} off the identity"
             )
     return array
+
+
+def _deviation_from_unitary(array: np.ndarray) -> float:
+    """Return the largest entry of ``|U U† - 1|``; NaN if there is one."""
+    adjoint = array.conj().T
+    rows = max(1, _PRODUCTS_AT_ONCE // len(array) ** 2)
+    largest = 0.0
+    for start in range(0, len(array), rows):
+        products = array[start : start + rows] @ adjoint
+        products[np.arange(len(products)), np.arange(start, start + len(products))] -= 1
+        largest = float(np.maximum(largest, np.abs(products).max()))
+    return largest
 
 
 def _plain_integer(value: Any, name: str, expected: str) -> int:
@@ -247,11 +289,11 @@ def _range_words(minimum: Optional[int], maximum: Optional[int]) -> str:
     if minimum is not None and maximum is not None:
         # Python refuses to write thousands of digits; bounds of that size are of so many bits.
         most = str(maximum) if maximum.bit_length() < 200 else f"2**{maximum.bit_length()} - 1"
-        return f"an integer from {minimum} to {most}"
+        return f"an integer from {digits(minimum)} to {most}"
     if minimum is not None:
-        return f"an integer of at least {minimum}"
+        return f"an integer of at least {digits(minimum)}"
     if maximum is not None:
-        return f"an integer of at most {maximum}"
+        return f"an integer of at most {digits(maximum)}"
     return "an integer"
 
 

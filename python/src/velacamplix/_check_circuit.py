@@ -27,7 +27,7 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
     """
     if not isinstance(value, Instruction):
         raise TypeError(f"instruction must be an Instruction, got {_check.show(value)}")
-    name = value.name
+    name = _check.plain(value.name) if isinstance(value.name, str) else value.name
     definition = _definition(value)
     shape = _shape(name, definition)
     qubits = _check.qubits(value.qubits, n_qubits, at_least=0 if name == "barrier" else 1)
@@ -49,27 +49,31 @@ def registers(values: Any, n_qubits: int, n_clbits: int) -> Tuple[Register, ...]
     listed = _check.sequence(values, "registers", of="Register")
     ends = {"quantum": 0, "classical": 0}
     names = set()
+    checked = []
     for register in listed:
         if not isinstance(register, Register):
             raise TypeError(f"registers must hold Register objects, got {_check.show(register)}")
-        _check.choice(register.kind, "kind of a register", tuple(ends))
+        kind = _check.choice(register.kind, "kind of a register", tuple(ends))
         if not isinstance(register.name, str):
             raise TypeError(f"name of a register must be a text, got {_check.show(register.name)}")
-        if register.name in names:
-            raise ValueError(f"registers must have distinct names, got {register.name!r} twice")
-        names.add(register.name)
-        if register.start != ends[register.kind]:
+        name = _check.plain(register.name)
+        if name in names:
+            raise ValueError(f"registers must have distinct names, got {_check.show(name)} twice")
+        names.add(name)
+        if _check.integer(register.start, "start of a register") != ends[kind]:
             raise ValueError(
-                f"registers must follow each other without gaps: {register.name!r} must start at "
-                f"{ends[register.kind]}, got {_check.show(register.start)}"
+                f"registers must follow each other without gaps: {_check.show(name)} must start at "
+                f"{ends[kind]}, got {_check.show(register.start)}"
             )
-        ends[register.kind] += _check.integer(register.size, "size of a register", minimum=0)
+        size = _check.integer(register.size, "size of a register", minimum=0)
+        checked.append(Register(name, kind, ends[kind], size))
+        ends[kind] += size
     if (ends["quantum"], ends["classical"]) != (n_qubits, n_clbits):
         raise ValueError(
             f"registers must cover {n_qubits} qubits and {n_clbits} classical bits, "
-            f"got {ends['quantum']} and {ends['classical']}"
+            f"got {_check.show(ends['quantum'])} and {_check.show(ends['classical'])}"
         )
-    return listed
+    return tuple(checked)
 
 
 def _definition(value: Instruction) -> Optional[GateDefinition]:
@@ -79,7 +83,8 @@ def _definition(value: Instruction) -> Optional[GateDefinition]:
     if not isinstance(definition, GateDefinition):
         raise TypeError(f"definition must be a GateDefinition or None, got {_check.show(definition)}")
     if value.name != definition.name:
-        raise ValueError(f"name must be {definition.name!r}, that of the definition, got {_check.show(value.name)}")
+        wanted, got = _check.show(definition.name), _check.show(value.name)
+        raise ValueError(f"name must be {wanted}, that of the definition, got {got}")
     return definition
 
 

@@ -7,6 +7,7 @@ from typing import Any, Iterable, List, Tuple
 import numpy as np
 
 from . import _check, _check_readout
+from ._state_part import bit_string
 
 # How far from 1 the norm of given amplitudes may be: what rounding to single precision can cause.
 _NORM_TOLERANCE = 1e-5
@@ -28,6 +29,26 @@ def amplitudes(value: Any, n_qubits: int, name: str) -> np.ndarray:
     if not abs(norm - 1) <= _NORM_TOLERANCE:
         raise ValueError(f"{name} must be finite and have norm 1, got an array of norm {norm:.6g}")
     return array
+
+
+def product(value: Any, n_qubits: int, name: str) -> str:
+    """Return a product state of `n_qubits` qubits, a text of 0 1 + - or the number of a basis state, as a text.
+
+    >>> product("+0", 2, "state"), product(2, 2, "state")
+    ('+0', '10')
+    """
+    if not isinstance(value, str):
+        return bit_string(_check.integer(value, name, minimum=0, maximum=2**n_qubits - 1), n_qubits)
+    text = str.__str__(value)  # a plain one, whatever its class says
+    if len(text) != n_qubits:
+        raise ValueError(f"{name} must have one character per qubit, {n_qubits} in all, got {_check.show(text)}")
+    for position, character in enumerate(text):
+        if character not in "01+-":
+            raise ValueError(
+                f"{name} must hold only the characters 0 1 + -, got {character!r} at position {position} of "
+                f"{_check.show(text)}"
+            )
+    return text
 
 
 def weights(value: Any, n_address: int, n_value: int, name: str = "data") -> np.ndarray:

@@ -17,6 +17,7 @@ def outcome(value: Any, n_qubits: int, name: str = "outcome") -> int:
     """
     if not isinstance(value, str):
         return _check.integer(value, name, minimum=0, maximum=2**n_qubits - 1)
+    value = _check.plain(value)
     if len(value) != n_qubits or set(value) - {"0", "1"}:
         raise ValueError(
             f"{name} must be a text of {n_qubits} characters 0 and 1, one per qubit, got {_check.show(value)}"
@@ -54,25 +55,15 @@ def flag(value: Any, name: str) -> bool:
 
 
 def output(value: Any, length: int, dtype: Any, name: str = "out") -> np.ndarray:
-    """Return an array that the core may fill."""
-    expected = f"{name} must be a writable, contiguous array of shape ({length},) and type {np.dtype(dtype)}"
+    """Return an array that may be filled, of any address, stride and byte order."""
+    expected = f"{name} must be a writable array of shape ({length},) and type {np.dtype(dtype)}"
     if not isinstance(value, np.ndarray):
         raise TypeError(f"{expected}, got {_check.show(value)}")
-    if value.dtype != dtype:
-        raise TypeError(f"{expected}, got type {value.dtype}")
-    if value.shape != (length,):
-        raise ValueError(f"{expected}, got shape {value.shape}")
-    if not (value.flags.c_contiguous and value.flags.writeable and value.flags.aligned):
-        raise ValueError(f"{expected}, got one with {_defects(value)}")
-    return value
-
-
-def _defects(array: np.ndarray) -> str:
-    words = []
-    if not array.flags.c_contiguous:
-        words.append("gaps between its entries")
+    array = np.asarray(value)  # what a class of the user's says about itself is not asked
+    if array.dtype.newbyteorder("=") != dtype:
+        raise TypeError(f"{expected}, got type {array.dtype}")
+    if array.shape != (length,):
+        raise ValueError(f"{expected}, got shape {array.shape}")
     if not array.flags.writeable:
-        words.append("its entries locked against writing")
-    if not array.flags.aligned:
-        words.append("entries at odd addresses")
-    return " and ".join(words)
+        raise ValueError(f"{expected}, got one that is locked against writing")
+    return array

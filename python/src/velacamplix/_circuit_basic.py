@@ -5,6 +5,7 @@ from __future__ import annotations
 from dataclasses import replace
 from typing import Dict, Iterator, List, Tuple
 
+from . import _check
 from ._circuit_composites import COMPOSITES
 from ._circuit_definition import size
 from .instruction import Instruction
@@ -30,7 +31,7 @@ def basic(step: Instruction) -> Iterator[Instruction]:
             return iter(_built(step))
         return iter((step,))
     if size(step) > MOST_STEPS:
-        raise ValueError(f"gate {step.name!r} must expand to at most {MOST_STEPS} steps, got more")
+        raise ValueError(f"gate {_check.show(step.name)} must expand to at most {MOST_STEPS} steps, got more")
     return _expanded(step)
 
 
@@ -74,7 +75,7 @@ def body_of(step: Instruction) -> List[Instruction]:
     except CalculationError as error:
         values_text = ", ".join(f"{value:g}" for value in step.params)
         raise CalculationError(
-            f"{error}, in gate {definition.name!r} called with ({values_text})", error.expression
+            f"{error}, in gate {_check.show(definition.name)} called with ({values_text})", error.expression
         ) from None
     return inner
 

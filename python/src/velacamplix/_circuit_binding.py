@@ -95,12 +95,13 @@ def checked_values(known: Tuple[str, ...], values: Any, named: Dict[str, Any]) -
         name = key.name if isinstance(key, Parameter) else key
         if not isinstance(name, str):
             raise TypeError(f"values must have names or parameters as keys, got {_check.show(key)}")
+        name = _check.plain(name)
         if name not in names:
             raise ValueError(f"values must be for parameters of the circuit, {_shown(known)}; got {_check.show(name)}")
         if name in result:
-            raise ValueError(f"values must give each parameter once, got {name!r} twice")
+            raise ValueError(f"values must give each parameter once, got {_check.show(name)} twice")
         plain = type(value) is float and value - value == 0.0
-        result[name] = value if plain else _check.real(value, f"value of {name!r}")
+        result[name] = value if plain else _check.real(value, f"value of {_check.show(name)}")
     return result
 
 

@@ -86,10 +86,11 @@ class GateDefinition:
     def __new__(cls, name: str, circuit: Circuit, params: Optional[Sequence[str]] = None) -> GateDefinition:
         if not isinstance(name, str):
             raise TypeError(f"name must be a text, got {_check.show(name)}")
+        name = _check.plain(name)
         if not name or is_taken(name):
             raise ValueError(
                 "name must be new, not that of a gate or instruction the package knows, in capital or small letters, "
-                f"got {name!r}"
+                f"got {_check.show(name)}"
             )
         if not hasattr(circuit, "instructions") or not hasattr(circuit, "parameters"):
             raise TypeError(f"circuit must be a Circuit, got {_check.show(circuit)}")
@@ -273,6 +274,7 @@ def _names(params: Sequence[Any]) -> Tuple[str, ...]:
     for name in names:
         if not isinstance(name, str):
             raise TypeError(f"params must be names of parameters, got {_check.show(name)}")
+    names = tuple([_check.plain(name) for name in names])
     if len(set(names)) < len(names):
         raise ValueError(f"params must be distinct, got {list(names)}")
     return names

@@ -112,7 +112,7 @@ class Figures:
         plain, all_qubits = _check_readout.flag(ascii, "ascii"), _check_readout.flag(idle, "idle")
         return draw(self._n_qubits, self._registers, self._instructions, width, plain, all_qubits)
 
-    def to_qasm(self) -> str:
+    def to_qasm(self, *, definitions: bool = True) -> str:
         """Return the circuit as an OpenQASM 2 program.
 
         `from_qasm` makes the same circuit of it again. Gates of qelib1.inc are written by their names, others as gate
@@ -121,8 +121,17 @@ class Figures:
         beyond), and a measurement or reset of several qubits that are no whole register as one for each qubit.
         Definitions whose name the program has for something else, or two of one name, get others.
 
+        Parameters
+        ----------
+        definitions : bool
+            Gates that came into qelib1.inc after its publication (arXiv:1707.03429), as sx, swap and crx, are written
+            with their definitions, so that every reader understands them. False leaves these definitions out, for
+            readers whose file has the gates.
+
         Raises
         ------
+        TypeError
+            If `definitions` is neither True nor False.
         ValueError
             If a parameter has no value, or an instruction cannot be said in OpenQASM 2; the message names it.
 
@@ -141,7 +150,7 @@ class Figures:
         """
         from .qasm.writer import write_qasm
 
-        return write_qasm(self)
+        return write_qasm(self, _check_readout.flag(definitions, "definitions"))
 
     @classmethod
     def from_qasm(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
@@ -184,8 +193,11 @@ class Figures:
     def from_qasm3(cls, path_or_text: Union[str, os.PathLike[str]]) -> Self:
         """Read an OpenQASM 3 program by way of Qiskit's importer.
 
-        What Qiskit's importer reads and this package's circuits can say: gates, definitions, measurement, reset,
-        barriers, and ``if`` on bits and registers. Input parameters become parameters of the circuit.
+        What Qiskit's importer reads and this package's circuits can say: gates with all modifiers, definitions, phases,
+        measurement, reset, barriers, and ``if`` on bits and registers. Input parameters become parameters of the circuit.
+        The state is the program's, global phase included; a delay leaves no instruction. Whatever is not carried out
+        exactly is refused: loops, ``if`` inside ``if``, ``else`` after a condition on several bits, powers with a
+        fraction that readers understand differently.
 
         Parameters
         ----------
@@ -196,10 +208,16 @@ class Figures:
         ------
         ImportError
             If ``qiskit`` or ``qiskit_qasm3_import`` is not installed; the message tells how to get them.
-        ValueError
-            If the program is wrong, or has something a circuit cannot say; the message names it.
+        velacamplix.qasm.QasmError
+            If the program is wrong, or has something a circuit cannot say; it names it, with line and column. A
+            ``ValueError``.
         OSError
             If the file cannot be read.
+
+        Notes
+        -----
+        ``U(theta, phi, lambda)`` is Qiskit's: its entry for 0 and 0 is cos(theta/2). The language's own text multiplies
+        it by exp(i theta/2), which no measurement can tell but for controlled forms.
         """
         from .qasm.version3 import read_qasm3
 

@@ -175,11 +175,12 @@ class StepMethods:
             if not self._n_clbits:
                 raise self._no_bits(clbits)
             return _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
+        clbits = _check.plain(clbits)
         for register in self._registers:
             if register.kind == "classical" and register.name == clbits:
                 return tuple(register.bits)
         names = [register.name for register in self._registers if register.kind == "classical"]
-        known = f"one of {names}" if names else "of which there is none"
+        known = f"one of {_check.show(names)}" if names else "of which there is none"
         raise KeyError(f"clbits must name a classical register, {known}, got {_check.show(clbits)}")
 
     def _no_bits(self, clbits: object) -> IndexError:

@@ -8,9 +8,11 @@ import numpy as np
 
 from . import _check, _check_readout, _core
 from .circuit import Circuit
-from .instruction import Instruction
+from .instruction import BY_ENTRIES, Instruction
 
 _PROGRAM_TYPES: Dict[str, Any] = {"single": _core.ProgramSingle, "double": _core.ProgramDouble}
+# Gates between two looks at signals.
+_PIECE = 2**15
 _LARGEST_SINGLE = float(np.finfo(np.float32).max)
 
 
@@ -51,14 +53,16 @@ def compiled(
     Raises
     ------
     ValueError
-        If a number does not fit the precision.
+        If an entry of a matrix does not fit the precision.
     """
     program = _PROGRAM_TYPES[precision](n_qubits)
     program.set_fusion(fusion)
-    taken = program.add(gates, places)
-    if taken < len(gates):
-        refused = gates[taken]
-        raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
+    for start in range(0, len(gates), _PIECE):
+        piece = gates[start : start + _PIECE]
+        taken = program.add(piece, places)
+        if taken < len(piece):
+            refused = piece[taken]
+            raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
     return program
 
 
@@ -71,11 +75,10 @@ def told(step: Instruction, circuit: Circuit) -> str:
 
 
 def too_large(name: str, params: Sequence[Any], precision: str) -> Optional[str]:
-    """Return what is wrong with a gate's numbers, or None. They have been found finite before."""
-    if precision == "double":
+    """Return what is wrong with a gate's numbers, or None. They have been found finite before; angles may be any."""
+    if precision == "double" or name not in BY_ENTRIES:
         return None
     for value in params:
         if max(abs(value.real), abs(value.imag)) > _LARGEST_SINGLE:
-            what = f"{name} entry" if name in ("matrix", "diagonal") else "angle"
-            return f"{what} must fit single precision, got {value!r}"
+            return f"{name} entry must fit single precision, got {value!r}"
     return None

@@ -10,6 +10,7 @@ import numpy as np
 from . import _core, _machine
 from ._annotations import Self
 from ._exports import Exports
+from ._pickling import Packed
 
 # What `_start` sets.
 _OWN = frozenset({"_n_qubits", "_precision", "_threads", "_amplitude_type", "_core"})
@@ -51,9 +52,9 @@ class Copies(Exports):
     def __reduce__(self) -> Tuple[Any, ...]:
         engine = _core.engine(self._live())
         # A copy rather than a view: a gate may act while the pickle is being written.
-        amplitudes = self.statevector(order="little")
-        arguments = (type(self), self._n_qubits, self._precision, self._threads, engine, amplitudes)
-        return _unpickled, arguments, self._further() or None
+        amplitudes = Exports.statevector(self, order="little")
+        settings = (type(self), self._n_qubits, self._precision, self._threads, engine)
+        return _unpacked, (_Amplitudes(settings, amplitudes, is_spare=True),), self._further() or None
 
     def _further(self) -> Dict[str, Any]:
         # What a class that inherits has added.
@@ -86,9 +87,36 @@ class Copies(Exports):
         raise NotImplementedError
 
 
-def _unpickled(kind: Any, n: int, precision: str, threads: int, engine: str, amplitudes: np.ndarray) -> Any:
+class _Amplitudes(Packed):
+    """Amplitudes in a pickle, which are put together again where they belong."""
+
+    state: Any = None
+
+    def __init__(self, settings: Tuple[Any, ...], array: np.ndarray, is_spare: bool = False) -> None:
+        super().__init__(array, is_spare)
+        self._settings = settings
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        return _begun, self._settings, None, self.numbers()
+
+
+def _begun(kind: Any, n: int, precision: str, threads: int, engine: str) -> _Amplitudes:
     # This machine may allow fewer threads.
     state = kind._another(n, precision, min(threads, _machine.most_threads()))
-    state._live().view()[:] = amplitudes
     _core.set_engine(state._live(), engine)
-    return state
+    begun = _Amplitudes((), state._live().view())
+    begun.state = state
+    return begun
+
+
+def _unpacked(amplitudes: _Amplitudes) -> Any:
+    # The reader of the pickle lives on; a view that did would be in the way of `release`.
+    del amplitudes.array
+    return amplitudes.state
+
+
+def _unpickled(kind: Any, n: int, precision: str, threads: int, engine: str, amplitudes: np.ndarray) -> Any:
+    """Return the state of a pickle that version 0.1 has written."""
+    begun = _begun(kind, n, precision, threads, engine)
+    begun.array[:] = amplitudes
+    return begun.state

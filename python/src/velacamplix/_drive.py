@@ -1,16 +1,24 @@
-"""Lets the core work through a program while Python looks after signals and progress."""
+"""Lets the core work while Python looks after signals and progress."""
 
 from __future__ import annotations
 
 import contextlib
 import threading
-from typing import Any, Callable, Optional
+from typing import Any, Callable, Optional, Tuple
 
 # Seconds between two looks at signals and two reports of progress.
 INTERVAL = 0.05
 
+Report = Optional[Callable[[int, int], Any]]
 
-def drive(core: Any, program: Any, report: Optional[Callable[[int, int], Any]] = None) -> None:
+
+def heard(report: Report = None) -> Tuple[Report, float, bool]:
+    """Return what a call of the core takes in order to hear signals and tell ``report(done, total)`` meanwhile."""
+    # Only Python's main thread runs signal handlers.
+    return report, INTERVAL, threading.get_ident() == threading.main_thread().ident
+
+
+def drive(core: Any, program: Any, report: Report = None) -> None:
     """Apply the program's gates to the core's state; other Python threads go on meanwhile.
 
     ``report(done, total)`` is called between passes, at most once per `INTERVAL` and once at the end. It must not use
@@ -22,9 +30,7 @@ def drive(core: Any, program: Any, report: Optional[Callable[[int, int], Any]] =
         What `report` or a signal handler raised. The run has then stopped between two passes: the first gates have
         acted, and the exception's attribute ``gates_applied`` tells how many.
     """
-    # Only Python's main thread runs signal handlers.
-    signals = threading.get_ident() == threading.main_thread().ident
-    applied, error = program.run(core, report, INTERVAL, signals)
+    applied, error = program.run(core, *heard(report))
     if error is None:
         return
     # An exception without a __dict__ cannot take it.

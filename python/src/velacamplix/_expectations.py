@@ -7,6 +7,8 @@ from typing import Any, NamedTuple, Union
 import numpy as np
 
 from . import _check_readout, _core, _memory
+from ._drive import heard
+from ._progress import ProgressLike, metered
 from ._state_part import StatePart
 from .observable import Observable, ObservableLike
 
@@ -26,13 +28,15 @@ class Expectations(StatePart):
     Values are summed in double precision and coefficients are double, also for a state in single precision.
     """
 
-    def expectation(self, observable: ObservableLike) -> Union[float, complex]:
+    def expectation(self, observable: ObservableLike, progress: ProgressLike = None) -> Union[float, complex]:
         """Return the exact expectation value; the state does not change.
 
         Parameters
         ----------
         observable : Observable, str, dict or list
             On at most n qubits.
+        progress : None, bool or callable
+            As for `run`; terms are counted.
 
         Returns
         -------
@@ -51,11 +55,17 @@ class Expectations(StatePart):
         2.5
         """
         core, checked = self._live(), self._observable(observable)
-        value = _core.expectation(core, checked.compiled())
+        with metered(progress, len(checked.terms), "terms") as meter:
+            value = _core.expectation(core, checked.compiled(), *heard(meter.within()))
         return value if checked.is_complex else value.real
 
-    def term_values(self, observable: ObservableLike) -> np.ndarray:
+    def term_values(self, observable: ObservableLike, progress: ProgressLike = None) -> np.ndarray:
         """Return coefficient times expectation value of every term.
+
+        Parameters
+        ----------
+        observable, progress
+            As for `expectation`.
 
         Returns
         -------
@@ -75,13 +85,17 @@ class Expectations(StatePart):
         [0.5, -2.0]
         """
         core, checked = self._live(), self._observable(observable)
-        return _values(_core.term_values(core, checked.compiled()), checked)
+        with metered(progress, len(checked.terms), "terms") as meter:
+            values = _core.term_values(core, checked.compiled(), *heard(meter.within()))
+        return _values(values, checked)
 
-    def estimate(self, observable: ObservableLike, shots: int, per_term: bool = False) -> Estimate:
+    def estimate(
+        self, observable: ObservableLike, shots: int, per_term: bool = False, progress: ProgressLike = None
+    ) -> Estimate:
         """Estimate an expectation value from shots, as a quantum computer would.
 
         Every term has its own shots: its qubits are turned into its basis, measured `shots` times, and turned back.
-        Rounding aside the state does not change.
+        Rounding aside the state does not change. Shots are those of the normalised state, as for `sample`.
 
         Parameters
         ----------
@@ -91,6 +105,8 @@ class Expectations(StatePart):
             For every term, at least 1.
         per_term : bool
             True gives coefficient times mean and the standard error of every term in place of the sum.
+        progress : None, bool or callable
+            As for `run`; the shots of all terms are counted.
 
         Returns
         -------
@@ -101,7 +117,10 @@ class Expectations(StatePart):
         Raises
         ------
         TypeError, ValueError
-            As for `expectation`, or if `shots` is no integer of at least 1.
+            As for `expectation`, or if `shots` is no integer of at least 1; also ValueError if the state's probabilities
+            add up to 0, to infinity or to nan. No random number is then used up.
+        KeyboardInterrupt
+            After Ctrl-C. The state has then been turned back, and random numbers of the shots so far are used up.
 
         Examples
         --------
@@ -118,9 +137,9 @@ class Expectations(StatePart):
         longest = max((len(term.qubits) for term in checked.terms), default=0)
         _memory.require_bytes(8 << longest, f"the table of outcomes of a term on {longest} qubits")
 
-        means, errors = _core.estimate(
-            core, [(term.coefficient, term.paulis, term.qubits) for term in checked.terms], count
-        )
+        terms = [(term.coefficient, term.paulis, term.qubits) for term in checked.terms]
+        with metered(progress, count * len(terms), "shots") as meter:
+            means, errors = _core.estimate(core, terms, count, *heard(meter.within()))
         values, deviations = _values(means, checked), np.abs(errors).astype(np.float64)
         if separate:
             return Estimate(values, deviations)

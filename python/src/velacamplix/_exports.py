@@ -3,12 +3,17 @@
 from __future__ import annotations
 
 import math
-from typing import Dict, Optional
+from typing import Any, Dict, Optional
 
 import numpy as np
 
-from . import _check, _check_readout, _core, _memory
+from . import _array_order, _check, _check_readout, _core, _memory
+from ._drive import heard
+from ._progress import ProgressLike, checked, metered
 from ._state_part import Qubits, StatePart, bit_string
+
+# Entries between two looks at signals and progress.
+_PIECE = 2**16
 
 # What one entry takes while a dictionary is made: a node of the core's map, two numbers, the text, its value, its slot.
 _BYTES_PER_ENTRY = 400
@@ -17,15 +22,16 @@ _BYTES_PER_ENTRY = 400
 class Exports(StatePart):
     """Nothing here changes the state."""
 
-    def statevector(self, order: str = "big", out: Optional[np.ndarray] = None) -> np.ndarray:
+    def statevector(self, order: Optional[str] = None, out: Optional[np.ndarray] = None) -> np.ndarray:
         """Return a copy of the 2**n amplitudes.
 
         Parameters
         ----------
-        order : {"big", "little"}
-            Whether qubit 0 is the most or the least significant bit of a position. "little" is the order of `array`.
+        order : {"little", "big"}, optional
+            Whether qubit 0 is the lowest bit of an index ("little", the default and the order of `array`) or the
+            highest. Without it there is a FutureWarning, in this version only, where the two would differ.
         out : numpy.ndarray, shape (2**n,), optional
-            Where to put the copy: ``complex128`` for double precision, ``complex64`` for single.
+            Where to put the copy: ``complex128`` for double precision, ``complex64`` for single, of any memory layout.
 
         Returns
         -------
@@ -35,7 +41,7 @@ class Exports(StatePart):
         Raises
         ------
         TypeError, ValueError
-            If `out` is no such array, not contiguous, not writable, or shares memory with the state.
+            If `out` is no such array, not writable, or shares memory with the state.
         MemoryError
             If the copy does not fit.
 
@@ -43,24 +49,34 @@ class Exports(StatePart):
         --------
         >>> from velacamplix import StateVector
         >>> state = StateVector(3).x(0)
-        >>> int(state.statevector().argmax()), int(state.statevector(order="little").argmax())
-        (4, 1)
+        >>> int(state.statevector(order="little").argmax()), int(state.statevector(order="big").argmax())
+        (1, 4)
         """
-        core, permuted = self._live(), _check.order(order) == "big"
+        core, permuted = self._live(), order is not None and _check.order(order) == "big"
         length = 2**self._n_qubits
-        if out is None:
+        target = None
+        if out is not None:
+            target = _check_readout.output(out, length, self._amplitude_type)
+            if np.may_share_memory(target, core.view()):
+                raise ValueError("out must not share memory with the state, got a view made by .array")
+        if target is not None and _is_plain(target):
+            copy = target
+        else:
             _memory.require_bytes(
                 length * np.dtype(self._amplitude_type).itemsize, f"a copy of the amplitudes of {self._n_qubits} qubits"
             )
-            out = np.empty(length, dtype=self._amplitude_type)
-        else:
-            out = _check_readout.output(out, length, self._amplitude_type)
-            if np.may_share_memory(out, core.view()):
-                raise ValueError("out must not share memory with the state, got a view made by .array")
-        _core.copy_amplitudes(core, out, permuted)
+            copy = np.empty(length, dtype=self._amplitude_type)
+        _core.copy_amplitudes(core, copy, permuted)
+        _array_order.of_amplitudes(copy, order, "statevector()")
+        if out is None or target is None:
+            return copy
+        if copy is not target:
+            target[...] = copy
         return out
 
-    def to_dict(self, threshold: float = 0.0, order: str = "big") -> Dict[str, complex]:
+    def to_dict(
+        self, threshold: float = 0.0, order: str = "big", progress: ProgressLike = None
+    ) -> Dict[str, complex]:
         """Return the amplitudes that are not small, by basis state.
 
         Parameters
@@ -69,6 +85,8 @@ class Exports(StatePart):
             Only amplitudes of a magnitude above this are listed; with 0, the default, all whose square is not zero.
         order : {"big", "little"}
             Whether the first character of a key belongs to qubit 0 or to qubit n - 1.
+        progress : None, bool or callable
+            As for `run`; entries are counted.
 
         Returns
         -------
@@ -85,21 +103,23 @@ class Exports(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> StateVector(3).reset("011").to_dict()
+        >>> StateVector(3).set_basis_state("011").to_dict()
         {'011': (1+0j)}
-        >>> StateVector(3).reset("011").to_dict(order="little")
+        >>> StateVector(3).set_basis_state("011").to_dict(order="little")
         {'110': (1+0j)}
         """
         core, order, limit = self._live(), _check.order(order), _check_readout.threshold(threshold)
+        checked(progress)
         self._require_entries(core, self._n_qubits, limit)
-        keys, values = _core.mapped_amplitudes(core, limit)
-        texts = [bit_string(key, self._n_qubits) for key in keys.tolist()]
-        if order == "big":
-            return dict(zip(texts, values.tolist()))
-        return dict(sorted((text[::-1], value) for text, value in zip(texts, values.tolist())))
+        keys, values = _core.mapped_amplitudes(core, limit, order == "big", *heard())
+        return _by_text(keys, values, self._n_qubits, progress)
 
     def distribution_dict(
-        self, qubits: Optional[Qubits] = None, threshold: float = 0.0, order: str = "big"
+        self,
+        qubits: Optional[Qubits] = None,
+        threshold: float = 0.0,
+        order: str = "big",
+        progress: ProgressLike = None,
     ) -> Dict[str, float]:
         """Return the probabilities of the outcomes that are not improbable.
 
@@ -111,6 +131,8 @@ class Exports(StatePart):
             Only probabilities above this are listed.
         order : {"big", "little"}
             Whether the first listed qubit is the leftmost character of a key or the rightmost.
+        progress : None, bool or callable
+            As for `run`; entries are counted.
 
         Returns
         -------
@@ -128,17 +150,25 @@ class Exports(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("10+")
+        >>> state = StateVector(3).set_basis_state("10+")
         >>> {outcome: round(p, 6) for outcome, p in state.distribution_dict([0, 2]).items()}
         {'10': 0.5, '11': 0.5}
         """
         core, listed, limit = self._live(), self._highest_first(qubits, order), _check_readout.threshold(threshold)
+        checked(progress)
         if len(listed) == self._n_qubits:
             self._require_entries(core, len(listed), math.sqrt(limit))
         else:
             self._require_entries(core, len(listed), None)
-        keys, values = _core.mapped_distribution(core, limit, listed)
-        return {bit_string(key, len(listed)): value for key, value in zip(keys.tolist(), values.tolist())}
+        try:
+            _memory.require_bytes(8 << len(listed), "")
+        except MemoryError:  # few outcomes may fit where room for all does not
+            keys, values = _core.mapped_distribution(core, limit, listed)
+        else:
+            distribution = core.distribution(listed)
+            keys = np.flatnonzero(distribution > limit)
+            values = distribution[keys]
+        return _by_text(keys, values, len(listed), progress)
 
     def _require_entries(self, core: object, n_qubits: int, magnitude: Optional[float]) -> None:
         """Refuse a dictionary of outcomes of `n_qubits` that does not fit; the core would end the process."""
@@ -149,6 +179,23 @@ class Exports(StatePart):
             if magnitude is not None:
                 most = _above(core.view(), magnitude)  # type: ignore[attr-defined]
             _memory.require_bytes(_BYTES_PER_ENTRY * most, f"a dictionary of {most} entries")
+
+
+def _by_text(keys: np.ndarray, values: np.ndarray, n_qubits: int, progress: ProgressLike) -> Dict[str, Any]:
+    found: Dict[str, Any] = {}
+    with metered(progress, len(keys), "entries") as meter:
+        for start in range(0, len(keys), _PIECE):
+            piece = slice(start, start + _PIECE)
+            texts = [bit_string(key, n_qubits) for key in keys[piece].tolist()]
+            found.update(zip(texts, values[piece].tolist()))
+            meter.advance(len(texts))
+            meter.tell()
+    return found
+
+
+def _is_plain(array: np.ndarray) -> bool:
+    """Whether the core can fill an array where it lies."""
+    return array.flags.c_contiguous and array.flags.aligned and array.dtype.isnative
 
 
 def _above(amplitudes: np.ndarray, magnitude: float) -> int:

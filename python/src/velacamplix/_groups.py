@@ -41,14 +41,15 @@ def processor_quota(root: str) -> Optional[float]:
     return min(quotas) if quotas else None
 
 
-def threads_left(root: str) -> Optional[int]:
-    """Return how many threads the groups let this process start, or None where they set no limit."""
-    left = []
-    for folder in folders(root, "pids"):
-        limit = number_in(f"{folder}/pids.max")
-        if limit is not None:
-            left.append(max(0, limit - (number_in(f"{folder}/pids.current") or 0)))
-    return min(left) if left else None
+def thread_limits(root: str) -> Tuple[Tuple[int, str], ...]:
+    """Return the limits that the groups set for the number of threads, each with the file that counts those there are."""
+    found = [(number_in(f"{folder}/pids.max"), f"{folder}/pids.current") for folder in folders(root, "pids")]
+    return tuple((limit, counter) for limit, counter in found if limit is not None)
+
+
+def threads_left(limits: Tuple[Tuple[int, str], ...]) -> Optional[int]:
+    """Return how many threads such limits let this process start now, or None where there are none."""
+    return min((max(0, limit - (number_in(counter) or 0)) for limit, counter in limits), default=None)
 
 
 def folders(root: str, controller: str) -> Tuple[str, ...]:

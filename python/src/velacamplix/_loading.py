@@ -52,9 +52,7 @@ class Loading(StatePart):
         _memory.require_bytes(16 * values.size, f"a copy of the data of {len(targets)} qubits")
         # The core wants the highest-numbered qubit as most significant bit, whatever the order of its list.
         descending = sorted(range(len(highest)), key=lambda place: -highest[place])
-        if descending != list(range(len(highest))):
-            values = values.reshape((2,) * len(highest)).transpose(descending).reshape(-1)
-        _core.prepare(core, np.array(values, dtype=np.complex128, order="C"), highest)
+        _core.prepare(core, _transposed(values, descending), highest)
         return self
 
     def qram(self, data: Any, address_qubits: Qubits, value_qubits: Qubits, order: str = "big") -> Self:
@@ -146,7 +144,7 @@ class Loading(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("1++").phase_oracle(["10"], qubits=[0, 2])
+        >>> state = StateVector(3).set_basis_state("1++").phase_oracle(["10"], qubits=[0, 2])
         >>> {outcome: round(amplitude.real, 6) for outcome, amplitude in state.to_dict().items()}
         {'100': -0.5, '101': 0.5, '110': -0.5, '111': 0.5}
         """
@@ -165,6 +163,20 @@ class Loading(StatePart):
                 f"value_qubits must read 0 before data is loaded, got a probability of {elsewhere:.6g} of something "
                 f"else on qubits {tuple(qubits)}"
             )
+
+
+def _transposed(values: np.ndarray, axes: Sequence[int]) -> np.ndarray:
+    """Return a copy as ``complex128`` whose position has bit ``axes[i]`` of the old one, counted from the left, as bit i.
+
+    >>> _transposed(np.arange(4), [1, 0]).real.tolist()
+    [0.0, 2.0, 1.0, 3.0]
+    """
+    turned = values.reshape((2,) * len(axes)).transpose(axes)
+    outer = max(0, len(axes) - 18)  # so many pieces at a time, between two looks at signals
+    copy: np.ndarray = np.empty((2,) * len(axes), dtype=np.complex128)
+    for place in np.ndindex((2,) * outer):
+        copy[place] = turned[place]
+    return copy.reshape(-1)
 
 
 def _lowest_first(qubits: Tuple[int, ...], order: str) -> Tuple[int, ...]:

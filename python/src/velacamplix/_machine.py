@@ -4,13 +4,18 @@ Every function takes the root of the file system as its last argument, so that t
 another machine in a folder.
 """
 
+import functools
 import os
-from typing import Dict, NamedTuple, Optional, Tuple
+from typing import Dict, FrozenSet, NamedTuple, Optional, Tuple
 
-from . import _check, _groups
+from . import _check, _core, _groups
 
 # A team this large is always a mistake, and OpenMP ends the process when it cannot start a thread.
 MOST_THREADS = max(256, 4 * (os.cpu_count() or 1))
+
+# Where OpenMP binds its threads (OMP_PROC_BIND, GOMP_CPU_AFFINITY), it has bound this one to a single processor when it
+# was loaded, and the affinity tells no more what the process may use. 0 where it does not.
+_BOUND = _core.bound_processors()
 
 
 class Memory(NamedTuple):
@@ -54,10 +59,52 @@ def total_memory(root: str = "/") -> int:
     return _meminfo(root).get("MemTotal", 0)
 
 
+class _Limits(NamedTuple):
+    """What the control groups of this process set."""
+
+    processors: Optional[float]
+    threads: Tuple[Tuple[int, str], ...]
+
+
+@functools.lru_cache(maxsize=1)
+def _limits_of(root: str, affinity: FrozenSet[int]) -> _Limits:
+    # Reading these files takes twenty times as long as making a small state, so what they say is kept until there is a
+    # reason to look again: a new affinity, which costs little to see, a fork, or `refresh_threads`.
+    return _Limits(_groups.processor_quota(root), _groups.thread_limits(root))
+
+
+os.register_at_fork(after_in_child=_limits_of.cache_clear)
+
+
+def refresh_threads() -> int:
+    """Look again at what limits the number of threads, and return the number that is now the default.
+
+    The processors and threads that a container's limits allow are read once per process, and again after a fork and
+    after a change of affinity. Only where they change otherwise, while the process runs, has it to be told.
+
+    Raises
+    ------
+    ValueError
+        If VELACAMPLIX_NUM_THREADS is set to something that is not a number of threads.
+
+    Examples
+    --------
+    >>> from velacamplix import StateVector, refresh_threads
+    >>> refresh_threads() == StateVector(2).threads
+    True
+    """
+    _limits_of.cache_clear()
+    return thread_count(None)
+
+
+def _limits(root: str) -> _Limits:
+    return _limits_of(os.fspath(root), frozenset(os.sched_getaffinity(0)))
+
+
 def processors(root: str = "/") -> int:
     """Return the number of processors this process may keep busy: its affinity, or less if a group has a quota."""
-    allowed = len(os.sched_getaffinity(0))
-    quota = _groups.processor_quota(root)
+    allowed = _BOUND or len(os.sched_getaffinity(0))
+    quota = _limits(root).processors
     if quota is None:
         return allowed
     # A part of a processor is rounded down: a team that overruns its quota is stopped as a whole.
@@ -76,7 +123,7 @@ def default_threads(root: str = "/") -> Tuple[int, str]:
     if own:
         if not _is_count(own):
             raise ValueError(
-                f"environment variable VELACAMPLIX_NUM_THREADS is {own!r}; "
+                f"environment variable VELACAMPLIX_NUM_THREADS is {_check.show(own)}; "
                 f"expected a whole number from 1 to {MOST_THREADS}"
             )
         return int(own), "VELACAMPLIX_NUM_THREADS"
@@ -90,7 +137,8 @@ def default_threads(root: str = "/") -> Tuple[int, str]:
 
 
 def _is_count(text: str) -> bool:
-    return text.isascii() and text.isdigit() and 1 <= int(text) <= MOST_THREADS
+    # No count has more digits, and int() refuses thousands of them.
+    return text.isascii() and text.isdigit() and len(text) < 10 and 1 <= int(text) <= MOST_THREADS
 
 
 def thread_count(threads: Optional[int], root: str = "/") -> int:
@@ -119,7 +167,7 @@ def thread_count(threads: Optional[int], root: str = "/") -> int:
 
 def most_threads(root: str = "/") -> int:
     """Return the largest number of threads that can be asked for: OpenMP ends the process when one is refused."""
-    left = _groups.threads_left(root)
+    left = _groups.threads_left(_limits(root).threads)
     # Those that run already are there to be used.
     return MOST_THREADS if left is None else max(1, min(MOST_THREADS, left + _own_threads(root)))
 

@@ -46,6 +46,10 @@ class MatrixGates(StatePart):
         MemoryError
             If the working copies of the matrix, one per thread, do not fit.
 
+        Notes
+        -----
+        Ctrl-C is heard behind the sweep over the state, which takes 2**k multiplications per amplitude.
+
         Examples
         --------
         >>> from velacamplix import StateVector

@@ -88,7 +88,7 @@ def require_state(n: int, precision: str, root: str = "/") -> None:
     if most_without_cache is not None and n <= most_without_cache:
         raise MemoryError(_cache_in_the_way(n, precision, size, memory, most, most_without_cache))
     message = (
-        f"n={n} qubits in {precision} precision need {size}; {_available(memory)}. "
+        f"n={_check.digits(n)} qubits in {precision} precision need {size}; {_available(memory)}. "
         f"{_fits('The largest n that fits', most, precision)}"
     )
     if memory.usable < memory.usable_without_cache and most != most_without_cache:
@@ -119,7 +119,7 @@ def human(size: int) -> str:
 
 def _state_size(n: int, precision: str) -> str:
     exponent = n + BYTES_PER_AMPLITUDE[precision].bit_length() - 1
-    return human(1 << exponent) if exponent < 70 else f"2^{exponent} bytes"
+    return human(1 << exponent) if exponent < 70 else f"2^{_check.digits(exponent)} bytes"
 
 
 def _is_limited(memory: _machine.Memory) -> bool:

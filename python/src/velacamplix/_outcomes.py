@@ -25,7 +25,7 @@ def most_probable(state: StateVector, count: int, qubits: Sequence[int]) -> List
 
     Examples
     --------
-    >>> [(outcome, round(p, 6)) for outcome, p in most_probable(StateVector(3).reset("+01"), 5, [2, 1])]
+    >>> [(outcome, round(p, 6)) for outcome, p in most_probable(StateVector(3).set_basis_state("+01"), 5, [2, 1])]
     [('10', 1.0)]
     """
     try:

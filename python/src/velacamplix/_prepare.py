@@ -9,7 +9,7 @@ from weakref import WeakKeyDictionary
 from . import _memory
 from ._circuit_basic import basic
 from ._circuit_binding import Template
-from ._compile import compiled, told, too_large
+from ._compile import compiled
 from ._segments import Segments, Stretch, cut
 from .circuit import Circuit
 from .instruction import Instruction
@@ -52,7 +52,6 @@ class Prepared:
             # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
             parts = [list(basic(step)) for step in circuit.instructions]
             self.segments = make([part for several in parts for part in several])
-        self._precision = precision
         stretches = [step for step in self.segments.steps if isinstance(step, Stretch)]
         if n_qubits is None:
             n_qubits, places = len(self.segments.active), self._places(circuit)
@@ -64,7 +63,7 @@ class Prepared:
         self._sites = None if template is None else _sites(template, parts, stretches)
 
     def _places(self, circuit: Circuit) -> List[int]:
-        places = [0] * circuit.n_qubits
+        places = [0] * circuit._n_qubits
         for place, qubit in enumerate(self.segments.active):
             places[qubit] = place
         return places
@@ -75,13 +74,7 @@ class Prepared:
         return self._sites is not None
 
     def bind(self, circuit: Circuit) -> None:
-        """Take over the angles of a circuit that was bound from the same template.
-
-        Raises
-        ------
-        ValueError
-            If one of them does not fit the precision. The next `bind` makes up for it.
-        """
+        """Take over the angles of a circuit that was bound from the same template."""
         template, sites = circuit._template, self._sites
         assert template is not None and sites is not None
         angles: List[Any] = []
@@ -93,15 +86,7 @@ class Prepared:
                 whole = Instruction(step.name, step.qubits, values, step.controls, (), step.condition, step.definition)
                 angles.extend([part.params[0] for part in basic(whole) if part.name in _ANGLED])
         for program, (gates, places) in zip(self.programs, sites):
-            taken = program.set_angles(gates, [angles[place] for place in places])
-            if taken < len(gates):
-                self._refuse(circuit, angles[places[taken]])
-
-    def _refuse(self, circuit: Circuit, angle: float) -> None:
-        for step in circuit.instructions:
-            for part in basic(step):
-                if part.params == (angle,):
-                    raise ValueError(f"{told(part, circuit)}: {too_large(part.name, part.params, self._precision)}")
+            program.set_angles(gates, [angles[place] for place in places])
 
 
 # The gates of one program whose angles depend on parameters, and the place of each angle in the list of all.

@@ -1,31 +1,35 @@
-"""How far a run has come: for a function of the caller's, or as a bar on standard error."""
+"""How far a long call has come: for a function of the caller's, or as a bar on standard error."""
 
 from __future__ import annotations
 
+import contextlib
 import importlib
+import math
+import os
 import sys
 import time
-from typing import Any, Callable, NamedTuple, Optional, Union
+from typing import Any, Callable, Iterator, NamedTuple, Optional, Union
 
 from . import _check
 from ._drive import INTERVAL
 
-# A run that is over sooner shows no bar.
+# A run that is over sooner shows no bar; an environment variable may say otherwise.
 _QUIET_SECONDS = 1.0
+_QUIET_VARIABLE = "VELACAMPLIX_QUIET_SECONDS"
 
 
 class Progress(NamedTuple):
-    """How far a run has come, as its progress function is told.
+    """How far a call has come, as its progress function is told.
 
     Attributes
     ----------
     done, total : int
-        Gates. Where a run has split into groups of shots with different outcomes, a gate that acted on one of them
-        counts for that group's share of all shots.
+        Gates of a run; elsewhere the shots, terms or entries that the call is about. Where a run has split into groups
+        of shots with different outcomes, a gate that acted on one of them counts for that group's share of all shots.
     seconds : float
-        Since the first gate was started.
+        Since the work was begun.
     rate : float
-        Gates per second.
+        Gates, shots, terms or entries per second.
     remaining : float or None
         Seconds that are left at this rate; None if it is 0.
 
@@ -46,18 +50,20 @@ ProgressLike = Union[None, bool, Callable[[Progress], Any]]
 
 
 class Meter:
-    """Counts gates and tells the one who asked, not more often than he can read.
+    """Counts gates, or what else is done, and tells the one who asked, not more often than he can read.
 
     Parameters
     ----------
     progress : None, bool or callable
-        As the caller gave it. True shows a bar once `_QUIET_SECONDS` have passed.
+        As the caller gave it. True shows a bar once the quiet seconds have passed.
     total : int
-        Gates there are to do.
+        How much there is to do.
+    unit : str
+        Of what, in the plural.
     """
 
-    def __init__(self, progress: ProgressLike, total: int) -> None:
-        self._tell = checked(progress)
+    def __init__(self, progress: ProgressLike, total: int, unit: str = "gates") -> None:
+        self._tell = checked(progress, unit)
         self._total = total
         self._done = 0.0
         self._is_over = False
@@ -76,14 +82,18 @@ class Meter:
                 self._tell.close()
 
     def within(self, weight: float = 1.0) -> Optional[Callable[[int, int], None]]:
-        """Return what the core calls while it works through one program, whose gates count `weight` each."""
+        """Return what the core calls while it does a part of the work, of which every piece counts `weight`."""
         if self._tell is None:
             return None
         return lambda done, total: self._update(self._done + weight * done)
 
-    def advance(self, gates: int, weight: float = 1.0) -> None:
-        """Note that some gates are done for good."""
-        self._done += weight * gates
+    def advance(self, count: int, weight: float = 1.0) -> None:
+        """Note that something is done for good."""
+        self._done += weight * count
+
+    def tell(self) -> None:
+        """Tell what has been noted, unless that was a moment ago."""
+        self._update(self._done)
 
     def _update(self, done: float) -> None:
         if self._tell is None or self._is_over:
@@ -101,12 +111,39 @@ class Meter:
         self._tell(Progress(whole, self._total, seconds, rate, (self._total - whole) / rate if rate else None))
 
 
-def checked(progress: Any) -> Optional[Callable[[Progress], Any]]:
+class _Unasked:
+    """A meter that nobody looks at: what short calls spend no time on."""
+
+    def __enter__(self) -> _Unasked:
+        return self
+
+    def __exit__(self, kind: Any, error: Any, traceback: Any) -> None:
+        pass
+
+    def within(self, weight: float = 1.0) -> None:
+        pass
+
+    def advance(self, count: int, weight: float = 1.0) -> None:
+        pass
+
+    def tell(self) -> None:
+        pass
+
+
+_UNASKED = _Unasked()
+
+
+def metered(progress: ProgressLike, total: int, unit: str) -> Union[Meter, _Unasked]:
+    """Return a meter for a call that is usually short."""
+    return _UNASKED if progress is None else Meter(progress, total, unit)
+
+
+def checked(progress: Any, unit: str = "gates") -> Optional[Callable[[Progress], Any]]:
     """Return the function that hears of progress, or None."""
     if progress is None or progress is False:
         return None
     if progress is True:
-        return _Bar()
+        return _Bar(unit)
     if not callable(progress):
         raise TypeError(
             f"progress must be None, True, False or a function of one Progress, got {_check.show(progress)}"
@@ -115,37 +152,80 @@ def checked(progress: Any) -> Optional[Callable[[Progress], Any]]:
 
 
 class _Bar:
-    """Shows a bar by tqdm, by rich, or as one line, whichever there is."""
+    """Shows a bar by tqdm, by rich, or as one line, whichever there is; nothing where standard error takes nothing."""
 
-    def __init__(self) -> None:
+    def __init__(self, unit: str) -> None:
+        self._unit = unit
+        self._quiet = _quiet_seconds()
         self._shown: Any = None
 
     def __call__(self, progress: Progress) -> None:
-        if self._shown is None:
-            if progress.seconds < _QUIET_SECONDS:
-                return
-            self._shown = _first_available(progress)
-        self._shown.show(progress)
+        if self._shown is None and progress.seconds < self._quiet:
+            return
+        with self._harmless():
+            if self._shown is None:
+                self._shown = _first_available(progress, self._unit)
+            self._shown.show(progress)
 
     def close(self) -> None:
         if self._shown is not None:
-            self._shown.close()
+            with self._harmless():
+                self._shown.close()
+
+    @contextlib.contextmanager
+    def _harmless(self) -> Iterator[None]:
+        # A standard error that is closed or full is no reason to lose a run; what a signal handler raises meanwhile,
+        # often a TimeoutError, which is an OSError without a number of the system, is one.
+        try:
+            yield
+        except (OSError, ValueError) as error:
+            is_closed = getattr(sys.stderr, "closed", True) and not isinstance(error, OSError)
+            if not is_closed and getattr(error, "errno", None) is None:
+                raise
+            self._shown = _Nothing()
 
 
-def _first_available(progress: Progress) -> Any:
+def _quiet_seconds() -> float:
+    text = os.environ.get(_QUIET_VARIABLE, "").strip()
+    if not text:
+        return _QUIET_SECONDS
+    try:
+        seconds = float(text)
+    except ValueError:
+        seconds = math.nan
+    if not 0 <= seconds < math.inf:
+        raise ValueError(
+            f"environment variable {_QUIET_VARIABLE} is {text!r}; expected a number of seconds, 0 or more"
+        )
+    return seconds
+
+
+def _first_available(progress: Progress, unit: str) -> Any:
+    if sys.stderr is None:
+        return _Nothing()
     for display in (_Tqdm, _Rich):
         try:
-            return display(progress)
+            return display(progress, unit)
         except ImportError:
             pass
-    return _Line()
+    return _Line(unit)
+
+
+class _Nothing:
+    def show(self, progress: Progress) -> None:
+        pass
+
+    def close(self) -> None:
+        pass
 
 
 class _Tqdm:
-    def __init__(self, progress: Progress) -> None:
+    def __init__(self, progress: Progress, unit: str) -> None:
         tqdm: Any = importlib.import_module("tqdm")
         # The bar appears late: what was done before belongs to it, the time it took would not.
-        self._bar = tqdm.tqdm(total=progress.total, initial=progress.done, unit=" gates", unit_scale=True, file=sys.stderr)
+        self._bar = tqdm.tqdm(
+            total=progress.total, initial=progress.done, unit=f" {unit}", unit_scale=True, file=sys.stderr
+        )
 
     def show(self, progress: Progress) -> None:
         self._bar.update(progress.done - self._bar.n)
@@ -155,20 +235,21 @@ class _Tqdm:
 
 
 class _Rich:
-    def __init__(self, progress: Progress) -> None:
+    def __init__(self, progress: Progress, unit: str) -> None:
+        self._unit = unit
         rich: Any = importlib.import_module("rich.progress")
         console: Any = importlib.import_module("rich.console").Console(stderr=True)
         self._bar = rich.Progress(
             rich.BarColumn(),
-            rich.TextColumn("{task.completed:.0f}/{task.total:.0f} gates, {task.fields[rate]}"),
+            rich.TextColumn("{task.completed:.0f}/{task.total:.0f} {task.fields[unit]}, {task.fields[rate]}"),
             console=console,
             auto_refresh=False,
         )
         self._bar.start()
-        self._task = self._bar.add_task("", total=progress.total, completed=progress.done, rate="")
+        self._task = self._bar.add_task("", total=progress.total, completed=progress.done, rate="", unit=unit)
 
     def show(self, progress: Progress) -> None:
-        self._bar.update(self._task, completed=progress.done, rate=_rate(progress), refresh=True)
+        self._bar.update(self._task, completed=progress.done, rate=_rate(progress, self._unit), refresh=True)
 
     def close(self) -> None:
         self._bar.stop()
@@ -177,12 +258,13 @@ class _Rich:
 class _Line:
     """One line that is written again and again, without a terminal's help but for the carriage return."""
 
-    def __init__(self) -> None:
+    def __init__(self, unit: str) -> None:
+        self._unit = unit
         self._width = 0
 
     def show(self, progress: Progress) -> None:
         share = progress.done / progress.total if progress.total else 1.0
-        text = f"{progress.done} of {progress.total} gates ({share:.0%}), {_rate(progress)}"
+        text = f"{progress.done} of {progress.total} {self._unit} ({share:.0%}), {_rate(progress, self._unit)}"
         self._width = max(self._width, len(text))
         sys.stderr.write("\r" + text.ljust(self._width))
         sys.stderr.flush()
@@ -192,8 +274,8 @@ class _Line:
         sys.stderr.flush()
 
 
-def _rate(progress: Progress) -> str:
-    text = f"{progress.rate:.3g} gates/s" if progress.rate < 1000 else f"{progress.rate:,.0f} gates/s"
+def _rate(progress: Progress, unit: str) -> str:
+    text = f"{progress.rate:.3g} {unit}/s" if progress.rate < 1000 else f"{progress.rate:,.0f} {unit}/s"
     if progress.remaining is None:
         return text
     minutes, seconds = divmod(round(progress.remaining), 60)

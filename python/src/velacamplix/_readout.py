@@ -37,7 +37,7 @@ class Readout(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("011")
+        >>> state = StateVector(3).set_basis_state("011")
         >>> state.probability("01", qubits=[0, 2]), state.probability("01", qubits=[0, 2], order="little")
         (1.0, 0.0)
         >>> state.probability(3)
@@ -72,7 +72,7 @@ class Readout(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("10+")
+        >>> state = StateVector(3).set_basis_state("10+")
         >>> [round(float(p), 6) for p in state.distribution([0, 2])]
         [0.0, 0.0, 0.5, 0.5]
         """

@@ -3,18 +3,25 @@
 from __future__ import annotations
 
 import secrets
-from typing import Dict, Iterator, Optional, Tuple, Union
+from typing import Iterator, Optional, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _memory
 from ._annotations import Self
+from ._progress import ProgressLike, metered
+from ._shots import Tally
 from ._state_part import Qubits, StatePart, bit_string, highest_first
 from .counts import Counts
 
 
 class Sampling(StatePart):
-    """Shots leave the state as it is; `project` and a collapsing `measure` do not."""
+    """Shots leave the state as it is; `project` and a collapsing `measure` do not.
+
+    Shots are those of the normalised state, whatever its norm: where the probabilities of a state in double precision add
+    up to 1 within 1e-9 random numbers are taken as they are, otherwise, and always in single precision, as shares of
+    what the probabilities add up to.
+    """
 
     @property
     def seed(self) -> int:
@@ -26,7 +33,7 @@ class Sampling(StatePart):
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(4, seed=7).reset("++++")
+        >>> state = StateVector(4, seed=7).set_basis_state("++++")
         >>> first = state.sample(5)
         >>> state.seed = 7
         >>> bool((state.sample(5) == first).all())
@@ -39,7 +46,9 @@ class Sampling(StatePart):
         number = _check_readout.seed(seed)
         _core.set_seed(self._live(), secrets.randbits(32) if number is None else number)
 
-    def sample(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> np.ndarray:
+    def sample(
+        self, shots: int, qubits: Optional[Qubits] = None, order: str = "big", progress: ProgressLike = None
+    ) -> np.ndarray:
         """Draw outcomes of the listed qubits; the state does not change.
 
         Parameters
@@ -50,6 +59,8 @@ class Sampling(StatePart):
             Distinct qubits; all n by default.
         order : {"big", "little"}
             Whether the first listed qubit is the most or the least significant bit of an outcome.
+        progress : None, bool or callable
+            As for `run`; shots are counted.
 
         Returns
         -------
@@ -59,27 +70,35 @@ class Sampling(StatePart):
         Raises
         ------
         TypeError, IndexError, ValueError
-            If `shots` is no integer or negative, or a qubit is no integer, outside the range, or named twice.
+            If `shots` is no integer or negative, or a qubit is no integer, outside the range, or named twice; also
+            ValueError if the probabilities add up to 0, to infinity or to nan. No random number is then used up.
         MemoryError
             If the result does not fit.
+        KeyboardInterrupt
+            After Ctrl-C. Random numbers of the shots so far are used up.
 
         Examples
         --------
         >>> from velacamplix import StateVector
-        >>> state = StateVector(3).reset("011")
+        >>> state = StateVector(3).set_basis_state("011")
         >>> state.sample(2).tolist(), state.sample(2, order="little").tolist(), state.sample(2, [0, 2]).tolist()
         ([3, 3], [6, 6], [1, 1])
         """
         core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
-        # Besides the outcomes, the core sorts what it drew for at most 2**24 shots at a time.
-        _memory.require_bytes(8 * count + 16 * min(count, 2**24), f"an array of {count} shots")
+        # Besides the outcomes, the core sorts what it drew for a piece at a time.
+        _memory.require_bytes(8 * count + 16 * min(count, self._piece()), f"an array of {count} shots")
         outcomes: np.ndarray = np.zeros(count, dtype=np.uint64)
-        if listed:  # the core takes an empty list for all qubits
-            for start, stop in self._pieces(count):
-                _core.sample(core, outcomes[start:stop], listed)
+        with metered(progress, count, "shots") as meter:
+            if listed:  # the core takes an empty list for all qubits
+                for start, stop in self._pieces(count):
+                    _core.sample(core, outcomes[start:stop], listed)
+                    meter.advance(stop - start)
+                    meter.tell()
         return outcomes
 
-    def counts(self, shots: int, qubits: Optional[Qubits] = None, order: str = "big") -> Counts:
+    def counts(
+        self, shots: int, qubits: Optional[Qubits] = None, order: str = "big", progress: ProgressLike = None
+    ) -> Counts:
         """Draw outcomes as `sample` does and count how often each came.
 
         Returns
@@ -92,7 +111,7 @@ class Sampling(StatePart):
 
         Raises
         ------
-        TypeError, IndexError, ValueError
+        TypeError, IndexError, ValueError, KeyboardInterrupt
             As for `sample`.
 
         Examples
@@ -106,13 +125,15 @@ class Sampling(StatePart):
         core, listed, count = self._live(), self._highest_first(qubits, order), _check_readout.shots(shots)
         if not listed:
             return Counts({"": count} if count else {})
-        totals: Dict[int, int] = {}
-        for start, stop in self._pieces(count):
-            piece: np.ndarray = np.empty(stop - start, dtype=np.uint64)
-            _core.sample(core, piece, listed)
-            for outcome, number in _tally(piece, len(listed)):
-                totals[outcome] = totals.get(outcome, 0) + number
-        return Counts.from_ints(totals, len(listed))
+        total = Tally(len(listed))
+        with metered(progress, count, "shots") as meter:
+            for start, stop in self._pieces(count):
+                piece: np.ndarray = np.empty((stop - start, 1), dtype=np.uint64)
+                _core.sample(core, piece[:, 0], listed)
+                total.add(piece)
+                meter.advance(stop - start)
+                meter.tell()
+        return total.counts()
 
     def measure(self, qubits: Optional[Qubits] = None, collapse: bool = False, order: str = "big") -> int:
         """Draw one outcome of the listed qubits.
@@ -134,7 +155,8 @@ class Sampling(StatePart):
         Raises
         ------
         TypeError, IndexError, ValueError
-            If a qubit is no integer, outside the range, or named twice, or `collapse` is no bool.
+            If a qubit is no integer, outside the range, or named twice, or `collapse` is no bool; also ValueError as
+            for `sample`.
 
         Examples
         --------
@@ -199,20 +221,12 @@ class Sampling(StatePart):
             ) from None
         return self
 
+    def _piece(self) -> int:
+        # Each piece walks through the whole state, so it should not be much shorter than that. Sorting then takes no
+        # more memory than the state has.
+        return max(2**18, min(2**self._n_qubits // 4, 2**24))
+
     def _pieces(self, count: int) -> Iterator[Tuple[int, int]]:
-        # Each piece walks through the whole state, so it should not be shorter than that; between two of them
-        # Ctrl-C is heard.
-        length = max(2**22, min(2**self._n_qubits, 2**25))
-        for start in range(0, count, length):
-            yield start, min(start + length, count)
-
-
-def _tally(outcomes: np.ndarray, n_qubits: int) -> Iterator[Tuple[int, int]]:
-    if 2**n_qubits <= 4 * len(outcomes):
-        # A counter for every possible outcome is cheaper than sorting.
-        every = np.bincount(outcomes.view(np.int64))
-        found = np.flatnonzero(every)
-        numbers = every[found]
-    else:
-        found, numbers = np.unique(outcomes, return_counts=True)
-    return zip(found.tolist(), numbers.tolist())
+        # Between two of them Ctrl-C is heard.
+        for start in range(0, count, self._piece()):
+            yield start, min(start + self._piece(), count)

@@ -28,6 +28,9 @@ _OWN = frozenset(
     }
 )  # fmt: skip
 
+# Of qubits, or of classical bits. Lists of this length, which some figures need, are at the edge of any memory.
+_MOST_BITS = 2**31 - 1
+
 
 class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combining, Figures):
     """An ordered list of gates, measurements, resets and barriers.
@@ -68,8 +71,8 @@ class Circuit(GateMethods, StepMethods, EntryMethods, ParameterMethods, Combinin
     def __init__(
         self, n_qubits: int, n_clbits: int = 0, *, registers: Optional[Iterable[Register]] = None
     ) -> None:
-        qubits = _check.integer(n_qubits, "n_qubits", minimum=0)
-        clbits = _check.integer(n_clbits, "n_clbits", minimum=0)
+        qubits = _check.integer(n_qubits, "n_qubits", minimum=0, maximum=_MOST_BITS)
+        clbits = _check.integer(n_clbits, "n_clbits", minimum=0, maximum=_MOST_BITS)
         if registers is None:
             listed = _default_registers(qubits, clbits)
         else:

@@ -1,9 +1,9 @@
 """The command `velacamplix`.
 
 Exit status: 0 when all was done; 1 for a mistake in the circuit (line and column are told), a circuit that cannot be
-run this way, a file that cannot be read or written, too little memory, or a package that is not installed; 2 for a
-wrong command line or environment variable. Ctrl-C and a closed pipe end the process by their signals, which a shell
-reports as 130 and 141.
+run this way, a file or a standard stream that cannot be read or written, too little memory, or a package that is not
+installed; 2 for a wrong command line or environment variable. Ctrl-C and a closed pipe end the process by their signals,
+which a shell reports as 130 and 141.
 """
 
 from __future__ import annotations
@@ -15,15 +15,16 @@ import warnings
 from pathlib import Path
 from typing import Any, List, Optional, Tuple
 
-from . import Circuit, Observable, __version__, _check, _machine
+from . import Circuit, Observable, __version__, _check, _machine, _streams
 
 FAILED, USAGE_ERROR = 1, 2
 
 _STATUS = """
 exit status:
   0    all was done
-  1    the circuit is wrong or cannot be run, a file cannot be read or written,
-       the state does not fit into memory, or a package is not installed
+  1    the circuit is wrong or cannot be run, a file or a standard stream cannot
+       be read or written, the state does not fit into memory, or a package is
+       not installed
   2    the command line or VELACAMPLIX_NUM_THREADS is wrong
   130  interrupted by Ctrl-C
   141  the reader of the output went away
@@ -66,14 +67,35 @@ def main(arguments: Optional[List[str]] = None) -> int:
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     warnings.showwarning = _warn
-    options = _parser().parse_args(arguments)
-    status: int = options.command(options)
-    sys.stdout.flush()
+    _streams.prepare()
+    if sys.stdout is None:
+        return _fail("standard output is closed", FAILED)
+    try:
+        try:
+            options = _parser().parse_args(arguments)
+            status: int = options.command(options)
+        finally:
+            sys.stdout.flush()
+    except OSError as error:
+        # What goes wrong with files is told where they are opened.
+        _streams.let_go(sys.stdout)
+        return _fail(f"{error.filename or 'standard output'}: {error.strerror or error}", FAILED)
+    finally:
+        _streams.settle()
     return status
 
 
+class _Parser(argparse.ArgumentParser):
+    def _print_message(self, message: str, file: Any = None) -> None:
+        # argparse would drop what standard output does not take.
+        if message and file is sys.stdout:
+            file.write(message)
+        else:
+            super()._print_message(message, file)
+
+
 def _parser() -> argparse.ArgumentParser:
-    parser = argparse.ArgumentParser(
+    parser = _Parser(
         prog="velacamplix",
         description="Simulates quantum circuits on this machine.",
         epilog=_MAIN_EXAMPLES + _STATUS,
@@ -87,7 +109,7 @@ def _parser() -> argparse.ArgumentParser:
     return parser
 
 
-def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+def _add_run(commands: argparse._SubParsersAction[_Parser]) -> None:
     run = commands.add_parser(
         "run",
         help="run an OpenQASM file",
@@ -128,14 +150,14 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
     run.set_defaults(command=_run)
 
 
-def _add_info(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+def _add_info(commands: argparse._SubParsersAction[_Parser]) -> None:
     info = commands.add_parser(
         "info", help="tell what this machine can do", description="Tells version, instruction set, threads and memory."
     )
     info.set_defaults(command=_info)
 
 
-def _add_bench(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+def _add_bench(commands: argparse._SubParsersAction[_Parser]) -> None:
     bench = commands.add_parser(
         "bench",
         help="measure the speed here",
@@ -206,8 +228,8 @@ def _run(options: argparse.Namespace) -> int:
     except QasmError as error:
         error.path = error.path or name
         return _fail(str(error), FAILED)
-    except UnicodeDecodeError as error:
-        return _fail(f"{name}: not a text in UTF-8: {error.reason} at byte {error.start}", FAILED)
+    except MemoryError:
+        return _fail(f"{name}: the circuit does not fit into memory", FAILED)
     except OSError as error:
         return _fail(f"{name}: {error.strerror or error}", FAILED)
     for text, observable in options.observable:
@@ -229,25 +251,38 @@ def _run(options: argparse.Namespace) -> int:
             options.observable,
             options.progress,
         )
-        # First of all: a reader that stops early ends the process.
-        if options.plot is not None:
-            _plot_file.save(options.plot, name, results)
-        if options.json:
-            _report.run_as_json(name, results, options.top)
-        else:
-            _report.run(name, results, options.top)
-    except (MemoryError, ValueError, OSError) as error:
-        # ValueError: an angle beyond single precision, for one.
+    except (MemoryError, ValueError) as error:
+        # ValueError: angles whose sum is too large, for one.
         return _fail(f"{name}: {error}", FAILED)
+    # First of all: a reader that stops early ends the process.
+    if options.plot is not None:
+        try:
+            _plot_file.save(options.plot, name, results)
+        except (MemoryError, ValueError, OSError) as error:
+            return _fail(f"{options.plot}: {getattr(error, 'strerror', None) or error}", FAILED)
+    if options.json:
+        _report.run_as_json(name, results, options.top)
+    else:
+        _report.run(name, results, options.top)
     return 0
 
 
 def _read(file: str) -> Circuit:
-    if file != "-":
-        return Circuit.from_qasm(Path(file))
-    text = sys.stdin.buffer.read().decode("utf-8")
-    # A text of one line could be taken for the name of a file.
-    return Circuit.from_qasm(text if "\n" in text else text + "\n")
+    from .qasm import files
+
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        if file != "-":
+            circuit = Circuit.from_qasm(Path(file))
+        else:
+            if sys.stdin is None:
+                raise OSError("it is closed")
+            text = files.decoded(sys.stdin.buffer, "<standard input>")
+            # A text of one line could be taken for the name of a file.
+            circuit = Circuit.from_qasm(text if "\n" in text else text + "\n")
+    for warning in caught:
+        _streams.tell(str(warning.message).replace("<text>", "<standard input>"))
+    return circuit
 
 
 def _info(options: argparse.Namespace) -> int:
@@ -277,10 +312,9 @@ def _bench(options: argparse.Namespace) -> int:
 
 def _warn(message: Any, *_: Any, **__: Any) -> None:
     # One line, like an error; where in the package it arose is of no use here.
-    if sys.stderr is not None:
-        print(f"velacamplix: {message}", file=sys.stderr)
+    _streams.tell(str(message))
 
 
 def _fail(message: str, status: int) -> int:
-    print(f"velacamplix: {message}", file=sys.stderr)
+    _streams.tell(message)
     return status

@@ -2,11 +2,17 @@
 
 from __future__ import annotations
 
-from typing import Any, Callable, Dict, List, Mapping, Optional, Sequence, Tuple, Union
+import heapq
+from typing import Any, Callable, Dict, Iterable, Iterator, List, Mapping, Optional, Sequence, Tuple, Union
 
-from . import _check, _extras
+from . import _check, _extras, _memory
+from ._annotations import Self
+from ._state_part import bit_string
 
 __all__ = ["Counts"]
+
+# What an outcome takes besides its characters: the text's object, the slot of a table that has just grown, the number.
+_BYTES_PER_OUTCOME = 180
 
 
 class Counts(Dict[str, int]):
@@ -51,19 +57,22 @@ class Counts(Dict[str, int]):
     def __init__(self, counts: Mapping[str, int] = {}, n_bits: Optional[int] = None) -> None:
         if not isinstance(counts, Mapping):
             raise TypeError(f"counts must be a mapping from bit strings to integers, got {_check.show(counts)}")
+        require_memory(len(counts))
         # None as long as there is no key to tell it.
         self._n_bits = None if n_bits is None else _check.integer(n_bits, "n_bits", minimum=0)
         checked = self._checked(counts)
-        super().__init__((key, checked[key]) for key in sorted(checked))
+        super().__init__((key, _times(checked[key], key)) for key in sorted(checked))
 
     @classmethod
-    def from_ints(cls, counts: Mapping[int, int], n_bits: int) -> Counts:
+    def from_ints(cls, counts: Mapping[int, int], n_bits: int) -> Self:
         """Return counts whose outcomes are given as numbers from 0 to ``2**n_bits - 1``.
 
         Raises
         ------
         TypeError, ValueError
             If an outcome or a number of shots is no integer or outside its range.
+        MemoryError
+            If texts of so many bits do not fit.
 
         Examples
         --------
@@ -73,8 +82,21 @@ class Counts(Dict[str, int]):
         if not isinstance(counts, Mapping):
             raise TypeError(f"counts must be a mapping from integers to integers, got {_check.show(counts)}")
         length = _check.integer(n_bits, "n_bits", minimum=0)
-        numbers = {_check.integer(key, "outcome", minimum=0, maximum=2**length - 1): counts[key] for key in counts}
-        return cls({format(n, f"0{length}b") if length else "": times for n, times in numbers.items()}, length)
+        for key in counts:
+            if not (type(key) is int and 0 <= key and key.bit_length() <= length):
+                number = _check.integer(key, "outcome", minimum=0)
+                if number.bit_length() > length:
+                    _check.integer(number, "outcome", minimum=0, maximum=2**length - 1)
+        require_memory(len(counts), length)
+        texts = ((bit_string(int(key), length), key) for key in sorted(counts))
+        return cls._of(((text, _times(counts[key], text)) for text, key in texts), length)
+
+    @classmethod
+    def _of(cls, outcomes: Iterable[Tuple[str, int]], n_bits: int) -> Self:
+        """Return counts of what is known to be right and in order."""
+        made = cls({}, n_bits)
+        dict.update(made, outcomes)
+        return made
 
     def __missing__(self, outcome: str) -> int:
         # What never came was counted 0 times; a key that is no outcome is a mistake.
@@ -104,7 +126,8 @@ class Counts(Dict[str, int]):
         {'00': 2, '01': 5}
         """
         self._require_free()
-        super().update(self._checked(dict(*entries, **more)))
+        checked = self._checked(dict(*entries, **more))
+        super().update({key: _times(times, key) for key, times in checked.items()})
 
     def __ior__(self, other: Any) -> Counts:  # type: ignore[override,misc]
         self.update(other)
@@ -139,8 +162,10 @@ class Counts(Dict[str, int]):
         if self._is_fixed:
             raise TypeError("these counts belong to a result and do not change; a copy does: result.counts.copy()")
 
-    def _checked(self, counts: Mapping[Any, Any]) -> Dict[str, int]:
-        """Return entries that may stand here; the first key of all tells how long the others are."""
+    def _checked(self, counts: Mapping[Any, Any]) -> Mapping[str, Any]:
+        """Return the entries after a look at all of them; the first key of all tells how long the others are."""
+        if not all(type(key) is str for key in counts):
+            counts = {_check.plain(key) if isinstance(key, str) else key: times for key, times in counts.items()}
         length = self._n_bits
         for key in counts:
             if not isinstance(key, str):
@@ -150,9 +175,9 @@ class Counts(Dict[str, int]):
                 raise ValueError(f"counts must have keys of {length} characters, got {_check.show(key)}")
             if key.strip("01"):
                 raise ValueError(f"counts must have keys of characters 0 and 1, got {_check.show(key)}")
-        checked = {key: _check.integer(counts[key], f"counts[{key!r}]", minimum=0) for key in counts}
+            _times(counts[key], key)
         self._n_bits = length
-        return checked
+        return counts
 
     def _repr_html_(self) -> str:
         from ._notebook import of_counts
@@ -160,7 +185,13 @@ class Counts(Dict[str, int]):
         return of_counts(self)
 
     def __reduce__(self) -> Tuple[Any, ...]:
-        return _restored, (type(self), dict(self), self._n_bits)
+        return _unpacked, (_Outcomes(type(self), self._n_bits, self),)
+
+    def __copy__(self) -> Self:
+        return type(self)(self, self._n_bits)
+
+    def __deepcopy__(self, memo: Dict[int, Any]) -> Self:
+        return type(self)(self, self._n_bits)
 
     def copy(self) -> Counts:
         """Return independent counts with the same content."""
@@ -198,7 +229,7 @@ class Counts(Dict[str, int]):
         [('01', 9), ('00', 3)]
         """
         wanted = _check.integer(k, "k", minimum=0)
-        return sorted(self.items(), key=lambda entry: (-entry[1], entry[0]))[:wanted]
+        return heapq.nsmallest(wanted, self.items(), key=lambda entry: (-entry[1], entry[0]))
 
     def marginal(self, positions: Union[int, Sequence[int]]) -> Counts:
         """Return the counts of some of the bits, whatever the others were.
@@ -219,11 +250,12 @@ class Counts(Dict[str, int]):
         {'01': 4, '10': 3}
         """
         places = _check.indices(positions, self.n_bits, "positions")
+        require_memory(min(len(self), 2 ** min(len(places), 64)), len(places))
         sums: Dict[str, int] = {}
         for outcome, times in self.items():
             part = "".join([outcome[place] for place in places])
             sums[part] = sums.get(part, 0) + times
-        return Counts(sums, len(places))
+        return Counts._of(((part, sums[part]) for part in sorted(sums)), len(places))
 
     def probabilities(self) -> Dict[str, float]:
         """Return the share of every outcome that came, in the same order; empty if there were no shots.
@@ -233,6 +265,7 @@ class Counts(Dict[str, int]):
         >>> Counts({"0": 1, "1": 3}).probabilities()
         {'0': 0.25, '1': 0.75}
         """
+        require_memory(len(self))
         shots = self.shots
         return {outcome: times / shots for outcome, times in self.items()} if shots else {}
 
@@ -257,6 +290,7 @@ class Counts(Dict[str, int]):
         return self._with_keys(hex)
 
     def _with_keys(self, spelled: Callable[[int], Any]) -> Dict[Any, int]:
+        require_memory(len(self), self.n_bits)
         return {spelled(int(outcome or "0", 2)): times for outcome, times in self.items()}
 
     def to_frame(self) -> Any:
@@ -275,6 +309,7 @@ class Counts(Dict[str, int]):
         1       1      3         0.75
         """
         pandas = _extras.imported("pandas", "Counts.to_frame")
+        require_memory(2 * len(self))
         shares = self.probabilities()
         return pandas.DataFrame(
             {
@@ -285,6 +320,46 @@ class Counts(Dict[str, int]):
         )
 
 
-def _restored(kind: Any, counts: Dict[str, int], n_bits: Optional[int]) -> Counts:
+class _Outcomes:
+    """Counts in a pickle: outcomes and how often they came in turns, as numbers, to which its writer keeps no reference."""
+
+    def __init__(self, kind: Any, n_bits: Optional[int], counts: Optional[Counts] = None) -> None:
+        self._kind, self._n_bits = kind, n_bits
+        self.counts: Counts = kind({}, n_bits) if counts is None else counts
+        self._outcome: Optional[int] = None
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        return _Outcomes, (self._kind, self._n_bits), None, self._numbers()
+
+    def _numbers(self) -> Iterator[int]:
+        for outcome, times in self.counts.items():
+            yield int(outcome or "0", 2)
+            yield times
+
+    def append(self, number: int) -> None:
+        if self._outcome is None:
+            self._outcome = number
+        else:
+            dict.__setitem__(self.counts, bit_string(self._outcome, self._n_bits or 0), number)
+            self._outcome = None
+
+
+def _unpacked(outcomes: _Outcomes) -> Counts:
+    return outcomes.counts
+
+
+def _restored(kind: Any, counts: Dict[str, int], n_bits: int) -> Counts:
+    """Return the counts of a pickle that version 0.1 has written."""
     restored: Counts = kind(counts, n_bits)
     return restored
+
+
+def require_memory(count: int, n_bits: int = 0) -> None:
+    """Raise MemoryError if a dictionary of so many outcomes does not fit."""
+    _memory.require_bytes(count * (_BYTES_PER_OUTCOME + n_bits), f"a dictionary of {count} outcome(s)")
+
+
+def _times(value: Any, outcome: str) -> int:
+    if type(value) is int and 0 <= value < 2**63:
+        return value
+    return _check.integer(value, f"counts[{_check.show(outcome)}]", 0, 2**63 - 1)

@@ -5,6 +5,7 @@ from __future__ import annotations
 import shutil
 from typing import Dict, List, NamedTuple, Optional, Sequence, Tuple
 
+from . import _check
 from .instruction import Instruction, Register, spelled
 
 __all__ = ["Drawing", "draw"]
@@ -161,7 +162,7 @@ def _condition(step: Instruction, registers: Sequence[Register], clbits: Dict[in
     bits = step.condition.clbits
     for register in registers:
         if register.kind == "classical" and tuple(register.bits) == bits:
-            return f" if {register.name}=={step.condition.value}"
+            return f" if {register.name}=={_check.digits(step.condition.value)}"
     return _shortened(f" if {','.join(clbits[bit] for bit in bits)}") + f"=={_shortened(spelled(step.condition))}"
 
 

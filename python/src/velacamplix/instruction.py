@@ -6,6 +6,7 @@ from dataclasses import dataclass
 from types import MappingProxyType
 from typing import TYPE_CHECKING, Mapping, NamedTuple, Optional, Tuple, Union
 
+from . import _check
 from .parameter import Expression
 
 if TYPE_CHECKING:
@@ -71,6 +72,10 @@ class Condition:
 
     clbits: Tuple[int, ...]
     value: int
+
+    def __repr__(self) -> str:
+        value = _check.digits(self.value) if isinstance(self.value, int) else repr(self.value)
+        return f"Condition(clbits={self.clbits!r}, value={value})"
 
     def __str__(self) -> str:
         return f"c{list(self.clbits)} == {spelled(self)}"

@@ -217,7 +217,7 @@ def _listed(terms: Any, order: str) -> List[Tuple[Number, str, Tuple[int, ...]]]
     if isinstance(terms, Observable):
         return [*terms.terms, (terms.constant, "I" * terms.n_qubits, tuple(range(terms.n_qubits)))]
     if isinstance(terms, str):
-        return parse(terms)
+        return parse(_check.plain(terms))
     if isinstance(terms, Mapping):
         return _from_strings(terms, order)
     if isinstance(terms, (bytes, np.generic)) or not isinstance(terms, Iterable):
@@ -233,7 +233,7 @@ def _from_strings(terms: Mapping[str, Number], order: str) -> List[Tuple[Number,
     length = None
     for letters, coefficient in terms.items():
         name = f"observable[{_check.show(letters)}]"
-        _require_letters(letters, name)
+        letters = _required_letters(letters, name)
         if len(letters) > MOST_QUBITS:
             raise ValueError(f"{name} must have at most {MOST_QUBITS} letters, got {len(letters)}")
         if length is not None and len(letters) != length:
@@ -249,22 +249,24 @@ def _from_tuple(term: Any, name: str) -> Tuple[Number, str, Tuple[int, ...]]:
     if len(parts) != 3:
         raise ValueError(f"{name} must be (coefficient, letters, qubits), got {_check.show(term)}")
     coefficient, letters, qubits = parts
-    _require_letters(letters, f"letters of {name}")
+    letters = _required_letters(letters, f"letters of {name}")
     numbers = _check.qubits(qubits, MOST_QUBITS, f"qubits of {name}", at_least=0)
     if len(letters) != len(numbers):
-        raise ValueError(f"{name} must have one letter per qubit, got {letters!r} on {_check.show(qubits)}")
+        raise ValueError(f"{name} must have one letter per qubit, got {_check.show(letters)} on {_check.show(qubits)}")
     return _number(coefficient, f"coefficient of {name}"), letters, numbers
 
 
-def _require_letters(letters: Any, name: str) -> None:
+def _required_letters(letters: Any, name: str) -> str:
     if not isinstance(letters, str):
         raise TypeError(f"{name} must be a text of letters I, X, Y and Z, got {_check.show(letters)}")
+    letters = _check.plain(letters)
     for position, letter in enumerate(letters):
         if letter not in "IXYZ":
             raise ValueError(
                 f"{name} must hold only the letters I, X, Y and Z, got {letter!r} at position {position} of "
                 f"{_check.show(letters)}"
             )
+    return letters
 
 
 def _without_identities(term: Tuple[Number, str, Tuple[int, ...]]) -> Term:

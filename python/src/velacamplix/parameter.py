@@ -26,6 +26,9 @@ FUNCTIONS: Dict[str, Callable[..., float]] = {
     "exp": math.exp,
     "ln": math.log,
     "sqrt": math.sqrt,
+    "asin": math.asin,
+    "acos": math.acos,
+    "atan": math.atan,
 }
 
 
@@ -41,8 +44,8 @@ class Expression:
     """A number that is known once its parameters are.
 
     Made by calculating with `Parameter` objects: ``+ - * / **``, signs, and the methods ``sin``, ``cos``, ``tan``,
-    ``exp``, ``log`` and ``sqrt``, which ``numpy.sin(...)`` and so on call too. Stands for an angle in every gate of a
-    `Circuit`. Instances never change; two are equal if they were built alike.
+    ``arcsin``, ``arccos``, ``arctan``, ``exp``, ``log`` and ``sqrt``, which ``numpy.sin(...)`` and so on call too.
+    Stands for an angle in every gate of a `Circuit`. Instances never change; two are equal if they were built alike.
 
     Attributes
     ----------
@@ -132,6 +135,18 @@ class Expression:
     def sqrt(self) -> Expression:
         """Return the square root."""
         return Expression("sqrt", (self,))
+
+    def arcsin(self) -> Expression:
+        """Return the angle of that sine, from -pi/2 to pi/2."""
+        return Expression("asin", (self,))
+
+    def arccos(self) -> Expression:
+        """Return the angle of that cosine, from 0 to pi."""
+        return Expression("acos", (self,))
+
+    def arctan(self) -> Expression:
+        """Return the angle of that tangent, between -pi/2 and pi/2."""
+        return Expression("atan", (self,))
 
     # --- Asking ---
 
@@ -261,17 +276,18 @@ class Parameter(Expression):
     def __init__(self, name: str, place: Any = None) -> None:
         if not isinstance(name, str):
             raise TypeError(f"name of a parameter must be a text, got {_check.show(name)}")
+        name = _check.plain(name)
         if not name:
             raise ValueError("name of a parameter must not be empty")
         super().__init__("parameter", (), place)
-        self.name = str(name)
+        self.name = name
 
     def value_from(self, values: Mapping[str, float], known: Mapping[int, float]) -> float:
         """Return the value the parameter is given."""
         try:
             return values[self.name]
         except KeyError:
-            raise CalculationError(f"parameter {self.name!r} has no value", self) from None
+            raise CalculationError(f"parameter {_check.show(self.name)} has no value", self) from None
 
     def __eq__(self, other: object) -> bool:
         if isinstance(other, Parameter):

@@ -225,7 +225,7 @@ def _probabilities(source: Any) -> List[Tuple[str, float]]:
         for outcome, probability in source.items():
             if not isinstance(outcome, str) or outcome.strip("01"):
                 raise ValueError(f"source must have bit strings for keys, got {_check.show(outcome)}")
-            entries.append((outcome, _check.real(probability, f"source[{outcome!r}]")))
+            entries.append((outcome, _check.real(probability, f"source[{_check.show(outcome)}]")))
         return [(outcome, probability) for outcome, probability in entries if probability > _NOISE]
     if isinstance(source, str) or not isinstance(source, Iterable):
         raise TypeError(

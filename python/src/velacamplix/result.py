@@ -3,11 +3,12 @@
 from __future__ import annotations
 
 from itertools import groupby
-from typing import Any, FrozenSet, Optional, Sequence, Tuple, Union
+from typing import Any, Dict, FrozenSet, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
 from . import _check, _check_readout, _core, _memory, _notebook, _observed, _shots
+from ._pickling import Packed
 from ._plan import Plan, Timings
 from ._state_part import Qubits, bit_string, highest_first
 from .counts import Counts
@@ -101,6 +102,16 @@ class Result:
     def _repr_html_(self) -> str:
         return _notebook.of_result(self)
 
+    def __getstate__(self) -> Dict[str, Any]:
+        # The counts follow from the shots.
+        rows = None if self._rows is None else Packed(self._rows.reshape(-1))
+        return {**vars(self), "_rows": rows, "_counts": None}
+
+    def __setstate__(self, state: Dict[str, Any]) -> None:
+        vars(self).update(state)
+        if isinstance(self._rows, Packed):
+            self._rows = self._rows.array.reshape(-1, _shots.words_for(self.n_bits))
+
     # Shots
 
     @property
@@ -114,6 +125,8 @@ class Result:
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------
@@ -122,7 +135,7 @@ class Result:
         {'010': 100}
         """
         if self._counts is None:
-            self._counts = Counts(_shots.tally(self._drawn("counts"), self.n_bits), self.n_bits)
+            self._counts = _shots.tally(self._drawn("counts"), self.n_bits)
         self._counts._is_fixed = True
         return self._counts
 
@@ -137,6 +150,8 @@ class Result:
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------
@@ -156,6 +171,8 @@ class Result:
         ------
         RuntimeError
             If the run had no shots.
+        MemoryError
+            If the answer does not fit.
 
         Examples
         --------

@@ -36,6 +36,7 @@ def run(
     initial: InitialLike = None,
     progress: ProgressLike = None,
     fusion: bool = False,
+    initial_order: Optional[str] = None,
 ) -> Result:
     """Run a circuit.
 
@@ -56,14 +57,19 @@ def run(
         Y on a qubit that is measured at the end counts 0, and a UserWarning says so; leave the measurement away for the
         value before it. If outcomes in the middle of the circuit differ, the mean over the shots.
     initial : int, str, array_like of shape (2**n_qubits,) or StateVector, optional
-        The state to begin with, as `StateVector.reset` takes it, qubit 0 leftmost; or a state, which is copied. By
-        default all qubits are 0.
+        The state to begin with: a number or a text as `StateVector.set_basis_state` takes it, amplitudes as
+        `StateVector.set_state` takes them, or a state, which is copied. By default all qubits are 0.
     progress : None, bool or callable
         True shows a bar on standard error once a second has passed. A function is called with a `Progress`, at most
         every 50 ms, and once at the end; what it returns is ignored, an exception ends the run.
     fusion : bool
         Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
-        rounding.
+        rounding. The bits then follow from the circuit, its number of qubits and the precision; neither the number of
+        threads nor the processor's caches change them.
+    initial_order : {"big", "little"}, optional
+        Whether qubit 0 is the highest bit of the number, text or index that `initial` is, or the lowest. By default the
+        highest of a number or text, and the lowest of an index, as in `StateVector.array`; an array without it gives a
+        FutureWarning, in this version only, where the two would be different states.
 
     Returns
     -------
@@ -108,7 +114,7 @@ def run(
         _thread_count(threads),
         _check.precision(precision),
         None if observables is None else _observed.checked(observables, circuit.n_qubits),
-        Start(initial, circuit.n_qubits),
+        Start(initial, circuit.n_qubits, initial_order),
         progress,
     )
     checked_progress(progress)
@@ -138,8 +144,7 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
     segments, shots = found.segments, request.shots
     n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
     if shots is not None:
-        # Once for the shots, once for putting them into order.
-        _memory.require_bytes(2 * 8 * _shots.words_for(n_bits) * shots, f"shots={shots} of {n_bits} bits")
+        _memory.require_bytes(8 * _shots.words_for(n_bits) * shots, f"shots={shots} of {n_bits} bits")
     state = StateVector._another(len(segments.active), request.precision, request.threads)
     request.start.prepare(state, segments.active)
     plan = _plan_of(found, state.threads)
@@ -153,7 +158,8 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
             f"shots must be given for this circuit: {told(step, circuit)} has more than one possible outcome in its middle"
         )
 
-    rows: List[np.ndarray] = []
+    drawn = None if shots is None else np.empty((shots, _shots.words_for(n_bits)), dtype=np.uint64)
+    n_drawn = 0
     observed = request.observed or _observed.Observed([], True)
     sums = np.zeros(len(observed.observables), dtype=np.complex128)
     reduced: Dict[FrozenSet[int], List[Observable]] = {}  # by the qubits that have been measured
@@ -161,10 +167,12 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
         walk = Walk(segments, meter, generator, undecided)
         for branch in walk.branches(state, shots):
             clock.note("simulate")
-            if shots is not None:
+            if drawn is not None:
                 # Without a split the shots are those of a state with this seed.
                 branch.state.seed = int(generator.integers(2**32)) if walk.has_split else seed
-                rows.append(_sample(branch, segments, n_bits))
+                assert branch.shots is not None
+                _sample(branch, segments, drawn[n_drawn : n_drawn + branch.shots], n_bits)
+                n_drawn += branch.shots
                 clock.note("sample")
             measured = frozenset(branch.measured)
             if observed.observables:
@@ -178,12 +186,10 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
 
     observed.warn(segments.active, reduced, stacklevel=3)
 
-    drawn = None
-    if shots is not None:
-        drawn = np.concatenate(rows) if len(rows) > 1 else rows[0]
+    if drawn is not None:
         if walk.has_split:
             # The groups stand one after the other; nothing of that shall show.
-            drawn = drawn[generator.permutation(len(drawn))]
+            _shots.shuffle(drawn, generator)
         clock.note("sample")
     return Result(
         n_qubits=circuit.n_qubits,
@@ -217,9 +223,8 @@ def _plan_of(found: Prepared, threads: int) -> Plan:
     return Plan(gates, tuple(passes), sweeps)
 
 
-def _sample(branch: Branch, segments: Segments, n_bits: int) -> np.ndarray:
+def _sample(branch: Branch, segments: Segments, rows: np.ndarray, n_bits: int) -> None:
     """Draw the outcomes of a branch's shots, one row each."""
-    assert branch.shots is not None
     place = {qubit: i for i, qubit in enumerate(segments.active)}
     if segments.has_measurement:
         readings, known = branch.readings, branch.bits
@@ -233,8 +238,10 @@ def _sample(branch: Branch, segments: Segments, n_bits: int) -> np.ndarray:
             sources.append((True, column.setdefault(readings[bit], len(column))))
         else:
             sources.append((False, known >> bit & 1))
-    sampled = branch.state.sample(branch.shots, [place[qubit] for qubit in column])
-    return _shots.assembled(sources, sampled, len(column), branch.shots)
+    qubits = [place[qubit] for qubit in column]
+    for start, stop in branch.state._pieces(len(rows)):
+        sampled = branch.state.sample(stop - start, qubits)
+        _shots.assemble(rows[start:stop], sources, sampled, len(column))
 
 
 class _Clock:

@@ -6,7 +6,7 @@ from typing import Any, Iterable, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from . import _check, _check_data, _check_readout, _core, _machine, _memory, _notebook, _run
+from . import _array_order, _check, _check_data, _check_readout, _core, _future, _machine, _memory, _notebook, _run
 from ._circuit_gates import GateMethods
 from ._copies import Copies
 from ._expectations import Expectations
@@ -15,7 +15,6 @@ from ._matrices import MatrixGates
 from ._progress import ProgressLike
 from ._readout import Readout
 from ._sampling import Sampling
-from ._state_part import bit_string
 from .circuit import Circuit
 
 _CORE_TYPES = {
@@ -50,9 +49,10 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
 
     Notes
     -----
-    Qubit order: qubit q is bit q (weight 2**q) of an index into `array`. Wherever a bit string or an outcome number
-    enters or leaves, ``order`` tells how it is read: ``"big"`` (the default) has qubit 0, or the first listed qubit,
-    leftmost and most significant; ``"little"`` has it rightmost and least significant.
+    Qubit order: in an array of amplitudes qubit q is bit q (weight 2**q) of the index, as in `array`. Bit strings,
+    outcome numbers, and arrays indexed by an outcome have qubit 0, or the first listed qubit, leftmost and most
+    significant. ``order`` turns either: ``"big"`` has qubit 0 or the first listed one most significant, ``"little"``
+    least significant.
 
     Every gate acts at once, in place, and returns the object, so that calls can be chained. Other Python threads run while one
     computes; two threads that use the same object take turns. In ``with StateVector(n) as state:`` the memory is
@@ -77,21 +77,21 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         )
 
     def _start(self, n: int, precision: str, threads: int, seed: Optional[int] = None) -> None:
-        self._n_qubits, self._precision, self._threads = n, precision, threads
-        _memory.require_state(self._n_qubits, self._precision)
-        core_type, self._amplitude_type = _CORE_TYPES[self._precision]
+        _memory.require_state(n, precision)
+        core_type, amplitude_type = _CORE_TYPES[precision]
         try:
-            self._core: Any = core_type(self._n_qubits)
+            core = core_type(n)
         except MemoryError:
             # Someone else took the memory since we looked.
-            _memory.require_state(self._n_qubits, self._precision)
-            raise MemoryError(
-                f"the system has no memory for n={self._n_qubits} qubits in {self._precision} precision"
-            ) from None
-        self._core.set_num_threads(self._threads)
+            _memory.require_state(n, precision)
+            raise MemoryError(f"the system has no memory for n={n} qubits in {precision} precision") from None
+        core.set_num_threads(threads)
         if seed is not None:
-            _core.set_seed(self._core, seed)
-        self._core.reset()
+            _core.set_seed(core, seed)
+        core.reset()
+        # An object that is set up again stays what it was until all has gone well.
+        self._n_qubits, self._precision, self._threads, self._amplitude_type = n, precision, threads, amplitude_type
+        self._core: Any = core
 
     # What the object is
 
@@ -158,64 +158,96 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
 
     # Setting the state
 
-    def reset(
-        self, state: Union[None, int, str, Sequence[complex], np.ndarray] = None, order: str = "big"
-    ) -> StateVector:
-        """Set the whole state.
+    def reset(self, state: Any = None, order: Optional[str] = None) -> StateVector:
+        """Set all qubits to 0.
+
+        Until version 0.3 it also takes what `set_basis_state` and `set_state` take, with a FutureWarning.
+
+        Examples
+        --------
+        >>> StateVector(3).x(1).reset().to_dict()
+        {'000': (1+0j)}
+        """
+        if state is None and order is None:
+            self._live().reset()
+            return self
+        if isinstance(state, Iterable) and not isinstance(state, str):
+            _future.warn(
+                'StateVector.reset takes no arguments from version 0.3 on; write set_state(array, order="little"), or '
+                'order="big" if qubit 0 is the highest bit of the index'
+            )
+            return self.set_state(state, order)
+        _future.warn("StateVector.reset takes no arguments from version 0.3 on; write set_basis_state(...)")
+        return self.set_basis_state(0 if state is None else state, "big" if order is None else order)
+
+    def set_basis_state(self, state: Union[int, str], order: str = "big") -> StateVector:
+        """Set every qubit to a state of its own, 0, 1, + or -.
 
         Parameters
         ----------
-        state : None, str, int or array_like of shape (2**n,)
-            Nothing: the basis state 0. A text of n characters ``0 1 + -``: a product state, one character per
-            qubit. A number from 0 to 2**n - 1: that basis state. An array: these amplitudes, of norm 1.
+        state : int or str
+            A number from 0 to 2**n - 1: that basis state. A text of n characters ``0 1 + -``: a product state, one
+            character per qubit.
         order : {"big", "little"}
-            Whether the text's first character, the number's highest bit or the array's highest index bit belongs to
-            qubit 0 ("big") or to qubit n - 1 ("little", the order of `array`).
+            Whether the number's highest bit or the text's first character belongs to qubit 0 ("big") or to qubit
+            n - 1 ("little").
 
         Raises
         ------
         TypeError, ValueError
-            If `state` is none of these, has the wrong length or characters, or is not finite and of norm 1.
+            If `state` is neither, or a number or text that does not fit the qubits.
 
         Examples
         --------
         >>> state = StateVector(3)
-        >>> state.reset("1+0").probability("100")                # doctest: +ELLIPSIS
-        0.49999999999999...
-        >>> state.reset(4).probability("100")
-        1.0
+        >>> state.set_basis_state(4).to_dict(), state.set_basis_state("011").to_dict()
+        ({'100': (1+0j)}, {'011': (1+0j)})
+        >>> round(state.set_basis_state("1+0").probability("100"), 6)
+        0.5
         """
-        core, order = self._live(), _check.order(order)
-        if state is None:
-            core.reset()
-        elif isinstance(state, str):
-            core.reset_to_str(self._product(state, order))
-        elif isinstance(state, Iterable):
-            self._reset_from(_check_data.amplitudes(state, self._n_qubits, "state"), order)
-        else:
-            index = _check.integer(state, "state", minimum=0, maximum=2**self._n_qubits - 1)
-            core.reset_to_str(self._product(bit_string(index, self._n_qubits), order))
+        core, highest_first = self._live(), _check.order(order) == "big"
+        text = _check_data.product(state, self._n_qubits, "state")
+        # The core's first character belongs to qubit n - 1.
+        core.reset_to_str(text[::-1] if highest_first else text)
         return self
 
-    def _product(self, text: str, order: str) -> str:
-        if len(text) != self._n_qubits:
-            raise ValueError(
-                f"state must have one character per qubit, {self._n_qubits} in all, got {_check.show(text)}"
-            )
-        for position, character in enumerate(text):
-            if character not in "01+-":
-                raise ValueError(
-                    f"state must hold only the characters 0 1 + -, got {character!r} at position {position} "
-                    f"of {_check.show(text)}"
-                )
-        # The core's first character belongs to qubit n - 1.
-        return text[::-1] if order == "big" else text
+    def set_state(self, array: Union[Sequence[complex], np.ndarray], order: Optional[str] = None) -> StateVector:
+        """Set all amplitudes.
 
-    def _reset_from(self, amplitudes: np.ndarray, order: str) -> None:
+        Parameters
+        ----------
+        array : array_like, shape (2**n,)
+            Amplitudes of norm 1, of any number type and memory layout.
+        order : {"little", "big"}, optional
+            Whether qubit 0 is the lowest bit of an index ("little", the default and the order of `array`) or the highest.
+            Without it there is a FutureWarning, in this version only, where the two would be different states.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If the array has the wrong kind or shape, or is not finite and of norm 1.
+        MemoryError
+            If it is of another type or layout than the state, and a copy does not fit.
+
+        Examples
+        --------
+        >>> import numpy as np
+        >>> state = StateVector(3).set_state(np.eye(8)[1], order="little")
+        >>> state.to_dict()
+        {'100': (1+0j)}
+        >>> state.set_state(state.array).to_dict()
+        {'100': (1+0j)}
+        """
+        amplitudes = _check_data.amplitudes(array, self._n_qubits, "array")
+        self._set_amplitudes(amplitudes, _array_order.of_amplitudes(amplitudes, order, "array"))
+        return self
+
+    def _set_amplitudes(self, amplitudes: np.ndarray, order: str) -> None:
         core = self._live()
         # The core reads its source while it writes the state, and takes its own type only.
         of_its_own = not np.may_share_memory(amplitudes, core.view())
-        if not (of_its_own and amplitudes.dtype == self._amplitude_type and amplitudes.flags.c_contiguous):
+        plain = amplitudes.flags.c_contiguous and amplitudes.flags.aligned
+        if not (of_its_own and plain and amplitudes.dtype == self._amplitude_type):
             size = amplitudes.size * np.dtype(self._amplitude_type).itemsize
             _memory.require_bytes(size, f"a copy of the amplitudes of {self._n_qubits} qubits")
             amplitudes = np.array(amplitudes, dtype=self._amplitude_type, order="C")
@@ -247,7 +279,8 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
             most every 50 ms, and once at the end. It must not use this object; what it returns is ignored.
         fusion : bool
             Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
-            rounding.
+            rounding. The bits then follow from the circuit, the state's number of qubits and the precision; neither the
+            number of threads nor the processor's caches change them.
 
         Raises
         ------

@@ -56,4 +56,17 @@ thrust::complex<T> phase_of(T angle) {
     return {c, s};
 }
 
+// The coefficients of an angle given in double, by one of the formulas above: T's own where T can hold the angle (or it
+// is not a number), otherwise those of double, rounded.
+template <class T, class Formula>
+coefficient_pair<T> coefficients_of(double angle, Formula formula) {
+    const T own = static_cast<T>(angle);
+    if (static_cast<double>(own) == angle || angle != angle) return formula(own);
+    const auto rounded = [](thrust::complex<double> c) {
+        return thrust::complex<T>(static_cast<T>(c.real()), static_cast<T>(c.imag()));
+    };
+    const coefficient_pair<double> wide = formula(angle);
+    return {rounded(wide.first), rounded(wide.second)};
+}
+
 }  // namespace velacamplix::gates

@@ -6,6 +6,7 @@
 #include "statevector/kernels/one_qubit.hpp"
 #include "statevector/kernels/phase.hpp"
 #include "statevector/kernels/two_qubit.hpp"
+#include "statevector/storage/memory_guard.hpp"
 
 #include <velacamplix/statevector.hpp>
 
@@ -67,9 +68,12 @@ void PybindAmplixStateVectorCPU<T>::apply_RY(unsigned int qubit, T angle, contro
     kernels::run_parallel(call, amplitudes.get(), num_threads);
 }
 
+// With controls RZ is a controlled diagonal, whose two entries the memory guard must allow, though the loop takes them
+// without a copy. Hosts rely on the refusal.
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RZ(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
+    if (controls.has_value() && !controls->empty()) storage::refuse_beyond_free_memory(2 * sizeof(thrust::complex<T>));
     const auto [d0, d1] = gates::rz_coefficients(angle);
     const auto call =
         kernels::one_qubit_diagonal_call<T>(nqubits, index::bit(qubit), gates::control_mask(controls), d0, d1);

@@ -1,6 +1,8 @@
 #include "reference/named_gates.hpp"
+#include "support/captured_output.hpp"
 #include "support/kernel_check.hpp"
 #include "support/named_gates.hpp"
+#include "support/scripted_system.hpp"
 
 using namespace support;
 using reference::NamedGate;
@@ -223,4 +225,34 @@ TYPED_TEST(named_gate, of_coinciding_qubits_writes_nothing_outside_the_array) {
             }
         }
     }
+}
+
+TYPED_TEST(named_gate, rz_with_controls_is_refused_when_its_diagonal_exceeds_free_memory) {
+    const auto start = random_state<TypeParam>(4, Values::any_bits);
+    LoadedVector<TypeParam> v(start);
+    const unsigned long bytes = 2 * sizeof(thrust::complex<TypeParam>);
+    {
+        ScriptedMemory memory(bytes - 1);
+        CapturedOutput output;
+        EXPECT_THROW(v.apply_RZ(0, TypeParam(0.3), {{2}}), std::bad_alloc);
+        EXPECT_THROW(v.apply_RZ(1, TypeParam(0.3), {{2, 3}}), std::bad_alloc);
+        const std::string line = "Not enough memory for allocating array \u2014 memory swap is not allowed.\n";
+        EXPECT_EQ(output.out(), line + line);
+        EXPECT_TRUE(same_bits(start, v.amplitudes.get()));
+    }
+    ScriptedMemory memory(bytes);
+    EXPECT_NO_THROW(v.apply_RZ(0, TypeParam(0.3), {{2}}));
+    EXPECT_EQ(memory.queries(), 1);
+}
+
+TYPED_TEST(named_gate, but_for_controlled_rz_asks_for_no_memory) {
+    StateVector<TypeParam> v(4);
+    v.reset();
+    ScriptedMemory memory(0);
+    for (const char* name : {"X", "Y", "Z", "H", "S", "T", "ZtoY", "YtoZ", "RX", "RY", "PH"}) {
+        call<TypeParam>(v, {name, {0}, 1, {2}});
+    }
+    v.apply_RZ(0, TypeParam(0.3));
+    v.apply_RZ(0, TypeParam(0.3), std::vector<unsigned int>{});
+    EXPECT_EQ(memory.queries(), 0);
 }

@@ -42,21 +42,37 @@ const std::unordered_map<std::string, named>& vocabulary() {
 }
 
 template <class T>
-void set_coefficients(operation<T>& op, T angle) {
-    coefficient_pair<T> pair{};
-    if (op.kind == gate_kind::rx) pair = rx_coefficients(angle);
-    if (op.kind == gate_kind::ry) pair = ry_coefficients(angle);
-    if (op.kind == gate_kind::rz) pair = rz_coefficients(angle);
-    if (op.kind == gate_kind::ph) pair.first = phase_of(angle);
+void set_coefficients(operation<T>& op, double angle) {
+    const auto formula = [kind = op.kind]<class U>(U own) -> coefficient_pair<U> {
+        if (kind == gate_kind::rx) return rx_coefficients(own);
+        if (kind == gate_kind::ry) return ry_coefficients(own);
+        if (kind == gate_kind::rz) return rz_coefficients(own);
+        return {phase_of(own), {}};
+    };
+    const auto pair = coefficients_of<T>(angle, formula);
     op.coefficients[0] = pair.first;
     op.coefficients[1] = pair.second;
 }
+
+}  // namespace
 
 bool takes_angle(gate_kind kind) {
     return kind == gate_kind::rx || kind == gate_kind::ry || kind == gate_kind::rz || kind == gate_kind::ph;
 }
 
-}  // namespace
+std::optional<gate_arguments> arguments_of(const std::string& name) {
+    const auto found = vocabulary().find(name);
+    if (found == vocabulary().end()) return std::nullopt;
+    const auto [kind, controls, targets] = found->second;
+    return gate_arguments{takes_angle(kind) ? 1u : 0u, controls + targets};
+}
+
+std::string name_of(gate_kind kind) {
+    for (const auto& [name, entry] : vocabulary()) {
+        if (entry.kind == kind && entry.controls == 0) return name;
+    }
+    return kind == gate_kind::diagonal ? "diagonal" : "matrix";
+}
 
 template <class T>
 unsigned long operation<T>::target_mask() const {
@@ -84,8 +100,8 @@ bool operation<T>::is_move() const {
     return kind == gate_kind::x || kind == gate_kind::swap;
 }
 
-template <class T>
-bool named_operation(operation<T>& op, const std::string& name, const std::vector<T>& params,
+template <class T, class Angle>
+bool named_operation(operation<T>& op, const std::string& name, const std::vector<Angle>& params,
                      const std::vector<unsigned int>& qubits) {
     const auto found = vocabulary().find(name);
     if (found == vocabulary().end()) return false;
@@ -94,15 +110,13 @@ bool named_operation(operation<T>& op, const std::string& name, const std::vecto
     op.controls = 0;
     for (unsigned i = 0; i < controls; ++i) op.controls |= index::bit(qubits[i]);
     op.targets.assign(qubits.begin() + controls, qubits.begin() + controls + targets);
-    if (takes_angle(kind)) set_coefficients(op, params[0]);
+    if (takes_angle(kind)) set_coefficients(op, static_cast<double>(params[0]));
     return true;
 }
 
 template <class T>
-bool set_angle(operation<T>& op, const std::vector<T>& params) {
-    if (!takes_angle(op.kind) || params.size() != 1) return false;
-    set_coefficients(op, params[0]);
-    return true;
+void set_angle(operation<T>& op, double angle) {
+    set_coefficients(op, angle);
 }
 
 template <class T>
@@ -217,9 +231,9 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
 
 #define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
     template struct operation<T>;                                                                                      \
-    template bool named_operation<T>(operation<T>&, const std::string&, const std::vector<T>&,                         \
-                                     const std::vector<unsigned int>&);                                                \
-    template bool set_angle<T>(operation<T>&, const std::vector<T>&);                                                  \
+    template bool named_operation(operation<T>&, const std::string&, const std::vector<double>&,                       \
+                                  const std::vector<unsigned int>&);                                                   \
+    template void set_angle<T>(operation<T>&, double);                                                                 \
     template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&,   \
                                            bool);                                                                      \
     template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
@@ -228,5 +242,7 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
     template kernels::kernel_call<T> prepare<T>(const operation<T>&, unsigned long);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)
+template bool named_operation(operation<float>&, const std::string&, const std::vector<float>&,
+                              const std::vector<unsigned int>&);
 
 }  // namespace velacamplix::gates

@@ -2,6 +2,7 @@
 
 #include "statevector/kernels/kernel_call.hpp"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,14 +45,27 @@ struct operation {
     bool is_move() const;      // only moves amplitudes
 };
 
-// A named gate with its coefficients computed from the angle. False for an unknown name.
-template <class T>
-bool named_operation(operation<T>& op, const std::string& name, const std::vector<T>& params,
+// What a name asks for; nothing for an unknown one.
+struct gate_arguments {
+    unsigned angles;
+    unsigned qubits;  // controls of its own and targets
+};
+std::optional<gate_arguments> arguments_of(const std::string& name);
+
+// A word for a kind: the name of its gate without controls, or what it was given as.
+std::string name_of(gate_kind kind);
+
+// A named gate with its coefficients computed from the angle, as program.hpp tells; `Angle` is double or T. False for
+// an unknown name. Trusts the number of params and qubits.
+template <class T, class Angle>
+bool named_operation(operation<T>& op, const std::string& name, const std::vector<Angle>& params,
                      const std::vector<unsigned int>& qubits);
 
-// Gives RX, RY, RZ or PH another angle; false for other gates.
+bool takes_angle(gate_kind kind);
+
+// Gives RX, RY, RZ or PH another angle.
 template <class T>
-bool set_angle(operation<T>& op, const std::vector<T>& params);
+void set_angle(operation<T>& op, double angle);
 
 // A gate given as a matrix, treated as the state vector's matrix members treat it: an exactly diagonal one becomes a
 // diagonal (std::runtime_error if it has no controls and more than 256 entries), any other a dense gate.

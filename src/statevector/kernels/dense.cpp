@@ -1,15 +1,28 @@
 #include "statevector/kernels/dense.hpp"
 
 #include "statevector/kernels/targets.hpp"
+#include "statevector/storage/aligned_array.hpp"
 #include "statevector/storage/memory_guard.hpp"
 
 #include <velacamplix/kernels.hpp>
 
 #include <algorithm>
-#include <cstdlib>
+#include <mutex>
+#include <new>
 
 namespace velacamplix::kernels {
 namespace {
+
+// Up to this dimension a group's packs stand on the stack.
+constexpr unsigned long most_on_stack = 64;
+
+// For each pack of a group: the amplitudes, the amplitudes times i, the result.
+constexpr unsigned long packs_per_entry = 3;
+
+struct free_packs {
+    void operator()(void* packs) const { ::operator delete[](packs, std::align_val_t{storage::alignment}); }
+};
+using packs_on_heap = std::unique_ptr<void, free_packs>;
 
 template <class T>
 struct dense_table : coefficient_table<T> {
@@ -18,30 +31,37 @@ struct dense_table : coefficient_table<T> {
     std::vector<unsigned long> offsets;      // outer bits of each pack of a group, by local index
     std::vector<unsigned long> inner_of;     // per target: position inside the pack, or `outer`
     static constexpr unsigned long outer = ~0ul;
+
+    // Packs for one thread. Others take their own; where there is no memory for these, threads use the spare ones in
+    // turn: amplitudes have been overwritten by then, and nothing may fail any more.
+    packs_on_heap spare;
+    mutable std::mutex spare_in_use;
 };
 
 // One group's amplitudes and results, as packs over several groups at once.
 template <class V>
 struct group_buffer {
-    static constexpr unsigned long most_on_stack = 64;
-    V on_stack[3 * most_on_stack];
+    V on_stack[packs_per_entry * most_on_stack];
+    packs_on_heap heap;
+    std::unique_lock<std::mutex> spare;
     V* old;     // the amplitudes
     V* turned;  // the amplitudes times i
     V* result;
-    void* heap = nullptr;
 
-    explicit group_buffer(unsigned long dim) : old(on_stack) {
+    group_buffer(const dense_table<scalar_of<V>>& table, unsigned long dim) : old(on_stack) {
         if (dim > most_on_stack) {
-            heap = std::aligned_alloc(64, (3 * dim * sizeof(V) + 63) / 64 * 64);
-            if (heap == nullptr) std::abort();  // inside a parallel region nothing can be thrown
-            old = static_cast<V*>(heap);
+            heap.reset(allocate(dim, std::nothrow));
+            if (heap == nullptr) spare = std::unique_lock(table.spare_in_use);
+            old = static_cast<V*>(heap != nullptr ? heap.get() : table.spare.get());
         }
         turned = old + dim;
         result = turned + dim;
     }
-    ~group_buffer() { std::free(heap); }
-    group_buffer(const group_buffer&) = delete;
-    group_buffer& operator=(const group_buffer&) = delete;
+
+    template <class... Nothrow>
+    static void* allocate(unsigned long dim, Nothrow... nothrow) {
+        return ::operator new[](packs_per_entry* dim * sizeof(V), std::align_val_t{storage::alignment}, nothrow...);
+    }
 };
 
 // `rows` rows of the product at once: every sum starts at +0 and takes the columns upward, products in full. An entry
@@ -86,7 +106,7 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                                        [](unsigned long position) { return position != dense_table<T>::outer; });
     const bits_of<V> changed = lane_mask<V>(call);
     const bool blend = call.lane_fixed != 0;
-    group_buffer<V> buffer(dim);
+    group_buffer<V> buffer(table, dim);
     V* const old = buffer.old;
     V* const turned = buffer.turned;
     V* const result = buffer.result;
@@ -189,6 +209,7 @@ void select_dense(kernel_call<scalar_of<V>>& call, dense_table<scalar_of<V>>& ta
         }
     }
     select_groups<V>(call, nbqbits, all_ones(controls), outer_mask, static_cast<unsigned>(table.dim));
+    if (table.dim > most_on_stack) table.spare.reset(group_buffer<V>::allocate(table.dim));
     call.prefetch = is_larger_than_l2<scalar_of<V>>(nbqbits) ? 1 : 0;
     call.run = choose_loop<V>(table.dim);
 }

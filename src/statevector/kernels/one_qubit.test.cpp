@@ -18,7 +18,7 @@ struct Row {
     static constexpr unsigned int params = params_;
     static constexpr bool moves_only = formula_ == OneQubit::X || formula_ == OneQubit::Y;
     static constexpr Values values = moves_only ? Values::any_bits : Values::unusual;
-    static constexpr const char* names[] = {"X", "Y", "H", "ZtoY", "YtoZ", "RX", "RY", "Matrix"};
+    static constexpr const char* names[8] = {"X", "Y", "H", "ZtoY", "YtoZ", "RX", "RY", "Matrix"};
     static constexpr const char* name = names[static_cast<int>(formula_)];
 
     template <class T>

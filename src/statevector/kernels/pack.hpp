@@ -51,16 +51,32 @@ template <class V>
 using bits_of =
     typename pack_type<std::conditional_t<sizeof(scalar_of<V>) == 8, std::int64_t, std::int32_t>, sizeof(V)>::type;
 
+// From and to any address that suits the parts. thrust::complex<double> asks for 16 bytes, which a host's buffer of
+// complex numbers need not have; so nothing here reads or writes an amplitude as such.
 template <class V>
 [[gnu::always_inline]] inline V load(const thrust::complex<scalar_of<V>>* from) {
     V v;
-    __builtin_memcpy(&v, from, sizeof(V));
+    __builtin_memcpy(&v, reinterpret_cast<const scalar_of<V>*>(from), sizeof(V));
     return v;
 }
 
 template <class V>
 [[gnu::always_inline]] inline void store(thrust::complex<scalar_of<V>>* to, V v) {
-    __builtin_memcpy(static_cast<void*>(to), &v, sizeof(V));
+    __builtin_memcpy(reinterpret_cast<scalar_of<V>*>(to), &v, sizeof(V));
+}
+
+// One amplitude, by its parts.
+template <class T>
+[[gnu::always_inline]] inline thrust::complex<T> read_amplitude(const thrust::complex<T>* from) {
+    const T* const parts = reinterpret_cast<const T*>(from);
+    return {parts[0], parts[1]};
+}
+
+template <class T>
+[[gnu::always_inline]] inline void write_amplitude(thrust::complex<T>* to, thrust::complex<T> a) {
+    T* const parts = reinterpret_cast<T*>(to);
+    parts[0] = a.real();
+    parts[1] = a.imag();
 }
 
 template <class V>

@@ -18,8 +18,8 @@ struct Row {
     static constexpr bool is_matrix = formula_ == TwoQubit::Matrix;
     static constexpr unsigned int params = is_matrix ? 16 : 0;
     static constexpr Values values = formula_ == TwoQubit::SWAP ? Values::any_bits : Values::unusual;
-    static constexpr const char* names[] = {"SWAP",         "ISWAP",        "SQRTSWAP", "HH",
-                                            "ZtoYZtoYConj", "YtoZYtoZConj", "Matrix"};
+    static constexpr const char* names[7] = {"SWAP",         "ISWAP",        "SQRTSWAP", "HH",
+                                             "ZtoYZtoYConj", "YtoZYtoZConj", "Matrix"};
     static constexpr const char* name = names[static_cast<int>(formula_)];
 
     template <class T>

@@ -1,4 +1,5 @@
 #include "statevector/index/bits.hpp"
+#include "statevector/kernels/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/loading.hpp>
@@ -24,7 +25,8 @@ struct pieces {
 
     double norm_of(unsigned long piece) const {
         double sum = 0;
-        walk(piece, [&](unsigned long, thrust::complex<T>& amplitude) {
+        walk(piece, [&](unsigned long, unsigned long index) {
+            const thrust::complex<T> amplitude = kernels::read_amplitude(state + index);
             const auto re = static_cast<double>(amplitude.real());
             const auto im = static_cast<double>(amplitude.imag());
             sum += re * re + im * im;
@@ -33,10 +35,11 @@ struct pieces {
     }
 
     void write(unsigned long piece, double root) const {
-        walk(piece, [&](unsigned long entry, thrust::complex<T>& amplitude) {
-            const auto re = static_cast<T>(data[entry].real() * root);
-            const auto im = static_cast<T>(data[entry].imag() * root);
-            amplitude = thrust::complex<T>(re, im);
+        walk(piece, [&](unsigned long entry, unsigned long index) {
+            const thrust::complex<double> value = kernels::read_amplitude(data + entry);
+            const auto re = static_cast<T>(value.real() * root);
+            const auto im = static_cast<T>(value.imag() * root);
+            kernels::write_amplitude(state + index, thrust::complex<T>(re, im));
         });
     }
 
@@ -47,7 +50,7 @@ private:
         const unsigned long first = piece % per_group * length;
         unsigned long local = index::deposit(first, listed);
         for (unsigned long entry = first; entry < first + length; ++entry) {
-            visit(entry, state[base | local]);
+            visit(entry, base | local);
             local = ((local | ~listed) + 1) & listed;  // carry skips the other qubits
         }
     }

@@ -30,7 +30,8 @@ struct preparation {
 
     // An entry of the data in the state's precision.
     thrust::complex<T> value(unsigned long entry) const {
-        return {static_cast<T>(data[entry].real()), static_cast<T>(data[entry].imag())};
+        const thrust::complex<double> given = kernels::read_amplitude(data + entry);
+        return {static_cast<T>(given.real()), static_cast<T>(given.imag())};
     }
 
     thrust::complex<T>* state;

@@ -20,7 +20,7 @@ std::vector<T> block_norms(const thrust::complex<double>* data, const registers&
         for (unsigned long a = begin; a < end; ++a) {
             T sum = T(0);
             for (unsigned long v = 0; v < r.values; ++v) {
-                const double real = data[a * r.values + v].real();
+                const double real = kernels::read_amplitude(data + (a * r.values + v)).real();
                 sum += static_cast<T>(real * real);
             }
             norms[a] = std::sqrt(sum);
@@ -118,7 +118,7 @@ private:
             const thrust::complex<T>* from = source + where.bases[c];
             const V amplitudes =
                 value_.lane_bits == 0 ? kernels::load<V>(from) : make_pack<V>([&](std::size_t lane, std::size_t part) {
-                    const thrust::complex<T> amplitude = from[lane & ~value_.lane_bits];
+                    const auto amplitude = kernels::read_amplitude(from + (lane & ~value_.lane_bits));
                     return part == 0 ? amplitude.real() : amplitude.imag();
                 });
             spread[c] = amplitudes / divisor;
@@ -128,7 +128,7 @@ private:
     void write(const strip& where, unsigned long address, unsigned long value, const V* spread) const {
         const V weights = make_pack<V>([&](std::size_t lane, std::size_t) {
             const unsigned long block = (address | address_.of_lane[lane]) * numbers_.values;
-            return static_cast<T>(data_[block + (value | value_.of_lane[lane])].real());
+            return static_cast<T>(kernels::read_amplitude(data_ + (block + (value | value_.of_lane[lane]))).real());
         });
         thrust::complex<T>* to = state_ + (numbers_.address_bits(address) | numbers_.value_bits(value));
         for (unsigned long c = 0; c < where.columns; ++c) {

@@ -31,12 +31,6 @@ void fill_by_bits(Entry* table, unsigned long count, Rearranged rearranged) {
     }
 }
 
-unsigned long team_size(unsigned long bytes, int nthreads) {
-    if (bytes < storage::worthwhile_bytes) return 1;
-    const int team = pbamplix::get_num_threads(nthreads);
-    return static_cast<unsigned long>(team == 0 ? omp_get_max_threads() : team);
-}
-
 }  // namespace
 
 tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, unsigned long bytes, int nthreads) {
@@ -54,7 +48,7 @@ tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, 
     } else {
         joined = chain_bits_inside < 3 ? join_lowest(above, 3 - chain_bits_inside) : 0;
         // Rather fewer chains side by side than threads without work.
-        const unsigned long team = team_size(bytes, nthreads);
+        const unsigned long team = storage::most_bodies(~0ul, bytes, nthreads);
         while (joined != 0 && (1ul << count_bits(above & ~joined)) < team) joined &= joined - 1;
     }
     pieces = 1u << count_bits(joined);

@@ -13,6 +13,18 @@ inline T uniform(unsigned long output) {
     return u < T(1) ? u : T(1) - std::numeric_limits<T>::epsilon() / 2;
 }
 
+// Returns work(), which draws from an engine. When it throws, for lack of memory, the engine is put back.
+template <class Engine, class Work>
+auto with_engine(Engine& engine, Work work) {
+    const Engine before = engine;
+    try {
+        return work();
+    } catch (...) {
+        engine = before;
+        throw;
+    }
+}
+
 // A random number and the shot it decides.
 template <class T>
 struct draw {

@@ -158,7 +158,9 @@ using namespace velacamplix;
 template <bool Threshold, class Out, class Seq>
 void _permute_and_copy_vector_fast(Seq seq, Out* out, const int& nthreads, typename Seq::proba_type threshold_sq) {
     const unsigned long bytes = seq.dim * sizeof(Out);
-    const bool streamed = bytes >= measurement::streaming_bytes;
+    // An element that lies across the end of a line leaves no whole line to stream.
+    const bool streamed =
+        bytes >= measurement::streaming_bytes && reinterpret_cast<std::uintptr_t>(out) % sizeof(Out) == 0;
     const unsigned long tiles = seq.dim / (measurement::tile_side * measurement::tile_side);
     storage::parallel_blocks(tiles, 2 * bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         if (streamed) {
@@ -174,7 +176,8 @@ void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P& threshold_sq, 
     storage::parallel_blocks(seq.dim, 2 * seq.dim * sizeof(Out), nthreads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long i = begin; i < end; ++i) {
             const bool kept = measurement::probability_at(seq, i) > threshold_sq;
-            out[index::reverse_bits(i, seq.nqubits)] = kept ? measurement::value_at(seq, i) : Out();
+            const Out value = kept ? measurement::value_at(seq, i) : Out();
+            std::memcpy(static_cast<void*>(out + index::reverse_bits(i, seq.nqubits)), &value, sizeof(Out));
         }
     });
 }

@@ -1,26 +1,24 @@
 // Dense exports at 24 qubits, in copies of the same array by memcpy, its halves on as many threads, timed beside them.
 // Names read case<precision>/threads.
 
-#include "beside_limit.hpp"
+#include "statevector/storage/parallel.hpp"
 
-#include <omp.h>
+#include "beside_limit.hpp"
 
 #include <cstring>
 
 namespace {
 
+using namespace velacamplix;
 using namespace velacamplix::bench;
 
 constexpr unsigned int qubits = 24;
 
 double copy_seconds(void* to, const void* from, std::size_t bytes, int threads) {
     const auto start = std::chrono::steady_clock::now();
-#pragma omp parallel num_threads(threads)
-    {
-        const std::size_t share = bytes / static_cast<std::size_t>(omp_get_num_threads());
-        const std::size_t begin = share * static_cast<std::size_t>(omp_get_thread_num());
-        std::memcpy(static_cast<char*>(to) + begin, static_cast<const char*>(from) + begin, share);
-    }
+    storage::parallel_blocks(bytes, bytes, threads, [=](unsigned long begin, unsigned long end) {
+        std::memcpy(static_cast<char*>(to) + begin, static_cast<const char*>(from) + begin, end - begin);
+    });
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 

@@ -2,6 +2,7 @@
 #include "reference/probabilities.hpp"
 #include "support/chosen_outputs.hpp"
 #include "support/measured_state.hpp"
+#include "support/pauli_sums.hpp"
 #include "support/precision.hpp"
 #include "support/widened.hpp"
 
@@ -9,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <stdexcept>
+#include <type_traits>
 
 // Readout of a state through a precise view is, bit for bit, readout of the same numbers in double precision.
 
@@ -102,6 +104,44 @@ testing::AssertionResult samples_agree(const State<T>& state, bool density_matri
         if (engine != expected_engine) return testing::AssertionFailure() << "another number of outputs was taken";
     }
     return testing::AssertionSuccess();
+}
+
+// What shots of any norm are drawn from: a double state as it is, a single one through a precise view.
+template <class T, class Reader>
+auto read_for_shots(MeasuredState<T>& measured, Reader reader) {
+    if constexpr (std::is_same_v<T, double>) {
+        return measured.read(reader);
+    } else {
+        return read_precisely(measured, reader);
+    }
+}
+
+template <class T>
+testing::AssertionResult samples_of_any_norm_agree(const State<T>& state, bool density_matrix, bool as_shares,
+                                                   unsigned long shots, const Qubits& qubits) {
+    MeasuredState<T> measured(state, density_matrix);
+    const std::vector<double> view = wide_view(state, density_matrix);
+    std::mt19937_64 after(11);
+    const outcomes expected =
+        as_shares ? scanned(view, after, shots, qubits) : reference::sampled(view, after, shots, qubits);
+    for (int count : thread_counts) {
+        std::mt19937_64 engine(11);
+        outcomes got(shots);
+        read_for_shots(measured, [&](auto seq) {
+            pbamplix::cpu::pick_shots_of_any_norm(seq, got.data(), engine, shots, count, qubits);
+        });
+        if (got != expected) return testing::AssertionFailure() << "other shots, " << measured.describe(qubits, count);
+        if (engine != after) return testing::AssertionFailure() << "another number of outputs was taken";
+    }
+    return testing::AssertionSuccess();
+}
+
+template <class T>
+State<T> scaled(State<T> state, double factor) {
+    for (auto& a : state) {
+        a = {static_cast<T>(static_cast<double>(a.re) * factor), static_cast<T>(static_cast<double>(a.im) * factor)};
+    }
+    return state;
 }
 
 // `large` at index 0 and 2^k amplitudes of 2^-13 behind it: each is less than half a unit in the last place of the
@@ -245,4 +285,78 @@ TEST(precise_view_of_single_precision, sums_what_a_running_sum_in_single_precisi
     EXPECT_NEAR(total, 1, 1e-7);
     EXPECT_NEAR(other / 100'000, lost, 5 * std::sqrt(lost / 100'000));
     EXPECT_LE(one, 3);
+}
+
+TYPED_TEST(precise_view, shots_of_a_normalised_state_are_those_of_its_precision) {
+    std::mt19937 lists(8);
+    for (unsigned int n = 0; n <= 9; ++n) {
+        const auto state = normalised(random_state<TypeParam>(n, Values::ordinary));
+        for (const double total : {1.0, 1 + 8e-10, 1 - 8e-10}) {
+            const auto near = scaled(state, std::sqrt(total));
+            const bool as_shares = std::is_same_v<TypeParam, float>;
+            for (unsigned long shots : {0ul, 1ul, 3000ul}) {
+                ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_shares, shots, {})) << total;
+            }
+            ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_shares, 100, random_qubits(n / 2, n, lists)));
+        }
+    }
+}
+
+TYPED_TEST(precise_view, shots_of_a_state_of_another_norm_are_shares_of_its_total) {
+    std::mt19937 lists(9);
+    for (const double factor : {std::sqrt(1 + 2e-9), std::sqrt(1 - 2e-9), 0.5, 3.0, 1e-17, 1e17}) {
+        for (unsigned int n : {0u, 1u, 4u, 9u}) {
+            const auto state = scaled(normalised(random_state<TypeParam>(n, Values::ordinary)), factor);
+            for (unsigned long shots : {1ul, 3000ul}) {
+                ASSERT_TRUE(samples_of_any_norm_agree(state, false, true, shots, {})) << factor;
+            }
+            ASSERT_TRUE(samples_of_any_norm_agree(state, false, true, 100, random_qubits(n / 2, n, lists))) << factor;
+        }
+        const auto matrix = scaled(density_of(normalised(random_state<TypeParam>(4, Values::ordinary))), factor);
+        ASSERT_TRUE(samples_of_any_norm_agree(matrix, true, true, 500, {})) << factor;
+    }
+    const auto large = scaled(normalised(random_state<TypeParam>(17, Values::ordinary)), 0.5);
+    ASSERT_TRUE(samples_of_any_norm_agree(large, false, true, 200, {16, 0, 5}));
+}
+
+TYPED_TEST(precise_view, shots_are_refused_and_no_output_is_taken_where_there_is_no_total) {
+    const TypeParam nan = std::numeric_limits<TypeParam>::quiet_NaN();
+    const TypeParam infinity = std::numeric_limits<TypeParam>::infinity();
+    for (const TypeParam odd : {TypeParam(0), nan, infinity}) {
+        State<TypeParam> state(8, {odd == 0 ? odd : TypeParam(0.5), 0});
+        state[5] = {0, odd};
+        MeasuredState<TypeParam> measured(state);
+        for (unsigned long shots : {1ul, 10ul}) {
+            std::mt19937_64 engine(3);
+            outcomes got(shots);
+            read_for_shots(measured, [&](auto seq) {
+                EXPECT_THROW(pbamplix::cpu::pick_shots_of_any_norm(seq, got.data(), engine, shots, 2, {}),
+                             std::domain_error)
+                    << odd;
+            });
+            EXPECT_EQ(engine, std::mt19937_64(3));
+        }
+    }
+}
+
+TEST(precise_view_of_a_tiny_state, a_share_above_zero_stays_above_zero) {
+    // Squares of 1e-320: most shares of their sum round to 0, which would be the index of all ones.
+    MeasuredState<double> measured(State<double>{{1e-160, 0}, {0, 1e-160}, {0, 0}, {0, 0}});
+    std::mt19937_64 engine(5);
+    outcomes got(1000);
+    measured.read([&](auto seq) { pbamplix::cpu::pick_shots_of_any_norm(seq, got.data(), engine, 1000, 1, {}); });
+    for (const unsigned long outcome : got) ASSERT_TRUE(outcome == 0 || outcome == 2) << outcome;
+}
+
+TYPED_TEST(precise_view, shots_of_any_norm_go_on_with_the_engine_when_there_are_more_than_are_sorted_at_once) {
+    constexpr unsigned long shots = (1ul << 24) + 1000;
+    const State<TypeParam> state{{TypeParam(0.5), TypeParam(0.25)}, {1, 1}};
+    MeasuredState<TypeParam> measured(state);
+    std::mt19937_64 engine(3), after(3);
+    const auto expected = scanned(wide_view(state, false), after, shots, {});
+    outcomes got(shots);
+    read_for_shots(measured,
+                   [&](auto seq) { pbamplix::cpu::pick_shots_of_any_norm(seq, got.data(), engine, shots, 2, {}); });
+    EXPECT_TRUE(got == expected);
+    EXPECT_EQ(engine, after);
 }

@@ -80,9 +80,10 @@ void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits ou
     constexpr unsigned long lanes = kernels::lanes<V>;
     if (size < lanes) {
         for (unsigned long i = 0; i < size; ++i) {
-            const thrust::complex<T> a = amplitudes[i];
+            const thrust::complex<T> a = kernels::read_amplitude(amplitudes + i);
             const bool kept = (i & outcome.listed) == outcome.pattern;
-            amplitudes[i] = thrust::complex<T>(kept ? a.real() / divisor : other, kept ? a.imag() / divisor : other);
+            kernels::write_amplitude(amplitudes + i, thrust::complex<T>(kept ? a.real() / divisor : other,
+                                                                        kept ? a.imag() / divisor : other));
         }
         return;
     }
@@ -148,8 +149,9 @@ void move_to_zero(thrust::complex<T>* amplitudes, unsigned int n, const std::vec
         while (begin < end) {
             const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);
             for (const unsigned long stop = target + length; target != stop; ++target) {
-                amplitudes[target] = amplitudes[target | pattern];
-                amplitudes[target | pattern] = thrust::complex<T>();
+                using V = kernels::single_pack<T>;
+                kernels::store(amplitudes + target, kernels::load<V>(amplitudes + (target | pattern)));
+                kernels::store(amplitudes + (target | pattern), V{});
             }
             begin += length;
             target = (((target - 1) | ~free) + 1) & free;  // carry skips the listed bits
@@ -173,8 +175,9 @@ void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<un
     const auto kept = measurement::bits_of_outcome(qubits, value);
     const T norm = measurement::norm_of_outcome(measurement::view_of(amps, size), kept, nthreads);
     if (norm == T(0)) {
+        const std::domain_error impossible("Cannot project onto an outcome of probability zero");  // may lack memory
         measurement::rewrite(amps, size, kept, T(1), T(0), nthreads);  // by 1: leaves them as they are
-        throw std::domain_error("Cannot project onto an outcome of probability zero");
+        throw impossible;
     }
     const T root = std::sqrt(norm);
     // What is zero stays zero, except over a root that is not a number.

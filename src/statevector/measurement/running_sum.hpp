@@ -28,7 +28,7 @@ inline void walk_running_sum(const Seq& view, Reached reached) {
     constexpr unsigned long ahead = 4 * running_sum_block;  // from the block to what is fetched from memory
 
     alignas(64) T probabilities[running_sum_block];
-    alignas(64) T sums[2][running_sum_block];
+    alignas(64) T sums[2][running_sum_block] = {};
     T* present = sums[0];
     T* before = sums[1];
     const unsigned long count = std::min(running_sum_block, view.dim);

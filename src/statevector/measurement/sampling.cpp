@@ -6,7 +6,10 @@
 #include "statevector/storage/parallel.hpp"
 
 #include <cmath>
+#include <limits>
 #include <memory>
+#include <sstream>
+#include <stdexcept>
 
 // A shot's index is the first i for which its number r is not above the running sum c of the probabilities 0 ... i;
 // a NaN sum ends the search too. A number that is not above 0 has the index of all ones, one above the total the last
@@ -31,27 +34,31 @@ unsigned long count_below(T r, const T* sums, unsigned long count) {
     return below;
 }
 
-// Writes to `shots` the index that each of the draws, sorted by number, comes to.
+// Writes to `shots` the index that each of the draws, sorted by number, comes to. Returns the last running sum it saw:
+// the total, if the walk is to go to the end although every draw may have its index before.
 template <class Seq>
-void release_draws(const Seq& view, const draw<typename Seq::proba_type>* waiting,
-                   const draw<typename Seq::proba_type>* end, unsigned long* shots) {
+typename Seq::proba_type release_draws(const Seq& view, const draw<typename Seq::proba_type>* waiting,
+                                       const draw<typename Seq::proba_type>* end, unsigned long* shots,
+                                       bool to_the_end = false) {
     using T = typename Seq::proba_type;
     for (; waiting != end && !(waiting->number > T(0)); ++waiting) shots[waiting->shot] = all_ones;
-    if (waiting == end) return;
+    T last = T(0);
+    if (waiting == end && !to_the_end) return last;
     walk_running_sum(view, [&](unsigned long first, const T* sums, unsigned long count) {
+        last = sums[count - 1];
         if constexpr (never_falls<Seq>) {
-            const T last = sums[count - 1];
             for (; waiting != end && !(waiting->number > last); ++waiting) {
                 shots[waiting->shot] = first + count_below(waiting->number, sums, count);
             }
         } else {
-            for (unsigned long e = 0; e < count; ++e) {
+            for (unsigned long e = 0; e < count && waiting != end; ++e) {
                 for (; waiting != end && !(waiting->number > sums[e]); ++waiting) shots[waiting->shot] = first + e;
             }
         }
-        return waiting != end;
+        return to_the_end || waiting != end;
     });
     for (; waiting != end; ++waiting) shots[waiting->shot] = view.dim - 1;
+    return last;
 }
 
 template <class Seq>
@@ -59,20 +66,68 @@ inline constexpr bool numbers_are_shares = false;
 template <class Seq>
 inline constexpr bool numbers_are_shares<pbamplix::precise_view<Seq>> = true;
 
-// What the sorted draws have to be multiplied by. The last of the running sums itself, so that no number comes to lie
-// above it. 1 where the total is infinite or NaN: then no share means anything.
-template <class Seq>
-typename Seq::proba_type total_to_share(const Seq& view) {
+// Draws shots whose numbers are multiplied by `factor`, and returns the last running sum of the first batch. Where the
+// state has to be normalised this is the total, and no further batch follows if it is not near 1.
+template <class Rng, class Seq>
+typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type factor, bool has_to_be_normalised,
+                                    unsigned long* shots, Rng& rng, unsigned long nshots, int nthreads,
+                                    const std::vector<unsigned int>& qubits) {
     using T = typename Seq::proba_type;
+    // Bounds the memory for draws to 256 MiB; more shots walk the view again.
+    constexpr unsigned long most_at_once = 1ul << 24;
+    const auto draws = std::make_unique_for_overwrite<draw<T>[]>(std::min(nshots, most_at_once));
     T total = T(0);
-    walk_running_sum(view, [&](unsigned long, const T* sums, unsigned long count) {
-        total = sums[count - 1];
-        return true;
+
+    with_engine(rng, [&] {
+        for (unsigned long first = 0; first < nshots; first += most_at_once) {
+            const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
+            unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
+#pragma omp critical
+            for (unsigned int i = 0; i < count; ++i) batch[i] = rng();
+
+            sort_draws(batch, count, draws.get(), nthreads);
+            if (factor != T(1)) {
+                // A share of a total above 0 stays above 0.
+                const T least = factor > T(0) ? std::numeric_limits<T>::denorm_min() : T(0);
+                for (draw<T>* d = draws.get(); d != draws.get() + count; ++d) {
+                    if (d->number > T(0)) d->number = std::max(d->number * factor, least);
+                }
+            }
+            const bool to_the_end = has_to_be_normalised && first == 0;
+            const T last = release_draws(seq, draws.get(), draws.get() + count, batch, to_the_end);
+            if (first == 0) total = last;
+            if (to_the_end && !is_normalised(total)) break;
+            storage::parallel_blocks(count, count * sizeof(*batch), nthreads,
+                                     [&](unsigned long begin, unsigned long end) {
+                                         for (unsigned long i = begin; i < end; ++i)
+                                             batch[i] = outcome_of(batch[i], seq.nqubits, qubits);
+                                     });
+        }
     });
-    return std::isfinite(total) ? total : T(1);
+    return total;
 }
 
 }  // namespace
+
+// The last of the running sums itself, so that no share of it comes to lie above it.
+template <class Seq>
+double total_of(const Seq& view) {
+    const draw<double>* const none = nullptr;
+    return release_draws(view, none, none, nullptr, true);
+}
+
+template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<float>>>&);
+template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<double>>>&);
+
+bool is_normalised(double total) { return std::abs(total - 1) <= 1e-9; }
+
+void require_shares(double total) {
+    if (total > 0 && std::isfinite(total)) return;
+    std::ostringstream text;
+    text << "there is nothing to draw from: the probabilities of the state must add up to a finite number above 0, got "
+         << total;
+    throw std::domain_error(text.str());
+}
 
 template <class Seq>
 unsigned long draw_outcome(const Seq& view, std::mt19937_64& rng, const std::vector<unsigned int>& qubits) {
@@ -104,30 +159,30 @@ using namespace velacamplix;
 template <class Rng, class Seq>
 void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots, const int& nthreads,
                       const std::vector<unsigned int>& qubits) {
-    using draw = measurement::draw<typename Seq::proba_type>;
-    // Bounds the memory for draws to 256 MiB; more shots walk the view again.
-    constexpr unsigned long most_at_once = 1ul << 24;
-    const auto draws = std::make_unique_for_overwrite<draw[]>(std::min(nshots, most_at_once));
-    [[maybe_unused]] typename Seq::proba_type total{};
-    if constexpr (measurement::numbers_are_shares<Seq>) total = measurement::total_to_share(seq);
-
-    for (unsigned long first = 0; first < nshots; first += most_at_once) {
-        const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
-        unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
-#pragma omp critical
-        for (unsigned int i = 0; i < count; ++i) batch[i] = rng();
-
-        measurement::sort_draws(batch, count, draws.get(), nthreads);
-        if constexpr (measurement::numbers_are_shares<Seq>) {
-            for (unsigned int i = 0; i < count; ++i) draws[i].number *= total;
-        }
-        measurement::release_draws(seq, draws.get(), draws.get() + count, batch);
-        storage::parallel_blocks(count, count * sizeof(*batch), nthreads, [&](unsigned long begin, unsigned long end) {
-            for (unsigned long i = begin; i < end; ++i) {
-                batch[i] = measurement::outcome_of(batch[i], seq.nqubits, qubits);
-            }
-        });
+    using T = typename Seq::proba_type;
+    T factor = T(1);
+    if constexpr (measurement::numbers_are_shares<Seq>) {
+        const T total = measurement::total_of(seq);
+        if (std::isfinite(total)) factor = total;  // else no share means anything
     }
+    measurement::pick_shots(seq, factor, false, shots, rng, nshots, nthreads, qubits);
+}
+
+template <class Rng, class Seq>
+void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots, const int& nthreads,
+                            const std::vector<unsigned int>& qubits) {
+    if (nshots == 0) return;
+    double total;
+    if constexpr (measurement::numbers_are_shares<Seq>) {
+        total = measurement::total_of(seq);
+    } else {
+        const Rng before = rng;
+        total = measurement::pick_shots(seq, 1.0, true, shots, rng, nshots, nthreads, qubits);
+        if (measurement::is_normalised(total)) return;
+        rng = before;
+    }
+    measurement::require_shares(total);
+    measurement::pick_shots(seq, total, false, shots, rng, nshots, nthreads, qubits);
 }
 
 #define VELACAMPLIX_PICK_SHOTS(Seq)                                                                           \
@@ -140,5 +195,14 @@ VELACAMPLIX_PICK_SHOTS(SVSequence<thrust::complex<double>>)
 VELACAMPLIX_PICK_SHOTS(DMDiagSequence<float>)
 VELACAMPLIX_PICK_SHOTS(DMDiagSequence<double>)
 #undef VELACAMPLIX_PICK_SHOTS
+
+#define VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM(Seq)                                                                   \
+    template void pick_shots_of_any_norm(Seq, unsigned long*, std::mt19937_64&, const unsigned long&, const int&, \
+                                         const std::vector<unsigned int>&);
+VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM(SVSequence<thrust::complex<double>>)
+VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM(DMDiagSequence<double>)
+VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM(precise_view<SVSequence<thrust::complex<float>>>)
+VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM(precise_view<DMDiagSequence<float>>)
+#undef VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM
 
 }  // namespace pbamplix::cpu

@@ -74,30 +74,30 @@ template <class V>
 // Element `index` of a view.
 template <class T>
 inline T probability_at(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long index) {
-    return squared_magnitude(view.data[index]);
+    return squared_magnitude(kernels::read_amplitude(view.data + index));
 }
 template <class T>
 inline T probability_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) {
-    return view.data[index * (view.dim + 1)].real();
+    return kernels::read_amplitude(view.data + index * (view.dim + 1)).real();
 }
 template <class T>
 inline double probability_at(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<T>>>& view,
                              unsigned long index) {
-    return squared_magnitude(widened<double>(view.data[index]));
+    return squared_magnitude(widened<double>(kernels::read_amplitude(view.data + index)));
 }
 template <class T>
 inline double probability_at(const pbamplix::precise_view<pbamplix::DMDiagSequence<T>>& view, unsigned long index) {
-    return static_cast<double>(view.data[index * (view.dim + 1)].real());
+    return static_cast<double>(kernels::read_amplitude(view.data + index * (view.dim + 1)).real());
 }
 
 // What the exports copy: the amplitude, or the diagonal entry.
 template <class T>
 inline thrust::complex<T> value_at(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long index) {
-    return view.data[index];
+    return kernels::read_amplitude(view.data + index);
 }
 template <class T>
 inline T value_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) {
-    return view.data[index * (view.dim + 1)].real();
+    return kernels::read_amplitude(view.data + index * (view.dim + 1)).real();
 }
 
 // Fetches the elements first ... first + count - 1 from memory without waiting for them.
@@ -126,7 +126,9 @@ inline void fill_probabilities(const pbamplix::SVSequence<thrust::complex<T>>& v
         from += 2 * lanes;
         out += 2 * lanes;
     }
-    for (unsigned long rest = count % (2 * lanes); rest != 0; --rest) *out++ = squared_magnitude(widened<Out>(*from++));
+    for (unsigned long rest = count % (2 * lanes); rest != 0; --rest) {
+        *out++ = squared_magnitude(widened<Out>(kernels::read_amplitude(from++)));
+    }
 }
 
 template <class T, class Out>

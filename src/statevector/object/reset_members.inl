@@ -1,11 +1,14 @@
 #pragma once
 
 #include "statevector/index/bits.hpp"
+#include "statevector/kernels/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/statevector.hpp>
 
 #include <bit>
+#include <stdexcept>
+#include <string>
 #include <string_view>
 
 namespace velacamplix::object {
@@ -32,6 +35,21 @@ struct product_state {
     }
 };
 
+// The first thing that a new state needs is a reset: here a host hears that there is nothing to be reset.
+template <class T>
+void refuse_unusable(const pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state) {
+    constexpr unsigned int most_qubits = 63;  // with more the size has wrapped
+    if (state.nqubits > most_qubits) {
+        throw std::logic_error("A state has at most 63 qubits, not " + std::to_string(state.nqubits));
+    }
+    if (state.amplitudes == nullptr) {
+        throw std::logic_error(
+            "This state has no amplitudes: it was released, or a resize was refused. Call release_memory, then resize "
+            "to "
+            "one qubit or more.");
+    }
+}
+
 }  // namespace velacamplix::object
 
 namespace pbamplix::cpu {
@@ -39,6 +57,7 @@ namespace pbamplix::cpu {
 template <class T>
 void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     using namespace velacamplix;
+    object::refuse_unusable(*this);
     thrust::complex<T>* const to = amplitudes.get();
     const unsigned long bytes = size * sizeof(thrust::complex<T>);
     if (!state.has_value()) {
@@ -51,13 +70,14 @@ void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     const auto* const from = reinterpret_cast<const thrust::complex<T>*>(*state);
     const unsigned int n = nqubits;
     storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
-        for (unsigned long i = begin; i < end; ++i) to[i] = from[index::reverse_bits(i, n)];
+        for (unsigned long i = begin; i < end; ++i) to[i] = kernels::read_amplitude(from + index::reverse_bits(i, n));
     });
 }
 
 template <class T>
 void PybindAmplixStateVectorCPU<T>::reset_to_str(std::string s) {
     using namespace velacamplix;
+    object::refuse_unusable(*this);
     const object::product_state<T> product(s);
     // Character i stands for bit n - 1 - i of an index: the masks are reversed once, not every index.
     const unsigned long known = size - 1;

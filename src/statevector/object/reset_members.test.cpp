@@ -1,9 +1,14 @@
 #include "reference/resets.hpp"
+#include "support/captured_output.hpp"
 #include "support/compare.hpp"
 #include "support/precision.hpp"
 #include "support/random_state.hpp"
+#include "support/scripted_system.hpp"
 #include "support/state_vector.hpp"
 #include "support/watched_regions.hpp"
+
+#include <functional>
+#include <stdexcept>
 
 using namespace support;
 using reference::State;
@@ -149,5 +154,77 @@ TYPED_TEST(reset, of_a_large_state_opens_one_region_of_the_objects_threads) {
         WatchedRegions regions;
         v.reset_to_str("+");
         EXPECT_EQ(regions.thread_counts(), one_of_three);
+    }
+}
+
+// --- objects without an array --------------------------------------------------------------------------------------
+
+namespace {
+
+// What each kind of reset says; they must agree.
+template <class T>
+std::string refusal_of_resets(StateVector<T>& v) {
+    std::vector<thrust::complex<T>> source(1ul << 6);
+    const std::function<void()> resets[] = {
+        [&] { v.reset(); },
+        [&] { v.reset(reinterpret_cast<unsigned long>(source.data())); },
+        [&] { v.reset_to_str("01"); },
+    };
+    std::string said;
+    for (const auto& reset : resets) {
+        try {
+            reset();
+            return "accepted";
+        } catch (const std::logic_error& refusal) {
+            EXPECT_TRUE(said.empty() || said == refusal.what());
+            said = refusal.what();
+        }
+    }
+    return said;
+}
+
+const std::string without_array =
+    "This state has no amplitudes: it was released, or a resize was refused. Call release_memory, then resize to one "
+    "qubit or more.";
+
+}  // namespace
+
+TYPED_TEST(reset, of_a_released_state_is_refused_until_it_is_resized) {
+    StateVector<TypeParam> v(3);
+    v.release_memory();
+    EXPECT_EQ(refusal_of_resets(v), without_array);
+    v.resize(0);  // as many as it has: nothing changes
+    EXPECT_EQ(refusal_of_resets(v), without_array);
+    v.resize(2);
+    v.reset();
+    v.resize(0);
+    v.reset();
+    EXPECT_EQ(v.amplitudes[0], thrust::complex<TypeParam>(1));
+}
+
+TYPED_TEST(reset, after_a_refused_resize_is_refused_until_memory_is_released_and_the_state_resized) {
+    StateVector<TypeParam> v(3);
+    {
+        ScriptedMemory memory(100);
+        CapturedOutput output;
+        EXPECT_THROW(v.resize(45), std::bad_alloc);
+    }
+    EXPECT_EQ(refusal_of_resets(v), without_array);
+    v.resize(4);  // fewer than 45: an array is taken for granted
+    EXPECT_EQ(refusal_of_resets(v), without_array);
+    v.release_memory();
+    v.resize(4);
+    v.reset();
+    EXPECT_EQ(v.amplitudes[0], thrust::complex<TypeParam>(1));
+    EXPECT_EQ(v.amplitudes[15], thrust::complex<TypeParam>(0));
+}
+
+TYPED_TEST(reset, of_more_qubits_than_a_size_can_tell_is_refused) {
+    for (const unsigned int n : {64u, 65u, 70u, 128u}) {
+        const std::string expected = "A state has at most 63 qubits, not " + std::to_string(n);
+        StateVector<TypeParam> made(n), grown(1);
+        grown.resize(n);
+        EXPECT_EQ(refusal_of_resets(made), expected);
+        EXPECT_EQ(refusal_of_resets(grown), expected);
     }
 }

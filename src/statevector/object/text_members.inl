@@ -29,6 +29,7 @@ void PybindAmplixStateVectorCPU<T>::print() {
 template <class T>
 std::string PybindAmplixStateVectorCPU<T>::str() {
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // a stream keeps it to itself when memory runs out, and the text ends there
     for (unsigned long i = 0; i < size; ++i) {
         velacamplix::object::write_pair(text, amplitudes[i]);
         text << " ";

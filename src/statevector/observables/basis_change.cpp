@@ -5,8 +5,8 @@ namespace pbamplix::cpu {
 namespace {
 
 // Calls rotate_x(qubit) and rotate_y(qubit) for the term's X and Y, in list order. What stands for neither, also a
-// position behind the end of a pruned operator string, is measured as it is, like Z. An exception leaves the qubits
-// before it rotated.
+// position behind the end of a pruned operator string, is measured as it is, like Z. Gates without controls take no
+// memory, so nothing throws half way.
 template <class T, class RotateX, class RotateY>
 void rotate(const SimpleTerm<T>& term, RotateX rotate_x, RotateY rotate_y) {
     for (std::size_t j = 0; j < term.qubits.size() && j < term.op.size(); ++j) {

@@ -43,9 +43,9 @@ thrust::complex<T> _expectation_value_density_matrix(const thrust::complex<T>* a
 template <class T>
 std::vector<thrust::complex<double>> precise_term_values(const thrust::complex<T>* amplitudes,
                                                          const WObservable<double>& observable, unsigned long size,
-                                                         int nthreads) {
+                                                         int nthreads, const work_hook& hook) {
     std::vector<thrust::complex<double>> results;
-    for (const double value : pure_values<T, double>(amplitudes, size, strings_of(observable), nthreads)) {
+    for (const double value : pure_values<T, double>(amplitudes, size, strings_of(observable), nthreads, hook)) {
         results.push_back(observable.coefficients[results.size()] * value);
     }
     return results;
@@ -62,17 +62,17 @@ std::vector<thrust::complex<double>> precise_term_values_density_matrix(const th
     return results;
 }
 
-#define VELACAMPLIX_EXACT_VALUES(T)                                                                                    \
-    template thrust::complex<T> _term_value<T>(const thrust::complex<T>*, WObservable<T>&, unsigned long, int,         \
-                                               unsigned long);                                                         \
-    template thrust::complex<T> _term_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>&, int,         \
-                                                              unsigned long, const unsigned int&);                     \
-    template thrust::complex<T> _expectation_value<T>(const thrust::complex<T>*, WObservable<T>, unsigned long, int);  \
-    template thrust::complex<T> _expectation_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>, int,   \
-                                                                     const unsigned int&);                             \
-    template std::vector<thrust::complex<double>> precise_term_values(const thrust::complex<T>*,                       \
-                                                                      const WObservable<double>&, unsigned long, int); \
-    template std::vector<thrust::complex<double>> precise_term_values_density_matrix(                                  \
+#define VELACAMPLIX_EXACT_VALUES(T)                                                                                   \
+    template thrust::complex<T> _term_value<T>(const thrust::complex<T>*, WObservable<T>&, unsigned long, int,        \
+                                               unsigned long);                                                        \
+    template thrust::complex<T> _term_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>&, int,        \
+                                                              unsigned long, const unsigned int&);                    \
+    template thrust::complex<T> _expectation_value<T>(const thrust::complex<T>*, WObservable<T>, unsigned long, int); \
+    template thrust::complex<T> _expectation_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>, int,  \
+                                                                     const unsigned int&);                            \
+    template std::vector<thrust::complex<double>> precise_term_values(                                                \
+        const thrust::complex<T>*, const WObservable<double>&, unsigned long, int, const work_hook&);                 \
+    template std::vector<thrust::complex<double>> precise_term_values_density_matrix(                                 \
         const thrust::complex<T>*, const WObservable<double>&, int, const unsigned int&);
 VELACAMPLIX_EXACT_VALUES(float)
 VELACAMPLIX_EXACT_VALUES(double)

@@ -69,8 +69,8 @@ public:
         const unsigned long length = filled_length<T>(s);
         if (length < row_length<T>) {
             for (unsigned long j = 0; j < length; ++j) {
-                const auto ket = measurement::widened<T>(state_[j]);
-                const auto bra = measurement::widened<T>(state_[j ^ s.flip]);
+                const auto ket = measurement::widened<T>(kernels::read_amplitude(state_ + j));
+                const auto bra = measurement::widened<T>(kernels::read_amplitude(state_ + (j ^ s.flip)));
                 out[j] = s.imaginary ? bra.real() * ket.imag() - bra.imag() * ket.real()
                                      : bra.real() * ket.real() + bra.imag() * ket.imag();
             }

@@ -55,7 +55,7 @@ struct band_entries {
     unsigned int qubits;
 
     thrust::complex<T> operator()(unsigned long flip, unsigned long r) const {
-        return measurement::widened<T>(matrix[((r ^ flip) << qubits) + r]);
+        return measurement::widened<T>(kernels::read_amplitude(matrix + (((r ^ flip) << qubits) + r)));
     }
     void operator()(const product_sequence& s, unsigned long number, T* out) const {
         const unsigned long length = filled_length<T>(s);
@@ -68,7 +68,7 @@ struct band_entries {
 
 template <class T, class Stored>
 std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long size,
-                             std::vector<pauli_string> strings, int nthreads) {
+                             std::vector<pauli_string> strings, int nthreads, const pbamplix::work_hook& hook) {
     for (pauli_string& p : strings) {
         p.flip &= size - 1;
         p.phase &= size - 1;
@@ -98,7 +98,9 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
         }
         sums.resize(masks.size());
         const unsigned long bytes = sequences.size() * size * sizeof(thrust::complex<Stored>);
-        sum_sequences<T>(sequences, masks, tiles, bytes, nthreads, pair_products<T, Stored>(state), sums.data());
+        sum_sequences<T>(sequences, masks, tiles, bytes, nthreads, pair_products<T, Stored>(state), sums.data(), [&] {
+            if (hook) hook(begin, order.size());
+        });
 
         for (std::size_t m = 0, k = 0; m < masks.size(); ++m) {
             if (m == sequences[k].last_mask) ++k;
@@ -108,6 +110,7 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
             values[order[begin + m]] = sign_of<T>(p) * weight * sums[m] + T(0);
         }
         begin = end;
+        if (hook) hook(begin, order.size());
     }
     return values;
 }
@@ -116,9 +119,9 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
 
 template <class T, class Sum>
 std::vector<Sum> pure_values(const thrust::complex<T>* state, unsigned long size,
-                             const std::vector<pauli_string>& strings, int nthreads) {
+                             const std::vector<pauli_string>& strings, int nthreads, const pbamplix::work_hook& hook) {
     if (size == 0) return std::vector<Sum>(strings.size());
-    std::vector<Sum> values = sums_of_parts<Sum>(state, size, strings, nthreads);
+    std::vector<Sum> values = sums_of_parts<Sum>(state, size, strings, nthreads, hook);
 
     // A share is Re(x) Re(i^k) - Im(x) Im(i^k), and one of the two factors is 0. The part behind it shows only where
     // it is not finite, as NaN; an infinite sum is the sign to look.
@@ -130,7 +133,9 @@ std::vector<Sum> pure_values(const thrust::complex<T>* state, unsigned long size
         other_part.push_back({strings[t].flip, strings[t].phase, (strings[t].y_count + 1) & 3});
     }
     if (infinite.empty()) return values;
-    const std::vector<Sum> others = sums_of_parts<Sum>(state, size, other_part, nthreads);
+    pbamplix::work_hook again;
+    if (hook) again = [&](unsigned long, unsigned long) { hook(values.size(), values.size()); };
+    const std::vector<Sum> others = sums_of_parts<Sum>(state, size, other_part, nthreads, again);
     for (std::size_t k = 0; k < infinite.size(); ++k) values[infinite[k]] += Sum(0) * others[k];
     return values;
 }
@@ -162,7 +167,7 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
         sums.resize(2 * count);
         constexpr unsigned long cache_line = 64;
         const unsigned long tiles = chunk_count<Sum>(sequences.front());
-        sum_sequences<Sum>(sequences, masks, tiles, dim * cache_line, nthreads, entries, sums.data());
+        sum_sequences<Sum>(sequences, masks, tiles, dim * cache_line, nthreads, entries, sums.data(), [] {});
 
         for (std::size_t m = 0; m < count; ++m) {
             const pauli_string& p = strings[order[begin + m]];
@@ -182,7 +187,7 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
 
 #define VELACAMPLIX_PAULI_VALUES(T, Sum)                                                                              \
     template std::vector<Sum> pure_values(const thrust::complex<T>*, unsigned long, const std::vector<pauli_string>&, \
-                                          int);                                                                       \
+                                          int, const pbamplix::work_hook&);                                           \
     template std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>*, unsigned int,                \
                                                               const std::vector<pauli_string>&, int);
 VELACAMPLIX_PAULI_VALUES(float, float)

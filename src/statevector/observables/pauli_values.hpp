@@ -28,10 +28,11 @@ std::vector<pauli_string> strings_of(const WObservable<T>& observable) {
 
 // <P> of every string on a pure state of `size` amplitudes, summed in the precision Sum, that of the amplitudes or a
 // higher one. A string's value has the same bits whatever strings stand beside it, on any number of threads. Amplitudes
-// that are infinite or NaN always show in the values of the strings that meet them.
+// that are infinite or NaN always show in the values of the strings that meet them. The hook counts strings.
 template <class T, class Sum = T>
 std::vector<Sum> pure_values(const thrust::complex<T>* state, unsigned long size,
-                             const std::vector<pauli_string>& strings, int nthreads);
+                             const std::vector<pauli_string>& strings, int nthreads,
+                             const pbamplix::work_hook& hook = {});
 
 // Tr(rho P) of every string on a density matrix of 2^qubits x 2^qubits entries.
 template <class T, class Sum = T>

@@ -8,7 +8,12 @@
 
 #include <velacamplix/observable.hpp>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <type_traits>
 
 // Values of either precision's state, formed and summed in double: bit for bit those of the same numbers in double.
 
@@ -140,6 +145,112 @@ TYPED_TEST(PreciseValues, sampled_terms_are_near_the_exact_ones_and_the_state_co
     for (std::size_t i = 0; i < state.size(); ++i) {
         EXPECT_NEAR(given.data()[i].real(), state[i].re, 20 * std::numeric_limits<TypeParam>::epsilon());
     }
+}
+
+using Terms = std::vector<pbamplix::SimpleTerm<double>>;
+
+Terms some_terms() {
+    return {{{0}, "Z", {0.1, 2}}, {{7, 2}, "XY", {-1.5, 0}}, {{1, 6, 4, 3, 5}, "YZXYX", {3, 1e300}}, {{}, "", {4, 0}}};
+}
+
+// Where numbers are shares the terms are those of precise_evaluate_terms, elsewhere those of _evaluate_terms.
+TYPED_TEST(PreciseValues, terms_of_any_norm_are_sampled_as_shares_unless_a_double_state_is_normalised) {
+    const auto state = support::normalised(support::random_state<TypeParam>(8, support::Values::ordinary, 3));
+    for (const double factor : {1.0, 1 + 4e-10, 1 + 2e-9, 0.3, 1e9}) {
+        auto given = state;
+        for (auto& a : given) {
+            a = {static_cast<TypeParam>(static_cast<double>(a.re) * factor),
+                 static_cast<TypeParam>(static_cast<double>(a.im) * factor)};
+        }
+        const bool as_shares = std::is_same_v<TypeParam, float> || std::abs(factor - 1) > 1e-9;
+        for (const int threads : support::thread_counts) {
+            support::GuardedArray<TypeParam> first(given), second(given);
+            std::mt19937_64 engine(2), other_engine(2);
+            const auto got =
+                pbamplix::cpu::evaluate_terms_of_any_norm(first.data(), some_terms(), 3000, engine, 8, threads);
+            std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> expected;
+            if (as_shares) {
+                expected =
+                    pbamplix::cpu::precise_evaluate_terms(second.data(), some_terms(), 3000, other_engine, 8, threads);
+            } else if constexpr (std::is_same_v<TypeParam, double>) {
+                expected =
+                    pbamplix::cpu::_evaluate_terms(second.data(), some_terms(), 3000, other_engine, 8, threads, false);
+            }
+            EXPECT_EQ(got, expected) << factor;
+            EXPECT_TRUE(engine == other_engine);
+            EXPECT_EQ(std::memcmp(first.data(), second.data(), sizeof(thrust::complex<TypeParam>) << 8), 0) << factor;
+        }
+    }
+}
+
+TYPED_TEST(PreciseValues, terms_of_a_state_without_a_total_are_refused_before_anything_happens) {
+    for (const TypeParam odd :
+         {TypeParam(0), std::numeric_limits<TypeParam>::quiet_NaN(), std::numeric_limits<TypeParam>::infinity()}) {
+        State<TypeParam> state(256, {odd == 0 ? odd : TypeParam(0.0625), 0});
+        state[100] = {odd, 0};
+        support::GuardedArray<TypeParam> given(state);
+        std::mt19937_64 engine(2);
+        EXPECT_THROW(pbamplix::cpu::evaluate_terms_of_any_norm(given.data(), some_terms(), 10, engine, 8, 2),
+                     std::domain_error);
+        EXPECT_TRUE(engine == std::mt19937_64(2));
+        EXPECT_TRUE(support::same_bits(state, given.data()));
+    }
+}
+
+// Wherever the call is ended, the state is turned back.
+TYPED_TEST(PreciseValues, a_hook_hears_of_every_shot_and_may_end_the_call_anywhere) {
+    const auto state = support::normalised(support::random_state<TypeParam>(8, support::Values::ordinary, 3));
+    const unsigned long shots = (1ul << 18) + 100;
+    const unsigned long all = some_terms().size() * shots;
+    std::vector<unsigned long> heard;
+    const auto listen = [&](unsigned long done, unsigned long told) {
+        EXPECT_EQ(told, all);
+        heard.push_back(done);
+    };
+    support::GuardedArray<TypeParam> given(state);
+    std::mt19937_64 engine(2);
+    pbamplix::cpu::evaluate_terms_of_any_norm(given.data(), some_terms(), shots, engine, 8, 1, listen);
+    EXPECT_TRUE(std::is_sorted(heard.begin(), heard.end()));
+    EXPECT_EQ(heard.back(), all);
+    ASSERT_GT(heard.size(), 12u);  // passes of basis changes, tables, two pieces of shots
+
+    for (std::size_t last = 1; last <= heard.size(); ++last) {
+        std::size_t calls = 0;
+        const auto stop = [&](unsigned long, unsigned long) {
+            if (++calls == last) throw std::runtime_error("enough");
+        };
+        support::GuardedArray<TypeParam> stopped(state);
+        EXPECT_THROW(pbamplix::cpu::evaluate_terms_of_any_norm(stopped.data(), some_terms(), shots, engine, 8, 1, stop),
+                     std::runtime_error);
+        EXPECT_EQ(calls, last);
+        for (std::size_t i = 0; i < state.size(); ++i) {
+            ASSERT_NEAR(stopped.data()[i].real(), state[i].re, 20 * std::numeric_limits<TypeParam>::epsilon()) << last;
+            ASSERT_NEAR(stopped.data()[i].imag(), state[i].im, 20 * std::numeric_limits<TypeParam>::epsilon()) << last;
+        }
+    }
+}
+
+TYPED_TEST(PreciseValues, a_hook_hears_of_every_term_and_may_end_the_call) {
+    const auto state = support::random_state<TypeParam>(18, support::Values::ordinary);
+    PauliSum<double> sum;
+    for (unsigned long flip = 0; flip < 50; ++flip) {
+        sum.coefficients.push_back({1, 0});
+        sum.strings.push_back(support::pauli(flip << 12, flip));
+    }
+    const auto observable = compiled(sum);
+    std::vector<unsigned long> heard;
+    const auto listen = [&](unsigned long done, unsigned long all) {
+        EXPECT_EQ(all, 50u);
+        heard.push_back(done);
+    };
+    const auto values = pbamplix::cpu::precise_term_values(amplitudes_of(state), observable, state.size(), 2, listen);
+    EXPECT_EQ(values, pbamplix::cpu::precise_term_values(amplitudes_of(state), observable, state.size(), 2));
+    EXPECT_TRUE(std::is_sorted(heard.begin(), heard.end()));
+    EXPECT_EQ(heard.back(), 50u);
+    ASSERT_GT(heard.size(), 5u);
+    const auto stop = [&](unsigned long, unsigned long) { throw std::runtime_error("enough"); };
+    EXPECT_THROW(pbamplix::cpu::precise_term_values(amplitudes_of(state), observable, state.size(), 2, stop),
+                 std::runtime_error);
 }
 
 // What it is for: 2^20 equal products beside a large one.

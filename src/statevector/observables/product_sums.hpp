@@ -3,6 +3,7 @@
 #include "statevector/observables/signed_sums.hpp"
 #include "statevector/storage/parallel.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -37,10 +38,11 @@ inline constexpr unsigned long most_sections = 128;
 // out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `tiles` (a power of two)
 // divides every sequence's chunk count or is 1: the chunks of one tile come from the same amplitudes, so all sequences
 // take their turn while those are in the cache. `bytes` is what all passes touch together.
-// fill(sequence, chunk number, numbers) writes filled_length numbers; it must not throw.
-template <class T, class Fill>
+// fill(sequence, chunk number, numbers) writes filled_length numbers; it must not throw. between() is called on the
+// calling thread several times in a second, and may.
+template <class T, class Fill, class Between>
 void sum_sequences(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
-                   unsigned long tiles, unsigned long bytes, int nthreads, Fill fill, T* out) {
+                   unsigned long tiles, unsigned long bytes, int nthreads, Fill fill, T* out, Between between) {
     const unsigned long sections = std::min(tiles, most_sections);
     const unsigned long tiles_per_section = tiles / sections;
     std::vector<T> partial(sections * masks.size());
@@ -62,7 +64,7 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
 
     // One unit of work: one sequence in one section. A thread's share of a section is done tile by tile.
     const unsigned long units = sections * sequences.size();
-    storage::parallel_blocks(units, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    const auto sum_units = [&](unsigned long begin, unsigned long end) {
         chunk<T> numbers;
         while (begin < end) {
             const unsigned long section = begin / sequences.size();
@@ -80,7 +82,15 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
             }
             begin += last - first;
         }
-    });
+    };
+    // Enough units for any team, and few enough for a fraction of a second.
+    const unsigned long pieces = std::clamp(units / 1024, 1ul, 64ul);
+    for (unsigned long piece = 0; piece < pieces; ++piece) {
+        const auto [first, last] = storage::block_of(units, pieces, piece);
+        storage::parallel_blocks(last - first, bytes / pieces, nthreads,
+                                 [&, start = first](auto begin, auto end) { sum_units(start + begin, start + end); });
+        between();
+    }
 
     for (std::size_t m = 0; m < masks.size(); ++m) {
         T sum = partial[m];

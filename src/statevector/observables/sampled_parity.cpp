@@ -1,31 +1,52 @@
-#include "statevector/measurement/draws.hpp"
+#include "statevector/observables/sampled_parity.hpp"
 
-#include <velacamplix/observable.hpp>
+#include "statevector/measurement/draws.hpp"
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <random>
 
-namespace pbamplix::cpu {
+namespace velacamplix::observables {
 
 // The engine's order alone decides, so the number of threads does not matter. Parities are counted in integers: that is
 // the sum of +1 and -1 wherever such a sum is exact, and does not stall at 2^24 in single precision.
 template <class T, class Engine>
-std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(const std::vector<T>& cumulative,
-                                                                const thrust::complex<T>& coefficient,
-                                                                unsigned long shots, Engine& rng, int) {
+unsigned long count_odd(const std::vector<T>& cumulative, unsigned long shots, Engine& rng) {
     unsigned long odd = 0;
     for (unsigned long shot = 0; shot < shots; ++shot) {
-        const T draw = velacamplix::measurement::uniform<T>(rng());
+        const T draw = measurement::uniform<T>(rng());
         // The first position not below the draw; behind the end, at 2^k, where the table stays below it: odd as well.
         const auto position = std::lower_bound(cumulative.begin(), cumulative.end(), draw) - cumulative.begin();
         odd += std::popcount(static_cast<unsigned long>(position)) & 1;
     }
+    return odd;
+}
+
+template <class T>
+std::pair<thrust::complex<T>, thrust::complex<T>> weighted_parity(unsigned long odd, unsigned long shots,
+                                                                  const thrust::complex<T>& coefficient) {
     const long sum = static_cast<long>(shots) - 2 * static_cast<long>(odd);
     const T mean = static_cast<T>(sum) / static_cast<T>(shots);  // no shots: NaN
     const T error = shots <= 1 ? T(0) : std::sqrt((T(1) - mean * mean) / static_cast<T>(shots - 1));
     return {coefficient * mean, coefficient * error};
+}
+
+template unsigned long count_odd(const std::vector<double>&, unsigned long, std::mt19937_64&);
+template std::pair<thrust::complex<double>, thrust::complex<double>> weighted_parity(unsigned long, unsigned long,
+                                                                                     const thrust::complex<double>&);
+
+}  // namespace velacamplix::observables
+
+namespace pbamplix::cpu {
+
+using namespace velacamplix;
+
+template <class T, class Engine>
+std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(const std::vector<T>& cumulative,
+                                                                const thrust::complex<T>& coefficient,
+                                                                unsigned long shots, Engine& rng, int) {
+    return observables::weighted_parity(observables::count_odd(cumulative, shots, rng), shots, coefficient);
 }
 
 template std::pair<thrust::complex<float>, thrust::complex<float>> evaluate_term(const std::vector<float>&,

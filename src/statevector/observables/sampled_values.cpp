@@ -1,14 +1,19 @@
 #include "statevector/measurement/distribution.hpp"
+#include "statevector/measurement/draws.hpp"
+#include "statevector/measurement/sampling.hpp"
 #include "statevector/measurement/views.hpp"
+#include "statevector/observables/sampled_parity.hpp"
 
 #include <velacamplix/observable.hpp>
 
 #include <algorithm>
 #include <random>
+#include <type_traits>
 
 namespace pbamplix::cpu {
 
 namespace measurement = velacamplix::measurement;
+namespace observables = velacamplix::observables;
 
 namespace {
 
@@ -33,6 +38,98 @@ void reserve_for_longest(std::vector<T>& table, const std::vector<SimpleTerm<T>>
     table.reserve(longest < 64 ? 1ul << longest : ~0ul);
 }
 
+// Turns a state into the basis of one term after another, and always back.
+template <class T>
+class turned_state {
+public:
+    turned_state(thrust::complex<T>* state, unsigned int n, int nthreads)
+        : amplitudes(state), qubits(n), threads(nthreads) {}
+    turned_state(const turned_state&) = delete;
+    turned_state& operator=(const turned_state&) = delete;
+    ~turned_state() { turn_back(); }
+
+    // Calls between() after every pass over the state; it may throw.
+    template <class Between>
+    void turn(const SimpleTerm<double>& term, Between between) {
+        for (std::size_t j = 0; j < term.qubits.size() && j < term.op.size(); ++j) {
+            if (term.op[j] != 'X' && term.op[j] != 'Y') continue;
+            const SimpleTerm<T> factor{{term.qubits[j]}, {term.op[j]}, {}};
+            turned.op.push_back(term.op[j]);
+            turned.qubits.push_back(term.qubits[j]);  // the longer list is cut where the shorter one ends
+            basis_change(amplitudes, factor, false, qubits, threads);
+            between();
+        }
+    }
+    void turn_back() {
+        basis_change(amplitudes, turned, true, qubits, threads);
+        turned.qubits.clear();
+        turned.op.clear();
+    }
+
+private:
+    thrust::complex<T>* amplitudes;
+    unsigned int qubits;
+    int threads;
+    SimpleTerm<T> turned;
+};
+
+// Parities of shots in double precision. Random numbers are shares of the total, or else numbers as they are.
+template <class T, class Engine>
+std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_precisely(
+    thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
+    unsigned int qubits, int nthreads, bool numbers_are_shares, const work_hook& hook) {
+    // A fraction of a second with the largest table.
+    constexpr unsigned long shots_at_once = 1ul << 18;
+    std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> results;
+    if (terms.empty()) return results;
+    std::vector<double> table;
+    reserve_for_longest(table, terms);
+    results.reserve(terms.size());
+    const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
+    turned_state<T> state(amplitudes, qubits, nthreads);
+    unsigned long all = 0;
+    if (__builtin_mul_overflow(terms.size(), shots, &all)) all = ~0ul;
+
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const unsigned long done = results.size() * shots;
+            const auto tell = [&](unsigned long drawn) {
+                if (hook) hook(done + drawn, all);
+            };
+            state.turn(term, [&] { tell(0); });
+            fill_cumulative_table(table, view, term.qubits, nthreads);
+            if (numbers_are_shares) {
+                const double total = table.back();
+                for (double& sum : table) sum /= total;
+            }
+            tell(0);
+            unsigned long odd = 0;
+            for (unsigned long drawn = 0; drawn < shots;) {
+                const unsigned long piece = std::min(shots - drawn, shots_at_once);
+                odd += observables::count_odd(table, piece, rng);
+                drawn += piece;
+                tell(drawn);
+            }
+            results.push_back(observables::weighted_parity(odd, shots, term.coefficient));
+            state.turn_back();
+        }
+    });
+    return results;
+}
+
+// Calls read() between change(false), into a term's basis, and change(true), back, which follows an exception too.
+template <class Change, class Read>
+void in_basis(Change change, Read read) {
+    change(false);
+    try {
+        read();
+    } catch (...) {
+        change(true);
+        throw;
+    }
+    change(true);
+}
+
 }  // namespace
 
 template <class T, class Engine>
@@ -47,12 +144,15 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
     reserve_for_longest(table, terms);
     results.reserve(terms.size());
     const auto change_basis = density_matrix ? &basis_change_deterministic<T> : &basis_change<T>;
-    for (const auto& term : terms) {
-        change_basis(amplitudes, term, false, qubits, nthreads);
-        fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
-        results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
-        change_basis(amplitudes, term, true, qubits, nthreads);
-    }
+    measurement::with_engine(rng, [&] {
+        for (const auto& term : terms) {
+            const auto change = [&](bool undo) { change_basis(amplitudes, term, undo, qubits, nthreads); };
+            in_basis(change, [&] {
+                fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
+                results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
+            });
+        }
+    });
     return results;
 }
 
@@ -60,22 +160,18 @@ template <class T, class Engine>
 std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(
     thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
     unsigned int qubits, int nthreads) {
-    std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> results;
-    if (terms.empty()) return results;
-    std::vector<double> table;
-    reserve_for_longest(table, terms);
-    results.reserve(terms.size());
+    return evaluate_precisely(amplitudes, terms, shots, rng, qubits, nthreads, true, {});
+}
+
+template <class T, class Engine>
+std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_terms_of_any_norm(
+    thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
+    unsigned int qubits, int nthreads, const work_hook& hook) {
     const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
-    for (const auto& term : terms) {
-        const SimpleTerm<T> rotation{term.qubits, term.op, {}};
-        basis_change(amplitudes, rotation, false, qubits, nthreads);
-        fill_cumulative_table(table, view, term.qubits, nthreads);
-        const double total = table.back();
-        for (double& sum : table) sum /= total;
-        results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
-        basis_change(amplitudes, rotation, true, qubits, nthreads);
-    }
-    return results;
+    const double total = terms.empty() ? 1 : measurement::total_of(view);
+    measurement::require_shares(total);
+    const bool numbers_are_shares = !std::is_same_v<T, double> || !measurement::is_normalised(total);
+    return evaluate_precisely(amplitudes, terms, shots, rng, qubits, nthreads, numbers_are_shares, hook);
 }
 
 #define VELACAMPLIX_SAMPLED_VALUES(T)                                                                               \
@@ -84,7 +180,10 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise
         bool);                                                                                                      \
     template std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(       \
         thrust::complex<T>*, const std::vector<SimpleTerm<double>>&, unsigned long, std::mt19937_64&, unsigned int, \
-        int);
+        int);                                                                                                       \
+    template std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_terms_of_any_norm(   \
+        thrust::complex<T>*, const std::vector<SimpleTerm<double>>&, unsigned long, std::mt19937_64&, unsigned int, \
+        int, const work_hook&);
 VELACAMPLIX_SAMPLED_VALUES(float)
 VELACAMPLIX_SAMPLED_VALUES(double)
 #undef VELACAMPLIX_SAMPLED_VALUES

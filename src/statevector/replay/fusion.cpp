@@ -5,6 +5,8 @@
 #include "statevector/replay/simplify.hpp"
 #include "statevector/replay/step.hpp"
 
+#include <algorithm>
+
 namespace velacamplix::replay {
 namespace {
 
@@ -14,12 +16,62 @@ using complex = std::complex<double>;
 
 unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
 
+// With factors of length 1: others could not be divided by, or divided out again.
 template <class T>
-bool is_diagonal_on_one_qubit(const operation<T>& op) {
-    return op.is_diagonal() && op.kind != gate_kind::product && op.targets.size() == 1 && op.controls == 0;
+bool is_phase_on_one_qubit(const operation<T>& op) {
+    return op.is_diagonal() && op.kind != gate_kind::product && op.targets.size() == 1 && op.controls == 0 &&
+           matrix_of(op).is_unitary(unitary_tolerance<T>);
 }
 
-// Holds back diagonals on single qubits until a gate mixes their qubit.
+// The square of what may count as a length of 1.
+template <class T>
+inline constexpr double longest = 1 + 10 * unitary_tolerance<T>;
+
+// Of larger matrices the answer would cost more than using it saves.
+constexpr unsigned long largest_matrix_looked_at = 64;
+
+// The greatest sum of |A^dagger A| over a row bounds the square of what A multiplies a length by.
+template <class T>
+bool never_lengthens(const thrust::complex<T>* matrix, unsigned long dim) {
+    if (dim > largest_matrix_looked_at) return false;
+    std::vector<complex> wide(dim * dim);
+    for (unsigned long i = 0; i < dim * dim; ++i) {
+        wide[i] = {static_cast<double>(matrix[i].real()), static_cast<double>(matrix[i].imag())};
+    }
+    for (unsigned long column = 0; column < dim; ++column) {
+        double sum = 0;
+        for (unsigned long other = 0; other < dim; ++other) {
+            complex product = 0;
+            for (unsigned long row = 0; row < dim; ++row) {
+                product += std::conj(wide[row * dim + column]) * wide[row * dim + other];
+            }
+            sum += std::abs(product);
+        }
+        if (!(sum <= longest<T>)) return false;  // nor with a NaN
+    }
+    return true;
+}
+
+// Whether no state becomes longer by the operation: true of unitary matrices, projectors and Kraus operators.
+template <class T>
+bool never_lengthens(const operation<T>& op) {
+    switch (op.kind) {
+        case gate_kind::diagonal:
+            return std::all_of(op.entries.begin(), op.entries.end(), [](const thrust::complex<T>& d) {
+                const auto re = static_cast<double>(d.real()), im = static_cast<double>(d.imag());
+                return re * re + im * im <= longest<T>;
+            });
+        case gate_kind::matrix1:
+            return never_lengthens(op.coefficients.data(), 2);
+        case gate_kind::matrix2:
+        case gate_kind::matrix:
+            return never_lengthens(op.entries.data(), 1ul << op.targets.size());
+        default:
+            return true;
+    }
+}
+
+// Holds back phases on single qubits until a gate mixes their qubit.
 template <class T>
 class diagonal_collector {
 public:
@@ -30,7 +82,7 @@ public:
     void collect(gate_group<T> group, std::vector<gate_group<T>>& to) {
         std::vector<operation<T>> result;
         for (operation<T>& op : group.operations) {
-            if (is_diagonal_on_one_qubit(op)) {
+            if (is_phase_on_one_qubit(op)) {
                 hold(op);
                 continue;
             }
@@ -114,16 +166,26 @@ private:
 template <class T>
 std::vector<gate_group<T>> fuse(const std::vector<operation<T>>& operations, unsigned long begin, unsigned long end,
                                 unsigned nbqbits, buffer_shape shape) {
-    const std::vector<operation<T>> simpler = simplify(operations, begin, end);
+    const auto from = operations.begin() + static_cast<std::ptrdiff_t>(begin);
+    const auto to = operations.begin() + static_cast<std::ptrdiff_t>(end);
+    // States that become longer may leave the range of numbers in one order of commuting gates and not in another.
+    const bool may_be_rewritten = std::all_of(from, to, [](const operation<T>& op) { return never_lengthens(op); });
+    const std::vector<operation<T>> list =
+        may_be_rewritten ? simplify(operations, begin, end) : std::vector<operation<T>>(from, to);
     std::vector<footprint> footprints;
-    footprints.reserve(simpler.size());
-    for (const operation<T>& op : simpler) footprints.push_back(footprint_of(op));
+    footprints.reserve(list.size());
+    for (const operation<T>& op : list) footprints.push_back(footprint_of(op));
     diagonal_collector<T> collector(nbqbits);
     std::vector<gate_group<T>> groups;
-    for (const stretch& part : deal_out(footprints, nbqbits, shape, exchange::up_to_rounding)) {
+    const exchange allowed = may_be_rewritten ? exchange::up_to_rounding : exchange::exact;
+    for (const stretch& part : deal_out(footprints, nbqbits, shape, allowed)) {
         gate_group<T> next{{}, part.local};
-        for (const unsigned long gate : part.gates) next.operations.push_back(simpler[gate]);
-        collector.collect(std::move(next), groups);
+        for (const unsigned long gate : part.gates) next.operations.push_back(list[gate]);
+        if (may_be_rewritten) {
+            collector.collect(std::move(next), groups);
+        } else {
+            groups.push_back(std::move(next));
+        }
     }
     operation<T> rest = collector.rest();
     if (!rest.targets.empty()) {

@@ -15,7 +15,8 @@ struct gate_group {
 };
 
 // The groups that do the same as the gates begin ... end - 1 up to rounding, in as few passes as exchanging commuting
-// gates allows. Diagonals on single qubits are collected over gates and passes and multiplied in together.
+// gates allows. Phases on single qubits are collected over gates and passes and multiplied in together. Where a gate
+// may make a state longer, the gates stay what they are and in an order that gives the same bits.
 template <class T>
 std::vector<gate_group<T>> fuse(const std::vector<gates::operation<T>>& operations, unsigned long begin,
                                 unsigned long end, unsigned nbqbits, buffer_shape shape);

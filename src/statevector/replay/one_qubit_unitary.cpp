@@ -1,33 +1,55 @@
 #include "statevector/replay/one_qubit_unitary.hpp"
 
+#include <algorithm>
+
 namespace velacamplix::replay {
 namespace {
 
 using complex = std::complex<double>;
 
-// Entries below this are rounding left over from products that cancel.
+// What products that cancel leave of a zero, in units of the products.
 constexpr double vanishing = 1e-15;
+
+bool is_zero(complex entry, double made_from) { return std::abs(entry) <= vanishing * made_from; }
 
 bool is_near(complex a, complex b, double tolerance) { return std::abs(a - b) <= tolerance; }
 
-complex direction(complex a) { return a / std::abs(a); }
+complex direction(complex a) {
+    if (std::abs(a) < 0x1p-500) a *= 0x1p500;  // its length has few digits
+    return a / std::abs(a);
+}
+
+bool agree_in_length(complex a, complex b, double tolerance) {
+    const double la = std::abs(a), lb = std::abs(b);
+    return std::abs(la - lb) <= tolerance * std::max(la, lb);
+}
 
 }  // namespace
 
-bool one_qubit_unitary::is_diagonal() const { return std::abs(m01) <= vanishing && std::abs(m10) <= vanishing; }
+bool one_qubit_unitary::is_diagonal() const { return is_zero(m01, from01) && is_zero(m10, from10); }
 
-bool one_qubit_unitary::is_identity() const { return is_diagonal() && factor_pair{m00, m11}.is_identity(); }
+bool one_qubit_unitary::is_antidiagonal() const { return is_zero(m00, from00) && is_zero(m11, from11); }
 
-bool one_qubit_unitary::is_unitary() const {
-    constexpr double tolerance = 1e-6;  // a float's matrix is one, too
+bool one_qubit_unitary::is_unitary(double tolerance) const {
+    // What a small entry does may be all that a projection leaves: it has digits of its own, if fewer.
+    const double of_small_ones = 1000 * tolerance;
     return is_near(std::norm(m00) + std::norm(m10), 1, tolerance) &&
            is_near(std::norm(m01) + std::norm(m11), 1, tolerance) &&
-           is_near(std::conj(m00) * m01 + std::conj(m10) * m11, 0, tolerance);
+           is_near(std::conj(m00) * m01 + std::conj(m10) * m11, 0, tolerance) &&
+           agree_in_length(m00, m11, of_small_ones) && agree_in_length(m01, m10, of_small_ones);
 }
 
 one_qubit_unitary one_qubit_unitary::after(const one_qubit_unitary& earlier) const {
-    return {m00 * earlier.m00 + m01 * earlier.m10, m00 * earlier.m01 + m01 * earlier.m11,
-            m10 * earlier.m00 + m11 * earlier.m10, m10 * earlier.m01 + m11 * earlier.m11};
+    const one_qubit_unitary& e = earlier;
+    const auto from = [](double a, double b, double c, double d) { return std::min(a * b + c * d, 1.0); };
+    return {m00 * e.m00 + m01 * e.m10,
+            m00 * e.m01 + m01 * e.m11,
+            m10 * e.m00 + m11 * e.m10,
+            m10 * e.m01 + m11 * e.m11,
+            from(from00, e.from00, from01, e.from10),
+            from(from00, e.from01, from01, e.from11),
+            from(from10, e.from00, from11, e.from10),
+            from(from10, e.from01, from11, e.from11)};
 }
 
 bool factor_pair::is_identity() const { return is_near(zero, 1, vanishing) && is_near(one, 1, vanishing); }
@@ -38,7 +60,7 @@ decomposition decompose(const one_qubit_unitary& u, double tolerance) {
         d.last = {u.m00, u.m11};
         return d;
     }
-    if (std::abs(u.m00) <= vanishing && std::abs(u.m11) <= vanishing) {
+    if (u.is_antidiagonal()) {
         d.middle = rotation::x;
         d.last = {u.m01, u.m10};
         return d;
@@ -47,8 +69,8 @@ decomposition decompose(const one_qubit_unitary& u, double tolerance) {
     d.cosine = (std::abs(u.m00) + std::abs(u.m11)) / 2;
     d.sine = (std::abs(u.m01) + std::abs(u.m10)) / 2;
     const bool mostly_diagonal = d.cosine >= d.sine;
-    complex zero = std::abs(u.m00) > vanishing ? direction(u.m00) : 1;
-    complex one = std::abs(u.m10) > vanishing ? direction(u.m10) : 1;
+    complex zero = is_zero(u.m00, u.from00) ? 1 : direction(u.m00);
+    complex one = is_zero(u.m10, u.from10) ? 1 : direction(u.m10);
     // From the larger entries: the direction of a small one is not known well.
     complex first = mostly_diagonal ? direction(u.m11) / one : -direction(u.m01) / zero;
     if (!mostly_diagonal) one = direction(u.m10);
@@ -88,7 +110,11 @@ one_qubit_unitary matrix_of(const gates::operation<T>& op) {
         const thrust::complex<T> m = columns[column][row];
         return complex(static_cast<double>(m.real()), static_cast<double>(m.imag()));
     };
-    return {entry(0, 0), entry(0, 1), entry(1, 0), entry(1, 1)};
+    // The sine or cosine of a multiple of pi/2 in double precision is 6e-17 or more where it should be zero. What is
+    // smaller stands there for a reason.
+    const auto from = [](complex m) { return sizeof(T) == 8 && std::abs(m) >= 6e-17 ? 1 : std::abs(m); };
+    const complex m00 = entry(0, 0), m01 = entry(0, 1), m10 = entry(1, 0), m11 = entry(1, 1);
+    return {m00, m01, m10, m11, from(m00), from(m01), from(m10), from(m11)};
 }
 
 template one_qubit_unitary matrix_of(const gates::operation<float>&);

@@ -10,10 +10,14 @@ namespace velacamplix::replay {
 struct one_qubit_unitary {
     using complex = std::complex<double>;
     complex m00 = 1, m01 = 0, m10 = 0, m11 = 1;
+    // How large the numbers were that an entry is made of, up to 1: an entry that is a rounding error of theirs counts
+    // as zero. Any other counts, however small: after a projection it may be all there is.
+    double from00 = 1, from01 = 0, from10 = 0, from11 = 1;
 
     bool is_diagonal() const;
-    bool is_identity() const;
-    bool is_unitary() const;
+    bool is_antidiagonal() const;
+    // Within the tolerance, which is also what is lost when it is taken for one.
+    bool is_unitary(double tolerance) const;
     one_qubit_unitary after(const one_qubit_unitary& earlier) const;
 };
 
@@ -38,5 +42,9 @@ decomposition decompose(const one_qubit_unitary& u, double tolerance);
 // What an operation with one target does to it where its controls are 1.
 template <class T>
 one_qubit_unitary matrix_of(const gates::operation<T>& op);
+
+// How far from unitary a matrix given in the precision T may be: some units in the last place.
+template <class T>
+inline constexpr double unitary_tolerance = sizeof(T) == 4 ? 1e-6 : 2e-15;
 
 }  // namespace velacamplix::replay

@@ -67,9 +67,12 @@ void fetch_runs(const gathering& chunks, const thrust::complex<T>* from, unsigne
     }
 }
 
-unsigned long first_level_cache_bytes() {
-    static const long told = sysconf(_SC_LEVEL1_DCACHE_SIZE);
-    return told > 0 ? static_cast<unsigned long>(told) : 32ul << 10;
+constexpr unsigned long usual_first_level_cache_bytes = 32ul << 10;
+
+// Two thirds of the cache at most: the rest is for what the gates read besides, and for the next chunk's first lines.
+template <class T>
+constexpr unsigned chunk_bits_within(unsigned long cache_bytes) {
+    return static_cast<unsigned>(std::bit_width(cache_bytes * 2 / 3 / sizeof(thrust::complex<T>))) - 1;
 }
 
 // `count` operations from `from` on, in buffers of the local bits.
@@ -109,16 +112,23 @@ chunk_pass<T> make_pass(const std::vector<operation<T>>& operations, const stret
     return make_pass(taken.data(), taken.size(), part.local, nbqbits);
 }
 
+unsigned long first_level_cache_bytes() {
+    static const long told = sysconf(_SC_LEVEL1_DCACHE_SIZE);
+    return told > 0 ? static_cast<unsigned long>(told) : usual_first_level_cache_bytes;
+}
+
 template <class T>
-buffer_shape choose_shape(unsigned nbqbits, int threads) {
-    // Two thirds of the cache at most: the rest is for what the gates read besides, and for the next chunk's first
-    // lines.
-    auto chunk_bits =
-        static_cast<unsigned>(std::bit_width(first_level_cache_bytes() * 2 / 3 / sizeof(thrust::complex<T>))) - 1;
+buffer_shape choose_shape(unsigned nbqbits, int threads, unsigned long cache_bytes) {
+    unsigned chunk_bits = chunk_bits_within<T>(std::max(cache_bytes, 8ul << 10));  // whatever a system tells
     // Enough chunks for every thread, where a second thread pays at all.
     const bool shared = threads > 1 && (sizeof(thrust::complex<T>) << nbqbits) >= storage::worthwhile_bytes;
     if (shared && nbqbits > chunk_bits) chunk_bits = std::min(chunk_bits, nbqbits - 2);
     return {line_bits<T> + 3, chunk_bits};
+}
+
+template <class T>
+buffer_shape fused_shape() {
+    return {line_bits<T> + 3, chunk_bits_within<T>(usual_first_level_cache_bytes)};
 }
 
 template <class T>
@@ -141,8 +151,8 @@ std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& o
 }
 
 template <class T>
-std::vector<chunk_pass<T>> make_fused_passes(const std::vector<operation<T>>& operations, unsigned nbqbits,
-                                             buffer_shape shape) {
+std::vector<chunk_pass<T>> make_fused_passes(const std::vector<operation<T>>& operations, unsigned nbqbits) {
+    const buffer_shape shape = fused_shape<T>();
     // A run can only stop between stretches. They are short enough to stop soon, and long enough to hold most of what
     // can be brought together.
     const unsigned long length = 16ul * std::max(nbqbits, 4u);
@@ -191,12 +201,12 @@ void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned n
 }
 
 #define VELACAMPLIX_INSTANTIATE(T)                                                                                 \
-    template buffer_shape choose_shape<T>(unsigned, int);                                                          \
+    template buffer_shape choose_shape<T>(unsigned, int, unsigned long);                                           \
+    template buffer_shape fused_shape<T>();                                                                        \
     template chunk_pass<T> make_pass<T>(const std::vector<operation<T>>&, const stretch&, unsigned);               \
     template std::vector<chunk_pass<T>> make_passes<T>(const std::vector<gates::operation<T>>&, unsigned,          \
                                                        buffer_shape);                                              \
-    template std::vector<chunk_pass<T>> make_fused_passes<T>(const std::vector<operation<T>>&, unsigned,           \
-                                                             buffer_shape);                                        \
+    template std::vector<chunk_pass<T>> make_fused_passes<T>(const std::vector<operation<T>>&, unsigned);          \
     template void run_chunks<T>(const chunk_pass<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long, \
                                 thrust::complex<T>*);
 VELACAMPLIX_INSTANTIATE(float)

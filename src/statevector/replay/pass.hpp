@@ -32,12 +32,25 @@ struct chunk_pass {
     gathering chunks{0};
     std::vector<step<T>> steps;
 
+    // Amplitudes of a buffer; 0 where none is needed.
     unsigned long chunk_size() const { return local == 0 || in_place ? 0 : 1ul << std::popcount(local); }
+    unsigned long chunk_count(unsigned nbqbits) const {
+        return 1ul << (nbqbits - static_cast<unsigned>(std::popcount(local)));
+    }
 };
 
-// The chunks that suit a state of 2^nbqbits amplitudes T worked on by `threads` threads.
+// As the system tells it of the core that asks.
+unsigned long first_level_cache_bytes();
+
+// The chunks that suit a state of 2^nbqbits amplitudes T worked on by `threads` threads, whose first-level caches have
+// so many bytes. The bits of an exact run do not depend on them.
 template <class T>
-buffer_shape choose_shape(unsigned nbqbits, int threads);
+buffer_shape choose_shape(unsigned nbqbits, int threads, unsigned long cache_bytes);
+
+// The chunks of a fused run: which gates come together, and so the bits, depend on them. They follow from the precision
+// alone, and suit the smallest first-level caches in use.
+template <class T>
+buffer_shape fused_shape();
 
 template <class T>
 chunk_pass<T> make_pass(const std::vector<gates::operation<T>>& operations, const stretch& part, unsigned nbqbits);
@@ -46,10 +59,10 @@ template <class T>
 std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
                                        buffer_shape shape);
 
-// The same with fusion: gates are taken in stretches, each rewritten on its own.
+// The same with fusion: gates are taken in stretches, each rewritten on its own. The passes follow from the gates, the
+// number of qubits and the precision alone.
 template <class T>
-std::vector<chunk_pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
-                                             buffer_shape shape);
+std::vector<chunk_pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits);
 
 // Runs a pass over the chunks begin ... end - 1 of the state (of which there are 2^(nbqbits - local bits)). `buffer`
 // holds one chunk.

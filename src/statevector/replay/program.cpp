@@ -13,9 +13,54 @@ namespace pbamplix::cpu {
 
 using namespace velacamplix;
 
-// Hidden: its members have no place among the shared library's symbols.
+namespace {
+
+constexpr unsigned int most_qubits = 63;  // a number of amplitudes has 64 bits
+
+[[noreturn]] void refuse(const std::string& why) { throw std::invalid_argument(why); }
+
+// "1 qubit", "3 qubits", "1 entry", "0 entries"
+std::string counted(unsigned long number, std::string noun) {
+    if (number != 1) noun = noun == "entry" ? "entries" : noun + "s";
+    return std::to_string(number) + " " + noun;
+}
+
+// The program's content, which one that was moved from has lost.
+template <class Implementation>
+Implementation& content_of(const std::unique_ptr<Implementation>& self) {
+    if (self == nullptr) refuse("This program has been moved from");
+    return *self;
+}
+
+void check_qubits(const std::string& gate, const std::vector<unsigned int>& qubits,
+                  const std::vector<unsigned int>& controls, unsigned int nqubits) {
+    unsigned long named = 0;
+    for (const auto* list : {&qubits, &controls}) {
+        for (const unsigned int q : *list) {
+            if (q >= nqubits) {
+                refuse("Gate " + gate + " names qubit " + std::to_string(q) + ", but the program has " +
+                       counted(nqubits, "qubit") + ", counted from 0");
+            }
+            if ((named & index::bit(q)) != 0) {
+                refuse("Gate " + gate + " names qubit " + std::to_string(q) + " twice");
+            }
+            named |= index::bit(q);
+        }
+    }
+}
+
+// `bits`: of the number of entries, as far as a vector can be that long.
+void check_entries(const std::string& gate, std::size_t entries, std::size_t qubits, std::size_t bits) {
+    if (bits < 64 && entries == 1ul << bits) return;
+    const std::string wanted = bits < 64 ? counted(1ul << bits, "entry") : "2^" + std::to_string(bits) + " entries";
+    refuse("Gate " + gate + " on " + counted(qubits, "qubit") + " takes " + wanted + ", not " +
+           std::to_string(entries));
+}
+
+}  // namespace
+
 template <class T>
-struct [[gnu::visibility("hidden")]] program<T>::implementation {
+struct program<T>::implementation {
     unsigned int nqubits;
     std::vector<gates::operation<T>> operations;
     bool fusion = false;
@@ -23,6 +68,12 @@ struct [[gnu::visibility("hidden")]] program<T>::implementation {
     program_plan plan;
 
     replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads) {
+        if (state_qubits > most_qubits) {
+            refuse("A state has at most " + counted(most_qubits, "qubit") + ", not " + std::to_string(state_qubits));
+        }
+        if (state_qubits < nqubits) {
+            refuse("The program has " + counted(nqubits, "qubit") + ", the state " + std::to_string(state_qubits));
+        }
         if (!schedule || !schedule->fits(state_qubits, nthreads)) {
             schedule.emplace(operations, state_qubits, nthreads, fusion);
         }
@@ -38,6 +89,9 @@ struct [[gnu::visibility("hidden")]] program<T>::implementation {
 
 template <class T>
 program<T>::program(unsigned int nqubits) : self(std::make_unique<implementation>()) {
+    if (nqubits > most_qubits) {
+        refuse("A program has at most " + counted(most_qubits, "qubit") + ", not " + std::to_string(nqubits));
+    }
     self->nqubits = nqubits;
 }
 template <class T>
@@ -48,71 +102,92 @@ template <class T>
 program<T>& program<T>::operator=(program&&) noexcept = default;
 
 template <class T>
-void program<T>::add_gate(const std::string& name, const std::vector<T>& params,
+void program<T>::add_gate(const std::string& name, const std::vector<double>& params,
                           const std::vector<unsigned int>& qubits, const std::vector<unsigned int>& controls) {
-    gates::operation<T> op;
-    if (!gates::named_operation(op, name, params, qubits)) {
-        throw std::invalid_argument("Gate " + name + " is not known to a program");
+    implementation& content = content_of(self);
+    const auto wanted = gates::arguments_of(name);
+    if (!wanted) refuse("Gate " + name + " is not known to a program");
+    if (params.size() != wanted->angles) {
+        refuse("Gate " + name + " takes " + counted(wanted->angles, "angle") + ", not " +
+               std::to_string(params.size()));
     }
-    self->append(std::move(op), controls);
+    if (qubits.size() != wanted->qubits) {
+        refuse("Gate " + name + " takes " + counted(wanted->qubits, "qubit") + ", not " +
+               std::to_string(qubits.size()));
+    }
+    check_qubits(name, qubits, controls, content.nqubits);
+    gates::operation<T> op;
+    gates::named_operation(op, name, params, qubits);
+    content.append(std::move(op), controls);
 }
 
 template <class T>
 void program<T>::add_matrix(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
                             const std::vector<unsigned int>& controls) {
-    self->append(gates::matrix_operation(matrix, qubits, !controls.empty()), controls);
+    implementation& content = content_of(self);
+    check_qubits("matrix", qubits, controls, content.nqubits);
+    check_entries("matrix", matrix.size(), qubits.size(), 2 * qubits.size());
+    content.append(gates::matrix_operation(matrix, qubits, !controls.empty()), controls);
 }
 
 template <class T>
 void program<T>::add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                               const std::vector<unsigned int>& controls) {
-    self->append(gates::diagonal_operation(diagonal, qubits, !controls.empty()), controls);
+    implementation& content = content_of(self);
+    check_qubits("diagonal", qubits, controls, content.nqubits);
+    check_entries("diagonal", diagonal.size(), qubits.size(), qubits.size());
+    content.append(gates::diagonal_operation(diagonal, qubits, !controls.empty()), controls);
 }
 
 template <class T>
-void program<T>::set_params(unsigned long gate, const std::vector<T>& params) {
-    gates::operation<T>& op = self->operations.at(gate);
-    if (!gates::set_angle(op, params)) throw std::invalid_argument("Gate " + std::to_string(gate) + " takes no angle");
-    if (!self->schedule) return;
-    if (self->fusion) {
-        self->schedule.reset();
-    } else {
-        self->schedule->outdate(gate);
-    }
+void program<T>::set_params(unsigned long gate, const std::vector<double>& params) {
+    implementation& content = content_of(self);
+    gates::operation<T>& op = content.operations.at(gate);
+    const auto refuse_this = [&](const std::string& why) {
+        refuse("Gate " + std::to_string(gate) + ", " + gates::name_of(op.kind) + ", takes " + why);
+    };
+    if (!gates::takes_angle(op.kind)) refuse_this("no angle");
+    if (params.size() != 1) refuse_this("1 angle, not " + std::to_string(params.size()));
+    if (content.schedule && content.fusion) content.schedule.reset();
+    if (content.schedule) content.schedule->outdate(gate);  // first: it may lack memory
+    gates::set_angle(op, params[0]);
 }
 
 template <class T>
 void program<T>::set_fusion(bool fusion) {
-    if (fusion != self->fusion) self->schedule.reset();
-    self->fusion = fusion;
+    implementation& content = content_of(self);
+    if (fusion != content.fusion) content.schedule.reset();
+    content.fusion = fusion;
 }
 
 template <class T>
 bool program<T>::fusion() const {
-    return self->fusion;
+    return content_of(self).fusion;
 }
 
 template <class T>
 unsigned long program<T>::size() const {
-    return self->operations.size();
+    return content_of(self).operations.size();
 }
 
 template <class T>
 unsigned int program<T>::nqubits() const {
-    return self->nqubits;
+    return content_of(self).nqubits;
 }
 
 template <class T>
 void program<T>::clear() {
-    self->operations.clear();
-    self->schedule.reset();
+    implementation& content = content_of(self);
+    content.operations.clear();
+    content.schedule.reset();
 }
 
 template <class T>
 const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
-    program_plan& plan = self->plan;
+    implementation& content = content_of(self);
+    program_plan& plan = content.plan;
     plan = {};
-    for (const auto& pass : self->schedule_for(state_qubits, nthreads).passes()) {
+    for (const auto& pass : content.schedule_for(state_qubits, nthreads).passes()) {
         program_pass told{pass.first, pass.last, {}, 1ul << state_qubits};
         double sweeps = 1;
         if (pass.local == 0) {
@@ -130,8 +205,10 @@ const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
 
 template <class T>
 unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook) {
-    auto& schedule = self->schedule_for(state.nqubits, state.num_threads);
-    return schedule.run(self->operations, state.amplitudes.get(), hook);
+    implementation& content = content_of(self);
+    if (state.amplitudes == nullptr) refuse("The state has no amplitudes: it was released, or a resize was refused");
+    auto& schedule = content.schedule_for(state.nqubits, state.num_threads);
+    return schedule.run(content.operations, state.amplitudes.get(), hook);
 }
 
 template class program<float>;

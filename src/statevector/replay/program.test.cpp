@@ -6,7 +6,10 @@
 
 #include <velacamplix/program.hpp>
 
+#include <array>
 #include <cmath>
+#include <complex>
+#include <limits>
 #include <stdexcept>
 
 using namespace support;
@@ -65,7 +68,7 @@ TYPED_TEST(program_run, lets_gates_overtake_those_that_only_move_without_a_chang
     for (const std::string name : moving) {
         program<TypeParam> list(n);
         std::vector<program<TypeParam>> singles;
-        const auto add = [&](const std::string& gate, const std::vector<TypeParam>& params, const Qubits& qubits,
+        const auto add = [&](const std::string& gate, const std::vector<double>& params, const Qubits& qubits,
                              const Qubits& controls = {}) {
             list.add_gate(gate, params, qubits, controls);
             singles.emplace_back(n).add_gate(gate, params, qubits, controls);
@@ -80,7 +83,7 @@ TYPED_TEST(program_run, lets_gates_overtake_those_that_only_move_without_a_chang
         }
         for (unsigned int q = 0; q < 6; ++q) {
             for (const std::string gate : {"H", "Y", "Z", "S", "T", "ZtoY", "YtoZ"}) add(gate, {}, {q});
-            for (const std::string gate : {"RX", "RY", "RZ", "PH"}) add(gate, {TypeParam(q + 1) / 3}, {q});
+            for (const std::string gate : {"RX", "RY", "RZ", "PH"}) add(gate, {double(q + 1) / 3}, {q});
             add("H", {}, {q}, {first_high - 1});
             add("CSIGN", {}, {first_high - 1, q});
             add("SQRTSWAP", {}, {q, (q + 1) % 6});
@@ -195,12 +198,12 @@ namespace {
 
 // Every gate that takes an angle, on local and non-local qubits, with `shift` added to each angle.
 template <class T>
-program<T> turned_gates(unsigned int n, T shift) {
+program<T> turned_gates(unsigned int n, double shift) {
     program<T> list(n);
     const char* const names[] = {"RX", "RY", "RZ", "PH"};
     for (unsigned int gate = 0; gate < 40; ++gate) {
         const unsigned int q = gate * 5 % n;
-        list.add_gate(names[gate % 4], {T(gate) / 7 + shift}, {q}, gate % 3 == 0 ? Qubits{(q + 3) % n} : Qubits{});
+        list.add_gate(names[gate % 4], {gate / 7.0 + shift}, {q}, gate % 3 == 0 ? Qubits{(q + 3) % n} : Qubits{});
     }
     return list;
 }
@@ -211,14 +214,12 @@ TYPED_TEST(program_run, with_new_angles_equals_a_program_made_with_them) {
     for (const unsigned int n : {5u, 12u, 15u}) {
         const auto start = random_state<TypeParam>(n, Values::ordinary);
         for (const bool fused : {false, true}) {
-            auto list = turned_gates<TypeParam>(n, 0), expected_list = turned_gates<TypeParam>(n, TypeParam(0.25));
+            auto list = turned_gates<TypeParam>(n, 0), expected_list = turned_gates<TypeParam>(n, 0.25);
             list.set_fusion(fused);
             expected_list.set_fusion(fused);
             LoadedVector<TypeParam> planned(start, 2), expected(start, 2), got(start, 2);
             list.run(planned);
-            for (unsigned int gate = 0; gate < 40; ++gate) {
-                list.set_params(gate, {TypeParam(gate) / 7 + TypeParam(0.25)});
-            }
+            for (unsigned int gate = 0; gate < 40; ++gate) list.set_params(gate, {gate / 7.0 + 0.25});
             expected_list.run(expected);
             list.run(got);
             EXPECT_TRUE(equal_states(expected, got)) << n << " qubits, fusion " << fused;
@@ -230,8 +231,83 @@ TYPED_TEST(program_run, with_new_angles_equals_a_program_made_with_them) {
 TYPED_TEST(program_run, refuses_an_angle_for_a_gate_without_one) {
     program<TypeParam> list(2);
     list.add_gate("H", {}, {0});
-    EXPECT_THROW(list.set_params(0, {TypeParam(1)}), std::invalid_argument);
-    EXPECT_THROW(list.set_params(1, {TypeParam(1)}), std::out_of_range);
+    EXPECT_THROW(list.set_params(0, {1}), std::invalid_argument);
+    EXPECT_THROW(list.set_params(1, {1}), std::out_of_range);
+}
+
+// --- angles -------------------------------------------------------------------------------------------------------
+
+namespace {
+
+const char* const turning_gates[] = {"RX", "RY", "RZ", "PH"};
+
+template <class T>
+void turn(StateVector<T>& state, const std::string& name, T angle, const Qubits& controls) {
+    if (name == "RX") state.apply_RX(1, angle, controls);
+    if (name == "RY") state.apply_RY(1, angle, controls);
+    if (name == "RZ") state.apply_RZ(1, angle, controls);
+    if (name == "PH") state.apply_PH(1, angle, controls);
+}
+
+}  // namespace
+
+TYPED_TEST(program_run, with_an_angle_of_its_precision_has_the_bits_of_the_member) {
+    using T = TypeParam;
+    const auto start = random_state<T>(4, Values::ordinary);
+    const T not_a_number = std::numeric_limits<T>::quiet_NaN();
+    for (const T angle : {T(0.5), T(0.1), T(1234567.8), T(-3e30), T(-0.0), -not_a_number}) {
+        for (const std::string name : turning_gates) {
+            for (const Qubits& controls : {Qubits{}, Qubits{3}}) {
+                program<T> list(4);
+                list.add_gate(name, {static_cast<double>(angle)}, {1}, controls);
+                LoadedVector<T> expected(start), got(start), renewed(start);
+                turn<T>(expected, name, angle, controls);
+                list.run(got);
+                EXPECT_TRUE(equal_states(expected, got)) << name << " by " << angle;
+                program<T> other(4);
+                other.add_gate(name, {2.5}, {1}, controls);
+                other.set_params(0, {static_cast<double>(angle)});
+                other.run(renewed);
+                EXPECT_TRUE(equal_states(expected, renewed)) << name << " by " << angle;
+            }
+        }
+    }
+}
+
+// cos(a/2), -i sin(a/2) and so on of the angle itself, rounded once.
+TEST(program_in_single_precision, takes_any_angle_for_what_it_is) {
+    for (const double angle : {0.1, 1234567.8, -1e15, 1e300, 6.283185307179586 * 16384 * 0.3}) {
+        const auto c = static_cast<float>(std::cos(angle / 2)), s = static_cast<float>(std::sin(angle / 2));
+        const auto whole_c = static_cast<float>(std::cos(angle)), whole_s = static_cast<float>(std::sin(angle));
+        // What becomes of the states 0 and 1 of the qubit.
+        const std::vector<std::pair<std::string, std::array<std::complex<float>, 4>>> expected = {
+            {"RX", {{{c, 0}, {0, -s}, {0, -s}, {c, 0}}}},
+            {"RY", {{{c, 0}, {s, 0}, {-s, 0}, {c, 0}}}},
+            {"RZ", {{{c, -s}, {0, 0}, {0, 0}, {c, s}}}},
+            {"PH", {{{1, 0}, {0, 0}, {0, 0}, {whole_c, whole_s}}}}};
+        for (const auto& [name, entries] : expected) {
+            for (const bool renewed : {false, true}) {
+                for (const bool fused : {false, true}) {
+                    program<float> list(1);
+                    list.set_fusion(fused);
+                    list.add_gate(name, {renewed ? 0.25 : angle}, {0});
+                    if (renewed) list.set_params(0, {angle});
+                    for (unsigned int from = 0; from < 2; ++from) {
+                        StateVector<float> state(1);
+                        state.reset_to_str(from == 0 ? "0" : "1");
+                        list.run(state);
+                        for (unsigned int to = 0; to < 2; ++to) {
+                            const std::complex<float> entry = entries[2 * from + to];
+                            // Fusion divides phases away and multiplies them back.
+                            const float rounding = fused ? 1e-6f : 0.0f;
+                            EXPECT_NEAR(state.amplitudes[to].real(), entry.real(), rounding) << name << " by " << angle;
+                            EXPECT_NEAR(state.amplitudes[to].imag(), entry.imag(), rounding) << name << " by " << angle;
+                        }
+                    }
+                }
+            }
+        }
+    }
 }
 
 // --- fusion -------------------------------------------------------------------------------------------------------
@@ -243,8 +319,8 @@ template <class T>
 double error(const StateVector<T>& expected, const StateVector<T>& got) {
     double difference = 0, length = 0;
     for (unsigned long i = 0; i < expected.size; ++i) {
-        const C<double> e(expected.amplitudes[i].real(), expected.amplitudes[i].imag());
-        const C<double> g(got.amplitudes[i].real(), got.amplitudes[i].imag());
+        const C<double> e(expected.amplitudes[i]);
+        const C<double> g(got.amplitudes[i]);
         difference += thrust::norm(g - e);
         length += thrust::norm(e);
     }
@@ -294,15 +370,24 @@ TYPED_TEST(fused_run, leaves_matrices_that_are_not_unitary_as_they_are) {
     }
 }
 
-TYPED_TEST(fused_run, gives_the_same_bits_for_every_number_of_threads) {
+TYPED_TEST(fused_run, gives_the_same_plan_and_bits_for_every_number_of_threads) {
     const auto start = random_state<TypeParam>(17, Values::ordinary);
     Recorder<TypeParam> recorder(17, 3, Recorder<TypeParam>::unitary);
     for (int gate = 0; gate < 200; ++gate) recorder.random_gate();
     recorder.list.set_fusion(true);
-    LoadedVector<TypeParam> one(start, 1), seven(start, 7);
+    LoadedVector<TypeParam> one(start, 1);
     recorder.list.run(one);
-    recorder.list.run(seven);
-    EXPECT_TRUE(equal_states(one, seven));
+    const auto planned = recorder.list.plan(17, 1);
+    for (const int threads : {2, 7, 8}) {
+        LoadedVector<TypeParam> several(start, threads);
+        recorder.list.run(several);
+        EXPECT_TRUE(equal_states(one, several)) << threads << " threads";
+        const auto& plan = recorder.list.plan(17, threads);
+        ASSERT_EQ(plan.passes.size(), planned.passes.size()) << threads << " threads";
+        for (std::size_t i = 0; i < plan.passes.size(); ++i) {
+            EXPECT_EQ(plan.passes[i].local_qubits, planned.passes[i].local_qubits) << threads << " threads, pass " << i;
+        }
+    }
 }
 
 // Each single gate alone, and each pair on the same and on different qubits: every way to rewrite is met.
@@ -313,7 +398,7 @@ TYPED_TEST(fused_run, of_every_pair_of_gates_agrees_up_to_rounding) {
     const auto add = [](program<TypeParam>& list, const std::string& name, unsigned int q, TypeParam angle) {
         const bool turned = name == "RX" || name == "RY" || name == "RZ" || name == "PH";
         const bool on_two = name == "CNOT" || name == "CSIGN" || name == "SWAP";
-        list.add_gate(name, turned ? std::vector<TypeParam>{angle} : std::vector<TypeParam>{},
+        list.add_gate(name, turned ? std::vector<double>{static_cast<double>(angle)} : std::vector<double>{},
                       on_two ? Qubits{q, (q + 1) % 3} : Qubits{q});
     };
     const TypeParam pi = TypeParam(3.14159265358979323846);
@@ -355,8 +440,8 @@ TYPED_TEST(fused_run, stopped_by_its_hook_leaves_the_state_of_a_prefix) {
 TYPED_TEST(fused_run, brings_gates_together_in_fewer_passes) {
     program<TypeParam> list(20);
     for (int layer = 0; layer < 4; ++layer) {
-        for (unsigned int q = 0; q < 20; ++q) list.add_gate("RY", {TypeParam(q + 1)}, {q});
-        for (unsigned int q = 0; q < 20; ++q) list.add_gate("RZ", {TypeParam(q + 2)}, {q});
+        for (unsigned int q = 0; q < 20; ++q) list.add_gate("RY", {q + 1.0}, {q});
+        for (unsigned int q = 0; q < 20; ++q) list.add_gate("RZ", {q + 2.0}, {q});
         for (unsigned int q = 0; q + 1 < 20; ++q) list.add_gate("CNOT", {}, {q, q + 1});
     }
     const std::size_t exact = list.plan(20, 2).passes.size();

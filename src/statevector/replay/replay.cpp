@@ -4,32 +4,43 @@
 #include "statevector/storage/aligned_array.hpp"
 
 #include <algorithm>
+#include <new>
 
 namespace velacamplix::replay {
 
 template <class T>
-schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads, bool fused)
+schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads, bool fused,
+                      unsigned long cache_bytes)
     : nbqbits(qubits),
-      nthreads(threads),
+      team(storage::team_size(threads)),
       gate_count(operations.size()),
       buffers(nullptr, &pbamplix::aligned_array_delete<thrust::complex<T>>) {
-    const buffer_shape shape = choose_shape<T>(qubits, storage::team_size(threads));
-    all_passes = fused ? make_fused_passes(operations, qubits, shape) : make_passes(operations, qubits, shape);
-    for (const auto& pass : all_passes) chunk_size = std::max(chunk_size, pass.chunk_size());
+    all_passes = fused ? make_fused_passes(operations, qubits)
+                       : make_passes(operations, qubits, choose_shape<T>(qubits, team, cache_bytes));
 }
 
 template <class T>
 void schedule<T>::run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state) {
     if (pass.local == 0) {
-        kernels::run_parallel(pass.whole_array, state, nthreads);
+        kernels::run_parallel(pass.whole_array, state, team);
         return;
     }
-    const unsigned long count = 1ul << (nbqbits - static_cast<unsigned>(std::popcount(pass.local)));
-    const auto body = [&](unsigned long begin, unsigned long end) {
-        const auto thread = static_cast<unsigned long>(omp_get_thread_num());
-        run_chunks(pass, state, nbqbits, begin, end, buffers.get() + chunk_size * thread);
+    const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
+        run_chunks(pass, state, nbqbits, begin, end, buffers.get() + pass.chunk_size() * lease);
     };
-    storage::parallel_blocks(count, sizeof(thrust::complex<T>) << nbqbits, nthreads, body);
+    storage::parallel_leases(pass.chunk_count(nbqbits), sizeof(thrust::complex<T>) << nbqbits, team, body);
+}
+
+// Amplitudes that the buffers of any one pass take together. Never more than the state has.
+template <class T>
+unsigned long schedule<T>::buffers_size() const {
+    const unsigned long bytes = sizeof(thrust::complex<T>) << nbqbits;
+    unsigned long size = 0;
+    for (const chunk_pass<T>& pass : all_passes) {
+        if (pass.chunk_size() == 0) continue;
+        size = std::max(size, pass.chunk_size() * storage::most_bodies(pass.chunk_count(nbqbits), bytes, team));
+    }
+    return size;
 }
 
 // Applies the gates that stand before the last one of the passes so far and have not acted. Each of them commutes with
@@ -43,27 +54,35 @@ unsigned long schedule<T>::complete_prefix(const std::vector<gates::operation<T>
     for (std::size_t i = 0; i < passes_run; ++i) {
         for (const unsigned long gate : all_passes[i].gates) acted[gate] = true;
     }
+    // All are prepared before any acts: that may lack memory.
+    std::vector<kernels::kernel_call<T>> missing;
     for (unsigned long gate = 0; gate < prefix; ++gate) {
-        if (!acted[gate]) kernels::run_parallel(gates::prepare(operations[gate], nbqbits), state, nthreads);
+        if (!acted[gate]) missing.push_back(gates::prepare(operations[gate], nbqbits));
     }
+    for (const auto& call : missing) kernels::run_parallel(call, state, team);
     return prefix;
 }
 
 template <class T>
 unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
                                const std::function<bool(unsigned long, unsigned long)>& hook) {
-    if (buffers == nullptr && chunk_size != 0) {
-        const auto threads = static_cast<unsigned long>(storage::team_size(nthreads));
-        buffers = storage::make_amplitudes<T>(threads * chunk_size);
+    // All the memory it takes before the first gate acts.
+    if (buffers == nullptr && buffers_size() != 0) buffers = storage::make_amplitudes<T>(buffers_size());
+    for (chunk_pass<T>& pass : all_passes) {
+        if (pass.is_outdated) renew(pass, operations);
     }
     bool stopping = false;
     for (std::size_t i = 0; i < all_passes.size(); ++i) {
-        chunk_pass<T>& pass = all_passes[i];
-        if (pass.is_outdated) renew(pass, operations);
+        const chunk_pass<T>& pass = all_passes[i];
         run_pass(pass, state);
         if (hook && !stopping) stopping = !hook(pass.done, gate_count);
         if (!stopping || !pass.may_stop_after) continue;
-        return pass.gates.empty() ? pass.done : complete_prefix(operations, i + 1, state);
+        if (pass.gates.empty()) return pass.done;
+        try {
+            return complete_prefix(operations, i + 1, state);
+        } catch (const std::bad_alloc&) {
+            // The gates that were overtaken act in the passes they wait for, which needs no memory: on to the next end.
+        }
     }
     return gate_count;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "statevector/replay/pass.hpp"
+#include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/storage.hpp>
 
@@ -8,11 +9,13 @@
 
 namespace velacamplix::replay {
 
-// A list of gates cut into passes for one size of state and one thread request.
+// A list of gates cut into passes for one size of state and one team. A request for OpenMP's default team is asked for
+// its size once, here: buffers are there for so many, even if a hook changes the default between two passes.
 template <class T>
 class schedule {
 public:
-    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false);
+    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false,
+             unsigned long cache_bytes = first_level_cache_bytes());
 
     // Between passes the hook hears how many gates have acted and how many there are; false ends the run as soon as the
     // state is that of a prefix of the list: without fusion the gates that a later one has overtaken are applied first,
@@ -25,21 +28,23 @@ public:
     void outdate(unsigned long gate);
 
     const std::vector<chunk_pass<T>>& passes() const { return all_passes; }
-    bool fits(unsigned for_qubits, int for_threads) const { return nbqbits == for_qubits && nthreads == for_threads; }
+    bool fits(unsigned for_qubits, int for_threads) const {
+        return nbqbits == for_qubits && team == storage::team_size(for_threads);
+    }
 
 private:
     void renew(chunk_pass<T>& pass, const std::vector<gates::operation<T>>& operations);
     void run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state);
+    unsigned long buffers_size() const;
     unsigned long complete_prefix(const std::vector<gates::operation<T>>& operations, std::size_t passes_run,
                                   thrust::complex<T>* state);
 
     unsigned nbqbits;
-    int nthreads;
+    int team;
     unsigned long gate_count;
-    unsigned long chunk_size = 0;  // amplitudes of the largest chunk
     std::vector<chunk_pass<T>> all_passes;
     std::vector<std::size_t> pass_of;      // every gate, made when first needed
-    pbamplix::amplitude_array<T> buffers;  // one chunk per thread, allocated by the first run
+    pbamplix::amplitude_array<T> buffers;  // a chunk for every body of a pass, allocated by the first run
 };
 
 // Below this many qubits a state fits in the first-level cache, and what a plan costs is not won back in one run.

@@ -24,7 +24,7 @@ public:
     void add(const operation<T>& op) {
         if (op.targets.size() == 1 && op.controls == 0) {
             const one_qubit_unitary u = matrix_of(op);
-            if (u.is_unitary()) {
+            if (u.is_unitary(unitary_tolerance<T>)) {
                 one_qubit_unitary& waiting = at(op.targets[0]).waiting;
                 waiting = u.after(waiting);
                 return;

@@ -3,6 +3,7 @@
 #include "statevector/storage/memory_guard.hpp"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <limits>
@@ -16,7 +17,7 @@ constexpr unsigned long huge_page_threshold = 4ul << 20;
 
 void ask_for_huge_pages(void* array, unsigned long bytes) {
     if (bytes < huge_page_threshold) return;
-    constexpr std::uintptr_t page = 4096;
+    const auto page = static_cast<std::uintptr_t>(getpagesize());
     const auto begin = (reinterpret_cast<std::uintptr_t>(array) + page - 1) & ~(page - 1);
     const auto end = (reinterpret_cast<std::uintptr_t>(array) + bytes) & ~(page - 1);
     // Only advice: where the kernel refuses it, ordinary pages serve.

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+
 #include <cstdint>
 #include <new>
 
@@ -54,6 +56,28 @@ TYPED_TEST(aligned_array, scratch_asks_no_guard) {
     ScriptedMemory memory(0);
     { auto scratch = make_amplitudes<TypeParam>(8); }
     EXPECT_EQ(arrays.order(), "allocate release");
+}
+
+TYPED_TEST(aligned_array, of_4_mib_and_more_gets_advice_about_whole_pages_of_the_systems_size) {
+    constexpr unsigned long amplitude = sizeof(thrust::complex<TypeParam>);
+    for (const unsigned int page : {4096u, 16384u, 65536u}) {
+        for (const unsigned long bytes : {4ul << 20, (5ul << 20) + 3 * 64}) {
+            ScriptedPages pages(page);
+            auto array = make_amplitudes<TypeParam>(bytes / amplitude);
+            const auto begin = reinterpret_cast<unsigned long>(array.get());
+            ASSERT_EQ(pages.advice().size(), 1ul) << page;
+            const auto& advice = pages.advice()[0];
+            EXPECT_EQ(advice.advice, MADV_HUGEPAGE);
+            EXPECT_EQ(advice.begin % page, 0ul) << "pages of " << page;
+            EXPECT_EQ(advice.bytes % page, 0ul) << "pages of " << page;
+            EXPECT_GE(advice.begin, begin);
+            EXPECT_LE(advice.begin + advice.bytes, begin + bytes);
+            EXPECT_LT(bytes - advice.bytes, 2ul * page);
+        }
+        ScriptedPages pages(page);
+        make_amplitudes<TypeParam>((4ul << 20) / amplitude - 1);
+        EXPECT_TRUE(pages.advice().empty());
+    }
 }
 
 TYPED_TEST(aligned_array, byte_count_wraps_before_the_guard_and_ends_as_an_impossible_length) {

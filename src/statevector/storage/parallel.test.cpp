@@ -5,11 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
 #include <vector>
 
 using pbamplix::get_num_threads;
 using velacamplix::storage::block_of;
+using velacamplix::storage::most_bodies;
 using velacamplix::storage::parallel_blocks;
+using velacamplix::storage::parallel_leases;
 
 static_assert(std::is_same_v<decltype(&get_num_threads), int (*)(int)>);
 
@@ -77,7 +80,65 @@ TEST(parallel_blocks, count_a_negative_request_as_one_thread) {
     for (unsigned int threads : regions.thread_counts()) EXPECT_EQ(threads, 1u);
 }
 
-TEST(parallel_blocks_death, an_escaping_exception_ends_the_process) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_DEATH(parallel_blocks(10, 160, 1, [](unsigned long, unsigned long) { throw 1; }), "");
+namespace {
+
+// How often each lease is given out.
+std::vector<int> leased(unsigned long count, unsigned long bytes, int threads) {
+    std::vector<std::atomic<int>> seen(most_bodies(count, bytes, threads));
+    parallel_leases(count, bytes, threads,
+                    [&](unsigned long, unsigned long, unsigned long lease) { ++seen.at(lease); });
+    return {seen.begin(), seen.end()};
+}
+
+}  // namespace
+
+TEST(parallel_leases, go_to_one_body_each) {
+    for (int threads : {-3, 0, 1, 2, 3, 7}) {
+        for (unsigned long count : {0ul, 1ul, 2ul, 5ul, 1000ul}) {
+            for (unsigned long bytes : {16ul, 1ul << 30}) {
+                const auto bodies = static_cast<unsigned long>(omp_get_max_threads());
+                const unsigned long asked = threads == 0  ? bodies
+                                            : threads < 0 ? 1
+                                                          : static_cast<unsigned long>(threads);
+                const unsigned long most = bytes == 16 ? std::min(count, 1ul) : std::min(count, asked);
+                EXPECT_EQ(leased(count, bytes, threads), std::vector<int>(most, 1))
+                    << count << " items, " << threads << " thread(s)";
+            }
+        }
+    }
+}
+
+// There the thread's own number is that of the host's team.
+TEST(parallel_leases, begin_at_0_on_every_thread_of_a_hosts_region) {
+    std::vector<std::vector<int>> small(8), large(8);
+#pragma omp parallel for num_threads(8) schedule(static, 1)
+    for (std::size_t i = 0; i < 8; ++i) {
+        small[i] = leased(1000, 16, 1);
+        large[i] = leased(1000, 1ul << 30, 1);
+    }
+    EXPECT_EQ(small, std::vector<std::vector<int>>(8, {1}));
+    EXPECT_EQ(large, std::vector<std::vector<int>>(8, {1}));
+}
+
+TEST(parallel_blocks, let_an_exception_of_a_body_reach_the_caller_when_all_have_ended) {
+    for (const int threads : {1, 2, 3, 7}) {
+        for (const unsigned long bytes : {16ul, 1ul << 30}) {
+            for (const unsigned long thrower : {0ul, 9ul}) {
+                std::atomic<unsigned long> ended = 0;
+                const auto body = [&](unsigned long begin, unsigned long end) {
+                    if (begin <= thrower && thrower < end) throw std::length_error("one of them");
+                    ended += end - begin;
+                };
+                EXPECT_THROW(parallel_blocks(10, bytes, threads, body), std::length_error) << threads << " thread(s)";
+                const bool alone = threads == 1 || bytes == 16;
+                EXPECT_EQ(ended == 0, alone) << threads << " thread(s)";
+            }
+        }
+    }
+}
+
+TEST(parallel_blocks, let_one_exception_of_several_reach_the_caller) {
+    const auto body = [](unsigned long begin, unsigned long) { throw static_cast<int>(begin); };
+    EXPECT_THROW(parallel_blocks(10, 1ul << 30, 5, body), int);
+    EXPECT_EQ(handed_out(10, 1ul << 30, 5), std::vector<int>(10, 1)) << "the next region is as any other";
 }

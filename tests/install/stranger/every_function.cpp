@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <random>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -97,6 +98,7 @@ void need_readout_of() {
     need(&pick_shots_state<engine, precise>);
     need(&map_marginal_distribution<double, precise>);
     need(&precise_distribution<Seq>);
+    need(&pick_shots_of_any_norm<engine, std::conditional_t<std::is_same_v<T, double>, Seq, precise>>);
 }
 
 template <class T>
@@ -119,6 +121,7 @@ void need_observables_and_loading() {
     need(&precise_term_values<T>);
     need(&precise_term_values_density_matrix<T>);
     need(&precise_evaluate_terms<T, engine>);
+    need(&evaluate_terms_of_any_norm<T, engine>);
     need(&precise_project<T>);
     need(&precise_project_then_reset<T>);
 }

@@ -15,6 +15,7 @@ from .._circuit_composites import COMPOSITES
 from .._circuit_definition import GateDefinition
 from ..instruction import GATES, Instruction
 from ..parameter import Parameter
+from . import qelib1
 
 #: A gate with more controls takes more than ten thousand gates of qelib1.inc.
 MOST_CONTROLS = 8
@@ -69,6 +70,16 @@ def block(name: str, n_controls: int) -> Optional[GateDefinition]:
     return GateDefinition.checked(block_name(name, n_controls), formals, len(controls + own), tuple(steps))
 
 
+@lru_cache(maxsize=None)
+def library_block(name: str) -> GateDefinition:
+    """Return what a gate of the later qelib1.inc is made of, for readers whose file does not have it."""
+    gate = qelib1.GATES[name]
+    assert gate.step is not None
+    found = block(gate.step, gate.n_controls)
+    assert found is not None  # there is one for every gate of the package
+    return GateDefinition.checked(name, found.params, found.n_qubits, found.body)
+
+
 def controlled(definition: GateDefinition, n_controls: int) -> GateDefinition:
     """Return a definition with controls in front of its own qubits."""
     controls = tuple(range(n_controls))
@@ -93,6 +104,9 @@ def known(definition: GateDefinition, declared: Dict[str, GateDefinition]) -> Op
 
     `declared` holds the definitions the block may be a controlled form of.
     """
+    library = qelib1.GATES[definition.name] if definition.name in qelib1.LATER else None
+    if library is not None and library.step is not None and library_block(definition.name) is definition:
+        return library.step, library.n_controls, None
     found = _BLOCK_NAME.fullmatch(definition.name)
     if found is None:
         return None

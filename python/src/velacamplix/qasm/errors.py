@@ -10,7 +10,7 @@ _LONGEST_TEXT = 60
 
 
 class QasmError(ValueError):
-    """A program that is not OpenQASM 2, or has no meaning.
+    """A program that is not OpenQASM, has no meaning, or cannot be carried out.
 
     Attributes
     ----------

@@ -11,13 +11,14 @@ from typing import Dict, List, NoReturn, Optional, Tuple
 
 from ..parameter import FUNCTIONS, Angle, CalculationError, Expression, Parameter, calculated
 from .errors import fail
-from .lexicon import FUNCTION_NAMES, NUMBER, RESERVED, Tokens
+from .lexicon import FUNCTION_NAMES, MORE_FUNCTION_NAMES, NUMBER, RESERVED, Tokens, refuse_leading_zeros
 from .source import Source, Token
 
 Params = Tuple[Angle, ...]
 
 # Nearly all parameters of a large file are plain numbers.
 _PLAIN = re.compile(r"[-+0-9.eE, \t]*\Z")
+_LEADING_ZERO = re.compile(r"(?<![0-9.eE])(?<![eE][-+])0[0-9]")
 _WORD = re.compile(rf"{NUMBER}|[a-z][A-Za-z0-9_]*|[^ \t\r\n\f]")
 _END = re.compile(r'[;{}"]|\Z')
 
@@ -65,7 +66,7 @@ class ParameterLists:
         QasmError
             As for `read`.
         """
-        if _PLAIN.match(text):
+        if _PLAIN.match(text) and not _LEADING_ZERO.search(text):
             try:
                 params: Params = tuple(map(float, text.split(",")))
             except ValueError:
@@ -136,6 +137,9 @@ class ParameterLists:
                 elif word in FUNCTION_NAMES:
                     waiting.append((_OPEN, word, number))
                     opens_function = True
+                elif word in MORE_FUNCTION_NAMES and words[number + 1 : number + 2] == ["("]:
+                    waiting.append((_OPEN, word, number))
+                    opens_function = True
                 elif word == ")" and number == 0:
                     return (), 1
                 else:
@@ -196,6 +200,8 @@ class ParameterLists:
             fail(str(error), self._word(offset, number))
 
     def _number(self, word: str, offset: int, number: int) -> float:
+        if word[0] == "0" and word[1:2].isdigit():
+            refuse_leading_zeros(self._word(offset, number))
         try:
             value = float(word)
         except ValueError:  # a point alone

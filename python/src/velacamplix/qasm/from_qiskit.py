@@ -1,17 +1,42 @@
-"""Circuits from Qiskit's, as its OpenQASM 3 importer makes them."""
+"""Circuits from Qiskit's, which must be installed.
+
+What an operation is, its class tells; names are free for users to take.
+"""
 
 from __future__ import annotations
 
+import cmath
+import math
 from dataclasses import replace
-from typing import Any, Dict, List, Optional, Sequence, Set, Tuple
+from typing import Any, Dict, List, NamedTuple, Optional, Sequence, Set, Tuple
 
 import numpy as np
+import qiskit.circuit
+from qiskit.circuit import (
+    AnnotatedOperation,
+    Barrier,
+    ControlledGate,
+    ControlModifier,
+    Delay,
+    Gate,
+    IfElseOp,
+    InverseModifier,
+    Measure,
+    ParameterExpression,
+    PowerModifier,
+    Reset,
+)
+from qiskit.circuit import Parameter as QiskitParameter
+from qiskit.circuit import library as qiskit_library
+from qiskit.circuit.classical import expr
+from qiskit.quantum_info import Operator
 
 from .. import _check
-from .._circuit_definition import GateDefinition, renamed
+from .._circuit_definition import GateDefinition, renamed, size
+from .._circuit_inverse import inverted
 from ..circuit import Circuit
 from ..instruction import Condition, Instruction, Register
-from ..parameter import Expression, Parameter, free_names
+from ..parameter import Angle, Expression, Parameter, free_names
 from .errors import QasmError
 from .expressions import ParameterLists
 from .qelib1 import GATES as CALLS
@@ -24,163 +49,352 @@ _MORE = {
 }  # fmt: skip
 
 
-def circuit_from_qiskit(program: Any) -> Circuit:
-    """Return the same circuit as a `Circuit`.
+# A power of a rotation is a rotation. The value: up to which angle that is also the principal root, whose eigenvalues
+# have the smallest phases.
+_ROTATIONS = {"RX": 2 * math.pi, "RY": 2 * math.pi, "RZ": 2 * math.pi, "PH": math.pi}
+_ROTATIONS.update({"rxx": 2 * math.pi, "ryy": 2 * math.pi, "rzz": 2 * math.pi})
 
-    The global phase, which no measurement can see, becomes nothing.
+# Powers: repetitions that are written out, and qubits of a matrix that is calculated instead.
+_MOST_REPEATED = 1000
+_MOST_QUBITS_OF_A_MATRIX = 6
+
+_BoxOp = getattr(qiskit.circuit, "BoxOp", ())  # since Qiskit 2.0
+
+
+class NotConverted(ValueError):
+    """Something that a `Circuit` cannot say; `position` is the instruction's in its circuit, None for what has none."""
+
+    def __init__(self, message: str, position: Optional[int] = None) -> None:
+        super().__init__(message)
+        self.position = position
+
+
+class DefinedGate(Gate):  # type: ignore[misc]
+    """A gate of Qiskit's that knows what it is made of here; `body` tells Qiskit."""
+
+    def __init__(self, made_of: GateDefinition, body: Any, params: Sequence[Any]) -> None:
+        super().__init__(made_of.name, made_of.n_qubits, list(params))
+        self.made_of = made_of
+        self.body = body
+
+    def _define(self) -> None:
+        known = {parameter.name: parameter for parameter in self.body.parameters}
+        values = {known[name]: value for name, value in zip(self.made_of.params, self.params) if name in known}
+        self.definition = self.body.assign_parameters(values)
+
+
+def circuit_from_qiskit(program: Any, registers: Optional[Sequence[Register]] = None) -> Circuit:
+    """Return the same circuit as a `Circuit`, global phase included.
+
+    Delays become nothing, as nothing happens during them. `registers` are the names to use, by default those of
+    Qiskit's circuit.
 
     Raises
     ------
-    ValueError
+    NotConverted
         If there is something a `Circuit` cannot say; the message names it.
     """
-    return _Conversion(program).circuit()
+    circuit = Circuit(program.num_qubits, program.num_clbits, registers=registers or _registers(program))
+    conversion = _Conversion(program)
+    phase = _angle(program.global_phase)
+    placed: List[Tuple[Optional[int], Instruction]] = []
+    first_phase: Optional[int] = None
+    for position, item in enumerate(program.data):
+        try:
+            part = conversion.part(item, conversion.outside)
+        except (TypeError, ValueError, IndexError) as error:
+            raise NotConverted(str(error), position) from None
+        placed += [(position, step) for step in part.steps]
+        phase = _sum(phase, part.phase)
+        if first_phase is None and part.phase != 0.0:
+            first_phase = position
+    # In front: behind a measurement it would look like a gate that needs the outcome's state.
+    try:
+        steps = _phase_steps(phase, program.num_qubits)
+    except NotConverted as error:
+        raise NotConverted(str(error), first_phase) from None
+    for place, step in [*[(first_phase, step) for step in steps], *placed]:
+        try:
+            circuit.append(step)
+        except (TypeError, ValueError, IndexError) as error:
+            raise NotConverted(str(error), place) from None
+    return circuit
+
+
+def definition_from_qiskit(name: str, params: Sequence[str], body: Any) -> GateDefinition:
+    """Return the definition of a gate whose `body` is a circuit of Qiskit's with parameters of these names."""
+    steps = body_steps(body, 0)
+    steps += _phase_steps(_angle(body.global_phase), body.num_qubits)
+    return renamed(GateDefinition.checked(name, tuple(params), body.num_qubits, tuple(steps)), ())
+
+
+def body_steps(body: Any, first: int) -> List[Instruction]:
+    """Return what the instructions of a gate's body become, from number `first` on, without its own global phase."""
+    conversion = _Conversion(body)
+    steps: List[Instruction] = []
+    for item in body.data[first:]:
+        part = conversion.part(item, conversion.outside)
+        for step in part.steps:
+            if step.name in ("measure", "reset") or step.condition is not None:
+                raise NotConverted(f"a gate cannot be made of {step}")
+        steps += [*part.steps, *_phase_steps(part.phase, body.num_qubits)]
+    return steps
+
+
+class _Part(NamedTuple):
+    """Steps, and a phase of the whole state beside them."""
+
+    steps: List[Instruction]
+    phase: Angle = 0.0
+
+    def inverse(self) -> _Part:
+        return _Part([part for step in reversed(self.steps) for part in inverted(step)], _product(self.phase, -1))
+
+    def repeated(self, times: int) -> _Part:
+        once = self if times >= 0 else self.inverse()
+        return _Part(once.steps * abs(times), _product(once.phase, abs(times)))
+
+    def controlled(self, controls: Tuple[int, ...], state: int) -> _Part:
+        """Let all happen only where the controls have the bits of `state`, the first the lowest."""
+        if not controls:
+            return self
+        steps = [replace(step, controls=controls + step.controls) for step in self.steps]
+        if isinstance(self.phase, Expression) or self.phase:
+            steps.append(Instruction("PH", controls[-1:], (self.phase,), controls[:-1]))
+        zeros = [Instruction("X", (control,)) for number, control in enumerate(controls) if not state >> number & 1]
+        return _Part([*zeros, *steps, *zeros])
+
+
+class _Places(NamedTuple):
+    """The numbers that a block's bits have in the whole circuit."""
+
+    qubits: Dict[Any, int]
+    clbits: Dict[Any, int]
 
 
 class _Conversion:
+    """Converts the instructions of one circuit."""
+
     def __init__(self, program: Any) -> None:
-        self._program = program
-        self._qubits: Dict[Any, int] = {bit: number for number, bit in enumerate(program.qubits)}
-        self._clbits: Dict[Any, int] = {bit: number for number, bit in enumerate(program.clbits)}
-        self._steps: List[Instruction] = []
+        self.outside = _Places(
+            {bit: number for number, bit in enumerate(program.qubits)},
+            {bit: number for number, bit in enumerate(program.clbits)},
+        )
+        # Gates that share what they are made of are converted once; kept alive, so that no other takes the number.
+        self._definitions: Dict[int, Tuple[Any, GateDefinition]] = {}
 
-    def circuit(self) -> Circuit:
-        self._add_all(self._program.data, self._qubits, self._clbits, None)
-        circuit = Circuit(len(self._qubits), len(self._clbits), registers=_registers(self._program))
-        for step in self._steps:
-            circuit.append(step)
-        return circuit
+    def part(self, item: Any, places: _Places, is_conditioned: bool = False) -> _Part:
+        """Return what an instruction becomes, at its place in the circuit."""
+        operation = item.operation
+        qubits = tuple([places.qubits[bit] for bit in item.qubits])
+        clbits = tuple([places.clbits[bit] for bit in item.clbits])
+        if isinstance(operation, IfElseOp):
+            if is_conditioned:
+                raise NotConverted("an if inside an if cannot be converted: join the bits in one condition")
+            return _Part(self._if(operation, qubits, clbits, places))
+        if isinstance(operation, _BoxOp):
+            return self._block(operation.blocks[0], qubits, clbits, is_conditioned)
+        part = self._converted(operation, qubits, clbits)
+        if getattr(operation, "condition", None) is not None:  # before Qiskit 2.0
+            if is_conditioned:
+                raise NotConverted("a condition inside an if cannot be converted: join the bits in one condition")
+            steps = self._under(self._condition(operation.condition, places.clbits), part, qubits[:1], True)
+            return _Part(steps)
+        return part
 
-    def _add_all(
-        self, data: Any, qubits: Dict[Any, int], clbits: Dict[Any, int], condition: Optional[Condition]
-    ) -> None:
-        for item in data:
-            operation = item.operation
-            places = tuple(qubits[bit] for bit in item.qubits)
-            bits = tuple(clbits[bit] for bit in item.clbits)
-            if operation.name == "if_else":
-                self._if(operation, places, bits, clbits, condition)
-                continue
-            for step in self._converted(operation, places, bits):
-                if condition is not None and step.can_be_conditioned:
-                    step = replace(step, condition=condition)
-                self._steps.append(step)
+    def _block(self, block: Any, qubits: Tuple[int, ...], clbits: Tuple[int, ...], is_conditioned: bool) -> _Part:
+        inside = _Places(dict(zip(block.qubits, qubits)), dict(zip(block.clbits, clbits)))
+        parts = [self.part(item, inside, is_conditioned) for item in block.data]
+        phase = _angle(block.global_phase)
+        for part in parts:
+            phase = _sum(phase, part.phase)
+        return _Part([step for part in parts for step in part.steps], phase)
 
-    def _if(
-        self, operation: Any, places: Tuple[int, ...], bits: Tuple[int, ...], clbits: Dict[Any, int], outer: Any
-    ) -> None:
-        if outer is not None:
-            raise ValueError("an if inside an if cannot be converted: join the bits in one condition")
+    # --- Conditions ---
+
+    def _if(self, operation: Any, qubits: Tuple[int, ...], clbits: Tuple[int, ...], places: _Places) -> List[Instruction]:
         yes, no = operation.blocks[0], operation.blocks[1] if len(operation.blocks) > 1 else None
-        condition = self._condition(operation.condition, clbits)
-        for block, value in ((yes, condition), (no, _opposite(condition) if no is not None else None)):
-            if block is None:
-                continue
-            if value is None:
-                raise ValueError("else after a condition on several bits cannot be converted: write it as its own if")
-            inner_bits = {bit: bits[number] for number, bit in enumerate(block.clbits)}
-            inner_qubits = {bit: places[number] for number, bit in enumerate(block.qubits)}
-            before = len(self._steps)
-            self._add_all(block.data, inner_qubits, inner_bits, value)
-            self._require_lasting(self._steps[before:], value, has_more=no is not None)
+        condition = self._condition(operation.condition, places.clbits)
+        # A phase needs a qubit, though it does nothing to it.
+        anyone = qubits[:1] or tuple(places.qubits.values())[:1]
+        steps = self._under(condition, self._block(yes, qubits, clbits, True), anyone, no is None)
+        if no is not None:
+            otherwise = _opposite(condition)
+            if otherwise is None:
+                raise NotConverted("else after a condition on several bits cannot be converted: write it as its own if")
+            steps += self._under(otherwise, self._block(no, qubits, clbits, True), anyone, True)
+        return steps
 
-    def _require_lasting(self, steps: Sequence[Instruction], condition: Condition, has_more: bool) -> None:
+    def _under(self, condition: Condition, part: _Part, anyone: Tuple[int, ...], is_last: bool) -> List[Instruction]:
+        plain = [*part.steps, *_phase_steps(part.phase, len(anyone), anyone)]
+        steps = [replace(step, condition=condition) if step.can_be_conditioned else step for step in plain]
         # Each step asks for the condition again, so none but the last may change what it reads.
-        for step in steps if has_more else steps[:-1]:
+        for step in steps[:-1] if is_last else steps:
             if set(step.clbits).intersection(condition.clbits):
-                raise ValueError(f"inside an if, a measurement into a bit of its condition cannot be converted: {step}")
+                raise NotConverted(f"inside an if, a measurement into a bit of its condition cannot be converted: {step}")
+        return steps
 
     def _condition(self, condition: Any, clbits: Dict[Any, int]) -> Condition:
         if isinstance(condition, tuple):
             target, value = condition
             bits = (target,) if target in clbits else tuple(target)
-            return Condition(tuple(clbits[bit] for bit in bits), int(value))
-        return self._condition_of_expression(condition, clbits)
+            return _reachable(Condition(tuple([clbits[bit] for bit in bits]), int(value)))
+        found = self._condition_of_expression(condition, clbits)
+        if found is None:
+            raise NotConverted(f"this condition cannot be converted: {condition}")
+        return _reachable(found)
 
-    def _condition_of_expression(self, node: Any, clbits: Dict[Any, int]) -> Condition:
-        kind = type(node).__name__
-        if kind == "Var":
-            bits = (node.var,) if node.var in clbits else None
-            if bits is not None:
-                return Condition((clbits[bits[0]],), 1)
-        elif kind == "Unary" and node.op.name in ("LOGIC_NOT", "BIT_NOT"):
-            inner = _opposite(self._condition_of_expression(node.operand, clbits))
-            if inner is not None:
-                return inner
-        elif kind == "Cast":
-            return self._condition_of_expression(node.operand, clbits)
-        elif kind == "Binary" and node.op.name in ("EQUAL", "NOT_EQUAL"):
-            found = self._comparison(node, clbits)
-            if found is not None:
-                return found
-        raise ValueError(f"this condition cannot be converted: {node}")
+    def _condition_of_expression(self, node: Any, clbits: Dict[Any, int]) -> Optional[Condition]:
+        node = _without_casts(node)
+        if isinstance(node, expr.Var) and node.var in clbits:
+            return Condition((clbits[node.var],), 1)
+        if isinstance(node, expr.Unary) and node.op in (expr.Unary.Op.LOGIC_NOT, expr.Unary.Op.BIT_NOT):
+            inner = self._condition_of_expression(node.operand, clbits)
+            return None if inner is None else _opposite(inner)
+        if isinstance(node, expr.Binary) and node.op in (expr.Binary.Op.EQUAL, expr.Binary.Op.NOT_EQUAL):
+            left, right = _without_casts(node.left), _without_casts(node.right)
+            if isinstance(left, expr.Value):
+                left, right = right, left
+            if not isinstance(left, expr.Var) or not isinstance(right, expr.Value):
+                return None
+            bits = (left.var,) if left.var in clbits else tuple(left.var)
+            condition = Condition(tuple([clbits[bit] for bit in bits]), int(right.value))
+            return condition if node.op is expr.Binary.Op.EQUAL else _opposite(condition)
+        return None
 
-    def _comparison(self, node: Any, clbits: Dict[Any, int]) -> Optional[Condition]:
-        left, right = _without_casts(node.left), _without_casts(node.right)
-        if type(left).__name__ == "Value":
-            left, right = right, left
-        if type(left).__name__ != "Var" or type(right).__name__ != "Value":
-            return None
-        bits = (left.var,) if left.var in clbits else tuple(left.var)
-        condition = Condition(tuple(clbits[bit] for bit in bits), int(right.value))
-        return condition if node.op.name == "EQUAL" else _opposite(condition)
+    # --- Operations ---
 
-    def _converted(self, operation: Any, places: Tuple[int, ...], bits: Tuple[int, ...]) -> List[Instruction]:
-        name = operation.name
-        if name == "measure":
-            return [Instruction("measure", places, (), (), bits)]
-        if name == "reset":
-            return [Instruction("reset", places)]
-        if name == "barrier":
-            return [Instruction("barrier", places)]
-        if name == "unitary":
-            return [Instruction("matrix", places[::-1], tuple(np.asarray(operation.to_matrix()).ravel().tolist()))]
-        if bits or not hasattr(operation, "control"):
-            raise ValueError(f"{name!r} cannot be converted to an instruction of a circuit")
-        return self._gate(operation, places)
+    def _converted(self, operation: Any, qubits: Tuple[int, ...], clbits: Tuple[int, ...]) -> _Part:
+        if isinstance(operation, Measure):
+            return _Part([Instruction("measure", qubits, (), (), clbits)])
+        if isinstance(operation, Reset):
+            return _Part([Instruction("reset", qubits)])
+        if isinstance(operation, Barrier):
+            return _Part([Instruction("barrier", qubits)])
+        if isinstance(operation, Delay):
+            return _Part([])
+        if isinstance(operation, AnnotatedOperation):
+            return self._modified(operation, qubits)
+        if isinstance(operation, Gate):
+            return self._gate(operation, qubits)
+        raise NotConverted(f"{operation.name!r} cannot be converted to an instruction of a circuit")
 
-    def _gate(self, operation: Any, places: Tuple[int, ...]) -> List[Instruction]:
-        if not places:
-            return []  # a phase of the whole state
+    def _modified(self, operation: Any, qubits: Tuple[int, ...]) -> _Part:
+        modifiers = operation.modifiers
+        # The modifier that comes last has its controls first.
+        ends = [operation.base_op.num_qubits]
+        for modifier in modifiers:
+            ends.append(ends[-1] + (modifier.num_ctrl_qubits if isinstance(modifier, ControlModifier) else 0))
+        part = self._converted(operation.base_op, qubits[len(qubits) - ends[0] :], ())
+        for number, modifier in enumerate(modifiers):
+            own = qubits[len(qubits) - ends[number] :]
+            if isinstance(modifier, InverseModifier):
+                part = part.inverse()
+            elif isinstance(modifier, ControlModifier):
+                controls = qubits[len(qubits) - ends[number + 1] : len(qubits) - ends[number]]
+                part = part.controlled(controls, modifier.ctrl_state)
+            elif isinstance(modifier, PowerModifier):
+                before = AnnotatedOperation(operation.base_op, modifiers[:number]) if number else operation.base_op
+                part = _power(part, modifier.power, before, own)
+            else:
+                raise NotConverted(f"the modifier {modifier} cannot be converted")
+        return part
+
+    def _gate(self, operation: Any, qubits: Tuple[int, ...]) -> _Part:
+        if isinstance(operation, DefinedGate):
+            definition = operation.made_of
+            params = tuple([_angle(value) for value in operation.params])
+            return _Part([Instruction(definition.name, qubits, params, definition=definition)])
+        if isinstance(operation, qiskit_library.UnitaryGate):
+            entries = np.asarray(operation.to_matrix()).ravel().tolist()
+            return _Part([Instruction("matrix", qubits[::-1], tuple(entries))])
+        if isinstance(operation, qiskit_library.GlobalPhaseGate):
+            return _Part([], _angle(operation.params[0]))
         known = _known(operation)
         if known is not None:
             step, n = known
             if step is None:
-                return []
-            params = tuple(_angle(value) for value in operation.params)
-            return [Instruction(step, places[n:], params, places[:n])]
-        if hasattr(operation, "base_gate"):
-            return self._controlled(operation, places)
+                return _Part([])
+            params = tuple([_angle(value) for value in operation.params])
+            return _Part([Instruction(step, qubits[n:], params, qubits[:n])])
+        if isinstance(operation, ControlledGate):
+            base, n = operation.base_gate, operation.num_ctrl_qubits
+            # cu has a parameter more than the u that it controls, and some gates have qubits to work with.
+            is_cu = isinstance(base, qiskit_library.UGate) and len(operation.params) > 3
+            if not is_cu and base.num_qubits + n == operation.num_qubits:
+                return self._gate(base, qubits[n:]).controlled(qubits[:n], operation.ctrl_state)
         if operation.definition is None:
-            raise ValueError(f"gate {operation.name!r} cannot be converted: it has no definition")
+            raise NotConverted(f"gate {operation.name!r} cannot be converted: it has no definition")
+        if not qubits:
+            return self._block(operation.definition, (), (), False)
         definition = self._definition(operation)
-        params = tuple(Parameter(name) for name in definition.params)
-        return [Instruction(definition.name, places, params, definition=definition)]
-
-    def _controlled(self, operation: Any, places: Tuple[int, ...]) -> List[Instruction]:
-        n = operation.num_ctrl_qubits
-        controls, targets = places[:n], places[n:]
-        zeros = [control for number, control in enumerate(controls) if not operation.ctrl_state >> number & 1]
-        around = [Instruction("X", (control,)) for control in zeros]
-        base = operation.base_gate
-        inner = [replace(step, controls=controls + step.controls) for step in self._gate(base, targets)]
-        return [*around, *inner, *around]
+        params = tuple([Parameter(name) for name in definition.params])
+        return _Part([Instruction(definition.name, qubits, params, definition=definition)])
 
     def _definition(self, operation: Any) -> GateDefinition:
         # Qiskit's gates hold the body for the parameters of this call; those of the circuit may be among them.
-        body = operation.definition
-        numbers = {bit: number for number, bit in enumerate(body.qubits)}
-        steps: List[Instruction] = []
-        for item in body.data:
-            steps.extend(self._converted(item.operation, tuple(numbers[bit] for bit in item.qubits), ()))
-        phase = _angle(body.global_phase)
-        if isinstance(phase, Expression) or phase:
-            # exp(i phase) on both values of one qubit.
-            half = [Instruction("PH", (0,), (phase,)), Instruction("X", (0,))]
-            steps += half * 2
-        open_names = tuple(dict.fromkeys(name for step in steps for name in free_names(step.params)))
-        made = GateDefinition.checked(operation.name, open_names, operation.num_qubits, tuple(steps))
-        return renamed(made, ())
+        known = self._definitions.get(id(operation))
+        if known is None:
+            body = operation.definition
+            names = [parameter.name for parameter in body.parameters]
+            known = operation, definition_from_qiskit(operation.name, names, body)
+            self._definitions[id(operation)] = known
+        return known[1]
+
+
+def _power(part: _Part, exponent: float, operation: Any, qubits: Tuple[int, ...]) -> _Part:
+    """Return a power of what `part` does to `qubits` and `operation` says in Qiskit's terms."""
+    is_whole = float(exponent).is_integer()
+    is_open = any([True for step in part.steps for _ in free_names(step.params)]) or isinstance(part.phase, Expression)
+    if not is_whole and is_open:
+        raise NotConverted(f"pow({exponent:g}) of a gate whose angles are not known yet cannot be converted")
+    if len(part.steps) <= 1 and all([step.name in _ROTATIONS for step in part.steps]):
+        if not is_whole:
+            _require_principal(part, exponent)
+        steps = [replace(step, params=(_product(angle, exponent),)) for step in part.steps for angle in _angles(step)]
+        return _Part(steps, _product(part.phase, exponent))
+    total = sum([size(step) for step in part.steps])
+    if is_whole and abs(int(exponent)) * total <= _MOST_REPEATED:
+        return part.repeated(int(exponent))
+    if not is_open and len(qubits) <= _MOST_QUBITS_OF_A_MATRIX and total <= _MOST_REPEATED:
+        entries = _matrix_power(np.asarray(Operator(operation).data), exponent)
+        return _Part([Instruction("matrix", qubits[::-1], tuple(entries.ravel().tolist()))])
+    raise NotConverted(
+        f"pow({exponent:g}) of a gate of {len(qubits)} qubits and {total} steps cannot be converted: at most "
+        f"{_MOST_REPEATED} steps in all, or {_MOST_QUBITS_OF_A_MATRIX} qubits"
+    )
+
+
+def _require_principal(part: _Part, exponent: float) -> None:
+    """Refuse a rotation so far that its principal root is another than the rotation by a part of the angle."""
+    limits = [(str(step), angle, _ROTATIONS[step.name]) for step in part.steps for angle in _angles(step)]
+    for shown, angle, most in [*limits, ("a phase", part.phase, math.pi)]:
+        # An eigenvalue of -1 has the phase pi. Rotations have two eigenvalues there, one of which would be wrong.
+        if not (-most < angle < most or angle == most == math.pi):  # type: ignore[operator]
+            raise NotConverted(
+                f"pow({exponent:g}) of {shown} cannot be converted: the principal root is not the rotation by a part of "
+                f"the angle, and readers differ in which they mean; take an angle within {most / math.pi:g} pi"
+            )
+
+
+def _angles(step: Instruction) -> Tuple[Angle, ...]:
+    return step.params  # type: ignore[return-value]  # complex ones only in matrices
+
+
+def _matrix_power(unitary: Any, exponent: float) -> Any:
+    """Return the principal power: eigenvalues keep their vectors, and their phases, from -pi to pi, are multiplied."""
+    # Of the Hermitian and anti-Hermitian parts, which commute, a mixture that no two eigenvalues have in common.
+    for weight in (0.6180339887, 0.2715657904, 1.4142135624):
+        _, vectors = np.linalg.eigh((unitary + unitary.conj().T) / 2 + weight * (unitary - unitary.conj().T) / 2j)
+        values = np.einsum("ij,ij->j", vectors.conj(), unitary @ vectors)
+        if np.abs(vectors * values @ vectors.conj().T - unitary).max() < 1e-11:
+            break
+    else:
+        raise NotConverted(f"pow({exponent:g}) cannot be converted: the eigenvalues are too close")
+    # An eigenvalue of -1 that rounding has put below the real axis has the phase pi all the same.
+    turn = cmath.rect(1.0, -1e-9)
+    phases = np.angle(values * turn) + 1e-9
+    return vectors * np.exp(1j * exponent * phases) @ vectors.conj().T
 
 
 def _known(operation: Any) -> Optional[Tuple[Optional[str], int]]:
@@ -201,39 +415,85 @@ def _known(operation: Any) -> Optional[Tuple[Optional[str], int]]:
     return gate.step, gate.n_controls
 
 
+# --- Phases and angles ---
+
+
+def _phase_steps(phase: Angle, n_qubits: int, qubits: Optional[Tuple[int, ...]] = None) -> List[Instruction]:
+    """Return steps that multiply the whole state by exp(i phase)."""
+    if not isinstance(phase, Expression) and phase == 0.0:
+        return []
+    if n_qubits == 0:
+        raise NotConverted("a global phase cannot be converted where there is no qubit")
+    qubit = (0,) if qubits is None else qubits
+    # exp(i phase) and exp(-i phase), then exp(2 i phase) where the second was.
+    return [Instruction("RZ", qubit, (_product(phase, -2),)), Instruction("PH", qubit, (_product(phase, 2),))]
+
+
+def _sum(first: Angle, second: Angle) -> Angle:
+    if not isinstance(first, Expression) and first == 0.0:
+        return second
+    return first if not isinstance(second, Expression) and second == 0.0 else first + second
+
+
+def _product(angle: Angle, factor: float) -> Angle:
+    return angle if factor == 1 else -angle if factor == -1 else factor * angle
+
+
+def _angle(value: Any) -> Angle:
+    """Return a number or expression of this package for one of Qiskit's."""
+    if not isinstance(value, ParameterExpression):
+        return _check.angle(value)
+    if not value.parameters:
+        return _check.angle(float(value))
+    if isinstance(value, QiskitParameter):
+        return Parameter(value.name)
+    # Under names that any expression may have.
+    listed = sorted(value.parameters, key=lambda parameter: str(parameter.name))
+    plain = {parameter: QiskitParameter(f"p{number}") for number, parameter in enumerate(listed)}
+    names: Dict[str, Any] = {plain[parameter].name: Parameter(parameter.name) for parameter in listed}
+    text = str(value.subs(plain)).replace("**", "^").replace("log(", "ln(")
+    try:
+        (found,), _ = ParameterLists(Source(text + ")")).read(0)
+    except (QasmError, ValueError):
+        raise NotConverted(f"angle cannot be converted: {value}") from None
+    # Qiskit's text might round numbers: try whether it says what the angle is.
+    results = []
+    for start in (0.3, -1.7):
+        numbers = {parameter: start + 0.1 * number for number, parameter in enumerate(listed)}
+        wanted = float(value.bind(numbers))
+        got = found
+        if isinstance(found, Expression):
+            got = found.evaluate({plain[parameter].name: number for parameter, number in numbers.items()})
+        if not abs(got - wanted) <= 1e-12 * max(1.0, abs(wanted)):  # type: ignore[operator, arg-type]
+            raise NotConverted(f"angle cannot be converted: {value}")
+        results.append(wanted)
+    if results == [0.0, 0.0]:  # such as a - a, by which the importer keeps parameters that nobody uses
+        return 0.0
+    return found.substitute(names) if isinstance(found, Expression) else found
+
+
+# --- Conditions ---
+
+
 def _opposite(condition: Condition) -> Optional[Condition]:
     """Return the condition that holds where the given one does not, if one value says it."""
     return Condition(condition.clbits, 1 - condition.value) if len(condition.clbits) == 1 else None
 
 
+def _reachable(condition: Condition) -> Condition:
+    if not 0 <= condition.value < 2 ** len(condition.clbits):
+        n = len(condition.clbits)
+        raise NotConverted(f"the condition can never hold: {n} bit(s) do not become {_check.show(condition.value)}")
+    return condition
+
+
 def _without_casts(node: Any) -> Any:
-    while type(node).__name__ == "Cast":
+    while isinstance(node, expr.Cast):
         node = node.operand
     return node
 
 
-def _angle(value: Any) -> Any:
-    """Return a number or expression of this package for one of Qiskit's."""
-    if not hasattr(value, "parameters"):
-        return _check.angle(value)
-    if not value.parameters:
-        return float(value)
-    if hasattr(value, "name"):
-        return Parameter(value.name)
-    text = str(value).replace("**", "^").replace("log(", "ln(")
-    try:
-        (found,), _ = ParameterLists(Source(text + ")")).read(0)
-    except (QasmError, ValueError):
-        raise ValueError(f"angle cannot be converted: {value}") from None
-    # Qiskit's text might round numbers: try whether it says what the angle is.
-    for start in (0.3, -1.7):
-        numbers = {parameter: start + 0.1 * i for i, parameter in enumerate(value.parameters)}
-        wanted = float(value.bind(numbers))
-        named = {parameter.name: number for parameter, number in numbers.items()}
-        got = found.evaluate(named) if isinstance(found, Expression) else found
-        if not abs(got - wanted) <= 1e-12 * max(1.0, abs(wanted)):
-            raise ValueError(f"angle cannot be converted: {value}")
-    return found
+# --- Names ---
 
 
 def _registers(program: Any) -> List[Register]:
@@ -248,12 +508,12 @@ def _registers(program: Any) -> List[Register]:
             known = {register.name for register in registers}
             found = next((r for r in fitting if r.name not in known), None)
             if found is not None:
-                name, size = found.name, len(found)
+                name, n_bits = found.name, len(found)
             else:
-                size = 1
+                n_bits = 1
                 name = _unused(kind[0] if kind == "classical" else "q", taken)
-            registers.append(Register(name, kind, place, size))
-            place += size
+            registers.append(Register(name, kind, place, n_bits))
+            place += n_bits
     return registers
 
 

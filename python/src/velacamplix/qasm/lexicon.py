@@ -10,6 +10,9 @@ from .source import Source, Token
 
 FUNCTION_NAMES = frozenset("sin cos tan exp ln sqrt".split())
 
+#: Functions that other readers know too, though OpenQASM 2 has no such words: they may also be names.
+MORE_FUNCTION_NAMES = frozenset("asin acos atan".split())
+
 #: Words that cannot be names of registers, gates, parameters or qubits.
 RESERVED = frozenset("include qreg creg gate opaque barrier if measure reset pi".split()) | FUNCTION_NAMES
 
@@ -65,7 +68,8 @@ class Tokens:
         found = _INTEGER.match(self.source.text, self.token.offset)
         if self.kind != "number" or found is None:
             self.fail(["an integer"])
-        # What follows, perhaps a fraction or more digits after a zero, is the next token.
+        refuse_leading_zeros(self.token)
+        # What follows, perhaps a fraction, is the next token.
         end = found.end()
         token = Token(self.source, self.token.offset, end)
         self.kind, self.token, self.next = self._at(end)
@@ -89,6 +93,12 @@ class Tokens:
         assert found is not None and found.lastgroup is not None  # the pattern takes everything
         kind = found.lastgroup
         return kind, Token(self.source, found.start(kind), found.end()), found.end()
+
+
+def refuse_leading_zeros(number: Token) -> None:
+    """Raise `QasmError` if a number begins with a zero that says nothing."""
+    if number[0] == "0" and number[1:2].isdigit():
+        fail("a number has no leading zeros", number)
 
 
 _CAPITALS = BUILTIN | {"OPENQASM"}

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from typing import Callable, Dict, Iterable, List, NamedTuple, Optional, Sequence, Set, Tuple, Union
 
-from .._circuit_definition import GateDefinition, renamed
+from .._circuit_definition import GateDefinition, renamed, size
 from ..circuit import Circuit
 from ..instruction import Condition, Instruction, Register
 from . import blocks, qelib1
@@ -84,11 +84,11 @@ class Program:
             if isinstance(statement, Call):
                 self._instructions.extend(self._call(statement))
             elif isinstance(statement, (Measure, Reset)):
-                self._instructions.append(self._operation(statement)[0])
+                self._instructions.extend(self._operation(statement))
             elif isinstance(statement, Conditional):
                 self._instructions.extend(self._conditional(statement))
             elif isinstance(statement, Barrier):
-                self._instructions.append(self._barrier(statement))
+                self._instructions.extend(self._barrier(statement))
             elif isinstance(statement, RegisterDeclaration):
                 self._declare_register(statement)
             elif isinstance(statement, GateDeclaration):
@@ -100,15 +100,15 @@ class Program:
 
     def _declare_register(self, statement: RegisterDeclaration) -> None:
         self._check_new(statement.name)
-        size = integer(statement.size)
+        n_bits = integer(statement.size)
         start = self._n_bits[statement.kind]
-        if start + size > MOST_BITS:
+        if start + n_bits > MOST_BITS:
             fail(f"integer too large: a program has at most {MOST_BITS} {statement.kind} bits", statement.size)
         name = str(statement.name)
-        register = Register(name, statement.kind, start, size)
+        register = Register(name, statement.kind, start, n_bits)
         self._registers[name] = register
         self._whole[name] = tuple(register.bits)
-        self._n_bits[statement.kind] += size
+        self._n_bits[statement.kind] += n_bits
 
     def _declare_gate(self, statement: GateDeclaration) -> None:
         self._check_new(statement.name)
@@ -117,7 +117,8 @@ class Program:
         if definition is not None:
             known = blocks.known(definition, self._definitions)
             if known is not None:
-                gate = gate._replace(call=known)
+                name, _, called = known
+                gate = gate._replace(call=known, size=size(Instruction(name, (), definition=called)))
             else:
                 definition = renamed(definition, self._names)
                 self._names.add(definition.name)
@@ -216,11 +217,11 @@ class Program:
             condition = self._conditions[key] = Condition(self._whole[register.name], value)
         return condition
 
-    def _barrier(self, statement: Barrier) -> Instruction:
+    def _barrier(self, statement: Barrier) -> Sequence[Instruction]:
         arguments = split(statement.places)
         listed = [bit for argument in arguments for bit in self._bits(argument, "quantum")]
         self._spend(len(listed), statement)
-        return Instruction("barrier", tuple(dict.fromkeys(listed)))
+        return (Instruction("barrier", tuple(dict.fromkeys(listed))),) if listed else ()
 
     # --- Arguments ---
 

@@ -72,13 +72,13 @@ _STANDARD = {
     "cy": ("Y", 1), "ch": ("H", 1), "ccx": "CCNOT", "crz": ("RZ", 1), "cu1": ("PH", 1), "cu3": ("u3", 1),
 }  # fmt: skip
 
-# Those that came with later versions of the file. Programs older than that
-# define some of them themselves, and then mean their own.
-_LATER = {
+#: Those that came with later versions of the file. Programs older than that define some of them themselves, and then
+#: mean their own.
+LATER: Mapping[str, object] = {
     "u0": None, "u": "u", "p": "PH", "sx": "sx", "sxdg": "sxdg", "swap": "SWAP", "cswap": ("SWAP", 1),
     "crx": ("RX", 1), "cry": ("RY", 1), "cp": ("PH", 1), "csx": ("sx", 1), "cu": "cu", "rxx": "rxx", "rzz": "rzz",
     "rccx": "rccx", "rc3x": "rc3x", "c3x": ("X", 3), "c3sqrtx": ("sx", 3), "c4x": ("X", 4),
 }  # fmt: skip
 
 #: What ``include "qelib1.inc";`` declares.
-GATES: Dict[str, LibraryGate] = {**_table(_STANDARD), **_table(_LATER, later=True)}
+GATES: Dict[str, LibraryGate] = {**_table(_STANDARD), **_table(LATER, later=True)}

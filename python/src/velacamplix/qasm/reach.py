@@ -55,6 +55,8 @@ def _bound_of(part: Expression, sizes: Sequence[float]) -> float:
         return sizes[0]
     if operation in ("sin", "cos"):
         return 1.0
+    if operation == "atan":
+        return 2.0
     if operation == "/" and type(part.operands[1]) is float and sizes[1] > 0.0:
         return sizes[0] / sizes[1]
     return math.inf

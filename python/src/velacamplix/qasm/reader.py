@@ -4,11 +4,14 @@ from __future__ import annotations
 
 import gc
 import os
+import sys
+import warnings
 from contextlib import contextmanager
 from pathlib import Path
 from typing import Iterator, List, Optional, Union
 
 from ..circuit import Circuit
+from . import files
 from .errors import QasmError, fail
 from .program import MOST_INSTRUCTIONS, Program
 from .source import Source, Token
@@ -16,6 +19,9 @@ from .syntax import Statements
 
 # Far more than anyone writes, and few enough for Python's own stack.
 _DEEPEST_INCLUDE = 50
+
+# Fifty that include each other twice would be read as often as no one can wait for.
+_MOST_FILES = 10_000
 
 
 def read_qasm(
@@ -44,12 +50,17 @@ def read_qasm(
     Raises
     ------
     QasmError
-        If the program is wrong. Syntax comes first: a file is parsed to its
-        end before the meaning of its statements is looked at.
+        If the program is wrong, or has more than 512 MiB. Syntax comes first: a
+        file is parsed to its end before the meaning of its statements is looked at.
     OSError
         If the file itself cannot be read. (An unreadable include is a `QasmError`.)
     TypeError
         If `source` is neither text nor path.
+
+    Warns
+    -----
+    UserWarning
+        If ``OPENQASM 2.0;`` is missing in front.
 
     Examples
     --------
@@ -66,18 +77,14 @@ def read_qasm(
     bell 0,1
     measure 0,1 -> 0,1
     """
-    path: Optional[Path] = None
-    if isinstance(source, str) and _is_program(source):
-        text = source
-    else:
-        try:
-            path = Path(source)
-        except TypeError:
-            kind = type(source).__name__
-            raise TypeError(f"path_or_text must be a str or a path, got {kind}") from None
-        text = _text_of(path)
+    text, path = files.given(source)
     with _without_collections():
-        return _Files(most_instructions).read(text, path)
+        reading = _Files(most_instructions)
+        circuit = reading.read(text, path)
+    if reading.lacks_version:
+        told = QasmError('there is no "OPENQASM 2.0;" in front; it is read as such', line=1, column=1, path=_name(path))
+        warnings.warn(str(told), stacklevel=_level_of_caller())
+    return circuit
 
 
 class _Files:
@@ -86,17 +93,21 @@ class _Files:
     def __init__(self, most_instructions: int) -> None:
         self._program = Program(self._include, most_instructions)
         self._open: List[Optional[Path]] = []
+        self._files_left = _MOST_FILES
+        self._bytes_left = files.MOST_BYTES
+        self.lacks_version = False
 
     def read(self, text: str, path: Optional[Path]) -> Circuit:
         self._run(text, path)
         return self._program.circuit()
 
     def _run(self, text: str, path: Optional[Path]) -> None:
-        statements = Statements(Source(text, None if path is None else str(path)))
+        statements = Statements(Source(text, _name(path)))
         listed = statements.read()
         if statements.version is None and not self._open:
-            shown = None if path is None else str(path)
-            raise QasmError('the first statement must be "OPENQASM 2.0;"', line=1, column=1, path=shown)
+            if not listed:
+                raise QasmError('the first statement must be "OPENQASM 2.0;"', line=1, column=1, path=_name(path))
+            self.lacks_version = True
         self._open.append(path)
         self._program.run(listed)
         self._open.pop()
@@ -107,6 +118,9 @@ class _Files:
         path = folder / quoted[1:-1]
         if len(self._open) >= _DEEPEST_INCLUDE:
             fail(f"more than {_DEEPEST_INCLUDE} files include each other", quoted)
+        self._files_left -= 1
+        if self._files_left < 0:
+            fail(f"the program includes more than {_MOST_FILES} files", quoted)
         try:
             # Neither a folder nor a pipe or device, which might never end.
             if not path.is_file():
@@ -114,11 +128,14 @@ class _Files:
             for other in self._open:
                 if other is not None and other.samefile(path):
                     fail("a file includes itself, directly or through others", quoted)
-            text = _text_of(path)
+            text = files.text_of(path)
         except QasmError:
             raise
         except (OSError, ValueError) as error:  # ValueError: a name with a zero byte
             fail(f"the file cannot be read: {getattr(error, 'strerror', error)}", quoted)
+        self._bytes_left -= len(text)
+        if self._bytes_left < 0:
+            fail(f"the program includes more than {files.MOST_BYTES // 2**20} MiB", quoted)
         self._run(text, path)
 
 
@@ -134,11 +151,14 @@ def _without_collections() -> Iterator[None]:
             gc.enable()
 
 
-def _is_program(source: str) -> bool:
-    return not source.strip() or any(mark in source for mark in ("OPENQASM", ";", "\n"))
+def _name(path: Optional[Path]) -> Optional[str]:
+    return None if path is None else str(path)
 
 
-def _text_of(path: Path) -> str:
-    # A comment may be in any encoding. Bytes that are not UTF-8 become a
-    # character that is refused anywhere else.
-    return path.read_bytes().decode("utf-8-sig", errors="replace")
+def _level_of_caller() -> int:
+    """Return the level, for `warnings.warn` in the calling function, of the code that called this package."""
+    package = __name__.partition(".")[0]
+    level, frame = 1, sys._getframe(1)
+    while frame.f_back is not None and frame.f_globals.get("__name__", "").partition(".")[0] == package:
+        level, frame = level + 1, frame.f_back
+    return level

@@ -11,15 +11,15 @@ from __future__ import annotations
 import re
 from typing import Any, List, NamedTuple, Optional, Tuple, Union
 
-from .errors import fail
+from .errors import fail, shortened
 from .expressions import ParameterLists, Params
 from .lexicon import BLANKS, BUILTIN, END, INTEGER, NAME, RESERVED, STRING
 from .mistakes import report
 from .source import Source, Token
 
-# Turning digits into a number takes time that grows with the square of their
-# number. These are enough for a bit pattern of 3300 bits.
-_MOST_DIGITS = 1000
+#: Turning digits into a number takes time that grows with the square of their number. These are enough for a bit pattern
+#: of 3300 bits.
+MOST_DIGITS = 1000
 
 
 class Places(NamedTuple):
@@ -144,8 +144,9 @@ class Statements:
         found = _VERSION.match(text, at)
         if found is not None:
             self.version = self._token(found, 1)
-            if float(self.version) != 2.0:
-                fail(f"this reader knows OpenQASM 2.0, not {self.version!s}", self.version)
+            if self.version not in ("2", "2.0"):
+                hint = "; Circuit.from_qasm3 reads OpenQASM 3" if self.version in ("3", "3.0", "3.1") else ""
+                fail(f"this reader knows OpenQASM 2.0, not {shortened(self.version)}{hint}", self.version)
             at = found.end()
         elif self._word(at) == "OPENQASM":
             report(self._source, self._lists, at, "header")
@@ -279,7 +280,7 @@ _READERS = {
 
 def integer(token: Token) -> int:
     """Return the value of a size, an index or a bit pattern."""
-    if len(token) > _MOST_DIGITS:
+    if len(token) > MOST_DIGITS:
         fail("integer too large", token)
     return int(token)
 

@@ -6,13 +6,15 @@ import math
 import re
 from typing import Any, Dict, Iterator, List, Mapping, Optional, Tuple
 
+from .. import _check
 from .._circuit_definition import GateDefinition
 from ..instruction import BY_ENTRIES, Instruction, Register
 from ..parameter import Expression
 from ..parameter_text import text as expression_text
 from . import qelib1
-from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, plain
+from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain
 from .lexicon import NAME, RESERVED
+from .syntax import MOST_DIGITS
 
 _NAME = re.compile(NAME)
 _HEADER = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
@@ -35,15 +37,16 @@ for _denominator in (64, 32, 16, 12, 8, 6, 5, 4, 3, 2, 1):
         _FRACTIONS[_numerator * math.pi / _denominator] = _words
 
 
-def write_qasm(circuit: Any) -> str:
+def write_qasm(circuit: Any, definitions: bool = True) -> str:
     """Return the program of a circuit; see `Circuit.to_qasm`."""
     circuit._require_bound()
-    return _Writer(circuit).text()
+    return _Writer(circuit, definitions).text()
 
 
 class _Writer:
-    def __init__(self, circuit: Any) -> None:
+    def __init__(self, circuit: Any, definitions: bool) -> None:
         self._circuit = circuit
+        self._defined = qelib1.LATER if definitions else {}  # gates of qelib1.inc that are not taken for granted
         self._registers: Tuple[Register, ...] = circuit.registers
         self._qubits = _places(self._registers, "quantum")
         self._clbits = _places(self._registers, "classical")
@@ -74,12 +77,12 @@ class _Writer:
         name = register.name
         if not _NAME.fullmatch(name) or name in RESERVED:
             raise ValueError(
-                f"register {name!r} cannot be written in OpenQASM 2: a name must begin with a small letter, go on with "
+                f"register {_check.show(name)} cannot be written in OpenQASM 2: a name must begin with a small letter, go on with "
                 "letters, digits and underscores, and be no word of the language"
             )
         gate = qelib1.GATES.get(name)
         if gate is not None and not gate.can_be_replaced:
-            raise ValueError(f"register {name!r} cannot be written in OpenQASM 2: a gate has that name")
+            raise _name_of_a_gate(name)
 
     def _needed(self, steps: List[Instruction]) -> List[GateDefinition]:
         """Return all gate blocks, what is used first, and note which names of qelib1.inc are used."""
@@ -103,19 +106,35 @@ class _Writer:
                 continue
             step = plain(raw)
             if owner is not None:
-                _check_can_be_said(step, f"gate {owner.name!r}", raw, len(step.controls) <= MOST_INSIDE)
-            definition = _block_of(step)
+                _check_can_be_said(step, f"gate {_check.show(owner.name)}", raw, len(step.controls) <= MOST_INSIDE)
+            definition = self._block_of(step)
             if definition is not None:
                 if step.definition is not None and step.controls:
                     yield step.definition  # so that the reader knows what the block is a controlled form of
                 yield definition
-            else:
-                self._library.add(_CALLS[step.name, len(step.controls)])
+            name = None if step.definition is not None else _CALLS.get((step.name, len(step.controls)))
+            if name is not None:
+                self._library.add(name)
+
+    def _block_of(self, step: Instruction) -> Optional[GateDefinition]:
+        """Return the block that a gate is a call of, or None if qelib1.inc has the gate."""
+        if step.definition is not None:
+            return controlled(step.definition, len(step.controls)) if step.controls else step.definition
+        name = _CALLS.get((step.name, len(step.controls)))
+        if name is None:
+            return block(step.name, len(step.controls))
+        return library_block(name) if name in self._defined else None
 
     def _give_names(self, definitions: List[GateDefinition]) -> None:
-        taken = {register.name for register in self._registers} | RESERVED
+        registers = {register.name for register in self._registers}
+        for name in sorted(registers & self._library):
+            raise _name_of_a_gate(name)
+        taken = registers | RESERVED
         taken |= self._library | {name for name, gate in qelib1.GATES.items() if not gate.can_be_replaced}
         for definition in definitions:
+            if definition.name in self._defined and definition is library_block(definition.name):
+                self._names[id(definition)] = definition.name
+                continue
             wanted = definition.name
             if not _NAME.fullmatch(wanted):
                 wanted = "g_" + re.sub(r"[^A-Za-z0-9_]", "_", wanted)
@@ -144,7 +163,7 @@ class _Writer:
         step = plain(raw) if raw.is_gate else raw
         if step.name == "barrier" and step.definition is None:
             return f"barrier {','.join([qubits[q] for q in step.qubits])};" if step.qubits else ""
-        definition = _block_of(step)
+        definition = self._block_of(step)
         name = self._names[id(definition)] if definition is not None else _CALLS[step.name, len(step.controls)]
         params = f"({','.join([_number(value, formals) for value in step.params])})" if step.params else ""
         return f"{name}{params} {','.join([qubits[q] for q in step.controls + step.qubits])};"
@@ -185,7 +204,17 @@ class _Writer:
                 f"instruction {position} ({step}) cannot be written in OpenQASM 2: a condition there reads a whole "
                 "register; give its bits a register of their own"
             )
+        # A digit holds a little more than three bits.
+        if step.condition.value.bit_length() > 3 * MOST_DIGITS:
+            raise ValueError(
+                f"instruction {position} cannot be written in OpenQASM 2: the value of its condition has more than "
+                f"{3 * MOST_DIGITS} bits and could not be read again"
+            )
         return f"if({register}=={step.condition.value}) "
+
+
+def _name_of_a_gate(register: str) -> ValueError:
+    return ValueError(f"register {_check.show(register)} cannot be written in OpenQASM 2: a gate has that name")
 
 
 def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_block: bool) -> None:
@@ -198,15 +227,6 @@ def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_bloc
     else:
         return
     raise ValueError(f"{where} ({raw}) cannot be written in OpenQASM 2: {reason}")
-
-
-def _block_of(step: Instruction) -> Optional[GateDefinition]:
-    """Return the block that a gate is a call of, or None if qelib1.inc has the gate."""
-    if step.definition is not None:
-        return controlled(step.definition, len(step.controls)) if step.controls else step.definition
-    if (step.name, len(step.controls)) in _CALLS:
-        return None
-    return block(step.name, len(step.controls))
 
 
 def _formals(params: Tuple[str, ...]) -> Dict[str, str]:

@@ -1,0 +1,21 @@
+"""Warnings of what this version does differently from the one before, or the next one will."""
+
+from __future__ import annotations
+
+import os
+import sys
+import warnings
+from types import FrameType
+from typing import Optional
+
+_HERE = os.path.dirname(os.path.abspath(__file__)) + os.sep
+
+
+def warn(message: str) -> None:
+    """Show a FutureWarning at the line outside this package that led here."""
+    level = 2
+    frame: Optional[FrameType] = sys._getframe(1)
+    while frame is not None and frame.f_code.co_filename.startswith(_HERE):
+        frame = frame.f_back
+        level += 1
+    warnings.warn(message, FutureWarning, stacklevel=level)
