@@ -52,6 +52,15 @@ def test_amplitudes(circuit, order, precision, tolerance):
     assert result.statevector(order).any()
 
 
+@pytest.mark.parametrize("piece", [1, 2, 4])
+def test_what_is_copied_in_pieces_is_the_same(circuit, piece, monkeypatch):
+    monkeypatch.setattr("velacamplix.result._PIECE", piece)
+    result = run(circuit)
+    np.testing.assert_allclose(result.state.array, expected(circuit, "little"), rtol=0, atol=1e-13)
+    np.testing.assert_allclose(result.statevector("big"), expected(circuit, "big"), rtol=0, atol=1e-13)
+    np.testing.assert_allclose(result.distribution(), np.abs(expected(circuit, "big")) ** 2, rtol=0, atol=1e-13)
+
+
 def test_the_order_of_the_array_is_the_default():
     assert np.flatnonzero(run(Circuit(5).x(1)).statevector()).tolist() == [2]
 

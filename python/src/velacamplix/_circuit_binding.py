@@ -83,10 +83,10 @@ def checked_values(known: Tuple[str, ...], values: Any, named: Dict[str, Any]) -
     else:
         listed = _check.sequence(values, "values", of="numbers, or a mapping from names to numbers")
         if len(listed) != len(known):
-            missing = ", ".join(map(repr, known[len(listed) :]))
+            missing = shortened(", ".join(map(repr, known[len(listed) :])))
             raise ValueError(
                 f"values must hold {counted(len(known), 'number')}, one for each parameter, got {len(listed)}: "
-                + (f"{shortened(missing)} would have none" if missing else f"the parameters are {_check.show(list(known))}")
+                + (f"{missing} would have none" if missing else f"the parameters are {_check.show(list(known))}")
             )
         pairs = list(zip(known, listed))
     result: Dict[str, float] = {}

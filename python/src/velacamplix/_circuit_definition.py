@@ -22,8 +22,8 @@ __all__ = ["GateDefinition"]
 # case. Beyond this the exact number does not matter to anyone.
 SIZE_LIMIT = 2**62
 
-# All names, in small letters, that mean something else already: those of the package, and those by which OpenQASM programs
-# call its gates.
+# All names, in small letters, that mean something else already: those of the package, and those by which OpenQASM
+# programs call its gates.
 _TAKEN = frozenset(name.lower() for name in [*GATES, *BY_ENTRIES, *NON_UNITARY, *COMPOSITES]).union(
     "c3sqrtx c3x c4x ccx ch cp crx cry crz cswap csx cu1 cu3 cx cy cz id p u0 u1".split()
 )
@@ -166,7 +166,8 @@ class GateDefinition:
 
     def __repr__(self) -> str:
         params = f"({', '.join(self.params)})" if self.params else ""
-        return f"<GateDefinition {self.name}{params}: {counted(self.n_qubits, 'qubit')}, {counted(len(self.body), 'step')}>"
+        qubits, steps = counted(self.n_qubits, "qubit"), counted(len(self.body), "step")
+        return f"<GateDefinition {self.name}{params}: {qubits}, {steps}>"
 
 
 def is_taken(name: str) -> bool:
@@ -184,7 +185,9 @@ def renamed(definition: GateDefinition, others: Container[str]) -> GateDefinitio
     while is_taken(name) or name in others:
         number += 1
         name = f"{definition.name}_gate" + (f"_{number}" if number > 1 else "")
-    return definition if not number else GateDefinition.checked(name, definition.params, definition.n_qubits, definition.body)
+    if not number:
+        return definition
+    return GateDefinition.checked(name, definition.params, definition.n_qubits, definition.body)
 
 
 def size(step: Instruction) -> int:

@@ -35,9 +35,9 @@ class ParameterMethods:
     def bind(self, values: Any = None, /, **named: float) -> Self:
         """Return the circuit with numbers in place of its parameters.
 
-        Binding a circuit again and again is cheap, and circuits bound from the same one share the work of planning: what
-        was planned for the last eight circumstances (precision, fusion, which qubits begin in another state than 0) is
-        kept as long as one of them exists.
+        Binding a circuit again and again is cheap, and circuits bound from the same one share the work of planning:
+        what was planned for the last eight circumstances (precision, fusion, which qubits begin in another state than
+        0) is kept as long as one of them exists.
 
         Parameters
         ----------

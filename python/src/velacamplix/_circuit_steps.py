@@ -51,7 +51,7 @@ class StepMethods:
         """
         sources = _check.qubits(qubits, self._n_qubits)
         if not self._n_clbits:
-            raise IndexError(f"clbits must be classical bits of the circuit, got {_check.show(clbits)}, but {self._no_bits()}")
+            raise self._no_bits(clbits)
         targets = _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
         if len(sources) != len(targets):
             raise ValueError(
@@ -173,7 +173,7 @@ class StepMethods:
     def _classical_bits(self, clbits: Union[str, int, Sequence[int]]) -> Tuple[int, ...]:
         if not isinstance(clbits, str):
             if not self._n_clbits:
-                raise IndexError(f"clbits must be classical bits of the circuit, got {_check.show(clbits)}, but {self._no_bits()}")
+                raise self._no_bits(clbits)
             return _check.indices(clbits, self._n_clbits, "clbits", at_least=1)
         clbits = _check.plain(clbits)
         for register in self._registers:
@@ -183,10 +183,10 @@ class StepMethods:
         known = f"one of {_check.show(names)}" if names else "of which there is none"
         raise KeyError(f"clbits must name a classical register, {known}, got {_check.show(clbits)}")
 
-    def _no_bits(self) -> str:
-        return (
-            f"it has none: write Circuit({self._n_qubits}, number_of_bits), or call measure_all(), which makes one for each "
-            "qubit"
+    def _no_bits(self, clbits: object) -> IndexError:
+        return IndexError(
+            f"clbits must be classical bits of the circuit, got {_check.show(clbits)}, but it has none: write "
+            f"Circuit({self._n_qubits}, number_of_bits), or call measure_all(), which makes one for each qubit"
         )
 
 
@@ -206,8 +206,9 @@ def _held(value: Union[int, str], clbits: Union[str, int, Sequence[int]], bits: 
     if first_highest != first_lowest:
         warnings.warn(
             f"value {_check.show(number)} for a list of bits now has the first of them, bit {bits[0]}, as the most "
-            "significant, which was the least significant in 0.1. Give it as a text, one character per bit in the order "
-            f"listed: {_check.show(first_highest)} is what the number means now, {_check.show(first_lowest)} what it meant",
+            "significant, which was the least significant in 0.1. Give it as a text, one character per bit in the "
+            f"order listed: {_check.show(first_highest)} is what the number means now, {_check.show(first_lowest)} what "
+            "it meant",
             FutureWarning,
             stacklevel=4,
         )

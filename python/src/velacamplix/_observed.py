@@ -27,7 +27,7 @@ class Observed(NamedTuple):
         return [_reduced(observable, places, measured) for observable in self.observables]
 
     def warn(self, active: Sequence[int], measured: Iterable[AbstractSet[int]], stacklevel: int) -> None:
-        """Warn of terms that would not be 0 but for one of the sets of measured qubits; `stacklevel` as of the caller."""
+        """Warn of terms that are 0 only because of one of the sets of measured qubits; `stacklevel` as of the caller."""
         lost: Set[int] = set()
         for observable in self.observables:
             for term in observable.terms:
@@ -37,8 +37,8 @@ class Observed(NamedTuple):
         if lost:
             listed = _check_circuit.shortened(", ".join(map(str, sorted(lost))))
             warnings.warn(
-                f"terms with X or Y count 0 on qubits that are measured at the end, here {listed}: expectation values are "
-                "those after all instructions. For the values before a measurement leave it away, or ask the state, "
+                f"terms with X or Y count 0 on qubits that are measured at the end, here {listed}: expectation values "
+                "are those after all instructions. For the values before a measurement leave it away, or ask the state, "
                 "which shows no measurement at the end: run(...).state.expectation(...)",
                 UserWarning,
                 stacklevel=stacklevel + 1,

@@ -80,4 +80,5 @@ class Plan(NamedTuple):
         """
         passes = f"{len(self.passes)} " + ("pass" if len(self.passes) == 1 else "passes")
         sweeps = f"{self.sweeps:.3g}"
-        return f"{counted(self.gates, 'gate')} in {passes}, {sweeps} {'sweep' if sweeps == '1' else 'sweeps'} over memory"
+        plural = "" if sweeps == "1" else "s"
+        return f"{counted(self.gates, 'gate')} in {passes}, {sweeps} sweep{plural} over memory"

@@ -64,8 +64,8 @@ def _require_place(ax: Any, bars: Bars) -> None:
             if outcomes is not None and (other is ax or outcomes != _outcomes(bars)):
                 where = "ax has bars" if other is ax else "ax shares its x axis with axes that have bars"
                 raise ValueError(
-                    f"{where} of outcomes already, and the new ones would stand at their places: give axes of their own, "
-                    "as of matplotlib.pyplot.subplots(1, 2), or clear these with ax.clear()"
+                    f"{where} of outcomes already, and the new ones would stand at their places: give axes of their "
+                    "own, as of matplotlib.pyplot.subplots(1, 2), or clear these with ax.clear()"
                 )
 
 

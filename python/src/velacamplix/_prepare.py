@@ -17,8 +17,8 @@ from .instruction import Instruction
 # Gates whose one angle can be replaced within a program.
 _ANGLED = frozenset({"RX", "RY", "RZ", "PH"})
 
-# Of every template, the few preparations that were used last, by their circumstances; the oldest gives way to a new one,
-# and all go with the template, which lives as long as the circuits bound from it and the one they were bound from.
+# Of every template, the few preparations that were used last, by their circumstances; the oldest gives way to a new
+# one, and all go with the template, which lives as long as the circuits bound from it and the one they were bound from.
 # Whoever runs takes one out and puts it back, so that no program is run twice at a time.
 _MOST_KEPT = 8
 _kept: WeakKeyDictionary[Template, Dict[Hashable, Prepared]] = WeakKeyDictionary()

@@ -160,7 +160,7 @@ class Counts(Dict[str, int]):
 
     def _require_free(self) -> None:
         if self._is_fixed:
-            raise TypeError("these counts belong to a result and do not change; their copy() does: result.counts.copy()")
+            raise TypeError("these counts belong to a result and do not change; a copy does: result.counts.copy()")
 
     def _checked(self, counts: Mapping[Any, Any]) -> Mapping[str, Any]:
         """Return the entries after a look at all of them; the first key of all tells how long the others are."""

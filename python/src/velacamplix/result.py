@@ -20,6 +20,8 @@ __all__ = ["Result"]
 
 # A state of so many qubits, 256 MiB in double precision, is made of a smaller one without being asked for by its size.
 _MOST_EXPANDED = 24
+# So many numbers are copied at a time; Ctrl-C is heard in between.
+_PIECE = 2**22
 
 
 class Result:
@@ -270,13 +272,13 @@ class Result:
         if len(self.active_qubits) == self.n_qubits:
             return compact
         cure = (
-            "result.expectation, probability, distribution and amplitude answer in the circuit's qubits without it, and "
-            "result.compact_state has the active ones alone: its qubit q is result.active_qubits[q]"
+            "result.expectation, probability, distribution and amplitude answer in the circuit's qubits without it, "
+            "and result.compact_state has the active ones alone: its qubit q is result.active_qubits[q]"
         )
         if self.n_qubits > _MOST_EXPANDED:
             raise RuntimeError(
-                f"the state of all {self.n_qubits} qubits, of which {len(self.active_qubits)} are active, is made for at "
-                f"most {_MOST_EXPANDED}: {cure}"
+                f"the state of all {self.n_qubits} qubits, of which {len(self.active_qubits)} are active, is made for "
+                f"at most {_MOST_EXPANDED}: {cure}"
             )
         try:
             whole = StateVector._another(self.n_qubits, self.precision, compact.threads)
@@ -287,12 +289,12 @@ class Result:
         return whole
 
     def _spread(self, compact: np.ndarray, whole: np.ndarray, qubits: Sequence[int]) -> None:
-        """Copy what belongs to the active ones of the listed qubits, the most significant first, to where all others are 0."""
+        """Copy what belongs to the active ones of the listed qubits, highest bit first, to where the others are 0."""
         active = set(self.active_qubits)
         runs = [(is_active, len(list(run))) for is_active, run in groupby(qubit in active for qubit in qubits)]
         places = [slice(None) if is_active else 0 for is_active, _ in runs]
         target = whole.reshape([2**length for _, length in runs])[(*places, ...)]
-        target[...] = compact.reshape(target.shape)
+        _copy(compact.reshape(target.shape), target)
 
     def expectation(self, observable: Union[ObservableLike, Sequence[ObservableLike]]) -> Any:
         """Return an exact expectation value, as `run` does for its ``observables``.
@@ -472,3 +474,15 @@ class Result:
         state = self.compact_state
         index = sum(bits.pop(qubit) << place for place, qubit in enumerate(self.active_qubits))
         return 0j if any(bits.values()) else complex(state.array[index])
+
+
+def _copy(source: np.ndarray, target: np.ndarray) -> None:
+    if source.size <= _PIECE:
+        target[...] = source
+        return
+    rows = _PIECE * len(source) // source.size
+    for start in range(0, len(source), max(rows, 1)):
+        if rows:
+            target[start : start + rows] = source[start : start + rows]
+        else:
+            _copy(source[start], target[start])
