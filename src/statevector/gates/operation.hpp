@@ -1,6 +1,7 @@
 #pragma once
 
 #include "statevector/kernels/kernel_call.hpp"
+#include "statevector/kernels/sorted_diagonal.hpp"
 
 #include <string>
 #include <vector>
@@ -37,7 +38,8 @@ struct operation {
     std::vector<unsigned int> targets;  // in the order that defines the local index
     unsigned long controls = 0;         // mask
     std::array<thrust::complex<T>, 4> coefficients{};
-    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, diagonal, product
+    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, product
+    kernels::shared_diagonal<T> diagonal;
 
     unsigned long target_mask() const;
     bool is_diagonal() const;  // changes every amplitude by a factor of its own
@@ -58,9 +60,10 @@ bool set_angle(operation<T>& op, const std::vector<T>& params);
 template <class T>
 operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
                               bool controlled);
+// A diagonal of any size.
 template <class T>
 operation<T> diagonal_operation(const std::vector<thrust::complex<T>>& diagonal,
-                                const std::vector<unsigned int>& qubits, bool controlled);
+                                const std::vector<unsigned int>& qubits);
 
 // A product's factors multiplied out: the diagonal in the gate's local order.
 template <class T>

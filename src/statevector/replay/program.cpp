@@ -66,7 +66,7 @@ void program<T>::add_matrix(const std::vector<thrust::complex<T>>& matrix, const
 template <class T>
 void program<T>::add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                               const std::vector<unsigned int>& controls) {
-    self->append(gates::diagonal_operation(diagonal, qubits, !controls.empty()), controls);
+    self->append(gates::diagonal_operation(diagonal, qubits), controls);
 }
 
 template <class T>
