@@ -62,7 +62,8 @@ public:
     void add_matrix(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
                     const std::vector<unsigned int>& controls = {});
 
-    // Appends a diagonal of 2^k entries in the same order.
+    // Appends a diagonal of 2^k entries in the same order, of any size. Its entries are kept once, as many as there
+    // are.
     void add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                       const std::vector<unsigned int>& controls = {});
 

@@ -121,12 +121,11 @@ void set_angle(operation<T>& op, double angle) {
 
 template <class T>
 operation<T> diagonal_operation(const std::vector<thrust::complex<T>>& diagonal,
-                                const std::vector<unsigned int>& qubits, bool controlled) {
-    if (!controlled) refuse_large_diagonal(diagonal.size());
+                                const std::vector<unsigned int>& qubits) {
     operation<T> op;
     op.kind = gate_kind::diagonal;
     op.targets = qubits;
-    op.entries = diagonal;
+    op.diagonal = kernels::sort_diagonal(qubits, diagonal);
     return op;
 }
 
@@ -135,7 +134,8 @@ operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, con
                               bool controlled) {
     std::vector<thrust::complex<T>> diag;
     if (pbamplix::get_diag_if_diag(matrix, diag, 1u << qubits.size())) {
-        return diagonal_operation(diag, qubits, controlled);
+        if (!controlled) refuse_large_diagonal(diag.size());
+        return diagonal_operation(diag, qubits);
     }
     operation<T> op;
     op.kind = qubits.size() == 1 ? gate_kind::matrix1 : qubits.size() == 2 ? gate_kind::matrix2 : gate_kind::matrix;
@@ -222,23 +222,23 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
         case gate_kind::matrix:
             return kernels::dense_call<T>(nbqbits, index::bits_of_qubits(op.targets), op.controls, op.entries);
         case gate_kind::diagonal:
-            return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, op.entries, false);
+            return kernels::diagonal_call<T>(nbqbits, index::xor_mask_of(op.targets), op.controls, op.diagonal);
         case gate_kind::product:
             return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, product_entries(op.entries), false);
     }
     return {};
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
-    template struct operation<T>;                                                                                      \
-    template bool named_operation(operation<T>&, const std::string&, const std::vector<double>&,                       \
-                                  const std::vector<unsigned int>&);                                                   \
-    template void set_angle<T>(operation<T>&, double);                                                                 \
-    template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&,   \
-                                           bool);                                                                      \
-    template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
-                                             bool);                                                                    \
-    template std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::complex<T>>&);                  \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                   \
+    template struct operation<T>;                                                                                    \
+    template bool named_operation(operation<T>&, const std::string&, const std::vector<double>&,                     \
+                                  const std::vector<unsigned int>&);                                                 \
+    template void set_angle<T>(operation<T>&, double);                                                               \
+    template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
+                                           bool);                                                                    \
+    template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&,                                 \
+                                             const std::vector<unsigned int>&);                                      \
+    template std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::complex<T>>&);                \
     template kernels::kernel_call<T> prepare<T>(const operation<T>&, unsigned long);
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)

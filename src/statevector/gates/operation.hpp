@@ -1,6 +1,7 @@
 #pragma once
 
 #include "statevector/kernels/kernel_call.hpp"
+#include "statevector/kernels/sorted_diagonal.hpp"
 
 #include <optional>
 #include <string>
@@ -38,7 +39,8 @@ struct operation {
     std::vector<unsigned int> targets;  // in the order that defines the local index
     unsigned long controls = 0;         // mask
     std::array<thrust::complex<T>, 4> coefficients{};
-    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, diagonal, product
+    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, product
+    kernels::shared_diagonal<T> diagonal;
 
     unsigned long target_mask() const;
     bool is_diagonal() const;  // changes every amplitude by a factor of its own
@@ -72,9 +74,10 @@ void set_angle(operation<T>& op, double angle);
 template <class T>
 operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
                               bool controlled);
+// A diagonal of any size.
 template <class T>
 operation<T> diagonal_operation(const std::vector<thrust::complex<T>>& diagonal,
-                                const std::vector<unsigned int>& qubits, bool controlled);
+                                const std::vector<unsigned int>& qubits);
 
 // A product's factors multiplied out: the diagonal in the gate's local order.
 template <class T>

@@ -30,6 +30,16 @@ inline constexpr unsigned long extract(unsigned long value, unsigned long mask) 
     return result;
 }
 
+// table[x] = rearranged(x) for x < count, a power of two, where `rearranged` moves bits about: one call per bit.
+template <class Entry, class Rearranged>
+void fill_by_bits(Entry* table, unsigned long count, Rearranged rearranged) {
+    table[0] = 0;
+    for (unsigned long one = 1; one < count; one <<= 1) {
+        const auto moved = static_cast<Entry>(rearranged(one));
+        for (unsigned long x = 0; x < one; ++x) table[one | x] = static_cast<Entry>(table[x] | moved);
+    }
+}
+
 // Reversal of the low n bits of x, whose higher bits must be 0; n = 0 reverses the whole word.
 inline constexpr unsigned long reverse_bits(unsigned long x, unsigned int n) {
     x = __builtin_bswap64(x);

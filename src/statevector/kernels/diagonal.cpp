@@ -2,7 +2,6 @@
 
 #include "statevector/kernels/phase.hpp"
 #include "statevector/kernels/walk.hpp"
-#include "statevector/storage/aligned_array.hpp"
 #include "statevector/storage/memory_guard.hpp"
 
 #include <velacamplix/kernels.hpp>
@@ -23,6 +22,21 @@ struct lane_factors {
         im[2 * lane] = -d.imag();
         im[2 * lane + 1] = d.imag();
     }
+
+    // A pack of entries, one for each lane.
+    [[gnu::always_inline]] void set_all(V d) {
+        constexpr auto all = std::make_index_sequence<scalars<V>>{};
+        re = shuffle(d, d, first_of_pair{}, all);
+        im = negate_real(shuffle(d, d, second_of_pair{}, all));
+    }
+
+private:
+    struct first_of_pair {
+        static constexpr int at(std::size_t s) { return static_cast<int>(s & ~std::size_t{1}); }
+    };
+    struct second_of_pair {
+        static constexpr int at(std::size_t s) { return static_cast<int>(s | 1); }
+    };
 };
 
 template <class V>
@@ -73,55 +87,73 @@ void run_lanes(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
         [=](unsigned long base) { multiply(state + base, factors, changed, blend); });
 }
 
-// --- any number of qubits
-// ----------------------------------------------------------------------------------------------
+// --- any number of qubits --------------------------------------------------------------------------------------------
 
 // Up to this many factor packs are formed beforehand; larger diagonals form each pack's when it is met.
 constexpr unsigned long most_prepared_packs = 1024;
 
-// The position in the sorted diagonal is the index's target bits gathered. The eight index bits just above the pack are
-// gathered through a small table, those above them once per 256 packs.
+// The position of an entry is the index's target bits gathered. Those inside a pack give its lowest bits; the others,
+// here called outer, are looked up: the eight index bits just above the pack in a small table, those above them once
+// per 256 packs.
 constexpr unsigned long table_bits = 8;
+
+enum class factors {
+    prepared,      // for every outer position
+    side_by_side,  // all index bits inside a pack are targets: the pack's entries follow each other
+    scattered,
+};
 
 template <class T, class V>
 struct diagonal_table : coefficient_table<T> {
-    pbamplix::amplitude_array<T> sorted{nullptr, &pbamplix::aligned_array_delete<thrust::complex<T>>};
-    unsigned long mask = 0;
+    static constexpr unsigned long inside_pack = lanes<V> - 1;
+    static constexpr unsigned long block_shift = lane_bits<V> + table_bits;
+
+    shared_diagonal<T> diagonal;
+    unsigned long mask;          // index bits of the array that are targets
+    unsigned long outer_places;  // the bits of an outer position that they give; the others come from outside
+    factors form;
     std::vector<lane_factors<V>> prepared;
     std::array<unsigned int, 1ul << table_bits> gathered;
 
-    lane_factors<V> factors_of(unsigned long outer) const {
-        const unsigned long inside = mask & (lanes<V> - 1);
-        const unsigned long first = outer << std::popcount(inside);
-        lane_factors<V> factors;
-        for (unsigned lane = 0; lane < lanes<V>; ++lane) {
-            factors.set_lane(lane, sorted[first | index::extract(lane, inside)]);
-        }
-        return factors;
+    // The lowest of the diagonal's targets, as many as a pack has bits, are among those of the array.
+    diagonal_table(shared_diagonal<T> of, unsigned long targets, unsigned long places)
+        : diagonal(std::move(of)), mask(targets), outer_places(places >> inside_bits()) {
+        index::fill_by_bits(gathered.data(), gathered.size(),
+                            [&](unsigned long unit) { return outer_position(unit << lane_bits<V>); });
+        const unsigned long outer_count = 1ul << (diagonal->bits - inside_bits());
+        form = inside() == inside_pack ? factors::side_by_side : factors::scattered;
+        if (outer_count > most_prepared_packs) return;
+        for (unsigned long outer = 0; outer < outer_count; ++outer) prepared.push_back(scattered_factors(outer));
+        form = factors::prepared;
     }
 
-    void prepare() {
-        const unsigned long outer_mask = mask & ~(lanes<V> - 1ul);
-        for (unsigned long unit = 0; unit < gathered.size(); ++unit) {
-            gathered[unit] = static_cast<unsigned int>(
-                index::extract(unit << lane_bits<V>, outer_mask & index::low_bits(lane_bits<V> + table_bits)));
+    unsigned long inside() const { return mask & inside_pack; }
+    unsigned inside_bits() const { return static_cast<unsigned>(std::popcount(inside())); }
+
+    unsigned long outer_position(unsigned long index) const {
+        return index::deposit(index::extract(index, mask & ~inside_pack), outer_places);
+    }
+
+    lane_factors<V> scattered_factors(unsigned long outer) const {
+        const unsigned long first = outer << inside_bits();
+        lane_factors<V> result;
+        for (unsigned lane = 0; lane < lanes<V>; ++lane) {
+            result.set_lane(lane, diagonal->entries[first | index::extract(lane, inside())]);
         }
-        const unsigned long outer_count = 1ul << std::popcount(outer_mask);
-        if (outer_count > most_prepared_packs) return;
-        for (unsigned long outer = 0; outer < outer_count; ++outer) prepared.push_back(factors_of(outer));
+        return result;
     }
 };
 
-template <class V, bool prepared>
-void run_diagonal(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
-                  unsigned long end) {
-    constexpr unsigned block_shift = lane_bits<V> + table_bits;
-    const auto& table = static_cast<const diagonal_table<scalar_of<V>, V>&>(*call.table);
+template <class V, factors form>
+void run_entries(const kernel_call<scalar_of<V>>& call, unsigned long first, thrust::complex<scalar_of<V>>* state,
+                 unsigned long begin, unsigned long end) {
+    using table_type = diagonal_table<scalar_of<V>, V>;
+    constexpr unsigned long block_shift = table_type::block_shift;
+    const auto& table = static_cast<const table_type&>(*call.table);
     const auto* gathered = table.gathered.data();
-    const lane_factors<V>* factors = table.prepared.data();
-    const unsigned long outer_mask = table.mask & ~(lanes<V> - 1ul);
-    const unsigned long low_count = static_cast<unsigned>(std::popcount(outer_mask & index::low_bits(block_shift)));
-    const unsigned long high_mask = outer_mask & ~index::low_bits(block_shift);
+    const auto* prepared = table.prepared.data();
+    const auto* entries = table.diagonal->entries.get();
+    const unsigned long first_outer = first >> table.inside_bits();
     const bits_of<V> changed = lane_mask<V>(call);
     const bool blend = call.lane_fixed != 0;
     unsigned long block = ~0ul;
@@ -131,32 +163,63 @@ void run_diagonal(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_
         [&, state](unsigned long base) {
             if (base >> block_shift != block) {
                 block = base >> block_shift;
-                high = index::extract(base, high_mask) << low_count;
+                high = first_outer | table.outer_position(block << block_shift);
             }
             const unsigned long outer = high | gathered[(base >> lane_bits<V>)&index::low_bits(table_bits)];
-            if constexpr (prepared) {
-                multiply(state + base, factors[outer], changed, blend);
+            if constexpr (form == factors::prepared) {
+                multiply(state + base, prepared[outer], changed, blend);
+            } else if constexpr (form == factors::side_by_side) {
+                lane_factors<V> own;
+                own.set_all(load<V>(entries + (outer << lane_bits<V>)));
+                multiply(state + base, own, changed, blend);
             } else {
-                multiply(state + base, table.factors_of(outer), changed, blend);
+                multiply(state + base, table.scattered_factors(outer), changed, blend);
             }
         });
 }
 
-template <class V>
-kernel_call<scalar_of<V>> prepare_diagonal(unsigned long nbqbits, const std::vector<unsigned int>& targets,
-                                           unsigned long controls,
-                                           const std::vector<thrust::complex<scalar_of<V>>>& diag) {
-    using T = scalar_of<V>;
-    auto table = std::make_shared<diagonal_table<T, V>>();
-    table->mask = index::xor_mask_of(targets);
-    table->sorted = storage::make_amplitudes<T>(diag.size());
-    pbamplix::cpu::fill_sorted_diag(table->sorted.get(), targets, diag, table->mask);
-    table->prepare();
-    kernel_call<T> call;
+template <class V, factors form>
+void run_diagonal(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
+                  unsigned long end) {
+    run_entries<V, form>(call, 0, state, begin, end);
+}
+
+template <class V, factors form>
+void run_window(const kernel_call<scalar_of<V>>& call, unsigned long first, thrust::complex<scalar_of<V>>* buffer) {
+    run_entries<V, form>(call, first, buffer, 0, call.units);
+}
+
+// Makes a call with its table, and hands the form of its loop to `choose`.
+template <class V, class Choose>
+kernel_call<scalar_of<V>> prepare_entries(unsigned long nbqbits, unsigned long targets, unsigned long places,
+                                          unsigned long controls, shared_diagonal<scalar_of<V>> diagonal,
+                                          Choose choose) {
+    auto table = std::make_shared<const diagonal_table<scalar_of<V>, V>>(std::move(diagonal), targets, places);
+    kernel_call<scalar_of<V>> call;
     select_groups<V>(call, nbqbits, all_ones(controls), 0, 1);
-    call.run = table->prepared.empty() ? run_diagonal<V, false> : run_diagonal<V, true>;
+    switch (table->form) {
+        case factors::prepared:
+            choose.template operator()<V, factors::prepared>(call);
+            break;
+        case factors::side_by_side:
+            choose.template operator()<V, factors::side_by_side>(call);
+            break;
+        case factors::scattered:
+            choose.template operator()<V, factors::scattered>(call);
+            break;
+    }
     call.table = std::move(table);
     return call;
+}
+
+// The same in the widest packs that the array has room for.
+template <class T, class Choose>
+kernel_call<T> prepare_in_packs(unsigned long nbqbits, unsigned long targets, unsigned long places,
+                                unsigned long controls, shared_diagonal<T> diagonal, Choose choose) {
+    if (nbqbits >= lane_bits<wide_pack<T>>) {
+        return prepare_entries<wide_pack<T>>(nbqbits, targets, places, controls, std::move(diagonal), choose);
+    }
+    return prepare_entries<single_pack<T>>(nbqbits, targets, places, controls, std::move(diagonal), choose);
 }
 
 }  // namespace
@@ -187,18 +250,40 @@ kernel_call<T> one_qubit_diagonal_call(unsigned long nbqbits, unsigned long targ
 }
 
 template <class T>
+kernel_call<T> diagonal_call(unsigned long nbqbits, unsigned long targets, unsigned long controls,
+                             shared_diagonal<T> diagonal) {
+    return prepare_in_packs<T>(nbqbits, targets, ~0ul, controls, std::move(diagonal),
+                               []<class V, factors form>(kernel_call<T>& call) { call.run = run_diagonal<V, form>; });
+}
+
+template <class T>
 kernel_call<T> diagonal_call(unsigned long nbqbits, const std::vector<unsigned int>& targets, unsigned long controls,
                              const std::vector<thrust::complex<T>>& diag, bool guarded) {
     if (guarded) storage::refuse_beyond_free_memory(diag.size() * sizeof(thrust::complex<T>));
-    if (nbqbits >= lane_bits<wide_pack<T>>) return prepare_diagonal<wide_pack<T>>(nbqbits, targets, controls, diag);
-    return prepare_diagonal<single_pack<T>>(nbqbits, targets, controls, diag);
+    return diagonal_call<T>(nbqbits, index::xor_mask_of(targets), controls, sort_diagonal(targets, diag));
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                           \
-    template kernel_call<T> one_qubit_diagonal_call<T>(unsigned long, unsigned long, unsigned long,          \
-                                                       thrust::complex<T>, thrust::complex<T>);              \
-    template kernel_call<T> diagonal_call<T>(unsigned long, const std::vector<unsigned int>&, unsigned long, \
-                                             const std::vector<thrust::complex<T>>&, bool);
+template <class T>
+diagonal_window<T>::diagonal_window(shared_diagonal<T> diagonal, unsigned long targets, unsigned long local,
+                                    unsigned long controls)
+    : outside_(targets & ~local), places_(index::extract(outside_, targets)) {
+    call_ = prepare_in_packs<T>(static_cast<unsigned>(std::popcount(local)), index::extract(targets & local, local),
+                                ~places_, controls, std::move(diagonal),
+                                [this]<class V, factors form>(kernel_call<T>&) { loop_ = run_window<V, form>; });
+}
+
+template <class T>
+void diagonal_window<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
+    loop_(call_, index::deposit(index::extract(base, outside_), places_), buffer);
+}
+
+#define VELACAMPLIX_INSTANTIATE(T)                                                                             \
+    template kernel_call<T> one_qubit_diagonal_call<T>(unsigned long, unsigned long, unsigned long,            \
+                                                       thrust::complex<T>, thrust::complex<T>);                \
+    template kernel_call<T> diagonal_call<T>(unsigned long, unsigned long, unsigned long, shared_diagonal<T>); \
+    template kernel_call<T> diagonal_call<T>(unsigned long, const std::vector<unsigned int>&, unsigned long,   \
+                                             const std::vector<thrust::complex<T>>&, bool);                    \
+    template class diagonal_window<T>;
 VELACAMPLIX_INSTANTIATE(float)
 VELACAMPLIX_INSTANTIATE(double)
 
@@ -207,16 +292,6 @@ VELACAMPLIX_INSTANTIATE(double)
 namespace pbamplix::cpu {
 
 using namespace velacamplix;
-
-template <class C>
-void fill_sorted_diag(C* out, const std::vector<unsigned int>& targets, const std::vector<C>& diag,
-                      unsigned long mask) {
-    const auto k = static_cast<unsigned int>(targets.size());
-    for (unsigned long i = 0; i < diag.size(); ++i) {
-        const unsigned long position = index::extract(index::place_first_lowest(i, targets), mask);
-        out[position] = diag[index::reverse_bits(i, k)];
-    }
-}
 
 template <bool form>
 template <class T>
@@ -235,8 +310,6 @@ void _DiagGate<form>::apply_controlled(thrust::complex<T>* state, std::vector<un
 }
 
 #define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                            \
-    template void fill_sorted_diag(thrust::complex<T>*, const std::vector<unsigned int>&,                             \
-                                   const std::vector<thrust::complex<T>>&, unsigned long);                            \
     template void _DiagGate<true>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int,       \
                                             std::vector<thrust::complex<T>>);                                         \
     template void _DiagGate<true>::apply_controlled<T>(thrust::complex<T>*, std::vector<unsigned int>, unsigned long, \

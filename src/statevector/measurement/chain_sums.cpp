@@ -21,16 +21,6 @@ unsigned long join_last(const std::vector<unsigned int>& listed, unsigned long f
     return joined;
 }
 
-// table[x] = rearranged(x) for x < count, a power of two, where `rearranged` moves bits about: one call per bit.
-template <class Entry, class Rearranged>
-void fill_by_bits(Entry* table, unsigned long count, Rearranged rearranged) {
-    table[0] = 0;
-    for (unsigned long bit = 1; bit < count; bit <<= 1) {
-        const auto moved = static_cast<Entry>(rearranged(bit));
-        for (unsigned long x = 0; x < bit; ++x) table[bit | x] = static_cast<Entry>(table[x] | moved);
-    }
-}
-
 }  // namespace
 
 tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, unsigned long bytes, int nthreads) {
@@ -63,11 +53,11 @@ tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, 
         return index::deposit(c, mask & inside) | index::deposit(c >> chain_bits_inside, joined);
     };
     const unsigned long tile_slots = outcome_of_listed((mask & inside) | joined, listed);
-    fill_by_bits(piece_at, pieces, [&](unsigned long p) { return index::deposit(p, joined); });
-    fill_by_bits(chain_at, chains, [&](unsigned long c) { return place(index_of_chain(c)); });
-    fill_by_bits(element_at, chain_length, [&](unsigned long e) { return index::deposit(e, inside & ~mask); });
-    fill_by_bits(slot, chains, [&](unsigned long c) { return index::deposit(c, tile_slots); });
-    fill_by_bits(chain_of_slot, chains, [&](unsigned long c) {
+    index::fill_by_bits(piece_at, pieces, [&](unsigned long p) { return index::deposit(p, joined); });
+    index::fill_by_bits(chain_at, chains, [&](unsigned long c) { return place(index_of_chain(c)); });
+    index::fill_by_bits(element_at, chain_length, [&](unsigned long e) { return index::deposit(e, inside & ~mask); });
+    index::fill_by_bits(slot, chains, [&](unsigned long c) { return index::deposit(c, tile_slots); });
+    index::fill_by_bits(chain_of_slot, chains, [&](unsigned long c) {
         const unsigned long i = index::place_first_highest(index::deposit(c, tile_slots), listed);
         return index::extract(i, joined) << chain_bits_inside | index::extract(i, mask & inside);
     });

@@ -57,10 +57,11 @@ template <class T>
 bool never_lengthens(const operation<T>& op) {
     switch (op.kind) {
         case gate_kind::diagonal:
-            return std::all_of(op.entries.begin(), op.entries.end(), [](const thrust::complex<T>& d) {
-                const auto re = static_cast<double>(d.real()), im = static_cast<double>(d.imag());
-                return re * re + im * im <= longest<T>;
-            });
+            return std::all_of(op.diagonal->entries.get(), op.diagonal->entries.get() + (1ul << op.diagonal->bits),
+                               [](const thrust::complex<T>& d) {
+                                   const auto re = static_cast<double>(d.real()), im = static_cast<double>(d.imag());
+                                   return re * re + im * im <= longest<T>;
+                               });
         case gate_kind::matrix1:
             return never_lengthens(op.coefficients.data(), 2);
         case gate_kind::matrix2:

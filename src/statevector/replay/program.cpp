@@ -136,7 +136,7 @@ void program<T>::add_diagonal(const std::vector<thrust::complex<T>>& diagonal, c
     implementation& content = content_of(self);
     check_qubits("diagonal", qubits, controls, content.nqubits);
     check_entries("diagonal", diagonal.size(), qubits.size(), qubits.size());
-    content.append(gates::diagonal_operation(diagonal, qubits, !controls.empty()), controls);
+    content.append(gates::diagonal_operation(diagonal, qubits), controls);
 }
 
 template <class T>

@@ -1,11 +1,15 @@
+#include "reference/diagonal.hpp"
 #include "support/compare.hpp"
+#include "support/counted_allocations.hpp"
 #include "support/precision.hpp"
 #include "support/random_state.hpp"
 #include "support/recorded_program.hpp"
+#include "support/scripted_system.hpp"
 #include "support/state_vector.hpp"
 
 #include <velacamplix/program.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <complex>
@@ -175,7 +179,7 @@ TYPED_TEST(program_run, of_no_gates_leaves_the_state) {
     EXPECT_TRUE(same_bits(start, state.amplitudes.get()));
 }
 
-TYPED_TEST(program_run, refuses_an_unknown_name_and_a_large_plain_diagonal) {
+TYPED_TEST(program_run, refuses_an_unknown_name_and_a_large_plain_diagonal_given_as_a_matrix) {
     program<TypeParam> list(10);
     try {
         list.add_gate("h", {}, {0});
@@ -184,12 +188,82 @@ TYPED_TEST(program_run, refuses_an_unknown_name_and_a_large_plain_diagonal) {
         EXPECT_STREQ(refusal.what(), "Gate h is not known to a program");
     }
     const Qubits nine = {0, 1, 2, 3, 4, 5, 6, 7, 8};
-    EXPECT_THROW(list.add_diagonal(std::vector<C<TypeParam>>(512), nine), std::runtime_error);
+    const std::vector<C<TypeParam>> matrix(512 * 512);
+    EXPECT_THROW(list.add_matrix(matrix, nine), std::runtime_error);
+    EXPECT_NO_THROW(list.add_matrix(matrix, nine, {9}));
+    EXPECT_NO_THROW(list.add_diagonal(std::vector<C<TypeParam>>(512), nine));
     EXPECT_NO_THROW(list.add_diagonal(std::vector<C<TypeParam>>(512), nine, {9}));
-    EXPECT_EQ(list.size(), 1u);
+    EXPECT_EQ(list.size(), 3u);
     EXPECT_EQ(list.nqubits(), 10u);
     list.clear();
     EXPECT_EQ(list.size(), 0u);
+}
+
+// --- diagonals ----------------------------------------------------------------------------------------------------
+
+// Of every size, alone in a pass and beside gates with which they share chunks; on qubits inside and outside of these,
+// in any order, under controls inside and outside.
+TYPED_TEST(program_run, of_diagonals_of_every_size_equals_the_reference_bit_for_bit) {
+    for (const unsigned int n : {3u, 9u, 12u, 15u}) {
+        std::mt19937 engine(n);
+        const auto start = random_state<TypeParam>(n, Values::unusual, n);
+        for (unsigned int k = 1; k <= n; ++k) {
+            for (unsigned int trial = 0; trial < 3; ++trial) {
+                Qubits targets = random_qubits(n, n, engine);
+                // None, some, all of the others: the last trial has the qubits from the highest to the lowest.
+                Qubits controls(targets.begin() + k, targets.begin() + k + trial * (n - k) / 2);
+                targets.resize(k);
+                if (trial == 2) std::sort(targets.rbegin(), targets.rend());
+                const auto diagonal = random_coefficients<TypeParam>(1ul << k, k);
+                for (const bool beside_others : {false, true}) {
+                    program<TypeParam> list(n);
+                    // They only move amplitudes, the highest qubit's among them: it is local, so others are not.
+                    if (beside_others) list.add_gate("SWAP", {}, {n - 1, 0});
+                    list.add_diagonal(as_thrust(diagonal), targets, controls);
+                    if (beside_others) list.add_gate("SWAP", {}, {n - 1, 0});
+                    const auto exchanged = [&](const reference::State<TypeParam>& state) {
+                        if (!beside_others) return state;
+                        auto result = state;
+                        const unsigned long both = 1 | 1ul << (n - 1);
+                        for (unsigned long i = 0; i < state.size(); ++i) {
+                            const bool differ = (i & both) != 0 && (i & both) != both;
+                            result[i] = state[differ ? i ^ both : i];
+                        }
+                        return result;
+                    };
+                    auto expected = exchanged(start);
+                    reference::apply_diagonal(expected, targets, controls, diagonal);
+                    expected = exchanged(expected);
+                    for (const int threads : {1, 3}) {
+                        LoadedVector<TypeParam> got(start, threads);
+                        list.run(got);
+                        ASSERT_TRUE(same_bits(expected, got.amplitudes.get()))
+                            << describe(n, targets, controls, threads) << (beside_others ? ", beside others" : "");
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Its entries are sorted once, when it is added. A plan reads none of them and copies none.
+TYPED_TEST(program_run, plans_a_large_diagonal_without_looking_at_its_entries) {
+    const unsigned int n = 20;
+    Qubits qubits;
+    for (unsigned int q = 0; q < n; ++q) qubits.push_back(q);
+    for (const bool controlled : {false, true}) {
+        const Qubits targets(qubits.begin() + (controlled ? 1 : 0), qubits.end());
+        program<TypeParam> list(n);
+        list.add_gate("H", {}, {n - 1});
+        list.add_diagonal(std::vector<C<TypeParam>>(1ul << targets.size(), TypeParam(1)), targets,
+                          controlled ? Qubits{0} : Qubits{});
+        list.add_gate("H", {}, {n - 1});
+        const CountedAllocations allocations;
+        const WatchedArrays arrays;
+        EXPECT_EQ(list.plan(n, 1).passes.size(), 1u);
+        EXPECT_LT(allocations.count(), 200) << (controlled ? "controlled" : "plain");
+        EXPECT_EQ(arrays.order(), "") << (controlled ? "controlled" : "plain");
+    }
 }
 
 // --- new angles ---------------------------------------------------------------------------------------------------

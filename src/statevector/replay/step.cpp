@@ -1,7 +1,6 @@
 #include "statevector/replay/step.hpp"
 
 #include "statevector/index/bits.hpp"
-#include "statevector/kernels/diagonal.hpp"
 #include "statevector/kernels/phase.hpp"
 
 #include <algorithm>
@@ -33,33 +32,13 @@ void step<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
         kernels::run_serial(scale, buffer);
     }
     if (run_of_diagonals != nullptr) run_of_diagonals->run(buffer, base);
+    if (window != nullptr) window->run(buffer, base);
     if (calls.empty()) return;
     const auto& call = calls[variant_mask == 0 ? 0 : index::extract(base, variant_mask)];
     kernels::run_serial(call, buffer);
 }
 
 namespace {
-
-// The entries of a diagonal that remain when the targets outside the buffer read `outer` (their bits gathered in
-// increasing order). The targets inside keep their order.
-template <class T>
-std::vector<thrust::complex<T>> remaining_diagonal(const operation<T>& op, unsigned long outer_mask,
-                                                   unsigned long outer) {
-    const unsigned long fixed = index::deposit(outer, outer_mask);
-    const std::size_t k = op.targets.size();
-    std::vector<thrust::complex<T>> entries;
-    for (unsigned long local = 0; local < (1ul << k); ++local) {
-        bool kept = true;
-        for (std::size_t i = 0; i < k; ++i) {
-            const unsigned long bit = index::bit(op.targets[i]);
-            if ((outer_mask & bit) == 0) continue;
-            const bool one = (local >> (k - 1 - i)) & 1;
-            if (one != ((fixed & bit) != 0)) kept = false;
-        }
-        if (kept) entries.push_back(op.entries[local]);
-    }
-    return entries;
-}
 
 template <class T>
 void resolve_phase(step<T>& result, const operation<T>& op, const locality& where) {
@@ -85,12 +64,11 @@ void resolve_phase(step<T>& result, const operation<T>& op, const locality& wher
 
 template <class T>
 void resolve_diagonal(step<T>& result, const operation<T>& op, const locality& where) {
-    const unsigned long outer = op.target_mask() & ~where.mask();
     const unsigned long controls = where.inside(op.controls);
     const unsigned long nbqbits = where.bits.size();
     result.required = op.controls & ~where.mask();
-    result.variant_mask = outer;
     if (op.kind == gate_kind::rz) {
+        result.variant_mask = op.target_mask();
         // Outside the buffer the target chooses the one factor of all its amplitudes.
         for (const thrust::complex<T>& d : {op.coefficients[0], op.coefficients[1]}) {
             result.calls.push_back(
@@ -98,14 +76,8 @@ void resolve_diagonal(step<T>& result, const operation<T>& op, const locality& w
         }
         return;
     }
-    std::vector<unsigned int> inner_targets;
-    for (const unsigned int q : op.targets) {
-        if ((outer & index::bit(q)) == 0) inner_targets.push_back(where.position_of(q));
-    }
-    for (unsigned long variant = 0; variant < (1ul << std::popcount(outer)); ++variant) {
-        result.calls.push_back(
-            kernels::diagonal_call<T>(nbqbits, inner_targets, controls, remaining_diagonal(op, outer, variant), false));
-    }
+    result.window =
+        std::make_shared<kernels::diagonal_window<T>>(op.diagonal, op.target_mask(), where.mask(), controls);
 }
 
 template <class T>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "statevector/gates/operation.hpp"
+#include "statevector/kernels/diagonal.hpp"
 #include "statevector/kernels/diagonal_run.hpp"
 #include "statevector/kernels/kernel_call.hpp"
 #include "statevector/replay/plan.hpp"
@@ -33,11 +34,13 @@ struct outside_factors {
 template <class T>
 struct step {
     unsigned long required = 0;      // the gate acts on buffers whose base has these bits, its controls outside
-    unsigned long variant_mask = 0;  // targets of a diagonal gate outside the buffer: they choose among the calls
+    unsigned long variant_mask = 0;  // the target of an RZ outside the buffer: it chooses among the calls
     std::vector<kernels::kernel_call<T>> calls;
     std::vector<outside_factors<T>> outside;  // for a product: together they are one factor of the whole buffer
     kernels::kernel_call<T> scaling;          // multiplies by it
-    std::shared_ptr<const kernels::diagonal_run<T>> run_of_diagonals;  // several gates at once, instead of the above
+    // Instead of the above: several gates at once; a diagonal with targets outside.
+    std::shared_ptr<const kernels::diagonal_run<T>> run_of_diagonals;
+    std::shared_ptr<const kernels::diagonal_window<T>> window;
 
     bool acts_on(unsigned long base) const { return (base & required) == required; }
     void run(thrust::complex<T>* buffer, unsigned long base) const;
