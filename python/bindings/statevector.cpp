@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 namespace velacamplix::python {
@@ -33,14 +32,15 @@ auto on_one_qubit(void (HeldState<T>::State::*gate)(unsigned int, Controls)) {
     };
 }
 
-// In single precision by a program of one gate, which knows what to do with an angle that is no float.
+// The members take an angle of the state's precision. Of any other a program of one gate knows what to make.
 template <class T>
 auto on_one_qubit_with_angle(const char* name, void (HeldState<T>::State::*gate)(unsigned int, T, Controls)) {
     return [name, gate](HeldState<T>& held, unsigned int qubit, double angle, const Controls& controls) {
         held.with_state([&](auto& state) {
             require_gate(state, qubit, controls);
-            if constexpr (std::is_same_v<T, double>) {
-                (state.*gate)(qubit, angle, controls);
+            const T own = static_cast<T>(angle);
+            if (static_cast<double>(own) == angle) {
+                (state.*gate)(qubit, own, controls);
             } else {
                 pbamplix::cpu::program<T> alone(state.nqubits);
                 alone.add_gate(name, {angle}, {qubit}, controls.value_or(Qubits{}));

@@ -38,7 +38,7 @@ class Lying(str):
 TEXTS = {
     "precision": lambda text: StateVector(1, text),
     "order": lambda text: StateVector(1).statevector(order=text),
-    "a product state": lambda text: StateVector(3).reset(text),
+    "a product state": lambda text: StateVector(3).set_basis_state(text),
     "an outcome": lambda text: StateVector(3).probability(text),
     "an initial state": lambda text: run(Circuit(3).h(0), initial=text),
     "an observable": lambda text: StateVector(3).expectation(text),
@@ -73,7 +73,7 @@ def test_texts_that_lie_become_plain_ones():
     (register,) = Circuit(2, registers=[Register(Lying("q"), Lying("quantum"), 0, np.int8(2))]).registers
     assert [type(value) for value in (register.name, register.kind, register.start, register.size)] == [str, str, int, int]
     assert Circuit(1).append(Instruction(Lying("X"), (0,))) == Circuit(1).x(0)
-    assert StateVector(2).reset(Lying("10")).probability(Lying("10")) == 1.0
+    assert StateVector(2).set_basis_state(Lying("10")).probability(Lying("10")) == 1.0
     assert Observable({Lying("XZ"): 2}) == Observable({"XZ": 2})
     assert run(Circuit(2), initial=Lying("01"), shots=1).counts == {"01": 1}
 
@@ -90,10 +90,10 @@ NUMBERS = {
     "an angle": lambda n: Circuit(1).rx(n, 0),
     "an array of integers": lambda n: Circuit(1).matrix([[n, 0], [0, 1]], 0),
     "entries": lambda n: Circuit(1).diagonal([1, n], 0),
-    "a basis state": lambda n: StateVector(1).reset(n),
+    "a basis state": lambda n: StateVector(1).set_basis_state(n),
     "an outcome": lambda n: StateVector(1).probability(n),
     "an initial state": lambda n: run(Circuit(1), initial=n),
-    "amplitudes": lambda n: StateVector(1).reset([n, 0]),
+    "amplitudes": lambda n: StateVector(1).set_state([n, 0]),
     "shots": lambda n: run(Circuit(1), shots=n),
     "sampled shots": lambda n: StateVector(1).sample(n),
     "a coefficient": lambda n: Observable({"X": n}),

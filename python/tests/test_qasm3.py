@@ -99,7 +99,7 @@ def test_phases_are_kept(statement, where):
         text = f"qubit[2] q; h q; {statement}"
     elif where == "in an if":
         text = f"qubit[2] q; bit c; h q; if (!c) {{ {statement} }}"
-        expected = StateVector(2).reset("++").array * np.exp(1j * np.array(PHASES[statement]))
+        expected = StateVector(2).set_basis_state("++").array * np.exp(1j * np.array(PHASES[statement]))
         circuit = Circuit.from_qasm3(HEADER + text)
         np.testing.assert_allclose(run(circuit).state.array, expected, rtol=0, atol=1e-14)
         return

@@ -1,7 +1,7 @@
 """Every argument check of the package, in one place.
 
-The compiled core trusts its caller, so nothing reaches it unchecked. Each
-function returns the value in the plain form the rest of the package works
+The compiled core only checks again what decides which memory it touches, and
+tells a user little about it; so nothing reaches it unchecked. Each function returns the value in the plain form the rest of the package works
 with (``int``, ``float``, ``tuple`` of ``int``, ``numpy.ndarray``) or raises
 
 * ``TypeError`` if the value is of the wrong kind,

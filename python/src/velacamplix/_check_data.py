@@ -39,7 +39,7 @@ def product(value: Any, n_qubits: int, name: str) -> str:
     """
     if not isinstance(value, str):
         return bit_string(_check.integer(value, name, minimum=0, maximum=2**n_qubits - 1), n_qubits)
-    text = str.__str__(value)  # a plain one, whatever its class says
+    text = _check.plain(value)
     if len(text) != n_qubits:
         raise ValueError(f"{name} must have one character per qubit, {n_qubits} in all, got {_check.show(text)}")
     for position, character in enumerate(text):

@@ -73,7 +73,7 @@ class NamedGates(GateBase):
         Parameters
         ----------
         angle : float
-            Finite, in radians.
+            Finite, in radians. Taken in double precision also where the state is in single.
         qubit, controls
             As for `x`.
 

@@ -1,4 +1,4 @@
-"""The compiled half. Trusts its caller: arguments are checked before they get here (see _check)."""
+"""The compiled half. Arguments are checked before they get here (see _check); it checks again which memory it touches."""
 
 from typing import Any, Callable, List, Optional, Sequence, Tuple
 

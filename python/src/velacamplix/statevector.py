@@ -31,7 +31,8 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
     n : int
         Number of qubits. It does not change during the object's life.
     precision : {"double", "single"}
-        16 or 8 bytes per amplitude. All arithmetic runs in this precision.
+        16 or 8 bytes per amplitude. All arithmetic on amplitudes runs in this precision; sine and cosine of angles that
+        single precision cannot hold are formed in double and rounded.
     threads : int, optional
         Number of threads for every operation; what is too small to be worth sharing, states below 256 KiB among it,
         runs on one whatever this says. By default the environment variable VELACAMPLIX_NUM_THREADS decides, then
