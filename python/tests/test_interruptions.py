@@ -100,7 +100,7 @@ def test_an_exception_of_the_function_ends_the_call_and_leaves_the_state(name, c
         assert np.allclose(state.array, before, atol={"double": 1e-14, "single": 1e-6}[precision])
     else:
         assert np.array_equal(state.array, before)
-    assert state.reset("1" + 13 * "0").counts(3) == {"1" + 13 * "0": 3}
+    assert state.set_basis_state("1" + 13 * "0").counts(3) == {"1" + 13 * "0": 3}
 
 
 @pytest.mark.parametrize("name", ["estimate", "expectation", "term_values"])
