@@ -106,8 +106,8 @@ VELACAMPLIX_API std::vector<std::pair<thrust::complex<double>, thrust::complex<d
 
 // The same for a state whose norm nobody knows. In double precision tables of a state whose probabilities add up to 1
 // within 1e-9 stay as they are, which gives the shots of _evaluate_terms. Throws std::domain_error where they add up to
-// 0, to infinity or to NaN; the engine has then taken no step. The hook counts shots, of all terms; what it throws
-// finds the state turned back, and the engine some steps further.
+// 0, to infinity or to NaN. The hook counts shots, of all terms. Whatever is thrown, the state is turned back first and
+// the engine put back.
 template <class T, class Engine>
 VELACAMPLIX_API std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_terms_of_any_norm(
     thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<double>>& terms, unsigned long shots,

@@ -42,7 +42,7 @@ template <class T>
 using Entries = std::vector<std::pair<unsigned long, thrust::complex<T>>>;
 
 template <class T>
-void sort(Entries<T>& entries) {
+void sort_by_key(Entries<T>& entries) {
     std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
 }
 
@@ -68,56 +68,62 @@ std::vector<Entries<T>> found_amplitudes(const typename HeldState<T>::State& sta
                 permuted ? key << outside | reversed(part, outside) : part << inside | reversed(key, inside);
             parts[part].emplace_back(whole, value);
         }
-        if (!permuted) sort<T>(parts[part]);
+        if (!permuted) sort_by_key<T>(parts[part]);
         if (hook) hook(part, parts.size());
     }
     return parts;
 }
 
+// Writes all entries, whose keys have n bits, by increasing key. A range of keys at a time is put into order.
+template <class T>
+void merge_parts(const std::vector<Entries<T>>& parts, unsigned int n, unsigned long* keys, std::complex<T>* values,
+                 const pbamplix::work_hook& hook) {
+    const unsigned long width = 1ul << (n - std::min(n, 10u));
+    std::vector<std::size_t> merged(parts.size());
+    Entries<T> range;
+    for (unsigned long end = width; end <= 1ul << n; end += width) {
+        range.clear();
+        for (std::size_t part = 0; part < parts.size(); ++part) {
+            std::size_t& next = merged[part];
+            for (; next < parts[part].size() && parts[part][next].first < end; ++next) {
+                range.push_back(parts[part][next]);
+            }
+        }
+        sort_by_key<T>(range);
+        for (const auto& [key, value] : range) {
+            *keys++ = key;
+            *values++ = value;
+        }
+        if (hook) hook(end - 1, 1ul << n);
+    }
+}
+
 // Amplitudes of a magnitude above the threshold: keys, increasing, and values. A key has qubit q as bit q or, permuted,
-// qubit 0 as most significant bit.
+// qubit 0 as most significant bit. The function hears numbers without a meaning.
 template <class T>
 std::pair<py::array_t<unsigned long>, py::array_t<std::complex<T>>> mapped_amplitudes(HeldState<T>& held, T threshold,
                                                                                       bool permuted,
                                                                                       py::object function,
                                                                                       double interval, bool signals) {
     Watch watch(std::move(function), interval, signals);
-    const pbamplix::work_hook hook = watch.hook();
-    unsigned int n = 0;
-    const auto parts = held.with_state([&](auto& state) {
-        n = state.nqubits;
-        return found_amplitudes<T>(state, threshold, permuted, hook);
-    });
-    std::size_t count = 0;
-    for (const auto& part : parts) count += part.size();
-    py::array_t<unsigned long> keys(static_cast<py::ssize_t>(count));
-    py::array_t<std::complex<T>> values(static_cast<py::ssize_t>(count));
-    unsigned long* key = keys.mutable_data();
-    std::complex<T>* value = values.mutable_data();
-
-    {
-        // The parts are merged a range of keys at a time.
-        const Unlocked unlocked;
-        const unsigned long width = 1ul << (n - std::min(n, 10u));
-        std::vector<std::size_t> merged(parts.size());
-        Entries<T> range;
-        for (unsigned long end = width; end <= 1ul << n; end += width) {
-            range.clear();
-            for (std::size_t part = 0; part < parts.size(); ++part) {
-                std::size_t& next = merged[part];
-                for (; next < parts[part].size() && parts[part][next].first < end; ++next) {
-                    range.push_back(parts[part][next]);
-                }
-            }
-            sort<T>(range);
-            for (const auto& [k, v] : range) {
-                *key++ = k;
-                *value++ = v;
-            }
-            if (hook) hook(end - 1, 1ul << n);
+    return watch.over([&](const auto& hook) {
+        unsigned int n = 0;
+        const auto parts = held.with_state([&](auto& state) {
+            n = state.nqubits;
+            return found_amplitudes<T>(state, threshold, permuted, hook);
+        });
+        std::size_t count = 0;
+        for (const auto& part : parts) count += part.size();
+        py::array_t<unsigned long> keys(static_cast<py::ssize_t>(count));
+        py::array_t<std::complex<T>> values(static_cast<py::ssize_t>(count));
+        unsigned long* const first_key = keys.mutable_data();
+        std::complex<T>* const first_value = values.mutable_data();
+        {
+            const Unlocked unlocked;
+            merge_parts(parts, n, first_key, first_value, hook);
         }
-    }
-    return {std::move(keys), std::move(values)};
+        return std::pair(std::move(keys), std::move(values));
+    });
 }
 
 // Keys have the first listed qubit as most significant bit. Probabilities above the threshold are listed.

@@ -42,14 +42,16 @@ template <class T>
 std::vector<thrust::complex<double>> values_of(HeldState<T>& held, const Observable& observable, py::object function,
                                                double interval, bool signals) {
     Watch watch(std::move(function), interval, signals);
-    return held.with_state([&](auto& state) {
-        for (std::size_t term = 0; term < observable.flip_masks.size(); ++term) {
-            if ((observable.flip_masks[term] | observable.phase_masks[term]) >= state.size) {
-                refuse_changed(state, "an observable on others");
+    return watch.over([&](const auto& hook) {
+        return held.with_state([&](auto& state) {
+            for (std::size_t term = 0; term < observable.flip_masks.size(); ++term) {
+                if ((observable.flip_masks[term] | observable.phase_masks[term]) >= state.size) {
+                    refuse_changed(state, "an observable on others");
+                }
             }
-        }
-        return pbamplix::cpu::precise_term_values(state.amplitudes.get(), observable, state.size, state.num_threads,
-                                                  watch.hook());
+            return pbamplix::cpu::precise_term_values(state.amplitudes.get(), observable, state.size, state.num_threads,
+                                                      hook);
+        });
     });
 }
 
@@ -82,10 +84,12 @@ std::pair<Complexes, Complexes> estimate(
         listed.push_back({qubits, letters, coefficient});
     }
     Watch watch(std::move(function), interval, signals);
-    const auto pairs = held.with_state([&](auto& state) {
-        for (const auto& term : listed) bits_within(state, term.qubits);
-        return pbamplix::cpu::evaluate_terms_of_any_norm(state.amplitudes.get(), listed, shots, state.rng,
-                                                         state.nqubits, state.num_threads, watch.hook());
+    const auto pairs = watch.over([&](const auto& hook) {
+        return held.with_state([&](auto& state) {
+            for (const auto& term : listed) bits_within(state, term.qubits);
+            return pbamplix::cpu::evaluate_terms_of_any_norm(state.amplitudes.get(), listed, shots, state.rng,
+                                                             state.nqubits, state.num_threads, hook);
+        });
     });
 
     std::vector<thrust::complex<double>> means, errors;

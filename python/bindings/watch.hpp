@@ -14,8 +14,8 @@ namespace velacamplix::python {
 namespace py = pybind11;
 
 // What happens while the core is at work without the interpreter lock: signals are looked after and Python's function
-// is told, each at most once per interval, because taking the lock may mean to wait for other Python threads.
-// `signals` is for Python's main thread.
+// is told, each at most once per interval, because taking the lock may mean to wait for other Python threads. The first
+// exception ends the work. `signals` is for Python's main thread.
 class Watch {
 public:
     Watch(py::object function, double interval, bool signals)
@@ -27,45 +27,47 @@ public:
 
     bool is_needed() const { return signals_ || !function_.is_none(); }
 
-    // A hook for the library that lets the exception through which ends the call; nothing if nobody listens.
-    pbamplix::work_hook hook() {
-        if (!is_needed()) return {};
-        return [this](unsigned long done, unsigned long all) {
-            if (!is_due(done, all)) return;
-            const Locked locked(thread_);
-            tell(done, all);
-        };
-    }
-
-    // The same without an exception: false ends the run, and error() tells why.
+    // False when an exception ends the work, which error() then tells.
     bool goes_on(unsigned long done, unsigned long all) {
-        if (!is_due(done, all)) return true;
+        const bool is_last = done == all && !function_.is_none();
+        if (!is_last && Clock::now() < next_) return true;
         const Locked locked(thread_);
         try {
-            tell(done, all);
+            if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
+            // The function may let go of the lock and not get it back.
+            if (!function_.is_none()) or_wait_for_the_end([&] { function_(done, all); });
         } catch (py::error_already_set& raised) {
             error_ = raised.value();
             if (raised.trace()) PyException_SetTraceback(error_.ptr(), raised.trace().ptr());
             return false;
         }
+        next_ = Clock::now() + interval_;
         return true;
     }
     const py::object& error() const { return error_; }
 
+    // Returns work(hook), or raises what ended it. The hook is empty if nobody listens.
+    template <class Work>
+    auto over(Work&& work) {
+        pbamplix::work_hook hook;
+        if (is_needed()) {
+            hook = [this](unsigned long done, unsigned long all) {
+                if (!goes_on(done, all)) throw Ended();
+            };
+        }
+        try {
+            return work(hook);
+        } catch (const Ended&) {
+            PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error_.ptr())), error_.ptr());
+            throw py::error_already_set();
+        }
+    }
+
 private:
     using Clock = std::chrono::steady_clock;
 
-    bool is_due(unsigned long done, unsigned long all) const {
-        const bool is_last = done == all && !function_.is_none();
-        return is_last || Clock::now() >= next_;
-    }
-
-    void tell(unsigned long done, unsigned long all) {
-        if (signals_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
-        // The function may let go of the lock and not get it back.
-        if (!function_.is_none()) or_wait_for_the_end([&] { function_(done, all); });
-        next_ = Clock::now() + interval_;
-    }
+    // Passes through the library, which must not hold Python's objects while it has no lock.
+    struct Ended {};
 
     py::object function_;
     py::object error_ = py::none();
