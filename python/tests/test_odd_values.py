@@ -127,7 +127,7 @@ def test_an_integer_that_cannot_be_written_down_is_refused_in_words(name, number
 
 def test_a_condition_on_very_many_bits_is_refused_in_words():
     circuit = Circuit(1, 20_000)
-    with pytest.raises(ValueError, match="value must be an integer from 0 to <integer of 20000 bits>, got -1"):
+    with pytest.raises(ValueError, match="value must be an integer from 0 to 2[*][*]20000 - 1, got -1"):
         with circuit.when(range(20_000), -1):
             pass
 
