@@ -99,7 +99,7 @@ def test_phases_are_kept(statement, where):
         text = f"qubit[2] q; h q; {statement}"
     elif where == "in an if":
         text = f"qubit[2] q; bit c; h q; if (!c) {{ {statement} }}"
-        expected = StateVector(2).reset("++").array * np.exp(1j * np.array(PHASES[statement]))
+        expected = StateVector(2).set_basis_state("++").array * np.exp(1j * np.array(PHASES[statement]))
         circuit = Circuit.from_qasm3(HEADER + text)
         np.testing.assert_allclose(run(circuit).state.array, expected, rtol=0, atol=1e-14)
         return
@@ -126,6 +126,8 @@ def test_names_of_known_gates_are_defined_anew():
     circuit = Circuit.from_qasm3("OPENQASM 3.0; gate h a { U(1, 2, 3) a; } gate SWAP a, b { h b; } qubit[2] q; h q[0]; SWAP q[0], q[1];")
     assert [step.name for step in circuit] == ["h_gate", "SWAP_gate"]
     assert [step.name for step in circuit.basic_instructions()] == ["matrix", "matrix"]
+    circuit = Circuit.from_qasm3("OPENQASM 3.0; gate h_gate a { U(1, 2, 3) a; } gate h a { } qubit q; h q; h_gate q;")
+    assert [step.name for step in circuit] == ["h_gate_2", "h_gate"]
 
 
 @needs_importer
