@@ -172,7 +172,7 @@ class Counts(Dict[str, int]):
                 raise TypeError(f"counts must have bit strings for keys, got {_check.show(key)}")
             length = len(key) if length is None else length
             if len(key) != length:
-                raise ValueError(f"counts must have keys of {length} characters, got {_check.show(key)}")
+                raise ValueError(f"counts must have keys of {_check.digits(length)} characters, got {_check.show(key)}")
             if key.strip("01"):
                 raise ValueError(f"counts must have keys of characters 0 and 1, got {_check.show(key)}")
             _times(counts[key], key)
