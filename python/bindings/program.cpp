@@ -54,8 +54,10 @@ void read_angles(const py::object& from, std::vector<double>& to) {
 // False if a number is too large for T; what is infinite in double was refused long before.
 template <class T>
 bool read_entries(const py::object& from, std::vector<thrust::complex<T>>& to) {
+    const py::tuple numbers(from);
     to.clear();
-    for (const py::handle number : py::tuple(from)) {
+    to.reserve(numbers.size());
+    for (const py::handle number : numbers) {
         const Py_complex wide = PyComplex_AsCComplex(number.ptr());
         if (wide.real == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
         to.emplace_back(static_cast<T>(wide.real), static_cast<T>(wide.imag));
