@@ -33,6 +33,15 @@ T with_random_sign(typename Layout<T>::bits pattern, std::mt19937& engine) {
     return std::bit_cast<T>(static_cast<typename Layout<T>::bits>(pattern | ((engine() & 1) ? Layout<T>::sign : 0)));
 }
 
+// The sign of the NaN that the processor itself makes, of infinity times zero, say.
+#if defined(__x86_64__)
+template <class T>
+constexpr typename Layout<T>::bits sign_of_its_nan = Layout<T>::sign;
+#else
+template <class T>
+constexpr typename Layout<T>::bits sign_of_its_nan = 0;
+#endif
+
 template <class T>
 T unusual(std::mt19937& engine) {
     using L = Layout<T>;
@@ -55,7 +64,7 @@ T unusual(std::mt19937& engine) {
         case 6:
             return with_random_sign<T>(L::exponent, engine);  // infinity
         default:
-            return std::bit_cast<T>(static_cast<bits>(L::sign | L::exponent | L::quiet));  // the processor's NaN
+            return std::bit_cast<T>(static_cast<bits>(sign_of_its_nan<T> | L::exponent | L::quiet));
     }
 }
 

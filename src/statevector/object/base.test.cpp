@@ -53,14 +53,20 @@ TYPED_TEST(state_vector_layout, data_members_stand_in_order) {
 
 namespace {
 
-// In the Itanium ABI a pointer to a virtual member holds 1 + the byte offset of its slot.
+// A pointer to a virtual member holds the byte offset of its slot. What says that it is virtual is the lowest bit of
+// the same word in the Itanium ABI, and of the second word on aarch64.
 template <class Member>
 std::intptr_t slot_of(Member member) {
     std::intptr_t parts[2];
     static_assert(sizeof member == sizeof parts);
     std::memcpy(parts, &member, sizeof parts);
+#if defined(__aarch64__)
+    EXPECT_EQ(parts[1] % 2, 1) << "not virtual";
+    return parts[0] / static_cast<std::intptr_t>(sizeof(void*));
+#else
     EXPECT_EQ(parts[0] % 2, 1) << "not virtual";
     return (parts[0] - 1) / static_cast<std::intptr_t>(sizeof(void*));
+#endif
 }
 
 }  // namespace

@@ -24,7 +24,8 @@ std::vector<gates::operation<T>> random_operations(unsigned int n, unsigned int 
     std::vector<gates::operation<T>> operations(count);
     for (auto& op : operations) {
         const std::string name = names[engine() % std::size(names)];
-        gates::named_operation(op, name, {T(engine() % 100) / 10}, random_qubits(2, n, engine));
+        const std::vector<T> angle = {T(engine() % 100) / 10};
+        gates::named_operation(op, name, angle, random_qubits(2, n, engine));
     }
     return operations;
 }
