@@ -22,9 +22,11 @@ struct [[gnu::visibility("hidden")]] program<T>::implementation {
     std::optional<replay::schedule<T>> schedule;
     program_plan plan;
 
-    replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads) {
+    // With a hook the schedule may remain incomplete; it must then be dropped.
+    replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads, const progress_hook& hook = {}) {
         if (!schedule || !schedule->fits(state_qubits, nthreads)) {
-            schedule.emplace(operations, state_qubits, nthreads, fusion);
+            schedule.reset();  // also if the hook or the planning throws
+            schedule.emplace(operations, state_qubits, nthreads, fusion, replay::first_level_cache_bytes(), hook);
         }
         return *schedule;
     }
@@ -130,7 +132,11 @@ const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
 
 template <class T>
 unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook) {
-    auto& schedule = self->schedule_for(state.nqubits, state.num_threads);
+    auto& schedule = self->schedule_for(state.nqubits, state.num_threads, hook);
+    if (!schedule.is_complete()) {
+        self->schedule.reset();
+        return 0;
+    }
     return schedule.run(self->operations, state.amplitudes.get(), hook);
 }
 
