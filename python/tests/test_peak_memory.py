@@ -10,7 +10,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 
-from velacamplix import Circuit, Counts, StateVector, _machine, _memory, _pickling, _shots, run
+from velacamplix import Circuit, Counts, Parameter, StateVector, _machine, _memory, _pickling, _shots, run
 
 HERE = Path(__file__).parent
 MIB = 2**20
@@ -68,6 +68,12 @@ def test_there_is_never_much_more_than_a_dictionary(given, make):
     held, peak = traced(given(), make)
     # A dictionary that grows moves to a larger table, which Python decides.
     assert held > 10 * MIB and peak <= 1.3 * held
+
+
+def test_a_long_sum_is_written_without_the_texts_of_all_its_beginnings():
+    _, peak = traced(sum([Parameter("a")] * 5000), repr)
+    # Some hundred bytes of bookkeeping per term; the beginnings would be 48 MiB.
+    assert peak < 8 * MIB
 
 
 def traced(given, make):
