@@ -343,7 +343,7 @@ bell = Circuit(2, 2).h(0).cx(0, 1).measure([0, 1], [0, 1])
 def refused():
     for bad in (
         lambda: StateVector(60), lambda: StateVector(2).h(5), lambda: StateVector(2).project(0, 1),
-        lambda: StateVector(2).reset([1, 1, 1, 1]),
+        lambda: StateVector(2).set_state([1, 1, 1, 1]),
     ):
         try:
             bad()
@@ -383,7 +383,7 @@ def growth(body, times):
         ("run(bell, shots=10, seed=i)", 300),
         ("StateVector(4, seed=i).h(0).cnot(0, 1).counts(10)", 300),
         ("StateVector(3, 'single').h(0).expectation(Observable('X0 Z1'))", 300),
-        ("s = StateVector(5).h(0); s.array; s.copy(); s.statevector("little"); s.to_dict(); s.distribution_dict([0])", 300),
+        ("s = StateVector(5).h(0); s.array; s.copy(); s.statevector('little'); s.to_dict(); s.distribution_dict([0])", 300),
         ("StateVector(16, threads=2).h(0).measure(collapse=True)", 100),
         ("refused()", 300),
         ("in_a_thread()", 100),
