@@ -29,7 +29,7 @@ struct sparse_sequence {
             std::fill_n(to, chunk_length<T>, T(0));
             to[0] = first_of_chunk[number];
         };
-        sum_sequences<T>({sequence}, {0}, chunks, 1ul << 30, threads, fill, &out);
+        sum_sequences<T>({sequence}, {0}, chunks, 1ul << 30, threads, fill, &out, [] {});
         return out;
     }
 
