@@ -325,7 +325,7 @@ except TimeoutError as error:
     sys.stderr.write(f"{error}!")
 """)
     # The line is closed before anything else is written.
-    assert shown.rstrip().endswith("\nenough!") and " left" in shown
+    assert shown.rstrip().endswith("\nenough!") and " gates/s" in shown
 
 
 # The bar by itself: its time is what it is told
