@@ -17,6 +17,7 @@ import itertools
 import math
 import operator
 import reprlib
+import sys
 from itertools import chain
 from typing import Any, Iterable, Iterator, Optional, Sequence, Tuple
 
@@ -25,9 +26,6 @@ import numpy as np
 # Largest deviation of U·U† from the identity that still counts as rounding.
 # A matrix that was computed in single precision passes, a wrong one does not.
 UNITARY_TOLERANCE = 1e-5
-
-# Items of a list. A state that needs more does not fit into any memory.
-_LONGEST = 10_000_000
 
 # Multiplications between two looks at signals.
 _PRODUCTS_AT_ONCE = 2**31
@@ -111,11 +109,11 @@ def qubit(value: Any, n_qubits: int, name: str = "qubit") -> int:
     return index(value, n_qubits, name)
 
 
-def sequence(values: Any, name: str, of: str = "integers") -> Tuple[Any, ...]:
-    """Return any iterable but a text or a mapping as a tuple."""
-    listed = _first(values, _LONGEST + 1, name, of)
-    if len(listed) > _LONGEST:
-        raise ValueError(f"{name} must be a sequence of at most {_LONGEST} {of}, got more")
+def sequence(values: Any, name: str, of: str = "integers", most: int = 1_000_000) -> Tuple[Any, ...]:
+    """Return any iterable but a text or a mapping, of at most `most` items, as a tuple."""
+    listed = _first(values, most + 1, name, of)
+    if len(listed) > most:
+        raise ValueError(f"{name} must be a sequence of at most {most} {of}, got more")
     return listed
 
 
@@ -272,7 +270,7 @@ def _first(values: Any, count: int, name: str, of: str) -> Tuple[Any, ...]:
     if isinstance(values, (str, bytes, dict)) or not isinstance(values, Iterable):
         raise TypeError(f"{expected}, got {show(values)}")
     try:
-        return tuple(itertools.islice(values, count))
+        return tuple(itertools.islice(values, min(count, sys.maxsize)))
     except TypeError:  # a NumPy array without dimensions calls itself iterable
         raise TypeError(f"{expected}, got {show(values)}") from None
 

@@ -107,10 +107,10 @@ def _shape(name: Any, definition: Optional[GateDefinition]) -> Optional[Tuple[in
 
 
 def _params(name: str, values: Any, n_targets: int, n_params: int) -> Tuple[Any, ...]:
-    params = _check.sequence(values, "params", of="numbers")
     wanted = {"matrix": 4**n_targets, "diagonal": 2**n_targets}.get(name, n_params)
+    params = _check.sequence(values, "params", of="numbers", most=max(wanted, 1000))
     if len(params) != wanted:
-        raise ValueError(f"params of {name} must be {wanted} number(s), got {len(params)}")
+        raise ValueError(f"params of {name} must be {_check.digits(wanted)} number(s), got {len(params)}")
     if name == "diagonal":
         return diagonal(params, n_targets, "params", unitary=False)
     if name != "matrix":
