@@ -94,6 +94,7 @@ constexpr unsigned chunk_bits_within(unsigned long cache_bytes) {
 template <class T>
 std::vector<const operation<T>*> pointers_to(const std::vector<operation<T>>& operations) {
     std::vector<const operation<T>*> pointers;
+    pointers.reserve(operations.size());
     for (const operation<T>& op : operations) pointers.push_back(&op);
     return pointers;
 }
