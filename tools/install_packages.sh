@@ -19,7 +19,7 @@ check | clang         | the other compiler
 check | libomp-dev    | its OpenMP runtime
 check | g++-aarch64-linux-gnu | compiles for another processor
 check | qemu-user     | runs what was compiled for it
-check | googletest    | the test framework's sources, to be compiled for it
+check | googletest    | sources of the test framework, to be compiled for it
 '
 python_packages='
 build | python3       | the language of the package and of the tools

@@ -2,6 +2,8 @@
 
 #include <velacamplix/version.hpp>
 
+#include <pybind11/numpy.h>
+
 namespace {
 
 constexpr const char* main_only = "velacamplix can be imported in the main interpreter only, not in a subinterpreter";
@@ -33,6 +35,10 @@ PYBIND11_MODULE(_core, module) {
     bind_loading(module);
     bind_exports(module);
     bind_program(module);
+
+    // The first array looks for NumPy's functions and lets go of the interpreter lock meanwhile, in pybind11's own way,
+    // which ends the process if the interpreter ends just then. So the first array is this one.
+    const pybind11::array_t<double> first(0);
 }
 
 #undef PyInit__core

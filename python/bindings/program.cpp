@@ -54,8 +54,12 @@ void read_angles(const py::object& from, std::vector<double>& to) {
 // False if a number is too large for T; what is infinite in double was refused long before.
 template <class T>
 bool read_entries(const py::object& from, std::vector<thrust::complex<T>>& to) {
+    const py::tuple numbers(from);
     to.clear();
-    for (const py::handle number : py::tuple(from)) {
+    to.reserve(numbers.size());
+    for (const py::handle number : numbers) {
+        // A large diagonal takes seconds to read, with the interpreter lock held.
+        if (to.size() % 4096 == 0 && PyErr_CheckSignals() != 0) throw py::error_already_set();
         const Py_complex wide = PyComplex_AsCComplex(number.ptr());
         if (wide.real == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
         to.emplace_back(static_cast<T>(wide.real), static_cast<T>(wide.imag));
@@ -85,23 +89,7 @@ bool is_diagonal(const std::vector<thrust::complex<T>>& matrix, std::size_t dim)
     return true;
 }
 
-// Without controls the library refuses a diagonal of more than 256 entries. Its two halves, each controlled by the
-// first qubit, multiply every amplitude by the same factor once; the flips in between only move amplitudes.
-template <class T>
-void add_diagonal(pbamplix::cpu::program<T>& list, const std::vector<thrust::complex<T>>& diagonal,
-                  const Qubits& qubits, const Qubits& controls) {
-    if (!controls.empty() || qubits.size() <= 8) {
-        list.add_diagonal(diagonal, qubits, controls);
-        return;
-    }
-    const Qubits first(qubits.begin(), qubits.begin() + 1), others(qubits.begin() + 1, qubits.end());
-    const auto middle = diagonal.begin() + static_cast<std::ptrdiff_t>(diagonal.size() / 2);
-    list.add_diagonal({middle, diagonal.end()}, others, first);
-    list.add_gate("X", {}, first);
-    list.add_diagonal({diagonal.begin(), middle}, others, first);
-    list.add_gate("X", {}, first);
-}
-
+// Without controls the library's matrices refuse a diagonal of more than 256 entries; its diagonals take any size.
 template <class T>
 void add_matrix(pbamplix::cpu::program<T>& list, const std::vector<thrust::complex<T>>& matrix, const Qubits& qubits,
                 const Qubits& controls) {
@@ -113,7 +101,7 @@ void add_matrix(pbamplix::cpu::program<T>& list, const std::vector<thrust::compl
     }
     std::vector<thrust::complex<T>> diagonal(dim);
     for (std::size_t i = 0; i < dim; ++i) diagonal[i] = matrix[i * (dim + 1)];
-    add_diagonal(list, diagonal, qubits, controls);
+    list.add_diagonal(diagonal, qubits, controls);
 }
 
 // Appends gates: objects with the attributes name, qubits, params and controls. Qubit q of theirs is places[q] of the
@@ -135,7 +123,7 @@ std::size_t add(HeldProgram<T>& program, const py::sequence& instructions, const
         if (is_matrix || name == "diagonal") {
             if (!read_entries(numbers, entries)) return count;
             is_matrix ? add_matrix(program.list, entries, qubits, controls)
-                      : add_diagonal(program.list, entries, qubits, controls);
+                      : program.list.add_diagonal(entries, qubits, controls);
         } else {
             read_angles(numbers, params);
             program.list.add_gate(name, params, qubits, controls);

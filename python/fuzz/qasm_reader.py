@@ -28,7 +28,7 @@ from velacamplix import qasm
 from velacamplix.qasm import QasmError, read_qasm
 
 MOST_INSTRUCTIONS = 2000
-MIXTURES = 20_000
+MIXTURES = 100_000
 HEADER = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
 STORED = Path(__file__).with_name("qasm_corpus.json")
 WORDS = Path(__file__).with_name("qasm_words.txt")

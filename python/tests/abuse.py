@@ -384,9 +384,11 @@ def arrays_that_are_resized_by_another_argument():
 
 @case
 def arrays_that_are_resized_by_another_thread():
-    state = StateVector(16, threads=1)
+    # Large enough that the other thread gets its turn while one copy is being made.
+    n = 20
+    state = StateVector(n, threads=1)
     stop = threading.Event()
-    basis = np.zeros(2**16, complex)
+    basis = np.zeros(2**n, complex)
     basis[5] = 1
     held = [basis.copy(), basis.copy()]
 
@@ -395,7 +397,7 @@ def arrays_that_are_resized_by_another_thread():
             for array in held:
                 try:
                     array.resize(0, refcheck=False)
-                    array.resize(2**16, refcheck=False)
+                    array.resize(2**n, refcheck=False)
                     array[5] = 1
                 except ValueError:
                     pass
@@ -403,7 +405,7 @@ def arrays_that_are_resized_by_another_thread():
     worker = threading.Thread(target=resize)
     worker.start()
     try:
-        for _ in range(300):
+        for _ in range(30):
             for use in (
                 lambda: _core_reset(state, held[0]),
                 lambda: state.statevector(order="big", out=held[1]),

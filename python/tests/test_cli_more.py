@@ -51,8 +51,7 @@ def test_mistakes_on_standard_input(text, words):
 # Pictures
 
 
-@pytest.mark.parametrize("arguments", [(), ("--shots", 500), ("--top", 1)])
-@pytest.mark.parametrize("ending", ["png", "svg", "pdf"])
+@pytest.mark.parametrize(("ending", "arguments"), [("png", ()), ("svg", ("--shots", 500)), ("pdf", ("--top", 1))])
 def test_pictures(ending, arguments, command, write, tmp_path):  # noqa: F811
     pytest.importorskip("matplotlib")
     ended = command("run", write(GHZ, header=""), "--plot", f"out.{ending}", *arguments)

@@ -1,6 +1,7 @@
 """Copies and pickles go on as their original would; the end of a with statement releases."""
 
 import copy
+import io
 import pickle
 from multiprocessing import get_context
 
@@ -8,7 +9,7 @@ import numpy as np
 import pytest
 from full_matrices import random_state
 
-from velacamplix import StateVector, _machine
+from velacamplix import StateVector, _copies, _core, _machine
 
 
 def made(precision="double"):
@@ -21,7 +22,7 @@ def pickled(protocol):
     return lambda state: pickle.loads(pickle.dumps(state, protocol))
 
 
-COPIES = [StateVector.copy, copy.copy, copy.deepcopy, *map(pickled, range(2, pickle.HIGHEST_PROTOCOL + 1))]
+COPIES = [StateVector.copy, copy.copy, copy.deepcopy, *map(pickled, range(pickle.HIGHEST_PROTOCOL + 1))]
 
 
 @pytest.mark.parametrize("duplicate", COPIES)
@@ -67,11 +68,50 @@ def test_a_pickle_from_a_larger_machine(monkeypatch):
 
 
 def test_a_damaged_engine_is_refused():
-    state = made()
-    function, (kind, n, precision, threads, engine, amplitudes), _ = state.__reduce__()
+    engine = _core.engine(made()._live())
     for wrong in ("", "1 2 3", engine[: len(engine) // 2], "x" + engine):
         with pytest.raises(ValueError, match="not the state of a random engine"):
-            function(kind, n, precision, threads, wrong, amplitudes)
+            _copies._unpickled(StateVector, 5, "double", 2, wrong, made().array)
+
+
+def test_a_pickle_of_version_0_1():
+    # What its states gave for a pickle.
+    state = made()
+    arguments = (StateVector, 5, "double", 2, _core.engine(state._live()), state.statevector(order="little"))
+    other = _copies._unpickled(*arguments)
+    assert other.array.tobytes() == state.array.tobytes() and (other.sample(100) == state.sample(100)).all()
+
+
+@pytest.mark.parametrize("n", [0, 1, 5, 6, 7, 8, 12])
+@pytest.mark.parametrize("protocol", [2, 4, 5])
+def test_pickles_of_all_sizes_by_either_implementation(n, protocol, precision):
+    state = StateVector(n, precision).reset(random_state(n, 3), order="little")
+    for write, read in ((pickle.dumps, pickle._loads), (pickle._dumps, pickle.loads)):
+        other = read(write(state, protocol))
+        assert other.array.tobytes() == state.array.tobytes()
+        other.release()
+
+
+def test_the_reader_of_a_pickle_does_not_keep_the_state_from_its_release():
+    for protocol in (4, 5):
+        reader = pickle.Unpickler(io.BytesIO(pickle.dumps(made(), protocol)))
+        reader.load().release()
+
+
+def test_a_gate_while_a_pickle_is_written_is_not_in_it():
+    state = StateVector(12).reset("+" * 12)
+    before = state.array.tobytes()
+
+    class Acting(io.BytesIO):
+        def write(self, data):
+            state.x(0).z(3)
+            return super().write(data)
+
+    for protocol in (2, 4, 5):
+        file = Acting()
+        pickle.dump(state, file, protocol)
+        assert pickle.loads(file.getvalue()).array.tobytes() == before
+        state.reset("+" * 12)
 
 
 class Named(StateVector):

@@ -185,7 +185,7 @@ def test_shots_of_a_result_do_not_change():
         ("", 1, ValueError, "keys of 2 characters"),
         ("0x", 1, ValueError, "keys of characters 0 and 1, got '0x'"),
         (0, 1, TypeError, "bit strings for keys, got 0"),
-        ("00", -1, ValueError, r"counts\['00'\] must be an integer of at least 0, got -1"),
+        ("00", -1, ValueError, r"counts\['00'\] must be an integer from 0 to [0-9]+, got -1"),
         ("00", 0.5, TypeError, r"counts\['00'\] must be an integer"),
         ("00", None, TypeError, r"counts\['00'\] must be an integer"),
     ],

@@ -203,3 +203,19 @@ def test_a_term_whose_table_does_not_fit(monkeypatch):
     monkeypatch.setattr(_expectations._memory, "require_bytes", refuse)
     with refused(MemoryError, "the table of outcomes of a term on 3 qubits needs 64"):
         StateVector(3).estimate("Z0 Z1 Z2 + X0", 10)
+
+
+def test_partial_sums_that_do_not_fit(monkeypatch):
+    asked = []
+
+    def refuse(needed, what):
+        asked.append(needed)
+        raise MemoryError(f"{what} needs {needed}")
+
+    monkeypatch.setattr(_expectations._memory, "require_bytes", refuse)
+    few, many = "Z0 + X0", [(1, "Z", [0])] * 9000
+    for n, observable, needed in ((15, few, 8 * 2 * 4), (20, many, 8 << 20)):
+        for read in (StateVector(n).expectation, StateVector(n).term_values):
+            with refused(MemoryError, f"the partial sums of an expectation value needs {needed}"):
+                read(observable)
+    assert asked == [64, 64, 8 << 20, 8 << 20]

@@ -1,5 +1,6 @@
 """The binding of programs: what it takes, what it tells, and how a run ends early."""
 
+import signal
 import threading
 
 import numpy as np
@@ -117,6 +118,81 @@ def test_an_exception_stops_after_a_first_part_of_the_gates(precision):
     for step in circuit.instructions[:applied]:
         first_part.run(Circuit(18).append(step))
     assert state.array.tobytes() == first_part.array.tobytes()
+
+
+@pytest.mark.parametrize("fusion", [False, True])
+def test_an_exception_while_a_long_list_is_planned_stops_before_the_first_gate(fusion):
+    circuit = layers(14, 200)
+    program = program_of(circuit)
+    program.set_fusion(fusion)
+    state = StateVector(14)
+    told = []
+
+    def at_once(done, total):
+        told.append((done, total))
+        raise LookupError("enough")
+
+    applied, error = program.run(state._live(), at_once, 0.0)
+    assert applied == 0 and isinstance(error, LookupError) and told == [(0, len(circuit))]
+    assert state.array.tobytes() == StateVector(14).array.tobytes()
+    assert program.run(state._live()) == (len(circuit), None)
+    assert state.array.tobytes() == StateVector(14).run(circuit, fusion=fusion).array.tobytes()
+
+
+@pytest.mark.parametrize("controls", [(), (12,), (0, 11)])
+@pytest.mark.parametrize("k", [8, 9, 11])
+def test_a_diagonal_of_any_size_is_one_operation(k, controls, precision, tolerance):
+    n = 13
+    qubits = [qubit for qubit in range(n - 1, -1, -1) if qubit not in controls][:k]
+    phases = np.exp(1j * np.arange(2**k))
+    circuit = Circuit(n).h(0).diagonal(phases, qubits, controls=controls).rx(0.3, 0)
+    program = program_of(circuit, precision)
+    assert len(program) == 3
+    start = np.random.default_rng(1).normal(size=(2**n, 2)) @ [1, 1j]
+    start /= np.linalg.norm(start)
+    state = StateVector(n, precision).set_state(start, order="little")
+    program.run(state._live())
+    # One entry after another, by the bits of the index.
+    index = np.arange(2**n)
+    place = np.zeros_like(index)
+    for qubit in qubits:
+        place = 2 * place + (index >> qubit & 1)
+    acts = np.all([index >> control & 1 for control in controls], axis=0) if controls else np.full(2**n, True)
+    apart = StateVector(n).set_state(start, order="little").h(0).array
+    expected = StateVector(n).set_state(np.where(acts, phases[place] * apart, apart), order="little").rx(0.3, 0)
+    assert np.abs(state.array - expected.array).max() < 4 * tolerance
+
+
+@pytest.mark.skipif(not hasattr(signal, "setitimer"), reason="there is no timer to interrupt by")
+def test_a_signal_is_heard_while_numbers_are_read():
+    class Heard(Exception):
+        pass
+
+    def hear(number, frame):
+        raise Heard
+
+    program = _core.ProgramDouble(23)
+    large = Instruction("diagonal", tuple(range(23)), (1j,) * 2**23)
+    before = signal.signal(signal.SIGALRM, hear)
+    try:
+        # Reading them takes ten times as long at least. On a slow machine the signal may come before.
+        with pytest.raises(Heard):
+            signal.setitimer(signal.ITIMER_REAL, 0.005)
+            program.add([large], range(23))
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    assert len(program) == 0
+
+
+@pytest.mark.parametrize("fusion", [False, True])
+def test_a_projector_between_gates_with_and_without_fusion(fusion, precision, tolerance):
+    circuit = Circuit(3).h(0).diagonal([0, 1], 0, check=False).h(0).matrix([[0, 0.5], [0, 0]], 0, check=False).h(0)
+    state = StateVector(3, precision).run(circuit, fusion=fusion)
+    # |0> -> |+> -> |1> / sqrt(2) -> |-> / sqrt(2) -> -|0> / 4 -> -|+> / 4
+    expected = np.zeros(8)
+    expected[:2] = -0.25 * 2**-0.5
+    assert np.abs(state.array - expected).max() < tolerance
 
 
 def test_a_program_runs_once_at_a_time_and_is_free_again():

@@ -126,6 +126,8 @@ def test_names_of_known_gates_are_defined_anew():
     circuit = Circuit.from_qasm3("OPENQASM 3.0; gate h a { U(1, 2, 3) a; } gate SWAP a, b { h b; } qubit[2] q; h q[0]; SWAP q[0], q[1];")
     assert [step.name for step in circuit] == ["h_gate", "SWAP_gate"]
     assert [step.name for step in circuit.basic_instructions()] == ["matrix", "matrix"]
+    circuit = Circuit.from_qasm3("OPENQASM 3.0; gate h_gate a { U(1, 2, 3) a; } gate h a { } qubit q; h q; h_gate q;")
+    assert [step.name for step in circuit] == ["h_gate_2", "h_gate"]
 
 
 @needs_importer

@@ -118,7 +118,6 @@ MISTAKES = {
     "number too large in an expression": ("qreg q[1]; rx(1/@1e999) q[0];", "number too large", "1e999"),
     "product too large": ("qreg q[1]; rx(1e200@*1e200) q[0];", "number too large", "*"),
     "exponential too large": ("qreg q[1]; rx(@exp(1000)) q[0];", "number too large", "exp"),
-    "sum of angles too large": ("qreg q[1]; @u3(1, 1e308, 1e308) q[0];", "number too large", "u3"),
     "division by zero in a body": (
         "gate g(a) x { rx(1@/a) x; } qreg q[1]; g(0) q[0];", r"division by zero, in gate 'g' called with \(0\) in line 3", "/"),
     "register too large": ("qreg q[@1000001];", "integer too large: a program has at most 1000000 quantum bits", "1000001"),

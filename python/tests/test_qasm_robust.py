@@ -106,7 +106,7 @@ def test_deep_expression(expression):
 
 
 def test_deep_chain_of_definitions():
-    depth = 100_000
+    depth = 20_000
     chain = "".join(f"gate g{i} x {{ g{i - 1} x; }}\n" for i in range(1, depth))
     circuit = read_qasm(HEADER + "gate g0 x { h x; }\n" + chain + f"qreg q[1]; g{depth - 1} q[0];")
     assert list(circuit.basic_instructions()) == [Instruction("H", (0,))]

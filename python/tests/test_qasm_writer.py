@@ -96,15 +96,6 @@ def test_a_register_named_like_a_gate_that_is_used(definitions):
     assert read_qasm(circuit.to_qasm(definitions=definitions)) == circuit
 
 
-def test_a_gate_of_ones_own_may_be_named_like_one_of_the_later_qelib1():
-    own = GateDefinition("c3x", Circuit(4).h(0).cx(0, 3))
-    circuit = Circuit(5).gate(own, [0, 1, 2, 3]).x(4, controls=[0, 1, 2])
-    for definitions in (True, False):
-        again = read_qasm(circuit.to_qasm(definitions=definitions))
-        assert [step.name for step in again] == ["c3x_2", "X"]
-        assert list(again.basic_instructions()) == list(circuit.basic_instructions())
-
-
 def test_many_gates_that_are_written_as_blocks_are_read_again():
     # Each counts as the one gate it is, not as the dozens in its block.
     circuit = Circuit(5).x(4, controls=[0, 1, 2, 3]) * 1000

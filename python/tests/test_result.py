@@ -136,7 +136,7 @@ def test_the_largest_that_is_expanded():
     assert np.flatnonzero(result.state.array).tolist() == [2**23]
     with pytest.raises(RuntimeError, match="all 25 qubits, of which 1 are active, is made for at most 24"):
         run(Circuit(25).x(24), precision="single").state  # noqa: B018
-    assert run(Circuit(25).x(24)).statevector().nonzero()[0].tolist() == [2**24]
+    assert run(Circuit(25).x(24), precision="single").statevector().nonzero()[0].tolist() == [2**24]
 
 
 def test_no_limit_where_no_qubit_is_idle(monkeypatch):

@@ -90,6 +90,16 @@ def test_matrices_that_depend_on_a_parameter_are_right_as_well():
         assert StateVector(3).run(bound).array.tobytes() == StateVector(3).run(plain(bound)).array.tobytes()
 
 
+@pytest.mark.parametrize("fusion", [False, True])
+def test_a_large_diagonal_does_not_keep_programs_from_being_shared(compilations, fusion):
+    template = Circuit(10).rx(Parameter("t"), 9).diagonal(np.exp(1j * np.arange(1024)), range(10)).ry(Parameter("u"), 9)
+    for seed in range(3):
+        bound = template.bind(values_for(template, seed))
+        got = StateVector(10).run(bound, fusion=fusion)
+        assert got.array.tobytes() == StateVector(10).run(plain(bound), fusion=fusion).array.tobytes()
+    assert len(compilations) == 1 + 3
+
+
 def test_what_is_added_later_is_run():
     template = Circuit(2).rx(Parameter("a"), 0)
     assert StateVector(2).run(template.bind(a=np.pi)).probability("10") == pytest.approx(1)

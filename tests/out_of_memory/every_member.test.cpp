@@ -556,7 +556,7 @@ TYPED_TEST(out_of_memory, in_new_angles_or_their_run_leaves_the_old_or_gives_the
             Loaded<T> state(start, 3, false);
             list.run(state);
             state.load(start);
-            const std::vector<T> angle = {T(0.2)};
+            const std::vector<double> angle = {T(0.2)};
             unsigned long changed = 0;
             const auto change = [&] {
                 for (; changed < list.size(); ++changed) {

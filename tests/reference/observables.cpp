@@ -134,7 +134,7 @@ T term_value_by_tree(const State<T>& state, PauliString p) {
     }
 
     const unsigned long tiles = std::max(1ul, state.size() / (2 * chunk));
-    const unsigned long sections = std::min(tiles, 128ul);
+    const unsigned long sections = std::min(tiles, 4096ul);
     const unsigned long section_length = numbers.size() / sections;
     T total = T(0);
     for (unsigned long s = 0; s < sections; ++s) {

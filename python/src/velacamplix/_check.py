@@ -17,7 +17,9 @@ import itertools
 import math
 import operator
 import reprlib
-from typing import Any, Iterable, Optional, Sequence, Tuple
+import sys
+from itertools import chain
+from typing import Any, Iterable, Iterator, Optional, Sequence, Tuple
 
 import numpy as np
 
@@ -25,11 +27,11 @@ import numpy as np
 # A matrix that was computed in single precision passes, a wrong one does not.
 UNITARY_TOLERANCE = 1e-5
 
-# Items of a list. A state that needs more does not fit into any memory.
-_LONGEST = 10_000_000
-
 # Multiplications between two looks at signals.
 _PRODUCTS_AT_ONCE = 2**31
+# Products that are kept at a time.
+_ENTRIES_AT_ONCE = 2**18
+_PIECE = 2**14
 
 
 def digits(number: int) -> str:
@@ -107,11 +109,11 @@ def qubit(value: Any, n_qubits: int, name: str = "qubit") -> int:
     return index(value, n_qubits, name)
 
 
-def sequence(values: Any, name: str, of: str = "integers") -> Tuple[Any, ...]:
-    """Return any iterable but a text or a mapping as a tuple."""
-    listed = _first(values, _LONGEST + 1, name, of)
-    if len(listed) > _LONGEST:
-        raise ValueError(f"{name} must be a sequence of at most {_LONGEST} {of}, got more")
+def sequence(values: Any, name: str, of: str = "integers", most: int = 1_000_000) -> Tuple[Any, ...]:
+    """Return any iterable but a text or a mapping, of at most `most` items, as a tuple."""
+    listed = _first(values, most + 1, name, of)
+    if len(listed) > most:
+        raise ValueError(f"{name} must be a sequence of at most {most} {of}, got more")
     return listed
 
 
@@ -215,7 +217,9 @@ def threads(value: Any, name: str = "threads") -> Optional[int]:
     return integer(value, name, minimum=1, maximum=2**31 - 1)
 
 
-def matrix(value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True) -> np.ndarray:
+def matrix(
+    value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True, own: bool = True
+) -> np.ndarray:
     """Return the matrix of a gate on `n_qubits` qubits.
 
     Parameters
@@ -224,6 +228,8 @@ def matrix(value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True
         Real or complex numbers, row by row.
     unitary : bool
         Also refuse a matrix with ``|U U† - 1|`` above `UNITARY_TOLERANCE` in any entry.
+    own : bool
+        False does without a copy where `value` is such an array already.
 
     Returns
     -------
@@ -244,13 +250,13 @@ def matrix(value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True
         raise TypeError(f"{expected}, got {show(value)}")
     if array.shape != (size, size):
         raise ValueError(f"{expected}, got shape {array.shape}")
-    array = np.array(array, dtype=np.complex128, order="C")
+    array = (np.array if own else np.asarray)(array, dtype=np.complex128, order="C")
     if not np.isfinite(array).all():
         raise ValueError(f"{name} must hold finite numbers only, got {show(value)}")
     if unitary:
         # Entries may be huge: an overflow here is a deviation, not a warning.
         with np.errstate(all="ignore"):
-            deviation = _deviation_from_unitary(array)
+            deviation = deviation_from_unitary(array)
         if not deviation <= UNITARY_TOLERANCE:
             raise ValueError(
                 f"{name} must be unitary, got one with an entry of U·U† that is {deviation:.3g} off the identity"
@@ -264,21 +270,37 @@ def _first(values: Any, count: int, name: str, of: str) -> Tuple[Any, ...]:
     if isinstance(values, (str, bytes, dict)) or not isinstance(values, Iterable):
         raise TypeError(f"{expected}, got {show(values)}")
     try:
-        return tuple(itertools.islice(values, count))
+        return tuple(itertools.islice(values, min(count, sys.maxsize)))
     except TypeError:  # a NumPy array without dimensions calls itself iterable
         raise TypeError(f"{expected}, got {show(values)}") from None
 
 
-def _deviation_from_unitary(array: np.ndarray) -> float:
+def deviation_from_unitary(array: np.ndarray) -> float:
     """Return the largest entry of ``|U U† - 1|``; NaN if there is one."""
-    adjoint = array.conj().T
-    rows = max(1, _PRODUCTS_AT_ONCE // len(array) ** 2)
+    rows = max(1, min(_PRODUCTS_AT_ONCE // len(array) ** 2, _ENTRIES_AT_ONCE // len(array)))
     largest = 0.0
     for start in range(0, len(array), rows):
-        products = array[start : start + rows] @ adjoint
+        # The conjugates of the entries, whose magnitudes are the same: so the matrix itself need not be conjugated.
+        products = array[start : start + rows].conj() @ array.T
         products[np.arange(len(products)), np.arange(start, start + len(products))] -= 1
         largest = float(np.maximum(largest, np.abs(products).max()))
     return largest
+
+
+def plain_entries(array: np.ndarray) -> Tuple[complex, ...]:
+    """Return the entries of an array row by row as Python's numbers.
+
+    >>> plain_entries(np.array([[0, 1], [1, 0]]))
+    (0j, (1+0j), (1+0j), 0j)
+    """
+    flat = array.reshape(-1)
+    return tuple(chain.from_iterable(flat[piece].astype(np.complex128).tolist() for piece in pieces(flat.size)))
+
+
+def pieces(count: int) -> Iterator[slice]:
+    """Iterate over slices of a long array that are looked at one by one."""
+    for start in range(0, count, _PIECE):
+        yield slice(start, start + _PIECE)
 
 
 def _plain_integer(value: Any, name: str, expected: str) -> int:

@@ -6,11 +6,14 @@ from typing import Any, Optional, Tuple
 
 import numpy as np
 
-from . import _check
+from . import _check, _memory
 from ._circuit_composites import COMPOSITES
 from ._circuit_definition import GateDefinition
 from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Condition, Instruction, Register
 from .parameter import angle
+
+# A complex number and its place in a tuple.
+_BYTES_PER_ENTRY = 40
 
 
 def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
@@ -104,10 +107,10 @@ def _shape(name: Any, definition: Optional[GateDefinition]) -> Optional[Tuple[in
 
 
 def _params(name: str, values: Any, n_targets: int, n_params: int) -> Tuple[Any, ...]:
-    params = _check.sequence(values, "params", of="numbers")
     wanted = {"matrix": 4**n_targets, "diagonal": 2**n_targets}.get(name, n_params)
+    params = _check.sequence(values, "params", of="numbers", most=max(wanted, 1000))
     if len(params) != wanted:
-        raise ValueError(f"params of {name} must be {wanted} number(s), got {len(params)}")
+        raise ValueError(f"params of {name} must be {_check.digits(wanted)} number(s), got {len(params)}")
     if name == "diagonal":
         return diagonal(params, n_targets, "params", unitary=False)
     if name != "matrix":
@@ -115,7 +118,7 @@ def _params(name: str, values: Any, n_targets: int, n_params: int) -> Tuple[Any,
     size = 2**n_targets
     rows = [params[row * size : (row + 1) * size] for row in range(size)]
     # Not necessarily unitary: the builder's method lets its caller decide that.
-    return tuple(_check.matrix(rows, n_targets, "params", unitary=False).ravel().tolist())
+    return _check.plain_entries(_check.matrix(rows, n_targets, "params", unitary=False))
 
 
 def diagonal(values: Any, n_targets: int, name: str = "diagonal", unitary: bool = True) -> Tuple[complex, ...]:
@@ -130,13 +133,22 @@ def diagonal(values: Any, n_targets: int, name: str = "diagonal", unitary: bool 
         raise TypeError(f"{expected}, got {_check.show(values)}")
     if array.shape != (size,):
         raise ValueError(f"{expected}, got shape {array.shape}")
-    if not np.isfinite(array).all():
+    if not all(np.isfinite(array[piece]).all() for piece in _check.pieces(size)):
         raise ValueError(f"{name} must hold finite numbers only, got {_check.show(values)}")
-    entries = array.astype(np.complex128)
+    if unitary and not all(_have_norm_1(array[piece].astype(np.complex128)) for piece in _check.pieces(size)):
+        raise ValueError(f"{name} must hold numbers of absolute value 1, got {_check.show(values)}")
+    require_entries(size)
+    return _check.plain_entries(array)
+
+
+def _have_norm_1(entries: np.ndarray) -> bool:
     with np.errstate(all="ignore"):
-        if unitary and not (np.abs(np.abs(entries) ** 2 - 1) <= _check.UNITARY_TOLERANCE).all():
-            raise ValueError(f"{name} must hold numbers of absolute value 1, got {_check.show(values)}")
-    return tuple(entries.tolist())
+        return bool((np.abs(np.abs(entries) ** 2 - 1) <= _check.UNITARY_TOLERANCE).all())
+
+
+def require_entries(count: int) -> None:
+    """Raise MemoryError if the entries of a gate, numbers of Python's with a place in a tuple, do not fit."""
+    _memory.require_bytes(_BYTES_PER_ENTRY * count, f"a gate of {count} entries")
 
 
 def shortened(text: str, longest: int = 200) -> str:

@@ -100,7 +100,7 @@ def outcomes(values: Any, n_qubits: int, name: str) -> List[int]:
     >>> outcomes(["01", 2, 1], 2, "marked")
     [1, 2]
     """
-    listed = _check.sequence(values, name, of="outcomes")
+    listed = _check.sequence(values, name, of="outcomes", most=10_000_000)
     numbers = (_check_readout.outcome(value, n_qubits, f"{name}[{i}]") for i, value in enumerate(listed))
     return list(dict.fromkeys(numbers))
 

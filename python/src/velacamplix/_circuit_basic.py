@@ -81,10 +81,7 @@ def body_of(step: Instruction) -> List[Instruction]:
 
 
 def _built(step: Instruction) -> Tuple[Instruction, ...]:
-    try:
-        parts = COMPOSITES[step.name].build(step.params, step.qubits)
-    except (ValueError, OverflowError):  # each is finite, their sum is not
-        raise ValueError(f"the angles of {step} are too large together") from None
+    parts = COMPOSITES[step.name].build(step.params, step.qubits)
     if not step.controls and step.condition is None:
         return parts
     return tuple([replace(part, controls=step.controls + part.controls, condition=step.condition) for part in parts])

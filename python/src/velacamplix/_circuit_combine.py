@@ -125,7 +125,7 @@ class Combining:
                 f"times must give at most {MOST_INSTRUCTIONS} instructions in all, got {_check.show(times)} "
                 f"times {len(self._instructions)}"
             )
-        return self._with(list(self._instructions) * count)
+        return self._with(list(self._instructions) * min(count, MOST_INSTRUCTIONS))
 
     def __mul__(self, times: Any) -> Self:
         """Return the circuit several times in a row."""

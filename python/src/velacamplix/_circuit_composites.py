@@ -36,12 +36,9 @@ class Composite(NamedTuple):
 def u_entries(theta: float, phi: float, lam: float, gamma: float = 0.0) -> Tuple[complex, ...]:
     """Return exp(i gamma) U, row by row."""
     c, s = math.cos(theta / 2), math.sin(theta / 2)
-    return (
-        cmath.rect(c, gamma),
-        -cmath.rect(s, gamma + lam),
-        cmath.rect(s, gamma + phi),
-        cmath.rect(c, gamma + phi + lam),
-    )
+    # Phases are multiplied. The sum of large angles is rounded to that of others, and the matrix would not be unitary.
+    common, p, q = cmath.rect(1.0, gamma), cmath.rect(1.0, phi), cmath.rect(1.0, lam)
+    return (c * common, -(s * common * q), s * common * p, c * common * p * q)
 
 
 def _rxx_entries(theta: float) -> Tuple[complex, ...]:

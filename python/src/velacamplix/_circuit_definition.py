@@ -7,8 +7,11 @@ from dataclasses import replace
 from typing import TYPE_CHECKING, Any, Container, Dict, Iterable, List, Optional, Sequence, Tuple
 from weakref import WeakValueDictionary, ref
 
+import numpy as np
+
 from . import _check
 from ._circuit_composites import COMPOSITES
+from ._pickling import Packed
 from ._words import counted
 from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Instruction
 from .parameter import Expression, Parameter
@@ -21,6 +24,9 @@ __all__ = ["GateDefinition"]
 # Sizes are sums over bodies and double with each level of nesting in the worst
 # case. Beyond this the exact number does not matter to anyone.
 SIZE_LIMIT = 2**62
+
+# Entries of a gate from which on a pickle holds them as an array.
+_MANY = 2**10
 
 # All names, in small letters, that mean something else already: those of the package, and those by which OpenQASM
 # programs call its gates.
@@ -236,7 +242,7 @@ def flat_steps(steps: Iterable[Instruction], numbers: Dict[int, int]) -> List[An
     """Return instructions as tuples, with their definitions' numbers."""
     return [
         (
-            step.name, step.qubits, step.params, step.controls, step.clbits, step.condition,
+            step.name, step.qubits, _packed(step), step.controls, step.clbits, step.condition,
             None if step.definition is None else numbers[id(step.definition)],
         )
         for step in steps
@@ -254,9 +260,21 @@ def restored(rows: Iterable[Any]) -> List[GateDefinition]:
 def restored_steps(steps: Iterable[Any], table: Sequence[GateDefinition]) -> List[Instruction]:
     """Return instructions from the tuples of `flat_steps`."""
     return [
-        Instruction(name, qubits, params, controls, clbits, condition, None if number is None else table[number])
+        Instruction(
+            name, qubits, _unpacked(params), controls, clbits, condition, None if number is None else table[number]
+        )
         for name, qubits, params, controls, clbits, condition, number in steps
     ]
+
+
+def _packed(step: Instruction) -> Any:
+    if step.name not in BY_ENTRIES or len(step.params) < _MANY:
+        return step.params
+    return Packed(np.array(step.params, dtype=np.complex128), is_spare=True)
+
+
+def _unpacked(params: Any) -> Tuple[Any, ...]:
+    return _check.plain_entries(params.array) if isinstance(params, Packed) else params
 
 
 def with_definition(step: Instruction, definition: GateDefinition) -> Instruction:

@@ -45,6 +45,8 @@ class EntryMethods:
         ValueError
             If the shape does not fit, an entry is not finite, the matrix is not
             unitary, or qubits repeat.
+        MemoryError
+            If the entries do not fit.
 
         Examples
         --------
@@ -54,10 +56,11 @@ class EntryMethods:
         """
         targets = _check.qubits(qubits, self._n_qubits)
         control_qubits = _check.controls(controls, targets, self._n_qubits)
-        entries = _check.matrix(matrix, len(targets), unitary=_check_readout.flag(check, "check"))
+        entries = _check.matrix(matrix, len(targets), unitary=_check_readout.flag(check, "check"), own=False)
+        _check_circuit.require_entries(entries.size)
         if _check.order(order) == "little":
             targets = targets[::-1]
-        return self._add("matrix", targets, tuple(entries.ravel().tolist()), control_qubits)
+        return self._add("matrix", targets, _check.plain_entries(entries), control_qubits)
 
     unitary = matrix
 
@@ -81,7 +84,7 @@ class EntryMethods:
 
         Raises
         ------
-        TypeError, IndexError, ValueError
+        TypeError, IndexError, ValueError, MemoryError
             As for `matrix`; ValueError if an entry is not of absolute value 1.
 
         Examples

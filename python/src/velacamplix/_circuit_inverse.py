@@ -8,6 +8,7 @@ from typing import Any, Tuple
 import numpy as np
 
 from . import _check
+from ._check_circuit import require_entries
 from ._circuit_composites import COMPOSITES, inverse_by_name
 from ._circuit_definition import with_definition
 from .instruction import BY_ENTRIES, Instruction
@@ -30,11 +31,11 @@ def inverted(step: Instruction) -> Tuple[Instruction, ...]:
     if step.name == "matrix":
         dim = 2 ** len(step.qubits)
         entries: Any = step.params
-        adjoint = [entries[row * dim + column].conjugate() for column in range(dim) for row in range(dim)]
+        adjoint = (entries[row * dim + column].conjugate() for column in range(dim) for row in range(dim))
         return (replace(step, params=tuple(adjoint)),)
     if step.name == "diagonal":
         entries = step.params
-        return (replace(step, params=tuple([entry.conjugate() for entry in entries])),)
+        return (replace(step, params=tuple(entry.conjugate() for entry in entries)),)
     if not step.is_gate:
         raise ValueError(f"{step.name} has no inverse, got {step}")
     found = inverse_by_name(step.name, step.params)
@@ -53,12 +54,12 @@ def inverted(step: Instruction) -> Tuple[Instruction, ...]:
 
 def _require_unitary(step: Instruction) -> None:
     # The builder accepts others where its caller insists; their adjoint undoes nothing.
+    require_entries(len(step.params))
     entries = np.array(step.params)
     with np.errstate(all="ignore"):
         if step.name == "diagonal":
             deviation = np.abs(np.abs(entries) ** 2 - 1).max()
         else:
-            matrix = entries.reshape(2 ** len(step.qubits), -1)
-            deviation = np.abs(matrix @ matrix.conj().T - np.eye(len(matrix))).max()
+            deviation = _check.deviation_from_unitary(entries.reshape(2 ** len(step.qubits), -1))
     if not deviation <= _check.UNITARY_TOLERANCE:
         raise ValueError(f"{step.name} must be unitary to be inverted, got {step}")

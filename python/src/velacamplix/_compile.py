@@ -6,13 +6,15 @@ from typing import Any, Dict, Optional, Sequence
 
 import numpy as np
 
-from . import _check, _check_readout, _core
+from . import _check, _check_readout, _core, _memory
 from .circuit import Circuit
 from .instruction import BY_ENTRIES, Instruction
 
 _PROGRAM_TYPES: Dict[str, Any] = {"single": _core.ProgramSingle, "double": _core.ProgramDouble}
 # Gates between two looks at signals.
 _PIECE = 2**15
+# Numbers of a gate whose memory is asked for.
+_LARGE = 2**10
 _LARGEST_SINGLE = float(np.finfo(np.float32).max)
 
 
@@ -54,7 +56,12 @@ def compiled(
     ------
     ValueError
         If an entry of a matrix does not fit the precision.
+    MemoryError
+        If the entries of large matrices do not fit.
     """
+    # Once as the core reads them and once as it keeps them.
+    entries = sum([len(gate.params) for gate in gates if len(gate.params) >= _LARGE])
+    _memory.require_bytes(2 * _memory.BYTES_PER_AMPLITUDE[precision] * entries, f"gates of {entries} entries")
     program = _PROGRAM_TYPES[precision](n_qubits)
     program.set_fusion(fusion)
     for start in range(0, len(gates), _PIECE):

@@ -96,7 +96,9 @@ class _Amplitudes(Packed):
         super().__init__(array, is_spare)
         self._settings = settings
 
-    def __reduce__(self) -> Tuple[Any, ...]:
+    def __reduce_ex__(self, protocol: Any) -> Tuple[Any, ...]:
+        if protocol >= 5:
+            return _filled, (self._settings, self.array)
         return _begun, self._settings, None, self.numbers()
 
 
@@ -109,6 +111,12 @@ def _begun(kind: Any, n: int, precision: str, threads: int, engine: str) -> _Amp
     return begun
 
 
+def _filled(settings: Tuple[Any, ...], amplitudes: np.ndarray) -> _Amplitudes:
+    begun = _begun(*settings)
+    begun.array[:] = amplitudes
+    return begun
+
+
 def _unpacked(amplitudes: _Amplitudes) -> Any:
     # The reader of the pickle lives on; a view that did would be in the way of `release`.
     del amplitudes.array
@@ -117,6 +125,4 @@ def _unpacked(amplitudes: _Amplitudes) -> Any:
 
 def _unpickled(kind: Any, n: int, precision: str, threads: int, engine: str, amplitudes: np.ndarray) -> Any:
     """Return the state of a pickle that version 0.1 has written."""
-    begun = _begun(kind, n, precision, threads, engine)
-    begun.array[:] = amplitudes
-    return begun.state
+    return _unpacked(_filled((kind, n, precision, threads, engine), amplitudes))

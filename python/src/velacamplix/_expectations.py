@@ -47,6 +47,8 @@ class Expectations(StatePart):
         ------
         TypeError, ValueError
             If this is no observable, or one on more qubits.
+        MemoryError
+            If there is no room for partial sums, 8 MiB at most.
 
         Examples
         --------
@@ -55,6 +57,7 @@ class Expectations(StatePart):
         2.5
         """
         core, checked = self._live(), self._observable(observable)
+        self._require_partial_sums(checked)
         with metered(progress, len(checked.terms), "terms") as meter:
             value = _core.expectation(core, checked.compiled(), *heard(meter.within()))
         return value if checked.is_complex else value.real
@@ -75,7 +78,7 @@ class Expectations(StatePart):
 
         Raises
         ------
-        TypeError, ValueError
+        TypeError, ValueError, MemoryError
             As for `expectation`.
 
         Examples
@@ -85,6 +88,7 @@ class Expectations(StatePart):
         [0.5, -2.0]
         """
         core, checked = self._live(), self._observable(observable)
+        self._require_partial_sums(checked)
         with metered(progress, len(checked.terms), "terms") as meter:
             values = _core.term_values(core, checked.compiled(), *heard(meter.within()))
         return _values(values, checked)
@@ -147,6 +151,11 @@ class Expectations(StatePart):
         return Estimate(
             (values.sum() + checked.constant).item(), float(np.sqrt((deviations * deviations).sum()))
         )
+
+    def _require_partial_sums(self, observable: Observable) -> None:
+        # One number for every term and every section of 2^13 amplitudes, in batches of at most 8 MiB.
+        needed = 8 * len(observable.terms) << max(0, self._n_qubits - 13)
+        _memory.require_bytes(min(needed, 8 << 20), "the partial sums of an expectation value")
 
     def _observable(self, observable: Any) -> Observable:
         checked = observable if isinstance(observable, Observable) else Observable(observable)

@@ -1,7 +1,8 @@
 """Large contents in pickles, with hardly more memory than the pickle itself.
 
 Whoever writes a pickle keeps a reference to all that it has written, but for numbers. So what is large goes in as a
-sequence of numbers that are made one by one.
+sequence of numbers that are made one by one. From protocol 5 on arrays are buffers, which may go beside the pickle; there
+they stay one, although in the pickle itself they take their size a second time.
 """
 
 from __future__ import annotations
@@ -34,7 +35,9 @@ class Packed:
         self._is_spare = is_spare
         self._missing = array.nbytes
 
-    def __reduce__(self) -> Tuple[Any, ...]:
+    def __reduce_ex__(self, protocol: Any) -> Tuple[Any, ...]:
+        if protocol >= 5:
+            return Packed, (self.array,)
         return _empty, (self.array.dtype.str, len(self.array)), None, self.numbers()
 
     def numbers(self) -> Iterator[int]:

@@ -106,8 +106,6 @@ def _sites(
                 return None
     sites: List[Sites] = []
     for stretch in stretches:
-        if len(stretch.program) != len(stretch.gates):  # a large diagonal takes more than one gate
-            return None
         gates = [gate for gate, part in enumerate(stretch.gates) if id(part) in place]
         sites.append((gates, [place[id(stretch.gates[gate])] for gate in gates]))
     return sites

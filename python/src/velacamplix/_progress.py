@@ -25,7 +25,7 @@ class Progress(NamedTuple):
     ----------
     done, total : int
         Gates of a run; elsewhere the shots, terms or entries that the call is about. Where a run has split into groups
-        of shots with different outcomes, a gate that acted on one of them counts for that group's share of all shots.
+        of shots with different outcomes, a gate that acted on one of them counts for that group's share of all shots. While a long circuit is planned, `done` stays where it is.
     seconds : float
         Since the work was begun.
     rate : float

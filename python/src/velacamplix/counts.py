@@ -14,6 +14,9 @@ __all__ = ["Counts"]
 # What an outcome takes besides its characters: the text's object, the slot of a table that has just grown, the number.
 _BYTES_PER_OUTCOME = 180
 
+# As in a circuit. Texts of billions of characters are written and compared for minutes.
+_MOST_BITS = 1_000_000
+
 
 class Counts(Dict[str, int]):
     """Outcomes as bit strings, each with the number of shots that gave it.
@@ -59,7 +62,7 @@ class Counts(Dict[str, int]):
             raise TypeError(f"counts must be a mapping from bit strings to integers, got {_check.show(counts)}")
         require_memory(len(counts))
         # None as long as there is no key to tell it.
-        self._n_bits = None if n_bits is None else _check.integer(n_bits, "n_bits", minimum=0)
+        self._n_bits = None if n_bits is None else _check.integer(n_bits, "n_bits", 0, _MOST_BITS)
         checked = self._checked(counts)
         super().__init__((key, _times(checked[key], key)) for key in sorted(checked))
 
@@ -81,7 +84,7 @@ class Counts(Dict[str, int]):
         """
         if not isinstance(counts, Mapping):
             raise TypeError(f"counts must be a mapping from integers to integers, got {_check.show(counts)}")
-        length = _check.integer(n_bits, "n_bits", minimum=0)
+        length = _check.integer(n_bits, "n_bits", 0, _MOST_BITS)
         for key in counts:
             if not (type(key) is int and 0 <= key and key.bit_length() <= length):
                 number = _check.integer(key, "outcome", minimum=0)
@@ -172,7 +175,7 @@ class Counts(Dict[str, int]):
                 raise TypeError(f"counts must have bit strings for keys, got {_check.show(key)}")
             length = len(key) if length is None else length
             if len(key) != length:
-                raise ValueError(f"counts must have keys of {length} characters, got {_check.show(key)}")
+                raise ValueError(f"counts must have keys of {_check.digits(length)} characters, got {_check.show(key)}")
             if key.strip("01"):
                 raise ValueError(f"counts must have keys of characters 0 and 1, got {_check.show(key)}")
             _times(counts[key], key)

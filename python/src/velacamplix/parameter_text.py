@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import math
+from collections import Counter
 from typing import Callable, Dict, List, Mapping, Optional, Tuple
 
 from .parameter import Expression, Parameter
@@ -27,7 +28,10 @@ def text(
     becomes a note of its size.
     """
     texts: Dict[int, Tuple[str, int]] = {}
-    for part in expression.parts():
+    parts = expression.parts()
+    # How often each part is still needed: the texts of a long sum are as long as the sum so far.
+    uses = Counter(id(item) for part in parts for item in part.operands if isinstance(item, Expression))
+    for part in parts:
         if isinstance(part, Parameter):
             texts[id(part)] = part.name if names is None else names[part.name], _ATOM
             continue
@@ -41,6 +45,11 @@ def text(
         if length > _MOST_TEXT and names is None:
             return f"<expression of {len(expression.parts())} operations>"
         texts[id(part)] = _joined(part.operation, pieces, compact)
+        for item in part.operands:
+            if isinstance(item, Expression):
+                uses[id(item)] -= 1
+                if not uses[id(item)]:
+                    del texts[id(item)]
     return texts[id(expression)][0]
 
 

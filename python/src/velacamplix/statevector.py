@@ -177,7 +177,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
                 'StateVector.reset takes no arguments from version 0.3 on; write set_state(array, order="little"), or '
                 'order="big" if qubit 0 is the highest bit of the index'
             )
-            return self.set_state(state, order)
+            return self.set_state(state, order)  # type: ignore[arg-type]  # checked there
         _future.warn("StateVector.reset takes no arguments from version 0.3 on; write set_basis_state(...)")
         return self.set_basis_state(0 if state is None else state, "big" if order is None else order)
 

@@ -96,7 +96,7 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
             const bool to_the_end = has_to_be_normalised && first == 0;
             const T last = release_draws(seq, draws.get(), draws.get() + count, batch, to_the_end);
             if (first == 0) total = last;
-            if (to_the_end && !is_normalised(total)) break;
+            if (to_the_end && !is_normalised(static_cast<double>(total))) break;
             storage::parallel_blocks(count, count * sizeof(*batch), nthreads,
                                      [&](unsigned long begin, unsigned long end) {
                                          for (unsigned long i = begin; i < end; ++i)

@@ -11,9 +11,6 @@
 namespace velacamplix::observables {
 namespace {
 
-// Strings are worked off in batches; a batch bounds the memory for partial sums.
-constexpr std::size_t most_strings_at_once = 4096;
-
 // With an odd number of Y the factor i^k is imaginary and selects the imaginary part of the products.
 bool takes_imaginary_part(const pauli_string& p) { return p.y_count & 1; }
 
@@ -85,7 +82,7 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
         masks.clear();
         const unsigned long together = tile_flip<T>(strings[order[begin]]);
         std::size_t end = begin;
-        for (; end < order.size() && end - begin < most_strings_at_once; ++end) {
+        for (; end < order.size() && end - begin < most_masks(tiles); ++end) {
             const pauli_string& p = strings[order[end]];
             if (tile_flip<T>(p) != together) break;
             const bool imaginary = takes_imaginary_part(p);
@@ -149,6 +146,8 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
     const unsigned long dim = 1ul << qubits;
     const band_entries<Sum, T> entries{matrix, qubits};
     const std::vector<std::size_t> order = order_by_flip<Sum>(strings);
+    const unsigned long tiles = chunk_count<Sum>({0, false, dim, 0, 0, 0});
+    const unsigned long most_strings = most_masks(tiles) / 2;  // a mask for either part
 
     std::vector<complex> values(strings.size());
     std::vector<product_sequence> sequences;
@@ -157,7 +156,7 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
     for (std::size_t begin = 0; begin < order.size();) {
         const unsigned long flip = strings[order[begin]].flip;
         masks.clear();
-        for (std::size_t end = begin; end < order.size() && masks.size() < most_strings_at_once; ++end) {
+        for (std::size_t end = begin; end < order.size() && masks.size() < most_strings; ++end) {
             if (strings[order[end]].flip != flip) break;
             masks.push_back(strings[order[end]].phase & (dim - 1));
         }
@@ -166,7 +165,6 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
         sequences = {{flip, false, dim, 0, 0, count}, {flip, true, dim, 0, count, 2 * count}};
         sums.resize(2 * count);
         constexpr unsigned long cache_line = 64;
-        const unsigned long tiles = chunk_count<Sum>(sequences.front());
         sum_sequences<Sum>(sequences, masks, tiles, dim * cache_line, nthreads, entries, sums.data(), [] {});
 
         for (std::size_t m = 0; m < count; ++m) {

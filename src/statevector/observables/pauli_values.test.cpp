@@ -48,6 +48,18 @@ TYPED_TEST(PauliValues, values_have_the_bits_of_the_documented_tree) {
     }
 }
 
+TYPED_TEST(PauliValues, have_the_bits_of_the_documented_tree_in_hundreds_of_sections) {
+    const unsigned int n = sizeof(TypeParam) == 8 ? 21 : 22;
+    const auto state = support::random_state<TypeParam>(n, support::Values::ordinary, 2);
+    for (const auto& p : {pauli(0, 0x155555), pauli(0x3, 0x1), pauli(0x18000f, 0x1f0f3)}) {
+        const TypeParam expected = reference::term_value_by_tree(state, p);
+        for (const int threads : {1, 3}) {
+            EXPECT_TRUE(support::same_bits(expected, library_value(state, p, threads).real()))
+                << "flip " << p.flip << ", phase " << p.phase << ", " << threads << " thread(s)";
+        }
+    }
+}
+
 TYPED_TEST(PauliValues, a_value_keeps_its_bits_beside_other_terms_and_on_any_number_of_threads) {
     for (const unsigned int n : {3u, 10u, 15u, 18u}) {
         const auto state = support::random_state<TypeParam>(n, support::Values::ordinary, 3);
@@ -89,7 +101,7 @@ TYPED_TEST(PauliValues, on_dyadic_states_every_number_of_threads_gives_the_seque
     }
 }
 
-// Large enough that a section holds several tiles.
+// Large enough for hundreds of sections.
 TYPED_TEST(PauliValues, on_a_large_dyadic_state_every_number_of_threads_gives_the_sequential_sum_to_the_bit) {
     const unsigned int n = sizeof(TypeParam) == 8 ? 21 : 22;
     const auto state = dyadic_state<TypeParam>(n, 1);

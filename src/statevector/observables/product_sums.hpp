@@ -33,7 +33,16 @@ unsigned long chunk_count(const product_sequence& s) {
 
 // The index range is cut into this many sections, or fewer where there are fewer tiles; each is summed chunk after
 // chunk and the sections are added in order. Part of the sum's definition, like the tree inside a chunk.
-inline constexpr unsigned long most_sections = 128;
+inline constexpr unsigned long most_sections = 4096;
+
+inline unsigned long section_count(unsigned long tiles) { return std::min(tiles, most_sections); }
+
+// Masks that are summed at once: what they share is done once for many of them, and their partial sums, one for each
+// section, take 8 MiB at most.
+inline unsigned long most_masks(unsigned long tiles) {
+    constexpr unsigned long most_partial_sums = (8ul << 20) / sizeof(double);
+    return std::min(most_partial_sums / section_count(tiles), 4096ul);
+}
 
 // out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `tiles` (a power of two)
 // divides every sequence's chunk count or is 1: the chunks of one tile come from the same amplitudes, so all sequences
@@ -43,7 +52,7 @@ inline constexpr unsigned long most_sections = 128;
 template <class T, class Fill, class Between>
 void sum_sequences(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
                    unsigned long tiles, unsigned long bytes, int nthreads, Fill fill, T* out, Between between) {
-    const unsigned long sections = std::min(tiles, most_sections);
+    const unsigned long sections = section_count(tiles);
     const unsigned long tiles_per_section = tiles / sections;
     std::vector<T> partial(sections * masks.size());
 

@@ -179,7 +179,7 @@ std::vector<gate_group<T>> fuse(const std::vector<operation<T>>& operations, uns
     diagonal_collector<T> collector(nbqbits);
     std::vector<gate_group<T>> groups;
     const exchange allowed = may_be_rewritten ? exchange::up_to_rounding : exchange::exact;
-    for (const stretch& part : deal_out(footprints, nbqbits, shape, allowed)) {
+    deal_out(footprints, nbqbits, shape, allowed, [&](const stretch& part) {
         gate_group<T> next{{}, part.local};
         for (const unsigned long gate : part.gates) next.operations.push_back(list[gate]);
         if (may_be_rewritten) {
@@ -187,7 +187,8 @@ std::vector<gate_group<T>> fuse(const std::vector<operation<T>>& operations, uns
         } else {
             groups.push_back(std::move(next));
         }
-    }
+        return true;
+    });
     operation<T> rest = collector.rest();
     if (!rest.targets.empty()) {
         if (groups.empty() || groups.back().local == 0) {

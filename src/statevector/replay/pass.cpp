@@ -67,6 +67,22 @@ void fetch_runs(const gathering& chunks, const thrust::complex<T>* from, unsigne
     }
 }
 
+// Puts the planning hook's question after every so many gates.
+class question {
+public:
+    explicit question(const planning_hook& go_on) : go_on_(go_on) {}
+
+    bool after(unsigned long gates) {
+        if (!go_on_ || gates < next_) return true;
+        next_ = gates + gates_between_questions;
+        return go_on_();
+    }
+
+private:
+    const planning_hook& go_on_;
+    unsigned long next_ = gates_between_questions;
+};
+
 constexpr unsigned long usual_first_level_cache_bytes = 32ul << 10;
 
 // Two thirds of the cache at most: the rest is for what the gates read besides, and for the next chunk's first lines.
@@ -75,15 +91,24 @@ constexpr unsigned chunk_bits_within(unsigned long cache_bytes) {
     return static_cast<unsigned>(std::bit_width(cache_bytes * 2 / 3 / sizeof(thrust::complex<T>))) - 1;
 }
 
-// `count` operations from `from` on, in buffers of the local bits.
 template <class T>
-chunk_pass<T> make_pass(const operation<T>* from, unsigned long count, unsigned long local, unsigned nbqbits) {
+std::vector<const operation<T>*> pointers_to(const std::vector<operation<T>>& operations) {
+    std::vector<const operation<T>*> pointers;
+    pointers.reserve(operations.size());
+    for (const operation<T>& op : operations) pointers.push_back(&op);
+    return pointers;
+}
+
+// The operations in buffers of the local bits.
+template <class T>
+chunk_pass<T> make_pass(const std::vector<const operation<T>*>& from, unsigned long local, unsigned nbqbits) {
+    const unsigned long count = from.size();
     chunk_pass<T> pass;
     pass.local = local;
     pass.in_place = local == index::low_bits(nbqbits);
-    if (local == 0 || (count == 1 && !pass.in_place && from->kind != gates::gate_kind::product)) {
+    if (local == 0 || (count == 1 && !pass.in_place && from[0]->kind != gates::gate_kind::product)) {
         pass.local = 0;
-        pass.whole_array = gates::prepare(*from, nbqbits);
+        pass.whole_array = gates::prepare(*from[0], nbqbits);
         return pass;
     }
     const locality chunk(local);
@@ -91,13 +116,13 @@ chunk_pass<T> make_pass(const operation<T>* from, unsigned long count, unsigned 
     for (unsigned long gate = 0; gate < count;) {
         unsigned long last = gate;
         if (chunk.bits.size() >= kernels::diagonal_run<T>::fewest_qubits) {
-            while (last < count && joins_runs(from[last])) ++last;
+            while (last < count && joins_runs(*from[last])) ++last;
         }
         if (last - gate >= 2) {
-            pass.steps.push_back(resolve_run(from + gate, last - gate, chunk));
+            pass.steps.push_back(resolve_run(from.data() + gate, last - gate, chunk));
             gate = last;
         } else {
-            pass.steps.push_back(resolve(from[gate++], chunk));
+            pass.steps.push_back(resolve(*from[gate++], chunk));
         }
     }
     return pass;
@@ -107,9 +132,9 @@ chunk_pass<T> make_pass(const operation<T>* from, unsigned long count, unsigned 
 
 template <class T>
 chunk_pass<T> make_pass(const std::vector<operation<T>>& operations, const stretch& part, unsigned nbqbits) {
-    std::vector<operation<T>> taken;
-    for (const unsigned long gate : part.gates) taken.push_back(operations[gate]);
-    return make_pass(taken.data(), taken.size(), part.local, nbqbits);
+    std::vector<const operation<T>*> taken;
+    for (const unsigned long gate : part.gates) taken.push_back(&operations[gate]);
+    return make_pass(taken, part.local, nbqbits);
 }
 
 unsigned long first_level_cache_bytes() {
@@ -133,37 +158,40 @@ buffer_shape fused_shape() {
 
 template <class T>
 std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
-                                       buffer_shape shape) {
+                                       buffer_shape shape, const planning_hook& go_on) {
     std::vector<footprint> footprints;
     footprints.reserve(operations.size());
     for (const auto& op : operations) footprints.push_back(footprint_of(op));
     std::vector<chunk_pass<T>> passes;
     unsigned long done = 0;
-    for (stretch& part : deal_out(footprints, nbqbits, shape, exchange::exact)) {
+    question asked(go_on);
+    deal_out(footprints, nbqbits, shape, exchange::exact, [&](stretch part) {
         auto& pass = passes.emplace_back(make_pass(operations, part, nbqbits));
         const auto [first, last] = std::minmax_element(part.gates.begin(), part.gates.end());
         pass.first = *first;
         pass.last = *last + 1;
         pass.done = done += part.gates.size();
         pass.gates = std::move(part.gates);
-    }
+        return asked.after(done);
+    });
     return passes;
 }
 
 template <class T>
-std::vector<chunk_pass<T>> make_fused_passes(const std::vector<operation<T>>& operations, unsigned nbqbits) {
+std::vector<chunk_pass<T>> make_fused_passes(const std::vector<operation<T>>& operations, unsigned nbqbits,
+                                             const planning_hook& go_on) {
     const buffer_shape shape = fused_shape<T>();
     // A run can only stop between stretches. They are short enough to stop soon, and long enough to hold most of what
     // can be brought together.
     const unsigned long length = 16ul * std::max(nbqbits, 4u);
     std::vector<chunk_pass<T>> passes;
-    for (unsigned long first = 0; first < operations.size(); first += length) {
+    question asked(go_on);
+    for (unsigned long first = 0; first < operations.size() && asked.after(first); first += length) {
         const unsigned long last = std::min(first + length, operations.size());
         const auto groups = fuse(operations, first, last, nbqbits, shape);
         for (std::size_t i = 0; i < groups.size(); ++i) {
             const auto& group = groups[i];
-            auto& pass =
-                passes.emplace_back(make_pass(group.operations.data(), group.operations.size(), group.local, nbqbits));
+            auto& pass = passes.emplace_back(make_pass(pointers_to(group.operations), group.local, nbqbits));
             pass.first = first;
             pass.last = last;
             pass.done = first + (last - first) * (i + 1) / groups.size();
@@ -205,8 +233,9 @@ void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned n
     template buffer_shape fused_shape<T>();                                                                        \
     template chunk_pass<T> make_pass<T>(const std::vector<operation<T>>&, const stretch&, unsigned);               \
     template std::vector<chunk_pass<T>> make_passes<T>(const std::vector<gates::operation<T>>&, unsigned,          \
-                                                       buffer_shape);                                              \
-    template std::vector<chunk_pass<T>> make_fused_passes<T>(const std::vector<operation<T>>&, unsigned);          \
+                                                       buffer_shape, const planning_hook&);                        \
+    template std::vector<chunk_pass<T>> make_fused_passes<T>(const std::vector<operation<T>>&, unsigned,           \
+                                                             const planning_hook&);                                \
     template void run_chunks<T>(const chunk_pass<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long, \
                                 thrust::complex<T>*);
 VELACAMPLIX_INSTANTIATE(float)

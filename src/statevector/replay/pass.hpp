@@ -3,6 +3,7 @@
 #include "statevector/replay/plan.hpp"
 #include "statevector/replay/step.hpp"
 
+#include <functional>
 #include <vector>
 
 namespace velacamplix::replay {
@@ -55,14 +56,20 @@ buffer_shape fused_shape();
 template <class T>
 chunk_pass<T> make_pass(const std::vector<gates::operation<T>>& operations, const stretch& part, unsigned nbqbits);
 
+// Asked once in a few milliseconds of planning, after every gates_between_questions gates; false ends it, with the
+// passes so far.
+using planning_hook = std::function<bool()>;
+inline constexpr unsigned long gates_between_questions = 4096;
+
 template <class T>
 std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
-                                       buffer_shape shape);
+                                       buffer_shape shape, const planning_hook& go_on = {});
 
 // The same with fusion: gates are taken in stretches, each rewritten on its own. The passes follow from the gates, the
 // number of qubits and the precision alone.
 template <class T>
-std::vector<chunk_pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits);
+std::vector<chunk_pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
+                                             const planning_hook& go_on = {});
 
 // Runs a pass over the chunks begin ... end - 1 of the state (of which there are 2^(nbqbits - local bits)). `buffer`
 // holds one chunk.

@@ -114,11 +114,11 @@ private:
 
 }  // namespace
 
-std::vector<stretch> deal_out(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape,
-                              exchange allowed) {
-    std::vector<stretch> stretches;
-    for (dealer deal(gates, nbqbits, shape, allowed); !deal.is_done();) stretches.push_back(deal.next(nbqbits));
-    return stretches;
+void deal_out(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape, exchange allowed,
+              const std::function<bool(stretch)>& take) {
+    dealer deal(gates, nbqbits, shape, allowed);
+    while (!deal.is_done() && take(deal.next(nbqbits))) {
+    }
 }
 
 }  // namespace velacamplix::replay

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 namespace velacamplix::replay {
@@ -29,11 +30,11 @@ struct buffer_shape {
     unsigned local_bits;  // most bits that are local at a time
 };
 
-// Deals gates out to stretches for an array of 2^nbqbits amplitudes. A stretch takes every gate that fits its buffer
-// and may overtake those left behind, from the first to a bounded distance. Spare places are filled with the lowest
-// bits, which lengthens the runs.
-std::vector<stretch> deal_out(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape,
-                              exchange allowed);
+// Deals gates out to stretches for an array of 2^nbqbits amplitudes, and hands over one after another until `take`
+// returns false. A stretch takes every gate that fits its buffer and may overtake those left behind, from the first to
+// a bounded distance. Spare places are filled with the lowest bits, which lengthens the runs.
+void deal_out(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape, exchange allowed,
+              const std::function<bool(stretch)>& take);
 
 // Adds the lowest free bits until `wanted` bits are local.
 unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted);

@@ -67,7 +67,8 @@ struct program<T>::implementation {
     std::optional<replay::schedule<T>> schedule;
     program_plan plan;
 
-    replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads) {
+    // With a hook the schedule may remain incomplete; it must then be dropped.
+    replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads, const progress_hook& hook = {}) {
         if (state_qubits > most_qubits) {
             refuse("A state has at most " + counted(most_qubits, "qubit") + ", not " + std::to_string(state_qubits));
         }
@@ -75,7 +76,8 @@ struct program<T>::implementation {
             refuse("The program has " + counted(nqubits, "qubit") + ", the state " + std::to_string(state_qubits));
         }
         if (!schedule || !schedule->fits(state_qubits, nthreads)) {
-            schedule.emplace(operations, state_qubits, nthreads, fusion);
+            schedule.reset();  // also if the hook or the planning throws
+            schedule.emplace(operations, state_qubits, nthreads, fusion, replay::first_level_cache_bytes(), hook);
         }
         return *schedule;
     }
@@ -207,7 +209,11 @@ template <class T>
 unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook) {
     implementation& content = content_of(self);
     if (state.amplitudes == nullptr) refuse("The state has no amplitudes: it was released, or a resize was refused");
-    auto& schedule = content.schedule_for(state.nqubits, state.num_threads);
+    auto& schedule = content.schedule_for(state.nqubits, state.num_threads, hook);
+    if (!schedule.is_complete()) {
+        content.schedule.reset();
+        return 0;
+    }
     return schedule.run(content.operations, state.amplitudes.get(), hook);
 }
 

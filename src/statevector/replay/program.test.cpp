@@ -199,6 +199,43 @@ TYPED_TEST(program_run, refuses_an_unknown_name_and_a_large_plain_diagonal_given
     EXPECT_EQ(list.size(), 0u);
 }
 
+// A long list is planned before the first gate acts, and that is heard too.
+TYPED_TEST(program_run, told_to_stop_while_it_plans_applies_nothing_and_plans_again) {
+    const unsigned int n = 14, gates = 20000;
+    for (const bool fused : {false, true}) {
+        program<TypeParam> list(n);
+        list.set_fusion(fused);
+        for (unsigned int gate = 0; gate < gates; ++gate) {
+            list.add_gate(gate % 3 == 0 ? "T" : "H", {}, {gate % n});
+        }
+        const auto start = random_state<TypeParam>(n, Values::ordinary);
+        LoadedVector<TypeParam> expected(start), got(start);
+        unsigned long heard_of_none = 0;
+        const unsigned long stopped = list.run(got, [&](unsigned long done, unsigned long total) {
+            EXPECT_EQ(done, 0u);
+            EXPECT_EQ(total, gates);
+            return ++heard_of_none < 3;
+        });
+        EXPECT_EQ(stopped, 0u);
+        EXPECT_EQ(heard_of_none, 3u);
+        EXPECT_TRUE(same_bits(start, got.amplitudes.get()));
+
+        struct Thrown {};
+        EXPECT_THROW(list.run(got, [](unsigned long, unsigned long) -> bool { throw Thrown{}; }), Thrown);
+        EXPECT_TRUE(same_bits(start, got.amplitudes.get()));
+
+        // As if nothing had been.
+        program<TypeParam> other(n);
+        other.set_fusion(fused);
+        for (unsigned int gate = 0; gate < gates; ++gate) {
+            other.add_gate(gate % 3 == 0 ? "T" : "H", {}, {gate % n});
+        }
+        EXPECT_EQ(other.run(expected), gates);
+        EXPECT_EQ(list.run(got, [](unsigned long, unsigned long) { return true; }), gates);
+        EXPECT_TRUE(equal_states(expected, got)) << "fusion " << fused;
+    }
+}
+
 // --- diagonals ----------------------------------------------------------------------------------------------------
 
 // Of every size, alone in a pass and beside gates with which they share chunks; on qubits inside and outside of these,

@@ -10,13 +10,15 @@ namespace velacamplix::replay {
 
 template <class T>
 schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads, bool fused,
-                      unsigned long cache_bytes)
+                      unsigned long cache_bytes, const run_hook& hook)
     : nbqbits(qubits),
       team(storage::team_size(threads)),
       gate_count(operations.size()),
       buffers(nullptr, &pbamplix::aligned_array_delete<thrust::complex<T>>) {
-    all_passes = fused ? make_fused_passes(operations, qubits)
-                       : make_passes(operations, qubits, choose_shape<T>(qubits, team, cache_bytes));
+    planning_hook go_on;
+    if (hook) go_on = [&] { return complete = hook(0, gate_count); };
+    all_passes = fused ? make_fused_passes(operations, qubits, go_on)
+                       : make_passes(operations, qubits, choose_shape<T>(qubits, team, cache_bytes), go_on);
 }
 
 template <class T>
@@ -65,7 +67,7 @@ unsigned long schedule<T>::complete_prefix(const std::vector<gates::operation<T>
 
 template <class T>
 unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
-                               const std::function<bool(unsigned long, unsigned long)>& hook) {
+                               const run_hook& hook) {
     // All the memory it takes before the first gate acts.
     if (buffers == nullptr && buffers_size() != 0) buffers = storage::make_amplitudes<T>(buffers_size());
     for (chunk_pass<T>& pass : all_passes) {

@@ -9,24 +9,29 @@
 
 namespace velacamplix::replay {
 
+// Hears how many gates have acted and how many there are; false stops.
+using run_hook = std::function<bool(unsigned long, unsigned long)>;
+
 // A list of gates cut into passes for one size of state and one team. A request for OpenMP's default team is asked for
 // its size once, here: buffers are there for so many, even if a hook changes the default between two passes.
 template <class T>
 class schedule {
 public:
+    // The hook hears of 0 gates now and then; when it stops, the schedule remains incomplete and must not be run.
     schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false,
-             unsigned long cache_bytes = first_level_cache_bytes());
+             unsigned long cache_bytes = first_level_cache_bytes(), const run_hook& hook = {});
 
     // Between passes the hook hears how many gates have acted and how many there are; false ends the run as soon as the
     // state is that of a prefix of the list: without fusion the gates that a later one has overtaken are applied first,
     // with fusion the stretch is finished. Returns the length of the prefix.
     // `operations` are those of the constructor.
     unsigned long run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
-                      const std::function<bool(unsigned long, unsigned long)>& hook = {});
+                      const run_hook& hook = {});
 
     // Tells a schedule without fusion that the numbers of a gate have changed.
     void outdate(unsigned long gate);
 
+    bool is_complete() const { return complete; }
     const std::vector<chunk_pass<T>>& passes() const { return all_passes; }
     bool fits(unsigned for_qubits, int for_threads) const {
         return nbqbits == for_qubits && team == storage::team_size(for_threads);
@@ -42,6 +47,7 @@ private:
     unsigned nbqbits;
     int team;
     unsigned long gate_count;
+    bool complete = true;
     std::vector<chunk_pass<T>> all_passes;
     std::vector<std::size_t> pass_of;      // every gate, made when first needed
     pbamplix::amplitude_array<T> buffers;  // a chunk for every body of a pass, allocated by the first run

@@ -138,12 +138,12 @@ bool joins_runs(const operation<T>& op) {
 }
 
 template <class T>
-step<T> resolve_run(const operation<T>* from, unsigned long count, const locality& where) {
+step<T> resolve_run(const operation<T>* const* from, unsigned long count, const locality& where) {
     auto run = std::make_shared<kernels::diagonal_run<T>>(where.bits.size());
     for (unsigned long i = 0; i < count; ++i) {
-        const unsigned target = from[i].targets[0];
-        const auto d0 = from[i].coefficients[0];
-        const auto d1 = from[i].coefficients[1];
+        const unsigned target = from[i]->targets[0];
+        const auto d0 = from[i]->coefficients[0];
+        const auto d1 = from[i]->coefficients[1];
         if ((where.mask() & index::bit(target)) != 0) {
             run->add_inside(where.position_of(target), d0, d1);
         } else {
@@ -157,8 +157,8 @@ step<T> resolve_run(const operation<T>* from, unsigned long count, const localit
 
 template bool joins_runs(const operation<float>&);
 template bool joins_runs(const operation<double>&);
-template step<float> resolve_run(const operation<float>*, unsigned long, const locality&);
-template step<double> resolve_run(const operation<double>*, unsigned long, const locality&);
+template step<float> resolve_run(const operation<float>* const*, unsigned long, const locality&);
+template step<double> resolve_run(const operation<double>* const*, unsigned long, const locality&);
 template footprint footprint_of(const operation<float>&);
 template footprint footprint_of(const operation<double>&);
 template struct step<float>;

@@ -55,7 +55,7 @@ bool joins_runs(const gates::operation<T>& op);
 
 // `count` such operations from `from` on, as one step.
 template <class T>
-step<T> resolve_run(const gates::operation<T>* from, unsigned long count, const locality& where);
+step<T> resolve_run(const gates::operation<T>* const* from, unsigned long count, const locality& where);
 
 // All mixing targets of the operation must be local.
 template <class T>

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 from typing import Any, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
-from .._circuit_composites import COMPOSITES
 from .._circuit_definition import SIZE_LIMIT, GateDefinition
 from ..instruction import Condition, Instruction
 from ..parameter import CalculationError, Expression, Parameter
@@ -135,7 +134,6 @@ def check_values(gate: Gate, params: Tuple[float, ...], call: Call) -> None:
         if not params or max(map(abs, params)) <= gate.reach:
             continue
         if isinstance(gate, LibraryGate):
-            _check_composite(gate, params, call)
             continue
         values = dict(zip(gate.formals, params))
         for step in gate.steps:
@@ -150,14 +148,6 @@ def check_values(gate: Gate, params: Tuple[float, ...], call: Call) -> None:
                 message = f"{error}, in gate {quoted(gate.name)} called with ({shown}) in line {line}"
                 fail(message, error.expression.place.token)
             waiting.append((step.gate, inner))
-
-
-def _check_composite(gate: LibraryGate, params: Tuple[float, ...], call: Call) -> None:
-    assert gate.step is not None  # a gate that does nothing takes everything
-    try:
-        COMPOSITES[gate.step].build(params, tuple(range(COMPOSITES[gate.step].n_qubits)))
-    except (ValueError, OverflowError):  # a sum of angles near the largest number
-        fail("number too large", call.token)
 
 
 def _checked(

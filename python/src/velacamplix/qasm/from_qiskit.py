@@ -8,7 +8,7 @@ from __future__ import annotations
 import cmath
 import math
 from dataclasses import replace
-from typing import Any, Dict, List, NamedTuple, Optional, Sequence, Set, Tuple
+from typing import Any, Container, Dict, List, NamedTuple, Optional, Sequence, Set, Tuple
 
 import numpy as np
 import qiskit.circuit
@@ -121,11 +121,14 @@ def circuit_from_qiskit(program: Any, registers: Optional[Sequence[Register]] = 
     return circuit
 
 
-def definition_from_qiskit(name: str, params: Sequence[str], body: Any) -> GateDefinition:
-    """Return the definition of a gate whose `body` is a circuit of Qiskit's with parameters of these names."""
+def definition_from_qiskit(name: str, params: Sequence[str], body: Any, others: Container[str] = ()) -> GateDefinition:
+    """Return the definition of a gate whose `body` is a circuit of Qiskit's with parameters of these names.
+
+    It has another name if the package knows a gate of that name, or one of the `others` has it.
+    """
     steps = body_steps(body, 0)
     steps += _phase_steps(_angle(body.global_phase), body.num_qubits)
-    return renamed(GateDefinition.checked(name, tuple(params), body.num_qubits, tuple(steps)), ())
+    return renamed(GateDefinition.checked(name, tuple(params), body.num_qubits, tuple(steps)), others)
 
 
 def body_steps(body: Any, first: int) -> List[Instruction]:

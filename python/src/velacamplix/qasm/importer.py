@@ -8,7 +8,7 @@ place.
 from __future__ import annotations
 
 import re
-from typing import Any, Dict, List, NoReturn, Optional, Tuple
+from typing import Any, Dict, List, NoReturn, Optional, Set, Tuple
 
 from antlr4 import CommonTokenStream, InputStream
 from antlr4.error.ErrorListener import ErrorListener
@@ -148,6 +148,7 @@ class _Reading(ConvertVisitor):  # type: ignore[misc]
         self._text = source
         self._body: Any = None  # of the gate that is being defined
         self._conditions = 0
+        self._names: Set[str] = set()  # of definitions
         self._named: Dict[Tuple[str, int], Register] = {}
         self.statements: List[Any] = []
 
@@ -242,7 +243,8 @@ class _Reading(ConvertVisitor):  # type: ignore[misc]
         params = [parameter.name for parameter in node.arguments]
         # Without a statement in the body nobody has seen it.
         body = symbol.data(*[0.0] * len(params)).definition if self._body is None else self._body
-        definition = definition_from_qiskit(node.name.name, params, body)
+        definition = definition_from_qiskit(node.name.name, params, body, self._names)
+        self._names.add(definition.name)
 
         symbol.data = lambda *values: DefinedGate(definition, body, values)
         return context

@@ -31,7 +31,7 @@ class LibraryGate(NamedTuple):
     can_be_replaced : bool
         Whether it gives way to a file's own declaration of the same name.
     reach : float
-        Parameters of no larger absolute value always have a result.
+        Parameters of no larger absolute value always have a result: all.
     """
 
     name: str
@@ -41,17 +41,16 @@ class LibraryGate(NamedTuple):
     n_qubits: int
     size: int
     can_be_replaced: bool
-    reach: float
+    reach: float = float("inf")
     opaque: None = None
 
 
 def _gate(name: str, step: Optional[str], n_controls: int = 0, n_params: int = 0, later: bool = False) -> LibraryGate:
     if step is None:
-        return LibraryGate(name, None, 0, n_params, 1, 1, later, float("inf"))
-    # Angles of a composite gate are added; three of this size still have a sum.
-    shape, reach = (COMPOSITES[step], 1e300) if step in COMPOSITES else (NATIVE[step], float("inf"))
+        return LibraryGate(name, None, 0, n_params, 1, 1, later)
+    shape = COMPOSITES[step] if step in COMPOSITES else NATIVE[step]
     n_steps = size(Instruction(step, ()))
-    return LibraryGate(name, step, n_controls, shape.n_params, n_controls + shape.n_qubits, n_steps, later, reach)
+    return LibraryGate(name, step, n_controls, shape.n_params, n_controls + shape.n_qubits, n_steps, later)
 
 
 def _table(entries: Mapping[str, object], later: bool = False) -> Dict[str, LibraryGate]:

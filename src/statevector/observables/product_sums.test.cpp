@@ -1,0 +1,74 @@
+#include "statevector/observables/product_sums.hpp"
+
+#include "support/compare.hpp"
+#include "support/precision.hpp"
+
+#include <random>
+
+using namespace velacamplix::observables;
+
+PRECISION_SUITE(product_sums);
+
+namespace {
+
+// A sequence whose chunks are zero but for one number each, so that a sum over it is a sum of those.
+template <class T>
+struct sparse_sequence {
+    std::vector<T> first_of_chunk;
+
+    explicit sparse_sequence(unsigned long chunks) {
+        std::mt19937_64 engine(3);
+        for (unsigned long c = 0; c < chunks; ++c) first_of_chunk.push_back(T(engine() % 20001) / 10000 - 1);
+    }
+
+    T sum(int threads) const {
+        const unsigned long chunks = first_of_chunk.size();
+        const product_sequence sequence{0, false, chunks * chunk_length<T>, 0, 0, 1};
+        T out;
+        const auto fill = [&](const product_sequence&, unsigned long number, T* to) {
+            std::fill_n(to, chunk_length<T>, T(0));
+            to[0] = first_of_chunk[number];
+        };
+        sum_sequences<T>({sequence}, {0}, chunks, 1ul << 30, threads, fill, &out, [] {});
+        return out;
+    }
+
+    // The same one after another, in so many sections.
+    T sum_in_sections(unsigned long sections) const {
+        const unsigned long length = first_of_chunk.size() / sections;
+        T total = T(0);
+        for (unsigned long s = 0; s < sections; ++s) {
+            T section = T(0);
+            for (unsigned long c = s * length; c < (s + 1) * length; ++c) section += first_of_chunk[c];
+            total = s == 0 ? section : total + section;
+        }
+        return total;
+    }
+};
+
+}  // namespace
+
+TYPED_TEST(product_sums, are_cut_into_4096_sections_at_most) {
+    for (const unsigned long chunks : {1ul, 64ul, 1024ul, 4096ul, 8192ul}) {
+        const sparse_sequence<TypeParam> sequence(chunks);
+        const TypeParam expected = sequence.sum_in_sections(std::min(chunks, 4096ul));
+        if (chunks > 4096) {
+            EXPECT_FALSE(support::same_bits(expected, sequence.sum_in_sections(128))) << "or this would prove nothing";
+            EXPECT_FALSE(support::same_bits(expected, sequence.sum_in_sections(chunks)));
+        }
+        for (const int threads : {1, 3, 7}) {
+            EXPECT_TRUE(support::same_bits(expected, sequence.sum(threads)))
+                << chunks << " chunks, " << threads << " thread(s)";
+        }
+    }
+}
+
+TYPED_TEST(product_sums, of_one_batch_take_8_mib_at_most) {
+    for (const unsigned long tiles : {1ul, 2ul, 128ul, 256ul, 4096ul, 1ul << 20}) {
+        const unsigned long sections = std::min(tiles, 4096ul);
+        EXPECT_LE(most_masks(tiles) * sections * sizeof(double), 8ul << 20) << tiles;
+        EXPECT_GE(most_masks(tiles), 256ul) << "no fewer masks than share all the steps of a transform";
+        EXPECT_LE(most_masks(tiles), 4096ul);
+    }
+    EXPECT_EQ(most_masks(4096), 256ul);
+}
