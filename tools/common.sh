@@ -42,8 +42,8 @@ quietly() {
 }
 
 # What compiling everything takes the first time, without a compiler cache: minutes of one processor, megabytes.
-declare -A minutes=([release]=30 [dev]=14 [sanitize]=12 [threads]=3 [clang]=10 [aarch64]=8 [bench]=12 [python]=8)
-declare -A megabytes=([release]=500 [dev]=200 [sanitize]=600 [threads]=100 [clang]=200 [aarch64]=200 [bench]=100 [python]=60)
+declare -A minutes=([release]=14 [dev]=9 [sanitize]=9 [threads]=4 [clang]=5 [aarch64]=5 [bench]=9 [python]=9)
+declare -A megabytes=([release]=70 [dev]=60 [sanitize]=320 [threads]=40 [clang]=30 [aarch64]=40 [bench]=60 [python]=30)
 announce_compiling() {
     echo "compiling takes about $(((minutes[$1] + jobs - 1) / jobs)) minutes on $jobs processors, and ${megabytes[$1]} MB in $2"
 }

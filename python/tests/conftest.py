@@ -13,7 +13,7 @@ for name in list(os.environ):
     kept = name in ("PYTHONPATH", "PYTHONHOME")
     if name.endswith("_NUM_THREADS") or name.startswith(("OMP_", "GOMP_", "KMP_", "PYTHON")) and not kept:
         del os.environ[name]
-for name in ("COLUMNS", "LINES", "NO_COLOR", "FORCE_COLOR"):
+for name in ("VELACAMPLIX_QUIET_SECONDS", "COLUMNS", "LINES", "NO_COLOR", "FORCE_COLOR"):
     os.environ.pop(name, None)
 
 # Pictures go to files; no test opens a window.
