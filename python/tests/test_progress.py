@@ -53,7 +53,9 @@ def test_the_end_is_told_once_also_where_shots_part():
         circuit.x(0)
     told = []
     run(circuit, shots=1000, seed=1, progress=told.append)
-    assert [progress.done for progress in told] == [progress.total for progress in told] == [3 * 7 + 4]
+    # On a slow machine there are reports before it.
+    assert {progress.total for progress in told} == {3 * 7 + 4}
+    assert [progress.done == progress.total for progress in told] == [False] * (len(told) - 1) + [True]
 
 
 def test_branches_count_by_their_share_of_the_shots(monkeypatch):
