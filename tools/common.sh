@@ -6,6 +6,12 @@ jobs=$(nproc)
 export CMAKE_BUILD_PARALLEL_LEVEL=$jobs CTEST_PARALLEL_LEVEL=$jobs
 python=.venv/bin/python
 
+# The library is part of two trees, the C++ one and the Python package's, but compiled once where there is ccache.
+if command -v ccache >/dev/null; then
+    export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}
+    export CCACHE_DIR=${CCACHE_DIR:-$PWD/build/ccache} CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=yes
+fi
+
 # Begins a step; tells how long the one before took. The last one's end is the script's.
 step() {
     if [ -n "${step_began:-}" ]; then printf -- '-- %d s\n' $((SECONDS - step_began)); fi
