@@ -38,6 +38,8 @@ target_compile_options(
               -Wextra-semi
               $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond>
               $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>
+              # Sanitizers' own code hides from GCC what is always set.
+              $<$<BOOL:${VELACAMPLIX_SANITIZE}>:-Wno-maybe-uninitialized>
               $<$<BOOL:${VELACAMPLIX_WERROR}>:-Werror>)
 
 if(VELACAMPLIX_SANITIZE)

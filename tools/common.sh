@@ -10,6 +10,7 @@ python=.venv/bin/python
 if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}
     export CCACHE_DIR=${CCACHE_DIR:-$PWD/build/ccache} CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=yes
+    export CXX=${CXX:-c++} # under one name: another one counts as another compiler
 fi
 
 # Begins a step; tells how long the one before took. The last one's end is the script's.

@@ -27,6 +27,6 @@ END
 )
 "$python" -m pip install --quiet --disable-pip-version-check "${build_requirements[@]}"
 # In this environment and not in one of pip's own, so that the next build can take up where this one ends.
-if [ ! -d build/python ]; then announce_compiling python build/python; fi
+if ! compgen -G 'build/python-*' >/dev/null; then announce_compiling python build; fi
 compiling "$python" -m pip install --verbose --disable-pip-version-check --no-build-isolation ".${extra:+[$extra]}"
 mv "$stamp.next" "$stamp"
