@@ -17,10 +17,7 @@ if [ -f "$stamp" ] && [ -z "$(find "${sources[@]}" -newer "$stamp" -print -quit)
 touch "$stamp.next"
 echo "installing velacamplix${extra:+ with what its extra \"$extra\" names} into .venv"
 mapfile -t build_requirements < <("$python" - <<'END'
-try:
-    import tomllib
-except ImportError:  # before Python 3.11
-    from pip._vendor import tomli as tomllib
+import tomllib
 with open("pyproject.toml", "rb") as file:
     print(*tomllib.load(file)["build-system"]["requires"], sep="\n")
 END

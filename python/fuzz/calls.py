@@ -43,7 +43,8 @@ from velacamplix import (
     Term,
     run,
 )
-from velacamplix import _check, _check_circuit
+from velacamplix.basics import checks as _check
+from velacamplix.instructions import checked as _check_circuit
 
 # What a call may raise, whatever it is given. AttributeError: a property that cannot be set.
 DOCUMENTED = (TypeError, ValueError, IndexError, KeyError, MemoryError, BufferError, RuntimeError, OSError, AttributeError)

@@ -8,9 +8,8 @@ import subprocess
 import sys
 from pathlib import Path
 
-import pytest
-
 import abuse
+import pytest
 
 
 @pytest.fixture(scope="module")

@@ -6,7 +6,7 @@ import fractions
 import numpy as np
 import pytest
 
-from velacamplix import _check
+from velacamplix.basics import checks as _check
 
 NAN, INF = float("nan"), float("inf")
 

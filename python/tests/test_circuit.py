@@ -8,10 +8,9 @@ import numpy as np
 import numpy_simulator
 import pytest
 
-from velacamplix import run
-from velacamplix._circuit_composites import COMPOSITES
-from velacamplix.circuit import Circuit
-from velacamplix.instruction import GATES, NON_UNITARY, Condition, Instruction, Register
+from velacamplix import Circuit, run
+from velacamplix.instructions.gates import COMPOSITES
+from velacamplix.instructions.instruction import GATES, NON_UNITARY, Condition, Instruction, Register
 
 NAN = float("nan")
 X = [[0, 1], [1, 0]]

@@ -114,14 +114,6 @@ def test_a_condition_of_the_moment_is_not_copied():
     assert other[0].condition is None
 
 
-def test_a_pickle_of_0_1_is_read():
-    state = Circuit(1, 1).h(0).__getstate__()
-    del state["further"]
-    circuit = Circuit.__new__(Circuit)
-    circuit.__setstate__(state)
-    assert circuit == Circuit(1, 1).h(0) and circuit.parameters == () and circuit.measure(0, 0).n_clbits == 1
-
-
 def test_a_text_is_read_as_the_class():
     text = Circuit(2, 2).h(0).measure_all().to_qasm()
     read = Plain.from_qasm(text)

@@ -91,7 +91,7 @@ def test_gate_has_its_documented_matrix(method):
 
 
 def test_every_gate_method_is_in_a_table():
-    from velacamplix._circuit_gates import GateMethods
+    from velacamplix.instructions.gate_methods import GateMethods
 
     methods = {name for name in dir(GateMethods) if not name.startswith("_")}
     assert methods == {*GATES, *OTHERS, "mcx", "mcp"}

@@ -14,7 +14,7 @@ from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
 from velacamplix import Circuit, GateDefinition, Parameter, StateVector
-from velacamplix._circuit_gates import GateMethods
+from velacamplix.instructions.gate_methods import GateMethods
 from velacamplix.qasm import read_qasm
 from velacamplix.qasm.blocks import plain
 

@@ -14,7 +14,8 @@ import numpy as np
 import pytest
 
 import velacamplix
-from velacamplix import StateVector, _outcomes
+from velacamplix import StateVector
+from velacamplix.states import outcomes as _outcomes
 
 HEADER = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
 

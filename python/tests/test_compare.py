@@ -11,9 +11,9 @@ import sys
 from pathlib import Path
 
 import numpy as np
+import numpy_simulator
 import pytest
 
-import numpy_simulator
 from velacamplix import Circuit, Instruction
 
 ROOT = Path(__file__).resolve().parents[2]

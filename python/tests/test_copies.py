@@ -9,7 +9,9 @@ import numpy as np
 import pytest
 from full_matrices import random_state
 
-from velacamplix import StateVector, _copies, _core, _machine
+from velacamplix import StateVector, _core
+from velacamplix.machine import limits as _machine
+from velacamplix.states import copies as _copies
 
 
 def made(precision="double"):
@@ -71,15 +73,7 @@ def test_a_damaged_engine_is_refused():
     engine = _core.engine(made()._live())
     for wrong in ("", "1 2 3", engine[: len(engine) // 2], "x" + engine):
         with pytest.raises(ValueError, match="not the state of a random engine"):
-            _copies._unpickled(StateVector, 5, "double", 2, wrong, made().array)
-
-
-def test_a_pickle_of_version_0_1():
-    # What its states gave for a pickle.
-    state = made()
-    arguments = (StateVector, 5, "double", 2, _core.engine(state._live()), state.statevector(order="little"))
-    other = _copies._unpickled(*arguments)
-    assert other.array.tobytes() == state.array.tobytes() and (other.sample(100) == state.sample(100)).all()
+            _copies._filled((StateVector, 5, "double", 2, wrong), made().array)
 
 
 @pytest.mark.parametrize("n", [0, 1, 5, 6, 7, 8, 12])

@@ -8,8 +8,9 @@ import numpy as np
 import numpy_simulator
 import pytest
 
-from velacamplix import Circuit, GateDefinition, Instruction, Parameter, StateVector, _circuit_definition
-from velacamplix._circuit_definition import ordered
+from velacamplix import Circuit, GateDefinition, Instruction, Parameter, StateVector
+from velacamplix.instructions import definition as _circuit_definition
+from velacamplix.instructions.definition import ordered
 
 T = Parameter("t")
 
@@ -147,7 +148,7 @@ def test_refused(case):
 
 
 def test_names_by_which_openqasm_calls_gates_are_taken():
-    from velacamplix.instruction import BY_ENTRIES, GATES, NON_UNITARY
+    from velacamplix.instructions.instruction import BY_ENTRIES, GATES, NON_UNITARY
     from velacamplix.qasm import qelib1
 
     listed = [*GATES, *_circuit_definition.COMPOSITES, *BY_ENTRIES, *NON_UNITARY, *qelib1.GATES, *qelib1.LANGUAGE]

@@ -2,6 +2,7 @@
 
 import doctest
 import importlib
+import inspect
 import pkgutil
 
 import pytest
@@ -19,6 +20,20 @@ MODULES = ["velacamplix"] + [
 LACKING = {}
 
 
+class Finder(doctest.DocTestFinder):
+    """Finds examples in the file they stand in, whatever a public class says about where it is."""
+
+    def _from_module(self, module, item):
+        if inspect.isfunction(item):
+            return item.__globals__ is vars(module)
+        home = getattr(item, "__module__", None)
+        if home == "velacamplix" and inspect.isclass(item):
+            # With methods, or else the decorated kind, whose fields have the examples.
+            functions = [value for value in vars(item).values() if inspect.isfunction(value)]
+            return any(value.__code__.co_filename == module.__file__ for value in functions)
+        return super()._from_module(module, item)
+
+
 def examples(name):
     try:
         module = importlib.import_module(name)
@@ -30,12 +45,12 @@ def examples(name):
     # An example may use what `from velacamplix import ...` offers without saying so each time.
     offered = {word: getattr(velacamplix, word) for word in velacamplix.__all__}
     names = {**offered, "velacamplix": velacamplix, **vars(module)}
-    return [test for test in doctest.DocTestFinder().find(module, name, globs=names) if test.examples]
+    return [test for test in Finder().find(module, name, globs=names) if test.examples]
 
 
 # What an example needs beside the package's own dependencies.
-NEEDS = {"velacamplix.counts.Counts.to_frame": "pandas", **{
-    f"velacamplix.plotting.plot_{what}": "matplotlib" for what in ("counts", "probabilities", "state")
+NEEDS = {"velacamplix.results.counts.Counts.to_frame": "pandas", **{
+    f"velacamplix.plots.plots.plot_{what}": "matplotlib" for what in ("counts", "probabilities", "state")
 }}
 EXAMPLES = {test.name: test for name in MODULES for test in examples(name)}
 

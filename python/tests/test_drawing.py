@@ -6,7 +6,7 @@ import pytest
 from test_circuit_combine import random_circuit
 
 from velacamplix import Circuit, GateDefinition, Instruction, Parameter, Register
-from velacamplix.drawing import MOST_COLUMNS
+from velacamplix.views.drawing import MOST_COLUMNS
 
 
 def drawn(circuit, **options):
@@ -126,8 +126,8 @@ def test_long_labels_are_shortened():
 
 
 def test_every_instruction_can_be_drawn():
-    from velacamplix._circuit_composites import COMPOSITES
-    from velacamplix.instruction import GATES
+    from velacamplix.instructions.gates import COMPOSITES
+    from velacamplix.instructions.instruction import GATES
 
     rng = random.Random(1)
     for name, shape in {**GATES, **COMPOSITES}.items():

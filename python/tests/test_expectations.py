@@ -5,7 +5,8 @@ import pytest
 from full_matrices import GATES, product, random_state
 from test_statevector_arguments import refused
 
-from velacamplix import Estimate, Observable, StateVector, _expectations
+from velacamplix import Estimate, Observable, StateVector
+from velacamplix.states import expectations as _expectations
 
 SUM = Observable("0.5*X0 Y2 - 1.2*Z1 + 3 + 0.25*Y0 Y1 Y3 - X1 Z2 + 2*Y3 + 0.125*Z0 Z1 Z2 Z3")
 
@@ -200,7 +201,7 @@ def test_a_term_whose_table_does_not_fit(monkeypatch):
     def refuse(needed, what):
         raise MemoryError(f"{what} needs {needed}")
 
-    monkeypatch.setattr(_expectations._memory, "require_bytes", refuse)
+    monkeypatch.setattr(_expectations.memory, "require_bytes", refuse)
     with refused(MemoryError, "the table of outcomes of a term on 3 qubits needs 64"):
         StateVector(3).estimate("Z0 Z1 Z2 + X0", 10)
 
@@ -212,7 +213,7 @@ def test_partial_sums_that_do_not_fit(monkeypatch):
         asked.append(needed)
         raise MemoryError(f"{what} needs {needed}")
 
-    monkeypatch.setattr(_expectations._memory, "require_bytes", refuse)
+    monkeypatch.setattr(_expectations.memory, "require_bytes", refuse)
     few, many = "Z0 + X0", [(1, "Z", [0])] * 9000
     for n, observable, needed in ((15, few, 8 * 2 * 4), (20, many, 8 << 20)):
         for read in (StateVector(n).expectation, StateVector(n).term_values):

@@ -5,7 +5,8 @@ import pytest
 from full_matrices import random_state
 from test_statevector_arguments import refused
 
-from velacamplix import StateVector, _exports
+from velacamplix import StateVector
+from velacamplix.states import exports as _exports
 
 
 def reversed_bits(n):
@@ -82,8 +83,8 @@ def test_wrong_orders():
 
 def test_no_memory_for_a_copy(monkeypatch):
     state = StateVector(3)
-    monkeypatch.setattr(_exports._memory, "SMALL_BYTES", 0)  # small arrays are not worth the question otherwise
-    monkeypatch.setattr(_exports._memory._machine, "memory", lambda root: _exports._memory._machine.Memory(100, 100, None))
+    monkeypatch.setattr(_exports.memory, "SMALL_BYTES", 0)  # small arrays are not worth the question otherwise
+    monkeypatch.setattr(_exports.memory.limits, "memory", lambda root: _exports.memory.limits.Memory(100, 100, None))
     with refused(MemoryError, "a copy of the amplitudes of 3 qubits needs 128 bytes; 100 bytes are available"):
         state.statevector()
     with refused(MemoryError, "a dictionary of 1 entries needs 400 bytes"):

@@ -9,15 +9,25 @@ pytest.importorskip("qiskit_qasm3_import", reason="needs its importer: pip insta
 
 import qiskit  # noqa: E402
 from qiskit import QuantumCircuit  # noqa: E402
-from qiskit.circuit import AnnotatedOperation, ControlModifier, InverseModifier, Parameter, PowerModifier  # noqa: E402
-from qiskit.circuit import library  # noqa: E402
+from qiskit.circuit import (  # noqa: E402
+    AnnotatedOperation,
+    ControlModifier,
+    InverseModifier,
+    Parameter,
+    PowerModifier,
+    library,  # noqa: E402
+)
 from qiskit.circuit.classical import expr  # noqa: E402
 from qiskit.quantum_info import Operator, random_unitary  # noqa: E402
 
-from velacamplix import Condition  # noqa: E402
-from velacamplix.qasm.from_qiskit import NotConverted, circuit_from_qiskit  # noqa: E402
+from velacamplix import Circuit, Condition  # noqa: E402
+from velacamplix.qasm.from_qiskit import NotConverted, parts_from_qiskit  # noqa: E402
 
 UNITARY = library.UnitaryGate(random_unitary(4, seed=3))
+
+
+def circuit_from_qiskit(program):
+    return Circuit._assembled(*parts_from_qiskit(program))
 
 
 def part(n_qubits=2, phase=0.4):

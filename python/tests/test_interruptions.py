@@ -12,7 +12,11 @@ import pytest
 from full_matrices import random_state
 from test_statevector_arguments import refused
 
-from velacamplix import Observable, Progress, StateVector, _core, _drive, _exports, _progress, _sampling
+from velacamplix import Observable, Progress, StateVector, _core
+from velacamplix.programs import drive as _drive
+from velacamplix.programs import progress as _progress
+from velacamplix.states import exports as _exports
+from velacamplix.states import sampling as _sampling
 
 
 class Enough(Exception):

@@ -9,7 +9,10 @@ from pathlib import Path
 import numpy as np
 import pytest
 
-from velacamplix import StateVector, _groups, _machine, _memory, max_qubits, memory_needed
+from velacamplix import StateVector, max_qubits, memory_needed
+from velacamplix.machine import groups as _groups
+from velacamplix.machine import limits as _machine
+from velacamplix.machine import memory as _memory
 
 GIB = 2**30
 

@@ -10,7 +10,11 @@ from pathlib import Path
 import numpy as np
 import pytest
 
-from velacamplix import Circuit, Counts, Parameter, StateVector, _machine, _memory, _pickling, _shots, run
+from velacamplix import Circuit, Counts, Parameter, StateVector, run
+from velacamplix.machine import limits as _machine
+from velacamplix.machine import memory as _memory
+from velacamplix.machine import pickling as _pickling
+from velacamplix.results import shot_rows as _shots
 
 HERE = Path(__file__).parent
 MIB = 2**20

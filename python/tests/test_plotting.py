@@ -8,7 +8,7 @@ import numpy as np
 import pytest
 
 from velacamplix import Circuit, Counts, StateVector, run
-from velacamplix.plotting import plot_counts, plot_probabilities, plot_state
+from velacamplix.plots.plots import plot_counts, plot_probabilities, plot_state
 
 matplotlib = pytest.importorskip("matplotlib")
 matplotlib.use("Agg")

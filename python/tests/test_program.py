@@ -8,7 +8,7 @@ import numpy_simulator as oracle
 import pytest
 
 from velacamplix import Circuit, Instruction, StateVector, _core
-from velacamplix.instruction import GATES
+from velacamplix.instructions.instruction import GATES
 
 PROGRAMS = {"double": _core.ProgramDouble, "single": _core.ProgramSingle}
 

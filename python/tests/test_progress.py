@@ -13,7 +13,9 @@ import time
 import numpy as np
 import pytest
 
-from velacamplix import Circuit, Progress, StateVector, _drive, _progress, run
+from velacamplix import Circuit, Progress, StateVector, run
+from velacamplix.programs import drive as _drive
+from velacamplix.programs import progress as _progress
 
 
 def layers(n, count, n_clbits=0):

@@ -6,7 +6,7 @@ import numpy as np
 import numpy_simulator
 import pytest
 
-from velacamplix.circuit import Circuit
+from velacamplix import Circuit
 
 FOLDER = Path(__file__).parents[2] / "examples" / "circuits"
 

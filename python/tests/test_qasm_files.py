@@ -6,7 +6,7 @@ from pathlib import Path
 import pytest
 from qasm_texts import HEADER
 
-from velacamplix.circuit import Circuit
+from velacamplix import Circuit
 from velacamplix.qasm import QasmError, files, read_qasm
 
 GHZ = Path(__file__).parents[2] / "examples" / "circuits" / "ghz.qasm"

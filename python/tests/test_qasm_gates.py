@@ -8,8 +8,8 @@ import numpy_simulator
 import pytest
 from qasm_texts import HEADER, QELIB1, call, random_program
 
-from velacamplix.circuit import Circuit
-from velacamplix.instruction import GATES, Instruction
+from velacamplix import Circuit
+from velacamplix.instructions.instruction import GATES, Instruction
 
 pytest.importorskip("qiskit", reason="these tests compare with Qiskit: pip install velacamplix[test]")
 from qiskit import qasm2  # noqa: E402

@@ -7,8 +7,8 @@ from pathlib import Path
 import pytest
 from qasm_texts import HEADER, random_program
 
-from velacamplix.circuit import Circuit
-from velacamplix.instruction import Condition, Instruction, Register
+from velacamplix import Circuit
+from velacamplix.instructions.instruction import Condition, Instruction, Register
 from velacamplix.qasm import read_qasm
 
 EXAMPLES = sorted((Path(__file__).parents[2] / "examples" / "circuits").glob("*.qasm"))

@@ -11,7 +11,7 @@ from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 from qasm_texts import HEADER, random_program
 
-from velacamplix.instruction import Instruction
+from velacamplix.instructions.instruction import Instruction
 from velacamplix.qasm import QasmError, read_qasm
 
 EXAMPLES = {path.stem: path.read_text() for path in sorted((Path(__file__).parents[2] / "examples" / "circuits").glob("*.qasm"))}

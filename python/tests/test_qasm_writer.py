@@ -11,8 +11,8 @@ import pytest
 from qasm_texts import HEADER, random_program
 
 from velacamplix import Circuit, Condition, GateDefinition, Instruction, Parameter, Register
-from velacamplix._circuit_composites import COMPOSITES
-from velacamplix.instruction import GATES
+from velacamplix.instructions.gates import COMPOSITES
+from velacamplix.instructions.instruction import GATES
 from velacamplix.qasm import read_qasm
 from velacamplix.qasm.blocks import MOST_CONTROLS, plain
 

@@ -6,7 +6,7 @@ import numpy as np
 import pytest
 
 from velacamplix import Circuit, GateDefinition, Parameter, StateVector, run
-from velacamplix import _prepare
+from velacamplix.programs import prepare as _prepare
 
 
 def ansatz(n, layers):

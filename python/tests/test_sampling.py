@@ -7,7 +7,8 @@ import pytest
 from full_matrices import bits, random_state
 from test_statevector_arguments import refused
 
-from velacamplix import StateVector, _core, _sampling
+from velacamplix import StateVector, _core
+from velacamplix.states import sampling as _sampling
 
 
 def outcome(index, qubits, order):

@@ -4,7 +4,8 @@ import numpy as np
 import pytest
 from full_matrices import random_state
 
-from velacamplix import Circuit, Observable, Parameter, StateVector, _machine, run
+from velacamplix import Circuit, Observable, Parameter, StateVector, run
+from velacamplix.machine import limits as _machine
 
 # 2**25 equal amplitudes: from the first 2**24 probabilities on, a running sum in single precision does not change.
 BIG = 25

@@ -4,10 +4,11 @@ from itertools import permutations
 
 import numpy as np
 import pytest
-from full_matrices import on_qubits, product, READS, random_state
+from full_matrices import READS, on_qubits, product, random_state
 from test_statevector_arguments import refused
 
-from velacamplix import Circuit, StateVector, _machine
+from velacamplix import Circuit, StateVector
+from velacamplix.machine import limits as _machine
 
 X = [[0, 1], [1, 0]]
 

@@ -7,7 +7,8 @@ import full_matrices as full
 import numpy as np
 import pytest
 
-from velacamplix import Circuit, Instruction, StateVector, UnsupportedInstruction, _compile
+from velacamplix import Circuit, Instruction, StateVector, UnsupportedInstruction
+from velacamplix.programs import compile as _compile
 
 
 def random_circuit(n, length, seed):

@@ -11,7 +11,9 @@ import pytest
 from test_memory import MOUNTS_V1, MOUNTS_V2, lay_out
 from test_processes import in_child
 
-from velacamplix import StateVector, _groups, _machine, refresh_threads
+from velacamplix import StateVector, refresh_threads
+from velacamplix.machine import groups as _groups
+from velacamplix.machine import limits as _machine
 
 
 @pytest.fixture(autouse=True)

@@ -7,28 +7,44 @@
 [0.5, 0.0, 0.0, 0.5]
 """
 
-from . import _stacks  # noqa: F401, I001  (before the extension)
-from . import _waiting  # noqa: F401  (the first to load the extension)
-from . import _processes  # noqa: F401  (fork becomes safe when the package is imported)
-from . import _circuit_definition, instruction
-from ._core import version as _version
-from ._circuit_definition import GateDefinition
-from ._expectations import Estimate
-from ._machine import refresh_threads
-from ._memory import max_qubits, memory_needed
-from ._plan import Pass, Plan, Timings
-from ._progress import Progress
-from ._run import UnsupportedInstruction
-from .circuit import Circuit
-from .counts import Counts
-from .instruction import Condition, Instruction, Register
-from .observable import Observable, Term
-from .parameter import Expression, Parameter
-from .plotting import plot_counts, plot_probabilities, plot_state
+from typing import get_type_hints
+
+from .core import extension  # isort: skip  (before all that imports NumPy: it refuses subinterpreters clearly)
+
+from . import qasm
+from .circuit.circuit import Circuit
+from .instructions.definition import GateDefinition
+from .instructions.expression import Expression, Parameter
+from .instructions.instruction import Condition, Instruction, Register
+from .machine.limits import refresh_threads
+from .machine.memory import max_qubits, memory_needed
+from .observables.observable import Observable, Term
+from .plots.plots import plot_counts, plot_probabilities, plot_state
+from .programs.progress import Progress
 from .qasm.errors import QasmError
-from .result import Result
-from .running import run
-from .statevector import StateVector
+from .results.counts import Counts
+from .results.plan import Pass, Plan, Timings
+from .running.result import Result
+from .running.run import run
+from .states.apply import UnsupportedInstruction
+from .states.expectations import Estimate
+from .states.statevector import StateVector
+
+# The rooms, lowest first: a file imports from its own room and from those before it, never from one behind. In one line,
+# rooms that do not know each other.
+_ROOMS = (
+    ("core",),
+    ("basics",),
+    ("machine",),
+    ("instructions",),
+    ("views", "qasm", "observables"),
+    ("circuit", "results"),
+    ("programs",),
+    ("states",),
+    ("running",),
+    ("plots",),
+    ("cli",),
+)
 
 __all__ = [
     "Circuit",
@@ -59,9 +75,18 @@ __all__ = [
     "run",
 ]
 
-# Named in annotations of modules that cannot import them: so `typing.get_type_hints` finds them.
-setattr(instruction, "GateDefinition", GateDefinition)
-setattr(_circuit_definition, "Circuit", Circuit)
+# One address for each public name, whatever file it stands in: in messages, documents and pickles. Annotations of fields
+# are texts until they are read in that file, so they are read first.
+for _name in __all__:
+    _item = globals()[_name]
+    if isinstance(_item, type):
+        _fields = vars(_item).get("__annotations__", {})
+        _hints = get_type_hints(_item)
+        _fields.update({_field: _hints[_field] for _field in _fields})
+    _item.__module__ = __name__
+del _name, _item, _fields, _hints
+
+qasm.read_qasm = Circuit.from_qasm
 
 # That of the library which was loaded.
-__version__ = _version()
+__version__ = extension.version()

@@ -1,10 +1,15 @@
-"""OpenQASM 2: `read_qasm` and the `QasmError` it raises.
+"""OpenQASM 2 and 3: `read_qasm` and the `QasmError` it raises.
 
-From a text to a circuit in four steps: `reader` (files), `syntax` with `expressions` (statements; `mistakes` tells why
+From a text to registers and instructions in four steps: `reader` (files), `syntax` with `expressions` (statements; `mistakes` tells why
 there is none), `program` (registers, broadcasting, conditions), `definitions` with `qelib1` (gates).
 """
 
+from collections.abc import Callable
+from typing import Any
+
 from .errors import QasmError
-from .reader import read_qasm
+
+#: `Circuit.from_qasm`, under its older name; the package sets it, as nothing here knows the class.
+read_qasm: Callable[..., Any]
 
 __all__ = ["QasmError", "read_qasm"]

@@ -8,13 +8,13 @@ from __future__ import annotations
 
 import math
 import re
-from functools import lru_cache
-from typing import Any, Dict, List, Optional, Tuple
+from functools import cache
+from typing import Any
 
-from .._circuit_composites import COMPOSITES
-from .._circuit_definition import GateDefinition
-from ..instruction import GATES, Instruction
-from ..parameter import Parameter
+from ..instructions.definition import GateDefinition
+from ..instructions.expression import Parameter
+from ..instructions.gates import COMPOSITES
+from ..instructions.instruction import GATES, Instruction
 from . import qelib1
 
 #: A gate with more controls takes more than ten thousand gates of qelib1.inc.
@@ -23,8 +23,8 @@ MOST_CONTROLS = 8
 #: And what its own qubits add to them in the gates its block is made of.
 MOST_INSIDE = MOST_CONTROLS + 3
 
-Steps = List[Instruction]
-Qubits = Tuple[int, ...]
+Steps = list[Instruction]
+Qubits = tuple[int, ...]
 
 _FORMALS = ("a", "b", "c", "d")
 _BLOCK_NAME = re.compile(r"(?:c([1-9][0-9]?)_)?([a-z][A-Za-z0-9_]*)")
@@ -54,8 +54,8 @@ def _named(name: str, qubits: Qubits, controls: Qubits, condition: Any = None, p
     return Instruction(name, qubits, params, controls, (), condition)
 
 
-@lru_cache(maxsize=None)
-def block(name: str, n_controls: int) -> Optional[GateDefinition]:
+@cache
+def block(name: str, n_controls: int) -> GateDefinition | None:
     """Return what a gate of the package with controls is made of, in smaller ones; None if it needs no block.
 
     Qubits are the controls, then the gate's own.
@@ -70,7 +70,7 @@ def block(name: str, n_controls: int) -> Optional[GateDefinition]:
     return GateDefinition.checked(block_name(name, n_controls), formals, len(controls + own), tuple(steps))
 
 
-@lru_cache(maxsize=None)
+@cache
 def library_block(name: str) -> GateDefinition:
     """Return what a gate of the later qelib1.inc is made of, for readers whose file does not have it."""
     gate = qelib1.GATES[name]
@@ -99,7 +99,7 @@ def controlled(definition: GateDefinition, n_controls: int) -> GateDefinition:
     return GateDefinition.checked(name, definition.params, n_controls + definition.n_qubits, tuple(body))
 
 
-def known(definition: GateDefinition, declared: Dict[str, GateDefinition]) -> Optional[Tuple[str, int, Any]]:
+def known(definition: GateDefinition, declared: dict[str, GateDefinition]) -> tuple[str, int, Any] | None:
     """Return name, number of controls and definition of the gate whose block this is, or None if it is another.
 
     `declared` holds the definitions the block may be a controlled form of.
@@ -239,7 +239,7 @@ def _sequence(name: str) -> Any:
 _QUARTER = math.pi / 4
 _HALF = math.pi / 2
 
-_BODIES: Dict[str, Any] = {
+_BODIES: dict[str, Any] = {
     "X": _flip, "Y": _y, "Z": _sign, "H": _h,
     "S": _fixed_phase(_HALF), "T": _fixed_phase(_QUARTER), "sdg": _fixed_phase(-_HALF), "tdg": _fixed_phase(-_QUARTER),
     "RX": _rx, "RY": _turn("RY"), "RZ": _turn("RZ"), "PH": _phase,

@@ -2,11 +2,12 @@
 
 from __future__ import annotations
 
-from typing import Any, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
+from collections.abc import Mapping, Sequence
+from typing import Any, NamedTuple
 
-from .._circuit_definition import SIZE_LIMIT, GateDefinition
-from ..instruction import Condition, Instruction
-from ..parameter import CalculationError, Expression, Parameter
+from ..instructions.definition import SIZE_LIMIT, GateDefinition
+from ..instructions.expression import CalculationError, Expression, Parameter
+from ..instructions.instruction import Condition, Instruction
 from . import qelib1
 from .errors import fail, quoted, shortened
 from .expressions import Params
@@ -33,15 +34,15 @@ class DeclaredGate(NamedTuple):
     """
 
     name: str
-    formals: Tuple[str, ...]
+    formals: tuple[str, ...]
     n_qubits: int
-    steps: Tuple[Step, ...]
-    definition: Optional[GateDefinition]
+    steps: tuple[Step, ...]
+    definition: GateDefinition | None
     size: int
-    opaque: Optional[str]
+    opaque: str | None
     reach: float
     can_be_replaced: bool = False
-    call: Optional[Tuple[str, int, Any]] = None
+    call: tuple[str, int, Any] | None = None
 
     @property
     def n_params(self) -> int:
@@ -49,7 +50,7 @@ class DeclaredGate(NamedTuple):
         return len(self.formals)
 
 
-Gate = Union[LibraryGate, DeclaredGate]
+Gate = LibraryGate | DeclaredGate
 
 
 def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredGate:
@@ -66,8 +67,8 @@ def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredG
             fail(f"{quoted(qubit)} is both a parameter and a qubit", qubit)
     if declaration.body is None:
         return DeclaredGate(name, tuple(formals), len(slots), (), None, 1, name, 0.0)
-    steps: List[Step] = []
-    body: List[Instruction] = []
+    steps: list[Step] = []
+    body: list[Instruction] = []
     size, opaque = 1, None
     for call in declaration.body:
         if isinstance(call, Barrier):
@@ -107,8 +108,8 @@ def check_operand_count(call: Call, gate: Gate, count: int) -> None:
 
 
 def instructions(
-    gate: Gate, params: Params, rows: Sequence[Tuple[int, ...]], condition: Optional[Condition] = None
-) -> Tuple[Instruction, ...]:
+    gate: Gate, params: Params, rows: Sequence[tuple[int, ...]], condition: Condition | None = None
+) -> tuple[Instruction, ...]:
     """Return the instructions of one call, one for each row of qubits."""
     if isinstance(gate, DeclaredGate):
         if gate.call is not None:
@@ -123,12 +124,12 @@ def instructions(
     return tuple([Instruction(step, row[n:], params, row[:n], (), condition) for row in rows])
 
 
-def check_values(gate: Gate, params: Tuple[float, ...], call: Call) -> None:
+def check_values(gate: Gate, params: tuple[float, ...], call: Call) -> None:
     """Raise `QasmError` if a call with these parameters has no finite value somewhere inside."""
     if not params or max(map(abs, params)) <= gate.reach:
         return
     # A stack of our own, because bodies may be nested more deeply than Python calls.
-    waiting: List[Tuple[Gate, Tuple[float, ...]]] = [(gate, params)]
+    waiting: list[tuple[Gate, tuple[float, ...]]] = [(gate, params)]
     while waiting:
         gate, params = waiting.pop()
         if not params or max(map(abs, params)) <= gate.reach:
@@ -152,7 +153,7 @@ def check_values(gate: Gate, params: Tuple[float, ...], call: Call) -> None:
 
 def _checked(
     call: Call, owner: str, gates: Mapping[str, Gate], formals: Mapping[str, int], slots: Mapping[str, int]
-) -> Tuple[Gate, Tuple[int, ...]]:
+) -> tuple[Gate, tuple[int, ...]]:
     if call.name == owner:
         fail(f"gate {quoted(owner)} is used in its own definition", call.token)
     gate = find(call, gates)
@@ -179,7 +180,7 @@ def check_names(params: Params, formals: Mapping[str, int]) -> None:
                 fail(f"unknown parameter {quoted(part.name)}; known: {shortened(known)}", part.place.token)
 
 
-def _slots(arguments: Sequence[Argument], slots: Mapping[str, int]) -> Tuple[int, ...]:
+def _slots(arguments: Sequence[Argument], slots: Mapping[str, int]) -> tuple[int, ...]:
     for argument in arguments:
         if argument.register not in slots:
             fail(f"unknown qubit {quoted(argument.register)} in a gate's body", argument.register)
@@ -188,8 +189,8 @@ def _slots(arguments: Sequence[Argument], slots: Mapping[str, int]) -> Tuple[int
     return tuple(slots[argument.register] for argument in arguments)
 
 
-def _positions(names: Sequence[Token], noun: str) -> Dict[str, int]:
-    positions: Dict[str, int] = {}
+def _positions(names: Sequence[Token], noun: str) -> dict[str, int]:
+    positions: dict[str, int] = {}
     for name in names:
         if name in positions:
             fail(f"{noun} {quoted(name)} named twice", name)

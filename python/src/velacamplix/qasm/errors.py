@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any, NoReturn, Optional, Tuple
+from typing import Any, NoReturn
 
 from .source import Token
 
@@ -28,7 +28,7 @@ class QasmError(ValueError):
     """
 
     def __init__(
-        self, message: str, *, line: int, column: int, path: Optional[str] = None, text: str = ""
+        self, message: str, *, line: int, column: int, path: str | None = None, text: str = ""
     ) -> None:
         super().__init__(message)
         self.message = message
@@ -42,7 +42,7 @@ class QasmError(ValueError):
         near = f" (at {self.text!r})" if self.text else ""
         return f"{where}: {self.message}{near}"
 
-    def __reduce__(self) -> Tuple[Any, ...]:
+    def __reduce__(self) -> tuple[Any, ...]:
         # The default would call the constructor without its keywords.
         return (_restored, (self.message, self.line, self.column, self.path, self.text))
 
@@ -63,5 +63,5 @@ def quoted(text: str) -> str:
     return repr(shortened(str(text)))
 
 
-def _restored(message: str, line: int, column: int, path: Optional[str], text: str) -> QasmError:
+def _restored(message: str, line: int, column: int, path: str | None, text: str) -> QasmError:
     return QasmError(message, line=line, column=column, path=path, text=text)

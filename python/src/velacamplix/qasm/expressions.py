@@ -7,14 +7,14 @@ sign binds more tightly than * and /, less tightly than ^: -2^2 is -4. ^ groups 
 from __future__ import annotations
 
 import re
-from typing import Dict, List, NoReturn, Optional, Tuple
+from typing import NoReturn
 
-from ..parameter import FUNCTIONS, Angle, CalculationError, Expression, Parameter, calculated
+from ..instructions.expression import FUNCTIONS, Angle, CalculationError, Expression, Parameter, calculated
 from .errors import fail
 from .lexicon import FUNCTION_NAMES, MORE_FUNCTION_NAMES, NUMBER, RESERVED, Tokens, refuse_leading_zeros
 from .source import Source, Token
 
-Params = Tuple[Angle, ...]
+Params = tuple[Angle, ...]
 
 # Nearly all parameters of a large file are plain numbers.
 _PLAIN = re.compile(r"[-+0-9.eE, \t]*\Z")
@@ -30,7 +30,7 @@ _PI = 3.141592653589793
 
 # An operator whose right operand is not complete, or an open parenthesis (perhaps of a function): its rank, what to
 # calculate, and the number of the word.
-Waiting = Tuple[int, str, int]
+Waiting = tuple[int, str, int]
 
 _LONGEST_MEMORY = 20_000
 
@@ -54,9 +54,9 @@ class ParameterLists:
 
     def __init__(self, source: Source) -> None:
         self._source = source
-        self._known: Dict[str, Params] = {}
+        self._known: dict[str, Params] = {}
 
-    def whole(self, text: str, offset: int) -> Optional[Params]:
+    def whole(self, text: str, offset: int) -> Params | None:
         """Return the parameters of a list, or None if it is closed before the end of `text`.
 
         `text` stands at `offset`, between the parentheses.
@@ -88,7 +88,7 @@ class ParameterLists:
             self._known[text] = params
         return params
 
-    def read(self, offset: int) -> Tuple[Params, int]:
+    def read(self, offset: int) -> tuple[Params, int]:
         """Return the parameters of a list, and the place behind its closing parenthesis.
 
         `offset` is behind the opening one.
@@ -106,14 +106,14 @@ class ParameterLists:
         last = _word(self._source, offset, count - 1)
         return params, last.offset + 1
 
-    def _read(self, words: List[str], offset: int) -> Tuple[Params, int]:
+    def _read(self, words: list[str], offset: int) -> tuple[Params, int]:
         """Return the parameters, and how many words were read, the closing parenthesis included.
 
         The last word is empty: nothing takes it, so that the list is closed before it or refused there.
         """
-        params: List[Angle] = []
-        operands: List[Angle] = []
-        waiting: List[Waiting] = []
+        params: list[Angle] = []
+        operands: list[Angle] = []
+        waiting: list[Waiting] = []
         wants_operand = True
         opens_function = False
         for number, word in enumerate(words):
@@ -170,7 +170,7 @@ class ParameterLists:
                 self._fail(offset, number, False, waiting)
         raise AssertionError("the last word is refused at the latest")
 
-    def _apply(self, operator: Waiting, operands: List[Angle], offset: int) -> None:
+    def _apply(self, operator: Waiting, operands: list[Angle], offset: int) -> None:
         rank, operation, number = operator
         right = operands.pop()
         values: Params
@@ -210,14 +210,14 @@ class ParameterLists:
             fail("number too large", self._word(offset, number))
         return value
 
-    def _named(self, word: str, offset: int, number: int, waiting: List[Waiting]) -> Angle:
+    def _named(self, word: str, offset: int, number: int, waiting: list[Waiting]) -> Angle:
         if not "a" <= word[:1] <= "z":
             self._fail(offset, number, True, waiting)
         if word in RESERVED:
             fail(f"{word} is a reserved word and cannot stand here", self._word(offset, number))
         return Parameter(word, Place(self._source, offset, number))
 
-    def _fail(self, offset: int, number: int, wants_operand: bool, waiting: List[Waiting]) -> NoReturn:
+    def _fail(self, offset: int, number: int, wants_operand: bool, waiting: list[Waiting]) -> NoReturn:
         if wants_operand:
             expected = ["'('", "'+'", "'-'", "'pi'", "a function", "a name (it starts with a small letter)", "a number"]
         else:

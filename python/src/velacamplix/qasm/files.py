@@ -4,9 +4,9 @@ from __future__ import annotations
 
 import select
 from pathlib import Path
-from typing import Any, Optional, Tuple
+from typing import Any
 
-from .. import _check
+from ..basics import checks
 from .errors import QasmError
 
 #: More bytes than ten million instructions take. What is longer is no program but, perhaps, a device without end.
@@ -15,7 +15,7 @@ MOST_BYTES = 2**29
 _PIECE = 2**20
 
 
-def given(source: Any) -> Tuple[str, Optional[Path]]:
+def given(source: Any) -> tuple[str, Path | None]:
     """Return the text of a program, and the path if `source` names a file.
 
     Raises
@@ -26,7 +26,7 @@ def given(source: Any) -> Tuple[str, Optional[Path]]:
         If the file cannot be read, or `source` is neither text nor path.
     """
     if isinstance(source, str):
-        source = _check.plain(source)
+        source = checks.plain(source)
         if _is_program(source):
             return without_mark(source), None
     try:

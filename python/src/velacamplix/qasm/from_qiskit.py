@@ -7,8 +7,9 @@ from __future__ import annotations
 
 import cmath
 import math
+from collections.abc import Container, Sequence
 from dataclasses import replace
-from typing import Any, Container, Dict, List, NamedTuple, Optional, Sequence, Set, Tuple
+from typing import Any, NamedTuple
 
 import numpy as np
 import qiskit.circuit
@@ -31,14 +32,14 @@ from qiskit.circuit import library as qiskit_library
 from qiskit.circuit.classical import expr
 from qiskit.quantum_info import Operator
 
-from .. import _check
-from .._circuit_definition import GateDefinition, renamed, size
-from .._circuit_inverse import inverted
-from ..circuit import Circuit
-from ..instruction import Condition, Instruction, Register
-from ..parameter import Angle, Expression, Parameter, free_names
+from ..basics import checks
+from ..instructions import checked
+from ..instructions.definition import GateDefinition, inverted, renamed, size
+from ..instructions.expression import Angle, Expression, Parameter, free_names
+from ..instructions.instruction import Condition, Instruction, Register
 from .errors import QasmError
 from .expressions import ParameterLists
+from .program import MOST_BITS, Parts
 from .qelib1 import GATES as CALLS
 from .source import Source
 
@@ -64,7 +65,7 @@ _BoxOp = getattr(qiskit.circuit, "BoxOp", ())  # since Qiskit 2.0
 class NotConverted(ValueError):
     """Something that a `Circuit` cannot say; `position` is the instruction's in its circuit, None for what has none."""
 
-    def __init__(self, message: str, position: Optional[int] = None) -> None:
+    def __init__(self, message: str, position: int | None = None) -> None:
         super().__init__(message)
         self.position = position
 
@@ -83,8 +84,8 @@ class DefinedGate(Gate):  # type: ignore[misc]
         self.definition = self.body.assign_parameters(values)
 
 
-def circuit_from_qiskit(program: Any, registers: Optional[Sequence[Register]] = None) -> Circuit:
-    """Return the same circuit as a `Circuit`, global phase included.
+def parts_from_qiskit(program: Any, registers: Sequence[Register] | None = None) -> Parts:
+    """Return registers and instructions of the same circuit, global phase included.
 
     Delays become nothing, as nothing happens during them. `registers` are the names to use, by default those of
     Qiskit's circuit.
@@ -94,11 +95,14 @@ def circuit_from_qiskit(program: Any, registers: Optional[Sequence[Register]] = 
     NotConverted
         If there is something a `Circuit` cannot say; the message names it.
     """
-    circuit = Circuit(program.num_qubits, program.num_clbits, registers=registers or _registers(program))
+    n_qubits = checks.integer(program.num_qubits, "n_qubits", minimum=0, maximum=MOST_BITS)
+    n_clbits = checks.integer(program.num_clbits, "n_clbits", minimum=0, maximum=MOST_BITS)
+    listed = checked.registers(registers or _registers(program), n_qubits, n_clbits)
+    made: list[Instruction] = []
     conversion = _Conversion(program)
     phase = _angle(program.global_phase)
-    placed: List[Tuple[Optional[int], Instruction]] = []
-    first_phase: Optional[int] = None
+    placed: list[tuple[int | None, Instruction]] = []
+    first_phase: int | None = None
     for position, item in enumerate(program.data):
         try:
             part = conversion.part(item, conversion.outside)
@@ -115,10 +119,10 @@ def circuit_from_qiskit(program: Any, registers: Optional[Sequence[Register]] = 
         raise NotConverted(str(error), first_phase) from None
     for place, step in [*[(first_phase, step) for step in steps], *placed]:
         try:
-            circuit.append(step)
+            made.append(checked.instruction(step, n_qubits, n_clbits))
         except (TypeError, ValueError, IndexError) as error:
             raise NotConverted(str(error), place) from None
-    return circuit
+    return Parts(listed, made)
 
 
 def definition_from_qiskit(name: str, params: Sequence[str], body: Any, others: Container[str] = ()) -> GateDefinition:
@@ -131,10 +135,10 @@ def definition_from_qiskit(name: str, params: Sequence[str], body: Any, others: 
     return renamed(GateDefinition.checked(name, tuple(params), body.num_qubits, tuple(steps)), others)
 
 
-def body_steps(body: Any, first: int) -> List[Instruction]:
+def body_steps(body: Any, first: int) -> list[Instruction]:
     """Return what the instructions of a gate's body become, from number `first` on, without its own global phase."""
     conversion = _Conversion(body)
-    steps: List[Instruction] = []
+    steps: list[Instruction] = []
     for item in body.data[first:]:
         part = conversion.part(item, conversion.outside)
         for step in part.steps:
@@ -147,7 +151,7 @@ def body_steps(body: Any, first: int) -> List[Instruction]:
 class _Part(NamedTuple):
     """Steps, and a phase of the whole state beside them."""
 
-    steps: List[Instruction]
+    steps: list[Instruction]
     phase: Angle = 0.0
 
     def inverse(self) -> _Part:
@@ -157,7 +161,7 @@ class _Part(NamedTuple):
         once = self if times >= 0 else self.inverse()
         return _Part(once.steps * abs(times), _product(once.phase, abs(times)))
 
-    def controlled(self, controls: Tuple[int, ...], state: int) -> _Part:
+    def controlled(self, controls: tuple[int, ...], state: int) -> _Part:
         """Let all happen only where the controls have the bits of `state`, the first the lowest."""
         if not controls:
             return self
@@ -171,8 +175,8 @@ class _Part(NamedTuple):
 class _Places(NamedTuple):
     """The numbers that a block's bits have in the whole circuit."""
 
-    qubits: Dict[Any, int]
-    clbits: Dict[Any, int]
+    qubits: dict[Any, int]
+    clbits: dict[Any, int]
 
 
 class _Conversion:
@@ -184,7 +188,7 @@ class _Conversion:
             {bit: number for number, bit in enumerate(program.clbits)},
         )
         # Gates that share what they are made of are converted once; kept alive, so that no other takes the number.
-        self._definitions: Dict[int, Tuple[Any, GateDefinition]] = {}
+        self._definitions: dict[int, tuple[Any, GateDefinition]] = {}
 
     def part(self, item: Any, places: _Places, is_conditioned: bool = False) -> _Part:
         """Return what an instruction becomes, at its place in the circuit."""
@@ -205,7 +209,7 @@ class _Conversion:
             return _Part(steps)
         return part
 
-    def _block(self, block: Any, qubits: Tuple[int, ...], clbits: Tuple[int, ...], is_conditioned: bool) -> _Part:
+    def _block(self, block: Any, qubits: tuple[int, ...], clbits: tuple[int, ...], is_conditioned: bool) -> _Part:
         inside = _Places(dict(zip(block.qubits, qubits)), dict(zip(block.clbits, clbits)))
         parts = [self.part(item, inside, is_conditioned) for item in block.data]
         phase = _angle(block.global_phase)
@@ -215,7 +219,7 @@ class _Conversion:
 
     # --- Conditions ---
 
-    def _if(self, operation: Any, qubits: Tuple[int, ...], clbits: Tuple[int, ...], places: _Places) -> List[Instruction]:
+    def _if(self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...], places: _Places) -> list[Instruction]:
         yes, no = operation.blocks[0], operation.blocks[1] if len(operation.blocks) > 1 else None
         condition = self._condition(operation.condition, places.clbits)
         # A phase needs a qubit, though it does nothing to it.
@@ -228,7 +232,7 @@ class _Conversion:
             steps += self._under(otherwise, self._block(no, qubits, clbits, True), anyone, True)
         return steps
 
-    def _under(self, condition: Condition, part: _Part, anyone: Tuple[int, ...], is_last: bool) -> List[Instruction]:
+    def _under(self, condition: Condition, part: _Part, anyone: tuple[int, ...], is_last: bool) -> list[Instruction]:
         plain = [*part.steps, *_phase_steps(part.phase, len(anyone), anyone)]
         steps = [replace(step, condition=condition) if step.can_be_conditioned else step for step in plain]
         # Each step asks for the condition again, so none but the last may change what it reads.
@@ -237,7 +241,7 @@ class _Conversion:
                 raise NotConverted(f"inside an if, a measurement into a bit of its condition cannot be converted: {step}")
         return steps
 
-    def _condition(self, condition: Any, clbits: Dict[Any, int]) -> Condition:
+    def _condition(self, condition: Any, clbits: dict[Any, int]) -> Condition:
         if isinstance(condition, tuple):
             target, value = condition
             bits = (target,) if target in clbits else tuple(target)
@@ -247,7 +251,7 @@ class _Conversion:
             raise NotConverted(f"this condition cannot be converted: {condition}")
         return _reachable(found)
 
-    def _condition_of_expression(self, node: Any, clbits: Dict[Any, int]) -> Optional[Condition]:
+    def _condition_of_expression(self, node: Any, clbits: dict[Any, int]) -> Condition | None:
         node = _without_casts(node)
         if isinstance(node, expr.Var) and node.var in clbits:
             return Condition((clbits[node.var],), 1)
@@ -267,7 +271,7 @@ class _Conversion:
 
     # --- Operations ---
 
-    def _converted(self, operation: Any, qubits: Tuple[int, ...], clbits: Tuple[int, ...]) -> _Part:
+    def _converted(self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> _Part:
         if isinstance(operation, Measure):
             return _Part([Instruction("measure", qubits, (), (), clbits)])
         if isinstance(operation, Reset):
@@ -282,7 +286,7 @@ class _Conversion:
             return self._gate(operation, qubits)
         raise NotConverted(f"{operation.name!r} cannot be converted to an instruction of a circuit")
 
-    def _modified(self, operation: Any, qubits: Tuple[int, ...]) -> _Part:
+    def _modified(self, operation: Any, qubits: tuple[int, ...]) -> _Part:
         modifiers = operation.modifiers
         # The modifier that comes last has its controls first.
         ends = [operation.base_op.num_qubits]
@@ -303,7 +307,7 @@ class _Conversion:
                 raise NotConverted(f"the modifier {modifier} cannot be converted")
         return part
 
-    def _gate(self, operation: Any, qubits: Tuple[int, ...]) -> _Part:
+    def _gate(self, operation: Any, qubits: tuple[int, ...]) -> _Part:
         if isinstance(operation, DefinedGate):
             definition = operation.made_of
             params = tuple([_angle(value) for value in operation.params])
@@ -345,7 +349,7 @@ class _Conversion:
         return known[1]
 
 
-def _power(part: _Part, exponent: float, operation: Any, qubits: Tuple[int, ...]) -> _Part:
+def _power(part: _Part, exponent: float, operation: Any, qubits: tuple[int, ...]) -> _Part:
     """Return a power of what `part` does to `qubits` and `operation` says in Qiskit's terms."""
     is_whole = float(exponent).is_integer()
     is_open = any([True for step in part.steps for _ in free_names(step.params)]) or isinstance(part.phase, Expression)
@@ -380,7 +384,7 @@ def _require_principal(part: _Part, exponent: float) -> None:
             )
 
 
-def _angles(step: Instruction) -> Tuple[Angle, ...]:
+def _angles(step: Instruction) -> tuple[Angle, ...]:
     return step.params  # type: ignore[return-value]  # complex ones only in matrices
 
 
@@ -400,7 +404,7 @@ def _matrix_power(unitary: Any, exponent: float) -> Any:
     return vectors * np.exp(1j * exponent * phases) @ vectors.conj().T
 
 
-def _known(operation: Any) -> Optional[Tuple[Optional[str], int]]:
+def _known(operation: Any) -> tuple[str | None, int] | None:
     """Return instruction and number of controls of one of Qiskit's own gates that circuits have too."""
     # Qiskit keeps some of its gates as fast copies of their class.
     kind = getattr(operation, "base_class", type(operation))
@@ -421,7 +425,7 @@ def _known(operation: Any) -> Optional[Tuple[Optional[str], int]]:
 # --- Phases and angles ---
 
 
-def _phase_steps(phase: Angle, n_qubits: int, qubits: Optional[Tuple[int, ...]] = None) -> List[Instruction]:
+def _phase_steps(phase: Angle, n_qubits: int, qubits: tuple[int, ...] | None = None) -> list[Instruction]:
     """Return steps that multiply the whole state by exp(i phase)."""
     if not isinstance(phase, Expression) and phase == 0.0:
         return []
@@ -445,15 +449,15 @@ def _product(angle: Angle, factor: float) -> Angle:
 def _angle(value: Any) -> Angle:
     """Return a number or expression of this package for one of Qiskit's."""
     if not isinstance(value, ParameterExpression):
-        return _check.angle(value)
+        return checks.angle(value)
     if not value.parameters:
-        return _check.angle(float(value))
+        return checks.angle(float(value))
     if isinstance(value, QiskitParameter):
         return Parameter(value.name)
     # Under names that any expression may have.
     listed = sorted(value.parameters, key=lambda parameter: str(parameter.name))
     plain = {parameter: QiskitParameter(f"p{number}") for number, parameter in enumerate(listed)}
-    names: Dict[str, Any] = {plain[parameter].name: Parameter(parameter.name) for parameter in listed}
+    names: dict[str, Any] = {plain[parameter].name: Parameter(parameter.name) for parameter in listed}
     text = str(value.subs(plain)).replace("**", "^").replace("log(", "ln(")
     try:
         (found,), _ = ParameterLists(Source(text + ")")).read(0)
@@ -478,7 +482,7 @@ def _angle(value: Any) -> Angle:
 # --- Conditions ---
 
 
-def _opposite(condition: Condition) -> Optional[Condition]:
+def _opposite(condition: Condition) -> Condition | None:
     """Return the condition that holds where the given one does not, if one value says it."""
     return Condition(condition.clbits, 1 - condition.value) if len(condition.clbits) == 1 else None
 
@@ -486,7 +490,7 @@ def _opposite(condition: Condition) -> Optional[Condition]:
 def _reachable(condition: Condition) -> Condition:
     if not 0 <= condition.value < 2 ** len(condition.clbits):
         n = len(condition.clbits)
-        raise NotConverted(f"the condition can never hold: {n} bit(s) do not become {_check.show(condition.value)}")
+        raise NotConverted(f"the condition can never hold: {n} bit(s) do not become {checks.show(condition.value)}")
     return condition
 
 
@@ -499,9 +503,9 @@ def _without_casts(node: Any) -> Any:
 # --- Names ---
 
 
-def _registers(program: Any) -> List[Register]:
+def _registers(program: Any) -> list[Register]:
     """Return registers that cover all bits in order; loose bits between them get one too."""
-    registers: List[Register] = []
+    registers: list[Register] = []
     taken = {register.name for register in [*program.qregs, *program.cregs]}
     kinds = (("quantum", program.qregs, program.qubits), ("classical", program.cregs, program.clbits))
     for kind, listed, bits in kinds:
@@ -520,7 +524,7 @@ def _registers(program: Any) -> List[Register]:
     return registers
 
 
-def _unused(name: str, taken: Set[str]) -> str:
+def _unused(name: str, taken: set[str]) -> str:
     number = 0
     while (candidate := f"{name}{number or ''}") in taken:
         number += 1

@@ -8,7 +8,7 @@ place.
 from __future__ import annotations
 
 import re
-from typing import Any, Dict, List, NoReturn, Optional, Set, Tuple
+from typing import Any, NoReturn
 
 from antlr4 import CommonTokenStream, InputStream
 from antlr4.error.ErrorListener import ErrorListener
@@ -21,12 +21,11 @@ from qiskit_qasm3_import.data import Scope
 from qiskit_qasm3_import.exceptions import raise_from_node
 from qiskit_qasm3_import.expression import ValueResolver
 
-from .. import _check
-from ..circuit import Circuit
-from ..instruction import Register
+from ..basics import checks
+from ..instructions.instruction import Register
 from .errors import QasmError
-from .from_qiskit import DefinedGate, NotConverted, body_steps, circuit_from_qiskit, definition_from_qiskit
-from .program import MOST_BITS
+from .from_qiskit import DefinedGate, NotConverted, body_steps, definition_from_qiskit, parts_from_qiskit
+from .program import MOST_BITS, Parts
 
 _NOT_CARRIED_OUT = {
     ast.ForInLoop: "a for loop",
@@ -40,8 +39,8 @@ _PARSER_PLACE = re.compile(r"L(\d+):C(\d+): (.*)", re.DOTALL)
 _VERSION = re.compile(r"(?:\s|//[^\n]*|/\*.*?\*/)*OPENQASM\s+([^\s;]+)", re.DOTALL)
 
 
-def imported(text: str, path: Optional[str]) -> Circuit:
-    """Return the circuit of an OpenQASM 3 program.
+def imported(text: str, path: str | None) -> Parts:
+    """Return registers and instructions of an OpenQASM 3 program.
 
     Raises
     ------
@@ -54,7 +53,7 @@ def imported(text: str, path: Optional[str]) -> Circuit:
         reading = _Reading(source)
         state = reading.convert(program)
         try:
-            return circuit_from_qiskit(state.circuit, reading.registers(state.circuit))
+            return parts_from_qiskit(state.circuit, reading.registers(state.circuit))
         except NotConverted as error:
             source.fail_at(None if error.position is None else reading.statements[error.position], str(error))
     except RecursionError:
@@ -64,7 +63,7 @@ def imported(text: str, path: Optional[str]) -> Circuit:
 class _Source:
     """The text, for errors that tell where."""
 
-    def __init__(self, text: str, path: Optional[str]) -> None:
+    def __init__(self, text: str, path: str | None) -> None:
         self.text = text
         self._path = path
 
@@ -73,7 +72,7 @@ class _Source:
         found = _WORD.match(lines[line - 1], column - 1) if line <= len(lines) else None
         return QasmError(message, line=line, column=column, path=self._path, text="" if found is None else found[0])
 
-    def fail_at(self, node: Optional[ast.QASMNode], message: str) -> NoReturn:
+    def fail_at(self, node: ast.QASMNode | None, message: str) -> NoReturn:
         span = getattr(node, "span", None)
         line, column = (1, 1) if span is None else (span.start_line, span.start_column + 1)
         raise self.error(message, line, column) from None
@@ -108,7 +107,7 @@ def _parsed(source: _Source) -> ast.Program:
 class _Values(ValueResolver):  # type: ignore[misc]
     """Constants and bits, where the importer's arithmetic is not the language's."""
 
-    def visit_BinaryExpression(self, node: ast.BinaryExpression) -> Tuple[Any, Any]:
+    def visit_BinaryExpression(self, node: ast.BinaryExpression) -> tuple[Any, Any]:
         value, kind = super().visit_BinaryExpression(node)
         if node.op.name == "/" and isinstance(value, int):
             left, right = self.visit(node.lhs)[0], self.visit(node.rhs)[0]
@@ -116,7 +115,7 @@ class _Values(ValueResolver):  # type: ignore[misc]
                 value += 1  # towards zero
         return value, kind
 
-    def visit_RangeDefinition(self, node: ast.RangeDefinition) -> Tuple[Any, Any]:
+    def visit_RangeDefinition(self, node: ast.RangeDefinition) -> tuple[Any, Any]:
         value, kind = super().visit_RangeDefinition(node)
         # Ranges of the language hold their end. What lies behind the last and before the first has no number in Python.
         forwards = value.step is None or value.step > 0
@@ -124,7 +123,7 @@ class _Values(ValueResolver):  # type: ignore[misc]
             value = slice(value.start, None, value.step)
         return value, kind
 
-    def _index_collection(self, collection: Any, kind: Any, indexer: Any, base: ast.QASMNode) -> Tuple[Any, Any]:
+    def _index_collection(self, collection: Any, kind: Any, indexer: Any, base: ast.QASMNode) -> tuple[Any, Any]:
         # Python cuts a range off where the bits end.
         found = super()._index_collection(collection, kind, indexer, base)
         for item in () if isinstance(indexer, ast.DiscreteSet) else indexer:
@@ -148,13 +147,13 @@ class _Reading(ConvertVisitor):  # type: ignore[misc]
         self._text = source
         self._body: Any = None  # of the gate that is being defined
         self._conditions = 0
-        self._names: Set[str] = set()  # of definitions
-        self._named: Dict[Tuple[str, int], Register] = {}
-        self.statements: List[Any] = []
+        self._names: set[str] = set()  # of definitions
+        self._named: dict[tuple[str, int], Register] = {}
+        self.statements: list[Any] = []
 
-    def registers(self, circuit: Any) -> Optional[List[Register]]:
+    def registers(self, circuit: Any) -> list[Register] | None:
         """Return the registers under the names of the program; None if there are qubits without."""
-        listed: List[Register] = []
+        listed: list[Register] = []
         for kind, n_bits in (("quantum", circuit.num_qubits), ("classical", circuit.num_clbits)):
             place = 0
             while place < n_bits:
@@ -222,16 +221,16 @@ class _Reading(ConvertVisitor):  # type: ignore[misc]
         finally:
             self._conditions -= 1
 
-    def _resolve_condition(self, node: ast.Expression, context: Any) -> Tuple[Any, Any]:
+    def _resolve_condition(self, node: ast.Expression, context: Any) -> tuple[Any, Any]:
         bits, value = super()._resolve_condition(node, context)
         n_bits = len(bits) if hasattr(bits, "__len__") else 1
         if not 0 <= value < 2**n_bits:
-            raise NotConverted(f"the condition can never hold: {n_bits} bit(s) do not become {_check.show(value)}")
+            raise NotConverted(f"the condition can never hold: {n_bits} bit(s) do not become {checks.show(value)}")
         return bits, value
 
     # --- Values ---
 
-    def _resolve_generic(self, node: ast.Expression, context: Any, *how: Any, **named: Any) -> Tuple[Any, Any]:
+    def _resolve_generic(self, node: ast.Expression, context: Any, *how: Any, **named: Any) -> tuple[Any, Any]:
         return _Values(context, *how, **named).resolve(node)
 
     # --- Gates ---

@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 import re
-from typing import NoReturn, Sequence, Tuple
+from collections.abc import Sequence
+from typing import NoReturn
 
 from .errors import fail
 from .source import Source, Token
@@ -88,7 +89,7 @@ class Tokens:
             fail(f"unexpected character '=', expected {words}", character)
         fail(f"unexpected text, expected {words}", self.token)
 
-    def _at(self, offset: int) -> Tuple[str, Token, int]:
+    def _at(self, offset: int) -> tuple[str, Token, int]:
         found = _TOKEN.match(self.source.text, offset)
         assert found is not None and found.lastgroup is not None  # the pattern takes everything
         kind = found.lastgroup

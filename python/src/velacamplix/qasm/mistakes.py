@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 import re
-from typing import NoReturn, Sequence
+from collections.abc import Sequence
+from typing import NoReturn
 
 from .errors import fail
 from .expressions import ParameterLists

@@ -2,11 +2,11 @@
 
 from __future__ import annotations
 
-from typing import Callable, Dict, Iterable, List, NamedTuple, Optional, Sequence, Set, Tuple, Union
+from collections.abc import Callable, Iterable, Sequence
+from typing import NamedTuple
 
-from .._circuit_definition import GateDefinition, renamed, size
-from ..circuit import Circuit
-from ..instruction import Condition, Instruction, Register
+from ..instructions.definition import GateDefinition, renamed, size
+from ..instructions.instruction import Condition, Instruction, Register
 from . import blocks, qelib1
 from .definitions import Gate, check_names, check_operand_count, check_values, define, find, instructions
 from .errors import fail, quoted, shortened
@@ -39,7 +39,14 @@ class Rows(NamedTuple):
     """The applications that one call stands for, one for each element of its registers."""
 
     n_operands: int
-    qubits: Tuple[Tuple[int, ...], ...]
+    qubits: tuple[tuple[int, ...], ...]
+
+
+class Parts(NamedTuple):
+    """What a circuit is made of, checked."""
+
+    registers: tuple[Register, ...]
+    instructions: list[Instruction]
 
 
 class Program:
@@ -60,23 +67,23 @@ class Program:
         self._include = include
         self._most_instructions = most_instructions
         self._spent = 0
-        self._registers: Dict[str, Register] = {}
+        self._registers: dict[str, Register] = {}
         # The bits of each whole register, shared by all that speak of it.
-        self._whole: Dict[str, Tuple[int, ...]] = {}
+        self._whole: dict[str, tuple[int, ...]] = {}
         self._n_bits = {"quantum": 0, "classical": 0}
-        self._gates: Dict[str, Gate] = dict(qelib1.LANGUAGE)
-        self._instructions: List[Instruction] = []
+        self._gates: dict[str, Gate] = dict(qelib1.LANGUAGE)
+        self._instructions: list[Instruction] = []
         # Argument lists seen so far, and calls without parameters: both
         # return again and again in a large file, and mean the same each time.
-        self._rows: Dict[str, Rows] = {}
-        self._definitions: Dict[str, GateDefinition] = {}
-        self._names: Set[str] = set()  # of definitions, which are not the gates' own where the package knows these
-        self._conditions: Dict[Tuple[str, int], Condition] = {}
-        self._known_calls: Dict[Tuple[str, str], Tuple[Tuple[Instruction, ...], int]] = {}
+        self._rows: dict[str, Rows] = {}
+        self._definitions: dict[str, GateDefinition] = {}
+        self._names: set[str] = set()  # of definitions, which are not the gates' own where the package knows these
+        self._conditions: dict[tuple[str, int], Condition] = {}
+        self._known_calls: dict[tuple[str, str], tuple[tuple[Instruction, ...], int]] = {}
 
-    def circuit(self) -> Circuit:
-        """Return the circuit of all statements so far."""
-        return Circuit._assembled(tuple(self._registers.values()), self._instructions)
+    def parts(self) -> Parts:
+        """Return registers and instructions of all statements so far."""
+        return Parts(tuple(self._registers.values()), self._instructions)
 
     def run(self, statements: Iterable[object]) -> None:
         """Take the statements of one file."""
@@ -153,7 +160,7 @@ class Program:
 
     # --- Operations ---
 
-    def _call(self, call: Call, condition: Optional[Condition] = None) -> Sequence[Instruction]:
+    def _call(self, call: Call, condition: Condition | None = None) -> Sequence[Instruction]:
         params = call.params
         key = (call.name, call.places.text)
         if not params and condition is None:
@@ -177,7 +184,7 @@ class Program:
         return steps
 
     def _operation(
-        self, operation: Union[Call, Measure, Reset], condition: Optional[Condition] = None
+        self, operation: Call | Measure | Reset, condition: Condition | None = None
     ) -> Sequence[Instruction]:
         if isinstance(operation, Call):
             return self._call(operation, condition)
@@ -253,7 +260,7 @@ class Program:
                 fail(f"a qubit of {quoted(repeated)} is named twice in one call", repeated)
         return Rows(len(arguments), qubits)
 
-    def _bits(self, argument: Argument, kind: str) -> Tuple[int, ...]:
+    def _bits(self, argument: Argument, kind: str) -> tuple[int, ...]:
         register = self._register(argument.register, kind)
         if argument.element is None:
             return self._whole[register.name]
@@ -273,7 +280,7 @@ class Program:
             fail(f"{quoted(name)} is a {register.kind} register, expected a {kind} one", name)
         return register
 
-    def _spend(self, work: int, statement: Union[Call, Measure, Reset, Barrier]) -> None:
+    def _spend(self, work: int, statement: Call | Measure | Reset | Barrier) -> None:
         self._spent += work
         if self._spent > self._most_instructions:
             if isinstance(statement, Call):

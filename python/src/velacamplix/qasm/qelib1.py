@@ -6,12 +6,13 @@ global phase and its controlled form belong together: cu3 is u3 with a control, 
 
 from __future__ import annotations
 
-from typing import Dict, Mapping, NamedTuple, Optional
+from collections.abc import Mapping
+from typing import NamedTuple
 
-from .._circuit_composites import COMPOSITES
-from .._circuit_definition import size
-from ..instruction import GATES as NATIVE
-from ..instruction import Instruction
+from ..instructions.definition import size
+from ..instructions.gates import COMPOSITES
+from ..instructions.instruction import GATES as NATIVE
+from ..instructions.instruction import Instruction
 
 
 class LibraryGate(NamedTuple):
@@ -35,7 +36,7 @@ class LibraryGate(NamedTuple):
     """
 
     name: str
-    step: Optional[str]
+    step: str | None
     n_controls: int
     n_params: int
     n_qubits: int
@@ -45,7 +46,7 @@ class LibraryGate(NamedTuple):
     opaque: None = None
 
 
-def _gate(name: str, step: Optional[str], n_controls: int = 0, n_params: int = 0, later: bool = False) -> LibraryGate:
+def _gate(name: str, step: str | None, n_controls: int = 0, n_params: int = 0, later: bool = False) -> LibraryGate:
     if step is None:
         return LibraryGate(name, None, 0, n_params, 1, 1, later)
     shape = COMPOSITES[step] if step in COMPOSITES else NATIVE[step]
@@ -53,7 +54,7 @@ def _gate(name: str, step: Optional[str], n_controls: int = 0, n_params: int = 0
     return LibraryGate(name, step, n_controls, shape.n_params, n_controls + shape.n_qubits, n_steps, later)
 
 
-def _table(entries: Mapping[str, object], later: bool = False) -> Dict[str, LibraryGate]:
+def _table(entries: Mapping[str, object], later: bool = False) -> dict[str, LibraryGate]:
     table = {}
     for name, entry in entries.items():
         step, n_controls = entry if isinstance(entry, tuple) else (entry, 0)
@@ -62,7 +63,7 @@ def _table(entries: Mapping[str, object], later: bool = False) -> Dict[str, Libr
 
 
 #: The gates that need no include.
-LANGUAGE: Dict[str, LibraryGate] = _table({"U": "u", "CX": "CNOT"})
+LANGUAGE: dict[str, LibraryGate] = _table({"U": "u", "CX": "CNOT"})
 
 # Those of arXiv:1707.03429, whose meaning is fixed: name, or name and number of controls, of the instruction.
 _STANDARD = {
@@ -80,4 +81,4 @@ LATER: Mapping[str, object] = {
 }  # fmt: skip
 
 #: What ``include "qelib1.inc";`` declares.
-GATES: Dict[str, LibraryGate] = {**_table(_STANDARD), **_table(LATER, later=True)}
+GATES: dict[str, LibraryGate] = {**_table(_STANDARD), **_table(LATER, later=True)}

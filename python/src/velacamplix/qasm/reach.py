@@ -7,9 +7,9 @@ then. For nearly all gates a bound of the results proves that there is none, onc
 from __future__ import annotations
 
 import math
-from typing import Dict, Sequence, Tuple
+from collections.abc import Sequence
 
-from ..parameter import Expression, Parameter
+from ..instructions.expression import Expression, Parameter
 from .expressions import Params
 
 # Results may be added by those who use them, and still do not overflow.
@@ -17,7 +17,7 @@ _LARGEST = 1e290
 _TRIED = (1e100, 1e30, 1e9, 1e3)
 
 
-def reach_of(calls: Sequence[Tuple[Params, float]], has_params: bool) -> float:
+def reach_of(calls: Sequence[tuple[Params, float]], has_params: bool) -> float:
     """Return the largest tried bound for which all calls of a body are sure to work; -1 if there is none.
 
     `calls` holds the parameters of each call and the reach of the gate that is called.
@@ -32,7 +32,7 @@ def _bound(value: object, bound: float) -> float:
     """Return a number no result exceeds if no parameter exceeds `bound`; infinity if none is known."""
     if not isinstance(value, Expression):
         return abs(value)  # type: ignore[arg-type]
-    known: Dict[int, float] = {}
+    known: dict[int, float] = {}
     for part in value.parts():
         if isinstance(part, Parameter):
             known[id(part)] = bound

@@ -6,14 +6,13 @@ import gc
 import os
 import sys
 import warnings
+from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
-from typing import Iterator, List, Optional, Union
 
-from ..circuit import Circuit
 from . import files
 from .errors import QasmError, fail
-from .program import MOST_INSTRUCTIONS, Program
+from .program import MOST_INSTRUCTIONS, Parts, Program
 from .source import Source, Token
 from .syntax import Statements
 
@@ -24,67 +23,20 @@ _DEEPEST_INCLUDE = 50
 _MOST_FILES = 10_000
 
 
-def read_qasm(
-    source: Union[str, "os.PathLike[str]"], *, most_instructions: int = MOST_INSTRUCTIONS
-) -> Circuit:
-    """Read an OpenQASM 2 program into a circuit.
+def read_program(source: str | os.PathLike[str], most_instructions: int = MOST_INSTRUCTIONS) -> Parts:
+    """Return registers and instructions of an OpenQASM 2 program; see `Circuit.from_qasm`.
 
-    Every gate of qelib1.inc becomes one instruction, with the global phase
-    that makes its controlled forms right; other gates keep their definition.
-    ``id`` and ``u0`` leave no instruction. Measurements, resets and conditions
-    are kept as they stand: a statement on a whole register is one measure or
-    reset of several qubits.
-
-    Parameters
-    ----------
-    source : str or path
-        A ``str`` that contains "OPENQASM", a semicolon or a line end (or is
-        blank) is the program itself. Any other ``str``, and every path object,
-        names a file. Files named by ``include`` are looked up beside the file
-        that includes them, from a text in the current directory; qelib1.inc is
-        built in.
-    most_instructions : int
-        A program that would expand to more raises `QasmError`, before it
-        fills the memory.
-
-    Raises
-    ------
-    QasmError
-        If the program is wrong, or has more than 512 MiB. Syntax comes first: a
-        file is parsed to its end before the meaning of its statements is looked at.
-    OSError
-        If the file itself cannot be read. (An unreadable include is a `QasmError`.)
-    TypeError
-        If `source` is neither text nor path.
-
-    Warns
-    -----
-    UserWarning
-        If ``OPENQASM 2.0;`` is missing in front.
-
-    Examples
-    --------
-    >>> circuit = read_qasm('''
-    ...     OPENQASM 2.0;
-    ...     include "qelib1.inc";
-    ...     gate bell a, b { h a; cx a, b; }
-    ...     qreg q[2];
-    ...     creg c[2];
-    ...     bell q[0], q[1];
-    ...     measure q -> c;
-    ... ''')
-    >>> print(circuit)
-    bell 0,1
-    measure 0,1 -> 0,1
+    >>> read_program("OPENQASM 2.0; qreg q[1]; U(0,0,0) q[0];").registers
+    (Register(name='q', kind='quantum', start=0, size=1),)
     """
     text, path = files.given(source)
     with _without_collections():
         reading = _Files(most_instructions)
-        circuit = reading.read(text, path)
+        parts = reading.read(text, path)
     if reading.lacks_version:
         told = QasmError('there is no "OPENQASM 2.0;" in front; it is read as such', line=1, column=1, path=_name(path))
         warnings.warn(str(told), stacklevel=_level_of_caller())
-    return circuit
+    return parts
 
 
 class _Files:
@@ -92,16 +44,16 @@ class _Files:
 
     def __init__(self, most_instructions: int) -> None:
         self._program = Program(self._include, most_instructions)
-        self._open: List[Optional[Path]] = []
+        self._open: list[Path | None] = []
         self._files_left = _MOST_FILES
         self._bytes_left = files.MOST_BYTES
         self.lacks_version = False
 
-    def read(self, text: str, path: Optional[Path]) -> Circuit:
+    def read(self, text: str, path: Path | None) -> Parts:
         self._run(text, path)
-        return self._program.circuit()
+        return self._program.parts()
 
-    def _run(self, text: str, path: Optional[Path]) -> None:
+    def _run(self, text: str, path: Path | None) -> None:
         statements = Statements(Source(text, _name(path)))
         listed = statements.read()
         if statements.version is None and not self._open:
@@ -151,7 +103,7 @@ def _without_collections() -> Iterator[None]:
             gc.enable()
 
 
-def _name(path: Optional[Path]) -> Optional[str]:
+def _name(path: Path | None) -> str | None:
     return None if path is None else str(path)
 
 

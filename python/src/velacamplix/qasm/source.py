@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import re
-from typing import Optional, Tuple
 
 # A comment may stand anywhere but in quotes.
 _QUOTED_OR_COMMENT = re.compile(r'"[^"\r\n]*"|//[^\r\n]*')
@@ -21,11 +20,11 @@ class Token(str):
         token.offset = start
         return token
 
-    def __reduce__(self) -> Tuple[type, Tuple[str]]:
+    def __reduce__(self) -> tuple[type, tuple[str]]:
         return (str, (str(self),))
 
     @property
-    def place(self) -> Tuple[int, int]:
+    def place(self) -> tuple[int, int]:
         """Line and column, both counted from 1."""
         return self.source.place(self.offset)
 
@@ -42,13 +41,13 @@ class Source:
 
     __slots__ = ("text", "path")
 
-    def __init__(self, text: str, path: Optional[str] = None) -> None:
+    def __init__(self, text: str, path: str | None = None) -> None:
         if "//" in text:
             text = _QUOTED_OR_COMMENT.sub(lambda found: found[0] if found[0][0] == '"' else "", text)
         self.text = text
         self.path = path
 
-    def place(self, offset: int) -> Tuple[int, int]:
+    def place(self, offset: int) -> tuple[int, int]:
         """Return line and column of an offset, both counted from 1."""
         line_start = self.text.rfind("\n", 0, offset) + 1
         return self.text.count("\n", 0, offset) + 1, offset - line_start + 1

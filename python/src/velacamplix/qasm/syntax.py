@@ -9,7 +9,7 @@ a million times a million.
 from __future__ import annotations
 
 import re
-from typing import Any, List, NamedTuple, Optional, Tuple, Union
+from typing import Any, NamedTuple
 
 from .errors import fail, shortened
 from .expressions import ParameterLists, Params
@@ -34,7 +34,7 @@ class Argument(NamedTuple):
     """A register (element is None), or one element of it."""
 
     register: Token
-    element: Optional[int]
+    element: int | None
 
 
 class Include(NamedTuple):
@@ -78,15 +78,15 @@ class GateDeclaration(NamedTuple):
     """A gate with a body, or an opaque one (body is None)."""
 
     name: Token
-    params: Tuple[Token, ...]
-    qubits: Tuple[Token, ...]
-    body: Optional[List[Union[Call, Barrier]]]
+    params: tuple[Token, ...]
+    qubits: tuple[Token, ...]
+    body: list[Call | Barrier] | None
 
 
 class Conditional(NamedTuple):
     register: Token
     value: Token
-    operation: Union[Call, Measure, Reset]
+    operation: Call | Measure | Reset
 
 
 _PLACE = rf"{NAME}{BLANKS}(?:\[{BLANKS}{INTEGER}{BLANKS}\]{BLANKS})?"
@@ -128,9 +128,9 @@ class Statements:
         self._text = source.text
         self._lists = ParameterLists(source)
         self._end = 0  # of the statement read last
-        self.version: Optional[Token] = None
+        self.version: Token | None = None
 
-    def read(self) -> List[Any]:
+    def read(self) -> list[Any]:
         """Return all statements, in order.
 
         Raises
@@ -139,7 +139,7 @@ class Statements:
             At the first place that is not OpenQASM 2.
         """
         text, skipped, length = self._text, _SKIPPED.match, len(self._text)
-        statements: List[Any] = []
+        statements: list[Any] = []
         at = _end(_BLANK, text, 0)
         found = _VERSION.match(text, at)
         if found is not None:
@@ -160,7 +160,7 @@ class Statements:
             statements.append(statement)
             at = self._end
 
-    def _call(self, at: int) -> Optional[Call]:
+    def _call(self, at: int) -> Call | None:
         found = _CALL.match(self._text, at)
         if found is None:
             return None
@@ -180,27 +180,27 @@ class Statements:
         reader = _READERS.get(self._word(at))
         return None if reader is None else reader(self, at)
 
-    def _include(self, at: int) -> Optional[Include]:
+    def _include(self, at: int) -> Include | None:
         found = self._match(_INCLUDE, at)
         return None if found is None else Include(self._token(found, 1))
 
-    def _register(self, at: int) -> Optional[RegisterDeclaration]:
+    def _register(self, at: int) -> RegisterDeclaration | None:
         found = self._match(_REGISTER, at)
         if found is None:
             return None
         kind = "quantum" if self._text[at] == "q" else "classical"
         return RegisterDeclaration(kind, self._name(found, 1), self._token(found, 2))
 
-    def _gate(self, at: int) -> Optional[GateDeclaration]:
+    def _gate(self, at: int) -> GateDeclaration | None:
         found = self._match(_HEAD, at)
         if found is None or (found[4] == "{") != (self._text[at] == "g"):
             return None
         name, params, qubits = self._name(found, 1), self._names(found, 2), self._names(found, 3)
         return GateDeclaration(name, params, qubits, self._body() if found[4] == "{" else None)
 
-    def _body(self) -> List[Union[Call, Barrier]]:
+    def _body(self) -> list[Call | Barrier]:
         text, at = self._text, self._end
-        body: List[Union[Call, Barrier]] = []
+        body: list[Call | Barrier] = []
         while True:
             at = _end(_BLANK, text, at)
             if text.startswith("}", at):
@@ -212,19 +212,19 @@ class Statements:
             body.append(step)
             at = self._end
 
-    def _barrier(self, at: int) -> Optional[Barrier]:
+    def _barrier(self, at: int) -> Barrier | None:
         found = self._match(_BARRIER, at)
         return None if found is None else Barrier(self._places(found, 1))
 
-    def _measure(self, at: int) -> Optional[Measure]:
+    def _measure(self, at: int) -> Measure | None:
         found = self._match(_MEASURE, at)
         return None if found is None else Measure(self._places(found, 1), self._places(found, 2))
 
-    def _reset(self, at: int) -> Optional[Reset]:
+    def _reset(self, at: int) -> Reset | None:
         found = self._match(_RESET, at)
         return None if found is None else Reset(self._places(found, 1))
 
-    def _conditional(self, at: int) -> Optional[Conditional]:
+    def _conditional(self, at: int) -> Conditional | None:
         found = self._match(_IF, at)
         if found is None:
             return None
@@ -241,7 +241,7 @@ class Statements:
         found = _WORD.match(self._text, at)
         return "" if found is None else found[0]
 
-    def _match(self, pattern: re.Pattern[str], at: int) -> Optional[re.Match[str]]:
+    def _match(self, pattern: re.Pattern[str], at: int) -> re.Match[str] | None:
         found = pattern.match(self._text, at)
         if found is not None:
             self._end = found.end()
@@ -253,7 +253,7 @@ class Statements:
     def _name(self, found: re.Match[str], group: int) -> Token:
         return _no_keyword(self._token(found, group))
 
-    def _names(self, found: re.Match[str], group: int) -> Tuple[Token, ...]:
+    def _names(self, found: re.Match[str], group: int) -> tuple[Token, ...]:
         start, end = found.span(group)
         return tuple(
             [_no_keyword(Token(self._source, *name.span())) for name in _ONE_NAME.finditer(self._text, start, end)]
@@ -285,10 +285,10 @@ def integer(token: Token) -> int:
     return int(token)
 
 
-def split(places: Places) -> Tuple[Argument, ...]:
+def split(places: Places) -> tuple[Argument, ...]:
     """Return the single arguments of a list, each with its own place."""
     source, start = places.source, places.offset
-    arguments: List[Argument] = []
+    arguments: list[Argument] = []
     for found in _ONE_PLACE.finditer(source.text, start, start + len(places.text)):
         name = _no_keyword(Token(source, *found.span(1)))
         element = None if found[2] is None else integer(Token(source, *found.span(2)))

@@ -4,10 +4,9 @@ from __future__ import annotations
 
 import os
 from importlib.util import find_spec
-from typing import Union
 
-from ..circuit import Circuit
 from . import files
+from .program import Parts
 
 _MISSING = (
     "reading OpenQASM 3 needs the packages qiskit and qiskit_qasm3_import, and {missing} is not installed; "
@@ -15,8 +14,8 @@ _MISSING = (
 )
 
 
-def read_qasm3(source: Union[str, "os.PathLike[str]"]) -> Circuit:
-    """Return the circuit of an OpenQASM 3 program; see `Circuit.from_qasm3`."""
+def read_program3(source: str | os.PathLike[str]) -> Parts:
+    """Return registers and instructions of an OpenQASM 3 program; see `Circuit.from_qasm3`."""
     text, path = files.given(source)
     for name in ("qiskit", "qiskit_qasm3_import"):
         if find_spec(name) is None:

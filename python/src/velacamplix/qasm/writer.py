@@ -4,13 +4,14 @@ from __future__ import annotations
 
 import math
 import re
-from typing import Any, Dict, Iterator, List, Mapping, Optional, Tuple
+from collections.abc import Iterator, Mapping
+from typing import Any
 
-from .. import _check
-from .._circuit_definition import GateDefinition
-from ..instruction import BY_ENTRIES, Instruction, Register
-from ..parameter import Expression
-from ..parameter_text import text as expression_text
+from ..basics import checks
+from ..instructions.definition import GateDefinition
+from ..instructions.expression import Expression
+from ..instructions.expression_text import text as expression_text
+from ..instructions.instruction import BY_ENTRIES, Instruction, Register
 from . import qelib1
 from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain
 from .lexicon import NAME, RESERVED
@@ -21,7 +22,7 @@ _HEADER = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
 
 # By instruction and number of controls. Where qelib1.inc has two names for a gate, the older one, which more readers
 # know.
-_CALLS: Dict[Tuple[str, int], str] = {
+_CALLS: dict[tuple[str, int], str] = {
     (gate.step, gate.n_controls): name
     for name, gate in reversed([*qelib1.GATES.items(), *qelib1.LANGUAGE.items()])
     if gate.step is not None
@@ -30,7 +31,7 @@ _CALLS["u", 0] = "U"
 _CALLS["CNOT", 0] = "cx"
 
 # Angles people write as fractions of pi, if reading the fraction gives the same bits.
-_FRACTIONS: Dict[float, str] = {}
+_FRACTIONS: dict[float, str] = {}
 for _denominator in (64, 32, 16, 12, 8, 6, 5, 4, 3, 2, 1):
     for _numerator in range(1, 2 * _denominator + 1):
         _words = ("pi" if _numerator == 1 else f"{_numerator}*pi") + ("" if _denominator == 1 else f"/{_denominator}")
@@ -47,11 +48,11 @@ class _Writer:
     def __init__(self, circuit: Any, definitions: bool) -> None:
         self._circuit = circuit
         self._defined = qelib1.LATER if definitions else {}  # gates of qelib1.inc that are not taken for granted
-        self._registers: Tuple[Register, ...] = circuit.registers
+        self._registers: tuple[Register, ...] = circuit.registers
         self._qubits = _places(self._registers, "quantum")
         self._clbits = _places(self._registers, "classical")
         self._ranges = {(r.kind, tuple(r.bits)): r.name for r in self._registers if r.size}
-        self._names: Dict[int, str] = {}  # of definitions, by id
+        self._names: dict[int, str] = {}  # of definitions, by id
         self._library: set[str] = set()  # names of qelib1.inc that are used
 
     def text(self) -> str:
@@ -77,18 +78,18 @@ class _Writer:
         name = register.name
         if not _NAME.fullmatch(name) or name in RESERVED:
             raise ValueError(
-                f"register {_check.show(name)} cannot be written in OpenQASM 2: a name must begin with a small letter, go on with "
+                f"register {checks.show(name)} cannot be written in OpenQASM 2: a name must begin with a small letter, go on with "
                 "letters, digits and underscores, and be no word of the language"
             )
         gate = qelib1.GATES.get(name)
         if gate is not None and not gate.can_be_replaced:
             raise _name_of_a_gate(name)
 
-    def _needed(self, steps: List[Instruction]) -> List[GateDefinition]:
+    def _needed(self, steps: list[Instruction]) -> list[GateDefinition]:
         """Return all gate blocks, what is used first, and note which names of qelib1.inc are used."""
-        ordered: List[GateDefinition] = []
+        ordered: list[GateDefinition] = []
         seen = set()
-        waiting: List[Tuple[GateDefinition, bool]] = [(d, False) for d in reversed(list(self._blocks_of(steps, None)))]
+        waiting: list[tuple[GateDefinition, bool]] = [(d, False) for d in reversed(list(self._blocks_of(steps, None)))]
         while waiting:
             definition, ready = waiting.pop()
             if ready:
@@ -100,13 +101,13 @@ class _Writer:
                 waiting.extend((d, False) for d in reversed(inner) if id(d) not in seen)
         return ordered
 
-    def _blocks_of(self, steps: Any, owner: Optional[GateDefinition]) -> Iterator[GateDefinition]:
+    def _blocks_of(self, steps: Any, owner: GateDefinition | None) -> Iterator[GateDefinition]:
         for raw in steps:
             if not raw.is_gate:
                 continue
             step = plain(raw)
             if owner is not None:
-                _check_can_be_said(step, f"gate {_check.show(owner.name)}", raw, len(step.controls) <= MOST_INSIDE)
+                _check_can_be_said(step, f"gate {checks.show(owner.name)}", raw, len(step.controls) <= MOST_INSIDE)
             definition = self._block_of(step)
             if definition is not None:
                 if step.definition is not None and step.controls:
@@ -116,7 +117,7 @@ class _Writer:
             if name is not None:
                 self._library.add(name)
 
-    def _block_of(self, step: Instruction) -> Optional[GateDefinition]:
+    def _block_of(self, step: Instruction) -> GateDefinition | None:
         """Return the block that a gate is a call of, or None if qelib1.inc has the gate."""
         if step.definition is not None:
             return controlled(step.definition, len(step.controls)) if step.controls else step.definition
@@ -125,7 +126,7 @@ class _Writer:
             return block(step.name, len(step.controls))
         return library_block(name) if name in self._defined else None
 
-    def _give_names(self, definitions: List[GateDefinition]) -> None:
+    def _give_names(self, definitions: list[GateDefinition]) -> None:
         registers = {register.name for register in self._registers}
         for name in sorted(registers & self._library):
             raise _name_of_a_gate(name)
@@ -214,7 +215,7 @@ class _Writer:
 
 
 def _name_of_a_gate(register: str) -> ValueError:
-    return ValueError(f"register {_check.show(register)} cannot be written in OpenQASM 2: a gate has that name")
+    return ValueError(f"register {checks.show(register)} cannot be written in OpenQASM 2: a gate has that name")
 
 
 def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_block: bool) -> None:
@@ -229,9 +230,9 @@ def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_bloc
     raise ValueError(f"{where} ({raw}) cannot be written in OpenQASM 2: {reason}")
 
 
-def _formals(params: Tuple[str, ...]) -> Dict[str, str]:
+def _formals(params: tuple[str, ...]) -> dict[str, str]:
     """Return names that OpenQASM 2 allows for a definition's parameters."""
-    names: Dict[str, str] = {}
+    names: dict[str, str] = {}
     for param in params:
         name = param if _NAME.fullmatch(param) and param not in RESERVED else "p"
         number = 1
@@ -242,7 +243,7 @@ def _formals(params: Tuple[str, ...]) -> Dict[str, str]:
     return names
 
 
-def _places(registers: Tuple[Register, ...], kind: str) -> List[str]:
+def _places(registers: tuple[Register, ...], kind: str) -> list[str]:
     return [f"{r.name}[{i}]" for r in registers if r.kind == kind for i in range(r.size)]
 
 

@@ -1,0 +1,144 @@
+"""What a circuit looks like: counts, depth, drawings, OpenQASM."""
+
+from __future__ import annotations
+
+from collections import Counter
+
+from ..basics import checks
+from ..instructions.instruction import Instruction
+from ..qasm.writer import write_qasm
+from ..views.drawing import Drawing, draw
+from .parameters import ParameterMethods
+
+
+class Figures(ParameterMethods):
+    """Describes a circuit."""
+
+    def gate_counts(self, basic: bool = False) -> dict[str, int]:
+        """Return how often each gate occurs, the most frequent first.
+
+        A gate with controls counts by itself, as ``"cRX"`` with one control, ``"c2RX"`` with two and so on.
+
+        Parameters
+        ----------
+        basic : bool
+            Count the library's own gates that the circuit becomes. Its parameters must have values then.
+
+        Raises
+        ------
+        ValueError
+            As for `basic_instructions`, if `basic` is given.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> Circuit(3).h(0).h(1).rzz(0.5, 0, 1).rx(0.1, 2, controls=[0, 1]).gate_counts()
+        {'H': 2, 'rzz': 1, 'c2RX': 1}
+        """
+        steps = self.basic_instructions() if checks.flag(basic, "basic") else iter(self._instructions)
+        return dict(Counter(_counted_name(step) for step in steps if step.is_gate).most_common())
+
+    def depth(self) -> int:
+        """Return the length of the longest chain of instructions that have to wait for each other.
+
+        Every gate, measurement and reset counts as 1; a barrier makes its qubits wait for each other and counts as 0.
+        Instructions wait for each other if they share a qubit, or a classical bit that one of them writes or reads.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> Circuit(3).h(0).h(1).cx(0, 1).x(2).depth()
+        2
+        """
+        qubits, clbits = [0] * self._n_qubits, [0] * self._n_clbits
+        for step in self._instructions:
+            touched = step.qubits + step.controls
+            bits = step.clbits if step.condition is None else step.clbits + step.condition.clbits
+            level = max([qubits[q] for q in touched] + [clbits[b] for b in bits], default=0)
+            level += step.name != "barrier"
+            for q in touched:
+                qubits[q] = level
+            for b in bits:
+                clbits[b] = level
+        return max(qubits + clbits, default=0)
+
+    def draw(self, width: int | None = None, *, ascii: bool = False, idle: bool = True) -> Drawing:
+        """Return a text drawing: a line for each qubit, time from left to right.
+
+        Parameters
+        ----------
+        width : int, optional
+            Longest line, at least 40; longer drawings go on below. By default that of the terminal.
+        ascii : bool
+            Use plain characters only.
+        idle : bool
+            False leaves out qubits that no instruction touches.
+
+        Returns
+        -------
+        Drawing
+            A ``str`` that shows itself when Python prints its value. Circuits of more than 2000 columns are cut off,
+            and the drawing says so.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `width` is no integer or below 40.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> Circuit(3, 1).h(0).cx(0, 2).rx(0.5, 1).measure(2, 0).draw(width=60, ascii=True)
+        q[0]: -[H]--o------------
+                    |
+        q[1]: ------+--[RX(0.5)]-
+                    |
+        q[2]: -----(+)-[M->c[0]]-
+        """
+        if width is not None:
+            width = checks.integer(width, "width", minimum=40)
+        plain, all_qubits = checks.flag(ascii, "ascii"), checks.flag(idle, "idle")
+        return draw(self._n_qubits, self._registers, self._instructions, width, plain, all_qubits)
+
+    def to_qasm(self, *, definitions: bool = True) -> str:
+        """Return the circuit as an OpenQASM 2 program.
+
+        `from_qasm` makes the same circuit of it again. Gates of qelib1.inc are written by their names, others as gate
+        blocks that are exact, global phase included; definitions become gate blocks. Three things come back in another
+        form with the same meaning: X and CNOT with one control as CNOT and CCNOT (Z with one as CSIGN, and likewise
+        beyond), and a measurement or reset of several qubits that are no whole register as one for each qubit.
+        Definitions whose name the program has for something else, or two of one name, get others.
+
+        Parameters
+        ----------
+        definitions : bool
+            Gates that came into qelib1.inc after its publication (arXiv:1707.03429), as sx, swap and crx, are written
+            with their definitions, so that every reader understands them. False leaves these definitions out, for
+            readers whose file has the gates.
+
+        Raises
+        ------
+        TypeError
+            If `definitions` is neither True nor False.
+        ValueError
+            If a parameter has no value, or an instruction cannot be said in OpenQASM 2; the message names it.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2, 2).h(0).cx(0, 1).measure_all().to_qasm())
+        OPENQASM 2.0;
+        include "qelib1.inc";
+        qreg q[2];
+        creg c[2];
+        h q[0];
+        cx q[0],q[1];
+        measure q -> c;
+        <BLANKLINE>
+        """
+        return write_qasm(self, checks.flag(definitions, "definitions"))
+
+
+def _counted_name(step: Instruction) -> str:
+    n = len(step.controls)
+    return f"c{n if n > 1 else ''}{step.name}" if n else step.name

@@ -1,0 +1,201 @@
+"""What a circuit does besides gates: measure, reset, separate, decide."""
+
+from __future__ import annotations
+
+import warnings
+from collections.abc import Iterator, Sequence
+from contextlib import contextmanager
+from itertools import chain, count
+from typing import Self
+
+from ..basics import checks
+from ..basics.words import bit_string
+from ..instructions.instruction import Condition, Register
+from .record import Record
+
+
+class StepMethods(Record):
+    """Measure, reset, barrier, and `when`."""
+
+    def measure(
+        self, qubits: int | Sequence[int], clbits: int | Sequence[int]
+    ) -> Self:
+        """Measure qubits in the Z basis, the i-th into the i-th classical bit.
+
+        Raises
+        ------
+        TypeError, IndexError
+            If a number is no integer, or not in the circuit; a circuit without classical bits says how to get some.
+        ValueError
+            If a qubit or a bit is named twice, or the lists differ in length.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2, 2).measure([1, 0], [0, 1]))
+        measure 1,0 -> 0,1
+        """
+        sources = checks.qubits(qubits, self._n_qubits)
+        if not self._n_clbits:
+            raise self._no_bits(clbits)
+        targets = checks.indices(clbits, self._n_clbits, "clbits", at_least=1)
+        if len(sources) != len(targets):
+            raise ValueError(
+                f"clbits must name one bit for each qubit, got {len(targets)} for {len(sources)}"
+            )
+        return self._add("measure", sources, clbits=targets)
+
+    def measure_all(self) -> Self:
+        """Measure qubit i into classical bit i, for all qubits.
+
+        A circuit without classical bits gets a register ``c`` of `n_qubits` bits, under another name if that is taken.
+
+        Raises
+        ------
+        ValueError
+            If there are classical bits, but fewer than qubits.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> Circuit(2).h(0).measure_all()
+        <Circuit: 2 qubits, 2 classical bits, 2 instructions>
+        """
+        if self._n_clbits == 0 and self._n_qubits:
+            taken = {register.name for register in self._registers}
+            words = chain(("c", "meas", "measured_bits"), (f"measured_bits_{number}" for number in count(2)))
+            name = next(word for word in words if word not in taken)
+            self._registers += (Register(name, "classical", 0, self._n_qubits),)
+            self._n_clbits = self._n_qubits
+        if self._n_clbits < self._n_qubits:
+            raise ValueError(
+                f"n_clbits must be at least n_qubits = {self._n_qubits} to measure all qubits, "
+                f"got {self._n_clbits}"
+            )
+        return self.measure(range(self._n_qubits), range(self._n_qubits))
+
+    def reset(self, qubits: int | Sequence[int]) -> Self:
+        """Put qubits into state 0. Errors as for `x`.
+
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).reset([0, 1]))
+        reset 0,1
+        """
+        return self._add("reset", checks.qubits(qubits, self._n_qubits))
+
+    def barrier(self, *qubits: int) -> Self:
+        """Mark a point that gates on `qubits` (all, if none is named) do not cross.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            As for `x`; ValueError also inside `when`.
+
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).barrier())
+        barrier 0,1
+        """
+        if self._condition is not None:
+            raise ValueError("barrier takes no condition: call it outside of when()")
+        named = checks.qubits(qubits, self._n_qubits, at_least=0)
+        return self._add("barrier", named or tuple(range(self._n_qubits)))
+
+    @contextmanager
+    def when(
+        self, clbits: str | int | Sequence[int], value: int | str
+    ) -> Iterator[Self]:
+        """Let all instructions added inside act only if classical bits hold `value`.
+
+        Parameters
+        ----------
+        clbits : str, int or sequence of int
+            Name of a classical register, a bit, or a list of distinct bits.
+        value : int or str
+            A text has one character 0 or 1 per bit, in the order listed; that of a register begins with its bit 0, as
+            the keys of counts do. A number goes from 0 to ``2**k - 1`` for k bits: of a list the first bit is the most
+            significant, as everywhere; a register's number has its bit 0 lowest, as OpenQASM reads it.
+
+        Raises
+        ------
+        KeyError
+            If there is no classical register of that name.
+        TypeError, IndexError, ValueError
+            If a bit or the value is of the wrong kind or out of range, or if
+            the call stands inside another `when`.
+
+        Warns
+        -----
+        FutureWarning
+            In this version only, where a number for a list meant something else in 0.1, which took the first bit for
+            the least significant. A text says it without a warning.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> circuit = Circuit(2, 1).h(0).measure(0, 0)
+        >>> with circuit.when("c", 1):
+        ...     _ = circuit.x(1)
+        >>> print(circuit[-1])
+        X 1 if c[0] == 1
+        >>> circuit = Circuit(3, 2).measure([0, 1], [0, 1])
+        >>> with circuit.when([0, 1], "10"):            # bit 0 is 1 and bit 1 is 0; when("c", 1) is the same
+        ...     _ = circuit.x(2)
+        >>> print(circuit[-1])
+        X 2 if c[0, 1] == "10"
+        """
+        if self._condition is not None:
+            raise ValueError("when() cannot stand inside another when(): join the bits in one call")
+        bits = self._classical_bits(clbits)
+        held = _held(value, clbits, bits)
+        # In increasing order, so that one wish is one condition, however it was written.
+        order = sorted(range(len(bits)), key=bits.__getitem__, reverse=True)
+        number = int("".join([held[place] for place in order]) or "0", 2)
+        self._condition = Condition(tuple([bits[place] for place in reversed(order)]), number)
+        try:
+            yield self
+        finally:
+            self._condition = None
+
+    def _classical_bits(self, clbits: str | int | Sequence[int]) -> tuple[int, ...]:
+        if not isinstance(clbits, str):
+            if not self._n_clbits:
+                raise self._no_bits(clbits)
+            return checks.indices(clbits, self._n_clbits, "clbits", at_least=1)
+        clbits = checks.plain(clbits)
+        for register in self._registers:
+            if register.kind == "classical" and register.name == clbits:
+                return tuple(register.bits)
+        names = [register.name for register in self._registers if register.kind == "classical"]
+        known = f"one of {checks.show(names)}" if names else "of which there is none"
+        raise KeyError(f"clbits must name a classical register, {known}, got {checks.show(clbits)}")
+
+    def _no_bits(self, clbits: object) -> IndexError:
+        return IndexError(
+            f"clbits must be classical bits of the circuit, got {checks.show(clbits)}, but it has none: write "
+            f"Circuit({self._n_qubits}, number_of_bits), or call measure_all(), which makes one for each qubit"
+        )
+
+
+def _held(value: int | str, clbits: str | int | Sequence[int], bits: tuple[int, ...]) -> str:
+    """Return what each of the checked bits must be, as a text in their order."""
+    if isinstance(value, str):
+        if len(value) != len(bits) or value.strip("01"):
+            raise ValueError(
+                f"value must be a text of {len(bits)} characters 0 and 1, one per bit, got {checks.show(value)}"
+            )
+        return value
+    number = checks.integer(value, "value", minimum=0, maximum=2 ** len(bits) - 1)
+    first_highest = bit_string(number, len(bits))
+    first_lowest = first_highest[::-1]
+    if isinstance(clbits, str):
+        return first_lowest
+    if first_highest != first_lowest:
+        warnings.warn(
+            f"value {checks.show(number)} for a list of bits now has the first of them, bit {bits[0]}, as the most "
+            "significant, which was the least significant in 0.1. Give it as a text, one character per bit in the "
+            f"order listed: {checks.show(first_highest)} is what the number means now, {checks.show(first_lowest)} what "
+            "it meant",
+            FutureWarning,
+            stacklevel=4,
+        )
+    return first_highest

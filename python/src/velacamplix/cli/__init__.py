@@ -1,0 +1,5 @@
+"""The command `velacamplix`."""
+
+from .main import main
+
+__all__ = ["main"]

@@ -1,0 +1,328 @@
+"""The command `velacamplix`.
+
+Exit status: 0 when all was done; 1 for a mistake in the circuit (line and column are told), a circuit that cannot be
+run this way, a file or a standard stream that cannot be read or written, too little memory, or a package that is not
+installed; 2 for a wrong command line or environment variable. Ctrl-C and a closed pipe end the process by their signals,
+which a shell reports as 130 and 141.
+"""
+
+from __future__ import annotations
+
+import argparse
+import signal
+import sys
+import warnings
+from pathlib import Path
+from typing import Any
+
+from ..basics import checks
+from ..circuit.circuit import Circuit
+from ..core import extension
+from ..machine import limits
+from ..observables.observable import Observable
+from . import streams
+
+FAILED, USAGE_ERROR = 1, 2
+
+_STATUS = """
+exit status:
+  0    all was done
+  1    the circuit is wrong or cannot be run, a file or a standard stream cannot
+       be read or written, the state does not fit into memory, or a package is
+       not installed
+  2    the command line or VELACAMPLIX_NUM_THREADS is wrong
+  130  interrupted by Ctrl-C
+  141  the reader of the output went away
+"""
+
+_MAIN_EXAMPLES = """
+examples:
+  velacamplix run circuit.qasm              exact probabilities
+  velacamplix run circuit.qasm --shots 1000
+  velacamplix info                          threads, memory, largest state
+  velacamplix bench                         a minute of measurements
+
+`velacamplix COMMAND --help` tells more.
+"""
+
+_RUN_EXAMPLES = """
+examples:
+  velacamplix run ghz.qasm --top 4
+  velacamplix run ghz.qasm --shots 10000 --seed 7 --plot ghz.png
+  velacamplix run ansatz.qasm --observable "Z0 Z1" --observable=-X0
+  generate | velacamplix run - --json | jq .probabilities
+
+Without --shots the probabilities are exact. A circuit that measures or resets
+qubits in its middle, or has conditions, needs --shots. Outcomes are those of
+the classical bits that were measured, or of all qubits if none was; the first
+one is leftmost.
+"""
+
+_BENCH_EXAMPLES = """
+examples:
+  velacamplix bench --seconds 10
+  velacamplix bench --threads 1 --precision single --json > before.json
+"""
+
+
+def main(arguments: list[str] | None = None) -> int:
+    """Run the command with the given arguments, by default those of the process; return its exit status."""
+    # Ctrl-C ends the process at once, also within a long pass over the state, and so does a reader, `head` for
+    # example, that has seen enough.
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    streams.prepare()
+    if sys.stdout is None:
+        return _fail("standard output is closed", FAILED)
+    try:
+        try:
+            with warnings.catch_warnings():
+                warnings.simplefilter("default")
+                warnings.showwarning = _warn
+                options = _parser().parse_args(arguments)
+                status: int = options.command(options)
+        finally:
+            sys.stdout.flush()
+    except OSError as error:
+        # What goes wrong with files is told where they are opened.
+        streams.let_go(sys.stdout)
+        return _fail(f"{error.filename or 'standard output'}: {error.strerror or error}", FAILED)
+    finally:
+        streams.settle()
+    return status
+
+
+class _Parser(argparse.ArgumentParser):
+    def _print_message(self, message: str, file: Any = None) -> None:
+        # argparse would drop what standard output does not take.
+        if message and file is sys.stdout:
+            file.write(message)
+        else:
+            super()._print_message(message, file)
+
+
+def _parser() -> argparse.ArgumentParser:
+    parser = _Parser(
+        prog="velacamplix",
+        description="Simulates quantum circuits on this machine.",
+        epilog=_MAIN_EXAMPLES + _STATUS,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+    )
+    parser.add_argument("--version", action="version", version=f"velacamplix {extension.version()}")
+    commands = parser.add_subparsers(required=True, metavar="COMMAND")
+    _add_run(commands)
+    _add_info(commands)
+    _add_bench(commands)
+    return parser
+
+
+def _add_run(commands: argparse._SubParsersAction[_Parser]) -> None:
+    run = commands.add_parser(
+        "run",
+        help="run an OpenQASM file",
+        description="Runs an OpenQASM file and shows its most probable or most frequent\noutcomes.",
+        epilog=_RUN_EXAMPLES + _STATUS,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+    )
+    run.add_argument("file", metavar="FILE.qasm", help="the circuit; - reads standard input")
+    _add_machine_options(run)
+    run.add_argument(
+        "--top", type=_whole_number, default=10, metavar="K", help="outcomes to show (default: %(default)s)"
+    )
+    run.add_argument(
+        "--shots", type=_whole_number, metavar="N", help="draw N outcomes and count them (default: exact probabilities)"
+    )
+    run.add_argument(
+        "--seed",
+        type=lambda text: _whole_number(text, 2**32 - 1, least=0),
+        metavar="S",
+        help="of the random numbers; the same seed gives the same shots (default: by chance)",
+    )
+    run.add_argument(
+        "--observable",
+        type=_observable,
+        action="append",
+        default=[],
+        metavar="TEXT",
+        help='show an expectation value, as of "0.5*X0 Y2 - 1.2*Z1 + 3"; with --shots, also an estimate. May be '
+        "repeated. A text that starts with a minus is written --observable=-Z0",
+    )
+    run.add_argument(
+        "--plot", metavar="FILE.png", help="draw the outcomes into a file; its ending tells the format (needs matplotlib)"
+    )
+    run.add_argument(
+        "--progress", action="store_true", help="show a bar on standard error if the run takes more than a second"
+    )
+    run.add_argument("--json", action="store_true", help="print one JSON object, with all counts, and nothing else")
+    run.set_defaults(command=_run)
+
+
+def _add_info(commands: argparse._SubParsersAction[_Parser]) -> None:
+    info = commands.add_parser(
+        "info", help="tell what this machine can do", description="Tells version, instruction set, threads and memory."
+    )
+    info.set_defaults(command=_info)
+
+
+def _add_bench(commands: argparse._SubParsersAction[_Parser]) -> None:
+    bench = commands.add_parser(
+        "bench",
+        help="measure the speed here",
+        description="Measures gates, circuits and shots of several sizes, beside what the\nmemory allows.",
+        epilog=_BENCH_EXAMPLES + _STATUS,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+    )
+    _add_machine_options(bench)
+    bench.add_argument(
+        "--seconds", type=_whole_number, default=60, metavar="S", help="how long to measure, about (default: %(default)s)"
+    )
+    bench.add_argument(
+        "--qubits",
+        type=lambda text: _whole_number(text, 40),
+        metavar="N",
+        help="largest state (default: 26, or what fits into a quarter of the memory)",
+    )
+    bench.add_argument("--json", action="store_true", help="print one JSON object and nothing else")
+    bench.set_defaults(command=_bench)
+
+
+def _add_machine_options(parser: argparse.ArgumentParser) -> None:
+    parser.add_argument(
+        "--threads",
+        type=lambda text: _whole_number(text, limits.MOST_THREADS),
+        metavar="N",
+        help="number of threads (default: all this process may use)",
+    )
+    parser.add_argument("--precision", choices=["double", "single"], default="double", help="default: %(default)s")
+
+
+def _whole_number(text: str, most: int = 2**63 - 1, least: int = 1) -> int:
+    # No number of more digits is within bounds, and int() refuses thousands of them.
+    number = int(text) if text.isascii() and text.isdigit() and len(text) < 100 else -1
+    if not least <= number <= most:
+        allowed = f"of at least {least}" if most == 2**63 - 1 else f"from {least} to {most}"
+        raise argparse.ArgumentTypeError(f"expected a whole number {allowed}, got {checks.show(text)}")
+    return number
+
+
+def _observable(text: str) -> tuple[str, Observable]:
+    try:
+        return text, Observable(text)
+    except ValueError as error:
+        raise argparse.ArgumentTypeError(str(error)) from None
+
+
+def _run(options: argparse.Namespace) -> int:
+    # Here rather than above: what running needs is not needed for --version.
+    from ..plots import bars
+    from ..qasm import QasmError
+    from . import picture, report, results
+
+    name = "<standard input>" if options.file == "-" else options.file
+    try:
+        threads = options.threads or limits.default_threads()[0]
+    except ValueError as error:
+        return _fail(str(error), USAGE_ERROR)
+    if options.plot is not None:
+        try:
+            picture.require_writable(options.plot)
+        except ValueError as error:
+            return _fail(f"argument --plot: {error}", USAGE_ERROR)
+        except ImportError as error:
+            return _fail(str(error), FAILED)
+
+    try:
+        circuit = _read(options.file)
+    except QasmError as error:
+        error.path = error.path or name
+        return _fail(str(error), FAILED)
+    except MemoryError:
+        return _fail(f"{name}: the circuit does not fit into memory", FAILED)
+    except OSError as error:
+        return _fail(f"{name}: {error.strerror or error}", FAILED)
+    for text, observable in options.observable:
+        if observable.n_qubits > circuit.n_qubits:
+            return _fail(
+                f"argument --observable: {text!r} needs {observable.n_qubits} qubits, {name} has {circuit.n_qubits}",
+                USAGE_ERROR,
+            )
+
+    most = options.top if options.plot is None else max(options.top, bars.MOST_BARS + 1)
+    try:
+        found = results.collect(
+            circuit,
+            options.precision,
+            threads,
+            most,
+            options.shots,
+            options.seed,
+            options.observable,
+            options.progress,
+        )
+    except (MemoryError, ValueError) as error:
+        # ValueError: angles whose sum is too large, for one.
+        return _fail(f"{name}: {error}", FAILED)
+    # First of all: a reader that stops early ends the process.
+    if options.plot is not None:
+        try:
+            picture.save(options.plot, name, found)
+        except (MemoryError, ValueError, OSError) as error:
+            return _fail(f"{options.plot}: {getattr(error, 'strerror', None) or error}", FAILED)
+    if options.json:
+        report.run_as_json(name, found, options.top)
+    else:
+        report.run(name, found, options.top)
+    return 0
+
+
+def _read(file: str) -> Circuit:
+    from ..qasm import files
+
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        if file != "-":
+            circuit = Circuit.from_qasm(Path(file))
+        else:
+            if sys.stdin is None:
+                raise OSError("it is closed")
+            text = files.decoded(sys.stdin.buffer, "<standard input>")
+            # A text of one line could be taken for the name of a file.
+            circuit = Circuit.from_qasm(text if "\n" in text else text + "\n")
+    for warning in caught:
+        streams.tell(str(warning.message).replace("<text>", "<standard input>"))
+    return circuit
+
+
+def _info(options: argparse.Namespace) -> int:
+    from . import report
+
+    report.info()
+    return 0
+
+
+def _bench(options: argparse.Namespace) -> int:
+    from . import bench
+
+    try:
+        threads = options.threads or limits.default_threads()[0]
+    except ValueError as error:
+        return _fail(str(error), USAGE_ERROR)
+    sizes = bench.sizes(options.qubits, options.precision)
+    if not sizes:
+        return _fail("not even the smallest state takes less than a quarter of the memory", FAILED)
+    told = bench.measure(sizes, options.precision, threads, options.seconds, bench.tell)
+    if options.json:
+        bench.as_json(told)
+    else:
+        bench.show(told)
+    return 0
+
+
+def _warn(message: Any, *_: Any, **__: Any) -> None:
+    # One line, like an error; where in the package it arose is of no use here.
+    streams.tell(str(message))
+
+
+def _fail(message: str, status: int) -> int:
+    streams.tell(message)
+    return status

@@ -1,0 +1,1 @@
+"""What a circuit is made of: gates, instructions, definitions, parameters, and how gates become those of the library."""

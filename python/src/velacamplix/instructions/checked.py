@@ -1,0 +1,173 @@
+"""Checks of ready-made parts of a circuit: instructions and registers."""
+
+from __future__ import annotations
+
+from typing import Any
+
+import numpy as np
+
+from ..basics import checks
+from ..machine import memory
+from .definition import GateDefinition
+from .expression import angle
+from .gates import COMPOSITES
+from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Condition, Instruction, Register
+
+
+def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
+    """Return an equal instruction made of plain ``int``, ``float`` and ``tuple``.
+
+    Raises
+    ------
+    TypeError, IndexError, ValueError
+        If the name is unknown, or numbers, qubits or bits do not fit a circuit
+        of `n_qubits` and `n_clbits`.
+
+    >>> instruction(Instruction("CNOT", [1, 0]), 2, 0)
+    Instruction(name='CNOT', qubits=(1, 0), params=(), controls=(), clbits=(), condition=None, definition=None)
+    """
+    if not isinstance(value, Instruction):
+        raise TypeError(f"instruction must be an Instruction, got {checks.show(value)}")
+    name = checks.plain(value.name) if isinstance(value.name, str) else value.name
+    definition = _definition(value)
+    shape = _shape(name, definition)
+    qubits = checks.qubits(value.qubits, n_qubits, at_least=0 if name == "barrier" else 1)
+    if shape is not None and len(qubits) != shape[0]:
+        raise ValueError(f"qubits of {name} must be {shape[0]}, got {len(qubits)}")
+    return Instruction(
+        name,
+        qubits,
+        _params(name, value.params, len(qubits), 0 if shape is None else shape[1]),
+        _controls(name, value.controls, qubits, n_qubits),
+        _clbits(name, value.clbits, qubits, n_clbits),
+        _condition(value, n_clbits),
+        definition,
+    )
+
+
+def registers(values: Any, n_qubits: int, n_clbits: int) -> tuple[Register, ...]:
+    """Return registers that cover all qubits and all classical bits in order, without gaps."""
+    listed = checks.sequence(values, "registers", of="Register")
+    ends = {"quantum": 0, "classical": 0}
+    names = set()
+    checked = []
+    for register in listed:
+        if not isinstance(register, Register):
+            raise TypeError(f"registers must hold Register objects, got {checks.show(register)}")
+        kind = checks.choice(register.kind, "kind of a register", tuple(ends))
+        if not isinstance(register.name, str):
+            raise TypeError(f"name of a register must be a text, got {checks.show(register.name)}")
+        name = checks.plain(register.name)
+        if name in names:
+            raise ValueError(f"registers must have distinct names, got {checks.show(name)} twice")
+        names.add(name)
+        if checks.integer(register.start, "start of a register") != ends[kind]:
+            raise ValueError(
+                f"registers must follow each other without gaps: {checks.show(name)} must start at "
+                f"{ends[kind]}, got {checks.show(register.start)}"
+            )
+        size = checks.integer(register.size, "size of a register", minimum=0)
+        checked.append(Register(name, kind, ends[kind], size))
+        ends[kind] += size
+    if (ends["quantum"], ends["classical"]) != (n_qubits, n_clbits):
+        raise ValueError(
+            f"registers must cover {n_qubits} qubits and {n_clbits} classical bits, "
+            f"got {checks.show(ends['quantum'])} and {checks.show(ends['classical'])}"
+        )
+    return tuple(checked)
+
+
+def _definition(value: Instruction) -> GateDefinition | None:
+    definition = value.definition
+    if definition is None:
+        return None
+    if not isinstance(definition, GateDefinition):
+        raise TypeError(f"definition must be a GateDefinition or None, got {checks.show(definition)}")
+    if value.name != definition.name:
+        wanted, got = checks.show(definition.name), checks.show(value.name)
+        raise ValueError(f"name must be {wanted}, that of the definition, got {got}")
+    return definition
+
+
+def _shape(name: Any, definition: GateDefinition | None) -> tuple[int, int] | None:
+    """Numbers of qubits and parameters, or None if any number of qubits will do."""
+    if definition is not None:
+        return definition.n_qubits, len(definition.params)
+    if isinstance(name, str):
+        if name in GATES:
+            return GATES[name]
+        if name in COMPOSITES:
+            return COMPOSITES[name][:2]
+        if name in BY_ENTRIES or name in NON_UNITARY:
+            return None
+    known = ", ".join([*GATES, *sorted(BY_ENTRIES), *COMPOSITES, *sorted(NON_UNITARY)])
+    raise ValueError(f"name must be one of {known}; got {checks.show(name)}")
+
+
+def _params(name: str, values: Any, n_targets: int, n_params: int) -> tuple[Any, ...]:
+    wanted = {"matrix": 4**n_targets, "diagonal": 2**n_targets}.get(name, n_params)
+    params = checks.sequence(values, "params", of="numbers", most=max(wanted, 1000))
+    if len(params) != wanted:
+        raise ValueError(f"params of {name} must be {checks.digits(wanted)} number(s), got {len(params)}")
+    if name == "diagonal":
+        return diagonal(params, n_targets, "params", unitary=False)
+    if name != "matrix":
+        return tuple(angle(value, f"params[{i}]") for i, value in enumerate(params))
+    size = 2**n_targets
+    rows = [params[row * size : (row + 1) * size] for row in range(size)]
+    # Not necessarily unitary: the builder's method lets its caller decide that.
+    return checks.plain_entries(checks.matrix(rows, n_targets, "params", unitary=False))
+
+
+def diagonal(values: Any, n_targets: int, name: str = "diagonal", unitary: bool = True) -> tuple[complex, ...]:
+    """Return the ``2**n_targets`` entries of a diagonal, of absolute value 1 if `unitary`."""
+    size = 2**n_targets
+    expected = f"{name} must be {size} numbers for {n_targets} qubit(s)"
+    try:
+        array = np.asarray(values)
+    except ValueError:  # lists of different lengths
+        raise ValueError(f"{expected}, got {checks.show(values)}") from None
+    if array.dtype.kind not in "biufc":
+        raise TypeError(f"{expected}, got {checks.show(values)}")
+    if array.shape != (size,):
+        raise ValueError(f"{expected}, got shape {array.shape}")
+    if not all(np.isfinite(array[piece]).all() for piece in checks.pieces(size)):
+        raise ValueError(f"{name} must hold finite numbers only, got {checks.show(values)}")
+    if unitary and not all(_have_norm_1(array[piece].astype(np.complex128)) for piece in checks.pieces(size)):
+        raise ValueError(f"{name} must hold numbers of absolute value 1, got {checks.show(values)}")
+    memory.require_entries(size)
+    return checks.plain_entries(array)
+
+
+def _have_norm_1(entries: np.ndarray) -> bool:
+    with np.errstate(all="ignore"):
+        return bool((np.abs(np.abs(entries) ** 2 - 1) <= checks.UNITARY_TOLERANCE).all())
+
+
+def _controls(name: str, values: Any, targets: tuple[int, ...], n_qubits: int) -> tuple[int, ...]:
+    controls = checks.controls(values, targets, n_qubits)
+    if controls and name in NON_UNITARY:
+        raise ValueError(f"controls of {name} must be empty, got {checks.show(values)}")
+    return controls
+
+
+def _clbits(name: str, values: Any, qubits: tuple[int, ...], n_clbits: int) -> tuple[int, ...]:
+    clbits = checks.indices(values, n_clbits, "clbits")
+    if len(clbits) != (len(qubits) if name == "measure" else 0):
+        raise ValueError(
+            "clbits must name one bit for each measured qubit and none otherwise, "
+            f"got {clbits} for {name} of {qubits}"
+        )
+    return clbits
+
+
+def _condition(value: Instruction, n_clbits: int) -> Any:
+    condition = value.condition
+    if condition is None:
+        return None
+    if not isinstance(condition, Condition):
+        raise TypeError(f"condition must be a Condition or None, got {checks.show(condition)}")
+    if not value.can_be_conditioned:
+        raise ValueError(f"condition of {value.name} must be None, got {condition}")
+    bits = checks.indices(condition.clbits, n_clbits, "condition.clbits", at_least=1)
+    return Condition(bits, checks.integer(condition.value, "condition.value", 0, 2 ** len(bits) - 1))

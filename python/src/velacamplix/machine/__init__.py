@@ -1,0 +1,1 @@
+"""What the machine has: threads, memory, and whether something fits."""

@@ -1,0 +1,1 @@
+"""Sums of Pauli strings, and the texts that say them."""

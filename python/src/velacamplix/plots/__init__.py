@@ -1,0 +1,1 @@
+"""Pictures of counts, probabilities and states, by Matplotlib."""

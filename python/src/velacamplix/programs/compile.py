@@ -1,0 +1,94 @@
+"""From instructions to programs of the core."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+from typing import Any
+
+import numpy as np
+
+from ..basics import checks
+from ..circuit.circuit import Circuit
+from ..core import extension
+from ..instructions.instruction import BY_ENTRIES, Instruction
+from ..machine import memory
+
+_PROGRAM_TYPES: dict[str, Any] = {"single": extension.ProgramSingle, "double": extension.ProgramDouble}
+# Gates between two looks at signals.
+_PIECE = 2**15
+# Numbers of a gate whose memory is asked for.
+_LARGE = 2**10
+_LARGEST_SINGLE = float(np.finfo(np.float32).max)
+
+
+def require_circuit(circuit: Any) -> Circuit:
+    """Return `circuit` if it is one."""
+    if isinstance(circuit, Circuit):
+        return circuit
+    hint = "; Circuit.from_qasm reads a file or a text" if isinstance(circuit, str) else ""
+    raise TypeError(f"circuit must be a Circuit, got {checks.show(circuit)}{hint}")
+
+
+def require_fusion(fusion: Any) -> bool:
+    """Return whether neighbouring gates may be multiplied together first."""
+    return checks.flag(fusion, "fusion")
+
+
+def compiled(
+    gates: Sequence[Instruction],
+    n_qubits: int,
+    precision: str,
+    circuit: Circuit,
+    places: Sequence[int],
+    fusion: bool = False,
+) -> Any:
+    """Return a program of the core for a state of `n_qubits`.
+
+    Parameters
+    ----------
+    gates : sequence of Instruction
+        The library's own. Their conditions are not looked at.
+    circuit : Circuit
+        Where they come from; error messages name its instructions.
+    places : sequence of int
+        The state's qubit for each of the circuit's.
+    fusion : bool
+        Whether neighbouring gates may be multiplied together.
+
+    Raises
+    ------
+    ValueError
+        If an entry of a matrix does not fit the precision.
+    MemoryError
+        If the entries of large matrices do not fit.
+    """
+    # Once as the core reads them and once as it keeps them.
+    entries = sum([len(gate.params) for gate in gates if len(gate.params) >= _LARGE])
+    memory.require_bytes(2 * memory.BYTES_PER_AMPLITUDE[precision] * entries, f"gates of {entries} entries")
+    program = _PROGRAM_TYPES[precision](n_qubits)
+    program.set_fusion(fusion)
+    for start in range(0, len(gates), _PIECE):
+        piece = gates[start : start + _PIECE]
+        taken = program.add(piece, places)
+        if taken < len(piece):
+            refused = piece[taken]
+            raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
+    return program
+
+
+def told(step: Instruction, circuit: Circuit) -> str:
+    """Return how a message names a step of a circuit, with its place if the circuit has it as it is."""
+    for position, instruction in enumerate(circuit.instructions):
+        if instruction is step:
+            return f"instruction {position} ({step})"
+    return f"a gate made of others ({step})"
+
+
+def too_large(name: str, params: Sequence[Any], precision: str) -> str | None:
+    """Return what is wrong with a gate's numbers, or None. They have been found finite before; angles may be any."""
+    if precision == "double" or name not in BY_ENTRIES:
+        return None
+    for value in params:
+        if max(abs(value.real), abs(value.imag)) > _LARGEST_SINGLE:
+            return f"{name} entry must fit single precision, got {value!r}"
+    return None

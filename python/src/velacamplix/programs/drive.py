@@ -1,0 +1,42 @@
+"""Lets the core work while Python looks after signals and progress."""
+
+from __future__ import annotations
+
+import contextlib
+import threading
+from collections.abc import Callable
+from typing import Any
+
+# Seconds between two looks at signals and two reports of progress.
+INTERVAL = 0.05
+
+Report = Callable[[int, int], Any] | None
+
+
+def heard(report: Report = None) -> tuple[Report, float, bool]:
+    """Return what a call of the core takes in order to hear signals and tell ``report(done, total)`` meanwhile."""
+    # Only Python's main thread runs signal handlers.
+    return report, INTERVAL, threading.get_ident() == threading.main_thread().ident
+
+
+def drive(core: Any, program: Any, report: Report = None) -> None:
+    """Apply the program's gates to the core's state; other Python threads go on meanwhile.
+
+    ``report(done, total)`` is called between passes, at most once per `INTERVAL` and once at the end. It must not use
+    the state: the core then raises RuntimeError.
+
+    Raises
+    ------
+    BaseException
+        What `report` or a signal handler raised. The run has then stopped between two passes: the first gates have
+        acted, and the exception's attribute ``gates_applied`` tells how many.
+    """
+    applied, error = program.run(core, *heard(report))
+    if error is None:
+        return
+    # An exception without a __dict__ cannot take it.
+    with contextlib.suppress(AttributeError):
+        error.gates_applied = applied
+    if type(error) is KeyboardInterrupt and not error.args:
+        error.args = (f"stopped after {applied} of {len(program)} gates",)
+    raise error

@@ -1,0 +1,155 @@
+"""Circuits in steps with their programs, kept for the next circuit that was bound from the same template."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Hashable, Iterator, Sequence
+from contextlib import contextmanager
+from typing import Any
+from weakref import WeakKeyDictionary
+
+from ..circuit.circuit import Circuit
+from ..instructions.binding import Template
+from ..instructions.expand import basic
+from ..instructions.instruction import Instruction
+from ..machine import memory
+from .compile import compiled
+from .segments import Segments, Stretch, cut
+
+# Gates whose one angle can be replaced within a program.
+_ANGLED = frozenset({"RX", "RY", "RZ", "PH"})
+
+# Of every template, the few preparations that were used last, by their circumstances; the oldest gives way to a new
+# one, and all go with the template, which lives as long as the circuits bound from it and the one they were bound from.
+# Whoever runs takes one out and puts it back, so that no program is run twice at a time.
+_MOST_KEPT = 8
+_kept: WeakKeyDictionary[Template, dict[Hashable, Prepared]] = WeakKeyDictionary()
+
+
+class Prepared:
+    """A circuit's steps, every stretch of gates with its program.
+
+    Parameters
+    ----------
+    circuit : Circuit
+        Parameters without values are refused with ValueError.
+    make : callable
+        Makes the steps from the circuit's instructions in the library's own gates.
+    n_qubits : int or None
+        Of the state; None for one of the active qubits alone.
+    """
+
+    def __init__(
+        self,
+        circuit: Circuit,
+        make: Callable[[Sequence[Instruction]], Segments],
+        n_qubits: int | None,
+        precision: str,
+        fusion: bool,
+    ) -> None:
+        template = circuit._template
+        if template is None:
+            self.segments = make(list(circuit.basic_instructions()))
+        else:
+            # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
+            parts = [list(basic(step)) for step in circuit.instructions]
+            self.segments = make([part for several in parts for part in several])
+        stretches = [step for step in self.segments.steps if isinstance(step, Stretch)]
+        if n_qubits is None:
+            n_qubits, places = len(self.segments.active), self._places(circuit)
+        else:
+            places = list(range(n_qubits))
+        for stretch in stretches:
+            stretch.program = compiled(stretch.gates, n_qubits, precision, circuit, places, fusion)
+        self.programs: list[Any] = [stretch.program for stretch in stretches]
+        self._sites = None if template is None else _sites(template, parts, stretches)
+
+    def _places(self, circuit: Circuit) -> list[int]:
+        places = [0] * circuit._n_qubits
+        for place, qubit in enumerate(self.segments.active):
+            places[qubit] = place
+        return places
+
+    @property
+    def can_be_bound(self) -> bool:
+        """Whether everything that depends on a parameter is an angle that can be replaced."""
+        return self._sites is not None
+
+    def bind(self, circuit: Circuit) -> None:
+        """Take over the angles of a circuit that was bound from the same template."""
+        template, sites = circuit._template, self._sites
+        assert template is not None and sites is not None
+        angles: list[Any] = []
+        for position, values in zip(template.dependent, circuit._template_params):
+            step = template.instructions[position]
+            if step.name in _ANGLED and step.definition is None:
+                angles.append(values[0])
+            else:
+                whole = Instruction(step.name, step.qubits, values, step.controls, (), step.condition, step.definition)
+                angles.extend([part.params[0] for part in basic(whole) if part.name in _ANGLED])
+        for program, (gates, places) in zip(self.programs, sites):
+            program.set_angles(gates, [angles[place] for place in places])
+
+
+# The gates of one program whose angles depend on parameters, and the place of each angle in the list of all.
+Sites = tuple[list[int], list[int]]
+
+
+def _sites(
+    template: Template, parts: Sequence[list[Instruction]], stretches: Sequence[Stretch]
+) -> list[Sites] | None:
+    """Return for each program where its angles come from, or None if something else depends on a parameter."""
+    place: dict[int, int] = {}
+    for position in template.dependent:
+        for part in parts[position]:
+            if part.name in _ANGLED:
+                place[id(part)] = len(place)
+            elif part.params:
+                return None
+    sites: list[Sites] = []
+    for stretch in stretches:
+        gates = [gate for gate, part in enumerate(stretch.gates) if id(part) in place]
+        sites.append((gates, [place[id(stretch.gates[gate])] for gate in gates]))
+    return sites
+
+
+@contextmanager
+def prepared(circuit: Circuit, circumstances: Hashable, make: Callable[[], Prepared]) -> Iterator[Prepared]:
+    """Give what `make` makes, or what was made for another circuit of the same template, with this one's angles."""
+    template = circuit._template
+    if template is None:
+        yield make()
+        return
+    kept = _kept.setdefault(template, {})
+    found = kept.pop(circumstances, None)
+    try:
+        if found is None:
+            found = make()
+        else:
+            found.bind(circuit)
+        yield found
+    finally:
+        if found is not None and found.can_be_bound:
+            kept[circumstances] = found
+            for oldest in list(kept)[:-_MOST_KEPT]:
+                kept.pop(oldest, None)
+
+
+def for_state(circuit: Circuit, n_qubits: int, precision: str, fusion: bool) -> Prepared:
+    """Prepare the gates of a circuit, whose measurements are at its end, as one program."""
+
+    def one_stretch(instructions: Sequence[Instruction]) -> Segments:
+        return Segments([Stretch([step for step in instructions if step.is_gate], None)], tuple(range(n_qubits)))
+
+    return Prepared(circuit, one_stretch, n_qubits, precision, fusion)
+
+
+def for_run(circuit: Circuit, started: tuple[int, ...], precision: str, fusion: bool) -> Prepared:
+    """Prepare a circuit for a state of its active qubits alone."""
+
+    def fitting(instructions: Sequence[Instruction]) -> Segments:
+        segments = cut(instructions, started)
+        # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.
+        memory.require_state(len(segments.active), precision)
+        return segments
+
+    return Prepared(circuit, fitting, None, precision, fusion)

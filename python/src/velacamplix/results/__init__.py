@@ -1,0 +1,1 @@
+"""What runs answer: counts of outcomes, plans, seconds, shots as rows of bits."""

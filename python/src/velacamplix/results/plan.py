@@ -1,0 +1,84 @@
+"""What a run tells about how it was carried out."""
+
+from __future__ import annotations
+
+from typing import NamedTuple
+
+from ..basics.words import counted
+
+
+class Timings(NamedTuple):
+    """Seconds that the parts of a run took.
+
+    Attributes
+    ----------
+    compile : float
+        From the circuit to planned programs.
+    simulate : float
+        Gates and, in circuits that branch, outcomes.
+    sample : float
+        Drawing shots.
+    observables : float
+        Expectation values.
+    """
+
+    compile: float
+    simulate: float
+    sample: float
+    observables: float
+
+    @property
+    def total(self) -> float:
+        """Their sum.
+
+        >>> Timings(0.5, 2.0, 0.25, 0.0).total
+        2.75
+        """
+        return self.compile + self.simulate + self.sample + self.observables
+
+
+class Pass(NamedTuple):
+    """Gates that act while the state streams once through the cache.
+
+    Attributes
+    ----------
+    first_gate, last_gate : int
+        The pass's gates are among ``first_gate`` to ``last_gate - 1``, counted over the whole run. Some of them may
+        wait for a later pass where that changes no bit; with fusion this is the stretch that was rewritten.
+    local_qubits : tuple of int
+        Qubits of the circuit that are gathered in a buffer; none if the gates work on the whole state in place.
+    """
+
+    first_gate: int
+    last_gate: int
+    local_qubits: tuple[int, ...]
+
+
+class Plan(NamedTuple):
+    """How the gates are carried out.
+
+    Attributes
+    ----------
+    gates : int
+    passes : tuple of Pass
+        In circuits with measurements in the middle, those of every stretch of gates once.
+    sweeps : float
+        How often all amplitudes are read and written in memory.
+    """
+
+    gates: int
+    passes: tuple[Pass, ...]
+    sweeps: float
+
+    def __str__(self) -> str:
+        """Tell the numbers in one line.
+
+        >>> print(Plan(300, (Pass(0, 200, (0, 1)), Pass(200, 300, ())), 1.5))
+        300 gates in 2 passes, 1.5 sweeps over memory
+        >>> print(Plan(1, (Pass(0, 1, ()),), 1.0))
+        1 gate in 1 pass, 1 sweep over memory
+        """
+        passes = f"{len(self.passes)} " + ("pass" if len(self.passes) == 1 else "passes")
+        sweeps = f"{self.sweeps:.3g}"
+        plural = "" if sweeps == "1" else "s"
+        return f"{counted(self.gates, 'gate')} in {passes}, {sweeps} sweep{plural} over memory"

@@ -1,0 +1,62 @@
+"""The state a run starts from."""
+
+from __future__ import annotations
+
+from collections.abc import Iterable, Sequence
+from typing import Any
+
+import numpy as np
+
+from ..basics import amplitude_order, arrays, checks
+from ..core import extension
+from ..states.statevector import StateVector
+
+InitialLike = int | str | Sequence[complex] | np.ndarray | StateVector | None
+
+
+class Start:
+    """A checked initial state.
+
+    Attributes
+    ----------
+    started : tuple of int
+        Qubits that need not be 0.
+    """
+
+    def __init__(self, initial: Any, n_qubits: int, order: str | None) -> None:
+        self._product: str | None = None
+        self._amplitudes: Any = None
+        self.started: tuple[int, ...] = ()
+        if initial is None or isinstance(initial, StateVector):
+            if order is not None:
+                raise TypeError(f"initial_order can only be given for a number, a text or an array, got {initial!r}")
+            if initial is not None:
+                self._amplitudes = _state(initial, n_qubits)
+        elif isinstance(initial, Iterable) and not isinstance(initial, str):
+            self._amplitudes = arrays.amplitudes(initial, n_qubits, "initial")
+            self._order = amplitude_order.of_amplitudes(self._amplitudes, order, "initial", "initial_order")
+        else:
+            text = arrays.product(initial, n_qubits, "initial")
+            self._product = text if order is None or checks.order(order, "initial_order") == "big" else text[::-1]
+            self.started = tuple(qubit for qubit, letter in enumerate(self._product) if letter != "0")
+        if self._amplitudes is not None:
+            self.started = tuple(range(n_qubits))
+
+    def prepare(self, state: StateVector, active: Sequence[int]) -> None:
+        """Set a state of the active qubits, which is in basis state 0 so far."""
+        begin = self._amplitudes
+        if self._product is not None:
+            state.set_basis_state("".join(self._product[qubit] for qubit in active))
+        elif isinstance(begin, StateVector) and begin._precision == state._precision:
+            extension.copy_amplitudes(begin._live(), state._live().view(), False)
+        elif isinstance(begin, StateVector):
+            state.array[:] = begin._live().view()
+        elif begin is not None:
+            state._set_amplitudes(begin, self._order)
+
+
+def _state(initial: StateVector, n_qubits: int) -> StateVector:
+    initial._live()
+    if initial._n_qubits != n_qubits:
+        raise ValueError(f"initial must be a state of {n_qubits} qubits, those of the circuit, got {initial!r}")
+    return initial

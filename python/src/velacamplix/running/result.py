@@ -1,0 +1,511 @@
+"""What a run of a circuit gives back."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+from itertools import groupby
+from typing import Any
+
+import numpy as np
+
+from ..basics import checks
+from ..basics.words import bit_string, counted
+from ..core import extension
+from ..instructions.instruction import Register
+from ..machine import memory
+from ..machine.pickling import Packed
+from ..observables.observable import ObservableLike
+from ..results import shot_rows
+from ..results.counts import Counts
+from ..results.plan import Plan, Timings
+from ..states.base import Qubits, highest_first
+from ..states.statevector import StateVector
+from ..views import html
+from . import observing
+
+__all__ = ["Result"]
+
+# A state of so many qubits, 256 MiB in double precision, is made of a smaller one without being asked for by its size.
+_MOST_EXPANDED = 24
+# So many numbers are copied at a time; Ctrl-C is heard in between.
+_PIECE = 2**22
+
+
+class Result:
+    """What `velacamplix.run` returns. Made by it, not by hand.
+
+    Attributes
+    ----------
+    n_qubits, n_clbits : int
+        Of the circuit.
+    n_shots : int or None
+        None if no shots were asked for.
+    n_bits : int
+        Bits of an outcome: the classical bits, or the qubits of a circuit that measures nothing.
+    seed : int or None
+        Where the random numbers started; given again, it gives the same shots. None without shots.
+    precision : str
+    threads : int
+    active_qubits : tuple of int
+        The circuit's qubits that are not 0 throughout, in increasing order; the others take no memory during the run.
+        Qubit q of `compact_state` is ``active_qubits[q]`` of the circuit.
+    expectation_values : float, complex, numpy.ndarray or None
+        A number for one observable, an array for a list, None without observables.
+    timings : Timings
+    plan : Plan
+
+    Examples
+    --------
+    >>> from velacamplix import Circuit, run
+    >>> result = run(Circuit(3, 2).h(0).cx(0, 2).measure([0, 2], [0, 1]), shots=1000, seed=7, observables=["Z0", "Z0 Z2"])
+    >>> sorted(result.counts), result.counts.shots
+    (['00', '11'], 1000)
+    >>> result.expectation_values.round(6).tolist()
+    [0.0, 1.0]
+    >>> result.probability("11", qubits=[0, 2])                  # doctest: +ELLIPSIS
+    0.49999999999999...
+    >>> result.active_qubits, result.state.n_qubits, result.compact_state.n_qubits
+    ((0, 2), 3, 2)
+    """
+
+    # What the results of 0.1 did not have.
+    _measured: frozenset[int] = frozenset()
+    _whole: StateVector | None = None
+
+    def __init__(
+        self,
+        *,
+        n_qubits: int,
+        n_clbits: int,
+        registers: tuple[Register, ...],
+        is_of_clbits: bool,
+        n_shots: int | None,
+        seed: int | None,
+        precision: str,
+        threads: int,
+        active_qubits: tuple[int, ...],
+        rows: np.ndarray | None,
+        state: StateVector | None,
+        measured: frozenset[int],
+        expectation_values: Any,
+        timings: Timings,
+        plan: Plan,
+    ) -> None:
+        self.n_qubits, self.n_clbits = n_qubits, n_clbits
+        self.n_shots, self.seed = n_shots, seed
+        self.precision, self.threads = precision, threads
+        self.active_qubits = active_qubits
+        self.expectation_values = expectation_values
+        self.timings, self.plan = timings, plan
+        self.n_bits = n_clbits if is_of_clbits else n_qubits
+        self._registers = [r for r in registers if r.kind == ("classical" if is_of_clbits else "quantum")]
+        self._rows, self._state, self._measured = rows, state, measured
+        self._counts: Counts | None = None
+
+    def __repr__(self) -> str:
+        shots = "no shots" if self.n_shots is None else f"{self.n_shots} shots, seed {self.seed}"
+        return f"<Result: {self.n_qubits} qubits ({len(self.active_qubits)} active), {shots}, {self.timings.total:.3g} s>"
+
+    def _repr_html_(self) -> str:
+        title = (
+            f"Result: {counted(self.n_qubits, 'qubit')} ({len(self.active_qubits)} active), {self.plan}, "
+            f"{self.timings.total:.3g} s"
+        )
+        parts = []
+        if self.expectation_values is not None:
+            values = np.atleast_1d(self.expectation_values).tolist()
+            shown = [f"{value:.6g}" for value in values[: html.ROWS]] + ["…"] * (len(values) > html.ROWS)
+            parts.append(html.line("expectation values: " + ", ".join(shown)))
+        if self.n_shots is not None:
+            parts.append(self.counts._repr_html_())
+        elif self.has_state:
+            active = self.active_qubits
+            listed = ", ".join(map(str, active[: html.ROWS])) + (", …" if len(active) > html.ROWS else "")
+            order = [] if len(active) == self.n_qubits else [f"qubits {listed}"]
+            parts.append(self.compact_state._html(*order))
+        return html.titled(title, "".join(parts))
+
+    def __getstate__(self) -> dict[str, Any]:
+        # The counts follow from the shots.
+        rows = None if self._rows is None else Packed(self._rows.reshape(-1))
+        return {**vars(self), "_rows": rows, "_counts": None}
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        vars(self).update(state)
+        if isinstance(self._rows, Packed):
+            self._rows = self._rows.array.reshape(-1, shot_rows.words_for(self.n_bits))
+
+    # Shots
+
+    @property
+    def counts(self) -> Counts:
+        """How often each outcome came, as `Counts`. They do not change: `Counts.copy` gives some that do.
+
+        A key has one character per classical bit, bit 0 leftmost, without spaces between registers; bits that no
+        measurement wrote are 0. In a circuit that measures nothing it has one per qubit, qubit 0 leftmost.
+
+        Raises
+        ------
+        RuntimeError
+            If the run had no shots.
+        MemoryError
+            If the answer does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(3).x(1), shots=100).counts
+        {'010': 100}
+        """
+        if self._counts is None:
+            self._counts = shot_rows.tally(self._drawn("counts"), self.n_bits)
+        self._counts._is_fixed = True
+        return self._counts
+
+    @property
+    def shots(self) -> np.ndarray:
+        """The outcome of every shot, shape (n_shots,); the leftmost bit is the most significant.
+
+        ``uint64``, or Python integers (``object``) if an outcome has more than 64 bits; not to be written to. The order
+        tells nothing: shots are independent of each other.
+
+        Raises
+        ------
+        RuntimeError
+            If the run had no shots.
+        MemoryError
+            If the answer does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(3).x(1), shots=4).shots
+        array([2, 2, 2, 2], dtype=uint64)
+        """
+        shots = shot_rows.numbers(self._drawn("shots"))
+        shots.flags.writeable = False  # what the counts are made of
+        return shots
+
+    @property
+    def bits(self) -> np.ndarray:
+        """The outcome of every shot bit by bit, ``uint8`` of shape (n_shots, n_bits), leftmost bit first.
+
+        Raises
+        ------
+        RuntimeError
+            If the run had no shots.
+        MemoryError
+            If the answer does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(3).x(1), shots=2).bits.tolist()
+        [[0, 1, 0], [0, 1, 0]]
+        """
+        return shot_rows.bits(self._drawn("bits"), self.n_bits)
+
+    def register_counts(self, name: str) -> Counts:
+        """Return the counts of one register: a classical one, or a quantum one if the circuit measures nothing.
+
+        Raises
+        ------
+        KeyError
+            If there is no such register.
+        RuntimeError
+            If the run had no shots.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, Register, run
+        >>> circuit = Circuit(2, registers=[Register("a", "quantum", 0, 1), Register("b", "quantum", 1, 1)]).x(1)
+        >>> run(circuit, shots=10).register_counts("b")
+        {'1': 10}
+        """
+        for register in self._registers:
+            if register.name == name:
+                return self.counts.marginal(list(register.bits))
+        names = [register.name for register in self._registers]
+        raise KeyError(f"name must be that of a register in the outcomes, one of {names}, got {checks.show(name)}")
+
+    def _drawn(self, what: str) -> np.ndarray:
+        if self._rows is None:
+            raise RuntimeError(f"there are no {what}: run was called without shots; give shots=N")
+        return self._rows
+
+    # State
+
+    @property
+    def has_state(self) -> bool:
+        """Whether there is one final state: outcomes in the middle of the circuit, if any, were certain."""
+        return self._state is not None
+
+    @property
+    def state(self) -> StateVector:
+        """The final state of all qubits, idle ones included.
+
+        Measurements leave it as it is where nothing acts on their qubits and nothing asks for their bits afterwards.
+        Where qubits are idle it is made when it is first asked for, and kept. Copy it before you change it: where none
+        is idle, this result answers from it.
+
+        Raises
+        ------
+        RuntimeError
+            If there is none, because outcomes in the middle of the circuit differ from shot to shot; or if qubits are
+            idle and there are more than 24 in all. The other methods and `compact_state` have no such limit.
+        MemoryError
+            If the state of all qubits does not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(3).x(1)).state.to_dict()
+        {'010': (1+0j)}
+        """
+        if self._whole is None:
+            self._whole = self._expanded()
+        return self._whole
+
+    @property
+    def compact_state(self) -> StateVector:
+        """The final state of the active qubits alone: its qubit q is qubit ``active_qubits[q]`` of the circuit.
+
+        Raises
+        ------
+        RuntimeError
+            If there is none, because outcomes in the middle of the circuit differ from shot to shot.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> result = run(Circuit(40).h(20))
+        >>> result.active_qubits, result.compact_state.array.round(6).tolist()
+        ((20,), [(0.707107+0j), (0.707107+0j)])
+        """
+        if self._state is None:
+            raise RuntimeError(
+                "there is no one final state: the circuit measures or resets qubits in its middle, and the state "
+                "depends on the outcome, which differs from shot to shot. The counts tell how often each came, and "
+                "run(..., observables=...) the means of expectation values"
+            )
+        return self._state
+
+    def _expanded(self) -> StateVector:
+        compact = self.compact_state
+        if len(self.active_qubits) == self.n_qubits:
+            return compact
+        cure = (
+            "result.expectation, probability, distribution and amplitude answer in the circuit's qubits without it, "
+            "and result.compact_state has the active ones alone: its qubit q is result.active_qubits[q]"
+        )
+        if self.n_qubits > _MOST_EXPANDED:
+            raise RuntimeError(
+                f"the state of all {self.n_qubits} qubits, of which {len(self.active_qubits)} are active, is made for "
+                f"at most {_MOST_EXPANDED}: {cure}"
+            )
+        try:
+            whole = StateVector._another(self.n_qubits, self.precision, compact.threads)
+        except MemoryError as error:
+            raise MemoryError(f"{error}. {cure}") from None
+        self._spread(compact._live().view(), whole._live().view(), range(self.n_qubits - 1, -1, -1))
+        extension.set_engine(whole._live(), extension.engine(compact._live()))
+        return whole
+
+    def _spread(self, compact: np.ndarray, whole: np.ndarray, qubits: Sequence[int]) -> None:
+        """Copy what belongs to the active ones of the listed qubits, highest bit first, to where the others are 0."""
+        active = set(self.active_qubits)
+        runs = [(is_active, len(list(run))) for is_active, run in groupby(qubit in active for qubit in qubits)]
+        places = [slice(None) if is_active else 0 for is_active, _ in runs]
+        target = whole.reshape([2**length for _, length in runs])[(*places, ...)]
+        _copy(compact.reshape(target.shape), target)
+
+    def expectation(self, observable: ObservableLike | Sequence[ObservableLike]) -> Any:
+        """Return an exact expectation value, as `run` does for its ``observables``.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict, or a list of these
+            On the circuit's qubits. The value is that after all instructions, measurements included: a term with X or Y
+            on a qubit that is measured at the end counts 0, and a UserWarning says so.
+
+        Returns
+        -------
+        float, complex or numpy.ndarray
+            A number for one observable, an array for a list.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If this is no observable, or one on more qubits.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(100).x(98)).expectation("2*Z98 + Z0")
+        -1.0
+        """
+        state, observed = self.compact_state, observing.checked(observable, self.n_qubits, "observable")
+        observed.warn(self.active_qubits, [self._measured], stacklevel=2)
+        return observed.shaped(observing.values(state, observed.on(self.active_qubits, self._measured)))
+
+    def probability(self, outcome: int | str, qubits: Qubits | None = None, order: str = "big") -> float:
+        """Return the probability that the listed qubits of the final state read an outcome.
+
+        Parameters
+        ----------
+        outcome : int or str
+            A number from 0 to 2**k - 1 or a text of k characters 0 and 1, for k qubits.
+        qubits : int or sequence of int, optional
+            Distinct qubits of the circuit; all by default.
+        order : {"big", "little"}
+            Whether the first listed qubit is the leftmost, most significant bit of the outcome or the rightmost.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If the outcome does not fit the qubits, or a qubit is no integer, outside the range, or named twice.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(100).x(1).x(98)).probability("011", qubits=[0, 98, 1])
+        1.0
+        """
+        state, listed = self.compact_state, self._highest_first(qubits, order)
+        number = checks.outcome(outcome, len(listed))
+        bits = dict(zip(listed, bit_string(number, len(listed))))
+        place = {qubit: place for place, qubit in enumerate(self.active_qubits)}
+        if any(bit == "1" and qubit not in place for qubit, bit in bits.items()):
+            return 0.0
+        known = {place[qubit]: bit for qubit, bit in bits.items() if qubit in place}
+        return state.probability("".join(known.values()), list(known))
+
+    def distribution(self, qubits: Qubits | None = None, order: str = "big") -> np.ndarray:
+        """Return the probabilities of all outcomes of the listed qubits of the final state.
+
+        Parameters
+        ----------
+        qubits : int or sequence of int, optional
+            k distinct qubits of the circuit; all by default.
+        order : {"big", "little"}
+            Whether the first listed qubit is the most or the least significant bit of a position.
+
+        Returns
+        -------
+        numpy.ndarray, shape (2**k,)
+            ``float64``, as from `StateVector.distribution`.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If a qubit is no integer, outside the range, or named twice.
+        MemoryError
+            If the result does not fit.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(100).h(98)).distribution([0, 98]).round(6).tolist()
+        [0.5, 0.5, 0.0, 0.0]
+        """
+        state, listed = self.compact_state, self._highest_first(qubits, order)
+        place = {qubit: place for place, qubit in enumerate(self.active_qubits)}
+        active = [place[qubit] for qubit in listed if qubit in place]
+        if len(active) == len(listed):
+            return state.distribution(active)
+        memory.require_bytes((8 << len(listed)) + (8 << len(active)), f"the distribution of {len(listed)} qubits")
+        whole: np.ndarray = np.zeros(2 ** len(listed))
+        self._spread(state.distribution(active), whole, listed)
+        return whole
+
+    def statevector(self, order: str = "little") -> np.ndarray:
+        """Return the 2**n amplitudes of the final state of all qubits, idle ones included, as a new array.
+
+        Parameters
+        ----------
+        order : {"little", "big"}
+            Whether qubit 0 is the least significant bit of a position, as in `StateVector.array`, or the most
+            significant.
+
+        Returns
+        -------
+        numpy.ndarray, shape (2**n_qubits,)
+            ``complex128`` or ``complex64``, by the precision of the run.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `order` is neither.
+        MemoryError
+            If the array does not fit.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> int(run(Circuit(4).x(2)).statevector().argmax())
+        4
+        """
+        state, is_big = self.compact_state, checks.order(order) == "big"
+        if len(self.active_qubits) == self.n_qubits:
+            return state.statevector(order=order)
+        dtype = state._live().view().dtype
+        memory.require_bytes(dtype.itemsize << self.n_qubits, f"the amplitudes of {self.n_qubits} qubits")
+        whole = np.zeros(2**self.n_qubits, dtype=dtype)
+        compact = state.statevector(order="big") if is_big else state._live().view()
+        self._spread(compact, whole, range(self.n_qubits) if is_big else range(self.n_qubits - 1, -1, -1))
+        return whole
+
+    def _highest_first(self, qubits: Qubits | None, order: str) -> tuple[int, ...]:
+        all_qubits: Qubits = range(self.n_qubits)
+        return highest_first(checks.qubits(all_qubits if qubits is None else qubits, self.n_qubits, at_least=0), order)
+
+    def amplitude(self, outcome: int | str, order: str = "big") -> complex:
+        """Return one amplitude of the final state of all qubits, idle ones included.
+
+        Parameters
+        ----------
+        outcome : int or str
+            A number from 0 to 2**n_qubits - 1 or a text of 0 and 1, one character per qubit of the circuit.
+        order : {"big", "little"}
+            Whether qubit 0 is the leftmost, most significant bit or the rightmost.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If the outcome does not fit the qubits.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> result = run(Circuit(100).x(1).x(98))
+        >>> result.amplitude("01" + 96 * "0" + "10"), result.amplitude(0)
+        ((1+0j), 0j)
+        """
+        number = checks.outcome(outcome, self.n_qubits)
+        last = self.n_qubits - 1 if checks.order(order) == "big" else 0
+        bits = {qubit: number >> abs(last - qubit) & 1 for qubit in range(self.n_qubits)}
+        state = self.compact_state
+        index = sum(bits.pop(qubit) << place for place, qubit in enumerate(self.active_qubits))
+        return 0j if any(bits.values()) else complex(state.array[index])
+
+
+def _copy(source: np.ndarray, target: np.ndarray) -> None:
+    if source.size <= _PIECE:
+        target[...] = source
+        return
+    rows = _PIECE * len(source) // source.size
+    for start in range(0, len(source), max(rows, 1)):
+        if rows:
+            target[start : start + rows] = source[start : start + rows]
+        else:
+            _copy(source[start], target[start])

@@ -1,0 +1,1 @@
+"""The state vector: gates, readout, shots, expectation values, data loading, exports, copies."""

@@ -1,0 +1,141 @@
+"""What the parts of a state vector's class share: the core's object, its size, precision and threads."""
+
+from __future__ import annotations
+
+from collections.abc import Iterable
+from typing import Any
+
+import numpy as np
+
+from ..basics import checks
+from ..core import extension
+from ..instructions.gate_base import GateBase
+from ..machine import limits, memory
+
+Qubits = int | Iterable[int]
+
+_CORE_TYPES = {
+    "single": (extension.StateVectorSingle, np.complex64),
+    "double": (extension.StateVectorDouble, np.complex128),
+}
+
+
+class StateBase(GateBase):
+    """Base of the classes that together make `StateVector`."""
+
+    def __init__(
+        self, n: int, precision: str = "double", threads: int | None = None, seed: int | None = None
+    ) -> None:
+        self._start(
+            checks.integer(n, "n", minimum=0), checks.precision(precision), limits.thread_count(threads), checks.seed(seed)
+        )
+
+    def _start(self, n: int, precision: str, threads: int, seed: int | None = None) -> None:
+        memory.require_state(n, precision)
+        core_type, amplitude_type = _CORE_TYPES[precision]
+        try:
+            core = core_type(n)
+        except MemoryError:
+            # Someone else took the memory since we looked.
+            memory.require_state(n, precision)
+            raise MemoryError(f"the system has no memory for n={n} qubits in {precision} precision") from None
+        core.set_num_threads(threads)
+        if seed is not None:
+            extension.set_seed(core, seed)
+        core.reset()
+        # An object that is set up again stays what it was until all has gone well.
+        self._n_qubits, self._precision, self._threads, self._amplitude_type = n, precision, threads, amplitude_type
+        self._core: Any = core
+
+    # What the object is
+
+    @property
+    def n_qubits(self) -> int:
+        """Number of qubits."""
+        return self._n_qubits
+
+    @property
+    def precision(self) -> str:
+        """``"double"`` or ``"single"``."""
+        return self._precision
+
+    @property
+    def threads(self) -> int:
+        """Number of threads that work on every operation; may be set at any time."""
+        return self._threads
+
+    @threads.setter
+    def threads(self, threads: int | None) -> None:
+        count = limits.thread_count(threads)
+        self._live().set_num_threads(count)
+        self._threads = count
+
+    @property
+    def array(self) -> np.ndarray:
+        """The 2**n amplitudes without a copy, ``complex128`` or ``complex64``; qubit q is bit q of the index.
+
+        The view shows every later gate and may be written to. It stays valid as long as it exists, whatever becomes
+        of this object; in turn `release` is refused while a view, or a slice of one, exists. Reading a view while
+        another thread runs a gate shows a mixture of old and new amplitudes.
+
+        Examples
+        --------
+        >>> state = StateVector(3).x(1)
+        >>> [int(i) for i in np.flatnonzero(state.array)]
+        [2]
+        """
+        return self._live().view()
+
+    def __repr__(self) -> str:
+        if self._core is None:
+            return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, released)"
+        return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, threads={self._threads})"
+
+    def _live(self) -> Any:
+        if self._core is None:
+            raise RuntimeError("this StateVector has been released; make a new one")
+        return self._core
+
+    def release(self) -> None:
+        """Give the memory back now. Every later use of this object but another `release` raises RuntimeError.
+
+        Raises
+        ------
+        BufferError
+            If a view made by `array` still exists.
+        """
+        if self._core is None:
+            return
+        if not self._live().release():
+            raise BufferError(
+                "the amplitudes cannot be released while a NumPy view made by .array exists; delete the view first"
+            )
+        self._core = None
+
+    def _set_amplitudes(self, amplitudes: np.ndarray, order: str) -> None:
+        core = self._live()
+        # The core reads its source while it writes the state, and takes its own type only.
+        of_its_own = not np.may_share_memory(amplitudes, core.view())
+        plain = amplitudes.flags.c_contiguous and amplitudes.flags.aligned
+        if not (of_its_own and plain and amplitudes.dtype == self._amplitude_type):
+            size = amplitudes.size * np.dtype(self._amplitude_type).itemsize
+            memory.require_bytes(size, f"a copy of the amplitudes of {self._n_qubits} qubits")
+            amplitudes = np.array(amplitudes, dtype=self._amplitude_type, order="C")
+        core.reset_from(amplitudes, order == "big")
+
+    def _listed(self, qubits: Qubits | None) -> tuple[int, ...]:
+        """Return the checked qubits, all of them for None."""
+        return tuple(range(self._n_qubits)) if qubits is None else checks.qubits(qubits, self._n_qubits, at_least=0)
+
+    def _highest_first(self, qubits: Qubits | None, order: str) -> tuple[int, ...]:
+        """Return the checked qubits, all of them for None, so that the first is an outcome's most significant bit."""
+        return highest_first(self._listed(qubits), order)
+
+
+def highest_first(qubits: tuple[int, ...], order: str) -> tuple[int, ...]:
+    """Return checked qubits so that the first is the most significant bit of an outcome.
+
+    >>> highest_first((2, 0), "big"), highest_first((2, 0), "little")
+    ((2, 0), (0, 2))
+    """
+    return qubits if checks.order(order) == "big" else qubits[::-1]
