@@ -94,7 +94,7 @@ def test_every_gate_method_is_in_a_table():
     from velacamplix.instructions.gate_methods import GateMethods
 
     methods = {name for name in dir(GateMethods) if not name.startswith("_")}
-    assert methods == {*GATES, *OTHERS, "mcx", "mcp"}
+    assert methods == {*GATES, *OTHERS, "rc3x", "mcx", "mcp"}
 
 
 def test_controls_first():

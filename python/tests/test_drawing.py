@@ -126,11 +126,10 @@ def test_long_labels_are_shortened():
 
 
 def test_every_instruction_can_be_drawn():
-    from velacamplix.instructions.gates import COMPOSITES
-    from velacamplix.instructions.instruction import GATES
+    from velacamplix.instructions.gates import GATES
 
     rng = random.Random(1)
-    for name, shape in {**GATES, **COMPOSITES}.items():
+    for name, shape in GATES.items():
         for n_controls in (0, 1, 2):
             qubits = rng.sample(range(6), shape.n_qubits + n_controls)
             step = Instruction(name, tuple(qubits[n_controls:]), (0.5,) * shape.n_params, tuple(qubits[:n_controls]))

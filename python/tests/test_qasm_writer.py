@@ -11,13 +11,11 @@ import pytest
 from qasm_texts import HEADER, random_program
 
 from velacamplix import Circuit, Condition, GateDefinition, Instruction, Parameter, Register
-from velacamplix.instructions.gates import COMPOSITES
-from velacamplix.instructions.instruction import GATES
+from velacamplix.instructions.gates import GATES as SHAPES
 from velacamplix.qasm import read_qasm
 from velacamplix.qasm.blocks import MOST_CONTROLS, plain
 
 EXAMPLES = sorted((Path(__file__).parents[2] / "examples" / "circuits").glob("*.qasm"))
-SHAPES = {**GATES, **COMPOSITES}
 ANGLES = (0.3, -1.5, 2.7, 7.1)
 
 

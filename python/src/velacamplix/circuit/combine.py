@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
-from dataclasses import replace
 from typing import Any, Self
 
 from ..basics import checks
@@ -65,7 +64,7 @@ class Combining(Record):
             for step in steps:
                 if step.condition is not None:
                     raise ValueError(f"other must have no conditions of its own inside when(), got {step}")
-            steps = [replace(step, condition=self._condition) if step.can_be_conditioned else step for step in steps]
+            steps = [step._replace(condition=self._condition) if step.can_be_conditioned else step for step in steps]
         for step in steps:
             self._append(step)
         return self

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Iterator
-from dataclasses import replace
 from typing import Any, Self
 
 from ..basics import checks
@@ -165,7 +164,7 @@ class Record(GateBase):
         if self._condition is not None:
             if step.condition is not None or not step.can_be_conditioned:
                 raise ValueError(f"instruction must be able to take the condition of when(), got {step}")
-            step = replace(step, condition=self._condition)
+            step = step._replace(condition=self._condition)
         self._append(step)
         return self
 

@@ -10,8 +10,8 @@ from ..basics import checks
 from ..machine import memory
 from .definition import GateDefinition
 from .expression import angle
-from .gates import COMPOSITES
-from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Condition, Instruction, Register
+from .gates import GATES
+from .instruction import BY_ENTRIES, NON_UNITARY, Condition, Instruction, Register
 
 
 def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
@@ -95,12 +95,10 @@ def _shape(name: Any, definition: GateDefinition | None) -> tuple[int, int] | No
         return definition.n_qubits, len(definition.params)
     if isinstance(name, str):
         if name in GATES:
-            return GATES[name]
-        if name in COMPOSITES:
-            return COMPOSITES[name][:2]
+            return GATES[name].n_qubits, GATES[name].n_params
         if name in BY_ENTRIES or name in NON_UNITARY:
             return None
-    known = ", ".join([*GATES, *sorted(BY_ENTRIES), *COMPOSITES, *sorted(NON_UNITARY)])
+    known = ", ".join([*GATES, *sorted(BY_ENTRIES), *sorted(NON_UNITARY)])
     raise ValueError(f"name must be one of {known}; got {checks.show(name)}")
 
 

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import math
 from collections.abc import Container, Iterable, Iterator, Sequence
-from dataclasses import replace
 from typing import Any, Protocol
 from weakref import WeakValueDictionary, ref
 
@@ -16,8 +15,8 @@ from ..machine.memory import require_entries
 from ..machine.pickling import Packed
 from . import instruction as _instruction
 from .expression import Expression, Parameter
-from .gates import COMPOSITES, inverse_by_name
-from .instruction import BY_ENTRIES, GATES, NON_UNITARY, Instruction
+from .gates import GATES
+from .instruction import BY_ENTRIES, NON_UNITARY, Instruction
 
 __all__ = ["GateDefinition"]
 
@@ -30,9 +29,13 @@ _MANY = 2**10
 
 # All names, in small letters, that mean something else already: those of the package, and those by which OpenQASM
 # programs call its gates.
-_TAKEN = frozenset(name.lower() for name in [*GATES, *BY_ENTRIES, *NON_UNITARY, *COMPOSITES]).union(
-    "c3sqrtx c3x c4x ccx ch cp crx cry crz cswap csx cu1 cu3 cx cy cz id p u0 u1".split()
-)
+_TAKEN = frozenset(
+    name.lower()
+    for name in [
+        *GATES, *BY_ENTRIES, *NON_UNITARY, "id", "u0",
+        *[name for gate in GATES.values() for name in [*gate.qasm, *gate.later]],
+    ]
+)  # fmt: skip
 
 # There is one object for each meaning, so that comparing definitions, however deep, is comparing objects.
 _known: WeakValueDictionary[Any, GateDefinition] = WeakValueDictionary()
@@ -211,20 +214,21 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
         dim = 2 ** len(step.qubits)
         entries: Any = step.params
         adjoint = (entries[row * dim + column].conjugate() for column in range(dim) for row in range(dim))
-        return (replace(step, params=tuple(adjoint)),)
+        return (step._replace(params=tuple(adjoint)),)
     if step.name == "diagonal":
         entries = step.params
-        return (replace(step, params=tuple(entry.conjugate() for entry in entries)),)
+        return (step._replace(params=tuple(entry.conjugate() for entry in entries)),)
     if not step.is_gate:
         raise ValueError(f"{step.name} has no inverse, got {step}")
-    found = inverse_by_name(step.name, step.params)
-    if found is not None:
-        name, params = found
-        return (replace(step, name=name, params=params),)
-    parts = COMPOSITES[step.name].build(step.params, step.qubits)
+    gate = GATES[step.name]
+    if gate.inverse is not None:
+        name, params = gate.inverse(step.params)
+        return (step._replace(name=name, params=params),)
+    assert gate.build is not None
+    parts = gate.build(step.params, step.qubits)
     return tuple(
         [
-            replace(undone, controls=step.controls + undone.controls, condition=step.condition)
+            undone._replace(controls=step.controls + undone.controls, condition=step.condition)
             for part in reversed(parts)
             for undone in inverted(part)
         ]
@@ -255,11 +259,13 @@ def size(step: Instruction) -> int:
     """Number of steps in the full expansion of an instruction, at least 1."""
     if step.definition is not None:
         return step.definition.size
-    return _COMPOSITE_SIZES.get(step.name, 1)
+    return _SIZES.get(step.name, 1)
 
 
-_COMPOSITE_SIZES: dict[str, int] = {
-    name: len(gate.build((0.0,) * gate.n_params, tuple(range(gate.n_qubits)))) for name, gate in COMPOSITES.items()
+_SIZES: dict[str, int] = {
+    name: len(gate.build((0.0,) * gate.n_params, tuple(range(gate.n_qubits))))
+    for name, gate in GATES.items()
+    if gate.build is not None
 }
 
 
@@ -334,7 +340,7 @@ def _unpacked(params: Any) -> tuple[Any, ...]:
 
 def with_definition(step: Instruction, definition: GateDefinition) -> Instruction:
     """Return the same call of another definition."""
-    return replace(step, name=definition.name, definition=definition)
+    return step._replace(name=definition.name, definition=definition)
 
 
 def _require_unitary(step: Instruction) -> None:

@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 from collections.abc import Iterator
-from dataclasses import replace
 
 from ..basics import checks
 from .definition import size
 from .expression import CalculationError, Expression
-from .gates import COMPOSITES
+from .gates import GATES
 from .instruction import Instruction
+
+_BUILDS = {name: gate.build for name, gate in GATES.items() if gate.build is not None}
 
 #: One instruction that would become more than this is refused: ten nested definitions are enough to describe more
 #: than any memory holds.
@@ -27,7 +28,7 @@ def basic(step: Instruction) -> Iterator[Instruction]:
         If there are more than `MOST_STEPS`, or a definition has no finite value for these parameters.
     """
     if step.definition is None:
-        if step.name in COMPOSITES:
+        if step.name in _BUILDS:
             return iter(_built(step))
         return iter((step,))
     if size(step) > MOST_STEPS:
@@ -42,7 +43,7 @@ def _expanded(step: Instruction) -> Iterator[Instruction]:
         step = waiting.pop()
         if step.definition is not None:
             waiting.extend(reversed(body_of(step)))
-        elif step.name in COMPOSITES:
+        elif step.name in _BUILDS:
             yield from _built(step)
         else:
             yield step
@@ -81,7 +82,7 @@ def body_of(step: Instruction) -> list[Instruction]:
 
 
 def _built(step: Instruction) -> tuple[Instruction, ...]:
-    parts = COMPOSITES[step.name].build(step.params, step.qubits)
+    parts = _BUILDS[step.name](step.params, step.qubits)
     if not step.controls and step.condition is None:
         return parts
-    return tuple([replace(part, controls=step.controls + part.controls, condition=step.condition) for part in parts])
+    return tuple([part._replace(controls=step.controls + part.controls, condition=step.condition) for part in parts])

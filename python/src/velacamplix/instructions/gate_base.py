@@ -9,9 +9,13 @@ import numpy as np
 
 from ..basics import checks
 from .expand import basic
-from .instruction import GATES, Instruction
+from .gates import GATES, NATIVE
+from .instruction import Instruction
 
 Controls = int | Sequence[int]
+
+#: No controls: what every gate method takes by default, one object, so that looking for it costs nothing.
+NONE: tuple[int, ...] = ()
 
 
 class GateBase:
@@ -45,8 +49,61 @@ class GateBase:
     def _angle(self, value: Any, name: str = "angle") -> Any:
         return checks.angle(value, name)
 
-    def _one_qubit(self, name: str, qubit: Any, controls: Any, params: tuple[Any, ...] = ()) -> Self:
-        return self._gate(name, (qubit,), ("qubit",), controls, params)
+    def mcx(self, controls: Controls, target: int) -> Self:
+        """Apply X to `target` where all of any number of controls are 1: `x` with its controls first.
+
+        Parameters
+        ----------
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act; there may be none.
+        target : int
+            From 0 to ``n_qubits - 1``.
+
+        Raises
+        ------
+        TypeError
+            If a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(4).mcx([0, 1, 2], 3))
+        X 3 controls 0,1,2
+        """
+        return self._gate("X", (target,), ("qubit",), controls)
+
+    def mcp(self, angle: float, controls: Controls, target: int) -> Self:
+        """Turn the phase by `angle` where `target` and all of any number of controls are 1: `ph` with its controls first.
+
+        Parameters
+        ----------
+        angle : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act; there may be none.
+        target : int
+            From 0 to ``n_qubits - 1``.
+
+        Raises
+        ------
+        TypeError
+            If the angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If the angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(3).mcp(0.5, [0, 1], 2))
+        PH(0.5) 2 controls 0,1
+        """
+        return self._gate("PH", (target,), ("qubit",), controls, (self._angle(angle),))
 
     def _gate(
         self,
@@ -64,7 +121,7 @@ class GateBase:
         all_controls = checks.controls(controls, numbers, self._n_qubits)
         if n_controls:
             all_controls, numbers = numbers[:n_controls] + all_controls, numbers[n_controls:]
-        if name in GATES and (len(numbers) == 1 or not all_controls):
+        if name in NATIVE and (len(numbers) == 1 or not all_controls):
             return self._add(name, numbers, params, all_controls)
         return self._add_any(name, numbers, params, all_controls)
 
@@ -74,24 +131,12 @@ def lowered(step: Instruction) -> Iterator[Instruction]:
     if step.name == "diagonal":
         entries = np.diag(np.array(step.params, dtype=np.complex128))
         yield Instruction("matrix", step.qubits, tuple(entries.ravel().tolist()), step.controls)
-    elif not step.controls or len(step.qubits) == 1 or step.name not in GATES:
+    elif not step.controls or len(step.qubits) == 1 or step.name not in NATIVE:
         yield step
-    elif step.name in _CONTROLLED:
-        *more, target = step.qubits
-        yield Instruction(_CONTROLLED[step.name], (target,), (), (*step.controls, *more))
     else:
-        yield Instruction("matrix", step.qubits, _EXCHANGES[step.name], step.controls)
-
-
-_CONTROLLED = {"CNOT": "X", "CCNOT": "X", "CSIGN": "Z"}
-
-
-def _exchange(same: complex, other: complex) -> tuple[complex, ...]:
-    return (1 + 0j, 0j, 0j, 0j, 0j, same, other, 0j, 0j, other, same, 0j, 0j, 0j, 0j, 1 + 0j)
-
-
-_EXCHANGES = {
-    "SWAP": _exchange(0j, 1 + 0j),
-    "ISWAP": _exchange(0j, 1j),
-    "SQRTSWAP": _exchange((1 + 1j) / 2, (1 - 1j) / 2),
-}
+        gate = GATES[step.name]
+        if gate.short_for is not None:
+            yield Instruction(gate.short_for[0], step.qubits[-1:], (), step.controls + step.qubits[:-1])
+        else:
+            assert gate.matrix is not None
+            yield Instruction("matrix", step.qubits, gate.matrix(*step.params), step.controls)

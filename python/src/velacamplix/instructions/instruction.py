@@ -2,9 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping
 from dataclasses import dataclass
-from types import MappingProxyType
 from typing import TYPE_CHECKING, NamedTuple
 
 from ..basics import checks
@@ -13,38 +11,6 @@ from .expression import Expression
 if TYPE_CHECKING:
     from .definition import GateDefinition
 
-
-class GateShape(NamedTuple):
-    """How many qubits and real parameters a named gate takes."""
-
-    n_qubits: int
-    n_params: int
-
-
-#: The library's named gates. Each takes any number of controls. "matrix" and
-#: "diagonal" (any number of qubits) are not listed: their parameters are entries.
-GATES: Mapping[str, GateShape] = MappingProxyType(
-    {
-        "X": GateShape(1, 0),
-        "Y": GateShape(1, 0),
-        "Z": GateShape(1, 0),
-        "H": GateShape(1, 0),
-        "S": GateShape(1, 0),
-        "T": GateShape(1, 0),
-        "RX": GateShape(1, 1),
-        "RY": GateShape(1, 1),
-        "RZ": GateShape(1, 1),
-        "PH": GateShape(1, 1),
-        "ZtoY": GateShape(1, 0),
-        "YtoZ": GateShape(1, 0),
-        "CNOT": GateShape(2, 0),
-        "CCNOT": GateShape(3, 0),
-        "CSIGN": GateShape(2, 0),
-        "SWAP": GateShape(2, 0),
-        "ISWAP": GateShape(2, 0),
-        "SQRTSWAP": GateShape(2, 0),
-    }
-)
 
 #: Gates given by their entries, on any number of qubits and with any number of controls.
 BY_ENTRIES = frozenset({"matrix", "diagonal"})
@@ -93,15 +59,14 @@ def spelled(condition: Condition) -> str:
     return '"' + format(condition.value, f"0{len(condition.clbits)}b")[::-1] + '"'
 
 
-@dataclass(frozen=True)
-class Instruction:
+class Instruction(NamedTuple):
     """One step of a circuit. Instances are plain values: equal, hashable, picklable.
 
     Attributes
     ----------
     name : str
-        A key of `GATES`, ``"matrix"``, ``"diagonal"``, a member of `NON_UNITARY`, or the name of a gate made of
-        these: one of those the package knows (``"u3"``, ``"rxx"`` and so on) or that of `definition`.
+        The name of a gate, as the table in `gates` has it, ``"matrix"``, ``"diagonal"``, a member of `NON_UNITARY`, or the
+        name of `definition`.
     qubits : tuple of int
         Targets, in the gate's order: CNOT is (control, target), CCNOT (control,
         control, target).

@@ -8,7 +8,6 @@ from __future__ import annotations
 import cmath
 import math
 from collections.abc import Container, Sequence
-from dataclasses import replace
 from typing import Any, NamedTuple
 
 import numpy as np
@@ -165,7 +164,7 @@ class _Part(NamedTuple):
         """Let all happen only where the controls have the bits of `state`, the first the lowest."""
         if not controls:
             return self
-        steps = [replace(step, controls=controls + step.controls) for step in self.steps]
+        steps = [step._replace(controls=controls + step.controls) for step in self.steps]
         if isinstance(self.phase, Expression) or self.phase:
             steps.append(Instruction("PH", controls[-1:], (self.phase,), controls[:-1]))
         zeros = [Instruction("X", (control,)) for number, control in enumerate(controls) if not state >> number & 1]
@@ -234,7 +233,7 @@ class _Conversion:
 
     def _under(self, condition: Condition, part: _Part, anyone: tuple[int, ...], is_last: bool) -> list[Instruction]:
         plain = [*part.steps, *_phase_steps(part.phase, len(anyone), anyone)]
-        steps = [replace(step, condition=condition) if step.can_be_conditioned else step for step in plain]
+        steps = [step._replace(condition=condition) if step.can_be_conditioned else step for step in plain]
         # Each step asks for the condition again, so none but the last may change what it reads.
         for step in steps[:-1] if is_last else steps:
             if set(step.clbits).intersection(condition.clbits):
@@ -358,7 +357,7 @@ def _power(part: _Part, exponent: float, operation: Any, qubits: tuple[int, ...]
     if len(part.steps) <= 1 and all([step.name in _ROTATIONS for step in part.steps]):
         if not is_whole:
             _require_principal(part, exponent)
-        steps = [replace(step, params=(_product(angle, exponent),)) for step in part.steps for angle in _angles(step)]
+        steps = [step._replace(params=(_product(angle, exponent),)) for step in part.steps for angle in _angles(step)]
         return _Part(steps, _product(part.phase, exponent))
     total = sum([size(step) for step in part.steps])
     if is_whole and abs(int(exponent)) * total <= _MOST_REPEATED:

@@ -6,12 +6,11 @@ global phase and its controlled form belong together: cu3 is u3 with a control, 
 
 from __future__ import annotations
 
-from collections.abc import Mapping
 from typing import NamedTuple
 
 from ..instructions.definition import size
-from ..instructions.gates import COMPOSITES
-from ..instructions.instruction import GATES as NATIVE
+from ..instructions.gates import GATES as GATE_TABLE
+from ..instructions.gates import Gate
 from ..instructions.instruction import Instruction
 
 
@@ -46,39 +45,26 @@ class LibraryGate(NamedTuple):
     opaque: None = None
 
 
-def _gate(name: str, step: str | None, n_controls: int = 0, n_params: int = 0, later: bool = False) -> LibraryGate:
-    if step is None:
-        return LibraryGate(name, None, 0, n_params, 1, 1, later)
-    shape = COMPOSITES[step] if step in COMPOSITES else NATIVE[step]
-    n_steps = size(Instruction(step, ()))
-    return LibraryGate(name, step, n_controls, shape.n_params, n_controls + shape.n_qubits, n_steps, later)
-
-
-def _table(entries: Mapping[str, object], later: bool = False) -> dict[str, LibraryGate]:
-    table = {}
-    for name, entry in entries.items():
-        step, n_controls = entry if isinstance(entry, tuple) else (entry, 0)
-        table[name] = _gate(name, step, n_controls, int(name == "u0"), later)  # type: ignore[arg-type]
-    return table
+def _of(gate: Gate, name: str, n_controls: int, later: bool = False) -> LibraryGate:
+    n_steps = size(Instruction(gate.name, ()))
+    return LibraryGate(name, gate.name, n_controls, gate.n_params, n_controls + gate.n_qubits, n_steps, later)
 
 
 #: The gates that need no include.
-LANGUAGE: dict[str, LibraryGate] = _table({"U": "u", "CX": "CNOT"})
-
-# Those of arXiv:1707.03429, whose meaning is fixed: name, or name and number of controls, of the instruction.
-_STANDARD = {
-    "u3": "u3", "u2": "u2", "u1": "PH", "cx": "CNOT", "id": None, "x": "X", "y": "Y", "z": "Z", "h": "H",
-    "s": "S", "sdg": "sdg", "t": "T", "tdg": "tdg", "rx": "RX", "ry": "RY", "rz": "RZ", "cz": "CSIGN",
-    "cy": ("Y", 1), "ch": ("H", 1), "ccx": "CCNOT", "crz": ("RZ", 1), "cu1": ("PH", 1), "cu3": ("u3", 1),
-}  # fmt: skip
+LANGUAGE: dict[str, LibraryGate] = {"U": _of(GATE_TABLE["u"], "U", 0), "CX": _of(GATE_TABLE["CNOT"], "CX", 0)}
 
 #: Those that came with later versions of the file. Programs older than that define some of them themselves, and then
 #: mean their own.
-LATER: Mapping[str, object] = {
-    "u0": None, "u": "u", "p": "PH", "sx": "sx", "sxdg": "sxdg", "swap": "SWAP", "cswap": ("SWAP", 1),
-    "crx": ("RX", 1), "cry": ("RY", 1), "cp": ("PH", 1), "csx": ("sx", 1), "cu": "cu", "rxx": "rxx", "rzz": "rzz",
-    "rccx": "rccx", "rc3x": "rc3x", "c3x": ("X", 3), "c3sqrtx": ("sx", 3), "c4x": ("X", 4),
-}  # fmt: skip
+LATER: dict[str, LibraryGate] = {
+    name: _of(gate, name, n_controls, later=True)
+    for gate in GATE_TABLE.values()
+    for name, n_controls in gate.later.items()
+}
+LATER["u0"] = LibraryGate("u0", None, 0, 1, 1, 1, True)
 
-#: What ``include "qelib1.inc";`` declares.
-GATES: dict[str, LibraryGate] = {**_table(_STANDARD), **_table(LATER, later=True)}
+#: What ``include "qelib1.inc";`` declares: those of arXiv:1707.03429, whose meaning is fixed, and the later ones.
+GATES: dict[str, LibraryGate] = {
+    "id": LibraryGate("id", None, 0, 0, 1, 1, False),
+    **{name: _of(gate, name, n_controls) for gate in GATE_TABLE.values() for name, n_controls in gate.qasm.items()},
+    **LATER,
+}

@@ -4,12 +4,12 @@ from __future__ import annotations
 
 import gc
 import os
-import sys
 import warnings
 from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
+from ..basics.future import level_of_caller
 from . import files
 from .errors import QasmError, fail
 from .program import MOST_INSTRUCTIONS, Parts, Program
@@ -35,7 +35,7 @@ def read_program(source: str | os.PathLike[str], most_instructions: int = MOST_I
         parts = reading.read(text, path)
     if reading.lacks_version:
         told = QasmError('there is no "OPENQASM 2.0;" in front; it is read as such', line=1, column=1, path=_name(path))
-        warnings.warn(str(told), stacklevel=_level_of_caller())
+        warnings.warn(str(told), stacklevel=level_of_caller())
     return parts
 
 
@@ -105,12 +105,3 @@ def _without_collections() -> Iterator[None]:
 
 def _name(path: Path | None) -> str | None:
     return None if path is None else str(path)
-
-
-def _level_of_caller() -> int:
-    """Return the level, for `warnings.warn` in the calling function, of the code that called this package."""
-    package = __name__.partition(".")[0]
-    level, frame = 1, sys._getframe(1)
-    while frame.f_back is not None and frame.f_globals.get("__name__", "").partition(".")[0] == package:
-        level, frame = level + 1, frame.f_back
-    return level

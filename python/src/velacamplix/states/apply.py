@@ -9,6 +9,7 @@ import numpy as np
 
 from ..circuit.circuit import Circuit
 from ..core import extension
+from ..instructions.gates import NATIVE
 from ..instructions.instruction import Instruction
 from ..programs.compile import require_circuit, require_fusion, too_large
 from ..programs.drive import drive
@@ -16,6 +17,8 @@ from ..programs.prepare import Prepared, for_state, prepared
 from ..programs.progress import Meter, ProgressLike, checked
 
 _MATRIX_TYPES = {"single": np.complex64, "double": np.complex128}
+# What the core calls a gate.
+_METHODS = {name: name.lower() for name in NATIVE}
 
 
 class UnsupportedInstruction(NotImplementedError):
@@ -71,20 +74,18 @@ def apply(
     params: Sequence[complex] = (),
     controls: Sequence[int] = (),
 ) -> None:
-    """Apply one gate of `instruction.GATES`, or "matrix", whose qubits have been checked."""
-    reason = too_large(name, params, precision)
-    if reason is not None:
-        raise ValueError(reason)
+    """Apply one gate that the library has, or "matrix", whose qubits have been checked."""
     if name == "matrix":
+        reason = too_large(name, params, precision)
+        if reason is not None:
+            raise ValueError(reason)
         matrix: np.ndarray = np.array(params, dtype=_MATRIX_TYPES[precision])
         extension.apply_matrix(core, matrix, qubits, controls)
-        return
-    gate = getattr(core, name.lower())
-    if len(qubits) > 1:
-        gate(*qubits)
-        return
-    # None rather than an empty list: without controls some gates have a shorter way.
-    gate(*qubits, *params, controls or None)
+    elif len(qubits) > 1:
+        getattr(core, _METHODS[name])(*qubits)
+    else:
+        # None rather than an empty list: without controls some gates have a shorter way.
+        getattr(core, _METHODS[name])(*qubits, *params, controls or None)
 
 
 def refuse_unsupported(instructions: Iterable[Instruction]) -> None:

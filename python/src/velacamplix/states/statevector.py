@@ -195,7 +195,10 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         controls: tuple[int, ...] = (),
         clbits: tuple[int, ...] = (),  # circuits have them, gates never do
     ) -> StateVector:
-        apply.apply(self._live(), self._precision, name, qubits, params, controls)
+        core = self._core
+        if core is None:
+            core = self._live()
+        apply.apply(core, self._precision, name, qubits, params, controls)
         return self
 
     def run(self, circuit: Circuit, progress: ProgressLike = None, fusion: bool = False) -> StateVector:

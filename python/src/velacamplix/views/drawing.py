@@ -7,6 +7,7 @@ from collections.abc import Sequence
 from typing import NamedTuple
 
 from ..basics import checks
+from ..instructions.gates import GATES
 from ..instructions.instruction import Instruction, Register, spelled
 
 __all__ = ["Drawing", "draw"]
@@ -41,9 +42,6 @@ class Characters(NamedTuple):
 
 _UNICODE = Characters("─", "│", "┼", "┤", "├", "●", "⊕", "✕", "░", "→", "»")
 _ASCII = Characters("-", "|", "+", "[", "]", "o", "(+)", "x", ":", "->", ">")
-
-# Gates whose qubits play the same part.
-_SYMMETRIC = frozenset({"ISWAP", "SQRTSWAP", "iswapdg", "sqrtswapdg", "rxx", "ryy", "rzz"})
 
 
 class Column:
@@ -131,22 +129,17 @@ def _texts(
         return {q: _boxed(f"M{marks.arrow}{clbits[c]}{when}", marks) for q, c in zip(step.qubits, step.clbits)}
     if step.name == "reset":
         return {q: _boxed(f"|0>{when}", marks) for q in step.qubits}
-    symbols: list[str] | None = None
-    if step.name in ("X", "CNOT", "CCNOT") and (step.name != "X" or step.controls):
-        symbols = [marks.control] * (len(step.qubits) - 1) + [marks.flip]
-    elif step.name == "CSIGN" or (step.name == "Z" and step.controls):
-        symbols = [marks.control] * len(step.qubits)
-    elif step.name == "SWAP":
-        symbols = [marks.exchange] * 2
-    if symbols is not None:
+    gate = GATES.get(step.name) if step.definition is None else None
+    # One qubit alone has nothing to be connected with: a box says more.
+    if gate is not None and gate.draws and (len(step.qubits) > 1 or step.controls):
+        symbols = [{"o": marks.control, "+": marks.flip, "x": marks.exchange}[letter] for letter in gate.draws]
         if when:
-            name = {"SWAP": marks.exchange, "CSIGN": "Z", "Z": "Z"}.get(step.name, "X")
-            symbols[-1] = _boxed(name + when, marks)
+            symbols[-1] = _boxed({"o": "Z", "+": "X", "x": marks.exchange}[gate.draws[-1]] + when, marks)
         texts.update(zip(step.qubits, symbols))
         return texts
     label = _label(step)
     for place, q in enumerate(step.qubits):
-        part = f":{place}" if len(step.qubits) > 1 and step.name not in _SYMMETRIC else ""
+        part = f":{place}" if len(step.qubits) > 1 and not (gate and gate.is_symmetric) else ""
         texts[q] = _boxed(label + part + when, marks)
     return texts
 
