@@ -21,15 +21,15 @@ LEVELS = {"x86-64": "-AVX2", "x86-64-v3": "-AVX512F", "x86-64-v4": ""}
 
 # Files of python/tests; what they import beside the package must be the package's own dependency.
 TESTS = [
-    "test_statevector.py",
-    "test_sampling.py",
-    "test_copies.py",
-    "test_expectations.py",
-    "test_single_precision.py",
-    "test_threads.py",
-    "test_qasm_examples.py",
-    "test_packaging.py",
-    "test_stub.py",
+    "states/test_statevector.py",
+    "states/test_sampling.py",
+    "states/test_copies.py",
+    "states/test_expectations.py",
+    "states/test_single_precision.py",
+    "machine/test_threads.py",
+    "qasm/test_qasm_examples.py",
+    "package/test_packaging.py",
+    "core/test_stub.py",
 ]
 
 

@@ -4,8 +4,12 @@ import os
 import signal
 import subprocess
 import sys
+from pathlib import Path
 
 import pytest
+
+# What several rooms share: literal simulators, texts, lists of calls.
+sys.path.insert(0, str(Path(__file__).parent / "support"))
 
 # What the tester has set for himself must not show through, neither here nor in the processes that tests start. This
 # comes before the package is loaded, when OpenMP reads its share.

@@ -5,11 +5,12 @@ from __future__ import annotations
 import numpy as np
 
 from . import checks, future
+from .types import Order
 
 _PIECE_BITS = 14
 
 
-def of_amplitudes(array: np.ndarray, order: str | None, name: str, keyword: str = "order") -> str:
+def of_amplitudes(array: np.ndarray, order: Order | None, name: str, keyword: str = "order") -> Order:
     """Return the order of an array of 2**n amplitudes, ``"little"`` if none is given.
 
     Before version 0.2 it was "big" then. Whoever gives none is warned where that makes a difference: unless the array

@@ -24,6 +24,8 @@ from typing import Any
 
 import numpy as np
 
+from .types import Order, Precision
+
 # Largest deviation of U·U† from the identity that still counts as rounding.
 # A matrix that was computed in single precision passes, a wrong one does not.
 UNITARY_TOLERANCE = 1e-5
@@ -83,7 +85,7 @@ def integer(
     >>> integer(np.int64(3), "shots", minimum=1)
     3
     """
-    number = _plain_integer(value, name, _range_words(minimum, maximum))
+    number = value if type(value) is int else _plain_integer(value, name, minimum, maximum)
     if (minimum is not None and number < minimum) or (maximum is not None and number > maximum):
         raise ValueError(f"{name} must be {_range_words(minimum, maximum)}, got {show(value)}")
     return number
@@ -94,7 +96,7 @@ def index(value: Any, size: int, name: str) -> int:
 
     Negative numbers do not count from the end: a qubit's number is its name.
     """
-    number = _plain_integer(value, name, "an integer")
+    number = value if type(value) is int else _plain_integer(value, name)
     if not 0 <= number < size:
         allowed = f"a number from 0 to {size - 1}" if size else "a number, but there is none to choose"
         raise IndexError(f"{name} must be {allowed}, got {show(value)}")
@@ -192,6 +194,8 @@ def angle(value: Any, name: str = "angle") -> float:
 
 def choice(value: Any, name: str, allowed: Sequence[str]) -> str:
     """Return `value` if it is one of the texts in `allowed`."""
+    if type(value) is str and value in allowed:
+        return value
     words = " or ".join(repr(word) for word in allowed)
     if not isinstance(value, str):
         raise TypeError(f"{name} must be {words}, got {show(value)}")
@@ -201,21 +205,14 @@ def choice(value: Any, name: str, allowed: Sequence[str]) -> str:
     return text
 
 
-def precision(value: Any, name: str = "precision") -> str:
+def precision(value: Any, name: str = "precision") -> Precision:
     """Return ``"single"`` or ``"double"``."""
-    return choice(value, name, ("single", "double"))
+    return choice(value, name, ("single", "double"))  # type: ignore[return-value]
 
 
-def order(value: Any, name: str = "order") -> str:
+def order(value: Any, name: str = "order") -> Order:
     """Return ``"big"`` (first listed qubit leftmost) or ``"little"``."""
-    return choice(value, name, ("big", "little"))
-
-
-def threads(value: Any, name: str = "threads") -> int | None:
-    """Return a number of threads, at least 1; ``None`` leaves the choice to the library."""
-    if value is None:
-        return None
-    return integer(value, name, minimum=1, maximum=2**31 - 1)
+    return choice(value, name, ("big", "little"))  # type: ignore[return-value]
 
 
 def matrix(
@@ -364,15 +361,15 @@ def pieces(count: int) -> Iterator[slice]:
         yield slice(start, start + _PIECE)
 
 
-def _plain_integer(value: Any, name: str, expected: str) -> int:
+def _plain_integer(value: Any, name: str, minimum: int | None = None, maximum: int | None = None) -> int:
     # operator.index takes Python and NumPy integers and refuses floats, so
     # that 1.0 or 2.7 is never rounded to a qubit.
-    if isinstance(value, (bool, np.bool_)):
-        raise TypeError(f"{name} must be {expected}, got {show(value)}")
-    try:
-        return operator.index(value)
-    except TypeError:
-        raise TypeError(f"{name} must be {expected}, got {show(value)}") from None
+    if not isinstance(value, (bool, np.bool_)):
+        try:
+            return operator.index(value)
+        except TypeError:
+            pass
+    raise TypeError(f"{name} must be {_range_words(minimum, maximum)}, got {show(value)}")
 
 
 def _is_scalar(value: Any) -> bool:

@@ -38,6 +38,8 @@ class Figures(ParameterMethods):
         steps = self.basic_instructions() if checks.flag(basic, "basic") else iter(self._instructions)
         return dict(Counter(_counted_name(step) for step in steps if step.is_gate).most_common())
 
+    count_ops = gate_counts
+
     def depth(self) -> int:
         """Return the length of the longest chain of instructions that have to wait for each other.
 

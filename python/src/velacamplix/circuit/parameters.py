@@ -6,7 +6,7 @@ from collections.abc import Iterator
 from typing import Any, Self
 
 from ..basics.words import shortened
-from ..instructions.binding import Template, checked_values, parameters_of, partly_bound
+from ..instructions.binding import Template, checked_values, parameters_of, partly_bound, plain_values
 from ..instructions.expand import basic
 from ..instructions.instruction import Instruction
 from .record import Record
@@ -26,7 +26,7 @@ class ParameterMethods(Record):
         """Return the circuit with numbers in place of its parameters.
 
         Binding a circuit again and again is cheap, and circuits bound from the same one share the work of planning:
-        what was planned for the last eight circumstances (precision, fusion, which qubits begin in another state than
+        what was planned for the last eight cases (precision, fusion, which qubits begin in another state than
         0) is kept as long as one of them exists.
 
         Parameters
@@ -58,16 +58,20 @@ class ParameterMethods(Record):
         ('b',)
         """
         names = self.parameters
-        numbers = checked_values(names, values, named)
-        if not numbers:
-            return self.copy()
-        if len(numbers) < len(names):
-            return self._with(partly_bound(self._instructions, numbers))
-        if self._own_template is None:
-            self._own_template = Template(self._registers, tuple(self._instructions))
-        params = self._own_template.params(numbers)
+        numbers = plain_values(names, values, named)
+        if numbers is None:
+            by_name = checked_values(names, values, named)
+            if not by_name:
+                return self.copy()
+            if len(by_name) < len(names):
+                return self._with(partly_bound(self._instructions, by_name))
+            numbers = [by_name[name] for name in names]
+        template = self._own_template
+        if template is None:
+            template = self._own_template = Template(self._registers, tuple(self._instructions))
+        params = template.params(numbers)
         bound = self._with(None)
-        bound._template, bound._template_params = self._own_template, params
+        bound._template, bound._template_params = template, params
         return bound
 
     def basic_instructions(self) -> Iterator[Instruction]:

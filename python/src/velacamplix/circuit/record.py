@@ -18,7 +18,7 @@ from ..instructions.instruction import Condition, Instruction, Register
 _OWN = frozenset(
     {
         "_registers", "_n_qubits", "_n_clbits", "_steps", "_template", "_template_params", "_names", "_own_template",
-        "_condition",
+        "_condition", "_prepared",
     }
 )  # fmt: skip
 
@@ -51,6 +51,7 @@ class Record(GateBase):
         self._names: tuple[str, ...] | None = None if steps else ()  # of open parameters; None: not looked for
         self._own_template: Template | None = None
         self._condition: Condition | None = None  # set inside `when`
+        self._prepared: dict[Any, Any] | None = None  # what running has made of the instructions, kept for the next time
 
     # --- What is in it ---
 
@@ -63,6 +64,8 @@ class Record(GateBase):
     def n_clbits(self) -> int:
         """Number of classical bits."""
         return self._n_clbits
+
+    num_qubits, num_clbits = n_qubits, n_clbits
 
     @property
     def registers(self) -> tuple[Register, ...]:
@@ -181,7 +184,8 @@ class Record(GateBase):
         """Return a circuit that differs in its instructions alone, also of a class with another constructor."""
         made = type(self).__new__(type(self))
         made._start(self._registers, self._n_qubits, self._n_clbits, instructions)
-        vars(made).update(self._further())
+        if len(vars(self)) > len(_OWN):
+            vars(made).update(self._further())
         return made
 
     def _further(self) -> dict[str, Any]:
@@ -190,6 +194,7 @@ class Record(GateBase):
 
     def _append(self, step: Instruction) -> None:
         self._instructions.append(step)
+        self._prepared = None
         if self._template is not None or self._own_template is not None:
             self._template = self._own_template = None
         if self._names is not None and step.params and any(isinstance(value, Expression) for value in step.params):

@@ -11,6 +11,7 @@ from typing import Any
 
 import numpy as np
 
+from ..basics.types import Precision
 from ..basics.words import counted
 from ..circuit.circuit import Circuit
 from ..core import extension
@@ -23,7 +24,7 @@ _LAYERS = 10
 _SHOTS = 100_000
 
 
-def sizes(largest: int | None, precision: str) -> list[int]:
+def sizes(largest: int | None, precision: Precision) -> list[int]:
     """Return the numbers of qubits to measure: those whose states take no more than a quarter of the memory."""
     fits = memory.largest_n(precision, limits.memory().usable // 4)
     most = min([n for n in (largest, fits) if n is not None])
@@ -33,7 +34,7 @@ def sizes(largest: int | None, precision: str) -> list[int]:
     return chosen
 
 
-def measure(chosen: list[int], precision: str, threads: int, seconds: float, tell: Callable[[str], None]) -> dict[str, Any]:
+def measure(chosen: list[int], precision: Precision, threads: int, seconds: float, tell: Callable[[str], None]) -> dict[str, Any]:
     """Measure everything in about so many seconds, and return it in the form that `--json` prints."""
     # Sweep, gates, circuit and shots of each size get the same time.
     share = seconds / max(1, len(chosen)) / (3 + len(_GATES))
@@ -50,7 +51,7 @@ def measure(chosen: list[int], precision: str, threads: int, seconds: float, tel
     }
 
 
-def _measure_size(n: int, precision: str, threads: int, share: float) -> dict[str, Any]:
+def _measure_size(n: int, precision: Precision, threads: int, share: float) -> dict[str, Any]:
     with StateVector(n, precision, threads, seed=1) as state:
         for qubit in range(n):  # no zeros, which would be kinder to the arithmetic than a real state
             state.ry(1.0 + 0.1 * qubit, qubit)
@@ -118,15 +119,15 @@ def _circuit(n: int, layers: int) -> Circuit:
     return circuit
 
 
-def show(told: dict[str, Any]) -> None:
+def show(answer: dict[str, Any]) -> None:
     """Print what `measure` returned as a table."""
     print(
-        f"velacamplix {told['version']}, {told['instruction_set']}, {told['precision']} precision, "
-        f"{counted(told['threads'], 'thread')}"
+        f"velacamplix {answer['version']}, {answer['instruction_set']}, {answer['precision']} precision, "
+        f"{counted(answer['threads'], 'thread')}"
     )
     print()
     titles = ["qubits", "state", "sweep", *(name.upper() for name in _GATES), "circuit", "of limit", "shots"]
-    rows = [[_cell(row, title) for title in titles] for row in told["rows"]]
+    rows = [[_cell(row, title) for title in titles] for row in answer["rows"]]
     units = ["", "", "GB/s", *["gates/s"] * len(_GATES), "gates/s", "", "1/s"]
     widths = [max(len(row[i]) for row in [titles, units, *rows]) for i in range(len(titles))]
     for row in [titles, units, *rows]:
@@ -139,9 +140,9 @@ def show(told: dict[str, Any]) -> None:
     )
 
 
-def as_json(told: dict[str, Any]) -> None:
+def as_json(answer: dict[str, Any]) -> None:
     """Print the same as one object."""
-    print(json.dumps(told, indent=2))
+    print(json.dumps(answer, indent=2))
 
 
 def tell(line: str) -> None:

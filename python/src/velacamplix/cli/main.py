@@ -9,6 +9,7 @@ which a shell reports as 130 and 141.
 from __future__ import annotations
 
 import argparse
+import contextlib
 import signal
 import sys
 import warnings
@@ -94,11 +95,12 @@ def main(arguments: list[str] | None = None) -> int:
 
 class _Parser(argparse.ArgumentParser):
     def _print_message(self, message: str, file: Any = None) -> None:
-        # argparse would drop what standard output does not take.
+        # argparse would drop what standard output does not take; before Python 3.11.3 it fails at any stream that is full.
         if message and file is sys.stdout:
             file.write(message)
         else:
-            super()._print_message(message, file)
+            with contextlib.suppress(OSError):
+                super()._print_message(message, file)
 
 
 def _parser() -> argparse.ArgumentParser:
@@ -310,11 +312,11 @@ def _bench(options: argparse.Namespace) -> int:
     sizes = bench.sizes(options.qubits, options.precision)
     if not sizes:
         return _fail("not even the smallest state takes less than a quarter of the memory", FAILED)
-    told = bench.measure(sizes, options.precision, threads, options.seconds, bench.tell)
+    answer = bench.measure(sizes, options.precision, threads, options.seconds, bench.tell)
     if options.json:
-        bench.as_json(told)
+        bench.as_json(answer)
     else:
-        bench.show(told)
+        bench.show(answer)
     return 0
 
 

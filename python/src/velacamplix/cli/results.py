@@ -5,10 +5,11 @@ from __future__ import annotations
 from collections.abc import Iterable, Sequence
 from typing import Any, NamedTuple
 
+from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..observables.observable import Observable
 from ..plots import bars
-from ..programs.segments import Measurement, Reset, cut
+from ..programs.segments import Measurement, Reset, segmented
 from ..results.counts import Counts
 from ..results.plan import Plan, Timings
 from ..running import observing
@@ -43,7 +44,7 @@ class Results(NamedTuple):
 
     n_qubits: int
     gates: int
-    precision: str
+    precision: Precision
     threads: int
     timings: Timings
     plan: Plan
@@ -64,7 +65,7 @@ class Results(NamedTuple):
 
 def collect(
     circuit: Circuit,
-    precision: str,
+    precision: Precision,
     threads: int,
     most: int,
     shots: int | None,
@@ -118,7 +119,7 @@ def _readings(circuit: Circuit, need_all: bool) -> dict[int, int]:
     Where shots are drawn, only the bits are asked for, and what a bit holds may differ from shot to shot.
     """
     holds: dict[int, int] = {}
-    for step in cut(list(circuit.basic_instructions()), []).steps:
+    for step in segmented(list(circuit.basic_instructions()), []).steps:
         is_in_the_middle = isinstance(step, Reset) or (isinstance(step, Measurement) and bool(step.now))
         if need_all and (is_in_the_middle or step.condition is not None):
             raise NeedsShots(
@@ -177,7 +178,7 @@ def bars_of(results: Results) -> bars.Bars:
 
 def as_json(name: str, results: Results, top: int) -> dict[str, Any]:
     """Return the same as what JSON can hold: the `top` most probable outcomes, or the counts of all that came."""
-    told: dict[str, Any] = {
+    answer: dict[str, Any] = {
         "file": name,
         "qubits": results.n_qubits,
         "gates": results.gates,
@@ -190,11 +191,11 @@ def as_json(name: str, results: Results, top: int) -> dict[str, Any]:
     }
     if results.probabilities is not None:
         shown = dict(results.probabilities[:top])
-        told.update(probabilities=shown, others=rest_of(results, top))
+        answer.update(probabilities=shown, others=rest_of(results, top))
     if results.counts is not None:
-        told.update(shots=results.counts.shots, seed=results.seed, counts=dict(by_frequency(results.counts)))
-    told["observables"] = [_expectation_as_json(expectation) for expectation in results.expectations]
-    return told
+        answer.update(shots=results.counts.shots, seed=results.seed, counts=dict(by_frequency(results.counts)))
+    answer["observables"] = [_expectation_as_json(expectation) for expectation in results.expectations]
+    return answer
 
 
 def rest_of(results: Results, top: int) -> float:
@@ -210,10 +211,10 @@ def by_frequency(counts: Counts) -> list[tuple[str, int]]:
 
 
 def _expectation_as_json(expectation: Expectation) -> dict[str, Any]:
-    told: dict[str, Any] = {"observable": expectation.text, "expectation": _number(expectation.value)}
+    answer: dict[str, Any] = {"observable": expectation.text, "expectation": _number(expectation.value)}
     if expectation.estimate is not None:
-        told.update(mean=_number(expectation.estimate.mean), standard_error=expectation.estimate.standard_error)
-    return told
+        answer.update(mean=_number(expectation.estimate.mean), standard_error=expectation.estimate.standard_error)
+    return answer
 
 
 def _number(value: Any) -> Any:

@@ -3,14 +3,17 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Mapping, Sequence
+from itertools import chain
 from typing import Any
+
+import numpy as np
 
 from ..basics import checks
 from ..basics.words import counted, shortened
-from .expression import FUNCTIONS, Expression, Parameter, calculated, free_names
+from .expression import FUNCTIONS, Expression, Parameter, free_names
 from .instruction import Instruction, Register
 
-Recipe = Callable[[Mapping[str, float]], float]
+Function = Callable[[Sequence[float]], list[tuple[float, ...]]]
 
 
 class Template:
@@ -28,7 +31,7 @@ class Template:
         Positions of the instructions with parameters.
     """
 
-    __slots__ = ("registers", "instructions", "parameters", "dependent", "_recipes", "__weakref__")
+    __slots__ = ("registers", "instructions", "parameters", "dependent", "_uses", "_function", "__weakref__")
 
     def __init__(self, registers: tuple[Register, ...], instructions: tuple[Instruction, ...]) -> None:
         self.registers = registers
@@ -39,13 +42,38 @@ class Template:
             for position, step in enumerate(instructions)
             if step.params and any(isinstance(value, Expression) for value in step.params)
         )
-        # For each dependent instruction: its parameters, each a number or a function of the values.
-        self._recipes = [tuple([_recipe(value) for value in instructions[at].params]) for at in self.dependent]
+        self._uses = 0
+        self._function: Function | None = None
 
-    def params(self, values: Mapping[str, float]) -> list[tuple[float, ...]]:
-        """Return the parameters of each dependent instruction, in the order of `dependent`."""
+    def params(self, values: Sequence[float]) -> list[tuple[float, ...]]:
+        """Return the parameters of each dependent instruction, in the order of `dependent`.
+
+        Parameters
+        ----------
+        values : sequence of float
+            For each of `parameters`.
+
+        Raises
+        ------
+        CalculationError
+            If a part of an expression has no finite value.
+        """
+        self._uses += 1
+        if self._uses == 2:  # for one time alone it does not pay
+            self._function = _function([self.instructions[at].params for at in self.dependent], self.parameters)
+        if self._function is not None:
+            try:
+                found = self._function(values)
+            except (ArithmeticError, ValueError):
+                pass  # the slow way tells what is wrong
+            else:
+                total = sum(chain.from_iterable(found))
+                if total - total == 0.0:
+                    return found
+        named = dict(zip(self.parameters, values))
+        rows: list[tuple[Any, ...]] = [self.instructions[at].params for at in self.dependent]
         return [
-            tuple([item(values) if callable(item) else item for item in recipe]) for recipe in self._recipes
+            tuple([item.evaluate(named) if isinstance(item, Expression) else item for item in row]) for row in rows
         ]
 
     def instructions_with(self, params: Sequence[tuple[float, ...]]) -> list[Instruction]:
@@ -72,6 +100,24 @@ def partly_bound(instructions: Sequence[Instruction], values: Mapping[str, float
         else step
         for step in instructions
     ]
+
+
+def plain_values(known: tuple[str, ...], values: Any, named: dict[str, Any]) -> Sequence[float] | None:
+    """Return a finite float for each parameter, in order, where they are given just so; None for all other ways."""
+    if named:
+        if values is not None or len(named) != len(known):
+            return None
+        listed: Sequence[Any] = [named.get(name) for name in known]
+    elif type(values) is np.ndarray and values.dtype == np.float64 and values.ndim == 1:
+        listed = values.tolist()
+    elif type(values) is list or type(values) is tuple:
+        listed = values
+    else:
+        return None
+    if len(listed) != len(known) or set(map(type, listed)) != {float}:
+        return None
+    total = sum(listed)
+    return listed if total - total == 0.0 else None
 
 
 def checked_values(known: tuple[str, ...], values: Any, named: dict[str, Any]) -> dict[str, float]:
@@ -109,61 +155,63 @@ def _with_params(step: Instruction, params: tuple[Any, ...]) -> Instruction:
     return Instruction(step.name, step.qubits, params, step.controls, step.clbits, step.condition, step.definition)
 
 
-def _recipe(value: Any) -> Any:
-    """Return a number as it is, an expression as a function; the usual short ones get a fast one."""
-    if not isinstance(value, Expression):
-        return value
+# --- A function of all values, compiled ---
+
+# Of numbers of instructions; a template with more takes the way of `evaluate`.
+_MOST_COMPILED = 50_000
+# Of operations in one expression, each counted as often as it is written: parts that are shared multiply.
+_LONGEST_COMPILED = 100
+
+
+def _function(rows: Sequence[tuple[Any, ...]], names: tuple[str, ...]) -> Function | None:
+    """Return a function from the values to the parameters of all dependent instructions; None if they are too many.
+
+    Its results are those of `evaluate` wherever they are finite. What is not, it may compute where `evaluate` refuses.
+    """
+    if sum(map(len, rows)) > _MOST_COMPILED:
+        return None
+    words = {name: f"v{number}" for number, name in enumerate(names)}
+    others: list[Expression] = []  # that are left to `evaluate`
+
+    def written(value: Any) -> str:
+        if not isinstance(value, Expression):
+            return repr(value)
+        text = _written(value, words, [_LONGEST_COMPILED])
+        if text is None:
+            others.append(value)
+            text = f"others[{len(others) - 1}].evaluate(dict(zip(names, values)))"
+        return text
+
+    lines = ["def function(values):", f"    {', '.join(words.values())}, = values", "    return ["]
+    lines += [f"        ({', '.join(map(written, row))},)," for row in rows]
+    space: dict[str, Any] = {"names": names, "others": others, "functions": FUNCTIONS}
+    exec("\n".join([*lines, "    ]"]), space)
+    function: Function = space["function"]
+    return function
+
+
+def _written(value: Any, words: Mapping[str, str], left: list[int]) -> str | None:
+    """Return an expression in Python, or None if it is too long or could hide that a part of it is infinite."""
+    if type(value) is float:
+        return f"({value!r})" if value - value == 0.0 else None
     if isinstance(value, Parameter):
-        return _named(value.name)
-    if len(value.operands) == 2:
-        left, right = value.operands
-        if isinstance(left, Parameter) and type(right) is float:
-            return _with_right(value, left.name, right)
-        if isinstance(right, Parameter) and type(left) is float:
-            return _with_left(value, left, right.name)
-    elif isinstance(value.operands[0], Parameter):
-        return _unary(value, value.operands[0].name)
-    return value.evaluate
-
-
-def _named(name: str) -> Recipe:
-    return lambda values: values[name]
-
-
-def _unary(expression: Expression, name: str) -> Recipe:
-    if expression.operation == "neg":
-        return lambda values: -values[name]
-    return lambda values: calculated(expression.operation, (values[name],), expression)
-
-
-def _with_right(expression: Expression, name: str, number: float) -> Recipe:
-    function = FUNCTIONS[expression.operation]
-
-    def value(values: Mapping[str, float]) -> float:
-        try:
-            result = function(values[name], number)
-        except (ArithmeticError, ValueError):
-            result = float("nan")  # the slow way below tells what is wrong
-        if result - result == 0.0:
-            return result
-        return calculated(expression.operation, (values[name], number), expression)
-
-    return value
-
-
-def _with_left(expression: Expression, number: float, name: str) -> Recipe:
-    function = FUNCTIONS[expression.operation]
-
-    def value(values: Mapping[str, float]) -> float:
-        try:
-            result = function(number, values[name])
-        except (ArithmeticError, ValueError):
-            result = float("nan")  # the slow way below tells what is wrong
-        if result - result == 0.0:
-            return result
-        return calculated(expression.operation, (number, values[name]), expression)
-
-    return value
+        return words[value.name]
+    left[0] -= 1
+    if left[0] < 0:
+        return None
+    # Sums and products of what is infinite are infinite or no number; other operations may come back from there.
+    is_plain = value.operation in ("+", "-", "*", "neg")
+    leaves = value.operands[-1:] if value.operation == "/" else value.operands
+    if not is_plain and any(isinstance(item, Expression) and not isinstance(item, Parameter) for item in leaves):
+        return None
+    operands = [_written(item, words, left) for item in value.operands]
+    if None in operands:
+        return None
+    if value.operation == "neg":
+        return f"(-{operands[0]})"
+    if value.operation in ("+", "-", "*", "/"):
+        return f"({operands[0]} {value.operation} {operands[1]})"
+    return f"functions[{value.operation!r}]({', '.join(map(str, operands))})"
 
 
 def _shown(names: Sequence[str]) -> str:

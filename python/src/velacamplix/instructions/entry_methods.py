@@ -6,6 +6,7 @@ from collections.abc import Sequence
 from typing import Any, Self
 
 from ..basics import checks
+from ..basics.types import Order
 from ..machine import memory
 from . import checked
 from .gate_base import GateBase
@@ -20,7 +21,7 @@ class EntryMethods(GateBase):
         qubits: int | Sequence[int],
         controls: int | Sequence[int] = (),
         *,
-        order: str = "big",
+        order: Order = "big",
         check: bool = True,
     ) -> Self:
         """Add a gate given by its matrix.
@@ -71,7 +72,7 @@ class EntryMethods(GateBase):
         qubits: int | Sequence[int],
         controls: int | Sequence[int] = (),
         *,
-        order: str = "big",
+        order: Order = "big",
         check: bool = True,
     ) -> Self:
         """Add a diagonal gate given by its entries.

@@ -2,6 +2,7 @@
 
 
 from ..basics import checks
+from ..basics.types import Precision
 from . import limits
 
 BYTES_PER_AMPLITUDE = {"single": 8, "double": 16}
@@ -16,7 +17,7 @@ _MOST_QUBITS = 4096
 SMALL_BYTES = 2**20
 
 
-def memory_needed(n: int, precision: str = "double") -> int:
+def memory_needed(n: int, precision: Precision = "double") -> int:
     """Return the bytes that a state of `n` qubits takes, without asking whether they are there.
 
     Parameters
@@ -40,7 +41,7 @@ def memory_needed(n: int, precision: str = "double") -> int:
     return BYTES_PER_AMPLITUDE[checks.precision(precision)] << checks.integer(n, "n", minimum=0, maximum=_MOST_QUBITS)
 
 
-def max_qubits(precision: str = "double") -> int:
+def max_qubits(precision: Precision = "double") -> int:
     """Return the number of qubits of the largest state that can be made now.
 
     Counted is free memory, without the page cache, and what the control groups of this process (a container's limit)
@@ -71,13 +72,13 @@ def max_qubits(precision: str = "double") -> int:
     return most
 
 
-def largest_n(precision: str, usable: int) -> int | None:
+def largest_n(precision: Precision, usable: int) -> int | None:
     """Return the largest number of qubits whose state fits in `usable` bytes, or None if not even one amplitude."""
     amplitudes = usable // BYTES_PER_AMPLITUDE[precision]
     return amplitudes.bit_length() - 1 if amplitudes else None
 
 
-def require_state(n: int, precision: str, root: str = "/") -> None:
+def require_state(n: int, precision: Precision, root: str = "/") -> None:
     """Raise MemoryError if a state of `n` qubits does not fit; the message tells what does."""
     if n < SMALL_BYTES.bit_length() and BYTES_PER_AMPLITUDE[precision] << n <= SMALL_BYTES:
         return
@@ -125,7 +126,7 @@ def human(size: int) -> str:
     return f"{size} bytes" if step == 0 else f"{size / 1024**step:.1f} {units[step]}"
 
 
-def _state_size(n: int, precision: str) -> str:
+def _state_size(n: int, precision: Precision) -> str:
     exponent = n + BYTES_PER_AMPLITUDE[precision].bit_length() - 1
     return human(1 << exponent) if exponent < 70 else f"2^{checks.digits(exponent)} bytes"
 
@@ -141,17 +142,17 @@ def _available(memory: limits.Memory) -> str:
     return text
 
 
-def _fits_in(n: int, precision: str, size: int) -> bool:
+def _fits_in(n: int, precision: Precision, size: int) -> bool:
     most = largest_n(precision, size)
     return most is not None and n <= most
 
 
-def _fits(start: str, n: int | None, precision: str) -> str:
+def _fits(start: str, n: int | None, precision: Precision) -> str:
     return f"{start} is {n}" if n is not None else f"Not even one amplitude in {precision} precision fits"
 
 
 def _cache_in_the_way(
-    n: int, precision: str, size: str, memory: limits.Memory, most: int | None, most_without_cache: int
+    n: int, precision: Precision, size: str, memory: limits.Memory, most: int | None, most_without_cache: int
 ) -> str:
     needed = BYTES_PER_AMPLITUDE[precision] << n
     return (

@@ -9,6 +9,7 @@ from typing import Any, NamedTuple
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Order
 from ..core import extension
 from .text import MOST_QUBITS, parse
 
@@ -64,7 +65,7 @@ class Observable:
     # NumPy's numbers leave products and sums to the methods below.
     __array_ufunc__ = None
 
-    def __init__(self, terms: ObservableLike, order: str = "big") -> None:
+    def __init__(self, terms: ObservableLike, order: Order = "big") -> None:
         listed = _listed(terms, checks.order(order))
         self._n_qubits = max((qubit + 1 for _, _, qubits in listed for qubit in qubits), default=0)
         terms_and_constants = list(map(_without_identities, listed))
@@ -215,7 +216,7 @@ def _unpickled(
     return kind._of([Term(*term) for term in terms], constant, n_qubits)
 
 
-def _listed(terms: Any, order: str) -> list[tuple[Number, str, tuple[int, ...]]]:
+def _listed(terms: Any, order: Order) -> list[tuple[Number, str, tuple[int, ...]]]:
     if isinstance(terms, Observable):
         return [*terms.terms, (terms.constant, "I" * terms.n_qubits, tuple(range(terms.n_qubits)))]
     if isinstance(terms, str):
@@ -230,7 +231,7 @@ def _listed(terms: Any, order: str) -> list[tuple[Number, str, tuple[int, ...]]]
     return [_from_tuple(term, f"observable[{i}]") for i, term in enumerate(terms)]
 
 
-def _from_strings(terms: Mapping[str, Number], order: str) -> list[tuple[Number, str, tuple[int, ...]]]:
+def _from_strings(terms: Mapping[str, Number], order: Order) -> list[tuple[Number, str, tuple[int, ...]]]:
     listed: list[tuple[Number, str, tuple[int, ...]]] = []
     length = None
     for letters, coefficient in terms.items():

@@ -13,6 +13,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks, extras
+from ..basics.types import Order
 from ..results.counts import Counts
 from ..states.outcomes import most_probable
 from ..states.statevector import StateVector
@@ -69,7 +70,7 @@ def plot_counts(counts: Mapping[str, int], top: int | None = None, ax: Any = Non
 def plot_probabilities(
     source: StateVector | Mapping[str, float] | Sequence[float] | np.ndarray,
     qubits: int | Sequence[int] | None = None,
-    order: str = "big",
+    order: Order = "big",
     top: int | None = None,
     ax: Any = None,
 ) -> Any:
@@ -124,7 +125,7 @@ def plot_probabilities(
 
 def plot_state(
     state: StateVector | Sequence[complex] | np.ndarray,
-    order: str = "big",
+    order: Order = "big",
     top: int | None = None,
     ax: Any = None,
     legend: bool = True,
@@ -196,7 +197,7 @@ def _check_top(top: int | None) -> None:
         checks.integer(top, "top", minimum=1)
 
 
-def _bars_of_state(state: StateVector, qubits: Any, order: str, top: int | None) -> Bars:
+def _bars_of_state(state: StateVector, qubits: Any, order: Order, top: int | None) -> Bars:
     listed = list(checks.qubits(range(state.n_qubits) if qubits is None else qubits, state.n_qubits, at_least=0))
     if checks.order(order) == "little":
         listed.reverse()
@@ -241,7 +242,7 @@ def _probabilities(source: Any) -> list[tuple[str, float]]:
     return [(_bits(i, width), float(values[i])) for i in np.flatnonzero(values > _NOISE).tolist()]
 
 
-def _amplitudes(state: Any, order: str, top: int | None) -> tuple[list[tuple[str, complex]], bool, float]:
+def _amplitudes(state: Any, order: Order, top: int | None) -> tuple[list[tuple[str, complex]], bool, float]:
     """Return labels and amplitudes in the order of the labels, whether there are more, and their probability."""
     if _is_state(state):
         listed = list(range(state.n_qubits))
@@ -263,7 +264,7 @@ def _amplitudes(state: Any, order: str, top: int | None) -> tuple[list[tuple[str
     return [(_bits(i, width), complex(values[i])) for i in kept], len(ranked) > len(kept), rest
 
 
-def _index(label: str, order: str) -> int:
+def _index(label: str, order: Order) -> int:
     # Qubit q is bit q of the index.
     return int((label[::-1] if order == "big" else label) or "0", 2)
 

@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..instructions.instruction import BY_ENTRIES, Instruction
@@ -37,7 +38,7 @@ def require_fusion(fusion: Any) -> bool:
 def compiled(
     gates: Sequence[Instruction],
     n_qubits: int,
-    precision: str,
+    precision: Precision,
     circuit: Circuit,
     places: Sequence[int],
     fusion: bool = False,
@@ -72,11 +73,11 @@ def compiled(
         taken = program.add(piece, places)
         if taken < len(piece):
             refused = piece[taken]
-            raise ValueError(f"{told(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
+            raise ValueError(f"{described(refused, circuit)}: {too_large(refused.name, refused.params, precision)}")
     return program
 
 
-def told(step: Instruction, circuit: Circuit) -> str:
+def described(step: Instruction, circuit: Circuit) -> str:
     """Return how a message names a step of a circuit, with its place if the circuit has it as it is."""
     for position, instruction in enumerate(circuit.instructions):
         if instruction is step:
@@ -84,7 +85,7 @@ def told(step: Instruction, circuit: Circuit) -> str:
     return f"a gate made of others ({step})"
 
 
-def too_large(name: str, params: Sequence[Any], precision: str) -> str | None:
+def too_large(name: str, params: Sequence[Any], precision: Precision) -> str | None:
     """Return what is wrong with a gate's numbers, or None. They have been found finite before; angles may be any."""
     if precision == "double" or name not in BY_ENTRIES:
         return None

@@ -7,20 +7,23 @@ from contextlib import contextmanager
 from typing import Any
 from weakref import WeakKeyDictionary
 
+from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..instructions.binding import Template
 from ..instructions.expand import basic
 from ..instructions.instruction import Instruction
 from ..machine import memory
+from ..results.plan import Plan
 from .compile import compiled
-from .segments import Segments, Stretch, cut
+from .segments import Segments, Stretch, segmented
 
 # Gates whose one angle can be replaced within a program.
 _ANGLED = frozenset({"RX", "RY", "RZ", "PH"})
 
-# Of every template, the few preparations that were used last, by their circumstances; the oldest gives way to a new
-# one, and all go with the template, which lives as long as the circuits bound from it and the one they were bound from.
-# Whoever runs takes one out and puts it back, so that no program is run twice at a time.
+# Of every template, and of every circuit without, the few preparations that were used last; the oldest gives way to a new
+# one. Those of a circuit go with it, or when an instruction is added to it. Those of a template go with the template,
+# which lives as long as the circuits bound from it and the one they were bound from. Whoever runs takes one out and puts
+# it back, so that no program is run twice at a time.
 _MOST_KEPT = 8
 _kept: WeakKeyDictionary[Template, dict[Hashable, Prepared]] = WeakKeyDictionary()
 
@@ -43,7 +46,7 @@ class Prepared:
         circuit: Circuit,
         make: Callable[[Sequence[Instruction]], Segments],
         n_qubits: int | None,
-        precision: str,
+        precision: Precision,
         fusion: bool,
     ) -> None:
         template = circuit._template
@@ -61,6 +64,8 @@ class Prepared:
         for stretch in stretches:
             stretch.program = compiled(stretch.gates, n_qubits, precision, circuit, places, fusion)
         self.programs: list[Any] = [stretch.program for stretch in stretches]
+        #: A number of threads, and what the run tells of its passes with so many; None until it is asked for.
+        self.plan: tuple[int, Plan] | None = None
         self._sites = None if template is None else _sites(template, parts, stretches)
 
     def _places(self, circuit: Circuit) -> list[int]:
@@ -77,6 +82,7 @@ class Prepared:
     def bind(self, circuit: Circuit) -> None:
         """Take over the angles of a circuit that was bound from the same template."""
         template, sites = circuit._template, self._sites
+        self.plan = None  # that of a fused run follows from the angles too
         assert template is not None and sites is not None
         angles: list[Any] = []
         for position, values in zip(template.dependent, circuit._template_params):
@@ -113,28 +119,31 @@ def _sites(
 
 
 @contextmanager
-def prepared(circuit: Circuit, circumstances: Hashable, make: Callable[[], Prepared]) -> Iterator[Prepared]:
-    """Give what `make` makes, or what was made for another circuit of the same template, with this one's angles."""
+def prepared(circuit: Circuit, key: Hashable, make: Callable[[], Prepared]) -> Iterator[Prepared]:
+    """Give what `make` makes, or what it made under this key for the same circuit or another of the same template."""
     template = circuit._template
-    if template is None:
-        yield make()
-        return
-    kept = _kept.setdefault(template, {})
-    found = kept.pop(circumstances, None)
+    if template is not None:
+        kept = _kept.setdefault(template, {})
+    elif circuit._prepared is not None:
+        kept = circuit._prepared
+    else:
+        kept = circuit._prepared = {}
+    found = kept.pop(key, None)
     try:
         if found is None:
             found = make()
-        else:
+        elif template is not None:
             found.bind(circuit)
         yield found
     finally:
-        if found is not None and found.can_be_bound:
-            kept[circumstances] = found
-            for oldest in list(kept)[:-_MOST_KEPT]:
-                kept.pop(oldest, None)
+        if found is not None and (template is None or found.can_be_bound):
+            kept[key] = found
+            if len(kept) > _MOST_KEPT:
+                for oldest in list(kept)[:-_MOST_KEPT]:
+                    kept.pop(oldest, None)
 
 
-def for_state(circuit: Circuit, n_qubits: int, precision: str, fusion: bool) -> Prepared:
+def for_state(circuit: Circuit, n_qubits: int, precision: Precision, fusion: bool) -> Prepared:
     """Prepare the gates of a circuit, whose measurements are at its end, as one program."""
 
     def one_stretch(instructions: Sequence[Instruction]) -> Segments:
@@ -143,11 +152,11 @@ def for_state(circuit: Circuit, n_qubits: int, precision: str, fusion: bool) -> 
     return Prepared(circuit, one_stretch, n_qubits, precision, fusion)
 
 
-def for_run(circuit: Circuit, started: tuple[int, ...], precision: str, fusion: bool) -> Prepared:
+def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fusion: bool) -> Prepared:
     """Prepare a circuit for a state of its active qubits alone."""
 
     def fitting(instructions: Sequence[Instruction]) -> Segments:
-        segments = cut(instructions, started)
+        segments = segmented(instructions, nonzero)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.
         memory.require_state(len(segments.active), precision)
         return segments

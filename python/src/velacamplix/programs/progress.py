@@ -153,7 +153,7 @@ def checked(progress: Any, unit: str = "gates") -> Callable[[Progress], Any] | N
 
 
 class _Bar:
-    """Shows a bar by tqdm, by rich, or as one line, whichever there is; nothing where standard error takes nothing."""
+    """Shows a bar by tqdm, where it is installed, or one line; nothing where standard error takes nothing."""
 
     def __init__(self, unit: str) -> None:
         self._unit = unit
@@ -204,12 +204,10 @@ def _quiet_seconds() -> float:
 def _first_available(progress: Progress, unit: str) -> Any:
     if sys.stderr is None:
         return _Nothing()
-    for display in (_Tqdm, _Rich):
-        try:
-            return display(progress, unit)
-        except ImportError:
-            pass
-    return _Line(unit)
+    try:
+        return _Tqdm(progress, unit)
+    except ImportError:
+        return _Line(unit)
 
 
 class _Nothing:
@@ -233,27 +231,6 @@ class _Tqdm:
 
     def close(self) -> None:
         self._bar.close()
-
-
-class _Rich:
-    def __init__(self, progress: Progress, unit: str) -> None:
-        self._unit = unit
-        rich: Any = importlib.import_module("rich.progress")
-        console: Any = importlib.import_module("rich.console").Console(stderr=True)
-        self._bar = rich.Progress(
-            rich.BarColumn(),
-            rich.TextColumn("{task.completed:.0f}/{task.total:.0f} {task.fields[unit]}, {task.fields[rate]}"),
-            console=console,
-            auto_refresh=False,
-        )
-        self._bar.start()
-        self._task = self._bar.add_task("", total=progress.total, completed=progress.done, rate="", unit=unit)
-
-    def show(self, progress: Progress) -> None:
-        self._bar.update(self._task, completed=progress.done, rate=_rate(progress, self._unit), refresh=True)
-
-    def close(self) -> None:
-        self._bar.stop()
 
 
 class _Line:

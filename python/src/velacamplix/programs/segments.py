@@ -67,30 +67,30 @@ class Segments:
     has_measurement: bool = False
 
 
-def cut(instructions: Sequence[Instruction], started: Iterable[int]) -> Segments:
+def segmented(instructions: Sequence[Instruction], nonzero: Iterable[int]) -> Segments:
     """Cut a circuit given in the library's own gates.
 
     Parameters
     ----------
     instructions : sequence of Instruction
-    started : iterable of int
+    nonzero : iterable of int
         Qubits that are not 0 at the beginning.
 
     Examples
     --------
     >>> from velacamplix import Circuit
     >>> circuit = Circuit(9, 2).h(5).cx(5, 7).measure([5, 8], [0, 1])
-    >>> segments = cut(circuit.instructions, [])
+    >>> segments = segmented(circuit.instructions, [])
     >>> segments.active, [type(step).__name__ for step in segments.steps]
     ((5, 7), ['Stretch', 'Measurement'])
     """
     result = Segments()
     last = _last_touches(instructions)
-    active = set(last.gates).union(started)
+    active = set(last.gates).union(nonzero)
     result.active = tuple(sorted(active))
     uses = _uses(instructions, last.others, last.gates)
 
-    fresh = active.difference(started)  # still 0
+    fresh = active.difference(nonzero)  # still 0
     stretch: Stretch | None = None
     for position, step in enumerate(instructions):
         name = step.name

@@ -6,22 +6,14 @@ from collections.abc import Mapping, Sequence
 from typing import Any, NamedTuple
 
 from ..instructions.definition import SIZE_LIMIT, GateDefinition
-from ..instructions.expression import CalculationError, Expression, Parameter
+from ..instructions.expression import Parameter
 from ..instructions.instruction import Condition, Instruction
 from . import qelib1
 from .errors import fail, quoted, shortened
 from .expressions import Params
 from .qelib1 import LibraryGate
-from .reach import reach_of
 from .source import Token
 from .syntax import Argument, Barrier, Call, GateDeclaration, split
-
-
-class Step(NamedTuple):
-    """One call in a gate's body: which gate, and its parameters with their places in the file."""
-
-    gate: Gate
-    params: Params
 
 
 class DeclaredGate(NamedTuple):
@@ -36,11 +28,9 @@ class DeclaredGate(NamedTuple):
     name: str
     formals: tuple[str, ...]
     n_qubits: int
-    steps: tuple[Step, ...]
     definition: GateDefinition | None
     size: int
     opaque: str | None
-    reach: float
     can_be_replaced: bool = False
     call: tuple[str, int, Any] | None = None
 
@@ -66,8 +56,7 @@ def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredG
         if qubit in formals:
             fail(f"{quoted(qubit)} is both a parameter and a qubit", qubit)
     if declaration.body is None:
-        return DeclaredGate(name, tuple(formals), len(slots), (), None, 1, name, 0.0)
-    steps: list[Step] = []
+        return DeclaredGate(name, tuple(formals), len(slots), None, 1, name)
     body: list[Instruction] = []
     size, opaque = 1, None
     for call in declaration.body:
@@ -79,16 +68,12 @@ def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredG
         gate, places_of_call = _checked(call, name, gates, formals, slots)
         size += gate.size
         opaque = opaque or gate.opaque
-        steps.append(Step(gate, call.params))
         if not opaque:
             body.extend(instructions(gate, call.params, (places_of_call,)))
     definition = None
     if not opaque:
         definition = GateDefinition.checked(name, tuple(formals), len(slots), tuple(body))
-    reach = reach_of([(step.params, step.gate.reach) for step in steps], bool(formals))
-    return DeclaredGate(
-        name, tuple(formals), len(slots), tuple(steps), definition, min(size, SIZE_LIMIT), opaque, reach
-    )
+    return DeclaredGate(name, tuple(formals), len(slots), definition, min(size, SIZE_LIMIT), opaque)
 
 
 def find(call: Call, gates: Mapping[str, Gate]) -> Gate:
@@ -122,33 +107,6 @@ def instructions(
         return ()
     step, n = gate.step, gate.n_controls
     return tuple([Instruction(step, row[n:], params, row[:n], (), condition) for row in rows])
-
-
-def check_values(gate: Gate, params: tuple[float, ...], call: Call) -> None:
-    """Raise `QasmError` if a call with these parameters has no finite value somewhere inside."""
-    if not params or max(map(abs, params)) <= gate.reach:
-        return
-    # A stack of our own, because bodies may be nested more deeply than Python calls.
-    waiting: list[tuple[Gate, tuple[float, ...]]] = [(gate, params)]
-    while waiting:
-        gate, params = waiting.pop()
-        if not params or max(map(abs, params)) <= gate.reach:
-            continue
-        if isinstance(gate, LibraryGate):
-            continue
-        values = dict(zip(gate.formals, params))
-        for step in gate.steps:
-            try:
-                inner = tuple(
-                    [item.evaluate(values) if isinstance(item, Expression) else item for item in step.params]
-                )
-            except CalculationError as error:
-                # The place is in the body, perhaps of an included file.
-                shown = shortened(", ".join(f"{value:g}" for value in params))
-                line, _ = call.token.place
-                message = f"{error}, in gate {quoted(gate.name)} called with ({shown}) in line {line}"
-                fail(message, error.expression.place.token)
-            waiting.append((step.gate, inner))
 
 
 def _checked(

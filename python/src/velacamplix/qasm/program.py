@@ -8,7 +8,7 @@ from typing import NamedTuple
 from ..instructions.definition import GateDefinition, renamed, size
 from ..instructions.instruction import Condition, Instruction, Register
 from . import blocks, qelib1
-from .definitions import Gate, check_names, check_operand_count, check_values, define, find, instructions
+from .definitions import Gate, check_names, check_operand_count, define, find, instructions
 from .errors import fail, quoted, shortened
 from .source import Token
 from .syntax import (
@@ -177,7 +177,6 @@ class Program:
         self._spend(work, call)
         if params:
             check_names(params, {})
-            check_values(gate, params, call)  # type: ignore[arg-type]  # numbers, after the line above
         steps = instructions(gate, params, rows.qubits, condition)
         if not params and condition is None:
             self._known_calls[key] = (steps, work)

@@ -30,8 +30,6 @@ class LibraryGate(NamedTuple):
         Number of instructions of the library it becomes, at least 1: a call costs time even if nothing comes of it.
     can_be_replaced : bool
         Whether it gives way to a file's own declaration of the same name.
-    reach : float
-        Parameters of no larger absolute value always have a result: all.
     """
 
     name: str
@@ -41,7 +39,6 @@ class LibraryGate(NamedTuple):
     n_qubits: int
     size: int
     can_be_replaced: bool
-    reach: float = float("inf")
     opaque: None = None
 
 

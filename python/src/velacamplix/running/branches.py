@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Iterator
+from functools import cached_property
 from typing import NamedTuple
 
 import numpy as np
@@ -64,7 +65,7 @@ class Branch:
         self.readings.pop(clbit, None)
 
 
-class Walk:
+class Branching:
     """One way through the steps for every group of equal outcomes.
 
     Where a measurement has several outcomes, its shots are shared out among them by one draw. The smaller groups go
@@ -76,7 +77,8 @@ class Walk:
     segments : Segments
         With programs in its stretches.
     meter : Meter
-    generator : numpy.random.Generator
+    seed : int
+        Of the generator that shares shots out.
     undecided : callable
         Returns the error to raise where outcomes differ and there are no shots to share out.
     """
@@ -85,11 +87,11 @@ class Walk:
         self,
         segments: Segments,
         meter: Meter,
-        generator: np.random.Generator,
+        seed: int,
         undecided: Callable[[Instruction], Exception],
     ) -> None:
         self.has_split = False
-        self._segments, self._meter, self._generator, self._undecided = segments, meter, generator, undecided
+        self._segments, self._meter, self._seed, self._undecided = segments, meter, seed, undecided
         place = {qubit: place for place, qubit in enumerate(segments.active)}
         # Per step, the state's qubits whose outcome must be known.
         self._places = [
@@ -98,6 +100,11 @@ class Walk:
         self._active = frozenset(segments.active)
         self._spares: list[StateVector] = []
         self._shots: int | None = None
+
+    @cached_property
+    def generator(self) -> np.random.Generator:
+        """What shares shots out; made when it is asked for, since most circuits need none."""
+        return np.random.default_rng(self._seed)
 
     def branches(self, state: StateVector, shots: int | None) -> Iterator[Branch]:
         """Iterate over the branches at their end. A branch's state serves again once the next one is asked for."""
@@ -187,7 +194,7 @@ class Walk:
         if branch.shots is None:
             raise self._undecided(step.source)
         self.has_split = True
-        return _Fork(branch, step, _shared(branch.shots, possible, probabilities, self._generator))
+        return _Fork(branch, step, _shared(branch.shots, possible, probabilities, self.generator))
 
     def _settle(self, branch: Branch, step: _Random, outcome: int, is_pure: bool = False) -> None:
         """Make an outcome of a step true: in the state, and in the bits."""

@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import amplitude_order, arrays, checks
+from ..basics.types import Order
 from ..core import extension
 from ..states.statevector import StateVector
 
@@ -19,14 +20,14 @@ class Start:
 
     Attributes
     ----------
-    started : tuple of int
+    nonzero : tuple of int
         Qubits that need not be 0.
     """
 
-    def __init__(self, initial: Any, n_qubits: int, order: str | None) -> None:
+    def __init__(self, initial: Any, n_qubits: int, order: Order | None) -> None:
         self._product: str | None = None
         self._amplitudes: Any = None
-        self.started: tuple[int, ...] = ()
+        self.nonzero: tuple[int, ...] = ()
         if initial is None or isinstance(initial, StateVector):
             if order is not None:
                 raise TypeError(f"initial_order can only be given for a number, a text or an array, got {initial!r}")
@@ -38,9 +39,9 @@ class Start:
         else:
             text = arrays.product(initial, n_qubits, "initial")
             self._product = text if order is None or checks.order(order, "initial_order") == "big" else text[::-1]
-            self.started = tuple(qubit for qubit, letter in enumerate(self._product) if letter != "0")
+            self.nonzero = tuple(qubit for qubit, letter in enumerate(self._product) if letter != "0")
         if self._amplitudes is not None:
-            self.started = tuple(range(n_qubits))
+            self.nonzero = tuple(range(n_qubits))
 
     def prepare(self, state: StateVector, active: Sequence[int]) -> None:
         """Set a state of the active qubits, which is in basis state 0 so far."""

@@ -9,6 +9,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Order, Precision
 from ..basics.words import bit_string, counted
 from ..core import extension
 from ..instructions.instruction import Register
@@ -81,7 +82,7 @@ class Result:
         is_of_clbits: bool,
         n_shots: int | None,
         seed: int | None,
-        precision: str,
+        precision: Precision,
         threads: int,
         active_qubits: tuple[int, ...],
         rows: np.ndarray | None,
@@ -350,7 +351,7 @@ class Result:
         observed.warn(self.active_qubits, [self._measured], stacklevel=2)
         return observed.shaped(observing.values(state, observed.on(self.active_qubits, self._measured)))
 
-    def probability(self, outcome: int | str, qubits: Qubits | None = None, order: str = "big") -> float:
+    def probability(self, outcome: int | str, qubits: Qubits | None = None, order: Order = "big") -> float:
         """Return the probability that the listed qubits of the final state read an outcome.
 
         Parameters
@@ -384,7 +385,7 @@ class Result:
         known = {place[qubit]: bit for qubit, bit in bits.items() if qubit in place}
         return state.probability("".join(known.values()), list(known))
 
-    def distribution(self, qubits: Qubits | None = None, order: str = "big") -> np.ndarray:
+    def distribution(self, qubits: Qubits | None = None, order: Order = "big") -> np.ndarray:
         """Return the probabilities of all outcomes of the listed qubits of the final state.
 
         Parameters
@@ -424,7 +425,7 @@ class Result:
         self._spread(state.distribution(active), whole, listed)
         return whole
 
-    def statevector(self, order: str = "little") -> np.ndarray:
+    def statevector(self, order: Order = "little") -> np.ndarray:
         """Return the 2**n amplitudes of the final state of all qubits, idle ones included, as a new array.
 
         Parameters
@@ -463,11 +464,11 @@ class Result:
         self._spread(compact, whole, range(self.n_qubits) if is_big else range(self.n_qubits - 1, -1, -1))
         return whole
 
-    def _highest_first(self, qubits: Qubits | None, order: str) -> tuple[int, ...]:
+    def _highest_first(self, qubits: Qubits | None, order: Order) -> tuple[int, ...]:
         all_qubits: Qubits = range(self.n_qubits)
         return highest_first(checks.qubits(all_qubits if qubits is None else qubits, self.n_qubits, at_least=0), order)
 
-    def amplitude(self, outcome: int | str, order: str = "big") -> complex:
+    def amplitude(self, outcome: int | str, order: Order = "big") -> complex:
         """Return one amplitude of the final state of all qubits, idle ones included.
 
         Parameters

@@ -10,11 +10,12 @@ from typing import NamedTuple
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Order, Precision
 from ..circuit.circuit import Circuit
 from ..instructions.instruction import Instruction
 from ..machine import limits, memory
 from ..observables.observable import Observable, ObservableLike
-from ..programs.compile import require_circuit, require_fusion, told
+from ..programs.compile import described, require_circuit, require_fusion
 from ..programs.prepare import Prepared, for_run, prepared
 from ..programs.progress import Meter, ProgressLike
 from ..programs.progress import checked as checked_progress
@@ -23,7 +24,7 @@ from ..results import shot_rows
 from ..results.plan import Pass, Plan, Timings
 from ..states.statevector import StateVector
 from . import observing
-from .branches import Branch, Walk
+from .branches import Branch, Branching
 from .initial import InitialLike, Start
 from .result import Result
 
@@ -35,12 +36,12 @@ def run(
     shots: int | None = None,
     seed: int | None = None,
     threads: int | None = None,
-    precision: str = "double",
+    precision: Precision = "double",
     observables: None | ObservableLike | Sequence[ObservableLike] = None,
     initial: InitialLike = None,
     progress: ProgressLike = None,
     fusion: bool = False,
-    initial_order: str | None = None,
+    initial_order: Order | None = None,
 ) -> Result:
     """Run a circuit.
 
@@ -125,9 +126,9 @@ def run(
     fused = require_fusion(fusion)
 
     clock = _Clock()
-    started = request.start.started
+    nonzero = request.start.nonzero
     with prepared(
-        circuit, ("run", started, request.precision, fused), lambda: for_run(circuit, started, request.precision, fused)
+        circuit, ("run", nonzero, request.precision, fused), lambda: for_run(circuit, nonzero, request.precision, fused)
     ) as found:
         return _carried_out(circuit, found, request, clock)
 
@@ -138,7 +139,7 @@ class _Request(NamedTuple):
     shots: int | None
     seed: int | None
     threads: int
-    precision: str
+    precision: Precision
     observed: observing.Observed | None
     start: Start
     progress: ProgressLike
@@ -155,11 +156,10 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
     clock.note("compile")
 
     seed = secrets.randbits(32) if request.seed is None else request.seed
-    generator = np.random.default_rng(seed)
 
     def undecided(step: Instruction) -> ValueError:
         return ValueError(
-            f"shots must be given for this circuit: {told(step, circuit)} has more than one possible outcome in its middle"
+            f"shots must be given for this circuit: {described(step, circuit)} has more than one possible outcome in its middle"
         )
 
     drawn = None if shots is None else np.empty((shots, shot_rows.words_for(n_bits)), dtype=np.uint64)
@@ -168,12 +168,12 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
     sums = np.zeros(len(observed.observables), dtype=np.complex128)
     reduced: dict[frozenset[int], list[Observable]] = {}  # by the qubits that have been measured
     with Meter(request.progress, plan.gates) as meter:
-        walk = Walk(segments, meter, generator, undecided)
-        for branch in walk.branches(state, shots):
+        branching = Branching(segments, meter, seed, undecided)
+        for branch in branching.branches(state, shots):
             clock.note("simulate")
             if drawn is not None:
                 # Without a split the shots are those of a state with this seed.
-                branch.state.seed = int(generator.integers(2**32)) if walk.has_split else seed
+                branch.state.seed = int(branching.generator.integers(2**32)) if branching.has_split else seed
                 assert branch.shots is not None
                 _sample(branch, segments, drawn[n_drawn : n_drawn + branch.shots], n_bits)
                 n_drawn += branch.shots
@@ -191,9 +191,9 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
     observed.warn(segments.active, reduced, stacklevel=3)
 
     if drawn is not None:
-        if walk.has_split:
+        if branching.has_split:
             # The groups stand one after the other; nothing of that shall show.
-            shot_rows.shuffle(drawn, generator)
+            shot_rows.shuffle(drawn, branching.generator)
         clock.note("sample")
     return Result(
         n_qubits=circuit.n_qubits,
@@ -206,7 +206,7 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
         threads=state.threads,
         active_qubits=segments.active,
         rows=drawn,
-        state=None if walk.has_split else state,
+        state=None if branching.has_split else state,
         measured=measured,
         expectation_values=None if request.observed is None else observed.shaped(sums),
         timings=clock.timings(),
@@ -215,6 +215,8 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
 
 
 def _plan_of(found: Prepared, threads: int) -> Plan:
+    if found.plan is not None and found.plan[0] == threads:
+        return found.plan[1]
     active = found.segments.active
     gates, sweeps = 0, 0.0
     passes: list[Pass] = []
@@ -224,7 +226,9 @@ def _plan_of(found: Prepared, threads: int) -> Plan:
         for first, last, local, _ in pieces:
             passes.append(Pass(gates + first, gates + last, tuple([active[place] for place in local])))
         gates += len(program)
-    return Plan(gates, tuple(passes), sweeps)
+    plan = Plan(gates, tuple(passes), sweeps)
+    found.plan = threads, plan
+    return plan
 
 
 def _sample(branch: Branch, segments: Segments, rows: np.ndarray, n_bits: int) -> None:
@@ -244,7 +248,8 @@ def _sample(branch: Branch, segments: Segments, rows: np.ndarray, n_bits: int) -
             sources.append((False, known >> bit & 1))
     qubits = [place[qubit] for qubit in column]
     for start, stop in branch.state._pieces(len(rows)):
-        sampled = branch.state.sample(stop - start, qubits)
+        sampled: np.ndarray = np.zeros(stop - start, dtype=np.uint64)
+        branch.state._draw(sampled, qubits)
         shot_rows.assemble(rows[start:stop], sources, sampled, len(column))
 
 

@@ -7,6 +7,7 @@ from typing import Any
 
 import numpy as np
 
+from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..instructions.gates import NATIVE
@@ -44,7 +45,7 @@ class UnsupportedInstruction(NotImplementedError):
 
 
 def run(
-    core: Any, n_qubits: int, precision: str, circuit: Circuit, progress: ProgressLike = None, fusion: bool = False
+    core: Any, n_qubits: int, precision: Precision, circuit: Circuit, progress: ProgressLike = None, fusion: bool = False
 ) -> None:
     """Apply the gates of `circuit` to the core's state of `n_qubits`, in order.
 
@@ -68,7 +69,7 @@ def run(
 
 def apply(
     core: Any,
-    precision: str,
+    precision: Precision,
     name: str,
     qubits: Sequence[int],
     params: Sequence[complex] = (),

@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Order, Precision
 from ..core import extension
 from ..instructions.gate_base import GateBase
 from ..machine import limits, memory
@@ -24,13 +25,13 @@ class StateBase(GateBase):
     """Base of the classes that together make `StateVector`."""
 
     def __init__(
-        self, n: int, precision: str = "double", threads: int | None = None, seed: int | None = None
+        self, n: int, precision: Precision = "double", threads: int | None = None, seed: int | None = None
     ) -> None:
         self._start(
             checks.integer(n, "n", minimum=0), checks.precision(precision), limits.thread_count(threads), checks.seed(seed)
         )
 
-    def _start(self, n: int, precision: str, threads: int, seed: int | None = None) -> None:
+    def _start(self, n: int, precision: Precision, threads: int, seed: int | None = None) -> None:
         memory.require_state(n, precision)
         core_type, amplitude_type = _CORE_TYPES[precision]
         try:
@@ -54,8 +55,10 @@ class StateBase(GateBase):
         """Number of qubits."""
         return self._n_qubits
 
+    num_qubits = n_qubits
+
     @property
-    def precision(self) -> str:
+    def precision(self) -> Precision:
         """``"double"`` or ``"single"``."""
         return self._precision
 
@@ -112,7 +115,7 @@ class StateBase(GateBase):
             )
         self._core = None
 
-    def _set_amplitudes(self, amplitudes: np.ndarray, order: str) -> None:
+    def _set_amplitudes(self, amplitudes: np.ndarray, order: Order) -> None:
         core = self._live()
         # The core reads its source while it writes the state, and takes its own type only.
         of_its_own = not np.may_share_memory(amplitudes, core.view())
@@ -127,12 +130,12 @@ class StateBase(GateBase):
         """Return the checked qubits, all of them for None."""
         return tuple(range(self._n_qubits)) if qubits is None else checks.qubits(qubits, self._n_qubits, at_least=0)
 
-    def _highest_first(self, qubits: Qubits | None, order: str) -> tuple[int, ...]:
+    def _highest_first(self, qubits: Qubits | None, order: Order) -> tuple[int, ...]:
         """Return the checked qubits, all of them for None, so that the first is an outcome's most significant bit."""
         return highest_first(self._listed(qubits), order)
 
 
-def highest_first(qubits: tuple[int, ...], order: str) -> tuple[int, ...]:
+def highest_first(qubits: tuple[int, ...], order: Order) -> tuple[int, ...]:
     """Return checked qubits so that the first is the most significant bit of an outcome.
 
     >>> highest_first((2, 0), "big"), highest_first((2, 0), "little")

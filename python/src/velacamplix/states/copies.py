@@ -7,6 +7,7 @@ from typing import Any, Self
 
 import numpy as np
 
+from ..basics.types import Precision
 from ..core import extension
 from ..machine import limits
 from ..machine.pickling import Packed
@@ -73,7 +74,7 @@ class Copies(Exports):
                 raise
 
     @classmethod
-    def _another(cls, n: int, precision: str, threads: int) -> Self:
+    def _another(cls, n: int, precision: Precision, threads: int) -> Self:
         """Return a new state, also of a class whose constructor takes other arguments."""
         made = cls.__new__(cls)
         made._start(n, precision, threads)
@@ -95,7 +96,7 @@ class _Amplitudes(Packed):
         return _begun, self._settings, None, self.numbers()
 
 
-def _begun(kind: Any, n: int, precision: str, threads: int, engine: str) -> _Amplitudes:
+def _begun(kind: Any, n: int, precision: Precision, threads: int, engine: str) -> _Amplitudes:
     # This machine may allow fewer threads.
     state = kind._another(n, precision, min(threads, limits.most_threads()))
     extension.set_engine(state._live(), engine)

@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import amplitude_order, checks
+from ..basics.types import Order
 from ..basics.words import bit_string
 from ..core import extension
 from ..machine import memory
@@ -25,7 +26,7 @@ _BYTES_PER_ENTRY = 400
 class Exports(StateBase):
     """Nothing here changes the state."""
 
-    def statevector(self, order: str | None = None, out: np.ndarray | None = None) -> np.ndarray:
+    def statevector(self, order: Order | None = None, out: np.ndarray | None = None) -> np.ndarray:
         """Return a copy of the 2**n amplitudes.
 
         Parameters
@@ -78,7 +79,7 @@ class Exports(StateBase):
         return out
 
     def to_dict(
-        self, threshold: float = 0.0, order: str = "big", progress: ProgressLike = None
+        self, threshold: float = 0.0, order: Order = "big", progress: ProgressLike = None
     ) -> dict[str, complex]:
         """Return the amplitudes that are not small, by basis state.
 
@@ -121,7 +122,7 @@ class Exports(StateBase):
         self,
         qubits: Qubits | None = None,
         threshold: float = 0.0,
-        order: str = "big",
+        order: Order = "big",
         progress: ProgressLike = None,
     ) -> dict[str, float]:
         """Return the probabilities of the outcomes that are not improbable.

@@ -8,6 +8,7 @@ from typing import Any, Self
 import numpy as np
 
 from ..basics import arrays, checks
+from ..basics.types import Order
 from ..core import extension
 from ..machine import memory
 from .base import Qubits, StateBase, highest_first
@@ -19,7 +20,7 @@ _ROUNDING = 1e-5
 class Loading(StateBase):
     """Every method returns the object, so that calls can be chained."""
 
-    def prepare(self, data: Any, qubits: Qubits, order: str = "big") -> Self:
+    def prepare(self, data: Any, qubits: Qubits, order: Order = "big") -> Self:
         """Put qubits into a state of their own.
 
         For every configuration of the other qubits, the 2**k amplitudes that share it become `data` times the norm
@@ -57,7 +58,7 @@ class Loading(StateBase):
         extension.prepare(core, _transposed(values, descending), highest)
         return self
 
-    def qram(self, data: Any, address_qubits: Qubits, value_qubits: Qubits, order: str = "big") -> Self:
+    def qram(self, data: Any, address_qubits: Qubits, value_qubits: Qubits, order: Order = "big") -> Self:
         """Load a superposition of values for every address.
 
         The amplitude of address a, value 0 is spread over all values v in proportion to ``data[a, v]``; its weight
@@ -96,7 +97,7 @@ class Loading(StateBase):
         extension.qram(core, table.astype(np.complex128).reshape(-1), lowest_first, len(addresses))
         return self
 
-    def binary_qram(self, data: Any, address_qubits: Qubits, value_qubits: Qubits, order: str = "big") -> Self:
+    def binary_qram(self, data: Any, address_qubits: Qubits, value_qubits: Qubits, order: Order = "big") -> Self:
         """Load an integer for every address: address a, value 0 becomes address a, value ``data[a]``.
 
         Parameters
@@ -126,7 +127,7 @@ class Loading(StateBase):
         extension.binary_qram(core, table, lowest_first, len(addresses))
         return self
 
-    def phase_oracle(self, marked: Iterable[int | str], qubits: Qubits, order: str = "big") -> Self:
+    def phase_oracle(self, marked: Iterable[int | str], qubits: Qubits, order: Order = "big") -> Self:
         """Change the sign wherever the listed qubits read a marked outcome.
 
         Parameters
@@ -181,5 +182,5 @@ def _transposed(values: np.ndarray, axes: Sequence[int]) -> np.ndarray:
     return copy.reshape(-1)
 
 
-def _lowest_first(qubits: tuple[int, ...], order: str) -> tuple[int, ...]:
+def _lowest_first(qubits: tuple[int, ...], order: Order) -> tuple[int, ...]:
     return highest_first(qubits, order)[::-1]

@@ -7,6 +7,7 @@ from typing import Any, Self
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Order
 from ..core import extension
 from ..machine import limits, memory
 from .base import Qubits, StateBase, highest_first
@@ -18,7 +19,7 @@ class MatrixGates(StateBase):
     """One method for any number of targets and controls."""
 
     def matrix(
-        self, matrix: Any, qubits: Qubits, controls: Qubits = (), *, order: str = "big", check: bool = True
+        self, matrix: Any, qubits: Qubits, controls: Qubits = (), *, order: Order = "big", check: bool = True
     ) -> Self:
         """Apply the matrix of a gate on k qubits.
 

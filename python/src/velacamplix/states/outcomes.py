@@ -7,6 +7,8 @@ from typing import TYPE_CHECKING
 
 import numpy as np
 
+from ..basics.types import Precision
+
 if TYPE_CHECKING:
     from .statevector import StateVector
 
@@ -44,7 +46,7 @@ def most_probable(state: StateVector, count: int, qubits: Sequence[int]) -> list
 
 
 def _best_of(
-    values: np.ndarray, count: int, precision: str, probabilities: Callable[[np.ndarray], np.ndarray]
+    values: np.ndarray, count: int, precision: Precision, probabilities: Callable[[np.ndarray], np.ndarray]
 ) -> list[tuple[int, float]]:
     best: list[tuple[float, int, float]] = []  # rank, position, probability
     for start in range(0, len(values), _PIECE):

@@ -7,6 +7,7 @@ import math
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Order
 from ..machine import memory
 from .base import Qubits, StateBase
 
@@ -17,7 +18,7 @@ class Readout(StateBase):
     Probabilities are formed and summed in double precision, also those of a state in single precision.
     """
 
-    def probability(self, outcome: int | str, qubits: Qubits | None = None, order: str = "big") -> float:
+    def probability(self, outcome: int | str, qubits: Qubits | None = None, order: Order = "big") -> float:
         """Return the probability that the listed qubits read an outcome.
 
         Parameters
@@ -47,7 +48,7 @@ class Readout(StateBase):
         index = checks.outcome(outcome, len(listed))
         return float(core.probability(index, listed))
 
-    def distribution(self, qubits: Qubits | None = None, order: str = "big") -> np.ndarray:
+    def distribution(self, qubits: Qubits | None = None, order: Order = "big") -> np.ndarray:
         """Return the probabilities of all outcomes of the listed qubits.
 
         Parameters
@@ -81,6 +82,8 @@ class Readout(StateBase):
         # The core's first listed qubit is the most significant bit.
         distribution: np.ndarray = core.distribution(listed)
         return distribution
+
+    probabilities = distribution
 
     def norm(self) -> float:
         """Return the root of the sum of all probabilities: 1, but for the rounding of the gates so far.

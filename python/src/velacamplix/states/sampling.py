@@ -3,12 +3,13 @@
 from __future__ import annotations
 
 import secrets
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from typing import Self
 
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Order
 from ..basics.words import bit_string
 from ..core import extension
 from ..machine import memory
@@ -50,7 +51,7 @@ class Sampling(StateBase):
         extension.set_seed(self._live(), secrets.randbits(32) if number is None else number)
 
     def sample(
-        self, shots: int, qubits: Qubits | None = None, order: str = "big", progress: ProgressLike = None
+        self, shots: int, qubits: Qubits | None = None, order: Order = "big", progress: ProgressLike = None
     ) -> np.ndarray:
         """Draw outcomes of the listed qubits; the state does not change.
 
@@ -87,20 +88,25 @@ class Sampling(StateBase):
         >>> state.sample(2).tolist(), state.sample(2, order="little").tolist(), state.sample(2, [0, 2]).tolist()
         ([3, 3], [6, 6], [1, 1])
         """
-        core, listed, count = self._live(), self._highest_first(qubits, order), checks.shots(shots)
+        self._live()
+        listed, count = self._highest_first(qubits, order), checks.shots(shots)
         # Besides the outcomes, the core sorts what it drew for a piece at a time.
         memory.require_bytes(8 * count + 16 * min(count, self._piece()), f"an array of {count} shots")
         outcomes: np.ndarray = np.zeros(count, dtype=np.uint64)
         with metered(progress, count, "shots") as meter:
-            if listed:  # the core takes an empty list for all qubits
-                for start, stop in self._pieces(count):
-                    extension.sample(core, outcomes[start:stop], listed)
-                    meter.advance(stop - start)
-                    meter.tell()
+            for start, stop in self._pieces(count):
+                self._draw(outcomes[start:stop], listed)
+                meter.advance(stop - start)
+                meter.tell()
         return outcomes
 
+    def _draw(self, outcomes: np.ndarray, listed: Sequence[int]) -> None:
+        """Fill an array with outcomes of checked qubits, the first of them most significant."""
+        if listed:  # the core takes an empty list for all qubits
+            extension.sample(self._live(), outcomes, listed)
+
     def counts(
-        self, shots: int, qubits: Qubits | None = None, order: str = "big", progress: ProgressLike = None
+        self, shots: int, qubits: Qubits | None = None, order: Order = "big", progress: ProgressLike = None
     ) -> Counts:
         """Draw outcomes as `sample` does and count how often each came.
 
@@ -138,7 +144,7 @@ class Sampling(StateBase):
                 meter.tell()
         return total.counts()
 
-    def measure(self, qubits: Qubits | None = None, collapse: bool = False, order: str = "big") -> int:
+    def measure(self, qubits: Qubits | None = None, collapse: bool = False, order: Order = "big") -> int:
         """Draw one outcome of the listed qubits.
 
         Parameters
@@ -173,7 +179,7 @@ class Sampling(StateBase):
         collapses = checks.flag(collapse, "collapse")
         return int(extension.measure(core, listed, collapses)) if listed else 0
 
-    def project(self, qubits: Qubits, value: int | str, order: str = "big") -> Self:
+    def project(self, qubits: Qubits, value: int | str, order: Order = "big") -> Self:
         """Keep what agrees with an outcome, clear the rest, and give the state norm 1 again.
 
         Parameters
@@ -200,7 +206,7 @@ class Sampling(StateBase):
         """
         return self._project(qubits, value, order, reset=False)
 
-    def project_then_reset(self, qubits: Qubits, value: int | str, order: str = "big") -> Self:
+    def project_then_reset(self, qubits: Qubits, value: int | str, order: Order = "big") -> Self:
         """Project as `project` does, then set the listed qubits to 0. Arguments and errors as there.
 
         Examples
@@ -212,7 +218,7 @@ class Sampling(StateBase):
         """
         return self._project(qubits, value, order, reset=True)
 
-    def _project(self, qubits: Qubits, value: int | str, order: str, reset: bool) -> Self:
+    def _project(self, qubits: Qubits, value: int | str, order: Order, reset: bool) -> Self:
         core, listed = self._live(), highest_first(checks.qubits(qubits, self._n_qubits, at_least=0), order)
         outcome = checks.outcome(value, len(listed), "value")
         try:
@@ -231,5 +237,6 @@ class Sampling(StateBase):
 
     def _pieces(self, count: int) -> Iterator[tuple[int, int]]:
         # Between two of them Ctrl-C is heard.
-        for start in range(0, count, self._piece()):
-            yield start, min(start + self._piece(), count)
+        piece = self._piece()
+        for start in range(0, count, piece):
+            yield start, min(start + piece, count)

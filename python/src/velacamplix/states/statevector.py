@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import amplitude_order, arrays, checks, future
+from ..basics.types import Order
 from ..basics.words import counted
 from ..circuit.circuit import Circuit
 from ..instructions.gate_methods import GateMethods
@@ -101,7 +102,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
 
     # Setting the state
 
-    def reset(self, state: Any = None, order: str | None = None) -> StateVector:
+    def reset(self, state: Any = None, order: Order | None = None) -> StateVector:
         """Set all qubits to 0.
 
         Until version 0.3 it also takes what `set_basis_state` and `set_state` take, with a FutureWarning.
@@ -123,7 +124,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         future.warn("StateVector.reset takes no arguments from version 0.3 on; write set_basis_state(...)")
         return self.set_basis_state(0 if state is None else state, "big" if order is None else order)
 
-    def set_basis_state(self, state: int | str, order: str = "big") -> StateVector:
+    def set_basis_state(self, state: int | str, order: Order = "big") -> StateVector:
         """Set every qubit to a state of its own, 0, 1, + or -.
 
         Parameters
@@ -154,7 +155,7 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
         core.reset_to_str(text[::-1] if highest_first else text)
         return self
 
-    def set_state(self, array: Sequence[complex] | np.ndarray, order: str | None = None) -> StateVector:
+    def set_state(self, array: Sequence[complex] | np.ndarray, order: Order | None = None) -> StateVector:
         """Set all amplitudes.
 
         Parameters

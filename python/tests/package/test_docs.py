@@ -1,0 +1,37 @@
+"""The documentation names everything that is public, and its pages can be found."""
+
+import re
+from pathlib import Path
+
+import pytest
+
+import velacamplix
+
+DOCS = Path(__file__).resolve().parents[3] / "docs"
+if not DOCS.is_dir():
+    pytest.skip(f"no folder {DOCS}: the tests run outside the project", allow_module_level=True)
+
+
+@pytest.mark.parametrize("name", velacamplix.__all__)
+def test_the_reference_has_every_public_name(name):
+    reference = "".join(page.read_text(encoding="utf-8") for page in DOCS.glob("api/*.md"))
+    assert re.search(rf"^\.\. auto(class|function|exception):: {name}$", reference, re.MULTILINE)
+
+
+def test_every_page_is_in_the_table_of_contents():
+    contents = (DOCS / "index.md").read_text(encoding="utf-8")
+    listed = set(re.findall(r"^[\w/-]+$", contents, re.MULTILINE))
+    assert {page.stem for page in DOCS.glob("*.md")} - {"index"} <= listed
+
+
+@pytest.mark.parametrize("page", sorted(page.name for page in DOCS.glob("*.md")))
+def test_links_between_files_lead_somewhere(page):
+    text = (DOCS / page).read_text(encoding="utf-8")
+    for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", text):
+        assert (DOCS / link).exists(), link
+
+
+def test_links_of_the_readme_lead_somewhere():
+    readme = DOCS.parent / "README.md"
+    links = re.findall(r"\]\(([^)#:]+)\)", readme.read_text(encoding="utf-8"))
+    assert len(links) > 8 and all((DOCS.parent / link).exists() for link in links)

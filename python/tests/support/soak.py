@@ -1,0 +1,189 @@
+"""Every public call of the package again and again, for `test_soak`, which starts this file as a process of its own.
+
+Each round has other numbers, so that what is kept by its arguments is kept anew. After a stretch to warm up, prints how
+much more there is at the end of every stretch of rounds than at its beginning: what leaks does so in all of them.
+"""
+
+import gc
+import inspect
+import json
+import math
+import os
+import sys
+import tempfile
+from collections.abc import Iterator
+
+import velacamplix
+from velacamplix import Circuit, Counts, GateDefinition, Instruction, Observable, Parameter, StateVector, run
+
+ROUNDS, STRETCHES = 20, 4
+# States of 256 KiB: ten of them stand out from what the C library keeps.
+N_QUBITS = 14
+
+QASM = 'OPENQASM 2.0;\ninclude "qelib1.inc";\ngate g%d a { h a; }\nqreg q[2];\ncreg c[2];\ng%d q[0];\nmeasure q -> c;\n'
+
+
+def template():
+    x, y = Parameter("x"), Parameter("y")
+    circuit = Circuit(N_QUBITS, 2).h(0).rx(x, 0).ry(2 * x + y, 1)
+    return circuit.gate(GateDefinition("turn", Circuit(2).ry(x, 0).cx(0, 1)), [2, 3], [x])
+
+
+TEMPLATE = template()
+
+
+def makers(i):
+    """How to make one of each class, to call methods of."""
+    return {
+        "Circuit": lambda: Circuit(N_QUBITS, N_QUBITS).h(0).cx(0, 1).t(1),
+        "Condition": lambda: velacamplix.Condition((0, 1), i % 4),
+        "Counts": lambda: Counts({"00": i + 1, "01": 3}),
+        "Estimate": lambda: velacamplix.Estimate(0.5, 0.1 + i),
+        "Expression": lambda: 2 * Parameter("x") + i,
+        "GateDefinition": lambda: GateDefinition(f"own{i}", Circuit(2).ry(0.1 + i, 0).cx(0, 1)),
+        "Instruction": lambda: Instruction("RX", (0,), (0.1 + i,)),
+        "Observable": lambda: Observable(f"{i + 1}*Z0 X1 + Y3"),
+        "Parameter": lambda: Parameter(f"p{i}"),
+        "Pass": lambda: velacamplix.Pass(0, i, (0,)),
+        "Plan": lambda: velacamplix.Plan(i, (), 1.0),
+        "Progress": lambda: velacamplix.Progress(i, 100, 0.5, 2.0, 3.0),
+        "QasmError": lambda: velacamplix.QasmError("wrong", line=i + 1, column=1),
+        "Register": lambda: velacamplix.Register("r", "quantum", 0, i + 1),
+        "Result": lambda: run(Circuit(N_QUBITS).h(0).cx(0, 1).rx(0.1 * i, 4), shots=30, seed=i),
+        "StateVector": lambda: StateVector(N_QUBITS, seed=i),
+        "Term": lambda: velacamplix.Term(0.5, "Z", (i,)),
+        "Timings": lambda: velacamplix.Timings(0.1, 0.2, 0.3, 0.4 * i),
+        "UnsupportedInstruction": lambda: velacamplix.UnsupportedInstruction("not"),
+    }
+
+
+def arguments(i, path):
+    """By name of the parameter, or of the method and the parameter."""
+    turn = 0.1 + 0.001 * i
+    return {
+        "qubit": 0, "qubit1": 0, "qubit2": 1, "control": 7, "control1": 8, "control2": 9, "control3": 6, "target": 2,
+        "angle": turn, "theta": turn, "phi": turn + 0.1, "lam": turn + 0.2, "gamma": turn + 0.3,
+        "qubits": [0, 1], "controls": [3], "clbits": [0, 1], "address_qubits": [4, 5], "value_qubits": [6],
+        "matrix": [[1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 0, 1], [0, 0, 1, 0]], "entries": [1, 1, 1, 1j],
+        "observable": f"{turn}*Z0 X1", "outcome": 0, "shots": 20 + i, "value": 0, "marked": [i % 4],
+        "Circuit.when.value": "10", "Circuit.bind.values": [], "Circuit.controlled.qubit": 0,
+        "StateVector.prepare.data": [math.cos(turn), 0, 0, math.sin(turn)], "StateVector.qram.data": [[turn, 0.5]] * 4,
+        "StateVector.binary_qram.data": [0, 1, i % 2, 1], "StateVector.project.value": 0,
+        "StateVector.set_basis_state.state": i, "StateVector.set_state.array": [1.0] + [0.0] * (2**N_QUBITS - 1),
+        "circuit": TEMPLATE.bind(x=turn, y=1.0), "other": Circuit(2).h(0), "instruction": Instruction("X", (0,)),
+        "definition": GateDefinition(f"mine{i}", Circuit(2).rx(turn, 0).cx(0, 1)), "times": 2,
+        "path_or_text": path, "Circuit.from_qasm.path_or_text": QASM % (i, i),
+        "Counts.from_ints.counts": {0: 5, i: 7}, "n_bits": 8, "Counts.fromkeys.iterable": ["0", "1"],
+        "Counts.pop.outcome": "00", "Counts.setdefault.outcome": "10", "key": "00", "positions": [1],
+        "Expression.evaluate.values": {"x": turn}, "Expression.substitute.values": {"x": turn},
+        "Expression.value_from.values": {"x": turn}, "Parameter.evaluate.values": {f"p{i}": turn},
+        "Parameter.substitute.values": {f"p{i}": turn}, "Parameter.value_from.values": {f"p{i}": turn}, "known": {},
+        "GateDefinition.checked.name": f"checked{i}", "params": (), "n_qubits": 1, "body": (Instruction("H", (0,)),),
+        "Result.register_counts.name": "q", "n": 5,
+    }  # fmt: skip
+
+
+def public():
+    """Every public callable of the package by name: functions, methods, and None for properties."""
+    found = {}
+    for name in velacamplix.__all__:
+        item = getattr(velacamplix, name)
+        if not inspect.isclass(item):
+            found[name] = item
+            continue
+        for word, member in inspect.getmembers(item):
+            if word.startswith("_") or word == "add_note" or not _is_ours(item, word):
+                continue
+            found[f"{name}.{word}"] = member if callable(member) else None
+    return found
+
+
+def _is_ours(kind, word):
+    home = next((base for base in kind.__mro__ if word in vars(base)), kind)
+    return home.__module__.startswith("velacamplix")
+
+
+def call(name, member, made, known):
+    """Call one of them, or read it."""
+    owner, _, word = name.rpartition(".")
+    if owner and member is None:
+        return getattr(made[owner](), word)
+    function = getattr(made[owner](), word) if owner else member
+    given = []
+    for parameter in inspect.signature(function).parameters.values():
+        if parameter.default is parameter.empty and parameter.kind is parameter.POSITIONAL_OR_KEYWORD:
+            exact = f"{name}.{parameter.name}"
+            given.append(known[exact if exact in known else parameter.name])
+    result = function(*given)
+    if name == "Circuit.when":
+        with result:
+            pass
+    elif isinstance(result, Iterator):
+        list(result)
+
+
+# Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
+OTHERS = {
+    "Expression.value_from", "Parameter.value_from",
+    "Circuit.from_qasm3", "Counts.to_frame", "plot_counts", "plot_probabilities", "plot_state",
+}  # fmt: skip
+
+
+def more(i):
+    """Calls with what the ones above leave out."""
+    turn = 0.1 + 0.001 * i
+    bound = TEMPLATE.bind([turn, 1.0])
+    run(bound, initial=i, observables=["Z0", f"{turn}*X1"], fusion=bool(i % 2), progress=lambda progress: None)
+    measured = Circuit(3, 2).h(0).measure(0, 0)
+    with measured.when("c", 1):
+        measured.x(1)
+    run(measured.measure(1, 1), shots=20, precision="single").counts.most_likely(2)
+    StateVector(N_QUBITS, "single", threads=2).run(bound).counts(5)
+    bound.inverse().copy().compose(Circuit(1).h(0)).draw(width=80)
+    Circuit.from_qasm(bound.to_qasm())
+    for wrong in (lambda: StateVector(60), lambda: Circuit(1).x(i + 1), lambda: run(TEMPLATE), lambda: Observable("A")):
+        try:
+            wrong()
+        except (IndexError, MemoryError, ValueError):
+            continue
+        raise AssertionError("nothing was refused")
+
+
+def resident():
+    with open("/proc/self/statm") as file:
+        return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+
+def measured():
+    gc.collect()
+    return {
+        "bytes": resident(),
+        "objects": sys.getallocatedblocks(),
+        "threads": len(os.listdir("/proc/self/task")),
+        "files": len(os.listdir("/proc/self/fd")),
+    }
+
+
+def main():
+    members = {name: member for name, member in public().items() if name not in OTHERS}
+    growth = []
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, "circuit.qasm")
+        with open(path, "w") as file:
+            file.write(QASM % (0, 0))
+        before = None
+        for i in range((1 + STRETCHES) * ROUNDS):
+            made, known = makers(i), arguments(i, path)
+            for name, member in members.items():
+                call(name, member, made, known)
+            more(i)
+            if (i + 1) % ROUNDS == 0:
+                after = measured()
+                if before is not None:
+                    growth.append({kind: after[kind] - before[kind] for kind in after})
+                before = after
+    print(json.dumps(growth))
+
+
+if __name__ == "__main__":
+    main()
