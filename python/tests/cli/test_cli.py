@@ -183,10 +183,16 @@ def test_too_many_qubits(command, write):
         ("qreg q[2];\ncreg c[1];\nx q[0];\nmeasure q[0] -> c[0];\nx q[0];\n", {"1": 9}),
     ],
 )
-def test_what_has_no_exact_probabilities_is_drawn(body, counts, command, write):
+def test_what_has_one_outcome_in_its_middle_has_probabilities(body, counts, command, write):
     name = write(body)
-    failed(command("run", name), 1, "circuit.qasm: the circuit measures, resets or asks for bits in its middle", "--shots N")
     assert dict(table(command("run", name, "--shots", 9))) == counts
+    (outcome,) = counts
+    assert [row[0] for row in table(command("run", name))] == [outcome]
+
+
+def test_what_has_no_exact_probabilities_is_drawn(command, write):
+    name = write("qreg q[2];\ncreg c[1];\nh q[0];\nmeasure q[0] -> c[0];\nif (c == 1) x q[1];\n")
+    failed(command("run", name), 1, "circuit.qasm: shots must be given for this circuit", "in its middle; give --shots N")
 
 
 def test_measurements_in_the_middle(command, write):

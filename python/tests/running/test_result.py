@@ -1,6 +1,7 @@
 """A result answers in the circuit's own qubits, also where some of them are idle and take no memory."""
 
 import itertools
+import json
 import pickle
 import warnings
 
@@ -203,11 +204,46 @@ def test_results_are_pickled():
         assert again.expectation("X1 X3") == result.expectation("X1 X3") == 0
 
 
-def test_a_result_of_0_1_is_read():
-    result = run(Circuit(3).h(1))
-    for name in ("_measured", "_whole"):
-        vars(result).pop(name, None)
-    again = pickle.loads(pickle.dumps(result))
-    with warnings.catch_warnings():
-        warnings.simplefilter("error")
-        assert again.expectation("X1") == pytest.approx(1) and again.state.n_qubits == 3
+# Outcomes, and everything as plain values
+
+
+def test_outcomes_are_those_of_the_measured_bits():
+    circuit = Circuit(4, 6).h(0).cx(0, 2).x(3)
+    assert [o for o, _ in run(circuit).outcomes()] == ["0001", "1011"]
+    circuit.measure([3, 0, 1], [5, 2, 0])
+    exact = run(circuit)
+    assert exact.measured_bits == (0, 2, 5)
+    assert [(o, round(p, 12)) for o, p in exact.outcomes()] == [("001", 0.5), ("011", 0.5)]
+    assert len(exact.outcomes(1)) == 1
+    drawn = run(circuit, shots=1000, seed=3)
+    assert dict(drawn.outcomes()) == {o: c / 1000 for o, c in drawn.counts.marginal([0, 2, 5]).items()}
+    assert drawn.outcomes(1)[0][1] >= 0.5
+
+
+def test_outcomes_of_a_qubit_that_is_read_twice_and_of_bits_known_on_the_way():
+    circuit = Circuit(2, 3).x(0).measure(0, 0).measure(0, 2)
+    with circuit.when(0, 1):
+        circuit.h(1)
+    circuit.measure(1, 1)
+    assert [(o, round(p, 12)) for o, p in run(circuit).outcomes()] == [("101", 0.5), ("111", 0.5)]
+
+
+@pytest.mark.parametrize("wrong, error", [(0, ValueError), (-1, ValueError), (1.0, TypeError), (True, TypeError)])
+def test_a_number_of_outcomes(wrong, error):
+    for method in (run(Circuit(1)).outcomes, run(Circuit(1), shots=2).to_dict):
+        with pytest.raises(error, match="k must be an integer of at least 1"):
+            method(wrong)
+
+
+def test_plain_values_go_through_json():
+    circuit = Circuit(2, 2).h(0).measure([0, 1], [1, 0])
+    for result in (
+        run(circuit, shots=20, seed=1, observables=["Z0", 1j * Observable("Z1")]),
+        run(circuit, precision="single"),
+        run(Circuit(0)),
+        run(Circuit(2, 1).h(0).measure(0, 0).reset(0).h(1), shots=5, observables="X1"),
+    ):
+        answer = result.to_dict()
+        assert json.loads(json.dumps(answer)) == answer
+        assert answer["n_qubits"] == result.n_qubits and answer["outcomes"] == dict(result.outcomes())
+        assert ("counts" in answer) == (result.n_shots is not None)

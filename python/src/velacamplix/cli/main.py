@@ -53,10 +53,10 @@ examples:
   velacamplix run ansatz.qasm --observable "Z0 Z1" --observable=-X0
   generate | velacamplix run - --json | jq .probabilities
 
-Without --shots the probabilities are exact. A circuit that measures or resets
-qubits in its middle, or has conditions, needs --shots. Outcomes are those of
-the classical bits that were measured, or of all qubits if none was; the first
-one is leftmost.
+Without --shots the probabilities are exact. A circuit with more than one
+possible outcome in its middle needs --shots. Outcomes are those of the
+classical bits that were measured, or of all qubits if none was; the first one
+is leftmost.
 """
 
 _BENCH_EXAMPLES = """
@@ -216,9 +216,9 @@ def _observable(text: str) -> tuple[str, Observable]:
 
 def _run(options: argparse.Namespace) -> int:
     # Here rather than above: what running needs is not needed for --version.
-    from ..plots import bars
     from ..qasm import QasmError
-    from . import picture, report, results
+    from ..running.run import run
+    from . import picture, report
 
     name = "<standard input>" if options.file == "-" else options.file
     try:
@@ -249,31 +249,24 @@ def _run(options: argparse.Namespace) -> int:
                 USAGE_ERROR,
             )
 
-    most = options.top if options.plot is None else max(options.top, bars.MOST_BARS + 1)
+    known = [observable for _, observable in options.observable]
     try:
-        found = results.collect(
-            circuit,
-            options.precision,
-            threads,
-            most,
-            options.shots,
-            options.seed,
-            options.observable,
-            options.progress,
+        result = run(
+            circuit, options.shots, options.seed, threads, options.precision, known or None, progress=options.progress
         )
+        expectations = report.expectations_of(result, options.observable)
+        # First of all: a reader that stops early ends the process.
+        if options.plot is not None:
+            try:
+                picture.save(options.plot, name, result, *report.places_of(circuit, result))
+            except (MemoryError, ValueError, OSError) as error:
+                return _fail(f"{options.plot}: {getattr(error, 'strerror', None) or error}", FAILED)
+        show = report.run_as_json if options.json else report.run
+        show(name, circuit, result, expectations, options.top)
     except (MemoryError, ValueError) as error:
-        # ValueError: angles whose sum is too large, for one.
-        return _fail(f"{name}: {error}", FAILED)
-    # First of all: a reader that stops early ends the process.
-    if options.plot is not None:
-        try:
-            picture.save(options.plot, name, found)
-        except (MemoryError, ValueError, OSError) as error:
-            return _fail(f"{options.plot}: {getattr(error, 'strerror', None) or error}", FAILED)
-    if options.json:
-        report.run_as_json(name, found, options.top)
-    else:
-        report.run(name, found, options.top)
+        # ValueError: shots are missing, or angles whose sum is too large.
+        cure = "; give --shots N" if str(error).startswith("shots must be given") else ""
+        return _fail(f"{name}: {error}{cure}", FAILED)
     return 0
 
 

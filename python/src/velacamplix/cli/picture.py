@@ -3,11 +3,12 @@
 from __future__ import annotations
 
 import os
+from collections.abc import Sequence
 from pathlib import Path
 
 from ..basics import checks, extras
 from ..plots import bars
-from .results import Results, bars_of
+from ..running.result import Result
 
 _PURPOSE = "--plot"
 
@@ -34,17 +35,32 @@ def require_writable(path: str) -> None:
         raise ValueError(f"{checks.show(path)} cannot be written to")
 
 
-def save(path: str, name: str, results: Results) -> None:
-    """Draw counts or probabilities into a file, whose ending tells the format."""
-    drawn = bars_of(results)
+def save(path: str, name: str, result: Result, whole: str, labels: Sequence[str]) -> None:
+    """Draw counts or probabilities into a file, whose ending tells the format.
+
+    `whole` tells what the outcomes are of, `labels` the name of every character.
+    """
+    drawn = _bars_of(result)
     # A figure of its own, without the windows that pyplot might open.
     figure = extras.imported("matplotlib.figure", _PURPOSE).Figure(
         figsize=bars.figure_size(drawn), layout="constrained"
     )
     ax = figure.subplots()
     bars.draw(ax, drawn)
-    ax.set_xlabel(f"outcomes of {results.whole}, {results.labels[0]} left" if results.labels else "outcome")
-    ax.set_ylabel("probability" if results.counts is None else f"counts of {results.counts.shots} shots")
+    ax.set_xlabel(f"outcomes of {whole}, {labels[0]} left" if labels else "outcome")
+    ax.set_ylabel("probability" if result.n_shots is None else f"counts of {result.n_shots} shots")
     # A dollar sign would begin a formula.
     ax.set_title(name.replace("$", r"\$"), fontsize=10)
     figure.savefig(path, dpi=120)
+
+
+def _bars_of(result: Result) -> bars.Bars:
+    if result.n_shots is not None:
+        counts = result.counts.marginal(result.measured_bits) if result.measured_bits else result.counts
+        return bars.Bars.of(list(counts.items()), None)
+    best = result.outcomes(bars.MOST_BARS + 1)
+    if len(best) <= bars.MOST_BARS:
+        return bars.Bars.of(best, None)
+    best = sorted(best[: bars.LARGEST])
+    rest = max(0.0, 1 - sum(probability for _, probability in best))
+    return bars.Bars([outcome for outcome, _ in best], [p for _, p in best], "others", rest)

@@ -6,45 +6,126 @@ import json
 import platform
 import shutil
 import sys
+from collections.abc import Sequence
 from pathlib import Path
-from typing import Any
+from typing import Any, NamedTuple
 
 import numpy as np
 
 from ..basics.words import counted as _counted
+from ..circuit.circuit import Circuit
 from ..core import extension
 from ..machine import limits, memory
-from .results import Expectation, Results, as_json, by_frequency, rest_of
+from ..observables.observable import Observable
+from ..running import observing
+from ..running.result import Result
+from ..states.expectations import Estimate
+
+# Below this, what the listed outcomes leave over is rounding.
+_ROUNDING = {"single": 1e-4, "double": 1e-9}
 
 
-def run(name: str, results: Results, top: int) -> None:
+class Expectation(NamedTuple):
+    """An observable as it was written, its exact value, and the estimate from shots, if there were any."""
+
+    text: str
+    value: float | complex
+    estimate: Estimate | None
+
+
+def expectations_of(result: Result, observables: Sequence[tuple[str, Observable]]) -> list[Expectation]:
+    """Return the observables with what the run says of them."""
+    if not observables:
+        return []
+    estimates: list[Estimate | None] = [None] * len(observables)
+    if result.n_shots is not None and result.has_state:
+        # Terms on qubits without gates are numbers by now, and those that the measurements leave nothing of are gone.
+        observed = observing.checked([observable for _, observable in observables], result.n_qubits)
+        reduced = observed.on(result.active_qubits, result._measured)
+        estimates = [result.compact_state.estimate(observable, result.n_shots) for observable in reduced]
+    # An array is complex as soon as one of its values is; each observable has its own kind of value here.
+    values = [
+        complex(value) if observable.is_complex else float(value.real)
+        for value, (_, observable) in zip(result.expectation_values, observables)
+    ]
+    return [Expectation(text, value, known) for (text, _), value, known in zip(observables, values, estimates)]
+
+
+def places_of(circuit: Circuit, result: Result) -> tuple[str, list[str]]:
+    """Return what the outcomes are of, and the name of every character."""
+    kind, numbers = ("classical", result.measured_bits) if result.measured_bits else ("quantum", range(circuit.n_qubits))
+    names = [f"{r.name}[{place}]" for r in circuit.registers if r.kind == kind for place in range(r.size)]
+    return "the measured bits" if kind == "classical" else "all qubits", [names[number] for number in numbers]
+
+
+def rest_of(result: Result, best: Sequence[tuple[str, float]]) -> float:
+    """Return the share that the best outcomes leave over, 0 if that is rounding."""
+    rest = 1 - sum(share for _, share in best)
+    return rest if rest > (0.0 if result.n_shots is not None else _ROUNDING[result.precision]) else 0.0
+
+
+def run(name: str, circuit: Circuit, result: Result, expectations: Sequence[Expectation], top: int) -> None:
     """Print what was run, the `top` most probable or most frequent outcomes, and the observables."""
-    print(f"{name}: {_counted(results.n_qubits, 'qubit')}, {_counted(results.gates, 'gate')}")
-    print(f"{results.precision} precision, {_counted(results.threads, 'thread')}, {_duration(results.seconds)}")
+    seconds = result.timings.compile + result.timings.simulate
+    gates = sum(step.is_gate for step in circuit)
+    print(f"{name}: {_counted(circuit.n_qubits, 'qubit')}, {_counted(gates, 'gate')}")
+    print(f"{result.precision} precision, {_counted(result.threads, 'thread')}, {_duration(seconds)}")
     print()
-    if results.counts is not None:
-        number = results.counts.shots
-        title = f"{_counted(number, 'shot')}, seed {results.seed}: outcomes of {results.whole}, leftmost first"
-        frequent = by_frequency(results.counts)[:top]
-        others = number - sum(count for _, count in frequent)
-        rows = [(outcome, count / number, str(count)) for outcome, count in frequent]
+    whole, labels = places_of(circuit, result)
+    best = result.outcomes(top) if top else []
+    left_over = rest_of(result, best)
+    number = result.n_shots
+    if number is not None:
+        title = f"{_counted(number, 'shot')}, seed {result.seed}: outcomes of {whole}, leftmost first"
+        rows = [(outcome, share, str(round(share * number))) for outcome, share in best]
+        others = number - sum(int(row[2]) for row in rows)
         rest = str(others) if others else None
     else:
-        assert results.probabilities is not None  # there are no shots
-        title = f"most probable outcomes of {results.whole}, leftmost first"
-        rows = [(outcome, probability, _number(probability)) for outcome, probability in results.probabilities[:top]]
-        left_over = rest_of(results, top)
+        title = f"most probable outcomes of {whole}, leftmost first"
+        rows = [(outcome, probability, _number(probability)) for outcome, probability in best]
         rest = _number(left_over) if left_over else None
-    print(f"{title}: {_shortened(results.labels)}")
+    print(f"{title}: {_shortened(labels)}")
     _bars(rows, rest)
-    if results.expectations:
+    if expectations:
         print()
-        _expectations(results.expectations, results.is_mean)
+        _expectations(expectations, not result.has_state)
 
 
-def run_as_json(name: str, results: Results, top: int) -> None:
-    """Print the same as one object."""
-    print(json.dumps(as_json(name, results, top), indent=2))
+def run_as_json(
+    name: str, circuit: Circuit, result: Result, expectations: Sequence[Expectation], top: int
+) -> None:
+    """Print the same as one object: the `top` most probable outcomes, or the counts of all that came."""
+    whole, labels = places_of(circuit, result)
+    answer: dict[str, Any] = {
+        "file": name,
+        "qubits": circuit.n_qubits,
+        "gates": sum(step.is_gate for step in circuit),
+        "precision": result.precision,
+        "threads": result.threads,
+        "seconds": result.timings.compile + result.timings.simulate,
+        "passes": len(result.plan.passes),
+        "outcomes_of": whole,
+        "labels": labels,
+    }
+    if result.n_shots is None:
+        best = result.outcomes(top) if top else []
+        answer.update(probabilities=dict(best), others=rest_of(result, best))
+    else:
+        counts = result.counts.marginal(result.measured_bits) if result.measured_bits else result.counts
+        answer.update(shots=result.n_shots, seed=result.seed, counts=dict(counts.most_likely(len(counts))))
+    answer["observables"] = [_expectation_as_json(expectation) for expectation in expectations]
+    print(json.dumps(answer, indent=2))
+
+
+def _expectation_as_json(expectation: Expectation) -> dict[str, Any]:
+    answer: dict[str, Any] = {"observable": expectation.text, "expectation": _plain(expectation.value)}
+    if expectation.estimate is not None:
+        answer.update(mean=_plain(expectation.estimate.mean), standard_error=expectation.estimate.standard_error)
+    return answer
+
+
+def _plain(value: Any) -> Any:
+    return {"real": value.real, "imag": value.imag} if isinstance(value, complex) else value
 
 
 def info() -> None:
@@ -97,7 +178,7 @@ def _bars(rows: list[tuple[str, float, str]], rest: str | None) -> None:
         print(f"{'others':<{column}}  {rest:>{digits}}")
 
 
-def _expectations(expectations: list[Expectation], is_mean: bool) -> None:
+def _expectations(expectations: Sequence[Expectation], is_mean: bool) -> None:
     from_shots = expectations[0].estimate is not None
     details = ", exact and from the same number of shots per term" if from_shots else ""
     print("expectation values" + (", means over the shots" if is_mean else details))

@@ -58,13 +58,18 @@ class Segments:
     steps : list
     active : tuple of int
         Qubits that the state must have, in increasing order. All others are 0 from beginning to end.
-    has_measurement : bool
-        Whether a classical bit is written anywhere.
+    written_bits : tuple of int
+        Classical bits that a measurement writes, in increasing order.
     """
 
     steps: list[Step] = field(default_factory=list)
     active: tuple[int, ...] = ()
-    has_measurement: bool = False
+    written_bits: tuple[int, ...] = ()
+
+    @property
+    def has_measurement(self) -> bool:
+        """Whether a classical bit is written anywhere."""
+        return bool(self.written_bits)
 
 
 def segmented(instructions: Sequence[Instruction], nonzero: Iterable[int]) -> Segments:
@@ -91,6 +96,7 @@ def segmented(instructions: Sequence[Instruction], nonzero: Iterable[int]) -> Se
     uses = _uses(instructions, last.others, last.gates)
 
     fresh = active.difference(nonzero)  # still 0
+    written: set[int] = set()
     stretch: Stretch | None = None
     for position, step in enumerate(instructions):
         name = step.name
@@ -108,13 +114,14 @@ def segmented(instructions: Sequence[Instruction], nonzero: Iterable[int]) -> Se
                 result.steps.append(Reset(qubits, step.condition, step))
                 stretch = None
         elif name == "measure":
-            result.has_measurement = True
+            written.update(step.clbits)
             # What is 0 from beginning to end can be read at any time.
             known = [use.is_known and qubit in active for qubit, use in zip(step.qubits, uses[position])]
             ended = [qubit for qubit, use in zip(step.qubits, uses[position]) if use.is_last]
             _add_measure(result.steps, step, known, ended)
             if any(known):
                 stretch = None
+    result.written_bits = tuple(sorted(written))
     return result
 
 

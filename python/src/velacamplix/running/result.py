@@ -20,6 +20,7 @@ from ..results import shot_rows
 from ..results.counts import Counts
 from ..results.plan import Plan, Timings
 from ..states.base import Qubits, highest_first
+from ..states.outcomes import most_probable
 from ..states.statevector import StateVector
 from ..views import html
 from . import observing
@@ -50,6 +51,8 @@ class Result:
     active_qubits : tuple of int
         The circuit's qubits that are not 0 throughout, in increasing order; the others take no memory during the run.
         Qubit q of `compact_state` is ``active_qubits[q]`` of the circuit.
+    measured_bits : tuple of int
+        Classical bits that the circuit measures into, in increasing order.
     expectation_values : float, complex, numpy.ndarray or None
         A number for one observable, an array for a list, None without observables.
     timings : Timings
@@ -69,8 +72,6 @@ class Result:
     ((0, 2), 3, 2)
     """
 
-    # What the results of 0.1 did not have.
-    _measured: frozenset[int] = frozenset()
     _whole: StateVector | None = None
 
     def __init__(
@@ -88,6 +89,9 @@ class Result:
         rows: np.ndarray | None,
         state: StateVector | None,
         measured: frozenset[int],
+        measured_bits: tuple[int, ...],
+        readings: dict[int, int],
+        known_bits: int,
         expectation_values: Any,
         timings: Timings,
         plan: Plan,
@@ -101,6 +105,7 @@ class Result:
         self.n_bits = n_clbits if is_of_clbits else n_qubits
         self._registers = [r for r in registers if r.kind == ("classical" if is_of_clbits else "quantum")]
         self._rows, self._state, self._measured = rows, state, measured
+        self.measured_bits, self._readings, self._known_bits = measured_bits, readings, known_bits
         self._counts: Counts | None = None
 
     def __repr__(self) -> str:
@@ -205,6 +210,93 @@ class Result:
         [[0, 1, 0], [0, 1, 0]]
         """
         return shot_rows.bits(self._drawn("bits"), self.n_bits)
+
+    def outcomes(self, k: int = 10) -> list[tuple[str, float]]:
+        """Return the k most likely outcomes, each with its share, the largest first.
+
+        With shots the share is that of the shots; without, it is the exact probability. Outcomes are those of the classical
+        bits in `measured_bits`, or of all qubits if the circuit measures nothing; the lowest is leftmost. What rounding
+        leaves of impossible outcomes is left out; of equally likely ones the lower numbers come first.
+
+        Parameters
+        ----------
+        k : int
+            How many, 1 or more.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `k` is no integer or below 1.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> [(outcome, round(share, 6)) for outcome, share in run(Circuit(3).h(0).cx(0, 2)).outcomes()]
+        [('000', 0.5), ('101', 0.5)]
+        >>> run(Circuit(2, 5).x(1).measure([0, 1], [3, 4]), shots=50).outcomes()
+        [('01', 1.0)]
+        """
+        most = checks.integer(k, "k", minimum=1)
+        if self._rows is not None:
+            counts = self.counts
+            if self.measured_bits and len(self.measured_bits) < self.n_bits:
+                counts = counts.marginal(self.measured_bits)
+            return [(outcome, times / counts.shots) for outcome, times in counts.most_likely(most)]
+        # A qubit that was measured twice fills two places of an outcome, but is read once; one without gates is 0.
+        places = {qubit: place for place, qubit in enumerate(self.active_qubits)}
+        if self.measured_bits:
+            sources = [self._readings.get(bit) for bit in self.measured_bits]
+            known = [str(self._known_bits >> bit & 1) for bit in self.measured_bits]
+        else:
+            sources, known = list(range(self.n_qubits)), ["0"] * self.n_qubits
+        read = [qubit for qubit in dict.fromkeys(sources) if qubit in places]
+        column = {qubit: i for i, qubit in enumerate(read)}
+        best = most_probable(self.compact_state, most, [places[qubit] for qubit in read if qubit is not None])
+        return [
+            ("".join(text[column[q]] if q in column else bit for q, bit in zip(sources, known)), share)
+            for text, share in best
+        ]
+
+    def to_dict(self, k: int = 10) -> dict[str, Any]:
+        """Return the result as plain numbers, texts, lists and dicts, as JSON takes them.
+
+        Parameters
+        ----------
+        k : int
+            How many outcomes; with shots all that came are in ``"counts"``.
+
+        Returns
+        -------
+        dict
+            ``n_qubits``, ``active_qubits``, ``precision``, ``threads``, ``measured_bits``, ``outcomes`` (as `outcomes`
+            gives them, by text), with shots ``n_shots``, ``seed`` and ``counts``, and if there were observables
+            ``expectation_values``, complex ones as ``{"real": ..., "imag": ...}``; ``gates``, ``passes``, ``seconds``.
+
+        Examples
+        --------
+        >>> import json
+        >>> from velacamplix import Circuit, run
+        >>> told = run(Circuit(2).x(1), shots=3, seed=1, observables="Z0").to_dict()
+        >>> json.dumps([told["outcomes"], told["counts"], told["expectation_values"]])
+        '[{"01": 1.0}, {"01": 3}, 1.0]'
+        """
+        answer: dict[str, Any] = {
+            "n_qubits": self.n_qubits,
+            "active_qubits": list(self.active_qubits),
+            "precision": self.precision,
+            "threads": self.threads,
+            "measured_bits": list(self.measured_bits),
+            "outcomes": dict(self.outcomes(k)),
+            "gates": self.plan.gates,
+            "passes": len(self.plan.passes),
+            "seconds": self.timings.total,
+        }
+        if self._rows is not None:
+            answer.update(n_shots=self.n_shots, seed=self.seed, counts=dict(self.counts))
+        if self.expectation_values is not None:
+            values = np.asarray(self.expectation_values).tolist()
+            answer["expectation_values"] = [_number(v) for v in values] if isinstance(values, list) else _number(values)
+        return answer
 
     def register_counts(self, name: str) -> Counts:
         """Return the counts of one register: a classical one, or a quantum one if the circuit measures nothing.
@@ -510,3 +602,7 @@ def _copy(source: np.ndarray, target: np.ndarray) -> None:
             target[start : start + rows] = source[start : start + rows]
         else:
             _copy(source[start], target[start])
+
+
+def _number(value: float | complex) -> Any:
+    return {"real": value.real, "imag": value.imag} if isinstance(value, complex) else value
