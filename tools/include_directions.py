@@ -14,13 +14,14 @@ may_know = {
     "circuit": set(),
     "statevector/storage": set(),
     "statevector/index": set(),
-    "statevector/kernels": {"storage", "index"},
-    "statevector/object": {"storage", "index", "kernels"},
-    "statevector/gates": {"storage", "index", "kernels"},
-    "statevector/measurement": {"storage", "index", "kernels"},
-    "statevector/loading": {"storage", "index", "kernels"},
-    "statevector/replay": {"storage", "index", "kernels", "gates"},
-    "statevector/observables": {"storage", "index", "kernels", "measurement"},
+    "statevector/packs": set(),
+    "statevector/kernels": {"storage", "index", "packs"},
+    "statevector/object": {"storage", "index", "packs"},
+    "statevector/gates": {"storage", "index", "packs", "kernels"},
+    "statevector/measurement": {"storage", "index", "packs"},
+    "statevector/loading": {"storage", "index", "packs"},
+    "statevector/replay": {"storage", "index", "packs", "kernels", "gates"},
+    "statevector/observables": {"storage", "index", "packs", "measurement"},
 }
 
 # The class of the state vector is known to its folder, its member files, and the two files that compile it, in src/.

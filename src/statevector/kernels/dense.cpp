@@ -120,7 +120,7 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
     // Every group costs enough work to fetch the lines of a later one: as many groups ahead as hide the way to memory.
     const unsigned long groups_ahead = std::max(64 / (dim * dim), 1ul) + 1;
     const unsigned long fixed = call.fixed;
-    const auto after = [&](unsigned long at) { return (((at | fixed) + 1) & ~fixed) | call.ones; };
+    const auto after = [&](unsigned long at) { return index::next(at, ~fixed) | call.ones; };
     unsigned long base = index::deposit(begin, ~fixed) | call.ones;
     unsigned long ahead = index::deposit(begin + groups_ahead, ~fixed) | call.ones;
     for (unsigned long unit = begin; unit < end; ++unit, base = after(base), ahead = after(ahead)) {

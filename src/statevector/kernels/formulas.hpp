@@ -1,6 +1,6 @@
 #pragma once
 
-#include "statevector/kernels/ordinary.hpp"
+#include "statevector/packs/ordinary.hpp"
 
 #include <velacamplix/kernels.hpp>
 
@@ -9,15 +9,6 @@
 // of the library's behaviour.
 
 namespace velacamplix::kernels {
-
-// One unit below the correctly rounded 1/sqrt(2) in double, on purpose: H twice on |0> gives 0.9999999999999998,
-// and hosts rely on it. Pinned by one_qubit.test.cpp.
-template <class T>
-inline constexpr T inverse_sqrt2 = T(0);
-template <>
-inline constexpr double inverse_sqrt2<double> = 0x1.6a09e667f3bccp-1;
-template <>
-inline constexpr float inverse_sqrt2<float> = 0x1.6a09e6p-1f;
 
 // --- one amplitude -----------------------------------------------------------------------------------------------
 
@@ -43,7 +34,7 @@ struct phase_s {
 
 template <class V>
 struct phase_t {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
     explicit phase_t(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a) const {
         const V scaled = a * c;
@@ -79,7 +70,7 @@ struct pair_y {
 
 template <class V>
 struct pair_h {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
     explicit pair_h(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V sum = a0 + a1;
@@ -91,7 +82,7 @@ struct pair_h {
 
 template <class V>
 struct pair_z_to_y {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
     explicit pair_z_to_y(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V sum = a1 + a0;
@@ -104,7 +95,7 @@ struct pair_z_to_y {
 
 template <class V>
 struct pair_y_to_z {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
     V turning_c = negate_real(c);
     explicit pair_y_to_z(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/amplitude.hpp>
@@ -9,6 +9,8 @@
 #include <memory>
 
 namespace velacamplix::kernels {
+
+using namespace packs;  // what loops and formulas are written in
 
 // Coefficients too many to stand in the call itself: sorted diagonals, dense matrices.
 template <class T>

@@ -65,7 +65,7 @@ void permute(C* out, const C* diag, unsigned bits, const bit_permutation& moved)
     index::fill_by_bits(within.data(), entries,
                         [&](unsigned long i) { return index::extract(moved(index::deposit(i, read)), written); });
     index::fill_by_bits(to.data(), entries, [&](unsigned long i) { return index::deposit(i, written); });
-    for (unsigned long base = 0; base < (1ul << bits); base = ((base | read) + 1) & ~read) {
+    for (const unsigned long base : index::free_indices(index::low_bits(bits) & ~read)) {
         for (unsigned long i = 0; i < entries; ++i) tile[within[i]] = diag[base + from[i]];
         C* const at = out + moved(base);
         for (unsigned long i = 0; i < entries; ++i) at[to[i]] = tile[i];

@@ -1,5 +1,5 @@
 #include "statevector/index/bits.hpp"
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/loading.hpp>
@@ -26,7 +26,7 @@ struct pieces {
     double norm_of(unsigned long piece) const {
         double sum = 0;
         walk(piece, [&](unsigned long, unsigned long index) {
-            const thrust::complex<T> amplitude = kernels::read_amplitude(state + index);
+            const thrust::complex<T> amplitude = packs::read_amplitude(state + index);
             const auto re = static_cast<double>(amplitude.real());
             const auto im = static_cast<double>(amplitude.imag());
             sum += re * re + im * im;
@@ -36,10 +36,10 @@ struct pieces {
 
     void write(unsigned long piece, double root) const {
         walk(piece, [&](unsigned long entry, unsigned long index) {
-            const thrust::complex<double> value = kernels::read_amplitude(data + entry);
+            const thrust::complex<double> value = packs::read_amplitude(data + entry);
             const auto re = static_cast<T>(value.real() * root);
             const auto im = static_cast<T>(value.imag() * root);
-            kernels::write_amplitude(state + index, thrust::complex<T>(re, im));
+            packs::write_amplitude(state + index, thrust::complex<T>(re, im));
         });
     }
 
@@ -48,11 +48,8 @@ private:
     void walk(unsigned long piece, Visit visit) const {
         const unsigned long base = index::deposit(piece / per_group, others);
         const unsigned long first = piece % per_group * length;
-        unsigned long local = index::deposit(first, listed);
-        for (unsigned long entry = first; entry < first + length; ++entry) {
-            visit(entry, base | local);
-            local = ((local | ~listed) + 1) & listed;  // carry skips the other qubits
-        }
+        unsigned long entry = first;
+        for (const unsigned long local : index::free_indices(listed, first, length)) visit(entry++, base | local);
     }
 };
 

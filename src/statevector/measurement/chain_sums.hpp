@@ -58,17 +58,17 @@ template <unsigned count, class T>
 
 template <class T>
 [[gnu::always_inline]] inline void add_neighbours(const tile_shape& shape, const T* pieces, unsigned first, T* sums) {
-    constexpr std::size_t bytes = std::min(kernels::widest_bytes, tile_shape::group * sizeof(T));
-    using V = typename kernels::pack_type<T, bytes>::type;
+    constexpr std::size_t bytes = std::min(packs::widest_bytes, tile_shape::group * sizeof(T));
+    using V = typename packs::pack_type<T, bytes>::type;
     constexpr unsigned packs = tile_shape::group * sizeof(T) / bytes;
     const T* chain = pieces + shape.chain_at[first];
     V sum[packs];
-    for (unsigned v = 0; v < packs; ++v) sum[v] = load_scalars<V>(sums + first + v * kernels::scalars<V>);
+    for (unsigned v = 0; v < packs; ++v) sum[v] = packs::load_scalars<V>(sums + first + v * packs::scalars<V>);
     for (unsigned e = 0; e < shape.chain_length; ++e) {
         const T* at = chain + shape.element_at[e];
-        for (unsigned v = 0; v < packs; ++v) sum[v] += load_scalars<V>(at + v * kernels::scalars<V>);
+        for (unsigned v = 0; v < packs; ++v) sum[v] += packs::load_scalars<V>(at + v * packs::scalars<V>);
     }
-    for (unsigned v = 0; v < packs; ++v) store_scalars(sums + first + v * kernels::scalars<V>, sum[v]);
+    for (unsigned v = 0; v < packs; ++v) packs::store_scalars(sums + first + v * packs::scalars<V>, sum[v]);
 }
 
 template <class T>
@@ -113,7 +113,7 @@ void sum_chains(const View& view, const std::vector<unsigned int>& listed, int n
             std::fill_n(sums, shape.chains, T(0));
             unsigned long base = tile_base;
             for (unsigned long step = 0; step < steps; ++step) {
-                const unsigned long next_step = (((base | ~shape.steps) + 1) & shape.steps) | tile_base;
+                const unsigned long next_step = index::next(base, shape.steps) | tile_base;
                 const unsigned long next = step + 1 < steps ? next_step : next_tile;
                 for (unsigned piece = 0; piece < shape.pieces; ++piece) {
                     const unsigned long at = shape.piece_at[piece];

@@ -7,7 +7,7 @@ namespace velacamplix::measurement {
 // sum_outcomes for any list: one with a repeated or missing qubit, whose sums mean nothing, still gets 2^k of them.
 template <class Seq, class Sink>
 void sum_distribution(const Seq& view, const std::vector<unsigned int>& listed, int nthreads, const Sink& sink) {
-    if (all_distinct(listed, view.nqubits)) {
+    if (index::all_distinct(listed, view.nqubits)) {
         sum_outcomes(view, listed, nthreads, sink);
         return;
     }

@@ -18,15 +18,15 @@ struct outcome_bits {
 // How a pack is rewritten whose lanes belong partly to the outcome.
 template <class V>
 struct lane_rule {
-    kernels::bits_of<V> kept;        // lanes of the outcome
-    kernels::bits_of<V> candidates;  // lanes that agree with it in the lowest listed bit, half of all
-    unsigned lowest;                 // that bit
+    packs::bits_of<V> kept;        // lanes of the outcome
+    packs::bits_of<V> candidates;  // lanes that agree with it in the lowest listed bit, half of all
+    unsigned lowest;               // that bit
 
     explicit lane_rule(outcome_bits outcome) : kept{}, candidates{}, lowest(0) {
-        const unsigned long inside = outcome.listed & (kernels::lanes<V> - 1);
+        const unsigned long inside = outcome.listed & (packs::lanes<V> - 1);
         const unsigned long bit = inside & -inside;
         if (bit != 0) lowest = static_cast<unsigned>(std::countr_zero(bit));
-        for (unsigned long lane = 0; lane < kernels::lanes<V>; ++lane) {
+        for (unsigned long lane = 0; lane < packs::lanes<V>; ++lane) {
             const unsigned long differing = (lane ^ outcome.pattern) & inside;
             if (differing == 0) kept[2 * lane] = kept[2 * lane + 1] = -1;
             if ((differing & bit) == 0) candidates[2 * lane] = candidates[2 * lane + 1] = -1;
@@ -40,70 +40,70 @@ struct exchanged_lanes {
 };
 template <unsigned bit, class V>
 [[gnu::always_inline]] inline V exchange_lanes(V v) {
-    return kernels::shuffle(v, v, exchanged_lanes<bit>{}, std::make_index_sequence<kernels::scalars<V>>{});
+    return packs::shuffle(v, v, exchanged_lanes<bit>{}, std::make_index_sequence<packs::scalars<V>>{});
 }
 
 // Divisions are slow, and half of the lanes would be divided for nothing: so the candidates of two packs share one.
 template <unsigned bit, class V>
-void divide_lanes(thrust::complex<kernels::scalar_of<V>>* from, thrust::complex<kernels::scalar_of<V>>* end, V divisor,
+void divide_lanes(thrust::complex<packs::scalar_of<V>>* from, thrust::complex<packs::scalar_of<V>>* end, V divisor,
                   V others, const lane_rule<V>& rule) {
-    constexpr unsigned long lanes = kernels::lanes<V>;
+    constexpr unsigned long lanes = packs::lanes<V>;
     for (; end - from >= static_cast<std::ptrdiff_t>(2 * lanes); from += 2 * lanes) {
-        const V a = kernels::load<V>(from);
-        const V b = kernels::load<V>(from + lanes);
-        const V quotient = kernels::select(rule.candidates, a, exchange_lanes<bit>(b)) / divisor;
-        kernels::store(from, kernels::select(rule.kept, quotient, others));
-        kernels::store(from + lanes, kernels::select(rule.kept, exchange_lanes<bit>(quotient), others));
+        const V a = packs::load<V>(from);
+        const V b = packs::load<V>(from + lanes);
+        const V quotient = packs::select(rule.candidates, a, exchange_lanes<bit>(b)) / divisor;
+        packs::store(from, packs::select(rule.kept, quotient, others));
+        packs::store(from + lanes, packs::select(rule.kept, exchange_lanes<bit>(quotient), others));
     }
     for (; from != end; from += lanes) {
-        kernels::store(from, kernels::select(rule.kept, kernels::load<V>(from) / divisor, others));
+        packs::store(from, packs::select(rule.kept, packs::load<V>(from) / divisor, others));
     }
 }
 
 template <class V>
-void divide_lanes(thrust::complex<kernels::scalar_of<V>>* from, thrust::complex<kernels::scalar_of<V>>* end, V divisor,
+void divide_lanes(thrust::complex<packs::scalar_of<V>>* from, thrust::complex<packs::scalar_of<V>>* end, V divisor,
                   V others, const lane_rule<V>& rule) {
-    if constexpr (kernels::lane_bits < V >> 2) {
+    if constexpr (packs::lane_bits < V >> 2) {
         if (rule.lowest == 2) return divide_lanes<2>(from, end, divisor, others, rule);
     }
-    if constexpr (kernels::lane_bits < V >> 1) {
+    if constexpr (packs::lane_bits < V >> 1) {
         if (rule.lowest == 1) return divide_lanes<1>(from, end, divisor, others, rule);
     }
-    if constexpr (kernels::lane_bits < V >> 0) divide_lanes<0>(from, end, divisor, others, rule);
+    if constexpr (packs::lane_bits < V >> 0) divide_lanes<0>(from, end, divisor, others, rule);
 }
 
 // Every amplitude of the outcome is divided by `divisor`, all others become (other, other).
 template <class T>
 void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits outcome, T divisor, T other,
              int nthreads) {
-    using V = kernels::wide_pack<T>;
-    constexpr unsigned long lanes = kernels::lanes<V>;
+    using V = packs::wide_pack<T>;
+    constexpr unsigned long lanes = packs::lanes<V>;
     if (size < lanes) {
         for (unsigned long i = 0; i < size; ++i) {
-            const thrust::complex<T> a = kernels::read_amplitude(amplitudes + i);
+            const thrust::complex<T> a = packs::read_amplitude(amplitudes + i);
             const bool kept = (i & outcome.listed) == outcome.pattern;
-            kernels::write_amplitude(amplitudes + i, thrust::complex<T>(kept ? a.real() / divisor : other,
-                                                                        kept ? a.imag() / divisor : other));
+            packs::write_amplitude(amplitudes + i, thrust::complex<T>(kept ? a.real() / divisor : other,
+                                                                      kept ? a.imag() / divisor : other));
         }
         return;
     }
     const lane_rule<V> rule(outcome);
     const bool whole_packs = (outcome.listed & (lanes - 1)) == 0;
-    const outcome_bits packs{outcome.listed & ~(lanes - 1), outcome.pattern & ~(lanes - 1)};
-    const V divisors = kernels::broadcast<V>(divisor);
-    const V others = kernels::broadcast<V>(other);
+    const outcome_bits outside{outcome.listed & ~(lanes - 1), outcome.pattern & ~(lanes - 1)};
+    const V divisors = packs::broadcast<V>(divisor);
+    const V others = packs::broadcast<V>(other);
     // Packs that lie side by side before a listed bit interrupts them belong together or not at all.
-    const unsigned long run = packs.listed != 0 ? packs.listed & -packs.listed : size;
+    const unsigned long run = outside.listed != 0 ? outside.listed & -outside.listed : size;
 
     storage::parallel_blocks(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         const unsigned long stop = end * lanes;
         for (unsigned long i = begin * lanes; i < stop;) {
             const unsigned long run_end = std::min(stop, (i / run + 1) * run);
-            if ((i & packs.listed) != packs.pattern) {
-                for (; i < run_end; i += lanes) kernels::store(amplitudes + i, others);
+            if ((i & outside.listed) != outside.pattern) {
+                for (; i < run_end; i += lanes) packs::store(amplitudes + i, others);
             } else if (whole_packs) {
                 for (; i < run_end; i += lanes) {
-                    kernels::store(amplitudes + i, kernels::load<V>(amplitudes + i) / divisors);
+                    packs::store(amplitudes + i, packs::load<V>(amplitudes + i) / divisors);
                 }
             } else {
                 divide_lanes(amplitudes + i, amplitudes + run_end, divisors, others, rule);
@@ -149,12 +149,12 @@ void move_to_zero(thrust::complex<T>* amplitudes, unsigned int n, const std::vec
         while (begin < end) {
             const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);
             for (const unsigned long stop = target + length; target != stop; ++target) {
-                using V = kernels::single_pack<T>;
-                kernels::store(amplitudes + target, kernels::load<V>(amplitudes + (target | pattern)));
-                kernels::store(amplitudes + (target | pattern), V{});
+                using V = packs::single_pack<T>;
+                packs::store(amplitudes + target, packs::load<V>(amplitudes + (target | pattern)));
+                packs::store(amplitudes + (target | pattern), V{});
             }
             begin += length;
-            target = (((target - 1) | ~free) + 1) & free;  // carry skips the listed bits
+            target = index::next(target - 1, free);
         }
     });
 }

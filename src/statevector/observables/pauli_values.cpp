@@ -52,7 +52,7 @@ struct band_entries {
     unsigned int qubits;
 
     thrust::complex<T> operator()(unsigned long flip, unsigned long r) const {
-        return measurement::widened<T>(kernels::read_amplitude(matrix + (((r ^ flip) << qubits) + r)));
+        return packs::widened<T>(packs::read_amplitude(matrix + (((r ^ flip) << qubits) + r)));
     }
     void operator()(const product_sequence& s, unsigned long number, T* out) const {
         const unsigned long length = filled_length<T>(s);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 
 #include <bit>
 
@@ -40,40 +40,26 @@ struct chunk {
 };
 
 template <class T>
-using scalar_pack = kernels::wide_pack<T>;
-
-template <class V>
-[[gnu::always_inline]] inline V load_scalars(const kernels::scalar_of<V>* from) {
-    V v;
-    __builtin_memcpy(&v, from, sizeof(V));
-    return v;
-}
-
-template <class V>
-[[gnu::always_inline]] inline void store_scalars(kernels::scalar_of<V>* to, V v) {
-    __builtin_memcpy(to, &v, sizeof(V));
-}
+using scalar_pack = packs::wide_pack<T>;
 
 // Adds rows eight at a time. Sum s takes the rows that begin at from + (8 s + k) * distance, k < 8; bit b of `signs`
 // subtracts where bit b of k is set.
 template <class T>
 void add_eights(const T* from, unsigned long distance, unsigned long sums, unsigned signs, T* to) {
     using V = scalar_pack<T>;
-    using bits = kernels::bits_of<V>;
-    constexpr unsigned long width = kernels::scalars<V>;
-    const auto sign = [signs](unsigned bit) {
-        return (bits)kernels::broadcast<V>((signs >> bit) & 1 ? T(-0.0) : T(0));
-    };
+    using bits = packs::bits_of<V>;
+    constexpr unsigned long width = packs::scalars<V>;
+    const auto sign = [signs](unsigned bit) { return (bits)packs::broadcast<V>((signs >> bit) & 1 ? T(-0.0) : T(0)); };
     const bits sign0 = sign(0), sign1 = sign(1), sign2 = sign(2);
     const auto signed_sum = [](V x, V y, bits s) { return x + (V)((bits)y ^ s); };
 
     for (unsigned long s = 0; s < sums; ++s, from += 8 * distance, to += row_length<T>) {
         for (unsigned long c = 0; c < row_length<T>; c += width) {
             V x[8];
-            for (unsigned k = 0; k < 8; ++k) x[k] = load_scalars<V>(from + k * distance + c);
+            for (unsigned k = 0; k < 8; ++k) x[k] = packs::load_scalars<V>(from + k * distance + c);
             for (unsigned k = 0; k < 8; k += 2) x[k] = signed_sum(x[k], x[k + 1], sign0);
             for (unsigned k = 0; k < 8; k += 4) x[k] = signed_sum(x[k], x[k + 2], sign1);
-            store_scalars<V>(to + c, signed_sum(x[0], x[4], sign2));
+            packs::store_scalars<V>(to + c, signed_sum(x[0], x[4], sign2));
         }
     }
 }
@@ -83,13 +69,13 @@ void add_eights(const T* from, unsigned long distance, unsigned long sums, unsig
 template <class T>
 void transform(T* rows, unsigned steps, unsigned step) {
     using V = scalar_pack<T>;
-    constexpr unsigned long width = kernels::scalars<V>;
+    constexpr unsigned long width = packs::scalars<V>;
     const unsigned long length = row_length<T> << (3 * steps);
     const unsigned long distance = row_length<T> << (3 * step);
     for (unsigned long block = 0; block < length; block += 8 * distance) {
         for (unsigned long c = block; c < block + distance; c += width) {
             V x[8];
-            for (unsigned k = 0; k < 8; ++k) x[k] = load_scalars<V>(rows + c + k * distance);
+            for (unsigned k = 0; k < 8; ++k) x[k] = packs::load_scalars<V>(rows + c + k * distance);
             for (unsigned bit = 1; bit < 8; bit *= 2) {
                 for (unsigned k = 0; k < 8; ++k) {
                     if (k & bit) continue;
@@ -98,7 +84,7 @@ void transform(T* rows, unsigned steps, unsigned step) {
                     x[k] = sum;
                 }
             }
-            for (unsigned k = 0; k < 8; ++k) store_scalars<V>(rows + c + k * distance, x[k]);
+            for (unsigned k = 0; k < 8; ++k) packs::store_scalars<V>(rows + c + k * distance, x[k]);
         }
     }
 }

@@ -14,18 +14,16 @@ using gates::gate_kind;
 using gates::operation;
 using complex = std::complex<double>;
 
-unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
-
 // With factors of length 1: others could not be divided by, or divided out again.
 template <class T>
 bool is_phase_on_one_qubit(const operation<T>& op) {
     return op.is_diagonal() && op.kind != gate_kind::product && op.targets.size() == 1 && op.controls == 0 &&
-           matrix_of(op).is_unitary(unitary_tolerance<T>);
+           matrix_of(op).is_unitary(packs::precision<T>::unitary_tolerance);
 }
 
 // The square of what may count as a length of 1.
 template <class T>
-inline constexpr double longest = 1 + 10 * unitary_tolerance<T>;
+inline constexpr double longest = 1 + 10 * packs::precision<T>::unitary_tolerance;
 
 // Of larger matrices the answer would cost more than using it saves.
 constexpr unsigned long largest_matrix_looked_at = 64;
@@ -123,7 +121,7 @@ private:
     // Before a gate that mixes the qubits `forced`: all that is local goes along when it is much.
     void release(unsigned long forced, unsigned long local, std::vector<operation<T>>& to) {
         const unsigned long along = held_mask_ & local;
-        if (count_bits(along) >= fewest_for_a_product) {
+        if (index::count_bits(along) >= fewest_for_a_product) {
             to.push_back(product_of(along));
             return;
         }

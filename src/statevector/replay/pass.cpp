@@ -1,8 +1,9 @@
 #include "statevector/replay/pass.hpp"
 
 #include "statevector/index/bits.hpp"
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/replay/fusion.hpp"
+#include "statevector/storage/aligned_array.hpp"
 
 #include <unistd.h>
 
@@ -21,19 +22,20 @@ namespace {
 
 using gates::operation;
 
-constexpr unsigned long line_bytes = 64;
+template <class T>
+inline constexpr unsigned long amplitudes_in_a_line = storage::line_bytes / sizeof(thrust::complex<T>);
 
 template <class T>
-inline constexpr unsigned line_bits = sizeof(T) == 4 ? 3 : 2;  // amplitudes in a cache line
+inline constexpr unsigned least_run_bits = static_cast<unsigned>(std::countr_zero(8 * amplitudes_in_a_line<T>));
 
 // Copies a run of 2^run_bits amplitudes, whole cache lines. Runs are short: a call of memcpy for each would cost more
 // than the copy.
 template <class T>
 [[gnu::always_inline]] inline void copy_run(const thrust::complex<T>* from, thrust::complex<T>* to,
                                             unsigned long length) {
-    using pack = kernels::wide_pack<T>;
-    for (unsigned long i = 0; i < length; i += kernels::lanes<pack>) {
-        kernels::store(to + i, kernels::load<pack>(from + i));
+    using pack = packs::wide_pack<T>;
+    for (unsigned long i = 0; i < length; i += packs::lanes<pack>) {
+        packs::store(to + i, packs::load<pack>(from + i));
     }
 }
 
@@ -61,7 +63,7 @@ void fetch_runs(const gathering& chunks, const thrust::complex<T>* from, unsigne
     const unsigned long length = 1ul << chunks.run_bits;
     for (unsigned long run = begin; run < end; ++run) {
         const thrust::complex<T>* const at = from + chunks.offsets[run];
-        for (unsigned long i = 0; i < length; i += line_bytes / sizeof(thrust::complex<T>)) {
+        for (unsigned long i = 0; i < length; i += amplitudes_in_a_line<T>) {
             __builtin_prefetch(at + i, 1, 2);
         }
     }
@@ -148,12 +150,12 @@ buffer_shape choose_shape(unsigned nbqbits, int threads, unsigned long cache_byt
     // Enough chunks for every thread, where a second thread pays at all.
     const bool shared = threads > 1 && (sizeof(thrust::complex<T>) << nbqbits) >= storage::worthwhile_bytes;
     if (shared && nbqbits > chunk_bits) chunk_bits = std::min(chunk_bits, nbqbits - 2);
-    return {line_bits<T> + 3, chunk_bits};
+    return {least_run_bits<T>, chunk_bits};
 }
 
 template <class T>
 buffer_shape fused_shape() {
-    return {line_bits<T> + 3, chunk_bits_within<T>(usual_first_level_cache_bytes)};
+    return {least_run_bits<T>, chunk_bits_within<T>(usual_first_level_cache_bytes)};
 }
 
 template <class T>

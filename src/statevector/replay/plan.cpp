@@ -7,8 +7,6 @@
 namespace velacamplix::replay {
 namespace {
 
-unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
-
 // The gates that a stretch leaves behind.
 class left_behind {
 public:
@@ -37,7 +35,7 @@ constexpr std::size_t most_left_behind = 128;
 }  // namespace
 
 unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted) {
-    while (count_bits(local) < wanted) {
+    while (index::count_bits(local) < wanted) {
         const unsigned long free_bits = index::low_bits(nbqbits) & ~local;
         local |= free_bits & -free_bits;
     }
@@ -60,7 +58,7 @@ public:
     // its bits reserved is tried, and so on while that brings in more gates.
     stretch next(unsigned nbqbits) {
         attempt best = take(always_);
-        while (best.refused != 0 && count_bits(best.reserved | best.refused) <= places_) {
+        while (best.refused != 0 && index::count_bits(best.reserved | best.refused) <= places_) {
             attempt other = take(best.reserved | best.refused);
             if (other.gates.size() <= best.gates.size()) break;
             best = std::move(other);
@@ -90,7 +88,7 @@ private:
         const auto offer = [&](unsigned long gate) {
             const footprint& f = gates_[gate];
             const bool free = behind.may_be_overtaken_by(f);
-            if (free && count_bits(result.local | f.mixed) <= places_) {
+            if (free && index::count_bits(result.local | f.mixed) <= places_) {
                 result.local |= f.mixed;
                 result.gates.push_back(gate);
                 return;

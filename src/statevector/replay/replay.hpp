@@ -53,8 +53,10 @@ private:
     pbamplix::amplitude_array<T> buffers;  // a chunk for every body of a pass, allocated by the first run
 };
 
-// Below this many qubits a state fits in the first-level cache, and what a plan costs is not won back in one run.
+// Below this many qubits a state, of less than 64 KiB, is near the first-level cache's size, and what a plan costs is
+// not won back in one run.
 template <class T>
-inline constexpr unsigned fewest_qubits_worth_planning = sizeof(T) == 4 ? 13 : 12;
+inline constexpr unsigned fewest_qubits_worth_planning =
+    static_cast<unsigned>(std::countr_zero((64ul << 10) / sizeof(thrust::complex<T>)));
 
 }  // namespace velacamplix::replay
