@@ -1,5 +1,6 @@
 #include "statevector/kernels/diagonal.hpp"
 
+#include "statevector/kernels/formulas.hpp"
 #include "statevector/kernels/phase.hpp"
 #include "statevector/kernels/walk.hpp"
 #include "statevector/storage/memory_guard.hpp"
@@ -231,7 +232,7 @@ kernel_call<T> one_qubit_diagonal_call(unsigned long nbqbits, unsigned long targ
     using narrow = single_pack<T>;
     const condition where = all_ones(controls);
     // A target among the controls reads 1 wherever the gate acts.
-    if ((target & controls) != 0) return phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, where, d1);
+    if ((target & controls) != 0) return phase_call<GatePhase, T>(nbqbits, where, d1);
     kernel_call<T> call;
     call.coefficients[0] = d0;
     call.coefficients[1] = d1;

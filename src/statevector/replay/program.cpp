@@ -107,20 +107,18 @@ template <class T>
 void program<T>::add_gate(const std::string& name, const std::vector<double>& params,
                           const std::vector<unsigned int>& qubits, const std::vector<unsigned int>& controls) {
     implementation& content = content_of(self);
-    const auto wanted = gates::arguments_of(name);
-    if (!wanted) refuse("Gate " + name + " is not known to a program");
-    if (params.size() != wanted->angles) {
-        refuse("Gate " + name + " takes " + counted(wanted->angles, "angle") + ", not " +
-               std::to_string(params.size()));
+    const gates::gate_row* const row = gates::find_gate(name);
+    if (row == nullptr) refuse("Gate " + name + " is not known to a program");
+    const unsigned angles = row->angle ? 1 : 0;
+    if (params.size() != angles) {
+        refuse("Gate " + name + " takes " + counted(angles, "angle") + ", not " + std::to_string(params.size()));
     }
-    if (qubits.size() != wanted->qubits) {
-        refuse("Gate " + name + " takes " + counted(wanted->qubits, "qubit") + ", not " +
-               std::to_string(qubits.size()));
+    const unsigned wanted = row->controls + row->targets;
+    if (qubits.size() != wanted) {
+        refuse("Gate " + name + " takes " + counted(wanted, "qubit") + ", not " + std::to_string(qubits.size()));
     }
     check_qubits(name, qubits, controls, content.nqubits);
-    gates::operation<T> op;
-    gates::named_operation(op, name, params, qubits);
-    content.append(std::move(op), controls);
+    content.append(gates::named_operation<T>(*row, params, qubits), controls);
 }
 
 template <class T>

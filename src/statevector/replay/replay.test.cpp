@@ -21,11 +21,11 @@ template <class T>
 std::vector<gates::operation<T>> random_operations(unsigned int n, unsigned int count) {
     std::mt19937 engine(n);
     const char* const names[] = {"H", "RX", "RY", "RZ", "PH", "T", "CNOT", "SWAP", "CSIGN"};
-    std::vector<gates::operation<T>> operations(count);
-    for (auto& op : operations) {
-        const std::string name = names[engine() % std::size(names)];
+    std::vector<gates::operation<T>> operations;
+    while (operations.size() < count) {
+        const gates::gate_row& row = *gates::find_gate(names[engine() % std::size(names)]);
         const std::vector<T> angle = {T(engine() % 100) / 10};
-        gates::named_operation(op, name, angle, random_qubits(2, n, engine));
+        operations.push_back(gates::named_operation<T>(row, angle, random_qubits(2, n, engine)));
     }
     return operations;
 }

@@ -44,22 +44,8 @@ template <class T>
 void resolve_phase(step<T>& result, const operation<T>& op, const locality& where) {
     const unsigned long all = op.target_mask() | op.controls;
     const auto condition = kernels::all_ones(where.inside(all));
-    const unsigned long nbqbits = where.bits.size();
     result.required = all & ~where.mask();
-    switch (op.kind) {
-        case gate_kind::z:
-            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateZ, T>(nbqbits, condition));
-            break;
-        case gate_kind::s:
-            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateS, T>(nbqbits, condition));
-            break;
-        case gate_kind::t:
-            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateT, T>(nbqbits, condition));
-            break;
-        default:
-            result.calls.push_back(
-                kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, condition, op.coefficients[0]));
-    }
+    result.calls.push_back(gates::phase_call(op, where.bits.size(), condition));
 }
 
 template <class T>
@@ -71,8 +57,7 @@ void resolve_diagonal(step<T>& result, const operation<T>& op, const locality& w
         result.variant_mask = op.target_mask();
         // Outside the buffer the target chooses the one factor of all its amplitudes.
         for (const thrust::complex<T>& d : {op.coefficients[0], op.coefficients[1]}) {
-            result.calls.push_back(
-                kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, kernels::all_ones(controls), d));
+            result.calls.push_back(kernels::phase_call<kernels::GatePhase, T>(nbqbits, kernels::all_ones(controls), d));
         }
         return;
     }
@@ -96,7 +81,7 @@ void resolve_product(step<T>& result, const operation<T>& op, const locality& wh
     }
     const unsigned long nbqbits = where.bits.size();
     if (!result.outside.empty()) {
-        result.scaling = kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, {}, thrust::complex<T>(1, 0));
+        result.scaling = kernels::phase_call<kernels::GatePhase, T>(nbqbits, {}, thrust::complex<T>(1, 0));
     }
     if (!inner.targets.empty()) result.calls.push_back(gates::prepare(inner, nbqbits));
 }
@@ -112,7 +97,7 @@ footprint footprint_of(const operation<T>& op) {
 template <class T>
 step<T> resolve(const operation<T>& op, const locality& where) {
     step<T> result;
-    if (op.kind == gate_kind::z || op.kind == gate_kind::s || op.kind == gate_kind::t || op.kind == gate_kind::ph) {
+    if (gates::is_phase(op.kind)) {
         resolve_phase(result, op, where);
         return result;
     }
