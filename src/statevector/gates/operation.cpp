@@ -5,6 +5,7 @@
 #include "statevector/kernels/dense.hpp"
 #include "statevector/kernels/diagonal.hpp"
 #include "statevector/kernels/formulas.hpp"
+#include "statevector/kernels/matrix_shape.hpp"
 #include "statevector/kernels/one_qubit.hpp"
 #include "statevector/kernels/phase.hpp"
 #include "statevector/kernels/two_qubit.hpp"
@@ -145,7 +146,7 @@ template <class T>
 operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
                               bool controlled) {
     std::vector<thrust::complex<T>> diag;
-    if (pbamplix::get_diag_if_diag(matrix, diag, 1u << qubits.size())) {
+    if (kernels::take_diagonal(matrix, diag, 1u << qubits.size())) {
         if (!controlled) refuse_large_diagonal(diag.size());
         return diagonal_operation(diag, qubits);
     }
@@ -214,8 +215,7 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
                                              const std::vector<unsigned int>&);                                      \
     template std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::complex<T>>&);                \
     template kernels::kernel_call<T> prepare<T>(const operation<T>&, unsigned long);
-VELACAMPLIX_INSTANTIATE(float)
-VELACAMPLIX_INSTANTIATE(double)
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 template operation<float> named_operation(const gate_row&, const std::vector<float>&, const std::vector<unsigned int>&);
 
 }  // namespace velacamplix::gates

@@ -78,34 +78,3 @@ VELACAMPLIX_PAIR_GATES(VELACAMPLIX_INSTANTIATE)
 #undef VELACAMPLIX_INSTANTIATE
 
 }  // namespace velacamplix::kernels
-
-namespace pbamplix::cpu {
-
-template <class G>
-template <class T, class... Args>
-void Template1QBGate<G>::apply_controlled(thrust::complex<T>* state, unsigned int qubit, unsigned long nbqbits,
-                                          int nthreads, std::vector<unsigned int> controls, Args... params) {
-    using namespace velacamplix;
-    const auto call = kernels::one_qubit_call<G, T>(nbqbits, index::bit(qubit), index::mask_of(controls), {params...});
-    kernels::run_parallel(call, state, nthreads);
-}
-
-#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                     \
-    template void Template1QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>( \
-        thrust::complex<T>*, unsigned int, unsigned long, int, std::vector<unsigned int> __VA_OPT__(, ) __VA_ARGS__);
-#define VELACAMPLIX_C(T) thrust::complex<T>
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                  \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateX, T)                                                                \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateY, T)                                                                \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateH, T)                                                                \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoY, T)                                                             \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZ, T)                                                             \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateRX, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                           \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateRY, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                           \
-    VELACAMPLIX_INSTANTIATE_MEMBER(_Gate1QB<true>, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T), VELACAMPLIX_C(T), \
-                                   VELACAMPLIX_C(T))
-
-VELACAMPLIX_INSTANTIATE_MEMBERS(float)
-VELACAMPLIX_INSTANTIATE_MEMBERS(double)
-
-}  // namespace pbamplix::cpu

@@ -12,9 +12,4 @@ namespace velacamplix::kernels {
 template <class G, class T>
 kernel_call<T> phase_call(unsigned long nbqbits, condition where, thrust::complex<T> coefficient = {});
 
-// The condition "local index 1": the last listed target reads 1, all others 0, and all controls read 1. False for an
-// empty target list, whose only local index is 0.
-bool local_index_one(condition& where, const std::vector<unsigned int>& targets,
-                     const std::vector<unsigned int>& controls);
-
 }  // namespace velacamplix::kernels

@@ -212,8 +212,7 @@ void precise_project_then_reset(thrust::complex<T>* amps, unsigned long size, co
                                   int);                                                                                \
     template void precise_project_then_reset(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&,     \
                                              unsigned long, int);
-VELACAMPLIX_PROJECTION(float)
-VELACAMPLIX_PROJECTION(double)
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_PROJECTION)
 #undef VELACAMPLIX_PROJECTION
 
 }  // namespace pbamplix::cpu

@@ -1,4 +1,5 @@
 #include "statevector/observables/pauli_values.hpp"
+#include "statevector/packs/precision.hpp"
 
 #include <velacamplix/observable.hpp>
 
@@ -6,20 +7,7 @@ namespace pbamplix::cpu {
 
 using velacamplix::observables::density_values;
 using velacamplix::observables::pure_values;
-using velacamplix::observables::string_of;
 using velacamplix::observables::strings_of;
-
-template <class T>
-thrust::complex<T> _term_value(const thrust::complex<T>* amplitudes, WObservable<T>& observable, unsigned long size,
-                               int nthreads, unsigned long term) {
-    return pure_values(amplitudes, size, {string_of(observable, term)}, nthreads).front();
-}
-
-template <class T>
-thrust::complex<T> _term_value_density_matrix(const thrust::complex<T>* amplitudes, WObservable<T>& observable,
-                                              int nthreads, unsigned long term, const unsigned int& qubits) {
-    return density_values(amplitudes, qubits, {string_of(observable, term)}, nthreads).front();
-}
 
 template <class T>
 thrust::complex<T> _expectation_value(const thrust::complex<T>* amplitudes, WObservable<T> observable,
@@ -63,10 +51,6 @@ std::vector<thrust::complex<double>> precise_term_values_density_matrix(const th
 }
 
 #define VELACAMPLIX_EXACT_VALUES(T)                                                                                   \
-    template thrust::complex<T> _term_value<T>(const thrust::complex<T>*, WObservable<T>&, unsigned long, int,        \
-                                               unsigned long);                                                        \
-    template thrust::complex<T> _term_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>&, int,        \
-                                                              unsigned long, const unsigned int&);                    \
     template thrust::complex<T> _expectation_value<T>(const thrust::complex<T>*, WObservable<T>, unsigned long, int); \
     template thrust::complex<T> _expectation_value_density_matrix<T>(const thrust::complex<T>*, WObservable<T>, int,  \
                                                                      const unsigned int&);                            \
@@ -74,8 +58,7 @@ std::vector<thrust::complex<double>> precise_term_values_density_matrix(const th
         const thrust::complex<T>*, const WObservable<double>&, unsigned long, int, const work_hook&);                 \
     template std::vector<thrust::complex<double>> precise_term_values_density_matrix(                                 \
         const thrust::complex<T>*, const WObservable<double>&, int, const unsigned int&);
-VELACAMPLIX_EXACT_VALUES(float)
-VELACAMPLIX_EXACT_VALUES(double)
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_EXACT_VALUES)
 #undef VELACAMPLIX_EXACT_VALUES
 
 }  // namespace pbamplix::cpu

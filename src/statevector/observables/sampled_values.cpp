@@ -189,8 +189,7 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
     template std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_terms_of_any_norm(   \
         thrust::complex<T>*, const std::vector<SimpleTerm<double>>&, unsigned long, std::mt19937_64&, unsigned int, \
         int, const work_hook&);
-VELACAMPLIX_SAMPLED_VALUES(float)
-VELACAMPLIX_SAMPLED_VALUES(double)
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_SAMPLED_VALUES)
 #undef VELACAMPLIX_SAMPLED_VALUES
 
 }  // namespace pbamplix::cpu

@@ -3,6 +3,9 @@
 #include <cstdint>
 #include <limits>
 
+// Both of them: what is compiled for every precision.
+#define VELACAMPLIX_FOR_EACH_PRECISION(each) each(float) each(double)
+
 namespace velacamplix::packs {
 
 // All that depends on which precision the amplitudes have, and does not follow from its size. Another precision is

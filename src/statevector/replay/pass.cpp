@@ -240,7 +240,6 @@ void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned n
                                                              const planning_hook&);                                \
     template void run_chunks<T>(const chunk_pass<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long, \
                                 thrust::complex<T>*);
-VELACAMPLIX_INSTANTIATE(float)
-VELACAMPLIX_INSTANTIATE(double)
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::replay
