@@ -20,7 +20,9 @@ may_know = {
     "statevector/object": {"storage", "index", "packs", "gates"},
     "statevector/measurement": {"storage", "index", "packs"},
     "statevector/loading": {"storage", "index", "packs"},
-    "statevector/replay": {"storage", "index", "packs", "kernels", "gates"},
+    "statevector/plan": {"storage", "index", "packs", "gates"},
+    "statevector/fusion": {"index", "packs", "kernels", "gates", "plan"},
+    "statevector/replay": {"storage", "index", "packs", "kernels", "gates", "plan", "fusion"},
     "statevector/observables": {"storage", "index", "packs", "measurement"},
     # The doorway for hosts that call kernels; nobody knows it.
     "contract": {"index", "packs", "kernels", "observables"},

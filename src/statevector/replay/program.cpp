@@ -2,7 +2,7 @@
 
 #include "statevector/gates/operation.hpp"
 #include "statevector/index/bits.hpp"
-#include "statevector/replay/replay.hpp"
+#include "statevector/replay/schedule.hpp"
 
 #include <velacamplix/kernels.hpp>
 
@@ -77,7 +77,8 @@ struct program<T>::implementation {
         }
         if (!schedule || !schedule->fits(state_qubits, nthreads)) {
             schedule.reset();  // also if the hook or the planning throws
-            schedule.emplace(operations, state_qubits, nthreads, fusion, replay::first_level_cache_bytes(), hook);
+            schedule.emplace(operations, state_qubits, nthreads, fusion, velacamplix::plan::first_level_cache_bytes(),
+                             hook);
         }
         return *schedule;
     }
@@ -190,12 +191,12 @@ const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
     for (const auto& pass : content.schedule_for(state_qubits, nthreads).passes()) {
         program_pass told{pass.first, pass.last, {}, 1ul << state_qubits};
         double sweeps = 1;
-        if (pass.local == 0) {
-            sweeps = static_cast<double>(pass.whole_array.bytes) /
+        if (const auto* const whole = std::get_if<replay::whole_array<T>>(&pass.work)) {
+            sweeps = static_cast<double>(whole->call.bytes) /
                      static_cast<double>(sizeof(thrust::complex<T>) << state_qubits);
-        } else if (!pass.in_place) {
-            told.local_qubits = replay::locality(pass.local).bits;
-            told.chunk_amplitudes = 1ul << told.local_qubits.size();
+        } else if (const auto* const work = std::get_if<replay::chunked<T>>(&pass.work)) {
+            told.local_qubits = replay::locality(work->local).bits;
+            told.chunk_amplitudes = work->chunk_size();
         }
         plan.predicted_sweeps += sweeps;
         plan.passes.push_back(std::move(told));

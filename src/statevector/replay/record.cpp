@@ -1,6 +1,6 @@
 #include "statevector/replay/record.hpp"
 
-#include "statevector/replay/replay.hpp"
+#include "statevector/replay/schedule.hpp"
 
 #include <stdexcept>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "statevector/replay/record.hpp"
-#include "statevector/replay/replay.hpp"
+#include "statevector/replay/schedule.hpp"
 
 #include <velacamplix/statevector.hpp>
 

@@ -4,7 +4,7 @@
 
 #include <complex>
 
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 
 // The matrix of gates on one qubit, in double precision whatever the state's.
 struct one_qubit_unitary {
@@ -42,4 +42,4 @@ decomposition decompose(const one_qubit_unitary& u, double tolerance);
 // What an operation with one target does to it where its controls are 1.
 template <class T>
 one_qubit_unitary matrix_of(const gates::operation<T>& op);
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion

@@ -1,9 +1,9 @@
-#include "statevector/replay/simplify.hpp"
+#include "statevector/fusion/simplify.hpp"
 
+#include "statevector/fusion/one_qubit_unitary.hpp"
 #include "statevector/index/bits.hpp"
-#include "statevector/replay/one_qubit_unitary.hpp"
 
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 namespace {
 
 using gates::gate_kind;
@@ -170,4 +170,4 @@ std::vector<operation<T>> simplify(const std::vector<operation<T>>& operations, 
 template std::vector<operation<float>> simplify(const std::vector<operation<float>>&, unsigned long, unsigned long);
 template std::vector<operation<double>> simplify(const std::vector<operation<double>>&, unsigned long, unsigned long);
 
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion

@@ -1,8 +1,8 @@
-#include "statevector/replay/one_qubit_unitary.hpp"
+#include "statevector/fusion/one_qubit_unitary.hpp"
 
 #include <algorithm>
 
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 namespace {
 
 using complex = std::complex<double>;
@@ -121,4 +121,4 @@ one_qubit_unitary matrix_of(const gates::operation<T>& op) {
 template one_qubit_unitary matrix_of(const gates::operation<float>&);
 template one_qubit_unitary matrix_of(const gates::operation<double>&);
 
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion
