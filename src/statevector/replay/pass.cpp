@@ -23,14 +23,17 @@ using gates::operation;
 template <class T>
 inline constexpr unsigned long amplitudes_in_a_line = storage::line_bytes / sizeof(thrust::complex<T>);
 
-// Copies a run of 2^run_bits amplitudes, whole cache lines. Runs are short: a call of memcpy for each would cost more
-// than the copy.
+// Copies a run of 2^run_bits amplitudes, line by line. Runs are short: a call of memcpy for each would cost more than
+// the copy. A line is one round of the loop: of a shorter one the speed would depend on where the compiler happens to
+// put it.
 template <class T>
 [[gnu::always_inline]] inline void copy_run(const thrust::complex<T>* from, thrust::complex<T>* to,
                                             unsigned long length) {
     using pack = packs::wide_pack<T>;
-    for (unsigned long i = 0; i < length; i += packs::lanes<pack>) {
-        packs::store(to + i, packs::load<pack>(from + i));
+    for (unsigned long i = 0; i < length; i += amplitudes_in_a_line<T>) {
+        for (unsigned long k = i; k < i + amplitudes_in_a_line<T>; k += packs::lanes<pack>) {
+            packs::store(to + k, packs::load<pack>(from + k));
+        }
     }
 }
 
