@@ -90,22 +90,23 @@ template <class T>
 VELACAMPLIX_API void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
                               unsigned long value, int nthreads);
 
-// The same in any precision with the norm summed in double. Here an outcome is impossible when its norm's root is below
-// T's smallest normal number (1.2e-38, 2.2e-308); it is refused with std::domain_error, the state being left as it is.
-// The second form then moves the listed qubits to 0.
-template <class T>
-VELACAMPLIX_API void precise_project(thrust::complex<T>* amps, unsigned long size,
-                                     const std::vector<unsigned int>& qubits, unsigned long value, int nthreads);
-template <class T>
-VELACAMPLIX_API void precise_project_then_reset(thrust::complex<T>* amps, unsigned long size,
-                                                const std::vector<unsigned int>& qubits, unsigned long value,
-                                                int nthreads);
+// The same with the norm summed in the precision Sum, which is double: project<double>(amps, ...). Here an outcome is
+// impossible when its norm's root is below T's smallest normal number (1.2e-38, 2.2e-308); it is refused with
+// std::domain_error, the state being left as it is. The second form then moves the listed qubits to 0.
+template <class Sum, class T>
+VELACAMPLIX_API void project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
+                             unsigned long value, int nthreads);
+template <class Sum, class T>
+VELACAMPLIX_API void project_then_reset(thrust::complex<T>* amps, unsigned long size,
+                                        const std::vector<unsigned int>& qubits, unsigned long value, int nthreads);
 
 // Writes 2^k probabilities to `out` (k = qubits.size()); the caller owns it. First listed qubit = most significant bit
-// of the position. What is not above threshold_sq becomes 0. An empty list writes one value, the total.
+// of the position. What is not above threshold_sq becomes 0. An empty list writes one value, the total. One pass over
+// the view, whichever and however many the qubits.
 template <class Seq>
-VELACAMPLIX_API void precise_distribution(precise_view<Seq> seq, double* out, const double& threshold_sq,
-                                          const std::vector<unsigned int>& qubits, const int& nthreads);
+VELACAMPLIX_API void write_distribution(Seq seq, typename Seq::proba_type* out,
+                                        const typename Seq::proba_type& threshold_sq,
+                                        const std::vector<unsigned int>& qubits, const int& nthreads);
 
 // Fills `map` with the non-zero elements above the threshold, keyed by reversed index; returns it. When memory runs
 // out, std::bad_alloc; some entries may be in the map.

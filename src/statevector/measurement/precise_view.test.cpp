@@ -49,7 +49,7 @@ testing::AssertionResult agrees(const State<T>& state, bool density_matrix, cons
         const std::string what = "\n" + measured.describe(qubits, count);
         std::vector<double> got(expected.size());
         read_precisely(measured, [&](auto seq) {
-            pbamplix::cpu::precise_distribution(seq, got.data(), threshold * threshold, qubits, count);
+            pbamplix::cpu::write_distribution(seq, got.data(), threshold * threshold, qubits, count);
         });
         if (auto same = same_bits(expected, got); !same) return same << what;
 
@@ -227,10 +227,10 @@ TYPED_TEST(precise_view, projects_as_the_sum_in_double_says) {
                 for (int threads : thread_counts) {
                     State<TypeParam> got = state;
                     auto* amplitudes = reinterpret_cast<thrust::complex<TypeParam>*>(got.data());
-                    pbamplix::cpu::precise_project(amplitudes, got.size(), qubits, value, threads);
+                    pbamplix::cpu::project<double>(amplitudes, got.size(), qubits, value, threads);
                     ASSERT_TRUE(same_bits(expected, got.data())) << n << " qubits, " << describe(qubits);
                     got = state;
-                    pbamplix::cpu::precise_project_then_reset(amplitudes, got.size(), qubits, value, threads);
+                    pbamplix::cpu::project_then_reset<double>(amplitudes, got.size(), qubits, value, threads);
                     ASSERT_TRUE(same_bits(reference::moved_to_zero(expected, qubits, value), got.data()));
                 }
             }
@@ -244,12 +244,12 @@ TYPED_TEST(precise_view, refuses_an_impossible_projection_and_leaves_the_state) 
     auto* amplitudes = reinterpret_cast<thrust::complex<TypeParam>*>(state.data());
     const State<TypeParam> before = state;
     for (const unsigned long value : {1ul, 2ul}) {
-        EXPECT_THROW(pbamplix::cpu::precise_project(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
-        EXPECT_THROW(pbamplix::cpu::precise_project_then_reset(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
+        EXPECT_THROW(pbamplix::cpu::project<double>(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
+        EXPECT_THROW(pbamplix::cpu::project_then_reset<double>(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
         EXPECT_TRUE(same_bits(before, amplitudes));
     }
     if (std::is_same_v<TypeParam, float>) {
-        pbamplix::cpu::precise_project(amplitudes, 4, {1, 0}, 3, 1);
+        pbamplix::cpu::project<double>(amplitudes, 4, {1, 0}, 3, 1);
         EXPECT_EQ(amplitudes[3], thrust::complex<TypeParam>(0, -1));
     }
 }
@@ -272,7 +272,7 @@ TEST(precise_view_of_single_precision, sums_what_a_running_sum_in_single_precisi
 
     double total = 0, other = 0, one = 0;
     read_precisely(measured, [&](auto seq) {
-        pbamplix::cpu::precise_distribution(seq, &total, 0.0, {}, 2);
+        pbamplix::cpu::write_distribution(seq, &total, 0.0, {}, 2);
         std::mt19937_64 engine(3);
         outcomes shots(100'000);
         pbamplix::cpu::pick_shots_state(seq, shots.data(), engine, shots.size(), 2, {});
