@@ -53,8 +53,8 @@ namespace cpu {
 // for ever; to guard a shared object he gives his section a name, or uses a mutex.
 
 // Sum of the view's probabilities over all indices whose listed qubits carry the bits of `fixed` (already in
-// place). The same value for every thread count: blocks of 2^16 indices are summed in index order and then added
-// in block order.
+// place). The same value for every thread count: spans of 2^16 indices are summed in index order and then added
+// in span order.
 template <class Seq>
 VELACAMPLIX_API typename Seq::proba_type cumulative_probability(Seq seq, unsigned long fixed,
                                                                 const std::vector<unsigned int>& qubits,
@@ -71,14 +71,14 @@ VELACAMPLIX_API void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P
 // Draws nshots outcomes over the listed qubits (first listed = most significant bit; empty list = all, qubit 0
 // most significant). Takes exactly nshots outputs of the engine, in order: shot s belongs to output s; none when it
 // throws std::bad_alloc. The output becomes a number in [0, 1) of the view's precision, and the shot the first index
-// whose running sum reaches it. Of a precise_view this number is a share of the running sum's end, so that the outcomes
-// are those of the normalised state.
+// whose running sum reaches it. Of a precise_view this number is a fraction of the running sum's end, so that the
+// outcomes are those of the normalised state.
 template <class Rng, class Seq>
 VELACAMPLIX_API void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
                                       const int& nthreads, const std::vector<unsigned int>& qubits);
 
 // The same for a state whose norm nobody knows. Of a view in double precision whose running sum ends within 1e-9 of 1
-// these are the shots of pick_shots_state; of any other, and of every precise_view, numbers are shares of that end.
+// these are the shots of pick_shots_state; of any other, and of every precise_view, numbers are fractions of that end.
 // Throws std::domain_error where the end is 0, infinite or NaN; the engine has then taken no step.
 template <class Rng, class Seq>
 VELACAMPLIX_API void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,

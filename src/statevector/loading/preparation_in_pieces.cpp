@@ -72,20 +72,20 @@ void state_preparation(thrust::complex<T>* state, const thrust::complex<double>*
     const unsigned long bytes = 2 * entries * groups * sizeof(thrust::complex<T>);
 
     if (pieces.per_group == 1) {
-        storage::parallel_blocks(groups, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(groups, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
             for (unsigned long g = begin; g < end; ++g) pieces.write(g, std::sqrt(pieces.norm_of(g)));
         });
         return;
     }
     const unsigned long count = groups * pieces.per_group;
     std::vector<Sum> norms(count);
-    storage::parallel_blocks(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long piece = begin; piece < end; ++piece) norms[piece] = pieces.norm_of(piece);
     });
     std::vector<Sum> roots(groups);
     for (unsigned long piece = 0; piece < count; ++piece) roots[piece / pieces.per_group] += norms[piece];
     for (Sum& root : roots) root = std::sqrt(root);
-    storage::parallel_blocks(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long piece = begin; piece < end; ++piece) pieces.write(piece, roots[piece / pieces.per_group]);
     });
 }

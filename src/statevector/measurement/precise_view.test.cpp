@@ -72,7 +72,7 @@ testing::AssertionResult agrees(const State<T>& state, bool density_matrix, cons
     return testing::AssertionSuccess();
 }
 
-// Each shot's own scan, with its number as a share of the last running sum.
+// Each shot's own scan, with its number as a fraction of the last running sum.
 std::vector<unsigned long> scanned(const std::vector<double>& view, std::mt19937_64& engine, unsigned long shots,
                                    const Qubits& qubits) {
     double total = 0;
@@ -117,13 +117,13 @@ auto read_for_shots(MeasuredState<T>& measured, Reader reader) {
 }
 
 template <class T>
-testing::AssertionResult samples_of_any_norm_agree(const State<T>& state, bool density_matrix, bool as_shares,
+testing::AssertionResult samples_of_any_norm_agree(const State<T>& state, bool density_matrix, bool as_fractions,
                                                    unsigned long shots, const Qubits& qubits) {
     MeasuredState<T> measured(state, density_matrix);
     const std::vector<double> view = wide_view(state, density_matrix);
     std::mt19937_64 after(11);
     const outcomes expected =
-        as_shares ? scanned(view, after, shots, qubits) : reference::sampled(view, after, shots, qubits);
+        as_fractions ? scanned(view, after, shots, qubits) : reference::sampled(view, after, shots, qubits);
     for (int count : thread_counts) {
         std::mt19937_64 engine(11);
         outcomes got(shots);
@@ -293,16 +293,16 @@ TYPED_TEST(precise_view, shots_of_a_normalised_state_are_those_of_its_precision)
         const auto state = normalised(random_state<TypeParam>(n, Values::ordinary));
         for (const double total : {1.0, 1 + 8e-10, 1 - 8e-10}) {
             const auto near = scaled(state, std::sqrt(total));
-            const bool as_shares = std::is_same_v<TypeParam, float>;
+            const bool as_fractions = std::is_same_v<TypeParam, float>;
             for (unsigned long shots : {0ul, 1ul, 3000ul}) {
-                ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_shares, shots, {})) << total;
+                ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_fractions, shots, {})) << total;
             }
-            ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_shares, 100, random_qubits(n / 2, n, lists)));
+            ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_fractions, 100, random_qubits(n / 2, n, lists)));
         }
     }
 }
 
-TYPED_TEST(precise_view, shots_of_a_state_of_another_norm_are_shares_of_its_total) {
+TYPED_TEST(precise_view, shots_of_a_state_of_another_norm_are_fractions_of_its_total) {
     std::mt19937 lists(9);
     for (const double factor : {std::sqrt(1 + 2e-9), std::sqrt(1 - 2e-9), 0.5, 3.0, 1e-17, 1e17}) {
         for (unsigned int n : {0u, 1u, 4u, 9u}) {
@@ -339,8 +339,8 @@ TYPED_TEST(precise_view, shots_are_refused_and_no_output_is_taken_where_there_is
     }
 }
 
-TEST(precise_view_of_a_tiny_state, a_share_above_zero_stays_above_zero) {
-    // Squares of 1e-320: most shares of their sum round to 0, which would be the index of all ones.
+TEST(precise_view_of_a_tiny_state, a_fraction_above_zero_stays_above_zero) {
+    // Squares of 1e-320: most fractions of their sum round to 0, which would be the index of all ones.
     MeasuredState<double> measured(State<double>{{1e-160, 0}, {0, 1e-160}, {0, 0}, {0, 0}});
     std::mt19937_64 engine(5);
     outcomes got(1000);

@@ -95,7 +95,7 @@ void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits ou
     // Packs that lie side by side before a listed bit interrupts them belong together or not at all.
     const unsigned long run = outside.listed != 0 ? outside.listed & -outside.listed : size;
 
-    storage::parallel_blocks(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         const unsigned long stop = end * lanes;
         for (unsigned long i = begin * lanes; i < stop;) {
             const unsigned long run_end = std::min(stop, (i / run + 1) * run);
@@ -142,7 +142,7 @@ void move_to_zero(thrust::complex<T>* amplitudes, unsigned int n, const std::vec
     const unsigned long count = 1ul << std::popcount(free);
     const unsigned long run = listed & -listed;
 
-    storage::parallel_blocks(count, count * 4 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(count, count * 4 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         unsigned long target = index::deposit(begin, free);
         while (begin < end) {
             const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);

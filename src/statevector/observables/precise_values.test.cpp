@@ -103,10 +103,10 @@ TYPED_TEST(PreciseValues, an_observable_without_terms_has_none) {
 }
 
 template <class T>
-auto as_shares(thrust::complex<T>* state, const std::vector<pbamplix::SimpleTerm<double>>& terms, unsigned long shots,
-               std::mt19937_64& engine, unsigned int n, int threads) {
+auto as_fractions(thrust::complex<T>* state, const std::vector<pbamplix::SimpleTerm<double>>& terms,
+                  unsigned long shots, std::mt19937_64& engine, unsigned int n, int threads) {
     using namespace velacamplix::observables;
-    return sampled_values(state, terms, shots, engine, n, threads, false, draw_as::shares);
+    return sampled_values(state, terms, shots, engine, n, threads, false, draw_as::fractions);
 }
 
 // Up to rounding of the rotations: a term in Z alone needs none.
@@ -123,7 +123,7 @@ TYPED_TEST(PreciseValues, sampled_terms_in_z_are_those_of_the_widened_state) {
         support::GuardedArray<TypeParam> given(state);
         support::GuardedArray<double> expected_state(wide);
         std::mt19937_64 engine(2), expected_engine(2);
-        const auto got = as_shares(given.data(), terms, 5000, engine, 8, threads);
+        const auto got = as_fractions(given.data(), terms, 5000, engine, 8, threads);
         const auto expected =
             pbamplix::cpu::_evaluate_terms(expected_state.data(), terms, 5000, expected_engine, 8, threads, false);
         ASSERT_EQ(got.size(), terms.size());
@@ -145,7 +145,7 @@ TYPED_TEST(PreciseValues, sampled_terms_are_near_the_exact_ones_and_the_state_co
         state.size(), 1);
     support::GuardedArray<TypeParam> given(state);
     std::mt19937_64 engine(5);
-    const auto got = as_shares(given.data(), terms, 40'000, engine, 6, 2);
+    const auto got = as_fractions(given.data(), terms, 40'000, engine, 6, 2);
     for (std::size_t t = 0; t < terms.size(); ++t) {
         EXPECT_NEAR(got[t].first.real(), exact[t].real(), 5 * std::abs(got[t].second.real()));
         EXPECT_GT(std::abs(got[t].second.real()), 0.001);
@@ -162,7 +162,7 @@ Terms some_terms() {
 }
 
 // Where numbers are taken as they are the terms are those of _evaluate_terms.
-TYPED_TEST(PreciseValues, terms_of_any_norm_are_sampled_as_shares_unless_a_double_state_is_normalised) {
+TYPED_TEST(PreciseValues, terms_of_any_norm_are_sampled_as_fractions_unless_a_double_state_is_normalised) {
     const auto state = support::normalised(support::random_state<TypeParam>(8, support::Values::ordinary, 3));
     for (const double factor : {1.0, 1 + 4e-10, 1 + 2e-9, 0.3, 1e9}) {
         auto given = state;
@@ -170,15 +170,15 @@ TYPED_TEST(PreciseValues, terms_of_any_norm_are_sampled_as_shares_unless_a_doubl
             a = {static_cast<TypeParam>(static_cast<double>(a.re) * factor),
                  static_cast<TypeParam>(static_cast<double>(a.im) * factor)};
         }
-        const bool shares = std::is_same_v<TypeParam, float> || std::abs(factor - 1) > 1e-9;
+        const bool fractions = std::is_same_v<TypeParam, float> || std::abs(factor - 1) > 1e-9;
         for (const int threads : support::thread_counts) {
             support::GuardedArray<TypeParam> first(given), second(given);
             std::mt19937_64 engine(2), other_engine(2);
             const auto got =
                 pbamplix::cpu::evaluate_terms_of_any_norm(first.data(), some_terms(), 3000, engine, 8, threads);
             std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> expected;
-            if (shares) {
-                expected = as_shares(second.data(), some_terms(), 3000, other_engine, 8, threads);
+            if (fractions) {
+                expected = as_fractions(second.data(), some_terms(), 3000, other_engine, 8, threads);
             } else if constexpr (std::is_same_v<TypeParam, double>) {
                 expected =
                     pbamplix::cpu::_evaluate_terms(second.data(), some_terms(), 3000, other_engine, 8, threads, false);

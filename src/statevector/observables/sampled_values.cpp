@@ -110,7 +110,7 @@ std::vector<mean_and_error<Sum>> sampled_values(thrust::complex<T>* amplitudes,
             };
             state.turn(term, [&] { tell(0); });
             fill_cumulative_table(table, view, term.qubits, nthreads);
-            if (drawn_as == draw_as::shares) {
+            if (drawn_as == draw_as::fractions) {
                 const Sum total = table.back();
                 for (Sum& sum : table) sum /= total;
             }
@@ -160,10 +160,10 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
     unsigned int qubits, int nthreads, const work_hook& hook) {
     const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
     const double total = terms.empty() ? 1 : measurement::total_of(view);
-    measurement::require_shares(total);
+    measurement::require_total(total);
     const bool as_numbers = std::is_same_v<T, double> && measurement::is_normalised(total);
     return observables::sampled_values(amplitudes, terms, shots, rng, qubits, nthreads, false,
-                                       as_numbers ? draw_as::numbers : draw_as::shares, hook);
+                                       as_numbers ? draw_as::numbers : draw_as::fractions, hook);
 }
 
 #define VELACAMPLIX_EVALUATE_TERMS(T)                                                                               \

@@ -10,9 +10,9 @@ namespace velacamplix::observables {
 template <class Sum>
 using mean_and_error = std::pair<thrust::complex<Sum>, thrust::complex<Sum>>;
 
-// What a random number in [0, 1) is held against: the running sums as they are, or as shares of their end, which does
-// for a state of any norm.
-enum class draw_as { numbers, shares };
+// What a random number in [0, 1) is held against: the running sums as they are, or as fractions of their end, which
+// does for a state of any norm.
+enum class draw_as { numbers, fractions };
 
 // Parities of shots for every term, each in its own measurement basis, with probabilities and parities summed in the
 // precision Sum of the terms; the state is rotated in its own, and comes back up to rounding whatever is thrown, as the
