@@ -15,7 +15,7 @@ namespace pbamplix::cpu {
 struct program_pass {
     // The gates that the pass executes are among first_gate ... last_gate - 1: gates that only move amplitudes may wait
     // for a later pass, since other gates can overtake them without a change of bits. With fusion the range is that of
-    // the stretch which was rewritten.
+    // the batch which was rewritten.
     unsigned long first_gate;
     unsigned long last_gate;
     std::vector<unsigned int> local_qubits;  // gathered into a buffer, in increasing order; empty: worked in place
@@ -77,9 +77,9 @@ public:
     // Fusion, off unless asked for, rewrites the list before it is cut into passes: neighbouring gates on one qubit
     // become one, diagonal gates are collected, and commuting gates change places. Results then agree with the exact
     // run up to rounding, no longer bit for bit. Their bits follow from the gates with their numbers, the qubits of the
-    // state, and T alone: not from the number of threads, the caches, or the instruction set. A stretch of 16 gates per
+    // state, and T alone: not from the number of threads, the caches, or the instruction set. A batch of 16 gates per
     // qubit is rewritten at a time: inside it the hook's number of gates is an estimate, and a run that is told to stop
-    // does so at its end. Matrices need not be unitary; a stretch with one that can make a state longer, or that is not
+    // does so at its end. Matrices need not be unitary; a batch with one that can make a state longer, or that is not
     // diagonal and has more than 6 qubits, is not rewritten and gives the bits of the exact run.
     void set_fusion(bool fusion);
     bool fusion() const;

@@ -1,3 +1,4 @@
+#include "support/gate_lists.hpp"
 #include "support/named_gates.hpp"
 #include "support/precision.hpp"
 #include "support/watched_regions.hpp"
@@ -18,10 +19,13 @@ namespace {
 
 template <class T>
 std::vector<NamedGate<T>> every_named_gate() {
-    return {{"X", {3}},           {"Y", {3}},        {"Z", {3}},          {"H", {3}},       {"S", {3}},
-            {"T", {3}},           {"ZtoY", {3}},     {"YtoZ", {3}},       {"RX", {3}, 1},   {"RY", {3}, 1},
-            {"RZ", {3}, 1},       {"PH", {3}, 1},    {"CNOT", {2, 1}},    {"SWAP", {0, 3}}, {"CSIGN", {2, 1}},
-            {"CCNOT", {0, 1, 2}}, {"ISWAP", {0, 3}}, {"SQRTSWAP", {0, 3}}};
+    std::vector<NamedGate<T>> gates;
+    for (const unsigned int qubits : {1u, 2u, 3u}) {
+        const std::vector<unsigned int> listed = {3, 0, 1};
+        for (const std::string& name : gates_on(qubits))
+            gates.push_back({name, {listed.data(), listed.data() + qubits}, 1});
+    }
+    return gates;
 }
 
 template <class Act>

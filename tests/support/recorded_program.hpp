@@ -1,6 +1,8 @@
 #pragma once
 
 #include "support/compare.hpp"
+#include "support/gate_lists.hpp"
+#include "support/named_gates.hpp"
 #include "support/random_state.hpp"
 #include "support/state_vector.hpp"
 
@@ -24,20 +26,18 @@ public:
         : list(n), n_(n), engine_(seed), matrices_(matrices) {}
 
     void random_gate() {
-        const char* const one[] = {"X", "Y", "Z", "H", "S", "T", "ZtoY", "YtoZ"};
-        const char* const turned[] = {"RX", "RY", "RZ", "PH"};
-        const char* const two[] = {"SWAP", "ISWAP", "SQRTSWAP"};
+        static const std::vector<std::string> one = plain_gates(1), turned = gates_with_angle(), two = plain_gates(2);
         switch (below(n_ > 1 ? 8 : 4)) {
             case 0:
             case 1:
-                named(one[below(8)], {}, 1);
+                named(any_of(one), {});
                 break;
             case 2:
             case 3:
-                named(turned[below(4)], {angle()}, 1);
+                named(any_of(turned), {angle()});
                 break;
             case 4:
-                exchange(two[below(3)]);
+                exchange(any_of(two));
                 break;
             case 5:
                 controlled_not();
@@ -62,6 +62,9 @@ private:
     using Gate = std::function<void(StateVector<T>&)>;
 
     unsigned int below(unsigned int limit) { return engine_() % limit; }
+    const std::string& any_of(const std::vector<std::string>& names) {
+        return names[below(static_cast<unsigned int>(names.size()))];
+    }
     T angle() { return T(below(1000)) / 100 - 5; }
 
     // Up to two controls apart from the targets.
@@ -76,47 +79,25 @@ private:
         return controls;
     }
 
-    void named(const std::string& name, std::vector<T> params, unsigned int) {
-        const Qubits q = random_qubits(1, n_, engine_);
-        const Qubits c = controls_beside(q);
+    void add(const std::string& name, const std::vector<T>& params, const Qubits& q, const Qubits& c = {}) {
         list.add_gate(name, {params.begin(), params.end()}, q, c);
-        gates_.push_back([=](StateVector<T>& s) {
-            if (name == "X") s.apply_X(q[0], c);
-            if (name == "Y") s.apply_Y(q[0], c);
-            if (name == "Z") s.apply_Z(q[0], c);
-            if (name == "H") s.apply_H(q[0], c);
-            if (name == "S") s.apply_S(q[0], c);
-            if (name == "T") s.apply_T(q[0], c);
-            if (name == "ZtoY") s.apply_ZtoY(q[0], c);
-            if (name == "YtoZ") s.apply_YtoZ(q[0], c);
-            if (name == "RX") s.apply_RX(q[0], params[0], c);
-            if (name == "RY") s.apply_RY(q[0], params[0], c);
-            if (name == "RZ") s.apply_RZ(q[0], params[0], c);
-            if (name == "PH") s.apply_PH(q[0], params[0], c);
-        });
+        const reference::NamedGate<T> gate{name, q, params.empty() ? T(0) : params[0], c};
+        gates_.push_back([=](StateVector<T>& s) { call(s, gate); });
     }
 
-    void exchange(const std::string& name) {
-        const Qubits q = random_qubits(2, n_, engine_);
-        list.add_gate(name, {}, q);
-        gates_.push_back([=](StateVector<T>& s) {
-            if (name == "SWAP") s.apply_SWAP(q[0], q[1]);
-            if (name == "ISWAP") s.apply_ISWAP(q[0], q[1]);
-            if (name == "SQRTSWAP") s.apply_SQRTSWAP(q[0], q[1]);
-        });
+    void named(const std::string& name, const std::vector<T>& params) {
+        const Qubits q = random_qubits(1, n_, engine_);
+        add(name, params, q, controls_beside(q));
     }
+
+    void exchange(const std::string& name) { add(name, {}, random_qubits(2, n_, engine_)); }
 
     void controlled_not() {
         const Qubits q = random_qubits(std::min(n_, 3u), n_, engine_);
         if (q.size() == 3 && below(2) == 0) {
-            list.add_gate("CCNOT", {}, q);
-            gates_.push_back([=](StateVector<T>& s) { s.apply_CCNOT(q[0], q[1], q[2]); });
-        } else if (below(2) == 0) {
-            list.add_gate("CSIGN", {}, {q[0], q[1]});
-            gates_.push_back([=](StateVector<T>& s) { s.apply_CSIGN(q[0], q[1]); });
+            add("CCNOT", {}, q);
         } else {
-            list.add_gate("CNOT", {}, {q[0], q[1]});
-            gates_.push_back([=](StateVector<T>& s) { s.apply_CNOT(q[0], q[1]); });
+            add(below(2) == 0 ? "CSIGN" : "CNOT", {}, {q[0], q[1]});
         }
     }
 

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <velacamplix/amplitude.hpp>
+#include "statevector/kernels/formulas.hpp"
+
+#include <velacamplix/kernels.hpp>
 
 #include <cmath>
 
@@ -30,36 +32,52 @@ struct coefficient_pair {
     thrust::complex<T> second;
 };
 
-// Diagonal and off-diagonal entry of RX and of RY.
-template <class T>
-coefficient_pair<T> rx_coefficients(T angle) {
-    const auto [s, c] = sincos_of(angle * T(0.5));
-    return {{c, 0}, {0, -s}};
-}
-template <class T>
-coefficient_pair<T> ry_coefficients(T angle) {
-    const auto [s, c] = sincos_of(angle * T(0.5));
-    return {{c, 0}, {s, 0}};
-}
+// The coefficients of a gate with an angle in radians, by its tag; in the precision of the angle.
+template <class G>
+struct coefficients_of;
+
+// Diagonal and off-diagonal entry.
+template <>
+struct coefficients_of<pbamplix::cpu::GateRX> {
+    template <class T>
+    coefficient_pair<T> operator()(T angle) const {
+        const auto [s, c] = sincos_of(angle * T(0.5));
+        return {{c, 0}, {0, -s}};
+    }
+};
+template <>
+struct coefficients_of<pbamplix::cpu::GateRY> {
+    template <class T>
+    coefficient_pair<T> operator()(T angle) const {
+        const auto [s, c] = sincos_of(angle * T(0.5));
+        return {{c, 0}, {s, 0}};
+    }
+};
 
 // The two entries of diag(exp(-i angle/2), exp(i angle/2)).
-template <class T>
-coefficient_pair<T> rz_coefficients(T angle) {
-    const auto [s, c] = sincos_of(angle * T(0.5));
-    return {{c, -s}, {c, s}};
-}
+template <>
+struct coefficients_of<kernels::GateRZ> {
+    template <class T>
+    coefficient_pair<T> operator()(T angle) const {
+        const auto [s, c] = sincos_of(angle * T(0.5));
+        return {{c, -s}, {c, s}};
+    }
+};
 
 // exp(i angle)
-template <class T>
-thrust::complex<T> phase_of(T angle) {
-    const auto [s, c] = sincos_of(angle);
-    return {c, s};
-}
+template <>
+struct coefficients_of<kernels::GatePhase> {
+    template <class T>
+    coefficient_pair<T> operator()(T angle) const {
+        const auto [s, c] = sincos_of(angle);
+        return {{c, s}, {}};
+    }
+};
 
 // The coefficients of an angle given in double, by one of the formulas above: T's own where T can hold the angle (or it
 // is not a number), otherwise those of double, rounded.
 template <class T, class Formula>
-coefficient_pair<T> coefficients_of(double angle, Formula formula) {
+coefficient_pair<T> coefficients_at(double angle, Formula formula) {
     const T own = static_cast<T>(angle);
     if (static_cast<double>(own) == angle || angle != angle) return formula(own);
     const auto rounded = [](thrust::complex<double> c) {

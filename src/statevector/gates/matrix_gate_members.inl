@@ -4,6 +4,7 @@
 #include "statevector/index/bits.hpp"
 #include "statevector/kernels/dense.hpp"
 #include "statevector/kernels/diagonal.hpp"
+#include "statevector/kernels/matrix_shape.hpp"
 #include "statevector/kernels/one_qubit.hpp"
 #include "statevector/kernels/two_qubit.hpp"
 
@@ -25,7 +26,7 @@ kernels::kernel_call<T> matrix_call(unsigned long nbqbits, const std::vector<uns
     const unsigned long control_mask = controls == nullptr ? 0 : index::mask_of(*controls);
     const unsigned int dim = 1u << qubits.size();
     std::vector<thrust::complex<T>> diag;
-    if (pbamplix::get_diag_if_diag(matrix, diag, dim)) {
+    if (kernels::take_diagonal(matrix, diag, dim)) {
         if (controls == nullptr) refuse_large_diagonal(diag.size());
         return kernels::diagonal_call<T>(nbqbits, qubits, control_mask, diag, controls != nullptr);
     }

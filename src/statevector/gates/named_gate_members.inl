@@ -53,7 +53,7 @@ VELACAMPLIX_PHASE_GATE(apply_T, GateT)
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RX(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
-    const auto [d, o] = gates::rx_coefficients(angle);
+    const auto [d, o] = gates::coefficients_of<GateRX>{}(angle);
     const auto call =
         kernels::one_qubit_call<GateRX, T>(nqubits, index::bit(qubit), gates::control_mask(controls), {d, o});
     kernels::run_parallel(call, amplitudes.get(), num_threads);
@@ -62,7 +62,7 @@ void PybindAmplixStateVectorCPU<T>::apply_RX(unsigned int qubit, T angle, contro
 template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RY(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
-    const auto [d, o] = gates::ry_coefficients(angle);
+    const auto [d, o] = gates::coefficients_of<GateRY>{}(angle);
     const auto call =
         kernels::one_qubit_call<GateRY, T>(nqubits, index::bit(qubit), gates::control_mask(controls), {d, o});
     kernels::run_parallel(call, amplitudes.get(), num_threads);
@@ -74,7 +74,7 @@ template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_RZ(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
     if (controls.has_value() && !controls->empty()) storage::refuse_beyond_free_memory(2 * sizeof(thrust::complex<T>));
-    const auto [d0, d1] = gates::rz_coefficients(angle);
+    const auto [d0, d1] = gates::coefficients_of<kernels::GateRZ>{}(angle);
     const auto call =
         kernels::one_qubit_diagonal_call<T>(nqubits, index::bit(qubit), gates::control_mask(controls), d0, d1);
     kernels::run_parallel(call, amplitudes.get(), num_threads);
@@ -84,8 +84,9 @@ template <class T>
 void PybindAmplixStateVectorCPU<T>::apply_PH(unsigned int qubit, T angle, controls_list controls) {
     using namespace velacamplix;
     const auto where = kernels::all_ones(index::bit(qubit) | gates::control_mask(controls));
-    kernels::run_parallel(kernels::phase_call<GatePH<T>, T>(nqubits, where, gates::phase_of(angle)), amplitudes.get(),
-                          num_threads);
+    kernels::run_parallel(kernels::phase_call<kernels::GatePhase, T>(
+                              nqubits, where, gates::coefficients_of<kernels::GatePhase>{}(angle).first),
+                          amplitudes.get(), num_threads);
 }
 
 template <class T>

@@ -1,5 +1,6 @@
 #include "reference/named_gates.hpp"
 #include "support/captured_output.hpp"
+#include "support/gate_lists.hpp"
 #include "support/kernel_check.hpp"
 #include "support/named_gates.hpp"
 #include "support/scripted_system.hpp"
@@ -39,7 +40,7 @@ Values values_of(const std::string& name) {
 
 TYPED_TEST(named_gate, on_one_qubit_agrees_with_the_reference) {
     std::mt19937 engine(5);
-    for (const char* name : {"X", "Y", "Z", "H", "S", "T", "ZtoY", "YtoZ", "RX", "RY", "RZ", "PH"}) {
+    for (const std::string& name : gates_on(1)) {
         for (unsigned int n = 1; n <= 10; ++n) {
             const auto start = random_state<TypeParam>(n, values_of(name));
             GuardedArray<TypeParam> array(start);
@@ -54,7 +55,7 @@ TYPED_TEST(named_gate, on_one_qubit_agrees_with_the_reference) {
 }
 
 TYPED_TEST(named_gate, on_two_qubits_agrees_with_the_reference) {
-    for (const char* name : {"CNOT", "CSIGN", "SWAP", "ISWAP", "SQRTSWAP"}) {
+    for (const std::string& name : gates_on(2)) {
         for (unsigned int n = 2; n <= 10; ++n) {
             const auto start = random_state<TypeParam>(n, values_of(name));
             GuardedArray<TypeParam> array(start);
@@ -211,11 +212,11 @@ TYPED_TEST(named_gate, of_coinciding_qubits_writes_nothing_outside_the_array) {
         BorrowingVector<TypeParam> v(n);
         v.borrow(array.data());
         for (unsigned int q = 0; q < n; ++q) {
-            for (const char* name : {"X", "Y", "Z", "H", "S", "T", "ZtoY", "YtoZ", "RX", "RY", "RZ", "PH"}) {
+            for (const std::string& name : gates_on(1)) {
                 call<TypeParam>(v, {name, {q}, 1, {q}});
                 ASSERT_TRUE(array.fences_stand()) << name << " with its target as control, n = " << n;
             }
-            for (const char* name : {"CNOT", "CSIGN", "SWAP", "ISWAP", "SQRTSWAP"}) {
+            for (const std::string& name : gates_on(2)) {
                 call<TypeParam>(v, {name, {q, q}});
                 ASSERT_TRUE(array.fences_stand()) << name << " of a qubit with itself, n = " << n;
             }

@@ -2,9 +2,10 @@
 
 #include "statevector/gates/coefficients.hpp"
 #include "statevector/gates/matrix_limits.hpp"
-#include "statevector/index/bits.hpp"
 #include "statevector/kernels/dense.hpp"
 #include "statevector/kernels/diagonal.hpp"
+#include "statevector/kernels/formulas.hpp"
+#include "statevector/kernels/matrix_shape.hpp"
 #include "statevector/kernels/one_qubit.hpp"
 #include "statevector/kernels/phase.hpp"
 #include "statevector/kernels/two_qubit.hpp"
@@ -12,111 +13,123 @@
 #include <velacamplix/kernels.hpp>
 
 #include <algorithm>
-#include <unordered_map>
+#include <type_traits>
 
 namespace velacamplix::gates {
 namespace {
 
-using namespace pbamplix::cpu;
+template <class T>
+using coefficients = std::array<thrust::complex<T>, 4>;
 
-// How a name is read: the kind, and how many of its qubits, first listed, are controls.
-struct named {
-    gate_kind kind;
-    unsigned controls;
-    unsigned targets;
+// RZ has loops of its own, and no formula.
+template <class G>
+constexpr bool is_phase_tag = kernels::group_size<G> == 1;
+template <>
+constexpr bool is_phase_tag<kernels::GateRZ> = false;
+
+template <class G, class T>
+kernels::kernel_call<T> call_of(unsigned long nbqbits, const unsigned int* targets, unsigned long controls,
+                                const coefficients<T>& numbers) {
+    const unsigned long first = index::bit(targets[0]);
+    if constexpr (std::is_same_v<G, kernels::GateRZ>) {
+        return kernels::one_qubit_diagonal_call<T>(nbqbits, first, controls, numbers[0], numbers[1]);
+    } else if constexpr (is_phase_tag<G>) {
+        return kernels::phase_call<G, T>(nbqbits, kernels::all_ones(first | controls), numbers[0]);
+    } else if constexpr (kernels::group_size<G> == 2) {
+        return kernels::one_qubit_call<G, T>(nbqbits, first, controls, numbers);
+    } else {
+        return kernels::two_qubit_call<G, T>(nbqbits, first, index::bit(targets[1]), controls, numbers);
+    }
+}
+
+template <class G, class T>
+coefficient_pair<T> pair_at(double angle) {
+    return coefficients_at<T>(angle, coefficients_of<G>{});
+}
+
+// What a kind of the table is worked out by; null where there is no such thing, and for all that are given by numbers.
+template <class T>
+struct functions {
+    kernels::kernel_call<T> (*call)(unsigned long, const unsigned int*, unsigned long, const coefficients<T>&);
+    kernels::kernel_call<T> (*phase)(unsigned long, kernels::condition, thrust::complex<T>);
+    coefficient_pair<T> (*pair)(double angle);
 };
 
-const std::unordered_map<std::string, named>& vocabulary() {
-    static const std::unordered_map<std::string, named> names = {
-        {"X", {gate_kind::x, 0, 1}},         {"Y", {gate_kind::y, 0, 1}},
-        {"Z", {gate_kind::z, 0, 1}},         {"H", {gate_kind::h, 0, 1}},
-        {"S", {gate_kind::s, 0, 1}},         {"T", {gate_kind::t, 0, 1}},
-        {"ZtoY", {gate_kind::z_to_y, 0, 1}}, {"YtoZ", {gate_kind::y_to_z, 0, 1}},
-        {"RX", {gate_kind::rx, 0, 1}},       {"RY", {gate_kind::ry, 0, 1}},
-        {"RZ", {gate_kind::rz, 0, 1}},       {"PH", {gate_kind::ph, 0, 1}},
-        {"CNOT", {gate_kind::x, 1, 1}},      {"CCNOT", {gate_kind::x, 2, 1}},
-        {"CSIGN", {gate_kind::z, 1, 1}},     {"SWAP", {gate_kind::swap, 0, 2}},
-        {"ISWAP", {gate_kind::iswap, 0, 2}}, {"SQRTSWAP", {gate_kind::sqrt_swap, 0, 2}},
-    };
-    return names;
+template <class T, class G>
+constexpr functions<T> functions_for() {
+    functions<T> result{call_of<G, T>, nullptr, nullptr};
+    if constexpr (is_phase_tag<G>) result.phase = kernels::phase_call<G, T>;
+    if constexpr (requires { coefficients_of<G>{}; }) result.pair = pair_at<G, T>;
+    return result;
 }
 
 template <class T>
-void set_coefficients(operation<T>& op, double angle) {
-    const auto formula = [kind = op.kind]<class U>(U own) -> coefficient_pair<U> {
-        if (kind == gate_kind::rx) return rx_coefficients(own);
-        if (kind == gate_kind::ry) return ry_coefficients(own);
-        if (kind == gate_kind::rz) return rz_coefficients(own);
-        return {phase_of(own), {}};
-    };
-    const auto pair = coefficients_of<T>(angle, formula);
-    op.coefficients[0] = pair.first;
-    op.coefficients[1] = pair.second;
+constexpr auto functions_by_kind = std::apply(
+    []<class... Tags>(const tagged<Tags>&... entries) {
+        std::array<functions<T>, gate_kinds> by_kind{};
+        const auto enter = [&by_kind](const gate_row& row, const functions<T>& of_tag) {
+            if (row.angle != (of_tag.pair != nullptr)) throw "a gate has an angle when its tag has coefficients_of it";
+            by_kind[static_cast<std::size_t>(row.kind)] = of_tag;
+        };
+        (enter(entries.row, functions_for<T, Tags>()), ...);
+        return by_kind;
+    },
+    gate_table);
+
+template <class T>
+const functions<T>& functions_of(gate_kind kind) {
+    return functions_by_kind<T>[static_cast<std::size_t>(kind)];
+}
+
+template <class T, class Angle>
+void set_coefficients(coefficients<T>& numbers, gate_kind kind, Angle angle) {
+    const auto pair = functions_of<T>(kind).pair(static_cast<double>(angle));
+    numbers[0] = pair.first;
+    numbers[1] = pair.second;
+}
+
+unsigned long controls_of(const gate_row& row, const std::vector<unsigned int>& qubits) {
+    unsigned long controls = 0;
+    for (unsigned i = 0; i < row.controls; ++i) controls |= index::bit(qubits[i]);
+    return controls;
 }
 
 }  // namespace
 
-bool takes_angle(gate_kind kind) {
-    return kind == gate_kind::rx || kind == gate_kind::ry || kind == gate_kind::rz || kind == gate_kind::ph;
-}
-
-std::optional<gate_arguments> arguments_of(const std::string& name) {
-    const auto found = vocabulary().find(name);
-    if (found == vocabulary().end()) return std::nullopt;
-    const auto [kind, controls, targets] = found->second;
-    return gate_arguments{takes_angle(kind) ? 1u : 0u, controls + targets};
-}
-
 std::string name_of(gate_kind kind) {
-    for (const auto& [name, entry] : vocabulary()) {
-        if (entry.kind == kind && entry.controls == 0) return name;
-    }
+    if (const gate_row* const row = row_of(kind)) return std::string(row->name);
     return kind == gate_kind::diagonal ? "diagonal" : "matrix";
 }
 
-template <class T>
-unsigned long operation<T>::target_mask() const {
-    return index::mask_of(targets);
-}
-
-template <class T>
-bool operation<T>::is_diagonal() const {
-    switch (kind) {
-        case gate_kind::z:
-        case gate_kind::s:
-        case gate_kind::t:
-        case gate_kind::ph:
-        case gate_kind::rz:
-        case gate_kind::diagonal:
-        case gate_kind::product:
-            return true;
-        default:
-            return false;
-    }
-}
-
-template <class T>
-bool operation<T>::is_move() const {
-    return kind == gate_kind::x || kind == gate_kind::swap;
+template <class T, class Angle>
+operation<T> named_operation(const gate_row& row, const std::vector<Angle>& params,
+                             const std::vector<unsigned int>& qubits) {
+    operation<T> op;
+    op.kind = row.kind;
+    op.controls = controls_of(row, qubits);
+    op.targets.assign(qubits.begin() + row.controls, qubits.begin() + row.controls + row.targets);
+    if (row.angle) set_coefficients(op.coefficients, op.kind, params[0]);
+    return op;
 }
 
 template <class T, class Angle>
-bool named_operation(operation<T>& op, const std::string& name, const std::vector<Angle>& params,
-                     const std::vector<unsigned int>& qubits) {
-    const auto found = vocabulary().find(name);
-    if (found == vocabulary().end()) return false;
-    const auto [kind, controls, targets] = found->second;
-    op.kind = kind;
-    op.controls = 0;
-    for (unsigned i = 0; i < controls; ++i) op.controls |= index::bit(qubits[i]);
-    op.targets.assign(qubits.begin() + controls, qubits.begin() + controls + targets);
-    if (takes_angle(kind)) set_coefficients(op, static_cast<double>(params[0]));
-    return true;
+kernels::kernel_call<T> named_call(const gate_row& row, const std::vector<Angle>& params,
+                                   const std::vector<unsigned int>& qubits, unsigned long nbqbits) {
+    coefficients<T> numbers{};
+    if (row.angle) set_coefficients(numbers, row.kind, params[0]);
+    return functions_of<T>(row.kind).call(nbqbits, qubits.data() + row.controls, controls_of(row, qubits), numbers);
 }
 
 template <class T>
 void set_angle(operation<T>& op, double angle) {
-    set_coefficients(op, angle);
+    set_coefficients(op.coefficients, op.kind, angle);
+}
+
+bool is_phase(gate_kind kind) { return functions_of<double>(kind).phase != nullptr; }
+
+template <class T>
+kernels::kernel_call<T> phase_call(const operation<T>& op, unsigned long nbqbits, kernels::condition where) {
+    return functions_of<T>(op.kind).phase(nbqbits, where, op.coefficients[0]);
 }
 
 template <class T>
@@ -133,7 +146,7 @@ template <class T>
 operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, const std::vector<unsigned int>& qubits,
                               bool controlled) {
     std::vector<thrust::complex<T>> diag;
-    if (pbamplix::get_diag_if_diag(matrix, diag, 1u << qubits.size())) {
+    if (kernels::take_diagonal(matrix, diag, 1u << qubits.size())) {
         if (!controlled) refuse_large_diagonal(diag.size());
         return diagonal_operation(diag, qubits);
     }
@@ -171,51 +184,10 @@ std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::comple
 
 template <class T>
 kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
-    const auto pair = [&]<class G>(G) {
-        return kernels::one_qubit_call<G, T>(nbqbits, index::bit(op.targets[0]), op.controls, op.coefficients);
-    };
-    const auto phase = [&]<class G>(G) {
-        const auto where = kernels::all_ones(index::bit(op.targets[0]) | op.controls);
-        return kernels::phase_call<G, T>(nbqbits, where, op.coefficients[0]);
-    };
-    const auto quad = [&]<class G>(G) {
-        return kernels::two_qubit_call<G, T>(nbqbits, index::bit(op.targets[0]), index::bit(op.targets[1]),
-                                             op.controls);
-    };
     switch (op.kind) {
-        case gate_kind::x:
-            return pair(GateX{});
-        case gate_kind::y:
-            return pair(GateY{});
-        case gate_kind::h:
-            return pair(GateH{});
-        case gate_kind::z_to_y:
-            return pair(GateZtoY{});
-        case gate_kind::y_to_z:
-            return pair(GateYtoZ{});
-        case gate_kind::rx:
-            return pair(GateRX{});
-        case gate_kind::ry:
-            return pair(GateRY{});
         case gate_kind::matrix1:
-            return pair(_Gate1QB<true>{});
-        case gate_kind::z:
-            return phase(GateZ{});
-        case gate_kind::s:
-            return phase(GateS{});
-        case gate_kind::t:
-            return phase(GateT{});
-        case gate_kind::ph:
-            return phase(GatePH<T>{});
-        case gate_kind::rz:
-            return kernels::one_qubit_diagonal_call<T>(nbqbits, index::bit(op.targets[0]), op.controls,
-                                                       op.coefficients[0], op.coefficients[1]);
-        case gate_kind::swap:
-            return quad(GateSWAP{});
-        case gate_kind::iswap:
-            return quad(GateISWAP{});
-        case gate_kind::sqrt_swap:
-            return quad(GateSQRTSWAP{});
+            return kernels::one_qubit_call<pbamplix::cpu::_Gate1QB<true>, T>(nbqbits, index::bit(op.targets[0]),
+                                                                             op.controls, op.coefficients);
         case gate_kind::matrix2:
             return kernels::two_qubit_matrix_call<T>(nbqbits, index::bit(op.targets[0]), index::bit(op.targets[1]),
                                                      op.controls, op.entries);
@@ -225,24 +197,25 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
             return kernels::diagonal_call<T>(nbqbits, index::xor_mask_of(op.targets), op.controls, op.diagonal);
         case gate_kind::product:
             return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, product_entries(op.entries), false);
+        default:
+            return functions_of<T>(op.kind).call(nbqbits, op.targets.data(), op.controls, op.coefficients);
     }
-    return {};
 }
 
 #define VELACAMPLIX_INSTANTIATE(T)                                                                                   \
-    template struct operation<T>;                                                                                    \
-    template bool named_operation(operation<T>&, const std::string&, const std::vector<double>&,                     \
-                                  const std::vector<unsigned int>&);                                                 \
+    template operation<T> named_operation(const gate_row&, const std::vector<double>&,                               \
+                                          const std::vector<unsigned int>&);                                         \
+    template kernels::kernel_call<T> named_call(const gate_row&, const std::vector<T>&,                              \
+                                                const std::vector<unsigned int>&, unsigned long);                    \
     template void set_angle<T>(operation<T>&, double);                                                               \
+    template kernels::kernel_call<T> phase_call<T>(const operation<T>&, unsigned long, kernels::condition);          \
     template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
                                            bool);                                                                    \
     template operation<T> diagonal_operation(const std::vector<thrust::complex<T>>&,                                 \
                                              const std::vector<unsigned int>&);                                      \
     template std::vector<thrust::complex<T>> product_entries(const std::vector<thrust::complex<T>>&);                \
     template kernels::kernel_call<T> prepare<T>(const operation<T>&, unsigned long);
-VELACAMPLIX_INSTANTIATE(float)
-VELACAMPLIX_INSTANTIATE(double)
-template bool named_operation(operation<float>&, const std::string&, const std::vector<float>&,
-                              const std::vector<unsigned int>&);
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
+template operation<float> named_operation(const gate_row&, const std::vector<float>&, const std::vector<unsigned int>&);
 
 }  // namespace velacamplix::gates

@@ -1,36 +1,15 @@
 #pragma once
 
+#include "statevector/gates/gate_table.hpp"
+#include "statevector/index/bits.hpp"
 #include "statevector/kernels/kernel_call.hpp"
 #include "statevector/kernels/sorted_diagonal.hpp"
+#include "statevector/kernels/walk.hpp"
 
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace velacamplix::gates {
-
-enum class gate_kind : unsigned char {
-    x,
-    y,
-    h,
-    z_to_y,
-    y_to_z,
-    rx,
-    ry,
-    matrix1,  // mix one target
-    z,
-    s,
-    t,
-    ph,  // multiply where the target reads 1
-    rz,  // diag(c0, c1) on one target
-    swap,
-    iswap,
-    sqrt_swap,
-    matrix2,  // mix two targets
-    matrix,
-    diagonal,  // any number of targets
-    product,   // one factor pair per target, side by side in `entries`; only among fused gates
-};
 
 // One gate as a value: what a member of the state vector does, written down instead of done.
 template <class T>
@@ -42,32 +21,34 @@ struct operation {
     std::vector<thrust::complex<T>> entries;  // matrix2, matrix, product
     kernels::shared_diagonal<T> diagonal;
 
-    unsigned long target_mask() const;
-    bool is_diagonal() const;  // changes every amplitude by a factor of its own
-    bool is_move() const;      // only moves amplitudes
+    unsigned long target_mask() const { return index::mask_of(targets); }
+    bool is_diagonal() const { return gates::is_diagonal(kind); }
+    bool is_move() const { return gates::is_move(kind); }
 };
-
-// What a name asks for; nothing for an unknown one.
-struct gate_arguments {
-    unsigned angles;
-    unsigned qubits;  // controls of its own and targets
-};
-std::optional<gate_arguments> arguments_of(const std::string& name);
 
 // A word for a kind: the name of its gate without controls, or what it was given as.
 std::string name_of(gate_kind kind);
 
-// A named gate with its coefficients computed from the angle, as program.hpp tells; `Angle` is double or T. False for
-// an unknown name. Trusts the number of params and qubits.
+// A gate of the table with its coefficients computed from the angle, as program.hpp tells; `Angle` is double or T.
+// Trusts the number of params and qubits.
 template <class T, class Angle>
-bool named_operation(operation<T>& op, const std::string& name, const std::vector<Angle>& params,
-                     const std::vector<unsigned int>& qubits);
+operation<T> named_operation(const gate_row& row, const std::vector<Angle>& params,
+                             const std::vector<unsigned int>& qubits);
 
-bool takes_angle(gate_kind kind);
+// prepare(named_operation(...)), without the operation, which would allocate.
+template <class T, class Angle>
+kernels::kernel_call<T> named_call(const gate_row& row, const std::vector<Angle>& params,
+                                   const std::vector<unsigned int>& qubits, unsigned long nbqbits);
 
-// Gives RX, RY, RZ or PH another angle.
+// Gives a gate with an angle another one.
 template <class T>
 void set_angle(operation<T>& op, double angle);
+
+// Whether a gate multiplies the amplitudes whose target and controls read 1 by one number and leaves the others alone;
+// and its loop where some of these qubits are known to read 1, so that `where` says the rest.
+bool is_phase(gate_kind kind);
+template <class T>
+kernels::kernel_call<T> phase_call(const operation<T>& op, unsigned long nbqbits, kernels::condition where);
 
 // A gate given as a matrix, treated as the state vector's matrix members treat it: an exactly diagonal one becomes a
 // diagonal (std::runtime_error if it has no controls and more than 256 entries), any other a dense gate.

@@ -30,6 +30,38 @@ inline constexpr unsigned long extract(unsigned long value, unsigned long mask) 
     return result;
 }
 
+inline constexpr unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
+
+// The index that follows i among those that differ in the bits of `free` alone, without the other bits: a carry skips
+// them. The last one is followed by 0.
+inline constexpr unsigned long next(unsigned long i, unsigned long free) { return ((i | ~free) + 1) & free; }
+
+// All indices of the bits of `free`, from the begin-th on in increasing order, `count` of them:
+//     for (const unsigned long i : free_indices(free, begin, count)) ...
+class free_indices {
+public:
+    constexpr free_indices(unsigned long free, unsigned long begin, unsigned long count)
+        : free_(free), first_(deposit(begin, free)), count_(count) {}
+    explicit constexpr free_indices(unsigned long free) : free_indices(free, 0, 1ul << count_bits(free)) {}
+
+    struct iterator {
+        unsigned long index, free, left;
+
+        constexpr unsigned long operator*() const { return index; }
+        constexpr iterator& operator++() {
+            index = next(index, free);
+            --left;
+            return *this;
+        }
+        constexpr bool operator!=(const iterator& end) const { return left != end.left; }
+    };
+    constexpr iterator begin() const { return {first_, free_, count_}; }
+    constexpr iterator end() const { return {0, free_, 0}; }
+
+private:
+    unsigned long free_, first_, count_;
+};
+
 // table[x] = rearranged(x) for x < count, a power of two, where `rearranged` moves bits about: one call per bit.
 template <class Entry, class Rearranged>
 void fill_by_bits(Entry* table, unsigned long count, Rearranged rearranged) {
@@ -53,6 +85,11 @@ inline unsigned long mask_of(const std::vector<unsigned int>& qubits) {
     unsigned long mask = 0;
     for (const unsigned int q : qubits) mask |= bit(q);
     return mask;
+}
+
+// Each qubit of the list exists among n, and stands there once.
+inline bool all_distinct(const std::vector<unsigned int>& qubits, unsigned int n = 64) {
+    return count_bits(mask_of(qubits) & low_bits(n)) == qubits.size();
 }
 
 // One mask per qubit, in the list's order.

@@ -41,6 +41,41 @@ TEST(bits, deposit_and_extract_agree_with_the_reference) {
     }
 }
 
+TEST(bits, next_skips_what_is_not_free_and_ends_with_0) {
+    EXPECT_EQ(index::next(0b00000, 0b11010), 0b00010ul);
+    EXPECT_EQ(index::next(0b00010, 0b11010), 0b01000ul);
+    EXPECT_EQ(index::next(0b01010, 0b11010), 0b10000ul);
+    EXPECT_EQ(index::next(0b11010, 0b11010), 0ul);
+    EXPECT_EQ(index::next(0b00110, 0b11010), 0b01000ul) << "what the other bits hold plays no part";
+    EXPECT_EQ(index::next(0, 0), 0ul);
+}
+
+TEST(bits, free_indices_are_the_deposited_numbers_in_order) {
+    std::mt19937_64 engine(3);
+    for (int trial = 0; trial < 200; ++trial) {
+        unsigned long free = engine();
+        while (index::count_bits(free) > 9) free &= engine();
+        unsigned long number = 0;
+        for (const unsigned long i : index::free_indices(free)) ASSERT_EQ(i, reference::deposit(number++, free));
+        EXPECT_EQ(number, 1ul << index::count_bits(free));
+
+        const unsigned long first = number / 3;
+        unsigned long from = first;
+        for (const unsigned long i : index::free_indices(free, first, number - first)) {
+            ASSERT_EQ(i, reference::deposit(from++, free));
+        }
+        EXPECT_EQ(from, number);
+    }
+}
+
+TEST(bits, all_distinct_wants_every_qubit_once_and_below_n) {
+    EXPECT_TRUE(index::all_distinct({}));
+    EXPECT_TRUE(index::all_distinct({5, 0, 63}));
+    EXPECT_FALSE(index::all_distinct({5, 0, 5}));
+    EXPECT_TRUE(index::all_distinct({2, 0}, 3));
+    EXPECT_FALSE(index::all_distinct({3, 0}, 3));
+}
+
 TEST(swap_lsb_msb, of_1_over_3_bits_is_4_and_of_6_is_3) {
     EXPECT_EQ(swap_lsb_msb(1, 3), 4ul);
     EXPECT_EQ(swap_lsb_msb(6, 3), 3ul);

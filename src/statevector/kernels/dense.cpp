@@ -120,7 +120,7 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
     // Every group costs enough work to fetch the lines of a later one: as many groups ahead as hide the way to memory.
     const unsigned long groups_ahead = std::max(64 / (dim * dim), 1ul) + 1;
     const unsigned long fixed = call.fixed;
-    const auto after = [&](unsigned long at) { return (((at | fixed) + 1) & ~fixed) | call.ones; };
+    const auto after = [&](unsigned long at) { return index::next(at, ~fixed) | call.ones; };
     unsigned long base = index::deposit(begin, ~fixed) | call.ones;
     unsigned long ahead = index::deposit(begin + groups_ahead, ~fixed) | call.ones;
     for (unsigned long unit = begin; unit < end; ++unit, base = after(base), ahead = after(ahead)) {
@@ -247,52 +247,6 @@ void guard_dense_matrix(unsigned long entries, int nthreads) {
     template kernel_call<T> dense_call<T>(unsigned long, const std::vector<unsigned long>&, unsigned long, \
                                           const std::vector<thrust::complex<T>>&);                         \
     template void guard_dense_matrix<T>(unsigned long, int);
-VELACAMPLIX_INSTANTIATE(float)
-VELACAMPLIX_INSTANTIATE(double)
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::kernels
-
-namespace pbamplix::cpu {
-
-using namespace velacamplix;
-
-template <class C, bool, bool>
-void apply_nbqbit_gate(C* state, std::vector<unsigned int> targets, std::vector<unsigned int> controls,
-                       std::vector<C> matrix, unsigned long nbqbits, int nthreads) {
-    using T = typename C::value_type;
-    kernels::guard_dense_matrix<T>(matrix.size(), nthreads);
-    kernels::run_parallel(
-        kernels::dense_call<T>(nbqbits, index::bits_of_qubits(targets), index::mask_of(controls), matrix), state,
-        nthreads);
-}
-
-template <class C, bool first, bool second>
-void apply_nbqbit_gate(C* state, std::vector<unsigned int> targets, std::vector<C> matrix, unsigned long nbqbits,
-                       int nthreads) {
-    apply_nbqbit_gate<C, first, second>(state, std::move(targets), {}, std::move(matrix), nbqbits, nthreads);
-}
-
-template <class C, bool, bool, bool>
-void _apply_nqbit_gate(C* state, vela::core::iterator::StateIterator it, unsigned long dim, std::vector<C> matrix,
-                       int nthreads) {
-    using T = typename C::value_type;
-    std::vector<unsigned long> targets;  // offsets[2^i] is the bit of the i-th target from the end
-    for (unsigned long local = dim >> 1; local != 0; local >>= 1) targets.push_back(it.offsets[local]);
-    unsigned long qubits = it.free_mask | it.control_mask;
-    for (const unsigned long bit : targets) qubits |= bit;
-    kernels::run_parallel(
-        kernels::dense_call<T>(static_cast<unsigned>(std::popcount(qubits)), targets, it.control_mask, matrix), state,
-        nthreads);
-}
-
-#define VELACAMPLIX_INSTANTIATE_FUNCTIONS(C)                                                                      \
-    template void apply_nbqbit_gate<C, false, true>(C*, std::vector<unsigned int>, std::vector<unsigned int>,     \
-                                                    std::vector<C>, unsigned long, int);                          \
-    template void apply_nbqbit_gate<C, false, true>(C*, std::vector<unsigned int>, std::vector<C>, unsigned long, \
-                                                    int);                                                         \
-    template void _apply_nqbit_gate<C, true, true, false>(C*, vela::core::iterator::StateIterator, unsigned long, \
-                                                          std::vector<C>, int);
-VELACAMPLIX_INSTANTIATE_FUNCTIONS(thrust::complex<float>)
-VELACAMPLIX_INSTANTIATE_FUNCTIONS(thrust::complex<double>)
-
-}  // namespace pbamplix::cpu

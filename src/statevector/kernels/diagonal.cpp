@@ -1,5 +1,6 @@
 #include "statevector/kernels/diagonal.hpp"
 
+#include "statevector/kernels/formulas.hpp"
 #include "statevector/kernels/phase.hpp"
 #include "statevector/kernels/walk.hpp"
 #include "statevector/storage/memory_guard.hpp"
@@ -231,7 +232,7 @@ kernel_call<T> one_qubit_diagonal_call(unsigned long nbqbits, unsigned long targ
     using narrow = single_pack<T>;
     const condition where = all_ones(controls);
     // A target among the controls reads 1 wherever the gate acts.
-    if ((target & controls) != 0) return phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, where, d1);
+    if ((target & controls) != 0) return phase_call<GatePhase, T>(nbqbits, where, d1);
     kernel_call<T> call;
     call.coefficients[0] = d0;
     call.coefficients[1] = d1;
@@ -284,38 +285,6 @@ void diagonal_window<T>::run(thrust::complex<T>* buffer, unsigned long base) con
     template kernel_call<T> diagonal_call<T>(unsigned long, const std::vector<unsigned int>&, unsigned long,   \
                                              const std::vector<thrust::complex<T>>&, bool);                    \
     template class diagonal_window<T>;
-VELACAMPLIX_INSTANTIATE(float)
-VELACAMPLIX_INSTANTIATE(double)
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::kernels
-
-namespace pbamplix::cpu {
-
-using namespace velacamplix;
-
-template <bool form>
-template <class T>
-void _DiagGate<form>::apply(thrust::complex<T>* state, std::vector<unsigned int> targets, unsigned long nbqbits,
-                            int nthreads, std::vector<thrust::complex<T>> diag) {
-    kernels::run_parallel(kernels::diagonal_call<T>(nbqbits, targets, 0, diag, false), state, nthreads);
-}
-
-template <bool form>
-template <class T>
-void _DiagGate<form>::apply_controlled(thrust::complex<T>* state, std::vector<unsigned int> targets,
-                                       unsigned long nbqbits, int nthreads, std::vector<unsigned int> controls,
-                                       std::vector<thrust::complex<T>> diag) {
-    kernels::run_parallel(kernels::diagonal_call<T>(nbqbits, targets, index::mask_of(controls), diag, true), state,
-                          nthreads);
-}
-
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                            \
-    template void _DiagGate<true>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int,       \
-                                            std::vector<thrust::complex<T>>);                                         \
-    template void _DiagGate<true>::apply_controlled<T>(thrust::complex<T>*, std::vector<unsigned int>, unsigned long, \
-                                                       int, std::vector<unsigned int>,                                \
-                                                       std::vector<thrust::complex<T>>);
-VELACAMPLIX_INSTANTIATE_MEMBERS(float)
-VELACAMPLIX_INSTANTIATE_MEMBERS(double)
-
-}  // namespace pbamplix::cpu

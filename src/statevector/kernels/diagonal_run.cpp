@@ -1,33 +1,22 @@
 #include "statevector/kernels/diagonal_run.hpp"
 
+#include "statevector/packs/parts.hpp"
+
 namespace velacamplix::kernels {
 namespace {
 
-template <unsigned width, bool imaginary>
-struct parts_of_two {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s + (imaginary ? 1 : 0)); }
-};
-template <unsigned width, bool second>
-struct side_by_side {
-    static constexpr int at(std::size_t s) {
-        return static_cast<int>(s / 2 + (second ? width / 2 : 0) + (s % 2 == 0 ? 0 : width));
-    }
-};
-
 template <class V>
 [[gnu::always_inline]] inline void load_parts(const thrust::complex<scalar_of<V>>* from, V& re, V& im) {
-    constexpr auto all = std::make_index_sequence<scalars<V>>{};
     const V first = load<V>(from);
     const V second = load<V>(from + lanes<V>);
-    re = shuffle(first, second, parts_of_two<scalars<V>, false>{}, all);
-    im = shuffle(first, second, parts_of_two<scalars<V>, true>{}, all);
+    re = real_parts(first, second);
+    im = imaginary_parts(first, second);
 }
 
 template <class V>
 [[gnu::always_inline]] inline void store_parts(thrust::complex<scalar_of<V>>* to, V re, V im) {
-    constexpr auto all = std::make_index_sequence<scalars<V>>{};
-    store(to, shuffle(re, im, side_by_side<scalars<V>, false>{}, all));
-    store(to + lanes<V>, shuffle(re, im, side_by_side<scalars<V>, true>{}, all));
+    store(to, first_amplitudes(re, im));
+    store(to + lanes<V>, second_amplitudes(re, im));
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
 #pragma once
 
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/storage/aligned_array.hpp"
 
 #include <vector>
 
 namespace velacamplix::kernels {
+
+using namespace packs;  // what loops and formulas are written in
 
 // Several diag(d0, d1) on single qubits, one after another, in one walk over an array: every amplitude is multiplied
 // by its factors in the order in which they were added, as by that many single gates, but stays in registers

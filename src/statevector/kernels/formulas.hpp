@@ -1,29 +1,36 @@
 #pragma once
 
-#include "statevector/kernels/ordinary.hpp"
+#include "statevector/packs/ordinary.hpp"
 
 #include <velacamplix/kernels.hpp>
 
-// What each gate does to the packs of one group. A formula is built once per block of groups from the call's
-// coefficients and then rewrites its operands in place, from the old values only. The order of operations is part
-// of the library's behaviour.
+#include <type_traits>
+
+// What each gate does to the packs of one group, by its tag: the specialisation of `formula` for a tag is the gate. It
+// is built once per share of a call's groups from the call's coefficients and then rewrites its operands in place, from
+// the old values only. The order of operations is part of the library's behaviour.
+//
+// Each of the three shapes ends with the list of its gates, for all of which the loop is compiled.
 
 namespace velacamplix::kernels {
 
-// One unit below the correctly rounded 1/sqrt(2) in double, on purpose: H twice on |0> gives 0.9999999999999998,
-// and hosts rely on it. Pinned by one_qubit.test.cpp.
-template <class T>
-inline constexpr T inverse_sqrt2 = T(0);
-template <>
-inline constexpr double inverse_sqrt2<double> = 0x1.6a09e667f3bccp-1;
-template <>
-inline constexpr float inverse_sqrt2<float> = 0x1.6a09e6p-1f;
+using namespace packs;
+using namespace pbamplix::cpu;  // the tags
+
+template <class G, class V>
+struct formula;
+
+// How many amplitudes a gate's formula takes at a time: 1, 2 or 4.
+template <class G, class V = wide_pack<double>>
+inline constexpr unsigned group_size = std::is_invocable_v<formula<G, V>&, V&>       ? 1
+                                       : std::is_invocable_v<formula<G, V>&, V&, V&> ? 2
+                                                                                     : 4;
 
 // --- one amplitude -----------------------------------------------------------------------------------------------
 
 template <class V>
-struct phase_z {
-    explicit phase_z(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateZ, V> {
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a) const { a = negate(a); }
 };
 
@@ -36,15 +43,15 @@ template <class V>
 }
 
 template <class V>
-struct phase_s {
-    explicit phase_s(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateS, V> {
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a) const { a = times_i(a); }
 };
 
 template <class V>
-struct phase_t {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
-    explicit phase_t(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateT, V> {
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a) const {
         const V scaled = a * c;
         const V turned = swap_parts(scaled);
@@ -52,24 +59,31 @@ struct phase_t {
     }
 };
 
+// diag(1, factor) as a tag without a number, which GatePH<T> carries.
+struct GatePhase {};
 template <class V>
-struct phase_factor {
+struct formula<GatePhase, V> {
     factor<V> p;
-    explicit phase_factor(const thrust::complex<scalar_of<V>>* c) : p(c[0]) {}
+    explicit formula(const thrust::complex<scalar_of<V>>* c) : p(c[0]) {}
     [[gnu::always_inline]] void operator()(V& a) const { a = p * a; }
 };
+
+// diag(d0, d1) has loops of its own, in diagonal.cpp.
+struct GateRZ {};
+
+#define VELACAMPLIX_PHASE_GATES(each) each(GateZ) each(GateS) each(GateT) each(GatePhase)
 
 // --- two amplitudes: target bit 0, target bit 1 --------------------------------------------------------------------
 
 template <class V>
-struct pair_x {
-    explicit pair_x(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateX, V> {
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const { std::swap(a0, a1); }
 };
 
 template <class V>
-struct pair_y {
-    explicit pair_y(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateY, V> {
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V old0 = a0;
         a0 = negate_imaginary(swap_parts(a1));
@@ -78,9 +92,9 @@ struct pair_y {
 };
 
 template <class V>
-struct pair_h {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
-    explicit pair_h(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateH, V> {
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V sum = a0 + a1;
         const V difference = a0 - a1;
@@ -90,9 +104,9 @@ struct pair_h {
 };
 
 template <class V>
-struct pair_z_to_y {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
-    explicit pair_z_to_y(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateZtoY, V> {
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V sum = a1 + a0;
         const V turned0 = swap_parts(a0);
@@ -103,10 +117,10 @@ struct pair_z_to_y {
 };
 
 template <class V>
-struct pair_y_to_z {
-    V c = broadcast<V>(inverse_sqrt2<scalar_of<V>>);
+struct formula<GateYtoZ, V> {
+    V c = broadcast<V>(precision<scalar_of<V>>::inverse_sqrt2);
     V turning_c = negate_real(c);
-    explicit pair_y_to_z(const thrust::complex<scalar_of<V>>*) {}
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V scaled = a0 * c;
         const V t = swap_parts(a1) * turning_c;  // (-c a1.im, c a1.re)
@@ -144,10 +158,10 @@ private:
 
 // [[d, o], [o, d]], d = (cos, 0), o = (0, -sin)
 template <class V>
-struct pair_rx {
+struct formula<GateRX, V> {
     factor<V> d, o;
     short_attempt<V> attempt;
-    explicit pair_rx(const thrust::complex<scalar_of<V>>* c)
+    explicit formula(const thrust::complex<scalar_of<V>>* c)
         : d(c[0]), o(c[1]), attempt(c[0].imag() == 0 && c[1].real() == 0) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) {
         const V old0 = a0;
@@ -167,10 +181,10 @@ struct pair_rx {
 
 // [[d, -o], [o, d]], d = (cos, 0), o = (sin, 0)
 template <class V>
-struct pair_ry {
+struct formula<GateRY, V> {
     factor<V> d, o;
     short_attempt<V> attempt;
-    explicit pair_ry(const thrust::complex<scalar_of<V>>* c)
+    explicit formula(const thrust::complex<scalar_of<V>>* c)
         : d(c[0]), o(c[1]), attempt(c[0].imag() == 0 && c[1].imag() == 0) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) {
         const V old0 = a0;
@@ -189,9 +203,9 @@ struct pair_ry {
 };
 
 template <class V>
-struct pair_matrix {
+struct formula<_Gate1QB<true>, V> {
     factor<V> m00, m01, m10, m11;
-    explicit pair_matrix(const thrust::complex<scalar_of<V>>* c) : m00(c[0]), m01(c[1]), m10(c[2]), m11(c[3]) {}
+    explicit formula(const thrust::complex<scalar_of<V>>* c) : m00(c[0]), m01(c[1]), m10(c[2]), m11(c[3]) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
         const V old0 = a0;
         a0 = m00 * old0 + m01 * a1;
@@ -199,17 +213,24 @@ struct pair_matrix {
     }
 };
 
+#define VELACAMPLIX_PAIR_GATES(each) \
+    each(GateX) each(GateY) each(GateH) each(GateZtoY) each(GateYtoZ) each(GateRX) each(GateRY) each(_Gate1QB<true>)
+
 // --- four amplitudes: local index 00, 01, 10, 11 -------------------------------------------------------------------
 
+// A gate that leaves the local indices 00 and 11 alone says so: where no target stands inside the packs, these are then
+// neither read nor written.
+struct leaves_00_and_11 {};
+
 template <class V>
-struct quad_swap {
-    explicit quad_swap(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateSWAP, V> : leaves_00_and_11 {
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const { std::swap(b, c); }
 };
 
 template <class V>
-struct quad_iswap {
-    explicit quad_iswap(const thrust::complex<scalar_of<V>>*) {}
+struct formula<GateISWAP, V> : leaves_00_and_11 {
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
         const V old_b = b;
         b = times_i(c);
@@ -219,9 +240,9 @@ struct quad_iswap {
 
 // 1/2 (1 + i) and 1/2 (1 - i), the halves taken before the sums.
 template <class V>
-struct quad_sqrt_swap {
+struct formula<GateSQRTSWAP, V> : leaves_00_and_11 {
     V half = broadcast<V>(scalar_of<V>(0.5));
-    explicit quad_sqrt_swap(const thrust::complex<scalar_of<V>>*) {}
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
         const V x = b * half;
         const V y = c * half;
@@ -237,9 +258,9 @@ struct quad_sqrt_swap {
 };
 
 template <class V>
-struct quad_hh {
+struct formula<GateHH, V> {
     factor<V> half{thrust::complex<scalar_of<V>>(scalar_of<V>(0.5), 0)};
-    explicit quad_hh(const thrust::complex<scalar_of<V>>*) {}
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
         const V r0 = ((a + b) + c) + d;
         const V r1 = ((a - b) + c) - d;
@@ -253,10 +274,10 @@ struct quad_hh {
 };
 
 template <class V>
-struct quad_z_to_y_z_to_y_conj {
+struct formula<GateZtoYZtoYConj, V> {
     factor<V> half{thrust::complex<scalar_of<V>>(scalar_of<V>(0.5), 0)};
     factor<V> half_i{thrust::complex<scalar_of<V>>(0, scalar_of<V>(0.5))};
-    explicit quad_z_to_y_z_to_y_conj(const thrust::complex<scalar_of<V>>*) {}
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
         const V r0 = ((a + b) + c) + d;
         const V r1 = ((b - a) - c) + d;  // -A + B - C + D
@@ -270,10 +291,10 @@ struct quad_z_to_y_z_to_y_conj {
 };
 
 template <class V>
-struct quad_y_to_z_y_to_z_conj {
+struct formula<GateYtoZYtoZConj, V> {
     factor<V> half{thrust::complex<scalar_of<V>>(scalar_of<V>(0.5), 0)};
     factor<V> half_i{thrust::complex<scalar_of<V>>(0, scalar_of<V>(0.5))};
-    explicit quad_y_to_z_y_to_z_conj(const thrust::complex<scalar_of<V>>*) {}
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
         const V ha = half * a;
         const V ib = half_i * b;
@@ -289,9 +310,9 @@ struct quad_y_to_z_y_to_z_conj {
 };
 
 template <class V>
-struct quad_matrix {
+struct formula<_Gate2QB<true>, V> {
     const thrust::complex<scalar_of<V>>* m;  // 16 entries, row-major
-    explicit quad_matrix(const thrust::complex<scalar_of<V>>* entries) : m(entries) {}
+    explicit formula(const thrust::complex<scalar_of<V>>* entries) : m(entries) {}
     [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
         const V old[4] = {a, b, c, d};
         const V turned[4] = {quarter_turn(a), quarter_turn(b), quarter_turn(c), quarter_turn(d)};
@@ -310,5 +331,9 @@ private:
     }
     [[gnu::always_inline]] V product(int at, V x, V turned) const { return x * m[at].real() + turned * m[at].imag(); }
 };
+
+// _Gate2QB<true> is not among them: its entries stand in a table, and it is asked for by a function of its own.
+#define VELACAMPLIX_QUAD_GATES(each) \
+    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateHH) each(GateZtoYZtoYConj) each(GateYtoZYtoZConj)
 
 }  // namespace velacamplix::kernels

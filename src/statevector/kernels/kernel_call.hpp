@@ -1,6 +1,6 @@
 #pragma once
 
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/amplitude.hpp>
@@ -9,6 +9,8 @@
 #include <memory>
 
 namespace velacamplix::kernels {
+
+using namespace packs;  // what loops and formulas are written in
 
 // Coefficients too many to stand in the call itself: sorted diagonals, dense matrices.
 template <class T>
@@ -43,7 +45,7 @@ struct kernel_call {
 template <class T>
 void run_parallel(const kernel_call<T>& call, thrust::complex<T>* state, int nthreads) {
     if (call.run == nullptr) return;
-    storage::parallel_blocks(call.units, call.bytes, nthreads,
+    storage::parallel_shares(call.units, call.bytes, nthreads,
                              [&](unsigned long begin, unsigned long end) { call.run(call, state, begin, end); });
 }
 

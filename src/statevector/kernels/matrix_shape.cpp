@@ -1,9 +1,11 @@
-#include <velacamplix/kernels.hpp>
+#include "statevector/kernels/matrix_shape.hpp"
 
-namespace pbamplix {
+#include "statevector/packs/precision.hpp"
+
+namespace velacamplix::kernels {
 
 template <class C>
-bool get_diag_if_diag(const std::vector<C>& matrix, std::vector<C>& diag, const unsigned int& dim) {
+bool take_diagonal(const std::vector<C>& matrix, std::vector<C>& diag, unsigned int dim) {
     diag.resize(dim);
     for (unsigned long row = 0; row < dim; ++row) {
         for (unsigned long col = 0; col < dim; ++col) {
@@ -18,9 +20,8 @@ bool get_diag_if_diag(const std::vector<C>& matrix, std::vector<C>& diag, const 
     return true;
 }
 
-template bool get_diag_if_diag(const std::vector<thrust::complex<float>>&, std::vector<thrust::complex<float>>&,
-                               const unsigned int&);
-template bool get_diag_if_diag(const std::vector<thrust::complex<double>>&, std::vector<thrust::complex<double>>&,
-                               const unsigned int&);
+#define VELACAMPLIX_INSTANTIATE(T) \
+    template bool take_diagonal(const std::vector<thrust::complex<T>>&, std::vector<thrust::complex<T>>&, unsigned int);
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
-}  // namespace pbamplix
+}  // namespace velacamplix::kernels

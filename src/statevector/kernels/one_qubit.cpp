@@ -6,57 +6,12 @@
 namespace velacamplix::kernels {
 namespace {
 
-using namespace pbamplix::cpu;
-
-template <class G>
-struct formula_of;
-template <>
-struct formula_of<GateX> {
-    template <class V>
-    using type = pair_x<V>;
-};
-template <>
-struct formula_of<GateY> {
-    template <class V>
-    using type = pair_y<V>;
-};
-template <>
-struct formula_of<GateH> {
-    template <class V>
-    using type = pair_h<V>;
-};
-template <>
-struct formula_of<GateZtoY> {
-    template <class V>
-    using type = pair_z_to_y<V>;
-};
-template <>
-struct formula_of<GateYtoZ> {
-    template <class V>
-    using type = pair_y_to_z<V>;
-};
-template <>
-struct formula_of<GateRX> {
-    template <class V>
-    using type = pair_rx<V>;
-};
-template <>
-struct formula_of<GateRY> {
-    template <class V>
-    using type = pair_ry<V>;
-};
-template <>
-struct formula_of<_Gate1QB<true>> {
-    template <class V>
-    using type = pair_matrix<V>;
-};
-
 // The one loop over pairs. `inner` is the target's position inside the pack, -1 for a target outside; `blend` says
 // that some controls stand inside the pack, so that only some lanes change.
 template <class G, class V, int inner, bool blend>
 void run_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
                unsigned long end) {
-    typename formula_of<G>::template type<V> formula(call.coefficients.data());
+    formula<G, V> gate(call.coefficients.data());
     const bits_of<V> changed = lane_mask<V>(call);
     const unsigned long target = call.target_bit[0];
     walk<V>(
@@ -65,13 +20,13 @@ void run_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
             __builtin_prefetch(state + base, 1);
             __builtin_prefetch(state + (base | target), 1);
         },
-        [=, &formula](unsigned long base) {
+        [=, &gate](unsigned long base) {
             const V old0 = load<V>(state + base);
             const V old1 = load<V>(state + (base | target));
             V a0 = old0;
             V a1 = old1;
             if constexpr (inner >= 0) exchange_bit<static_cast<unsigned>(inner)>(a0, a1);
-            formula(a0, a1);
+            gate(a0, a1);
             if constexpr (inner >= 0) exchange_bit<static_cast<unsigned>(inner)>(a0, a1);
             if constexpr (blend) {
                 a0 = select(changed, a0, old0);
@@ -114,49 +69,12 @@ kernel_call<T> one_qubit_call(unsigned long nbqbits, unsigned long target, unsig
     return call;
 }
 
-#define VELACAMPLIX_INSTANTIATE(G, T)                                                         \
-    template kernel_call<T> one_qubit_call<G, T>(unsigned long, unsigned long, unsigned long, \
-                                                 const std::array<thrust::complex<T>, 4>&);
-#define VELACAMPLIX_INSTANTIATE_BOTH(G) VELACAMPLIX_INSTANTIATE(G, float) VELACAMPLIX_INSTANTIATE(G, double)
-
-VELACAMPLIX_INSTANTIATE_BOTH(GateX)
-VELACAMPLIX_INSTANTIATE_BOTH(GateY)
-VELACAMPLIX_INSTANTIATE_BOTH(GateH)
-VELACAMPLIX_INSTANTIATE_BOTH(GateZtoY)
-VELACAMPLIX_INSTANTIATE_BOTH(GateYtoZ)
-VELACAMPLIX_INSTANTIATE_BOTH(GateRX)
-VELACAMPLIX_INSTANTIATE_BOTH(GateRY)
-VELACAMPLIX_INSTANTIATE_BOTH(_Gate1QB<true>)
+#define VELACAMPLIX_INSTANTIATE(G)                                                               \
+    template kernel_call<float> one_qubit_call<G>(unsigned long, unsigned long, unsigned long,   \
+                                                  const std::array<thrust::complex<float>, 4>&); \
+    template kernel_call<double> one_qubit_call<G>(unsigned long, unsigned long, unsigned long,  \
+                                                   const std::array<thrust::complex<double>, 4>&);
+VELACAMPLIX_PAIR_GATES(VELACAMPLIX_INSTANTIATE)
+#undef VELACAMPLIX_INSTANTIATE
 
 }  // namespace velacamplix::kernels
-
-namespace pbamplix::cpu {
-
-template <class G>
-template <class T, class... Args>
-void Template1QBGate<G>::apply_controlled(thrust::complex<T>* state, unsigned int qubit, unsigned long nbqbits,
-                                          int nthreads, std::vector<unsigned int> controls, Args... params) {
-    using namespace velacamplix;
-    const auto call = kernels::one_qubit_call<G, T>(nbqbits, index::bit(qubit), index::mask_of(controls), {params...});
-    kernels::run_parallel(call, state, nthreads);
-}
-
-#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                     \
-    template void Template1QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>( \
-        thrust::complex<T>*, unsigned int, unsigned long, int, std::vector<unsigned int> __VA_OPT__(, ) __VA_ARGS__);
-#define VELACAMPLIX_C(T) thrust::complex<T>
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)                                                                  \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateX, T)                                                                \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateY, T)                                                                \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateH, T)                                                                \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoY, T)                                                             \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZ, T)                                                             \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateRX, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                           \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateRY, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T))                           \
-    VELACAMPLIX_INSTANTIATE_MEMBER(_Gate1QB<true>, T, VELACAMPLIX_C(T), VELACAMPLIX_C(T), VELACAMPLIX_C(T), \
-                                   VELACAMPLIX_C(T))
-
-VELACAMPLIX_INSTANTIATE_MEMBERS(float)
-VELACAMPLIX_INSTANTIATE_MEMBERS(double)
-
-}  // namespace pbamplix::cpu

@@ -6,38 +6,17 @@
 namespace velacamplix::kernels {
 namespace {
 
-using namespace pbamplix::cpu;
-
-template <class G, class V>
-struct formula_of;
-template <class V>
-struct formula_of<GateZ, V> {
-    using type = phase_z<V>;
-};
-template <class V>
-struct formula_of<GateS, V> {
-    using type = phase_s<V>;
-};
-template <class V>
-struct formula_of<GateT, V> {
-    using type = phase_t<V>;
-};
-template <class T, class V>
-struct formula_of<GatePH<T>, V> {
-    using type = phase_factor<V>;
-};
-
 template <class G, class V, bool blend>
 void run_phases(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
                 unsigned long end) {
-    const typename formula_of<G, V>::type formula(call.coefficients.data());
+    const formula<G, V> gate(call.coefficients.data());
     const bits_of<V> changed = lane_mask<V>(call);
     walk<V>(
         call, begin, end, [=](unsigned long base) { __builtin_prefetch(state + base, 1); },
         [=](unsigned long base) {
             const V old = load<V>(state + base);
             V a = old;
-            formula(a);
+            gate(a);
             if constexpr (blend) a = select(changed, a, old);
             store(state + base, a);
         });
@@ -63,80 +42,10 @@ kernel_call<T> phase_call(unsigned long nbqbits, condition where, thrust::comple
     return call;
 }
 
-bool local_index_one(condition& where, const std::vector<unsigned int>& targets,
-                     const std::vector<unsigned int>& controls) {
-    if (targets.empty()) return false;
-    const unsigned long control_mask = index::mask_of(controls);
-    where = {index::xor_mask_of(targets) | control_mask, index::bit(targets.back()) | control_mask};
-    // A target listed twice, or listed as control too, contradicts itself: nothing is selected.
-    return (where.ones & ~where.fixed) == 0 && (index::xor_mask_of(targets) & control_mask & ~where.ones) == 0;
-}
-
-#define VELACAMPLIX_INSTANTIATE(T)                                                              \
-    template kernel_call<T> phase_call<GateZ, T>(unsigned long, condition, thrust::complex<T>); \
-    template kernel_call<T> phase_call<GateS, T>(unsigned long, condition, thrust::complex<T>); \
-    template kernel_call<T> phase_call<GateT, T>(unsigned long, condition, thrust::complex<T>); \
-    template kernel_call<T> phase_call<GatePH<T>, T>(unsigned long, condition, thrust::complex<T>);
-VELACAMPLIX_INSTANTIATE(float)
-VELACAMPLIX_INSTANTIATE(double)
-
-template <class G, class T>
-void apply_phase(thrust::complex<T>* state, const std::vector<unsigned int>& targets, unsigned long nbqbits,
-                 int nthreads, const std::vector<unsigned int>& controls, thrust::complex<T> coefficient) {
-    condition where;
-    if (!local_index_one(where, targets, controls)) return;
-    run_parallel(phase_call<G, T>(nbqbits, where, coefficient), state, nthreads);
-}
+#define VELACAMPLIX_INSTANTIATE(G)                                                                      \
+    template kernel_call<float> phase_call<G, float>(unsigned long, condition, thrust::complex<float>); \
+    template kernel_call<double> phase_call<G, double>(unsigned long, condition, thrust::complex<double>);
+VELACAMPLIX_PHASE_GATES(VELACAMPLIX_INSTANTIATE)
+#undef VELACAMPLIX_INSTANTIATE
 
 }  // namespace velacamplix::kernels
-
-namespace pbamplix::cpu {
-
-template <class G, bool fixed>
-template <class T>
-void _TemplatePartialDiagGate<G, fixed>::apply(thrust::complex<T>* state, std::vector<unsigned int> targets,
-                                               unsigned long nbqbits, int nthreads) {
-    velacamplix::kernels::apply_phase<G, T>(state, targets, nbqbits, nthreads, {}, {});
-}
-
-template <class G, bool fixed>
-template <class T>
-void _TemplatePartialDiagGate<G, fixed>::apply_controlled(thrust::complex<T>* state, std::vector<unsigned int> targets,
-                                                          unsigned long nbqbits, int nthreads,
-                                                          std::vector<unsigned int> controls) {
-    velacamplix::kernels::apply_phase<G, T>(state, targets, nbqbits, nthreads, controls, {});
-}
-
-template <class G>
-template <class T>
-void _TemplatePartialDiagGate<G, false>::apply(thrust::complex<T>* state, std::vector<unsigned int> targets,
-                                               unsigned long nbqbits, int nthreads, G gate) {
-    velacamplix::kernels::apply_phase<G, T>(state, targets, nbqbits, nthreads, {}, gate.factor);
-}
-
-template <class G>
-template <class T>
-void _TemplatePartialDiagGate<G, false>::apply_controlled(thrust::complex<T>* state, std::vector<unsigned int> targets,
-                                                          unsigned long nbqbits, int nthreads,
-                                                          std::vector<unsigned int> controls, G gate) {
-    velacamplix::kernels::apply_phase<G, T>(state, targets, nbqbits, nthreads, controls, gate.factor);
-}
-
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(G, T)                                                                 \
-    template void _TemplatePartialDiagGate<G, true>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, \
-                                                              unsigned long, int);                            \
-    template void _TemplatePartialDiagGate<G, true>::apply_controlled<T>(                                     \
-        thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int, std::vector<unsigned int>);
-#define VELACAMPLIX_INSTANTIATE_PRECISION(T)                                                                           \
-    VELACAMPLIX_INSTANTIATE_MEMBERS(GateZ, T)                                                                          \
-    VELACAMPLIX_INSTANTIATE_MEMBERS(GateS, T)                                                                          \
-    VELACAMPLIX_INSTANTIATE_MEMBERS(GateT, T)                                                                          \
-    template void _TemplatePartialDiagGate<GatePH<T>, false>::apply<T>(thrust::complex<T>*, std::vector<unsigned int>, \
-                                                                       unsigned long, int, GatePH<T>);                 \
-    template void _TemplatePartialDiagGate<GatePH<T>, false>::apply_controlled<T>(                                     \
-        thrust::complex<T>*, std::vector<unsigned int>, unsigned long, int, std::vector<unsigned int>, GatePH<T>);
-
-VELACAMPLIX_INSTANTIATE_PRECISION(float)
-VELACAMPLIX_INSTANTIATE_PRECISION(double)
-
-}  // namespace pbamplix::cpu

@@ -7,13 +7,9 @@
 namespace velacamplix::kernels {
 
 // Prepares a gate that multiplies the amplitudes under a condition by one number and leaves the others unread:
-// Z, S, T by what the tag says, the phase gate by `coefficient`. G is GateZ, GateS, GateT or GatePH<T>.
+// Z, S, T by what the tag says, the phase gate, GatePhase, by `coefficient`. G is the tag of a formula over one
+// amplitude (formulas.hpp).
 template <class G, class T>
 kernel_call<T> phase_call(unsigned long nbqbits, condition where, thrust::complex<T> coefficient = {});
-
-// The condition "local index 1": the last listed target reads 1, all others 0, and all controls read 1. False for an
-// empty target list, whose only local index is 0.
-bool local_index_one(condition& where, const std::vector<unsigned int>& targets,
-                     const std::vector<unsigned int>& controls);
 
 }  // namespace velacamplix::kernels

@@ -1,9 +1,8 @@
 #include "statevector/kernels/sorted_diagonal.hpp"
 
 #include "statevector/index/bits.hpp"
+#include "statevector/packs/precision.hpp"
 #include "statevector/storage/aligned_array.hpp"
-
-#include <velacamplix/kernels.hpp>
 
 #include <array>
 
@@ -65,7 +64,7 @@ void permute(C* out, const C* diag, unsigned bits, const bit_permutation& moved)
     index::fill_by_bits(within.data(), entries,
                         [&](unsigned long i) { return index::extract(moved(index::deposit(i, read)), written); });
     index::fill_by_bits(to.data(), entries, [&](unsigned long i) { return index::deposit(i, written); });
-    for (unsigned long base = 0; base < (1ul << bits); base = ((base | read) + 1) & ~read) {
+    for (const unsigned long base : index::free_indices(index::low_bits(bits) & ~read)) {
         for (unsigned long i = 0; i < entries; ++i) tile[within[i]] = diag[base + from[i]];
         C* const at = out + moved(base);
         for (unsigned long i = 0; i < entries; ++i) at[to[i]] = tile[i];
@@ -74,34 +73,12 @@ void permute(C* out, const C* diag, unsigned bits, const bit_permutation& moved)
 
 }  // namespace
 
-template <class T>
-shared_diagonal<T> sort_diagonal(const std::vector<unsigned int>& targets,
-                                 const std::vector<thrust::complex<T>>& diagonal) {
-    const unsigned long mask = index::xor_mask_of(targets);
-    const auto sorted = std::make_shared<sorted_diagonal<T>>(
-        sorted_diagonal<T>{static_cast<unsigned>(std::popcount(mask)), storage::make_amplitudes<T>(diagonal.size())});
-    pbamplix::cpu::fill_sorted_diag(sorted->entries.get(), targets, diagonal, mask);
-    return sorted;
-}
-
-template shared_diagonal<float> sort_diagonal(const std::vector<unsigned int>&,
-                                              const std::vector<thrust::complex<float>>&);
-template shared_diagonal<double> sort_diagonal(const std::vector<unsigned int>&,
-                                               const std::vector<thrust::complex<double>>&);
-
-}  // namespace velacamplix::kernels
-
-namespace pbamplix::cpu {
-
-using namespace velacamplix;
-
 template <class C>
-void fill_sorted_diag(C* out, const std::vector<unsigned int>& targets, const std::vector<C>& diag,
-                      unsigned long mask) {
+void fill_sorted(C* out, const std::vector<unsigned int>& targets, const std::vector<C>& diag, unsigned long mask) {
     const auto k = static_cast<unsigned int>(targets.size());
-    const kernels::bit_permutation moved(targets, mask);
+    const bit_permutation moved(targets, mask);
     if (moved.is_one() && diag.size() == 1ul << k) {
-        kernels::permute(out, diag.data(), k, moved);
+        permute(out, diag.data(), k, moved);
         return;
     }
     for (unsigned long i = 0; i < diag.size(); ++i) {
@@ -110,9 +87,20 @@ void fill_sorted_diag(C* out, const std::vector<unsigned int>& targets, const st
     }
 }
 
-template void fill_sorted_diag(thrust::complex<float>*, const std::vector<unsigned int>&,
-                               const std::vector<thrust::complex<float>>&, unsigned long);
-template void fill_sorted_diag(thrust::complex<double>*, const std::vector<unsigned int>&,
-                               const std::vector<thrust::complex<double>>&, unsigned long);
+template <class T>
+shared_diagonal<T> sort_diagonal(const std::vector<unsigned int>& targets,
+                                 const std::vector<thrust::complex<T>>& diagonal) {
+    const unsigned long mask = index::xor_mask_of(targets);
+    const auto sorted = std::make_shared<sorted_diagonal<T>>(
+        sorted_diagonal<T>{static_cast<unsigned>(std::popcount(mask)), storage::make_amplitudes<T>(diagonal.size())});
+    fill_sorted(sorted->entries.get(), targets, diagonal, mask);
+    return sorted;
+}
 
-}  // namespace pbamplix::cpu
+#define VELACAMPLIX_INSTANTIATE(T)                                                    \
+    template void fill_sorted(thrust::complex<T>*, const std::vector<unsigned int>&,  \
+                              const std::vector<thrust::complex<T>>&, unsigned long); \
+    template shared_diagonal<T> sort_diagonal(const std::vector<unsigned int>&, const std::vector<thrust::complex<T>>&);
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
+
+}  // namespace velacamplix::kernels

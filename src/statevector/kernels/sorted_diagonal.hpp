@@ -19,6 +19,11 @@ struct sorted_diagonal {
 template <class T>
 using shared_diagonal = std::shared_ptr<const sorted_diagonal<T>>;
 
+// Writes the entries of `diag`, in the gate's local order, by their position: the target bits of a state's index under
+// `mask`. As many as there are.
+template <class C>
+void fill_sorted(C* out, const std::vector<unsigned int>& targets, const std::vector<C>& diag, unsigned long mask);
+
 // Sorts 2^k entries that stand in the gate's local order (first of the k targets = most significant bit). A target that
 // is listed twice cancels.
 template <class T>

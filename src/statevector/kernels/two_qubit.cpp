@@ -6,8 +6,6 @@
 namespace velacamplix::kernels {
 namespace {
 
-using namespace pbamplix::cpu;
-
 template <class T>
 struct matrix_table : coefficient_table<T> {
     std::array<thrust::complex<T>, 16> entries;
@@ -19,49 +17,9 @@ const thrust::complex<T>* coefficients_of(const kernel_call<T>& call) {
     return static_cast<const matrix_table<T>&>(*call.table).entries.data();
 }
 
-template <class G>
-struct formula_of;
-template <>
-struct formula_of<GateSWAP> {
-    template <class V>
-    using type = quad_swap<V>;
-};
-template <>
-struct formula_of<GateISWAP> {
-    template <class V>
-    using type = quad_iswap<V>;
-};
-template <>
-struct formula_of<GateSQRTSWAP> {
-    template <class V>
-    using type = quad_sqrt_swap<V>;
-};
-template <>
-struct formula_of<GateHH> {
-    template <class V>
-    using type = quad_hh<V>;
-};
-template <>
-struct formula_of<GateZtoYZtoYConj> {
-    template <class V>
-    using type = quad_z_to_y_z_to_y_conj<V>;
-};
-template <>
-struct formula_of<GateYtoZYtoZConj> {
-    template <class V>
-    using type = quad_y_to_z_y_to_z_conj<V>;
-};
-template <>
-struct formula_of<_Gate2QB<true>> {
-    template <class V>
-    using type = quad_matrix<V>;
-};
-
-// Gates that leave the local indices 00 and 11 alone neither read nor write them, unless a target stands inside the
-// pack and the four parts come mixed.
-template <class G>
-inline constexpr bool middle_only =
-    std::is_same_v<G, GateSWAP> || std::is_same_v<G, GateISWAP> || std::is_same_v<G, GateSQRTSWAP>;
+// Where a target stands inside the pack the four parts come mixed, and all must be read and written.
+template <class G, class V>
+inline constexpr bool middle_only = std::is_base_of_v<leaves_00_and_11, formula<G, V>>;
 
 // The one loop over groups of four. `inner_high` and `inner_low` are the targets' positions inside the pack, -1 for
 // those outside; `blend` says that some controls stand inside the pack.
@@ -69,8 +27,8 @@ template <class G, class V, int inner_high, int inner_low, bool blend>
 void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
                unsigned long end) {
     constexpr bool outer = inner_high < 0 && inner_low < 0;
-    constexpr bool all_four = !(middle_only<G> && outer);
-    const typename formula_of<G>::template type<V> formula(coefficients_of(call));
+    constexpr bool all_four = !(middle_only<G, V> && outer);
+    const formula<G, V> gate(coefficients_of(call));
     const bits_of<V> changed = lane_mask<V>(call);
     const unsigned long high = call.target_bit[0];
     const unsigned long low = call.target_bit[1];
@@ -99,7 +57,7 @@ void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                 exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
                 exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
             }
-            formula(a, b, c, d);
+            gate(a, b, c, d);
             if constexpr (inner_low >= 0) {
                 exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
                 exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
@@ -136,17 +94,21 @@ auto choose_loop(int high, int low, bool blend) -> typename kernel_call<scalar_o
     return nullptr;
 }
 
+}  // namespace
+
 template <class G, class T>
-kernel_call<T> prepare(unsigned long nbqbits, unsigned long high, unsigned long low, unsigned long controls) {
+kernel_call<T> two_qubit_call(unsigned long nbqbits, unsigned long high, unsigned long low, unsigned long controls,
+                              const std::array<thrust::complex<T>, 4>& coefficients) {
     using wide = wide_pack<T>;
     using narrow = single_pack<T>;
     const condition where = all_ones(controls);
     const std::array<unsigned long, 2> targets = {high, low};
     kernel_call<T> call;
+    call.coefficients = coefficients;
     std::array<outer_target, 2> placed;
     if (are_distinct(targets, where) && place_targets<wide>(placed, targets, nbqbits, where)) {
         const bool outer = placed[0].exchanged_with < 0 && placed[1].exchanged_with < 0;
-        select_groups<wide>(call, nbqbits, where, placed[0].bit | placed[1].bit, middle_only<G> && outer ? 2 : 4);
+        select_groups<wide>(call, nbqbits, where, placed[0].bit | placed[1].bit, middle_only<G, wide> && outer ? 2 : 4);
         call.target_bit = {placed[0].bit, placed[1].bit};
         call.prefetch =
             std::max(prefetch_distance<T>(nbqbits, placed[0].bit), prefetch_distance<T>(nbqbits, placed[1].bit));
@@ -163,73 +125,27 @@ kernel_call<T> prepare(unsigned long nbqbits, unsigned long high, unsigned long 
     return call;
 }
 
-}  // namespace
-
-template <class G, class T>
-kernel_call<T> two_qubit_call(unsigned long nbqbits, unsigned long high, unsigned long low, unsigned long controls) {
-    return prepare<G, T>(nbqbits, high, low, controls);
-}
-
 template <class T>
 kernel_call<T> two_qubit_matrix_call(unsigned long nbqbits, unsigned long high, unsigned long low,
                                      unsigned long controls, const std::vector<thrust::complex<T>>& matrix) {
     auto table = std::make_shared<matrix_table<T>>();
     std::copy_n(matrix.begin(), table->entries.size(), table->entries.begin());
-    kernel_call<T> call = prepare<_Gate2QB<true>, T>(nbqbits, high, low, controls);
+    kernel_call<T> call = two_qubit_call<_Gate2QB<true>, T>(nbqbits, high, low, controls);
     call.table = std::move(table);
     return call;
 }
 
-#define VELACAMPLIX_INSTANTIATE(G, T) \
-    template kernel_call<T> two_qubit_call<G, T>(unsigned long, unsigned long, unsigned long, unsigned long);
-#define VELACAMPLIX_INSTANTIATE_ALL(T)                                                                           \
-    VELACAMPLIX_INSTANTIATE(GateSWAP, T)                                                                         \
-    VELACAMPLIX_INSTANTIATE(GateISWAP, T)                                                                        \
-    VELACAMPLIX_INSTANTIATE(GateSQRTSWAP, T)                                                                     \
-    VELACAMPLIX_INSTANTIATE(GateHH, T)                                                                           \
-    VELACAMPLIX_INSTANTIATE(GateZtoYZtoYConj, T)                                                                 \
-    VELACAMPLIX_INSTANTIATE(GateYtoZYtoZConj, T)                                                                 \
-    template kernel_call<T> two_qubit_matrix_call<T>(unsigned long, unsigned long, unsigned long, unsigned long, \
-                                                     const std::vector<thrust::complex<T>>&);
+#define VELACAMPLIX_INSTANTIATE(G)                                                                             \
+    template kernel_call<float> two_qubit_call<G>(unsigned long, unsigned long, unsigned long, unsigned long,  \
+                                                  const std::array<thrust::complex<float>, 4>&);               \
+    template kernel_call<double> two_qubit_call<G>(unsigned long, unsigned long, unsigned long, unsigned long, \
+                                                   const std::array<thrust::complex<double>, 4>&);
+VELACAMPLIX_QUAD_GATES(VELACAMPLIX_INSTANTIATE)
+#undef VELACAMPLIX_INSTANTIATE
 
-VELACAMPLIX_INSTANTIATE_ALL(float)
-VELACAMPLIX_INSTANTIATE_ALL(double)
+template kernel_call<float> two_qubit_matrix_call(unsigned long, unsigned long, unsigned long, unsigned long,
+                                                  const std::vector<thrust::complex<float>>&);
+template kernel_call<double> two_qubit_matrix_call(unsigned long, unsigned long, unsigned long, unsigned long,
+                                                   const std::vector<thrust::complex<double>>&);
 
 }  // namespace velacamplix::kernels
-
-namespace pbamplix::cpu {
-
-template <class G>
-template <class T, class... Args>
-void Template2QBGate<G>::apply_controlled(thrust::complex<T>* state, unsigned int qubit1, unsigned int qubit2,
-                                          unsigned long nbqbits, int nthreads, std::vector<unsigned int> controls,
-                                          Args... params) {
-    using namespace velacamplix;
-    const unsigned long high = index::bit(qubit1);
-    const unsigned long low = index::bit(qubit2);
-    const unsigned long control_mask = index::mask_of(controls);
-    if constexpr (sizeof...(Args) == 1) {
-        kernels::run_parallel(kernels::two_qubit_matrix_call<T>(nbqbits, high, low, control_mask, params...), state,
-                              nthreads);
-    } else {
-        kernels::run_parallel(kernels::two_qubit_call<G, T>(nbqbits, high, low, control_mask), state, nthreads);
-    }
-}
-
-#define VELACAMPLIX_INSTANTIATE_MEMBER(G, T, ...)                                     \
-    template void Template2QBGate<G>::apply_controlled<T __VA_OPT__(, ) __VA_ARGS__>( \
-        thrust::complex<T>*, unsigned int, unsigned int, unsigned long, int,          \
-        std::vector<unsigned int> __VA_OPT__(, ) __VA_ARGS__);
-#define VELACAMPLIX_INSTANTIATE_MEMBERS(T)              \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateSWAP, T)         \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateISWAP, T)        \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateSQRTSWAP, T)     \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateHH, T)           \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateZtoYZtoYConj, T) \
-    VELACAMPLIX_INSTANTIATE_MEMBER(GateYtoZYtoZConj, T) \
-    VELACAMPLIX_INSTANTIATE_MEMBER(_Gate2QB<true>, T, std::vector<thrust::complex<T>>)
-
-VELACAMPLIX_INSTANTIATE_MEMBERS(float)
-VELACAMPLIX_INSTANTIATE_MEMBERS(double)
-
-}  // namespace pbamplix::cpu

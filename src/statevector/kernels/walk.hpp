@@ -58,7 +58,7 @@ template <class V, class T, class Prefetch, class Body>
         for (unsigned long unit = begin; unit < end; ++unit) {
             if (ahead) prefetch(base + ahead);
             body(base);
-            base = (((base | fixed) + 1) & ~fixed) | ones;  // carry skips the fixed bits
+            base = index::next(base, ~fixed) | ones;
         }
         return;
     }
@@ -74,7 +74,7 @@ template <class V, class T, class Prefetch, class Body>
             for (; base != stop; base += stride) body(base);
         }
         begin += length;
-        base = ((((stop - stride) | fixed) + 1) & ~fixed) | ones;
+        base = index::next(stop - stride, ~fixed) | ones;
     }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "statevector/index/bits.hpp"
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <algorithm>
@@ -57,14 +57,10 @@ inline group_range groups_over(const std::vector<unsigned int>& targets, unsigne
     return {free, std::min(distinct, 1ul << ((n - targets.size()) & 63))};
 }
 
-inline bool all_distinct(const std::vector<unsigned int>& targets) {
-    return static_cast<std::size_t>(std::popcount(index::mask_of(targets))) == targets.size();
-}
-
 // How the index bits inside a pack V divide into targets and free bits.
 template <class V>
 struct inner_bits {
-    static constexpr unsigned long inside = kernels::lanes<V> - 1;
+    static constexpr unsigned long inside = packs::lanes<V> - 1;
 
     explicit inner_bits(unsigned long free_bits) : free(free_bits & inside), targets(inside & ~free_bits) {}
 
@@ -78,7 +74,7 @@ struct inner_bits {
 // True where an array of 2^n amplitudes can be walked in packs V. Coinciding targets leave groups out, one by one.
 template <class V>
 bool fit_packs(const std::vector<unsigned int>& targets, unsigned int n) {
-    return n >= kernels::lane_bits<V> && all_distinct(targets);
+    return n >= packs::lane_bits<V> && index::all_distinct(targets);
 }
 
 template <class V, class Number, std::size_t... s>
@@ -89,7 +85,7 @@ template <class V, class Number, std::size_t... s>
 // A pack of number(lane, 0), number(lane, 1), ...: real and imaginary part of every lane.
 template <class V, class Number>
 [[gnu::always_inline]] inline V make_pack(Number number) {
-    return make_pack<V>(number, std::make_index_sequence<kernels::scalars<V>>{});
+    return make_pack<V>(number, std::make_index_sequence<packs::scalars<V>>{});
 }
 
 // A strip of at most `most` columns. A column is the packs, one for every value of the targets outside a pack, that
@@ -109,10 +105,10 @@ public:
     strips(const group_range& groups, unsigned long column_packs, unsigned long cached_bytes, unsigned long least)
         : outer_free_(groups.free & ~inner_bits<V>::inside),
           columns_(groups.count >> inner_bits<V>(groups.free).free_count()) {
-        constexpr unsigned long shares = 64;
+        constexpr unsigned long most_threads = 64;
         const unsigned long column_bytes = sizeof(V) * std::min(column_packs, cached_bytes);
         length_ = std::clamp(std::bit_floor(cached_bytes / column_bytes), least, most_columns);
-        if (columns_ * column_bytes >= storage::worthwhile_bytes) length_ = std::min(length_, columns_ / shares);
+        if (columns_ * column_bytes >= storage::worthwhile_bytes) length_ = std::min(length_, columns_ / most_threads);
         length_ = std::clamp(length_, 1ul, columns_);
     }
 
@@ -124,7 +120,7 @@ public:
         unsigned long base = index::deposit(number * length_, outer_free_);
         for (unsigned long c = 0; c < length_; ++c) {
             out.bases[c] = base;
-            base = ((base | ~outer_free_) + 1) & outer_free_;  // carry skips the fixed bits
+            base = index::next(base, outer_free_);
         }
     }
 

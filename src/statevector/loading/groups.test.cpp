@@ -8,8 +8,8 @@ namespace {
 
 using namespace velacamplix::loading;
 namespace index = velacamplix::index;
-using pack = velacamplix::kernels::wide_pack<double>;
-using single = velacamplix::kernels::single_pack<double>;
+using pack = velacamplix::packs::wide_pack<double>;
+using single = velacamplix::packs::single_pack<double>;
 
 TEST(Placement, every_number_lands_on_its_bits) {
     for (const std::vector<unsigned int>& positions :
@@ -74,12 +74,12 @@ TEST(InnerBits, are_targets_or_free) {
     const inner_bits<pack> inner(~1ul);
     EXPECT_EQ(inner.free | inner.targets, inner_bits<pack>::inside);
     EXPECT_EQ(inner.targets, 1ul & inner_bits<pack>::inside);
-    EXPECT_EQ(inner.free_count() + inner.target_count(), velacamplix::kernels::lane_bits<pack>);
+    EXPECT_EQ(inner.free_count() + inner.target_count(), velacamplix::packs::lane_bits<pack>);
     EXPECT_EQ(inner_bits<single>(~1ul).targets, 0ul);
 }
 
 TEST(Packs, do_not_fit_arrays_smaller_than_one_and_repeated_targets) {
-    constexpr unsigned int bits = velacamplix::kernels::lane_bits<pack>;
+    constexpr unsigned int bits = velacamplix::packs::lane_bits<pack>;
     EXPECT_TRUE(fit_packs<pack>({0}, bits + 1));
     EXPECT_TRUE(fit_packs<pack>({}, bits));
     EXPECT_FALSE(fit_packs<pack>({0, 0}, 10));

@@ -12,8 +12,8 @@ namespace velacamplix::loading {
 // are written as they lie. Each lane of a pack belongs to one group and takes one entry of the data.
 template <class V>
 class mixed_columns {
-    using T = kernels::scalar_of<V>;
-    static constexpr unsigned long lanes = kernels::lanes<V>;
+    using T = packs::scalar_of<V>;
+    static constexpr unsigned long lanes = packs::lanes<V>;
     static constexpr unsigned long most_amplitudes = 1ul << 12;  // of a strip
 
 public:
@@ -36,7 +36,7 @@ public:
     }
 
     void run(int nthreads) const {
-        storage::parallel_blocks(strips_.count(), request_.bytes, nthreads,
+        storage::parallel_shares(strips_.count(), request_.bytes, nthreads,
                                  [&](unsigned long begin, unsigned long end) {
                                      workspace w;
                                      for (unsigned long s = begin; s < end; ++s) {
@@ -61,13 +61,12 @@ private:
     // For every bit of a local index, least significant first, its bit of a position in `norms`: lanes lowest, then
     // columns, then the targets outside a pack.
     std::vector<unsigned int> norm_places() const {
-        const auto above_columns =
-            static_cast<unsigned int>(std::countr_zero(strips_.length())) + kernels::lane_bits<V>;
+        const auto above_columns = static_cast<unsigned int>(std::countr_zero(strips_.length())) + packs::lane_bits<V>;
         std::vector<unsigned int> places;
         for (auto q = request_.qubits.rbegin(); q != request_.qubits.rend(); ++q) {
             const auto rank = std::lower_bound(request_.sorted.begin(), request_.sorted.end(), *q);
             const auto outer_rank = static_cast<unsigned int>(rank - request_.sorted.begin()) - inner_.target_count();
-            places.push_back(*q < kernels::lane_bits<V> ? *q : above_columns + outer_rank);
+            places.push_back(*q < packs::lane_bits<V> ? *q : above_columns + outer_rank);
         }
         return places;
     }
@@ -78,13 +77,13 @@ private:
     bool form_norms(const strip& where, const thrust::complex<T>* from, T* to) const {
         V small{};
         const auto norms_at = [&](unsigned long base) {
-            const V a = kernels::load<V>(from + base);
-            return scaling ? norms_in_both_parts(a) : norms_of_ordinary(a, small);
+            const V a = packs::load<V>(from + base);
+            return scaling ? packs::squared_magnitudes_in_both_parts(a) : norms_of_ordinary(a, small);
         };
         unsigned long c = 0;
         for (; c + 2 <= where.columns; c += 2, to += 2 * lanes) {
             const V low = norms_at(where.bases[c]);
-            const V norms = one_of_both_parts(low, norms_at(where.bases[c + 1]));
+            const V norms = packs::real_parts(low, norms_at(where.bases[c + 1]));
             __builtin_memcpy(to, &norms, sizeof(norms));
         }
         if (c < where.columns) {
@@ -129,7 +128,7 @@ private:
             });
             thrust::complex<T>* to = request_.state + entry_offset_(entry);
             for (unsigned long c = 0; c < w.where.columns; ++c) {
-                kernels::store<V>(to + w.where.bases[c], values * w.lane_roots[c]);
+                packs::store<V>(to + w.where.bases[c], values * w.lane_roots[c]);
             }
         }
     }

@@ -1,5 +1,5 @@
 #include "statevector/index/bits.hpp"
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/loading.hpp>
@@ -63,8 +63,8 @@ std::vector<unsigned long> starts_of_high_parts(const std::vector<unsigned long>
 
 template <class T>
 void negate_at(thrust::complex<T>* amplitude) {
-    using V = kernels::single_pack<T>;
-    kernels::store<V>(amplitude, kernels::negate(kernels::load<V>(amplitude)));
+    using V = packs::single_pack<T>;
+    packs::store<V>(amplitude, packs::negate(packs::load<V>(amplitude)));
 }
 
 }  // namespace
@@ -81,22 +81,20 @@ void _phase_oracle(thrust::complex<T>* state, const std::vector<unsigned long>& 
     const unsigned long inside_block = index::low_bits(block_bits);
     const unsigned long free = index::low_bits(n) & ~listed;
     const unsigned long free_high = free & ~inside_block;
-    const unsigned long free_low = free & inside_block;
+    const index::free_indices free_low(free & inside_block);
 
     // One unit of work: one block that holds marked amplitudes. Only those are touched.
     const unsigned long blocks_per_part = 1ul << std::popcount(free_high);
     const unsigned long units = (starts.size() - 1) * blocks_per_part;
     const unsigned long bytes = 2 * (patterns.size() << std::popcount(free)) * sizeof(thrust::complex<T>);
-    storage::parallel_blocks(units, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(units, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long unit = begin; unit < end; ++unit) {
             const unsigned long part = unit / blocks_per_part;
             const unsigned long block = index::deposit(unit % blocks_per_part, free_high);
             for (unsigned long p = starts[part]; p < starts[part + 1]; ++p) {
-                unsigned long low = 0;
-                do {
+                for (const unsigned long low : free_low) {
                     negate_at(state + (block | patterns[p] | low));
-                    low = ((low | ~free_low) + 1) & free_low;  // carry skips the fixed bits; 0 again at the end
-                } while (low != 0);
+                }
             }
         }
     });

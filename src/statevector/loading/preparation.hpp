@@ -30,7 +30,7 @@ struct preparation {
 
     // An entry of the data in the state's precision.
     thrust::complex<T> value(unsigned long entry) const {
-        const thrust::complex<double> given = kernels::read_amplitude(data + entry);
+        const thrust::complex<double> given = packs::read_amplitude(data + entry);
         return {static_cast<T>(given.real()), static_cast<T>(given.imag())};
     }
 

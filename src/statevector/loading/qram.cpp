@@ -16,11 +16,11 @@ template <class T>
 std::vector<T> block_norms(const thrust::complex<double>* data, const registers& r, int nthreads) {
     std::vector<T> norms(r.addresses);
     const unsigned long bytes = r.addresses * r.values * sizeof(*data);
-    storage::parallel_blocks(r.addresses, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(r.addresses, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long a = begin; a < end; ++a) {
             T sum = T(0);
             for (unsigned long v = 0; v < r.values; ++v) {
-                const double real = kernels::read_amplitude(data + (a * r.values + v)).real();
+                const double real = packs::read_amplitude(data + (a * r.values + v)).real();
                 sum += static_cast<T>(real * real);
             }
             norms[a] = std::sqrt(sum);
@@ -34,10 +34,10 @@ template <class V>
 struct register_lanes {
     register_lanes(const std::vector<unsigned int>& qubits, std::size_t first, std::size_t last) {
         for (std::size_t t = first; t < last; ++t) {
-            if (qubits[t] >= kernels::lane_bits<V>) continue;
+            if (qubits[t] >= packs::lane_bits<V>) continue;
             number_bits |= index::bit(static_cast<unsigned int>(t - first));
             lane_bits |= index::bit(qubits[t]);
-            for (unsigned long lane = 0; lane < kernels::lanes<V>; ++lane) {
+            for (unsigned long lane = 0; lane < packs::lanes<V>; ++lane) {
                 if (lane & index::bit(qubits[t])) of_lane[lane] |= index::bit(static_cast<unsigned int>(t - first));
             }
         }
@@ -46,19 +46,19 @@ struct register_lanes {
     // How many numbers there are whose inner bits are 0, the x-th of them, and the one behind a number.
     unsigned long outer_count(unsigned long numbers) const { return numbers >> std::popcount(number_bits); }
     unsigned long outer(unsigned long x) const { return index::deposit(x, ~number_bits); }
-    unsigned long next(unsigned long outer_number) const { return ((outer_number | number_bits) + 1) & ~number_bits; }
+    unsigned long next(unsigned long outer_number) const { return index::next(outer_number, ~number_bits); }
 
     unsigned long number_bits = 0;
     unsigned long lane_bits = 0;
-    std::array<unsigned long, kernels::lanes<V>> of_lane{};
+    std::array<unsigned long, packs::lanes<V>> of_lane{};
 };
 
 // Spreads amplitudes over their blocks, in packs of whatever lies together in memory. Register bits inside a pack only
 // decide which norm, which weight and which source amplitude each lane takes.
 template <class V>
 class block_loader {
-    using T = kernels::scalar_of<V>;
-    static constexpr unsigned long lanes = kernels::lanes<V>;
+    using T = packs::scalar_of<V>;
+    static constexpr unsigned long lanes = packs::lanes<V>;
 
 public:
     block_loader(thrust::complex<T>* state, const thrust::complex<double>* data, const registers& numbers,
@@ -66,7 +66,7 @@ public:
         : state_(state),
           data_(data),
           numbers_(numbers),
-          distinct_(all_distinct(qubits)),
+          distinct_(index::all_distinct(qubits)),
           norms_(block_norms<T>(data, numbers, nthreads)),
           address_(qubits, 0, naddress),
           value_(qubits, naddress, qubits.size()) {}
@@ -117,8 +117,8 @@ private:
         for (unsigned long c = 0; c < where.columns; ++c) {
             const thrust::complex<T>* from = source + where.bases[c];
             const V amplitudes =
-                value_.lane_bits == 0 ? kernels::load<V>(from) : make_pack<V>([&](std::size_t lane, std::size_t part) {
-                    const auto amplitude = kernels::read_amplitude(from + (lane & ~value_.lane_bits));
+                value_.lane_bits == 0 ? packs::load<V>(from) : make_pack<V>([&](std::size_t lane, std::size_t part) {
+                    const auto amplitude = packs::read_amplitude(from + (lane & ~value_.lane_bits));
                     return part == 0 ? amplitude.real() : amplitude.imag();
                 });
             spread[c] = amplitudes / divisor;
@@ -128,11 +128,11 @@ private:
     void write(const strip& where, unsigned long address, unsigned long value, const V* spread) const {
         const V weights = make_pack<V>([&](std::size_t lane, std::size_t) {
             const unsigned long block = (address | address_.of_lane[lane]) * numbers_.values;
-            return static_cast<T>(kernels::read_amplitude(data_ + (block + (value | value_.of_lane[lane]))).real());
+            return static_cast<T>(packs::read_amplitude(data_ + (block + (value | value_.of_lane[lane]))).real());
         });
         thrust::complex<T>* to = state_ + (numbers_.address_bits(address) | numbers_.value_bits(value));
         for (unsigned long c = 0; c < where.columns; ++c) {
-            kernels::store<V>(to + where.bases[c], spread[c] * weights);
+            packs::store<V>(to + where.bases[c], spread[c] * weights);
         }
     }
 
@@ -150,13 +150,13 @@ private:
 template <class T>
 void _qram(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
            const std::vector<unsigned int>& qubits, const unsigned int& naddress, int num_threads) {
-    using wide = kernels::wide_pack<T>;
+    using wide = packs::wide_pack<T>;
     const registers numbers(qubits, naddress);
     const group_range groups = groups_over(qubits, n);
     if (fit_packs<wide>(qubits, n)) {
         block_loader<wide>(state, data, numbers, qubits, naddress, num_threads).run(groups, num_threads);
     } else {
-        using single = kernels::single_pack<T>;
+        using single = packs::single_pack<T>;
         block_loader<single>(state, data, numbers, qubits, naddress, num_threads).run(groups, num_threads);
     }
 }

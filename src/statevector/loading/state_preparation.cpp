@@ -11,13 +11,13 @@ using namespace velacamplix::loading;
 namespace {
 
 template <class V>
-void prepare(const preparation<kernels::scalar_of<V>>& request, int nthreads) {
+void write_groups(const preparation<packs::scalar_of<V>>& request, int nthreads) {
     if (inner_bits<V>(request.groups.free).targets == 0) {
         whole_columns<V>(request).run(nthreads);
     } else if (mixed_columns<V>::fit(request)) {
         mixed_columns<V>(request).run(nthreads);
     } else {
-        whole_columns<kernels::single_pack<kernels::scalar_of<V>>>(request).run(nthreads);
+        whole_columns<packs::single_pack<packs::scalar_of<V>>>(request).run(nthreads);
     }
 }
 
@@ -26,12 +26,12 @@ void prepare(const preparation<kernels::scalar_of<V>>& request, int nthreads) {
 template <class T>
 void _state_preparation(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
                         const std::vector<unsigned int>& qubits, int num_threads) {
-    using wide = kernels::wide_pack<T>;
+    using wide = packs::wide_pack<T>;
     const preparation<T> request(state, data, n, qubits);
     if (fit_packs<wide>(qubits, n)) {
-        prepare<wide>(request, num_threads);
+        write_groups<wide>(request, num_threads);
     } else {
-        prepare<kernels::single_pack<T>>(request, num_threads);
+        write_groups<packs::single_pack<T>>(request, num_threads);
     }
 }
 

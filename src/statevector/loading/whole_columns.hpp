@@ -11,7 +11,7 @@ namespace velacamplix::loading {
 // groups, and norms are summed pack by pack.
 template <class V>
 class whole_columns {
-    using T = kernels::scalar_of<V>;
+    using T = packs::scalar_of<V>;
 
 public:
     explicit whole_columns(const preparation<T>& request)
@@ -24,7 +24,7 @@ public:
     void run(int nthreads) const {
         constexpr unsigned long second_cache_bytes = 512ul << 10;
         if (strips_.length() * request_.group_size * sizeof(V) <= second_cache_bytes) {
-            storage::parallel_blocks(strips_.count(), request_.bytes, nthreads,
+            storage::parallel_shares(strips_.count(), request_.bytes, nthreads,
                                      [&](unsigned long begin, unsigned long end) {
                                          strip where;
                                          std::array<V, most_columns> roots;
@@ -39,14 +39,14 @@ public:
         // Few large groups: all norms first, then the threads share the entries.
         std::vector<V> roots(strips_.count() * strips_.length());
         const unsigned long bytes = request_.bytes / 2;
-        storage::parallel_blocks(strips_.count(), bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(strips_.count(), bytes, nthreads, [&](unsigned long begin, unsigned long end) {
             strip where;
             for (unsigned long s = begin; s < end; ++s) {
                 strips_.fill(s, where);
                 find_roots(where, roots.data() + s * strips_.length());
             }
         });
-        storage::parallel_blocks(request_.entries, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(request_.entries, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
             strip where;
             for (unsigned long s = 0; s < strips_.count(); ++s) {
                 strips_.fill(s, where);
@@ -69,7 +69,7 @@ private:
 
     static void take_roots(unsigned long columns, V* sums) {
         for (unsigned long c = 0; c < columns; ++c) {
-            for (unsigned s = 0; s < kernels::scalars<V>; s += 2) sums[c][s] = sums[c][s + 1] = std::sqrt(sums[c][s]);
+            for (unsigned s = 0; s < packs::scalars<V>; s += 2) sums[c][s] = sums[c][s + 1] = std::sqrt(sums[c][s]);
         }
     }
 
@@ -89,8 +89,8 @@ private:
         for (unsigned long j = 0; j < request_.group_size; ++j) {
             const thrust::complex<T>* from = request_.state + local_offset_(j);
             for (unsigned long c = 0; c < where.columns; ++c) {
-                const V a = kernels::load<V>(from + where.bases[c]);
-                sums[c] += scaling ? norms_in_both_parts(a) : norms_of_ordinary(a, small);
+                const V a = packs::load<V>(from + where.bases[c]);
+                sums[c] += scaling ? packs::squared_magnitudes_in_both_parts(a) : norms_of_ordinary(a, small);
             }
         }
         return !is_zero(small);
@@ -110,10 +110,10 @@ private:
         for (unsigned long c = 0; c < where.columns; ++c) {
             unsigned long count = 0;
             for (unsigned long e = 0; e < request_.entries; ++e) {
-                const V a = kernels::load<V>(request_.state + (where.bases[c] | entry_offset_(e)));
+                const V a = packs::load<V>(request_.state + (where.bases[c] | entry_offset_(e)));
                 if (is_zero(a)) continue;
                 if (count == few) return false;
-                found[count++] = {local_place_(e), norms_in_both_parts(a)};
+                found[count++] = {local_place_(e), packs::squared_magnitudes_in_both_parts(a)};
             }
             std::sort(found.data(), found.data() + count,
                       [](const pack_in_sum& a, const pack_in_sum& b) { return a.place < b.place; });
@@ -130,7 +130,7 @@ private:
             const thrust::complex<T> value = request_.value(e);
             const V values =
                 make_pack<V>([&](std::size_t, std::size_t part) { return part == 0 ? value.real() : value.imag(); });
-            for (unsigned long c = 0; c < where.columns; ++c) kernels::store<V>(to + where.bases[c], values * roots[c]);
+            for (unsigned long c = 0; c < where.columns; ++c) packs::store<V>(to + where.bases[c], values * roots[c]);
         }
     }
 

@@ -3,12 +3,10 @@
 namespace velacamplix::measurement {
 namespace {
 
-unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
-
 // Adds the lowest bits of `from` to `joined` until it has `wanted`.
 unsigned long join_lowest(unsigned long from, unsigned wanted) {
     unsigned long joined = 0;
-    for (; from != 0 && count_bits(joined) < wanted; from &= from - 1) joined |= from & -from;
+    for (; from != 0 && index::count_bits(joined) < wanted; from &= from - 1) joined |= from & -from;
     return joined;
 }
 
@@ -30,7 +28,7 @@ tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, 
     piece_bits = std::min(many_slots ? 6u : 8u, n);
     const unsigned long inside = index::low_bits(piece_bits);
     const unsigned long above = mask & ~inside;
-    const unsigned chain_bits_inside = count_bits(mask & inside);
+    const unsigned chain_bits_inside = index::count_bits(mask & inside);
 
     unsigned long joined;
     if (many_slots) {
@@ -39,12 +37,12 @@ tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, 
         joined = chain_bits_inside < 3 ? join_lowest(above, 3 - chain_bits_inside) : 0;
         // Rather fewer chains side by side than threads without work.
         const unsigned long team = storage::most_bodies(~0ul, bytes, nthreads);
-        while (joined != 0 && (1ul << count_bits(above & ~joined)) < team) joined &= joined - 1;
+        while (joined != 0 && (1ul << index::count_bits(above & ~joined)) < team) joined &= joined - 1;
     }
-    pieces = 1u << count_bits(joined);
+    pieces = 1u << index::count_bits(joined);
     chains = pieces << chain_bits_inside;
     chain_length = 1u << (piece_bits - chain_bits_inside);
-    side_by_side = (mask & (group - 1)) == group - 1;
+    side_by_side = (mask & (at_once - 1)) == at_once - 1;
     outer = above & ~joined;
     steps = index::low_bits(n) & ~inside & ~mask;
 

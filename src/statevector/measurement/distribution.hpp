@@ -7,7 +7,7 @@ namespace velacamplix::measurement {
 // sum_outcomes for any list: one with a repeated or missing qubit, whose sums mean nothing, still gets 2^k of them.
 template <class Seq, class Sink>
 void sum_distribution(const Seq& view, const std::vector<unsigned int>& listed, int nthreads, const Sink& sink) {
-    if (all_distinct(listed, view.nqubits)) {
+    if (index::all_distinct(listed, view.nqubits)) {
         sum_outcomes(view, listed, nthreads, sink);
         return;
     }
@@ -17,11 +17,5 @@ void sum_distribution(const Seq& view, const std::vector<unsigned int>& listed, 
         mine(slot, pbamplix::cpu::cumulative_probability(view, fixed, listed, nthreads));
     }
 }
-
-// Writes 2^k probabilities to `out`; the first listed qubit is the position's most significant bit. What is not above
-// threshold_sq becomes 0. One pass over the view, whichever and however many the qubits.
-template <class Seq>
-void write_distribution(const Seq& view, typename Seq::proba_type* out, typename Seq::proba_type threshold_sq,
-                        const std::vector<unsigned int>& listed, int nthreads);
 
 }  // namespace velacamplix::measurement

@@ -24,9 +24,4 @@ inline unsigned long outcome_of(unsigned long index, unsigned int n, const std::
     return qubits.empty() ? outcome_of_all(index, n) : outcome_of_listed(index, qubits);
 }
 
-// Each qubit of the list exists in a view of n qubits, and once.
-inline bool all_distinct(const std::vector<unsigned int>& qubits, unsigned int n) {
-    return static_cast<std::size_t>(std::popcount(index::mask_of(qubits) & index::low_bits(n))) == qubits.size();
-}
-
 }  // namespace velacamplix::measurement

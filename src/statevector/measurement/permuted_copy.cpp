@@ -32,7 +32,7 @@ using staged_tile = Out[tile_side][tile_side + line_bytes / sizeof(Out)];
 template <class T>
 [[gnu::always_inline]] inline void copy_element(const pbamplix::SVSequence<thrust::complex<T>>& view,
                                                 unsigned long index, thrust::complex<T>* to) {
-    kernels::store(to, kernels::load<kernels::single_pack<T>>(view.data + index));
+    packs::store(to, packs::load<packs::single_pack<T>>(view.data + index));
 }
 template <class T>
 inline void copy_element(const pbamplix::DMDiagSequence<T>& view, unsigned long index, T* to) {
@@ -41,13 +41,13 @@ inline void copy_element(const pbamplix::DMDiagSequence<T>& view, unsigned long 
 
 // All bits set where a probability is kept, none where it is not.
 template <class T>
-using keep_mask = kernels::scalar_of<kernels::bits_of<kernels::single_pack<T>>>;
+using keep_mask = packs::scalar_of<packs::bits_of<packs::single_pack<T>>>;
 
 template <class T>
 [[gnu::always_inline]] inline void compare(const T* probabilities, T threshold_sq, keep_mask<T>* masks) {
-    using V = kernels::wide_pack<T>;
-    for (unsigned k = 0; k < tile_side; k += kernels::scalars<V>) {
-        const kernels::bits_of<V> above = load_scalars<V>(probabilities + k) > kernels::broadcast<V>(threshold_sq);
+    using V = packs::wide_pack<T>;
+    for (unsigned k = 0; k < tile_side; k += packs::scalars<V>) {
+        const packs::bits_of<V> above = packs::load_scalars<V>(probabilities + k) > packs::broadcast<V>(threshold_sq);
         __builtin_memcpy(masks + k, &above, sizeof(above));
     }
 }
@@ -56,9 +56,9 @@ template <class T>
 template <class T>
 [[gnu::always_inline]] inline void copy_element(const pbamplix::SVSequence<thrust::complex<T>>& view,
                                                 unsigned long index, thrust::complex<T>* to, keep_mask<T> kept) {
-    using V = kernels::single_pack<T>;
-    using bits = kernels::bits_of<V>;
-    kernels::store(to, (V)((bits)kernels::load<V>(view.data + index) & bits{kept, kept}));
+    using V = packs::single_pack<T>;
+    using bits = packs::bits_of<V>;
+    packs::store(to, (V)((bits)packs::load<V>(view.data + index) & bits{kept, kept}));
 }
 template <class T>
 inline void copy_element(const pbamplix::DMDiagSequence<T>& view, unsigned long index, T* to, keep_mask<T> kept) {
@@ -162,7 +162,7 @@ void _permute_and_copy_vector_fast(Seq seq, Out* out, const int& nthreads, typen
     const bool streamed =
         bytes >= measurement::streaming_bytes && reinterpret_cast<std::uintptr_t>(out) % sizeof(Out) == 0;
     const unsigned long tiles = seq.dim / (measurement::tile_side * measurement::tile_side);
-    storage::parallel_blocks(tiles, 2 * bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(tiles, 2 * bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         if (streamed) {
             measurement::stream_tiles<Threshold>(seq, out, threshold_sq, begin, end);
         } else {
@@ -173,7 +173,7 @@ void _permute_and_copy_vector_fast(Seq seq, Out* out, const int& nthreads, typen
 
 template <class P, class Out, class Seq>
 void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P& threshold_sq, int nthreads) {
-    storage::parallel_blocks(seq.dim, 2 * seq.dim * sizeof(Out), nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(seq.dim, 2 * seq.dim * sizeof(Out), nthreads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long i = begin; i < end; ++i) {
             const bool kept = measurement::probability_at(seq, i) > threshold_sq;
             const Out value = kept ? measurement::value_at(seq, i) : Out();

@@ -18,15 +18,15 @@ struct outcome_bits {
 // How a pack is rewritten whose lanes belong partly to the outcome.
 template <class V>
 struct lane_rule {
-    kernels::bits_of<V> kept;        // lanes of the outcome
-    kernels::bits_of<V> candidates;  // lanes that agree with it in the lowest listed bit, half of all
-    unsigned lowest;                 // that bit
+    packs::bits_of<V> kept;        // lanes of the outcome
+    packs::bits_of<V> candidates;  // lanes that agree with it in the lowest listed bit, half of all
+    unsigned lowest;               // that bit
 
     explicit lane_rule(outcome_bits outcome) : kept{}, candidates{}, lowest(0) {
-        const unsigned long inside = outcome.listed & (kernels::lanes<V> - 1);
+        const unsigned long inside = outcome.listed & (packs::lanes<V> - 1);
         const unsigned long bit = inside & -inside;
         if (bit != 0) lowest = static_cast<unsigned>(std::countr_zero(bit));
-        for (unsigned long lane = 0; lane < kernels::lanes<V>; ++lane) {
+        for (unsigned long lane = 0; lane < packs::lanes<V>; ++lane) {
             const unsigned long differing = (lane ^ outcome.pattern) & inside;
             if (differing == 0) kept[2 * lane] = kept[2 * lane + 1] = -1;
             if ((differing & bit) == 0) candidates[2 * lane] = candidates[2 * lane + 1] = -1;
@@ -40,70 +40,70 @@ struct exchanged_lanes {
 };
 template <unsigned bit, class V>
 [[gnu::always_inline]] inline V exchange_lanes(V v) {
-    return kernels::shuffle(v, v, exchanged_lanes<bit>{}, std::make_index_sequence<kernels::scalars<V>>{});
+    return packs::shuffle(v, v, exchanged_lanes<bit>{}, std::make_index_sequence<packs::scalars<V>>{});
 }
 
 // Divisions are slow, and half of the lanes would be divided for nothing: so the candidates of two packs share one.
 template <unsigned bit, class V>
-void divide_lanes(thrust::complex<kernels::scalar_of<V>>* from, thrust::complex<kernels::scalar_of<V>>* end, V divisor,
+void divide_lanes(thrust::complex<packs::scalar_of<V>>* from, thrust::complex<packs::scalar_of<V>>* end, V divisor,
                   V others, const lane_rule<V>& rule) {
-    constexpr unsigned long lanes = kernels::lanes<V>;
+    constexpr unsigned long lanes = packs::lanes<V>;
     for (; end - from >= static_cast<std::ptrdiff_t>(2 * lanes); from += 2 * lanes) {
-        const V a = kernels::load<V>(from);
-        const V b = kernels::load<V>(from + lanes);
-        const V quotient = kernels::select(rule.candidates, a, exchange_lanes<bit>(b)) / divisor;
-        kernels::store(from, kernels::select(rule.kept, quotient, others));
-        kernels::store(from + lanes, kernels::select(rule.kept, exchange_lanes<bit>(quotient), others));
+        const V a = packs::load<V>(from);
+        const V b = packs::load<V>(from + lanes);
+        const V quotient = packs::select(rule.candidates, a, exchange_lanes<bit>(b)) / divisor;
+        packs::store(from, packs::select(rule.kept, quotient, others));
+        packs::store(from + lanes, packs::select(rule.kept, exchange_lanes<bit>(quotient), others));
     }
     for (; from != end; from += lanes) {
-        kernels::store(from, kernels::select(rule.kept, kernels::load<V>(from) / divisor, others));
+        packs::store(from, packs::select(rule.kept, packs::load<V>(from) / divisor, others));
     }
 }
 
 template <class V>
-void divide_lanes(thrust::complex<kernels::scalar_of<V>>* from, thrust::complex<kernels::scalar_of<V>>* end, V divisor,
+void divide_lanes(thrust::complex<packs::scalar_of<V>>* from, thrust::complex<packs::scalar_of<V>>* end, V divisor,
                   V others, const lane_rule<V>& rule) {
-    if constexpr (kernels::lane_bits < V >> 2) {
+    if constexpr (packs::lane_bits < V >> 2) {
         if (rule.lowest == 2) return divide_lanes<2>(from, end, divisor, others, rule);
     }
-    if constexpr (kernels::lane_bits < V >> 1) {
+    if constexpr (packs::lane_bits < V >> 1) {
         if (rule.lowest == 1) return divide_lanes<1>(from, end, divisor, others, rule);
     }
-    if constexpr (kernels::lane_bits < V >> 0) divide_lanes<0>(from, end, divisor, others, rule);
+    if constexpr (packs::lane_bits < V >> 0) divide_lanes<0>(from, end, divisor, others, rule);
 }
 
 // Every amplitude of the outcome is divided by `divisor`, all others become (other, other).
 template <class T>
 void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits outcome, T divisor, T other,
              int nthreads) {
-    using V = kernels::wide_pack<T>;
-    constexpr unsigned long lanes = kernels::lanes<V>;
+    using V = packs::wide_pack<T>;
+    constexpr unsigned long lanes = packs::lanes<V>;
     if (size < lanes) {
         for (unsigned long i = 0; i < size; ++i) {
-            const thrust::complex<T> a = kernels::read_amplitude(amplitudes + i);
+            const thrust::complex<T> a = packs::read_amplitude(amplitudes + i);
             const bool kept = (i & outcome.listed) == outcome.pattern;
-            kernels::write_amplitude(amplitudes + i, thrust::complex<T>(kept ? a.real() / divisor : other,
-                                                                        kept ? a.imag() / divisor : other));
+            packs::write_amplitude(amplitudes + i, thrust::complex<T>(kept ? a.real() / divisor : other,
+                                                                      kept ? a.imag() / divisor : other));
         }
         return;
     }
     const lane_rule<V> rule(outcome);
     const bool whole_packs = (outcome.listed & (lanes - 1)) == 0;
-    const outcome_bits packs{outcome.listed & ~(lanes - 1), outcome.pattern & ~(lanes - 1)};
-    const V divisors = kernels::broadcast<V>(divisor);
-    const V others = kernels::broadcast<V>(other);
+    const outcome_bits outside{outcome.listed & ~(lanes - 1), outcome.pattern & ~(lanes - 1)};
+    const V divisors = packs::broadcast<V>(divisor);
+    const V others = packs::broadcast<V>(other);
     // Packs that lie side by side before a listed bit interrupts them belong together or not at all.
-    const unsigned long run = packs.listed != 0 ? packs.listed & -packs.listed : size;
+    const unsigned long run = outside.listed != 0 ? outside.listed & -outside.listed : size;
 
-    storage::parallel_blocks(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         const unsigned long stop = end * lanes;
         for (unsigned long i = begin * lanes; i < stop;) {
             const unsigned long run_end = std::min(stop, (i / run + 1) * run);
-            if ((i & packs.listed) != packs.pattern) {
-                for (; i < run_end; i += lanes) kernels::store(amplitudes + i, others);
+            if ((i & outside.listed) != outside.pattern) {
+                for (; i < run_end; i += lanes) packs::store(amplitudes + i, others);
             } else if (whole_packs) {
                 for (; i < run_end; i += lanes) {
-                    kernels::store(amplitudes + i, kernels::load<V>(amplitudes + i) / divisors);
+                    packs::store(amplitudes + i, packs::load<V>(amplitudes + i) / divisors);
                 }
             } else {
                 divide_lanes(amplitudes + i, amplitudes + run_end, divisors, others, rule);
@@ -118,18 +118,16 @@ outcome_bits bits_of_outcome(const std::vector<unsigned int>& qubits, unsigned l
     return {listed, index::place_first_highest(value, qubits) & listed};
 }
 
-// The outcome's probability in a view of a state.
-template <class View>
-typename View::proba_type norm_of_outcome(const View& view, outcome_bits kept, int nthreads) {
-    // Of qubits that the state does not have, only 0 can be read.
-    if (view.dim == 0 || (kept.pattern & ~(view.dim - 1)) != 0) return 0;
-    const unsigned long free = index::low_bits(view.nqubits) & ~kept.listed;
-    return sum_fixed(view, free, kept.pattern, static_cast<unsigned int>(std::popcount(free)), nthreads);
-}
+constexpr const char* impossible = "Cannot project onto an outcome of probability zero";
 
-template <class T>
-pbamplix::SVSequence<thrust::complex<T>> view_of(const thrust::complex<T>* amplitudes, unsigned long size) {
-    return {amplitudes, static_cast<unsigned int>(std::countr_zero(size)), size};
+// The root of an outcome's probability, which is summed in the precision Sum.
+template <class Sum, class T>
+T root_of_outcome(const thrust::complex<T>* amplitudes, unsigned long size, outcome_bits kept, int nthreads) {
+    const auto view = view_summed_in<Sum>(amplitudes, static_cast<unsigned int>(std::countr_zero(size)));
+    // Of qubits that the state does not have, only 0 can be read.
+    if (size == 0 || (kept.pattern & ~(size - 1)) != 0) return 0;
+    const unsigned long free = index::low_bits(view.nqubits) & ~kept.listed;
+    return static_cast<T>(std::sqrt(sum_fixed(view, free, kept.pattern, index::count_bits(free), nthreads)));
 }
 
 }  // namespace
@@ -144,17 +142,17 @@ void move_to_zero(thrust::complex<T>* amplitudes, unsigned int n, const std::vec
     const unsigned long count = 1ul << std::popcount(free);
     const unsigned long run = listed & -listed;
 
-    storage::parallel_blocks(count, count * 4 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(count, count * 4 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         unsigned long target = index::deposit(begin, free);
         while (begin < end) {
             const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);
             for (const unsigned long stop = target + length; target != stop; ++target) {
-                using V = kernels::single_pack<T>;
-                kernels::store(amplitudes + target, kernels::load<V>(amplitudes + (target | pattern)));
-                kernels::store(amplitudes + (target | pattern), V{});
+                using V = packs::single_pack<T>;
+                packs::store(amplitudes + target, packs::load<V>(amplitudes + (target | pattern)));
+                packs::store(amplitudes + (target | pattern), V{});
             }
             begin += length;
-            target = (((target - 1) | ~free) + 1) & free;  // carry skips the listed bits
+            target = index::next(target - 1, free);
         }
     });
 }
@@ -173,47 +171,40 @@ template <class T>
 void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
               unsigned long value, int nthreads) {
     const auto kept = measurement::bits_of_outcome(qubits, value);
-    const T norm = measurement::norm_of_outcome(measurement::view_of(amps, size), kept, nthreads);
-    if (norm == T(0)) {
-        const std::domain_error impossible("Cannot project onto an outcome of probability zero");  // may lack memory
+    const T root = measurement::root_of_outcome<T>(amps, size, kept, nthreads);
+    if (root == T(0)) {
+        const std::domain_error impossible(measurement::impossible);   // may lack memory
         measurement::rewrite(amps, size, kept, T(1), T(0), nthreads);  // by 1: leaves them as they are
         throw impossible;
     }
-    const T root = std::sqrt(norm);
     // What is zero stays zero, except over a root that is not a number.
     measurement::rewrite(amps, size, kept, root, T(0) / root, nthreads);
 }
 
-template <class T>
-void precise_project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
-                     unsigned long value, int nthreads) {
-    const precise_view<SVSequence<thrust::complex<T>>> view{measurement::view_of(amps, size)};
+template <class Sum, class T>
+void project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits, unsigned long value,
+             int nthreads) {
     const auto kept = measurement::bits_of_outcome(qubits, value);
-    const double norm = measurement::norm_of_outcome(view, kept, nthreads);
-    const T root = static_cast<T>(std::sqrt(norm));
+    const T root = measurement::root_of_outcome<Sum>(amps, size, kept, nthreads);
     // A root below the normal range has too few digits to divide by.
-    if (root < std::numeric_limits<T>::min()) {
-        throw std::domain_error("Cannot project onto an outcome of probability zero");
-    }
+    if (root < std::numeric_limits<T>::min()) throw std::domain_error(measurement::impossible);
     measurement::rewrite(amps, size, kept, root, T(0) / root, nthreads);
 }
 
-template <class T>
-void precise_project_then_reset(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
-                                unsigned long value, int nthreads) {
-    precise_project(amps, size, qubits, value, nthreads);
+template <class Sum, class T>
+void project_then_reset(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
+                        unsigned long value, int nthreads) {
+    project<Sum>(amps, size, qubits, value, nthreads);
     const auto n = static_cast<unsigned int>(std::countr_zero(size));
     measurement::move_to_zero(amps, n, qubits, value, nthreads);
 }
 
-#define VELACAMPLIX_PROJECTION(T)                                                                                      \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
     template void _project(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, int);  \
-    template void precise_project(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, \
+    template void project<double>(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, \
                                   int);                                                                                \
-    template void precise_project_then_reset(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&,     \
+    template void project_then_reset<double>(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&,     \
                                              unsigned long, int);
-VELACAMPLIX_PROJECTION(float)
-VELACAMPLIX_PROJECTION(double)
-#undef VELACAMPLIX_PROJECTION
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace pbamplix::cpu

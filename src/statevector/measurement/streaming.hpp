@@ -1,5 +1,7 @@
 #pragma once
 
+#include "statevector/storage/aligned_array.hpp"
+
 #include <cstdint>
 #include <cstring>
 
@@ -13,7 +15,7 @@
 
 namespace velacamplix::measurement {
 
-inline constexpr unsigned long line_bytes = 64;
+using storage::line_bytes;
 
 // Below this the reader probably finds the result in a cache, which streaming would deny him.
 inline constexpr unsigned long streaming_bytes = 16ul << 20;

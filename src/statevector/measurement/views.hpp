@@ -1,7 +1,9 @@
 #pragma once
 
 #include "statevector/index/bits.hpp"
-#include "statevector/measurement/widened.hpp"
+#include "statevector/packs/squares.hpp"
+#include "statevector/packs/widened.hpp"
+#include "statevector/storage/aligned_array.hpp"
 
 #include <velacamplix/measurement.hpp>
 
@@ -12,92 +14,33 @@
 
 namespace velacamplix::measurement {
 
-// Both parts below this (a power of two, the root of the smallest normal number): squares would leave the normal
-// range, so such an amplitude is scaled by 4 before and by 1/16 after.
-template <class T>
-inline constexpr T tiny_part = sizeof(T) == 8 ? T(0x1p-511) : T(0x1p-63);
-
-template <class T>
-inline T squared_magnitude(thrust::complex<T> a) {
-    const T re = a.real();
-    const T im = a.imag();
-    if (re < tiny_part<T> && re > -tiny_part<T> && im < tiny_part<T> && im > -tiny_part<T>) {
-        const T re4 = re * T(4);
-        const T im4 = im * T(4);
-        return (re4 * re4 + im4 * im4) * T(0.0625);
-    }
-    return re * re + im * im;
-}
-
-// Packs of plain numbers, as probabilities are.
-template <class V>
-[[gnu::always_inline]] inline V load_scalars(const kernels::scalar_of<V>* from) {
-    V v;
-    __builtin_memcpy(&v, from, sizeof(V));
-    return v;
-}
-template <class V>
-[[gnu::always_inline]] inline void store_scalars(kernels::scalar_of<V>* to, V v) {
-    __builtin_memcpy(to, &v, sizeof(V));
-}
-
-template <unsigned width>
-struct real_parts {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2ul * width)); }
-};
-template <unsigned width>
-struct imaginary_parts {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2ul * width) + 1); }
-};
-
-// The squared magnitudes of the amplitudes of two neighbouring packs, in index order. Without a branch: where nothing
-// is tiny the factors are 1, which changes no bit.
-template <class V>
-[[gnu::always_inline]] inline V squared_magnitudes(V low, V high) {
-    using T = kernels::scalar_of<V>;
-    using bits = kernels::bits_of<V>;
-    using integer = kernels::scalar_of<bits>;
-    constexpr auto every = std::make_index_sequence<kernels::scalars<V>>{};
-    const V re = kernels::shuffle(low, high, real_parts<kernels::scalars<V>>{}, every);
-    const V im = kernels::shuffle(low, high, imaginary_parts<kernels::scalars<V>>{}, every);
-
-    // A part is tiny when the two highest bits of its exponent are 0. Those two bits alone make a normal number.
-    constexpr auto not_tiny = static_cast<integer>(integer{3} << (8 * sizeof(integer) - 3));
-    const auto tiny = (V)(((bits)re | (bits)im) & not_tiny) == V{};
-    const V up = tiny ? kernels::broadcast<V>(T(4)) : kernels::broadcast<V>(T(1));
-    const V down = tiny ? kernels::broadcast<V>(T(0.0625)) : kernels::broadcast<V>(T(1));
-    const V r = re * up;
-    const V i = im * up;
-    return (r * r + i * i) * down;
-}
-
 // Element `index` of a view.
 template <class T>
 inline T probability_at(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long index) {
-    return squared_magnitude(kernels::read_amplitude(view.data + index));
+    return packs::squared_magnitude(packs::read_amplitude(view.data + index));
 }
 template <class T>
 inline T probability_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) {
-    return kernels::read_amplitude(view.data + index * (view.dim + 1)).real();
+    return packs::read_amplitude(view.data + index * (view.dim + 1)).real();
 }
 template <class T>
 inline double probability_at(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<T>>>& view,
                              unsigned long index) {
-    return squared_magnitude(widened<double>(kernels::read_amplitude(view.data + index)));
+    return packs::squared_magnitude(packs::widened<double>(packs::read_amplitude(view.data + index)));
 }
 template <class T>
 inline double probability_at(const pbamplix::precise_view<pbamplix::DMDiagSequence<T>>& view, unsigned long index) {
-    return static_cast<double>(kernels::read_amplitude(view.data + index * (view.dim + 1)).real());
+    return static_cast<double>(packs::read_amplitude(view.data + index * (view.dim + 1)).real());
 }
 
 // What the exports copy: the amplitude, or the diagonal entry.
 template <class T>
 inline thrust::complex<T> value_at(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long index) {
-    return kernels::read_amplitude(view.data + index);
+    return packs::read_amplitude(view.data + index);
 }
 template <class T>
 inline T value_at(const pbamplix::DMDiagSequence<T>& view, unsigned long index) {
-    return kernels::read_amplitude(view.data + index * (view.dim + 1)).real();
+    return packs::read_amplitude(view.data + index * (view.dim + 1)).real();
 }
 
 // Fetches the elements first ... first + count - 1 from memory without waiting for them.
@@ -105,7 +48,8 @@ template <class T>
 inline void fetch_ahead(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long first,
                         unsigned long count) {
     const char* const from = reinterpret_cast<const char*>(view.data + first);
-    for (unsigned long b = 0; b < count * sizeof(*view.data); b += 64) __builtin_prefetch(from + b, 0, 2);
+    for (unsigned long b = 0; b < count * sizeof(*view.data); b += storage::line_bytes)
+        __builtin_prefetch(from + b, 0, 2);
 }
 template <class T>
 inline void fetch_ahead(const pbamplix::DMDiagSequence<T>&, unsigned long, unsigned long) {}  // few and far apart
@@ -115,19 +59,20 @@ inline void fetch_ahead(const pbamplix::DMDiagSequence<T>&, unsigned long, unsig
 template <class T, class Out>
 inline void fill_probabilities(const pbamplix::SVSequence<thrust::complex<T>>& view, unsigned long first,
                                unsigned long count, Out* out, unsigned long next) {
-    using V = kernels::wide_pack<Out>;
-    constexpr unsigned long lanes = kernels::lanes<V>;
+    using V = packs::wide_pack<Out>;
+    constexpr unsigned long lanes = packs::lanes<V>;
     const thrust::complex<T>* from = view.data + first;
     unsigned long ahead = next;
-    for (unsigned long packs = count / (2 * lanes); packs != 0; --packs) {
+    for (unsigned long pairs = count / (2 * lanes); pairs != 0; --pairs) {
         fetch_ahead(view, ahead, 2 * lanes);
-        store_scalars(out, squared_magnitudes(load_widened<V>(from), load_widened<V>(from + lanes)));
+        packs::store_scalars(
+            out, packs::squared_magnitudes(packs::load_widened<V>(from), packs::load_widened<V>(from + lanes)));
         ahead += 2 * lanes;
         from += 2 * lanes;
         out += 2 * lanes;
     }
     for (unsigned long rest = count % (2 * lanes); rest != 0; --rest) {
-        *out++ = squared_magnitude(widened<Out>(kernels::read_amplitude(from++)));
+        *out++ = packs::squared_magnitude(packs::widened<Out>(packs::read_amplitude(from++)));
     }
 }
 
@@ -153,8 +98,8 @@ struct fixed_view {
         }
     }
 
-    // The free bits that follow those of i; a carry skips the fixed bits.
-    unsigned long after(unsigned long i) const { return ((i | ~free) + 1) & free; }
+    // The free bits that follow those of i.
+    unsigned long after(unsigned long i) const { return index::next(i, free); }
 
     Seq view;
     unsigned long free;
@@ -207,6 +152,17 @@ inline void fill_probabilities(const fixed_view<Seq>& part, unsigned long first,
 template <class T>
 inline pbamplix::SVSequence<thrust::complex<T>> state_view(const thrust::complex<T>* data, unsigned int n) {
     return {data, n, 1ul << (n & 63)};
+}
+
+// A view of a state whose probabilities are formed and summed in the precision Sum, that of the amplitudes or double.
+template <class Sum, class T>
+inline auto view_summed_in(const thrust::complex<T>* data, unsigned int n) {
+    using view = pbamplix::SVSequence<thrust::complex<T>>;
+    if constexpr (std::is_same_v<Sum, T>) {
+        return state_view(data, n);
+    } else {
+        return pbamplix::precise_view<view>{state_view(data, n)};
+    }
 }
 template <class T>
 inline pbamplix::DMDiagSequence<T> diagonal_view(const thrust::complex<T>* data, unsigned int n) {

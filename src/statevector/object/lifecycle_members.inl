@@ -1,5 +1,6 @@
 #pragma once
 
+#include "statevector/gates/gate_table.hpp"
 #include "statevector/object/seed.hpp"
 #include "statevector/storage/aligned_array.hpp"
 
@@ -19,7 +20,7 @@ PybindAmplixStateVectorCPU<T>::PybindAmplixStateVectorCPU(unsigned int n)
       amplitudes(nullptr, &aligned_array_delete<thrust::complex<T>>),
       is_density_matrix(false),
       num_threads(1),
-      named_ctrl_gates{"X", "Y", "Z", "H", "S", "T", "RX", "RY", "RZ", "PH"} {
+      named_ctrl_gates(velacamplix::gates::names_that_take_controls()) {
     seed = velacamplix::object::draw_seed();
     rng.seed(seed);
     amplitudes.reset(velacamplix::storage::allocate_amplitudes<T>(size));

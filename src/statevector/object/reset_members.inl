@@ -1,7 +1,7 @@
 #pragma once
 
 #include "statevector/index/bits.hpp"
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/statevector.hpp>
@@ -22,15 +22,13 @@ struct product_state {
     T magnitude = 1;          // one factor for every + and -
 
     explicit product_state(std::string_view text) {
-        // One unit below the rounded 1/sqrt(2) in double, the value of the H kernel; hosts rely on it.
-        constexpr T inverse_sqrt2 = sizeof(T) == 8 ? T(0x1.6a09e667f3bccp-1) : T(0x1.6a09e6p-1);
         for (unsigned int i = 0; i < text.size(); ++i) {
             const unsigned long bit = index::bit(i);
             const char c = text[i];
             if (c == '0' || c == '1') fixed |= bit;
             if (c == '1') ones |= bit;
             if (c == '-') minus |= bit;
-            if (c == '+' || c == '-') magnitude *= inverse_sqrt2;
+            if (c == '+' || c == '-') magnitude *= packs::precision<T>::inverse_sqrt2;
         }
     }
 };
@@ -61,7 +59,7 @@ void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     thrust::complex<T>* const to = amplitudes.get();
     const unsigned long bytes = size * sizeof(thrust::complex<T>);
     if (!state.has_value()) {
-        storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
             std::fill(to + begin, to + end, thrust::complex<T>(0, 0));
         });
         to[0] = thrust::complex<T>(1, 0);
@@ -69,8 +67,8 @@ void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     }
     const auto* const from = reinterpret_cast<const thrust::complex<T>*>(*state);
     const unsigned int n = nqubits;
-    storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
-        for (unsigned long i = begin; i < end; ++i) to[i] = kernels::read_amplitude(from + index::reverse_bits(i, n));
+    storage::parallel_shares(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
+        for (unsigned long i = begin; i < end; ++i) to[i] = packs::read_amplitude(from + index::reverse_bits(i, n));
     });
 }
 
@@ -97,7 +95,7 @@ void PybindAmplixStateVectorCPU<T>::reset_to_str(std::string s) {
             to[i] = value;
         }
     };
-    storage::parallel_blocks(size, size * sizeof(thrust::complex<T>), num_threads, fill);
+    storage::parallel_shares(size, size * sizeof(thrust::complex<T>), num_threads, fill);
 }
 
 }  // namespace pbamplix::cpu

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "statevector/measurement/widened.hpp"
 #include "statevector/observables/product_sums.hpp"
+#include "statevector/packs/parts.hpp"
+#include "statevector/packs/widened.hpp"
 
 #include <velacamplix/amplitude.hpp>
 
@@ -19,19 +20,13 @@ template <unsigned flipped>
 struct flipped_elements {
     static constexpr int at(std::size_t s) { return static_cast<int>(s ^ flipped); }
 };
-template <unsigned width, unsigned part>
-struct one_part {
-    static constexpr int at(std::size_t s) { return static_cast<int>(2 * s % (2ul * width) + part); }
-};
-
 // Writes whole rows of numbers, the first from row number `first` of the sequence. `flipped` is what the flip does
 // to the elements of one pack: exchange of neighbouring amplitudes, and of the two parts for an imaginary part.
 template <class T, class Stored, unsigned flipped>
 void fill_rows(const thrust::complex<Stored>* state, const product_sequence& s, unsigned long first, unsigned long rows,
                T* out) {
     using V = scalar_pack<T>;
-    using measurement::load_widened;
-    constexpr unsigned long width = kernels::scalars<V>;
+    constexpr unsigned long width = packs::scalars<V>;
     constexpr auto every = std::make_index_sequence<width>{};
     const unsigned long row_flip = s.flip >> row_bits<T>;
     // Inside a row, `width` amplitudes (two packs of them) make one pack of numbers.
@@ -46,20 +41,20 @@ void fill_rows(const thrust::complex<Stored>* state, const product_sequence& s, 
         for (unsigned long c = 0; c < row_length<T>; c += width) {
             const thrust::complex<Stored>* left = ket + c;
             const thrust::complex<Stored>* right = bra + (c ^ outer_flip);
-            const V low = load_widened<V>(right + half_flip);
-            const V high = load_widened<V>(right + (half_flip ^ (width / 2)));
-            const V p = load_widened<V>(left) * kernels::shuffle(low, low, flipped_elements<flipped>{}, every);
-            const V q =
-                load_widened<V>(left + width / 2) * kernels::shuffle(high, high, flipped_elements<flipped>{}, every);
-            const V even = kernels::shuffle(p, q, one_part<width, 0>{}, every);
-            const V odd = kernels::shuffle(p, q, one_part<width, 1>{}, every);
+            const V low = packs::load_widened<V>(right + half_flip);
+            const V high = packs::load_widened<V>(right + (half_flip ^ (width / 2)));
+            const V p = packs::load_widened<V>(left) * packs::shuffle(low, low, flipped_elements<flipped>{}, every);
+            const V q = packs::load_widened<V>(left + width / 2) *
+                        packs::shuffle(high, high, flipped_elements<flipped>{}, every);
+            const V even = packs::real_parts(p, q);
+            const V odd = packs::imaginary_parts(p, q);
             // re = br*ar + bi*ai from unexchanged parts, im = br*ai - bi*ar from exchanged ones.
-            store_scalars<V>(out + c, flipped & 1 ? odd - even : even + odd);
+            packs::store_scalars<V>(out + c, flipped & 1 ? odd - even : even + odd);
         }
     }
 }
 
-// Fills one chunk of a sequence; arrays smaller than a row go amplitude by amplitude.
+// Fills one slab of a sequence; arrays smaller than a row go amplitude by amplitude.
 template <class T, class Stored = T>
 class pair_products {
 public:
@@ -69,8 +64,8 @@ public:
         const unsigned long length = filled_length<T>(s);
         if (length < row_length<T>) {
             for (unsigned long j = 0; j < length; ++j) {
-                const auto ket = measurement::widened<T>(kernels::read_amplitude(state_ + j));
-                const auto bra = measurement::widened<T>(kernels::read_amplitude(state_ + (j ^ s.flip)));
+                const auto ket = packs::widened<T>(packs::read_amplitude(state_ + j));
+                const auto bra = packs::widened<T>(packs::read_amplitude(state_ + (j ^ s.flip)));
                 out[j] = s.imaginary ? bra.real() * ket.imag() - bra.imag() * ket.real()
                                      : bra.real() * ket.real() + bra.imag() * ket.imag();
             }
@@ -83,7 +78,7 @@ public:
     }
 
 private:
-    static constexpr unsigned long width = kernels::scalars<scalar_pack<T>>;
+    static constexpr unsigned long width = packs::scalars<scalar_pack<T>>;
     using loop = void (*)(const thrust::complex<Stored>*, const product_sequence&, unsigned long, unsigned long, T*);
 
     template <std::size_t... flipped>

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 
 #include <bit>
 
-// Sums of real numbers under the sign patterns of Pauli strings: the sum of (-1)^|j & mask| * x_j over one chunk.
+// Sums of real numbers under the sign patterns of Pauli strings: the sum of (-1)^|j & mask| * x_j over one slab.
 //
 // The order of the additions is a fixed tree, the same for every mask, every instruction set and however many masks
-// are asked for. A chunk is cut into rows; rows are added eight at a time (neighbours, then pairs, then fours) until
+// are asked for. A slab is cut into rows; rows are added eight at a time (neighbours, then pairs, then fours) until
 // one is left, and that row is folded in halves. One mask alone walks the tree with its signs. Many masks share it: a
 // step done as a butterfly (a Walsh-Hadamard transform over three index bits) yields the eight sums of every sign
 // choice at once, each with the very additions that a single mask would have made.
@@ -21,12 +21,12 @@ template <class T>
 inline constexpr unsigned row_bits = static_cast<unsigned>(std::countr_zero(row_length<T>));
 
 inline constexpr unsigned most_steps = 3;
-inline constexpr unsigned long most_rows = 512;  // 8^most_steps; a chunk takes 32 KiB
+inline constexpr unsigned long most_rows = 512;  // 8^most_steps; a slab takes 32 KiB
 
 template <class T>
-inline constexpr unsigned long chunk_length = row_length<T>* most_rows;
+inline constexpr unsigned long slab_length = row_length<T>* most_rows;
 template <class T>
-inline constexpr unsigned chunk_bits = row_bits<T> + 3 * most_steps;
+inline constexpr unsigned slab_bits = row_bits<T> + 3 * most_steps;
 
 // Steps that reduce `rows` rows to one. The rows up to 8^steps must be filled with zeros.
 inline unsigned steps_for(unsigned long rows) {
@@ -34,46 +34,32 @@ inline unsigned steps_for(unsigned long rows) {
 }
 
 template <class T>
-struct chunk {
-    alignas(64) T rows[chunk_length<T>];
+struct slab {
+    alignas(64) T rows[slab_length<T>];
     alignas(64) T partial[row_length<T> * (64 + 8 + 1)];  // sums after one, two and three steps
 };
 
 template <class T>
-using scalar_pack = kernels::wide_pack<T>;
-
-template <class V>
-[[gnu::always_inline]] inline V load_scalars(const kernels::scalar_of<V>* from) {
-    V v;
-    __builtin_memcpy(&v, from, sizeof(V));
-    return v;
-}
-
-template <class V>
-[[gnu::always_inline]] inline void store_scalars(kernels::scalar_of<V>* to, V v) {
-    __builtin_memcpy(to, &v, sizeof(V));
-}
+using scalar_pack = packs::wide_pack<T>;
 
 // Adds rows eight at a time. Sum s takes the rows that begin at from + (8 s + k) * distance, k < 8; bit b of `signs`
 // subtracts where bit b of k is set.
 template <class T>
 void add_eights(const T* from, unsigned long distance, unsigned long sums, unsigned signs, T* to) {
     using V = scalar_pack<T>;
-    using bits = kernels::bits_of<V>;
-    constexpr unsigned long width = kernels::scalars<V>;
-    const auto sign = [signs](unsigned bit) {
-        return (bits)kernels::broadcast<V>((signs >> bit) & 1 ? T(-0.0) : T(0));
-    };
+    using bits = packs::bits_of<V>;
+    constexpr unsigned long width = packs::scalars<V>;
+    const auto sign = [signs](unsigned bit) { return (bits)packs::broadcast<V>((signs >> bit) & 1 ? T(-0.0) : T(0)); };
     const bits sign0 = sign(0), sign1 = sign(1), sign2 = sign(2);
     const auto signed_sum = [](V x, V y, bits s) { return x + (V)((bits)y ^ s); };
 
     for (unsigned long s = 0; s < sums; ++s, from += 8 * distance, to += row_length<T>) {
         for (unsigned long c = 0; c < row_length<T>; c += width) {
             V x[8];
-            for (unsigned k = 0; k < 8; ++k) x[k] = load_scalars<V>(from + k * distance + c);
+            for (unsigned k = 0; k < 8; ++k) x[k] = packs::load_scalars<V>(from + k * distance + c);
             for (unsigned k = 0; k < 8; k += 2) x[k] = signed_sum(x[k], x[k + 1], sign0);
             for (unsigned k = 0; k < 8; k += 4) x[k] = signed_sum(x[k], x[k + 2], sign1);
-            store_scalars<V>(to + c, signed_sum(x[0], x[4], sign2));
+            packs::store_scalars<V>(to + c, signed_sum(x[0], x[4], sign2));
         }
     }
 }
@@ -83,13 +69,13 @@ void add_eights(const T* from, unsigned long distance, unsigned long sums, unsig
 template <class T>
 void transform(T* rows, unsigned steps, unsigned step) {
     using V = scalar_pack<T>;
-    constexpr unsigned long width = kernels::scalars<V>;
+    constexpr unsigned long width = packs::scalars<V>;
     const unsigned long length = row_length<T> << (3 * steps);
     const unsigned long distance = row_length<T> << (3 * step);
     for (unsigned long block = 0; block < length; block += 8 * distance) {
         for (unsigned long c = block; c < block + distance; c += width) {
             V x[8];
-            for (unsigned k = 0; k < 8; ++k) x[k] = load_scalars<V>(rows + c + k * distance);
+            for (unsigned k = 0; k < 8; ++k) x[k] = packs::load_scalars<V>(rows + c + k * distance);
             for (unsigned bit = 1; bit < 8; bit *= 2) {
                 for (unsigned k = 0; k < 8; ++k) {
                     if (k & bit) continue;
@@ -98,7 +84,7 @@ void transform(T* rows, unsigned steps, unsigned step) {
                     x[k] = sum;
                 }
             }
-            for (unsigned k = 0; k < 8; ++k) store_scalars<V>(rows + c + k * distance, x[k]);
+            for (unsigned k = 0; k < 8; ++k) packs::store_scalars<V>(rows + c + k * distance, x[k]);
         }
     }
 }
@@ -121,9 +107,9 @@ template <class T>
     return x[0];
 }
 
-// The sum of a chunk of 8^steps rows under one mask, after the first `transformed` steps have been done for all.
+// The sum of a slab of 8^steps rows under one mask, after the first `transformed` steps have been done for all.
 template <class T>
-T signed_sum(chunk<T>& numbers, unsigned steps, unsigned transformed, unsigned long mask) {
+T signed_sum(slab<T>& numbers, unsigned steps, unsigned transformed, unsigned long mask) {
     const unsigned long row_mask = mask >> row_bits<T>;
     const T* from = numbers.rows + ((row_mask & ((1ul << (3 * transformed)) - 1)) << row_bits<T>);
     unsigned long distance = row_length<T> << (3 * transformed);

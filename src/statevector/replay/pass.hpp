@@ -1,9 +1,11 @@
 #pragma once
 
-#include "statevector/replay/plan.hpp"
+#include "statevector/index/bits.hpp"
+#include "statevector/plan/layers.hpp"
 #include "statevector/replay/step.hpp"
 
 #include <functional>
+#include <variant>
 #include <vector>
 
 namespace velacamplix::replay {
@@ -18,43 +20,54 @@ struct gathering {
     explicit gathering(unsigned long local);
 };
 
-// Gates that act on one chunk of the state after another, each chunk small enough for the first-level cache.
+// What a pass does is one of three things.
+
+// One gate, as a single call over the whole array.
 template <class T>
-struct chunk_pass {
+struct whole_array {
+    kernels::kernel_call<T> call;
+};
+
+// Steps on a state that is no larger than a buffer, where it stands.
+template <class T>
+struct in_place {
+    std::vector<step<T>> steps;
+};
+
+// Steps on one chunk of the state after another, each copied into a buffer that fits the first-level cache.
+template <class T>
+struct chunked {
+    unsigned long local;  // index bits that vary inside a chunk
+    gathering chunks;
+    std::vector<step<T>> steps;
+
+    unsigned long chunk_size() const { return 1ul << index::count_bits(local); }  // amplitudes
+    unsigned long chunk_count(unsigned nbqbits) const { return 1ul << (nbqbits - index::count_bits(local)); }
+};
+
+template <class T>
+using pass_work = std::variant<whole_array<T>, in_place<T>, chunked<T>>;
+
+template <class T>
+struct pass {
     std::vector<unsigned long> gates;  // of the list; empty with fusion, where none of them acts by itself
     unsigned long first = 0;           // all gates of the pass are among first ... last - 1
     unsigned long last = 0;
-    unsigned long done = 0;      // gates that have acted when the pass ends; inside a fused stretch an estimate
+    unsigned long done = 0;      // gates that have acted when the pass ends; inside a fused batch an estimate
     bool may_stop_after = true;  // with fusion: the state is that of the first `done` gates
     bool is_outdated = false;    // a gate's numbers have changed since
-    unsigned long local = 0;     // 0: one gate over the whole array, as a single call
-    bool in_place = false;       // the state is one chunk
-    kernels::kernel_call<T> whole_array;
-    gathering chunks{0};
-    std::vector<step<T>> steps;
-
-    // Amplitudes of a buffer; 0 where none is needed.
-    unsigned long chunk_size() const { return local == 0 || in_place ? 0 : 1ul << std::popcount(local); }
-    unsigned long chunk_count(unsigned nbqbits) const {
-        return 1ul << (nbqbits - static_cast<unsigned>(std::popcount(local)));
-    }
+    pass_work<T> work;
 };
 
-// As the system tells it of the core that asks.
-unsigned long first_level_cache_bytes();
-
-// The chunks that suit a state of 2^nbqbits amplitudes T worked on by `threads` threads, whose first-level caches have
-// so many bytes. The bits of an exact run do not depend on them.
+// What a layer of operations, whose bits `local` must be together in a buffer, does to a state of 2^nbqbits amplitudes.
+// 0: one operation over the whole array.
 template <class T>
-buffer_shape choose_shape(unsigned nbqbits, int threads, unsigned long cache_bytes);
+pass_work<T> make_work(const std::vector<const gates::operation<T>*>& operations, unsigned long local,
+                       unsigned nbqbits);
 
-// The chunks of a fused run: which gates come together, and so the bits, depend on them. They follow from the precision
-// alone, and suit the smallest first-level caches in use.
+// The same operations with other numbers.
 template <class T>
-buffer_shape fused_shape();
-
-template <class T>
-chunk_pass<T> make_pass(const std::vector<gates::operation<T>>& operations, const stretch& part, unsigned nbqbits);
+void renew(pass<T>& outdated, const std::vector<gates::operation<T>>& operations, unsigned nbqbits);
 
 // Asked once in a few milliseconds of planning, after every gates_between_questions gates; false ends it, with the
 // passes so far.
@@ -62,19 +75,21 @@ using planning_hook = std::function<bool()>;
 inline constexpr unsigned long gates_between_questions = 4096;
 
 template <class T>
-std::vector<chunk_pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
-                                       buffer_shape shape, const planning_hook& go_on = {});
+std::vector<pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
+                                 plan::buffer_shape shape, const planning_hook& go_on = {});
 
-// The same with fusion: gates are taken in stretches, each rewritten on its own. The passes follow from the gates, the
+// The same with fusion: gates are taken in batches, each rewritten on its own. The passes follow from the gates, the
 // number of qubits and the precision alone.
 template <class T>
-std::vector<chunk_pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
-                                             const planning_hook& go_on = {});
+std::vector<pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
+                                       const planning_hook& go_on = {});
 
-// Runs a pass over the chunks begin ... end - 1 of the state (of which there are 2^(nbqbits - local bits)). `buffer`
-// holds one chunk.
 template <class T>
-void run_chunks(const chunk_pass<T>& pass, thrust::complex<T>* state, unsigned nbqbits, unsigned long begin,
+void run_steps(const in_place<T>& work, thrust::complex<T>* state);
+
+// The chunks begin ... end - 1 of the state. `buffer` holds one chunk.
+template <class T>
+void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqbits, unsigned long begin,
                 unsigned long end, thrust::complex<T>* buffer);
 
 }  // namespace velacamplix::replay

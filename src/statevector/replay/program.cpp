@@ -2,7 +2,7 @@
 
 #include "statevector/gates/operation.hpp"
 #include "statevector/index/bits.hpp"
-#include "statevector/replay/replay.hpp"
+#include "statevector/replay/schedule.hpp"
 
 #include <velacamplix/kernels.hpp>
 
@@ -77,7 +77,8 @@ struct program<T>::implementation {
         }
         if (!schedule || !schedule->fits(state_qubits, nthreads)) {
             schedule.reset();  // also if the hook or the planning throws
-            schedule.emplace(operations, state_qubits, nthreads, fusion, replay::first_level_cache_bytes(), hook);
+            schedule.emplace(operations, state_qubits, nthreads, fusion, velacamplix::plan::first_level_cache_bytes(),
+                             hook);
         }
         return *schedule;
     }
@@ -107,20 +108,18 @@ template <class T>
 void program<T>::add_gate(const std::string& name, const std::vector<double>& params,
                           const std::vector<unsigned int>& qubits, const std::vector<unsigned int>& controls) {
     implementation& content = content_of(self);
-    const auto wanted = gates::arguments_of(name);
-    if (!wanted) refuse("Gate " + name + " is not known to a program");
-    if (params.size() != wanted->angles) {
-        refuse("Gate " + name + " takes " + counted(wanted->angles, "angle") + ", not " +
-               std::to_string(params.size()));
+    const gates::gate_row* const row = gates::find_gate(name);
+    if (row == nullptr) refuse("Gate " + name + " is not known to a program");
+    const unsigned angles = row->angle ? 1 : 0;
+    if (params.size() != angles) {
+        refuse("Gate " + name + " takes " + counted(angles, "angle") + ", not " + std::to_string(params.size()));
     }
-    if (qubits.size() != wanted->qubits) {
-        refuse("Gate " + name + " takes " + counted(wanted->qubits, "qubit") + ", not " +
-               std::to_string(qubits.size()));
+    const unsigned wanted = row->controls + row->targets;
+    if (qubits.size() != wanted) {
+        refuse("Gate " + name + " takes " + counted(wanted, "qubit") + ", not " + std::to_string(qubits.size()));
     }
     check_qubits(name, qubits, controls, content.nqubits);
-    gates::operation<T> op;
-    gates::named_operation(op, name, params, qubits);
-    content.append(std::move(op), controls);
+    content.append(gates::named_operation<T>(*row, params, qubits), controls);
 }
 
 template <class T>
@@ -192,12 +191,12 @@ const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
     for (const auto& pass : content.schedule_for(state_qubits, nthreads).passes()) {
         program_pass told{pass.first, pass.last, {}, 1ul << state_qubits};
         double sweeps = 1;
-        if (pass.local == 0) {
-            sweeps = static_cast<double>(pass.whole_array.bytes) /
+        if (const auto* const whole = std::get_if<replay::whole_array<T>>(&pass.work)) {
+            sweeps = static_cast<double>(whole->call.bytes) /
                      static_cast<double>(sizeof(thrust::complex<T>) << state_qubits);
-        } else if (!pass.in_place) {
-            told.local_qubits = replay::locality(pass.local).bits;
-            told.chunk_amplitudes = 1ul << told.local_qubits.size();
+        } else if (const auto* const work = std::get_if<replay::chunked<T>>(&pass.work)) {
+            told.local_qubits = replay::locality(work->local).bits;
+            told.chunk_amplitudes = work->chunk_size();
         }
         plan.predicted_sweeps += sweeps;
         plan.passes.push_back(std::move(told));

@@ -1,24 +1,15 @@
 #include "statevector/replay/record.hpp"
 
-#include "statevector/replay/replay.hpp"
+#include "statevector/replay/schedule.hpp"
 
-#include <algorithm>
-#include <array>
 #include <stdexcept>
-#include <string_view>
 
 namespace velacamplix::replay {
-namespace {
 
-// S is missing on purpose: a record that holds it is refused, although the state vector has the gate.
-constexpr std::array<std::string_view, 11> names_of_a_record = {"H",  "X",  "Y", "Z",    "RX",  "RY",
-                                                                "RZ", "PH", "T", "CNOT", "SWAP"};
-
-bool may_be_recorded(const std::string& name) {
-    return std::find(names_of_a_record.begin(), names_of_a_record.end(), name) != names_of_a_record.end();
+const gates::gate_row* recorded_gate(const std::string& name) {
+    const gates::gate_row* const row = gates::find_gate(name);
+    return row != nullptr && row->recorded ? row : nullptr;
 }
-
-}  // namespace
 
 void refuse_name(const std::string& name) {
     throw std::invalid_argument("Gate " + name + " is not supported by the pybinded circuit");
@@ -30,9 +21,10 @@ void run_record(const pbamplix::PybindAmplixWCircuit<T>& circuit, thrust::comple
     std::vector<gates::operation<T>> operations;
     operations.reserve(circuit.gates.size());
     std::size_t gate = 0;
-    for (; gate < circuit.gates.size() && may_be_recorded(circuit.gates[gate]); ++gate) {
-        gates::named_operation(operations.emplace_back(), circuit.gates[gate], circuit.params[gate],
-                               circuit.qubits[gate]);
+    for (; gate < circuit.gates.size(); ++gate) {
+        const gates::gate_row* const row = recorded_gate(circuit.gates[gate]);
+        if (row == nullptr) break;
+        operations.push_back(gates::named_operation<T>(*row, circuit.params[gate], circuit.qubits[gate]));
     }
     schedule<T>(operations, nbqbits, nthreads).run(operations, state);
     if (gate < circuit.gates.size()) refuse_name(circuit.gates[gate]);

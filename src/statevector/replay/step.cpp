@@ -1,6 +1,7 @@
 #include "statevector/replay/step.hpp"
 
 #include "statevector/index/bits.hpp"
+#include "statevector/kernels/formulas.hpp"
 #include "statevector/kernels/phase.hpp"
 
 #include <algorithm>
@@ -22,148 +23,159 @@ unsigned locality::position_of(unsigned bit) const {
     return static_cast<unsigned>(std::lower_bound(bits.begin(), bits.end(), bit) - bits.begin());
 }
 
-template <class T>
-void step<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
-    if (!outside.empty()) {
-        kernels::kernel_call<T> scale = scaling;
-        for (const auto& factors : outside) {
-            scale.coefficients[0] *= (base & factors.bit) != 0 ? factors.one : factors.zero;
-        }
-        kernels::run_serial(scale, buffer);
-    }
-    if (run_of_diagonals != nullptr) run_of_diagonals->run(buffer, base);
-    if (window != nullptr) window->run(buffer, base);
-    if (calls.empty()) return;
-    const auto& call = calls[variant_mask == 0 ? 0 : index::extract(base, variant_mask)];
-    kernels::run_serial(call, buffer);
-}
-
 namespace {
 
 template <class T>
-void resolve_phase(step<T>& result, const operation<T>& op, const locality& where) {
+void run_work(const kernels::kernel_call<T>& call, thrust::complex<T>* buffer, unsigned long) {
+    kernels::run_serial(call, buffer);
+}
+
+template <class T>
+void run_work(const call_by_bit<T>& choice, thrust::complex<T>* buffer, unsigned long base) {
+    kernels::run_serial(choice.calls[(base & choice.bit) != 0 ? 1 : 0], buffer);
+}
+
+template <class T>
+void run_work(const outside_factors<T>& factors, thrust::complex<T>* buffer, unsigned long base) {
+    kernels::kernel_call<T> scale = factors.scaling;
+    for (const auto& f : factors.pairs) scale.coefficients[0] *= (base & f.bit) != 0 ? f.one : f.zero;
+    kernels::run_serial(scale, buffer);
+}
+
+template <class T>
+void run_work(const kernels::diagonal_run<T>& run, thrust::complex<T>* buffer, unsigned long base) {
+    run.run(buffer, base);
+}
+
+template <class T>
+void run_work(const kernels::diagonal_window<T>& window, thrust::complex<T>* buffer, unsigned long base) {
+    window.run(buffer, base);
+}
+
+template <class T>
+kernels::kernel_call<T> scaling_call(unsigned long nbqbits, kernels::condition where, thrust::complex<T> factor) {
+    return kernels::phase_call<kernels::GatePhase, T>(nbqbits, where, factor);
+}
+
+// A gate that multiplies where its target and controls read 1 treats the target as a control, and may have it outside.
+template <class T>
+step<T> phase_step(const operation<T>& op, const locality& where) {
     const unsigned long all = op.target_mask() | op.controls;
     const auto condition = kernels::all_ones(where.inside(all));
+    return {all & ~where.mask(), gates::phase_call(op, where.bits.size(), condition)};
+}
+
+// Outside the buffer the target chooses the one factor of all its amplitudes.
+template <class T>
+step<T> outside_rz_step(const operation<T>& op, const locality& where) {
+    const auto condition = kernels::all_ones(where.inside(op.controls));
     const unsigned long nbqbits = where.bits.size();
-    result.required = all & ~where.mask();
-    switch (op.kind) {
-        case gate_kind::z:
-            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateZ, T>(nbqbits, condition));
-            break;
-        case gate_kind::s:
-            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateS, T>(nbqbits, condition));
-            break;
-        case gate_kind::t:
-            result.calls.push_back(kernels::phase_call<pbamplix::cpu::GateT, T>(nbqbits, condition));
-            break;
-        default:
-            result.calls.push_back(
-                kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, condition, op.coefficients[0]));
-    }
+    return {op.controls & ~where.mask(), call_by_bit<T>{op.target_mask(),
+                                                        {scaling_call(nbqbits, condition, op.coefficients[0]),
+                                                         scaling_call(nbqbits, condition, op.coefficients[1])}}};
 }
 
 template <class T>
-void resolve_diagonal(step<T>& result, const operation<T>& op, const locality& where) {
-    const unsigned long controls = where.inside(op.controls);
-    const unsigned long nbqbits = where.bits.size();
-    result.required = op.controls & ~where.mask();
-    if (op.kind == gate_kind::rz) {
-        result.variant_mask = op.target_mask();
-        // Outside the buffer the target chooses the one factor of all its amplitudes.
-        for (const thrust::complex<T>& d : {op.coefficients[0], op.coefficients[1]}) {
-            result.calls.push_back(
-                kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, kernels::all_ones(controls), d));
-        }
-        return;
-    }
-    result.window =
-        std::make_shared<kernels::diagonal_window<T>>(op.diagonal, op.target_mask(), where.mask(), controls);
+step<T> window_step(const operation<T>& op, const locality& where) {
+    return {op.controls & ~where.mask(),
+            kernels::diagonal_window<T>(op.diagonal, op.target_mask(), where.mask(), where.inside(op.controls))};
 }
 
+// All targets are in the buffer.
 template <class T>
-void resolve_product(step<T>& result, const operation<T>& op, const locality& where) {
-    operation<T> inner = op;
-    inner.targets.clear();
-    inner.entries.clear();
-    for (std::size_t i = 0; i < op.targets.size(); ++i) {
-        const unsigned long bit = index::bit(op.targets[i]);
-        if ((where.mask() & bit) == 0) {
-            result.outside.push_back({bit, op.entries[2 * i], op.entries[2 * i + 1]});
-            continue;
-        }
-        inner.targets.push_back(where.position_of(op.targets[i]));
-        inner.entries.insert(inner.entries.end(), {op.entries[2 * i], op.entries[2 * i + 1]});
-    }
-    const unsigned long nbqbits = where.bits.size();
-    if (!result.outside.empty()) {
-        result.scaling = kernels::phase_call<pbamplix::cpu::GatePH<T>, T>(nbqbits, {}, thrust::complex<T>(1, 0));
-    }
-    if (!inner.targets.empty()) result.calls.push_back(gates::prepare(inner, nbqbits));
-}
-
-}  // namespace
-
-template <class T>
-footprint footprint_of(const operation<T>& op) {
-    const unsigned long mixed = op.is_diagonal() ? 0 : op.target_mask();
-    return {mixed, (op.target_mask() | op.controls) & ~mixed, op.is_move()};
-}
-
-template <class T>
-step<T> resolve(const operation<T>& op, const locality& where) {
-    step<T> result;
-    if (op.kind == gate_kind::z || op.kind == gate_kind::s || op.kind == gate_kind::t || op.kind == gate_kind::ph) {
-        resolve_phase(result, op, where);
-        return result;
-    }
-    if (op.kind == gate_kind::product) {
-        resolve_product(result, op, where);
-        return result;
-    }
-    if (op.is_diagonal() && (op.target_mask() & ~where.mask()) != 0) {
-        resolve_diagonal(result, op, where);
-        return result;
-    }
+step<T> inside_step(const operation<T>& op, const locality& where) {
     operation<T> inner = op;
     for (unsigned int& q : inner.targets) q = where.position_of(q);
     inner.controls = where.inside(op.controls);
-    result.required = op.controls & ~where.mask();
-    result.calls.push_back(gates::prepare(inner, where.bits.size()));
-    return result;
+    return {op.controls & ~where.mask(), gates::prepare(inner, where.bits.size())};
 }
 
+// Factors outside and factors inside are a step each.
+template <class T>
+void add_product(std::vector<step<T>>& to, const operation<T>& op, const locality& where) {
+    operation<T> inside = op;
+    inside.targets.clear();
+    inside.entries.clear();
+    outside_factors<T> outside;
+    for (std::size_t i = 0; i < op.targets.size(); ++i) {
+        const unsigned long bit = index::bit(op.targets[i]);
+        const auto zero = op.entries[2 * i], one = op.entries[2 * i + 1];
+        if ((where.mask() & bit) == 0) {
+            outside.pairs.push_back({bit, zero, one});
+            continue;
+        }
+        inside.targets.push_back(op.targets[i]);
+        inside.entries.insert(inside.entries.end(), {zero, one});
+    }
+    if (!outside.pairs.empty()) {
+        outside.scaling = scaling_call(where.bits.size(), {}, thrust::complex<T>(1, 0));
+        to.push_back({0, std::move(outside)});
+    }
+    if (!inside.targets.empty()) to.push_back(inside_step(inside, where));
+}
+
+template <class T>
+void add_step(std::vector<step<T>>& to, const operation<T>& op, const locality& where) {
+    if (op.kind == gate_kind::product) return add_product(to, op, where);
+    const bool outside = op.is_diagonal() && (op.target_mask() & ~where.mask()) != 0;
+    to.push_back(gates::is_phase(op.kind)              ? phase_step(op, where)
+                 : outside && op.kind == gate_kind::rz ? outside_rz_step(op, where)
+                 : outside                             ? window_step(op, where)
+                                                       : inside_step(op, where));
+}
+
+// Whether an operation may join its neighbours in a diagonal_run.
 template <class T>
 bool joins_runs(const operation<T>& op) {
     return op.kind == gate_kind::rz && op.controls == 0;
 }
 
+// `count` such operations from `from` on.
 template <class T>
-step<T> resolve_run(const operation<T>* const* from, unsigned long count, const locality& where) {
-    auto run = std::make_shared<kernels::diagonal_run<T>>(where.bits.size());
+step<T> run_step(const operation<T>* const* from, unsigned long count, const locality& where) {
+    kernels::diagonal_run<T> run(where.bits.size());
     for (unsigned long i = 0; i < count; ++i) {
         const unsigned target = from[i]->targets[0];
         const auto d0 = from[i]->coefficients[0];
         const auto d1 = from[i]->coefficients[1];
         if ((where.mask() & index::bit(target)) != 0) {
-            run->add_inside(where.position_of(target), d0, d1);
+            run.add_inside(where.position_of(target), d0, d1);
         } else {
-            run->add_outside(index::bit(target), d0, d1);
+            run.add_outside(index::bit(target), d0, d1);
         }
     }
-    step<T> result;
-    result.run_of_diagonals = std::move(run);
-    return result;
+    return {0, std::move(run)};
 }
 
-template bool joins_runs(const operation<float>&);
-template bool joins_runs(const operation<double>&);
-template step<float> resolve_run(const operation<float>* const*, unsigned long, const locality&);
-template step<double> resolve_run(const operation<double>* const*, unsigned long, const locality&);
-template footprint footprint_of(const operation<float>&);
-template footprint footprint_of(const operation<double>&);
-template struct step<float>;
-template struct step<double>;
-template step<float> resolve(const operation<float>&, const locality&);
-template step<double> resolve(const operation<double>&, const locality&);
+}  // namespace
+
+template <class T>
+void step<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
+    std::visit([=](const auto& of_this_kind) { run_work(of_this_kind, buffer, base); }, work);
+}
+
+template <class T>
+std::vector<step<T>> steps_of(const std::vector<const operation<T>*>& operations, const locality& where) {
+    const unsigned long count = operations.size();
+    std::vector<step<T>> steps;
+    for (unsigned long gate = 0; gate < count;) {
+        unsigned long last = gate;
+        if (where.bits.size() >= kernels::diagonal_run<T>::fewest_qubits) {
+            while (last < count && joins_runs(*operations[last])) ++last;
+        }
+        if (last - gate >= 2) {
+            steps.push_back(run_step(operations.data() + gate, last - gate, where));
+            gate = last;
+        } else {
+            add_step(steps, *operations[gate++], where);
+        }
+    }
+    return steps;
+}
+
+#define VELACAMPLIX_INSTANTIATE(T) \
+    template struct step<T>;       \
+    template std::vector<step<T>> steps_of(const std::vector<const operation<T>*>&, const locality&);
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::replay

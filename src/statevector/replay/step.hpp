@@ -4,9 +4,8 @@
 #include "statevector/kernels/diagonal.hpp"
 #include "statevector/kernels/diagonal_run.hpp"
 #include "statevector/kernels/kernel_call.hpp"
-#include "statevector/replay/plan.hpp"
 
-#include <memory>
+#include <variant>
 #include <vector>
 
 namespace velacamplix::replay {
@@ -22,43 +21,39 @@ struct locality {
     unsigned position_of(unsigned bit) const;
 };
 
-// The factors that a diagonal has for a bit outside the buffer.
+// A diagonal gate whose target is outside the buffer: by its bit of the base one call or the other.
 template <class T>
-struct outside_factors {
+struct call_by_bit {
     unsigned long bit;
-    thrust::complex<T> zero, one;
+    std::vector<kernels::kernel_call<T>> calls;  // for 0 and for 1
 };
 
-// A gate prepared for buffers of one locality. A buffer is told apart from the others by its base: the state index of
-// its first amplitude, with zeros at the local bits.
+// Factors for bits outside the buffer, together one factor of the whole buffer.
+template <class T>
+struct outside_factors {
+    struct pair {
+        unsigned long bit;
+        thrust::complex<T> zero, one;
+    };
+    std::vector<pair> pairs;
+    kernels::kernel_call<T> scaling;  // multiplies by 1, in whose place the factor is put
+};
+
+// One gate, or a part or a run of them, prepared for buffers of one locality. A buffer is told apart from the others by
+// its base: the state index of its first amplitude, with zeros at the local bits.
 template <class T>
 struct step {
-    unsigned long required = 0;      // the gate acts on buffers whose base has these bits, its controls outside
-    unsigned long variant_mask = 0;  // the target of an RZ outside the buffer: it chooses among the calls
-    std::vector<kernels::kernel_call<T>> calls;
-    std::vector<outside_factors<T>> outside;  // for a product: together they are one factor of the whole buffer
-    kernels::kernel_call<T> scaling;          // multiplies by it
-    // Instead of the above: several gates at once; a diagonal with targets outside.
-    std::shared_ptr<const kernels::diagonal_run<T>> run_of_diagonals;
-    std::shared_ptr<const kernels::diagonal_window<T>> window;
+    unsigned long required = 0;  // acts on buffers whose base has these bits: controls outside
+    std::variant<kernels::kernel_call<T>, call_by_bit<T>, outside_factors<T>, kernels::diagonal_run<T>,
+                 kernels::diagonal_window<T>>
+        work;
 
     bool acts_on(unsigned long base) const { return (base & required) == required; }
     void run(thrust::complex<T>* buffer, unsigned long base) const;
 };
 
+// The steps of gates that act one after another in buffers which hold all their mixing targets.
 template <class T>
-footprint footprint_of(const gates::operation<T>& op);
-
-// Whether an operation may join its neighbours in a diagonal_run.
-template <class T>
-bool joins_runs(const gates::operation<T>& op);
-
-// `count` such operations from `from` on, as one step.
-template <class T>
-step<T> resolve_run(const gates::operation<T>* const* from, unsigned long count, const locality& where);
-
-// All mixing targets of the operation must be local.
-template <class T>
-step<T> resolve(const gates::operation<T>& op, const locality& where);
+std::vector<step<T>> steps_of(const std::vector<const gates::operation<T>*>& operations, const locality& where);
 
 }  // namespace velacamplix::replay

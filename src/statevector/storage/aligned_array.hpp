@@ -4,7 +4,8 @@
 
 namespace velacamplix::storage {
 
-inline constexpr unsigned long alignment = 64;  // one cache line, and the widest vector
+inline constexpr unsigned long line_bytes = 64;  // a cache line
+inline constexpr unsigned long alignment = 64;   // a cache line, and the widest vector
 
 // `count` uninitialised amplitudes, released by aligned_array_delete. The byte count wraps at 64 bits before the
 // memory guard sees it, so an absurd count may pass the guard; it then ends in std::bad_array_new_length.

@@ -4,7 +4,7 @@
 
 #include <complex>
 
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 
 // The matrix of gates on one qubit, in double precision whatever the state's.
 struct one_qubit_unitary {
@@ -42,9 +42,4 @@ decomposition decompose(const one_qubit_unitary& u, double tolerance);
 // What an operation with one target does to it where its controls are 1.
 template <class T>
 one_qubit_unitary matrix_of(const gates::operation<T>& op);
-
-// How far from unitary a matrix given in the precision T may be: some units in the last place.
-template <class T>
-inline constexpr double unitary_tolerance = sizeof(T) == 4 ? 1e-6 : 2e-15;
-
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "statevector/packs/precision.hpp"
+
 #include <velacamplix/amplitude.hpp>
 
 #include <bit>
 #include <cstddef>
-#include <cstdint>
 #include <type_traits>
 #include <utility>
 
@@ -12,7 +13,7 @@
 // widest pack follows from the instruction set the file is compiled for. GCC contracts nothing on these types, so
 // every operation below rounds once.
 
-namespace velacamplix::kernels {
+namespace velacamplix::packs {
 
 #if defined(__AVX512F__)
 inline constexpr std::size_t widest_bytes = 64;
@@ -48,8 +49,7 @@ inline constexpr unsigned lane_bits = static_cast<unsigned>(std::countr_zero(lan
 
 // Bit patterns of a pack, for signs and selections.
 template <class V>
-using bits_of =
-    typename pack_type<std::conditional_t<sizeof(scalar_of<V>) == 8, std::int64_t, std::int32_t>, sizeof(V)>::type;
+using bits_of = typename pack_type<typename precision<scalar_of<V>>::integer, sizeof(V)>::type;
 
 // From and to any address that suits the parts. thrust::complex<double> asks for 16 bytes, which a host's buffer of
 // complex numbers need not have; so nothing here reads or writes an amplitude as such.
@@ -63,6 +63,19 @@ template <class V>
 template <class V>
 [[gnu::always_inline]] inline void store(thrust::complex<scalar_of<V>>* to, V v) {
     __builtin_memcpy(reinterpret_cast<scalar_of<V>*>(to), &v, sizeof(V));
+}
+
+// The same of plain numbers, as probabilities are.
+template <class V>
+[[gnu::always_inline]] inline V load_scalars(const scalar_of<V>* from) {
+    V v;
+    __builtin_memcpy(&v, from, sizeof(V));
+    return v;
+}
+
+template <class V>
+[[gnu::always_inline]] inline void store_scalars(scalar_of<V>* to, V v) {
+    __builtin_memcpy(to, &v, sizeof(V));
 }
 
 // One amplitude, by its parts.
@@ -191,4 +204,4 @@ struct factor {
     [[gnu::always_inline]] V operator*(V v) const { return v * re + swap_parts(v) * im; }
 };
 
-}  // namespace velacamplix::kernels
+}  // namespace velacamplix::packs

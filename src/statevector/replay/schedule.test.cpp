@@ -1,4 +1,4 @@
-#include "statevector/replay/replay.hpp"
+#include "statevector/replay/schedule.hpp"
 
 #include "support/compare.hpp"
 #include "support/precision.hpp"
@@ -21,11 +21,11 @@ template <class T>
 std::vector<gates::operation<T>> random_operations(unsigned int n, unsigned int count) {
     std::mt19937 engine(n);
     const char* const names[] = {"H", "RX", "RY", "RZ", "PH", "T", "CNOT", "SWAP", "CSIGN"};
-    std::vector<gates::operation<T>> operations(count);
-    for (auto& op : operations) {
-        const std::string name = names[engine() % std::size(names)];
+    std::vector<gates::operation<T>> operations;
+    while (operations.size() < count) {
+        const gates::gate_row& row = *gates::find_gate(names[engine() % std::size(names)]);
         const std::vector<T> angle = {T(engine() % 100) / 10};
-        gates::named_operation(op, name, angle, random_qubits(2, n, engine));
+        operations.push_back(gates::named_operation<T>(row, angle, random_qubits(2, n, engine)));
     }
     return operations;
 }
@@ -37,7 +37,12 @@ template <class T>
 Plan plan_of(const replay::schedule<T>& schedule) {
     Plan plan;
     for (const auto& pass : schedule.passes()) {
-        plan.push_back({pass.first, pass.last, pass.done, pass.local, pass.steps.size(), pass.may_stop_after});
+        unsigned long local = 0, steps = 0;
+        if (const auto* const work = std::get_if<replay::chunked<T>>(&pass.work)) {
+            local = work->local;
+            steps = work->steps.size();
+        }
+        plan.push_back({pass.first, pass.last, pass.done, local, steps, pass.may_stop_after});
     }
     return plan;
 }
@@ -96,7 +101,7 @@ TYPED_TEST(schedules, chunks_fit_the_cache_and_leave_every_thread_some) {
     for (const unsigned long cache : cache_sizes) {
         for (const unsigned int n : {12u, 14u, 20u, 30u}) {
             for (const int threads : {1, 2, 8}) {
-                const auto shape = replay::choose_shape<TypeParam>(n, threads, cache);
+                const auto shape = velacamplix::plan::choose_shape<TypeParam>(n, threads, cache);
                 EXPECT_LE(sizeof(thrust::complex<TypeParam>) << shape.local_bits, std::max(cache, 8ul << 10) * 2 / 3);
                 EXPECT_GE(shape.local_bits, shape.run_bits);
                 EXPECT_LE(shape.local_bits, threads > 1 && n >= 20 ? n - 2 : 63);

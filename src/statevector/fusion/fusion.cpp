@@ -1,31 +1,28 @@
-#include "statevector/replay/fusion.hpp"
+#include "statevector/fusion/fusion.hpp"
 
+#include "statevector/fusion/one_qubit_unitary.hpp"
+#include "statevector/fusion/simplify.hpp"
 #include "statevector/index/bits.hpp"
-#include "statevector/replay/one_qubit_unitary.hpp"
-#include "statevector/replay/simplify.hpp"
-#include "statevector/replay/step.hpp"
 
 #include <algorithm>
 
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 namespace {
 
 using gates::gate_kind;
 using gates::operation;
 using complex = std::complex<double>;
 
-unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
-
 // With factors of length 1: others could not be divided by, or divided out again.
 template <class T>
 bool is_phase_on_one_qubit(const operation<T>& op) {
     return op.is_diagonal() && op.kind != gate_kind::product && op.targets.size() == 1 && op.controls == 0 &&
-           matrix_of(op).is_unitary(unitary_tolerance<T>);
+           matrix_of(op).is_unitary(packs::precision<T>::unitary_tolerance);
 }
 
 // The square of what may count as a length of 1.
 template <class T>
-inline constexpr double longest = 1 + 10 * unitary_tolerance<T>;
+inline constexpr double longest = 1 + 10 * packs::precision<T>::unitary_tolerance;
 
 // Of larger matrices the answer would cost more than using it saves.
 constexpr unsigned long largest_matrix_looked_at = 64;
@@ -78,23 +75,23 @@ class diagonal_collector {
 public:
     explicit diagonal_collector(unsigned nbqbits) : held_(nbqbits) {}
 
-    // Appends the group with the diagonals that its gates force out. Before a gate over the whole array each of them is
-    // a group of its own.
-    void collect(gate_group<T> group, std::vector<gate_group<T>>& to) {
+    // Appends the layer with the diagonals that its gates force out. Before a gate over the whole array each of them is
+    // a layer of its own.
+    void collect(fused_layer<T> from, std::vector<fused_layer<T>>& to) {
         std::vector<operation<T>> result;
-        for (operation<T>& op : group.operations) {
+        for (operation<T>& op : from.operations) {
             if (is_phase_on_one_qubit(op)) {
                 hold(op);
                 continue;
             }
-            const unsigned long forced = footprint_of(op).mixed & held_mask_;
-            if (forced != 0) release(forced, group.local, result);
+            const unsigned long forced = plan::footprint_of(op).mixed & held_mask_;
+            if (forced != 0) release(forced, from.local, result);
             result.push_back(std::move(op));
         }
-        if (group.local == 0) {
+        if (from.local == 0) {
             for (operation<T>& op : result) to.push_back({{std::move(op)}, 0});
         } else if (!result.empty()) {
-            to.push_back({std::move(result), group.local});
+            to.push_back({std::move(result), from.local});
         }
     }
 
@@ -123,7 +120,7 @@ private:
     // Before a gate that mixes the qubits `forced`: all that is local goes along when it is much.
     void release(unsigned long forced, unsigned long local, std::vector<operation<T>>& to) {
         const unsigned long along = held_mask_ & local;
-        if (count_bits(along) >= fewest_for_a_product) {
+        if (index::count_bits(along) >= fewest_for_a_product) {
             to.push_back(product_of(along));
             return;
         }
@@ -165,44 +162,41 @@ private:
 }  // namespace
 
 template <class T>
-std::vector<gate_group<T>> fuse(const std::vector<operation<T>>& operations, unsigned long begin, unsigned long end,
-                                unsigned nbqbits, buffer_shape shape) {
+std::vector<fused_layer<T>> fuse(const std::vector<operation<T>>& operations, unsigned long begin, unsigned long end,
+                                 unsigned nbqbits, plan::buffer_shape shape) {
     const auto from = operations.begin() + static_cast<std::ptrdiff_t>(begin);
     const auto to = operations.begin() + static_cast<std::ptrdiff_t>(end);
     // States that become longer may leave the range of numbers in one order of commuting gates and not in another.
     const bool may_be_rewritten = std::all_of(from, to, [](const operation<T>& op) { return never_lengthens(op); });
     const std::vector<operation<T>> list =
         may_be_rewritten ? simplify(operations, begin, end) : std::vector<operation<T>>(from, to);
-    std::vector<footprint> footprints;
-    footprints.reserve(list.size());
-    for (const operation<T>& op : list) footprints.push_back(footprint_of(op));
     diagonal_collector<T> collector(nbqbits);
-    std::vector<gate_group<T>> groups;
-    const exchange allowed = may_be_rewritten ? exchange::up_to_rounding : exchange::exact;
-    deal_out(footprints, nbqbits, shape, allowed, [&](const stretch& part) {
-        gate_group<T> next{{}, part.local};
+    std::vector<fused_layer<T>> layers;
+    const auto allowed = may_be_rewritten ? plan::exchange::up_to_rounding : plan::exchange::exact;
+    plan::deal_out(plan::footprints_of(list), nbqbits, shape, allowed, [&](const plan::layer& part) {
+        fused_layer<T> next{{}, part.local};
         for (const unsigned long gate : part.gates) next.operations.push_back(list[gate]);
         if (may_be_rewritten) {
-            collector.collect(std::move(next), groups);
+            collector.collect(std::move(next), layers);
         } else {
-            groups.push_back(std::move(next));
+            layers.push_back(std::move(next));
         }
         return true;
     });
     operation<T> rest = collector.rest();
     if (!rest.targets.empty()) {
-        if (groups.empty() || groups.back().local == 0) {
+        if (layers.empty() || layers.back().local == 0) {
             const unsigned places = std::min(shape.local_bits, nbqbits);
-            groups.push_back({{}, fill_up(0, nbqbits, places)});
+            layers.push_back({{}, plan::fill_up(0, nbqbits, places)});
         }
-        groups.back().operations.push_back(std::move(rest));
+        layers.back().operations.push_back(std::move(rest));
     }
-    return groups;
+    return layers;
 }
 
-template std::vector<gate_group<float>> fuse(const std::vector<operation<float>>&, unsigned long, unsigned long,
-                                             unsigned, buffer_shape);
-template std::vector<gate_group<double>> fuse(const std::vector<operation<double>>&, unsigned long, unsigned long,
-                                              unsigned, buffer_shape);
+template std::vector<fused_layer<float>> fuse(const std::vector<operation<float>>&, unsigned long, unsigned long,
+                                              unsigned, plan::buffer_shape);
+template std::vector<fused_layer<double>> fuse(const std::vector<operation<double>>&, unsigned long, unsigned long,
+                                               unsigned, plan::buffer_shape);
 
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion

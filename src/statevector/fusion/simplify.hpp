@@ -4,7 +4,7 @@
 
 #include <vector>
 
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 
 // Rewrites a list of gates into one that does the same up to rounding with less work. Neighbouring gates on one qubit
 // become one, written as a diagonal, a rotation with few products, and a diagonal; diagonals wait as long as nothing
@@ -13,4 +13,4 @@ template <class T>
 std::vector<gates::operation<T>> simplify(const std::vector<gates::operation<T>>& operations, unsigned long begin,
                                           unsigned long end);
 
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "statevector/plan/buffer_shape.hpp"
 #include "statevector/replay/pass.hpp"
 #include "statevector/storage/parallel.hpp"
 
@@ -19,11 +20,11 @@ class schedule {
 public:
     // The hook hears of 0 gates now and then; when it stops, the schedule remains incomplete and must not be run.
     schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false,
-             unsigned long cache_bytes = first_level_cache_bytes(), const run_hook& hook = {});
+             unsigned long cache_bytes = plan::first_level_cache_bytes(), const run_hook& hook = {});
 
     // Between passes the hook hears how many gates have acted and how many there are; false ends the run as soon as the
     // state is that of a prefix of the list: without fusion the gates that a later one has overtaken are applied first,
-    // with fusion the stretch is finished. Returns the length of the prefix.
+    // with fusion the batch is finished. Returns the length of the prefix.
     // `operations` are those of the constructor.
     unsigned long run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
                       const run_hook& hook = {});
@@ -32,14 +33,13 @@ public:
     void outdate(unsigned long gate);
 
     bool is_complete() const { return complete; }
-    const std::vector<chunk_pass<T>>& passes() const { return all_passes; }
+    const std::vector<pass<T>>& passes() const { return all_passes; }
     bool fits(unsigned for_qubits, int for_threads) const {
         return nbqbits == for_qubits && team == storage::team_size(for_threads);
     }
 
 private:
-    void renew(chunk_pass<T>& pass, const std::vector<gates::operation<T>>& operations);
-    void run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state);
+    void run_pass(const pass<T>& next, thrust::complex<T>* state);
     unsigned long buffers_size() const;
     unsigned long complete_prefix(const std::vector<gates::operation<T>>& operations, std::size_t passes_run,
                                   thrust::complex<T>* state);
@@ -48,13 +48,15 @@ private:
     int team;
     unsigned long gate_count;
     bool complete = true;
-    std::vector<chunk_pass<T>> all_passes;
+    std::vector<pass<T>> all_passes;
     std::vector<std::size_t> pass_of;      // every gate, made when first needed
     pbamplix::amplitude_array<T> buffers;  // a chunk for every body of a pass, allocated by the first run
 };
 
-// Below this many qubits a state fits in the first-level cache, and what a plan costs is not won back in one run.
+// Below this many qubits a state, of less than 64 KiB, is near the first-level cache's size, and what a plan costs is
+// not won back in one run.
 template <class T>
-inline constexpr unsigned fewest_qubits_worth_planning = sizeof(T) == 4 ? 13 : 12;
+inline constexpr unsigned fewest_qubits_worth_planning =
+    static_cast<unsigned>(std::countr_zero((64ul << 10) / sizeof(thrust::complex<T>)));
 
 }  // namespace velacamplix::replay

@@ -1,4 +1,4 @@
-#include "statevector/replay/replay.hpp"
+#include "statevector/replay/schedule.hpp"
 
 #include "statevector/index/bits.hpp"
 #include "statevector/storage/aligned_array.hpp"
@@ -18,19 +18,22 @@ schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsign
     planning_hook go_on;
     if (hook) go_on = [&] { return complete = hook(0, gate_count); };
     all_passes = fused ? make_fused_passes(operations, qubits, go_on)
-                       : make_passes(operations, qubits, choose_shape<T>(qubits, team, cache_bytes), go_on);
+                       : make_passes(operations, qubits, plan::choose_shape<T>(qubits, team, cache_bytes), go_on);
 }
 
 template <class T>
-void schedule<T>::run_pass(const chunk_pass<T>& pass, thrust::complex<T>* state) {
-    if (pass.local == 0) {
-        kernels::run_parallel(pass.whole_array, state, team);
-        return;
+void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state) {
+    if (const auto* const whole = std::get_if<whole_array<T>>(&next.work)) {
+        kernels::run_parallel(whole->call, state, team);
+    } else if (const auto* const small = std::get_if<in_place<T>>(&next.work)) {
+        run_steps(*small, state);
+    } else {
+        const chunked<T>& work = std::get<chunked<T>>(next.work);
+        const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
+            run_chunks(work, state, nbqbits, begin, end, buffers.get() + work.chunk_size() * lease);
+        };
+        storage::parallel_leases(work.chunk_count(nbqbits), sizeof(thrust::complex<T>) << nbqbits, team, body);
     }
-    const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
-        run_chunks(pass, state, nbqbits, begin, end, buffers.get() + pass.chunk_size() * lease);
-    };
-    storage::parallel_leases(pass.chunk_count(nbqbits), sizeof(thrust::complex<T>) << nbqbits, team, body);
 }
 
 // Amplitudes that the buffers of any one pass take together. Never more than the state has.
@@ -38,9 +41,10 @@ template <class T>
 unsigned long schedule<T>::buffers_size() const {
     const unsigned long bytes = sizeof(thrust::complex<T>) << nbqbits;
     unsigned long size = 0;
-    for (const chunk_pass<T>& pass : all_passes) {
-        if (pass.chunk_size() == 0) continue;
-        size = std::max(size, pass.chunk_size() * storage::most_bodies(pass.chunk_count(nbqbits), bytes, team));
+    for (const pass<T>& p : all_passes) {
+        if (const auto* const work = std::get_if<chunked<T>>(&p.work)) {
+            size = std::max(size, work->chunk_size() * storage::most_bodies(work->chunk_count(nbqbits), bytes, team));
+        }
     }
     return size;
 }
@@ -70,16 +74,16 @@ unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operation
                                const run_hook& hook) {
     // All the memory it takes before the first gate acts.
     if (buffers == nullptr && buffers_size() != 0) buffers = storage::make_amplitudes<T>(buffers_size());
-    for (chunk_pass<T>& pass : all_passes) {
-        if (pass.is_outdated) renew(pass, operations);
+    for (pass<T>& p : all_passes) {
+        if (p.is_outdated) renew(p, operations, nbqbits);
     }
     bool stopping = false;
     for (std::size_t i = 0; i < all_passes.size(); ++i) {
-        const chunk_pass<T>& pass = all_passes[i];
-        run_pass(pass, state);
-        if (hook && !stopping) stopping = !hook(pass.done, gate_count);
-        if (!stopping || !pass.may_stop_after) continue;
-        if (pass.gates.empty()) return pass.done;
+        const pass<T>& next = all_passes[i];
+        run_pass(next, state);
+        if (hook && !stopping) stopping = !hook(next.done, gate_count);
+        if (!stopping || !next.may_stop_after) continue;
+        if (next.gates.empty()) return next.done;  // the end of a fused batch, in which no gate waits
         try {
             return complete_prefix(operations, i + 1, state);
         } catch (const std::bad_alloc&) {
@@ -98,17 +102,6 @@ void schedule<T>::outdate(unsigned long gate) {
         }
     }
     all_passes[pass_of[gate]].is_outdated = true;
-}
-
-// Resolves the gates of a pass anew; which gates it holds and where stays.
-template <class T>
-void schedule<T>::renew(chunk_pass<T>& pass, const std::vector<gates::operation<T>>& operations) {
-    chunk_pass<T> renewed = make_pass(operations, {pass.gates, pass.local}, nbqbits);
-    renewed.gates = std::move(pass.gates);
-    renewed.first = pass.first;
-    renewed.last = pass.last;
-    renewed.done = pass.done;
-    pass = std::move(renewed);
 }
 
 template class schedule<float>;

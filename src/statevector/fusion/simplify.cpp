@@ -1,11 +1,9 @@
-#include "statevector/replay/simplify.hpp"
+#include "statevector/fusion/simplify.hpp"
 
+#include "statevector/fusion/one_qubit_unitary.hpp"
 #include "statevector/index/bits.hpp"
-#include "statevector/replay/one_qubit_unitary.hpp"
 
-#include <limits>
-
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 namespace {
 
 using gates::gate_kind;
@@ -24,7 +22,7 @@ public:
     void add(const operation<T>& op) {
         if (op.targets.size() == 1 && op.controls == 0) {
             const one_qubit_unitary u = matrix_of(op);
-            if (u.is_unitary(unitary_tolerance<T>)) {
+            if (u.is_unitary(packs::precision<T>::unitary_tolerance)) {
                 one_qubit_unitary& waiting = at(op.targets[0]).waiting;
                 waiting = u.after(waiting);
                 return;
@@ -51,7 +49,7 @@ public:
     }
 
 private:
-    static constexpr double tolerance = sizeof(T) == 4 ? 1e-7 : 4 * std::numeric_limits<double>::epsilon();
+    static constexpr double tolerance = packs::precision<T>::equal_coefficients;
     static constexpr long none = -1;
 
     struct qubit {
@@ -172,4 +170,4 @@ std::vector<operation<T>> simplify(const std::vector<operation<T>>& operations, 
 template std::vector<operation<float>> simplify(const std::vector<operation<float>>&, unsigned long, unsigned long);
 template std::vector<operation<double>> simplify(const std::vector<operation<double>>&, unsigned long, unsigned long);
 
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion

@@ -1,15 +1,13 @@
-#include "statevector/replay/plan.hpp"
+#include "statevector/plan/layers.hpp"
 
 #include "statevector/index/bits.hpp"
 
 #include <algorithm>
 
-namespace velacamplix::replay {
+namespace velacamplix::plan {
 namespace {
 
-unsigned count_bits(unsigned long mask) { return static_cast<unsigned>(std::popcount(mask)); }
-
-// The gates that a stretch leaves behind.
+// The gates that a layer leaves behind.
 class left_behind {
 public:
     explicit left_behind(exchange allowed) : allowed_(allowed) {}
@@ -31,13 +29,13 @@ private:
     bool only_moves_ = true;
 };
 
-// A stretch gives up looking for gates when it has left so many behind: planning stays linear in the number of gates.
+// A layer gives up looking for gates when it has left so many behind: planning stays linear in the number of gates.
 constexpr std::size_t most_left_behind = 128;
 
 }  // namespace
 
 unsigned long fill_up(unsigned long local, unsigned nbqbits, unsigned wanted) {
-    while (count_bits(local) < wanted) {
+    while (index::count_bits(local) < wanted) {
         const unsigned long free_bits = index::low_bits(nbqbits) & ~local;
         local |= free_bits & -free_bits;
     }
@@ -56,11 +54,11 @@ public:
 
     bool is_done() const { return waiting_.empty() && fresh_ == gates_.size(); }
 
-    // The next stretch: the first choice takes local bits as the gates come. Where a gate then found no place, one with
+    // The next layer: the first choice takes local bits as the gates come. Where a gate then found no place, one with
     // its bits reserved is tried, and so on while that brings in more gates.
-    stretch next(unsigned nbqbits) {
+    layer next(unsigned nbqbits) {
         attempt best = take(always_);
-        while (best.refused != 0 && count_bits(best.reserved | best.refused) <= places_) {
+        while (best.refused != 0 && index::count_bits(best.reserved | best.refused) <= places_) {
             attempt other = take(best.reserved | best.refused);
             if (other.gates.size() <= best.gates.size()) break;
             best = std::move(other);
@@ -90,7 +88,7 @@ private:
         const auto offer = [&](unsigned long gate) {
             const footprint& f = gates_[gate];
             const bool free = behind.may_be_overtaken_by(f);
-            if (free && count_bits(result.local | f.mixed) <= places_) {
+            if (free && index::count_bits(result.local | f.mixed) <= places_) {
                 result.local |= f.mixed;
                 result.gates.push_back(gate);
                 return;
@@ -115,10 +113,10 @@ private:
 }  // namespace
 
 void deal_out(const std::vector<footprint>& gates, unsigned nbqbits, buffer_shape shape, exchange allowed,
-              const std::function<bool(stretch)>& take) {
+              const std::function<bool(layer)>& take) {
     dealer deal(gates, nbqbits, shape, allowed);
     while (!deal.is_done() && take(deal.next(nbqbits))) {
     }
 }
 
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::plan

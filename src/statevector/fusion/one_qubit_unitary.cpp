@@ -1,8 +1,8 @@
-#include "statevector/replay/one_qubit_unitary.hpp"
+#include "statevector/fusion/one_qubit_unitary.hpp"
 
 #include <algorithm>
 
-namespace velacamplix::replay {
+namespace velacamplix::fusion {
 namespace {
 
 using complex = std::complex<double>;
@@ -110,9 +110,10 @@ one_qubit_unitary matrix_of(const gates::operation<T>& op) {
         const thrust::complex<T> m = columns[column][row];
         return complex(static_cast<double>(m.real()), static_cast<double>(m.imag()));
     };
-    // The sine or cosine of a multiple of pi/2 in double precision is 6e-17 or more where it should be zero. What is
-    // smaller stands there for a reason.
-    const auto from = [](complex m) { return sizeof(T) == 8 && std::abs(m) >= 6e-17 ? 1 : std::abs(m); };
+    // What is smaller than a rounded sine stands there for a reason.
+    const auto from = [](complex m) {
+        return std::abs(m) >= packs::precision<T>::least_rounded_sine ? 1 : std::abs(m);
+    };
     const complex m00 = entry(0, 0), m01 = entry(0, 1), m10 = entry(1, 0), m11 = entry(1, 1);
     return {m00, m01, m10, m11, from(m00), from(m01), from(m10), from(m11)};
 }
@@ -120,4 +121,4 @@ one_qubit_unitary matrix_of(const gates::operation<T>& op) {
 template one_qubit_unitary matrix_of(const gates::operation<float>&);
 template one_qubit_unitary matrix_of(const gates::operation<double>&);
 
-}  // namespace velacamplix::replay
+}  // namespace velacamplix::fusion

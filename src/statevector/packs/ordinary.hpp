@@ -1,6 +1,6 @@
 #pragma once
 
-#include "statevector/kernels/pack.hpp"
+#include "statevector/packs/pack.hpp"
 
 #if defined(__SSE2__)
 #include <immintrin.h>
@@ -10,7 +10,7 @@
 // comparison to a branch, so this one question is put in the processor's own words; elsewhere it goes unasked, which
 // only costs time.
 
-namespace velacamplix::kernels {
+namespace velacamplix::packs {
 
 #if defined(__AVX512DQ__)
 
@@ -62,4 +62,4 @@ template <class V>
     return false;
 }
 
-}  // namespace velacamplix::kernels
+}  // namespace velacamplix::packs
