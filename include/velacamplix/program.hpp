@@ -96,6 +96,14 @@ public:
     // The state may have more qubits than the program.
     unsigned long run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook = {});
 
+    // The same of the gates first_gate ... last_gate - 1 alone; the hook and what is returned count these. The parts of
+    // a program, run one after another, give bit for bit what the whole gives. With fusion each part is a list of its
+    // own: its bits are those of a program that has no other gates, and together the parts agree with the whole up to
+    // rounding. The plans of the last eight parts are kept, beside that of the whole. Throws std::invalid_argument
+    // unless first_gate <= last_gate <= size().
+    unsigned long run(PybindAmplixStateVectorCPU<T>& state, unsigned long first_gate, unsigned long last_gate,
+                      const progress_hook& hook = {});
+
 private:
     // Hidden here, where every compiler looks: its members have no place among the shared library's symbols.
     struct [[gnu::visibility("hidden")]] implementation;

@@ -52,8 +52,9 @@ public:
     }
 
     // Applies every gate to `state`, one call each.
-    void apply(StateVector<T>& state, unsigned long count) const {
-        for (unsigned long i = 0; i < count; ++i) gates_[i](state);
+    void apply(StateVector<T>& state, unsigned long count) const { apply(state, 0, count); }
+    void apply(StateVector<T>& state, unsigned long first, unsigned long last) const {
+        for (unsigned long i = first; i < last; ++i) gates_[i](state);
     }
 
     pbamplix::cpu::program<T> list;

@@ -150,6 +150,22 @@ TYPED_TEST(program_arguments, include_a_state_that_holds_the_programs_qubits) {
               "was refused");
 }
 
+TYPED_TEST(program_arguments, for_a_part_are_a_range_of_its_gates) {
+    program<TypeParam> list(2);
+    for (int gate = 0; gate < 5; ++gate) list.add_gate("X", {}, {0});
+    StateVector<TypeParam> state(2);
+    state.reset();
+    EXPECT_EQ(refusal_of([&] { list.run(state, 3, 2); }), "The program has 5 gates, not those from 3 up to 2");
+    EXPECT_EQ(refusal_of([&] { list.run(state, 0, 6); }), "The program has 5 gates, not those from 0 up to 6");
+    EXPECT_EQ(refusal_of([&] { list.run(state, 6, 6); }), "The program has 5 gates, not those from 6 up to 6");
+    EXPECT_EQ(refusal_of([&] { list.run(state, ~0ul, 1); }),
+              "The program has 5 gates, not those from 18446744073709551615 up to 1");
+    EXPECT_EQ(state.amplitudes[0], C<TypeParam>(1)) << "what was refused has done nothing";
+    EXPECT_EQ(list.run(state, 5, 5), 0u);
+    EXPECT_EQ(list.run(state, 4, 5), 1u);
+    EXPECT_EQ(state.amplitudes[1], C<TypeParam>(1));
+}
+
 TYPED_TEST(program_arguments, of_a_program_moved_from_are_refused) {
     program<TypeParam> list(3);
     list.add_gate("X", {}, {2});
@@ -168,6 +184,7 @@ TYPED_TEST(program_arguments, of_a_program_moved_from_are_refused) {
     EXPECT_EQ(refusal_of([&] { list.clear(); }), expected);
     EXPECT_EQ(refusal_of([&] { list.plan(3, 1); }), expected);
     EXPECT_EQ(refusal_of([&] { list.run(state); }), expected);
+    EXPECT_EQ(refusal_of([&] { list.run(state, 0, 0); }), expected);
     EXPECT_EQ(taken.run(state), 1u);
     list = std::move(taken);
     EXPECT_EQ(list.run(state), 1u) << "assigned to, it is a program again";
