@@ -69,10 +69,12 @@ public:
     void add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                       const std::vector<unsigned int>& controls = {});
 
-    // Gives gate `gate` (0 = first), an RX, RY, RZ or PH, another angle. A plan already made stands, unless fusion is
-    // on. Throws std::out_of_range past the last gate, std::invalid_argument for a gate without an angle or another
-    // number of angles than one.
+    // Gives gate `gate` (0 = first) other angles. A plan already made stands, unless fusion is on. Throws
+    // std::out_of_range past the last gate, std::invalid_argument for a gate without angles or another number of angles
+    // than it takes.
     void set_params(unsigned long gate, const std::vector<double>& params);
+    // How many it takes. Throws std::out_of_range past the last gate.
+    unsigned int angle_count(unsigned long gate) const;
 
     // Fusion, off unless asked for, rewrites the list before it is cut into passes: neighbouring gates on one qubit
     // become one, diagonal gates are collected, and commuting gates change places. Results then agree with the exact

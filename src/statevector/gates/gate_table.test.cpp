@@ -33,8 +33,7 @@ template <class T>
 std::vector<reference::State<T>> matrix_of(const gate_row& row) {
     const unsigned int n = row.controls + row.targets;
     pbamplix::cpu::program<T> list(n);
-    list.add_gate(std::string(row.name), row.angle ? std::vector<double>{double(angle<T>)} : std::vector<double>{},
-                  qubits_of(row));
+    list.add_gate(std::string(row.name), std::vector<double>(row.angles, double(angle<T>)), qubits_of(row));
     std::vector<reference::State<T>> columns;
     for (unsigned long column = 0; column < 1ul << n; ++column) {
         reference::State<T> basis(1ul << n);

@@ -142,9 +142,8 @@ void program<T>::add_gate(const std::string& name, const std::vector<double>& pa
     implementation& content = content_of(self);
     const gates::gate_row* const row = gates::find_gate(name);
     if (row == nullptr) refuse("Gate " + name + " is not known to a program");
-    const unsigned angles = row->angle ? 1 : 0;
-    if (params.size() != angles) {
-        refuse("Gate " + name + " takes " + counted(angles, "angle") + ", not " + std::to_string(params.size()));
+    if (params.size() != row->angles) {
+        refuse("Gate " + name + " takes " + counted(row->angles, "angle") + ", not " + std::to_string(params.size()));
     }
     const unsigned wanted = row->controls + row->targets;
     if (qubits.size() != wanted) {
@@ -179,13 +178,19 @@ void program<T>::set_params(unsigned long gate, const std::vector<double>& param
     const auto refuse_this = [&](const std::string& why) {
         refuse("Gate " + std::to_string(gate) + ", " + gates::name_of(op.kind) + ", takes " + why);
     };
-    if (!gates::takes_angle(op.kind)) refuse_this("no angle");
-    if (params.size() != 1) refuse_this("1 angle, not " + std::to_string(params.size()));
+    const unsigned angles = gates::angles_of(op.kind);
+    if (angles == 0) refuse_this("no angle");
+    if (params.size() != angles) refuse_this(counted(angles, "angle") + ", not " + std::to_string(params.size()));
     if (content.fusion) content.ranges.remove_if([=](const auto& range) { return range.contains(gate); });
     for (auto& range : content.ranges) {  // first: they may lack memory
         if (range.contains(gate)) range.schedule.outdate(gate - range.first);
     }
-    gates::set_angle(op, params[0]);
+    gates::set_angles(op, params);
+}
+
+template <class T>
+unsigned int program<T>::angle_count(unsigned long gate) const {
+    return gates::angles_of(content_of(self).operations.at(gate).kind);
 }
 
 template <class T>

@@ -245,7 +245,9 @@ TYPED_TEST(program_run, in_two_parts_gives_the_bits_of_the_whole) {
         const auto start = random_state<TypeParam>(n, Values::ordinary, n);
         const unsigned int gates = 50;
         Recorder<TypeParam> recorder(n, 7 * n);
-        for (unsigned int gate = 0; gate < gates; ++gate) recorder.random_gate();
+        for (unsigned int gate = 0; gate < gates; ++gate) {
+            gate % 2 == 0 ? recorder.moving_gate() : recorder.random_gate();
+        }
         for (const int threads : {1, 3}) {
             const auto& passes = recorder.list.plan(n, threads).passes;
             for (std::size_t i = 1; i < passes.size(); ++i) {
@@ -630,8 +632,8 @@ TYPED_TEST(fused_run, of_every_pair_of_gates_agrees_up_to_rounding) {
     const auto names = names_of_gates([](const gate_row& row) { return row.controls + row.targets <= 2; });
     const auto start = random_state<TypeParam>(3, Values::ordinary);
     const auto add = [](program<TypeParam>& list, const std::string& name, unsigned int q, TypeParam angle) {
-        const bool turned = velacamplix::gates::find_gate(name)->angle;
-        list.add_gate(name, turned ? std::vector<double>{static_cast<double>(angle)} : std::vector<double>{},
+        list.add_gate(name,
+                      std::vector<double>(velacamplix::gates::find_gate(name)->angles, static_cast<double>(angle)),
                       qubits_of(name) == 2 ? Qubits{q, (q + 1) % 3} : Qubits{q});
     };
     const TypeParam pi = TypeParam(3.14159265358979323846);

@@ -190,7 +190,7 @@ void need_class() {
     base.resize(2);
     base.reset();
     gates.set_fusion(true);
-    needed += gates.run(object, 1, 2) == 1;
+    needed += gates.run(object, 1, 2) == 1 && gates.angle_count(0) == 1;
     needed += gates.fusion();
     gates.set_fusion(false);
     program<T> moved = std::move(gates);
