@@ -52,6 +52,10 @@ public:
     program(program&&) noexcept;
     program& operator=(program&&) noexcept;
 
+    // The same gates and the same choice of fusion, without plans: one for another thread. Entries of diagonals are
+    // shared.
+    program copy() const;
+
     // Appends a named gate: X Y Z H S T ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), CNOT and
     // CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits). Every gate takes further
     // controls. Throws std::invalid_argument for another name.

@@ -137,6 +137,15 @@ template <class T>
 program<T>& program<T>::operator=(program&&) noexcept = default;
 
 template <class T>
+program<T> program<T>::copy() const {
+    const implementation& content = content_of(self);
+    program<T> other(content.nqubits);
+    other.self->operations = content.operations;
+    other.self->fusion = content.fusion;
+    return other;
+}
+
+template <class T>
 void program<T>::add_gate(const std::string& name, const std::vector<double>& params,
                           const std::vector<unsigned int>& qubits, const std::vector<unsigned int>& controls) {
     implementation& content = content_of(self);

@@ -197,6 +197,10 @@ void need_class() {
     program<T> moved_again(1);
     moved_again = std::move(moved);
     needed += moved_again.run(object) == 3;
+    std::vector<program<T>> programs;
+    programs.push_back(moved_again.copy());
+    const batch_result<T> taken = [](unsigned long, state&) {};
+    needed += run_batch(programs, taken) == 1 && run_batch(programs[0], {0}, {{1.0}, {2.0}}, taken) == 2;
     moved_again.clear();
 
     pbamplix::PybindAmplixWCircuit<T> circuit(1);
