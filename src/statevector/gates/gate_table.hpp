@@ -33,6 +33,7 @@ enum class gate_kind : unsigned char {
     swap,
     iswap,
     sqrt_swap,
+    sx,
     // Given by their numbers.
     matrix1,   // mixes one target
     matrix2,   // mixes two
@@ -89,6 +90,8 @@ inline constexpr auto gate_table = [] {
         tagged<GateSQRTSWAP>   {{"SQRTSWAP", gate_kind::sqrt_swap, 0, 2, 0, no,  no,  no,  no}},
         tagged<GateZtoY>       {{"ZtoY",     gate_kind::z_to_y,    0, 1, 0, no,  no,  no,  no}},
         tagged<GateYtoZ>       {{"YtoZ",     gate_kind::y_to_z,    0, 1, 0, no,  no,  no,  no}},
+        // The state vector has no members for those below.
+        tagged<GateSX>         {{"SX",       gate_kind::sx,        0, 1, 0, no,  no,  no,  no}},
     };
     // clang-format on
 }();

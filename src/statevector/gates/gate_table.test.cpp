@@ -101,7 +101,9 @@ TYPED_TEST(gate_table, gives_every_gate_the_matrix_of_the_reference) {
         for (unsigned long c = 0; c < columns.size(); ++c) {
             reference::State<TypeParam> expected(columns.size());
             expected[c].re = 1;
-            reference::apply<TypeParam>(expected, {std::string(row.name), qubits_of(row), angle<TypeParam>, {}});
+            reference::apply<TypeParam>(
+                expected,
+                {std::string(row.name), qubits_of(row), angle<TypeParam>, {}, angle<TypeParam>, angle<TypeParam>});
             for (unsigned long r = 0; r < columns.size(); ++r) {
                 EXPECT_NEAR(columns[c][r].re, expected[r].re, 1e-6) << row.name << " row " << r << " column " << c;
                 EXPECT_NEAR(columns[c][r].im, expected[r].im, 1e-6) << row.name << " row " << r << " column " << c;
