@@ -57,8 +57,8 @@ public:
     program copy() const;
 
     // Appends a named gate: X Y Z H S T SX ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), CNOT
-    // and CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits). Every gate takes
-    // further controls. Throws std::invalid_argument for another name.
+    // and CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits), RZZ (two qubits, one
+    // angle). Every gate takes further controls. Throws std::invalid_argument for another name.
     void add_gate(const std::string& name, const std::vector<double>& params, const std::vector<unsigned int>& qubits,
                   const std::vector<unsigned int>& controls = {});
 

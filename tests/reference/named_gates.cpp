@@ -49,7 +49,9 @@ void apply_matrix(State<T>& state, const std::vector<Complex<T>>& matrix, const 
 using Entry = std::complex<double>;
 
 // Of gates without a member.
-std::vector<Entry> entries_of(const std::string& name, double, double, double) {
+std::vector<Entry> entries_of(const std::string& name, double angle, double, double) {
+    const double c = std::cos(angle / 2), s = std::sin(angle / 2);
+    if (name == "RZZ") return {{c, -s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, -s}};
     if (name == "SX") return {{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}};
     return {};
 }

@@ -84,6 +84,15 @@ struct coefficients_of<kernels::GateRZ> {
     }
 };
 
+// exp(-i angle/2) where the two qubits agree, exp(i angle/2) where they differ.
+template <>
+struct coefficients_of<kernels::GateRZZ> {
+    coefficients<double> operator()(double angle) const {
+        const auto [s, c] = sincos_of(angle * 0.5);
+        return {{{c, -s}, {c, s}}};
+    }
+};
+
 // exp(i angle)
 template <>
 struct coefficients_of<kernels::GatePhase> {

@@ -50,6 +50,10 @@ bool is_phase(gate_kind kind);
 template <class T>
 kernels::kernel_call<T> phase_call(const operation<T>& op, unsigned long nbqbits, kernels::condition where);
 
+// Whether a gate multiplies by its first coefficient where an even number of its targets, one or two, read 1, and by
+// its second where it is odd.
+constexpr bool is_parity(gate_kind kind) { return kind == gate_kind::rz || kind == gate_kind::rzz; }
+
 // A gate given as a matrix, treated as the state vector's matrix members treat it: an exactly diagonal one becomes a
 // diagonal (std::runtime_error if it has no controls and more than 256 entries), any other a dense gate.
 template <class T>

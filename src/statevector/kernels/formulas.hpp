@@ -273,6 +273,20 @@ struct formula<GateSQRTSWAP, V> : leaves_00_and_11 {
     }
 };
 
+// diag(d0, d1, d1, d0)
+struct GateRZZ {};
+template <class V>
+struct formula<GateRZZ, V> {
+    factor<V> even, odd;
+    explicit formula(const thrust::complex<scalar_of<V>>* d) : even(d[0]), odd(d[1]) {}
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
+        a = even * a;
+        b = odd * b;
+        c = odd * c;
+        d = even * d;
+    }
+};
+
 template <class V>
 struct formula<GateHH, V> {
     factor<V> half{thrust::complex<scalar_of<V>>(scalar_of<V>(0.5), 0)};
@@ -349,7 +363,8 @@ private:
 };
 
 // _Gate2QB<true> is not among them: its entries stand in a table, and it is asked for by a function of its own.
-#define VELACAMPLIX_QUAD_GATES(each) \
-    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateHH) each(GateZtoYZtoYConj) each(GateYtoZYtoZConj)
+#define VELACAMPLIX_QUAD_GATES(each)                                                                    \
+    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateHH) each(GateZtoYZtoYConj) \
+        each(GateYtoZYtoZConj)
 
 }  // namespace velacamplix::kernels
