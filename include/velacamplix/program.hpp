@@ -52,9 +52,13 @@ public:
     program(program&&) noexcept;
     program& operator=(program&&) noexcept;
 
-    // Appends a named gate: X Y Z H S T ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), CNOT and
-    // CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits). Every gate takes further
-    // controls. Throws std::invalid_argument for another name.
+    // The same gates and the same choice of fusion, without plans: one for another thread. Entries of diagonals are
+    // shared.
+    program copy() const;
+
+    // Appends a named gate: X Y Z H S T SX ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), CNOT
+    // and CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits), RZZ (two qubits, one
+    // angle). Every gate takes further controls. Throws std::invalid_argument for another name.
     void add_gate(const std::string& name, const std::vector<double>& params, const std::vector<unsigned int>& qubits,
                   const std::vector<unsigned int>& controls = {});
 
@@ -69,10 +73,12 @@ public:
     void add_diagonal(const std::vector<thrust::complex<T>>& diagonal, const std::vector<unsigned int>& qubits,
                       const std::vector<unsigned int>& controls = {});
 
-    // Gives gate `gate` (0 = first), an RX, RY, RZ or PH, another angle. A plan already made stands, unless fusion is
-    // on. Throws std::out_of_range past the last gate, std::invalid_argument for a gate without an angle or another
-    // number of angles than one.
+    // Gives gate `gate` (0 = first) other angles. A plan already made stands, unless fusion is on. Throws
+    // std::out_of_range past the last gate, std::invalid_argument for a gate without angles or another number of angles
+    // than it takes.
     void set_params(unsigned long gate, const std::vector<double>& params);
+    // How many it takes. Throws std::out_of_range past the last gate.
+    unsigned int angle_count(unsigned long gate) const;
 
     // Fusion, off unless asked for, rewrites the list before it is cut into passes: neighbouring gates on one qubit
     // become one, diagonal gates are collected, and commuting gates change places. Results then agree with the exact
@@ -95,6 +101,14 @@ public:
     // the hook stopped the run, those of a prefix of the program: gates that waited for a later pass are applied first.
     // The state may have more qubits than the program.
     unsigned long run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook = {});
+
+    // The same of the gates first_gate ... last_gate - 1 alone; the hook and what is returned count these. The parts of
+    // a program, run one after another, give bit for bit what the whole gives. With fusion each part is a list of its
+    // own: its bits are those of a program that has no other gates, and together the parts agree with the whole up to
+    // rounding. The plans of the last eight parts are kept, beside that of the whole. Throws std::invalid_argument
+    // unless first_gate <= last_gate <= size().
+    unsigned long run(PybindAmplixStateVectorCPU<T>& state, unsigned long first_gate, unsigned long last_gate,
+                      const progress_hook& hook = {});
 
 private:
     // Hidden here, where every compiler looks: its members have no place among the shared library's symbols.

@@ -3,6 +3,7 @@
 // Everything a C++ host may use.
 
 #include "amplitude.hpp"
+#include "batch.hpp"
 #include "circuit.hpp"
 #include "index.hpp"
 #include "kernels.hpp"

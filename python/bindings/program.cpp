@@ -133,12 +133,22 @@ std::size_t add(HeldProgram<T>& program, const py::sequence& instructions, const
     return count;
 }
 
-// Gives gates with one angle new ones.
+// Gives gates new angles: those of the first of them, then those of the second, as many as each takes.
 template <class T>
 void set_angles(HeldProgram<T>& program, const std::vector<unsigned long>& gates, const std::vector<double>& angles) {
     const auto turn = program.taken();
-    if (gates.size() != angles.size()) throw std::invalid_argument("there must be one angle per gate");
-    for (std::size_t i = 0; i < gates.size(); ++i) program.list.set_params(gates[i], {angles[i]});
+    std::size_t wanted = 0;
+    for (const unsigned long gate : gates) wanted += program.list.angle_count(gate);
+    if (wanted != angles.size()) {
+        throw std::invalid_argument("the gates take " + std::to_string(wanted) + " angles, not " +
+                                    std::to_string(angles.size()));
+    }
+    auto next = angles.begin();
+    for (const unsigned long gate : gates) {
+        const auto end = next + program.list.angle_count(gate);
+        program.list.set_params(gate, {next, end});
+        next = end;
+    }
 }
 
 // Sweeps over the state, and of every pass: its first gate, the gate behind its last, its local qubits, and the

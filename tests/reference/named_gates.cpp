@@ -6,6 +6,7 @@
 #include "two_qubit.hpp"
 
 #include <cmath>
+#include <complex>
 #include <map>
 #include <stdexcept>
 
@@ -28,7 +29,43 @@ void apply_rotation(State<T>& state, const NamedGate<T>& gate) {
     }
 }
 
+template <class T>
+void apply_matrix(State<T>& state, const std::vector<Complex<T>>& matrix, const Qubits& q, const Qubits& controls) {
+    const std::size_t dim = std::size_t{1} << q.size();
+    bool is_diagonal = true;
+    std::vector<Complex<T>> diagonal;
+    for (std::size_t i = 0; i < dim * dim; ++i) {
+        if (i % (dim + 1) == 0) {
+            diagonal.push_back(matrix[i]);
+        } else if (matrix[i].re != 0 || matrix[i].im != 0) {
+            is_diagonal = false;
+        }
+    }
+    if (is_diagonal) return apply_diagonal(state, q, controls, diagonal);
+    if (q.size() == 1) return apply(OneQubit::Matrix, state, q[0], controls, matrix);
+    apply(TwoQubit::Matrix, state, q[0], q[1], controls, matrix);
+}
+
+using Entry = std::complex<double>;
+
+// Of gates without a member.
+std::vector<Entry> entries_of(const std::string& name, double angle, double, double) {
+    const double c = std::cos(angle / 2), s = std::sin(angle / 2);
+    if (name == "RZZ") return {{c, -s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, -s}};
+    if (name == "SX") return {{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}};
+    return {};
+}
+
 }  // namespace
+
+template <class T>
+std::vector<Complex<T>> matrix_of(const NamedGate<T>& gate) {
+    std::vector<Complex<T>> rounded;
+    for (const Entry& e : entries_of(gate.name, gate.angle, gate.phi, gate.lam)) {
+        rounded.push_back({static_cast<T>(e.real()), static_cast<T>(e.imag())});
+    }
+    return rounded;
+}
 
 template <class T>
 void apply(State<T>& state, const NamedGate<T>& gate) {
@@ -38,7 +75,7 @@ void apply(State<T>& state, const NamedGate<T>& gate) {
     static const std::map<std::string, TwoQubit> pairs = {
         {"SWAP", TwoQubit::SWAP}, {"ISWAP", TwoQubit::ISWAP}, {"SQRTSWAP", TwoQubit::SQRTSWAP}};
 
-    const auto& [name, q, angle, controls] = gate;
+    const auto& [name, q, angle, controls, phi, lam] = gate;
     if (mixing.contains(name)) return apply(mixing.at(name), state, q[0], controls);
     if (turning.contains(name)) return apply(turning.at(name), state, {q[0]}, controls);
     if (pairs.contains(name)) return apply(pairs.at(name), state, q[0], q[1], {});
@@ -51,8 +88,13 @@ void apply(State<T>& state, const NamedGate<T>& gate) {
         sine_and_cosine(angle, factor.im, factor.re);
         return apply(Phase::PH, state, {q[0]}, controls, factor);
     }
-    throw std::logic_error("no such named gate: " + name);
+    const auto matrix = matrix_of(gate);
+    if (matrix.empty()) throw std::logic_error("no such named gate: " + name);
+    apply_matrix(state, matrix, q, controls);
 }
+
+template std::vector<Complex<float>> matrix_of(const NamedGate<float>&);
+template std::vector<Complex<double>> matrix_of(const NamedGate<double>&);
 
 template void apply(State<float>&, const NamedGate<float>&);
 template void apply(State<double>&, const NamedGate<double>&);

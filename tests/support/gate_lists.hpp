@@ -22,10 +22,10 @@ std::vector<std::string> names_of_gates(Wanted wanted) {
 // Those without controls of their own.
 inline std::vector<std::string> plain_gates(unsigned int targets) {
     return names_of_gates(
-        [=](const gate_row& row) { return row.controls == 0 && row.targets == targets && !row.angle; });
+        [=](const gate_row& row) { return row.controls == 0 && row.targets == targets && row.angles == 0; });
 }
-inline std::vector<std::string> gates_with_angle() {
-    return names_of_gates([](const gate_row& row) { return row.angle; });
+inline std::vector<std::string> gates_with_angles() {
+    return names_of_gates([](const gate_row& row) { return row.angles != 0; });
 }
 
 // Controls of its own and targets together.
@@ -37,5 +37,6 @@ inline unsigned int qubits_of(const std::string& name) {
     const gate_row& row = *velacamplix::gates::find_gate(name);
     return row.controls + row.targets;
 }
+inline unsigned int angles_of(const std::string& name) { return velacamplix::gates::find_gate(name)->angles; }
 
 }  // namespace support

@@ -26,18 +26,22 @@ public:
         : list(n), n_(n), engine_(seed), matrices_(matrices) {}
 
     void random_gate() {
-        static const std::vector<std::string> one = plain_gates(1), turned = gates_with_angle(), two = plain_gates(2);
+        static const std::vector<std::string> one = plain_gates(1), turned = gates_with_angles(), two = plain_gates(2);
+        const auto& name_of_turned = [&]() -> const std::string& {
+            const std::string& name = any_of(turned);
+            return qubits_of(name) <= n_ ? name : turned.front();
+        };
         switch (below(n_ > 1 ? 8 : 4)) {
             case 0:
             case 1:
-                named(any_of(one), {});
+                named(any_of(one));
                 break;
             case 2:
             case 3:
-                named(any_of(turned), {angle()});
+                named(name_of_turned());
                 break;
             case 4:
-                exchange(any_of(two));
+                named(any_of(two));
                 break;
             case 5:
                 controlled_not();
@@ -51,9 +55,17 @@ public:
         }
     }
 
+    // One that only moves amplitudes, which others may overtake.
+    void moving_gate() {
+        const Qubits q = random_qubits(std::min(n_, 2u), n_, engine_);
+        if (q.size() == 1 || below(3) == 0) return add("X", {q[0]});
+        add(below(2) == 0 ? "CNOT" : "SWAP", q);
+    }
+
     // Applies every gate to `state`, one call each.
-    void apply(StateVector<T>& state, unsigned long count) const {
-        for (unsigned long i = 0; i < count; ++i) gates_[i](state);
+    void apply(StateVector<T>& state, unsigned long count) const { apply(state, 0, count); }
+    void apply(StateVector<T>& state, unsigned long first, unsigned long last) const {
+        for (unsigned long i = first; i < last; ++i) gates_[i](state);
     }
 
     pbamplix::cpu::program<T> list;
@@ -79,25 +91,24 @@ private:
         return controls;
     }
 
-    void add(const std::string& name, const std::vector<T>& params, const Qubits& q, const Qubits& c = {}) {
-        list.add_gate(name, {params.begin(), params.end()}, q, c);
-        const reference::NamedGate<T> gate{name, q, params.empty() ? T(0) : params[0], c};
-        gates_.push_back([=](StateVector<T>& s) { call(s, gate); });
+    void add(const std::string& name, const Qubits& q, const Qubits& c = {}) {
+        const reference::NamedGate<T> gate{name, q, angle(), c, angle(), angle()};
+        list.add_gate(name, params_of(gate), q, c);
+        gates_.push_back([=](StateVector<T>& s) { call_member(s, gate); });
     }
 
-    void named(const std::string& name, const std::vector<T>& params) {
-        const Qubits q = random_qubits(1, n_, engine_);
-        add(name, params, q, controls_beside(q));
+    // With controls where the member takes some.
+    void named(const std::string& name) {
+        const Qubits q = random_qubits(qubits_of(name), n_, engine_);
+        add(name, q, q.size() == 1 || !has_member(name) ? controls_beside(q) : Qubits{});
     }
-
-    void exchange(const std::string& name) { add(name, {}, random_qubits(2, n_, engine_)); }
 
     void controlled_not() {
         const Qubits q = random_qubits(std::min(n_, 3u), n_, engine_);
         if (q.size() == 3 && below(2) == 0) {
-            add("CCNOT", {}, q);
+            add("CCNOT", q);
         } else {
-            add(below(2) == 0 ? "CSIGN" : "CNOT", {}, {q[0], q[1]});
+            add(below(2) == 0 ? "CSIGN" : "CNOT", {q[0], q[1]});
         }
     }
 

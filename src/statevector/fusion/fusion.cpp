@@ -162,18 +162,16 @@ private:
 }  // namespace
 
 template <class T>
-std::vector<fused_layer<T>> fuse(const std::vector<operation<T>>& operations, unsigned long begin, unsigned long end,
-                                 unsigned nbqbits, plan::buffer_shape shape) {
-    const auto from = operations.begin() + static_cast<std::ptrdiff_t>(begin);
-    const auto to = operations.begin() + static_cast<std::ptrdiff_t>(end);
+std::vector<fused_layer<T>> fuse(std::span<const operation<T>> batch, unsigned nbqbits, plan::buffer_shape shape) {
     // States that become longer may leave the range of numbers in one order of commuting gates and not in another.
-    const bool may_be_rewritten = std::all_of(from, to, [](const operation<T>& op) { return never_lengthens(op); });
+    const bool may_be_rewritten =
+        std::all_of(batch.begin(), batch.end(), [](const operation<T>& op) { return never_lengthens(op); });
     const std::vector<operation<T>> list =
-        may_be_rewritten ? simplify(operations, begin, end) : std::vector<operation<T>>(from, to);
+        may_be_rewritten ? simplify(batch) : std::vector<operation<T>>(batch.begin(), batch.end());
     diagonal_collector<T> collector(nbqbits);
     std::vector<fused_layer<T>> layers;
     const auto allowed = may_be_rewritten ? plan::exchange::up_to_rounding : plan::exchange::exact;
-    plan::deal_out(plan::footprints_of(list), nbqbits, shape, allowed, [&](const plan::layer& part) {
+    plan::deal_out(plan::footprints_of<T>(list), nbqbits, shape, allowed, [&](const plan::layer& part) {
         fused_layer<T> next{{}, part.local};
         for (const unsigned long gate : part.gates) next.operations.push_back(list[gate]);
         if (may_be_rewritten) {
@@ -194,9 +192,7 @@ std::vector<fused_layer<T>> fuse(const std::vector<operation<T>>& operations, un
     return layers;
 }
 
-template std::vector<fused_layer<float>> fuse(const std::vector<operation<float>>&, unsigned long, unsigned long,
-                                              unsigned, plan::buffer_shape);
-template std::vector<fused_layer<double>> fuse(const std::vector<operation<double>>&, unsigned long, unsigned long,
-                                               unsigned, plan::buffer_shape);
+template std::vector<fused_layer<float>> fuse(std::span<const operation<float>>, unsigned, plan::buffer_shape);
+template std::vector<fused_layer<double>> fuse(std::span<const operation<double>>, unsigned, plan::buffer_shape);
 
 }  // namespace velacamplix::fusion

@@ -4,6 +4,7 @@
 #include "statevector/plan/layers.hpp"
 
 #include <algorithm>
+#include <span>
 #include <vector>
 
 namespace velacamplix::fusion {
@@ -19,11 +20,11 @@ struct fused_layer {
 // soon, and long enough to hold most of what can be brought together.
 inline unsigned long batch_length(unsigned nbqbits) { return 16ul * std::max(nbqbits, 4u); }
 
-// The layers that do the same as the gates begin ... end - 1 up to rounding, in as few passes as exchanging commuting
-// gates allows. Phases on single qubits are collected over gates and passes and multiplied in together. Where a gate
-// may make a state longer, the gates stay what they are and in an order that gives the same bits.
+// The layers that do the same as a batch of gates up to rounding, in as few passes as exchanging commuting gates
+// allows. Phases on single qubits are collected over gates and passes and multiplied in together. Where a gate may make
+// a state longer, the gates stay what they are and in an order that gives the same bits.
 template <class T>
-std::vector<fused_layer<T>> fuse(const std::vector<gates::operation<T>>& operations, unsigned long begin,
-                                 unsigned long end, unsigned nbqbits, plan::buffer_shape shape);
+std::vector<fused_layer<T>> fuse(std::span<const gates::operation<T>> batch, unsigned nbqbits,
+                                 plan::buffer_shape shape);
 
 }  // namespace velacamplix::fusion

@@ -159,15 +159,14 @@ private:
 }  // namespace
 
 template <class T>
-std::vector<operation<T>> simplify(const std::vector<operation<T>>& operations, unsigned long begin,
-                                   unsigned long end) {
+std::vector<operation<T>> simplify(std::span<const operation<T>> operations) {
     simplifier<T> worker;
-    for (unsigned long gate = begin; gate < end; ++gate) worker.add(operations[gate]);
+    for (const operation<T>& op : operations) worker.add(op);
     worker.finish();
     return std::move(worker.result);
 }
 
-template std::vector<operation<float>> simplify(const std::vector<operation<float>>&, unsigned long, unsigned long);
-template std::vector<operation<double>> simplify(const std::vector<operation<double>>&, unsigned long, unsigned long);
+template std::vector<operation<float>> simplify(std::span<const operation<float>>);
+template std::vector<operation<double>> simplify(std::span<const operation<double>>);
 
 }  // namespace velacamplix::fusion

@@ -2,6 +2,7 @@
 
 #include "statevector/gates/operation.hpp"
 
+#include <span>
 #include <vector>
 
 namespace velacamplix::fusion {
@@ -10,7 +11,6 @@ namespace velacamplix::fusion {
 // become one, written as a diagonal, a rotation with few products, and a diagonal; diagonals wait as long as nothing
 // mixes their qubit; a phase between two equal CNOTs becomes a controlled phase.
 template <class T>
-std::vector<gates::operation<T>> simplify(const std::vector<gates::operation<T>>& operations, unsigned long begin,
-                                          unsigned long end);
+std::vector<gates::operation<T>> simplify(std::span<const gates::operation<T>> operations);
 
 }  // namespace velacamplix::fusion

@@ -4,7 +4,9 @@
 
 #include <velacamplix/kernels.hpp>
 
+#include <array>
 #include <cmath>
+#include <type_traits>
 
 namespace velacamplix::gates {
 
@@ -26,15 +28,33 @@ inline sine_and_cosine<float> sincos_of(float angle) {
     return result;
 }
 
+// As a kernel call and its formula have them.
+template <class T>
+using coefficients = std::array<thrust::complex<T>, 4>;
+
 template <class T>
 struct coefficient_pair {
     thrust::complex<T> first;
     thrust::complex<T> second;
 };
 
-// The coefficients of a gate with an angle in radians, by its tag; in the precision of the angle.
+// The coefficients of a gate with angles in radians, by its tag. A gate that the state vector has a member for takes
+// one angle, in any precision, and gives a pair in that precision. Others take their angles in double and give all
+// coefficients in double.
 template <class G>
 struct coefficients_of;
+
+inline constexpr unsigned most_angles = 3;
+
+// How many the gate of a tag takes.
+template <class G>
+constexpr unsigned count_angles() {
+    if constexpr (!requires { coefficients_of<G>{}; }) {
+        return 0;
+    } else {
+        return std::is_invocable_v<coefficients_of<G>, double> ? 1 : most_angles;
+    }
+}
 
 // Diagonal and off-diagonal entry.
 template <>
@@ -64,6 +84,15 @@ struct coefficients_of<kernels::GateRZ> {
     }
 };
 
+// exp(-i angle/2) where the two qubits agree, exp(i angle/2) where they differ.
+template <>
+struct coefficients_of<kernels::GateRZZ> {
+    coefficients<double> operator()(double angle) const {
+        const auto [s, c] = sincos_of(angle * 0.5);
+        return {{{c, -s}, {c, s}}};
+    }
+};
+
 // exp(i angle)
 template <>
 struct coefficients_of<kernels::GatePhase> {
@@ -74,17 +103,31 @@ struct coefficients_of<kernels::GatePhase> {
     }
 };
 
-// The coefficients of an angle given in double, by one of the formulas above: T's own where T can hold the angle (or it
-// is not a number), otherwise those of double, rounded.
-template <class T, class Formula>
-coefficient_pair<T> coefficients_at(double angle, Formula formula) {
-    const T own = static_cast<T>(angle);
-    if (static_cast<double>(own) == angle || angle != angle) return formula(own);
+// Those of the angles of a gate. A gate with a member has the member's where T can hold the angle (or it is not a
+// number). All others are formed in double and rounded.
+template <class G, class T>
+coefficients<T> coefficients_at(const double* angles) {
     const auto rounded = [](thrust::complex<double> c) {
         return thrust::complex<T>(static_cast<T>(c.real()), static_cast<T>(c.imag()));
     };
-    const coefficient_pair<double> wide = formula(angle);
-    return {rounded(wide.first), rounded(wide.second)};
+    const coefficients_of<G> formula;
+    if constexpr (std::is_invocable_r_v<coefficient_pair<T>, coefficients_of<G>, T>) {
+        const T own = static_cast<T>(angles[0]);
+        if (static_cast<double>(own) == angles[0] || angles[0] != angles[0]) {
+            const coefficient_pair<T> pair = formula(own);
+            return {pair.first, pair.second};
+        }
+        const coefficient_pair<double> pair = formula(angles[0]);
+        return {rounded(pair.first), rounded(pair.second)};
+    } else {
+        coefficients<double> wide;
+        if constexpr (count_angles<G>() == 1) {
+            wide = formula(angles[0]);
+        } else {
+            wide = formula(angles[0], angles[1], angles[2]);
+        }
+        return {rounded(wide[0]), rounded(wide[1]), rounded(wide[2]), rounded(wide[3])};
+    }
 }
 
 }  // namespace velacamplix::gates

@@ -33,6 +33,8 @@ enum class gate_kind : unsigned char {
     swap,
     iswap,
     sqrt_swap,
+    sx,
+    rzz,
     // Given by their numbers.
     matrix1,   // mixes one target
     matrix2,   // mixes two
@@ -47,7 +49,7 @@ struct gate_row {
     gate_kind kind;     // gates of one kind do the same to their targets
     unsigned controls;  // how many of its qubits, first listed, are controls
     unsigned targets;   // and how many follow
-    bool angle;         // takes one, in radians
+    unsigned angles;    // in radians
     bool diagonal;      // changes every amplitude by a factor of its own
     bool moves;         // only moves amplitudes
     bool recorded;      // may stand in a circuit record. S is missing on purpose: a record that holds it is refused
@@ -64,31 +66,34 @@ inline constexpr auto gate_table = [] {
     constexpr bool yes = true, no = false;
     // clang-format off
     return std::tuple{
-        //                                                         |  |  |    |    |    |    listed_controlled
-        //                                                         |  |  |    |    |    recorded
-        //                                                         |  |  |    |    moves
-        //                                                         |  |  |    diagonal
-        //                                                         |  |  angle
+        //                                                         |  |  |  |    |    |    listed_controlled
+        //                                                         |  |  |  |    |    recorded
+        //                                                         |  |  |  |    moves
+        //                                                         |  |  |  diagonal
+        //                                                         |  |  angles
         //                                                         |  targets
         //                                                         controls
-        tagged<GateX>          {{"X",        gate_kind::x,         0, 1, no,  no,  yes, yes, yes}},
-        tagged<GateY>          {{"Y",        gate_kind::y,         0, 1, no,  no,  no,  yes, yes}},
-        tagged<GateZ>          {{"Z",        gate_kind::z,         0, 1, no,  yes, no,  yes, yes}},
-        tagged<GateH>          {{"H",        gate_kind::h,         0, 1, no,  no,  no,  yes, yes}},
-        tagged<GateS>          {{"S",        gate_kind::s,         0, 1, no,  yes, no,  no,  yes}},
-        tagged<GateT>          {{"T",        gate_kind::t,         0, 1, no,  yes, no,  yes, yes}},
-        tagged<GateRX>         {{"RX",       gate_kind::rx,        0, 1, yes, no,  no,  yes, yes}},
-        tagged<GateRY>         {{"RY",       gate_kind::ry,        0, 1, yes, no,  no,  yes, yes}},
-        tagged<GateRZ>         {{"RZ",       gate_kind::rz,        0, 1, yes, yes, no,  yes, yes}},
-        tagged<GatePhase>      {{"PH",       gate_kind::ph,        0, 1, yes, yes, no,  yes, yes}},
-        tagged<GateX>          {{"CNOT",     gate_kind::x,         1, 1, no,  no,  yes, yes, no}},
-        tagged<GateX>          {{"CCNOT",    gate_kind::x,         2, 1, no,  no,  yes, no,  no}},
-        tagged<GateZ>          {{"CSIGN",    gate_kind::z,         1, 1, no,  yes, no,  no,  no}},
-        tagged<GateSWAP>       {{"SWAP",     gate_kind::swap,      0, 2, no,  no,  yes, yes, no}},
-        tagged<GateISWAP>      {{"ISWAP",    gate_kind::iswap,     0, 2, no,  no,  no,  no,  no}},
-        tagged<GateSQRTSWAP>   {{"SQRTSWAP", gate_kind::sqrt_swap, 0, 2, no,  no,  no,  no,  no}},
-        tagged<GateZtoY>       {{"ZtoY",     gate_kind::z_to_y,    0, 1, no,  no,  no,  no,  no}},
-        tagged<GateYtoZ>       {{"YtoZ",     gate_kind::y_to_z,    0, 1, no,  no,  no,  no,  no}},
+        tagged<GateX>          {{"X",        gate_kind::x,         0, 1, 0, no,  yes, yes, yes}},
+        tagged<GateY>          {{"Y",        gate_kind::y,         0, 1, 0, no,  no,  yes, yes}},
+        tagged<GateZ>          {{"Z",        gate_kind::z,         0, 1, 0, yes, no,  yes, yes}},
+        tagged<GateH>          {{"H",        gate_kind::h,         0, 1, 0, no,  no,  yes, yes}},
+        tagged<GateS>          {{"S",        gate_kind::s,         0, 1, 0, yes, no,  no,  yes}},
+        tagged<GateT>          {{"T",        gate_kind::t,         0, 1, 0, yes, no,  yes, yes}},
+        tagged<GateRX>         {{"RX",       gate_kind::rx,        0, 1, 1, no,  no,  yes, yes}},
+        tagged<GateRY>         {{"RY",       gate_kind::ry,        0, 1, 1, no,  no,  yes, yes}},
+        tagged<GateRZ>         {{"RZ",       gate_kind::rz,        0, 1, 1, yes, no,  yes, yes}},
+        tagged<GatePhase>      {{"PH",       gate_kind::ph,        0, 1, 1, yes, no,  yes, yes}},
+        tagged<GateX>          {{"CNOT",     gate_kind::x,         1, 1, 0, no,  yes, yes, no}},
+        tagged<GateX>          {{"CCNOT",    gate_kind::x,         2, 1, 0, no,  yes, no,  no}},
+        tagged<GateZ>          {{"CSIGN",    gate_kind::z,         1, 1, 0, yes, no,  no,  no}},
+        tagged<GateSWAP>       {{"SWAP",     gate_kind::swap,      0, 2, 0, no,  yes, yes, no}},
+        tagged<GateISWAP>      {{"ISWAP",    gate_kind::iswap,     0, 2, 0, no,  no,  no,  no}},
+        tagged<GateSQRTSWAP>   {{"SQRTSWAP", gate_kind::sqrt_swap, 0, 2, 0, no,  no,  no,  no}},
+        tagged<GateZtoY>       {{"ZtoY",     gate_kind::z_to_y,    0, 1, 0, no,  no,  no,  no}},
+        tagged<GateYtoZ>       {{"YtoZ",     gate_kind::y_to_z,    0, 1, 0, no,  no,  no,  no}},
+        // The state vector has no members for those below.
+        tagged<GateSX>         {{"SX",       gate_kind::sx,        0, 1, 0, no,  no,  no,  no}},
+        tagged<GateRZZ>        {{"RZZ",      gate_kind::rzz,       0, 2, 1, yes, no,  no,  no}},
     };
     // clang-format on
 }();
@@ -137,9 +142,9 @@ constexpr bool is_move(gate_kind kind) {
     const gate_row* const row = row_of(kind);
     return row != nullptr && row->moves;
 }
-constexpr bool takes_angle(gate_kind kind) {
+constexpr unsigned angles_of(gate_kind kind) {
     const gate_row* const row = row_of(kind);
-    return row != nullptr && row->angle;
+    return row != nullptr ? row->angles : 0;
 }
 
 }  // namespace velacamplix::gates

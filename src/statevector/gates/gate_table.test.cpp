@@ -33,8 +33,7 @@ template <class T>
 std::vector<reference::State<T>> matrix_of(const gate_row& row) {
     const unsigned int n = row.controls + row.targets;
     pbamplix::cpu::program<T> list(n);
-    list.add_gate(std::string(row.name), row.angle ? std::vector<double>{double(angle<T>)} : std::vector<double>{},
-                  qubits_of(row));
+    list.add_gate(std::string(row.name), std::vector<double>(row.angles, double(angle<T>)), qubits_of(row));
     std::vector<reference::State<T>> columns;
     for (unsigned long column = 0; column < 1ul << n; ++column) {
         reference::State<T> basis(1ul << n);
@@ -102,7 +101,9 @@ TYPED_TEST(gate_table, gives_every_gate_the_matrix_of_the_reference) {
         for (unsigned long c = 0; c < columns.size(); ++c) {
             reference::State<TypeParam> expected(columns.size());
             expected[c].re = 1;
-            reference::apply<TypeParam>(expected, {std::string(row.name), qubits_of(row), angle<TypeParam>, {}});
+            reference::apply<TypeParam>(
+                expected,
+                {std::string(row.name), qubits_of(row), angle<TypeParam>, {}, angle<TypeParam>, angle<TypeParam>});
             for (unsigned long r = 0; r < columns.size(); ++r) {
                 EXPECT_NEAR(columns[c][r].re, expected[r].re, 1e-6) << row.name << " row " << r << " column " << c;
                 EXPECT_NEAR(columns[c][r].im, expected[r].im, 1e-6) << row.name << " row " << r << " column " << c;

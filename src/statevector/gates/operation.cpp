@@ -18,9 +18,6 @@
 namespace velacamplix::gates {
 namespace {
 
-template <class T>
-using coefficients = std::array<thrust::complex<T>, 4>;
-
 // RZ has loops of its own, and no formula.
 template <class G>
 constexpr bool is_phase_tag = kernels::group_size<G> == 1;
@@ -42,24 +39,19 @@ kernels::kernel_call<T> call_of(unsigned long nbqbits, const unsigned int* targe
     }
 }
 
-template <class G, class T>
-coefficient_pair<T> pair_at(double angle) {
-    return coefficients_at<T>(angle, coefficients_of<G>{});
-}
-
 // What a kind of the table is worked out by; null where there is no such thing, and for all that are given by numbers.
 template <class T>
 struct functions {
     kernels::kernel_call<T> (*call)(unsigned long, const unsigned int*, unsigned long, const coefficients<T>&);
     kernels::kernel_call<T> (*phase)(unsigned long, kernels::condition, thrust::complex<T>);
-    coefficient_pair<T> (*pair)(double angle);
+    coefficients<T> (*numbers)(const double* angles);
 };
 
 template <class T, class G>
 constexpr functions<T> functions_for() {
     functions<T> result{call_of<G, T>, nullptr, nullptr};
     if constexpr (is_phase_tag<G>) result.phase = kernels::phase_call<G, T>;
-    if constexpr (requires { coefficients_of<G>{}; }) result.pair = pair_at<G, T>;
+    if constexpr (count_angles<G>() != 0) result.numbers = coefficients_at<G, T>;
     return result;
 }
 
@@ -67,11 +59,11 @@ template <class T>
 constexpr auto functions_by_kind = std::apply(
     []<class... Tags>(const tagged<Tags>&... entries) {
         std::array<functions<T>, gate_kinds> by_kind{};
-        const auto enter = [&by_kind](const gate_row& row, const functions<T>& of_tag) {
-            if (row.angle != (of_tag.pair != nullptr)) throw "a gate has an angle when its tag has coefficients_of it";
+        const auto enter = [&by_kind](const gate_row& row, unsigned angles, const functions<T>& of_tag) {
+            if (row.angles != angles) throw "a gate takes the angles that its tag has coefficients_of";
             by_kind[static_cast<std::size_t>(row.kind)] = of_tag;
         };
-        (enter(entries.row, functions_for<T, Tags>()), ...);
+        (enter(entries.row, count_angles<Tags>(), functions_for<T, Tags>()), ...);
         return by_kind;
     },
     gate_table);
@@ -82,10 +74,11 @@ const functions<T>& functions_of(gate_kind kind) {
 }
 
 template <class T, class Angle>
-void set_coefficients(coefficients<T>& numbers, gate_kind kind, Angle angle) {
-    const auto pair = functions_of<T>(kind).pair(static_cast<double>(angle));
-    numbers[0] = pair.first;
-    numbers[1] = pair.second;
+coefficients<T> numbers_of(const gate_row& row, const std::vector<Angle>& params) {
+    if (row.angles == 0) return {};
+    double angles[most_angles];
+    for (unsigned i = 0; i < row.angles; ++i) angles[i] = static_cast<double>(params[i]);
+    return functions_of<T>(row.kind).numbers(angles);
 }
 
 unsigned long controls_of(const gate_row& row, const std::vector<unsigned int>& qubits) {
@@ -108,21 +101,20 @@ operation<T> named_operation(const gate_row& row, const std::vector<Angle>& para
     op.kind = row.kind;
     op.controls = controls_of(row, qubits);
     op.targets.assign(qubits.begin() + row.controls, qubits.begin() + row.controls + row.targets);
-    if (row.angle) set_coefficients(op.coefficients, op.kind, params[0]);
+    op.coefficients = numbers_of<T>(row, params);
     return op;
 }
 
 template <class T, class Angle>
 kernels::kernel_call<T> named_call(const gate_row& row, const std::vector<Angle>& params,
                                    const std::vector<unsigned int>& qubits, unsigned long nbqbits) {
-    coefficients<T> numbers{};
-    if (row.angle) set_coefficients(numbers, row.kind, params[0]);
-    return functions_of<T>(row.kind).call(nbqbits, qubits.data() + row.controls, controls_of(row, qubits), numbers);
+    return functions_of<T>(row.kind).call(nbqbits, qubits.data() + row.controls, controls_of(row, qubits),
+                                          numbers_of<T>(row, params));
 }
 
 template <class T>
-void set_angle(operation<T>& op, double angle) {
-    set_coefficients(op.coefficients, op.kind, angle);
+void set_angles(operation<T>& op, const std::vector<double>& angles) {
+    op.coefficients = numbers_of<T>(*row_of(op.kind), angles);
 }
 
 bool is_phase(gate_kind kind) { return functions_of<double>(kind).phase != nullptr; }
@@ -207,7 +199,7 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
                                           const std::vector<unsigned int>&);                                         \
     template kernels::kernel_call<T> named_call(const gate_row&, const std::vector<T>&,                              \
                                                 const std::vector<unsigned int>&, unsigned long);                    \
-    template void set_angle<T>(operation<T>&, double);                                                               \
+    template void set_angles<T>(operation<T>&, const std::vector<double>&);                                          \
     template kernels::kernel_call<T> phase_call<T>(const operation<T>&, unsigned long, kernels::condition);          \
     template operation<T> matrix_operation(const std::vector<thrust::complex<T>>&, const std::vector<unsigned int>&, \
                                            bool);                                                                    \

@@ -29,7 +29,7 @@ struct operation {
 // A word for a kind: the name of its gate without controls, or what it was given as.
 std::string name_of(gate_kind kind);
 
-// A gate of the table with its coefficients computed from the angle, as program.hpp tells; `Angle` is double or T.
+// A gate of the table with its coefficients computed from its angles, as program.hpp tells; `Angle` is double or T.
 // Trusts the number of params and qubits.
 template <class T, class Angle>
 operation<T> named_operation(const gate_row& row, const std::vector<Angle>& params,
@@ -40,15 +40,19 @@ template <class T, class Angle>
 kernels::kernel_call<T> named_call(const gate_row& row, const std::vector<Angle>& params,
                                    const std::vector<unsigned int>& qubits, unsigned long nbqbits);
 
-// Gives a gate with an angle another one.
+// Gives a gate other angles, as many as it takes.
 template <class T>
-void set_angle(operation<T>& op, double angle);
+void set_angles(operation<T>& op, const std::vector<double>& angles);
 
 // Whether a gate multiplies the amplitudes whose target and controls read 1 by one number and leaves the others alone;
 // and its loop where some of these qubits are known to read 1, so that `where` says the rest.
 bool is_phase(gate_kind kind);
 template <class T>
 kernels::kernel_call<T> phase_call(const operation<T>& op, unsigned long nbqbits, kernels::condition where);
+
+// Whether a gate multiplies by its first coefficient where an even number of its targets, one or two, read 1, and by
+// its second where it is odd.
+constexpr bool is_parity(gate_kind kind) { return kind == gate_kind::rz || kind == gate_kind::rzz; }
 
 // A gate given as a matrix, treated as the state vector's matrix members treat it: an exactly diagonal one becomes a
 // diagonal (std::runtime_error if it has no controls and more than 256 entries), any other a dense gate.

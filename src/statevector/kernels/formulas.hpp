@@ -129,6 +129,30 @@ struct formula<GateYtoZ, V> {
     }
 };
 
+// 1/2 (1 + i) a and 1/2 (1 - i) a, the halves taken before the sums.
+template <class V>
+struct half_turns {
+    V plus, minus;
+    [[gnu::always_inline]] explicit half_turns(V a) {
+        const V x = a * broadcast<V>(scalar_of<V>(0.5));
+        const V turned = swap_parts(x);
+        plus = join_parts(x - turned, x + turned);   // (x.re - x.im, x.im + x.re)
+        minus = join_parts(x + turned, x - turned);  // (x.re + x.im, x.im - x.re)
+    }
+};
+
+// 1/2 [[1 + i, 1 - i], [1 - i, 1 + i]], a root of X.
+struct GateSX {};
+template <class V>
+struct formula<GateSX, V> {
+    explicit formula(const thrust::complex<scalar_of<V>>*) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        const half_turns<V> x(a0), y(a1);
+        a0 = x.plus + y.minus;
+        a1 = x.minus + y.plus;
+    }
+};
+
 // RX and RY have a real diagonal and an imaginary or real rest, but their products are taken in full: a zero times an
 // infinity counts, and so does the sign of a zero. Where all results are finite and different from zero the products
 // with zeros changed nothing: each is a zero, added to a number or to a partner whose sum did not vanish. So the short
@@ -213,8 +237,9 @@ struct formula<_Gate1QB<true>, V> {
     }
 };
 
-#define VELACAMPLIX_PAIR_GATES(each) \
-    each(GateX) each(GateY) each(GateH) each(GateZtoY) each(GateYtoZ) each(GateRX) each(GateRY) each(_Gate1QB<true>)
+#define VELACAMPLIX_PAIR_GATES(each)                                                                         \
+    each(GateX) each(GateY) each(GateH) each(GateZtoY) each(GateYtoZ) each(GateSX) each(GateRX) each(GateRY) \
+        each(_Gate1QB<true>)
 
 // --- four amplitudes: local index 00, 01, 10, 11 -------------------------------------------------------------------
 
@@ -238,22 +263,27 @@ struct formula<GateISWAP, V> : leaves_00_and_11 {
     }
 };
 
-// 1/2 (1 + i) and 1/2 (1 - i), the halves taken before the sums.
 template <class V>
 struct formula<GateSQRTSWAP, V> : leaves_00_and_11 {
-    V half = broadcast<V>(scalar_of<V>(0.5));
     explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
-        const V x = b * half;
-        const V y = c * half;
-        const V turned_x = swap_parts(x);
-        const V turned_y = swap_parts(y);
-        const V x_plus = join_parts(x - turned_x, x + turned_x);   // (x.re - x.im, x.im + x.re)
-        const V x_minus = join_parts(x + turned_x, x - turned_x);  // (x.re + x.im, x.im - x.re)
-        const V y_plus = join_parts(y - turned_y, y + turned_y);
-        const V y_minus = join_parts(y + turned_y, y - turned_y);
-        b = x_plus + y_minus;
-        c = y_plus + x_minus;
+        const half_turns<V> x(b), y(c);
+        b = x.plus + y.minus;
+        c = y.plus + x.minus;
+    }
+};
+
+// diag(d0, d1, d1, d0)
+struct GateRZZ {};
+template <class V>
+struct formula<GateRZZ, V> {
+    factor<V> even, odd;
+    explicit formula(const thrust::complex<scalar_of<V>>* d) : even(d[0]), odd(d[1]) {}
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) const {
+        a = even * a;
+        b = odd * b;
+        c = odd * c;
+        d = even * d;
     }
 };
 
@@ -333,7 +363,8 @@ private:
 };
 
 // _Gate2QB<true> is not among them: its entries stand in a table, and it is asked for by a function of its own.
-#define VELACAMPLIX_QUAD_GATES(each) \
-    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateHH) each(GateZtoYZtoYConj) each(GateYtoZYtoZConj)
+#define VELACAMPLIX_QUAD_GATES(each)                                                                    \
+    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateHH) each(GateZtoYZtoYConj) \
+        each(GateYtoZYtoZConj)
 
 }  // namespace velacamplix::kernels

@@ -2,6 +2,7 @@
 
 #include "statevector/gates/operation.hpp"
 
+#include <span>
 #include <vector>
 
 namespace velacamplix::plan {
@@ -20,7 +21,7 @@ footprint footprint_of(const gates::operation<T>& op) {
 }
 
 template <class T>
-std::vector<footprint> footprints_of(const std::vector<gates::operation<T>>& operations) {
+std::vector<footprint> footprints_of(std::span<const gates::operation<T>> operations) {
     std::vector<footprint> footprints;
     footprints.reserve(operations.size());
     for (const gates::operation<T>& op : operations) footprints.push_back(footprint_of(op));

@@ -104,7 +104,7 @@ pass_work<T> make_work(const std::vector<const operation<T>*>& operations, unsig
 }
 
 template <class T>
-void renew(pass<T>& outdated, const std::vector<operation<T>>& operations, unsigned nbqbits) {
+void renew(pass<T>& outdated, std::span<const operation<T>> operations, unsigned nbqbits) {
     std::vector<const operation<T>*> taken;
     for (const unsigned long gate : outdated.gates) taken.push_back(&operations[gate]);
     unsigned long local = 0;
@@ -115,8 +115,8 @@ void renew(pass<T>& outdated, const std::vector<operation<T>>& operations, unsig
 }
 
 template <class T>
-std::vector<pass<T>> make_passes(const std::vector<operation<T>>& operations, unsigned nbqbits,
-                                 plan::buffer_shape shape, const planning_hook& go_on) {
+std::vector<pass<T>> make_passes(std::span<const operation<T>> operations, unsigned nbqbits, plan::buffer_shape shape,
+                                 const planning_hook& go_on) {
     std::vector<pass<T>> passes;
     unsigned long done = 0;
     question asked(go_on);
@@ -132,12 +132,12 @@ std::vector<pass<T>> make_passes(const std::vector<operation<T>>& operations, un
         made.gates = std::move(layer.gates);
         return asked.after(done);
     };
-    plan::deal_out(plan::footprints_of(operations), nbqbits, shape, plan::exchange::exact, add);
+    plan::deal_out(plan::footprints_of<T>(operations), nbqbits, shape, plan::exchange::exact, add);
     return passes;
 }
 
 template <class T>
-std::vector<pass<T>> make_fused_passes(const std::vector<operation<T>>& operations, unsigned nbqbits,
+std::vector<pass<T>> make_fused_passes(std::span<const operation<T>> operations, unsigned nbqbits,
                                        const planning_hook& go_on) {
     const plan::buffer_shape shape = plan::fused_shape<T>();
     const unsigned long length = fusion::batch_length(nbqbits);
@@ -145,7 +145,7 @@ std::vector<pass<T>> make_fused_passes(const std::vector<operation<T>>& operatio
     question asked(go_on);
     for (unsigned long first = 0; first < operations.size() && asked.after(first); first += length) {
         const unsigned long last = std::min(first + length, operations.size());
-        const auto layers = fusion::fuse(operations, first, last, nbqbits, shape);
+        const auto layers = fusion::fuse(operations.subspan(first, last - first), nbqbits, shape);
         for (std::size_t i = 0; i < layers.size(); ++i) {
             pass<T>& made = passes.emplace_back();
             made.work = make_work(pointers_to(layers[i].operations), layers[i].local, nbqbits);
@@ -186,14 +186,14 @@ void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqb
     }
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
-    template pass_work<T> make_work(const std::vector<const operation<T>*>&, unsigned long, unsigned);                 \
-    template void renew(pass<T>&, const std::vector<operation<T>>&, unsigned);                                         \
-    template std::vector<pass<T>> make_passes(const std::vector<operation<T>>&, unsigned, plan::buffer_shape,          \
-                                              const planning_hook&);                                                   \
-    template std::vector<pass<T>> make_fused_passes(const std::vector<operation<T>>&, unsigned, const planning_hook&); \
-    template void run_steps(const in_place<T>&, thrust::complex<T>*);                                                  \
-    template void run_chunks(const chunked<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long,           \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                  \
+    template pass_work<T> make_work(const std::vector<const operation<T>*>&, unsigned long, unsigned);              \
+    template void renew(pass<T>&, std::span<const operation<T>>, unsigned);                                         \
+    template std::vector<pass<T>> make_passes(std::span<const operation<T>>, unsigned, plan::buffer_shape,          \
+                                              const planning_hook&);                                                \
+    template std::vector<pass<T>> make_fused_passes(std::span<const operation<T>>, unsigned, const planning_hook&); \
+    template void run_steps(const in_place<T>&, thrust::complex<T>*);                                               \
+    template void run_chunks(const chunked<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long,        \
                              thrust::complex<T>*);
 VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 

@@ -5,6 +5,7 @@
 #include "statevector/replay/step.hpp"
 
 #include <functional>
+#include <span>
 #include <variant>
 #include <vector>
 
@@ -67,7 +68,7 @@ pass_work<T> make_work(const std::vector<const gates::operation<T>*>& operations
 
 // The same operations with other numbers.
 template <class T>
-void renew(pass<T>& outdated, const std::vector<gates::operation<T>>& operations, unsigned nbqbits);
+void renew(pass<T>& outdated, std::span<const gates::operation<T>> operations, unsigned nbqbits);
 
 // Asked once in a few milliseconds of planning, after every gates_between_questions gates; false ends it, with the
 // passes so far.
@@ -75,13 +76,13 @@ using planning_hook = std::function<bool()>;
 inline constexpr unsigned long gates_between_questions = 4096;
 
 template <class T>
-std::vector<pass<T>> make_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
+std::vector<pass<T>> make_passes(std::span<const gates::operation<T>> operations, unsigned nbqbits,
                                  plan::buffer_shape shape, const planning_hook& go_on = {});
 
 // The same with fusion: gates are taken in batches, each rewritten on its own. The passes follow from the gates, the
 // number of qubits and the precision alone.
 template <class T>
-std::vector<pass<T>> make_fused_passes(const std::vector<gates::operation<T>>& operations, unsigned nbqbits,
+std::vector<pass<T>> make_fused_passes(std::span<const gates::operation<T>> operations, unsigned nbqbits,
                                        const planning_hook& go_on = {});
 
 template <class T>

@@ -6,7 +6,10 @@
 
 #include <velacamplix/kernels.hpp>
 
-#include <optional>
+#include <algorithm>
+#include <iterator>
+#include <list>
+#include <span>
 #include <stdexcept>
 
 namespace pbamplix::cpu {
@@ -64,29 +67,58 @@ struct program<T>::implementation {
     unsigned int nqubits;
     std::vector<gates::operation<T>> operations;
     bool fusion = false;
-    std::optional<replay::schedule<T>> schedule;
     program_plan plan;
 
-    // With a hook the schedule may remain incomplete; it must then be dropped.
-    replay::schedule<T>& schedule_for(unsigned int state_qubits, int nthreads, const progress_hook& hook = {}) {
+    // The gates first ... last - 1 as they are run.
+    struct planned_range {
+        unsigned long first, last;
+        replay::schedule<T> schedule;
+
+        bool contains(unsigned long gate) const { return first <= gate && gate < last; }
+    };
+    std::list<planned_range> ranges;              // the last used comes first
+    static constexpr std::size_t most_parts = 8;  // kept beside the whole
+
+    bool is_whole(const planned_range& range) const { return range.first == 0 && range.last == operations.size(); }
+
+    std::span<const gates::operation<T>> gates_of(unsigned long first, unsigned long last) const {
+        return std::span(operations).subspan(first, last - first);
+    }
+
+    // Null when the hook has stopped the planning.
+    replay::schedule<T>* schedule_for(unsigned long first, unsigned long last, unsigned int state_qubits, int nthreads,
+                                      const progress_hook& hook = {}) {
         if (state_qubits > most_qubits) {
             refuse("A state has at most " + counted(most_qubits, "qubit") + ", not " + std::to_string(state_qubits));
         }
         if (state_qubits < nqubits) {
             refuse("The program has " + counted(nqubits, "qubit") + ", the state " + std::to_string(state_qubits));
         }
-        if (!schedule || !schedule->fits(state_qubits, nthreads)) {
-            schedule.reset();  // also if the hook or the planning throws
-            schedule.emplace(operations, state_qubits, nthreads, fusion, velacamplix::plan::first_level_cache_bytes(),
-                             hook);
+        const auto known = std::find_if(ranges.begin(), ranges.end(), [=](const planned_range& range) {
+            return range.first == first && range.last == last;
+        });
+        if (known != ranges.end() && known->schedule.fits(state_qubits, nthreads)) {
+            ranges.splice(ranges.begin(), ranges, known);
+            return &known->schedule;
         }
-        return *schedule;
+        if (known != ranges.end()) ranges.erase(known);
+        planned_range made{first,
+                           last,
+                           {gates_of(first, last), state_qubits, nthreads, fusion,
+                            velacamplix::plan::first_level_cache_bytes(), hook}};
+        if (!made.schedule.is_complete()) return nullptr;
+        ranges.push_front(std::move(made));
+        if (ranges.size() > most_parts + 1) {
+            const auto oldest = std::prev(ranges.end());
+            ranges.erase(is_whole(*oldest) ? std::prev(oldest) : oldest);
+        }
+        return &ranges.front().schedule;
     }
 
     void append(gates::operation<T> op, const std::vector<unsigned int>& controls) {
         op.controls |= index::mask_of(controls);
         operations.push_back(std::move(op));
-        schedule.reset();
+        ranges.clear();
     }
 };
 
@@ -105,14 +137,22 @@ template <class T>
 program<T>& program<T>::operator=(program&&) noexcept = default;
 
 template <class T>
+program<T> program<T>::copy() const {
+    const implementation& content = content_of(self);
+    program<T> other(content.nqubits);
+    other.self->operations = content.operations;
+    other.self->fusion = content.fusion;
+    return other;
+}
+
+template <class T>
 void program<T>::add_gate(const std::string& name, const std::vector<double>& params,
                           const std::vector<unsigned int>& qubits, const std::vector<unsigned int>& controls) {
     implementation& content = content_of(self);
     const gates::gate_row* const row = gates::find_gate(name);
     if (row == nullptr) refuse("Gate " + name + " is not known to a program");
-    const unsigned angles = row->angle ? 1 : 0;
-    if (params.size() != angles) {
-        refuse("Gate " + name + " takes " + counted(angles, "angle") + ", not " + std::to_string(params.size()));
+    if (params.size() != row->angles) {
+        refuse("Gate " + name + " takes " + counted(row->angles, "angle") + ", not " + std::to_string(params.size()));
     }
     const unsigned wanted = row->controls + row->targets;
     if (qubits.size() != wanted) {
@@ -147,17 +187,25 @@ void program<T>::set_params(unsigned long gate, const std::vector<double>& param
     const auto refuse_this = [&](const std::string& why) {
         refuse("Gate " + std::to_string(gate) + ", " + gates::name_of(op.kind) + ", takes " + why);
     };
-    if (!gates::takes_angle(op.kind)) refuse_this("no angle");
-    if (params.size() != 1) refuse_this("1 angle, not " + std::to_string(params.size()));
-    if (content.schedule && content.fusion) content.schedule.reset();
-    if (content.schedule) content.schedule->outdate(gate);  // first: it may lack memory
-    gates::set_angle(op, params[0]);
+    const unsigned angles = gates::angles_of(op.kind);
+    if (angles == 0) refuse_this("no angle");
+    if (params.size() != angles) refuse_this(counted(angles, "angle") + ", not " + std::to_string(params.size()));
+    if (content.fusion) content.ranges.remove_if([=](const auto& range) { return range.contains(gate); });
+    for (auto& range : content.ranges) {  // first: they may lack memory
+        if (range.contains(gate)) range.schedule.outdate(gate - range.first);
+    }
+    gates::set_angles(op, params);
+}
+
+template <class T>
+unsigned int program<T>::angle_count(unsigned long gate) const {
+    return gates::angles_of(content_of(self).operations.at(gate).kind);
 }
 
 template <class T>
 void program<T>::set_fusion(bool fusion) {
     implementation& content = content_of(self);
-    if (fusion != content.fusion) content.schedule.reset();
+    if (fusion != content.fusion) content.ranges.clear();
     content.fusion = fusion;
 }
 
@@ -180,7 +228,7 @@ template <class T>
 void program<T>::clear() {
     implementation& content = content_of(self);
     content.operations.clear();
-    content.schedule.reset();
+    content.ranges.clear();
 }
 
 template <class T>
@@ -188,7 +236,8 @@ const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
     implementation& content = content_of(self);
     program_plan& plan = content.plan;
     plan = {};
-    for (const auto& pass : content.schedule_for(state_qubits, nthreads).passes()) {
+    const auto* const whole_list = content.schedule_for(0, content.operations.size(), state_qubits, nthreads);
+    for (const auto& pass : whole_list->passes()) {
         program_pass told{pass.first, pass.last, {}, 1ul << state_qubits};
         double sweeps = 1;
         if (const auto* const whole = std::get_if<replay::whole_array<T>>(&pass.work)) {
@@ -206,14 +255,21 @@ const program_plan& program<T>::plan(unsigned int state_qubits, int nthreads) {
 
 template <class T>
 unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook) {
+    return run(state, 0, size(), hook);
+}
+
+template <class T>
+unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, unsigned long first_gate, unsigned long last_gate,
+                              const progress_hook& hook) {
     implementation& content = content_of(self);
-    if (state.amplitudes == nullptr) refuse("The state has no amplitudes: it was released, or a resize was refused");
-    auto& schedule = content.schedule_for(state.nqubits, state.num_threads, hook);
-    if (!schedule.is_complete()) {
-        content.schedule.reset();
-        return 0;
+    if (first_gate > last_gate || last_gate > content.operations.size()) {
+        refuse("The program has " + counted(content.operations.size(), "gate") + ", not those from " +
+               std::to_string(first_gate) + " up to " + std::to_string(last_gate));
     }
-    return schedule.run(content.operations, state.amplitudes.get(), hook);
+    if (state.amplitudes == nullptr) refuse("The state has no amplitudes: it was released, or a resize was refused");
+    auto* const schedule = content.schedule_for(first_gate, last_gate, state.nqubits, state.num_threads, hook);
+    if (schedule == nullptr) return 0;
+    return schedule->run(content.gates_of(first_gate, last_gate), state.amplitudes.get(), hook);
 }
 
 template class program<float>;

@@ -236,6 +236,121 @@ TYPED_TEST(program_run, told_to_stop_while_it_plans_applies_nothing_and_plans_ag
     }
 }
 
+// --- parts ----------------------------------------------------------------------------------------------------------
+
+// Cut at every place, those included where a gate that waits has been overtaken.
+TYPED_TEST(program_run, in_two_parts_gives_the_bits_of_the_whole) {
+    bool overtaken = false;
+    for (const unsigned int n : {1u, 3u, 6u, 13u, 15u}) {
+        const auto start = random_state<TypeParam>(n, Values::ordinary, n);
+        const unsigned int gates = 50;
+        Recorder<TypeParam> recorder(n, 7 * n);
+        for (unsigned int gate = 0; gate < gates; ++gate) {
+            gate % 2 == 0 ? recorder.moving_gate() : recorder.random_gate();
+        }
+        for (const int threads : {1, 3}) {
+            const auto& passes = recorder.list.plan(n, threads).passes;
+            for (std::size_t i = 1; i < passes.size(); ++i) {
+                overtaken = overtaken || passes[i].first_gate < passes[i - 1].last_gate;
+            }
+            LoadedVector<TypeParam> expected(start, threads);
+            recorder.list.run(expected);
+            for (unsigned int k = 0; k <= gates; ++k) {
+                LoadedVector<TypeParam> got(start, threads);
+                ASSERT_EQ(recorder.list.run(got, 0, k), k);
+                ASSERT_EQ(recorder.list.run(got, k, gates), gates - k);
+                ASSERT_TRUE(equal_states(expected, got)) << n << " qubits, cut at " << k << ", threads " << threads;
+            }
+        }
+    }
+    EXPECT_TRUE(overtaken);
+}
+
+TYPED_TEST(program_run, of_any_part_applies_its_gates_alone) {
+    const unsigned int n = 13, gates = 30;
+    const auto start = random_state<TypeParam>(n, Values::ordinary);
+    Recorder<TypeParam> recorder(n, 21);
+    for (unsigned int gate = 0; gate < gates; ++gate) recorder.random_gate();
+    for (unsigned int first = 0; first <= gates; ++first) {
+        for (unsigned int last = first; last <= gates; last += 1 + last % 4) {
+            LoadedVector<TypeParam> expected(start), got(start, 2);
+            recorder.apply(expected, first, last);
+            ASSERT_EQ(recorder.list.run(got, first, last), last - first);
+            ASSERT_TRUE(equal_states(expected, got)) << first << " up to " << last;
+        }
+    }
+}
+
+TYPED_TEST(program_run, of_a_part_stopped_by_its_hook_counts_the_gates_of_the_part) {
+    const unsigned int n = 17, first = 10, last = 90;
+    const auto start = random_state<TypeParam>(n, Values::ordinary);
+    Recorder<TypeParam> recorder(n, 9);
+    for (unsigned int gate = 0; gate < 100; ++gate) recorder.random_gate();
+    LoadedVector<TypeParam> got(start), expected(start);
+    const unsigned long applied = recorder.list.run(got, first, last, [&](unsigned long done, unsigned long total) {
+        EXPECT_EQ(total, last - first);
+        EXPECT_LE(done, total);
+        return false;
+    });
+    EXPECT_GT(applied, 0u);
+    EXPECT_LT(applied, last - first);
+    recorder.apply(expected, first, first + applied);
+    EXPECT_TRUE(equal_states(expected, got));
+}
+
+// Planning allocates for every gate; a run of what is planned allocates nothing.
+TYPED_TEST(program_run, keeps_the_plans_of_the_whole_and_of_the_last_eight_parts) {
+    const unsigned int n = 13, gates = 40;
+    const auto start = random_state<TypeParam>(n, Values::ordinary);
+    for (const bool fused : {false, true}) {
+        Recorder<TypeParam> recorder(n, 4, Recorder<TypeParam>::unitary);
+        for (unsigned int gate = 0; gate < gates; ++gate) recorder.random_gate();
+        recorder.list.set_fusion(fused);
+        LoadedVector<TypeParam> state(start);
+        const auto plans = [&](unsigned int first, unsigned int last) {
+            state.load(start);
+            const CountedAllocations allocations;
+            recorder.list.run(state, first, last);
+            return allocations.count() != 0;
+        };
+        EXPECT_TRUE(plans(0, gates));
+        for (unsigned int part = 1; part <= 8; ++part) EXPECT_TRUE(plans(part, gates)) << part;
+        EXPECT_FALSE(plans(0, gates)) << "the whole";
+        for (unsigned int part = 8; part >= 1; --part) EXPECT_FALSE(plans(part, gates)) << part;
+        EXPECT_TRUE(plans(9, gates));
+        EXPECT_TRUE(plans(8, gates)) << "of nine parts the one whose last run lies furthest back is planned anew";
+        EXPECT_FALSE(plans(1, gates));
+        for (unsigned int part = 10; part <= 20; ++part) EXPECT_TRUE(plans(part, gates)) << part;
+        EXPECT_FALSE(plans(0, gates)) << "the whole is kept";
+        EXPECT_FALSE(plans(13, gates)) << "what a run of the whole does not change";
+    }
+}
+
+TYPED_TEST(fused_run, of_parts_agrees_with_the_whole_up_to_rounding_and_with_programs_of_their_own_bit_for_bit) {
+    const unsigned int n = 13, gates = 40, cut = 17;
+    const auto start = random_state<TypeParam>(n, Values::ordinary);
+    program<TypeParam> whole(n), first(n), second(n);
+    for (auto* list : {&whole, &first, &second}) list->set_fusion(true);
+    for (unsigned int gate = 0; gate < gates; ++gate) {
+        const unsigned int q = gate * 5 % n;
+        for (auto* list : {&whole, gate < cut ? &first : &second}) {
+            list->add_gate(gate % 3 == 0 ? "RX" : "RZ", {gate / 7.0}, {q});
+            list->add_gate("CNOT", {}, {q, (q + 4) % n});
+        }
+    }
+    LoadedVector<TypeParam> expected(start), of_their_own(start), got(start, 3);
+    whole.run(expected);
+    first.run(of_their_own);
+    second.run(of_their_own);
+    EXPECT_EQ(whole.run(got, 0, 2 * cut), 2 * cut);
+    EXPECT_EQ(whole.run(got, 2 * cut, 2 * gates), 2 * (gates - cut));
+    EXPECT_TRUE(equal_states(of_their_own, got));
+    for (unsigned long i = 0; i < got.size; ++i) {
+        ASSERT_NEAR(expected.amplitudes[i].real(), got.amplitudes[i].real(), 1e-5);
+        ASSERT_NEAR(expected.amplitudes[i].imag(), got.amplitudes[i].imag(), 1e-5);
+    }
+}
+
 // --- diagonals ----------------------------------------------------------------------------------------------------
 
 // Of every size, alone in a pass and beside gates with which they share chunks; on qubits inside and outside of these,
@@ -330,10 +445,21 @@ TYPED_TEST(program_run, with_new_angles_equals_a_program_made_with_them) {
             expected_list.set_fusion(fused);
             LoadedVector<TypeParam> planned(start, 2), expected(start, 2), got(start, 2);
             list.run(planned);
+            for (unsigned int cut : {11u, 23u}) {
+                list.run(got, 0, cut);
+                list.run(got, cut, 40);
+            }
+            got.load(start);
             for (unsigned int gate = 0; gate < 40; ++gate) list.set_params(gate, {gate / 7.0 + 0.25});
             expected_list.run(expected);
             list.run(got);
             EXPECT_TRUE(equal_states(expected, got)) << n << " qubits, fusion " << fused;
+            if (!fused) {
+                LoadedVector<TypeParam> in_parts(start, 2);
+                list.run(in_parts, 0, 23);
+                list.run(in_parts, 23, 40);
+                EXPECT_TRUE(equal_states(expected, in_parts)) << n << " qubits";
+            }
             EXPECT_FALSE(equal_states(planned, got));
         }
     }
@@ -506,8 +632,8 @@ TYPED_TEST(fused_run, of_every_pair_of_gates_agrees_up_to_rounding) {
     const auto names = names_of_gates([](const gate_row& row) { return row.controls + row.targets <= 2; });
     const auto start = random_state<TypeParam>(3, Values::ordinary);
     const auto add = [](program<TypeParam>& list, const std::string& name, unsigned int q, TypeParam angle) {
-        const bool turned = velacamplix::gates::find_gate(name)->angle;
-        list.add_gate(name, turned ? std::vector<double>{static_cast<double>(angle)} : std::vector<double>{},
+        list.add_gate(name,
+                      std::vector<double>(velacamplix::gates::find_gate(name)->angles, static_cast<double>(angle)),
                       qubits_of(name) == 2 ? Qubits{q, (q + 1) % 3} : Qubits{q});
     };
     const TypeParam pi = TypeParam(3.14159265358979323846);

@@ -1,3 +1,5 @@
+#include "statevector/gates/gate_table.hpp"
+
 #include "reference/indices.hpp"
 #include "support/precision.hpp"
 #include "support/state_vector.hpp"
@@ -34,31 +36,23 @@ std::vector<C<T>> entries(unsigned long count) {
     return std::vector<C<T>>(count, C<T>(1));
 }
 
-// How many controls and targets together, and angles, each name takes.
-struct Shape {
-    const char* name;
-    unsigned int qubits, angles;
-};
-constexpr Shape shapes[] = {{"X", 1, 0},    {"Y", 1, 0},     {"Z", 1, 0},       {"H", 1, 0},     {"S", 1, 0},
-                            {"T", 1, 0},    {"ZtoY", 1, 0},  {"YtoZ", 1, 0},    {"RX", 1, 1},    {"RY", 1, 1},
-                            {"RZ", 1, 1},   {"PH", 1, 1},    {"CNOT", 2, 0},    {"CCNOT", 3, 0}, {"CSIGN", 2, 0},
-                            {"SWAP", 2, 0}, {"ISWAP", 2, 0}, {"SQRTSWAP", 2, 0}};
-
 }  // namespace
 
 TYPED_TEST(program_arguments, of_every_name_are_counted) {
     program<TypeParam> list(5);
-    for (const auto& [name, wanted, angles] : shapes) {
+    for (const auto& row : velacamplix::gates::gate_rows) {
+        const std::string name(row.name);
+        const unsigned int wanted = row.controls + row.targets;
         for (unsigned int count = 0; count <= 4; ++count) {
             Qubits qubits;
             for (unsigned int q = 0; q < count; ++q) qubits.push_back(q);
-            for (unsigned int given = 0; given <= 2; ++given) {
+            for (unsigned int given = 0; given <= 4; ++given) {
                 const std::vector<double> params(given, 0.5);
-                const auto refusal = refusal_of([&, n = name] { list.add_gate(n, params, qubits); });
-                const std::string gate = std::string("Gate ") + name;
-                if (given != angles) {
-                    EXPECT_EQ(refusal, gate + " takes " + std::to_string(angles) +
-                                           (angles == 1 ? " angle" : " angles") + ", not " + std::to_string(given));
+                const auto refusal = refusal_of([&] { list.add_gate(name, params, qubits); });
+                const std::string gate = "Gate " + name;
+                if (given != row.angles) {
+                    EXPECT_EQ(refusal, gate + " takes " + std::to_string(row.angles) +
+                                           (row.angles == 1 ? " angle" : " angles") + ", not " + std::to_string(given));
                 } else if (count != wanted) {
                     EXPECT_EQ(refusal, gate + " takes " + std::to_string(wanted) +
                                            (wanted == 1 ? " qubit" : " qubits") + ", not " + std::to_string(count));
@@ -68,7 +62,7 @@ TYPED_TEST(program_arguments, of_every_name_are_counted) {
             }
         }
     }
-    EXPECT_EQ(list.size(), std::size(shapes)) << "what was refused left nothing behind";
+    EXPECT_EQ(list.size(), velacamplix::gates::gate_rows.size()) << "what was refused left nothing behind";
 }
 
 TYPED_TEST(program_arguments, of_matrices_and_diagonals_have_the_size_of_their_qubits) {
@@ -132,6 +126,9 @@ TYPED_TEST(program_arguments, for_an_angle_are_one) {
     list.add_gate("CNOT", {}, {0, 1});
     EXPECT_EQ(refusal_of([&] { list.set_params(2, {1}); }), "Gate 2, matrix, takes no angle");
     EXPECT_EQ(refusal_of([&] { list.set_params(3, {1}); }), "Gate 3, X, takes no angle") << "with a control";
+    EXPECT_EQ(list.angle_count(0), 1u);
+    for (const unsigned long gate : {1ul, 2ul, 3ul}) EXPECT_EQ(list.angle_count(gate), 0u) << gate;
+    EXPECT_THROW(list.angle_count(4), std::out_of_range);
 }
 
 TYPED_TEST(program_arguments, include_a_state_that_holds_the_programs_qubits) {
@@ -150,6 +147,22 @@ TYPED_TEST(program_arguments, include_a_state_that_holds_the_programs_qubits) {
               "was refused");
 }
 
+TYPED_TEST(program_arguments, for_a_part_are_a_range_of_its_gates) {
+    program<TypeParam> list(2);
+    for (int gate = 0; gate < 5; ++gate) list.add_gate("X", {}, {0});
+    StateVector<TypeParam> state(2);
+    state.reset();
+    EXPECT_EQ(refusal_of([&] { list.run(state, 3, 2); }), "The program has 5 gates, not those from 3 up to 2");
+    EXPECT_EQ(refusal_of([&] { list.run(state, 0, 6); }), "The program has 5 gates, not those from 0 up to 6");
+    EXPECT_EQ(refusal_of([&] { list.run(state, 6, 6); }), "The program has 5 gates, not those from 6 up to 6");
+    EXPECT_EQ(refusal_of([&] { list.run(state, ~0ul, 1); }),
+              "The program has 5 gates, not those from 18446744073709551615 up to 1");
+    EXPECT_EQ(state.amplitudes[0], C<TypeParam>(1)) << "what was refused has done nothing";
+    EXPECT_EQ(list.run(state, 5, 5), 0u);
+    EXPECT_EQ(list.run(state, 4, 5), 1u);
+    EXPECT_EQ(state.amplitudes[1], C<TypeParam>(1));
+}
+
 TYPED_TEST(program_arguments, of_a_program_moved_from_are_refused) {
     program<TypeParam> list(3);
     list.add_gate("X", {}, {2});
@@ -162,12 +175,14 @@ TYPED_TEST(program_arguments, of_a_program_moved_from_are_refused) {
     EXPECT_EQ(refusal_of([&] { list.add_diagonal({1, 1}, {0}); }), expected);
     EXPECT_EQ(refusal_of([&] { list.set_params(0, {1}); }), expected);
     EXPECT_EQ(refusal_of([&] { list.set_fusion(true); }), expected);
+    EXPECT_EQ(refusal_of([&] { list.angle_count(0); }), expected);
     EXPECT_EQ(refusal_of([&] { list.fusion(); }), expected);
     EXPECT_EQ(refusal_of([&] { list.size(); }), expected);
     EXPECT_EQ(refusal_of([&] { list.nqubits(); }), expected);
     EXPECT_EQ(refusal_of([&] { list.clear(); }), expected);
     EXPECT_EQ(refusal_of([&] { list.plan(3, 1); }), expected);
     EXPECT_EQ(refusal_of([&] { list.run(state); }), expected);
+    EXPECT_EQ(refusal_of([&] { list.run(state, 0, 0); }), expected);
     EXPECT_EQ(taken.run(state), 1u);
     list = std::move(taken);
     EXPECT_EQ(list.run(state), 1u) << "assigned to, it is a program again";

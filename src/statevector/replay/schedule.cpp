@@ -9,7 +9,7 @@
 namespace velacamplix::replay {
 
 template <class T>
-schedule<T>::schedule(const std::vector<gates::operation<T>>& operations, unsigned qubits, int threads, bool fused,
+schedule<T>::schedule(std::span<const gates::operation<T>> operations, unsigned qubits, int threads, bool fused,
                       unsigned long cache_bytes, const run_hook& hook)
     : nbqbits(qubits),
       team(storage::team_size(threads)),
@@ -52,7 +52,7 @@ unsigned long schedule<T>::buffers_size() const {
 // Applies the gates that stand before the last one of the passes so far and have not acted. Each of them commutes with
 // those that overtook it.
 template <class T>
-unsigned long schedule<T>::complete_prefix(const std::vector<gates::operation<T>>& operations, std::size_t passes_run,
+unsigned long schedule<T>::complete_prefix(std::span<const gates::operation<T>> operations, std::size_t passes_run,
                                            thrust::complex<T>* state) {
     unsigned long prefix = 0;
     for (std::size_t i = 0; i < passes_run; ++i) prefix = std::max(prefix, all_passes[i].last);
@@ -70,7 +70,7 @@ unsigned long schedule<T>::complete_prefix(const std::vector<gates::operation<T>
 }
 
 template <class T>
-unsigned long schedule<T>::run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
+unsigned long schedule<T>::run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
                                const run_hook& hook) {
     // All the memory it takes before the first gate acts.
     if (buffers == nullptr && buffers_size() != 0) buffers = storage::make_amplitudes<T>(buffers_size());

@@ -7,6 +7,7 @@
 #include <velacamplix/storage.hpp>
 
 #include <functional>
+#include <span>
 
 namespace velacamplix::replay {
 
@@ -19,14 +20,14 @@ template <class T>
 class schedule {
 public:
     // The hook hears of 0 gates now and then; when it stops, the schedule remains incomplete and must not be run.
-    schedule(const std::vector<gates::operation<T>>& operations, unsigned nbqbits, int nthreads, bool fused = false,
+    schedule(std::span<const gates::operation<T>> operations, unsigned nbqbits, int nthreads, bool fused = false,
              unsigned long cache_bytes = plan::first_level_cache_bytes(), const run_hook& hook = {});
 
     // Between passes the hook hears how many gates have acted and how many there are; false ends the run as soon as the
     // state is that of a prefix of the list: without fusion the gates that a later one has overtaken are applied first,
     // with fusion the batch is finished. Returns the length of the prefix.
     // `operations` are those of the constructor.
-    unsigned long run(const std::vector<gates::operation<T>>& operations, thrust::complex<T>* state,
+    unsigned long run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
                       const run_hook& hook = {});
 
     // Tells a schedule without fusion that the numbers of a gate have changed.
@@ -41,7 +42,7 @@ public:
 private:
     void run_pass(const pass<T>& next, thrust::complex<T>* state);
     unsigned long buffers_size() const;
-    unsigned long complete_prefix(const std::vector<gates::operation<T>>& operations, std::size_t passes_run,
+    unsigned long complete_prefix(std::span<const gates::operation<T>> operations, std::size_t passes_run,
                                   thrust::complex<T>* state);
 
     unsigned nbqbits;

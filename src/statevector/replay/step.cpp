@@ -31,8 +31,8 @@ void run_work(const kernels::kernel_call<T>& call, thrust::complex<T>* buffer, u
 }
 
 template <class T>
-void run_work(const call_by_bit<T>& choice, thrust::complex<T>* buffer, unsigned long base) {
-    kernels::run_serial(choice.calls[(base & choice.bit) != 0 ? 1 : 0], buffer);
+void run_work(const call_by_parity<T>& choice, thrust::complex<T>* buffer, unsigned long base) {
+    kernels::run_serial(choice.calls[index::count_bits(base & choice.bits) % 2], buffer);
 }
 
 template <class T>
@@ -65,14 +65,19 @@ step<T> phase_step(const operation<T>& op, const locality& where) {
     return {all & ~where.mask(), gates::phase_call(op, where.bits.size(), condition)};
 }
 
-// Outside the buffer the target chooses the one factor of all its amplitudes.
+// Targets outside the buffer choose the one factor of all its amplitudes, or which factor belongs to which half of them
+// by the target that is left inside.
 template <class T>
-step<T> outside_rz_step(const operation<T>& op, const locality& where) {
-    const auto condition = kernels::all_ones(where.inside(op.controls));
+step<T> outside_parity_step(const operation<T>& op, const locality& where) {
+    const unsigned long inside = where.inside(op.target_mask()), controls = where.inside(op.controls);
     const unsigned long nbqbits = where.bits.size();
-    return {op.controls & ~where.mask(), call_by_bit<T>{op.target_mask(),
-                                                        {scaling_call(nbqbits, condition, op.coefficients[0]),
-                                                         scaling_call(nbqbits, condition, op.coefficients[1])}}};
+    const auto call = [=](thrust::complex<T> even, thrust::complex<T> odd) {
+        if (inside == 0) return scaling_call(nbqbits, kernels::all_ones(controls), even);
+        return kernels::one_qubit_diagonal_call<T>(nbqbits, inside, controls, even, odd);
+    };
+    const auto even = op.coefficients[0], odd = op.coefficients[1];
+    return {op.controls & ~where.mask(),
+            call_by_parity<T>{op.target_mask() & ~where.mask(), {call(even, odd), call(odd, even)}}};
 }
 
 template <class T>
@@ -118,10 +123,10 @@ template <class T>
 void add_step(std::vector<step<T>>& to, const operation<T>& op, const locality& where) {
     if (op.kind == gate_kind::product) return add_product(to, op, where);
     const bool outside = op.is_diagonal() && (op.target_mask() & ~where.mask()) != 0;
-    to.push_back(gates::is_phase(op.kind)              ? phase_step(op, where)
-                 : outside && op.kind == gate_kind::rz ? outside_rz_step(op, where)
-                 : outside                             ? window_step(op, where)
-                                                       : inside_step(op, where));
+    to.push_back(gates::is_phase(op.kind)               ? phase_step(op, where)
+                 : outside && gates::is_parity(op.kind) ? outside_parity_step(op, where)
+                 : outside                              ? window_step(op, where)
+                                                        : inside_step(op, where));
 }
 
 // Whether an operation may join its neighbours in a diagonal_run.

@@ -21,11 +21,12 @@ struct locality {
     unsigned position_of(unsigned bit) const;
 };
 
-// A diagonal gate whose target is outside the buffer: by its bit of the base one call or the other.
+// A parity gate with targets outside the buffer: one call where an even number of their bits in the base are 1, the
+// other where it is odd.
 template <class T>
-struct call_by_bit {
-    unsigned long bit;
-    std::vector<kernels::kernel_call<T>> calls;  // for 0 and for 1
+struct call_by_parity {
+    unsigned long bits;
+    std::vector<kernels::kernel_call<T>> calls;  // even, odd
 };
 
 // Factors for bits outside the buffer, together one factor of the whole buffer.
@@ -44,7 +45,7 @@ struct outside_factors {
 template <class T>
 struct step {
     unsigned long required = 0;  // acts on buffers whose base has these bits: controls outside
-    std::variant<kernels::kernel_call<T>, call_by_bit<T>, outside_factors<T>, kernels::diagonal_run<T>,
+    std::variant<kernels::kernel_call<T>, call_by_parity<T>, outside_factors<T>, kernels::diagonal_run<T>,
                  kernels::diagonal_window<T>>
         work;
 

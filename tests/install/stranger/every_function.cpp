@@ -192,12 +192,17 @@ void need_class() {
     base.resize(2);
     base.reset();
     gates.set_fusion(true);
+    needed += gates.run(object, 1, 2) == 1 && gates.angle_count(0) == 1;
     needed += gates.fusion();
     gates.set_fusion(false);
     program<T> moved = std::move(gates);
     program<T> moved_again(1);
     moved_again = std::move(moved);
     needed += moved_again.run(object) == 3;
+    std::vector<program<T>> programs;
+    programs.push_back(moved_again.copy());
+    const batch_result<T> taken = [](unsigned long, state&) {};
+    needed += run_batch(programs, taken) == 1 && run_batch(programs[0], {0}, {{1.0}, {2.0}}, taken) == 2;
     moved_again.clear();
 
     pbamplix::PybindAmplixWCircuit<T> circuit(1);
