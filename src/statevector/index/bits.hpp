@@ -36,6 +36,9 @@ inline constexpr unsigned count_bits(unsigned long mask) { return static_cast<un
 // them. The last one is followed by 0.
 inline constexpr unsigned long next(unsigned long i, unsigned long free) { return ((i | ~free) + 1) & free; }
 
+// The same for an i that has no other bits. One operation less, which counts where each step waits for the one before.
+inline constexpr unsigned long next_within(unsigned long i, unsigned long free) { return (i - free) & free; }
+
 // All indices of the bits of `free`, from the begin-th on in increasing order, `count` of them:
 //     for (const unsigned long i : free_indices(free, begin, count)) ...
 class free_indices {
@@ -49,7 +52,7 @@ public:
 
         constexpr unsigned long operator*() const { return index; }
         constexpr iterator& operator++() {
-            index = next(index, free);
+            index = next_within(index, free);
             --left;
             return *this;
         }

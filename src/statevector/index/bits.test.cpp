@@ -48,6 +48,13 @@ TEST(bits, next_skips_what_is_not_free_and_ends_with_0) {
     EXPECT_EQ(index::next(0b11010, 0b11010), 0ul);
     EXPECT_EQ(index::next(0b00110, 0b11010), 0b01000ul) << "what the other bits hold plays no part";
     EXPECT_EQ(index::next(0, 0), 0ul);
+    for (const unsigned long free : {0ul, 0b11010ul, 0b1ul, ~0b11010ul, ~0ul}) {
+        unsigned long i = 0;
+        for (int step = 0; step < 40; ++step) {
+            EXPECT_EQ(index::next_within(i, free), index::next(i, free)) << "bits " << free << ", index " << i;
+            i = index::next(i, free);
+        }
+    }
 }
 
 TEST(bits, free_indices_are_the_deposited_numbers_in_order) {

@@ -40,13 +40,10 @@ private:
     };
 };
 
-template <class V>
-[[gnu::always_inline]] inline void multiply(thrust::complex<scalar_of<V>>* at, const lane_factors<V>& factors,
-                                            bits_of<V> changed, bool blend) {
-    const V old = load<V>(at);
-    V a = factors * old;
-    if (blend) a = select(changed, a, old);
-    store(at, a);
+template <bool blend, class V>
+[[gnu::always_inline]] inline V product(const lane_factors<V>& factors, V old, bits_of<V> changed) {
+    const V a = factors * old;
+    return blend ? select(changed, a, old) : a;
 }
 
 // --- one qubit -------------------------------------------------------------------------------------------------------
@@ -61,16 +58,20 @@ void run_halves(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of
         one.set_lane(lane, call.coefficients[1]);
     }
     const bits_of<V> changed = lane_mask<V>(call);
+    using amplitude = thrust::complex<scalar_of<V>>;
     const unsigned long target = call.target_bit[0];
-    walk<V>(
-        call, begin, end,
-        [=](unsigned long base) {
-            __builtin_prefetch(state + base, 1);
-            __builtin_prefetch(state + (base | target), 1);
+    walk<V, 2>(
+        call, state, begin, end,
+        [=](const amplitude* at) {
+            __builtin_prefetch(at, 1);
+            __builtin_prefetch(at + target, 1);
         },
-        [=](unsigned long base) {
-            multiply(state + base, zero, changed, blend);
-            multiply(state + (base | target), one, changed, blend);
+        [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
+            V a[n], b[n];
+            for (unsigned k = 0; k < n; ++k) a[k] = product<blend>(zero, load<V>(at[k]), changed);
+            for (unsigned k = 0; k < n; ++k) b[k] = product<blend>(one, load<V>(at[k] + target), changed);
+            for (unsigned k = 0; k < n; ++k) store(at[k], a[k]);
+            for (unsigned k = 0; k < n; ++k) store(at[k] + target, b[k]);
         });
 }
 
@@ -83,9 +84,14 @@ void run_lanes(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
         factors.set_lane(lane, call.coefficients[(lane & call.target_bit[0]) != 0]);
     }
     const bits_of<V> changed = lane_mask<V>(call);
-    walk<V>(
-        call, begin, end, [=](unsigned long base) { __builtin_prefetch(state + base, 1); },
-        [=](unsigned long base) { multiply(state + base, factors, changed, blend); });
+    using amplitude = thrust::complex<scalar_of<V>>;
+    walk<V, 2>(
+        call, state, begin, end, [](const amplitude* at) { __builtin_prefetch(at, 1); },
+        [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
+            V a[n];
+            for (unsigned k = 0; k < n; ++k) a[k] = product<blend>(factors, load<V>(at[k]), changed);
+            for (unsigned k = 0; k < n; ++k) store(at[k], a[k]);
+        });
 }
 
 // --- any number of qubits --------------------------------------------------------------------------------------------
@@ -156,27 +162,33 @@ void run_entries(const kernel_call<scalar_of<V>>& call, unsigned long first, thr
     const auto* entries = table.diagonal->entries.get();
     const unsigned long first_outer = first >> table.inside_bits();
     const bits_of<V> changed = lane_mask<V>(call);
-    const bool blend = call.lane_fixed != 0;
-    unsigned long block = ~0ul;
-    unsigned long high = 0;
-    walk<V>(
-        call, begin, end, [](unsigned long) {},
-        [&, state](unsigned long base) {
-            if (base >> block_shift != block) {
-                block = base >> block_shift;
-                high = first_outer | table.outer_position(block << block_shift);
-            }
-            const unsigned long outer = high | gathered[(base >> lane_bits<V>)&index::low_bits(table_bits)];
-            if constexpr (form == factors::prepared) {
-                multiply(state + base, prepared[outer], changed, blend);
-            } else if constexpr (form == factors::side_by_side) {
-                lane_factors<V> own;
-                own.set_all(load<V>(entries + (outer << lane_bits<V>)));
-                multiply(state + base, own, changed, blend);
-            } else {
-                multiply(state + base, table.scattered_factors(outer), changed, blend);
-            }
-        });
+    const auto factors_at = [&](unsigned long outer) __attribute__((always_inline)) {
+        if constexpr (form == factors::prepared) return prepared[outer];
+        if constexpr (form == factors::scattered) return table.scattered_factors(outer);
+        lane_factors<V> own;
+        own.set_all(load<V>(entries + (outer << lane_bits<V>)));
+        return own;
+    };
+    using amplitude = thrust::complex<scalar_of<V>>;
+    const unsigned long free = ~call.fixed;
+    const unsigned long units_of_block = 1ul << std::popcount(free & index::low_bits(block_shift));
+    while (begin < end) {
+        const unsigned long block = (index::deposit(begin, free) | call.ones) >> block_shift << block_shift;
+        const unsigned long high = first_outer | table.outer_position(block);
+        const unsigned long stop = std::min(end, begin - begin % units_of_block + units_of_block);
+        walk<V, 2>(
+            call, state, begin, stop, [](const amplitude*) {},
+            [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
+                V a[n];
+                for (unsigned k = 0; k < n; ++k) {
+                    const auto base = static_cast<unsigned long>(at[k] - state);
+                    const unsigned long outer = high | gathered[(base >> lane_bits<V>)&index::low_bits(table_bits)];
+                    a[k] = product<true>(factors_at(outer), load<V>(at[k]), changed);
+                }
+                for (unsigned k = 0; k < n; ++k) store(at[k], a[k]);
+            });
+        begin = stop;
+    }
 }
 
 template <class V, factors form>

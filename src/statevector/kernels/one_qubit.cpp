@@ -13,27 +13,43 @@ void run_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                unsigned long end) {
     formula<G, V> gate(call.coefficients.data());
     const bits_of<V> changed = lane_mask<V>(call);
-    const unsigned long target = call.target_bit[0];
-    walk<V>(
-        call, begin, end,
-        [=](unsigned long base) {
-            __builtin_prefetch(state + base, 1);
-            __builtin_prefetch(state + (base | target), 1);
+    using amplitude = thrust::complex<scalar_of<V>>;
+    // Where a condition stands on the target itself both amplitudes are one.
+    const unsigned long target = call.target_bit[0] & ~call.ones;
+    const auto change = [ =, &gate ](V & a0, V & a1) __attribute__((always_inline)) {
+        const V old0 = a0;
+        const V old1 = a1;
+        if constexpr (inner >= 0) exchange_bit<static_cast<unsigned>(inner)>(a0, a1);
+        gate(a0, a1);
+        if constexpr (inner >= 0) exchange_bit<static_cast<unsigned>(inner)>(a0, a1);
+        if constexpr (blend) {
+            a0 = select(changed, a0, old0);
+            a1 = select(changed, a1, old1);
+        }
+    };
+    // A formula that remembers something branches; two at once need the many registers of the widest packs then.
+    constexpr bool remembers = !std::is_invocable_v<const formula<G, V>&, V&, V&>;
+    walk<V, remembers && sizeof(V) < 64 ? 1 : 2>(
+        call, state, begin, end,
+        [=](const amplitude* at) {
+            __builtin_prefetch(at, 1);
+            __builtin_prefetch(at + target, 1);
         },
-        [ =, &gate ](unsigned long base) __attribute__((always_inline)) {
-            const V old0 = load<V>(state + base);
-            const V old1 = load<V>(state + (base | target));
-            V a0 = old0;
-            V a1 = old1;
-            if constexpr (inner >= 0) exchange_bit<static_cast<unsigned>(inner)>(a0, a1);
-            gate(a0, a1);
-            if constexpr (inner >= 0) exchange_bit<static_cast<unsigned>(inner)>(a0, a1);
-            if constexpr (blend) {
-                a0 = select(changed, a0, old0);
-                a1 = select(changed, a1, old1);
+        [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
+            if constexpr (n == 1) {  // not as arrays: formulas with branches came out slower
+                V a0 = load<V>(at[0]);
+                V a1 = load<V>(at[0] + target);
+                change(a0, a1);
+                store(at[0], a0);
+                store(at[0] + target, a1);
+                return;
             }
-            store(state + base, a0);
-            store(state + (base | target), a1);
+            V a0[n], a1[n];
+            for (unsigned k = 0; k < n; ++k) a0[k] = load<V>(at[k]);
+            for (unsigned k = 0; k < n; ++k) a1[k] = load<V>(at[k] + target);
+            for (unsigned k = 0; k < n; ++k) change(a0[k], a1[k]);
+            for (unsigned k = 0; k < n; ++k) store(at[k], a0[k]);
+            for (unsigned k = 0; k < n; ++k) store(at[k] + target, a1[k]);
         });
 }
 

@@ -11,14 +11,18 @@ void run_phases(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of
                 unsigned long end) {
     const formula<G, V> gate(call.coefficients.data());
     const bits_of<V> changed = lane_mask<V>(call);
-    walk<V>(
-        call, begin, end, [=](unsigned long base) { __builtin_prefetch(state + base, 1); },
-        [=](unsigned long base) __attribute__((always_inline)) {
-            const V old = load<V>(state + base);
-            V a = old;
-            gate(a);
-            if constexpr (blend) a = select(changed, a, old);
-            store(state + base, a);
+    using amplitude = thrust::complex<scalar_of<V>>;
+    walk<V, 2>(
+        call, state, begin, end, [](const amplitude* at) { __builtin_prefetch(at, 1); },
+        [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
+            V a[n];
+            for (unsigned k = 0; k < n; ++k) {
+                const V old = load<V>(at[k]);
+                a[k] = old;
+                gate(a[k]);
+                if constexpr (blend) a[k] = select(changed, a[k], old);
+            }
+            for (unsigned k = 0; k < n; ++k) store(at[k], a[k]);
         });
 }
 

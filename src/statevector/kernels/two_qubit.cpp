@@ -30,52 +30,69 @@ void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
     constexpr bool all_four = !(middle_only<G, V> && outer);
     const formula<G, V> gate(coefficients_of(call));
     const bits_of<V> changed = lane_mask<V>(call);
-    const unsigned long high = call.target_bit[0];
-    const unsigned long low = call.target_bit[1];
-    walk<V>(
-        call, begin, end,
-        [=](unsigned long base) {
-            __builtin_prefetch(state + (base | low), 1);
-            __builtin_prefetch(state + (base | high), 1);
+    const auto change = [=](V & a, V & b, V & c, V & d) __attribute__((always_inline)) {
+        const V old[4] = {a, b, c, d};
+        if constexpr (inner_high >= 0) {
+            exchange_bit<static_cast<unsigned>(inner_high)>(a, c);
+            exchange_bit<static_cast<unsigned>(inner_high)>(b, d);
+        }
+        if constexpr (inner_low >= 0) {
+            exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
+            exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
+        }
+        gate(a, b, c, d);
+        if constexpr (inner_low >= 0) {
+            exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
+            exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
+        }
+        if constexpr (inner_high >= 0) {
+            exchange_bit<static_cast<unsigned>(inner_high)>(a, c);
+            exchange_bit<static_cast<unsigned>(inner_high)>(b, d);
+        }
+        if constexpr (blend) {
+            a = select(changed, a, old[0]);
+            b = select(changed, b, old[1]);
+            c = select(changed, c, old[2]);
+            d = select(changed, d, old[3]);
+        }
+    };
+    using amplitude = thrust::complex<scalar_of<V>>;
+    // Where the targets coincide, or a condition stands on one, some of the four are the same amplitude.
+    const unsigned long high = call.target_bit[0] & ~call.ones;
+    const unsigned long low = call.target_bit[1] & ~call.ones;
+    const unsigned long both = high | low;
+    const auto visit = [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
+        V a[n] = {}, b[n], c[n], d[n] = {};
+        for (unsigned k = 0; k < n; ++k) {
+            if constexpr (all_four) a[k] = load<V>(at[k]);
+            b[k] = load<V>(at[k] + low);
+            c[k] = load<V>(at[k] + high);
+            if constexpr (all_four) d[k] = load<V>(at[k] + both);
+        }
+        for (unsigned k = 0; k < n; ++k) change(a[k], b[k], c[k], d[k]);
+        for (unsigned k = 0; k < n; ++k) {
+            if constexpr (all_four) store(at[k], a[k]);
+            store(at[k] + low, b[k]);
+            store(at[k] + high, c[k]);
+            if constexpr (all_four) store(at[k] + both, d[k]);
+        }
+    };
+    walk<V, std::is_same_v<G, _Gate2QB<true>> ? 1 : 2>(
+        call, state, begin, end,
+        [=](const amplitude* at) {
+            __builtin_prefetch(at + low, 1);
+            __builtin_prefetch(at + high, 1);
             if constexpr (all_four) {
-                __builtin_prefetch(state + base, 1);
-                __builtin_prefetch(state + (base | high | low), 1);
+                __builtin_prefetch(at, 1);
+                __builtin_prefetch(at + both, 1);
             }
         },
-        [=](unsigned long base) __attribute__((always_inline)) {
-            V old[4] = {};
-            if constexpr (all_four) old[0] = load<V>(state + base);
-            old[1] = load<V>(state + (base | low));
-            old[2] = load<V>(state + (base | high));
-            if constexpr (all_four) old[3] = load<V>(state + (base | high | low));
-            V a = old[0], b = old[1], c = old[2], d = old[3];
-            if constexpr (inner_high >= 0) {
-                exchange_bit<static_cast<unsigned>(inner_high)>(a, c);
-                exchange_bit<static_cast<unsigned>(inner_high)>(b, d);
+        [=](const auto& units) __attribute__((always_inline)) {
+            if constexpr (outer) {
+                visit(units);
+            } else {
+                for (amplitude* const at : units) visit(std::array{at});
             }
-            if constexpr (inner_low >= 0) {
-                exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
-                exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
-            }
-            gate(a, b, c, d);
-            if constexpr (inner_low >= 0) {
-                exchange_bit<static_cast<unsigned>(inner_low)>(a, b);
-                exchange_bit<static_cast<unsigned>(inner_low)>(c, d);
-            }
-            if constexpr (inner_high >= 0) {
-                exchange_bit<static_cast<unsigned>(inner_high)>(a, c);
-                exchange_bit<static_cast<unsigned>(inner_high)>(b, d);
-            }
-            if constexpr (blend) {
-                a = select(changed, a, old[0]);
-                b = select(changed, b, old[1]);
-                c = select(changed, c, old[2]);
-                d = select(changed, d, old[3]);
-            }
-            if constexpr (all_four) store(state + base, a);
-            store(state + (base | low), b);
-            store(state + (base | high), c);
-            if constexpr (all_four) store(state + (base | high | low), d);
         });
 }
 

@@ -3,6 +3,8 @@
 #include "statevector/index/bits.hpp"
 #include "statevector/kernels/kernel_call.hpp"
 
+#include <array>
+
 namespace velacamplix::kernels {
 
 // The index bits with a condition: controls, and the targets of phase gates. Only indices whose bits under `fixed`
@@ -39,43 +41,49 @@ bits_of<V> lane_mask(const kernel_call<T>& call) {
     return mask;
 }
 
-// Calls body(base) for the units begin ... end - 1 in increasing order. It stands in three loops; a body of some length
-// says always_inline, or else whether it is called or inlined depends on how much else the file holds. `prefetch(base)`
-// runs ahead of the body where the call asks for it.
-template <class V, class T, class Prefetch, class Body>
-[[gnu::always_inline]] inline void walk(const kernel_call<T>& call, unsigned long begin, unsigned long end,
-                                        Prefetch prefetch, Body body) {
-    const unsigned long fixed = call.fixed;
-    const unsigned long ones = call.ones;
-    const unsigned long ahead = call.prefetch;
-    // The lowest bits, inside the pack and perhaps some above, are fixed without a gap: units lie a constant stride
-    // apart until the next fixed bit interrupts them.
-    const int solid = std::countr_one(fixed);
-    const unsigned long stride = 1ul << solid;
-    const unsigned long interrupting = fixed >> solid;
-    const unsigned long run = interrupting != 0 ? 1ul << std::countr_zero(interrupting) : 1ul << 63;
-    unsigned long base = index::deposit(begin, ~fixed) | ones;
-    if (run < 4) {
-        for (unsigned long unit = begin; unit < end; ++unit) {
-            if (ahead) prefetch(base + ahead);
-            body(base);
-            base = index::next(base, ~fixed) | ones;
-        }
-        return;
+// Visits the units begin ... end - 1 in increasing order, `at_once` of them (a power of two) wherever that many follow
+// each other from a multiple of it, else one. body(at) gets the addresses of their bases in an array, as many as are
+// visited together; it should read all of them before it writes. It stands in two loops; a body of some length says
+// always_inline, or else whether it is called or inlined depends on how much else the file holds. `prefetch(at)` runs
+// ahead, for one address, where the call asks for it.
+template <class V, unsigned at_once, class T, class Prefetch, class Body>
+[[gnu::always_inline]] inline void walk(const kernel_call<T>& call, thrust::complex<T>* state, unsigned long begin,
+                                        unsigned long end, Prefetch prefetch, Body body) {
+    using amplitude = thrust::complex<T>;
+    // Indices and addresses are counted in bytes, as plain numbers: then one addition makes an address of an index
+    // (16 bytes are more than an address scales by), and what stays the same is added up before the loop.
+    const unsigned long free = ~call.fixed * sizeof(amplitude);
+    const unsigned long ahead = call.prefetch * sizeof(amplitude);
+    const auto at = [](unsigned long address) { return reinterpret_cast<amplitude*>(address); };
+    // From one base to the next is a chain of operations of which each waits for the one before. Units visited
+    // together share one: they differ in the lowest free bits, so that they lie at the same distances everywhere.
+    std::array<unsigned long, at_once> first;
+    unsigned long distance = 0;
+    for (unsigned long& address : first) {
+        address = reinterpret_cast<unsigned long>(state + call.ones) + distance;
+        distance = index::next_within(distance, free);
     }
+    const unsigned long common = free & ~(first[at_once - 1] - first[0]);
+    unsigned long base = index::deposit(begin, free);
     while (begin < end) {
-        const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);
-        const unsigned long stop = base + length * stride;
-        if (ahead) {
-            for (; base != stop; base += stride) {
-                prefetch(base + ahead);
-                body(base);
+        if (at_once > 1 && begin % at_once == 0) {
+            unsigned long steps = (end - begin) / at_once;
+            begin += steps * at_once;
+            for (; steps != 0; --steps) {
+                std::array<amplitude*, at_once> units;
+                for (unsigned k = 0; k < at_once; ++k) {
+                    if (ahead) prefetch(at(first[k] + base + ahead));
+                    units[k] = at(first[k] + base);
+                }
+                body(units);
+                base = index::next_within(base, common);
             }
-        } else {
-            for (; base != stop; base += stride) body(base);
+            if (begin == end) return;
         }
-        begin += length;
-        base = index::next(stop - stride, ~fixed) | ones;
+        if (ahead) prefetch(at(first[0] + base + ahead));
+        body(std::array{at(first[0] + base)});
+        base = index::next_within(base, free);
+        ++begin;
     }
 }
 
