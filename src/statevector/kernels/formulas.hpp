@@ -129,27 +129,18 @@ struct formula<GateYtoZ, V> {
     }
 };
 
-// 1/2 (1 + i) a and 1/2 (1 - i) a, the halves taken before the sums.
-template <class V>
-struct half_turns {
-    V plus, minus;
-    [[gnu::always_inline]] explicit half_turns(V a) {
-        const V x = a * broadcast<V>(scalar_of<V>(0.5));
-        const V turned = swap_parts(x);
-        plus = join_parts(x - turned, x + turned);   // (x.re - x.im, x.im + x.re)
-        minus = join_parts(x + turned, x - turned);  // (x.re + x.im, x.im - x.re)
-    }
-};
-
-// 1/2 [[1 + i, 1 - i], [1 - i, 1 + i]], a root of X.
+// 1/2 [[1 + i, 1 - i], [1 - i, 1 + i]], a root of X. Each amplitude is multiplied by a half and by half of i once.
 struct GateSX {};
 template <class V>
 struct formula<GateSX, V> {
+    V half = broadcast<V>(scalar_of<V>(0.5));
+    V turning_half = negate_real(half);
     explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
-        const half_turns<V> x(a0), y(a1);
-        a0 = x.plus + y.minus;
-        a1 = x.minus + y.plus;
+        const V x = a0 * half, ix = swap_parts(a0) * turning_half;
+        const V y = a1 * half, iy = swap_parts(a1) * turning_half;
+        a0 = (x + ix) + (y - iy);
+        a1 = (x - ix) + (y + iy);
     }
 };
 
@@ -263,13 +254,22 @@ struct formula<GateISWAP, V> : leaves_00_and_11 {
     }
 };
 
+// 1/2 (1 + i) and 1/2 (1 - i), the halves taken before the sums.
 template <class V>
 struct formula<GateSQRTSWAP, V> : leaves_00_and_11 {
+    V half = broadcast<V>(scalar_of<V>(0.5));
     explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
-        const half_turns<V> x(b), y(c);
-        b = x.plus + y.minus;
-        c = y.plus + x.minus;
+        const V x = b * half;
+        const V y = c * half;
+        const V turned_x = swap_parts(x);
+        const V turned_y = swap_parts(y);
+        const V x_plus = join_parts(x - turned_x, x + turned_x);   // (x.re - x.im, x.im + x.re)
+        const V x_minus = join_parts(x + turned_x, x - turned_x);  // (x.re + x.im, x.im - x.re)
+        const V y_plus = join_parts(y - turned_y, y + turned_y);
+        const V y_minus = join_parts(y + turned_y, y - turned_y);
+        b = x_plus + y_minus;
+        c = y_plus + x_minus;
     }
 };
 
