@@ -52,6 +52,8 @@ using Entry = std::complex<double>;
 std::vector<Entry> entries_of(const std::string& name, double angle, double, double) {
     const double c = std::cos(angle / 2), s = std::sin(angle / 2);
     if (name == "RZZ") return {{c, -s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, -s}};
+    const Entry flip(0, -s);
+    if (name == "RXX") return {c, 0, 0, flip, 0, c, flip, 0, 0, flip, c, 0, flip, 0, 0, c};
     if (name == "SX") return {{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}};
     return {};
 }

@@ -84,6 +84,15 @@ struct coefficients_of<kernels::GateRZ> {
     }
 };
 
+// The diagonal entry, that of 00 and 11, that of 01 and 10.
+template <>
+struct coefficients_of<kernels::GateRXX> {
+    coefficients<double> operator()(double angle) const {
+        const auto [s, c] = sincos_of(angle * 0.5);
+        return {{{c, 0}, {0, -s}, {0, -s}}};
+    }
+};
+
 // exp(-i angle/2) where the two qubits agree, exp(i angle/2) where they differ.
 template <>
 struct coefficients_of<kernels::GateRZZ> {

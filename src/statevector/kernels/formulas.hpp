@@ -362,9 +362,66 @@ private:
     [[gnu::always_inline]] V product(int at, V x, V turned) const { return x * m[at].real() + turned * m[at].imag(); }
 };
 
+// [[c, 0, 0, o], [0, c, m, 0], [0, m, c, 0], [o, 0, 0, c]], c = (cos, 0), o and m imaginary. The zeros count, as those
+// of RX do, and the same short attempt is made without them. Where o and m vanish the matrix is a diagonal, and the
+// zeros of a diagonal are no part of it.
+template <class V>
+class double_flip {
+    using complex = thrust::complex<scalar_of<V>>;
+
+public:
+    explicit double_flip(const complex* numbers)
+        : c_(numbers[0]),
+          o_(numbers[1]),
+          m_(numbers[2]),
+          cosine_(c_),
+          outer_(o_),
+          middle_(m_),
+          is_diagonal_(o_ == complex(0) && m_ == complex(0)),
+          attempt_(c_.imag() == 0 && o_.real() == 0 && m_.real() == 0) {}
+
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) {
+        if (is_diagonal_) {
+            a = cosine_ * a;
+            b = cosine_ * b;
+            c = cosine_ * c;
+            d = cosine_ * d;
+            return;
+        }
+        if (attempt_.rested()) {
+            const V short_a = a * cosine_.re + swap_parts(d) * outer_.im;
+            const V short_b = b * cosine_.re + swap_parts(c) * middle_.im;
+            const V short_c = swap_parts(b) * middle_.im + c * cosine_.re;
+            const V short_d = swap_parts(a) * outer_.im + d * cosine_.re;
+            if (attempt_.holds(short_a, short_d) && attempt_.holds(short_b, short_c)) {
+                a = short_a;
+                b = short_b;
+                c = short_c;
+                d = short_d;
+                return;
+            }
+        }
+        const complex matrix[] = {c_, 0, 0, o_, 0, c_, m_, 0, 0, m_, c_, 0, o_, 0, 0, c_};
+        formula<_Gate2QB<true>, V> full(matrix);
+        full(a, b, c, d);
+    }
+
+private:
+    complex c_, o_, m_;
+    factor<V> cosine_, outer_, middle_;
+    bool is_diagonal_;
+    short_attempt<V> attempt_;
+};
+
+struct GateRXX {};
+template <class V>
+struct formula<GateRXX, V> : double_flip<V> {
+    using double_flip<V>::double_flip;
+};
+
 // _Gate2QB<true> is not among them: its entries stand in a table, and it is asked for by a function of its own.
-#define VELACAMPLIX_QUAD_GATES(each)                                                                    \
-    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateHH) each(GateZtoYZtoYConj) \
+#define VELACAMPLIX_QUAD_GATES(each)                                                                                  \
+    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateRXX) each(GateHH) each(GateZtoYZtoYConj) \
         each(GateYtoZYtoZConj)
 
 }  // namespace velacamplix::kernels

@@ -28,7 +28,7 @@ void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                unsigned long end) {
     constexpr bool outer = inner_high < 0 && inner_low < 0;
     constexpr bool all_four = !(middle_only<G, V> && outer);
-    const formula<G, V> gate(coefficients_of(call));
+    formula<G, V> gate(coefficients_of(call));
     const bits_of<V> changed = lane_mask<V>(call);
     const unsigned long high = call.target_bit[0];
     const unsigned long low = call.target_bit[1];
@@ -42,7 +42,7 @@ void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                 __builtin_prefetch(state + (base | high | low), 1);
             }
         },
-        [=](unsigned long base) {
+        [=, &gate](unsigned long base) {
             V old[4] = {};
             if constexpr (all_four) old[0] = load<V>(state + base);
             old[1] = load<V>(state + (base | low));
