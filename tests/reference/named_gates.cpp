@@ -54,6 +54,8 @@ std::vector<Entry> entries_of(const std::string& name, double angle, double, dou
     if (name == "RZZ") return {{c, -s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, -s}};
     const Entry flip(0, -s);
     if (name == "RXX") return {c, 0, 0, flip, 0, c, flip, 0, 0, flip, c, 0, flip, 0, 0, c};
+    const Entry turn(0, s);
+    if (name == "RYY") return {c, 0, 0, turn, 0, c, -turn, 0, 0, -turn, c, 0, turn, 0, 0, c};
     if (name == "SX") return {{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}};
     return {};
 }

@@ -93,6 +93,14 @@ struct coefficients_of<kernels::GateRXX> {
     }
 };
 
+template <>
+struct coefficients_of<kernels::GateRYY> {
+    coefficients<double> operator()(double angle) const {
+        const auto [s, c] = sincos_of(angle * 0.5);
+        return {{{c, 0}, {0, s}, {-0.0, -s}}};  // the last is the negative of the second, zero and all
+    }
+};
+
 // exp(-i angle/2) where the two qubits agree, exp(i angle/2) where they differ.
 template <>
 struct coefficients_of<kernels::GateRZZ> {

@@ -35,6 +35,7 @@ enum class gate_kind : unsigned char {
     sqrt_swap,
     sx,
     rxx,
+    ryy,
     rzz,
     // Given by their numbers.
     matrix1,   // mixes one target
@@ -95,6 +96,7 @@ inline constexpr auto gate_table = [] {
         // The state vector has no members for those below.
         tagged<GateSX>         {{"SX",       gate_kind::sx,        0, 1, 0, no,  no,  no,  no}},
         tagged<GateRXX>        {{"RXX",      gate_kind::rxx,       0, 2, 1, no,  no,  no,  no}},
+        tagged<GateRYY>        {{"RYY",      gate_kind::ryy,       0, 2, 1, no,  no,  no,  no}},
         tagged<GateRZZ>        {{"RZZ",      gate_kind::rzz,       0, 2, 1, yes, no,  no,  no}},
     };
     // clang-format on

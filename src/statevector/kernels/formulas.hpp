@@ -419,9 +419,15 @@ struct formula<GateRXX, V> : double_flip<V> {
     using double_flip<V>::double_flip;
 };
 
+struct GateRYY {};
+template <class V>
+struct formula<GateRYY, V> : double_flip<V> {
+    using double_flip<V>::double_flip;
+};
+
 // _Gate2QB<true> is not among them: its entries stand in a table, and it is asked for by a function of its own.
-#define VELACAMPLIX_QUAD_GATES(each)                                                                                  \
-    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateRXX) each(GateHH) each(GateZtoYZtoYConj) \
-        each(GateYtoZYtoZConj)
+#define VELACAMPLIX_QUAD_GATES(each)                                                                         \
+    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateRXX) each(GateRYY) each(GateHH) \
+        each(GateZtoYZtoYConj) each(GateYtoZYtoZConj)
 
 }  // namespace velacamplix::kernels
