@@ -228,9 +228,25 @@ struct formula<_Gate1QB<true>, V> {
     }
 };
 
+// [[m00, m01], [m10, m11]] given by three angles. Where m01 and m10 vanish it is a diagonal, as of a matrix.
+struct GateU {};
+template <class V>
+struct formula<GateU, V> : formula<_Gate1QB<true>, V> {
+    using matrix = formula<_Gate1QB<true>, V>;
+    bool is_diagonal;
+    explicit formula(const thrust::complex<scalar_of<V>>* c)
+        : matrix(c),
+          is_diagonal(c[1] == thrust::complex<scalar_of<V>>(0) && c[2] == thrust::complex<scalar_of<V>>(0)) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        if (!is_diagonal) return matrix::operator()(a0, a1);
+        a0 = matrix::m00 * a0;
+        a1 = matrix::m11 * a1;
+    }
+};
+
 #define VELACAMPLIX_PAIR_GATES(each)                                                                         \
     each(GateX) each(GateY) each(GateH) each(GateZtoY) each(GateYtoZ) each(GateSX) each(GateRX) each(GateRY) \
-        each(_Gate1QB<true>)
+        each(GateU) each(_Gate1QB<true>)
 
 // --- four amplitudes: local index 00, 01, 10, 11 -------------------------------------------------------------------
 
