@@ -56,9 +56,15 @@ public:
     // shared.
     program copy() const;
 
-    // Appends a named gate: X Y Z H S T SX ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), CNOT
-    // and CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two qubits), RZZ (two qubits, one
-    // angle). Every gate takes further controls. Throws std::invalid_argument for another name.
+    // Appends a named gate: X Y Z H S T SX ZtoY YtoZ (one qubit), RX RY RZ PH (one qubit, one angle in radians), U (one
+    // qubit; theta, phi, lam), CNOT and CSIGN (control, target), CCNOT (two controls, target), SWAP ISWAP SQRTSWAP (two
+    // qubits), RXX RYY RZZ (two qubits, one angle). Every gate takes further controls. Throws std::invalid_argument for
+    // another name.
+    //
+    // SX, U, RXX, RYY and RZZ are none of the state vector's members. They give bit for bit (but for the sign of a NaN)
+    // what their matrices give when these are formed in double and rounded: SX = 1/2 [[1+i, 1-i], [1-i, 1+i]], U =
+    // [[cos(theta/2), -e^(i lam) sin(theta/2)], [e^(i phi) sin(theta/2), e^(i phi) e^(i lam) cos(theta/2)]], RXX =
+    // exp(-i angle/2 X X) and so on.
     void add_gate(const std::string& name, const std::vector<double>& params, const std::vector<unsigned int>& qubits,
                   const std::vector<unsigned int>& controls = {});
 

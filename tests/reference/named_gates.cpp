@@ -48,10 +48,22 @@ void apply_matrix(State<T>& state, const std::vector<Complex<T>>& matrix, const 
 
 using Entry = std::complex<double>;
 
+Entry times(Entry a, Entry b) {
+    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+}
+
 // Of gates without a member.
-std::vector<Entry> entries_of(const std::string& name, double angle, double, double) {
+std::vector<Entry> entries_of(const std::string& name, double angle, double phi, double lam) {
     const double c = std::cos(angle / 2), s = std::sin(angle / 2);
     if (name == "RZZ") return {{c, -s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, s}, 0, 0, 0, 0, {c, -s}};
+    const Entry flip(0, -s);
+    if (name == "RXX") return {c, 0, 0, flip, 0, c, flip, 0, 0, flip, c, 0, flip, 0, 0, c};
+    const Entry turn(0, s);
+    if (name == "RYY") return {c, 0, 0, turn, 0, c, -turn, 0, 0, -turn, c, 0, turn, 0, 0, c};
+    if (name == "U") {
+        const Entry p(std::cos(phi), std::sin(phi)), q(std::cos(lam), std::sin(lam));
+        return {c, -times(Entry(s, 0), q), times(Entry(s, 0), p), times(times(Entry(c, 0), p), q)};
+    }
     if (name == "SX") return {{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}};
     return {};
 }

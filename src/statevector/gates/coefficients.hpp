@@ -38,6 +38,11 @@ struct coefficient_pair {
     thrust::complex<T> second;
 };
 
+// In full: re = a.re b.re - a.im b.im, im = a.re b.im + a.im b.re.
+inline thrust::complex<double> product(thrust::complex<double> a, thrust::complex<double> b) {
+    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+}
+
 // The coefficients of a gate with angles in radians, by its tag. A gate that the state vector has a member for takes
 // one angle, in any precision, and gives a pair in that precision. Others take their angles in double and give all
 // coefficients in double.
@@ -81,6 +86,39 @@ struct coefficients_of<kernels::GateRZ> {
     coefficient_pair<T> operator()(T angle) const {
         const auto [s, c] = sincos_of(angle * T(0.5));
         return {{c, -s}, {c, s}};
+    }
+};
+
+// [[cos(theta/2), -exp(i lam) sin(theta/2)], [exp(i phi) sin(theta/2), exp(i phi) exp(i lam) cos(theta/2)]]. Phases are
+// multiplied: the sum of large angles would be rounded to that of others.
+template <>
+struct coefficients_of<kernels::GateU> {
+    coefficients<double> operator()(double theta, double phi, double lam) const {
+        const auto phase = [](double angle) {
+            const auto [s, c] = sincos_of(angle);
+            return thrust::complex<double>(c, s);
+        };
+        const auto [s, c] = sincos_of(theta * 0.5);
+        const auto p = phase(phi), q = phase(lam);
+        const auto sine_q = product({s, 0}, q);
+        return {{{c, 0}, {-sine_q.real(), -sine_q.imag()}, product({s, 0}, p), product(product({c, 0}, p), q)}};
+    }
+};
+
+// The diagonal entry, that of 00 and 11, that of 01 and 10.
+template <>
+struct coefficients_of<kernels::GateRXX> {
+    coefficients<double> operator()(double angle) const {
+        const auto [s, c] = sincos_of(angle * 0.5);
+        return {{{c, 0}, {0, -s}, {0, -s}}};
+    }
+};
+
+template <>
+struct coefficients_of<kernels::GateRYY> {
+    coefficients<double> operator()(double angle) const {
+        const auto [s, c] = sincos_of(angle * 0.5);
+        return {{{c, 0}, {0, s}, {-0.0, -s}}};  // the last is the negative of the second, zero and all
     }
 };
 

@@ -34,6 +34,9 @@ enum class gate_kind : unsigned char {
     iswap,
     sqrt_swap,
     sx,
+    u,
+    rxx,
+    ryy,
     rzz,
     // Given by their numbers.
     matrix1,   // mixes one target
@@ -93,6 +96,9 @@ inline constexpr auto gate_table = [] {
         tagged<GateYtoZ>       {{"YtoZ",     gate_kind::y_to_z,    0, 1, 0, no,  no,  no,  no}},
         // The state vector has no members for those below.
         tagged<GateSX>         {{"SX",       gate_kind::sx,        0, 1, 0, no,  no,  no,  no}},
+        tagged<GateU>          {{"U",        gate_kind::u,         0, 1, 3, no,  no,  no,  no}},
+        tagged<GateRXX>        {{"RXX",      gate_kind::rxx,       0, 2, 1, no,  no,  no,  no}},
+        tagged<GateRYY>        {{"RYY",      gate_kind::ryy,       0, 2, 1, no,  no,  no,  no}},
         tagged<GateRZZ>        {{"RZZ",      gate_kind::rzz,       0, 2, 1, yes, no,  no,  no}},
     };
     // clang-format on

@@ -129,27 +129,18 @@ struct formula<GateYtoZ, V> {
     }
 };
 
-// 1/2 (1 + i) a and 1/2 (1 - i) a, the halves taken before the sums.
-template <class V>
-struct half_turns {
-    V plus, minus;
-    [[gnu::always_inline]] explicit half_turns(V a) {
-        const V x = a * broadcast<V>(scalar_of<V>(0.5));
-        const V turned = swap_parts(x);
-        plus = join_parts(x - turned, x + turned);   // (x.re - x.im, x.im + x.re)
-        minus = join_parts(x + turned, x - turned);  // (x.re + x.im, x.im - x.re)
-    }
-};
-
-// 1/2 [[1 + i, 1 - i], [1 - i, 1 + i]], a root of X.
+// 1/2 [[1 + i, 1 - i], [1 - i, 1 + i]], a root of X. Each amplitude is multiplied by a half and by half of i once.
 struct GateSX {};
 template <class V>
 struct formula<GateSX, V> {
+    V half = broadcast<V>(scalar_of<V>(0.5));
+    V turning_half = negate_real(half);
     explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
-        const half_turns<V> x(a0), y(a1);
-        a0 = x.plus + y.minus;
-        a1 = x.minus + y.plus;
+        const V x = a0 * half, ix = swap_parts(a0) * turning_half;
+        const V y = a1 * half, iy = swap_parts(a1) * turning_half;
+        a0 = (x + ix) + (y - iy);
+        a1 = (x - ix) + (y + iy);
     }
 };
 
@@ -237,9 +228,25 @@ struct formula<_Gate1QB<true>, V> {
     }
 };
 
+// [[m00, m01], [m10, m11]] given by three angles. Where m01 and m10 vanish it is a diagonal, as of a matrix.
+struct GateU {};
+template <class V>
+struct formula<GateU, V> : formula<_Gate1QB<true>, V> {
+    using matrix = formula<_Gate1QB<true>, V>;
+    bool is_diagonal;
+    explicit formula(const thrust::complex<scalar_of<V>>* c)
+        : matrix(c),
+          is_diagonal(c[1] == thrust::complex<scalar_of<V>>(0) && c[2] == thrust::complex<scalar_of<V>>(0)) {}
+    [[gnu::always_inline]] void operator()(V& a0, V& a1) const {
+        if (!is_diagonal) return matrix::operator()(a0, a1);
+        a0 = matrix::m00 * a0;
+        a1 = matrix::m11 * a1;
+    }
+};
+
 #define VELACAMPLIX_PAIR_GATES(each)                                                                         \
     each(GateX) each(GateY) each(GateH) each(GateZtoY) each(GateYtoZ) each(GateSX) each(GateRX) each(GateRY) \
-        each(_Gate1QB<true>)
+        each(GateU) each(_Gate1QB<true>)
 
 // --- four amplitudes: local index 00, 01, 10, 11 -------------------------------------------------------------------
 
@@ -263,13 +270,22 @@ struct formula<GateISWAP, V> : leaves_00_and_11 {
     }
 };
 
+// 1/2 (1 + i) and 1/2 (1 - i), the halves taken before the sums.
 template <class V>
 struct formula<GateSQRTSWAP, V> : leaves_00_and_11 {
+    V half = broadcast<V>(scalar_of<V>(0.5));
     explicit formula(const thrust::complex<scalar_of<V>>*) {}
     [[gnu::always_inline]] void operator()(V&, V& b, V& c, V&) const {
-        const half_turns<V> x(b), y(c);
-        b = x.plus + y.minus;
-        c = y.plus + x.minus;
+        const V x = b * half;
+        const V y = c * half;
+        const V turned_x = swap_parts(x);
+        const V turned_y = swap_parts(y);
+        const V x_plus = join_parts(x - turned_x, x + turned_x);   // (x.re - x.im, x.im + x.re)
+        const V x_minus = join_parts(x + turned_x, x - turned_x);  // (x.re + x.im, x.im - x.re)
+        const V y_plus = join_parts(y - turned_y, y + turned_y);
+        const V y_minus = join_parts(y + turned_y, y - turned_y);
+        b = x_plus + y_minus;
+        c = y_plus + x_minus;
     }
 };
 
@@ -362,9 +378,72 @@ private:
     [[gnu::always_inline]] V product(int at, V x, V turned) const { return x * m[at].real() + turned * m[at].imag(); }
 };
 
+// [[c, 0, 0, o], [0, c, m, 0], [0, m, c, 0], [o, 0, 0, c]], c = (cos, 0), o and m imaginary. The zeros count, as those
+// of RX do, and the same short attempt is made without them. Where o and m vanish the matrix is a diagonal, and the
+// zeros of a diagonal are no part of it.
+template <class V>
+class double_flip {
+    using complex = thrust::complex<scalar_of<V>>;
+
+public:
+    explicit double_flip(const complex* numbers)
+        : c_(numbers[0]),
+          o_(numbers[1]),
+          m_(numbers[2]),
+          cosine_(c_),
+          outer_(o_),
+          middle_(m_),
+          is_diagonal_(o_ == complex(0) && m_ == complex(0)),
+          attempt_(c_.imag() == 0 && o_.real() == 0 && m_.real() == 0) {}
+
+    [[gnu::always_inline]] void operator()(V& a, V& b, V& c, V& d) {
+        if (is_diagonal_) {
+            a = cosine_ * a;
+            b = cosine_ * b;
+            c = cosine_ * c;
+            d = cosine_ * d;
+            return;
+        }
+        if (attempt_.rested()) {
+            const V short_a = a * cosine_.re + swap_parts(d) * outer_.im;
+            const V short_b = b * cosine_.re + swap_parts(c) * middle_.im;
+            const V short_c = swap_parts(b) * middle_.im + c * cosine_.re;
+            const V short_d = swap_parts(a) * outer_.im + d * cosine_.re;
+            if (attempt_.holds(short_a, short_d) && attempt_.holds(short_b, short_c)) {
+                a = short_a;
+                b = short_b;
+                c = short_c;
+                d = short_d;
+                return;
+            }
+        }
+        const complex matrix[] = {c_, 0, 0, o_, 0, c_, m_, 0, 0, m_, c_, 0, o_, 0, 0, c_};
+        formula<_Gate2QB<true>, V> full(matrix);
+        full(a, b, c, d);
+    }
+
+private:
+    complex c_, o_, m_;
+    factor<V> cosine_, outer_, middle_;
+    bool is_diagonal_;
+    short_attempt<V> attempt_;
+};
+
+struct GateRXX {};
+template <class V>
+struct formula<GateRXX, V> : double_flip<V> {
+    using double_flip<V>::double_flip;
+};
+
+struct GateRYY {};
+template <class V>
+struct formula<GateRYY, V> : double_flip<V> {
+    using double_flip<V>::double_flip;
+};
+
 // _Gate2QB<true> is not among them: its entries stand in a table, and it is asked for by a function of its own.
-#define VELACAMPLIX_QUAD_GATES(each)                                                                    \
-    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateHH) each(GateZtoYZtoYConj) \
-        each(GateYtoZYtoZConj)
+#define VELACAMPLIX_QUAD_GATES(each)                                                                         \
+    each(GateSWAP) each(GateISWAP) each(GateSQRTSWAP) each(GateRZZ) each(GateRXX) each(GateRYY) each(GateHH) \
+        each(GateZtoYZtoYConj) each(GateYtoZYtoZConj)
 
 }  // namespace velacamplix::kernels

@@ -56,6 +56,13 @@ TYPED_TEST(program_run, carries_zeros_of_both_signs_and_infinities_as_gate_by_ga
         LoadedVector<TypeParam> expected(start), got(start, 2);
         recorder.apply(expected, 40);
         recorder.list.run(got);
+        // Where two NaN meet, the sign is that of the one that the compiler has put first.
+        for (auto* state : {&expected, &got}) {
+            auto* const numbers = reinterpret_cast<TypeParam*>(state->amplitudes.get());
+            for (unsigned long i = 0; i < 2 * state->size; ++i) {
+                if (numbers[i] != numbers[i]) numbers[i] = std::numeric_limits<TypeParam>::quiet_NaN();
+            }
+        }
         EXPECT_TRUE(equal_states(expected, got)) << n << " qubits";
     }
 }
