@@ -10,7 +10,7 @@ import numpy as np
 import numpy_simulator as oracle
 import pytest
 
-from velacamplix import Circuit, Instruction, StateVector, _core, run
+from velacamplix import Circuit, GateDefinition, Instruction, Parameter, StateVector, _core, run
 from velacamplix.instructions.gates import GATES, NATIVE
 from velacamplix.programs import prepare
 
@@ -296,3 +296,48 @@ def test_two_threads_run_one_circuit():
     with ThreadPoolExecutor(4) as pool:
         states = list(pool.map(lambda _: StateVector(12, threads=1).run(circuit).array.tobytes(), range(64)))
     assert set(states) == {expected}
+
+
+# --- Gates that only programs have ---
+
+IN_PROGRAMS = {"sx": 0, "rxx": 1, "ryy": 1, "rzz": 1, "u": 3, "u2": 2, "u3": 3}
+
+
+@pytest.mark.parametrize("controls", [(), (3,), (3, 4)])
+@pytest.mark.parametrize("name", IN_PROGRAMS)
+def test_gates_of_programs_have_the_bits_of_their_matrix(name, controls, precision):
+    rng = np.random.default_rng(5)
+    for _ in range(5):
+        angles = rng.uniform(-7, 7, IN_PROGRAMS[name]).tolist()
+        qubits = [1] if GATES[name].n_qubits == 1 else [2, 0]
+        start = rng.normal(size=64).view(complex)
+        start /= np.linalg.norm(start)
+        circuit = getattr(Circuit(5), name)(*angles, *qubits, controls=controls)
+        ran = StateVector(5, precision).set_state(start, "little").run(circuit)
+        called = getattr(StateVector(5, precision).set_state(start, "little"), name)(*angles, *qubits, controls=controls)
+        matrices = StateVector(5, precision).set_state(start, "little")
+        for step in circuit.basic_instructions():
+            entries = np.array(step.params)
+            matrix = np.diag(entries) if step.name == "diagonal" else entries.reshape([2 ** len(step.qubits)] * 2)
+            matrices.matrix(matrix, step.qubits, step.controls)
+        assert ran.array.tobytes() == matrices.array.tobytes()
+        assert called.array.tobytes() == matrices.array.tobytes()
+
+
+def test_binding_replaces_the_angles_of_gates_of_programs(monkeypatch, precision):
+    made = []
+    true = prepare.compiled
+    monkeypatch.setattr(prepare, "compiled", lambda gates, *rest: made.append(len(gates)) or true(gates, *rest))
+    a, b = Parameter("a"), Parameter("b")
+    turn = GateDefinition("turn", Circuit(2).u(a, b, 2 * a, 0).rxx(b, 0, 1))
+    template = Circuit(3).h(0).sx(1).u(a, b, a - b, 0).u2(b, a, 1).u3(0.3, a, b, 2, controls=0).rxx(a, 0, 1)
+    template.ryy(b, 1, 2).rzz(2 * a, 0, 2, controls=1).gate(turn, [2, 0], [a, b]).rx(b, 1)
+    for seed in range(4):
+        values = np.random.default_rng(seed).uniform(-4, 4, 2).tolist()
+        bound = template.bind(values)
+        ran = StateVector(3, precision).run(bound)
+        fresh = Circuit(3)
+        for step in bound:
+            fresh.append(step)
+        assert ran.array.tobytes() == StateVector(3, precision).run(fresh).array.tobytes()
+    assert len(made) == 1 + 4

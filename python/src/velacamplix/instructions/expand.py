@@ -2,25 +2,44 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator, Mapping
 
 from ..basics import checks
 from .definition import size
 from .expression import CalculationError, Expression
-from .gates import GATES
+from .gates import GATES, Params, Qubits
 from .instruction import Instruction
 
+Builds = Mapping[str, Callable[[Params, Qubits], tuple[Instruction, ...]]]
+
 _BUILDS = {name: gate.build for name, gate in GATES.items() if gate.build is not None}
+
+
+def _one_gate(of: Callable[[Params], tuple[str, Params]]) -> Callable[[Params, Qubits], tuple[Instruction, ...]]:
+    def build(params: Params, qubits: Qubits) -> tuple[Instruction, ...]:
+        name, own = of(params)
+        return (Instruction(name, qubits, own),)
+
+    return build
+
+
+# Programs have some gates more than the state vector.
+_BUILDS_IN_PROGRAMS = {
+    name: gate.build if gate.in_programs is None else _one_gate(gate.in_programs)
+    for name, gate in GATES.items()
+    if gate.build is not None
+}
 
 #: One instruction that would become more than this is refused: ten nested definitions are enough to describe more
 #: than any memory holds.
 MOST_STEPS = 10_000_000
 
 
-def basic(step: Instruction) -> Iterator[Instruction]:
+def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]:
     """Iterate over what an instruction becomes in the library's own gates.
 
-    All parameters of `step` must be numbers. How many instructions come, and which, does not depend on them.
+    All parameters of `step` must be numbers. How many instructions come, and which, does not depend on them. With
+    `in_programs` they may be gates that only programs have, SX, RXX, RYY, RZZ and U.
 
     Raises
     ------
@@ -28,23 +47,24 @@ def basic(step: Instruction) -> Iterator[Instruction]:
         If there are more than `MOST_STEPS`, or a definition has no finite value for these parameters.
     """
     if step.definition is None:
-        if step.name in _BUILDS:
-            return iter(_built(step))
+        builds = _BUILDS_IN_PROGRAMS if in_programs else _BUILDS
+        if step.name in builds:
+            return iter(_built(step, builds))
         return iter((step,))
     if size(step) > MOST_STEPS:
         raise ValueError(f"gate {checks.show(step.name)} must expand to at most {MOST_STEPS} steps, got more")
-    return _expanded(step)
+    return _expanded(step, _BUILDS_IN_PROGRAMS if in_programs else _BUILDS)
 
 
-def _expanded(step: Instruction) -> Iterator[Instruction]:
+def _expanded(step: Instruction, builds: Builds) -> Iterator[Instruction]:
     # The last entry comes next. A stack of our own, because bodies may be nested more deeply than Python calls.
     waiting: list[Instruction] = [step]
     while waiting:
         step = waiting.pop()
         if step.definition is not None:
             waiting.extend(reversed(body_of(step)))
-        elif step.name in _BUILDS:
-            yield from _built(step)
+        elif step.name in builds:
+            yield from _built(step, builds)
         else:
             yield step
 
@@ -81,8 +101,8 @@ def body_of(step: Instruction) -> list[Instruction]:
     return inner
 
 
-def _built(step: Instruction) -> tuple[Instruction, ...]:
-    parts = _BUILDS[step.name](step.params, step.qubits)
+def _built(step: Instruction, builds: Builds) -> tuple[Instruction, ...]:
+    parts = builds[step.name](step.params, step.qubits)
     if not step.controls and step.condition is None:
         return parts
     return tuple([part._replace(controls=step.controls + part.controls, condition=step.condition) for part in parts])

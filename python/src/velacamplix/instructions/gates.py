@@ -44,6 +44,9 @@ class Gate(NamedTuple):
         From controls, qubits and parameters to smaller gates: what it is in OpenQASM, phase included.
     build : callable or None
         From parameters (numbers) and qubits to gates of the library; None for those the library has.
+    in_programs : callable or None
+        From parameters to name and parameters of a gate that programs of the library have, though its state vector has
+        not; it does the arithmetic of what `build` makes, and its angles can be replaced.
     matrix : callable or None
         From parameters to entries, row by row, where the first qubit is the highest bit; None where `build` says it.
     short_for : tuple or None
@@ -65,6 +68,7 @@ class Gate(NamedTuple):
     inverse: Callable[[Params], tuple[str, Params]] | None
     block: Callable[..., Steps]
     build: Callable[[Params, Qubits], tuple[Instruction, ...]] | None
+    in_programs: Callable[[Params], tuple[str, Params]] | None
     matrix: Callable[..., tuple[complex, ...]] | None
     short_for: tuple[str, int] | None
     draws: str
@@ -341,6 +345,7 @@ def _gate(
     qasm: Mapping[str, int] = {},
     later: Mapping[str, int] = {},
     build: Callable[[Params, Qubits], tuple[Instruction, ...]] | None = None,
+    in_programs: Callable[[Params], tuple[str, Params]] | None = None,
     matrix: Callable[..., tuple[complex, ...]] | None = None,
     short_for: tuple[str, int] | None = None,
     draws: str = "",
@@ -349,7 +354,7 @@ def _gate(
     _ROWS.append(
         Gate(
             name, says, tuple(qubits.split()), tuple(angles.split()), methods, aliases, qasm, later, inverse, block, build,
-            matrix, short_for, draws, is_symmetric,
+            in_programs, matrix, short_for, draws, is_symmetric,
         )
     )  # fmt: skip
 
@@ -447,6 +452,7 @@ _gate(
 _gate(
     "sx", "the square root of X, [[1+i, 1-i], [1-i, 1+i]] / 2", methods={"sx": 0, "csx": 1},
     later={"sx": 0, "csx": 1, "c3sqrtx": 3}, inverse=_by("sxdg"), block=_root_of_x(_HALF), build=_one_matrix(_fixed(*_SX)),
+    in_programs=_by("SX"),
 )  # fmt: skip
 _gate(
     "sxdg", "the inverse of the square root of X, [[1-i, 1+i], [1+i, 1-i]] / 2", methods={"sxdg": 0}, later={"sxdg": 0},
@@ -456,17 +462,20 @@ _gate(
     "u", "U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l)) cos(t/2)]], with t = theta, p = phi, "
     "l = lam", angles="theta phi lam", methods={"u": 0}, later={"u": 0}, inverse=_by_turned("u"), block=_u_block,
     build=_one_matrix(u_entries),
+    in_programs=_by("U"),
 )  # fmt: skip
 _gate(
     "u2", "U with theta = pi/2, [[1, -exp(i l)], [exp(i p), exp(i (p + l))]] / sqrt(2), with p = phi, l = lam",
     angles="phi lam", methods={"u2": 0}, qasm={"u2": 0}, block=_u2_block,
     inverse=lambda params: ("u", (-_HALF, -params[1], -params[0])),
     build=_one_matrix(lambda phi, lam: u_entries(_HALF, phi, lam)),
+    in_programs=lambda params: ("U", (_HALF, *params)),
 )  # fmt: skip
 _gate(
     "u3", "U3, an older name of U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l)) cos(t/2)]], with "
     "t = theta, p = phi, l = lam", angles="theta phi lam", methods={"u3": 0, "cu3": 1}, qasm={"u3": 0, "cu3": 1},
     inverse=_by_turned("u3"), block=_u_block, build=_one_matrix(u_entries),
+    in_programs=_by("U"),
 )  # fmt: skip
 _gate(
     "cu", "exp(i gamma) U on `target` where `control` is 1; U is that of the method `u`", "control target",
@@ -476,15 +485,18 @@ _gate(
 _gate(
     "rxx", "exp(-i angle XX / 2)", "qubit1 qubit2", "angle", methods={"rxx": 0}, later={"rxx": 0},
     inverse=_by_negated("rxx"), block=_rxx_block, is_symmetric=True, build=_one_matrix(_rxx),
+    in_programs=_by("RXX"),
 )  # fmt: skip
 _gate(
     "ryy", "exp(-i angle YY / 2)", "qubit1 qubit2", "angle", methods={"ryy": 0}, inverse=_by_negated("ryy"),
     block=_ryy_block, is_symmetric=True, build=_one_matrix(_ryy),
+    in_programs=_by("RYY"),
 )  # fmt: skip
 _gate(
     "rzz", "exp(-i angle ZZ / 2)", "qubit1 qubit2", "angle", methods={"rzz": 0}, later={"rzz": 0},
     inverse=_by_negated("rzz"), block=_rzz_block, is_symmetric=True,
     build=lambda params, qubits: (Instruction("diagonal", qubits, _rzz(*params)),),
+    in_programs=_by("RZZ"),
 )  # fmt: skip
 _gate(
     "iswapdg", "the inverse of ISWAP, the exchange with a factor -i where the qubits differ", "qubit1 qubit2",

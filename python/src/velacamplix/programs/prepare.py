@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Callable, Hashable, Iterator, Sequence
 from contextlib import contextmanager
+from itertools import chain
 from typing import Any
 from weakref import WeakKeyDictionary
 
@@ -17,8 +18,8 @@ from ..results.plan import Plan
 from .compile import compiled
 from .segments import Segments, Stretch, segmented
 
-# Gates whose one angle can be replaced within a program.
-_ANGLED = frozenset({"RX", "RY", "RZ", "PH"})
+# Gates whose angles can be replaced within a program.
+_ANGLED = frozenset({"RX", "RY", "RZ", "PH", "RXX", "RYY", "RZZ", "U"})
 
 # Of every template, and of every circuit without, the few preparations that were used last; the oldest gives way to a new
 # one. Those of a circuit go with it, or when an instruction is added to it. Those of a template go with the template,
@@ -51,10 +52,11 @@ class Prepared:
     ) -> None:
         template = circuit._template
         if template is None:
-            self.segments = make(list(circuit.basic_instructions()))
+            circuit._require_bound()
+            self.segments = make([part for step in circuit._instructions for part in basic(step, in_programs=True)])
         else:
             # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
-            parts = [list(basic(step)) for step in circuit.instructions]
+            parts = [list(basic(step, in_programs=True)) for step in circuit.instructions]
             self.segments = make([part for several in parts for part in several])
         stretches = [step for step in self.segments.steps if isinstance(step, Stretch)]
         if n_qubits is None:
@@ -84,19 +86,19 @@ class Prepared:
         template, sites = circuit._template, self._sites
         self.plan = None  # that of a fused run follows from the angles too
         assert template is not None and sites is not None
-        angles: list[Any] = []
+        angles: list[tuple[Any, ...]] = []  # of each gate
         for position, values in zip(template.dependent, circuit._template_params):
             step = template.instructions[position]
             if step.name in _ANGLED and step.definition is None:
-                angles.append(values[0])
+                angles.append(values)
             else:
                 whole = Instruction(step.name, step.qubits, values, step.controls, (), step.condition, step.definition)
-                angles.extend([part.params[0] for part in basic(whole) if part.name in _ANGLED])
+                angles.extend([part.params for part in basic(whole, in_programs=True) if part.name in _ANGLED])
         for program, (gates, places) in zip(self.programs, sites):
-            program.set_angles(gates, [angles[place] for place in places])
+            program.set_angles(gates, list(chain.from_iterable([angles[place] for place in places])))
 
 
-# The gates of one program whose angles depend on parameters, and the place of each angle in the list of all.
+# The gates of one program whose angles depend on parameters, and the place of each in the list of all such gates.
 Sites = tuple[list[int], list[int]]
 
 
