@@ -17,8 +17,8 @@ bool in_main_interpreter() { return PyInterpreterState_Get() == PyInterpreterSta
 #define PyInit__core initialised_by_pybind11
 
 // The compiled half of the Python package. It converts arguments and buffers and lets go of the interpreter lock;
-// whether an argument makes sense was decided in Python before (src/velacamplix/basics/checks.py). What decides which memory
-// is touched is checked again in the turn (held_state.hpp).
+// whether an argument makes sense was decided in Python before (src/velacamplix/basics/checks.py). What decides which
+// memory is touched is checked again in the turn (held_state.hpp).
 PYBIND11_MODULE(_core, module) {
     using namespace velacamplix::python;
 

@@ -30,7 +30,7 @@ void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
     constexpr bool all_four = !(middle_only<G, V> && outer);
     formula<G, V> gate(coefficients_of(call));
     const bits_of<V> changed = lane_mask<V>(call);
-    const auto change = [=, &gate](V & a, V & b, V & c, V & d) __attribute__((always_inline)) {
+    const auto change = [ =, &gate ](V & a, V & b, V & c, V & d) __attribute__((always_inline)) {
         const V old[4] = {a, b, c, d};
         if constexpr (inner_high >= 0) {
             exchange_bit<static_cast<unsigned>(inner_high)>(a, c);
