@@ -27,7 +27,7 @@ constexpr bool has_gcc_runtime = true;
 
 const Group groups[] = {
     {!has_gcc_runtime, "count parallel regions at the entry of GCC's OpenMP runtime",
-     "parallel_regions/*:parallel_blocks.open_*:parallel_blocks.do_not_share_*:PauliValues/*.of_a_large_matrix_*:"
+     "parallel_regions/*:parallel_shares.open_*:parallel_shares.do_not_share_*:PauliValues/*.of_a_large_matrix_*:"
      "reset/*.of_a_large_state_opens_one_region_*"},
     {support::emulated, "take minutes where every instruction is emulated",
      "*.on_20_qubits_*:*.of_long_records_*:*.past_the_caches_*:*.of_large_states_*:*.lets_gates_overtake_*:"

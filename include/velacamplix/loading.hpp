@@ -15,12 +15,11 @@ template <class T>
 VELACAMPLIX_API void _state_preparation(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
                                         const std::vector<unsigned int>& qubits, int num_threads);
 
-// The same for distinct qubits, with norms summed in double: in single precision the sum over a large register stops
-// growing. The same bits for every number of threads.
-template <class T>
-VELACAMPLIX_API void precise_state_preparation(thrust::complex<T>* state, const thrust::complex<double>* data,
-                                               unsigned int n, const std::vector<unsigned int>& qubits,
-                                               int num_threads);
+// The same for distinct qubits, with norms summed in the precision Sum, which is double: in single precision the sum
+// over a large register stops growing. The same bits for every number of threads.
+template <class Sum, class T>
+VELACAMPLIX_API void state_preparation(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
+                                       const std::vector<unsigned int>& qubits, int num_threads);
 
 // Registers of both QRAMs: the first `naddress` entries of `qubits` hold the address, the others the value, each
 // least significant bit first. The value register must read 0 beforehand.

@@ -53,8 +53,8 @@ namespace cpu {
 // for ever; to guard a shared object he gives his section a name, or uses a mutex.
 
 // Sum of the view's probabilities over all indices whose listed qubits carry the bits of `fixed` (already in
-// place). The same value for every thread count: blocks of 2^16 indices are summed in index order and then added
-// in block order.
+// place). The same value for every thread count: spans of 2^16 indices are summed in index order and then added
+// in span order.
 template <class Seq>
 VELACAMPLIX_API typename Seq::proba_type cumulative_probability(Seq seq, unsigned long fixed,
                                                                 const std::vector<unsigned int>& qubits,
@@ -71,14 +71,14 @@ VELACAMPLIX_API void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P
 // Draws nshots outcomes over the listed qubits (first listed = most significant bit; empty list = all, qubit 0
 // most significant). Takes exactly nshots outputs of the engine, in order: shot s belongs to output s; none when it
 // throws std::bad_alloc. The output becomes a number in [0, 1) of the view's precision, and the shot the first index
-// whose running sum reaches it. Of a precise_view this number is a share of the running sum's end, so that the outcomes
-// are those of the normalised state.
+// whose running sum reaches it. Of a precise_view this number is a fraction of the running sum's end, so that the
+// outcomes are those of the normalised state.
 template <class Rng, class Seq>
 VELACAMPLIX_API void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
                                       const int& nthreads, const std::vector<unsigned int>& qubits);
 
 // The same for a state whose norm nobody knows. Of a view in double precision whose running sum ends within 1e-9 of 1
-// these are the shots of pick_shots_state; of any other, and of every precise_view, numbers are shares of that end.
+// these are the shots of pick_shots_state; of any other, and of every precise_view, numbers are fractions of that end.
 // Throws std::domain_error where the end is 0, infinite or NaN; the engine has then taken no step.
 template <class Rng, class Seq>
 VELACAMPLIX_API void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsigned long& nshots,
@@ -90,22 +90,23 @@ template <class T>
 VELACAMPLIX_API void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
                               unsigned long value, int nthreads);
 
-// The same in any precision with the norm summed in double. Here an outcome is impossible when its norm's root is below
-// T's smallest normal number (1.2e-38, 2.2e-308); it is refused with std::domain_error, the state being left as it is.
-// The second form then moves the listed qubits to 0.
-template <class T>
-VELACAMPLIX_API void precise_project(thrust::complex<T>* amps, unsigned long size,
-                                     const std::vector<unsigned int>& qubits, unsigned long value, int nthreads);
-template <class T>
-VELACAMPLIX_API void precise_project_then_reset(thrust::complex<T>* amps, unsigned long size,
-                                                const std::vector<unsigned int>& qubits, unsigned long value,
-                                                int nthreads);
+// The same with the norm summed in the precision Sum, which is double: project<double>(amps, ...). Here an outcome is
+// impossible when its norm's root is below T's smallest normal number (1.2e-38, 2.2e-308); it is refused with
+// std::domain_error, the state being left as it is. The second form then moves the listed qubits to 0.
+template <class Sum, class T>
+VELACAMPLIX_API void project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
+                             unsigned long value, int nthreads);
+template <class Sum, class T>
+VELACAMPLIX_API void project_then_reset(thrust::complex<T>* amps, unsigned long size,
+                                        const std::vector<unsigned int>& qubits, unsigned long value, int nthreads);
 
 // Writes 2^k probabilities to `out` (k = qubits.size()); the caller owns it. First listed qubit = most significant bit
-// of the position. What is not above threshold_sq becomes 0. An empty list writes one value, the total.
+// of the position. What is not above threshold_sq becomes 0. An empty list writes one value, the total. One pass over
+// the view, whichever and however many the qubits.
 template <class Seq>
-VELACAMPLIX_API void precise_distribution(precise_view<Seq> seq, double* out, const double& threshold_sq,
-                                          const std::vector<unsigned int>& qubits, const int& nthreads);
+VELACAMPLIX_API void write_distribution(Seq seq, typename Seq::proba_type* out,
+                                        const typename Seq::proba_type& threshold_sq,
+                                        const std::vector<unsigned int>& qubits, const int& nthreads);
 
 // Fills `map` with the non-zero elements above the threshold, keyed by reversed index; returns it. When memory runs
 // out, std::bad_alloc; some entries may be in the map.

@@ -60,17 +60,16 @@ VELACAMPLIX_API thrust::complex<T> _expectation_value_density_matrix(const thrus
                                                                      WObservable<T> observable, int nthreads,
                                                                      const unsigned int& qubits);
 
-// Coefficient times value of every term, without the constant, for amplitudes of either precision: products are formed
-// and summed in double. The whole sum is theirs plus the constant. The hook counts terms.
-template <class T>
-VELACAMPLIX_API std::vector<thrust::complex<double>> precise_term_values(const thrust::complex<T>* amplitudes,
-                                                                         const WObservable<double>& observable,
-                                                                         unsigned long size, int nthreads,
-                                                                         const work_hook& hook = {});
-template <class T>
-VELACAMPLIX_API std::vector<thrust::complex<double>> precise_term_values_density_matrix(
-    const thrust::complex<T>* amplitudes, const WObservable<double>& observable, int nthreads,
-    const unsigned int& qubits);
+// Coefficient times value of every term, without the constant: products are formed and summed in the precision Sum of
+// the observable, that of the amplitudes or double. The whole sum is theirs plus the constant. The hook counts terms.
+template <class T, class Sum>
+VELACAMPLIX_API std::vector<thrust::complex<Sum>> term_values(const thrust::complex<T>* amplitudes,
+                                                              const WObservable<Sum>& observable, unsigned long size,
+                                                              int nthreads, const work_hook& hook = {});
+template <class T, class Sum>
+VELACAMPLIX_API std::vector<thrust::complex<Sum>> term_values_density_matrix(const thrust::complex<T>* amplitudes,
+                                                                             const WObservable<Sum>& observable,
+                                                                             int nthreads, const unsigned int& qubits);
 
 // Rotates a term's qubits into the Z basis (undo = false) or back. The first form is for a pure state; the second,
 // for a density matrix, also rotates the row copy q + qubits/2 of each qubit.
@@ -96,18 +95,12 @@ VELACAMPLIX_API std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _
     thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<T>>& terms, unsigned long shots, Engine& rng,
     unsigned int qubits, int nthreads, bool density_matrix);
 
-// The same for a pure state with probabilities and parities summed in double; the state is rotated in its own
-// precision. A draw is a double in [0, 1), and each term's cumulative table is divided by its last entry, so that it
-// ends at 1.
-template <class T, class Engine>
-VELACAMPLIX_API std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(
-    thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<double>>& terms, unsigned long shots,
-    Engine& rng, unsigned int qubits, int nthreads);
-
-// The same for a state whose norm nobody knows. In double precision tables of a state whose probabilities add up to 1
-// within 1e-9 stay as they are, which gives the shots of _evaluate_terms. Throws std::domain_error where they add up to
-// 0, to infinity or to NaN. The hook counts shots, of all terms. Whatever is thrown, the state is turned back first and
-// the engine put back.
+// The same for a pure state whose norm nobody knows, with probabilities and parities summed in double; the state is
+// rotated in its own precision. A draw is a double in [0, 1), and each term's cumulative table is divided by its last
+// entry, so that it ends at 1; but in double precision tables of a state whose probabilities add up to 1 within 1e-9
+// stay as they are, which gives the shots of _evaluate_terms. Throws std::domain_error where they add up to 0, to
+// infinity or to NaN. The hook counts shots, of all terms. Whatever is thrown, the state is turned back first and the
+// engine put back.
 template <class T, class Engine>
 VELACAMPLIX_API std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_terms_of_any_norm(
     thrust::complex<T>* amplitudes, const std::vector<pbamplix::SimpleTerm<double>>& terms, unsigned long shots,

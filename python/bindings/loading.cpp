@@ -32,7 +32,7 @@ void prepare(HeldState<T>& held, Data data, const Qubits& qubits) {
         if constexpr (std::is_same_v<T, double>) {
             state.apply_state_preparation(values, qubits);
         } else {
-            pbamplix::cpu::precise_state_preparation(state.amplitudes.get(), values, state.nqubits, qubits,
+            pbamplix::cpu::state_preparation<double>(state.amplitudes.get(), values, state.nqubits, qubits,
                                                      state.num_threads);
         }
     });

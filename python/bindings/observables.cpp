@@ -49,8 +49,7 @@ std::vector<thrust::complex<double>> values_of(HeldState<T>& held, const Observa
                     refuse_changed(state, "an observable on others");
                 }
             }
-            return pbamplix::cpu::precise_term_values(state.amplitudes.get(), observable, state.size, state.num_threads,
-                                                      hook);
+            return pbamplix::cpu::term_values(state.amplitudes.get(), observable, state.size, state.num_threads, hook);
         });
     });
 }

@@ -40,7 +40,7 @@ unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
     return held.with_state([&](auto& state) {
         bits_within(state, qubits);
         const auto project_onto = [&](unsigned long outcome) {
-            pbamplix::cpu::precise_project(state.amplitudes.get(), state.size, qubits, outcome, state.num_threads);
+            pbamplix::cpu::project<double>(state.amplitudes.get(), state.size, qubits, outcome, state.num_threads);
             return outcome;
         };
         unsigned long drawn;
@@ -66,7 +66,7 @@ template <class T>
 void project(HeldState<T>& held, const Qubits& qubits, unsigned long value, bool reset) {
     held.with_state([&](auto& state) {
         bits_within(state, qubits);
-        const auto act = reset ? &pbamplix::cpu::precise_project_then_reset<T> : &pbamplix::cpu::precise_project<T>;
+        const auto act = reset ? &pbamplix::cpu::project_then_reset<double, T> : &pbamplix::cpu::project<double, T>;
         act(state.amplitudes.get(), state.size, qubits, value, state.num_threads);
     });
 }

@@ -96,7 +96,7 @@ py::array_t<double> distribution(HeldState<T>& held, const Qubits& qubits) {
     py::array_t<double> out(py::ssize_t{1} << qubits.size());
     double* values = out.mutable_data();
     held.with_state([&](auto& state) {
-        pbamplix::cpu::precise_distribution(precise(state), values, 0.0, qubits, state.num_threads);
+        pbamplix::cpu::write_distribution(precise(state), values, 0.0, qubits, state.num_threads);
     });
     return out;
 }

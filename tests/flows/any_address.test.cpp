@@ -131,7 +131,7 @@ TYPED_TEST(buffer_at_any_address, is_data_to_be_loaded) {
                 const auto address = static_cast<unsigned int>(qubits.size() / 2);
                 if (kind == 0) v.apply_state_preparation(placed.data(), qubits);
                 if (kind == 1) v.apply_qram(placed.data(), qubits, address);
-                if (kind == 2) precise_state_preparation(v.amplitudes.get(), placed.data(), n, qubits, 2);
+                if (kind == 2) state_preparation<double>(v.amplitudes.get(), placed.data(), n, qubits, 2);
                 return std::string(reinterpret_cast<const char*>(v.amplitudes.get()), v.size * sizeof(C<T>));
             };
             for (const int kind : {0, 1, 2}) EXPECT_TRUE(loaded(0, kind) == loaded(8, kind)) << kind << ", " << n;
@@ -223,7 +223,7 @@ TYPED_TEST(buffer_at_any_address, is_read_projected_and_loaded_as_a_state) {
         expect("read", [&](C<T>* array, unsigned int, int threads) { return read(view(array), threads); });
         expect("read in double", [&](C<T>* array, unsigned int, int threads) {
             std::vector<double> distribution(4);
-            precise_distribution(pbamplix::precise_view<View>{view(array)}, distribution.data(), 0.0, {1, 0}, threads);
+            write_distribution(pbamplix::precise_view<View>{view(array)}, distribution.data(), 0.0, {1, 0}, threads);
             return bytes_of(distribution) + read(pbamplix::precise_view<View>{view(array)}, threads);
         });
         if (n > 2) {
@@ -245,14 +245,14 @@ TYPED_TEST(buffer_at_any_address, is_read_projected_and_loaded_as_a_state) {
         });
         expect("projected", [&](C<T>* array, unsigned int, int threads) {
             _project(array, 1ul << n, {0}, 1, threads);
-            precise_project(array, 1ul << n, {}, 0, threads);
-            precise_project_then_reset(array, 1ul << n, {1}, 1, threads);
+            pbamplix::cpu::project<double>(array, 1ul << n, {}, 0, threads);
+            pbamplix::cpu::project_then_reset<double>(array, 1ul << n, {1}, 1, threads);
             return std::string();
         });
         expect("loaded", [&](C<T>* array, unsigned int, int threads) {
             const auto data = as_thrust(random_coefficients<double>(4, 5));
             _state_preparation(array, data.data(), n, {1, 0}, threads);
-            precise_state_preparation(array, data.data(), n, {n - 1, 0}, threads);
+            state_preparation<double>(array, data.data(), n, {n - 1, 0}, threads);
             _qram(array, data.data(), n, {0, n - 1}, 1, threads);
             const unsigned long values[] = {1, 0};
             _binary_qram(array, values, n, {0, n - 1}, 1, threads);
@@ -273,10 +273,10 @@ TYPED_TEST(buffer_at_any_address, is_read_projected_and_loaded_as_a_state) {
             wide.y_counts = observable.y_counts;
             wide.nqubits = n / 2;
             std::string answer = bytes_of(_expectation_value(array, observable, 1ul << n, threads)) +
-                                 bytes_of(precise_term_values(array, wide, 1ul << n, threads));
+                                 bytes_of(term_values(array, wide, 1ul << n, threads));
             if (n >= 4) {
                 answer += bytes_of(_expectation_value_density_matrix(array, observable, threads, n / 2)) +
-                          bytes_of(precise_term_values_density_matrix(array, wide, threads, n / 2));
+                          bytes_of(term_values_density_matrix(array, wide, threads, n / 2));
             }
             std::mt19937_64 rng(7);
             const std::vector<pbamplix::SimpleTerm<T>> terms = {{{0, 1}, "XY", C<T>(1, 0)}};

@@ -258,8 +258,8 @@ private:
             state.get_distribution(distribution.data(), T(0.01), qubits);
             print(distribution, (", distribution over " + std::to_string(k)).c_str());
             std::vector<double> precise(distribution.size());
-            precise_distribution(pbamplix::precise_view<pbamplix::SVSequence<C>>{view()}, precise.data(), 0, qubits,
-                                 threads_);
+            write_distribution(pbamplix::precise_view<pbamplix::SVSequence<C>>{view()}, precise.data(), 0, qubits,
+                               threads_);
             print(precise, (", precise distribution over " + std::to_string(k)).c_str());
         }
         std::vector<T> probabilities = {state.probability(0, Qubits{}), state.probability(1)};
@@ -322,13 +322,14 @@ private:
         const auto sum = random_observable<T>(n_, 30);
         print(state.terms_expectations_values(sum));
         print(std::vector<C>{state.expectation_value(sum)}, ", sum");
-        print(precise_term_values(state.amplitudes.get(), random_observable<double>(n_, 30), state.size, threads_),
+        print(term_values(state.amplitudes.get(), random_observable<double>(n_, 30), state.size, threads_),
               ", precise");
 
         random_state("sampled terms");
         print(state.evaluate_terms(random_terms<T>(n_), 300));
-        print(precise_evaluate_terms(state.amplitudes.get(), random_terms<double>(n_), 300, state.rng, n_, threads_),
-              ", precise");
+        print(
+            evaluate_terms_of_any_norm(state.amplitudes.get(), random_terms<double>(n_), 300, state.rng, n_, threads_),
+            ", precise");
         print_state();
     }
 
@@ -346,7 +347,7 @@ private:
         project("projection with reset",
                 [&](const Qubits& qubits, unsigned long value) { state.project_then_reset(qubits, value); });
         project("precise projection with reset", [&](const Qubits& qubits, unsigned long value) {
-            precise_project_then_reset(state.amplitudes.get(), state.size, qubits, value, threads_);
+            pbamplix::cpu::project_then_reset<double>(state.amplitudes.get(), state.size, qubits, value, threads_);
         });
     }
 
@@ -359,7 +360,7 @@ private:
             const auto qubits = different_qubits(k);
             state.apply_state_preparation(data.data(), qubits);
             print_state();
-            precise_state_preparation(state.amplitudes.get(), data.data(), n_, qubits, threads_);
+            state_preparation<double>(state.amplitudes.get(), data.data(), n_, qubits, threads_);
             print_state("exact", ", precise");
         }
         random_state("amplitudes by address");
@@ -420,7 +421,7 @@ private:
         rho.sample(shots.data(), shots.size());
         print(shots, ", shots");
         print(rho.terms_expectations_values(random_observable<T>(m, 20)), ", exact terms");
-        print(precise_term_values_density_matrix(rho.amplitudes.get(), random_observable<double>(m, 20), threads_, m),
+        print(term_values_density_matrix(rho.amplitudes.get(), random_observable<double>(m, 20), threads_, m),
               ", precise terms");
         print(rho.evaluate_terms(random_terms<T>(m), 300), ", sampled terms");
         print_state();

@@ -304,7 +304,7 @@ TYPED_TEST(out_of_memory, in_sampled_terms_leaves_the_state_up_to_rounding_and_t
     const auto start = random_state<T>(16, Values::ordinary, 6);
     double length = 0;
     for (const auto& a : start) length += std::pow(double(a.re), 2) + std::pow(double(a.im), 2);
-    for (const int kind : {0, 1, 2, 3}) {  // of a state, of a density matrix, precise, of any norm
+    for (const int kind : {0, 1, 2}) {  // of a state, of a density matrix, of any norm
         for (const int threads : {1, 3}) {
             const long failures = for_every_allocation([&](long which, Failing::Extent extent) {
                 Loaded<T> state(start, threads, kind == 1);
@@ -312,10 +312,6 @@ TYPED_TEST(out_of_memory, in_sampled_terms_leaves_the_state_up_to_rounding_and_t
                 const auto [threw, reached] = with_failure(which, extent, [&] {
                     if (kind < 2) state.evaluate_terms(terms, 100);
                     if (kind == 2) {
-                        pbamplix::cpu::precise_evaluate_terms(state.amplitudes.get(), precise_terms, 100, state.rng, 16,
-                                                              threads);
-                    }
-                    if (kind == 3) {
                         pbamplix::cpu::evaluate_terms_of_any_norm(state.amplitudes.get(), precise_terms, 100, state.rng,
                                                                   16, threads);
                     }
@@ -369,7 +365,7 @@ TYPED_TEST(out_of_memory, in_precise_functions_leaves_the_state) {
     const auto sum = compiled(random_sum<double>(n, 20, 3, 4));
     std::vector<thrust::complex<double>> data(8, 0.5);
     fails_cleanly<T>("distribution", [&](auto& state) {
-        precise_distribution(precise(state), out.data(), 0, qubits, state.num_threads);
+        write_distribution(precise(state), out.data(), 0, qubits, state.num_threads);
     });
     fails_cleanly<T>("shots", [&](auto& state) {
         pick_shots_state(precise(state), shots.data(), state.rng, shots.size(), state.num_threads, qubits);
@@ -384,13 +380,13 @@ TYPED_TEST(out_of_memory, in_precise_functions_leaves_the_state) {
             pick(precise(state));
         }
     });
-    fails_cleanly<T>(
-        "terms", [&](auto& state) { precise_term_values(state.amplitudes.get(), sum, state.size, state.num_threads); });
+    fails_cleanly<T>("terms",
+                     [&](auto& state) { term_values(state.amplitudes.get(), sum, state.size, state.num_threads); });
     fails_cleanly<T>("projection", [&](auto& state) {
-        precise_project_then_reset(state.amplitudes.get(), state.size, qubits, 5, state.num_threads);
+        pbamplix::cpu::project_then_reset<double>(state.amplitudes.get(), state.size, qubits, 5, state.num_threads);
     });
     fails_cleanly<T>("preparation", [&](auto& state) {
-        precise_state_preparation(state.amplitudes.get(), data.data(), n, qubits, state.num_threads);
+        state_preparation<double>(state.amplitudes.get(), data.data(), n, qubits, state.num_threads);
     });
     fails_cleanly<T>("marginal map", [&](auto& state) {
         const std::unique_ptr<std::map<unsigned long, double>> map(

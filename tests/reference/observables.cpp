@@ -96,7 +96,7 @@ T sum_of_row(std::vector<T> row) {
 
 // Whole rows, joined in eights until one is left; missing rows are zeros.
 template <class T>
-T sum_of_chunk(std::vector<T> numbers) {
+T sum_of_slab(std::vector<T> numbers) {
     const unsigned long row = 64 / sizeof(T);
     unsigned long rows = 1;
     while (rows * row < numbers.size()) rows *= 8;
@@ -119,7 +119,7 @@ T sum_of_chunk(std::vector<T> numbers) {
 template <class T>
 T term_value_by_tree(const State<T>& state, PauliString p) {
     const unsigned long row = 64 / sizeof(T);
-    const unsigned long chunk = 512 * row;
+    const unsigned long slab = 512 * row;
     const bool pairs = p.flip >= row;
     const unsigned long highest = pairs ? std::bit_floor(p.flip) : 0;
     const bool imaginary = p.y_count % 2 == 1;
@@ -133,16 +133,16 @@ T term_value_by_tree(const State<T>& state, PauliString p) {
         numbers.push_back(ones(i & p.phase) % 2 == 0 ? part : negated(part));
     }
 
-    const unsigned long tiles = std::max(1ul, state.size() / (2 * chunk));
+    const unsigned long tiles = std::max(1ul, state.size() / (2 * slab));
     const unsigned long sections = std::min(tiles, 4096ul);
     const unsigned long section_length = numbers.size() / sections;
     T total = T(0);
     for (unsigned long s = 0; s < sections; ++s) {
         T section = T(0);
-        for (unsigned long first = s * section_length; first < (s + 1) * section_length; first += chunk) {
-            const unsigned long last = std::min(first + chunk, (s + 1) * section_length);
-            section = section + sum_of_chunk(std::vector<T>(numbers.begin() + static_cast<long>(first),
-                                                            numbers.begin() + static_cast<long>(last)));
+        for (unsigned long first = s * section_length; first < (s + 1) * section_length; first += slab) {
+            const unsigned long last = std::min(first + slab, (s + 1) * section_length);
+            section = section + sum_of_slab(std::vector<T>(numbers.begin() + static_cast<long>(first),
+                                                           numbers.begin() + static_cast<long>(last)));
         }
         total = s == 0 ? section : total + section;
     }

@@ -37,8 +37,8 @@ template <class T>
 Complex<T> expectation_value_density(const State<T>& matrix, const PauliSum<T>& sum);
 
 // <P> on a pure state with every addition where the library makes it. Pairs i, i ^ flip are taken once where the flip
-// reaches beyond a row; numbers stand in rows of 64 bytes and chunks of 512 rows. In a chunk, rows are joined in
-// eights: neighbours, pairs, fours; the last row is folded in halves. Chunks are added in order inside a section, then
+// reaches beyond a row; numbers stand in rows of 64 bytes and slabs of 512 rows. In a slab, rows are joined in
+// eights: neighbours, pairs, fours; the last row is folded in halves. Slabs are added in order inside a section, then
 // at most 128 sections in order.
 template <class T>
 T term_value_by_tree(const State<T>& state, PauliString p);

@@ -7,8 +7,8 @@
 #include <type_traits>
 
 // What each gate does to the packs of one group, by its tag: the specialisation of `formula` for a tag is the gate. It
-// is built once per block of groups from the call's coefficients and then rewrites its operands in place, from the old
-// values only. The order of operations is part of the library's behaviour.
+// is built once per share of a call's groups from the call's coefficients and then rewrites its operands in place, from
+// the old values only. The order of operations is part of the library's behaviour.
 //
 // Each of the three shapes ends with the list of its gates, for all of which the loop is compiled.
 

@@ -45,7 +45,7 @@ struct kernel_call {
 template <class T>
 void run_parallel(const kernel_call<T>& call, thrust::complex<T>* state, int nthreads) {
     if (call.run == nullptr) return;
-    storage::parallel_blocks(call.units, call.bytes, nthreads,
+    storage::parallel_shares(call.units, call.bytes, nthreads,
                              [&](unsigned long begin, unsigned long end) { call.run(call, state, begin, end); });
 }
 

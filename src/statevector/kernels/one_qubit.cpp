@@ -20,7 +20,7 @@ void run_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
             __builtin_prefetch(state + base, 1);
             __builtin_prefetch(state + (base | target), 1);
         },
-        [=, &gate](unsigned long base) {
+        [ =, &gate ](unsigned long base) __attribute__((always_inline)) {
             const V old0 = load<V>(state + base);
             const V old1 = load<V>(state + (base | target));
             V a0 = old0;

@@ -13,7 +13,7 @@ void run_phases(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of
     const bits_of<V> changed = lane_mask<V>(call);
     walk<V>(
         call, begin, end, [=](unsigned long base) { __builtin_prefetch(state + base, 1); },
-        [=](unsigned long base) {
+        [=](unsigned long base) __attribute__((always_inline)) {
             const V old = load<V>(state + base);
             V a = old;
             gate(a);

@@ -42,7 +42,7 @@ void run_quads(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                 __builtin_prefetch(state + (base | high | low), 1);
             }
         },
-        [=, &gate](unsigned long base) {
+        [ =, &gate ](unsigned long base) __attribute__((always_inline)) {
             V old[4] = {};
             if constexpr (all_four) old[0] = load<V>(state + base);
             old[1] = load<V>(state + (base | low));

@@ -39,8 +39,9 @@ bits_of<V> lane_mask(const kernel_call<T>& call) {
     return mask;
 }
 
-// Calls body(base) for the units begin ... end - 1 in increasing order. `prefetch(base)` runs ahead of the body where
-// the call asks for it.
+// Calls body(base) for the units begin ... end - 1 in increasing order. It stands in three loops; a body of some length
+// says always_inline, or else whether it is called or inlined depends on how much else the file holds. `prefetch(base)`
+// runs ahead of the body where the call asks for it.
 template <class V, class T, class Prefetch, class Body>
 [[gnu::always_inline]] inline void walk(const kernel_call<T>& call, unsigned long begin, unsigned long end,
                                         Prefetch prefetch, Body body) {

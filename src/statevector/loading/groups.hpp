@@ -105,10 +105,10 @@ public:
     strips(const group_range& groups, unsigned long column_packs, unsigned long cached_bytes, unsigned long least)
         : outer_free_(groups.free & ~inner_bits<V>::inside),
           columns_(groups.count >> inner_bits<V>(groups.free).free_count()) {
-        constexpr unsigned long shares = 64;
+        constexpr unsigned long most_threads = 64;
         const unsigned long column_bytes = sizeof(V) * std::min(column_packs, cached_bytes);
         length_ = std::clamp(std::bit_floor(cached_bytes / column_bytes), least, most_columns);
-        if (columns_ * column_bytes >= storage::worthwhile_bytes) length_ = std::min(length_, columns_ / shares);
+        if (columns_ * column_bytes >= storage::worthwhile_bytes) length_ = std::min(length_, columns_ / most_threads);
         length_ = std::clamp(length_, 1ul, columns_);
     }
 

@@ -36,7 +36,7 @@ public:
     }
 
     void run(int nthreads) const {
-        storage::parallel_blocks(strips_.count(), request_.bytes, nthreads,
+        storage::parallel_shares(strips_.count(), request_.bytes, nthreads,
                                  [&](unsigned long begin, unsigned long end) {
                                      workspace w;
                                      for (unsigned long s = begin; s < end; ++s) {

@@ -87,7 +87,7 @@ void _phase_oracle(thrust::complex<T>* state, const std::vector<unsigned long>& 
     const unsigned long blocks_per_part = 1ul << std::popcount(free_high);
     const unsigned long units = (starts.size() - 1) * blocks_per_part;
     const unsigned long bytes = 2 * (patterns.size() << std::popcount(free)) * sizeof(thrust::complex<T>);
-    storage::parallel_blocks(units, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(units, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long unit = begin; unit < end; ++unit) {
             const unsigned long part = unit / blocks_per_part;
             const unsigned long block = index::deposit(unit % blocks_per_part, free_high);

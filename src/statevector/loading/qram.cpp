@@ -16,7 +16,7 @@ template <class T>
 std::vector<T> block_norms(const thrust::complex<double>* data, const registers& r, int nthreads) {
     std::vector<T> norms(r.addresses);
     const unsigned long bytes = r.addresses * r.values * sizeof(*data);
-    storage::parallel_blocks(r.addresses, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(r.addresses, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long a = begin; a < end; ++a) {
             T sum = T(0);
             for (unsigned long v = 0; v < r.values; ++v) {

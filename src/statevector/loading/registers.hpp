@@ -27,7 +27,7 @@ void for_addresses(const strips<V>& cut, unsigned long addresses, bool distinct,
                    Body body) {
     const unsigned long parts = distinct ? addresses : 1;
     const unsigned long addresses_per_part = addresses / parts;
-    storage::parallel_blocks(cut.count() * parts, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(cut.count() * parts, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         strip where;
         while (begin < end) {
             const unsigned long number = begin / parts;

@@ -11,7 +11,7 @@ using namespace velacamplix::loading;
 namespace {
 
 template <class V>
-void prepare(const preparation<packs::scalar_of<V>>& request, int nthreads) {
+void write_groups(const preparation<packs::scalar_of<V>>& request, int nthreads) {
     if (inner_bits<V>(request.groups.free).targets == 0) {
         whole_columns<V>(request).run(nthreads);
     } else if (mixed_columns<V>::fit(request)) {
@@ -29,9 +29,9 @@ void _state_preparation(thrust::complex<T>* state, const thrust::complex<double>
     using wide = packs::wide_pack<T>;
     const preparation<T> request(state, data, n, qubits);
     if (fit_packs<wide>(qubits, n)) {
-        prepare<wide>(request, num_threads);
+        write_groups<wide>(request, num_threads);
     } else {
-        prepare<packs::single_pack<T>>(request, num_threads);
+        write_groups<packs::single_pack<T>>(request, num_threads);
     }
 }
 

@@ -24,7 +24,7 @@ public:
     void run(int nthreads) const {
         constexpr unsigned long second_cache_bytes = 512ul << 10;
         if (strips_.length() * request_.group_size * sizeof(V) <= second_cache_bytes) {
-            storage::parallel_blocks(strips_.count(), request_.bytes, nthreads,
+            storage::parallel_shares(strips_.count(), request_.bytes, nthreads,
                                      [&](unsigned long begin, unsigned long end) {
                                          strip where;
                                          std::array<V, most_columns> roots;
@@ -39,14 +39,14 @@ public:
         // Few large groups: all norms first, then the threads share the entries.
         std::vector<V> roots(strips_.count() * strips_.length());
         const unsigned long bytes = request_.bytes / 2;
-        storage::parallel_blocks(strips_.count(), bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(strips_.count(), bytes, nthreads, [&](unsigned long begin, unsigned long end) {
             strip where;
             for (unsigned long s = begin; s < end; ++s) {
                 strips_.fill(s, where);
                 find_roots(where, roots.data() + s * strips_.length());
             }
         });
-        storage::parallel_blocks(request_.entries, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(request_.entries, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
             strip where;
             for (unsigned long s = 0; s < strips_.count(); ++s) {
                 strips_.fill(s, where);

@@ -42,7 +42,7 @@ tile_shape::tile_shape(const std::vector<unsigned int>& listed, unsigned int n, 
     pieces = 1u << index::count_bits(joined);
     chains = pieces << chain_bits_inside;
     chain_length = 1u << (piece_bits - chain_bits_inside);
-    side_by_side = (mask & (group - 1)) == group - 1;
+    side_by_side = (mask & (at_once - 1)) == at_once - 1;
     outer = above & ~joined;
     steps = index::low_bits(n) & ~inside & ~mask;
 

@@ -19,13 +19,13 @@ namespace velacamplix::measurement {
 struct tile_shape {
     static constexpr unsigned most_chains = 1024;
     static constexpr unsigned most_elements = 2048;  // of all the pieces that are worked on at a time
-    static constexpr unsigned group = 8;             // chains whose running sums are kept in registers
+    static constexpr unsigned at_once = 8;           // chains whose running sums are kept in registers
 
     unsigned piece_bits;    // a piece has 2^piece_bits neighbouring elements
     unsigned pieces;        // per step; they differ in the joined bits
     unsigned chains;        // per tile
     unsigned chain_length;  // elements of one chain inside one piece
-    bool side_by_side;      // the chains of a group lie next to each other in a piece
+    bool side_by_side;      // the chains worked on at once lie next to each other in a piece
     unsigned long outer;    // listed bits that tell tiles apart
     unsigned long steps;    // free bits above the piece, which a tile walks through upwards
 
@@ -35,11 +35,11 @@ struct tile_shape {
     std::uint16_t chain_of_slot[most_chains];  // which chain the tile's slots, in increasing order, belong to
     unsigned long slot[most_chains];           // these slots, relative to the tile's lowest
 
-    // `listed`: distinct qubits of a view of n; `bytes`, `nthreads`: as for parallel_blocks, which shares the tiles.
+    // `listed`: distinct qubits of a view of n; `bytes`, `nthreads`: as for parallel_shares, which shares the tiles.
     tile_shape(const std::vector<unsigned int>& listed, unsigned int n, unsigned long bytes, int nthreads);
 };
 
-// Adds one step's pieces to the sums of `count` <= group chains, whichever places they have.
+// Adds one step's pieces to the sums of `count` <= at_once chains, whichever places they have.
 template <unsigned count, class T>
 [[gnu::always_inline]] inline void add_scattered(const tile_shape& shape, const T* pieces, unsigned first, T* sums) {
     const T* chain[count];
@@ -58,9 +58,9 @@ template <unsigned count, class T>
 
 template <class T>
 [[gnu::always_inline]] inline void add_neighbours(const tile_shape& shape, const T* pieces, unsigned first, T* sums) {
-    constexpr std::size_t bytes = std::min(packs::widest_bytes, tile_shape::group * sizeof(T));
+    constexpr std::size_t bytes = std::min(packs::widest_bytes, tile_shape::at_once * sizeof(T));
     using V = typename packs::pack_type<T, bytes>::type;
-    constexpr unsigned packs = tile_shape::group * sizeof(T) / bytes;
+    constexpr unsigned packs = tile_shape::at_once * sizeof(T) / bytes;
     const T* chain = pieces + shape.chain_at[first];
     V sum[packs];
     for (unsigned v = 0; v < packs; ++v) sum[v] = packs::load_scalars<V>(sums + first + v * packs::scalars<V>);
@@ -73,7 +73,7 @@ template <class T>
 
 template <class T>
 inline void add_step(const tile_shape& shape, const T* pieces, T* sums) {
-    constexpr unsigned group = tile_shape::group;
+    constexpr unsigned at_once = tile_shape::at_once;
     switch (shape.chains) {
         case 1:
             return add_scattered<1>(shape, pieces, 0, sums);
@@ -85,9 +85,9 @@ inline void add_step(const tile_shape& shape, const T* pieces, T* sums) {
             break;
     }
     if (shape.side_by_side) {
-        for (unsigned c = 0; c < shape.chains; c += group) add_neighbours(shape, pieces, c, sums);
+        for (unsigned c = 0; c < shape.chains; c += at_once) add_neighbours(shape, pieces, c, sums);
     } else {
-        for (unsigned c = 0; c < shape.chains; c += group) add_scattered<group>(shape, pieces, c, sums);
+        for (unsigned c = 0; c < shape.chains; c += at_once) add_scattered<at_once>(shape, pieces, c, sums);
     }
 }
 
@@ -103,7 +103,7 @@ void sum_chains(const View& view, const std::vector<unsigned int>& listed, int n
     const unsigned long piece_size = 1ul << shape.piece_bits;
     const unsigned long steps = 1ul << std::popcount(shape.steps);
 
-    storage::parallel_blocks(tiles, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(tiles, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         alignas(64) T pieces[tile_shape::most_elements];
         alignas(64) T sums[tile_shape::most_chains];
         Sink mine = sink;

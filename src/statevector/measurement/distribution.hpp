@@ -18,10 +18,4 @@ void sum_distribution(const Seq& view, const std::vector<unsigned int>& listed, 
     }
 }
 
-// Writes 2^k probabilities to `out`; the first listed qubit is the position's most significant bit. What is not above
-// threshold_sq becomes 0. One pass over the view, whichever and however many the qubits.
-template <class Seq>
-void write_distribution(const Seq& view, typename Seq::proba_type* out, typename Seq::proba_type threshold_sq,
-                        const std::vector<unsigned int>& listed, int nthreads);
-
 }  // namespace velacamplix::measurement

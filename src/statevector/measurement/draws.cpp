@@ -61,7 +61,7 @@ void sort_draws(const unsigned long* outputs, unsigned int count, draw<T>* draws
     for (unsigned int i = 0; i < count; ++i) draws[end[part_of(outputs[i])]++] = {uniform<T>(outputs[i]), i};
 
     const T width = T(1) / static_cast<T>(parts);
-    storage::parallel_blocks(parts, count * sizeof(draw<T>), nthreads, [&](unsigned long begin, unsigned long stop) {
+    storage::parallel_shares(parts, count * sizeof(draw<T>), nthreads, [&](unsigned long begin, unsigned long stop) {
         for (unsigned long p = begin; p < stop; ++p) {
             const unsigned int first = p == 0 ? 0 : end[p - 1];
             sort_part(draws + first, end[p] - first, static_cast<T>(p) * width, width);

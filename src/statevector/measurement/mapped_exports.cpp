@@ -27,7 +27,7 @@ std::map<unsigned long, V>* permute_and_map_vector(Seq seq, std::map<unsigned lo
                                                    const int& nthreads) {
     measurement::gathered_entries<V> entries;
     const unsigned long bytes = seq.dim * sizeof(thrust::complex<T>);
-    storage::parallel_blocks(seq.dim, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(seq.dim, bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         typename measurement::gathered_entries<V>::share found(entries);
         for (unsigned long i = begin; i < end; ++i) {
             const V value = measurement::value_at(seq, i);

@@ -2,18 +2,18 @@
 
 #include "statevector/measurement/chain_sums.hpp"
 
-// Probabilities of outcomes as the library reports them: over the free index bits, counted by j, each block of 2^16
-// consecutive j is one chain (chain_sums.hpp) and the block sums are added in block order. So they have the same bits
+// Probabilities of outcomes as the library reports them: over the free index bits, counted by j, each span of 2^16
+// consecutive j is one chain (chain_sums.hpp) and the span sums are added in span order. So they have the same bits
 // for every number of threads, and up to 16 free qubits they are the plain sum in index order.
 
 namespace velacamplix::measurement {
 
-inline constexpr unsigned block_bits = 16;
+inline constexpr unsigned span_bits = 16;
 
-// The free bits that number the blocks, highest first.
-inline std::vector<unsigned int> block_qubits(const std::vector<unsigned int>& listed, unsigned int n) {
+// The free bits that number the spans, highest first.
+inline std::vector<unsigned int> span_qubits(const std::vector<unsigned int>& listed, unsigned int n) {
     unsigned long free = index::low_bits(n) & ~index::mask_of(listed);
-    for (unsigned skipped = 0; skipped < block_bits; ++skipped) free &= free - 1;
+    for (unsigned skipped = 0; skipped < span_bits; ++skipped) free &= free - 1;
     std::vector<unsigned int> qubits;
     for (; free != 0; free ^= std::bit_floor(free)) {
         qubits.push_back(static_cast<unsigned int>(std::bit_width(free)) - 1);
@@ -26,21 +26,21 @@ inline std::vector<unsigned int> block_qubits(const std::vector<unsigned int>& l
 template <class View, class Sink>
 void sum_outcomes(const View& view, const std::vector<unsigned int>& listed, int nthreads, const Sink& sink) {
     using T = typename View::proba_type;
-    const std::vector<unsigned int> numbering = block_qubits(listed, view.nqubits);
+    const std::vector<unsigned int> numbering = span_qubits(listed, view.nqubits);
     if (numbering.empty()) {
         sum_chains(view, listed, nthreads, sink);
         return;
     }
     std::vector<unsigned int> extended = listed;
     extended.insert(extended.end(), numbering.begin(), numbering.end());
-    const unsigned long blocks = 1ul << numbering.size();
-    std::vector<T> block_sums(1ul << extended.size());
-    sum_chains(view, extended, nthreads, [&](unsigned long slot, T sum) { block_sums[slot] = sum; });
+    const unsigned long spans = 1ul << numbering.size();
+    std::vector<T> span_sums(1ul << extended.size());
+    sum_chains(view, extended, nthreads, [&](unsigned long slot, T sum) { span_sums[slot] = sum; });
 
     Sink mine = sink;
-    for (unsigned long first = 0, slot = 0; first < block_sums.size(); first += blocks, ++slot) {
-        T total = block_sums[first];
-        for (unsigned long b = 1; b < blocks; ++b) total += block_sums[first + b];
+    for (unsigned long first = 0, slot = 0; first < span_sums.size(); first += spans, ++slot) {
+        T total = span_sums[first];
+        for (unsigned long b = 1; b < spans; ++b) total += span_sums[first + b];
         mine(slot, total);
     }
 }

@@ -162,7 +162,7 @@ void _permute_and_copy_vector_fast(Seq seq, Out* out, const int& nthreads, typen
     const bool streamed =
         bytes >= measurement::streaming_bytes && reinterpret_cast<std::uintptr_t>(out) % sizeof(Out) == 0;
     const unsigned long tiles = seq.dim / (measurement::tile_side * measurement::tile_side);
-    storage::parallel_blocks(tiles, 2 * bytes, nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(tiles, 2 * bytes, nthreads, [&](unsigned long begin, unsigned long end) {
         if (streamed) {
             measurement::stream_tiles<Threshold>(seq, out, threshold_sq, begin, end);
         } else {
@@ -173,7 +173,7 @@ void _permute_and_copy_vector_fast(Seq seq, Out* out, const int& nthreads, typen
 
 template <class P, class Out, class Seq>
 void _permute_and_copy_vector_no_simd(Seq seq, Out* out, const P& threshold_sq, int nthreads) {
-    storage::parallel_blocks(seq.dim, 2 * seq.dim * sizeof(Out), nthreads, [&](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(seq.dim, 2 * seq.dim * sizeof(Out), nthreads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long i = begin; i < end; ++i) {
             const bool kept = measurement::probability_at(seq, i) > threshold_sq;
             const Out value = kept ? measurement::value_at(seq, i) : Out();

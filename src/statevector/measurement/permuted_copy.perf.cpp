@@ -16,7 +16,7 @@ constexpr unsigned int qubits = 24;
 
 double copy_seconds(void* to, const void* from, std::size_t bytes, int threads) {
     const auto start = std::chrono::steady_clock::now();
-    storage::parallel_blocks(bytes, bytes, threads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(bytes, bytes, threads, [=](unsigned long begin, unsigned long end) {
         std::memcpy(static_cast<char*>(to) + begin, static_cast<const char*>(from) + begin, end - begin);
     });
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

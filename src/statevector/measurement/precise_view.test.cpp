@@ -49,7 +49,7 @@ testing::AssertionResult agrees(const State<T>& state, bool density_matrix, cons
         const std::string what = "\n" + measured.describe(qubits, count);
         std::vector<double> got(expected.size());
         read_precisely(measured, [&](auto seq) {
-            pbamplix::cpu::precise_distribution(seq, got.data(), threshold * threshold, qubits, count);
+            pbamplix::cpu::write_distribution(seq, got.data(), threshold * threshold, qubits, count);
         });
         if (auto same = same_bits(expected, got); !same) return same << what;
 
@@ -72,7 +72,7 @@ testing::AssertionResult agrees(const State<T>& state, bool density_matrix, cons
     return testing::AssertionSuccess();
 }
 
-// Each shot's own scan, with its number as a share of the last running sum.
+// Each shot's own scan, with its number as a fraction of the last running sum.
 std::vector<unsigned long> scanned(const std::vector<double>& view, std::mt19937_64& engine, unsigned long shots,
                                    const Qubits& qubits) {
     double total = 0;
@@ -117,13 +117,13 @@ auto read_for_shots(MeasuredState<T>& measured, Reader reader) {
 }
 
 template <class T>
-testing::AssertionResult samples_of_any_norm_agree(const State<T>& state, bool density_matrix, bool as_shares,
+testing::AssertionResult samples_of_any_norm_agree(const State<T>& state, bool density_matrix, bool as_fractions,
                                                    unsigned long shots, const Qubits& qubits) {
     MeasuredState<T> measured(state, density_matrix);
     const std::vector<double> view = wide_view(state, density_matrix);
     std::mt19937_64 after(11);
     const outcomes expected =
-        as_shares ? scanned(view, after, shots, qubits) : reference::sampled(view, after, shots, qubits);
+        as_fractions ? scanned(view, after, shots, qubits) : reference::sampled(view, after, shots, qubits);
     for (int count : thread_counts) {
         std::mt19937_64 engine(11);
         outcomes got(shots);
@@ -227,10 +227,10 @@ TYPED_TEST(precise_view, projects_as_the_sum_in_double_says) {
                 for (int threads : thread_counts) {
                     State<TypeParam> got = state;
                     auto* amplitudes = reinterpret_cast<thrust::complex<TypeParam>*>(got.data());
-                    pbamplix::cpu::precise_project(amplitudes, got.size(), qubits, value, threads);
+                    pbamplix::cpu::project<double>(amplitudes, got.size(), qubits, value, threads);
                     ASSERT_TRUE(same_bits(expected, got.data())) << n << " qubits, " << describe(qubits);
                     got = state;
-                    pbamplix::cpu::precise_project_then_reset(amplitudes, got.size(), qubits, value, threads);
+                    pbamplix::cpu::project_then_reset<double>(amplitudes, got.size(), qubits, value, threads);
                     ASSERT_TRUE(same_bits(reference::moved_to_zero(expected, qubits, value), got.data()));
                 }
             }
@@ -244,12 +244,12 @@ TYPED_TEST(precise_view, refuses_an_impossible_projection_and_leaves_the_state) 
     auto* amplitudes = reinterpret_cast<thrust::complex<TypeParam>*>(state.data());
     const State<TypeParam> before = state;
     for (const unsigned long value : {1ul, 2ul}) {
-        EXPECT_THROW(pbamplix::cpu::precise_project(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
-        EXPECT_THROW(pbamplix::cpu::precise_project_then_reset(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
+        EXPECT_THROW(pbamplix::cpu::project<double>(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
+        EXPECT_THROW(pbamplix::cpu::project_then_reset<double>(amplitudes, 4, {1, 0}, value, 1), std::domain_error);
         EXPECT_TRUE(same_bits(before, amplitudes));
     }
     if (std::is_same_v<TypeParam, float>) {
-        pbamplix::cpu::precise_project(amplitudes, 4, {1, 0}, 3, 1);
+        pbamplix::cpu::project<double>(amplitudes, 4, {1, 0}, 3, 1);
         EXPECT_EQ(amplitudes[3], thrust::complex<TypeParam>(0, -1));
     }
 }
@@ -272,7 +272,7 @@ TEST(precise_view_of_single_precision, sums_what_a_running_sum_in_single_precisi
 
     double total = 0, other = 0, one = 0;
     read_precisely(measured, [&](auto seq) {
-        pbamplix::cpu::precise_distribution(seq, &total, 0.0, {}, 2);
+        pbamplix::cpu::write_distribution(seq, &total, 0.0, {}, 2);
         std::mt19937_64 engine(3);
         outcomes shots(100'000);
         pbamplix::cpu::pick_shots_state(seq, shots.data(), engine, shots.size(), 2, {});
@@ -293,16 +293,16 @@ TYPED_TEST(precise_view, shots_of_a_normalised_state_are_those_of_its_precision)
         const auto state = normalised(random_state<TypeParam>(n, Values::ordinary));
         for (const double total : {1.0, 1 + 8e-10, 1 - 8e-10}) {
             const auto near = scaled(state, std::sqrt(total));
-            const bool as_shares = std::is_same_v<TypeParam, float>;
+            const bool as_fractions = std::is_same_v<TypeParam, float>;
             for (unsigned long shots : {0ul, 1ul, 3000ul}) {
-                ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_shares, shots, {})) << total;
+                ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_fractions, shots, {})) << total;
             }
-            ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_shares, 100, random_qubits(n / 2, n, lists)));
+            ASSERT_TRUE(samples_of_any_norm_agree(near, false, as_fractions, 100, random_qubits(n / 2, n, lists)));
         }
     }
 }
 
-TYPED_TEST(precise_view, shots_of_a_state_of_another_norm_are_shares_of_its_total) {
+TYPED_TEST(precise_view, shots_of_a_state_of_another_norm_are_fractions_of_its_total) {
     std::mt19937 lists(9);
     for (const double factor : {std::sqrt(1 + 2e-9), std::sqrt(1 - 2e-9), 0.5, 3.0, 1e-17, 1e17}) {
         for (unsigned int n : {0u, 1u, 4u, 9u}) {
@@ -339,8 +339,8 @@ TYPED_TEST(precise_view, shots_are_refused_and_no_output_is_taken_where_there_is
     }
 }
 
-TEST(precise_view_of_a_tiny_state, a_share_above_zero_stays_above_zero) {
-    // Squares of 1e-320: most shares of their sum round to 0, which would be the index of all ones.
+TEST(precise_view_of_a_tiny_state, a_fraction_above_zero_stays_above_zero) {
+    // Squares of 1e-320: most fractions of their sum round to 0, which would be the index of all ones.
     MeasuredState<double> measured(State<double>{{1e-160, 0}, {0, 1e-160}, {0, 0}, {0, 0}});
     std::mt19937_64 engine(5);
     outcomes got(1000);

@@ -95,7 +95,7 @@ void rewrite(thrust::complex<T>* amplitudes, unsigned long size, outcome_bits ou
     // Packs that lie side by side before a listed bit interrupts them belong together or not at all.
     const unsigned long run = outside.listed != 0 ? outside.listed & -outside.listed : size;
 
-    storage::parallel_blocks(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(size / lanes, size * 2 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         const unsigned long stop = end * lanes;
         for (unsigned long i = begin * lanes; i < stop;) {
             const unsigned long run_end = std::min(stop, (i / run + 1) * run);
@@ -118,18 +118,16 @@ outcome_bits bits_of_outcome(const std::vector<unsigned int>& qubits, unsigned l
     return {listed, index::place_first_highest(value, qubits) & listed};
 }
 
-// The outcome's probability in a view of a state.
-template <class View>
-typename View::proba_type norm_of_outcome(const View& view, outcome_bits kept, int nthreads) {
-    // Of qubits that the state does not have, only 0 can be read.
-    if (view.dim == 0 || (kept.pattern & ~(view.dim - 1)) != 0) return 0;
-    const unsigned long free = index::low_bits(view.nqubits) & ~kept.listed;
-    return sum_fixed(view, free, kept.pattern, static_cast<unsigned int>(std::popcount(free)), nthreads);
-}
+constexpr const char* impossible = "Cannot project onto an outcome of probability zero";
 
-template <class T>
-pbamplix::SVSequence<thrust::complex<T>> view_of(const thrust::complex<T>* amplitudes, unsigned long size) {
-    return {amplitudes, static_cast<unsigned int>(std::countr_zero(size)), size};
+// The root of an outcome's probability, which is summed in the precision Sum.
+template <class Sum, class T>
+T root_of_outcome(const thrust::complex<T>* amplitudes, unsigned long size, outcome_bits kept, int nthreads) {
+    const auto view = view_summed_in<Sum>(amplitudes, static_cast<unsigned int>(std::countr_zero(size)));
+    // Of qubits that the state does not have, only 0 can be read.
+    if (size == 0 || (kept.pattern & ~(size - 1)) != 0) return 0;
+    const unsigned long free = index::low_bits(view.nqubits) & ~kept.listed;
+    return static_cast<T>(std::sqrt(sum_fixed(view, free, kept.pattern, index::count_bits(free), nthreads)));
 }
 
 }  // namespace
@@ -144,7 +142,7 @@ void move_to_zero(thrust::complex<T>* amplitudes, unsigned int n, const std::vec
     const unsigned long count = 1ul << std::popcount(free);
     const unsigned long run = listed & -listed;
 
-    storage::parallel_blocks(count, count * 4 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(count, count * 4 * sizeof(T), nthreads, [=](unsigned long begin, unsigned long end) {
         unsigned long target = index::deposit(begin, free);
         while (begin < end) {
             const unsigned long length = std::min(run - (begin & (run - 1)), end - begin);
@@ -173,46 +171,40 @@ template <class T>
 void _project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
               unsigned long value, int nthreads) {
     const auto kept = measurement::bits_of_outcome(qubits, value);
-    const T norm = measurement::norm_of_outcome(measurement::view_of(amps, size), kept, nthreads);
-    if (norm == T(0)) {
-        const std::domain_error impossible("Cannot project onto an outcome of probability zero");  // may lack memory
+    const T root = measurement::root_of_outcome<T>(amps, size, kept, nthreads);
+    if (root == T(0)) {
+        const std::domain_error impossible(measurement::impossible);   // may lack memory
         measurement::rewrite(amps, size, kept, T(1), T(0), nthreads);  // by 1: leaves them as they are
         throw impossible;
     }
-    const T root = std::sqrt(norm);
     // What is zero stays zero, except over a root that is not a number.
     measurement::rewrite(amps, size, kept, root, T(0) / root, nthreads);
 }
 
-template <class T>
-void precise_project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
-                     unsigned long value, int nthreads) {
-    const precise_view<SVSequence<thrust::complex<T>>> view{measurement::view_of(amps, size)};
+template <class Sum, class T>
+void project(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits, unsigned long value,
+             int nthreads) {
     const auto kept = measurement::bits_of_outcome(qubits, value);
-    const double norm = measurement::norm_of_outcome(view, kept, nthreads);
-    const T root = static_cast<T>(std::sqrt(norm));
+    const T root = measurement::root_of_outcome<Sum>(amps, size, kept, nthreads);
     // A root below the normal range has too few digits to divide by.
-    if (root < std::numeric_limits<T>::min()) {
-        throw std::domain_error("Cannot project onto an outcome of probability zero");
-    }
+    if (root < std::numeric_limits<T>::min()) throw std::domain_error(measurement::impossible);
     measurement::rewrite(amps, size, kept, root, T(0) / root, nthreads);
 }
 
-template <class T>
-void precise_project_then_reset(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
-                                unsigned long value, int nthreads) {
-    precise_project(amps, size, qubits, value, nthreads);
+template <class Sum, class T>
+void project_then_reset(thrust::complex<T>* amps, unsigned long size, const std::vector<unsigned int>& qubits,
+                        unsigned long value, int nthreads) {
+    project<Sum>(amps, size, qubits, value, nthreads);
     const auto n = static_cast<unsigned int>(std::countr_zero(size));
     measurement::move_to_zero(amps, n, qubits, value, nthreads);
 }
 
-#define VELACAMPLIX_PROJECTION(T)                                                                                      \
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
     template void _project(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, int);  \
-    template void precise_project(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, \
+    template void project<double>(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&, unsigned long, \
                                   int);                                                                                \
-    template void precise_project_then_reset(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&,     \
+    template void project_then_reset<double>(thrust::complex<T>*, unsigned long, const std::vector<unsigned int>&,     \
                                              unsigned long, int);
-VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_PROJECTION)
-#undef VELACAMPLIX_PROJECTION
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace pbamplix::cpu

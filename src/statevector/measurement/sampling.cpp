@@ -16,7 +16,7 @@
 // index. Scans for many shots share one walk: shots wait in increasing order of r, and each sum releases those that
 // are not above it. A sum that falls again releases nothing, and so changes nothing.
 //
-// Of a precise view a shot's number is a share of the total. The norm of a state in single precision drifts by some
+// Of a precise view a shot's number is a fraction of the total. The norm of a state in single precision drifts by some
 // 1e-7 with every gate; numbers taken as they are would find what is missing, or lack what is too much, at the last
 // index, and 10^7 shots show it there.
 
@@ -62,9 +62,9 @@ typename Seq::proba_type release_draws(const Seq& view, const draw<typename Seq:
 }
 
 template <class Seq>
-inline constexpr bool numbers_are_shares = false;
+inline constexpr bool numbers_are_fractions = false;
 template <class Seq>
-inline constexpr bool numbers_are_shares<pbamplix::precise_view<Seq>> = true;
+inline constexpr bool numbers_are_fractions<pbamplix::precise_view<Seq>> = true;
 
 // Draws shots whose numbers are multiplied by `factor`, and returns the last running sum of the first batch. Where the
 // state has to be normalised this is the total, and no further batch follows if it is not near 1.
@@ -87,7 +87,7 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
 
             sort_draws(batch, count, draws.get(), nthreads);
             if (factor != T(1)) {
-                // A share of a total above 0 stays above 0.
+                // A fraction of a total above 0 stays above 0.
                 const T least = factor > T(0) ? std::numeric_limits<T>::denorm_min() : T(0);
                 for (draw<T>* d = draws.get(); d != draws.get() + count; ++d) {
                     if (d->number > T(0)) d->number = std::max(d->number * factor, least);
@@ -97,7 +97,7 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
             const T last = release_draws(seq, draws.get(), draws.get() + count, batch, to_the_end);
             if (first == 0) total = last;
             if (to_the_end && !is_normalised(static_cast<double>(total))) break;
-            storage::parallel_blocks(count, count * sizeof(*batch), nthreads,
+            storage::parallel_shares(count, count * sizeof(*batch), nthreads,
                                      [&](unsigned long begin, unsigned long end) {
                                          for (unsigned long i = begin; i < end; ++i)
                                              batch[i] = outcome_of(batch[i], seq.nqubits, qubits);
@@ -109,7 +109,7 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
 
 }  // namespace
 
-// The last of the running sums itself, so that no share of it comes to lie above it.
+// The last of the running sums itself, so that no fraction of it comes to lie above it.
 template <class Seq>
 double total_of(const Seq& view) {
     const draw<double>* const none = nullptr;
@@ -121,7 +121,7 @@ template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrus
 
 bool is_normalised(double total) { return std::abs(total - 1) <= 1e-9; }
 
-void require_shares(double total) {
+void require_total(double total) {
     if (total > 0 && std::isfinite(total)) return;
     std::ostringstream text;
     text << "there is nothing to draw from: the probabilities of the state must add up to a finite number above 0, got "
@@ -161,9 +161,9 @@ void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned lo
                       const std::vector<unsigned int>& qubits) {
     using T = typename Seq::proba_type;
     T factor = T(1);
-    if constexpr (measurement::numbers_are_shares<Seq>) {
+    if constexpr (measurement::numbers_are_fractions<Seq>) {
         const T total = measurement::total_of(seq);
-        if (std::isfinite(total)) factor = total;  // else no share means anything
+        if (std::isfinite(total)) factor = total;  // else no fraction means anything
     }
     measurement::pick_shots(seq, factor, false, shots, rng, nshots, nthreads, qubits);
 }
@@ -173,7 +173,7 @@ void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsig
                             const std::vector<unsigned int>& qubits) {
     if (nshots == 0) return;
     double total;
-    if constexpr (measurement::numbers_are_shares<Seq>) {
+    if constexpr (measurement::numbers_are_fractions<Seq>) {
         total = measurement::total_of(seq);
     } else {
         const Rng before = rng;
@@ -181,7 +181,7 @@ void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsig
         if (measurement::is_normalised(total)) return;
         rng = before;
     }
-    measurement::require_shares(total);
+    measurement::require_total(total);
     measurement::pick_shots(seq, total, false, shots, rng, nshots, nthreads, qubits);
 }
 

@@ -13,11 +13,11 @@ unsigned long draw_outcome(const Seq& view, std::mt19937_64& rng, const std::vec
 template <class Seq>
 double total_of(const Seq& view);
 
-// Whether a total of probabilities is near enough to 1 for random numbers to be taken as they are, not as shares of it:
-// within 1e-9, more than rounding makes of it in double precision and less than any number of shots can show.
+// Whether a total of probabilities is near enough to 1 for random numbers to be taken as they are, not as fractions of
+// it: within 1e-9, more than rounding makes of it in double precision and less than any number of shots can show.
 bool is_normalised(double total);
 
-// Throws std::domain_error for a total that has no shares: 0, infinite, NaN.
-void require_shares(double total);
+// Throws std::domain_error for a total that has no fractions: 0, infinite, NaN.
+void require_total(double total);
 
 }  // namespace velacamplix::measurement

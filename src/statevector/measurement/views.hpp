@@ -153,6 +153,17 @@ template <class T>
 inline pbamplix::SVSequence<thrust::complex<T>> state_view(const thrust::complex<T>* data, unsigned int n) {
     return {data, n, 1ul << (n & 63)};
 }
+
+// A view of a state whose probabilities are formed and summed in the precision Sum, that of the amplitudes or double.
+template <class Sum, class T>
+inline auto view_summed_in(const thrust::complex<T>* data, unsigned int n) {
+    using view = pbamplix::SVSequence<thrust::complex<T>>;
+    if constexpr (std::is_same_v<Sum, T>) {
+        return state_view(data, n);
+    } else {
+        return pbamplix::precise_view<view>{state_view(data, n)};
+    }
+}
 template <class T>
 inline pbamplix::DMDiagSequence<T> diagonal_view(const thrust::complex<T>* data, unsigned int n) {
     return {data, n >> 1, 1ul << ((n >> 1) & 63)};

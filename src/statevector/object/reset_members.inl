@@ -59,7 +59,7 @@ void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     thrust::complex<T>* const to = amplitudes.get();
     const unsigned long bytes = size * sizeof(thrust::complex<T>);
     if (!state.has_value()) {
-        storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
             std::fill(to + begin, to + end, thrust::complex<T>(0, 0));
         });
         to[0] = thrust::complex<T>(1, 0);
@@ -67,7 +67,7 @@ void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     }
     const auto* const from = reinterpret_cast<const thrust::complex<T>*>(*state);
     const unsigned int n = nqubits;
-    storage::parallel_blocks(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
+    storage::parallel_shares(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
         for (unsigned long i = begin; i < end; ++i) to[i] = packs::read_amplitude(from + index::reverse_bits(i, n));
     });
 }
@@ -95,7 +95,7 @@ void PybindAmplixStateVectorCPU<T>::reset_to_str(std::string s) {
             to[i] = value;
         }
     };
-    storage::parallel_blocks(size, size * sizeof(thrust::complex<T>), num_threads, fill);
+    storage::parallel_shares(size, size * sizeof(thrust::complex<T>), num_threads, fill);
 }
 
 }  // namespace pbamplix::cpu

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "statevector/observables/pauli_values.hpp"
-
 #include <velacamplix/observable.hpp>
 #include <velacamplix/statevector.hpp>
 
@@ -19,20 +17,10 @@ thrust::complex<T> PybindAmplixStateVectorCPU<T>::expectation_value(WObservable<
 
 template <class T>
 std::vector<thrust::complex<T>> PybindAmplixStateVectorCPU<T>::terms_expectations_values(WObservable<T> observable) {
-    using namespace velacamplix::observables;
-    std::vector<thrust::complex<T>> results;
-    if (observable.flip_masks.empty()) return results;
-    results.reserve(observable.flip_masks.size());
-    const auto add = [&](const thrust::complex<T>& value) {
-        results.push_back(observable.coefficients[results.size()] * value);
-    };
-    const std::vector<pauli_string> strings = strings_of(observable);
     if (is_density_matrix) {
-        for (const auto& value : density_values(amplitudes.get(), nqubits >> 1, strings, num_threads)) add(value);
-    } else {
-        for (const T value : pure_values(amplitudes.get(), size, strings, num_threads)) add(value);
+        return term_values_density_matrix(amplitudes.get(), observable, num_threads, nqubits >> 1);
     }
-    return results;
+    return term_values(amplitudes.get(), observable, size, num_threads);
 }
 
 template <class T>

@@ -54,7 +54,7 @@ void fill_rows(const thrust::complex<Stored>* state, const product_sequence& s, 
     }
 }
 
-// Fills one chunk of a sequence; arrays smaller than a row go amplitude by amplitude.
+// Fills one slab of a sequence; arrays smaller than a row go amplitude by amplitude.
 template <class T, class Stored = T>
 class pair_products {
 public:

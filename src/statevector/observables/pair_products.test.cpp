@@ -32,9 +32,9 @@ template <class T>
 std::vector<T> filled_numbers(const reference::State<T>& state, unsigned long flip, bool imaginary) {
     const pair_products<T> fill(reinterpret_cast<const thrust::complex<T>*>(state.data()));
     const product_sequence s = pair_sequence<T>(flip, imaginary, state.size());
-    auto buffer = std::make_unique<chunk<T>>();
+    auto buffer = std::make_unique<slab<T>>();
     std::vector<T> numbers;
-    for (unsigned long number = 0; number < chunk_count<T>(s); ++number) {
+    for (unsigned long number = 0; number < slab_count<T>(s); ++number) {
         fill(s, number, buffer->rows);
         numbers.insert(numbers.end(), buffer->rows, buffer->rows + filled_length<T>(s));
     }
@@ -54,7 +54,7 @@ TYPED_TEST(PairProducts, every_flip_of_up_to_eight_qubits_multiplies_the_right_a
     }
 }
 
-TYPED_TEST(PairProducts, flips_inside_and_beyond_a_chunk_multiply_the_right_amplitudes_bit_for_bit) {
+TYPED_TEST(PairProducts, flips_inside_and_beyond_a_slab_multiply_the_right_amplitudes_bit_for_bit) {
     const unsigned int n = 16;
     const auto state = support::random_state<TypeParam>(n, support::Values::ordinary);
     for (const unsigned long flip :

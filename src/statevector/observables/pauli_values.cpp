@@ -20,10 +20,10 @@ T sign_of(const pauli_string& p) {
     return p.y_count == 1 || p.y_count == 2 ? T(-1) : T(1);
 }
 
-// An index and its partner i ^ flip have conjugate products. Their shares are equal when the number of Y is that of
-// the qubits which both flip and count a sign, and cancel when it differs from it by an odd number.
+// An index and its partner i ^ flip have conjugate products. What they contribute is equal when the number of Y is that
+// of the qubits which both flip and count a sign, and cancel when it differs from it by an odd number.
 template <class T>
-T share_of_a_pair(const pauli_string& p) {
+T weight_of_a_pair(const pauli_string& p) {
     const bool odd = std::popcount(p.flip & p.phase) & 1;
     return odd == takes_imaginary_part(p) ? T(2) : T(0);
 }
@@ -42,7 +42,7 @@ std::vector<std::size_t> order_by_flip(const std::vector<pauli_string>& strings)
 // The part of a flip that decides which tiles it reads together.
 template <class T>
 unsigned long tile_flip(const pauli_string& p) {
-    return p.flip >> (chunk_bits<T> + 1);
+    return p.flip >> (slab_bits<T> + 1);
 }
 
 // Real or imaginary part of the entries (r ^ flip, r): the ket index is the low half of the flat index.
@@ -71,7 +71,7 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
         p.phase &= size - 1;
     }
     const std::vector<std::size_t> order = order_by_flip<T>(strings);
-    const unsigned long tiles = std::max(1ul, size / (2 * chunk_length<T>));
+    const unsigned long tiles = std::max(1ul, size / (2 * slab_length<T>));
 
     std::vector<T> values(strings.size());
     std::vector<product_sequence> sequences;
@@ -102,7 +102,7 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
         for (std::size_t m = 0, k = 0; m < masks.size(); ++m) {
             if (m == sequences[k].last_mask) ++k;
             const pauli_string& p = strings[order[begin + m]];
-            const T weight = sequences[k].above != 0 ? share_of_a_pair<T>(p) : T(1);
+            const T weight = sequences[k].above != 0 ? weight_of_a_pair<T>(p) : T(1);
             // + 0: a sum that began with zero has no negative zero.
             values[order[begin + m]] = sign_of<T>(p) * weight * sums[m] + T(0);
         }
@@ -120,8 +120,8 @@ std::vector<Sum> pure_values(const thrust::complex<T>* state, unsigned long size
     if (size == 0) return std::vector<Sum>(strings.size());
     std::vector<Sum> values = sums_of_parts<Sum>(state, size, strings, nthreads, hook);
 
-    // A share is Re(x) Re(i^k) - Im(x) Im(i^k), and one of the two factors is 0. The part behind it shows only where
-    // it is not finite, as NaN; an infinite sum is the sign to look.
+    // A contribution is Re(x) Re(i^k) - Im(x) Im(i^k), and one of the two factors is 0. The part behind it shows only
+    // where it is not finite, as NaN; an infinite sum is the sign to look.
     std::vector<std::size_t> infinite;
     std::vector<pauli_string> other_part;
     for (std::size_t t = 0; t < values.size(); ++t) {
@@ -146,7 +146,7 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
     const unsigned long dim = 1ul << qubits;
     const band_entries<Sum, T> entries{matrix, qubits};
     const std::vector<std::size_t> order = order_by_flip<Sum>(strings);
-    const unsigned long tiles = chunk_count<Sum>({0, false, dim, 0, 0, 0});
+    const unsigned long tiles = slab_count<Sum>({0, false, dim, 0, 0, 0});
     const unsigned long most_strings = most_masks(tiles) / 2;  // a mask for either part
 
     std::vector<complex> values(strings.size());

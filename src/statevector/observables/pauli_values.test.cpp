@@ -182,7 +182,7 @@ private:
 };
 
 TYPED_TEST(PauliValues, of_a_large_matrix_have_the_same_bits_for_every_number_of_threads) {
-    // Four chunks: with fewer, no other division of the sum shows in its bits.
+    // Four slabs: with fewer, no other division of the sum shows in its bits.
     const unsigned int m = sizeof(TypeParam) == 8 ? 14 : 15;
     const unsigned long flip = 0x1204;
     const LargeBand<TypeParam> band(m, flip, 4);

@@ -1,3 +1,5 @@
+#include "statevector/observables/sampled_values.hpp"
+
 #include "reference/observables.hpp"
 #include "support/compare.hpp"
 #include "support/guarded_array.hpp"
@@ -42,7 +44,7 @@ TYPED_TEST(PreciseValues, terms_are_those_of_the_widened_state_bit_for_bit) {
                 const PauliSum<double> sum = support::random_sum<double>(n, 30, flips, n + flips);
                 for (const int threads : support::thread_counts) {
                     const auto got =
-                        pbamplix::cpu::precise_term_values(amplitudes_of(state), compiled(sum), state.size(), threads);
+                        pbamplix::cpu::term_values(amplitudes_of(state), compiled(sum), state.size(), threads);
                     ASSERT_EQ(got.size(), sum.strings.size());
                     for (std::size_t t = 0; t < got.size(); ++t) {
                         WObservable<double> whole = compiled(sum);
@@ -67,7 +69,7 @@ TYPED_TEST(PreciseValues, terms_have_the_bits_of_the_documented_tree_in_double) 
             const unsigned long all = state.size() - 1;
             const auto string = support::pauli(engine() & all, engine() & all);
             const auto sum = compiled(PauliSum<double>{{{1, 0}}, {string}, {0, 0}});
-            const auto got = pbamplix::cpu::precise_term_values(amplitudes_of(state), sum, state.size(), 2);
+            const auto got = pbamplix::cpu::term_values(amplitudes_of(state), sum, state.size(), 2);
             const double expected = reference::term_value_by_tree(widened(state), string);
             ASSERT_TRUE(support::same_bits(expected, got.front().real())) << n << " qubits";
         }
@@ -81,7 +83,7 @@ TYPED_TEST(PreciseValues, of_a_density_matrix_are_those_of_the_widened_matrix) {
         const PauliSum<double> sum = support::random_sum<double>(m, 40, 5, m);
         const WObservable<double> whole = compiled(sum);
         for (const int threads : support::thread_counts) {
-            const auto got = pbamplix::cpu::precise_term_values_density_matrix(amplitudes_of(rho), whole, threads, m);
+            const auto got = pbamplix::cpu::term_values_density_matrix(amplitudes_of(rho), whole, threads, m);
             ASSERT_EQ(got.size(), sum.strings.size());
             for (std::size_t t = 0; t < got.size(); ++t) {
                 WObservable<double> copy = whole;
@@ -96,9 +98,15 @@ TYPED_TEST(PreciseValues, of_a_density_matrix_are_those_of_the_widened_matrix) {
 
 TYPED_TEST(PreciseValues, an_observable_without_terms_has_none) {
     const auto state = support::random_state<TypeParam>(3, support::Values::ordinary);
-    EXPECT_TRUE(pbamplix::cpu::precise_term_values(amplitudes_of(state), WObservable<double>{}, 8, 1).empty());
-    EXPECT_TRUE(
-        pbamplix::cpu::precise_term_values_density_matrix(amplitudes_of(state), WObservable<double>{}, 1, 1u).empty());
+    EXPECT_TRUE(pbamplix::cpu::term_values(amplitudes_of(state), WObservable<double>{}, 8, 1).empty());
+    EXPECT_TRUE(pbamplix::cpu::term_values_density_matrix(amplitudes_of(state), WObservable<double>{}, 1, 1u).empty());
+}
+
+template <class T>
+auto as_fractions(thrust::complex<T>* state, const std::vector<pbamplix::SimpleTerm<double>>& terms,
+                  unsigned long shots, std::mt19937_64& engine, unsigned int n, int threads) {
+    using namespace velacamplix::observables;
+    return sampled_values(state, terms, shots, engine, n, threads, false, draw_as::fractions);
 }
 
 // Up to rounding of the rotations: a term in Z alone needs none.
@@ -115,7 +123,7 @@ TYPED_TEST(PreciseValues, sampled_terms_in_z_are_those_of_the_widened_state) {
         support::GuardedArray<TypeParam> given(state);
         support::GuardedArray<double> expected_state(wide);
         std::mt19937_64 engine(2), expected_engine(2);
-        const auto got = pbamplix::cpu::precise_evaluate_terms(given.data(), terms, 5000, engine, 8, threads);
+        const auto got = as_fractions(given.data(), terms, 5000, engine, 8, threads);
         const auto expected =
             pbamplix::cpu::_evaluate_terms(expected_state.data(), terms, 5000, expected_engine, 8, threads, false);
         ASSERT_EQ(got.size(), terms.size());
@@ -131,13 +139,13 @@ TYPED_TEST(PreciseValues, sampled_terms_in_z_are_those_of_the_widened_state) {
 TYPED_TEST(PreciseValues, sampled_terms_are_near_the_exact_ones_and_the_state_comes_back) {
     const auto state = support::normalised(support::random_state<TypeParam>(6, support::Values::ordinary, 8));
     const std::vector<pbamplix::SimpleTerm<double>> terms = {{{0, 3}, "XY", {1, 0}}, {{5, 2, 1}, "ZXY", {-2, 0}}};
-    const auto exact = pbamplix::cpu::precise_term_values(
+    const auto exact = pbamplix::cpu::term_values(
         amplitudes_of(state),
         compiled(PauliSum<double>{{{1, 0}, {-2, 0}}, {support::pauli(9, 8), support::pauli(6, 34)}, {0, 0}}),
         state.size(), 1);
     support::GuardedArray<TypeParam> given(state);
     std::mt19937_64 engine(5);
-    const auto got = pbamplix::cpu::precise_evaluate_terms(given.data(), terms, 40'000, engine, 6, 2);
+    const auto got = as_fractions(given.data(), terms, 40'000, engine, 6, 2);
     for (std::size_t t = 0; t < terms.size(); ++t) {
         EXPECT_NEAR(got[t].first.real(), exact[t].real(), 5 * std::abs(got[t].second.real()));
         EXPECT_GT(std::abs(got[t].second.real()), 0.001);
@@ -153,8 +161,8 @@ Terms some_terms() {
     return {{{0}, "Z", {0.1, 2}}, {{7, 2}, "XY", {-1.5, 0}}, {{1, 6, 4, 3, 5}, "YZXYX", {3, 1e300}}, {{}, "", {4, 0}}};
 }
 
-// Where numbers are shares the terms are those of precise_evaluate_terms, elsewhere those of _evaluate_terms.
-TYPED_TEST(PreciseValues, terms_of_any_norm_are_sampled_as_shares_unless_a_double_state_is_normalised) {
+// Where numbers are taken as they are the terms are those of _evaluate_terms.
+TYPED_TEST(PreciseValues, terms_of_any_norm_are_sampled_as_fractions_unless_a_double_state_is_normalised) {
     const auto state = support::normalised(support::random_state<TypeParam>(8, support::Values::ordinary, 3));
     for (const double factor : {1.0, 1 + 4e-10, 1 + 2e-9, 0.3, 1e9}) {
         auto given = state;
@@ -162,16 +170,15 @@ TYPED_TEST(PreciseValues, terms_of_any_norm_are_sampled_as_shares_unless_a_doubl
             a = {static_cast<TypeParam>(static_cast<double>(a.re) * factor),
                  static_cast<TypeParam>(static_cast<double>(a.im) * factor)};
         }
-        const bool as_shares = std::is_same_v<TypeParam, float> || std::abs(factor - 1) > 1e-9;
+        const bool fractions = std::is_same_v<TypeParam, float> || std::abs(factor - 1) > 1e-9;
         for (const int threads : support::thread_counts) {
             support::GuardedArray<TypeParam> first(given), second(given);
             std::mt19937_64 engine(2), other_engine(2);
             const auto got =
                 pbamplix::cpu::evaluate_terms_of_any_norm(first.data(), some_terms(), 3000, engine, 8, threads);
             std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> expected;
-            if (as_shares) {
-                expected =
-                    pbamplix::cpu::precise_evaluate_terms(second.data(), some_terms(), 3000, other_engine, 8, threads);
+            if (fractions) {
+                expected = as_fractions(second.data(), some_terms(), 3000, other_engine, 8, threads);
             } else if constexpr (std::is_same_v<TypeParam, double>) {
                 expected =
                     pbamplix::cpu::_evaluate_terms(second.data(), some_terms(), 3000, other_engine, 8, threads, false);
@@ -245,13 +252,13 @@ TYPED_TEST(PreciseValues, a_hook_hears_of_every_term_and_may_end_the_call) {
         EXPECT_EQ(all, 50u);
         heard.push_back(done);
     };
-    const auto values = pbamplix::cpu::precise_term_values(amplitudes_of(state), observable, state.size(), 2, listen);
-    EXPECT_EQ(values, pbamplix::cpu::precise_term_values(amplitudes_of(state), observable, state.size(), 2));
+    const auto values = pbamplix::cpu::term_values(amplitudes_of(state), observable, state.size(), 2, listen);
+    EXPECT_EQ(values, pbamplix::cpu::term_values(amplitudes_of(state), observable, state.size(), 2));
     EXPECT_TRUE(std::is_sorted(heard.begin(), heard.end()));
     EXPECT_EQ(heard.back(), 50u);
     ASSERT_GT(heard.size(), 5u);
     const auto stop = [&](unsigned long, unsigned long) { throw std::runtime_error("enough"); };
-    EXPECT_THROW(pbamplix::cpu::precise_term_values(amplitudes_of(state), observable, state.size(), 2, stop),
+    EXPECT_THROW(pbamplix::cpu::term_values(amplitudes_of(state), observable, state.size(), 2, stop),
                  std::runtime_error);
 }
 
@@ -261,7 +268,7 @@ TEST(PreciseValuesOfSinglePrecision, products_smaller_than_the_last_place_are_su
     const double rest = std::ldexp(static_cast<double>(state.size() - 1), -26);
     state[0] = {static_cast<float>(std::sqrt(1 - rest)), 0};
     const auto sum = compiled(PauliSum<double>{{{1, 0}}, {support::pauli(0, 0)}, {0, 0}});
-    const auto got = pbamplix::cpu::precise_term_values(amplitudes_of(state), sum, state.size(), 2);
+    const auto got = pbamplix::cpu::term_values(amplitudes_of(state), sum, state.size(), 2);
     const double exact = rest + static_cast<double>(state[0].re) * static_cast<double>(state[0].re);
     EXPECT_NEAR(got.front().real(), exact, 1e-14);
 }

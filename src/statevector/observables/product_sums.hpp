@@ -21,18 +21,18 @@ struct product_sequence {
     std::size_t last_mask;
 };
 
-// Numbers that stand in one chunk, and chunks, of a sequence.
+// Numbers that stand in one slab, and slabs, of a sequence.
 template <class T>
 unsigned long filled_length(const product_sequence& s) {
-    return std::min(s.length, chunk_length<T>);
+    return std::min(s.length, slab_length<T>);
 }
 template <class T>
-unsigned long chunk_count(const product_sequence& s) {
+unsigned long slab_count(const product_sequence& s) {
     return s.length / filled_length<T>(s);
 }
 
-// The index range is cut into this many sections, or fewer where there are fewer tiles; each is summed chunk after
-// chunk and the sections are added in order. Part of the sum's definition, like the tree inside a chunk.
+// The index range is cut into this many sections, or fewer where there are fewer tiles; each is summed slab after
+// slab and the sections are added in order. Part of the sum's definition, like the tree inside a slab.
 inline constexpr unsigned long most_sections = 4096;
 
 inline unsigned long section_count(unsigned long tiles) { return std::min(tiles, most_sections); }
@@ -45,9 +45,9 @@ inline unsigned long most_masks(unsigned long tiles) {
 }
 
 // out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `tiles` (a power of two)
-// divides every sequence's chunk count or is 1: the chunks of one tile come from the same amplitudes, so all sequences
+// divides every sequence's slab count or is 1: the slabs of one tile come from the same amplitudes, so all sequences
 // take their turn while those are in the cache. `bytes` is what all passes touch together.
-// fill(sequence, chunk number, numbers) writes filled_length numbers; it must not throw. between() is called on the
+// fill(sequence, slab number, numbers) writes filled_length numbers; it must not throw. between() is called on the
 // calling thread several times in a second, and may.
 template <class T, class Fill, class Between>
 void sum_sequences(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
@@ -56,7 +56,7 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
     const unsigned long tiles_per_section = tiles / sections;
     std::vector<T> partial(sections * masks.size());
 
-    const auto add_chunk = [&](const product_sequence& s, unsigned long number, chunk<T>& numbers, T* sums) {
+    const auto add_slab = [&](const product_sequence& s, unsigned long number, slab<T>& numbers, T* sums) {
         const unsigned long filled = filled_length<T>(s);
         const unsigned steps = steps_for(filled >> row_bits<T>);
         const unsigned long padded = row_length<T> << (3 * steps);
@@ -66,7 +66,7 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
         const unsigned transforms = worthwhile_transforms(steps, s.last_mask - s.first_mask);
         for (unsigned step = 0; step < transforms; ++step) transform(numbers.rows, steps, step);
         for (std::size_t m = s.first_mask; m < s.last_mask; ++m) {
-            const T sign = sign_of_parity<T>(number & (masks[m] >> chunk_bits<T>));
+            const T sign = sign_of_parity<T>(number & (masks[m] >> slab_bits<T>));
             sums[m] += sign * signed_sum(numbers, steps, transforms, masks[m]);
         }
     };
@@ -74,7 +74,7 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
     // One unit of work: one sequence in one section. A thread's share of a section is done tile by tile.
     const unsigned long units = sections * sequences.size();
     const auto sum_units = [&](unsigned long begin, unsigned long end) {
-        chunk<T> numbers;
+        slab<T> numbers;
         while (begin < end) {
             const unsigned long section = begin / sequences.size();
             const unsigned long first = begin % sequences.size();
@@ -82,10 +82,10 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
             for (unsigned long tile = 0; tile < tiles_per_section; ++tile) {
                 for (unsigned long k = first; k < last; ++k) {
                     const product_sequence& s = sequences[k];
-                    const unsigned long per_tile = chunk_count<T>(s) / tiles;
+                    const unsigned long per_tile = slab_count<T>(s) / tiles;
                     const unsigned long number = (section * tiles_per_section + tile) * per_tile;
                     for (unsigned long c = 0; c < per_tile; ++c) {
-                        add_chunk(s, number + c, numbers, partial.data() + section * masks.size());
+                        add_slab(s, number + c, numbers, partial.data() + section * masks.size());
                     }
                 }
             }
@@ -95,8 +95,8 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
     // Enough units for any team, and few enough for a fraction of a second.
     const unsigned long pieces = std::clamp(units / 1024, 1ul, 64ul);
     for (unsigned long piece = 0; piece < pieces; ++piece) {
-        const auto [first, last] = storage::block_of(units, pieces, piece);
-        storage::parallel_blocks(last - first, bytes / pieces, nthreads,
+        const auto [first, last] = storage::share_of(units, pieces, piece);
+        storage::parallel_shares(last - first, bytes / pieces, nthreads,
                                  [&, start = first](auto begin, auto end) { sum_units(start + begin, start + end); });
         between();
     }

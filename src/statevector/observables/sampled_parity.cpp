@@ -1,6 +1,7 @@
 #include "statevector/observables/sampled_parity.hpp"
 
 #include "statevector/measurement/draws.hpp"
+#include "statevector/packs/precision.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -32,29 +33,10 @@ std::pair<thrust::complex<T>, thrust::complex<T>> weighted_parity(unsigned long 
     return {coefficient * mean, coefficient * error};
 }
 
-template unsigned long count_odd(const std::vector<double>&, unsigned long, std::mt19937_64&);
-template std::pair<thrust::complex<double>, thrust::complex<double>> weighted_parity(unsigned long, unsigned long,
-                                                                                     const thrust::complex<double>&);
+#define VELACAMPLIX_INSTANTIATE(T)                                                                           \
+    template unsigned long count_odd(const std::vector<T>&, unsigned long, std::mt19937_64&);                \
+    template std::pair<thrust::complex<T>, thrust::complex<T>> weighted_parity(unsigned long, unsigned long, \
+                                                                               const thrust::complex<T>&);
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::observables
-
-namespace pbamplix::cpu {
-
-using namespace velacamplix;
-
-template <class T, class Engine>
-std::pair<thrust::complex<T>, thrust::complex<T>> evaluate_term(const std::vector<T>& cumulative,
-                                                                const thrust::complex<T>& coefficient,
-                                                                unsigned long shots, Engine& rng, int) {
-    return observables::weighted_parity(observables::count_odd(cumulative, shots, rng), shots, coefficient);
-}
-
-template std::pair<thrust::complex<float>, thrust::complex<float>> evaluate_term(const std::vector<float>&,
-                                                                                 const thrust::complex<float>&,
-                                                                                 unsigned long, std::mt19937_64&, int);
-template std::pair<thrust::complex<double>, thrust::complex<double>> evaluate_term(const std::vector<double>&,
-                                                                                   const thrust::complex<double>&,
-                                                                                   unsigned long, std::mt19937_64&,
-                                                                                   int);
-
-}  // namespace pbamplix::cpu

@@ -1,3 +1,5 @@
+#include "statevector/observables/sampled_values.hpp"
+
 #include "statevector/measurement/distribution.hpp"
 #include "statevector/measurement/draws.hpp"
 #include "statevector/measurement/sampling.hpp"
@@ -10,12 +12,10 @@
 #include <random>
 #include <type_traits>
 
-namespace pbamplix::cpu {
-
-namespace measurement = velacamplix::measurement;
-namespace observables = velacamplix::observables;
-
+namespace velacamplix::observables {
 namespace {
+
+using pbamplix::SimpleTerm;
 
 // table[v] = the probability of the outcomes up to v; the first listed qubit is the LEAST significant bit of v.
 template <class View>
@@ -38,32 +38,23 @@ void reserve_for_longest(std::vector<T>& table, const std::vector<SimpleTerm<T>>
     table.reserve(longest < 64 ? 1ul << longest : ~0ul);
 }
 
-// Calls read() between change(false), into a term's basis, and change(true), back, which follows an exception too.
-template <class Change, class Read>
-void in_basis(Change change, Read read) {
-    change(false);
-    try {
-        read();
-    } catch (...) {
-        change(true);
-        throw;
-    }
-    change(true);
-}
-
 // Turns a state into the basis of one term after another, and always back. Takes no memory on the way.
-template <class T>
+template <class T, class Sum>
 class turned_state {
 public:
-    turned_state(thrust::complex<T>* state, unsigned int n, int nthreads)
-        : amplitudes(state), qubits(n), threads(nthreads) {}
+    turned_state(thrust::complex<T>* state, unsigned int n, int nthreads, bool density_matrix)
+        : amplitudes(state),
+          qubits(n),
+          threads(nthreads),
+          change_basis(density_matrix ? &pbamplix::cpu::basis_change_deterministic<T>
+                                      : &pbamplix::cpu::basis_change<T>) {}
     turned_state(const turned_state&) = delete;
     turned_state& operator=(const turned_state&) = delete;
     ~turned_state() { turn_back(); }
 
     // Calls between() after every pass over the state; it may throw. The term must stay until the state is turned back.
     template <class Between>
-    void turn(const SimpleTerm<double>& into, Between between) {
+    void turn(const SimpleTerm<Sum>& into, Between between) {
         term = &into;
         for (std::size_t j = 0; j < into.qubits.size() && j < into.op.size(); ++j) {
             change(j, false);
@@ -80,31 +71,34 @@ private:
     void change(std::size_t j, bool undo) {
         factor.qubits.front() = term->qubits[j];
         factor.op.front() = term->op[j];
-        basis_change(amplitudes, factor, undo, qubits, threads);
+        change_basis(amplitudes, factor, undo, qubits, threads);
     }
 
     thrust::complex<T>* amplitudes;
     unsigned int qubits;
     int threads;
-    const SimpleTerm<double>* term = nullptr;
+    void (*change_basis)(thrust::complex<T>*, const SimpleTerm<T>&, bool, unsigned int, int);
+    const SimpleTerm<Sum>* term = nullptr;
     std::size_t turned = 0;  // of the term's factors
     SimpleTerm<T> factor{{0}, "Z", {}};
 };
 
-// Parities of shots in double precision. Random numbers are shares of the total, or else numbers as they are.
-template <class T, class Engine>
-std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_precisely(
-    thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
-    unsigned int qubits, int nthreads, bool numbers_are_shares, const work_hook& hook) {
+}  // namespace
+
+template <class T, class Sum, class Engine>
+std::vector<mean_and_error<Sum>> sampled_values(thrust::complex<T>* amplitudes,
+                                                const std::vector<SimpleTerm<Sum>>& terms, unsigned long shots,
+                                                Engine& rng, unsigned int qubits, int nthreads, bool density_matrix,
+                                                draw_as drawn_as, const pbamplix::work_hook& hook) {
     // A fraction of a second with the largest table.
     constexpr unsigned long shots_at_once = 1ul << 18;
-    std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> results;
+    std::vector<mean_and_error<Sum>> results;
     if (terms.empty()) return results;
-    std::vector<double> table;
+    std::vector<Sum> table;
     reserve_for_longest(table, terms);
     results.reserve(terms.size());
-    const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
-    turned_state<T> state(amplitudes, qubits, nthreads);
+    const auto view = measurement::view_summed_in<Sum>(amplitudes, qubits);
+    turned_state<T, Sum> state(amplitudes, qubits, nthreads, density_matrix);
     unsigned long all = 0;
     if (__builtin_mul_overflow(terms.size(), shots, &all)) all = ~0ul;
 
@@ -116,26 +110,39 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
             };
             state.turn(term, [&] { tell(0); });
             fill_cumulative_table(table, view, term.qubits, nthreads);
-            if (numbers_are_shares) {
-                const double total = table.back();
-                for (double& sum : table) sum /= total;
+            if (drawn_as == draw_as::fractions) {
+                const Sum total = table.back();
+                for (Sum& sum : table) sum /= total;
             }
             tell(0);
             unsigned long odd = 0;
             for (unsigned long drawn = 0; drawn < shots;) {
                 const unsigned long piece = std::min(shots - drawn, shots_at_once);
-                odd += observables::count_odd(table, piece, rng);
+                odd += count_odd(table, piece, rng);
                 drawn += piece;
                 tell(drawn);
             }
-            results.push_back(observables::weighted_parity(odd, shots, term.coefficient));
+            results.push_back(weighted_parity(odd, shots, term.coefficient));
             state.turn_back();
         }
     });
     return results;
 }
 
-}  // namespace
+#define VELACAMPLIX_SAMPLED_VALUES(T, Sum)                                                                             \
+    template std::vector<mean_and_error<Sum>> sampled_values(thrust::complex<T>*, const std::vector<SimpleTerm<Sum>>&, \
+                                                             unsigned long, std::mt19937_64&, unsigned int, int, bool, \
+                                                             draw_as, const pbamplix::work_hook&);
+VELACAMPLIX_SAMPLED_VALUES(float, float)
+VELACAMPLIX_SAMPLED_VALUES(double, double)
+VELACAMPLIX_SAMPLED_VALUES(float, double)
+
+}  // namespace velacamplix::observables
+
+namespace pbamplix::cpu {
+
+using namespace velacamplix;
+using observables::draw_as;
 
 template <class T, class Engine>
 std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(thrust::complex<T>* amplitudes,
@@ -143,29 +150,8 @@ std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(t
                                                                                unsigned long shots, Engine& rng,
                                                                                unsigned int qubits, int nthreads,
                                                                                bool density_matrix) {
-    std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> results;
-    if (terms.empty()) return results;
-    std::vector<T> table;
-    reserve_for_longest(table, terms);
-    results.reserve(terms.size());
-    const auto change_basis = density_matrix ? &basis_change_deterministic<T> : &basis_change<T>;
-    measurement::with_engine(rng, [&] {
-        for (const auto& term : terms) {
-            const auto change = [&](bool undo) { change_basis(amplitudes, term, undo, qubits, nthreads); };
-            in_basis(change, [&] {
-                fill_cumulative_table(table, measurement::state_view(amplitudes, qubits), term.qubits, nthreads);
-                results.push_back(evaluate_term(table, term.coefficient, shots, rng, nthreads));
-            });
-        }
-    });
-    return results;
-}
-
-template <class T, class Engine>
-std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(
-    thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
-    unsigned int qubits, int nthreads) {
-    return evaluate_precisely(amplitudes, terms, shots, rng, qubits, nthreads, true, {});
+    return observables::sampled_values(amplitudes, terms, shots, rng, qubits, nthreads, density_matrix,
+                                       draw_as::numbers);
 }
 
 template <class T, class Engine>
@@ -174,22 +160,19 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
     unsigned int qubits, int nthreads, const work_hook& hook) {
     const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
     const double total = terms.empty() ? 1 : measurement::total_of(view);
-    measurement::require_shares(total);
-    const bool numbers_are_shares = !std::is_same_v<T, double> || !measurement::is_normalised(total);
-    return evaluate_precisely(amplitudes, terms, shots, rng, qubits, nthreads, numbers_are_shares, hook);
+    measurement::require_total(total);
+    const bool as_numbers = std::is_same_v<T, double> && measurement::is_normalised(total);
+    return observables::sampled_values(amplitudes, terms, shots, rng, qubits, nthreads, false,
+                                       as_numbers ? draw_as::numbers : draw_as::fractions, hook);
 }
 
-#define VELACAMPLIX_SAMPLED_VALUES(T)                                                                               \
+#define VELACAMPLIX_EVALUATE_TERMS(T)                                                                               \
     template std::vector<std::pair<thrust::complex<T>, thrust::complex<T>>> _evaluate_terms(                        \
         thrust::complex<T>*, const std::vector<SimpleTerm<T>>&, unsigned long, std::mt19937_64&, unsigned int, int, \
         bool);                                                                                                      \
-    template std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> precise_evaluate_terms(       \
-        thrust::complex<T>*, const std::vector<SimpleTerm<double>>&, unsigned long, std::mt19937_64&, unsigned int, \
-        int);                                                                                                       \
     template std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluate_terms_of_any_norm(   \
         thrust::complex<T>*, const std::vector<SimpleTerm<double>>&, unsigned long, std::mt19937_64&, unsigned int, \
         int, const work_hook&);
-VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_SAMPLED_VALUES)
-#undef VELACAMPLIX_SAMPLED_VALUES
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_EVALUATE_TERMS)
 
 }  // namespace pbamplix::cpu

@@ -4,10 +4,10 @@
 
 #include <bit>
 
-// Sums of real numbers under the sign patterns of Pauli strings: the sum of (-1)^|j & mask| * x_j over one chunk.
+// Sums of real numbers under the sign patterns of Pauli strings: the sum of (-1)^|j & mask| * x_j over one slab.
 //
 // The order of the additions is a fixed tree, the same for every mask, every instruction set and however many masks
-// are asked for. A chunk is cut into rows; rows are added eight at a time (neighbours, then pairs, then fours) until
+// are asked for. A slab is cut into rows; rows are added eight at a time (neighbours, then pairs, then fours) until
 // one is left, and that row is folded in halves. One mask alone walks the tree with its signs. Many masks share it: a
 // step done as a butterfly (a Walsh-Hadamard transform over three index bits) yields the eight sums of every sign
 // choice at once, each with the very additions that a single mask would have made.
@@ -21,12 +21,12 @@ template <class T>
 inline constexpr unsigned row_bits = static_cast<unsigned>(std::countr_zero(row_length<T>));
 
 inline constexpr unsigned most_steps = 3;
-inline constexpr unsigned long most_rows = 512;  // 8^most_steps; a chunk takes 32 KiB
+inline constexpr unsigned long most_rows = 512;  // 8^most_steps; a slab takes 32 KiB
 
 template <class T>
-inline constexpr unsigned long chunk_length = row_length<T>* most_rows;
+inline constexpr unsigned long slab_length = row_length<T>* most_rows;
 template <class T>
-inline constexpr unsigned chunk_bits = row_bits<T> + 3 * most_steps;
+inline constexpr unsigned slab_bits = row_bits<T> + 3 * most_steps;
 
 // Steps that reduce `rows` rows to one. The rows up to 8^steps must be filled with zeros.
 inline unsigned steps_for(unsigned long rows) {
@@ -34,8 +34,8 @@ inline unsigned steps_for(unsigned long rows) {
 }
 
 template <class T>
-struct chunk {
-    alignas(64) T rows[chunk_length<T>];
+struct slab {
+    alignas(64) T rows[slab_length<T>];
     alignas(64) T partial[row_length<T> * (64 + 8 + 1)];  // sums after one, two and three steps
 };
 
@@ -107,9 +107,9 @@ template <class T>
     return x[0];
 }
 
-// The sum of a chunk of 8^steps rows under one mask, after the first `transformed` steps have been done for all.
+// The sum of a slab of 8^steps rows under one mask, after the first `transformed` steps have been done for all.
 template <class T>
-T signed_sum(chunk<T>& numbers, unsigned steps, unsigned transformed, unsigned long mask) {
+T signed_sum(slab<T>& numbers, unsigned steps, unsigned transformed, unsigned long mask) {
     const unsigned long row_mask = mask >> row_bits<T>;
     const T* from = numbers.rows + ((row_mask & ((1ul << (3 * transformed)) - 1)) << row_bits<T>);
     unsigned long distance = row_length<T> << (3 * transformed);

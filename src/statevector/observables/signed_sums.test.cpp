@@ -13,8 +13,8 @@ using namespace velacamplix::observables;
 PRECISION_SUITE(SignedSums);
 
 template <class T>
-std::unique_ptr<chunk<T>> random_chunk(unsigned int steps, unsigned int seed) {
-    auto numbers = std::make_unique<chunk<T>>();
+std::unique_ptr<slab<T>> random_slab(unsigned int steps, unsigned int seed) {
+    auto numbers = std::make_unique<slab<T>>();
     std::mt19937 engine(seed);
     for (unsigned long j = 0; j < row_length<T> << (3 * steps); ++j) {
         numbers->rows[j] = std::uniform_real_distribution<T>(T(-1), T(1))(engine);
@@ -23,7 +23,7 @@ std::unique_ptr<chunk<T>> random_chunk(unsigned int steps, unsigned int seed) {
 }
 
 template <class T>
-T in_index_order(const chunk<T>& numbers, unsigned int steps, unsigned long mask) {
+T in_index_order(const slab<T>& numbers, unsigned int steps, unsigned long mask) {
     T sum = T(0);
     for (unsigned long j = 0; j < row_length<T> << (3 * steps); ++j) {
         sum += std::popcount(j & mask) % 2 == 0 ? numbers.rows[j] : -numbers.rows[j];
@@ -43,9 +43,9 @@ TYPED_TEST(SignedSums, rows_are_counted_in_eights) {
 }
 
 // Small whole numbers: no addition rounds, so the order does not matter and every sign is found.
-TYPED_TEST(SignedSums, whole_numbers_sum_exactly_under_every_mask_of_a_chunk) {
+TYPED_TEST(SignedSums, whole_numbers_sum_exactly_under_every_mask_of_a_slab) {
     for (unsigned int steps = 0; steps <= 2; ++steps) {
-        auto numbers = random_chunk<TypeParam>(steps, steps);
+        auto numbers = random_slab<TypeParam>(steps, steps);
         for (auto& x : numbers->rows) x = std::nearbyint(x * TypeParam(100));
         for (unsigned long mask = 0; mask < row_length<TypeParam> << (3 * steps); ++mask) {
             EXPECT_EQ(signed_sum(*numbers, steps, 0, mask), in_index_order(*numbers, steps, mask)) << mask;
@@ -58,7 +58,7 @@ TYPED_TEST(SignedSums, shared_steps_give_the_bits_of_one_mask_alone) {
     for (unsigned int steps = 0; steps <= most_steps; ++steps) {
         std::vector<unsigned long> masks;
         for (unsigned int m = 0; m < 300; ++m) masks.push_back(engine() % (row_length<TypeParam> << (3 * steps)));
-        auto numbers = random_chunk<TypeParam>(steps, 17 + steps);
+        auto numbers = random_slab<TypeParam>(steps, 17 + steps);
         std::vector<TypeParam> alone;
         for (const unsigned long mask : masks) alone.push_back(signed_sum(*numbers, steps, 0, mask));
         for (unsigned int shared = 1; shared <= steps; ++shared) {
@@ -70,12 +70,12 @@ TYPED_TEST(SignedSums, shared_steps_give_the_bits_of_one_mask_alone) {
     }
 }
 
-TYPED_TEST(SignedSums, a_full_chunk_is_near_the_sum_in_index_order) {
-    auto numbers = random_chunk<TypeParam>(most_steps, 3);
-    const TypeParam tolerance = TypeParam(chunk_length<TypeParam>) * std::numeric_limits<TypeParam>::epsilon();
+TYPED_TEST(SignedSums, a_full_slab_is_near_the_sum_in_index_order) {
+    auto numbers = random_slab<TypeParam>(most_steps, 3);
+    const TypeParam tolerance = TypeParam(slab_length<TypeParam>) * std::numeric_limits<TypeParam>::epsilon();
     std::mt19937 engine(6);
     for (unsigned int m = 0; m < 50; ++m) {
-        const unsigned long mask = engine() % chunk_length<TypeParam>;
+        const unsigned long mask = engine() % slab_length<TypeParam>;
         EXPECT_NEAR(signed_sum(*numbers, most_steps, 0, mask), in_index_order(*numbers, most_steps, mask), tolerance);
     }
 }
@@ -84,10 +84,10 @@ TYPED_TEST(SignedSums, a_number_that_is_not_finite_reaches_every_sum) {
     for (const TypeParam bad :
          {std::numeric_limits<TypeParam>::quiet_NaN(), std::numeric_limits<TypeParam>::infinity()}) {
         for (unsigned int shared = 0; shared <= most_steps; ++shared) {
-            auto numbers = random_chunk<TypeParam>(most_steps, 4);
-            numbers->rows[chunk_length<TypeParam> - 3] = bad;
+            auto numbers = random_slab<TypeParam>(most_steps, 4);
+            numbers->rows[slab_length<TypeParam> - 3] = bad;
             for (unsigned int step = 0; step < shared; ++step) transform(numbers->rows, most_steps, step);
-            for (unsigned long mask = 0; mask < chunk_length<TypeParam>; mask += 37) {
+            for (unsigned long mask = 0; mask < slab_length<TypeParam>; mask += 37) {
                 EXPECT_FALSE(std::isfinite(signed_sum(*numbers, most_steps, shared, mask)));
             }
         }

@@ -39,7 +39,7 @@ void start(PybindAmplixStateVectorCPU<T>& state, const PybindAmplixStateVectorCP
     const unsigned long amplitude = sizeof(thrust::complex<T>);
     const auto* const from = reinterpret_cast<const T*>(initial->amplitudes.get());
     auto* const to = reinterpret_cast<T*>(state.amplitudes.get());
-    storage::parallel_blocks(state.size, state.size * amplitude, state.num_threads,
+    storage::parallel_shares(state.size, state.size * amplitude, state.num_threads,
                              [=](unsigned long begin, unsigned long end) {
                                  std::memcpy(to + 2 * begin, from + 2 * begin, (end - begin) * amplitude);
                              });

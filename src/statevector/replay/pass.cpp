@@ -55,7 +55,7 @@ void copy_out(const gathering& chunks, const thrust::complex<T>* buffer, thrust:
     }
 }
 
-// Asks for the lines of the next chunk, a share of its runs at a time, while the present one is worked on.
+// Asks for the lines of the next chunk, some of its runs at a time, while the present one is worked on.
 template <class T>
 void fetch_runs(const gathering& chunks, const thrust::complex<T>* from, unsigned long begin, unsigned long end) {
     const unsigned long length = 1ul << chunks.run_bits;

@@ -9,10 +9,10 @@
 #include <vector>
 
 using pbamplix::get_num_threads;
-using velacamplix::storage::block_of;
 using velacamplix::storage::most_bodies;
-using velacamplix::storage::parallel_blocks;
 using velacamplix::storage::parallel_leases;
+using velacamplix::storage::parallel_shares;
+using velacamplix::storage::share_of;
 
 static_assert(std::is_same_v<decltype(&get_num_threads), int (*)(int)>);
 
@@ -30,7 +30,7 @@ TEST(thread_split, gives_the_first_threads_one_item_more) {
             const unsigned long share = count / team, rest = count % team;
             for (unsigned long t = 0; t < team; ++t) {
                 const unsigned long first = t < rest ? t * (share + 1) : rest + t * share;
-                const auto [begin, end] = block_of(count, team, t);
+                const auto [begin, end] = share_of(count, team, t);
                 EXPECT_EQ(begin, first) << count << " items, thread " << t << " of " << team;
                 EXPECT_EQ(end, first + share + (t < rest ? 1 : 0)) << count << " items, thread " << t << " of " << team;
             }
@@ -43,7 +43,7 @@ namespace {
 // How often each of `count` items is handed out when they touch `bytes`.
 std::vector<int> handed_out(unsigned long count, unsigned long bytes, int threads) {
     std::vector<std::atomic<int>> seen(count);
-    parallel_blocks(count, bytes, threads, [&](unsigned long begin, unsigned long end) {
+    parallel_shares(count, bytes, threads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long i = begin; i < end; ++i) ++seen[i];
     });
     return {seen.begin(), seen.end()};
@@ -51,7 +51,7 @@ std::vector<int> handed_out(unsigned long count, unsigned long bytes, int thread
 
 }  // namespace
 
-TEST(parallel_blocks, hand_out_every_item_exactly_once) {
+TEST(parallel_shares, hand_out_every_item_exactly_once) {
     for (int threads : {-3, 0, 1, 2, 3, 7}) {
         for (unsigned long count : {0ul, 1ul, 2ul, 5ul, 1000ul}) {
             for (unsigned long bytes : {16ul, 1ul << 30}) {
@@ -62,19 +62,19 @@ TEST(parallel_blocks, hand_out_every_item_exactly_once) {
     }
 }
 
-TEST(parallel_blocks, open_one_region_of_the_requested_size) {
+TEST(parallel_shares, open_one_region_of_the_requested_size) {
     support::WatchedRegions regions;
     handed_out(1000, 1ul << 30, 3);
     EXPECT_EQ(regions.thread_counts(), (std::vector<unsigned int>{3}));
 }
 
-TEST(parallel_blocks, do_not_share_a_small_range) {
+TEST(parallel_shares, do_not_share_a_small_range) {
     support::WatchedRegions regions;
     handed_out(1000, 16000, 3);
     EXPECT_TRUE(regions.thread_counts().empty());
 }
 
-TEST(parallel_blocks, count_a_negative_request_as_one_thread) {
+TEST(parallel_shares, count_a_negative_request_as_one_thread) {
     support::WatchedRegions regions;
     handed_out(1000, 1ul << 30, -5);
     for (unsigned int threads : regions.thread_counts()) EXPECT_EQ(threads, 1u);
@@ -120,7 +120,7 @@ TEST(parallel_leases, begin_at_0_on_every_thread_of_a_hosts_region) {
     EXPECT_EQ(large, std::vector<std::vector<int>>(8, {1}));
 }
 
-TEST(parallel_blocks, let_an_exception_of_a_body_reach_the_caller_when_all_have_ended) {
+TEST(parallel_shares, let_an_exception_of_a_body_reach_the_caller_when_all_have_ended) {
     for (const int threads : {1, 2, 3, 7}) {
         for (const unsigned long bytes : {16ul, 1ul << 30}) {
             for (const unsigned long thrower : {0ul, 9ul}) {
@@ -129,7 +129,7 @@ TEST(parallel_blocks, let_an_exception_of_a_body_reach_the_caller_when_all_have_
                     if (begin <= thrower && thrower < end) throw std::length_error("one of them");
                     ended += end - begin;
                 };
-                EXPECT_THROW(parallel_blocks(10, bytes, threads, body), std::length_error) << threads << " thread(s)";
+                EXPECT_THROW(parallel_shares(10, bytes, threads, body), std::length_error) << threads << " thread(s)";
                 const bool alone = threads == 1 || bytes == 16;
                 EXPECT_EQ(ended == 0, alone) << threads << " thread(s)";
             }
@@ -137,8 +137,8 @@ TEST(parallel_blocks, let_an_exception_of_a_body_reach_the_caller_when_all_have_
     }
 }
 
-TEST(parallel_blocks, let_one_exception_of_several_reach_the_caller) {
+TEST(parallel_shares, let_one_exception_of_several_reach_the_caller) {
     const auto body = [](unsigned long begin, unsigned long) { throw static_cast<int>(begin); };
-    EXPECT_THROW(parallel_blocks(10, 1ul << 30, 5, body), int);
+    EXPECT_THROW(parallel_shares(10, 1ul << 30, 5, body), int);
     EXPECT_EQ(handed_out(10, 1ul << 30, 5), std::vector<int>(10, 1)) << "the next region is as any other";
 }

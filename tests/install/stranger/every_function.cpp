@@ -97,7 +97,8 @@ void need_readout_of() {
     need(&cumulative_probability<precise>);
     need(&pick_shots_state<engine, precise>);
     need(&map_marginal_distribution<double, precise>);
-    need(&precise_distribution<Seq>);
+    need(&write_distribution<Seq>);
+    need(&write_distribution<precise>);
     need(&pick_shots_of_any_norm<engine, std::conditional_t<std::is_same_v<T, double>, Seq, precise>>);
 }
 
@@ -113,17 +114,18 @@ void need_observables_and_loading() {
     need(&evaluate_term<T, engine>);
     need(&_evaluate_terms<T, engine>);
     need(&_state_preparation<T>);
-    need(&precise_state_preparation<T>);
+    need(&state_preparation<double, T>);
     need(&_qram<T>);
     need(&_binary_qram<T>);
     need(&_phase_oracle<T>);
     need(&_project<T>);
-    need(&precise_term_values<T>);
-    need(&precise_term_values_density_matrix<T>);
-    need(&precise_evaluate_terms<T, engine>);
+    need(&term_values<T, T>);
+    need(&term_values<T, double>);
+    need(&term_values_density_matrix<T, T>);
+    need(&term_values_density_matrix<T, double>);
     need(&evaluate_terms_of_any_norm<T, engine>);
-    need(&precise_project<T>);
-    need(&precise_project_then_reset<T>);
+    need(&project<double, T>);
+    need(&project_then_reset<double, T>);
 }
 
 template <class T>

@@ -14,7 +14,7 @@
 namespace velacamplix::loading {
 namespace {
 
-template <class T>
+template <class Sum, class T>
 struct pieces {
     thrust::complex<T>* state;
     const thrust::complex<double>* data;
@@ -23,18 +23,18 @@ struct pieces {
     unsigned long length;     // entries of a piece
     unsigned long per_group;  // pieces
 
-    double norm_of(unsigned long piece) const {
-        double sum = 0;
+    Sum norm_of(unsigned long piece) const {
+        Sum sum = 0;
         walk(piece, [&](unsigned long, unsigned long index) {
             const thrust::complex<T> amplitude = packs::read_amplitude(state + index);
-            const auto re = static_cast<double>(amplitude.real());
-            const auto im = static_cast<double>(amplitude.imag());
+            const auto re = static_cast<Sum>(amplitude.real());
+            const auto im = static_cast<Sum>(amplitude.imag());
             sum += re * re + im * im;
         });
         return sum;
     }
 
-    void write(unsigned long piece, double root) const {
+    void write(unsigned long piece, Sum root) const {
         walk(piece, [&](unsigned long entry, unsigned long index) {
             const thrust::complex<double> value = packs::read_amplitude(data + entry);
             const auto re = static_cast<T>(value.real() * root);
@@ -60,39 +60,39 @@ namespace pbamplix::cpu {
 
 using namespace velacamplix;
 
-template <class T>
-void precise_state_preparation(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
-                               const std::vector<unsigned int>& qubits, int num_threads) {
+template <class Sum, class T>
+void state_preparation(thrust::complex<T>* state, const thrust::complex<double>* data, unsigned int n,
+                       const std::vector<unsigned int>& qubits, int num_threads) {
     constexpr unsigned long longest_piece = 1ul << 16;
     const unsigned long entries = 1ul << qubits.size();
     const unsigned long groups = 1ul << (n - qubits.size());
     const unsigned long listed = index::mask_of(qubits);
     const unsigned long length = std::min(entries, longest_piece);
-    const loading::pieces<T> pieces{state, data, listed, index::low_bits(n) & ~listed, length, entries / length};
+    const loading::pieces<Sum, T> pieces{state, data, listed, index::low_bits(n) & ~listed, length, entries / length};
     const unsigned long bytes = 2 * entries * groups * sizeof(thrust::complex<T>);
 
     if (pieces.per_group == 1) {
-        storage::parallel_blocks(groups, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+        storage::parallel_shares(groups, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
             for (unsigned long g = begin; g < end; ++g) pieces.write(g, std::sqrt(pieces.norm_of(g)));
         });
         return;
     }
     const unsigned long count = groups * pieces.per_group;
-    std::vector<double> norms(count);
-    storage::parallel_blocks(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+    std::vector<Sum> norms(count);
+    storage::parallel_shares(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long piece = begin; piece < end; ++piece) norms[piece] = pieces.norm_of(piece);
     });
-    std::vector<double> roots(groups);
+    std::vector<Sum> roots(groups);
     for (unsigned long piece = 0; piece < count; ++piece) roots[piece / pieces.per_group] += norms[piece];
-    for (double& root : roots) root = std::sqrt(root);
-    storage::parallel_blocks(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
+    for (Sum& root : roots) root = std::sqrt(root);
+    storage::parallel_shares(count, bytes, num_threads, [&](unsigned long begin, unsigned long end) {
         for (unsigned long piece = begin; piece < end; ++piece) pieces.write(piece, roots[piece / pieces.per_group]);
     });
 }
 
-template void precise_state_preparation(thrust::complex<float>*, const thrust::complex<double>*, unsigned int,
-                                        const std::vector<unsigned int>&, int);
-template void precise_state_preparation(thrust::complex<double>*, const thrust::complex<double>*, unsigned int,
-                                        const std::vector<unsigned int>&, int);
+#define VELACAMPLIX_INSTANTIATE(T)                                                                             \
+    template void state_preparation<double>(thrust::complex<T>*, const thrust::complex<double>*, unsigned int, \
+                                            const std::vector<unsigned int>&, int);
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace pbamplix::cpu

@@ -20,7 +20,7 @@ PRECISION_SUITE(PrecisePreparation);
 
 template <class T>
 void prepare(support::GuardedArray<T>& state, unsigned int n, const Data& data, const Qubits& qubits, int threads) {
-    pbamplix::cpu::precise_state_preparation(
+    pbamplix::cpu::state_preparation<double>(
         state.data(), reinterpret_cast<const thrust::complex<double>*>(data.data()), n, qubits, threads);
 }
 
