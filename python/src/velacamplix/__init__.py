@@ -19,6 +19,7 @@ from .instructions.instruction import Condition, Instruction, Register
 from .machine.limits import refresh_threads
 from .machine.memory import max_qubits, memory_needed
 from .observables.observable import Observable, Term
+from .plots.circuits import plot_circuit
 from .plots.plots import plot_counts, plot_probabilities, plot_state
 from .programs.progress import Progress
 from .qasm.errors import QasmError
@@ -68,6 +69,7 @@ __all__ = [
     "UnsupportedInstruction",
     "max_qubits",
     "memory_needed",
+    "plot_circuit",
     "plot_counts",
     "plot_probabilities",
     "plot_state",

@@ -6,7 +6,7 @@ import pytest
 from random_circuits import random_circuit
 
 from velacamplix import Circuit, GateDefinition, Instruction, Parameter, Register
-from velacamplix.views.drawing import MOST_COLUMNS
+from velacamplix.views.layout import MOST_COLUMNS
 
 
 def drawn(circuit, **options):

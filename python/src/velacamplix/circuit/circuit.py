@@ -7,6 +7,7 @@ from collections.abc import Sequence
 from typing import Any, Self
 
 from ..basics import checks
+from ..basics.words import shortened
 from ..instructions.definition import GateDefinition
 from ..instructions.entry_methods import EntryMethods
 from ..instructions.gate_methods import GateMethods
@@ -15,14 +16,15 @@ from ..qasm.program import MOST_INSTRUCTIONS, Parts
 from ..qasm.reader import read_program
 from ..qasm.version3 import read_program3
 from ..views import html
+from ..views.shapes import MOST_LINES
 from .combine import Combining
 from .figures import Figures
 from .steps import StepMethods
 
 __all__ = ["Circuit"]
 
-# Of instructions drawn in a notebook, lines of longer circuits, columns.
-_LONGEST_SHOWN, _LINES_SHOWN, _WIDTH_SHOWN = 400, 60, 400
+# Of instructions drawn in a notebook, lines of longer circuits.
+_LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 
 class Circuit(GateMethods, EntryMethods, StepMethods, Combining, Figures):
@@ -194,8 +196,10 @@ class Circuit(GateMethods, EntryMethods, StepMethods, Combining, Figures):
 
     def _repr_html_(self) -> str:
         title = repr(self).strip("<>")
-        if len(self) > _LONGEST_SHOWN:
-            lines = [str(self[place]) for place in range(_LINES_SHOWN)] + [f"… {len(self) - _LINES_SHOWN} more"]
+        touched = {q for step in self for q in step.qubits + step.controls} if self._n_qubits > MOST_LINES else ()
+        if len(self) > _LONGEST_SHOWN or len(touched) > MOST_LINES:
+            lines = [shortened(str(step)) for step in self._instructions[:_LINES_SHOWN]]
+            lines += [f"… {len(self) - _LINES_SHOWN} more"] * (len(self) > _LINES_SHOWN)
             return html.titled(title, html.pre("\n".join(lines)))
-        # The page scrolls where lines are long; of wide registers only what is used is shown.
-        return html.titled(title, html.pre(self.draw(width=_WIDTH_SHOWN, idle=self._n_qubits <= html.ROWS)))
+        # Of wide registers only what is used is shown.
+        return html.titled(title, self.draw("svg", idle=self._n_qubits <= html.ROWS)._repr_html_())

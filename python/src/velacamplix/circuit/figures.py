@@ -3,12 +3,20 @@
 from __future__ import annotations
 
 from collections import Counter
+from typing import Literal, overload
 
 from ..basics import checks
+from ..basics.words import counted
 from ..instructions.instruction import Instruction
 from ..qasm.writer import write_qasm
+from ..views import shapes
 from ..views.drawing import Drawing, draw
+from ..views.svg import SCALE, SvgDrawing, write_svg
 from .parameters import ParameterMethods
+
+
+# Width of a picture for which nobody has named one.
+_PIXELS = 900
 
 
 class Figures(ParameterMethods):
@@ -64,43 +72,78 @@ class Figures(ParameterMethods):
                 clbits[b] = level
         return max(qubits + clbits, default=0)
 
-    def draw(self, width: int | None = None, *, ascii: bool = False, idle: bool = True) -> Drawing:
-        """Return a text drawing: a line for each qubit, time from left to right.
+    @overload
+    def draw(
+        self, form: int | None | Literal["text"] = None, *, width: int | None = None, ascii: bool = False, idle: bool = True
+    ) -> Drawing: ...
+    @overload
+    def draw(
+        self, form: Literal["svg"], *, width: int | None = None, ascii: bool = False, idle: bool = True
+    ) -> SvgDrawing: ...
+    def draw(
+        self,
+        form: int | str | None = None,
+        *,
+        width: int | None = None,
+        ascii: bool = False,
+        idle: bool = True,
+    ) -> Drawing | SvgDrawing:
+        """Return a drawing: a line for each qubit, time from left to right.
 
         Parameters
         ----------
+        form : {"text", "svg"} or int, optional
+            A text by default; an integer is its width. ``"svg"`` gives the text of an SVG file, a picture that needs no
+            further package; `plot_circuit` gives one of Matplotlib.
         width : int, optional
-            Longest line, at least 40; longer drawings go on below. By default that of the terminal.
+            Longest line, at least 40; longer drawings go on below. By default that of the terminal. Of a picture the
+            width in pixels, at least 300, 900 by default; it is wider where a single column is.
         ascii : bool
-            Use plain characters only.
+            Use plain characters only, in a text.
         idle : bool
             False leaves out qubits that no instruction touches.
 
         Returns
         -------
-        Drawing
-            A ``str`` that shows itself when Python prints its value. Circuits of more than 2000 columns are cut off,
-            and the drawing says so.
+        Drawing or SvgDrawing
+            A ``str`` that shows itself when Python, or a notebook, prints its value. Circuits of more than 2000 columns,
+            and pictures higher than 21,000 pixels, are cut off, and the drawing says so.
 
         Raises
         ------
         TypeError, ValueError
-            If `width` is no integer or below 40.
+            If `form` is neither, `width` is no integer or too small, `ascii` is asked of a picture, or the picture would
+            have more than 500 lines.
 
         Examples
         --------
         >>> from velacamplix import Circuit
-        >>> Circuit(3, 1).h(0).cx(0, 2).rx(0.5, 1).measure(2, 0).draw(width=60, ascii=True)
+        >>> circuit = Circuit(3, 1).h(0).cx(0, 2).rx(0.5, 1).measure(2, 0)
+        >>> circuit.draw(width=60, ascii=True)
         q[0]: -[H]--o------------
                     |
         q[1]: ------+--[RX(0.5)]-
                     |
         q[2]: -----(+)-[M->c[0]]-
+
+        >>> from pathlib import Path
+        >>> size = Path("circuit.svg").write_text(circuit.draw("svg"))  # doctest: +SKIP
         """
+        if form is not None and not isinstance(form, str):
+            if width is not None:
+                raise TypeError(f"width must be given once, got {checks.show(form)} and {checks.show(width)}")
+            width, form = form, None
+        kind = checks.choice("text" if form is None else form, "form", ("text", "svg"))
         if width is not None:
-            width = checks.integer(width, "width", minimum=40)
+            width = checks.integer(width, "width", minimum=300 if kind == "svg" else 40)
         plain, all_qubits = checks.flag(ascii, "ascii"), checks.flag(idle, "idle")
-        return draw(self._n_qubits, self._registers, self._instructions, width, plain, all_qubits)
+        if kind == "text":
+            return draw(self._n_qubits, self._registers, self._instructions, width, plain, all_qubits)
+        if plain:
+            raise ValueError('ascii must be False for a drawing as "svg", which has letters of any kind')
+        points = (_PIXELS if width is None else width) / SCALE
+        picture = shapes.picture(self._n_qubits, self._registers, self._instructions, points, all_qubits)
+        return write_svg(picture, f"circuit of {counted(self._n_qubits, 'qubit')}")
 
     def to_qasm(self, *, definitions: bool = True) -> str:
         """Return the circuit as an OpenQASM 2 program.

@@ -1,1 +1,1 @@
-"""How things look: text drawings of instructions and small HTML, from plain values."""
+"""How things look: instructions as text and as pictures, small HTML; from plain values."""

@@ -6,15 +6,11 @@ import shutil
 from collections.abc import Sequence
 from typing import NamedTuple
 
-from ..basics import checks
-from ..instructions.gates import GATES
-from ..instructions.instruction import Instruction, Register, spelled
+from ..instructions.instruction import Instruction, Register
+from . import layout
+from .layout import Item, Mark
 
 __all__ = ["Drawing", "draw"]
-
-#: A drawing of more columns than this helps nobody.
-MOST_COLUMNS = 2000
-_LONGEST_LABEL = 40
 
 
 class Drawing(str):
@@ -47,14 +43,10 @@ _ASCII = Characters("-", "|", "+", "[", "]", "o", "(+)", "x", ":", "->", ">")
 class Column:
     """What stands side by side: a text for each qubit that has one, and the spans its connections cover."""
 
-    def __init__(self) -> None:
-        self.texts: dict[int, str] = {}
-        self.spans: list[tuple[int, int]] = []
-
-    @property
-    def width(self) -> int:
-        """Of the longest text."""
-        return max(map(len, self.texts.values()))
+    def __init__(self, items: Sequence[Item], marks: Characters) -> None:
+        self.texts = {q: _text(mark, marks) for item in items for q, mark in item.marks.items()}
+        self.spans = [item.span for item in items if item.is_linked and len(item.marks) > 1]
+        self.width = max(map(len, self.texts.values()))
 
 
 def draw(
@@ -67,10 +59,10 @@ def draw(
 ) -> Drawing:
     """Return the drawing; see `Circuit.draw`."""
     marks = _ASCII if ascii else _UNICODE
-    columns, drawn = _columns(n_qubits, registers, instructions, marks)
-    touched = {q for step in instructions for q in step.qubits + step.controls}
-    shown = [q for q in range(n_qubits) if idle or q in touched]
-    names = _names(registers, "quantum")
+    laid_out, drawn = layout.columns(n_qubits, registers, instructions)
+    columns = [Column(items, marks) for items in laid_out]
+    shown = layout.shown_qubits(n_qubits, instructions, idle)
+    names = layout.names(registers, "quantum")
     margin = max([len(names[q]) for q in shown], default=0)
     labels = {q: f"{names[q]:>{margin}}: " for q in shown}
     lines: list[str] = []
@@ -83,98 +75,15 @@ def draw(
     return Drawing("\n".join(line.rstrip() for line in lines))
 
 
-def _columns(
-    n_qubits: int, registers: Sequence[Register], instructions: Sequence[Instruction], marks: Characters
-) -> tuple[list[Column], int]:
-    """Put every instruction into the first column where nothing is in its way; return also how many found one."""
-    columns: list[Column] = []
-    free = [0] * n_qubits  # the first column with room for each qubit
-    written: dict[int, int] = {}  # and for each classical bit
-    clbits = _names(registers, "classical")
-    for number, step in enumerate(instructions):
-        bits = step.clbits + (step.condition.clbits if step.condition else ())
-        texts = _texts(step, registers, clbits, marks)
-        if not texts:
-            continue
-        low, high = min(texts), max(texts)
-        # Measurements and resets of several qubits have no connection between them.
-        span = range(low, high + 1) if _is_connected(step) else sorted(texts)
-        at = max([free[q] for q in span] + [written.get(bit, 0) for bit in bits])
-        if at >= MOST_COLUMNS:
-            return columns, number
-        while len(columns) <= at:
-            columns.append(Column())
-        columns[at].texts.update(texts)
-        if _is_connected(step) and high > low and step.name != "barrier":
-            columns[at].spans.append((low, high))
-        for q in span:
-            free[q] = at + 1
-        written.update((bit, at + 1) for bit in bits)
-    return columns, len(instructions)
-
-
-def _is_connected(step: Instruction) -> bool:
-    return step.name not in ("measure", "reset")
-
-
-def _texts(
-    step: Instruction, registers: Sequence[Register], clbits: dict[int, str], marks: Characters
-) -> dict[int, str]:
-    """Return what stands on each qubit's line."""
-    when = _condition(step, registers, clbits)
-    texts = {q: marks.control for q in step.controls}
-    if step.name == "barrier":
-        return {q: marks.barrier for q in step.qubits}
-    if step.name == "measure":
-        return {q: _boxed(f"M{marks.arrow}{clbits[c]}{when}", marks) for q, c in zip(step.qubits, step.clbits)}
-    if step.name == "reset":
-        return {q: _boxed(f"|0>{when}", marks) for q in step.qubits}
-    gate = GATES.get(step.name) if step.definition is None else None
-    # One qubit alone has nothing to be connected with: a box says more.
-    if gate is not None and gate.draws and (len(step.qubits) > 1 or step.controls):
-        symbols = [{"o": marks.control, "+": marks.flip, "x": marks.exchange}[letter] for letter in gate.draws]
-        if when:
-            symbols[-1] = _boxed({"o": "Z", "+": "X", "x": marks.exchange}[gate.draws[-1]] + when, marks)
-        texts.update(zip(step.qubits, symbols))
-        return texts
-    label = _label(step)
-    for place, q in enumerate(step.qubits):
-        part = f":{place}" if len(step.qubits) > 1 and not (gate and gate.is_symmetric) else ""
-        texts[q] = _boxed(label + part + when, marks)
-    return texts
-
-
-def _label(step: Instruction) -> str:
-    if step.name in ("matrix", "diagonal") or not step.params:
-        return _shortened(step.name)
-    return _shortened(f"{step.name}({', '.join(f'{value:.4g}' for value in step.params)})")
-
-
-def _condition(step: Instruction, registers: Sequence[Register], clbits: dict[int, str]) -> str:
-    if step.condition is None:
-        return ""
-    bits = step.condition.clbits
-    for register in registers:
-        if register.kind == "classical" and tuple(register.bits) == bits:
-            return f" if {register.name}=={checks.digits(step.condition.value)}"
-    return _shortened(f" if {','.join(clbits[bit] for bit in bits)}") + f"=={_shortened(spelled(step.condition))}"
-
-
-def _boxed(text: str, marks: Characters) -> str:
-    return marks.left + text + marks.right
-
-
-def _shortened(text: str) -> str:
-    return text if len(text) <= _LONGEST_LABEL else text[: _LONGEST_LABEL - 3] + "..."
-
-
-def _names(registers: Sequence[Register], kind: str) -> dict[int, str]:
-    return {
-        bit: f"{register.name}[{place}]"
-        for register in registers
-        if register.kind == kind
-        for place, bit in enumerate(register.bits)
-    }
+def _text(mark: Mark, marks: Characters) -> str:
+    """Return what stands on a qubit's line."""
+    symbols = {"control": marks.control, "flip": marks.flip, "exchange": marks.exchange, "barrier": marks.barrier}
+    if mark.kind in symbols:
+        return symbols[mark.kind]
+    written = f"M{marks.arrow}{mark.text}" if mark.kind == "measure" else mark.text
+    place = "" if mark.place is None else f":{mark.place}"
+    when = f" if {mark.when}" if mark.when else ""
+    return f"{marks.left}{written}{place}{when}{marks.right}"
 
 
 def _blocks(columns: list[Column], room: int) -> list[list[Column]]:
