@@ -7,6 +7,7 @@ import pickle
 import numpy as np
 import numpy_simulator
 import pytest
+import small_stacks
 
 from velacamplix import Circuit, GateDefinition, Instruction, Parameter, StateVector
 from velacamplix.instructions import definition as _circuit_definition
@@ -71,27 +72,43 @@ def test_expansion_has_the_matrix_of_the_body():
     np.testing.assert_allclose(numpy_simulator.unitary(Circuit(4).gate(whole, [0, 1, 2], [0.9], 3)), controlled, rtol=0, atol=1e-14)
 
 
-def test_deep_chains_neither_recurse_nor_stay_in_memory():
+@pytest.mark.parametrize("where", small_stacks.WHERE)
+def test_definitions_nested_to_the_limit_work_everywhere_and_do_not_stay(where):
+    def work():
+        top = chain(99)
+        circuit = Circuit(2).gate(top, 0).gate(top, 1, controls=0)
+        assert top.depth == 100 and [step.name for step in circuit.basic_instructions()] == ["H", "S"] * 2
+        assert [step.name for step in circuit.inverse().basic_instructions()] == ["PH", "H"] * 2
+        assert top.inverse().inverse() is top and top.inverse().depth == 100
+        for dump in (pickle.dumps, pickle._dumps):
+            assert pickle.loads(dump(circuit)) == circuit and pickle.loads(dump(top)) is top
+        assert copy.deepcopy(circuit) == circuit and hash(circuit[0]) == hash(copy.copy(circuit)[0])
+        assert len(ordered([top])) == 100
+        assert len(circuit.to_qasm().splitlines()) == 2 * 100 + 6
+        assert Circuit.from_qasm(circuit.to_qasm()) == circuit
+        return StateVector(2).run(circuit).array
+
+    chain(99).inverse(), Circuit.from_qasm(Circuit(2).gate(chain(99), 1, controls=0).to_qasm())  # what is kept for good
     gc.collect()
     before = len(_circuit_definition._known)
-    top = chain(5_000)
-    circuit = Circuit(1).gate(top, 0)
-    assert [step.name for step in circuit.basic_instructions()] == ["H", "S"]
-    assert [step.name for step in circuit.inverse().basic_instructions()] == ["PH", "H"]
-    assert pickle.loads(pickle.dumps(circuit)) == circuit == copy.deepcopy(circuit)
-    assert len(ordered([top])) == 5_001
-    assert len(circuit.to_qasm().splitlines()) == 5_001 + 4
-    del top, circuit
+    np.testing.assert_array_equal(where(work), StateVector(2).h(0).s(0).h(1, controls=0).s(1, controls=0).array)
     gc.collect()
     assert len(_circuit_definition._known) == before
 
 
+def test_a_definition_beyond_the_limit_is_refused_by_name():
+    with pytest.raises(ValueError, match="definitions must be nested at most 100 deep, 'link99' would be deeper: write the steps"):
+        chain(100)
+    assert chain(98).depth == 99
+    assert GateDefinition("wide", Circuit(1).gate(chain(20), 0).gate(chain(98), 0).gate(chain(3), 0)).depth == 100
+
+
 def test_greedy_definitions_are_refused_before_they_begin():
     definition = GateDefinition("d", Circuit(1).x(0))
-    for number in range(100):
+    for number in range(99):
         definition = GateDefinition(f"d{number}", Circuit(1).gate(definition, 0).gate(definition, 0))
     assert definition.size == 2**62
-    with pytest.raises(ValueError, match="gate 'd99' must expand to at most 10000000 steps"):
+    with pytest.raises(ValueError, match="gate 'd98' must expand to at most 10000000 steps"):
         list(Circuit(1).gate(definition, 0).basic_instructions())
 
 

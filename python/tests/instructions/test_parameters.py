@@ -8,6 +8,7 @@ import random
 
 import numpy as np
 import pytest
+import small_stacks
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -92,6 +93,7 @@ def test_parameters_in_order_of_appearance():
 def test_partial_substitution_keeps_the_rest():
     assert (A * B + 1).substitute({"a": 2.0}) == 2.0 * B + 1
     assert repr((A * B + 1).substitute({"a": 2.0})) == "2*b + 1"
+    assert repr((A + A - 1 + B - A).substitute({"a": 2.0})) == "3 + b - 2"
 
 
 @pytest.mark.parametrize(
@@ -138,19 +140,83 @@ def test_copies_and_pickles():
     assert pickle.loads(pickle.dumps(A)) == A
 
 
-def test_deep_and_shared_expressions():
-    deep = other = A
-    for _ in range(30_000):
-        deep, other = deep + 1, other + 1
-    assert deep.evaluate({"a": 0.0}) == 30_000
-    assert deep == other and deep != other + 1
-    assert pickle.loads(pickle.dumps(deep)) == deep
-    assert len(repr(deep)) < 100
-    shared = A  # 2**200 terms, 200 operations
-    for _ in range(200):
-        shared = shared + shared
-    assert shared.evaluate({"a": 1.0}) == 2.0**200
+def test_sums_and_products_of_any_length_are_flat():
+    names = [f"p{i}" for i in range(2000)]
+    values = {name: 1 + i / 7 for i, name in enumerate(names)}
+    total = Parameter("p0")
+    for name in names[1:]:
+        total = total + Parameter(name) if len(name) % 2 else total - Parameter(name)
+    expected = values["p0"]
+    for name in names[1:]:
+        expected = expected + values[name] if len(name) % 2 else expected - values[name]
+    assert total.depth <= 2 and len(total.operands) == 2000
+    assert total.evaluate(values) == expected == total.substitute(values)
+    assert pickle.loads(pickle.dumps(total)) == total and copy.deepcopy(total) == total
+    assert repr(total).startswith("p0 - p1 - p2") and repr(total).endswith(" + p1998 + p1999")
+    circuit = Circuit(1).rx(total, 0)
+    assert [circuit.bind(values)[0].params for _ in range(3)] == [(expected,)] * 3
+    assert sum(map(Parameter, names[:300])).evaluate(values) == sum([values[name] for name in names[:300]])
+    product = A
+    for _ in range(300):
+        product = product * A
+    assert product.depth == 1 and product.evaluate({"a": 1.5}) == math.prod([1.5] * 301)
+
+
+def test_flat_sums_and_products_are_calculated_from_the_left():
+    c = Parameter("c")
+    values = {"a": 1e16, "b": 1.0, "c": 1.0}
+    assert (A + B + c).evaluate(values) == (1e16 + 1.0) + 1.0 != 1e16 + (1.0 + 1.0) == (A + (B + c)).evaluate(values)
+    assert (A + B + c).operands == (A, B, c) and (A + (B + c)).operands == (A, B + c)
+    assert (A - B - c).operands == (A, -B, -c) and (A * B * c).operands == (A, B, c) and (A * (B * c)).operands == (A, B * c)
+    assert repr(A - (B - c) - 2) == "a - (b - c) - 2" and repr(A * (B * c) / 2 / B) == "a*(b*c)/2/b"
+
+
+def nested(depth):
+    expression = A
+    for _ in range(depth // 2):
+        expression = 2 / expression.sin()
+    return expression
+
+
+@pytest.mark.parametrize("where", small_stacks.WHERE)
+def test_expressions_nested_to_the_limit_work_everywhere(where):
+    def work():
+        deep, other = nested(100), nested(100)
+        assert deep.depth == 100 and deep == other and hash(deep) == hash(other) and deep != nested(98)
+        assert deep.parameters == ("a",) and copy.deepcopy(deep) is deep is copy.copy(deep)
+        for dump in (pickle.dumps, pickle._dumps):
+            for protocol in range(pickle.HIGHEST_PROTOCOL + 1):
+                assert pickle.loads(dump(deep, protocol)) == deep
+        assert repr(deep).startswith("2/sin(2/sin(") and f"{deep:.3f}".endswith("))")
+        circuit = Circuit(1).rx(deep, 0).gate(GateDefinition("deep", Circuit(1).rx(deep, 0)), 0, [0.5])
+        assert pickle.loads(pickle.dumps(circuit)) == circuit
+        results = [circuit.bind(a=0.5)[0].params[0] for _ in range(3)]
+        assert Circuit.from_qasm(circuit.bind(a=0.5).to_qasm()) == circuit.bind(a=0.5)
+        return [*results, deep.evaluate({"a": 0.5}), deep.substitute({"a": 0.5})]
+
+    expected = 0.5
+    for _ in range(50):
+        expected = 2 / math.sin(expected)
+    assert where(work) == [expected] * 5
+
+
+@pytest.mark.parametrize(
+    "further", [lambda x: x.sin(), lambda x: -x, lambda x: 1 + x, lambda x: A - x, lambda x: x / 2, lambda x: x**2, lambda x: 2 * x]
+)
+def test_an_operation_beyond_the_limit_is_refused(further):
+    assert further(nested(98)).depth > 98
+    with pytest.raises(ValueError, match="nested at most 100 deep: total . x stays flat where x . total nests, and a Parameter"):
+        further(nested(100))
+
+
+def test_shared_parts_are_done_once():
+    shared = other = A  # 2**100 terms, 100 operations
+    for _ in range(100):
+        shared, other = shared * shared, other * other
+    assert shared.evaluate({"a": 1.0}) == 1.0
+    assert shared == other != other.operands[-1]
     assert pickle.loads(pickle.dumps(shared)) == shared
+    assert repr(shared) == "<expression of 101 operations>" and len(shared.parts()) == 101
 
 
 numbers = st.floats(-4, 4).map(lambda x: round(x, 3))
@@ -384,8 +450,8 @@ def test_angles_of_bound_circuits_are_those_of_evaluate(seed):
     def grown(depth):
         if not depth or rng.random() < 0.2:
             return rng.choice([Parameter(rng.choice(names)), rng.choice([2.0, -0.5, 1e150, 0.0, 3.0])])
-        kind = rng.choice(["+", "-", "*", "/", "^", "neg", "sin", "exp", "ln", "sqrt", "atan"])
-        operands = [grown(depth - 1) for _ in range(2 if kind in "+-*/^" else 1)]
+        kind = rng.choice(["+", "*", "/", "^", "neg", "sin", "exp", "ln", "sqrt", "atan"])
+        operands = [grown(depth - 1) for _ in range(rng.randint(2, 4) if kind in "+*" else 2 if kind in "/^" else 1)]
         return Expression(kind, tuple(operands))
 
     circuit = Circuit(1)
@@ -413,10 +479,10 @@ def test_an_infinite_part_is_never_hidden():
 
 def test_shared_parts_do_not_multiply():
     total = Parameter("a")
-    for _ in range(200):
+    for _ in range(100):
         total = total + total
     circuit = Circuit(1).rx(total, 0)
-    assert bound_twice(circuit, [1.0]) == [(2.0**200,)]
+    assert bound_twice(circuit, [1.0]) == [(total.evaluate({"a": 1.0}),)]
 
 
 @pytest.mark.parametrize(

@@ -15,7 +15,7 @@ from velacamplix.instructions.instruction import Instruction
 from velacamplix.qasm import QasmError, read_qasm
 
 EXAMPLES = {path.stem: path.read_text() for path in sorted((Path(__file__).parents[3] / "examples" / "circuits").glob("*.qasm"))}
-DEEP = 10_000  # far beyond Python's own limit of nested calls
+DEEP = 10_000  # beyond Python's own limit of nested calls
 LONG = 1_000_000
 
 
@@ -86,35 +86,59 @@ def test_any_text(text):
 # --- Deep and long texts ---
 
 
-@pytest.mark.parametrize(
-    "expression",
-    [
-        "(" * DEEP + "1" + ")" * DEEP,
-        "-" * DEEP + "1",
-        "1" + "+1" * DEEP,
-        "1^" * DEEP + "1",
-        "cos(" * DEEP + "1" + ")" * DEEP,
-        "1" + "*(1" * DEEP + ")" * DEEP,
-    ],
-    ids=["parentheses", "signs", "sum", "powers", "functions", "products"],
-)
-def test_deep_expression(expression):
-    (step,) = read_qasm(HEADER + f"qreg q[1]; rx({expression}) q[0];")
-    text = HEADER + f"gate g(a) x {{ rx({expression.replace('1', 'a')}) x; }} qreg q[1]; g(1) q[0];"
+NESTED = {
+    "parentheses": lambda n: "(" * n + "1" + ")" * n,
+    "signs": lambda n: "-" * n + "1",
+    "powers": lambda n: "1^" * n + "1",
+    "functions": lambda n: "cos(" * n + "1" + ")" * n,
+    "products": lambda n: "1" + "*(1" * (n // 2) + ")" * (n // 2),
+}
+
+
+@pytest.mark.parametrize("name", NESTED)
+def test_expressions_are_nested_up_to_a_limit(name):
+    (step,) = read_qasm(HEADER + f"qreg q[1]; rx({NESTED[name](200)}) q[0];")
+    # Of names an operation for each level.
+    text = HEADER + f"gate g(a) x {{ rx({NESTED[name](100).replace('1', 'a')}) x; }} qreg q[1]; g(1) q[0];"
     (in_body,) = read_qasm(text).basic_instructions()
-    assert in_body == step
+    if name != "functions":
+        assert in_body == step
+    for n in (202, DEEP, LONG):
+        with pytest.raises(QasmError, match="an expression may be nested at most 200 deep: take parentheses away") as caught:
+            read_qasm(HEADER + f"qreg q[1];\nrx({NESTED[name](n)}) q[0];")
+        assert caught.value.line == 4 and caught.value.column > 200
 
 
-def test_deep_chain_of_definitions():
-    depth = 20_000
-    chain = "".join(f"gate g{i} x {{ g{i - 1} x; }}\n" for i in range(1, depth))
-    circuit = read_qasm(HEADER + "gate g0 x { h x; }\n" + chain + f"qreg q[1]; g{depth - 1} q[0];")
-    assert list(circuit.basic_instructions()) == [Instruction("H", (0,))]
+def test_operations_on_names_are_nested_up_to_a_limit():
+    def text(n):
+        return HEADER + f"gate g(a) x {{\nrx(a{'/a' * n}) x; }} qreg q[1]; g(1) q[0];"
+
+    assert [step.params for step in read_qasm(text(100)).basic_instructions()] == [(1.0,)]
+    with pytest.raises(QasmError, match="expression must be nested at most 100 deep") as caught:
+        read_qasm(text(101))
+    assert (caught.value.line, caught.value.column, caught.value.text) == (4, 5 + 2 * 100, "/")
+
+
+def test_long_sums_and_products_do_not_nest():
+    for sign in "+-*":
+        text = HEADER + f"gate g(a) x {{ rx(a{f'{sign}a' * LONG}) x; }} qreg q[1]; g(1) q[0]; rx(1{f'{sign}1' * LONG}) q[0];"
+        in_body, constant = read_qasm(text).basic_instructions()
+        assert in_body == constant
+
+
+def test_definitions_are_nested_up_to_a_limit():
+    def text(n):
+        return HEADER + "gate g0 x { h x; }\n" + "".join(f"gate g{i} x {{ g{i - 1} x; }}\n" for i in range(1, n)) + f"qreg q[1]; g{n - 1} q[0];"
+
+    assert list(read_qasm(text(100)).basic_instructions()) == [Instruction("H", (0,))]
+    with pytest.raises(QasmError, match="definitions must be nested at most 100 deep, 'g100' would be deeper") as caught:
+        read_qasm(text(101))
+    assert (caught.value.line, caught.value.column) == (103, 6)
 
 
 def test_unclosed_parentheses_at_the_end():
     with pytest.raises(QasmError, match="unexpected end"):
-        read_qasm(HEADER + "qreg q[1]; rx(" + "(" * DEEP)
+        read_qasm(HEADER + "qreg q[1]; rx(" + "(" * 100)
 
 
 LINES = {
@@ -163,7 +187,7 @@ def doubled(depth, innermost):
 
 
 @pytest.mark.parametrize("innermost", ["h x;", ""], ids=["gates", "empty bodies"])
-@pytest.mark.parametrize("depth", [30, 2000])
+@pytest.mark.parametrize("depth", [30, 99])
 def test_expansion_without_measure_is_refused_before_it_begins(depth, innermost):
     text = HEADER + doubled(depth, innermost) + f"qreg q[1];\ng{depth} q[0];"
     with pytest.raises(QasmError, match="expands to more than 10000000 instructions") as caught:
@@ -172,7 +196,7 @@ def test_expansion_without_measure_is_refused_before_it_begins(depth, innermost)
 
 
 def test_definitions_that_are_not_used_cost_nothing():
-    circuit = read_qasm(HEADER + doubled(2000, "h x;") + "qreg q[1]; g3 q[0];")
+    circuit = read_qasm(HEADER + doubled(99, "h x;") + "qreg q[1]; g3 q[0];")
     assert len(circuit) == 1 and len(list(circuit.basic_instructions())) == 8
 
 
@@ -224,7 +248,7 @@ def test_registers_without_bits():
 
 def test_reading_leaves_the_recursion_limit_alone():
     before = sys.getrecursionlimit()
-    read_qasm(HEADER + "qreg q[1]; rx(" + "(" * DEEP + "1" + ")" * DEEP + ") q[0];")
+    read_qasm(HEADER + "qreg q[1]; rx(" + "(" * 200 + "1" + ")" * 200 + ") q[0];")
     assert sys.getrecursionlimit() == before
 
 

@@ -196,22 +196,25 @@ def _written(value: Any, words: Mapping[str, str], left: list[int]) -> str | Non
         return f"({value!r})" if value - value == 0.0 else None
     if isinstance(value, Parameter):
         return words[value.name]
-    left[0] -= 1
+    left[0] -= max(1, len(value.operands) - 1)
     if left[0] < 0:
         return None
     # Sums and products of what is infinite are infinite or no number; other operations may come back from there.
-    is_plain = value.operation in ("+", "-", "*", "neg")
+    is_plain = value.operation in ("+", "*", "neg")
     leaves = value.operands[-1:] if value.operation == "/" else value.operands
     if not is_plain and any(isinstance(item, Expression) and not isinstance(item, Parameter) for item in leaves):
         return None
-    operands = [_written(item, words, left) for item in value.operands]
-    if None in operands:
-        return None
+    operands: list[str] = []
+    for item in value.operands:
+        text = _written(item, words, left)
+        if text is None:
+            return None
+        operands.append(text)
     if value.operation == "neg":
         return f"(-{operands[0]})"
-    if value.operation in ("+", "-", "*", "/"):
-        return f"({operands[0]} {value.operation} {operands[1]})"
-    return f"functions[{value.operation!r}]({', '.join(map(str, operands))})"
+    if value.operation in ("+", "*", "/"):
+        return f"({f' {value.operation} '.join(operands)})"
+    return f"functions[{value.operation!r}]({', '.join(operands)})"
 
 
 def _shown(names: Sequence[str]) -> str:

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Container, Iterable, Iterator, Sequence
+from collections.abc import Callable, Container, Iterable, Iterator, Sequence
 from typing import Any, Protocol
 from weakref import WeakValueDictionary, ref
 
@@ -23,6 +23,9 @@ __all__ = ["GateDefinition"]
 # Sizes are sums over bodies and double with each level of nesting in the worst
 # case. Beyond this the exact number does not matter to anyone.
 SIZE_LIMIT = 2**62
+
+#: Definitions inside each other. Functions that call themselves follow them, so this is far from Python's own limit.
+MOST_NESTED = 100
 
 # Entries of a gate from which on a pickle holds them as an array.
 _MANY = 2**10
@@ -77,11 +80,14 @@ class GateDefinition:
         On qubits 0 to ``n_qubits - 1``, with expressions in `params`.
     size : int
         Number of steps of a full expansion, this gate and those inside included, at most ``2**62``.
+    depth : int
+        How many definitions stand inside each other, 1 if there is none inside.
 
     Raises
     ------
     TypeError, ValueError
-        If the name is taken, a parameter of the circuit is not listed, or a step is no plain gate.
+        If the name is taken, a parameter of the circuit is not listed, a step is no plain gate, or more than 100
+        definitions would stand inside each other.
 
     Examples
     --------
@@ -97,13 +103,14 @@ class GateDefinition:
     CNOT 0,2
     """
 
-    __slots__ = ("name", "params", "n_qubits", "body", "size", "_inverse", "_origin", "__weakref__")
+    __slots__ = ("name", "params", "n_qubits", "body", "size", "depth", "_inverse", "_origin", "__weakref__")
 
     name: str
     params: tuple[str, ...]
     n_qubits: int
     body: tuple[Instruction, ...]
     size: int
+    depth: int
     _inverse: GateDefinition | None
     _origin: ref[GateDefinition] | None
 
@@ -140,8 +147,15 @@ class GateDefinition:
         known = _known.get(key)
         if known is not None:
             return known
+        depth = 1 + max([step.definition.depth for step in body if step.definition is not None], default=0)
+        if depth > MOST_NESTED:
+            raise ValueError(
+                f"definitions must be nested at most {MOST_NESTED} deep, {checks.show(name)} would be deeper: write the steps "
+                "of a gate inside it instead of calling it"
+            )
         made = object.__new__(cls)
         made.name, made.params, made.n_qubits, made.body = name, params, n_qubits, body
+        made.depth = depth
         made.size = min(SIZE_LIMIT, 1 + sum(size(step) for step in body))
         made._inverse = made._origin = None
         return _known.setdefault(key, made)
@@ -161,16 +175,12 @@ class GateDefinition:
         known = self._known_inverse()
         if known is not None:
             return known
-        for definition in ordered([self]):  # those inside first, so that nothing recurses
-            if definition._known_inverse() is None:
-                name = definition.name[:-3] if definition.name.endswith("_dg") else ""
-                if not name or is_taken(name):
-                    name = definition.name + "_dg"
-                body = tuple([part for step in reversed(definition.body) for part in inverted(step)])
-                undone = GateDefinition.checked(name, definition.params, definition.n_qubits, body)
-                definition._inverse = undone
-                undone._origin = ref(definition)
-        assert self._inverse is not None
+        name = self.name[:-3] if self.name.endswith("_dg") else ""
+        if not name or is_taken(name):
+            name = self.name + "_dg"
+        body = tuple([part for step in reversed(self.body) for part in inverted(step)])
+        self._inverse = GateDefinition.checked(name, self.params, self.n_qubits, body)
+        self._inverse._origin = ref(self)
         return self._inverse
 
     def _known_inverse(self) -> GateDefinition | None:
@@ -269,22 +279,26 @@ _SIZES: dict[str, int] = {
 }
 
 
-def ordered(definitions: Iterable[GateDefinition]) -> list[GateDefinition]:
-    """Return the given definitions and all they use, each once, what is used first."""
-    result: list[GateDefinition] = []
-    seen = set()
-    waiting: list[tuple[GateDefinition, bool]] = [(definition, False) for definition in definitions]
-    waiting.reverse()
-    while waiting:
-        definition, ready = waiting.pop()
-        if ready:
-            result.append(definition)
-        elif id(definition) not in seen:
-            seen.add(id(definition))
-            waiting.append((definition, True))
-            inner = [step.definition for step in definition.body if step.definition is not None]
-            waiting.extend((item, False) for item in reversed(inner) if id(item) not in seen)
-    return result
+Used = Callable[["GateDefinition"], Iterable["GateDefinition"]]
+
+
+def called(definition: GateDefinition) -> Iterator[GateDefinition]:
+    """Iterate over the definitions that the steps of one call."""
+    return (step.definition for step in definition.body if step.definition is not None)
+
+
+def ordered(definitions: Iterable[GateDefinition], used: Used = called) -> list[GateDefinition]:
+    """Return the given definitions and all that these use, each once, what is used first."""
+    found: dict[int, GateDefinition] = {}
+    _collect(definitions, used, found)
+    return list(found.values())
+
+
+def _collect(definitions: Iterable[GateDefinition], used: Used, found: dict[int, GateDefinition]) -> None:
+    for definition in definitions:
+        if id(definition) not in found:
+            _collect(used(definition), used, found)
+            found[id(definition)] = definition
 
 
 def flat(definitions: Iterable[GateDefinition], numbers: dict[int, int]) -> list[Any]:

@@ -57,16 +57,13 @@ def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]
 
 
 def _expanded(step: Instruction, builds: Builds) -> Iterator[Instruction]:
-    # The last entry comes next. A stack of our own, because bodies may be nested more deeply than Python calls.
-    waiting: list[Instruction] = [step]
-    while waiting:
-        step = waiting.pop()
-        if step.definition is not None:
-            waiting.extend(reversed(body_of(step)))
-        elif step.name in builds:
-            yield from _built(step, builds)
-        else:
-            yield step
+    if step.definition is not None:
+        for part in body_of(step):
+            yield from _expanded(part, builds)
+    elif step.name in builds:
+        yield from _built(step, builds)
+    else:
+        yield step
 
 
 def body_of(step: Instruction) -> list[Instruction]:
@@ -96,7 +93,7 @@ def body_of(step: Instruction) -> list[Instruction]:
     except CalculationError as error:
         values_text = ", ".join(f"{value:g}" for value in step.params)
         raise CalculationError(
-            f"{error}, in gate {checks.show(definition.name)} called with ({values_text})", error.expression
+            f"{error}, in gate {checks.show(definition.name)} called with ({values_text})"
         ) from None
     return inner
 

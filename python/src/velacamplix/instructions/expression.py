@@ -4,7 +4,8 @@ from __future__ import annotations
 
 import math
 import operator
-from collections.abc import Callable, Iterator, Mapping
+from collections.abc import Callable, Iterator, Mapping, Sequence
+from functools import reduce
 from typing import Any, Union
 
 from ..basics import checks
@@ -15,10 +16,12 @@ __all__ = ["Expression", "Parameter"]
 #: A number, or something that becomes one when its parameters are known.
 Angle = Union[float, "Expression"]
 
+#: Operations inside each other. Functions that call themselves follow them, so this is far from Python's own limit.
+MOST_NESTED = 100
+
 FUNCTIONS: dict[str, Callable[..., float]] = {
-    "+": operator.add,
-    "-": operator.sub,
-    "*": operator.mul,
+    "+": lambda *operands: reduce(operator.add, operands),
+    "*": lambda *operands: reduce(operator.mul, operands),
     "/": operator.truediv,
     "^": math.pow,
     "neg": operator.neg,
@@ -35,11 +38,7 @@ FUNCTIONS: dict[str, Callable[..., float]] = {
 
 
 class CalculationError(ValueError):
-    """An expression without a finite value; `expression` is the part that failed."""
-
-    def __init__(self, message: str, expression: Any = None) -> None:
-        super().__init__(message)
-        self.expression = expression
+    """An expression without a finite value."""
 
 
 class Expression:
@@ -49,11 +48,22 @@ class Expression:
     ``arcsin``, ``arccos``, ``arctan``, ``exp``, ``log`` and ``sqrt``, which ``numpy.sin(...)`` and so on call too.
     Stands for an angle in every gate of a `Circuit`. Instances never change; two are equal if they were built alike.
 
+    Sums and products grow flat, ``total + x`` and ``total * x`` to any length. Everything else nests: at most 100
+    operations may stand inside each other.
+
     Attributes
     ----------
     operation : str
-        A key of `FUNCTIONS`.
+        A key of `FUNCTIONS`. A difference is a sum, of which an operand is negative.
     operands : tuple of float and Expression
+        Two or more of a sum or product, calculated from the left.
+    depth : int
+        How many operations stand inside each other, 0 for a parameter.
+
+    Raises
+    ------
+    ValueError
+        If an operation would nest more deeply.
 
     Examples
     --------
@@ -67,13 +77,18 @@ class Expression:
     0.0
     """
 
-    __slots__ = ("operation", "operands", "place", "_parts", "__weakref__")
+    __slots__ = ("operation", "operands", "depth", "_parts", "__weakref__")
 
-    def __init__(self, operation: str, operands: tuple[Angle, ...], place: Any = None) -> None:
+    def __init__(self, operation: str, operands: tuple[Angle, ...]) -> None:
         self.operation = operation
         self.operands = operands
-        self.place = place  # where a text says it, for messages; no part of the value
+        self.depth: int = max([item.depth + 1 if isinstance(item, Expression) else 1 for item in operands], default=0)
         self._parts: tuple[Expression, ...] | None = None
+        if self.depth > MOST_NESTED:
+            raise ValueError(
+                f"expression must be nested at most {MOST_NESTED} deep: total + x stays flat where x + total nests, and a "
+                "Parameter of its own can stand for a part"
+            )
 
     # --- Calculating ---
 
@@ -167,13 +182,14 @@ class Expression:
         """
         known: dict[int, float] = {}
         for part in self.parts():
-            known[id(part)] = part.value_from(values, known)
+            if isinstance(part, Parameter):
+                if part.name not in values:
+                    raise CalculationError(f"parameter {checks.show(part.name)} has no value")
+                known[id(part)] = values[part.name]
+            else:
+                operands = [item if type(item) is float else known[id(item)] for item in part.operands]
+                known[id(part)] = calculated(part.operation, operands)
         return known[id(self)]
-
-    def value_from(self, values: Mapping[str, float], known: Mapping[int, float]) -> float:
-        """Return the value, given those of the operands by ``id``."""
-        operands = [item if type(item) is float else known[id(item)] for item in self.operands]
-        return calculated(self.operation, operands, self)
 
     def substitute(self, values: Mapping[str, float]) -> Angle:
         """Return the expression with the given parameters replaced by numbers.
@@ -188,43 +204,37 @@ class Expression:
                 known[id(part)] = values.get(part.name, part)
                 continue
             operands = tuple([item if type(item) is float else known[id(item)] for item in part.operands])
-            if all(type(item) is float for item in operands):
-                known[id(part)] = calculated(part.operation, operands, part)  # type: ignore[arg-type]
-            else:
-                known[id(part)] = Expression(part.operation, operands, part.place)
+            n_numbers = next((n for n, item in enumerate(operands) if type(item) is not float), len(operands))
+            if n_numbers == len(operands):
+                known[id(part)] = calculated(part.operation, operands)
+                continue
+            if n_numbers > 1:  # the beginning of a sum or a product
+                operands = calculated(part.operation, operands[:n_numbers]), *operands[n_numbers:]
+            known[id(part)] = Expression(part.operation, operands)
         return known[id(self)]
 
     def parts(self) -> tuple[Expression, ...]:
         """Return every expression this one is made of, operands before what uses them, each object once."""
         if self._parts is None:
-            # A stack of our own: sums may be nested more deeply than Python calls.
-            ordered: list[Expression] = []
-            seen = set()
-            waiting: list[tuple[Expression, bool]] = [(self, False)]
-            while waiting:
-                item, ready = waiting.pop()
-                if ready:
-                    ordered.append(item)
-                elif id(item) not in seen:
-                    seen.add(id(item))
-                    waiting.append((item, True))
-                    inner = [operand for operand in item.operands if isinstance(operand, Expression)]
-                    waiting.extend((operand, False) for operand in reversed(inner))
-            self._parts = tuple(ordered)
+            found: dict[int, Expression] = {}
+            self._collect(found)
+            self._parts = tuple(found.values())
         return self._parts
 
-    # --- As a Python object ---
+    def _collect(self, found: dict[int, Expression]) -> None:
+        for item in self.operands:
+            if isinstance(item, Expression) and id(item) not in found:
+                item._collect(found)
+        found[id(self)] = self
 
-    def _key(self) -> tuple[Any, ...]:
-        numbers = {id(part): number for number, part in enumerate(self.parts())}
-        return tuple(_step(part, numbers) for part in self.parts())
+    # --- As a Python object ---
 
     def __eq__(self, other: object) -> bool:
         if self is other:
             return True
         if not isinstance(other, Expression):
             return NotImplemented
-        return _unshared(self) == _unshared(other)
+        return _structure(self) == _structure(other)
 
     def __hash__(self) -> int:
         return hash((self.operation, len(self.operands)))
@@ -236,8 +246,7 @@ class Expression:
         return self
 
     def __reduce__(self) -> tuple[Any, ...]:
-        # As a flat list; the default would nest as deeply as the expression.
-        return (_restored, (self._key(),))
+        return (_restored, (self.operation, *self.operands))
 
     def __repr__(self) -> str:
         return format(self, "")
@@ -271,7 +280,7 @@ class Parameter(Expression):
     RZ(-0.25) 0
     """
 
-    __slots__ = ("name",)
+    __slots__ = ("name", "place")
 
     def __init__(self, name: str, place: Any = None) -> None:
         if not isinstance(name, str):
@@ -279,15 +288,9 @@ class Parameter(Expression):
         name = checks.plain(name)
         if not name:
             raise ValueError("name of a parameter must not be empty")
-        super().__init__("parameter", (), place)
+        super().__init__("parameter", ())
         self.name = name
-
-    def value_from(self, values: Mapping[str, float], known: Mapping[int, float]) -> float:
-        """Return the value the parameter is given."""
-        try:
-            return values[self.name]
-        except KeyError:
-            raise CalculationError(f"parameter {checks.show(self.name)} has no value", self) from None
+        self.place = place  # where a text says it, for messages; no part of the value
 
     def __eq__(self, other: object) -> bool:
         if isinstance(other, Parameter):
@@ -301,20 +304,28 @@ class Parameter(Expression):
         return (Parameter, (self.name,))
 
 
-def calculated(operation: str, operands: Any, expression: Any = None) -> float:
+def calculated(operation: str, operands: Sequence[Any]) -> float:
     """Return the finite result of one operation, or raise `CalculationError` with the reason."""
     try:
         value = FUNCTIONS[operation](*operands)
     except ZeroDivisionError:
-        raise CalculationError("division by zero", expression) from None
+        raise CalculationError("division by zero") from None
     except OverflowError:
-        raise CalculationError("number too large", expression) from None
+        raise CalculationError("number too large") from None
     except ValueError:
         listed = " and ".join(f"{operand:g}" for operand in operands)
-        raise CalculationError(f"{operation} of {listed} is not a real number", expression) from None
-    if value - value != 0.0:  # infinite; no operation makes a NaN of finite numbers
-        raise CalculationError("number too large", expression)
+        raise CalculationError(f"{operation} of {listed} is not a real number") from None
+    if value - value != 0.0:  # infinite, or what became of an infinite part
+        raise CalculationError("number too large")
     return value
+
+
+def joined(operation: str, operands: Sequence[Angle]) -> Expression:
+    """Return an operation; of a sum plus something, and of a product times something, one that is longer."""
+    first = operands[0]
+    if operation in ("+", "*") and isinstance(first, Expression) and first.operation == operation:
+        operands = (*first.operands, *operands[1:])
+    return Expression(operation, tuple(operands))
 
 
 def angle(value: Any, name: str = "angle") -> Angle:
@@ -337,33 +348,20 @@ def _combined(operation: str, left: Any, right: Any) -> Any:
                 return NotImplemented
             item = checks.real(item, "operand of a parameter")
         operands.append(item)
-    return Expression(operation, tuple(operands))
+    if operation == "-":
+        operation, operands[1] = "+", -operands[1]
+    return joined(operation, operands)
 
 
-def _step(part: Expression, numbers: Mapping[int, int]) -> Any:
-    """Return a part as a name, or an operation with numbers in place of the parts it uses."""
-    if isinstance(part, Parameter):
-        return part.name
-    return (part.operation, *[item if type(item) is float else ("#", numbers[id(item)]) for item in part.operands])
-
-
-def _unshared(expression: Expression) -> Any:
-    # A number for every different part: equal parts get equal numbers whether or not they are one object.
+def _structure(expression: Expression) -> list[Any]:
+    """Return the different parts, each as a name or as an operation on numbers and on places in this list."""
     table: dict[Any, int] = {}
-    numbers: dict[int, int] = {}
+    places: dict[int, int] = {}
     for part in expression.parts():
-        numbers[id(part)] = table.setdefault(_step(part, numbers), len(table))
+        step: Any = part.operation, *[item if type(item) is float else ("#", places[id(item)]) for item in part.operands]
+        places[id(part)] = table.setdefault(part.name if isinstance(part, Parameter) else step, len(table))
     return list(table)
 
 
-def _restored(steps: tuple[Any, ...]) -> Expression:
-    parts: list[Expression] = []
-    for step in steps:
-        if isinstance(step, str):
-            parts.append(Parameter(step))
-        else:
-            operation, *operands = step
-            parts.append(
-                Expression(operation, tuple([item if type(item) is float else parts[item[1]] for item in operands]))
-            )
-    return parts[-1]
+def _restored(operation: str, *operands: Angle) -> Expression:
+    return Expression(operation, operands)

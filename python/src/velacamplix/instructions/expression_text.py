@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import math
-from collections import Counter
 from collections.abc import Callable, Mapping
 from typing import Any
 
@@ -11,7 +10,7 @@ __all__ = ["text"]
 
 _MOST_TEXT = 100_000
 _MOST_WRITTEN = 10_000_000
-_RANK = {"+": 1, "-": 1, "neg": 2, "*": 2, "/": 2, "^": 4}
+_RANK = {"+": 1, "neg": 2, "*": 2, "/": 2, "^": 4}
 _ATOM = 5
 
 
@@ -20,52 +19,62 @@ def text(
     number: Callable[[float], str] = "{:.12g}".format,
     compact: bool = False,
     names: Mapping[str, str] | None = None,
+    words: Mapping[str, str] = {},
 ) -> str:
     """Return an `Expression` as people (and OpenQASM 2) write it.
 
-    `names`, if given, holds what parameters are called in the text. Without it, an expression that is too long to read
-    becomes a note of its size.
+    `names`, if given, holds what parameters are called in the text, `words` what operations are called that have another
+    name there. Without `names`, an expression that is too long to read becomes a note of its size.
     """
-    texts: dict[int, tuple[str, int]] = {}
-    parts = expression.parts()
-    # How often each part is still needed: the texts of a long sum are as long as the sum so far.
-    uses = Counter(id(item) for part in parts for item in part.operands if not isinstance(item, float))
-    for part in parts:
-        if part.operation == "parameter":
-            texts[id(part)] = part.name if names is None else names[part.name], _ATOM
-            continue
-        pieces = [
-            (number(item), _ATOM if math.copysign(1, item) > 0 else 2) if isinstance(item, float) else texts[id(item)]
-            for item in part.operands
-        ]
-        length = sum(len(piece) for piece, _ in pieces)
-        if length > _MOST_WRITTEN:
-            raise ValueError(f"expression must be shorter to be written out, got {len(expression.parts())} operations")
-        if length > _MOST_TEXT and names is None:
-            return f"<expression of {len(expression.parts())} operations>"
-        texts[id(part)] = _joined(part.operation, pieces, compact)
-        for item in part.operands:
-            if not isinstance(item, float):
-                uses[id(item)] -= 1
-                if not uses[id(item)]:
-                    del texts[id(item)]
-    return texts[id(expression)][0]
+    try:
+        return _Text(number, compact, names, words).of(expression)[0]
+    except _TooLong:
+        n_operations = len(expression.parts())
+        if names is not None:
+            raise ValueError(f"expression must be shorter to be written out, got {n_operations} operations") from None
+        return f"<expression of {n_operations} operations>"
 
 
-def _joined(operation: str, pieces: list[tuple[str, int]], compact: bool) -> tuple[str, int]:
-    if operation not in _RANK:
-        return f"{operation}({pieces[0][0]})", _ATOM
-    rank = _RANK[operation]
-    if operation == "neg":
-        return "-" + _enclosed(pieces[0], 4), rank
-    # An operand of the same rank needs no parentheses on the side from which operations group.
-    left = _enclosed(pieces[0], rank + (operation == "^"))
-    # A sign right after an operator would be correct but hard to read.
-    right = _enclosed(pieces[1], _ATOM if operation == "^" else rank + 1)
-    blank = " " if rank == 1 and not compact else ""
-    return left + blank + operation + blank + right, rank
+class _TooLong(Exception):
+    """What is shared inside of an expression may make a text longer than any memory."""
 
 
-def _enclosed(piece: tuple[str, int], least: int) -> str:
-    words, rank = piece
-    return words if rank >= least else f"({words})"
+class _Text:
+    def __init__(self, number: Callable[[float], str], compact: bool, names: Mapping[str, str] | None, words: Mapping[str, str]) -> None:
+        self._number, self._names, self._words = number, names, words
+        self._blank = "" if compact else " "
+        self._left = _MOST_TEXT if names is None else _MOST_WRITTEN
+
+    def of(self, value: Any) -> tuple[str, int]:
+        """Return the text, and how tightly it holds together."""
+        if isinstance(value, float):
+            return self._counted(self._number(value)), _ATOM if math.copysign(1, value) > 0 else 2
+        operation, operands = value.operation, value.operands
+        if operation == "parameter":
+            return self._counted(value.name if self._names is None else self._names[value.name]), _ATOM
+        rank, word = _RANK.get(operation), self._words.get(operation, operation)
+        if rank is None:
+            return f"{word}({self.of(operands[0])[0]})", _ATOM
+        if operation == "neg":
+            return "-" + self._enclosed(operands[0], 4), rank
+        if operation == "+":
+            return self._enclosed(operands[0], rank) + "".join([self._added(item) for item in operands[1:]]), rank
+        # An operand of the same rank needs no parentheses on the side from which operations group.
+        pieces = [self._enclosed(operands[0], rank + (operation == "^"))]
+        # A sign right after an operator would be correct but hard to read.
+        pieces += [self._enclosed(item, _ATOM if operation == "^" else rank + 1) for item in operands[1:]]
+        return word.join(pieces), rank
+
+    def _added(self, item: Any) -> str:
+        is_less = math.copysign(1, item) < 0 if isinstance(item, float) else item.operation == "neg"
+        return f"{self._blank}{'-' if is_less else '+'}{self._blank}{self._enclosed(-item if is_less else item, 2)}"
+
+    def _enclosed(self, item: Any, least: int) -> str:
+        words, rank = self.of(item)
+        return words if rank >= least else f"({words})"
+
+    def _counted(self, words: str) -> str:
+        self._left -= len(words)
+        if self._left < 0:
+            raise _TooLong
+        return words

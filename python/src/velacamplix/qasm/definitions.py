@@ -72,7 +72,10 @@ def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredG
             body.extend(instructions(gate, call.params, (places_of_call,)))
     definition = None
     if not opaque:
-        definition = GateDefinition.checked(name, tuple(formals), len(slots), tuple(body))
+        try:
+            definition = GateDefinition.checked(name, tuple(formals), len(slots), tuple(body))
+        except ValueError as error:
+            fail(str(error), declaration.name)
     return DeclaredGate(name, tuple(formals), len(slots), definition, min(size, SIZE_LIMIT), opaque)
 
 

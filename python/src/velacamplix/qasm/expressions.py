@@ -1,15 +1,16 @@
 """Lists of parameters: folded where constant, otherwise kept as expressions.
 
-An operator precedence parser with stacks of its own, so the depth of an expression is limited by memory only. A minus
-sign binds more tightly than * and /, less tightly than ^: -2^2 is -4. ^ groups from the right: 2^3^2 is 512.
+A minus sign binds more tightly than * and /, less tightly than ^: -2^2 is -4. ^ groups from the right: 2^3^2 is 512.
 """
 
 from __future__ import annotations
 
 import re
-from typing import NoReturn
+from collections.abc import Callable, Mapping
+from typing import Any, NoReturn
 
-from ..instructions.expression import FUNCTIONS, Angle, CalculationError, Expression, Parameter, calculated
+from ..instructions.expression import MOST_NESTED as MOST_OPERATIONS
+from ..instructions.expression import Angle, Parameter, calculated, joined
 from .errors import fail
 from .lexicon import FUNCTION_NAMES, MORE_FUNCTION_NAMES, NUMBER, RESERVED, Tokens, refuse_leading_zeros
 from .source import Source, Token
@@ -22,17 +23,59 @@ _LEADING_ZERO = re.compile(r"(?<![0-9.eE])(?<![eE][-+])0[0-9]")
 _WORD = re.compile(rf"{NUMBER}|[a-z][A-Za-z0-9_]*|[^ \t\r\n\f]")
 _END = re.compile(r'[;{}"]|\Z')
 
-_RANK = {"+": 1, "-": 1, "*": 2, "/": 2, "^": 4}
-_SIGN = 3
-_OPEN = 0  # what stands for a parenthesis among the ranks
 _NUMBER_STARTS = frozenset("0123456789.")
 _PI = 3.141592653589793
 
-# An operator whose right operand is not complete, or an open parenthesis (perhaps of a function): its rank, what to
-# calculate, and the number of the word.
-Waiting = tuple[int, str, int]
-
 _LONGEST_MEMORY = 20_000
+
+#: Operands of operators, signs, functions and parentheses inside each other. An operation may need two of them.
+MOST_NESTED = 2 * MOST_OPERATIONS
+
+
+#: Rank of the operator that groups from the right, and binds more tightly than signs.
+POWER = 99
+
+
+class Operators:
+    """Reads operands and the operators between them from a list of words, by functions that call each other.
+
+    Attributes
+    ----------
+    words : list of str
+        The last one is empty.
+    at : int
+        Number of the word that comes next.
+    """
+
+    #: Operators, those that bind more tightly higher.
+    ranks: Mapping[str, int]
+    #: Steps over a number, a name, a sign with what it belongs to, or what is in parentheses.
+    operand: Callable[[], Any]
+    #: Returns what operators of one rank make of their operands; behind the first each comes with its operator's place.
+    chain: Callable[[Any, list[tuple[str, int, Any]]], Any]
+    #: Returns the word of that number with its place.
+    token: Callable[[int], Token]
+
+    def __init__(self, words: list[str], at: int = 0) -> None:
+        self.words, self.at = words, at
+        self._depth = 0
+
+    def expression(self, least: int = 1) -> Any:
+        """Step over operands and operators of the rank `least` and above."""
+        self._depth += 1
+        if self._depth > MOST_NESTED + 1:
+            fail(f"an expression may be nested at most {MOST_NESTED} deep: take parentheses away", self.token(self.at))
+        ranks, words = self.ranks, self.words
+        value = self.operand()
+        while (rank := ranks.get(words[self.at], 0)) >= least:
+            rest: list[tuple[str, int, Any]] = []
+            while ranks.get(words[self.at]) == rank:
+                number = self.at
+                self.at += 1
+                rest.append((words[number], number, self.expression(min(rank + 1, POWER))))
+            value = self.chain(value, rest)
+        self._depth -= 1
+        return value
 
 
 class Place:
@@ -79,7 +122,7 @@ class ParameterLists:
             return known
         words = _WORD.findall(text)
         words += (")", "")
-        params, count = self._read(words, offset)
+        params, count = _List(self._source, words, offset).read()
         if count != len(words) - 1:
             return None
         if all([type(value) is float for value in params]):
@@ -102,132 +145,117 @@ class ParameterLists:
         assert found is not None  # the end of the text at the latest
         words = _WORD.findall(self._source.text, offset, found.start())
         words.append("")
-        params, count = self._read(words, offset)
+        params, count = _List(self._source, words, offset).read()
         last = _word(self._source, offset, count - 1)
         return params, last.offset + 1
 
-    def _read(self, words: list[str], offset: int) -> tuple[Params, int]:
-        """Return the parameters, and how many words were read, the closing parenthesis included.
 
-        The last word is empty: nothing takes it, so that the list is closed before it or refused there.
-        """
+class _List(Operators):
+    """Reads one list.
+
+    Parameters
+    ----------
+    words : list of str
+        What stands behind the opening parenthesis. The last word is empty: nothing takes it, so that the list is closed
+        before it or refused there.
+    """
+
+    ranks = {"+": 1, "-": 1, "*": 2, "/": 2, "^": POWER}
+
+    def __init__(self, source: Source, words: list[str], offset: int) -> None:
+        super().__init__(words)
+        self._source, self._offset = source, offset
+
+    def read(self) -> tuple[Params, int]:
+        """Return the parameters, and how many words were read, the closing parenthesis included."""
+        if self.words[0] == ")":
+            return (), 1
         params: list[Angle] = []
-        operands: list[Angle] = []
-        waiting: list[Waiting] = []
-        wants_operand = True
-        opens_function = False
-        for number, word in enumerate(words):
-            if wants_operand:
-                if opens_function:
-                    if word != "(":
-                        Tokens(self._source, self._word(offset, number).offset).symbol("(")
-                    opens_function = False
-                elif word[:1] in _NUMBER_STARTS:
-                    operands.append(self._number(word, offset, number))
-                    wants_operand = False
-                elif word == "pi":
-                    operands.append(_PI)
-                    wants_operand = False
-                elif word == "-":
-                    waiting.append((_SIGN, "neg", number))
-                elif word == "+":
-                    waiting.append((_SIGN, "+", number))
-                elif word == "(":
-                    waiting.append((_OPEN, "", number))
-                elif word in FUNCTION_NAMES:
-                    waiting.append((_OPEN, word, number))
-                    opens_function = True
-                elif word in MORE_FUNCTION_NAMES and words[number + 1 : number + 2] == ["("]:
-                    waiting.append((_OPEN, word, number))
-                    opens_function = True
-                elif word == ")" and number == 0:
-                    return (), 1
-                else:
-                    operands.append(self._named(word, offset, number, waiting))
-                    wants_operand = False
-                continue
-            rank = _RANK.get(word)
-            if rank is not None:
-                while waiting and (waiting[-1][0] > rank or (waiting[-1][0] == rank and rank != 4)):
-                    self._apply(waiting.pop(), operands, offset)
-                waiting.append((rank, word, number))
-                wants_operand = True
-            elif word == ")" or word == ",":
-                while waiting and waiting[-1][0] != _OPEN:
-                    self._apply(waiting.pop(), operands, offset)
-                if not waiting:
-                    params.append(operands.pop())
-                    if word == ")":
-                        return tuple(params), number + 1
-                    wants_operand = True
-                elif word == ")":
-                    opened = waiting.pop()
-                    if opened[1]:
-                        self._apply(opened, operands, offset)
-                else:
-                    self._fail(offset, number, False, waiting)
-            else:
-                self._fail(offset, number, False, waiting)
-        raise AssertionError("the last word is refused at the latest")
+        while True:
+            params.append(self.expression())
+            word = self.words[self.at]
+            self.at += 1
+            if word == ")":
+                return tuple(params), self.at
+            if word != ",":
+                self._fail(self.at - 1, _BEHIND + ["','"])
 
-    def _apply(self, operator: Waiting, operands: list[Angle], offset: int) -> None:
-        rank, operation, number = operator
-        right = operands.pop()
-        values: Params
-        if rank == _OPEN or rank == _SIGN:
-            if operation == "+":
-                operands.append(right)
-                return
-            values = (right,)
-            constant = type(right) is float
-        else:
-            left = operands.pop()
-            values = (left, right)
-            constant = type(left) is float and type(right) is float
-        if not constant:
-            operands.append(Expression(operation, values, Place(self._source, offset, number)))
-            return
-        try:
-            value = FUNCTIONS[operation](*values)
-            if value - value == 0.0:
-                operands.append(value)
-                return
-        except (ArithmeticError, ValueError):
-            pass
-        try:
-            calculated(operation, values)
-        except CalculationError as error:
-            fail(str(error), self._word(offset, number))
+    def operand(self) -> Angle:
+        number = self.at
+        word = self.words[number]
+        self.at += 1
+        if word[:1] in _NUMBER_STARTS:
+            return self._number(word, number)
+        if word == "pi":
+            return _PI
+        if word == "(":
+            return self._enclosed()
+        if word == "-":
+            return self._made("neg", [self.expression(POWER)], number)
+        if word == "+":
+            value: Angle = self.expression(POWER)
+            return value
+        is_called = self.words[self.at : self.at + 1] == ["("]
+        if word in FUNCTION_NAMES or (word in MORE_FUNCTION_NAMES and is_called):
+            if not is_called:
+                Tokens(self._source, self.token(self.at).offset).symbol("(")
+            self.at += 1
+            return self._made(word, [self._enclosed()], number)
+        if not "a" <= word[:1] <= "z":
+            self._fail(number, _IN_FRONT)
+        if word in RESERVED:
+            fail(f"{word} is a reserved word and cannot stand here", self.token(number))
+        return Parameter(word, Place(self._source, self._offset, number))
 
-    def _number(self, word: str, offset: int, number: int) -> float:
+    def chain(self, first: Angle, rest: list[tuple[str, int, Angle]]) -> Angle:
+        # Operands of a sum or a product are gathered first: one by one they would be copied again and again.
+        operation, operands, last = "", [first], 0
+        for word, number, right in rest:
+            if word == "-":
+                word, right = "+", -right if type(right) is float else self._made("neg", [right], number)
+            if word != operation or word not in "+*" or all([type(item) is float for item in operands[:2]]):
+                operands = [self._made(operation, operands, last)]
+            operation, last = word, number
+            operands.append(right)
+        return self._made(operation, operands, last)
+
+    def _made(self, operation: str, operands: list[Angle], number: int) -> Angle:
+        if not operation:
+            return operands[0]
+        try:
+            if all([type(item) is float for item in operands]):
+                return calculated(operation, operands)
+            return -operands[0] if operation == "neg" else joined(operation, operands)
+        except ValueError as error:
+            fail(str(error), self.token(number))
+
+    def _enclosed(self) -> Angle:
+        value: Angle = self.expression()
+        if self.words[self.at] != ")":
+            self._fail(self.at, _BEHIND)
+        self.at += 1
+        return value
+
+    def _number(self, word: str, number: int) -> float:
         if word[0] == "0" and word[1:2].isdigit():
-            refuse_leading_zeros(self._word(offset, number))
+            refuse_leading_zeros(self.token(number))
         try:
             value = float(word)
         except ValueError:  # a point alone
-            self._fail(offset, number, True, [])
+            self._fail(number, _IN_FRONT)
         if value - value != 0.0:
-            fail("number too large", self._word(offset, number))
+            fail("number too large", self.token(number))
         return value
 
-    def _named(self, word: str, offset: int, number: int, waiting: list[Waiting]) -> Angle:
-        if not "a" <= word[:1] <= "z":
-            self._fail(offset, number, True, waiting)
-        if word in RESERVED:
-            fail(f"{word} is a reserved word and cannot stand here", self._word(offset, number))
-        return Parameter(word, Place(self._source, offset, number))
+    def _fail(self, number: int, expected: list[str]) -> NoReturn:
+        Tokens(self._source, self.token(number).offset).fail(expected)
 
-    def _fail(self, offset: int, number: int, wants_operand: bool, waiting: list[Waiting]) -> NoReturn:
-        if wants_operand:
-            expected = ["'('", "'+'", "'-'", "'pi'", "a function", "a name (it starts with a small letter)", "a number"]
-        else:
-            expected = ["')'", "'*'", "'+'", "'-'", "'/'", "'^'"]
-            if not any(item[0] == _OPEN for item in waiting):
-                expected.append("','")
-        Tokens(self._source, self._word(offset, number).offset).fail(expected)
+    def token(self, number: int) -> Token:
+        return _word(self._source, self._offset, number)
 
-    def _word(self, offset: int, number: int) -> Token:
-        return _word(self._source, offset, number)
+
+_IN_FRONT = ["'('", "'+'", "'-'", "'pi'", "a function", "a name (it starts with a small letter)", "a number"]
+_BEHIND = ["')'", "'*'", "'+'", "'-'", "'/'", "'^'"]
 
 
 def _word(source: Source, offset: int, number: int) -> Token:

@@ -8,7 +8,7 @@ from collections.abc import Iterator, Mapping
 from typing import Any
 
 from ..basics import checks
-from ..instructions.definition import GateDefinition
+from ..instructions.definition import GateDefinition, ordered
 from ..instructions.expression import Expression
 from ..instructions.expression_text import text as expression_text
 from ..instructions.instruction import BY_ENTRIES, Instruction, Register
@@ -62,7 +62,7 @@ class _Writer:
         steps = [plain(step) if step.is_gate else step for step in instructions]
         for position, (step, raw) in enumerate(zip(steps, instructions)):
             _check_can_be_said(step, f"instruction {position}", raw, len(raw.controls) <= MOST_CONTROLS)
-        needed = self._needed(steps)
+        needed = ordered(self._blocks_of(steps, None), lambda definition: self._blocks_of(definition.body, definition))
         self._give_names(needed)
         lines = [_HEADER]
         lines.extend(self._gate_block(definition) for definition in needed)
@@ -85,23 +85,8 @@ class _Writer:
         if gate is not None and not gate.can_be_replaced:
             raise _name_of_a_gate(name)
 
-    def _needed(self, steps: list[Instruction]) -> list[GateDefinition]:
-        """Return all gate blocks, what is used first, and note which names of qelib1.inc are used."""
-        ordered: list[GateDefinition] = []
-        seen = set()
-        waiting: list[tuple[GateDefinition, bool]] = [(d, False) for d in reversed(list(self._blocks_of(steps, None)))]
-        while waiting:
-            definition, ready = waiting.pop()
-            if ready:
-                ordered.append(definition)
-            elif id(definition) not in seen:
-                seen.add(id(definition))
-                waiting.append((definition, True))
-                inner = list(self._blocks_of(definition.body, definition))
-                waiting.extend((d, False) for d in reversed(inner) if id(d) not in seen)
-        return ordered
-
     def _blocks_of(self, steps: Any, owner: GateDefinition | None) -> Iterator[GateDefinition]:
+        """Iterate over the gate blocks that steps call, and note which names of qelib1.inc they use."""
         for raw in steps:
             if not raw.is_gate:
                 continue
