@@ -6,6 +6,7 @@
 #include "batch.hpp"
 #include "circuit.hpp"
 #include "index.hpp"
+#include "inner_products.hpp"
 #include "kernels.hpp"
 #include "loading.hpp"
 #include "measurement.hpp"

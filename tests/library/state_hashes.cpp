@@ -77,6 +77,7 @@ public:
         print_readout();
         print_shots();
         print_observables();
+        print_inner_products();
         print_projections();
         print_loading();
         print_exports();
@@ -315,6 +316,19 @@ private:
             terms.push_back(term);
         }
         return terms;
+    }
+
+    void print_inner_products() {
+        State& state = random_state("inner products");
+        std::vector<thrust::complex<double>> other;
+        for (unsigned long i = 0; i < state.size; ++i) other.push_back(random_complex<double>());
+        print(std::vector{overlap(state.amplitudes.get(), other.data(), state.size, threads_)}, ", overlap");
+        for (const unsigned int k : {0u, 1u, 2u, 3u, 5u, 6u, 7u}) {
+            const auto qubits = different_qubits(k);
+            std::vector<thrust::complex<double>> matrix(1ul << 2 * qubits.size());
+            reduced_density_matrix(state.amplitudes.get(), n_, qubits, matrix.data(), threads_);
+            print(matrix, (", density matrix of " + std::to_string(k)).c_str());
+        }
     }
 
     void print_observables() {

@@ -382,6 +382,16 @@ TYPED_TEST(out_of_memory, in_precise_functions_leaves_the_state) {
     });
     fails_cleanly<T>("terms",
                      [&](auto& state) { term_values(state.amplitudes.get(), sum, state.size, state.num_threads); });
+    fails_cleanly<T>("overlap", [](auto& state) {
+        const auto* amplitudes = state.amplitudes.get();
+        EXPECT_GT(overlap(amplitudes, amplitudes, state.size, state.num_threads).real(), 0);
+    });
+    std::vector<thrust::complex<double>> matrix(1ul << 14);
+    for (const unsigned int k : {1u, 6u, 7u}) {
+        fails_cleanly<T>("density matrix of " + std::to_string(k), [&](auto& state) {
+            reduced_density_matrix(state.amplitudes.get(), n, first_qubits(k), matrix.data(), state.num_threads);
+        });
+    }
     fails_cleanly<T>("projection", [&](auto& state) {
         pbamplix::cpu::project_then_reset<double>(state.amplitudes.get(), state.size, qubits, 5, state.num_threads);
     });

@@ -124,6 +124,9 @@ void need_observables_and_loading() {
     need(&term_values_density_matrix<T, T>);
     need(&term_values_density_matrix<T, double>);
     need(&evaluate_terms_of_any_norm<T, engine>);
+    need(&overlap<T, float>);
+    need(&overlap<T, double>);
+    need(&reduced_density_matrix<T>);
     need(&project<double, T>);
     need(&project_then_reset<double, T>);
 }
