@@ -9,7 +9,9 @@ from typing import Any, Self
 from ..basics import checks, extras
 from ..basics.words import bit_string, counted
 from ..machine import memory
+from ..observables.observable import ObservableLike
 from ..views import html
+from .estimate import Estimate, of_diagonal
 
 __all__ = ["Counts"]
 
@@ -278,6 +280,38 @@ class Counts(dict[str, int]):
         require_memory(len(self))
         shots = self.shots
         return {outcome: times / shots for outcome, times in self.items()} if shots else {}
+
+    def expectation(self, observable: ObservableLike, qubits: int | Sequence[int] | None = None) -> Estimate:
+        """Return the mean of a diagonal observable over the shots, and its standard error.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict or list
+            Made of Z alone. For others measure in their basis: `Observable.group_commuting` tells the gates.
+        qubits : int or sequence of int, optional
+            The qubit that was measured into each character, leftmost first. By default 0, 1, 2, ...
+
+        Returns
+        -------
+        mean, standard_error : float
+            A named tuple; the mean is complex if a coefficient is. The error is the standard deviation of the values of
+            the shots, divided by the root of their number less one; of one shot it is 0.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If this is no observable, it has X or Y, or a qubit that is in no character; if the qubits do not fit the
+            characters, or there are no shots.
+
+        Examples
+        --------
+        >>> Counts({"00": 60, "11": 40}).expectation("Z0 Z1 - 0.5")
+        Estimate(mean=0.5, standard_error=0.0)
+        >>> mean, error = Counts({"00": 60, "11": 40}).expectation("Z7", qubits=[5, 7])
+        >>> round(mean, 3), round(error, 3)
+        (0.2, 0.098)
+        """
+        return of_diagonal(observable, self, self.n_bits, qubits)
 
     def ints(self) -> dict[int, int]:
         """Return the same with numbers for keys, the leftmost character the most significant bit.
