@@ -49,9 +49,11 @@ def examples(name):
 
 
 # What an example needs beside the package's own dependencies.
-NEEDS = {"velacamplix.results.counts.Counts.to_frame": "pandas", **{
-    f"velacamplix.plots.plots.plot_{what}": "matplotlib" for what in ("counts", "probabilities", "state")
-}}
+NEEDS = {
+    "velacamplix.results.counts.Counts.to_frame": "pandas",
+    "velacamplix.running.result.Result.to_frame": "pandas",
+    **{f"velacamplix.plots.plots.plot_{what}": "matplotlib" for what in ("counts", "probabilities", "state")},
+}
 EXAMPLES = {test.name: test for name in MODULES for test in examples(name)}
 
 

@@ -10,7 +10,9 @@ import numpy as np
 
 from ..basics import checks
 from ..basics.types import Order
+from ..basics.words import counted
 from ..core import extension
+from ..views import html
 from .reading import from_strings, from_tuple
 from .terms import Listed, Number, Term, finite, mask, plain, product_text, without_identities
 from .text import parse
@@ -97,6 +99,15 @@ class ObservableBase:
 
     def __repr__(self) -> str:
         return f"Observable({str(self)!r})"
+
+    def _repr_html_(self) -> str:
+        terms = [*self._terms, *([Term(self._constant, "", ())] if self._constant or not self._terms else [])]
+        shown = terms[: html.ROWS]
+        rows = [(html.code(f"{term.coefficient:.6g}"), html.code(product_text(term) or "1")) for term in shown]
+        if len(terms) > len(shown):
+            rows.append((f"{len(terms) - len(shown)} others", ""))
+        title = f"Observable: {counted(len(terms), 'term')} on {counted(self._n_qubits, 'qubit')}"
+        return html.titled(title, html.table(("weight", "product"), rows))
 
     def __eq__(self, other: object) -> bool:
         """Equal sums are equal, whatever the order of their terms."""

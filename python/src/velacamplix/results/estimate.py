@@ -28,6 +28,12 @@ class Estimate(NamedTuple):
     standard_error: float | complex | np.ndarray
 
 
+def share_error(times: int, shots: int) -> float:
+    """Return the binomial standard error of a share of the shots."""
+    share = times / shots
+    return math.sqrt(share * (1 - share) / shots)
+
+
 def of_diagonal(
     observable: ObservableLike, counts: Mapping[str, int], n_bits: int, qubits: int | Sequence[int] | None = None
 ) -> Estimate:
