@@ -29,26 +29,7 @@ nuclear_repulsion = 1 / 1.401  # in Hartree; two protons, distance in Bohr
 # number to reach.
 
 # %%
-pauli = {
-    "I": np.eye(2),
-    "X": np.array([[0, 1], [1, 0]]),
-    "Y": np.array([[0, -1j], [1j, 0]]),
-    "Z": np.diag([1, -1]),
-}
-
-
-def matrix_of(observable, n):
-    total = observable.constant * np.eye(2**n, dtype=complex)
-    for term in observable.terms:
-        letters = dict(zip(term.qubits, term.paulis))
-        product = np.eye(1)
-        for qubit in range(n):
-            product = np.kron(product, pauli[letters.get(qubit, "I")])
-        total += term.coefficient * product
-    return total
-
-
-exact = np.linalg.eigvalsh(matrix_of(hamiltonian, 4))[0]
+exact = np.linalg.eigvalsh(hamiltonian.to_matrix())[0]
 
 # %% [markdown]
 # The circuit turns every qubit by an angle of its own, entangles neighbours, and turns every qubit once more.

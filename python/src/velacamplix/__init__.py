@@ -18,17 +18,18 @@ from .instructions.expression import Expression, Parameter
 from .instructions.instruction import Condition, Instruction, Register
 from .machine.limits import refresh_threads
 from .machine.memory import max_qubits, memory_needed
-from .observables.observable import Observable, Term
+from .observables.observable import CommutingGroup, Observable
+from .observables.terms import Term
 from .plots.circuits import plot_circuit
 from .plots.plots import plot_counts, plot_probabilities, plot_state
 from .programs.progress import Progress
 from .qasm.errors import QasmError
 from .results.counts import Counts
+from .results.estimate import Estimate
 from .results.plan import Pass, Plan, Timings
 from .running.result import Result
 from .running.run import run
 from .states.apply import UnsupportedInstruction
-from .states.expectations import Estimate
 from .states.statevector import StateVector
 
 # The rooms, lowest first: a file imports from its own room and from those before it, never from one behind. In one line,
@@ -38,7 +39,8 @@ _ROOMS = (
     ("basics",),
     ("machine",),
     ("instructions",),
-    ("views", "qasm", "observables"),
+    ("views",),
+    ("qasm", "observables"),
     ("circuit", "results"),
     ("programs",),
     ("states",),
@@ -49,6 +51,7 @@ _ROOMS = (
 
 __all__ = [
     "Circuit",
+    "CommutingGroup",
     "Condition",
     "Counts",
     "Estimate",

@@ -51,7 +51,6 @@ def test_texts(text, terms, constant):
         ("", "a factor X, Y, Z or I with the number of its qubit, as in X0 at position 0, got the end"),
         ("  ", "at position 2, got the end"),
         ("0.5*X0 Q3", "as in X0 at position 7, got 'Q3'"),
-        ("X", "at position 0, got 'X'"),
         ("x0", "at position 0, got 'x0'"),
         ("X0 +", "at position 4, got the end"),
         ("3*", "at position 2, got the end"),
@@ -225,11 +224,6 @@ def test_what_is_no_number_does_not_multiply_or_add(other):
     ):
         with pytest.raises(TypeError):
             act()
-
-
-def test_products_of_observables_are_not_offered():
-    with pytest.raises(TypeError):
-        Observable("X0") * Observable("Z0")
 
 
 def test_arithmetic_that_leaves_the_numbers():

@@ -50,7 +50,7 @@ def examples(name):
 
 # What an example needs beside the package's own dependencies.
 EXAMPLES = {test.name: test for name in MODULES for test in examples(name)}
-NEEDS = {"velacamplix.results.counts.Counts.to_frame": "pandas"}
+NEEDS = {f"velacamplix.{name}.to_frame": "pandas" for name in ("results.counts.Counts", "running.result.Result")}
 NEEDS.update({name: "matplotlib" for name in EXAMPLES if name.startswith("velacamplix.plots.")})
 
 

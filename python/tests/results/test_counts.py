@@ -91,13 +91,65 @@ def test_states_return_counts(precision):
     assert state.counts(0).n_bits == 3 and state.counts(7, []) == {"": 7} and state.counts(0, []) == {}
 
 
+def test_sums_are_the_counts_of_all_shots():
+    one, two = Counts({"01": 3, "11": 1}), Counts({"00": 2, "11": 4})
+    both = one + two
+    assert both == {"00": 2, "01": 3, "11": 5} and list(both) == ["00", "01", "11"] and type(both) is Counts
+    assert one == {"01": 3, "11": 1} and sum([one, two, one]) == one + (two + one) and sum([one]) is not one
+    state = StateVector(3, seed=8).h(0).h(1)
+    assert (state.counts(100) + state.counts(50)).shots == 150
+
+
+def test_sums_of_nothing():
+    assert Counts({}) + Counts({"01": 3}) == Counts({"01": 3}) + Counts({}) == {"01": 3}
+    assert (Counts({}, 3) + Counts({})).n_bits == (Counts({}) + Counts({}, 3)).n_bits == 3
+    assert Counts({"": 2}) + Counts({"": 3}) == {"": 5}
+
+
+def test_the_counts_of_a_result_are_added_to_others():
+    result = run(Circuit(2).x(1), shots=10)
+    total = result.counts + result.counts
+    total["01"] += 1
+    assert total == {"01": 21} and result.counts == {"01": 10}
+    summed = result.counts
+    summed += result.counts
+    assert summed == {"01": 20} and result.counts == {"01": 10}
+
+
+@pytest.mark.parametrize("other", [{"0": 1}, 1, 0.0, False, None, "0"])
+def test_what_is_not_counts_is_not_added(other):
+    for act in (lambda: Counts({"0": 1}) + other, lambda: other + Counts({"0": 1})):
+        with pytest.raises(TypeError):
+            act()
+
+
+def test_counts_of_different_lengths_are_not_added():
+    with pytest.raises(ValueError, match="counts must have as many bits to be added, got 1 and 2"):
+        Counts({"0": 1}) + Counts({"00": 1})
+    with pytest.raises(ValueError, match="as many bits"):
+        Counts({"0": 1}) + Counts({}, 2)
+    with pytest.raises(ValueError, match="counts\\['0'\\] must be an integer from 0 to"):
+        Counts({"0": 2**63 - 1}) + Counts({"0": 1})
+
+
+def test_standard_errors_are_the_spread_of_the_probabilities():
+    counts = Counts({"00": 0, "01": 20, "10": 80})
+    assert list(counts.standard_errors()) == list(counts.probabilities())
+    assert counts.standard_errors() == {"00": 0, "01": 0.04, "10": 0.04} and Counts({"0": 0}).standard_errors() == {}
+    state = StateVector(1, seed=6).ry(1.0, 0)
+    shares = [state.counts(400).probabilities()["1"] for _ in range(300)]
+    assert np.std(shares) == pytest.approx(state.counts(400).standard_errors()["1"], rel=0.2)
+
+
 def test_to_frame():
     pandas = pytest.importorskip("pandas")
     frame = Counts({"01": 1, "00": 3}).to_frame()
-    assert frame.to_dict("list") == {"outcome": ["00", "01"], "count": [3, 1], "probability": [0.75, 0.25]}
+    assert frame.to_dict("list") == {
+        "outcome": ["00", "01"], "count": [3, 1], "probability": [0.75, 0.25], "standard_error": [np.sqrt(3) / 8] * 2,
+    }  # fmt: skip
     empty = Counts({}, 2).to_frame()
     assert list(empty.columns) == list(frame.columns) and len(empty) == 0
-    assert [str(kind) for kind in frame.dtypes[1:]] == ["int64", "float64"] and isinstance(frame, pandas.DataFrame)
+    assert [str(kind) for kind in frame.dtypes[1:]] == ["int64", "float64", "float64"] and isinstance(frame, pandas.DataFrame)
 
 
 def test_to_frame_without_pandas():

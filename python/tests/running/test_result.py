@@ -3,6 +3,8 @@
 import itertools
 import json
 import pickle
+import subprocess
+import sys
 import warnings
 
 import numpy as np
@@ -228,9 +230,38 @@ def test_outcomes_of_a_qubit_that_is_read_twice_and_of_bits_known_on_the_way():
     assert [(o, round(p, 12)) for o, p in run(circuit).outcomes()] == [("101", 0.5), ("111", 0.5)]
 
 
+def test_rows_of_plain_values():
+    circuit = Circuit(2, 3).h(0).ry(0.7, 1).measure([0, 1], [2, 0])
+    drawn = run(circuit, shots=500, seed=4)
+    rows = drawn.to_rows()
+    assert [(row["outcome"], row["probability"]) for row in rows] == drawn.outcomes()
+    assert [row["count"] for row in rows] == [n for _, n in drawn.counts.marginal([0, 2]).most_likely(10)]
+    errors = drawn.counts.marginal([0, 2]).standard_errors()
+    assert all(row["standard_error"] == errors[row["outcome"]] for row in rows) and len(drawn.to_rows(2)) == 2
+    assert json.loads(json.dumps(rows)) == rows
+    exact = run(circuit)
+    assert [tuple(row.values()) for row in exact.to_rows()] == exact.outcomes() and len(exact.to_rows(1)) == 1
+
+
+def test_frames_of_results():
+    pytest.importorskip("pandas", reason="frames need pandas: pip install pandas")
+    result = run(Circuit(2).h(0), shots=100, seed=1)
+    assert result.to_frame().to_dict("records") == result.to_rows() and len(result.to_frame(1)) == 1
+    assert list(run(Circuit(1)).to_frame().columns) == ["outcome", "probability"]
+
+
+def test_frames_without_pandas():
+    script = "import sys; sys.modules['pandas'] = None\nfrom velacamplix import Circuit, run\nrun(Circuit(1)).to_frame()"
+    ended = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+    assert ended.stderr.splitlines()[-1] == (
+        "ImportError: Result.to_frame needs pandas; install it with: pip install pandas"
+    )
+
+
 @pytest.mark.parametrize("wrong, error", [(0, ValueError), (-1, ValueError), (1.0, TypeError), (True, TypeError)])
 def test_a_number_of_outcomes(wrong, error):
-    for method in (run(Circuit(1)).outcomes, run(Circuit(1), shots=2).to_dict):
+    exact, drawn = run(Circuit(1)), run(Circuit(1), shots=2)
+    for method in (exact.outcomes, drawn.to_dict, exact.to_rows, drawn.to_rows):
         with pytest.raises(error, match="k must be an integer of at least 1"):
             method(wrong)
 

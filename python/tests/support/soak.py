@@ -36,6 +36,7 @@ def makers(i):
     """How to make one of each class, to call methods of."""
     return {
         "Circuit": lambda: Circuit(N_QUBITS, N_QUBITS).h(0).cx(0, 1).t(1),
+        "CommutingGroup": lambda: Observable(f"{i + 1}*Z0 X1 + Y3").group_commuting()[0],
         "Condition": lambda: velacamplix.Condition((0, 1), i % 4),
         "Counts": lambda: Counts({"00": i + 1, "01": 3}),
         "Estimate": lambda: velacamplix.Estimate(0.5, 0.1 + i),
@@ -79,7 +80,9 @@ def arguments(i, path):
         "Expression.value_from.values": {"x": turn}, "Parameter.evaluate.values": {f"p{i}": turn},
         "Parameter.substitute.values": {f"p{i}": turn}, "Parameter.value_from.values": {f"p{i}": turn}, "known": {},
         "GateDefinition.checked.name": f"checked{i}", "params": (), "n_qubits": 1, "body": (Instruction("H", (0,)),),
-        "Result.register_counts.name": "q", "n": 5,
+        "Result.register_counts.name": "q", "n": 5, "instructions": [Instruction("X", (0,))] * 3,
+        "Observable.commutator.other": Observable(f"{turn}*X0"), "Observable.projector.outcome": "01",
+        "Counts.expectation.observable": f"{turn}*Z0 Z1",
     }  # fmt: skip
 
 
@@ -125,7 +128,7 @@ def call(name, member, made, known):
 # Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
 OTHERS = {
     "Expression.value_from", "Parameter.value_from",
-    "Circuit.from_qasm3", "Counts.to_frame", "plot_counts", "plot_probabilities", "plot_state",
+    "Circuit.from_qasm3", "Counts.to_frame", "Result.to_frame", "plot_counts", "plot_probabilities", "plot_state",
 }  # fmt: skip
 
 

@@ -6,7 +6,19 @@ from xml.etree import ElementTree
 
 import pytest
 
-from velacamplix import Circuit, Counts, GateDefinition, Parameter, Register, StateVector, run
+from velacamplix import (
+    Circuit,
+    Counts,
+    GateDefinition,
+    Observable,
+    Parameter,
+    Pass,
+    Plan,
+    Register,
+    StateVector,
+    Timings,
+    run,
+)
 
 
 def page(thing):
@@ -68,6 +80,29 @@ def test_no_qubits():
     assert "0 qubits" in text(StateVector(0)) and rows(StateVector(0)) == ["", "1.0000+0.0000j", "1.0000"]
 
 
+def test_plans():
+    passes = tuple(Pass(10 * i, 10 * i + 10, (0, 1, i + 2) if i else ()) for i in range(20))
+    shown = rows(Plan(200, passes, 12.5))
+    assert "Plan: 200 gates in 20 passes, 12.5 sweeps over memory" in text(Plan(200, passes, 12.5))
+    assert shown[:6] == ["0", "0 to 9", "none, in place", "1", "10 to 19", "0, 1, 3"] and shown[-3] == "8 others"
+    assert rows(Plan(1, (Pass(0, 1, tuple(range(14))),), 1.0))[2] == "0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, …"
+    assert rows(run(Circuit(2)).plan) == [] and "2 gates in" in text(run(Circuit(2).h(0).x(1)).plan)
+
+
+def test_timings():
+    timings = Timings(0.5, 2.0, 1.5, 0.0)
+    assert "Timings: 4 s" in text(timings) and bars(timings) == [12.5, 50, 37.5, 0]
+    assert rows(timings)[:3] == ["compile", "0.5", "0.1250"] and bars(Timings(0, 0, 0, 0)) == [0, 0, 0, 0]
+
+
+def test_observables():
+    observable = Observable("0.5*X0 Y2 - 1.2*Z1 + 2j*Z4 + 3")
+    assert "Observable: 4 terms on 5 qubits" in text(observable)
+    assert rows(observable) == ["0.5", "X0 Y2", "-1.2", "Z1", "0+2j", "Z4", "3", "1"]
+    assert rows(Observable("0")) == ["0", "1"] and "1 term on 0 qubits" in text(Observable("0"))
+    assert rows(Observable("|0000><0000|"))[-2:] == ["4 others", ""]
+
+
 def test_results():
     result = run(Circuit(3).h(0).cx(0, 1), shots=10, seed=1, observables=["Z0 Z1", "X2"])
     assert "Result: 3 qubits (2 active), 2 gates in " in text(result)
@@ -110,7 +145,7 @@ def test_long_circuits_are_cut():
     assert "… 19940 more" in text(circuit) and len(circuit._repr_html_()) < 10_000
 
 
-@pytest.mark.parametrize("thing", [Counts({}), StateVector(1), Circuit(1).x(0)], ids=lambda thing: type(thing).__name__)
+@pytest.mark.parametrize("thing", [Counts({}), StateVector(1), Circuit(1).x(0), Plan(0, (), 0.0), Observable("X0")], ids=lambda thing: type(thing).__name__)
 def test_angle_brackets_do_not_reach_the_page(thing, monkeypatch):
     # Whatever the objects say of themselves is escaped.
     for name in ("__str__", "__repr__"):

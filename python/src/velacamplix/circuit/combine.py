@@ -8,10 +8,7 @@ from typing import Any, Self
 from ..basics import checks
 from ..instructions.definition import inverted
 from ..instructions.instruction import Condition, Instruction
-from .record import Record
-
-#: A circuit that is asked to repeat itself into more instructions than this is refused.
-MOST_INSTRUCTIONS = 100_000_000
+from .record import MOST_INSTRUCTIONS, Record
 
 
 class Combining(Record):

@@ -25,6 +25,9 @@ _OWN = frozenset(
 # Of qubits, or of classical bits, as in the OpenQASM reader. Whatever lists or draws them all stays within the memory.
 _MOST_BITS = 1_000_000
 
+#: A circuit that is asked to repeat itself into more instructions than this, or to take more at once, refuses.
+MOST_INSTRUCTIONS = 100_000_000
+
 
 class Record(GateBase):
     """Base of the classes that together make `Circuit`: its data, and how instructions come into it."""
@@ -163,13 +166,35 @@ class Record(GateBase):
         >>> print(Circuit(2).append(Instruction("CNOT", (1, 0))))
         CNOT 1,0
         """
-        step = checked.instruction(instruction, self._n_qubits, self._n_clbits)
-        if self._condition is not None:
-            if step.condition is not None or not step.can_be_conditioned:
-                raise ValueError(f"instruction must be able to take the condition of when(), got {step}")
-            step = step._replace(condition=self._condition)
-        self._append(step)
+        self._append(self._accepted(instruction))
         return self
+
+    def extend(self, instructions: Iterable[Instruction]) -> Self:
+        """Add several instructions after checking all of them, as `append` does.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            As for `append`. Nothing is added then.
+
+        Examples
+        --------
+        >>> print(Circuit(2).extend([Instruction("H", (0,)), Instruction("CNOT", (0, 1))]))
+        H 0
+        CNOT 0,1
+        """
+        listed = checks.sequence(instructions, "instructions", of="Instruction", most=MOST_INSTRUCTIONS)
+        for step in [self._accepted(instruction) for instruction in listed]:
+            self._append(step)
+        return self
+
+    def _accepted(self, instruction: Instruction) -> Instruction:
+        step = checked.instruction(instruction, self._n_qubits, self._n_clbits)
+        if self._condition is None:
+            return step
+        if step.condition is not None or not step.can_be_conditioned:
+            raise ValueError(f"instruction must be able to take the condition of when(), got {step}")
+        return step._replace(condition=self._condition)
 
     # --- Inner workings ---
 

@@ -17,9 +17,9 @@ from ..circuit.circuit import Circuit
 from ..core import extension
 from ..machine import limits, memory
 from ..observables.observable import Observable
+from ..results.estimate import Estimate
 from ..running import observing
 from ..running.result import Result
-from ..states.expectations import Estimate
 
 # Below this, what the listed outcomes leave over is rounding.
 _ROUNDING = {"single": 1e-4, "double": 1e-9}

@@ -9,7 +9,9 @@ from typing import Any, Self
 from ..basics import checks, extras
 from ..basics.words import bit_string, counted
 from ..machine import memory
+from ..observables.observable import ObservableLike
 from ..views import html
+from .estimate import Estimate, of_diagonal, share_error
 
 __all__ = ["Counts"]
 
@@ -43,6 +45,8 @@ class Counts(dict[str, int]):
 
     Notes
     -----
+    ``a + b``, and ``sum`` of several, are the counts of all their shots together.
+
     Order of bits: counts of a state have the first listed qubit leftmost (qubit 0, unless told otherwise), counts of
     a circuit's result have classical bit 0 leftmost. The leftmost character is the most significant bit of the
     outcome's number.
@@ -54,6 +58,8 @@ class Counts(dict[str, int]):
     {'00': 60, '11': 40}
     >>> counts == {"00": 60, "11": 40}, counts.shots, counts["01"]
     (True, 100, 0)
+    >>> counts + Counts({"01": 5, "11": 1})
+    {'00': 60, '01': 5, '11': 41}
     """
 
     # Set in those of a result, which are made once and handed out again and again.
@@ -267,8 +273,26 @@ class Counts(dict[str, int]):
             sums[part] = sums.get(part, 0) + times
         return Counts._of(((part, sums[part]) for part in sorted(sums)), len(places))
 
+    def __add__(self, other: Any) -> Counts:
+        """Return the counts of the shots of both, which must have as many bits."""
+        if not isinstance(other, Counts):
+            return NotImplemented
+        if None not in (self._n_bits, other._n_bits) and self._n_bits != other._n_bits:
+            raise ValueError(f"counts must have as many bits to be added, got {self.n_bits} and {other.n_bits}")
+        require_memory(len(self) + len(other), self.n_bits)
+        sums = dict(self)
+        for outcome, times in other.items():
+            sums[outcome] = sums.get(outcome, 0) + times
+        return Counts(sums, other._n_bits if self._n_bits is None else self._n_bits)
+
+    def __radd__(self, other: Any) -> Counts:
+        # What sum() begins with.
+        return self.copy() if type(other) is int and other == 0 else NotImplemented
+
     def probabilities(self) -> dict[str, float]:
         """Return the share of every outcome that came, in the same order; empty if there were no shots.
+
+        How far off they may be is told by `standard_errors`.
 
         Examples
         --------
@@ -278,6 +302,53 @@ class Counts(dict[str, int]):
         require_memory(len(self))
         shots = self.shots
         return {outcome: times / shots for outcome, times in self.items()} if shots else {}
+
+    def standard_errors(self) -> dict[str, float]:
+        """Return the standard error of every probability, in the same order; empty if there were no shots.
+
+        The binomial one, sqrt(p * (1 - p) / shots) for a share p of the shots. It is 0 where an outcome came never or
+        always, which then says little: with 95 % certainty such a probability is within 3 / shots of 0 or 1.
+
+        Examples
+        --------
+        >>> Counts({"0": 25, "1": 75}).standard_errors()
+        {'0': 0.04330127018922193, '1': 0.04330127018922193}
+        """
+        require_memory(len(self))
+        shots = self.shots
+        return {outcome: share_error(times, shots) for outcome, times in self.items()} if shots else {}
+
+    def expectation(self, observable: ObservableLike, qubits: int | Sequence[int] | None = None) -> Estimate:
+        """Return the mean of a diagonal observable over the shots, and its standard error.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict or list
+            Made of Z alone. For others measure in their basis: `Observable.group_commuting` tells the gates.
+        qubits : int or sequence of int, optional
+            The qubit that was measured into each character, leftmost first. By default 0, 1, 2, ...
+
+        Returns
+        -------
+        mean, standard_error : float
+            A named tuple; the mean is complex if a coefficient is. The error is the standard deviation of the values of
+            the shots, divided by the root of their number less one; of one shot it is 0.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If this is no observable, it has X or Y, or a qubit that is in no character; if the qubits do not fit the
+            characters, or there are no shots.
+
+        Examples
+        --------
+        >>> Counts({"00": 60, "11": 40}).expectation("Z0 Z1 - 0.5")
+        Estimate(mean=0.5, standard_error=0.0)
+        >>> mean, error = Counts({"00": 60, "11": 40}).expectation("Z7", qubits=[5, 7])
+        >>> round(mean, 3), round(error, 3)
+        (0.2, 0.098)
+        """
+        return of_diagonal(observable, self, self.n_bits, qubits)
 
     def ints(self) -> dict[int, int]:
         """Return the same with numbers for keys, the leftmost character the most significant bit.
@@ -304,7 +375,9 @@ class Counts(dict[str, int]):
         return {spelled(int(outcome or "0", 2)): times for outcome, times in self.items()}
 
     def to_frame(self) -> Any:
-        """Return a ``pandas.DataFrame``, one row per outcome, with columns ``outcome``, ``count`` and ``probability``.
+        """Return a ``pandas.DataFrame``, one row per outcome.
+
+        Columns are ``outcome``, ``count``, ``probability`` and ``standard_error``, that of the probability.
 
         Raises
         ------
@@ -314,18 +387,19 @@ class Counts(dict[str, int]):
         Examples
         --------
         >>> Counts({"0": 1, "1": 3}).to_frame()
-          outcome  count  probability
-        0       0      1         0.25
-        1       1      3         0.75
+          outcome  count  probability  standard_error
+        0       0      1         0.25        0.216506
+        1       1      3         0.75        0.216506
         """
         pandas = extras.imported("pandas", "Counts.to_frame")
-        require_memory(2 * len(self))
-        shares = self.probabilities()
+        require_memory(3 * len(self))
+        shares, errors = self.probabilities(), self.standard_errors()
         return pandas.DataFrame(
             {
                 "outcome": pandas.Series(list(self), dtype=str),
                 "count": pandas.Series(list(self.values()), dtype="int64"),
                 "probability": pandas.Series([shares.get(outcome, 0.0) for outcome in self], dtype="float64"),
+                "standard_error": pandas.Series([errors.get(outcome, 0.0) for outcome in self], dtype="float64"),
             }
         )
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 from typing import NamedTuple
 
 from ..basics.words import counted
+from ..views import html
 
 
 class Timings(NamedTuple):
@@ -35,6 +36,11 @@ class Timings(NamedTuple):
         2.75
         """
         return self.compile + self.simulate + self.sample + self.observables
+
+    def _repr_html_(self) -> str:
+        whole = self.total or 1.0
+        rows = [(name, f"{seconds:.3g}", html.bar(seconds / whole)) for name, seconds in zip(self._fields, self)]
+        return html.titled(f"Timings: {self.total:.3g} s", html.table(("part", "seconds", ""), rows))
 
 
 class Pass(NamedTuple):
@@ -82,3 +88,16 @@ class Plan(NamedTuple):
         sweeps = f"{self.sweeps:.3g}"
         plural = "" if sweeps == "1" else "s"
         return f"{counted(self.gates, 'gate')} in {passes}, {sweeps} sweep{plural} over memory"
+
+    def _repr_html_(self) -> str:
+        rows = [
+            (str(number), f"{first} to {last - 1}", _qubits(local) or "none, in place")
+            for number, (first, last, local) in enumerate(self.passes[: html.ROWS])
+        ]
+        if len(self.passes) > len(rows):
+            rows.append((f"{len(self.passes) - len(rows)} others", "", ""))
+        return html.titled(f"Plan: {self}", html.table(("pass", "among the gates", "local qubits"), rows))
+
+
+def _qubits(listed: tuple[int, ...]) -> str:
+    return ", ".join(map(str, listed[: html.ROWS])) + (", …" if len(listed) > html.ROWS else "")

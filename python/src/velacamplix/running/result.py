@@ -8,7 +8,7 @@ from typing import Any
 
 import numpy as np
 
-from ..basics import checks
+from ..basics import checks, extras
 from ..basics.types import Order, Precision
 from ..basics.words import bit_string, counted
 from ..core import extension
@@ -18,6 +18,7 @@ from ..machine.pickling import Packed
 from ..observables.observable import ObservableLike
 from ..results import shot_rows
 from ..results.counts import Counts
+from ..results.estimate import share_error
 from ..results.plan import Plan, Timings
 from ..states.base import Qubits, highest_first
 from ..states.outcomes import most_probable
@@ -238,10 +239,7 @@ class Result:
         """
         most = checks.integer(k, "k", minimum=1)
         if self._rows is not None:
-            counts = self.counts
-            if self.measured_bits and len(self.measured_bits) < self.n_bits:
-                counts = counts.marginal(self.measured_bits)
-            return [(outcome, times / counts.shots) for outcome, times in counts.most_likely(most)]
+            return [(outcome, times / len(self._rows)) for outcome, times in self._most_likely(most)]
         # A qubit that was measured twice fills two places of an outcome, but is read once; one without gates is 0.
         places = {qubit: place for place, qubit in enumerate(self.active_qubits)}
         if self.measured_bits:
@@ -256,6 +254,72 @@ class Result:
             ("".join(text[column[q]] if q in column else bit for q, bit in zip(sources, known)), share)
             for text, share in best
         ]
+
+    def _most_likely(self, k: int) -> list[tuple[str, int]]:
+        counts = self.counts
+        if self.measured_bits and len(self.measured_bits) < self.n_bits:
+            counts = counts.marginal(self.measured_bits)
+        return counts.most_likely(k)
+
+    def to_rows(self, k: int = 10) -> list[dict[str, Any]]:
+        """Return the k most likely outcomes as a table: a dictionary of plain values for each row.
+
+        Parameters
+        ----------
+        k : int
+            How many, 1 or more.
+
+        Returns
+        -------
+        list of dict
+            ``outcome`` and ``probability``, as `outcomes` gives them; with shots also ``count`` and ``standard_error``,
+            the binomial one of the probability, sqrt(p * (1 - p) / shots).
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `k` is no integer or below 1.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(2).x(1)).to_rows()
+        [{'outcome': '01', 'probability': 1.0}]
+        >>> run(Circuit(2).x(1), shots=50).to_rows()
+        [{'outcome': '01', 'count': 50, 'probability': 1.0, 'standard_error': 0.0}]
+        """
+        if self._rows is None:
+            return [{"outcome": outcome, "probability": share} for outcome, share in self.outcomes(k)]
+        shots = len(self._rows)
+        return [
+            {"outcome": outcome, "count": n, "probability": n / shots, "standard_error": share_error(n, shots)}
+            for outcome, n in self._most_likely(checks.integer(k, "k", minimum=1))
+        ]
+
+    def to_frame(self, k: int = 10) -> Any:
+        """Return the k most likely outcomes as a ``pandas.DataFrame`` with the columns of `to_rows`.
+
+        Parameters
+        ----------
+        k : int
+            How many, 1 or more; `Counts.to_frame` has all that came.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If `k` is no integer or below 1.
+        ImportError
+            If pandas is not installed.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(2).x(1)).to_frame()
+          outcome  probability
+        0      01          1.0
+        """
+        pandas = extras.imported("pandas", "Result.to_frame")
+        return pandas.DataFrame(self.to_rows(k))
 
     def to_dict(self, k: int = 10) -> dict[str, Any]:
         """Return the result as plain numbers, texts, lists and dicts, as JSON takes them.

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any, NamedTuple
+from typing import Any
 
 import numpy as np
 
@@ -12,16 +12,8 @@ from ..machine import memory
 from ..observables.observable import Observable, ObservableLike
 from ..programs.drive import heard
 from ..programs.progress import ProgressLike, metered
+from ..results.estimate import Estimate
 from .base import StateBase
-
-Values = float | complex | np.ndarray
-
-
-class Estimate(NamedTuple):
-    """A mean over shots and its standard error."""
-
-    mean: Values
-    standard_error: Values
 
 
 class Expectations(StateBase):

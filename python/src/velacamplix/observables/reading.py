@@ -1,0 +1,53 @@
+"""Reads observables that come as dictionaries or as lists of tuples."""
+
+from __future__ import annotations
+
+from collections.abc import Mapping
+from typing import Any
+
+from ..basics import checks
+from ..basics.types import Order
+from .terms import MOST_QUBITS, Listed, Number, number
+
+
+def from_strings(terms: Mapping[str, Number], order: Order) -> list[Listed]:
+    """Return the terms of a dictionary from strings of one letter per qubit to coefficients."""
+    listed: list[Listed] = []
+    length = None
+    for letters, coefficient in terms.items():
+        name = f"observable[{checks.show(letters)}]"
+        letters = _required_letters(letters, name)
+        if len(letters) > MOST_QUBITS:
+            raise ValueError(f"{name} must have at most {MOST_QUBITS} letters, got {len(letters)}")
+        if length is not None and len(letters) != length:
+            raise ValueError(f"{name} must have as many letters as the others, {length}, got {len(letters)}")
+        length = len(letters)
+        in_order = letters if order == "big" else letters[::-1]
+        listed.append((number(coefficient, name), in_order, tuple(range(length))))
+    return listed
+
+
+def from_tuple(term: Any, name: str) -> Listed:
+    """Return a term given as (coefficient, letters, qubits)."""
+    parts = checks.sequence(term, name, of="(coefficient, letters, qubits)")
+    if len(parts) != 3:
+        raise ValueError(f"{name} must be (coefficient, letters, qubits), got {checks.show(term)}")
+    coefficient, letters, qubits = parts
+    letters = _required_letters(letters, f"letters of {name}")
+    numbers = checks.qubits(qubits, MOST_QUBITS, f"qubits of {name}", at_least=0)
+    if len(letters) != len(numbers):
+        raise ValueError(f"{name} must have one letter per qubit, got {checks.show(letters)} on {checks.show(qubits)}")
+    return number(coefficient, f"coefficient of {name}"), letters, numbers
+
+
+def _required_letters(letters: Any, name: str) -> str:
+    if not isinstance(letters, str):
+        raise TypeError(f"{name} must be a text of letters I, X, Y and Z, got {checks.show(letters)}")
+    letters = checks.plain(letters)
+    for position, letter in enumerate(letters):
+        if letter not in "IXYZ":
+            raise ValueError(
+                f"{name} must hold only the letters I, X, Y and Z, got {letter!r} at position {position} of "
+                f"{checks.show(letters)}"
+            )
+    return letters
