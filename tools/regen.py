@@ -19,9 +19,9 @@ HEAD = '''"""A method for every gate, written by tools/regen.py from the table i
 
 from __future__ import annotations
 
-from typing import Self
+from typing import Any, Self
 
-from .gate_base import NONE, Controls, GateBase
+from .gate_base import NONE, REQUIRED, Controls, GateBase
 
 
 class GateMethods(GateBase):
@@ -35,14 +35,6 @@ def table():
     package.__path__ = [str(PACKAGE)]
     sys.modules["velacamplix"] = package
     return importlib.import_module("velacamplix.instructions.gates").GATES
-
-
-def arguments(gate, n_controls):
-    """Names of the controls in front, and of the gate's own qubits."""
-    if n_controls == 0:
-        return [], list(gate.qubits)
-    controls = ["control"] if n_controls == 1 else [f"control{number + 1}" for number in range(n_controls)]
-    return controls, ["target"] if gate.qubits == ("qubit",) else list(gate.qubits)
 
 
 def summary(gate, controls, qubits):
@@ -64,7 +56,7 @@ def name_in(says):
 
 
 def docstring(gate, name, n_controls):
-    controls, qubits = arguments(gate, n_controls)
+    controls, qubits = gate.arguments(n_controls)
     named = [*controls, *qubits]
     lines = wrapped(summary(gate, controls, qubits))
     lines += ["", "Parameters", "----------"]
@@ -72,6 +64,11 @@ def docstring(gate, name, n_controls):
         lines += [f"{', '.join(gate.angles)} : float", "    In radians, finite; for a circuit also a `Parameter` or `Expression`."]
     lines += [f"{', '.join(named)} : int", "    From 0 to ``n_qubits - 1``" + (", all different." if len(named) > 1 else ".")]
     lines += ["controls : int or sequence of int", f"    {'Further qubits' if controls else 'Qubits'} that must all be 1 for the gate to act."]
+    words = gate.words(n_controls)
+    if words:
+        meant = {word: [other for other, of in words.items() if of == word] for word in words.values()}
+        told = [f"{' or '.join([f'`{other}`' for other in others])} for `{word}`" for word, others in meant.items()]
+        lines += ["**names", *[f"    {line}" for line in wrapped("Other words for these: " + ", ".join(told) + ".")]]
     lines += ["", "Raises", "------", "TypeError"]
     lines += [f"    If {'an angle is no real number, or ' if gate.angles else ''}a qubit is no integer."]
     lines += ["IndexError", "    If a qubit does not exist.", "ValueError"]
@@ -98,13 +95,18 @@ def wrapped(text, width=108):
 
 
 def method(gate, name, n_controls):
-    controls, qubits = arguments(gate, n_controls)
-    named = [*controls, *qubits]
-    signature = ", ".join(["self", *[f"{angle}: float" for angle in gate.angles], *[f"{word}: int" for word in named]])
-    head = f"    def {name}({signature}, controls: Controls = ()) -> Self:"
+    controls, qubits = gate.arguments(n_controls)
+    named, has_words = [*controls, *qubits], bool(gate.words(n_controls))
+    # What may come under another name has to have a default.
+    default = " = REQUIRED" if has_words else ""
+    parts = ["self", *[f"{angle}: float{default}" for angle in gate.angles], *[f"{word}: int{default}" for word in named]]
+    parts += ["controls: Controls = ()", *["**names: Any"] * has_words]
+    head = f"    def {name}({', '.join(parts)}) -> Self:"
     if len(head) > 120:
-        inner = signature + ", controls: Controls = ()"
-        head = f"    def {name}(\n        {inner},\n    ) -> Self:"
+        inner = ", ".join(parts)
+        if len(inner) > 112:
+            inner = ",\n        ".join(parts) + ","
+        head = f"    def {name}(\n        {inner}\n    ) -> Self:"
     lines = [head]
     doc = docstring(gate, name, n_controls)
     lines.append(f'        """{doc[0]}')
@@ -118,6 +120,7 @@ def method(gate, name, n_controls):
     elif len(named) > 2:
         plain.append(f"len({{{', '.join(named)}}}) == {len(named)}")
     plain += [f"type({angle}) is float and {angle} - {angle} == 0.0" for angle in gate.angles]
+    plain += ["not names"] * has_words
     own, front = tupled(qubits), tupled(controls)
     direct = "_add" if gate.is_native and (len(qubits) == 1 or not controls) else "_add_any"
     call = [repr_of(gate.name), own]
@@ -132,22 +135,9 @@ def method(gate, name, n_controls):
         lines += ["        if (", *[f"            {'and ' * (number > 0)}{part}" for number, part in enumerate(plain)]]
         lines.append("        ):")
     lines.append(f"            return self.{direct}({', '.join(call)})")
-    checked = "()" if not gate.angles else tupled([f'self._angle({angle}, "{angle}")' for angle in gate.angles])
-    words = tupled([repr_of(word) for word in named])
-    rest = [repr_of(gate.name), tupled(named), words, "controls"]
-    if gate.angles or controls:
-        rest.append(checked)
-    if controls:
-        rest.append(str(n_controls))
-    lines += fitted("        return self._gate(", rest, ")")
+    given = tupled([*gate.angles, *named])
+    lines.append(f"        return self._looked_at({repr_of(name)}, {given}, controls{', names' * has_words})")
     return lines
-
-
-def fitted(start, parts, end):
-    line = start + ", ".join(parts) + end
-    if len(line) <= 120:
-        return [line]
-    return [start, *[f"            {part}," for part in parts], f"        {end}"]
 
 
 def tupled(words):

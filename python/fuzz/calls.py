@@ -129,7 +129,7 @@ class Session:
         some = rng.sample(range(4), rng.randint(1, 3))
         if name.startswith(("qubit", "control", "target", "clbit", "address", "value_q")) or name in ("positions", "marked"):
             return rng.choice([rng.randint(0, 3), some, tuple(some), np.array(some), range(2), []])
-        if name in ("angle", "theta", "phi", "lam", "gamma", "coefficient"):
+        if name in ("angle", "theta", "phi", "lam", "gamma", "beta", "coefficient"):
             return rng.choice([0.5, -3, Parameter("x"), 2 * Parameter("y") + 1, np.float32(0.3), math.pi])
         if name in ("matrix", "entries", "data", "array", "state", "initial", "out"):
             return rng.choice([self.unitary(rng.randint(0, 2)), self.amplitudes(rng.randint(0, 4)), [1, 0], [1, -1], None, 0, "01", "+-0"])
@@ -145,7 +145,7 @@ class Session:
             "path_or_text": ["OPENQASM 2.0; qreg q[2]; U(1,2,3) q[0];", "qreg q[1]; creg c[1]; measure q -> c;"],
             "counts": [{"01": 2}, {1: 5}], "values": [{"x": 0.5}, [1], {"x": 1, "y": 2}], "params": [(), (0.5,), ("x",)],
             "threshold": [0, 0.1], "name": ["mine", "q", "c"], "progress": [None, lambda progress: None], "registers": [None],
-            "key": ["00", "11"], "width": [None, 40, 100],
+            "key": ["00", "11"], "letters": ["X", "XYZ", "IZ", "ZZ"], "width": [None, 40, 100],
         }  # fmt: skip
         return rng.choice(choices.get(name, [True, False, 0, 1]))
 
@@ -254,7 +254,7 @@ class Session:
         for parameter in parameters:
             if parameter.kind in (parameter.VAR_POSITIONAL, parameter.VAR_KEYWORD):
                 continue
-            if parameter.default is parameter.empty:
+            if parameter.default in (parameter.empty, ...):  # the latter may have another name
                 if self.rng.random() < 0.98:
                     listed.append(self.argument(parameter.name))
             elif self.rng.random() < 0.3:

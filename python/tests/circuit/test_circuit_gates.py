@@ -21,7 +21,10 @@ GATES = {
     "crz": (1, 2, "CRZGate"), "cp": (1, 2, "CPhaseGate"), "cph": (1, 2, "CPhaseGate"), "cu1": (1, 2, "CU1Gate"),
     "cu3": (3, 2, "CU3Gate"), "cu": (4, 2, "CUGate"), "ccnot": (0, 3, "CCXGate"), "ccx": (0, 3, "CCXGate"),
     "toffoli": (0, 3, "CCXGate"), "ccz": (0, 3, "CCZGate"), "cswap": (0, 3, "CSwapGate"), "fredkin": (0, 3, "CSwapGate"),
-    "rccx": (0, 3, "RCCXGate"),
+    "rccx": (0, 3, "RCCXGate"), "rc3x": (0, 4, "RC3XGate"), "rcccx": (0, 4, "RC3XGate"), "id": (0, 1, "IGate"),
+    "r": (2, 1, "RGate"), "rzx": (1, 2, "RZXGate"), "ecr": (0, 2, "ECRGate"), "dcx": (0, 2, "DCXGate"),
+    "xx_plus_yy": (2, 2, "XXPlusYYGate"), "xx_minus_yy": (2, 2, "XXMinusYYGate"), "cs": (0, 2, "CSGate"),
+    "csdg": (0, 2, "CSdgGate"),
 }  # fmt: skip
 
 # Gates Qiskit does not have, and their matrices, first qubit as the highest bit.
@@ -35,6 +38,30 @@ OTHERS = {
 }
 
 ANGLES = [(0.4, -1.3, 2.2, 0.9), (3.5, 5.1, -2.5, -7.0), (0.0, np.pi, -np.pi / 2, np.pi / 4)]
+
+
+# And with angles: exp(-i sum of angle times matrix) of commuting products, first letter as the highest bit.
+PAULIS = {"I": np.eye(2), "X": np.array([[0, 1], [1, 0]]), "Y": np.array([[0, -1j], [1j, 0]]), "Z": np.diag([1, -1])}
+
+
+def product(letters):
+    matrix = np.eye(1)
+    for letter in letters:
+        matrix = np.kron(matrix, PAULIS[letter])
+    return matrix
+
+
+def exponential(**angles):
+    matrix = np.eye(2 ** len(next(iter(angles))), dtype=complex)
+    for letters, angle in angles.items():
+        matrix = (np.cos(angle) * np.eye(len(matrix)) - 1j * np.sin(angle) * product(letters)) @ matrix
+    return matrix
+
+
+WITH_ANGLES = {
+    "fsim": (2, lambda theta, phi: exponential(XX=theta / 2, YY=theta / 2) @ np.diag([1, 1, 1, np.exp(-1j * phi)])),
+    "givens": (1, lambda theta: exponential(YX=theta / 2, XY=-theta / 2)),
+}
 
 
 def applied_to_basis(n, apply):
@@ -90,16 +117,18 @@ def test_gate_has_its_documented_matrix(method):
     check(method, (), n_qubits, reversed_bits(matrix))
 
 
+@pytest.mark.parametrize("method", WITH_ANGLES)
+def test_gate_has_its_documented_matrix_at_every_angle(method):
+    n_angles, matrix = WITH_ANGLES[method]
+    for angles in ANGLES:
+        check(method, angles[:n_angles], 2, reversed_bits(matrix(*angles[:n_angles])))
+
+
 def test_every_gate_method_is_in_a_table():
     from velacamplix.instructions.gate_methods import GateMethods
 
     methods = {name for name in dir(GateMethods) if not name.startswith("_")}
-    assert methods == {*GATES, *OTHERS, "rc3x", "mcx", "mcp"}
-
-
-def test_controls_first():
-    assert Circuit(4).mcx([0, 1, 3], 2) == Circuit(4).x(2, controls=[0, 1, 3])
-    assert Circuit(4).mcp(0.5, [0, 1, 3], 2) == Circuit(4).ph(0.5, 2, controls=[0, 1, 3])
+    assert methods == {*GATES, *OTHERS, *WITH_ANGLES}
 
 
 def test_unitary_and_diagonal():
@@ -121,7 +150,7 @@ def test_unitary_and_diagonal():
 def test_number_of_basic_instructions_does_not_depend_on_angles():
     for method, (n_angles, n_qubits, _) in GATES.items():
         shapes = {
-            tuple((step.name, step.qubits, step.controls) for step in getattr(Circuit(3), method)(*angles[:n_angles], *range(n_qubits)).basic_instructions())
+            tuple((step.name, step.qubits, step.controls) for step in getattr(Circuit(4), method)(*angles[:n_angles], *range(n_qubits)).basic_instructions())
             for angles in [*ANGLES, (0.0, 0.0, 0.0, 0.0)]
         }  # fmt: skip
         assert len(shapes) == 1, method
@@ -130,7 +159,7 @@ def test_number_of_basic_instructions_does_not_depend_on_angles():
 REFUSED = {
     "angle of u": (ValueError, "phi must be finite, got nan", lambda c: c.u(1, np.nan, 2, 0)),
     "last angle of cu": (TypeError, "gamma must be a real number, got '1'", lambda c: c.cu(1, 2, 3, "1", 0, 1)),
-    "control is target": (ValueError, "the qubits of RX must be distinct", lambda c: c.crx(0.1, 1, 1)),
+    "control is target": (ValueError, "the qubits of crx must be distinct", lambda c: c.crx(0.1, 1, 1)),
     "control is a target of swap": (ValueError, "controls must not contain a target", lambda c: c.swap(0, 1, controls=[1])),
     "control is the first control": (ValueError, "controls must not contain a target", lambda c: c.cswap(0, 1, 2, controls=0)),
     "control missing": (IndexError, "control must be a number from 0 to 2, got 3", lambda c: c.cy(3, 0)),
@@ -164,6 +193,8 @@ def test_gates_with_large_angles_are_unitary_and_right(large):
         (Circuit(1).u(theta, phi, lam, 0), Circuit(1).p(lam, 0).ry(theta, 0).p(phi, 0)),
         (Circuit(1).u3(theta, phi, lam, 0), Circuit(1).p(lam, 0).ry(theta, 0).p(phi, 0)),
         (Circuit(1).u2(phi, lam, 0), Circuit(1).p(lam, 0).ry(np.pi / 2, 0).p(phi, 0)),
+        (Circuit(1).r(theta, phi, 0), Circuit(1).rz(-phi, 0).rx(theta, 0).rz(phi, 0)),
+        (Circuit(2).xx_plus_yy(theta, phi, 0, 1), Circuit(2).p(phi, 0).rxx(theta / 2, 0, 1).ryy(theta / 2, 0, 1).p(-phi, 0)),
         (Circuit(2).cu(theta, phi, lam, gamma, 0, 1), Circuit(2).p(gamma, 0).cp(lam, 0, 1).cry(theta, 0, 1).cp(phi, 0, 1)),
     ]:
         np.testing.assert_allclose(numpy_simulator.unitary(gate), numpy_simulator.unitary(parts), rtol=0, atol=1e-15)

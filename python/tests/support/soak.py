@@ -63,7 +63,7 @@ def arguments(i, path):
     turn = 0.1 + 0.001 * i
     return {
         "qubit": 0, "qubit1": 0, "qubit2": 1, "control": 7, "control1": 8, "control2": 9, "control3": 6, "target": 2,
-        "angle": turn, "theta": turn, "phi": turn + 0.1, "lam": turn + 0.2, "gamma": turn + 0.3,
+        "angle": turn, "theta": turn, "phi": turn + 0.1, "lam": turn + 0.2, "gamma": turn + 0.3, "beta": turn + 0.4, "letters": "XYZIIZYX" + "I" * (N_QUBITS - 8),
         "qubits": [0, 1], "controls": [3], "clbits": [0, 1], "address_qubits": [4, 5], "value_qubits": [6],
         "matrix": [[1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 0, 1], [0, 0, 1, 0]], "entries": [1, 1, 1, 1j],
         "observable": f"{turn}*Z0 X1", "outcome": 0, "shots": 20 + i, "value": 0, "marked": [i % 4],
@@ -114,7 +114,7 @@ def call(name, member, made, known):
     function = getattr(made[owner](), word) if owner else member
     given = []
     for parameter in inspect.signature(function).parameters.values():
-        if parameter.default is parameter.empty and parameter.kind is parameter.POSITIONAL_OR_KEYWORD:
+        if parameter.default in (parameter.empty, ...) and parameter.kind is parameter.POSITIONAL_OR_KEYWORD:
             exact = f"{name}.{parameter.name}"
             given.append(known[exact if exact in known else parameter.name])
     result = function(*given)

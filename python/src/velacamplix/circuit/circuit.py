@@ -12,6 +12,7 @@ from ..instructions.definition import GateDefinition
 from ..instructions.entry_methods import EntryMethods
 from ..instructions.gate_methods import GateMethods
 from ..instructions.instruction import Instruction
+from ..instructions.many_qubit_methods import ManyQubitMethods
 from ..qasm.program import MOST_INSTRUCTIONS, Parts
 from ..qasm.reader import read_program
 from ..qasm.version3 import read_program3
@@ -27,7 +28,7 @@ __all__ = ["Circuit"]
 _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 
-class Circuit(GateMethods, EntryMethods, StepMethods, Combining, Figures):
+class Circuit(GateMethods, ManyQubitMethods, EntryMethods, StepMethods, Combining, Figures):
     """An ordered list of gates, measurements, resets and barriers.
 
     Every method that adds an instruction returns the circuit, so calls can be
@@ -111,7 +112,7 @@ class Circuit(GateMethods, EntryMethods, StepMethods, Combining, Figures):
         """Read an OpenQASM 2 program.
 
         Every gate of qelib1.inc becomes one instruction, with the global phase that makes its controlled forms right;
-        other gates keep their definition. ``id`` and ``u0`` leave no instruction. Measurements, resets and conditions
+        other gates keep their definition. ``u0`` leaves no instruction. Measurements, resets and conditions
         are kept as they stand: a statement on a whole register is one measure or reset of several qubits. A gate that the program declares under a name by which the package knows one has ``_gate`` behind its name.
         Called on a class that inherits, it makes an object of that class, whose constructor must take what that of
         `Circuit` takes; so does `from_qasm3`.

@@ -218,12 +218,16 @@ class Record(GateBase):
         return {name: value for name, value in vars(self).items() if name not in _OWN}
 
     def _append(self, step: Instruction) -> None:
-        self._instructions.append(step)
+        steps = self._steps
+        (self._instructions if steps is None else steps).append(step)
         self._prepared = None
         if self._template is not None or self._own_template is not None:
             self._template = self._own_template = None
-        if self._names is not None and step.params and any(isinstance(value, Expression) for value in step.params):
-            self._names = None
+        if step.params and self._names is not None:
+            for value in step.params:
+                if isinstance(value, Expression):
+                    self._names = None
+                    break
 
     def _add(
         self,

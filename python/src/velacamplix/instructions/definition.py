@@ -35,7 +35,7 @@ _MANY = 2**10
 _TAKEN = frozenset(
     name.lower()
     for name in [
-        *GATES, *BY_ENTRIES, *NON_UNITARY, "id", "u0",
+        *GATES, *BY_ENTRIES, *NON_UNITARY, "u0",
         *[name for gate in GATES.values() for name in [*gate.qasm, *gate.later]],
     ]
 )  # fmt: skip
@@ -273,7 +273,7 @@ def size(step: Instruction) -> int:
 
 
 _SIZES: dict[str, int] = {
-    name: len(gate.build((0.0,) * gate.n_params, tuple(range(gate.n_qubits))))
+    name: max(1, len(gate.build((0.0,) * gate.n_params, tuple(range(gate.n_qubits)))))
     for name, gate in GATES.items()
     if gate.build is not None
 }

@@ -2,8 +2,8 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator, Sequence
-from typing import TYPE_CHECKING, Any, Self
+from collections.abc import Iterator, Mapping, Sequence
+from typing import TYPE_CHECKING, Any, NamedTuple, Self
 
 import numpy as np
 
@@ -16,6 +16,9 @@ Controls = int | Sequence[int]
 
 #: No controls: what every gate method takes by default, one object, so that looking for it costs nothing.
 NONE: tuple[int, ...] = ()
+
+#: Stands where an argument is missing that may come under another name.
+REQUIRED: Any = ...
 
 
 class GateBase:
@@ -49,81 +52,70 @@ class GateBase:
     def _angle(self, value: Any, name: str = "angle") -> Any:
         return checks.angle(value, name)
 
-    def mcx(self, controls: Controls, target: int) -> Self:
-        """Apply X to `target` where all of any number of controls are 1: `x` with its controls first.
+    def _looked_at(self, method: str, given: tuple[Any, ...], controls: Any, names: Mapping[str, Any] = {}) -> Self:
+        """Check the arguments of a gate's method one by one and add the gate.
 
-        Parameters
-        ----------
-        controls : int or sequence of int
-            Qubits that must all be 1 for the gate to act; there may be none.
-        target : int
-            From 0 to ``n_qubits - 1``.
-
-        Raises
-        ------
-        TypeError
-            If a qubit is no integer.
-        IndexError
-            If a qubit does not exist.
-        ValueError
-            If a qubit is named twice.
-
-        Examples
-        --------
-        >>> from velacamplix import Circuit
-        >>> print(Circuit(4).mcx([0, 1, 2], 3))
-        X 3 controls 0,1,2
+        `given` are those with a place, angles first, `REQUIRED` where one is missing; `names` the others by the words that
+        other packages have for them.
         """
-        return self._gate("X", (target,), ("qubit",), controls)
-
-    def mcp(self, angle: float, controls: Controls, target: int) -> Self:
-        """Turn the phase by `angle` where `target` and all of any number of controls are 1: `ph` with its controls first.
-
-        Parameters
-        ----------
-        angle : float
-            In radians, finite; for a circuit also a `Parameter` or `Expression`.
-        controls : int or sequence of int
-            Qubits that must all be 1 for the gate to act; there may be none.
-        target : int
-            From 0 to ``n_qubits - 1``.
-
-        Raises
-        ------
-        TypeError
-            If the angle is no real number, or a qubit is no integer.
-        IndexError
-            If a qubit does not exist.
-        ValueError
-            If the angle is not finite, or a qubit is named twice.
-
-        Examples
-        --------
-        >>> from velacamplix import Circuit
-        >>> print(Circuit(3).mcp(0.5, [0, 1], 2))
-        PH(0.5) 2 controls 0,1
-        """
-        return self._gate("PH", (target,), ("qubit",), controls, (self._angle(angle),))
-
-    def _gate(
-        self,
-        name: str,
-        qubits: tuple[Any, ...],
-        words: tuple[str, ...],
-        controls: Any = (),
-        params: tuple[Any, ...] = (),
-        n_controls: int = 0,
-    ) -> Self:
-        """Check and add a gate; the first `n_controls` of `qubits` become controls before the others."""
-        numbers = tuple([checks.qubit(qubit, self._n_qubits, word) for qubit, word in zip(qubits, words)])
+        shape = _SHAPES[method]
+        if names or any(value is REQUIRED for value in given):
+            given = named(method, dict(zip(shape.angles + shape.qubits, given)), shape.words, names)
+        n_angles = len(shape.angles)
+        params = tuple([self._angle(value, word) for value, word in zip(given, shape.angles)])
+        numbers = [checks.qubit(value, self._n_qubits, word) for value, word in zip(given[n_angles:], shape.qubits)]
         if len(numbers) > 1:
-            checks.distinct(numbers, f"the qubits of {name}")
-        all_controls = checks.controls(controls, numbers, self._n_qubits)
+            checks.distinct(numbers, f"the qubits of {method}")
+        return self._on(shape.name, tuple(numbers), controls, params, shape.n_controls)
+
+    def _on(
+        self, name: str, qubits: tuple[int, ...], controls: Any = (), params: tuple[Any, ...] = (), n_controls: int = 0
+    ) -> Self:
+        """Add a gate on checked qubits; the first `n_controls` of them become controls before the others."""
+        all_controls = checks.controls(controls, qubits, self._n_qubits)
         if n_controls:
-            all_controls, numbers = numbers[:n_controls] + all_controls, numbers[n_controls:]
-        if name in NATIVE and (len(numbers) == 1 or not all_controls):
-            return self._add(name, numbers, params, all_controls)
-        return self._add_any(name, numbers, params, all_controls)
+            all_controls, qubits = qubits[:n_controls] + all_controls, qubits[n_controls:]
+        return self._put(Instruction(name, qubits, params, all_controls))
+
+    def _put(self, step: Instruction) -> Self:
+        """Add a gate all of which is known to be right."""
+        direct = step.name in NATIVE and (len(step.qubits) == 1 or not step.controls)
+        return (self._add if direct else self._add_any)(step.name, step.qubits, step.params, step.controls)
+
+
+class _Shape(NamedTuple):
+    """What a method's arguments are: angles, then qubits, `n_controls` of them controls; further words for them."""
+
+    name: str
+    n_controls: int
+    angles: tuple[str, ...]
+    qubits: tuple[str, ...]
+    words: Mapping[str, str]
+
+
+_SHAPES = {
+    method: _Shape(gate.name, n_controls, gate.angles, sum(gate.arguments(n_controls), ()), gate.words(n_controls))
+    for gate in GATES.values()
+    for method, n_controls in gate.methods.items()
+}
+
+
+def named(
+    method: str, values: dict[str, Any], words: Mapping[str, str], names: Mapping[str, Any]
+) -> tuple[Any, ...]:
+    """Return all arguments in order: `values`, where `REQUIRED` stands for what `names` has under one of the `words`."""
+    for name, value in names.items():
+        word = words.get(name)
+        if word is None:
+            known = ", ".join(values) + ("" if "controls" in values else ", controls")
+            raise TypeError(f"{method}() takes {known}, also as {', '.join(words)}; got an argument {checks.show(name)}")
+        if values[word] is not REQUIRED:
+            raise TypeError(f"{method}() takes {word} once, got it again as {name}")
+        values[word] = value
+    missing = [word for word, value in values.items() if value is REQUIRED]
+    if missing:
+        raise TypeError(f"{method}() takes {', '.join(values)}; got none for {' and '.join(missing)}")
+    return tuple(values.values())
 
 
 def lowered(step: Instruction) -> Iterator[Instruction]:

@@ -2,9 +2,9 @@
 
 from __future__ import annotations
 
-from typing import Self
+from typing import Any, Self
 
-from .gate_base import NONE, Controls, GateBase
+from .gate_base import NONE, REQUIRED, Controls, GateBase
 
 
 class GateMethods(GateBase):
@@ -37,7 +37,7 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("X", (qubit,))
-        return self._gate("X", (qubit,), ("qubit",), controls)
+        return self._looked_at("x", (qubit,), controls)
 
     def y(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply Y = [[0, -i], [i, 0]].
@@ -66,9 +66,9 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("Y", (qubit,))
-        return self._gate("Y", (qubit,), ("qubit",), controls)
+        return self._looked_at("y", (qubit,), controls)
 
-    def cy(self, control: int, target: int, controls: Controls = ()) -> Self:
+    def cy(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply Y = [[0, -i], [i, 0]] to `target` where `control` is 1.
 
         Parameters
@@ -77,6 +77,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
         Raises
         ------
@@ -100,9 +102,10 @@ class GateMethods(GateBase):
             and 0 <= control < self._n_qubits
             and 0 <= target < self._n_qubits
             and control != target
+            and not names
         ):
             return self._add("Y", (target,), (), (control,))
-        return self._gate("Y", (control, target), ("control", "target"), controls, (), 1)
+        return self._looked_at("cy", (control, target), controls, names)
 
     def z(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply Z, the sign flip of 1.
@@ -131,9 +134,16 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("Z", (qubit,))
-        return self._gate("Z", (qubit,), ("qubit",), controls)
+        return self._looked_at("z", (qubit,), controls)
 
-    def ccz(self, control1: int, control2: int, target: int, controls: Controls = ()) -> Self:
+    def ccz(
+        self,
+        control1: int = REQUIRED,
+        control2: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply Z to `target` where `control1` and `control2` are 1.
 
         Parameters
@@ -142,6 +152,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `target_qubit` for
+            `target`.
 
         Raises
         ------
@@ -167,9 +180,10 @@ class GateMethods(GateBase):
             and 0 <= control2 < self._n_qubits
             and 0 <= target < self._n_qubits
             and len({control1, control2, target}) == 3
+            and not names
         ):
             return self._add("Z", (target,), (), (control1, control2))
-        return self._gate("Z", (control1, control2, target), ("control1", "control2", "target"), controls, (), 2)
+        return self._looked_at("ccz", (control1, control2, target), controls, names)
 
     def h(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply the Hadamard gate, [[1, 1], [1, -1]] / sqrt(2).
@@ -198,9 +212,9 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("H", (qubit,))
-        return self._gate("H", (qubit,), ("qubit",), controls)
+        return self._looked_at("h", (qubit,), controls)
 
-    def ch(self, control: int, target: int, controls: Controls = ()) -> Self:
+    def ch(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the Hadamard gate to `target` where `control` is 1.
 
         Parameters
@@ -209,6 +223,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
         Raises
         ------
@@ -232,9 +248,10 @@ class GateMethods(GateBase):
             and 0 <= control < self._n_qubits
             and 0 <= target < self._n_qubits
             and control != target
+            and not names
         ):
             return self._add("H", (target,), (), (control,))
-        return self._gate("H", (control, target), ("control", "target"), controls, (), 1)
+        return self._looked_at("ch", (control, target), controls, names)
 
     def s(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply S, a phase of pi/2 on 1.
@@ -263,7 +280,46 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("S", (qubit,))
-        return self._gate("S", (qubit,), ("qubit",), controls)
+        return self._looked_at("s", (qubit,), controls)
+
+    def cs(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+        """Apply S to `target` where `control` is 1.
+
+        Parameters
+        ----------
+        control, target : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
+
+        Raises
+        ------
+        TypeError
+            If a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).cs(0, 1))
+        S 1 controls 0
+        """
+        if (
+            controls is NONE
+            and type(control) is int
+            and type(target) is int
+            and 0 <= control < self._n_qubits
+            and 0 <= target < self._n_qubits
+            and control != target
+            and not names
+        ):
+            return self._add("S", (target,), (), (control,))
+        return self._looked_at("cs", (control, target), controls, names)
 
     def t(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply T, a phase of pi/4 on 1.
@@ -292,9 +348,9 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("T", (qubit,))
-        return self._gate("T", (qubit,), ("qubit",), controls)
+        return self._looked_at("t", (qubit,), controls)
 
-    def rx(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
+    def rx(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the rotation exp(-i angle X / 2).
 
         Parameters
@@ -305,6 +361,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
 
         Raises
         ------
@@ -326,11 +384,19 @@ class GateMethods(GateBase):
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("RX", (qubit,), (angle,))
-        return self._gate("RX", (qubit,), ("qubit",), controls, (self._angle(angle, "angle"),))
+        return self._looked_at("rx", (angle, qubit), controls, names)
 
-    def crx(self, angle: float, control: int, target: int, controls: Controls = ()) -> Self:
+    def crx(
+        self,
+        angle: float = REQUIRED,
+        control: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply the rotation exp(-i angle X / 2) to `target` where `control` is 1.
 
         Parameters
@@ -341,6 +407,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
+            for `target`.
 
         Raises
         ------
@@ -365,11 +434,12 @@ class GateMethods(GateBase):
             and 0 <= target < self._n_qubits
             and control != target
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("RX", (target,), (angle,), (control,))
-        return self._gate("RX", (control, target), ("control", "target"), controls, (self._angle(angle, "angle"),), 1)
+        return self._looked_at("crx", (angle, control, target), controls, names)
 
-    def ry(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
+    def ry(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the rotation exp(-i angle Y / 2).
 
         Parameters
@@ -380,6 +450,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
 
         Raises
         ------
@@ -401,11 +473,19 @@ class GateMethods(GateBase):
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("RY", (qubit,), (angle,))
-        return self._gate("RY", (qubit,), ("qubit",), controls, (self._angle(angle, "angle"),))
+        return self._looked_at("ry", (angle, qubit), controls, names)
 
-    def cry(self, angle: float, control: int, target: int, controls: Controls = ()) -> Self:
+    def cry(
+        self,
+        angle: float = REQUIRED,
+        control: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply the rotation exp(-i angle Y / 2) to `target` where `control` is 1.
 
         Parameters
@@ -416,6 +496,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
+            for `target`.
 
         Raises
         ------
@@ -440,11 +523,12 @@ class GateMethods(GateBase):
             and 0 <= target < self._n_qubits
             and control != target
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("RY", (target,), (angle,), (control,))
-        return self._gate("RY", (control, target), ("control", "target"), controls, (self._angle(angle, "angle"),), 1)
+        return self._looked_at("cry", (angle, control, target), controls, names)
 
-    def rz(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
+    def rz(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the rotation diag(exp(-i angle/2), exp(i angle/2)).
 
         Parameters
@@ -455,6 +539,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
 
         Raises
         ------
@@ -476,11 +562,19 @@ class GateMethods(GateBase):
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("RZ", (qubit,), (angle,))
-        return self._gate("RZ", (qubit,), ("qubit",), controls, (self._angle(angle, "angle"),))
+        return self._looked_at("rz", (angle, qubit), controls, names)
 
-    def crz(self, angle: float, control: int, target: int, controls: Controls = ()) -> Self:
+    def crz(
+        self,
+        angle: float = REQUIRED,
+        control: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply the rotation diag(exp(-i angle/2), exp(i angle/2)) to `target` where `control` is 1.
 
         Parameters
@@ -491,6 +585,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
+            for `target`.
 
         Raises
         ------
@@ -515,11 +612,12 @@ class GateMethods(GateBase):
             and 0 <= target < self._n_qubits
             and control != target
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("RZ", (target,), (angle,), (control,))
-        return self._gate("RZ", (control, target), ("control", "target"), controls, (self._angle(angle, "angle"),), 1)
+        return self._looked_at("crz", (angle, control, target), controls, names)
 
-    def ph(self, angle: float, qubit: int, controls: Controls = ()) -> Self:
+    def ph(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply diag(1, exp(i angle)), a phase on 1.
 
         Parameters
@@ -530,6 +628,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
 
         Raises
         ------
@@ -551,13 +651,21 @@ class GateMethods(GateBase):
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("PH", (qubit,), (angle,))
-        return self._gate("PH", (qubit,), ("qubit",), controls, (self._angle(angle, "angle"),))
+        return self._looked_at("ph", (angle, qubit), controls, names)
 
     p = u1 = ph
 
-    def cp(self, angle: float, control: int, target: int, controls: Controls = ()) -> Self:
+    def cp(
+        self,
+        angle: float = REQUIRED,
+        control: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply diag(1, exp(i angle)) to `target` where `control` is 1.
 
         Parameters
@@ -568,6 +676,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
+            for `target`.
 
         Raises
         ------
@@ -592,9 +703,10 @@ class GateMethods(GateBase):
             and 0 <= target < self._n_qubits
             and control != target
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add("PH", (target,), (angle,), (control,))
-        return self._gate("PH", (control, target), ("control", "target"), controls, (self._angle(angle, "angle"),), 1)
+        return self._looked_at("cp", (angle, control, target), controls, names)
 
     cph = cu1 = cp
 
@@ -625,7 +737,7 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("ZtoY", (qubit,))
-        return self._gate("ZtoY", (qubit,), ("qubit",), controls)
+        return self._looked_at("ztoy", (qubit,), controls)
 
     def ytoz(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply the change from the Y to the Z basis, [[1, -i], [1, i]] / sqrt(2).
@@ -654,9 +766,9 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("YtoZ", (qubit,))
-        return self._gate("YtoZ", (qubit,), ("qubit",), controls)
+        return self._looked_at("ytoz", (qubit,), controls)
 
-    def cnot(self, control: int, target: int, controls: Controls = ()) -> Self:
+    def cx(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply X on `target` where `control` is 1.
 
         Parameters
@@ -665,6 +777,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
         Raises
         ------
@@ -678,7 +792,7 @@ class GateMethods(GateBase):
         Examples
         --------
         >>> from velacamplix import Circuit
-        >>> print(Circuit(2).cnot(0, 1))
+        >>> print(Circuit(2).cx(0, 1))
         CNOT 0,1
         """
         if (
@@ -688,13 +802,21 @@ class GateMethods(GateBase):
             and 0 <= control < self._n_qubits
             and 0 <= target < self._n_qubits
             and control != target
+            and not names
         ):
             return self._add("CNOT", (control, target))
-        return self._gate("CNOT", (control, target), ("control", "target"), controls)
+        return self._looked_at("cx", (control, target), controls, names)
 
-    cx = cnot
+    cnot = cx
 
-    def ccnot(self, control1: int, control2: int, target: int, controls: Controls = ()) -> Self:
+    def ccx(
+        self,
+        control1: int = REQUIRED,
+        control2: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply X on `target` where `control1` and `control2` are 1.
 
         Parameters
@@ -703,6 +825,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `target_qubit` for
+            `target`.
 
         Raises
         ------
@@ -716,7 +841,7 @@ class GateMethods(GateBase):
         Examples
         --------
         >>> from velacamplix import Circuit
-        >>> print(Circuit(3).ccnot(0, 1, 2))
+        >>> print(Circuit(3).ccx(0, 1, 2))
         CCNOT 0,1,2
         """
         if (
@@ -728,13 +853,14 @@ class GateMethods(GateBase):
             and 0 <= control2 < self._n_qubits
             and 0 <= target < self._n_qubits
             and len({control1, control2, target}) == 3
+            and not names
         ):
             return self._add("CCNOT", (control1, control2, target))
-        return self._gate("CCNOT", (control1, control2, target), ("control1", "control2", "target"), controls)
+        return self._looked_at("ccx", (control1, control2, target), controls, names)
 
-    ccx = toffoli = ccnot
+    ccnot = toffoli = ccx
 
-    def csign(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def cz(self, qubit1: int = REQUIRED, qubit2: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply Z on two qubits, a change of sign where both are 1.
 
         Parameters
@@ -743,6 +869,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `qubit1`, `target_qubit` for `qubit2`.
 
         Raises
         ------
@@ -756,7 +884,7 @@ class GateMethods(GateBase):
         Examples
         --------
         >>> from velacamplix import Circuit
-        >>> print(Circuit(2).csign(0, 1))
+        >>> print(Circuit(2).cz(0, 1))
         CSIGN 0,1
         """
         if (
@@ -766,11 +894,12 @@ class GateMethods(GateBase):
             and 0 <= qubit1 < self._n_qubits
             and 0 <= qubit2 < self._n_qubits
             and qubit1 != qubit2
+            and not names
         ):
             return self._add("CSIGN", (qubit1, qubit2))
-        return self._gate("CSIGN", (qubit1, qubit2), ("qubit1", "qubit2"), controls)
+        return self._looked_at("cz", (qubit1, qubit2), controls, names)
 
-    cz = csign
+    csign = cz
 
     def swap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
         """Apply the exchange of two qubits.
@@ -806,9 +935,16 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add("SWAP", (qubit1, qubit2))
-        return self._gate("SWAP", (qubit1, qubit2), ("qubit1", "qubit2"), controls)
+        return self._looked_at("swap", (qubit1, qubit2), controls)
 
-    def cswap(self, control: int, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def cswap(
+        self,
+        control: int = REQUIRED,
+        qubit1: int = REQUIRED,
+        qubit2: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply the exchange of two qubits where `control` is 1.
 
         Parameters
@@ -817,6 +953,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit1` for `qubit1`, `target_qubit2` for
+            `qubit2`.
 
         Raises
         ------
@@ -842,9 +981,10 @@ class GateMethods(GateBase):
             and 0 <= qubit1 < self._n_qubits
             and 0 <= qubit2 < self._n_qubits
             and len({control, qubit1, qubit2}) == 3
+            and not names
         ):
             return self._add_any("SWAP", (qubit1, qubit2), (), (control,))
-        return self._gate("SWAP", (control, qubit1, qubit2), ("control", "qubit1", "qubit2"), controls, (), 1)
+        return self._looked_at("cswap", (control, qubit1, qubit2), controls, names)
 
     fredkin = cswap
 
@@ -882,7 +1022,7 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add("ISWAP", (qubit1, qubit2))
-        return self._gate("ISWAP", (qubit1, qubit2), ("qubit1", "qubit2"), controls)
+        return self._looked_at("iswap", (qubit1, qubit2), controls)
 
     def sqrtswap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
         """Apply the gate whose square is SWAP.
@@ -918,7 +1058,36 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add("SQRTSWAP", (qubit1, qubit2))
-        return self._gate("SQRTSWAP", (qubit1, qubit2), ("qubit1", "qubit2"), controls)
+        return self._looked_at("sqrtswap", (qubit1, qubit2), controls)
+
+    def id(self, qubit: int, controls: Controls = ()) -> Self:
+        """Apply the identity, which does nothing.
+
+        Parameters
+        ----------
+        qubit : int
+            From 0 to ``n_qubits - 1``.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(1).id(0))
+        id 0
+        """
+        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+            return self._add_any("id", (qubit,))
+        return self._looked_at("id", (qubit,), controls)
 
     def sdg(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply the inverse of S, a phase of -pi/2 on 1.
@@ -947,7 +1116,46 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("sdg", (qubit,))
-        return self._gate("sdg", (qubit,), ("qubit",), controls)
+        return self._looked_at("sdg", (qubit,), controls)
+
+    def csdg(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+        """Apply the inverse of S to `target` where `control` is 1.
+
+        Parameters
+        ----------
+        control, target : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
+
+        Raises
+        ------
+        TypeError
+            If a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).csdg(0, 1))
+        sdg 1 controls 0
+        """
+        if (
+            controls is NONE
+            and type(control) is int
+            and type(target) is int
+            and 0 <= control < self._n_qubits
+            and 0 <= target < self._n_qubits
+            and control != target
+            and not names
+        ):
+            return self._add_any("sdg", (target,), (), (control,))
+        return self._looked_at("csdg", (control, target), controls, names)
 
     def tdg(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply the inverse of T, a phase of -pi/4 on 1.
@@ -976,7 +1184,7 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("tdg", (qubit,))
-        return self._gate("tdg", (qubit,), ("qubit",), controls)
+        return self._looked_at("tdg", (qubit,), controls)
 
     def sx(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply the square root of X, [[1+i, 1-i], [1-i, 1+i]] / 2.
@@ -1005,9 +1213,9 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("sx", (qubit,))
-        return self._gate("sx", (qubit,), ("qubit",), controls)
+        return self._looked_at("sx", (qubit,), controls)
 
-    def csx(self, control: int, target: int, controls: Controls = ()) -> Self:
+    def csx(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the square root of X to `target` where `control` is 1.
 
         Parameters
@@ -1016,6 +1224,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
         Raises
         ------
@@ -1039,9 +1249,10 @@ class GateMethods(GateBase):
             and 0 <= control < self._n_qubits
             and 0 <= target < self._n_qubits
             and control != target
+            and not names
         ):
             return self._add_any("sx", (target,), (), (control,))
-        return self._gate("sx", (control, target), ("control", "target"), controls, (), 1)
+        return self._looked_at("csx", (control, target), controls, names)
 
     def sxdg(self, qubit: int, controls: Controls = ()) -> Self:
         """Apply the inverse of the square root of X, [[1-i, 1+i], [1+i, 1-i]] / 2.
@@ -1070,7 +1281,7 @@ class GateMethods(GateBase):
         """
         if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("sxdg", (qubit,))
-        return self._gate("sxdg", (qubit,), ("qubit",), controls)
+        return self._looked_at("sxdg", (qubit,), controls)
 
     def u(self, theta: float, phi: float, lam: float, qubit: int, controls: Controls = ()) -> Self:
         """Apply U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l)) cos(t/2)]], with t = theta, p
@@ -1109,13 +1320,7 @@ class GateMethods(GateBase):
             and type(lam) is float and lam - lam == 0.0
         ):
             return self._add_any("u", (qubit,), (theta, phi, lam))
-        return self._gate(
-            "u",
-            (qubit,),
-            ("qubit",),
-            controls,
-            (self._angle(theta, "theta"), self._angle(phi, "phi"), self._angle(lam, "lam")),
-        )
+        return self._looked_at("u", (theta, phi, lam, qubit), controls)
 
     def u2(self, phi: float, lam: float, qubit: int, controls: Controls = ()) -> Self:
         """Apply U with theta = pi/2, [[1, -exp(i l)], [exp(i p), exp(i (p + l))]] / sqrt(2), with p = phi, l = lam.
@@ -1152,7 +1357,7 @@ class GateMethods(GateBase):
             and type(lam) is float and lam - lam == 0.0
         ):
             return self._add_any("u2", (qubit,), (phi, lam))
-        return self._gate("u2", (qubit,), ("qubit",), controls, (self._angle(phi, "phi"), self._angle(lam, "lam")))
+        return self._looked_at("u2", (phi, lam, qubit), controls)
 
     def u3(self, theta: float, phi: float, lam: float, qubit: int, controls: Controls = ()) -> Self:
         """Apply U3, an older name of U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l))
@@ -1191,15 +1396,18 @@ class GateMethods(GateBase):
             and type(lam) is float and lam - lam == 0.0
         ):
             return self._add_any("u3", (qubit,), (theta, phi, lam))
-        return self._gate(
-            "u3",
-            (qubit,),
-            ("qubit",),
-            controls,
-            (self._angle(theta, "theta"), self._angle(phi, "phi"), self._angle(lam, "lam")),
-        )
+        return self._looked_at("u3", (theta, phi, lam, qubit), controls)
 
-    def cu3(self, theta: float, phi: float, lam: float, control: int, target: int, controls: Controls = ()) -> Self:
+    def cu3(
+        self,
+        theta: float = REQUIRED,
+        phi: float = REQUIRED,
+        lam: float = REQUIRED,
+        control: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply U3 to `target` where `control` is 1.
 
         Parameters
@@ -1210,6 +1418,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
         Raises
         ------
@@ -1236,19 +1446,21 @@ class GateMethods(GateBase):
             and type(theta) is float and theta - theta == 0.0
             and type(phi) is float and phi - phi == 0.0
             and type(lam) is float and lam - lam == 0.0
+            and not names
         ):
             return self._add_any("u3", (target,), (theta, phi, lam), (control,))
-        return self._gate(
-            "u3",
-            (control, target),
-            ("control", "target"),
-            controls,
-            (self._angle(theta, "theta"), self._angle(phi, "phi"), self._angle(lam, "lam")),
-            1,
-        )
+        return self._looked_at("cu3", (theta, phi, lam, control, target), controls, names)
 
     def cu(
-        self, theta: float, phi: float, lam: float, gamma: float, control: int, target: int, controls: Controls = (),
+        self,
+        theta: float = REQUIRED,
+        phi: float = REQUIRED,
+        lam: float = REQUIRED,
+        gamma: float = REQUIRED,
+        control: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
     ) -> Self:
         """Apply exp(i gamma) U on `target` where `control` is 1; U is that of the method `u`.
 
@@ -1260,6 +1472,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
         Raises
         ------
@@ -1287,17 +1501,56 @@ class GateMethods(GateBase):
             and type(phi) is float and phi - phi == 0.0
             and type(lam) is float and lam - lam == 0.0
             and type(gamma) is float and gamma - gamma == 0.0
+            and not names
         ):
             return self._add_any("cu", (control, target), (theta, phi, lam, gamma))
-        return self._gate(
-            "cu",
-            (control, target),
-            ("control", "target"),
-            controls,
-            (self._angle(theta, "theta"), self._angle(phi, "phi"), self._angle(lam, "lam"), self._angle(gamma, "gamma")),
-        )
+        return self._looked_at("cu", (theta, phi, lam, gamma, control, target), controls, names)
 
-    def rxx(self, angle: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def r(self, theta: float, phi: float, qubit: int, controls: Controls = ()) -> Self:
+        """Apply the rotation exp(-i theta (cos(phi) X + sin(phi) Y) / 2).
+
+        Parameters
+        ----------
+        theta, phi : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        qubit : int
+            From 0 to ``n_qubits - 1``.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If an angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If an angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(1).r(0.1, 0.2, 0))
+        r(0.1, 0.2) 0
+        """
+        if (
+            controls is NONE
+            and type(qubit) is int
+            and 0 <= qubit < self._n_qubits
+            and type(theta) is float and theta - theta == 0.0
+            and type(phi) is float and phi - phi == 0.0
+        ):
+            return self._add_any("r", (qubit,), (theta, phi))
+        return self._looked_at("r", (theta, phi, qubit), controls)
+
+    def rxx(
+        self,
+        angle: float = REQUIRED,
+        qubit1: int = REQUIRED,
+        qubit2: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply exp(-i angle XX / 2).
 
         Parameters
@@ -1308,6 +1561,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
 
         Raises
         ------
@@ -1332,11 +1587,19 @@ class GateMethods(GateBase):
             and 0 <= qubit2 < self._n_qubits
             and qubit1 != qubit2
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add_any("rxx", (qubit1, qubit2), (angle,))
-        return self._gate("rxx", (qubit1, qubit2), ("qubit1", "qubit2"), controls, (self._angle(angle, "angle"),))
+        return self._looked_at("rxx", (angle, qubit1, qubit2), controls, names)
 
-    def ryy(self, angle: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def ryy(
+        self,
+        angle: float = REQUIRED,
+        qubit1: int = REQUIRED,
+        qubit2: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply exp(-i angle YY / 2).
 
         Parameters
@@ -1347,6 +1610,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
 
         Raises
         ------
@@ -1371,11 +1636,19 @@ class GateMethods(GateBase):
             and 0 <= qubit2 < self._n_qubits
             and qubit1 != qubit2
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add_any("ryy", (qubit1, qubit2), (angle,))
-        return self._gate("ryy", (qubit1, qubit2), ("qubit1", "qubit2"), controls, (self._angle(angle, "angle"),))
+        return self._looked_at("ryy", (angle, qubit1, qubit2), controls, names)
 
-    def rzz(self, angle: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def rzz(
+        self,
+        angle: float = REQUIRED,
+        qubit1: int = REQUIRED,
+        qubit2: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply exp(-i angle ZZ / 2).
 
         Parameters
@@ -1386,6 +1659,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
 
         Raises
         ------
@@ -1410,9 +1685,290 @@ class GateMethods(GateBase):
             and 0 <= qubit2 < self._n_qubits
             and qubit1 != qubit2
             and type(angle) is float and angle - angle == 0.0
+            and not names
         ):
             return self._add_any("rzz", (qubit1, qubit2), (angle,))
-        return self._gate("rzz", (qubit1, qubit2), ("qubit1", "qubit2"), controls, (self._angle(angle, "angle"),))
+        return self._looked_at("rzz", (angle, qubit1, qubit2), controls, names)
+
+    def rzx(
+        self,
+        angle: float = REQUIRED,
+        qubit1: int = REQUIRED,
+        qubit2: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
+        """Apply exp(-i angle ZX / 2), Z on `qubit1` and X on `qubit2`.
+
+        Parameters
+        ----------
+        angle : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        qubit1, qubit2 : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
+
+        Raises
+        ------
+        TypeError
+            If an angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If an angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).rzx(0.5, 0, 1))
+        rzx(0.5) 0,1
+        """
+        if (
+            controls is NONE
+            and type(qubit1) is int
+            and type(qubit2) is int
+            and 0 <= qubit1 < self._n_qubits
+            and 0 <= qubit2 < self._n_qubits
+            and qubit1 != qubit2
+            and type(angle) is float and angle - angle == 0.0
+            and not names
+        ):
+            return self._add_any("rzx", (qubit1, qubit2), (angle,))
+        return self._looked_at("rzx", (angle, qubit1, qubit2), controls, names)
+
+    def xx_plus_yy(self, theta: float, beta: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Apply exp(-i theta (XX + YY) / 4), the mixing of 01 and 10, with phases exp(i beta) of `qubit1` around it.
+
+        Parameters
+        ----------
+        theta, beta : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        qubit1, qubit2 : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If an angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If an angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).xx_plus_yy(0.1, 0.2, 0, 1))
+        xx_plus_yy(0.1, 0.2) 0,1
+        """
+        if (
+            controls is NONE
+            and type(qubit1) is int
+            and type(qubit2) is int
+            and 0 <= qubit1 < self._n_qubits
+            and 0 <= qubit2 < self._n_qubits
+            and qubit1 != qubit2
+            and type(theta) is float and theta - theta == 0.0
+            and type(beta) is float and beta - beta == 0.0
+        ):
+            return self._add_any("xx_plus_yy", (qubit1, qubit2), (theta, beta))
+        return self._looked_at("xx_plus_yy", (theta, beta, qubit1, qubit2), controls)
+
+    def xx_minus_yy(self, theta: float, beta: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Apply exp(-i theta (XX - YY) / 4), the mixing of 00 and 11, with phases exp(i beta) of `qubit1` around it.
+
+        Parameters
+        ----------
+        theta, beta : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        qubit1, qubit2 : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If an angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If an angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).xx_minus_yy(0.1, 0.2, 0, 1))
+        xx_minus_yy(0.1, 0.2) 0,1
+        """
+        if (
+            controls is NONE
+            and type(qubit1) is int
+            and type(qubit2) is int
+            and 0 <= qubit1 < self._n_qubits
+            and 0 <= qubit2 < self._n_qubits
+            and qubit1 != qubit2
+            and type(theta) is float and theta - theta == 0.0
+            and type(beta) is float and beta - beta == 0.0
+        ):
+            return self._add_any("xx_minus_yy", (qubit1, qubit2), (theta, beta))
+        return self._looked_at("xx_minus_yy", (theta, beta, qubit1, qubit2), controls)
+
+    def fsim(self, theta: float, phi: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Apply exp(-i theta (XX + YY) / 2), the mixing of 01 and 10, with a factor exp(-i phi) on 11.
+
+        Parameters
+        ----------
+        theta, phi : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        qubit1, qubit2 : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If an angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If an angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).fsim(0.1, 0.2, 0, 1))
+        fsim(0.1, 0.2) 0,1
+        """
+        if (
+            controls is NONE
+            and type(qubit1) is int
+            and type(qubit2) is int
+            and 0 <= qubit1 < self._n_qubits
+            and 0 <= qubit2 < self._n_qubits
+            and qubit1 != qubit2
+            and type(theta) is float and theta - theta == 0.0
+            and type(phi) is float and phi - phi == 0.0
+        ):
+            return self._add_any("fsim", (qubit1, qubit2), (theta, phi))
+        return self._looked_at("fsim", (theta, phi, qubit1, qubit2), controls)
+
+    def givens(self, theta: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Apply the rotation [[cos(t), -sin(t)], [sin(t), cos(t)]] of 01 and 10, t = theta.
+
+        Parameters
+        ----------
+        theta : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        qubit1, qubit2 : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If an angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If an angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).givens(0.5, 0, 1))
+        givens(0.5) 0,1
+        """
+        if (
+            controls is NONE
+            and type(qubit1) is int
+            and type(qubit2) is int
+            and 0 <= qubit1 < self._n_qubits
+            and 0 <= qubit2 < self._n_qubits
+            and qubit1 != qubit2
+            and type(theta) is float and theta - theta == 0.0
+        ):
+            return self._add_any("givens", (qubit1, qubit2), (theta,))
+        return self._looked_at("givens", (theta, qubit1, qubit2), controls)
+
+    def dcx(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Apply two CNOT gates, the second the other way round.
+
+        Parameters
+        ----------
+        qubit1, qubit2 : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).dcx(0, 1))
+        dcx 0,1
+        """
+        if (
+            controls is NONE
+            and type(qubit1) is int
+            and type(qubit2) is int
+            and 0 <= qubit1 < self._n_qubits
+            and 0 <= qubit2 < self._n_qubits
+            and qubit1 != qubit2
+        ):
+            return self._add_any("dcx", (qubit1, qubit2))
+        return self._looked_at("dcx", (qubit1, qubit2), controls)
+
+    def ecr(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+        """Apply the echoed cross-resonance gate, (XI - YX) / sqrt(2).
+
+        Parameters
+        ----------
+        qubit1, qubit2 : int
+            From 0 to ``n_qubits - 1``, all different.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+
+        Raises
+        ------
+        TypeError
+            If a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(2).ecr(0, 1))
+        ecr 0,1
+        """
+        if (
+            controls is NONE
+            and type(qubit1) is int
+            and type(qubit2) is int
+            and 0 <= qubit1 < self._n_qubits
+            and 0 <= qubit2 < self._n_qubits
+            and qubit1 != qubit2
+        ):
+            return self._add_any("ecr", (qubit1, qubit2))
+        return self._looked_at("ecr", (qubit1, qubit2), controls)
 
     def iswapdg(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
         """Apply the inverse of ISWAP, the exchange with a factor -i where the qubits differ.
@@ -1448,7 +2004,7 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add_any("iswapdg", (qubit1, qubit2))
-        return self._gate("iswapdg", (qubit1, qubit2), ("qubit1", "qubit2"), controls)
+        return self._looked_at("iswapdg", (qubit1, qubit2), controls)
 
     def sqrtswapdg(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
         """Apply the inverse of the square root of SWAP.
@@ -1484,9 +2040,16 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add_any("sqrtswapdg", (qubit1, qubit2))
-        return self._gate("sqrtswapdg", (qubit1, qubit2), ("qubit1", "qubit2"), controls)
+        return self._looked_at("sqrtswapdg", (qubit1, qubit2), controls)
 
-    def rccx(self, control1: int, control2: int, target: int, controls: Controls = ()) -> Self:
+    def rccx(
+        self,
+        control1: int = REQUIRED,
+        control2: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply the Toffoli gate up to phases, which takes three CNOT gates.
 
         Parameters
@@ -1495,6 +2058,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `target_qubit` for
+            `target`.
 
         Raises
         ------
@@ -1520,11 +2086,20 @@ class GateMethods(GateBase):
             and 0 <= control2 < self._n_qubits
             and 0 <= target < self._n_qubits
             and len({control1, control2, target}) == 3
+            and not names
         ):
             return self._add_any("rccx", (control1, control2, target))
-        return self._gate("rccx", (control1, control2, target), ("control1", "control2", "target"), controls)
+        return self._looked_at("rccx", (control1, control2, target), controls, names)
 
-    def rc3x(self, control1: int, control2: int, control3: int, target: int, controls: Controls = ()) -> Self:
+    def rc3x(
+        self,
+        control1: int = REQUIRED,
+        control2: int = REQUIRED,
+        control3: int = REQUIRED,
+        target: int = REQUIRED,
+        controls: Controls = (),
+        **names: Any,
+    ) -> Self:
         """Apply X with three controls up to phases.
 
         Parameters
@@ -1533,6 +2108,9 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        **names
+            Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `control_qubit3`
+            for `control3`, `target_qubit` for `target`.
 
         Raises
         ------
@@ -1560,11 +2138,9 @@ class GateMethods(GateBase):
             and 0 <= control3 < self._n_qubits
             and 0 <= target < self._n_qubits
             and len({control1, control2, control3, target}) == 4
+            and not names
         ):
             return self._add_any("rc3x", (control1, control2, control3, target))
-        return self._gate(
-            "rc3x",
-            (control1, control2, control3, target),
-            ("control1", "control2", "control3", "target"),
-            controls,
-        )
+        return self._looked_at("rc3x", (control1, control2, control3, target), controls, names)
+
+    rcccx = rc3x

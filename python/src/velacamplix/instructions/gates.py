@@ -89,6 +89,28 @@ class Gate(NamedTuple):
         """Whether the library has it."""
         return self.build is None
 
+    def arguments(self, n_controls: int) -> tuple[tuple[str, ...], tuple[str, ...]]:
+        """Return what a method with so many controls in front calls these, and the gate's own qubits."""
+        if n_controls == 0:
+            return (), self.qubits
+        controls = ("control",) if n_controls == 1 else tuple([f"control{place + 1}" for place in range(n_controls)])
+        return controls, ("target",) if self.qubits == ("qubit",) else self.qubits
+
+    def words(self, n_controls: int) -> dict[str, str]:
+        """Return what other packages call the arguments of such a method, and what they are called here."""
+        words = dict.fromkeys(("theta", "phi", "lam"), "angle") if self.angles == ("angle",) else {}
+        controls, qubits = self.arguments(n_controls)
+        for word in controls + qubits:
+            if word.startswith("control"):
+                words["control_qubit" + word[len("control") :]] = word
+            elif word == "target":
+                words["target_qubit"] = word
+            elif controls:
+                words["target_" + word] = word
+        if self.short_for is not None and not controls and "qubit1" in qubits:
+            words.update(control_qubit="qubit1", target_qubit="qubit2")
+        return words
+
 
 # --- Entries, row by row ---
 
@@ -134,6 +156,46 @@ def _rzz(theta: float) -> tuple[complex, ...]:
     return (even, odd, odd, even)
 
 
+def _r(theta: float, phi: float) -> tuple[complex, ...]:
+    # No angles are added, as in `u_entries`.
+    c, s = _cos_sin(theta)
+    turn = cmath.rect(1.0, phi)
+    return (c, -1j * s * turn.conjugate(), -1j * s * turn, c)
+
+
+def _rzx(theta: float) -> tuple[complex, ...]:
+    c, s = complex(math.cos(theta / 2)), complex(0.0, math.sin(theta / 2))
+    return (c, -s, 0j, 0j, -s, c, 0j, 0j, 0j, 0j, c, s, 0j, 0j, s, c)
+
+
+def _within(c: complex, upper: complex, lower: complex, last: complex = 1 + 0j) -> tuple[complex, ...]:
+    """01 and 10 go over into each other, `upper` from 10 to 01; 11 has the factor `last`."""
+    return (1 + 0j, 0j, 0j, 0j, 0j, c, upper, 0j, 0j, lower, c, 0j, 0j, 0j, 0j, last)
+
+
+def _fsim(theta: float, phi: float) -> tuple[complex, ...]:
+    c, s = complex(math.cos(theta)), complex(0.0, -math.sin(theta))
+    return _within(c, s, s, cmath.rect(1.0, -phi))
+
+
+def _givens(theta: float) -> tuple[complex, ...]:
+    c, s = complex(math.cos(theta)), complex(math.sin(theta))
+    return _within(c, -s, s)
+
+
+def _xx_plus_yy(theta: float, beta: float) -> tuple[complex, ...]:
+    c, s = _cos_sin(theta)
+    turn = cmath.rect(1.0, beta)
+    return _within(c, -1j * s * turn, -1j * s * turn.conjugate())
+
+
+def _xx_minus_yy(theta: float, beta: float) -> tuple[complex, ...]:
+    c, s = _cos_sin(theta)
+    turn = cmath.rect(1.0, beta)
+    upper, lower = -1j * s * turn.conjugate(), -1j * s * turn
+    return (c, 0j, 0j, upper, 0j, 1 + 0j, 0j, 0j, 0j, 0j, 1 + 0j, 0j, lower, 0j, 0j, c)
+
+
 def _diagonal(*entries: complex) -> tuple[complex, ...]:
     size = len(entries)
     return tuple([entries[row] if row == column else 0j for row in range(size) for column in range(size)])
@@ -153,6 +215,10 @@ def _fixed(*entries: complex) -> Callable[[], tuple[complex, ...]]:
     return lambda: entries
 
 
+_ECR = (
+    0j, 0j, _ROOT + 0j, _ROOT * _I, 0j, 0j, _ROOT * _I, _ROOT + 0j,
+    _ROOT + 0j, -_ROOT * _I, 0j, 0j, -_ROOT * _I, _ROOT + 0j, 0j, 0j,
+)  # fmt: skip
 _SX = ((1 + 1j) / 2, (1 - 1j) / 2, (1 - 1j) / 2, (1 + 1j) / 2)
 _SXDG = ((1 - 1j) / 2, (1 + 1j) / 2, (1 + 1j) / 2, (1 - 1j) / 2)
 
@@ -166,6 +232,11 @@ def _by(name: str) -> Callable[[Params], tuple[str, Params]]:
 
 def _by_negated(name: str) -> Callable[[Params], tuple[str, Params]]:
     return lambda params: (name, tuple([-value for value in params]))
+
+
+def _by_opposite(name: str) -> Callable[[Params], tuple[str, Params]]:
+    """The first angle is how far it turns, the second about which axis."""
+    return lambda params: (name, (-params[0], *params[1:]))
 
 
 def _by_turned(name: str) -> Callable[[Params], tuple[str, Params]]:
@@ -198,6 +269,9 @@ _RC3X = (
     ("CNOT", (0, 3)), ("T", (3,)), ("CNOT", (1, 3)), ("PH", (3,), -_EIGHTH),
     ("H", (3,)), ("T", (3,)), ("CNOT", (2, 3)), ("PH", (3,), -_EIGHTH), ("H", (3,)),
 )  # fmt: skip
+
+
+_DCX = (("CNOT", (0, 1)), ("CNOT", (1, 0)))
 
 
 def _several(steps: tuple[Any, ...]) -> Callable[[Params, Qubits], tuple[Instruction, ...]]:
@@ -312,6 +386,33 @@ def _ryy_block(c: Qubits, q: Qubits, angle: Any) -> Steps:
     return [*before, _on("rxx", q, c, (angle,)), *after]
 
 
+def _rzx_block(c: Qubits, q: Qubits, angle: Any) -> Steps:
+    ends = _on("H", q[1:])
+    return [ends, _on("rzz", q, c, (angle,)), ends]
+
+
+def _ecr_block(c: Qubits, q: Qubits) -> Steps:
+    return [_on("rzx", q, (), (_QUARTER,)), _on("X", q[:1], c), _on("rzx", q, (), (-_QUARTER,))]
+
+
+def _r_block(c: Qubits, q: Qubits, theta: Any, phi: Any) -> Steps:
+    return [_on("RZ", q, (), (-phi,)), _on("RX", q, c, (theta,)), _on("RZ", q, (), (phi,))]
+
+
+def _fsim_block(c: Qubits, q: Qubits, theta: Any, phi: Any) -> Steps:
+    return [_on("rxx", q, c, (theta,)), _on("ryy", q, c, (theta,)), _on("PH", q[1:], c + q[:1], (-phi,))]
+
+
+def _xx_yy_block(sign: int) -> Callable[[Qubits, Qubits, Any, Any], Steps]:
+    def steps(c: Qubits, q: Qubits, theta: Any, beta: Any) -> Steps:
+        half = theta / 2
+        turn, back = _on("PH", q[:1], (), (-beta,)), _on("PH", q[:1], (), (beta,))
+        middle = [_on("rxx", q, c, (half,)), _on("ryy", q, c, (half if sign > 0 else -half,))]
+        return [back, *middle, turn] if sign > 0 else [turn, *middle, back]
+
+    return steps
+
+
 def _in_turn(*names: str) -> Callable[[Qubits, Qubits], Steps]:
     return lambda c, q: [_on(name, q, c) for name in names]
 
@@ -377,7 +478,7 @@ _gate(
     inverse=_by("H"), block=_h_block, matrix=_fixed(_ROOT, _ROOT, _ROOT, -_ROOT),
 )  # fmt: skip
 _gate(
-    "S", "S, a phase of pi/2 on 1", methods={"s": 0}, qasm={"s": 0}, inverse=_by("sdg"), block=_fixed_phase(_HALF),
+    "S", "S, a phase of pi/2 on 1", methods={"s": 0, "cs": 1}, qasm={"s": 0}, inverse=_by("sdg"), block=_fixed_phase(_HALF),
     matrix=_fixed(1, 0, 0, _I),
 )  # fmt: skip
 _gate(
@@ -413,18 +514,18 @@ _gate(
 
 # On two and three.
 _gate(
-    "CNOT", "X on `target` where `control` is 1", "control target", methods={"cnot": 0}, aliases={"cx": "cnot"},
+    "CNOT", "X on `target` where `control` is 1", "control target", methods={"cx": 0}, aliases={"cnot": "cx"},
     qasm={"cx": 0}, inverse=_by("CNOT"), short_for=("X", 1), block=_short_block("X", 1), draws="o+",
     matrix=_fixed(*_flip_last(2)),
 )  # fmt: skip
 _gate(
-    "CCNOT", "X on `target` where `control1` and `control2` are 1", "control1 control2 target", methods={"ccnot": 0},
-    aliases={"ccx": "ccnot", "toffoli": "ccnot"}, qasm={"ccx": 0}, inverse=_by("CCNOT"), short_for=("X", 2),
+    "CCNOT", "X on `target` where `control1` and `control2` are 1", "control1 control2 target", methods={"ccx": 0},
+    aliases={"ccnot": "ccx", "toffoli": "ccx"}, qasm={"ccx": 0}, inverse=_by("CCNOT"), short_for=("X", 2),
     block=_short_block("X", 2), draws="oo+", matrix=_fixed(*_flip_last(3)),
 )  # fmt: skip
 _gate(
-    "CSIGN", "Z on two qubits, a change of sign where both are 1", "qubit1 qubit2", methods={"csign": 0},
-    aliases={"cz": "csign"}, qasm={"cz": 0}, inverse=_by("CSIGN"), short_for=("Z", 1), block=_short_block("Z", 1),
+    "CSIGN", "Z on two qubits, a change of sign where both are 1", "qubit1 qubit2", methods={"cz": 0},
+    aliases={"csign": "cz"}, qasm={"cz": 0}, inverse=_by("CSIGN"), short_for=("Z", 1), block=_short_block("Z", 1),
     draws="oo", matrix=_fixed(*_diagonal(1, 1, 1, -1)),
 )  # fmt: skip
 _gate(
@@ -442,7 +543,11 @@ _gate(
 
 # Made of these.
 _gate(
-    "sdg", "the inverse of S, a phase of -pi/2 on 1", methods={"sdg": 0}, qasm={"sdg": 0}, inverse=_by("S"),
+    "id", "the identity, which does nothing", methods={"id": 0}, qasm={"id": 0}, inverse=_by("id"), block=lambda c, q: [],
+    build=lambda params, qubits: (),
+)  # fmt: skip
+_gate(
+    "sdg", "the inverse of S, a phase of -pi/2 on 1", methods={"sdg": 0, "csdg": 1}, qasm={"sdg": 0}, inverse=_by("S"),
     block=_fixed_phase(-_HALF), build=_one_phase(-_HALF),
 )  # fmt: skip
 _gate(
@@ -483,6 +588,10 @@ _gate(
     build=lambda params, qubits: (Instruction("matrix", qubits[1:], u_entries(*params), qubits[:1]),),
 )  # fmt: skip
 _gate(
+    "r", "the rotation exp(-i theta (cos(phi) X + sin(phi) Y) / 2)", angles="theta phi", methods={"r": 0},
+    inverse=_by_opposite("r"), block=_r_block, build=_one_matrix(_r),
+)  # fmt: skip
+_gate(
     "rxx", "exp(-i angle XX / 2)", "qubit1 qubit2", "angle", methods={"rxx": 0}, later={"rxx": 0},
     inverse=_by_negated("rxx"), block=_rxx_block, is_symmetric=True, build=_one_matrix(_rxx),
     in_programs=_by("RXX"),
@@ -499,6 +608,38 @@ _gate(
     in_programs=_by("RZZ"),
 )  # fmt: skip
 _gate(
+    "rzx", "exp(-i angle ZX / 2), Z on `qubit1` and X on `qubit2`", "qubit1 qubit2", "angle", methods={"rzx": 0},
+    inverse=_by_negated("rzx"), block=_rzx_block, build=_one_matrix(_rzx),
+)  # fmt: skip
+_gate(
+    "xx_plus_yy", "exp(-i theta (XX + YY) / 4), the mixing of 01 and 10, with phases exp(i beta) of `qubit1` around it",
+    "qubit1 qubit2", "theta beta", methods={"xx_plus_yy": 0}, inverse=_by_opposite("xx_plus_yy"), block=_xx_yy_block(1),
+    build=_one_matrix(_xx_plus_yy),
+)  # fmt: skip
+_gate(
+    "xx_minus_yy", "exp(-i theta (XX - YY) / 4), the mixing of 00 and 11, with phases exp(i beta) of `qubit1` around it",
+    "qubit1 qubit2", "theta beta", methods={"xx_minus_yy": 0}, inverse=_by_opposite("xx_minus_yy"),
+    block=_xx_yy_block(-1), is_symmetric=True, build=_one_matrix(_xx_minus_yy),
+)  # fmt: skip
+_gate(
+    "fsim", "exp(-i theta (XX + YY) / 2), the mixing of 01 and 10, with a factor exp(-i phi) on 11", "qubit1 qubit2",
+    "theta phi", methods={"fsim": 0}, inverse=_by_negated("fsim"), block=_fsim_block, is_symmetric=True,
+    build=_one_matrix(_fsim),
+)  # fmt: skip
+_gate(
+    "givens", "the rotation [[cos(t), -sin(t)], [sin(t), cos(t)]] of 01 and 10, t = theta", "qubit1 qubit2", "theta",
+    methods={"givens": 0}, inverse=_by_negated("givens"),
+    block=lambda c, q, theta: [_on("xx_plus_yy", q, c, (2 * theta, -_HALF))], build=_one_matrix(_givens),
+)  # fmt: skip
+_gate(
+    "dcx", "two CNOT gates, the second the other way round", "qubit1 qubit2", methods={"dcx": 0}, inverse=None,
+    block=_several_block(_DCX), build=_several(_DCX),
+)  # fmt: skip
+_gate(
+    "ecr", "the echoed cross-resonance gate, (XI - YX) / sqrt(2)", "qubit1 qubit2", methods={"ecr": 0},
+    inverse=_by("ecr"), block=_ecr_block, build=_one_matrix(_fixed(*_ECR)),
+)  # fmt: skip
+_gate(
     "iswapdg", "the inverse of ISWAP, the exchange with a factor -i where the qubits differ", "qubit1 qubit2",
     methods={"iswapdg": 0}, inverse=_by("ISWAP"), block=_iswap_block("sdg"), is_symmetric=True,
     build=_one_matrix(_fixed(*_exchange(0j, -1j))),
@@ -513,7 +654,7 @@ _gate(
     later={"rccx": 0}, inverse=_by("rccx"), block=_several_block(_RCCX), build=_several(_RCCX),
 )  # fmt: skip
 _gate(
-    "rc3x", "X with three controls up to phases", "control1 control2 control3 target", methods={"rc3x": 0},
+    "rc3x", "X with three controls up to phases", "control1 control2 control3 target", methods={"rc3x": 0}, aliases={"rcccx": "rc3x"},
     later={"rc3x": 0}, inverse=None, block=_several_block(_RC3X), build=_several(_RC3X),
 )  # fmt: skip
 

@@ -45,7 +45,8 @@ from .source import Source
 # Gates of Qiskit that qelib1.inc does not have under their name: instruction and number of controls.
 _MORE = {
     "iswap": ("ISWAP", 0), "ryy": ("ryy", 0), "ccz": ("Z", 2), "cphase": ("PH", 1), "phase": ("PH", 0),
-    "csdg": ("sdg", 1), "cs": ("S", 1), "mcx": ("X", None), "mcphase": ("PH", None),
+    "csdg": ("sdg", 1), "cs": ("S", 1), "mcx": ("X", None), "mcphase": ("PH", None), "r": ("r", 0), "rzx": ("rzx", 0),
+    "ecr": ("ecr", 0), "dcx": ("dcx", 0), "xx_plus_yy": ("xx_plus_yy", 0), "xx_minus_yy": ("xx_minus_yy", 0),
 }  # fmt: skip
 
 

@@ -61,7 +61,6 @@ LATER["u0"] = LibraryGate("u0", None, 0, 1, 1, 1, True)
 
 #: What ``include "qelib1.inc";`` declares: those of arXiv:1707.03429, whose meaning is fixed, and the later ones.
 GATES: dict[str, LibraryGate] = {
-    "id": LibraryGate("id", None, 0, 0, 1, 1, False),
     **{name: _of(gate, name, n_controls) for gate in GATE_TABLE.values() for name, n_controls in gate.qasm.items()},
     **LATER,
 }

@@ -12,6 +12,7 @@ from ..basics.types import Order
 from ..basics.words import counted
 from ..circuit.circuit import Circuit
 from ..instructions.gate_methods import GateMethods
+from ..instructions.many_qubit_methods import ManyQubitMethods
 from ..machine import memory
 from ..programs.progress import ProgressLike
 from ..views import html
@@ -27,7 +28,7 @@ from .sampling import Sampling
 # Showing a state in a notebook should not take longer than making it; above this only its size is told.
 _LARGEST_SHOWN = 18
 
-class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loading, Copies):
+class StateVector(GateMethods, ManyQubitMethods, MatrixGates, Readout, Sampling, Expectations, Loading, Copies):
     """A pure state of `n` qubits as 2**n amplitudes, in the basis state 0 at first.
 
     Parameters
@@ -201,6 +202,12 @@ class StateVector(GateMethods, MatrixGates, Readout, Sampling, Expectations, Loa
             core = self._live()
         apply.apply(core, self._precision, name, qubits, params, controls)
         return self
+
+    def _add_any(
+        self, name: str, qubits: tuple[int, ...], params: tuple[Any, ...] = (), controls: tuple[int, ...] = ()
+    ) -> StateVector:
+        self._live()  # the identity asks nobody else
+        return super()._add_any(name, qubits, params, controls)
 
     def run(self, circuit: Circuit, progress: ProgressLike = None, fusion: bool = False) -> StateVector:
         """Apply the gates of a circuit to the present state, in order.
