@@ -128,7 +128,7 @@ def call(name, member, made, known):
 # Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
 OTHERS = {
     "Expression.value_from", "Parameter.value_from",
-    "Circuit.from_qasm3", "Counts.to_frame", "Result.to_frame", "plot_counts", "plot_probabilities", "plot_state",
+    "Circuit.from_qasm3", "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
 }  # fmt: skip
 
 
