@@ -2,7 +2,10 @@
 
 from __future__ import annotations
 
+from typing import Any
+
 import numpy as np
+from numpy.typing import NDArray
 
 from . import checks, future
 from .types import Order
@@ -10,7 +13,7 @@ from .types import Order
 _PIECE_BITS = 14
 
 
-def of_amplitudes(array: np.ndarray, order: Order | None, name: str, keyword: str = "order") -> Order:
+def of_amplitudes(array: NDArray[Any], order: Order | None, name: str, keyword: str = "order") -> Order:
     """Return the order of an array of 2**n amplitudes, ``"little"`` if none is given.
 
     Before version 0.2 it was "big" then. Whoever gives none is warned where that makes a difference: unless the array
@@ -26,11 +29,11 @@ def of_amplitudes(array: np.ndarray, order: Order | None, name: str, keyword: st
     return "little"
 
 
-def _is_of_a_state(array: np.ndarray) -> bool:
+def _is_of_a_state(array: NDArray[Any]) -> bool:
     return "velacamplix amplitudes" in repr(array.base) if type(array.base).__name__ == "PyCapsule" else False
 
 
-def _reads_the_same(array: np.ndarray) -> bool:
+def _reads_the_same(array: NDArray[Any]) -> bool:
     n = array.size.bit_length() - 1
     low = min(n, _PIECE_BITS)
     places = _reversed(low) << (n - low)
@@ -40,7 +43,7 @@ def _reads_the_same(array: np.ndarray) -> bool:
     return True
 
 
-def _reversed(n: int) -> np.ndarray:
+def _reversed(n: int) -> NDArray[np.int64]:
     """Return the numbers below 2**n, each with its n bits reversed."""
     numbers = np.zeros(1, dtype=np.int64)
     for _ in range(n):

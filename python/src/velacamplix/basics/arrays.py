@@ -6,6 +6,7 @@ from collections.abc import Iterable
 from typing import Any
 
 import numpy as np
+from numpy.typing import NDArray
 
 from . import checks
 from .words import bit_string
@@ -14,7 +15,7 @@ from .words import bit_string
 _NORM_TOLERANCE = 1e-5
 
 
-def amplitudes(value: Any, n_qubits: int, name: str) -> np.ndarray:
+def amplitudes(value: Any, n_qubits: int, name: str) -> NDArray[Any]:
     """Return the amplitudes of a state of `n_qubits` qubits, of norm 1, in the type they came in.
 
     >>> amplitudes([0.6, 0.8j], 1, "data").tolist()
@@ -52,7 +53,7 @@ def product(value: Any, n_qubits: int, name: str) -> str:
     return text
 
 
-def weights(value: Any, n_address: int, n_value: int, name: str = "data") -> np.ndarray:
+def weights(value: Any, n_address: int, n_value: int, name: str = "data") -> NDArray[np.float64]:
     """Return a table of real numbers, one row per address, no row all zero.
 
     Rows are scaled by powers of two so that no square leaves the range of single precision. Only a row's direction
@@ -75,11 +76,11 @@ def weights(value: Any, n_address: int, n_value: int, name: str = "data") -> np.
     if not largest.all():
         row = int(np.flatnonzero(largest == 0)[0])
         raise ValueError(f"{name} must not have a row of zeros, which has no direction; row {row} is one")
-    scaled: np.ndarray = np.ldexp(array, -np.frexp(largest)[1][:, np.newaxis])
+    scaled: NDArray[np.float64] = np.ldexp(array, -np.frexp(largest)[1][:, np.newaxis])
     return scaled
 
 
-def table(value: Any, n_address: int, n_value: int, name: str = "data") -> np.ndarray:
+def table(value: Any, n_address: int, n_value: int, name: str = "data") -> NDArray[np.uint64]:
     """Return a list of integers of `n_value` bits, one per address, as ``uint64``."""
     size = 2**n_address
     expected = f"{name} must hold {size} integers from 0 to {2**n_value - 1}, one per address"
@@ -119,7 +120,7 @@ def registers(address: Any, value: Any, n_qubits: int) -> tuple[tuple[int, ...],
     return addresses, values
 
 
-def _array(value: Any, expected: str) -> np.ndarray:
+def _array(value: Any, expected: str) -> NDArray[Any]:
     if isinstance(value, (str, bytes, dict)) or not isinstance(value, Iterable):
         raise TypeError(f"{expected}, got {checks.show(value)}")
     try:
@@ -128,7 +129,7 @@ def _array(value: Any, expected: str) -> np.ndarray:
         raise ValueError(f"{expected}, got {checks.show(value)}") from None
 
 
-def _norm(array: np.ndarray) -> float:
+def _norm(array: NDArray[Any]) -> float:
     # In double precision, and piece by piece so that no second array of this size is needed.
     piece = 2**16
     squares = 0.0

@@ -23,6 +23,7 @@ from itertools import chain
 from typing import Any
 
 import numpy as np
+from numpy.typing import NDArray
 
 from .types import Order, Precision
 
@@ -217,7 +218,7 @@ def order(value: Any, name: str = "order") -> Order:
 
 def matrix(
     value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True, own: bool = True
-) -> np.ndarray:
+) -> NDArray[np.complex128]:
     """Return the matrix of a gate on `n_qubits` qubits.
 
     Parameters
@@ -307,7 +308,7 @@ def flag(value: Any, name: str) -> bool:
     return bool(value)
 
 
-def output(value: Any, length: int, dtype: Any, name: str = "out") -> np.ndarray:
+def output(value: Any, length: int, dtype: Any, name: str = "out") -> NDArray[Any]:
     """Return an array that may be filled, of any address, stride and byte order."""
     expected = f"{name} must be a writable array of shape ({length},) and type {np.dtype(dtype)}"
     if not isinstance(value, np.ndarray):
@@ -333,7 +334,7 @@ def _first(values: Any, count: int, name: str, of: str) -> tuple[Any, ...]:
         raise TypeError(f"{expected}, got {show(values)}") from None
 
 
-def deviation_from_unitary(array: np.ndarray) -> float:
+def deviation_from_unitary(array: NDArray[np.complex128]) -> float:
     """Return the largest entry of ``|U U† - 1|``; NaN if there is one."""
     rows = max(1, min(_PRODUCTS_AT_ONCE // len(array) ** 2, _ENTRIES_AT_ONCE // len(array)))
     largest = 0.0
@@ -345,7 +346,7 @@ def deviation_from_unitary(array: np.ndarray) -> float:
     return largest
 
 
-def plain_entries(array: np.ndarray) -> tuple[complex, ...]:
+def plain_entries(array: NDArray[Any]) -> tuple[complex, ...]:
     """Return the entries of an array row by row as Python's numbers.
 
     >>> plain_entries(np.array([[0, 1], [1, 0]]))

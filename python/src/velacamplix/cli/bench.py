@@ -10,6 +10,7 @@ from concurrent.futures import ThreadPoolExecutor
 from typing import Any
 
 import numpy as np
+from numpy.typing import NDArray
 
 from ..basics.types import Precision
 from ..basics.words import counted
@@ -86,7 +87,7 @@ def _best(work: Callable[[], Any], share: float) -> float:
     return best
 
 
-def _sweep(amplitudes: np.ndarray, threads: int, share: float) -> float:
+def _sweep(amplitudes: NDArray[Any], threads: int, share: float) -> float:
     """Return the seconds that reading and writing every amplitude once takes, by NumPy with as many threads."""
     numbers = amplitudes.view(np.float64 if amplitudes.itemsize == 16 else np.float32)
     if numbers.nbytes < 2**20 or threads == 1:

@@ -13,6 +13,7 @@ import contextlib
 import signal
 import sys
 import warnings
+from collections.abc import Iterator
 from pathlib import Path
 from typing import Any
 
@@ -73,24 +74,28 @@ def main(arguments: list[str] | None = None) -> int:
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     streams.prepare()
-    if sys.stdout is None:
-        return _fail("standard output is closed", FAILED)
     try:
+        if sys.stdout is None:
+            raise _Refused("standard output is closed")
         try:
             with warnings.catch_warnings():
                 warnings.simplefilter("default")
                 warnings.showwarning = _warn
                 options = _parser().parse_args(arguments)
-                status: int = options.command(options)
+                options.command(options)
         finally:
             sys.stdout.flush()
+    except _Refused as refused:
+        streams.tell(str(refused))
+        return refused.status
     except OSError as error:
         # What goes wrong with files is told where they are opened.
         streams.let_go(sys.stdout)
-        return _fail(f"{error.filename or 'standard output'}: {error.strerror or error}", FAILED)
+        streams.tell(f"{error.filename or 'standard output'}: {error.strerror or error}")
+        return FAILED
     finally:
         streams.settle()
-    return status
+    return 0
 
 
 class _Parser(argparse.ArgumentParser):
@@ -214,110 +219,104 @@ def _observable(text: str) -> tuple[str, Observable]:
         raise argparse.ArgumentTypeError(str(error)) from None
 
 
-def _run(options: argparse.Namespace) -> int:
+def _run(options: argparse.Namespace) -> None:
     # Here rather than above: what running needs is not needed for --version.
-    from ..qasm import QasmError
     from ..running.run import run
     from . import picture, report
 
     name = "<standard input>" if options.file == "-" else options.file
-    try:
-        threads = options.threads or limits.default_threads()[0]
-    except ValueError as error:
-        return _fail(str(error), USAGE_ERROR)
+    threads = _threads(options)
     if options.plot is not None:
-        try:
+        with _refusing(ValueError, "argument --plot: ", USAGE_ERROR), _refusing(ImportError):
             picture.require_writable(options.plot)
-        except ValueError as error:
-            return _fail(f"argument --plot: {error}", USAGE_ERROR)
-        except ImportError as error:
-            return _fail(str(error), FAILED)
-
-    try:
-        circuit = _read(options.file)
-    except QasmError as error:
-        error.path = error.path or name
-        return _fail(str(error), FAILED)
-    except MemoryError:
-        return _fail(f"{name}: the circuit does not fit into memory", FAILED)
-    except OSError as error:
-        return _fail(f"{name}: {error.strerror or error}", FAILED)
+    circuit = _read(options.file, name)
     for text, observable in options.observable:
         if observable.n_qubits > circuit.n_qubits:
-            return _fail(
+            raise _Refused(
                 f"argument --observable: {text!r} needs {observable.n_qubits} qubits, {name} has {circuit.n_qubits}",
                 USAGE_ERROR,
             )
 
     known = [observable for _, observable in options.observable]
-    try:
+    # ValueError: shots are missing, or angles whose sum is too large.
+    with _refusing((MemoryError, ValueError), f"{name}: "):
         result = run(
             circuit, options.shots, options.seed, threads, options.precision, known or None, progress=options.progress
         )
         expectations = report.expectations_of(result, options.observable)
         # First of all: a reader that stops early ends the process.
         if options.plot is not None:
-            try:
+            with _refusing((MemoryError, ValueError, OSError), f"{options.plot}: "):
                 picture.save(options.plot, name, result, *report.places_of(circuit, result))
-            except (MemoryError, ValueError, OSError) as error:
-                return _fail(f"{options.plot}: {getattr(error, 'strerror', None) or error}", FAILED)
         show = report.run_as_json if options.json else report.run
         show(name, circuit, result, expectations, options.top)
-    except (MemoryError, ValueError) as error:
-        # ValueError: shots are missing, or angles whose sum is too large.
-        cure = "; give --shots N" if str(error).startswith("shots must be given") else ""
-        return _fail(f"{name}: {error}{cure}", FAILED)
-    return 0
 
 
-def _read(file: str) -> Circuit:
-    from ..qasm import files
+def _read(file: str, name: str) -> Circuit:
+    from ..qasm import QasmError, files
 
     with warnings.catch_warnings(record=True) as caught:
         warnings.simplefilter("always")
-        if file != "-":
-            circuit = Circuit.from_qasm(Path(file))
-        else:
-            if sys.stdin is None:
-                raise OSError("it is closed")
-            text = files.decoded(sys.stdin.buffer, "<standard input>")
-            # A text of one line could be taken for the name of a file.
-            circuit = Circuit.from_qasm(text if "\n" in text else text + "\n")
+        try:
+            if file != "-":
+                circuit = Circuit.from_qasm(Path(file))
+            else:
+                if sys.stdin is None:
+                    raise OSError("it is closed")
+                text = files.decoded(sys.stdin.buffer, name)
+                # A text of one line could be taken for the name of a file.
+                circuit = Circuit.from_qasm(text if "\n" in text else text + "\n")
+        except QasmError as error:
+            error.path = error.path or name
+            raise _Refused(str(error)) from None
+        except MemoryError:
+            raise _Refused(f"{name}: the circuit does not fit into memory") from None
+        except OSError as error:
+            raise _Refused(f"{name}: {error.strerror or error}") from None
     for warning in caught:
-        streams.tell(str(warning.message).replace("<text>", "<standard input>"))
+        streams.tell(str(warning.message).replace("<text>", name))
     return circuit
 
 
-def _info(options: argparse.Namespace) -> int:
+def _info(options: argparse.Namespace) -> None:
     from . import report
 
     report.info()
-    return 0
 
 
-def _bench(options: argparse.Namespace) -> int:
+def _bench(options: argparse.Namespace) -> None:
     from . import bench
 
-    try:
-        threads = options.threads or limits.default_threads()[0]
-    except ValueError as error:
-        return _fail(str(error), USAGE_ERROR)
+    threads = _threads(options)
     sizes = bench.sizes(options.qubits, options.precision)
     if not sizes:
-        return _fail("not even the smallest state takes less than a quarter of the memory", FAILED)
+        raise _Refused("not even the smallest state takes less than a quarter of the memory")
     answer = bench.measure(sizes, options.precision, threads, options.seconds, bench.tell)
-    if options.json:
-        bench.as_json(answer)
-    else:
-        bench.show(answer)
-    return 0
+    (bench.as_json if options.json else bench.show)(answer)
+
+
+def _threads(options: argparse.Namespace) -> int:
+    with _refusing(ValueError, status=USAGE_ERROR):
+        return int(options.threads or limits.default_threads()[0])
+
+
+class _Refused(Exception):
+    """Ends the command with a message and a status."""
+
+    def __init__(self, message: str, status: int = FAILED) -> None:
+        super().__init__(message)
+        self.status = status
+
+
+@contextlib.contextmanager
+def _refusing(kinds: Any, where: str = "", status: int = FAILED) -> Iterator[None]:
+    try:
+        yield
+    except kinds as error:
+        cure = "; give --shots N" if str(error).startswith("shots must be given") else ""
+        raise _Refused(f"{where}{getattr(error, 'strerror', None) or error}{cure}", status) from None
 
 
 def _warn(message: Any, *_: Any, **__: Any) -> None:
     # One line, like an error; where in the package it arose is of no use here.
     streams.tell(str(message))
-
-
-def _fail(message: str, status: int) -> int:
-    streams.tell(message)
-    return status

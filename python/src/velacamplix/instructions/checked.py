@@ -5,6 +5,7 @@ from __future__ import annotations
 from typing import Any
 
 import numpy as np
+from numpy.typing import NDArray
 
 from ..basics import checks
 from ..machine import memory
@@ -137,7 +138,7 @@ def diagonal(values: Any, n_targets: int, name: str = "diagonal", unitary: bool 
     return checks.plain_entries(array)
 
 
-def _have_norm_1(entries: np.ndarray) -> bool:
+def _have_norm_1(entries: NDArray[np.complex128]) -> bool:
     with np.errstate(all="ignore"):
         return bool((np.abs(np.abs(entries) ** 2 - 1) <= checks.UNITARY_TOLERANCE).all())
 

@@ -1,7 +1,7 @@
 """OpenQASM 2 and 3: `read_qasm` and the `QasmError` it raises.
 
-From a text to registers and instructions in four steps: `reader` (files), `syntax` with `expressions` (statements; `mistakes` tells why
-there is none), `program` (registers, broadcasting, conditions), `definitions` with `qelib1` (gates).
+From a text to registers and instructions in four steps: `reader` (files), `syntax` with `expressions` (statements),
+`program` (registers, broadcasting, conditions), `definitions` with `qelib1` (gates).
 """
 
 from collections.abc import Callable

@@ -38,17 +38,39 @@ _INTEGER = re.compile(INTEGER)
 
 
 class Tokens:
-    """Reads tokens one by one from a place in a program."""
+    """Reads tokens one by one from a place in a program.
+
+    Attributes
+    ----------
+    kind, token : str, Token
+        What comes next.
+    end : int
+        Where that ends which was read last.
+    """
 
     def __init__(self, source: Source, offset: int) -> None:
         self.source = source
-        self.kind, self.token, self.next = self._at(offset)
+        self.go(offset)
+
+    def go(self, offset: int) -> None:
+        """Go on from another place."""
+        self.end = offset
+        self.kind, self.token = self._at(offset)
 
     def advance(self) -> Token:
         """Step over the token and return it."""
         token = self.token
-        self.kind, self.token, self.next = self._at(self.next)
+        self.go(token.offset + len(token))
         return token
+
+    @property
+    def word(self) -> str:
+        """The token if it is a word, else nothing."""
+        return str(self.token) if self.kind == "word" else ""
+
+    def is_symbol(self, symbol: str) -> bool:
+        """Whether this symbol comes next."""
+        return self.kind == "symbol" and self.token == symbol
 
     def symbol(self, *allowed: str) -> str:
         """Step over one of the allowed symbols and return it, or fail."""
@@ -73,7 +95,7 @@ class Tokens:
         # What follows, perhaps a fraction, is the next token.
         end = found.end()
         token = Token(self.source, self.token.offset, end)
-        self.kind, self.token, self.next = self._at(end)
+        self.go(end)
         return token
 
     def fail(self, expected: Sequence[str]) -> NoReturn:
@@ -89,11 +111,11 @@ class Tokens:
             fail(f"unexpected character '=', expected {words}", character)
         fail(f"unexpected text, expected {words}", self.token)
 
-    def _at(self, offset: int) -> tuple[str, Token, int]:
+    def _at(self, offset: int) -> tuple[str, Token]:
         found = _TOKEN.match(self.source.text, offset)
         assert found is not None and found.lastgroup is not None  # the pattern takes everything
         kind = found.lastgroup
-        return kind, Token(self.source, found.start(kind), found.end()), found.end()
+        return kind, Token(self.source, found.start(kind), found.end())
 
 
 def refuse_leading_zeros(number: Token) -> None:

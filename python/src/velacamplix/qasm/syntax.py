@@ -1,20 +1,20 @@
 """From text to statements.
 
-One pattern for each kind of statement takes it whole, in any layout: large files are read at the speed of Python's
-regular expressions. A text that fits no pattern goes to `mistakes`, which reads it again word by word and tells what
-is wrong. No two neighbours in a pattern can take the same character, so that a line of a million blanks does not cost
-a million times a million.
+One pattern takes a whole call of a gate, in any layout: large files are read at the speed of Python's regular
+expressions. Everything else is read word by word, and so is a call that does not fit the pattern, to find out what is
+wrong with it. No two neighbours in the pattern can take the same character, so that a line of a million blanks does not
+cost a million times a million.
 """
 
 from __future__ import annotations
 
 import re
+from collections.abc import Callable, Sequence
 from typing import Any, NamedTuple
 
 from .errors import fail, shortened
 from .expressions import ParameterLists, Params
-from .lexicon import BLANKS, BUILTIN, END, INTEGER, NAME, RESERVED, STRING
-from .mistakes import report
+from .lexicon import BLANKS, BUILTIN, END, INTEGER, NAME, RESERVED, Tokens
 from .source import Source, Token
 
 #: Turning digits into a number takes time that grows with the square of their number. These are enough for a bit pattern
@@ -91,27 +91,15 @@ class Conditional(NamedTuple):
 
 _PLACE = rf"{NAME}{BLANKS}(?:\[{BLANKS}{INTEGER}{BLANKS}\]{BLANKS})?"
 _PLACES = rf"{_PLACE}(?:,{BLANKS}{_PLACE})*"
-_NAMES = rf"{NAME}{BLANKS}(?:,{BLANKS}{NAME}{BLANKS})*"
 # Whatever may stand in a list of parameters. Arguments hold no parentheses, so the last one closes the list.
 _IN_PARENTHESES = r"[-+*/^().,0-9A-Za-z_ \t\r\n\f]*"
 
 _CALL = re.compile(rf"([A-Za-z][A-Za-z0-9_]*){END}{BLANKS}(?:\(({_IN_PARENTHESES})\){BLANKS})?({_PLACES});")
 _SKIPPED = re.compile(rf"{BLANKS}(?:;{BLANKS})*")
-_BLANK = re.compile(BLANKS)
-_WORD = re.compile(r"[A-Za-z][A-Za-z0-9_]*")
-_VERSION = re.compile(rf"OPENQASM{END}{BLANKS}([0-9]+(?:\.[0-9]+)?){BLANKS};")
-_INCLUDE = re.compile(rf"include{BLANKS}({STRING}){BLANKS};")
-_REGISTER = re.compile(rf"[qc]reg{END}{BLANKS}({NAME}){BLANKS}\[{BLANKS}({INTEGER}){BLANKS}\]{BLANKS};")
-_HEAD = re.compile(
-    rf"(?:gate|opaque){END}{BLANKS}({NAME}){END}{BLANKS}(?:\({BLANKS}({_NAMES})?\){BLANKS})?({_NAMES})([{{;])"
-)
-_BARRIER = re.compile(rf"barrier{END}{BLANKS}({_PLACES});")
-_MEASURE = re.compile(rf"measure{END}{BLANKS}({_PLACE})->{BLANKS}({_PLACE});")
-_RESET = re.compile(rf"reset{END}{BLANKS}({_PLACE});")
-_IF = re.compile(rf"if{BLANKS}\({BLANKS}({NAME}){BLANKS}=={BLANKS}({INTEGER}){BLANKS}\){BLANKS}")
-
-_ONE_NAME = re.compile(NAME)
+_VERSION = re.compile(r"[0-9]+(?:\.[0-9]+)?")
 _ONE_PLACE = re.compile(rf"({NAME}){BLANKS}(?:\[{BLANKS}({INTEGER}))?")
+
+_STATEMENTS = [repr(word) for word in "include qreg creg gate opaque barrier if measure reset".split()]
 
 
 class Statements:
@@ -125,7 +113,6 @@ class Statements:
 
     def __init__(self, source: Source) -> None:
         self._source = source
-        self._text = source.text
         self._lists = ParameterLists(source)
         self._end = 0  # of the statement read last
         self.version: Token | None = None
@@ -138,30 +125,19 @@ class Statements:
         QasmError
             At the first place that is not OpenQASM 2.
         """
-        text, skipped, length = self._text, _SKIPPED.match, len(self._text)
+        text, skipped, length = self._source.text, _SKIPPED.match, len(self._source.text)
         statements: list[Any] = []
-        at = _end(_BLANK, text, 0)
-        found = _VERSION.match(text, at)
-        if found is not None:
-            self.version = self._token(found, 1)
-            if self.version not in ("2", "2.0"):
-                hint = "; Circuit.from_qasm3 reads OpenQASM 3" if self.version in ("3", "3.0", "3.1") else ""
-                fail(f"this reader knows OpenQASM 2.0, not {shortened(self.version)}{hint}", self.version)
-            at = found.end()
-        elif self._word(at) == "OPENQASM":
-            report(self._source, self._lists, at, "header")
+        tokens = Tokens(self._source, 0)
+        if tokens.token == "OPENQASM":
+            self._header(tokens)
         while True:
-            at = skipped(text, at).end()  # type: ignore[union-attr]
+            at = skipped(text, self._end).end()  # type: ignore[union-attr]
             if at == length:
                 return statements
-            statement = self._call(at) or self._other(at)
-            if statement is None:
-                report(self._source, self._lists, at, "file")
-            statements.append(statement)
-            at = self._end
+            statements.append(self._plain_call(at) or self._word_by_word(self._statement, at))
 
-    def _call(self, at: int) -> Call | None:
-        found = _CALL.match(self._text, at)
+    def _plain_call(self, at: int) -> Call | None:
+        found = _CALL.match(self._source.text, at)
         if found is None:
             return None
         name, listed, places = found.groups()
@@ -176,106 +152,145 @@ class Statements:
         self._end = found.end()
         return Call(name, params, Places(places, self._source, found.start(3)), at)
 
-    def _other(self, at: int) -> Any:
-        reader = _READERS.get(self._word(at))
-        return None if reader is None else reader(self, at)
+    # --- Word by word ---
 
-    def _include(self, at: int) -> Include | None:
-        found = self._match(_INCLUDE, at)
-        return None if found is None else Include(self._token(found, 1))
+    def _word_by_word(self, read: Callable[[Tokens], Any], at: int) -> Any:
+        tokens = Tokens(self._source, at)
+        statement = read(tokens)
+        self._end = tokens.end
+        return statement
 
-    def _register(self, at: int) -> RegisterDeclaration | None:
-        found = self._match(_REGISTER, at)
-        if found is None:
-            return None
-        kind = "quantum" if self._text[at] == "q" else "classical"
-        return RegisterDeclaration(kind, self._name(found, 1), self._token(found, 2))
+    def _header(self, tokens: Tokens) -> None:
+        tokens.advance()
+        if not _VERSION.fullmatch(tokens.token):
+            tokens.fail(["a version"])
+        self.version = tokens.advance()
+        if self.version not in ("2", "2.0"):
+            hint = "; Circuit.from_qasm3 reads OpenQASM 3" if self.version in ("3", "3.0", "3.1") else ""
+            fail(f"this reader knows OpenQASM 2.0, not {shortened(self.version)}{hint}", self.version)
+        tokens.symbol(";")
+        self._end = tokens.end
 
-    def _gate(self, at: int) -> GateDeclaration | None:
-        found = self._match(_HEAD, at)
-        if found is None or (found[4] == "{") != (self._text[at] == "g"):
-            return None
-        name, params, qubits = self._name(found, 1), self._names(found, 2), self._names(found, 3)
-        return GateDeclaration(name, params, qubits, self._body() if found[4] == "{" else None)
+    def _statement(self, tokens: Tokens) -> Any:
+        word = tokens.word
+        if word == "include":
+            tokens.advance()
+            if tokens.kind != "string":
+                if tokens.kind == "other" and tokens.token == '"':
+                    fail("unexpected character '\"', expected a file name in quotes", tokens.token)
+                tokens.fail(["a file name in quotes"])
+            path = tokens.advance()
+            tokens.symbol(";")
+            return Include(path)
+        if word in ("qreg", "creg"):
+            tokens.advance()
+            name = tokens.name()
+            tokens.symbol("[")
+            size = tokens.integer()
+            tokens.symbol("]")
+            tokens.symbol(";")
+            return RegisterDeclaration("quantum" if word == "qreg" else "classical", name, size)
+        if word in ("gate", "opaque"):
+            return self._gate(tokens)
+        if word == "barrier":
+            return self._barrier(tokens)
+        if word == "if":
+            tokens.advance()
+            tokens.symbol("(")
+            register = tokens.name()
+            tokens.symbol("==")
+            value = tokens.integer()
+            tokens.symbol(")")
+            return Conditional(register, value, self._operation(tokens, []))
+        return self._operation(tokens, _STATEMENTS)
 
-    def _body(self) -> list[Call | Barrier]:
-        text, at = self._text, self._end
+    def _gate(self, tokens: Tokens) -> GateDeclaration:
+        has_body = tokens.advance() == "gate"
+        name = tokens.name()
+        params: list[Token] = []
+        opened = tokens.is_symbol("(")
+        if opened:
+            tokens.advance()
+            if tokens.is_symbol(")"):
+                tokens.advance()
+            else:
+                params.append(tokens.name(also=["')'"]))
+                while tokens.symbol(",", ")") == ",":
+                    params.append(tokens.name())
+        qubits = [tokens.name(also=[] if opened else ["'('"])]
+        while tokens.is_symbol(","):
+            tokens.advance()
+            qubits.append(tokens.name())
+        tokens.symbol("{" if has_body else ";")
+        body = None
+        if has_body:
+            body, end = self._body(tokens.end)
+            tokens.go(end)
+        return GateDeclaration(name, tuple(params), tuple(qubits), body)
+
+    def _body(self, at: int) -> tuple[list[Call | Barrier], int]:
         body: list[Call | Barrier] = []
+        self._end = at
         while True:
-            at = _end(_BLANK, text, at)
-            if text.startswith("}", at):
-                self._end = at + 1
-                return body
-            step = self._call(at) or (self._barrier(at) if text.startswith("barrier", at) else None)
-            if step is None:
-                report(self._source, self._lists, at, "body")
-            body.append(step)
-            at = self._end
+            tokens = Tokens(self._source, self._end)
+            if tokens.is_symbol("}"):
+                return body, tokens.token.offset + 1
+            body.append(self._plain_call(tokens.token.offset) or self._word_by_word(self._body_step, self._end))
 
-    def _barrier(self, at: int) -> Barrier | None:
-        found = self._match(_BARRIER, at)
-        return None if found is None else Barrier(self._places(found, 1))
+    def _body_step(self, tokens: Tokens) -> Call | Barrier:
+        if tokens.word == "barrier":
+            return self._barrier(tokens)
+        if tokens.word in RESERVED:
+            fail(f"{tokens.token!s} is a reserved word and cannot stand here", tokens.token)
+        if not tokens.word or (tokens.token[0] < "a" and tokens.token not in BUILTIN):
+            tokens.fail(["a gate", "'barrier'", "'}'"])
+        return self._call(tokens)
 
-    def _measure(self, at: int) -> Measure | None:
-        found = self._match(_MEASURE, at)
-        return None if found is None else Measure(self._places(found, 1), self._places(found, 2))
+    def _operation(self, tokens: Tokens, also: Sequence[str]) -> Call | Measure | Reset:
+        word = tokens.word
+        if word == "measure":
+            tokens.advance()
+            source = self._places(tokens, [], is_one=True)
+            tokens.symbol("->")
+            measure = Measure(source, self._places(tokens, [], is_one=True))
+            tokens.symbol(";")
+            return measure
+        if word == "reset":
+            tokens.advance()
+            reset = Reset(self._places(tokens, [], is_one=True))
+            tokens.symbol(";")
+            return reset
+        if word in RESERVED:
+            fail(f"{word} is a reserved word and cannot stand here", tokens.token)
+        if not word or (word[0] < "a" and word not in BUILTIN):
+            tokens.fail(["a gate", "'measure'", "'reset'", *also])
+        return self._call(tokens)
 
-    def _reset(self, at: int) -> Reset | None:
-        found = self._match(_RESET, at)
-        return None if found is None else Reset(self._places(found, 1))
+    def _call(self, tokens: Tokens) -> Call:
+        name = tokens.advance()
+        params: Params = ()
+        opened = tokens.is_symbol("(")
+        if opened:
+            params, end = self._lists.read(tokens.token.offset + 1)
+            tokens.go(end)
+        return Call(str(name), params, self._places(tokens, [] if opened else ["'('"]), name.offset)
 
-    def _conditional(self, at: int) -> Conditional | None:
-        found = self._match(_IF, at)
-        if found is None:
-            return None
-        register, value = self._name(found, 1), self._token(found, 2)
-        at = self._end
-        operation = self._call(at)
-        if operation is None and self._text.startswith(("measure", "reset"), at):
-            operation = self._other(at)
-        if not isinstance(operation, (Call, Measure, Reset)):
-            report(self._source, self._lists, at, "condition")
-        return Conditional(register, value, operation)
+    def _barrier(self, tokens: Tokens) -> Barrier:
+        tokens.advance()
+        return Barrier(self._places(tokens, []))
 
-    def _word(self, at: int) -> str:
-        found = _WORD.match(self._text, at)
-        return "" if found is None else found[0]
-
-    def _match(self, pattern: re.Pattern[str], at: int) -> re.Match[str] | None:
-        found = pattern.match(self._text, at)
-        if found is not None:
-            self._end = found.end()
-        return found
-
-    def _token(self, found: re.Match[str], group: int) -> Token:
-        return Token(self._source, *found.span(group))
-
-    def _name(self, found: re.Match[str], group: int) -> Token:
-        return _no_keyword(self._token(found, group))
-
-    def _names(self, found: re.Match[str], group: int) -> tuple[Token, ...]:
-        start, end = found.span(group)
-        return tuple(
-            [_no_keyword(Token(self._source, *name.span())) for name in _ONE_NAME.finditer(self._text, start, end)]
-            if start >= 0
-            else ()
-        )
-
-    def _places(self, found: re.Match[str], group: int) -> Places:
-        return Places(found[group], self._source, found.start(group))
-
-
-_READERS = {
-    "include": Statements._include,
-    "qreg": Statements._register,
-    "creg": Statements._register,
-    "gate": Statements._gate,
-    "opaque": Statements._gate,
-    "barrier": Statements._barrier,
-    "measure": Statements._measure,
-    "reset": Statements._reset,
-    "if": Statements._conditional,
-}
+    def _places(self, tokens: Tokens, also: Sequence[str], is_one: bool = False) -> Places:
+        start = tokens.token.offset
+        while True:
+            tokens.name(also)
+            if tokens.is_symbol("["):
+                tokens.advance()
+                tokens.integer()
+                tokens.symbol("]")
+            places = Places(self._source.text[start : tokens.end], self._source, start)
+            if is_one or tokens.symbol(",", ";") == ";":
+                return places
+            also = []
 
 
 def integer(token: Token) -> int:
@@ -300,9 +315,3 @@ def _no_keyword(token: Token) -> Token:
     if token in RESERVED:
         fail(f"{token!s} is a reserved word and cannot stand here", token)
     return token
-
-
-def _end(pattern: re.Pattern[str], text: str, at: int) -> int:
-    found = pattern.match(text, at)
-    assert found is not None  # it takes the empty text too
-    return found.end()
