@@ -2,14 +2,27 @@
 
 #include <limits>
 #include <random>
+#include <type_traits>
 
 namespace velacamplix::measurement {
 
-// A number in [0, 1) from one output of a 64-bit engine: converted first, rounding to nearest, then scaled. What
-// rounds up to 1 becomes the largest number below it.
+// An output converted, rounding to nearest. Before AVX-512 a processor converts signed numbers alone, and which way the
+// highest bit goes cannot be predicted: so a double takes both halves, exactly, and rounds once, in their sum.
+template <class T>
+inline T converted(unsigned long output) {
+    if constexpr (std::is_same_v<T, double>) {
+        return static_cast<T>(static_cast<long>(output >> 32)) * 0x1p32 +
+               static_cast<T>(static_cast<long>(output & 0xfffffffful));
+    } else {
+        return static_cast<T>(output);
+    }
+}
+
+// A number in [0, 1) from one output of a 64-bit engine: converted first, then scaled. What rounds up to 1 becomes the
+// largest number below it.
 template <class T>
 inline T uniform(unsigned long output) {
-    const T u = static_cast<T>(output) * T(0x1p-64);
+    const T u = converted<T>(output) * T(0x1p-64);
     return u < T(1) ? u : T(1) - std::numeric_limits<T>::epsilon() / 2;
 }
 

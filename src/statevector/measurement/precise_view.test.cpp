@@ -179,7 +179,7 @@ TYPED_TEST(precise_view, of_large_states_keeps_its_bits_on_any_number_of_threads
 TYPED_TEST(precise_view, gives_each_shot_what_its_own_scan_in_double_finds) {
     std::mt19937 engine(1);
     for (const Values values : {Values::ordinary, Values::unusual}) {
-        for (unsigned int n = 0; n <= 9; ++n) {
+        for (unsigned int n = 0; n <= 12; ++n) {
             const auto state = random_state<TypeParam>(n, values);
             for (unsigned long shots : {0ul, 1ul, 300ul, 3000ul}) {
                 ASSERT_TRUE(samples_agree(state, false, shots, {}));
@@ -289,7 +289,7 @@ TEST(precise_view_of_single_precision, sums_what_a_running_sum_in_single_precisi
 
 TYPED_TEST(precise_view, shots_of_a_normalised_state_are_those_of_its_precision) {
     std::mt19937 lists(8);
-    for (unsigned int n = 0; n <= 9; ++n) {
+    for (unsigned int n = 0; n <= 12; ++n) {
         const auto state = normalised(random_state<TypeParam>(n, Values::ordinary));
         for (const double total : {1.0, 1 + 8e-10, 1 - 8e-10}) {
             const auto near = scaled(state, std::sqrt(total));
@@ -305,7 +305,7 @@ TYPED_TEST(precise_view, shots_of_a_normalised_state_are_those_of_its_precision)
 TYPED_TEST(precise_view, shots_of_a_state_of_another_norm_are_fractions_of_its_total) {
     std::mt19937 lists(9);
     for (const double factor : {std::sqrt(1 + 2e-9), std::sqrt(1 - 2e-9), 0.5, 3.0, 1e-17, 1e17}) {
-        for (unsigned int n : {0u, 1u, 4u, 9u}) {
+        for (unsigned int n : {0u, 1u, 4u, 9u, 12u}) {
             const auto state = scaled(normalised(random_state<TypeParam>(n, Values::ordinary)), factor);
             for (unsigned long shots : {1ul, 3000ul}) {
                 ASSERT_TRUE(samples_of_any_norm_agree(state, false, true, shots, {})) << factor;
@@ -350,7 +350,9 @@ TEST(precise_view_of_a_tiny_state, a_fraction_above_zero_stays_above_zero) {
 
 TYPED_TEST(precise_view, shots_of_any_norm_go_on_with_the_engine_when_there_are_more_than_are_sorted_at_once) {
     constexpr unsigned long shots = (1ul << 24) + 1000;
-    const State<TypeParam> state{{TypeParam(0.5), TypeParam(0.25)}, {1, 1}};
+    State<TypeParam> state(1ul << 11, {0, 0});
+    state[0] = {TypeParam(0.5), TypeParam(0.25)};
+    state[1] = {1, 1};
     MeasuredState<TypeParam> measured(state);
     std::mt19937_64 engine(3), after(3);
     const auto expected = scanned(wide_view(state, false), after, shots, {});

@@ -5,6 +5,7 @@
 #include "statevector/measurement/running_sum.hpp"
 #include "statevector/storage/parallel.hpp"
 
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -25,8 +26,8 @@ namespace {
 
 constexpr unsigned long all_ones = ~0ul;
 
-// How many of the sums are below r, when they never fall and the last is not below r. (Not below: r is not above it.
-// That holds for a NaN, after which all sums are NaN.) No branch to mispredict.
+// How many of 2^k sums that never fall are below r, and at most all but the last. (Not below: r is not above it. That
+// holds for a NaN, after which all sums are NaN.) No branch to mispredict.
 template <class T>
 unsigned long count_below(T r, const T* sums, unsigned long count) {
     unsigned long below = 0;
@@ -66,6 +67,65 @@ inline constexpr bool numbers_are_fractions = false;
 template <class Seq>
 inline constexpr bool numbers_are_fractions<pbamplix::precise_view<Seq>> = true;
 
+// A shot's number as a share of a total. Of a total above 0 it stays above 0.
+template <class T>
+T share_of(T number, T total) {
+    if (total == T(1) || !(number > T(0))) return number;
+    return std::max(number * total, total > T(0) ? std::numeric_limits<T>::denorm_min() : T(0));
+}
+
+// Views so small that all their running sums are kept.
+constexpr unsigned long most_kept = 1024;
+
+// pick_shots for such a view: every shot looks its own number up, and none is sorted. Many take a step of count_below
+// side by side, so that none waits for another.
+template <class Rng, class Seq>
+typename Seq::proba_type look_up_shots(const Seq& seq, typename Seq::proba_type factor, bool has_to_be_normalised,
+                                       unsigned long* shots, Rng& rng, unsigned long nshots, int nthreads,
+                                       const std::vector<unsigned int>& qubits) {
+    using T = typename Seq::proba_type;
+    T sums[most_kept];
+    walk_running_sum(seq, [&](unsigned long first, const T* part, unsigned long count) {
+        std::copy_n(part, count, sums + first);
+        return true;
+    });
+    const T total = sums[seq.dim - 1];
+    if (has_to_be_normalised && !is_normalised(static_cast<double>(total))) return total;
+
+    unsigned long outcomes[most_kept];
+    const bool keeps_outcomes = nshots >= seq.dim;
+    for (unsigned long i = 0; keeps_outcomes && i < seq.dim; ++i) outcomes[i] = outcome_of(i, seq.nqubits, qubits);
+    const unsigned long outcome_of_ones = outcome_of(all_ones, seq.nqubits, qubits);
+#pragma omp critical
+    for (unsigned long i = 0; i < nshots; ++i) shots[i] = rng();
+
+    storage::parallel_shares(nshots, nshots * sizeof(*shots), nthreads, [&](unsigned long begin, unsigned long end) {
+        constexpr unsigned long side_by_side = 256;
+        T numbers[side_by_side];
+        unsigned long below[side_by_side];
+        for (unsigned long first = begin; first < end; first += side_by_side) {
+            const unsigned long count = std::min(side_by_side, end - first);
+            unsigned long* const some = shots + first;
+            for (unsigned long i = 0; i < count; ++i) numbers[i] = share_of(uniform<T>(some[i]), factor);
+            std::fill_n(below, count, 0ul);
+            for (int level = std::countr_zero(seq.dim) - 1; level >= 0; --level) {
+                const T* const middle = sums + (1ul << level) - 1;
+                for (unsigned long i = 0; i < count; ++i) {
+                    below[i] += static_cast<unsigned long>(numbers[i] > middle[below[i]]) << level;
+                }
+            }
+            for (unsigned long i = 0; i < count; ++i) {
+                if (!(numbers[i] > T(0))) {
+                    some[i] = outcome_of_ones;
+                } else {
+                    some[i] = keeps_outcomes ? outcomes[below[i]] : outcome_of(below[i], seq.nqubits, qubits);
+                }
+            }
+        }
+    });
+    return total;
+}
+
 // Draws shots whose numbers are multiplied by `factor`, and returns the last running sum of the first batch. Where the
 // state has to be normalised this is the total, and no further batch follows if it is not near 1.
 template <class Rng, class Seq>
@@ -73,6 +133,11 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
                                     unsigned long* shots, Rng& rng, unsigned long nshots, int nthreads,
                                     const std::vector<unsigned int>& qubits) {
     using T = typename Seq::proba_type;
+    if constexpr (never_falls<Seq>) {
+        if (seq.dim <= most_kept) {
+            return look_up_shots(seq, factor, has_to_be_normalised, shots, rng, nshots, nthreads, qubits);
+        }
+    }
     // Bounds the memory for draws to 256 MiB; more shots walk the view again.
     constexpr unsigned long most_at_once = 1ul << 24;
     const auto draws = std::make_unique_for_overwrite<draw<T>[]>(std::min(nshots, most_at_once));
@@ -87,11 +152,7 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
 
             sort_draws(batch, count, draws.get(), nthreads);
             if (factor != T(1)) {
-                // A fraction of a total above 0 stays above 0.
-                const T least = factor > T(0) ? std::numeric_limits<T>::denorm_min() : T(0);
-                for (draw<T>* d = draws.get(); d != draws.get() + count; ++d) {
-                    if (d->number > T(0)) d->number = std::max(d->number * factor, least);
-                }
+                for (draw<T>* d = draws.get(); d != draws.get() + count; ++d) d->number = share_of(d->number, factor);
             }
             const bool to_the_end = has_to_be_normalised && first == 0;
             const T last = release_draws(seq, draws.get(), draws.get() + count, batch, to_the_end);

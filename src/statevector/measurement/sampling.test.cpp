@@ -77,7 +77,7 @@ testing::AssertionResult agrees(MeasuredState<T>& measured, unsigned long shots,
 TYPED_TEST(sampling, gives_each_shot_what_its_own_scan_finds) {
     std::mt19937 engine(1);
     for (const Values values : {Values::ordinary, Values::unusual}) {
-        for (unsigned int n = 0; n <= 9; ++n) {
+        for (unsigned int n = 0; n <= 12; ++n) {
             auto state = random_state<TypeParam>(n, values);
             if (values == Values::ordinary) state = normalised(state);
             MeasuredState<TypeParam> measured(state);
@@ -238,16 +238,21 @@ TYPED_TEST(sampling, follows_the_state_s_distribution) {
 
 TYPED_TEST(sampling, of_more_shots_than_are_sorted_at_once_goes_on_with_the_engine) {
     constexpr unsigned long shots = (1ul << 24) + 1000;
-    MeasuredState<TypeParam> measured(reference::State<TypeParam>{{TypeParam(0.5), TypeParam(0.25)}, {1, 1}});
+    reference::State<TypeParam> state(1ul << 11, {0, 0});
+    state[0] = {TypeParam(0.5), TypeParam(0.25)};
+    state[1] = {1, 1};
+    MeasuredState<TypeParam> measured(state);
     auto& v = measured.vector();
     v.rng.seed(3);
     std::mt19937_64 engine = v.rng;
     std::vector<unsigned long> drawn(shots);
     v.set_num_threads(2);
     v.sample(drawn.data(), shots);
+    const auto view = measured.view();
     unsigned long different = 0;
     for (unsigned long s = 0; s < shots; ++s) {
-        different += drawn[s] != reference::chosen_index(measured.view(), reference::drawn_number<TypeParam>(engine()));
+        const unsigned long index = reference::chosen_index(view, reference::drawn_number<TypeParam>(engine()));
+        different += drawn[s] != reference::outcome(index, 11, {});
     }
     EXPECT_EQ(different, 0ul);
     EXPECT_EQ(v.rng, engine);
