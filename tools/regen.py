@@ -21,7 +21,7 @@ from __future__ import annotations
 
 from typing import Any, Self
 
-from .gate_base import NONE, REQUIRED, Controls, GateBase
+from .gate_base import NONE, REQUIRED, Angles, Controls, GateBase, Places
 
 
 class GateMethods(GateBase):
@@ -62,7 +62,8 @@ def docstring(gate, name, n_controls):
     lines += ["", "Parameters", "----------"]
     if gate.angles:
         lines += [f"{', '.join(gate.angles)} : float", "    In radians, finite; for a circuit also a `Parameter` or `Expression`."]
-    lines += [f"{', '.join(named)} : int", "    From 0 to ``n_qubits - 1``" + (", all different." if len(named) > 1 else ".")]
+    several = "; lists of one length add a gate for each place." if len(named) > 1 or gate.angles else "; a list adds a gate on each."
+    lines += [f"{', '.join(named)} : int", "    From 0 to ``n_qubits - 1``" + (", all different" if len(named) > 1 else "") + several]
     lines += ["controls : int or sequence of int", f"    {'Further qubits' if controls else 'Qubits'} that must all be 1 for the gate to act."]
     words = gate.words(n_controls)
     if words:
@@ -99,7 +100,7 @@ def method(gate, name, n_controls):
     named, has_words = [*controls, *qubits], bool(gate.words(n_controls))
     # What may come under another name has to have a default.
     default = " = REQUIRED" if has_words else ""
-    parts = ["self", *[f"{angle}: float{default}" for angle in gate.angles], *[f"{word}: int{default}" for word in named]]
+    parts = ["self", *[f"{angle}: Angles{default}" for angle in gate.angles], *[f"{word}: Places{default}" for word in named]]
     parts += ["controls: Controls = ()", *["**names: Any"] * has_words]
     head = f"    def {name}({', '.join(parts)}) -> Self:"
     if len(head) > 120:

@@ -73,7 +73,7 @@ def test_parameters_may_come_by_any_name():
 
 
 def test_an_argument_that_is_an_array_is_not_compared():
-    with pytest.raises(TypeError, match="angle must be a real number"):
+    with pytest.raises(TypeError, match="angle must be a real number where qubit is one qubit, got an array"):
         Circuit(1).rx(np.eye(2), 0)
     with pytest.raises(TypeError, match="got none for qubit"):
         StateVector(1).rx(np.eye(2))

@@ -80,7 +80,7 @@ def test_qubit_outside_the_state(name, qubit, state):
 
 
 @pytest.mark.parametrize("name", ONE_QUBIT)
-@pytest.mark.parametrize("qubit", [True, 1.0, "0", None, [0], np.array([0])])
+@pytest.mark.parametrize("qubit", [True, 1.0, "0", None, [[0]], np.array([0.0]), {0: 0}])
 def test_qubit_of_a_wrong_kind(name, qubit, state):
     with refused(TypeError, "qubit"):
         getattr(state, name)(qubit)

@@ -121,6 +121,19 @@ def sequence(values: Any, name: str, of: str = "integers", most: int = 1_000_000
     return listed
 
 
+def is_list(value: Any) -> bool:
+    """Whether a value stands for several numbers.
+
+    >>> is_list([0, 1]), is_list(range(2)), is_list(np.arange(2)), is_list(np.array(1)), is_list("01"), is_list(0.5)
+    (True, True, True, False, False, False)
+    """
+    if getattr(value, "ndim", 0):
+        return True
+    # NumPy arrays without dimensions, which are numbers, call themselves iterable.
+    is_number = hasattr(value, "__index__") or hasattr(value, "__float__")
+    return isinstance(value, Iterable) and not is_number and not isinstance(value, (str, bytes, dict))
+
+
 def indices(values: Any, size: int, name: str, at_least: int = 0) -> tuple[int, ...]:
     """Return distinct numbers from 0 to ``size - 1``, in the order given.
 

@@ -2,17 +2,22 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator, Mapping, Sequence
+from collections.abc import Iterable, Iterator, Mapping, Sequence
 from typing import TYPE_CHECKING, Any, NamedTuple, Self
 
 import numpy as np
 
 from ..basics import checks
 from .expand import basic
-from .gates import GATES, NATIVE
+from .expression import Expression
+from .gates import GATES, NATIVE, Qubits
 from .instruction import Instruction
 
 Controls = int | Sequence[int]
+
+#: Of gates that act at several places in one call: lists of one length.
+Angles = float | Expression | Iterable[float | Expression]
+Places = int | Iterable[int]
 
 #: No controls: what every gate method takes by default, one object, so that looking for it costs nothing.
 NONE: tuple[int, ...] = ()
@@ -53,29 +58,41 @@ class GateBase:
         return checks.angle(value, name)
 
     def _looked_at(self, method: str, given: tuple[Any, ...], controls: Any, names: Mapping[str, Any] = {}) -> Self:
-        """Check the arguments of a gate's method one by one and add the gate.
+        """Check the arguments of a gate's method one by one and add the gate, or one for each place of lists.
 
         `given` are those with a place, angles first, `REQUIRED` where one is missing; `names` the others by the words that
         other packages have for them.
         """
         shape = _SHAPES[method]
+        words = shape.angles + shape.qubits
         if names or any(value is REQUIRED for value in given):
-            given = named(method, dict(zip(shape.angles + shape.qubits, given)), shape.words, names)
-        n_angles = len(shape.angles)
-        params = tuple([self._angle(value, word) for value, word in zip(given, shape.angles)])
-        numbers = [checks.qubit(value, self._n_qubits, word) for value, word in zip(given[n_angles:], shape.qubits)]
-        if len(numbers) > 1:
-            checks.distinct(numbers, f"the qubits of {method}")
-        return self._on(shape.name, tuple(numbers), controls, params, shape.n_controls)
+            given = named(method, dict(zip(words, given)), shape.words, names)
+        controls = checks.indices(controls, self._n_qubits, "controls")  # once: what gives them may give them once
+        steps: dict[Qubits, Instruction] = {}
+        for row, row_words in _rows(method, words, given, len(shape.angles)):
+            step = self._step(method, shape, row, row_words, controls)
+            qubits = step.controls + step.qubits
+            if qubits in steps:
+                raise ValueError(f"{method}() takes lists of different qubits, got {qubits} twice")
+            steps[qubits] = step
+        # Nothing has happened if one of them is wrong.
+        for step in steps.values():
+            self._put(step)
+        return self
 
-    def _on(
-        self, name: str, qubits: tuple[int, ...], controls: Any = (), params: tuple[Any, ...] = (), n_controls: int = 0
-    ) -> Self:
-        """Add a gate on checked qubits; the first `n_controls` of them become controls before the others."""
+    def _step(
+        self, method: str, shape: _Shape, given: tuple[Any, ...], words: tuple[str, ...], controls: Any
+    ) -> Instruction:
+        n_angles = len(shape.angles)
+        params = tuple([self._angle(value, word) for value, word in zip(given, words[:n_angles])])
+        qubits = tuple(
+            [checks.qubit(value, self._n_qubits, word) for value, word in zip(given[n_angles:], words[n_angles:])]
+        )
+        if len(qubits) > 1:
+            checks.distinct(qubits, f"the qubits of {method}")
         all_controls = checks.controls(controls, qubits, self._n_qubits)
-        if n_controls:
-            all_controls, qubits = qubits[:n_controls] + all_controls, qubits[n_controls:]
-        return self._put(Instruction(name, qubits, params, all_controls))
+        n = shape.n_controls
+        return Instruction(shape.name, qubits[n:], params, qubits[:n] + all_controls)
 
     def _put(self, step: Instruction) -> Self:
         """Add a gate all of which is known to be right."""
@@ -116,6 +133,29 @@ def named(
     if missing:
         raise TypeError(f"{method}() takes {', '.join(values)}; got none for {' and '.join(missing)}")
     return tuple(values.values())
+
+
+def _rows(
+    method: str, words: tuple[str, ...], given: tuple[Any, ...], n_angles: int
+) -> Iterator[tuple[tuple[Any, ...], tuple[str, ...]]]:
+    """Iterate over the arguments of each gate with their names: one gate, or one for each place of the lists among them."""
+    lists = {
+        word: checks.sequence(value, word, of="numbers") for word, value in zip(words, given) if checks.is_list(value)
+    }
+    if not lists:
+        yield given, words
+        return
+    if len(set(map(len, lists.values()))) > 1:
+        told = " and ".join([f"{len(values)} of {word}" for word, values in lists.items()])
+        raise ValueError(f"{method}() takes lists of one length, got {told}")
+    if not lists.keys() & set(words[n_angles:]):
+        word = next(word for word in words if word in lists)
+        raise TypeError(
+            f"{word} must be a real number where {words[n_angles]} is one qubit, got {checks.show(given[words.index(word)])}"
+        )
+    for place in range(len(next(iter(lists.values())))):
+        row = [lists[word][place] if word in lists else value for word, value in zip(words, given)]
+        yield tuple(row), tuple([f"{word}[{place}]" if word in lists else word for word in words])
 
 
 def lowered(step: Instruction) -> Iterator[Instruction]:

@@ -4,19 +4,19 @@ from __future__ import annotations
 
 from typing import Any, Self
 
-from .gate_base import NONE, REQUIRED, Controls, GateBase
+from .gate_base import NONE, REQUIRED, Angles, Controls, GateBase, Places
 
 
 class GateMethods(GateBase):
     """All gates with a name, the library's own and those made of them; controls that a name speaks of come first."""
 
-    def x(self, qubit: int, controls: Controls = ()) -> Self:
+    def x(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply X, the bit flip.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -39,13 +39,13 @@ class GateMethods(GateBase):
             return self._add("X", (qubit,))
         return self._looked_at("x", (qubit,), controls)
 
-    def y(self, qubit: int, controls: Controls = ()) -> Self:
+    def y(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply Y = [[0, -i], [i, 0]].
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -68,13 +68,13 @@ class GateMethods(GateBase):
             return self._add("Y", (qubit,))
         return self._looked_at("y", (qubit,), controls)
 
-    def cy(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cy(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply Y = [[0, -i], [i, 0]] to `target` where `control` is 1.
 
         Parameters
         ----------
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -107,13 +107,13 @@ class GateMethods(GateBase):
             return self._add("Y", (target,), (), (control,))
         return self._looked_at("cy", (control, target), controls, names)
 
-    def z(self, qubit: int, controls: Controls = ()) -> Self:
+    def z(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply Z, the sign flip of 1.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -138,9 +138,9 @@ class GateMethods(GateBase):
 
     def ccz(
         self,
-        control1: int = REQUIRED,
-        control2: int = REQUIRED,
-        target: int = REQUIRED,
+        control1: Places = REQUIRED,
+        control2: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -149,7 +149,7 @@ class GateMethods(GateBase):
         Parameters
         ----------
         control1, control2, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -185,13 +185,13 @@ class GateMethods(GateBase):
             return self._add("Z", (target,), (), (control1, control2))
         return self._looked_at("ccz", (control1, control2, target), controls, names)
 
-    def h(self, qubit: int, controls: Controls = ()) -> Self:
+    def h(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the Hadamard gate, [[1, 1], [1, -1]] / sqrt(2).
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -214,13 +214,13 @@ class GateMethods(GateBase):
             return self._add("H", (qubit,))
         return self._looked_at("h", (qubit,), controls)
 
-    def ch(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def ch(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the Hadamard gate to `target` where `control` is 1.
 
         Parameters
         ----------
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -253,13 +253,13 @@ class GateMethods(GateBase):
             return self._add("H", (target,), (), (control,))
         return self._looked_at("ch", (control, target), controls, names)
 
-    def s(self, qubit: int, controls: Controls = ()) -> Self:
+    def s(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply S, a phase of pi/2 on 1.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -282,13 +282,13 @@ class GateMethods(GateBase):
             return self._add("S", (qubit,))
         return self._looked_at("s", (qubit,), controls)
 
-    def cs(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cs(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply S to `target` where `control` is 1.
 
         Parameters
         ----------
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -321,13 +321,13 @@ class GateMethods(GateBase):
             return self._add("S", (target,), (), (control,))
         return self._looked_at("cs", (control, target), controls, names)
 
-    def t(self, qubit: int, controls: Controls = ()) -> Self:
+    def t(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply T, a phase of pi/4 on 1.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -350,7 +350,7 @@ class GateMethods(GateBase):
             return self._add("T", (qubit,))
         return self._looked_at("t", (qubit,), controls)
 
-    def rx(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def rx(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the rotation exp(-i angle X / 2).
 
         Parameters
@@ -358,7 +358,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -391,9 +391,9 @@ class GateMethods(GateBase):
 
     def crx(
         self,
-        angle: float = REQUIRED,
-        control: int = REQUIRED,
-        target: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -404,7 +404,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -439,7 +439,7 @@ class GateMethods(GateBase):
             return self._add("RX", (target,), (angle,), (control,))
         return self._looked_at("crx", (angle, control, target), controls, names)
 
-    def ry(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def ry(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the rotation exp(-i angle Y / 2).
 
         Parameters
@@ -447,7 +447,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -480,9 +480,9 @@ class GateMethods(GateBase):
 
     def cry(
         self,
-        angle: float = REQUIRED,
-        control: int = REQUIRED,
-        target: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -493,7 +493,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -528,7 +528,7 @@ class GateMethods(GateBase):
             return self._add("RY", (target,), (angle,), (control,))
         return self._looked_at("cry", (angle, control, target), controls, names)
 
-    def rz(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def rz(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the rotation diag(exp(-i angle/2), exp(i angle/2)).
 
         Parameters
@@ -536,7 +536,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -569,9 +569,9 @@ class GateMethods(GateBase):
 
     def crz(
         self,
-        angle: float = REQUIRED,
-        control: int = REQUIRED,
-        target: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -582,7 +582,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -617,7 +617,7 @@ class GateMethods(GateBase):
             return self._add("RZ", (target,), (angle,), (control,))
         return self._looked_at("crz", (angle, control, target), controls, names)
 
-    def ph(self, angle: float = REQUIRED, qubit: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def ph(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply diag(1, exp(i angle)), a phase on 1.
 
         Parameters
@@ -625,7 +625,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -660,9 +660,9 @@ class GateMethods(GateBase):
 
     def cp(
         self,
-        angle: float = REQUIRED,
-        control: int = REQUIRED,
-        target: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -673,7 +673,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -710,13 +710,13 @@ class GateMethods(GateBase):
 
     cph = cu1 = cp
 
-    def ztoy(self, qubit: int, controls: Controls = ()) -> Self:
+    def ztoy(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the change from the Z to the Y basis, [[1, 1], [i, -i]] / sqrt(2).
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -739,13 +739,13 @@ class GateMethods(GateBase):
             return self._add("ZtoY", (qubit,))
         return self._looked_at("ztoy", (qubit,), controls)
 
-    def ytoz(self, qubit: int, controls: Controls = ()) -> Self:
+    def ytoz(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the change from the Y to the Z basis, [[1, -i], [1, i]] / sqrt(2).
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -768,13 +768,13 @@ class GateMethods(GateBase):
             return self._add("YtoZ", (qubit,))
         return self._looked_at("ytoz", (qubit,), controls)
 
-    def cx(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cx(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply X on `target` where `control` is 1.
 
         Parameters
         ----------
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -811,9 +811,9 @@ class GateMethods(GateBase):
 
     def ccx(
         self,
-        control1: int = REQUIRED,
-        control2: int = REQUIRED,
-        target: int = REQUIRED,
+        control1: Places = REQUIRED,
+        control2: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -822,7 +822,7 @@ class GateMethods(GateBase):
         Parameters
         ----------
         control1, control2, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -860,13 +860,13 @@ class GateMethods(GateBase):
 
     ccnot = toffoli = ccx
 
-    def cz(self, qubit1: int = REQUIRED, qubit2: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cz(self, qubit1: Places = REQUIRED, qubit2: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply Z on two qubits, a change of sign where both are 1.
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -901,13 +901,13 @@ class GateMethods(GateBase):
 
     csign = cz
 
-    def swap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def swap(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply the exchange of two qubits.
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -939,9 +939,9 @@ class GateMethods(GateBase):
 
     def cswap(
         self,
-        control: int = REQUIRED,
-        qubit1: int = REQUIRED,
-        qubit2: int = REQUIRED,
+        control: Places = REQUIRED,
+        qubit1: Places = REQUIRED,
+        qubit2: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -950,7 +950,7 @@ class GateMethods(GateBase):
         Parameters
         ----------
         control, qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -988,13 +988,13 @@ class GateMethods(GateBase):
 
     fredkin = cswap
 
-    def iswap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def iswap(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply the exchange of two qubits, with a factor i where they differ.
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1024,13 +1024,13 @@ class GateMethods(GateBase):
             return self._add("ISWAP", (qubit1, qubit2))
         return self._looked_at("iswap", (qubit1, qubit2), controls)
 
-    def sqrtswap(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def sqrtswap(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply the gate whose square is SWAP.
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1060,13 +1060,13 @@ class GateMethods(GateBase):
             return self._add("SQRTSWAP", (qubit1, qubit2))
         return self._looked_at("sqrtswap", (qubit1, qubit2), controls)
 
-    def id(self, qubit: int, controls: Controls = ()) -> Self:
+    def id(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the identity, which does nothing.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1089,13 +1089,13 @@ class GateMethods(GateBase):
             return self._add_any("id", (qubit,))
         return self._looked_at("id", (qubit,), controls)
 
-    def sdg(self, qubit: int, controls: Controls = ()) -> Self:
+    def sdg(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the inverse of S, a phase of -pi/2 on 1.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1118,13 +1118,15 @@ class GateMethods(GateBase):
             return self._add_any("sdg", (qubit,))
         return self._looked_at("sdg", (qubit,), controls)
 
-    def csdg(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def csdg(
+        self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any
+    ) -> Self:
         """Apply the inverse of S to `target` where `control` is 1.
 
         Parameters
         ----------
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -1157,13 +1159,13 @@ class GateMethods(GateBase):
             return self._add_any("sdg", (target,), (), (control,))
         return self._looked_at("csdg", (control, target), controls, names)
 
-    def tdg(self, qubit: int, controls: Controls = ()) -> Self:
+    def tdg(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the inverse of T, a phase of -pi/4 on 1.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1186,13 +1188,13 @@ class GateMethods(GateBase):
             return self._add_any("tdg", (qubit,))
         return self._looked_at("tdg", (qubit,), controls)
 
-    def sx(self, qubit: int, controls: Controls = ()) -> Self:
+    def sx(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the square root of X, [[1+i, 1-i], [1-i, 1+i]] / 2.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1215,13 +1217,13 @@ class GateMethods(GateBase):
             return self._add_any("sx", (qubit,))
         return self._looked_at("sx", (qubit,), controls)
 
-    def csx(self, control: int = REQUIRED, target: int = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def csx(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
         """Apply the square root of X to `target` where `control` is 1.
 
         Parameters
         ----------
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -1254,13 +1256,13 @@ class GateMethods(GateBase):
             return self._add_any("sx", (target,), (), (control,))
         return self._looked_at("csx", (control, target), controls, names)
 
-    def sxdg(self, qubit: int, controls: Controls = ()) -> Self:
+    def sxdg(self, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the inverse of the square root of X, [[1-i, 1+i], [1+i, 1-i]] / 2.
 
         Parameters
         ----------
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1283,7 +1285,7 @@ class GateMethods(GateBase):
             return self._add_any("sxdg", (qubit,))
         return self._looked_at("sxdg", (qubit,), controls)
 
-    def u(self, theta: float, phi: float, lam: float, qubit: int, controls: Controls = ()) -> Self:
+    def u(self, theta: Angles, phi: Angles, lam: Angles, qubit: Places, controls: Controls = ()) -> Self:
         """Apply U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l)) cos(t/2)]], with t = theta, p
         = phi, l = lam.
 
@@ -1292,7 +1294,7 @@ class GateMethods(GateBase):
         theta, phi, lam : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1322,7 +1324,7 @@ class GateMethods(GateBase):
             return self._add_any("u", (qubit,), (theta, phi, lam))
         return self._looked_at("u", (theta, phi, lam, qubit), controls)
 
-    def u2(self, phi: float, lam: float, qubit: int, controls: Controls = ()) -> Self:
+    def u2(self, phi: Angles, lam: Angles, qubit: Places, controls: Controls = ()) -> Self:
         """Apply U with theta = pi/2, [[1, -exp(i l)], [exp(i p), exp(i (p + l))]] / sqrt(2), with p = phi, l = lam.
 
         Parameters
@@ -1330,7 +1332,7 @@ class GateMethods(GateBase):
         phi, lam : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1359,7 +1361,7 @@ class GateMethods(GateBase):
             return self._add_any("u2", (qubit,), (phi, lam))
         return self._looked_at("u2", (phi, lam, qubit), controls)
 
-    def u3(self, theta: float, phi: float, lam: float, qubit: int, controls: Controls = ()) -> Self:
+    def u3(self, theta: Angles, phi: Angles, lam: Angles, qubit: Places, controls: Controls = ()) -> Self:
         """Apply U3, an older name of U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l))
         cos(t/2)]], with t = theta, p = phi, l = lam.
 
@@ -1368,7 +1370,7 @@ class GateMethods(GateBase):
         theta, phi, lam : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1400,11 +1402,11 @@ class GateMethods(GateBase):
 
     def cu3(
         self,
-        theta: float = REQUIRED,
-        phi: float = REQUIRED,
-        lam: float = REQUIRED,
-        control: int = REQUIRED,
-        target: int = REQUIRED,
+        theta: Angles = REQUIRED,
+        phi: Angles = REQUIRED,
+        lam: Angles = REQUIRED,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -1415,7 +1417,7 @@ class GateMethods(GateBase):
         theta, phi, lam : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
         **names
@@ -1453,12 +1455,12 @@ class GateMethods(GateBase):
 
     def cu(
         self,
-        theta: float = REQUIRED,
-        phi: float = REQUIRED,
-        lam: float = REQUIRED,
-        gamma: float = REQUIRED,
-        control: int = REQUIRED,
-        target: int = REQUIRED,
+        theta: Angles = REQUIRED,
+        phi: Angles = REQUIRED,
+        lam: Angles = REQUIRED,
+        gamma: Angles = REQUIRED,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -1469,7 +1471,7 @@ class GateMethods(GateBase):
         theta, phi, lam, gamma : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         control, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -1506,7 +1508,7 @@ class GateMethods(GateBase):
             return self._add_any("cu", (control, target), (theta, phi, lam, gamma))
         return self._looked_at("cu", (theta, phi, lam, gamma, control, target), controls, names)
 
-    def r(self, theta: float, phi: float, qubit: int, controls: Controls = ()) -> Self:
+    def r(self, theta: Angles, phi: Angles, qubit: Places, controls: Controls = ()) -> Self:
         """Apply the rotation exp(-i theta (cos(phi) X + sin(phi) Y) / 2).
 
         Parameters
@@ -1514,7 +1516,7 @@ class GateMethods(GateBase):
         theta, phi : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit : int
-            From 0 to ``n_qubits - 1``.
+            From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1545,9 +1547,9 @@ class GateMethods(GateBase):
 
     def rxx(
         self,
-        angle: float = REQUIRED,
-        qubit1: int = REQUIRED,
-        qubit2: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        qubit1: Places = REQUIRED,
+        qubit2: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -1558,7 +1560,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -1594,9 +1596,9 @@ class GateMethods(GateBase):
 
     def ryy(
         self,
-        angle: float = REQUIRED,
-        qubit1: int = REQUIRED,
-        qubit2: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        qubit1: Places = REQUIRED,
+        qubit2: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -1607,7 +1609,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -1643,9 +1645,9 @@ class GateMethods(GateBase):
 
     def rzz(
         self,
-        angle: float = REQUIRED,
-        qubit1: int = REQUIRED,
-        qubit2: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        qubit1: Places = REQUIRED,
+        qubit2: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -1656,7 +1658,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -1692,9 +1694,9 @@ class GateMethods(GateBase):
 
     def rzx(
         self,
-        angle: float = REQUIRED,
-        qubit1: int = REQUIRED,
-        qubit2: int = REQUIRED,
+        angle: Angles = REQUIRED,
+        qubit1: Places = REQUIRED,
+        qubit2: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -1705,7 +1707,7 @@ class GateMethods(GateBase):
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -1739,7 +1741,7 @@ class GateMethods(GateBase):
             return self._add_any("rzx", (qubit1, qubit2), (angle,))
         return self._looked_at("rzx", (angle, qubit1, qubit2), controls, names)
 
-    def xx_plus_yy(self, theta: float, beta: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def xx_plus_yy(self, theta: Angles, beta: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply exp(-i theta (XX + YY) / 4), the mixing of 01 and 10, with phases exp(i beta) of `qubit1` around it.
 
         Parameters
@@ -1747,7 +1749,7 @@ class GateMethods(GateBase):
         theta, beta : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1779,7 +1781,7 @@ class GateMethods(GateBase):
             return self._add_any("xx_plus_yy", (qubit1, qubit2), (theta, beta))
         return self._looked_at("xx_plus_yy", (theta, beta, qubit1, qubit2), controls)
 
-    def xx_minus_yy(self, theta: float, beta: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def xx_minus_yy(self, theta: Angles, beta: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply exp(-i theta (XX - YY) / 4), the mixing of 00 and 11, with phases exp(i beta) of `qubit1` around it.
 
         Parameters
@@ -1787,7 +1789,7 @@ class GateMethods(GateBase):
         theta, beta : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1819,7 +1821,7 @@ class GateMethods(GateBase):
             return self._add_any("xx_minus_yy", (qubit1, qubit2), (theta, beta))
         return self._looked_at("xx_minus_yy", (theta, beta, qubit1, qubit2), controls)
 
-    def fsim(self, theta: float, phi: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def fsim(self, theta: Angles, phi: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply exp(-i theta (XX + YY) / 2), the mixing of 01 and 10, with a factor exp(-i phi) on 11.
 
         Parameters
@@ -1827,7 +1829,7 @@ class GateMethods(GateBase):
         theta, phi : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1859,7 +1861,7 @@ class GateMethods(GateBase):
             return self._add_any("fsim", (qubit1, qubit2), (theta, phi))
         return self._looked_at("fsim", (theta, phi, qubit1, qubit2), controls)
 
-    def givens(self, theta: float, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def givens(self, theta: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply the rotation [[cos(t), -sin(t)], [sin(t), cos(t)]] of 01 and 10, t = theta.
 
         Parameters
@@ -1867,7 +1869,7 @@ class GateMethods(GateBase):
         theta : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1898,13 +1900,13 @@ class GateMethods(GateBase):
             return self._add_any("givens", (qubit1, qubit2), (theta,))
         return self._looked_at("givens", (theta, qubit1, qubit2), controls)
 
-    def dcx(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def dcx(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply two CNOT gates, the second the other way round.
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1934,13 +1936,13 @@ class GateMethods(GateBase):
             return self._add_any("dcx", (qubit1, qubit2))
         return self._looked_at("dcx", (qubit1, qubit2), controls)
 
-    def ecr(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def ecr(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply the echoed cross-resonance gate, (XI - YX) / sqrt(2).
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -1970,13 +1972,13 @@ class GateMethods(GateBase):
             return self._add_any("ecr", (qubit1, qubit2))
         return self._looked_at("ecr", (qubit1, qubit2), controls)
 
-    def iswapdg(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def iswapdg(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply the inverse of ISWAP, the exchange with a factor -i where the qubits differ.
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -2006,13 +2008,13 @@ class GateMethods(GateBase):
             return self._add_any("iswapdg", (qubit1, qubit2))
         return self._looked_at("iswapdg", (qubit1, qubit2), controls)
 
-    def sqrtswapdg(self, qubit1: int, qubit2: int, controls: Controls = ()) -> Self:
+    def sqrtswapdg(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
         """Apply the inverse of the square root of SWAP.
 
         Parameters
         ----------
         qubit1, qubit2 : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
 
@@ -2044,9 +2046,9 @@ class GateMethods(GateBase):
 
     def rccx(
         self,
-        control1: int = REQUIRED,
-        control2: int = REQUIRED,
-        target: int = REQUIRED,
+        control1: Places = REQUIRED,
+        control2: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -2055,7 +2057,7 @@ class GateMethods(GateBase):
         Parameters
         ----------
         control1, control2, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names
@@ -2093,10 +2095,10 @@ class GateMethods(GateBase):
 
     def rc3x(
         self,
-        control1: int = REQUIRED,
-        control2: int = REQUIRED,
-        control3: int = REQUIRED,
-        target: int = REQUIRED,
+        control1: Places = REQUIRED,
+        control2: Places = REQUIRED,
+        control3: Places = REQUIRED,
+        target: Places = REQUIRED,
         controls: Controls = (),
         **names: Any,
     ) -> Self:
@@ -2105,7 +2107,7 @@ class GateMethods(GateBase):
         Parameters
         ----------
         control1, control2, control3, target : int
-            From 0 to ``n_qubits - 1``, all different.
+            From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
         **names

@@ -45,7 +45,7 @@ class ManyQubitMethods(GateBase):
         X 3 controls 0,1,2
         """
         controls, target = named("mcx", {"controls": controls, "target": target}, _CONTROLS_FIRST, names)
-        return self._on("X", (checks.qubit(target, self._n_qubits, "target"),), controls)
+        return self._controlled("X", target, controls)
 
     def mcz(self, controls: Controls = REQUIRED, target: int = REQUIRED, **names: Any) -> Self:
         """Change the sign where `target` and all of any number of controls are 1: `z` with its controls first.
@@ -60,7 +60,7 @@ class ManyQubitMethods(GateBase):
         Z 3 controls 0,1,2
         """
         controls, target = named("mcz", {"controls": controls, "target": target}, _CONTROLS_FIRST, names)
-        return self._on("Z", (checks.qubit(target, self._n_qubits, "target"),), controls)
+        return self._controlled("Z", target, controls)
 
     def mcp(
         self, angle: float = REQUIRED, controls: Controls = REQUIRED, target: int = REQUIRED, **names: Any
@@ -89,8 +89,7 @@ class ManyQubitMethods(GateBase):
         """
         given = {"angle": angle, "controls": controls, "target": target}
         angle, controls, target = named("mcp", given, {"theta": "angle", "lam": "angle", **_CONTROLS_FIRST}, names)
-        params = (self._angle(angle),)
-        return self._on("PH", (checks.qubit(target, self._n_qubits, "target"),), controls, params)
+        return self._controlled("PH", target, controls, (self._angle(angle),))
 
     def pauli(
         self, letters: str, qubits: int | Sequence[int] | None = None, controls: Controls = (), *, order: Order = "big"
@@ -174,6 +173,10 @@ class ManyQubitMethods(GateBase):
         for step in rotation(factors, turned, all_controls):
             self._put(step)
         return self
+
+    def _controlled(self, name: str, target: Any, controls: Any, params: tuple[Any, ...] = ()) -> Self:
+        qubits = (checks.qubit(target, self._n_qubits, "target"),)
+        return self._put(Instruction(name, qubits, params, checks.controls(controls, qubits, self._n_qubits)))
 
     def _factors(
         self, letters: Any, qubits: Any, controls: Any, order: Any
