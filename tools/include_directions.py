@@ -24,6 +24,7 @@ may_know = {
     "statevector/fusion": {"index", "packs", "kernels", "gates", "plan"},
     "statevector/replay": {"storage", "index", "packs", "kernels", "gates", "plan", "fusion"},
     "statevector/observables": {"storage", "index", "packs", "measurement"},
+    "statevector/gradients": {"storage", "index", "packs", "kernels", "gates", "plan", "replay", "observables"},
     # The doorway for hosts that call kernels; nobody knows it.
     "contract": {"index", "packs", "kernels", "observables"},
 }

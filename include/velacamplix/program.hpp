@@ -2,6 +2,7 @@
 
 #include "amplitude.hpp"
 #include "export.hpp"
+#include "gradient.hpp"
 #include "statevector.hpp"
 
 #include <functional>
@@ -115,6 +116,26 @@ public:
     // unless first_gate <= last_gate <= size().
     unsigned long run(PybindAmplixStateVectorCPU<T>& state, unsigned long first_gate, unsigned long last_gate,
                       const progress_hook& hook = {});
+
+    // The expectation values of observables in the state that the program makes, and their derivatives by the angles of
+    // the gates `gates` (0 = first; RX, RY, RZ, PH, U, RXX, RYY, RZZ, with any controls), by the adjoint method: one
+    // run forward, and one back on which the state psi and lambda = H psi of every observable are taken through all
+    // gates, inverted. Other gates are constants; matrices and diagonals among them must be unitary within 1e-5.
+    //
+    // Values are those of term_values, summed. Derivatives are summed in double precision. Their bits follow from the
+    // gates with their numbers, the qubits of the state, T and the observable alone: not from the number of threads,
+    // the caches, the instruction set, the other observables or the other gates asked for. Where no gate on the way
+    // from an angle to an observable joins their qubits, the derivative is 0 exactly.
+    //
+    // It takes two states and 64 KiB per thread for one observable; for more, as many states as there are observables
+    // and one, but at most 31, and no more than there is free memory for: the others take their turn in a run of their
+    // own. Where not even two states fit it throws std::bad_alloc after the memory guard's message. Throws
+    // std::out_of_range for a gate that the program lacks; std::invalid_argument for one without angles, for
+    // an observable that is not Hermitian or acts on other qubits, for a matrix that is not unitary, and for an initial
+    // state without amplitudes or with fewer qubits. The state has as many qubits as the initial one, otherwise as the
+    // program.
+    gradient_result gradient(const std::vector<WObservable<double>>& observables,
+                             const std::vector<unsigned long>& gates, const gradient_settings<T>& settings = {});
 
 private:
     // Hidden here, where every compiler looks: its members have no place among the shared library's symbols.

@@ -5,6 +5,7 @@
 #include "amplitude.hpp"
 #include "batch.hpp"
 #include "circuit.hpp"
+#include "gradient.hpp"
 #include "index.hpp"
 #include "inner_products.hpp"
 #include "kernels.hpp"

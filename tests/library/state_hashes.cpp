@@ -443,6 +443,32 @@ private:
 
     // --- what needs sines and cosines --------------------------------------------------------------------------------
 
+    void print_gradient() {
+        begin("gradient");
+        const char* const names[] = {"RX", "RY", "RZ", "PH"};
+        program<T> list(n_);
+        std::vector<unsigned long> turned;
+        for (unsigned int gate = 0; gate < gates_of_a_program() / 4; ++gate) {
+            Qubits qubits = different_qubits(2), control;
+            if (engine_() % 3 == 0) control.push_back(qubits[1]);
+            turned.push_back(list.size());
+            list.add_gate(names[engine_() % std::size(names)], {angle()}, {qubits[0]}, control);
+            list.add_gate(engine_() % 2 == 0 ? "CNOT" : "ISWAP", {}, qubits);
+        }
+        std::vector<WObservable<double>> observables;
+        for (int k = 0; k < 2; ++k) {
+            observables.push_back(random_observable<double>(n_, 5));
+            for (auto& c : observables.back().coefficients) c = c.real();
+        }
+        const auto result = list.gradient(observables, turned, {threads_, nullptr, {}});
+        const auto print_numbers = [&](const std::vector<double>& numbers, const char* what) {
+            print("sines", numbers.data(), numbers.size() * sizeof(double), what);
+        };
+        print_numbers(result.values, ", values");
+        print_numbers(result.derivatives, ", derivatives");
+        print_numbers({result.return_error}, ", way back");
+    }
+
     void print_rotations() {
         State& state = random_state("rotations");
         program<T> list = random_program(gates_of_a_program(), true);
@@ -469,6 +495,8 @@ private:
         }
         state.simulate_circuit(record);
         print_state("sines");
+
+        print_gradient();
 
         random_state("fusion");
         program<T> fused = random_program(gates_of_a_program(), true);

@@ -73,12 +73,19 @@ const functions<T>& functions_of(gate_kind kind) {
     return functions_by_kind<T>[static_cast<std::size_t>(kind)];
 }
 
-template <class T, class Angle>
-coefficients<T> numbers_of(const gate_row& row, const std::vector<Angle>& params) {
-    if (row.angles == 0) return {};
-    double angles[most_angles];
+using angle_list = std::array<double, most_angles>;
+
+template <class Angle>
+angle_list angles_in(const gate_row& row, const std::vector<Angle>& params) {
+    angle_list angles{};
     for (unsigned i = 0; i < row.angles; ++i) angles[i] = static_cast<double>(params[i]);
-    return functions_of<T>(row.kind).numbers(angles);
+    return angles;
+}
+
+template <class T>
+coefficients<T> numbers_of(const gate_row& row, const angle_list& angles) {
+    if (row.angles == 0) return {};
+    return functions_of<T>(row.kind).numbers(angles.data());
 }
 
 unsigned long controls_of(const gate_row& row, const std::vector<unsigned int>& qubits) {
@@ -101,7 +108,8 @@ operation<T> named_operation(const gate_row& row, const std::vector<Angle>& para
     op.kind = row.kind;
     op.controls = controls_of(row, qubits);
     op.targets.assign(qubits.begin() + row.controls, qubits.begin() + row.controls + row.targets);
-    op.coefficients = numbers_of<T>(row, params);
+    op.angles = angles_in(row, params);
+    op.coefficients = numbers_of<T>(row, op.angles);
     return op;
 }
 
@@ -109,12 +117,14 @@ template <class T, class Angle>
 kernels::kernel_call<T> named_call(const gate_row& row, const std::vector<Angle>& params,
                                    const std::vector<unsigned int>& qubits, unsigned long nbqbits) {
     return functions_of<T>(row.kind).call(nbqbits, qubits.data() + row.controls, controls_of(row, qubits),
-                                          numbers_of<T>(row, params));
+                                          numbers_of<T>(row, angles_in(row, params)));
 }
 
 template <class T>
 void set_angles(operation<T>& op, const std::vector<double>& angles) {
-    op.coefficients = numbers_of<T>(*row_of(op.kind), angles);
+    const gate_row& row = *row_of(op.kind);
+    op.angles = angles_in(row, angles);
+    op.coefficients = numbers_of<T>(row, op.angles);
 }
 
 bool is_phase(gate_kind kind) { return functions_of<double>(kind).phase != nullptr; }

@@ -17,6 +17,7 @@ struct operation {
     gate_kind kind;
     std::vector<unsigned int> targets;  // in the order that defines the local index
     unsigned long controls = 0;         // mask
+    std::array<double, 3> angles{};     // as many as it takes
     std::array<thrust::complex<T>, 4> coefficients{};
     std::vector<thrust::complex<T>> entries;  // matrix2, matrix, product
     kernels::shared_diagonal<T> diagonal;

@@ -2,6 +2,7 @@
 
 #include "statevector/index/bits.hpp"
 #include "statevector/plan/layers.hpp"
+#include "statevector/replay/chunk_copies.hpp"
 #include "statevector/replay/step.hpp"
 
 #include <functional>
@@ -10,16 +11,6 @@
 #include <vector>
 
 namespace velacamplix::replay {
-
-// How the amplitudes of a chunk lie in the whole array: 2^local amplitudes in runs of 2^run_bits, run r standing at
-// base + offsets[r].
-struct gathering {
-    unsigned run_bits = 0;
-    std::vector<unsigned long> offsets;
-
-    // `local`: the array's index bits that vary inside a chunk.
-    explicit gathering(unsigned long local);
-};
 
 // What a pass does is one of three things.
 

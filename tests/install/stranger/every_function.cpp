@@ -124,9 +124,13 @@ void need_observables_and_loading() {
     need(&term_values_density_matrix<T, T>);
     need(&term_values_density_matrix<T, double>);
     need(&evaluate_terms_of_any_norm<T, engine>);
+<<<<<<< HEAD
     need(&overlap<T, float>);
     need(&overlap<T, double>);
     need(&reduced_density_matrix<T>);
+=======
+    need(&apply_observable<T>);
+>>>>>>> d682e6f (Programs tell derivatives of expectation values by their angles)
     need(&project<double, T>);
     need(&project_then_reset<double, T>);
 }
@@ -198,6 +202,9 @@ void need_class() {
     needed += gates.run(object, 1, 2) == 1 && gates.angle_count(0) == 1;
     needed += gates.fusion();
     gates.set_fusion(false);
+    program<T> turned(1);
+    turned.add_gate("RX", {1}, {0});
+    needed += turned.gradient({WObservable<double>{}}, {0}).derivatives.size() == 1;
     program<T> moved = std::move(gates);
     program<T> moved_again(1);
     moved_again = std::move(moved);
