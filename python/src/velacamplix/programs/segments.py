@@ -6,7 +6,8 @@ from collections.abc import Iterable, Sequence
 from dataclasses import dataclass, field
 from typing import Any, NamedTuple
 
-from ..instructions.instruction import NON_UNITARY, Condition, Instruction
+from ..instructions.condition import AnyCondition
+from ..instructions.instruction import DETAILED, NON_UNITARY, Instruction
 
 
 @dataclass
@@ -14,7 +15,7 @@ class Stretch:
     """Gates that run as one program, all under the same condition."""
 
     gates: list[Instruction]
-    condition: Condition | None
+    condition: AnyCondition | None
     program: Any = None
 
 
@@ -28,7 +29,7 @@ class Measurement:
     now: list[tuple[int, int]]
     # Those of them on which nothing acts afterwards.
     last: list[int]
-    condition: Condition | None
+    condition: AnyCondition | None
     source: Instruction  # for messages
 
     @property
@@ -42,7 +43,7 @@ class Reset:
     """Qubits that are measured into nowhere and set to 0."""
 
     qubits: tuple[int, ...]
-    condition: Condition | None
+    condition: AnyCondition | None
     source: Instruction  # for messages
 
 
@@ -121,6 +122,8 @@ def segmented(instructions: Sequence[Instruction], nonzero: Iterable[int]) -> Se
             _add_measure(result.steps, step, known, ended)
             if any(known):
                 stretch = None
+        elif name in DETAILED:
+            raise NotImplementedError(f"{step.title}: run does not carry it out yet")
     result.written_bits = tuple(sorted(written))
     return result
 

@@ -9,7 +9,8 @@ from typing import NamedTuple
 import numpy as np
 
 from ..core import extension
-from ..instructions.instruction import Condition, Instruction
+from ..instructions.condition import AnyCondition
+from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..programs.drive import drive
 from ..programs.progress import Meter
@@ -53,11 +54,9 @@ class Branch:
         self.state, self.step, self.bits, self.readings = state, step, bits, readings
         self.measured, self.shots = measured, shots
 
-    def meets(self, condition: Condition | None) -> bool:
+    def meets(self, condition: AnyCondition | None) -> bool:
         """Return whether a step under this condition acts."""
-        if condition is None:
-            return True
-        return sum((self.bits >> clbit & 1) << i for i, clbit in enumerate(condition.clbits)) == condition.value
+        return condition is None or condition.holds(self.bits)
 
     def write(self, clbit: int, value: int) -> None:
         """Set a classical bit."""
