@@ -31,6 +31,7 @@ from .results.estimate import Estimate
 from .results.plan import Pass, Plan, Timings
 from .running.result import Result
 from .running.run import run
+from .running.saved import Saved
 from .states.apply import UnsupportedInstruction
 from .states.statevector import StateVector
 
@@ -72,6 +73,7 @@ __all__ = [
     "Register",
     "Result",
     "Save",
+    "Saved",
     "StateVector",
     "Switch",
     "Term",

@@ -243,10 +243,13 @@ def save(detail: Save, qubits: Any, n_qubits: int) -> tuple[Save, tuple[int, ...
     return Save(kind, checks.plain(detail.label), tuple(terms)), listed
 
 
+_DETAILS = {"if": If, "while": While, "switch": Switch, "save": Save}
+
+
 def _detailed(name: Any, value: Instruction, n_qubits: int, n_clbits: int) -> Instruction:
     detail: Any = value.detail
     condition = _condition(value, n_clbits)
-    wanted: Any = {"if": If, "while": While, "switch": Switch, "save": Save}.get(name)
+    wanted: Any = _DETAILS.get(name) if isinstance(name, str) else None
     if wanted is None or type(detail) is not wanted:
         raise TypeError(
             f"detail of {checks.show(name)} must be {wanted.__name__ if wanted else None}, got {checks.show(detail)}"

@@ -29,6 +29,7 @@ class _Detail:
     """What all of them have: bodies."""
 
     _levels, _size = 0, 0
+    _is_open = False  # whether a parameter inside has no value
 
     @property
     def bodies(self) -> tuple[Body, ...]:
@@ -40,18 +41,20 @@ class _Detail:
         return self
 
     def __post_init__(self) -> None:
-        levels, size = 1, 1
+        levels, size, is_open = 1, 1, False
         for body in self.bodies:
             for step in body:
                 size += 1
                 if step.detail is not None:
                     levels, size = max(levels, 1 + step.detail._levels), size + step.detail._size
+                    is_open = is_open or step.detail._is_open
+                elif step.params:
+                    is_open = is_open or bool(open_params(step))
         if levels > MOST_LEVELS:
             raise ValueError(f"instructions must hold each other at most {MOST_LEVELS} levels deep, got {levels}")
         if size > MOST_INSIDE:
             raise ValueError(f"an instruction must hold at most {MOST_INSIDE} others, got {size}")
-        object.__setattr__(self, "_levels", levels)
-        object.__setattr__(self, "_size", size)
+        _set(self, _levels=levels, _size=size, _is_open=is_open)
 
     # Nothing in it changes. (A deep copy of deep nesting would take more levels of Python than there are.)
     def __copy__(self) -> Self:
@@ -282,6 +285,8 @@ def written_bits(steps: Iterable[Instruction]) -> set[int]:
 def open_params(step: Instruction) -> tuple[Any, ...]:
     """Return the parameters of an instruction if one has no value yet, of those in its bodies, one after the other."""
     if step.detail is not None:
+        if not step.detail._is_open:
+            return ()
         return tuple([value for body in step.detail.bodies for inner in body for value in open_params(inner)])
     is_open = step.params and any([isinstance(value, Expression) for value in step.params])
     return step.params if is_open else ()

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterable, Iterator, Sequence
 from dataclasses import dataclass, field
+from itertools import chain
 from typing import Any, NamedTuple
 
 from ..instructions.condition import AnyCondition
@@ -169,18 +170,25 @@ class _After(NamedTuple):
     acted: frozenset[int]
     read: frozenset[int]
 
+    def with_effects(self, effects: _Effects) -> _After:
+        return _After(self.acted | effects.gates | effects.resets, self.read | effects.reads)
+
 
 class _Effects(NamedTuple):
-    """What a block may do: qubits that gates act on, and resets; bits it reads first, and bits it writes in any case."""
+    """What instructions may do: qubits that gates act on, and resets; bits that conditions read."""
 
-    gates: set[int]
-    resets: set[int]
-    reads: set[int]
-    writes: set[int]
+    gates: frozenset[int]
+    resets: frozenset[int]
+    reads: frozenset[int]
 
 
 class _Cutting:
-    """Cuts one circuit."""
+    """Cuts one circuit.
+
+    What stands in a body is taken as it would be if it stood behind one another in the circuit, each instruction under the
+    body's condition: measurements are not made one, and what one writes may still be read as it was before. So whoever
+    writes a circuit out by hand, with conditions in place of bodies, gets the same steps, random numbers and shots.
+    """
 
     def __init__(self, nonzero: Iterable[int]) -> None:
         self._nonzero = frozenset(nonzero)
@@ -196,11 +204,12 @@ class _Cutting:
         self._active = set(last.gates).union(self._nonzero)
         self._fresh = self._active.difference(self._nonzero)
         self._result.active = tuple(sorted(self._active))
-        self._cut(parts, last, _After(frozenset(), frozenset()))
+        self._cut(parts, last, None)
         self._result.written_bits = tuple(sorted(self._written))
         return self._result
 
-    def _cut(self, parts: Sequence[Part], last: _Touches, after: _After) -> None:
+    def _cut(self, parts: Sequence[Part], last: _Touches, after: _After | None) -> None:
+        """Add the steps of a list of instructions; `after` is what comes behind a body."""
         uses, afters = self._uses(parts, last, after)
         steps, active, fresh = self._result.steps, self._active, self._fresh
         stretch: Stretch | None = None
@@ -227,7 +236,7 @@ class _Cutting:
                 # What is 0 from beginning to end can be read at any time.
                 known = [use.is_known and qubit in active for qubit, use in zip(step.qubits, uses[position])]
                 ended = [qubit for qubit, use in zip(step.qubits, uses[position]) if use.is_last]
-                _add_measure(steps, step, known, ended)
+                _add_measure(steps, step, known, ended, can_join=after is None)
                 if any(known):
                     stretch = None
             elif name == "save":
@@ -250,8 +259,7 @@ class _Cutting:
             turn = Turn(detail.condition, detail.max_iterations, block.source)
             steps.append(turn)
             ends.append(turn)
-            again = _After(after.acted | effects.gates | effects.resets, after.read | effects.reads)
-            self._cut(block.bodies[0], self._last_touches(block.bodies[0]), again)
+            self._cut(block.bodies[0], self._last_touches(block.bodies[0]), after.with_effects(effects))
             steps.append(Jump(None, top))
         else:
             first: Jump | Choice
@@ -262,9 +270,12 @@ class _Cutting:
                 first = Choice(detail.clbits, {})
             steps.append(first)
             begins: list[int] = []
+            behind = [after]  # each body
+            for body in reversed(block.bodies[1:]):
+                behind.append(behind[-1].with_effects(self._effects_of_all(body)))
             for body in block.bodies:
                 begins.append(len(steps))
-                self._cut(body, self._last_touches(body), after)
+                self._cut(body, self._last_touches(body), behind.pop())
                 end = Jump(None)
                 steps.append(end)
                 ends.append(end)
@@ -315,13 +326,16 @@ class _Cutting:
         return found
 
     def _uses(
-        self, parts: Sequence[Part], last: _Touches, after: _After
+        self, parts: Sequence[Part], last: _Touches, after: _After | None
     ) -> tuple[dict[int, list[_Use]], dict[int, _After]]:
         """For every measurement, by its position, a use for each of its qubits; and for every block what comes behind."""
         uses: dict[int, list[_Use]] = {}
         afters: dict[int, _After] = {}
-        read: set[int] = set(after.read)  # bits that a later condition reads before they are written again
-        acted: set[int] = set(after.acted)  # qubits that are reset later, or acted on behind all this
+        read: set[int] = set()  # bits that a later condition reads before they are written again
+        acted: set[int] = set()  # qubits that are reset later, or acted on behind all this
+        if after is not None:
+            read.update(after.read)
+            acted.update(after.acted)
         for position in reversed(last.others):
             step = parts[position]
             if isinstance(step, Block):
@@ -329,7 +343,6 @@ class _Cutting:
                 afters[position] = _After(frozenset(acted.union(later)), frozenset(read))
                 effects = self._effects_of(step)
                 acted.update(effects.resets)
-                read.difference_update(effects.writes)
                 read.update(effects.reads)
                 continue
             if step.name == "measure":
@@ -337,7 +350,7 @@ class _Cutting:
                 for qubit, clbit in zip(step.qubits, step.clbits):
                     is_last = qubit not in acted and last.gates.get(qubit, -1) < position
                     found.append(_Use(clbit in read or not is_last, is_last))
-                if step.condition is None:
+                if step.condition is None and after is None:
                     read.difference_update(step.clbits)
             elif step.name == "reset":
                 acted.update(step.qubits)
@@ -347,42 +360,33 @@ class _Cutting:
 
     def _effects_of(self, block: Block) -> _Effects:
         known = self._effects.get(id(block))
-        if known is not None:
-            return known
-        detail = block.source.detail
-        assert detail is not None and not isinstance(detail, Save)
-        inside = [self._effects_of_body(body) for body in block.bodies]
-        whole = _Effects(*map(_union, zip(*inside)))
-        asked = detail.clbits if isinstance(detail, Switch) else detail.condition.clbits
-        whole.reads.update(asked)
-        if isinstance(detail, While) or block.condition is not None:
-            whole.writes.clear()
-        else:
-            whole.writes.intersection_update(*[effects.writes for effects in inside])
-        if block.condition is not None:
-            whole.reads.update(block.condition.clbits)
-        self._effects[id(block)] = whole
-        return whole
+        if known is None:
+            detail = block.source.detail
+            assert detail is not None and not isinstance(detail, Save)
+            inside = self._effects_of_all(chain.from_iterable(block.bodies))
+            asked = detail.clbits if isinstance(detail, Switch) else detail.condition.clbits
+            known = inside._replace(reads=inside.reads.union(asked))
+            if block.condition is not None:
+                known = known._replace(reads=known.reads.union(block.condition.clbits))
+            self._effects[id(block)] = known
+        return known
 
-    def _effects_of_body(self, body: Sequence[Part]) -> _Effects:
-        gates, resets, reads, writes = (set[int]() for _ in range(4))
-        for step in body:
+    def _effects_of_all(self, parts: Iterable[Part]) -> _Effects:
+        gates, resets, reads = set[int](), set[int](), set[int]()
+        for step in parts:
             if isinstance(step, Block):
                 inner = self._effects_of(step)
                 gates |= inner.gates
                 resets |= inner.resets
-                reads |= inner.reads - writes
-                writes |= inner.writes
+                reads |= inner.reads
                 continue
             if step.condition is not None:
-                reads.update(set(step.condition.clbits) - writes)
+                reads.update(step.condition.clbits)
             if step.name == "reset":
                 resets.update(step.qubits)
-            elif step.name == "measure" and step.condition is None:
-                writes.update(step.clbits)
             elif step.name not in NON_UNITARY:
                 gates.update(step.qubits, step.controls)
-        return _Effects(gates, resets, reads, writes)
+        return _Effects(frozenset(gates), frozenset(resets), frozenset(reads))
 
 
 class _Touches:
@@ -403,11 +407,9 @@ class _Use(NamedTuple):
     is_last: bool
 
 
-def _union(sets: Iterable[set[int]]) -> set[int]:
-    return set[int]().union(*sets)
-
-
-def _add_measure(steps: list[Step], step: Instruction, known: Sequence[bool], last: list[int]) -> None:
+def _add_measure(
+    steps: list[Step], step: Instruction, known: Sequence[bool], last: list[int], can_join: bool
+) -> None:
     pairs = list(zip(step.qubits, step.clbits))
     added = Measurement(
         [pair for pair, is_known in zip(pairs, known) if not is_known],
@@ -418,7 +420,7 @@ def _add_measure(steps: list[Step], step: Instruction, known: Sequence[bool], la
     )
     # Measurements one after the other are one, so that a state is projected once for all of them.
     before = steps[-1] if steps else None
-    if isinstance(before, Measurement) and _can_be_one(before, added):
+    if can_join and isinstance(before, Measurement) and _can_be_one(before, added):
         before.later.extend(added.later)
         before.now.extend(added.now)
         before.last.extend(added.last)

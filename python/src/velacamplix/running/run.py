@@ -162,7 +162,7 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
     observed = request.observed or observing.Observed([], True)
     sums = np.zeros(len(observed.observables), dtype=np.complex128)
     reduced: dict[frozenset[int], list[Observable]] = {}  # by the qubits that have been measured
-    saver = Saver(segments, circuit.n_qubits)
+    saver = Saver(segments, circuit.n_qubits, request.precision)
     with Meter(request.progress, plan.gates) as meter:
         branching = Branching(segments, meter, seed, lambda step: described(step, circuit), saver.keep)
         for branch in branching.branches(state, shots):

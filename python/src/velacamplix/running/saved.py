@@ -9,6 +9,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks
+from ..basics.types import Precision
 from ..basics.words import shortened
 from ..core import extension
 from ..instructions.flow import Save
@@ -93,27 +94,40 @@ class _Kept:
     def told(self) -> str:
         """Return what it is, in short."""
         if self.missing is not None:
-            return "no one state" if self.kind == "state" else "nothing"
+            return "no one state" if self.visits else "nothing"
         if self.kind == "probabilities":
             return f"{len(self.value)} probabilities"
         return self.kind if self.kind == "state" else repr(self.value)
 
 
 class Saver:
-    """Keeps what the saves of a circuit ask for, branch by branch."""
+    """Keeps what the saves of a circuit ask for, branch by branch.
 
-    def __init__(self, segments: Segments, n_qubits: int) -> None:
+    Raises
+    ------
+    MemoryError
+        If all of it together would not fit, before the run has begun.
+    """
+
+    def __init__(self, segments: Segments, n_qubits: int, precision: Precision) -> None:
         self._active, self._n_qubits = segments.active, n_qubits
         self._places = {qubit: place for place, qubit in enumerate(segments.active)}
         self._kept: dict[str, _Kept] = {}
         self._observed: dict[str, observing.Observed] = {}
         self._lost: dict[str, set[int]] = {}  # measured qubits that an observable has X or Y on
+        needed = 0
         for step in segments.steps:
             if isinstance(step, Saving):
                 detail = _detail(step)
                 self._kept[detail.label] = _Kept(detail)
-                if detail.kind == "expectation":
+                if detail.kind == "state":
+                    needed += memory.BYTES_PER_AMPLITUDE[precision] << len(segments.active)
+                elif detail.kind == "probabilities":
+                    needed += 8 << len(step.source.qubits)
+                else:
                     self._observed[detail.label] = observing.Observed([Observable(list(detail.terms))], False)
+        if needed:
+            memory.require_bytes(needed, "what the circuit saves, " + shortened(", ".join(map(checks.show, self._kept))))
 
     def keep(self, step: Saving, branch: Branch) -> None:
         """Keep what a save asks of a branch."""
