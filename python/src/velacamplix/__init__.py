@@ -13,9 +13,11 @@ from .core import extension  # isort: skip  (before all that imports NumPy: it r
 
 from . import qasm
 from .circuit.circuit import Circuit
+from .instructions.condition import Bits, CompoundCondition, Condition
 from .instructions.definition import GateDefinition
 from .instructions.expression import Expression, Parameter
-from .instructions.instruction import Condition, Instruction, Register
+from .instructions.flow import If, Save, Switch, While
+from .instructions.instruction import Instruction, Register
 from .machine.limits import refresh_threads
 from .machine.memory import max_qubits, memory_needed
 from .observables.observable import CommutingGroup, Observable
@@ -29,6 +31,7 @@ from .results.estimate import Estimate
 from .results.plan import Pass, Plan, Timings
 from .running.result import Result
 from .running.run import run
+from .running.saved import Saved
 from .states.apply import UnsupportedInstruction
 from .states.statevector import StateVector
 
@@ -50,13 +53,16 @@ _ROOMS = (
 )
 
 __all__ = [
+    "Bits",
     "Circuit",
     "CommutingGroup",
+    "CompoundCondition",
     "Condition",
     "Counts",
     "Estimate",
     "Expression",
     "GateDefinition",
+    "If",
     "Instruction",
     "Observable",
     "Parameter",
@@ -66,10 +72,14 @@ __all__ = [
     "QasmError",
     "Register",
     "Result",
+    "Save",
+    "Saved",
     "StateVector",
+    "Switch",
     "Term",
     "Timings",
     "UnsupportedInstruction",
+    "While",
     "max_qubits",
     "memory_needed",
     "plot_circuit",

@@ -170,7 +170,7 @@ def test_depth_is_the_one_qiskit_counts(seed):
             theirs.barrier(step.qubits)
             continue
         # For the depth it only matters what is touched.
-        bits = step.clbits + (step.condition.clbits if step.condition else ())
+        bits = step.clbits + (() if step.condition is None else step.condition.clbits)
         touched = step.qubits + step.controls
         theirs.append(qiskit.circuit.Instruction("step", len(touched), len(bits), []), touched, bits)
     assert circuit.depth() == theirs.depth()

@@ -58,7 +58,7 @@ def test_amplitudes(circuit, order, precision, tolerance):
 
 @pytest.mark.parametrize("piece", [1, 2, 4])
 def test_what_is_copied_in_pieces_is_the_same(circuit, piece, monkeypatch):
-    monkeypatch.setattr("velacamplix.running.result._PIECE", piece)
+    monkeypatch.setattr("velacamplix.running.spread._PIECE", piece)
     result = run(circuit)
     np.testing.assert_allclose(result.state.array, expected(circuit, "little"), rtol=0, atol=1e-13)
     np.testing.assert_allclose(result.statevector("big"), expected(circuit, "big"), rtol=0, atol=1e-13)
@@ -144,7 +144,7 @@ def test_the_largest_that_is_expanded():
 
 
 def test_no_limit_where_no_qubit_is_idle(monkeypatch):
-    monkeypatch.setattr("velacamplix.running.result._MOST_EXPANDED", 3)
+    monkeypatch.setattr("velacamplix.running.spread.MOST_EXPANDED", 3)
     assert run(Circuit(4).h(0).h(1).h(2).h(3)).state.n_qubits == 4
     with pytest.raises(RuntimeError, match="at most 3"):
         run(Circuit(4).h(0)).state  # noqa: B018

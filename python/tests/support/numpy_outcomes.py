@@ -10,16 +10,21 @@ import numpy as np
 import numpy_simulator
 
 
-def ends(circuit, start=None):
-    """All ways through the circuit: pairs of the classical bits (bit c is bit c) and the unnormalised final vector."""
+# A way that is less likely than this is not followed: loops that may last for ever come to an end.
+RAREST = 1e-14
+
+
+def ends(circuit, start=None, saved=None):
+    """All ways through the circuit: pairs of the classical bits (bit c is bit c) and the unnormalised final vector.
+
+    Into the dictionary `saved` goes, for every name that is saved, the list of vectors that come there.
+    """
     n = circuit.n_qubits
     if start is None:
         start = np.zeros(2**n, dtype=complex)
         start[0] = 1
     ways = [(0, np.array(start, dtype=complex))]
-    for step in circuit.basic_instructions():
-        ways = [after for bits, vector in ways for after in _after(step, bits, vector, n)]
-    return ways
+    return _through(circuit.basic_instructions(), ways, n, {} if saved is None else saved)
 
 
 def distribution(circuit, start=None):
@@ -36,11 +41,54 @@ def density_matrix(circuit):
     return sum(np.outer(vector, vector.conj()) for _, vector in ends(circuit))
 
 
-def _after(step, bits, vector, n):
-    if step.condition is not None:
-        value = sum((bits >> clbit & 1) << i for i, clbit in enumerate(step.condition.clbits))
-        if value != step.condition.value:
-            return [(bits, vector)]
+def saved_vectors(circuit):
+    """For every name that is saved, the unnormalised vectors that come there."""
+    found = {}
+    ends(circuit, saved=found)
+    return found
+
+
+def holds(condition, bits):
+    """Whether classical bits (bit c is bit c of a number) meet a condition."""
+    if hasattr(condition, "parts"):
+        answers = [holds(part, bits) for part in condition.parts]
+        if condition.word == "not":
+            return not answers[0]
+        return {"and": all(answers), "or": any(answers), "xor": answers.count(True) % 2 == 1}[condition.word]
+    value = sum((bits >> clbit & 1) << i for i, clbit in enumerate(condition.clbits))
+    wanted = condition.value
+    return {
+        "==": value == wanted, "!=": value != wanted, "<": value < wanted,
+        "<=": value <= wanted, ">": value > wanted, ">=": value >= wanted,
+    }[condition.comparison]  # fmt: skip
+
+
+def _through(steps, ways, n, saved):
+    for step in steps:
+        ways = [after for bits, vector in ways for after in _after(step, bits, vector, n, saved)]
+    return ways
+
+
+def _after(step, bits, vector, n, saved):
+    if step.condition is not None and not holds(step.condition, bits):
+        return [(bits, vector)]
+    detail = step.detail
+    if step.name == "if":
+        return _through(detail.body if holds(detail.condition, bits) else detail.otherwise, [(bits, vector)], n, saved)
+    if step.name == "while":
+        done, going = [], [(bits, vector)]
+        while going:
+            done += [way for way in going if not holds(detail.condition, way[0])]
+            going = _through(detail.body, [way for way in going if holds(detail.condition, way[0])], n, saved)
+            going = _fewer(going, n)
+        return done
+    if step.name == "switch":
+        value = sum((bits >> clbit & 1) << i for i, clbit in enumerate(detail.clbits))
+        fitting = [body for values, body in detail.cases if value in values] + [detail.default]
+        return _through(fitting[0], [(bits, vector)], n, saved)
+    if step.name == "save":
+        saved.setdefault(detail.label, []).append(vector)
+        return [(bits, vector)]
     if step.name == "barrier":
         return [(bits, vector)]
     if step.name == "measure":
@@ -63,7 +111,19 @@ def _after(step, bits, vector, n):
         array = vector.reshape((2,) * n + (1,)).copy()
         numpy_simulator.apply(step, array, n)
         ways = [(bits, array.reshape(-1))]
-    return [way for way in ways if np.vdot(way[1], way[1]).real > 1e-14]
+    return [way for way in ways if np.vdot(way[1], way[1]).real > RAREST]
+
+
+def _fewer(ways, n):
+    """Other vectors with the same mixed state for every value of the bits, not more than there are amplitudes."""
+    mixed = {}
+    for bits, vector in ways:
+        mixed[bits] = mixed.get(bits, 0) + np.outer(vector, vector.conj())
+    found = []
+    for bits, density in mixed.items():
+        weights, vectors = np.linalg.eigh(density)
+        found += [(bits, weight**0.5 * vector) for weight, vector in zip(weights, vectors.T) if weight > RAREST]
+    return found if len(found) < len(ways) else ways
 
 
 def _parts(vector, qubit):

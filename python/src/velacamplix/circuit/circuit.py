@@ -20,7 +20,8 @@ from ..views import html
 from ..views.shapes import MOST_LINES
 from .combine import Combining
 from .figures import Figures
-from .steps import StepMethods
+from .flow import FlowMethods
+from .saves import SaveMethods
 
 __all__ = ["Circuit"]
 
@@ -28,8 +29,8 @@ __all__ = ["Circuit"]
 _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 
-class Circuit(GateMethods, ManyQubitMethods, EntryMethods, StepMethods, Combining, Figures):
-    """An ordered list of gates, measurements, resets and barriers.
+class Circuit(GateMethods, ManyQubitMethods, EntryMethods, FlowMethods, SaveMethods, Combining, Figures):
+    """An ordered list of gates, measurements, resets, barriers, decisions and loops.
 
     Every method that adds an instruction returns the circuit, so calls can be
     chained. Angles are in radians and come first. Nothing is computed here: a

@@ -7,7 +7,7 @@ from typing import Any, Self
 
 from ..basics import checks
 from ..instructions.definition import inverted
-from ..instructions.instruction import Condition, Instruction
+from ..instructions.flow import moved_step
 from .record import MOST_INSTRUCTIONS, Record
 
 
@@ -56,11 +56,11 @@ class Combining(Record):
             raise TypeError(f"other must be a Circuit, got {checks.show(other)}")
         to_qubits = _mapping(qubits, other._n_qubits, self._n_qubits, "qubits")
         to_clbits = _mapping(clbits, other._n_clbits, self._n_clbits, "clbits")
-        steps = [_moved(step, to_qubits, to_clbits) for step in other._instructions]
+        steps = [moved_step(step, to_qubits, to_clbits) for step in other._instructions]
         if self._condition is not None:
             for step in steps:
                 if step.condition is not None:
-                    raise ValueError(f"other must have no conditions of its own inside when(), got {step}")
+                    raise ValueError(f"other must have no conditions of its own inside when(), got {step.title}")
             steps = [step._replace(condition=self._condition) if step.can_be_conditioned else step for step in steps]
         for step in steps:
             self._append(step)
@@ -78,7 +78,7 @@ class Combining(Record):
         Raises
         ------
         ValueError
-            If there is a measurement, a reset, or a matrix that is not unitary.
+            If there is a measurement, a reset, a loop, a save, or a matrix that is not unitary.
 
         Examples
         --------
@@ -132,18 +132,3 @@ def _mapping(values: Any, wanted: int, size: int, name: str) -> tuple[int, ...]:
     if len(numbers) != wanted:
         raise ValueError(f"{name} must name {wanted} numbers, one for each of the other circuit, got {len(numbers)}")
     return numbers
-
-
-def _moved(step: Instruction, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> Instruction:
-    condition = step.condition
-    if condition is not None:
-        condition = Condition(tuple([clbits[bit] for bit in condition.clbits]), condition.value)
-    return Instruction(
-        step.name,
-        tuple([qubits[qubit] for qubit in step.qubits]),
-        step.params,
-        tuple([qubits[qubit] for qubit in step.controls]),
-        tuple([clbits[bit] for bit in step.clbits]),
-        condition,
-        step.definition,
-    )

@@ -2,11 +2,13 @@
 
 from __future__ import annotations
 
-from collections import Counter
+from collections import Counter, defaultdict
+from collections.abc import Iterable
 from typing import Literal, overload
 
 from ..basics import checks
 from ..basics.words import counted
+from ..instructions.flow import bodies_of, leaves
 from ..instructions.instruction import Instruction
 from ..qasm.writer import write_qasm
 from ..views import shapes
@@ -25,7 +27,8 @@ class Figures(ParameterMethods):
     def gate_counts(self, basic: bool = False) -> dict[str, int]:
         """Return how often each gate occurs, the most frequent first.
 
-        A gate with controls counts by itself, as ``"cRX"`` with one control, ``"c2RX"`` with two and so on.
+        A gate with controls counts by itself, as ``"cRX"`` with one control, ``"c2RX"`` with two and so on. In the bodies
+        of `if_`, `while_` and `switch` each counts once, as it is written.
 
         Parameters
         ----------
@@ -44,15 +47,16 @@ class Figures(ParameterMethods):
         {'H': 2, 'rzz': 1, 'c2RX': 1}
         """
         steps = self.basic_instructions() if checks.flag(basic, "basic") else iter(self._instructions)
-        return dict(Counter(_counted_name(step) for step in steps if step.is_gate).most_common())
+        return dict(Counter(_counted_name(step) for step in leaves(steps) if step.is_gate).most_common())
 
     count_ops = gate_counts
 
     def depth(self) -> int:
         """Return the length of the longest chain of instructions that have to wait for each other.
 
-        Every gate, measurement and reset counts as 1; a barrier makes its qubits wait for each other and counts as 0.
-        Instructions wait for each other if they share a qubit, or a classical bit that one of them writes or reads.
+        Every gate, measurement and reset counts as 1; a barrier makes its qubits wait for each other and counts as 0. One
+        with bodies counts as the deepest of them, a loop as one round; what is saved does not count. Instructions wait for
+        each other if they share a qubit, or a classical bit that one of them writes or reads.
 
         Examples
         --------
@@ -60,17 +64,7 @@ class Figures(ParameterMethods):
         >>> Circuit(3).h(0).h(1).cx(0, 1).x(2).depth()
         2
         """
-        qubits, clbits = [0] * self._n_qubits, [0] * self._n_clbits
-        for step in self._instructions:
-            touched = step.qubits + step.controls
-            bits = step.clbits if step.condition is None else step.clbits + step.condition.clbits
-            level = max([qubits[q] for q in touched] + [clbits[b] for b in bits], default=0)
-            level += step.name != "barrier"
-            for q in touched:
-                qubits[q] = level
-            for b in bits:
-                clbits[b] = level
-        return max(qubits + clbits, default=0)
+        return _depth(self._instructions)
 
     @overload
     def draw(
@@ -187,3 +181,19 @@ class Figures(ParameterMethods):
 def _counted_name(step: Instruction) -> str:
     n = len(step.controls)
     return f"c{n if n > 1 else ''}{step.name}" if n else step.name
+
+
+def _depth(steps: Iterable[Instruction]) -> int:
+    qubits, clbits = defaultdict[int, int](int), defaultdict[int, int](int)
+    for step in steps:
+        if step.name == "save":
+            continue
+        touched = step.qubits + step.controls
+        bits = step.clbits if step.condition is None else step.clbits + step.condition.clbits
+        level = max([qubits[q] for q in touched] + [clbits[b] for b in bits], default=0)
+        level += max(map(_depth, bodies_of(step))) if step.detail is not None else step.name != "barrier"
+        for q in touched:
+            qubits[q] = level
+        for b in bits:
+            clbits[b] = level
+    return max([*qubits.values(), *clbits.values()], default=0)

@@ -12,7 +12,8 @@ from ..instructions.binding import Template
 from ..instructions.definition import GateDefinition, flat, flat_steps, restored, restored_steps
 from ..instructions.expression import Angle, Expression, angle
 from ..instructions.gate_base import GateBase
-from ..instructions.instruction import Condition, Instruction, Register
+from ..instructions.flow import open_params
+from ..instructions.instruction import AnyCondition, Instruction, Register
 
 # What `_start` sets, and `when` for a while.
 _OWN = frozenset(
@@ -53,7 +54,7 @@ class Record(GateBase):
         self._template_params: list[tuple[float, ...]] = []
         self._names: tuple[str, ...] | None = None if steps else ()  # of open parameters; None: not looked for
         self._own_template: Template | None = None
-        self._condition: Condition | None = None  # set inside `when`
+        self._condition: AnyCondition | None = None  # set inside `when`
         self._prepared: dict[Any, Any] | None = None  # what running has made of the instructions, kept for the next time
 
     # --- What is in it ---
@@ -193,7 +194,7 @@ class Record(GateBase):
         if self._condition is None:
             return step
         if step.condition is not None or not step.can_be_conditioned:
-            raise ValueError(f"instruction must be able to take the condition of when(), got {step}")
+            raise ValueError(f"instruction must be able to take the condition of when(), got {step.title}")
         return step._replace(condition=self._condition)
 
     # --- Inner workings ---
@@ -223,7 +224,10 @@ class Record(GateBase):
         self._prepared = None
         if self._template is not None or self._own_template is not None:
             self._template = self._own_template = None
-        if step.params and self._names is not None:
+        if step.detail is not None:
+            if open_params(step):
+                self._names = None
+        elif step.params and self._names is not None:
             for value in step.params:
                 if isinstance(value, Expression):
                     self._names = None

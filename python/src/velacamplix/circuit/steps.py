@@ -6,11 +6,12 @@ import warnings
 from collections.abc import Iterator, Sequence
 from contextlib import contextmanager
 from itertools import chain, count
-from typing import Self
+from typing import Any, Self
 
 from ..basics import checks
 from ..basics.words import bit_string
-from ..instructions.instruction import Condition, Register
+from ..instructions.condition import AnyCondition, Bits, CompoundCondition, Condition, checked, in_order
+from ..instructions.instruction import Register
 from .record import Record
 
 
@@ -100,17 +101,51 @@ class StepMethods(Record):
         named = checks.qubits(qubits, self._n_qubits, at_least=0)
         return self._add("barrier", named or tuple(range(self._n_qubits)))
 
-    @contextmanager
-    def when(
-        self, clbits: str | int | Sequence[int], value: int | str
-    ) -> Iterator[Self]:
-        """Let all instructions added inside act only if classical bits hold `value`.
+    def bits(self, clbits: str | int | Sequence[int]) -> Bits:
+        """Return classical bits to be compared: what `when`, `if_`, `while_` and `switch` decide by.
 
         Parameters
         ----------
         clbits : str, int or sequence of int
             Name of a classical register, a bit, or a list of distinct bits.
-        value : int or str
+
+        Returns
+        -------
+        Bits
+            Comparisons with ``== != < <= > >=`` give a `Condition`; one bit alone stands for "is 1". Conditions are joined
+            by ``&`` (and), ``|`` (or), ``^`` (either) and ``~`` (not), and each comparison needs parentheses then. Numbers
+            and texts are read as by `when`: of a list the first bit is the most significant, a register has its bit 0
+            lowest; texts have one character per bit in the order listed.
+
+        Raises
+        ------
+        KeyError, TypeError, IndexError, ValueError
+            As for `when`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> circuit = Circuit(2, 3)
+        >>> c = circuit.bits("c")
+        >>> print(c < 6, c[0] & ~c[2], (c == "011") | (c == 1), sep="; ")
+        c[2, 1, 0] < 6; c[0] == 1 and c[2] == 0; c[0, 1, 2] == "011" or c[0, 1, 2] == "100"
+        """
+        return Bits(self._classical_bits(clbits), isinstance(clbits, str))
+
+    @contextmanager
+    def when(
+        self, clbits: str | int | Sequence[int] | AnyCondition | Bits, value: int | str | None = None
+    ) -> Iterator[Self]:
+        """Let all instructions added inside act only if classical bits hold `value`.
+
+        Each instruction asks again: one that measures into these bits decides about those behind it. `if_` asks once.
+
+        Parameters
+        ----------
+        clbits : str, int, sequence of int, or condition
+            Name of a classical register, a bit, or a list of distinct bits. Or, without a `value`, a condition as `bits`
+            makes them.
+        value : int or str, optional
             A text has one character 0 or 1 per bit, in the order listed; that of a register begins with its bit 0, as
             the keys of counts do. A number goes from 0 to ``2**k - 1`` for k bits: of a list the first bit is the most
             significant, as everywhere; a register's number has its bit 0 lowest, as OpenQASM reads it.
@@ -145,16 +180,35 @@ class StepMethods(Record):
         """
         if self._condition is not None:
             raise ValueError("when() cannot stand inside another when(): join the bits in one call")
-        bits = self._classical_bits(clbits)
-        held = _held(value, clbits, bits)
-        # In increasing order, so that one wish is one condition, however it was written.
-        order = sorted(range(len(bits)), key=bits.__getitem__, reverse=True)
-        number = int("".join([held[place] for place in order]) or "0", 2)
-        self._condition = Condition(tuple([bits[place] for place in reversed(order)]), number)
+        self._condition = self._asked(clbits, value)
         try:
             yield self
         finally:
             self._condition = None
+
+    def _asked(self, clbits: Any, value: int | str | None) -> AnyCondition:
+        if isinstance(clbits, (Condition, CompoundCondition, Bits)):
+            if value is not None:
+                raise TypeError(f"value must be left out where a condition is given, got {checks.show(value)}")
+            return self._condition_of(clbits)
+        if value is None:
+            raise TypeError(f"value must say what the bits hold, got clbits {checks.show(clbits)} alone")
+        bits = self._classical_bits(clbits)
+        held = _held(value, clbits, bits)
+        return in_order(bits, int(held[::-1] or "0", 2))
+
+    def _condition_of(self, value: Any) -> AnyCondition:
+        """Return a checked condition, given as one, as one bit, or as a pair of bits and what they hold."""
+        if isinstance(value, (Condition, CompoundCondition)):
+            return checked(value, self._n_clbits)
+        if isinstance(value, Bits):
+            return checked(value.condition(), self._n_clbits)
+        if isinstance(value, tuple) and len(value) == 2:
+            return self.bits(value[0]) == value[1]
+        raise TypeError(
+            "condition must be one such as circuit.bits('c') == 1, or a pair of bits and their value such as ('c', 1), "
+            f"got {checks.show(value)}"
+        )
 
     def _classical_bits(self, clbits: str | int | Sequence[int]) -> tuple[int, ...]:
         if not isinstance(clbits, str):
@@ -196,6 +250,6 @@ def _held(value: int | str, clbits: str | int | Sequence[int], bits: tuple[int, 
             f"order listed: {checks.show(first_highest)} is what the number means now, {checks.show(first_lowest)} what "
             "it meant",
             FutureWarning,
-            stacklevel=4,
+            stacklevel=5,
         )
     return first_highest

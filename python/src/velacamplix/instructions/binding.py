@@ -11,6 +11,7 @@ import numpy as np
 from ..basics import checks
 from ..basics.words import counted, shortened
 from .expression import FUNCTIONS, Expression, Parameter, free_names
+from .flow import leaves, open_params, with_params
 from .instruction import Instruction, Register
 
 Function = Callable[[Sequence[float]], list[tuple[float, ...]]]
@@ -40,7 +41,7 @@ class Template:
         self.dependent = tuple(
             position
             for position, step in enumerate(instructions)
-            if step.params and any(isinstance(value, Expression) for value in step.params)
+            if (step.params or step.detail is not None) and open_params(step)
         )
         self._uses = 0
         self._function: Function | None = None
@@ -60,7 +61,7 @@ class Template:
         """
         self._uses += 1
         if self._uses == 2:  # for one time alone it does not pay
-            self._function = _function([self.instructions[at].params for at in self.dependent], self.parameters)
+            self._function = _function([open_params(self.instructions[at]) for at in self.dependent], self.parameters)
         if self._function is not None:
             try:
                 found = self._function(values)
@@ -71,7 +72,7 @@ class Template:
                 if total - total == 0.0:
                     return found
         named = dict(zip(self.parameters, values))
-        rows: list[tuple[Any, ...]] = [self.instructions[at].params for at in self.dependent]
+        rows = [open_params(self.instructions[at]) for at in self.dependent]
         return [
             tuple([item.evaluate(named) if isinstance(item, Expression) else item for item in row]) for row in rows
         ]
@@ -80,26 +81,26 @@ class Template:
         """Return all instructions, with these parameters in the dependent ones."""
         steps = list(self.instructions)
         for position, numbers in zip(self.dependent, params):
-            steps[position] = _with_params(steps[position], numbers)
+            steps[position] = with_params(steps[position], numbers)
         return steps
 
 
 def parameters_of(instructions: Sequence[Instruction]) -> tuple[str, ...]:
     """Return the names of all open parameters, in order of appearance."""
-    return tuple(dict.fromkeys(name for step in instructions if step.params for name in free_names(step.params)))
+    return tuple(dict.fromkeys(name for step in leaves(instructions) if step.params for name in free_names(step.params)))
 
 
 def partly_bound(instructions: Sequence[Instruction], values: Mapping[str, float]) -> list[Instruction]:
     """Return the instructions with some of the parameters replaced by numbers."""
-    return [
-        _with_params(
-            step,
-            tuple([item.substitute(values) if isinstance(item, Expression) else item for item in step.params]),
-        )
-        if any(name in values for name in free_names(step.params))
-        else step
-        for step in instructions
-    ]
+    bound: list[Instruction] = []
+    for step in instructions:
+        params = open_params(step)
+        if any(name in values for name in free_names(params)):
+            numbers = [item.substitute(values) if isinstance(item, Expression) else item for item in params]
+            bound.append(with_params(step, numbers))
+        else:
+            bound.append(step)
+    return bound
 
 
 def plain_values(known: tuple[str, ...], values: Any, named: dict[str, Any]) -> Sequence[float] | None:
@@ -149,10 +150,6 @@ def checked_values(known: tuple[str, ...], values: Any, named: dict[str, Any]) -
         plain = type(value) is float and value - value == 0.0
         result[name] = value if plain else checks.real(value, f"value of {checks.show(name)}")
     return result
-
-
-def _with_params(step: Instruction, params: tuple[Any, ...]) -> Instruction:
-    return Instruction(step.name, step.qubits, params, step.controls, step.clbits, step.condition, step.definition)
 
 
 # --- A function of all values, compiled ---

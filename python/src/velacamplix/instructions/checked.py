@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import cmath
+from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
@@ -9,10 +11,12 @@ from numpy.typing import NDArray
 
 from ..basics import checks
 from ..machine import memory
+from .condition import checked as condition_checked
 from .definition import GateDefinition
 from .expression import angle
+from .flow import If, PlainTerm, Save, Switch, While, flow_step, leaves, written_bits
 from .gates import GATES
-from .instruction import BY_ENTRIES, NON_UNITARY, Condition, Instruction, Register
+from .instruction import BY_ENTRIES, DETAILED, NON_UNITARY, Instruction, Register
 
 
 def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
@@ -24,12 +28,14 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
         If the name is unknown, or numbers, qubits or bits do not fit a circuit
         of `n_qubits` and `n_clbits`.
 
-    >>> instruction(Instruction("CNOT", [1, 0]), 2, 0)
-    Instruction(name='CNOT', qubits=(1, 0), params=(), controls=(), clbits=(), condition=None, definition=None)
+    >>> print(instruction(Instruction("CNOT", [1, 0]), 2, 0))
+    CNOT 1,0
     """
     if not isinstance(value, Instruction):
         raise TypeError(f"instruction must be an Instruction, got {checks.show(value)}")
     name = checks.plain(value.name) if isinstance(value.name, str) else value.name
+    if value.detail is not None or (isinstance(name, str) and name in DETAILED):
+        return _detailed(name, value, n_qubits, n_clbits)
     definition = _definition(value)
     shape = _shape(name, definition)
     qubits = checks.qubits(value.qubits, n_qubits, at_least=0 if name == "barrier" else 1)
@@ -164,9 +170,99 @@ def _condition(value: Instruction, n_clbits: int) -> Any:
     condition = value.condition
     if condition is None:
         return None
-    if not isinstance(condition, Condition):
-        raise TypeError(f"condition must be a Condition or None, got {checks.show(condition)}")
+    made = condition_checked(condition, n_clbits)
     if not value.can_be_conditioned:
-        raise ValueError(f"condition of {value.name} must be None, got {condition}")
-    bits = checks.indices(condition.clbits, n_clbits, "condition.clbits", at_least=1)
-    return Condition(bits, checks.integer(condition.value, "condition.value", 0, 2 ** len(bits) - 1))
+        raise ValueError(f"condition of {value.name} must be None, got {made}")
+    return made
+
+
+# --- What holds others ---
+
+
+def flow(detail: If | While | Switch, n_qubits: int, n_clbits: int) -> If | While | Switch:
+    """Return a decision with all its parts checked."""
+    bodies = [tuple([instruction(step, n_qubits, n_clbits) for step in body]) for body in detail.bodies]
+    if isinstance(detail, Switch):
+        bits, cases = switch_values(detail.clbits, [values for values, _ in detail.cases], n_clbits)
+        return Switch(bits, tuple(zip(cases, bodies)), bodies[-1])
+    condition = condition_checked(detail.condition, n_clbits)
+    if isinstance(detail, If):
+        return If(condition, *bodies)
+    most = checks.integer(detail.max_iterations, "max_iterations", minimum=1)
+    loop = While(condition, bodies[0], most)
+    require_end(loop)
+    return loop
+
+
+def require_end(loop: While) -> None:
+    """Refuse a loop in which nothing can change the condition, and one that saves."""
+    if written_bits(loop.body).isdisjoint(loop.condition.clbits):
+        raise ValueError(
+            f"body of a while must measure into a bit of its condition, {loop.condition}: without, the loop never ends once "
+            "it has begun"
+        )
+    for leaf in leaves(loop.body):
+        if leaf.name == "save":
+            raise ValueError(f"body of a while must not save, because each round would replace the last, got {leaf}: save after it")
+
+
+def switch_values(clbits: Any, cases: Sequence[Any], n_clbits: int) -> tuple[tuple[int, ...], list[tuple[int, ...]]]:
+    """Return the bits of a switch, lowest first, and the values of its cases, each value once."""
+    bits = checks.indices(clbits, n_clbits, "clbits", at_least=1)
+    listed = [tuple([checks.integer(value, "a case", 0, 2 ** len(bits) - 1) for value in values]) for values in cases]
+    seen = set[int]()
+    for values in listed:
+        if not values:
+            raise ValueError("a case must have a value, got none")
+        for value in values:
+            if value in seen:
+                raise ValueError(f"cases must have distinct values, got {checks.show(value)} twice")
+            seen.add(value)
+    return bits, listed
+
+
+def save(detail: Save, qubits: Any, n_qubits: int) -> tuple[Save, tuple[int, ...]]:
+    """Return what is kept, and the qubits that are asked for it."""
+    kind = checks.choice(detail.kind, "kind", ("state", "probabilities", "expectation"))
+    if not isinstance(detail.label, str) or not detail.label:
+        raise (ValueError if detail.label == "" else TypeError)(f"name must be a text, got {checks.show(detail.label)}")
+    terms: list[PlainTerm] = []
+    for term in checks.sequence(detail.terms, "terms", of="terms"):
+        coefficient, letters, places = term
+        numbers = checks.qubits(places, n_qubits, "qubits of a term", at_least=0)
+        is_number = type(coefficient) in (float, complex) and cmath.isfinite(coefficient)
+        if not is_number or type(letters) is not str or len(letters) != len(numbers) or letters.strip("XYZ"):
+            raise ValueError(f"terms must hold finite numbers, one letter X, Y or Z per qubit, and qubits, got {checks.show(term)}")
+        terms.append((coefficient, letters, numbers))
+    if (kind == "expectation") != bool(terms):
+        raise ValueError(f"terms must be given for an expectation value and for nothing else, got {len(terms)} for {kind}")
+    listed = checks.qubits(qubits, n_qubits, at_least=0)
+    wanted = tuple(sorted({qubit for _, _, numbers in terms for qubit in numbers}))
+    if kind != "probabilities" and listed != wanted:
+        raise ValueError(f"qubits of save {kind} must be {wanted}, got {listed}")
+    return Save(kind, checks.plain(detail.label), tuple(terms)), listed
+
+
+_DETAILS = {"if": If, "while": While, "switch": Switch, "save": Save}
+
+
+def _detailed(name: Any, value: Instruction, n_qubits: int, n_clbits: int) -> Instruction:
+    detail: Any = value.detail
+    condition = _condition(value, n_clbits)
+    wanted: Any = _DETAILS.get(name) if isinstance(name, str) else None
+    if wanted is None or type(detail) is not wanted:
+        raise TypeError(
+            f"detail of {checks.show(name)} must be {wanted.__name__ if wanted else None}, got {checks.show(detail)}"
+        )
+    if value.params or value.controls or value.definition is not None:
+        raise ValueError(f"params, controls and definition of {name} must be left out")
+    if isinstance(detail, Save):
+        kept, qubits = save(detail, value.qubits, n_qubits)
+        if value.clbits:
+            raise ValueError(f"clbits of save must be empty, got {checks.show(value.clbits)}")
+        return Instruction(name, qubits, condition=condition, detail=kept)
+    made = flow_step(flow(detail, n_qubits, n_clbits), condition)
+    told = (tuple(value.qubits), tuple(value.clbits))
+    if told not in (((), ()), (made.qubits, made.clbits)):
+        raise ValueError(f"qubits and clbits of {name} must be {made.qubits} and {made.clbits}, or left out, got {told}")
+    return made

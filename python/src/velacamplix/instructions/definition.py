@@ -15,6 +15,7 @@ from ..machine.memory import require_entries
 from ..machine.pickling import Packed
 from . import instruction as _instruction
 from .expression import Expression, Parameter
+from .flow import bodies_of, with_bodies
 from .gates import GATES
 from .instruction import BY_ENTRIES, NON_UNITARY, Instruction
 
@@ -135,7 +136,7 @@ class GateDefinition:
             raise ValueError("circuit must have at least 1 qubit")
         for step in circuit:
             if step.condition is not None or (not step.is_gate and step.name != "barrier"):
-                raise ValueError(f"circuit must hold gates and barriers without conditions only, got {step}")
+                raise ValueError(f"circuit must hold gates and barriers without conditions only, got {step.title}")
         return cls.checked(name, listed, circuit.n_qubits, circuit.instructions)
 
     @classmethod
@@ -178,8 +179,7 @@ class GateDefinition:
         name = self.name[:-3] if self.name.endswith("_dg") else ""
         if not name or is_taken(name):
             name = self.name + "_dg"
-        body = tuple([part for step in reversed(self.body) for part in inverted(step)])
-        self._inverse = GateDefinition.checked(name, self.params, self.n_qubits, body)
+        self._inverse = GateDefinition.checked(name, self.params, self.n_qubits, tuple(_undone(self.body)))
         self._inverse._origin = ref(self)
         return self._inverse
 
@@ -212,7 +212,7 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
     Raises
     ------
     ValueError
-        For measure and reset, and for matrices that are not unitary.
+        For measure, reset, while and save, and for matrices that are not unitary.
     """
     if step.definition is not None:
         return (with_definition(step, step.definition.inverse()),)
@@ -228,8 +228,11 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
     if step.name == "diagonal":
         entries = step.params
         return (step._replace(params=tuple(entry.conjugate() for entry in entries)),)
+    if step.name in ("if", "switch"):
+        # Gates alone can be undone, so the bits are those that were read the first time.
+        return (with_bodies(step, [_undone(body) for body in bodies_of(step)]),)
     if not step.is_gate:
-        raise ValueError(f"{step.name} has no inverse, got {step}")
+        raise ValueError(f"{step.name} has no inverse, got {step.title}")
     gate = GATES[step.name]
     if gate.inverse is not None:
         name, params = gate.inverse(step.params)
@@ -243,6 +246,10 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
             for undone in inverted(part)
         ]
     )
+
+
+def _undone(steps: Sequence[Instruction]) -> list[Instruction]:
+    return [part for step in reversed(steps) for part in inverted(step)]
 
 
 def is_taken(name: str) -> bool:
@@ -318,7 +325,7 @@ def flat_steps(steps: Iterable[Instruction], numbers: dict[int, int]) -> list[An
     return [
         (
             step.name, step.qubits, _packed(step), step.controls, step.clbits, step.condition,
-            None if step.definition is None else numbers[id(step.definition)],
+            None if step.definition is None else numbers[id(step.definition)], step.detail,
         )
         for step in steps
     ]  # fmt: skip
@@ -336,9 +343,9 @@ def restored_steps(steps: Iterable[Any], table: Sequence[GateDefinition]) -> lis
     """Return instructions from the tuples of `flat_steps`."""
     return [
         Instruction(
-            name, qubits, _unpacked(params), controls, clbits, condition, None if number is None else table[number]
+            name, qubits, _unpacked(params), controls, clbits, condition, None if number is None else table[number], detail
         )
-        for name, qubits, params, controls, clbits, condition, number in steps
+        for name, qubits, params, controls, clbits, condition, number, detail in steps
     ]
 
 

@@ -7,6 +7,7 @@ from collections.abc import Callable, Iterator, Mapping
 from ..basics import checks
 from .definition import size
 from .expression import CalculationError, Expression
+from .flow import bodies_of, changed
 from .gates import GATES, Params, Qubits
 from .instruction import Instruction
 
@@ -39,7 +40,8 @@ def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]
     """Iterate over what an instruction becomes in the library's own gates.
 
     All parameters of `step` must be numbers. How many instructions come, and which, does not depend on them. With
-    `in_programs` they may be gates that only programs have, SX, RXX, RYY, RZZ and U.
+    `in_programs` they may be gates that only programs have, SX, RXX, RYY, RZZ and U. An instruction with bodies becomes
+    one whose bodies are in such gates.
 
     Raises
     ------
@@ -50,6 +52,8 @@ def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]
         builds = _BUILDS_IN_PROGRAMS if in_programs else _BUILDS
         if step.name in builds:
             return iter(_built(step, builds))
+        if bodies_of(step):
+            return iter((changed(step, lambda inner: basic(inner, in_programs)),))
         return iter((step,))
     if size(step) > MOST_STEPS:
         raise ValueError(f"gate {checks.show(step.name)} must expand to at most {MOST_STEPS} steps, got more")

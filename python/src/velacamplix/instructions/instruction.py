@@ -1,62 +1,29 @@
-"""What a circuit is made of: instructions, conditions, registers, gate names."""
+"""What a circuit is made of: instructions, registers, gate names."""
 
 from __future__ import annotations
 
+from collections.abc import Iterator
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, NamedTuple
 
-from ..basics import checks
+from .condition import AnyCondition as AnyCondition
+from .condition import Condition as Condition
+from .condition import spelled as spelled
 from .expression import Expression
 
 if TYPE_CHECKING:
     from .definition import GateDefinition
+    from .flow import Detail
 
 
 #: Gates given by their entries, on any number of qubits and with any number of controls.
 BY_ENTRIES = frozenset({"matrix", "diagonal"})
 
+#: Instructions that hold others, or keep what the state tells at their place; `Instruction.detail` has it.
+DETAILED = frozenset({"if", "while", "switch", "save"})
+
 #: Instructions that are no gates. Each takes any number of qubits at once.
-NON_UNITARY = frozenset({"measure", "reset", "barrier"})
-
-
-@dataclass(frozen=True)
-class Condition:
-    """Lets an instruction act only if classical bits hold a value.
-
-    Attributes
-    ----------
-    clbits : tuple of int
-        The bits that are read, lowest value first (weight ``2**i`` for the i-th), as in a register of OpenQASM.
-        `Circuit.when` puts them into increasing order.
-    value : int
-        What they must spell, from 0 to ``2**len(clbits) - 1``.
-
-    >>> Condition((0, 1), 2)
-    Condition(clbits=(0, 1), value=2)
-    >>> print(Condition((0, 1), 2))                       # bit 0 must be 0, bit 1 must be 1
-    c[0, 1] == "01"
-    """
-
-    clbits: tuple[int, ...]
-    value: int
-
-    def __repr__(self) -> str:
-        value = checks.digits(self.value) if isinstance(self.value, int) else repr(self.value)
-        return f"Condition(clbits={self.clbits!r}, value={value})"
-
-    def __str__(self) -> str:
-        return f"c{list(self.clbits)} == {spelled(self)}"
-
-
-def spelled(condition: Condition) -> str:
-    """Return the value of one bit as a number, of several as a text in quotes, in the order of the bits.
-
-    >>> spelled(Condition((4,), 1)), spelled(Condition((2, 3, 4), 1))
-    ('1', '"100"')
-    """
-    if len(condition.clbits) < 2:
-        return str(condition.value)
-    return '"' + format(condition.value, f"0{len(condition.clbits)}b")[::-1] + '"'
+NON_UNITARY = frozenset({"measure", "reset", "barrier"}) | DETAILED
 
 
 class Instruction(NamedTuple):
@@ -69,7 +36,8 @@ class Instruction(NamedTuple):
         name of `definition`.
     qubits : tuple of int
         Targets, in the gate's order: CNOT is (control, target), CCNOT (control,
-        control, target).
+        control, target). Of "if", "while" and "switch" those that their bodies act on, in increasing order; of "save"
+        those that it asks, of a whole state none.
     params : tuple of float, Expression, or of complex for "matrix" and "diagonal"
         Angles in radians; for "matrix" its ``4**len(qubits)`` entries row by
         row, where the first listed qubit is the highest bit of a row's number,
@@ -77,15 +45,18 @@ class Instruction(NamedTuple):
     controls : tuple of int
         Further qubits that must all be 1.
     clbits : tuple of int
-        For "measure" only: where the result of each qubit goes. All bits are
-        written together, after the condition has been read.
-    condition : Condition or None
+        For "measure": where the result of each qubit goes. All bits are written together, after the condition has been
+        read. For "if", "while" and "switch" those that anything inside reads or writes, in increasing order.
+    condition : Condition, CompoundCondition or None
         The step is left out unless the condition holds.
     definition : GateDefinition or None
         What the gate is made of, if it is neither the library's nor known to the package.
+    detail : If, While, Switch, Save or None
+        Of an instruction "if", "while", "switch" or "save": its bodies and what decides among them, or what to keep.
 
-    >>> Instruction("RX", (2,), (0.5,), controls=(0,))
-    Instruction(name='RX', qubits=(2,), params=(0.5,), controls=(0,), clbits=(), condition=None, definition=None)
+    >>> Instruction("RX", (2,), (0.5,), controls=(0,))           # doctest: +NORMALIZE_WHITESPACE
+    Instruction(name='RX', qubits=(2,), params=(0.5,), controls=(0,), clbits=(), condition=None, definition=None,
+                detail=None)
     >>> print(Instruction("RX", (2,), (0.5,), controls=(0,)))
     RX(0.5) 2 controls 0
     """
@@ -95,8 +66,9 @@ class Instruction(NamedTuple):
     params: tuple[float | complex | Expression, ...] = ()
     controls: tuple[int, ...] = ()
     clbits: tuple[int, ...] = ()
-    condition: Condition | None = None
+    condition: AnyCondition | None = None
     definition: GateDefinition | None = None
+    detail: Detail | None = None
 
     @property
     def is_gate(self) -> bool:
@@ -109,6 +81,25 @@ class Instruction(NamedTuple):
         return self.name != "barrier"
 
     def __str__(self) -> str:
+        return "\n".join(self.lines())
+
+    @property
+    def title(self) -> str:
+        """The first line of the text, which is all of it but for instructions that hold others."""
+        line = next(self.lines())
+        return line if self.detail is None else line.rstrip(":")
+
+    def lines(self) -> Iterator[str]:
+        """Iterate over the lines of the text."""
+        if self.detail is None:
+            yield self._line()
+        elif self.condition is None:
+            yield from self.detail.lines(self)
+        else:
+            yield f"if {self.condition}:"
+            yield from ["    " + line for line in self._replace(condition=None).lines()]
+
+    def _line(self) -> str:
         words = [self.name]
         if self.name == "matrix":
             words[0] += f"[{2 ** len(self.qubits)}x{2 ** len(self.qubits)}]"

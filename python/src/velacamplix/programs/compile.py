@@ -11,6 +11,7 @@ from ..basics import checks
 from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..core import extension
+from ..instructions.flow import bodies_of
 from ..instructions.instruction import BY_ENTRIES, Instruction
 from ..machine import memory
 
@@ -81,8 +82,14 @@ def described(step: Instruction, circuit: Circuit) -> str:
     """Return how a message names a step of a circuit, with its place if the circuit has it as it is."""
     for position, instruction in enumerate(circuit.instructions):
         if instruction is step:
-            return f"instruction {position} ({step})"
-    return f"a gate made of others ({step})"
+            return f"instruction {position} ({step.title})"
+        if instruction.detail is not None and _is_inside(step, instruction):
+            return f"{step.title!r} inside of instruction {position} ({instruction.title})"
+    return f"{'a gate made of others' if step.is_gate else 'an instruction'} ({step.title})"
+
+
+def _is_inside(step: Instruction, holder: Instruction) -> bool:
+    return any([inner is step or _is_inside(step, inner) for body in bodies_of(holder) for inner in body])
 
 
 def too_large(name: str, params: Sequence[Any], precision: Precision) -> str | None:

@@ -2,21 +2,23 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable, Hashable, Iterator, Sequence
+from collections.abc import Callable, Hashable, Iterable, Iterator, Sequence
 from contextlib import contextmanager
 from itertools import chain
 from typing import Any
 from weakref import WeakKeyDictionary
 
+from ..basics import checks
 from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..instructions.binding import Template
 from ..instructions.expand import basic
+from ..instructions.flow import Save, with_params
 from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..results.plan import Plan
-from .compile import compiled
-from .segments import Segments, Stretch, segmented
+from .compile import compiled, described
+from .segments import Block, Part, Saving, Segments, Stretch, gates_of, segmented
 
 # Gates whose angles can be replaced within a program.
 _ANGLED = frozenset({"RX", "RY", "RZ", "PH", "RXX", "RYY", "RZZ", "U"})
@@ -45,7 +47,7 @@ class Prepared:
     def __init__(
         self,
         circuit: Circuit,
-        make: Callable[[Sequence[Instruction]], Segments],
+        make: Callable[[Sequence[Part]], Segments],
         n_qubits: int | None,
         precision: Precision,
         fusion: bool,
@@ -53,10 +55,10 @@ class Prepared:
         template = circuit._template
         if template is None:
             circuit._require_bound()
-            self.segments = make([part for step in circuit._instructions for part in basic(step, in_programs=True)])
+            self.segments = make([part for step in circuit._instructions for part in _parts(step)])
         else:
             # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
-            parts = [list(basic(step, in_programs=True)) for step in circuit.instructions]
+            parts = [list(_parts(step)) for step in circuit.instructions]
             self.segments = make([part for several in parts for part in several])
         stretches = [step for step in self.segments.steps if isinstance(step, Stretch)]
         if n_qubits is None:
@@ -92,10 +94,17 @@ class Prepared:
             if step.name in _ANGLED and step.definition is None:
                 angles.append(values)
             else:
-                whole = Instruction(step.name, step.qubits, values, step.controls, (), step.condition, step.definition)
-                angles.extend([part.params for part in basic(whole, in_programs=True) if part.name in _ANGLED])
+                whole = gates_of(_parts(with_params(step, values)))
+                angles.extend([part.params for part in whole if part.name in _ANGLED])
         for program, (gates, places) in zip(self.programs, sites):
             program.set_angles(gates, list(chain.from_iterable([angles[place] for place in places])))
+
+
+def _parts(step: Instruction) -> Iterable[Part]:
+    """Return an instruction in gates that programs have; one with bodies stays one."""
+    if step.detail is None or step.name == "save":
+        return basic(step, in_programs=True)
+    return (Block(step, [[part for inner in body for part in _parts(inner)] for body in step.detail.bodies]),)
 
 
 # The gates of one program whose angles depend on parameters, and the place of each in the list of all such gates.
@@ -103,12 +112,12 @@ Sites = tuple[list[int], list[int]]
 
 
 def _sites(
-    template: Template, parts: Sequence[list[Instruction]], stretches: Sequence[Stretch]
+    template: Template, parts: Sequence[list[Part]], stretches: Sequence[Stretch]
 ) -> list[Sites] | None:
     """Return for each program where its angles come from, or None if something else depends on a parameter."""
     place: dict[int, int] = {}
     for position in template.dependent:
-        for part in parts[position]:
+        for part in gates_of(parts[position]):
             if part.name in _ANGLED:
                 place[id(part)] = len(place)
             elif part.params:
@@ -148,8 +157,8 @@ def prepared(circuit: Circuit, key: Hashable, make: Callable[[], Prepared]) -> I
 def for_state(circuit: Circuit, n_qubits: int, precision: Precision, fusion: bool) -> Prepared:
     """Prepare the gates of a circuit, whose measurements are at its end, as one program."""
 
-    def one_stretch(instructions: Sequence[Instruction]) -> Segments:
-        return Segments([Stretch([step for step in instructions if step.is_gate], None)], tuple(range(n_qubits)))
+    def one_stretch(parts: Sequence[Part]) -> Segments:
+        return Segments([Stretch([step for step in gates_of(parts) if step.is_gate], None)], tuple(range(n_qubits)))
 
     return Prepared(circuit, one_stretch, n_qubits, precision, fusion)
 
@@ -157,10 +166,25 @@ def for_state(circuit: Circuit, n_qubits: int, precision: Precision, fusion: boo
 def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fusion: bool) -> Prepared:
     """Prepare a circuit for a state of its active qubits alone."""
 
-    def fitting(instructions: Sequence[Instruction]) -> Segments:
-        segments = segmented(instructions, nonzero)
+    def fitting(parts: Sequence[Part]) -> Segments:
+        segments = segmented(parts, nonzero)
+        _require_distinct_names(segments, circuit)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.
         memory.require_state(len(segments.active), precision)
         return segments
 
     return Prepared(circuit, fitting, None, precision, fusion)
+
+
+def _require_distinct_names(segments: Segments, circuit: Circuit) -> None:
+    names = set[str]()
+    for step in segments.steps:
+        if isinstance(step, Saving):
+            assert isinstance(step.source.detail, Save)
+            name = step.source.detail.label
+            if name in names:
+                raise ValueError(
+                    f"names of what is saved must be distinct, got {checks.show(name)} twice; the second is "
+                    f"{described(step.source, circuit)}"
+                )
+            names.add(name)

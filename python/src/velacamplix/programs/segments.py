@@ -2,11 +2,44 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable, Sequence
+from collections.abc import Iterable, Iterator, Sequence
 from dataclasses import dataclass, field
+from itertools import chain
 from typing import Any, NamedTuple
 
-from ..instructions.instruction import NON_UNITARY, Condition, Instruction
+from ..instructions.condition import AnyCondition
+from ..instructions.flow import If, Save, Switch, While
+from ..instructions.instruction import NON_UNITARY, Instruction
+
+
+class Block(NamedTuple):
+    """An "if", "while" or "switch", its bodies in the library's own gates."""
+
+    source: Instruction
+    bodies: list[list[Part]]
+
+    @property
+    def name(self) -> str:
+        """That of the instruction."""
+        return self.source.name
+
+    @property
+    def condition(self) -> AnyCondition | None:
+        """Under which it decides anything at all."""
+        return self.source.condition
+
+
+Part = Instruction | Block
+
+
+def gates_of(parts: Iterable[Part]) -> Iterator[Instruction]:
+    """Iterate over all instructions, those of bodies where they stand."""
+    for part in parts:
+        if isinstance(part, Block):
+            for body in part.bodies:
+                yield from gates_of(body)
+        else:
+            yield part
 
 
 @dataclass
@@ -14,7 +47,7 @@ class Stretch:
     """Gates that run as one program, all under the same condition."""
 
     gates: list[Instruction]
-    condition: Condition | None
+    condition: AnyCondition | None
     program: Any = None
 
 
@@ -28,7 +61,7 @@ class Measurement:
     now: list[tuple[int, int]]
     # Those of them on which nothing acts afterwards.
     last: list[int]
-    condition: Condition | None
+    condition: AnyCondition | None
     source: Instruction  # for messages
 
     @property
@@ -42,16 +75,55 @@ class Reset:
     """Qubits that are measured into nowhere and set to 0."""
 
     qubits: tuple[int, ...]
-    condition: Condition | None
+    condition: AnyCondition | None
     source: Instruction  # for messages
 
 
-Step = Stretch | Measurement | Reset
+@dataclass
+class Saving:
+    """Keeps something of the state as it is.
+
+    In the circuit the measurement of the qubits `measured` stands before; among the steps it comes behind, so that it may
+    be one with others. Saving changes no outcome.
+    """
+
+    source: Instruction
+    measured: frozenset[int] = frozenset()
+
+
+@dataclass
+class Jump:
+    """Goes on at the step number `target`, unless its condition holds: then the next step comes."""
+
+    condition: AnyCondition | None
+    target: int = 0
+
+
+@dataclass
+class Turn:
+    """Where a round of a loop begins: goes on at the step number `target` once the condition does not hold."""
+
+    condition: AnyCondition
+    most: int  # rounds
+    source: Instruction  # for messages
+    target: int = 0
+
+
+@dataclass
+class Choice:
+    """Goes on at the step number that the value of some bits, lowest first, stands for."""
+
+    clbits: tuple[int, ...]
+    targets: dict[int, int]
+    default: int = 0
+
+
+Step = Stretch | Measurement | Reset | Saving | Jump | Turn | Choice
 
 
 @dataclass
 class Segments:
-    """A circuit in steps.
+    """A circuit in steps, one after the other unless one says where to go on.
 
     Attributes
     ----------
@@ -72,12 +144,12 @@ class Segments:
         return bool(self.written_bits)
 
 
-def segmented(instructions: Sequence[Instruction], nonzero: Iterable[int]) -> Segments:
+def segmented(parts: Sequence[Part], nonzero: Iterable[int]) -> Segments:
     """Cut a circuit given in the library's own gates.
 
     Parameters
     ----------
-    instructions : sequence of Instruction
+    parts : sequence of Instruction or Block
     nonzero : iterable of int
         Qubits that are not 0 at the beginning.
 
@@ -89,40 +161,232 @@ def segmented(instructions: Sequence[Instruction], nonzero: Iterable[int]) -> Se
     >>> segments.active, [type(step).__name__ for step in segments.steps]
     ((5, 7), ['Stretch', 'Measurement'])
     """
-    result = Segments()
-    last = _last_touches(instructions)
-    active = set(last.gates).union(nonzero)
-    result.active = tuple(sorted(active))
-    uses = _uses(instructions, last.others, last.gates)
+    return _Cutting(nonzero).segments(parts)
 
-    fresh = active.difference(nonzero)  # still 0
-    written: set[int] = set()
-    stretch: Stretch | None = None
-    for position, step in enumerate(instructions):
-        name = step.name
-        if name not in NON_UNITARY:
-            if stretch is None or stretch.condition != step.condition:
-                stretch = Stretch([], step.condition)
-                result.steps.append(stretch)
-            # Gates may join a stretch from before a measurement that can wait until the end.
-            stretch.gates.append(step)
-            if fresh:
-                fresh.difference_update(step.qubits, step.controls)
-        elif name == "reset":
-            qubits = tuple(qubit for qubit in step.qubits if qubit in active and qubit not in fresh)
-            if qubits:
-                result.steps.append(Reset(qubits, step.condition, step))
+
+class _After(NamedTuple):
+    """What comes behind a list of instructions: qubits that may be acted on, bits that may be read before they are written."""
+
+    acted: frozenset[int]
+    read: frozenset[int]
+
+    def with_effects(self, effects: _Effects) -> _After:
+        return _After(self.acted | effects.gates | effects.resets, self.read | effects.reads)
+
+
+class _Effects(NamedTuple):
+    """What instructions may do: qubits that gates act on, and resets; bits that conditions read."""
+
+    gates: frozenset[int]
+    resets: frozenset[int]
+    reads: frozenset[int]
+
+
+class _Cutting:
+    """Cuts one circuit.
+
+    What stands in a body is taken as it would be if it stood behind one another in the circuit, each instruction under the
+    body's condition: measurements are not made one, and what one writes may still be read as it was before. So whoever
+    writes a circuit out by hand, with conditions in place of bodies, gets the same steps, random numbers and shots.
+    """
+
+    def __init__(self, nonzero: Iterable[int]) -> None:
+        self._nonzero = frozenset(nonzero)
+        self._result = Segments()
+        self._active: set[int] = set()
+        self._fresh: set[int] = set()  # active, and still 0
+        self._written: set[int] = set()
+        self._effects: dict[int, _Effects] = {}  # of blocks, by id
+
+    def segments(self, parts: Sequence[Part]) -> Segments:
+        """Return the steps of all."""
+        last = self._last_touches(parts)
+        self._active = set(last.gates).union(self._nonzero)
+        self._fresh = self._active.difference(self._nonzero)
+        self._result.active = tuple(sorted(self._active))
+        self._cut(parts, last, None)
+        self._result.written_bits = tuple(sorted(self._written))
+        return self._result
+
+    def _cut(self, parts: Sequence[Part], last: _Touches, after: _After | None) -> None:
+        """Add the steps of a list of instructions; `after` is what comes behind a body."""
+        uses, afters = self._uses(parts, last, after)
+        steps, active, fresh = self._result.steps, self._active, self._fresh
+        stretch: Stretch | None = None
+        for position, step in enumerate(parts):
+            name = step.name
+            if isinstance(step, Block):
+                self._block(step, afters[position])
                 stretch = None
-        elif name == "measure":
-            written.update(step.clbits)
-            # What is 0 from beginning to end can be read at any time.
-            known = [use.is_known and qubit in active for qubit, use in zip(step.qubits, uses[position])]
-            ended = [qubit for qubit, use in zip(step.qubits, uses[position]) if use.is_last]
-            _add_measure(result.steps, step, known, ended)
-            if any(known):
+            elif name not in NON_UNITARY:
+                if stretch is None or stretch.condition != step.condition:
+                    stretch = Stretch([], step.condition)
+                    steps.append(stretch)
+                # Gates may join a stretch from before a measurement that can wait until the end.
+                stretch.gates.append(step)
+                if fresh:
+                    fresh.difference_update(step.qubits, step.controls)
+            elif name == "reset":
+                qubits = tuple([qubit for qubit in step.qubits if qubit in active and qubit not in fresh])
+                if qubits:
+                    steps.append(Reset(qubits, step.condition, step))
+                    stretch = None
+            elif name == "measure":
+                self._written.update(step.clbits)
+                # What is 0 from beginning to end can be read at any time.
+                known = [use.is_known and qubit in active for qubit, use in zip(step.qubits, uses[position])]
+                ended = [qubit for qubit, use in zip(step.qubits, uses[position]) if use.is_last]
+                _add_measure(steps, step, known, ended, can_join=after is None)
+                if any(known):
+                    stretch = None
+            elif name == "save":
+                self._save(step)
                 stretch = None
-    result.written_bits = tuple(sorted(written))
-    return result
+
+    # --- What decides ---
+
+    def _block(self, block: Block, after: _After) -> None:
+        """Add the steps of a block; the last is a jump, so that nothing behind is made one with what is inside."""
+        steps, detail = self._result.steps, block.source.detail
+        effects = self._effects_of(block)
+        self._fresh.difference_update(effects.gates)
+        ends: list[Jump | Turn] = []  # what goes on behind the block
+        if block.condition is not None:
+            ends.append(Jump(block.condition))
+            steps.extend(ends)
+        if isinstance(detail, While):
+            top = len(steps)
+            turn = Turn(detail.condition, detail.max_iterations, block.source)
+            steps.append(turn)
+            ends.append(turn)
+            self._cut(block.bodies[0], self._last_touches(block.bodies[0]), after.with_effects(effects))
+            steps.append(Jump(None, top))
+        else:
+            first: Jump | Choice
+            if isinstance(detail, If):
+                first = Jump(detail.condition)
+            else:
+                assert isinstance(detail, Switch)
+                first = Choice(detail.clbits, {})
+            steps.append(first)
+            begins: list[int] = []
+            behind = [after]  # each body
+            for body in reversed(block.bodies[1:]):
+                behind.append(behind[-1].with_effects(self._effects_of_all(body)))
+            for body in block.bodies:
+                begins.append(len(steps))
+                self._cut(body, self._last_touches(body), behind.pop())
+                end = Jump(None)
+                steps.append(end)
+                ends.append(end)
+            if isinstance(first, Jump):
+                first.target = begins[1]
+            else:
+                assert isinstance(detail, Switch)
+                first.default = begins.pop()
+                first.targets = {value: begin for (values, _), begin in zip(detail.cases, begins) for value in values}
+        for jump in ends:
+            jump.target = len(steps)
+
+    def _save(self, step: Instruction) -> None:
+        steps = self._result.steps
+        before = steps[-1] if steps else None
+        if step.condition is not None:
+            jumps = [Jump(step.condition), Jump(None)]
+            steps.extend([jumps[0], Saving(step), jumps[1]])
+            for jump in jumps:
+                jump.target = len(steps)
+        elif isinstance(before, Measurement) and before.condition is None:
+            measured = frozenset([qubit for qubit, _ in before.later + before.now])
+            steps.insert(-1, Saving(step, measured))
+        else:
+            steps.append(Saving(step))
+
+    # --- What comes behind ---
+
+    def _last_touches(self, parts: Sequence[Part]) -> _Touches:
+        found = _Touches()
+        gates, others = found.gates, found.others
+        for position, step in enumerate(parts):
+            if isinstance(step, Block):
+                others.append(position)
+                for qubit in self._effects_of(step).gates:
+                    gates[qubit] = position
+                continue
+            if step.name in NON_UNITARY:
+                if step.name != "barrier":
+                    others.append(position)
+                continue
+            for qubit in step.qubits:
+                gates[qubit] = position
+            for qubit in step.controls:
+                gates[qubit] = position
+            if step.condition is not None:
+                others.append(position)
+        return found
+
+    def _uses(
+        self, parts: Sequence[Part], last: _Touches, after: _After | None
+    ) -> tuple[dict[int, list[_Use]], dict[int, _After]]:
+        """For every measurement, by its position, a use for each of its qubits; and for every block what comes behind."""
+        uses: dict[int, list[_Use]] = {}
+        afters: dict[int, _After] = {}
+        read: set[int] = set()  # bits that a later condition reads before they are written again
+        acted: set[int] = set()  # qubits that are reset later, or acted on behind all this
+        if after is not None:
+            read.update(after.read)
+            acted.update(after.acted)
+        for position in reversed(last.others):
+            step = parts[position]
+            if isinstance(step, Block):
+                later = [qubit for qubit, place in last.gates.items() if place > position]
+                afters[position] = _After(frozenset(acted.union(later)), frozenset(read))
+                effects = self._effects_of(step)
+                acted.update(effects.resets)
+                read.update(effects.reads)
+                continue
+            if step.name == "measure":
+                uses[position] = found = []
+                for qubit, clbit in zip(step.qubits, step.clbits):
+                    is_last = qubit not in acted and last.gates.get(qubit, -1) < position
+                    found.append(_Use(clbit in read or not is_last, is_last))
+                if step.condition is None and after is None:
+                    read.difference_update(step.clbits)
+            elif step.name == "reset":
+                acted.update(step.qubits)
+            if step.condition is not None:
+                read.update(step.condition.clbits)
+        return uses, afters
+
+    def _effects_of(self, block: Block) -> _Effects:
+        known = self._effects.get(id(block))
+        if known is None:
+            detail = block.source.detail
+            assert detail is not None and not isinstance(detail, Save)
+            inside = self._effects_of_all(chain.from_iterable(block.bodies))
+            asked = detail.clbits if isinstance(detail, Switch) else detail.condition.clbits
+            known = inside._replace(reads=inside.reads.union(asked))
+            if block.condition is not None:
+                known = known._replace(reads=known.reads.union(block.condition.clbits))
+            self._effects[id(block)] = known
+        return known
+
+    def _effects_of_all(self, parts: Iterable[Part]) -> _Effects:
+        gates, resets, reads = set[int](), set[int](), set[int]()
+        for step in parts:
+            if isinstance(step, Block):
+                inner = self._effects_of(step)
+                gates |= inner.gates
+                resets |= inner.resets
+                reads |= inner.reads
+                continue
+            if step.condition is not None:
+                reads.update(step.condition.clbits)
+            if step.name == "reset":
+                resets.update(step.qubits)
+            elif step.name not in NON_UNITARY:
+                gates.update(step.qubits, step.controls)
+        return _Effects(frozenset(gates), frozenset(resets), frozenset(reads))
 
 
 class _Touches:
@@ -131,23 +395,6 @@ class _Touches:
     def __init__(self) -> None:
         self.gates: dict[int, int] = {}
         self.others: list[int] = []
-
-
-def _last_touches(instructions: Sequence[Instruction]) -> _Touches:
-    found = _Touches()
-    gates, others = found.gates, found.others
-    for position, step in enumerate(instructions):
-        if step.name in NON_UNITARY:
-            if step.name != "barrier":
-                others.append(position)
-            continue
-        for qubit in step.qubits:
-            gates[qubit] = position
-        for qubit in step.controls:
-            gates[qubit] = position
-        if step.condition is not None:
-            others.append(position)
-    return found
 
 
 class _Use(NamedTuple):
@@ -160,30 +407,9 @@ class _Use(NamedTuple):
     is_last: bool
 
 
-def _uses(
-    instructions: Sequence[Instruction], others: Sequence[int], last_gate: dict[int, int]
-) -> dict[int, list[_Use]]:
-    """For every measurement, by its position, a use for each of its qubits."""
-    uses: dict[int, list[_Use]] = {}
-    read: set[int] = set()  # bits that a later condition reads before they are written again
-    reset: set[int] = set()  # qubits that are reset later
-    for position in reversed(others):
-        step = instructions[position]
-        if step.name == "measure":
-            uses[position] = found = []
-            for qubit, clbit in zip(step.qubits, step.clbits):
-                is_last = qubit not in reset and last_gate.get(qubit, -1) < position
-                found.append(_Use(clbit in read or not is_last, is_last))
-            if step.condition is None:
-                read.difference_update(step.clbits)
-        elif step.name == "reset":
-            reset.update(step.qubits)
-        if step.condition is not None:
-            read.update(step.condition.clbits)
-    return uses
-
-
-def _add_measure(steps: list[Step], step: Instruction, known: Sequence[bool], last: list[int]) -> None:
+def _add_measure(
+    steps: list[Step], step: Instruction, known: Sequence[bool], last: list[int], can_join: bool
+) -> None:
     pairs = list(zip(step.qubits, step.clbits))
     added = Measurement(
         [pair for pair, is_known in zip(pairs, known) if not is_known],
@@ -194,7 +420,7 @@ def _add_measure(steps: list[Step], step: Instruction, known: Sequence[bool], la
     )
     # Measurements one after the other are one, so that a state is projected once for all of them.
     before = steps[-1] if steps else None
-    if isinstance(before, Measurement) and _can_be_one(before, added):
+    if can_join and isinstance(before, Measurement) and _can_be_one(before, added):
         before.later.extend(added.later)
         before.now.extend(added.now)
         before.last.extend(added.last)

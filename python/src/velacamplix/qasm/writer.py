@@ -4,14 +4,16 @@ from __future__ import annotations
 
 import math
 import re
-from collections.abc import Iterator, Mapping
+from collections.abc import Iterable, Iterator, Mapping
 from typing import Any
 
 from ..basics import checks
 from ..instructions.definition import GateDefinition, ordered
 from ..instructions.expression import Expression
 from ..instructions.expression_text import text as expression_text
-from ..instructions.instruction import BY_ENTRIES, Instruction, Register
+from ..instructions.condition import Condition
+from ..instructions.flow import conditioned
+from ..instructions.instruction import BY_ENTRIES, DETAILED, Instruction, Register
 from . import qelib1
 from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain
 from .lexicon import NAME, RESERVED
@@ -58,9 +60,9 @@ class _Writer:
     def text(self) -> str:
         for register in self._registers:
             self._check_register(register)
-        instructions = self._circuit.instructions
-        steps = [plain(step) if step.is_gate else step for step in instructions]
-        for position, (step, raw) in enumerate(zip(steps, instructions)):
+        listed = list(_said_by_conditions(self._circuit.instructions))
+        steps = [plain(step) if step.is_gate else step for _, step in listed]
+        for step, (position, raw) in zip(steps, listed):
             _check_can_be_said(step, f"instruction {position}", raw, len(raw.controls) <= MOST_CONTROLS)
         needed = ordered(self._blocks_of(steps, None), lambda definition: self._blocks_of(definition.body, definition))
         self._give_names(needed)
@@ -68,7 +70,7 @@ class _Writer:
         lines.extend(self._gate_block(definition) for definition in needed)
         for register in self._registers:
             lines.append(f"{'qreg' if register.kind == 'quantum' else 'creg'} {register.name}[{register.size}];\n")
-        for position, step in enumerate(steps):
+        for step, (position, _) in zip(steps, listed):
             lines.extend(self._statements(step, position))
         return "".join(lines)
 
@@ -184,19 +186,32 @@ class _Writer:
     def _condition(self, step: Instruction, position: int) -> str:
         if step.condition is None:
             return ""
-        register = self._ranges.get(("classical", step.condition.clbits))
+        condition = step.condition
+        if not isinstance(condition, Condition) or condition.comparison != "==":
+            raise ValueError(
+                f"instruction {position} ({step}) cannot be written in OpenQASM 2: a condition there is == of one register"
+            )
+        register = self._ranges.get(("classical", condition.clbits))
         if register is None:
             raise ValueError(
                 f"instruction {position} ({step}) cannot be written in OpenQASM 2: a condition there reads a whole "
                 "register; give its bits a register of their own"
             )
         # A digit holds a little more than three bits.
-        if step.condition.value.bit_length() > 3 * MOST_DIGITS:
+        if condition.value.bit_length() > 3 * MOST_DIGITS:
             raise ValueError(
                 f"instruction {position} cannot be written in OpenQASM 2: the value of its condition has more than "
                 f"{3 * MOST_DIGITS} bits and could not be read again"
             )
-        return f"if({register}=={step.condition.value}) "
+        return f"if({register}=={condition.value}) "
+
+
+def _said_by_conditions(instructions: Iterable[Instruction]) -> Iterator[tuple[int, Instruction]]:
+    """Iterate over positions and instructions, in place of a plain if over those of its body under its condition."""
+    for position, step in enumerate(instructions):
+        parts = None if step.detail is None else conditioned(step)
+        for part in [step] if parts is None else parts:
+            yield position, part
 
 
 def _name_of_a_gate(register: str) -> ValueError:
@@ -204,6 +219,9 @@ def _name_of_a_gate(register: str) -> ValueError:
 
 
 def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_block: bool) -> None:
+    if step.name in DETAILED:
+        reason = f"it has no {step.name}" + ("" if step.name == "save" else "; loops and decisions are written out by hand there")
+        raise ValueError(f"{where} ({raw.title}) cannot be written in OpenQASM 2: {reason}")
     if not step.is_gate:
         return
     if step.definition is None and step.name in BY_ENTRIES:

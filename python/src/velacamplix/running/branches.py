@@ -9,15 +9,19 @@ from typing import NamedTuple
 import numpy as np
 
 from ..core import extension
-from ..instructions.instruction import Condition, Instruction
+from ..instructions.condition import AnyCondition
+from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..programs.drive import drive
 from ..programs.progress import Meter
-from ..programs.segments import Measurement, Reset, Segments, Stretch
+from ..programs.segments import Choice, Jump, Measurement, Reset, Saving, Segments, Stretch, Turn
 from ..states.statevector import StateVector
 
-# Less than this is what rounding leaves of an outcome that cannot come.
-_IMPOSSIBLE = {"double": 1e-20, "single": 1e-10}
+#: Less than this is what rounding leaves of an outcome that cannot come.
+IMPOSSIBLE = {"double": 1e-20, "single": 1e-10}
+
+
+_Random = Measurement | Reset
 
 
 class Branch:
@@ -37,9 +41,11 @@ class Branch:
         is still that before their measurement.
     shots : int or None
         How many they are; None if no shots were asked for.
+    rounds : dict of int to int
+        Of each loop that has begun, by the number of its step.
     """
 
-    __slots__ = ("state", "step", "bits", "readings", "measured", "shots")
+    __slots__ = ("state", "step", "bits", "readings", "measured", "shots", "rounds")
 
     def __init__(
         self,
@@ -49,15 +55,14 @@ class Branch:
         readings: dict[int, int],
         measured: set[int],
         shots: int | None,
+        rounds: dict[int, int],
     ) -> None:
         self.state, self.step, self.bits, self.readings = state, step, bits, readings
-        self.measured, self.shots = measured, shots
+        self.measured, self.shots, self.rounds = measured, shots, rounds
 
-    def meets(self, condition: Condition | None) -> bool:
+    def meets(self, condition: AnyCondition | None) -> bool:
         """Return whether a step under this condition acts."""
-        if condition is None:
-            return True
-        return sum((self.bits >> clbit & 1) << i for i, clbit in enumerate(condition.clbits)) == condition.value
+        return condition is None or condition.holds(self.bits)
 
     def write(self, clbit: int, value: int) -> None:
         """Set a classical bit."""
@@ -79,8 +84,10 @@ class Branching:
     meter : Meter
     seed : int
         Of the generator that shares shots out.
-    undecided : callable
-        Returns the error to raise where outcomes differ and there are no shots to share out.
+    named : callable
+        Returns how a message names an instruction.
+    save : callable
+        Called with a branch where something of its state is to be kept.
     """
 
     def __init__(
@@ -88,14 +95,15 @@ class Branching:
         segments: Segments,
         meter: Meter,
         seed: int,
-        undecided: Callable[[Instruction], Exception],
+        named: Callable[[Instruction], str],
+        save: Callable[[Saving, Branch], None],
     ) -> None:
         self.has_split = False
-        self._segments, self._meter, self._seed, self._undecided = segments, meter, seed, undecided
+        self._segments, self._meter, self._seed, self._named, self._save = segments, meter, seed, named, save
         place = {qubit: place for place, qubit in enumerate(segments.active)}
         # Per step, the state's qubits whose outcome must be known.
         self._places = [
-            [] if isinstance(step, Stretch) else [place[qubit] for qubit in step.qubits] for step in segments.steps
+            [place[qubit] for qubit in step.qubits] if isinstance(step, _Random) else [] for step in segments.steps
         ]
         self._active = frozenset(segments.active)
         self._spares: list[StateVector] = []
@@ -110,7 +118,7 @@ class Branching:
         """Iterate over the branches at their end. A branch's state serves again once the next one is asked for."""
         self._shots = shots
         waiting: list[_Fork] = []
-        branch: Branch | None = Branch(state, 0, 0, {}, set(), shots)
+        branch: Branch | None = Branch(state, 0, 0, {}, set(), shots, {})
         while branch is not None:
             fork = self._follow(branch)
             if fork is None:
@@ -130,7 +138,9 @@ class Branching:
         else:
             waiting.pop()
             state = before.state
-        branch = Branch(state, before.step, before.bits, dict(before.readings), set(before.measured), shots)
+        branch = Branch(
+            state, before.step, before.bits, dict(before.readings), set(before.measured), shots, dict(before.rounds)
+        )
         self._settle(branch, step, outcome)
         return branch
 
@@ -155,20 +165,59 @@ class Branching:
         while branch.step < len(steps):
             step = steps[branch.step]
             branch.step += 1
-            acts = branch.meets(step.condition)
             if isinstance(step, Stretch):
-                self._apply(step, branch, acts)
-            elif acts:
-                fork = self._decide(step, branch)
-                if fork is not None:
-                    return fork
+                self._apply(step, branch)
+            elif isinstance(step, _Random):
+                if branch.meets(step.condition):
+                    fork = self._decide(step, branch)
+                    if fork is not None:
+                        return fork
+            elif isinstance(step, Saving):
+                self._save(step, branch)
+            else:
+                self._go(step, branch)
         return None
 
-    def _apply(self, stretch: Stretch, branch: Branch, acts: bool) -> None:
-        weight = branch.shots / self._shots if branch.shots and self._shots else 1.0
-        if acts:
+    def _apply(self, stretch: Stretch, branch: Branch) -> None:
+        weight = self._weight(branch)
+        if branch.meets(stretch.condition):
             drive(branch.state._live(), stretch.program, self._meter.within(weight))
         self._meter.advance(len(stretch.program), weight)
+
+    def _weight(self, branch: Branch) -> float:
+        """Return what a gate on this branch counts; those of a loop count when it is left."""
+        if branch.rounds:
+            return 0.0
+        return branch.shots / self._shots if branch.shots and self._shots else 1.0
+
+    def _go(self, step: Jump | Turn | Choice, branch: Branch) -> None:
+        """Go on where a step says."""
+        here = branch.step
+        if isinstance(step, Choice):
+            value = sum([(branch.bits >> clbit & 1) << i for i, clbit in enumerate(step.clbits)])
+            branch.step = step.targets.get(value, step.default)
+        elif isinstance(step, Turn):
+            if branch.meets(step.condition):
+                self._meter.tell()
+                rounds = branch.rounds.get(here, 0)
+                if rounds == step.most:
+                    raise self._endless(step, branch)
+                branch.rounds[here] = rounds + 1
+                return
+            branch.rounds.pop(here, None)
+            branch.step = step.target
+        elif step.condition is None or not branch.meets(step.condition):
+            branch.step = step.target
+        for passed in self._segments.steps[here : branch.step]:  # none on the way back
+            if isinstance(passed, Stretch):
+                self._meter.advance(len(passed.program), self._weight(branch))
+
+    def _endless(self, turn: Turn, branch: Branch) -> RuntimeError:
+        still = "" if branch.shots is None else f" on {branch.shots} of {self._shots} shots that went the same way"
+        return RuntimeError(
+            f"{self._named(turn.source)} has gone round max_iterations={turn.most} times, and its condition holds{still}: "
+            "give while_() more iterations, or let the body make an end likely"
+        )
 
     def _decide(self, step: _Random, branch: Branch) -> _Fork | None:
         """Share out the branch's shots among the outcomes of a step; with one outcome the branch just goes on."""
@@ -184,7 +233,7 @@ class Branching:
         if len(places) > 1:
             memory.require_bytes(4 * 8 << len(places), f"the distribution of {len(places)} qubits")
         probabilities = branch.state._live().distribution(places)
-        possible = _possible(probabilities, _IMPOSSIBLE[branch.state.precision])
+        possible = _possible(probabilities, IMPOSSIBLE[branch.state.precision])
         if not possible:
             raise ValueError(f"{step.source} finds a state of norm 0 or not a number: a matrix before it is not unitary")
         if len(possible) == 1:
@@ -192,7 +241,10 @@ class Branching:
             self._settle(branch, step, possible[0], is_pure=np.count_nonzero(probabilities) == 1)
             return None
         if branch.shots is None:
-            raise self._undecided(step.source)
+            raise ValueError(
+                f"shots must be given for this circuit: {self._named(step.source)} has more than one possible outcome in its "
+                "middle"
+            )
         self.has_split = True
         return _Fork(branch, step, _shared(branch.shots, possible, probabilities, self.generator))
 
@@ -230,9 +282,6 @@ def _shared(
         numbers = generator.multinomial(shots, weights / weights.sum()).tolist()
     drawn = [(outcome, number) for outcome, number in zip(possible, numbers) if number]
     return sorted(drawn, key=lambda entry: (-entry[1], entry[0]))
-
-
-_Random = Measurement | Reset
 
 
 class _Fork(NamedTuple):

@@ -28,14 +28,19 @@ class Observed(NamedTuple):
         places = {qubit: place for place, qubit in enumerate(active)}
         return [_reduced(observable, places, measured) for observable in self.observables]
 
-    def warn(self, active: Sequence[int], measured: Iterable[Set[int]], stacklevel: int) -> None:
-        """Warn of terms that are 0 only because of one of the sets of measured qubits; `stacklevel` as of the caller."""
+    def lost(self, active: Sequence[int], measured: Iterable[Set[int]]) -> set[int]:
+        """Return the qubits of the measured sets because of which, and of nothing else, a term is 0."""
         lost: set[int] = set()
         for observable in self.observables:
             for term in observable.terms:
                 turned = {qubit for qubit, letter in zip(term.qubits, term.paulis) if letter != "Z"}
                 if term.coefficient and turned.issubset(active):
                     lost.update(*[turned.intersection(qubits) for qubits in measured])
+        return lost
+
+    def warn(self, active: Sequence[int], measured: Iterable[Set[int]], stacklevel: int) -> None:
+        """Warn of terms that are 0 only because of one of the sets of measured qubits; `stacklevel` as of the caller."""
+        lost = self.lost(active, measured)
         if lost:
             listed = shortened(", ".join(map(str, sorted(lost))))
             warnings.warn(

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
-from itertools import groupby
 from typing import Any
 
 import numpy as np
@@ -11,7 +10,6 @@ import numpy as np
 from ..basics import checks, extras
 from ..basics.types import Order, Precision
 from ..basics.words import bit_string, counted
-from ..core import extension
 from ..instructions.instruction import Register
 from ..machine import memory
 from ..machine.pickling import Packed
@@ -25,13 +23,10 @@ from ..states.outcomes import most_probable
 from ..states.statevector import StateVector
 from ..views import html
 from . import observing
+from .saved import Saved
+from .spread import spread, whole_state
 
 __all__ = ["Result"]
-
-# A state of so many qubits, 256 MiB in double precision, is made of a smaller one without being asked for by its size.
-_MOST_EXPANDED = 24
-# So many numbers are copied at a time; Ctrl-C is heard in between.
-_PIECE = 2**22
 
 
 class Result:
@@ -56,6 +51,8 @@ class Result:
         Classical bits that the circuit measures into, in increasing order.
     expectation_values : float, complex, numpy.ndarray or None
         A number for one observable, an array for a list, None without observables.
+    saved : Saved
+        What `Circuit.save_state`, `save_probabilities` and `save_expectation` kept, by name.
     timings : Timings
     plan : Plan
 
@@ -94,6 +91,7 @@ class Result:
         readings: dict[int, int],
         known_bits: int,
         expectation_values: Any,
+        saved: Saved,
         timings: Timings,
         plan: Plan,
     ) -> None:
@@ -101,7 +99,7 @@ class Result:
         self.n_shots, self.seed = n_shots, seed
         self.precision, self.threads = precision, threads
         self.active_qubits = active_qubits
-        self.expectation_values = expectation_values
+        self.expectation_values, self.saved = expectation_values, saved
         self.timings, self.plan = timings, plan
         self.n_bits = n_clbits if is_of_clbits else n_qubits
         self._registers = [r for r in registers if r.kind == ("classical" if is_of_clbits else "quantum")]
@@ -448,33 +446,11 @@ class Result:
         return self._state
 
     def _expanded(self) -> StateVector:
-        compact = self.compact_state
-        if len(self.active_qubits) == self.n_qubits:
-            return compact
         cure = (
             "result.expectation, probability, distribution and amplitude answer in the circuit's qubits without it, "
             "and result.compact_state has the active ones alone: its qubit q is result.active_qubits[q]"
         )
-        if self.n_qubits > _MOST_EXPANDED:
-            raise RuntimeError(
-                f"the state of all {self.n_qubits} qubits, of which {len(self.active_qubits)} are active, is made for "
-                f"at most {_MOST_EXPANDED}: {cure}"
-            )
-        try:
-            whole = StateVector._another(self.n_qubits, self.precision, compact.threads)
-        except MemoryError as error:
-            raise MemoryError(f"{error}. {cure}") from None
-        self._spread(compact._live().view(), whole._live().view(), range(self.n_qubits - 1, -1, -1))
-        extension.set_engine(whole._live(), extension.engine(compact._live()))
-        return whole
-
-    def _spread(self, compact: np.ndarray, whole: np.ndarray, qubits: Sequence[int]) -> None:
-        """Copy what belongs to the active ones of the listed qubits, highest bit first, to where the others are 0."""
-        active = set(self.active_qubits)
-        runs = [(is_active, len(list(run))) for is_active, run in groupby(qubit in active for qubit in qubits)]
-        places = [slice(None) if is_active else 0 for is_active, _ in runs]
-        target = whole.reshape([2**length for _, length in runs])[(*places, ...)]
-        _copy(compact.reshape(target.shape), target)
+        return whole_state(self.compact_state, self.active_qubits, self.n_qubits, cure)
 
     def expectation(self, observable: ObservableLike | Sequence[ObservableLike]) -> Any:
         """Return an exact expectation value, as `run` does for its ``observables``.
@@ -578,7 +554,7 @@ class Result:
             return state.distribution(active)
         memory.require_bytes((8 << len(listed)) + (8 << len(active)), f"the distribution of {len(listed)} qubits")
         whole: np.ndarray = np.zeros(2 ** len(listed))
-        self._spread(state.distribution(active), whole, listed)
+        spread(state.distribution(active), whole, listed, self.active_qubits)
         return whole
 
     def statevector(self, order: Order = "little") -> np.ndarray:
@@ -617,7 +593,8 @@ class Result:
         memory.require_bytes(dtype.itemsize << self.n_qubits, f"the amplitudes of {self.n_qubits} qubits")
         whole = np.zeros(2**self.n_qubits, dtype=dtype)
         compact = state.statevector(order="big") if is_big else state._live().view()
-        self._spread(compact, whole, range(self.n_qubits) if is_big else range(self.n_qubits - 1, -1, -1))
+        qubits = range(self.n_qubits) if is_big else range(self.n_qubits - 1, -1, -1)
+        spread(compact, whole, qubits, self.active_qubits)
         return whole
 
     def _highest_first(self, qubits: Qubits | None, order: Order) -> tuple[int, ...]:
@@ -654,18 +631,6 @@ class Result:
         state = self.compact_state
         index = sum(bits.pop(qubit) << place for place, qubit in enumerate(self.active_qubits))
         return 0j if any(bits.values()) else complex(state.array[index])
-
-
-def _copy(source: np.ndarray, target: np.ndarray) -> None:
-    if source.size <= _PIECE:
-        target[...] = source
-        return
-    rows = _PIECE * len(source) // source.size
-    for start in range(0, len(source), max(rows, 1)):
-        if rows:
-            target[start : start + rows] = source[start : start + rows]
-        else:
-            _copy(source[start], target[start])
 
 
 def _number(value: float | complex) -> Any:

@@ -12,7 +12,6 @@ import numpy as np
 from ..basics import checks
 from ..basics.types import Order, Precision
 from ..circuit.circuit import Circuit
-from ..instructions.instruction import Instruction
 from ..machine import limits, memory
 from ..observables.observable import Observable, ObservableLike
 from ..programs.compile import described, require_circuit, require_fusion
@@ -27,6 +26,7 @@ from . import observing
 from .branches import Branch, Branching
 from .initial import InitialLike, Start
 from .result import Result
+from .saved import Saver
 
 __all__ = ["run"]
 
@@ -48,7 +48,7 @@ def run(
     Parameters
     ----------
     circuit : Circuit
-        With measurements, resets and conditions anywhere. Qubits that no gate touches take no memory.
+        With measurements, resets, conditions, decisions and loops anywhere. Qubits that no gate touches take no memory.
     shots : int, optional
         How many outcomes to draw, at least 1: of the classical bits, or of all qubits if nothing is measured.
     seed : int, optional
@@ -157,18 +157,14 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
 
     seed = secrets.randbits(32) if request.seed is None else request.seed
 
-    def undecided(step: Instruction) -> ValueError:
-        return ValueError(
-            f"shots must be given for this circuit: {described(step, circuit)} has more than one possible outcome in its middle"
-        )
-
     drawn = None if shots is None else np.empty((shots, shot_rows.words_for(n_bits)), dtype=np.uint64)
     n_drawn = 0
     observed = request.observed or observing.Observed([], True)
     sums = np.zeros(len(observed.observables), dtype=np.complex128)
     reduced: dict[frozenset[int], list[Observable]] = {}  # by the qubits that have been measured
+    saver = Saver(segments, circuit.n_qubits, request.precision)
     with Meter(request.progress, plan.gates) as meter:
-        branching = Branching(segments, meter, seed, undecided)
+        branching = Branching(segments, meter, seed, lambda step: described(step, circuit), saver.keep)
         for branch in branching.branches(state, shots):
             clock.note("simulate")
             if drawn is not None:
@@ -212,6 +208,7 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
         readings=branch.readings,
         known_bits=branch.bits,
         expectation_values=None if request.observed is None else observed.shaped(sums),
+        saved=saver.saved(stacklevel=3),
         timings=clock.timings(),
         plan=plan,
     )

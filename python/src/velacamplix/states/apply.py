@@ -11,7 +11,7 @@ from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..instructions.gates import NATIVE
-from ..instructions.instruction import Instruction
+from ..instructions.instruction import DETAILED, Instruction
 from ..programs.compile import require_circuit, require_fusion, too_large
 from ..programs.drive import drive
 from ..programs.prepare import Prepared, for_state, prepared
@@ -41,7 +41,7 @@ class UnsupportedInstruction(NotImplementedError):
         self.reason = reason
 
     def __str__(self) -> str:
-        return f"instruction {self.position} ({self.instruction}): {self.reason}"
+        return f"instruction {self.position} ({self.instruction.title}): {self.reason}"
 
 
 def run(
@@ -95,6 +95,9 @@ def refuse_unsupported(instructions: Iterable[Instruction]) -> None:
     for position, step in enumerate(instructions):
         if step.condition is not None:
             raise UnsupportedInstruction(step, position, "a state has no classical bits for a condition" + _ELSEWHERE)
+        if step.name in DETAILED:
+            what = "result to save into" if step.name == "save" else "classical bits to decide by"
+            raise UnsupportedInstruction(step, position, f"a state has no {what}" + _ELSEWHERE)
         if step.name == "reset":
             raise UnsupportedInstruction(step, position, "a reset depends on a random outcome" + _ELSEWHERE)
         if step.name == "measure":

@@ -59,9 +59,9 @@ def draw(
 ) -> Drawing:
     """Return the drawing; see `Circuit.draw`."""
     marks = _ASCII if ascii else _UNICODE
-    laid_out, drawn = layout.columns(n_qubits, registers, instructions)
-    columns = [Column(items, marks) for items in laid_out]
     shown = layout.shown_qubits(n_qubits, instructions, idle)
+    laid_out, drawn = layout.columns(n_qubits, shown, registers, instructions)
+    columns = [Column(items, marks) for items in laid_out]
     names = layout.names(registers, "quantum")
     margin = max([len(names[q]) for q in shown], default=0)
     labels = {q: f"{names[q]:>{margin}}: " for q in shown}
@@ -80,6 +80,8 @@ def _text(mark: Mark, marks: Characters) -> str:
     symbols = {"control": marks.control, "flip": marks.flip, "exchange": marks.exchange, "barrier": marks.barrier}
     if mark.kind in symbols:
         return symbols[mark.kind]
+    if mark.kind == "brace":
+        return mark.text
     written = f"M{marks.arrow}{mark.text}" if mark.kind == "measure" else mark.text
     place = "" if mark.place is None else f":{mark.place}"
     when = f" if {mark.when}" if mark.when else ""

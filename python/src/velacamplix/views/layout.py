@@ -5,12 +5,14 @@ This is what the text drawing and the pictures have in common; it has no form ye
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from typing import NamedTuple
 
 from ..basics import checks
+from ..instructions.condition import AnyCondition, Condition, spelled
+from ..instructions.flow import If, Save, Switch, While
 from ..instructions.gates import GATES
-from ..instructions.instruction import Instruction, Register, spelled
+from ..instructions.instruction import Instruction, Register
 
 #: A drawing of more columns than this helps nobody.
 MOST_COLUMNS = 2000
@@ -23,9 +25,10 @@ class Mark(NamedTuple):
     Attributes
     ----------
     kind : str
-        ``"control"``, ``"flip"``, ``"exchange"``, ``"barrier"``, ``"measure"``, ``"reset"`` or ``"box"``.
+        ``"control"``, ``"flip"``, ``"exchange"``, ``"barrier"``, ``"measure"``, ``"reset"``, ``"save"``, ``"brace"``, where
+        a body begins or ends, or ``"box"``.
     text : str
-        What is written into a box; the bit into which a measurement writes.
+        What is written into a box or as a brace; the bit into which a measurement writes.
     place : int or None
         The number of the qubit among those of a gate, where they play different parts.
     when : str
@@ -39,7 +42,7 @@ class Mark(NamedTuple):
 
 
 class Item(NamedTuple):
-    """One instruction: its marks by qubit, and whether a connection holds them together."""
+    """One instruction, or a brace: its marks by qubit, and whether a connection holds them together."""
 
     marks: dict[int, Mark]
     is_linked: bool
@@ -56,30 +59,36 @@ Column = list[Item]
 
 
 def columns(
-    n_qubits: int, registers: Sequence[Register], instructions: Sequence[Instruction], most: int = MOST_COLUMNS
+    n_qubits: int,
+    shown: Sequence[int],
+    registers: Sequence[Register],
+    instructions: Sequence[Instruction],
+    most: int = MOST_COLUMNS,
 ) -> tuple[list[Column], int]:
-    """Put every instruction into the first column where nothing is in its way; return also how many found one."""
+    """Put every instruction into the first column where nothing is in its way; return also how many found one.
+
+    One that holds others stands as they do, with braces around each body. `shown` are the qubits that have a line.
+    """
     made: list[Column] = []
     free = [0] * n_qubits  # the first column with room for each qubit
     written: dict[int, int] = {}  # and for each classical bit
-    clbits = names(registers, "classical")
+    called = _Names(registers)
     for number, step in enumerate(instructions):
-        bits = step.clbits + (step.condition.clbits if step.condition else ())
-        item = Item(_marks(step, registers, clbits), step.is_gate, step.definition is not None)
-        if not item.marks:
-            continue
-        low, high = item.span
-        # Where measurements and resets leave a qubit out, it has its own.
-        span = sorted(item.marks) if step.name in ("measure", "reset") else range(low, high + 1)
-        at = max([free[q] for q in span] + [written.get(bit, 0) for bit in bits])
-        if at >= most:
-            return made, number
-        while len(made) <= at:
-            made.append([])
-        made[at].append(item)
-        for q in span:
-            free[q] = at + 1
-        written.update((bit, at + 1) for bit in bits)
+        for item, bits, is_apart in _items(step, shown, called):
+            if not item.marks:
+                continue
+            low, high = item.span
+            # Where measurements and resets leave a qubit out, it has its own.
+            span = sorted(item.marks) if is_apart else range(low, high + 1)
+            at = max([free[q] for q in span] + [written.get(bit, 0) for bit in bits])
+            if at >= most:
+                return made, number
+            while len(made) <= at:
+                made.append([])
+            made[at].append(item)
+            for q in span:
+                free[q] = at + 1
+            written.update((bit, at + 1) for bit in bits)
     return made, len(instructions)
 
 
@@ -99,12 +108,54 @@ def names(registers: Sequence[Register], kind: str) -> dict[int, str]:
     }
 
 
-def _marks(step: Instruction, registers: Sequence[Register], clbits: dict[int, str]) -> dict[int, Mark]:
-    when = _condition(step, registers, clbits)
+def _items(step: Instruction, shown: Sequence[int], called: _Names) -> Iterator[tuple[Item, tuple[int, ...], bool]]:
+    """Iterate over what an instruction is in the drawing: items, their classical bits, and whether their marks stand apart."""
+    detail = step.detail
+    if detail is None or isinstance(detail, Save):
+        bits = step.clbits if step.condition is None else step.clbits + step.condition.clbits
+        is_apart = step.name in ("measure", "reset")
+        yield Item(_marks(step, shown, called), step.is_gate, step.definition is not None), bits, is_apart
+        return
+    for place, (head, body) in enumerate(_heads(step, called)):
+        yield _brace(step, head, "}{" if place else "{"), step.clbits, False
+        for inner in body:
+            yield from _items(inner, shown, called)
+    yield _brace(step, "}", "}"), step.clbits, False
+
+
+def _heads(step: Instruction, called: _Names) -> list[tuple[str, tuple[Instruction, ...]]]:
+    """Return what is written in front of each body, and the bodies."""
+    detail = step.detail
+    if isinstance(detail, Switch):
+        heads = [(", ".join(map(checks.digits, values)), body) for values, body in detail.cases]
+        if detail.default or not heads:
+            heads.append(("default", detail.default))
+        first = f"switch {called.number(detail.clbits)}: {heads[0][0]}"
+    else:
+        assert isinstance(detail, (If, While))
+        heads = list(zip(("", "else"), detail.bodies))
+        if not detail.bodies[-1]:
+            del heads[1:]
+        first = f"{step.name} {called.condition(detail.condition)}"
+    if step.condition is not None:
+        first = f"if {called.condition(step.condition)}: {first}"
+    return [(f"{_shortened(first)} {{", heads[0][1]), *[(f"}} {_shortened(head)} {{", body) for head, body in heads[1:]]]
+
+
+def _brace(step: Instruction, text: str, others: str) -> Item:
+    return Item({q: Mark("brace", others if place else text) for place, q in enumerate(step.qubits)}, True, False)
+
+
+def _marks(step: Instruction, shown: Sequence[int], called: _Names) -> dict[int, Mark]:
+    when = "" if step.condition is None else called.condition(step.condition)
+    if isinstance(step.detail, Save):
+        qubits = shown if step.detail.kind == "state" else sorted(step.qubits)
+        first = Mark("save", f"save {_shortened(step.detail.label)}", when=when)
+        return {q: Mark("barrier") if place else first for place, q in enumerate(qubits)}
     if step.name == "barrier":
         return {q: Mark("barrier") for q in step.qubits}
     if step.name == "measure":
-        return {q: Mark("measure", clbits[c], when=when) for q, c in zip(step.qubits, step.clbits)}
+        return {q: Mark("measure", called.clbits[c], when=when) for q, c in zip(step.qubits, step.clbits)}
     if step.name == "reset":
         return {q: Mark("reset", "|0>", when=when) for q in step.qubits}
     marks = {q: Mark("control") for q in step.controls}
@@ -129,14 +180,31 @@ def _label(step: Instruction) -> str:
     return _shortened(f"{step.name}({', '.join(f'{value:.4g}' for value in step.params)})")
 
 
-def _condition(step: Instruction, registers: Sequence[Register], clbits: dict[int, str]) -> str:
-    if step.condition is None:
-        return ""
-    bits = step.condition.clbits
-    for register in registers:
-        if register.kind == "classical" and tuple(register.bits) == bits:
-            return f"{_printable(register.name)}=={checks.digits(step.condition.value)}"
-    return f"{_shortened(','.join(clbits[bit] for bit in bits))}=={_shortened(spelled(step.condition))}"
+class _Names:
+    """The names of classical bits, and conditions by them."""
+
+    def __init__(self, registers: Sequence[Register]) -> None:
+        self.clbits = names(registers, "classical")
+        self._registers = {tuple(r.bits): _printable(r.name) for r in registers if r.kind == "classical"}
+
+    def number(self, lowest_first: tuple[int, ...]) -> str:
+        """Return the name of what is read as a number."""
+        name = self._registers.get(lowest_first)
+        return name or _shortened(",".join([self.clbits[bit] for bit in reversed(lowest_first)]))
+
+    def condition(self, condition: AnyCondition) -> str:
+        """Return a condition in short."""
+        if not isinstance(condition, Condition):
+            texts = [self.condition(part) for part in condition.parts]
+            if condition.word == "not":
+                return _shortened(f"!({texts[0]})")
+            sign = {"and": " & ", "or": " | ", "xor": " ^ "}[condition.word]
+            parts = zip(texts, condition.parts)
+            return _shortened(sign.join([text if isinstance(part, Condition) else f"({text})" for text, part in parts]))
+        bits, comparison = condition.clbits, condition.comparison
+        if bits in self._registers or comparison not in ("==", "!="):
+            return f"{self.number(bits)}{comparison}{checks.digits(condition.value)}"
+        return f"{_shortened(','.join([self.clbits[bit] for bit in bits]))}{comparison}{_shortened(spelled(condition))}"
 
 
 def _shortened(text: str) -> str:

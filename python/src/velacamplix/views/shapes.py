@@ -106,7 +106,6 @@ def picture(
     ValueError
         If it would have more than `MOST_LINES` lines.
     """
-    columns, drawn = layout.columns(n_qubits, registers, instructions)
     shown = layout.shown_qubits(n_qubits, instructions, idle)
     if len(shown) > MOST_LINES:
         cure = "idle=False leaves out those that no instruction touches; " if idle else ""
@@ -114,6 +113,7 @@ def picture(
             f"circuit must have at most {MOST_LINES} qubits for a picture, got {len(shown)} to be shown; {cure}"
             "draw() without \"svg\" writes text"
         )
+    columns, drawn = layout.columns(n_qubits, shown, registers, instructions)
     names = layout.names(registers, "quantum")
     row_of = {q: row for row, q in enumerate(shown)}
     placed = [[_parts(item, row_of) for item in column] for column in columns]
@@ -155,7 +155,7 @@ def _shapes(parts: Sequence[_Part], x: float, top: float, covered: Sequence[list
         if part.is_box:
             for row in range(part.first, part.last + 1):
                 covered[row] += [x - part.width / 2, x + part.width / 2]
-        if following is not None and part.mark.kind not in ("barrier", "measure", "reset"):
+        if following is not None and part.mark.kind not in ("barrier", "measure", "reset", "save"):
             start = _middle(top, part.last) + (_BOX / 2 if part.is_box else 0.0)
             stop = _middle(top, following.first) - (_BOX / 2 if following.is_box else 0.0)
             yield Line(x, start, x, stop, "link")
@@ -180,7 +180,7 @@ def _part_shapes(part: _Part, x: float, top: float) -> Iterator[Shape]:
 
 def _box_shapes(part: _Part, x: float, y: float, top: float) -> Iterator[Shape]:
     mark, left = part.mark, x - part.width / 2
-    kind = "other" if mark.kind in ("measure", "reset") else "definition" if part.is_definition else "gate"
+    kind = "other" if mark.kind != "box" else "definition" if part.is_definition else "gate"
     yield Box(left, _middle(top, part.first) - _BOX / 2, part.width, _PITCH * (part.last - part.first) + _BOX, kind)
     for row, place in part.places:
         yield Text(left + 2.0, _middle(top, row), str(place), SMALL, "start")
@@ -210,7 +210,7 @@ class _Part(NamedTuple):
 
     @property
     def is_box(self) -> bool:
-        return self.mark.kind in ("box", "measure", "reset")
+        return self.mark.kind in ("box", "measure", "reset", "save", "brace")
 
     @property
     def width(self) -> float:
@@ -236,7 +236,7 @@ def _parts(item: Item, row_of: dict[int, int]) -> list[_Part]:
         mark, row = item.marks[q], row_of[q]
         places = [] if mark.place is None else [(row, mark.place)]
         before = parts[-1] if parts else None
-        if before and mark.kind == before.mark.kind == "box" and before.last == row - 1:
+        if before and mark.kind == before.mark.kind and mark.kind in ("box", "brace") and before.last == row - 1:
             parts[-1] = before._replace(last=row, places=before.places + places)
         else:
             parts.append(_Part(mark, row, row, places, item.is_definition))
