@@ -17,6 +17,7 @@ from .expression import angle
 from .flow import If, PlainTerm, Save, Switch, While, flow_step, leaves, written_bits
 from .gates import GATES
 from .instruction import BY_ENTRIES, DETAILED, NON_UNITARY, Instruction, Register
+from .open_controls import checked_values
 
 
 def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
@@ -41,14 +42,16 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
     qubits = checks.qubits(value.qubits, n_qubits, at_least=0 if name == "barrier" else 1)
     if shape is not None and len(qubits) != shape[0]:
         raise ValueError(f"qubits of {name} must be {shape[0]}, got {len(qubits)}")
+    controls = _controls(name, value.controls, qubits, n_qubits)
     return Instruction(
         name,
         qubits,
         _params(name, value.params, len(qubits), 0 if shape is None else shape[1]),
-        _controls(name, value.controls, qubits, n_qubits),
+        controls,
         _clbits(name, value.clbits, qubits, n_clbits),
         _condition(value, n_clbits),
         definition,
+        control_values=checked_values(value.control_values, len(controls)),
     )
 
 

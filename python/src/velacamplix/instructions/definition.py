@@ -18,6 +18,7 @@ from .expression import Expression, Parameter
 from .flow import bodies_of, with_bodies
 from .gates import GATES
 from .instruction import BY_ENTRIES, NON_UNITARY, Instruction
+from .open_controls import joined
 
 __all__ = ["GateDefinition"]
 
@@ -241,7 +242,11 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
     parts = gate.build(step.params, step.qubits)
     return tuple(
         [
-            undone._replace(controls=step.controls + undone.controls, condition=step.condition)
+            undone._replace(
+                controls=step.controls + undone.controls,
+                control_values=joined(step.control_values, 0, len(undone.controls)),
+                condition=step.condition,
+            )
             for part in reversed(parts)
             for undone in inverted(part)
         ]
@@ -274,9 +279,8 @@ def renamed(definition: GateDefinition, others: Container[str]) -> GateDefinitio
 
 def size(step: Instruction) -> int:
     """Number of steps in the full expansion of an instruction, at least 1."""
-    if step.definition is not None:
-        return step.definition.size
-    return _SIZES.get(step.name, 1)
+    own = step.definition.size if step.definition is not None else _SIZES.get(step.name, 1)
+    return own + 2 * step.control_values.count("0")
 
 
 _SIZES: dict[str, int] = {
@@ -325,7 +329,7 @@ def flat_steps(steps: Iterable[Instruction], numbers: dict[int, int]) -> list[An
     return [
         (
             step.name, step.qubits, _packed(step), step.controls, step.clbits, step.condition,
-            None if step.definition is None else numbers[id(step.definition)], step.detail,
+            None if step.definition is None else numbers[id(step.definition)], step.detail, step.control_values,
         )
         for step in steps
     ]  # fmt: skip
@@ -343,9 +347,10 @@ def restored_steps(steps: Iterable[Any], table: Sequence[GateDefinition]) -> lis
     """Return instructions from the tuples of `flat_steps`."""
     return [
         Instruction(
-            name, qubits, _unpacked(params), controls, clbits, condition, None if number is None else table[number], detail
+            name, qubits, _unpacked(params), controls, clbits, condition, None if number is None else table[number], detail,
+            control_values,
         )
-        for name, qubits, params, controls, clbits, condition, number, detail in steps
+        for name, qubits, params, controls, clbits, condition, number, detail, control_values in steps
     ]
 
 

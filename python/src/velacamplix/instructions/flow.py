@@ -296,8 +296,9 @@ def with_params(step: Instruction, params: Sequence[Any]) -> Instruction:
     """Return an instruction with others in place of its `open_params`."""
     if step.detail is None:
         return Instruction(
-            step.name, step.qubits, tuple(params), step.controls, step.clbits, step.condition, step.definition
-        )
+            step.name, step.qubits, tuple(params), step.controls, step.clbits, step.condition, step.definition,
+            control_values=step.control_values,
+        )  # fmt: skip
     waiting = iter(params)
 
     def change(inner: Instruction) -> tuple[Instruction]:
@@ -328,6 +329,7 @@ def moved_step(step: Instruction, qubits: Sequence[int], clbits: Sequence[int]) 
         condition,
         step.definition,
         detail,
+        step.control_values,
     )
 
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 import math
 import re
 from collections.abc import Iterable, Iterator, Mapping
+from itertools import chain
 from typing import Any
 
 from ..basics import checks
@@ -14,6 +15,7 @@ from ..instructions.expression_text import text as expression_text
 from ..instructions.condition import Condition
 from ..instructions.flow import conditioned
 from ..instructions.instruction import BY_ENTRIES, DETAILED, Instruction, Register
+from ..instructions.open_controls import around
 from . import qelib1
 from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain
 from .lexicon import NAME, RESERVED
@@ -60,7 +62,8 @@ class _Writer:
     def text(self) -> str:
         for register in self._registers:
             self._check_register(register)
-        listed = list(_said_by_conditions(self._circuit.instructions))
+        said = _said_by_conditions(self._circuit.instructions)
+        listed = [(position, part) for position, step in said for part in around(step)]
         steps = [plain(step) if step.is_gate else step for _, step in listed]
         for step, (position, raw) in zip(steps, listed):
             _check_can_be_said(step, f"instruction {position}", raw, len(raw.controls) <= MOST_CONTROLS)
@@ -89,7 +92,7 @@ class _Writer:
 
     def _blocks_of(self, steps: Any, owner: GateDefinition | None) -> Iterator[GateDefinition]:
         """Iterate over the gate blocks that steps call, and note which names of qelib1.inc they use."""
-        for raw in steps:
+        for raw in chain.from_iterable(map(around, steps)):
             if not raw.is_gate:
                 continue
             step = plain(raw)
@@ -144,7 +147,7 @@ class _Writer:
         head = f"gate {self._names[id(definition)]}"
         if formals:
             head += f"({','.join(formals.values())})"
-        body = [self._call(step, qubits, formals) for step in definition.body]
+        body = [self._call(part, qubits, formals) for step in definition.body for part in around(step)]
         return f"{head} {','.join(qubits)} {{ {' '.join(body)} }}\n".replace("{  }", "{ }")
 
     def _call(self, raw: Instruction, qubits: Any, formals: Mapping[str, str]) -> str:
