@@ -258,7 +258,7 @@ def _run(options: argparse.Namespace) -> int:
         # First of all: a reader that stops early ends the process.
         if options.plot is not None:
             try:
-                picture.save(options.plot, name, result, *report.places_of(circuit, result))
+                picture.save(options.plot, result, *report.places_of(circuit, result))
             except (MemoryError, ValueError, OSError) as error:
                 return _fail(f"{options.plot}: {getattr(error, 'strerror', None) or error}", FAILED)
         show = report.run_as_json if options.json else report.run
