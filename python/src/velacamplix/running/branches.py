@@ -12,7 +12,7 @@ from ..core import extension
 from ..instructions.instruction import Condition, Instruction
 from ..machine import memory
 from ..programs.drive import drive
-from ..programs.progress import Meter
+from ..programs.progress import AnyMeter
 from ..programs.segments import Measurement, Reset, Segments, Stretch
 from ..states.statevector import StateVector
 
@@ -76,7 +76,7 @@ class Branching:
     ----------
     segments : Segments
         With programs in its stretches.
-    meter : Meter
+    meter : AnyMeter
     seed : int
         Of the generator that shares shots out.
     undecided : callable
@@ -86,18 +86,13 @@ class Branching:
     def __init__(
         self,
         segments: Segments,
-        meter: Meter,
+        meter: AnyMeter,
         seed: int,
         undecided: Callable[[Instruction], Exception],
     ) -> None:
         self.has_split = False
         self._segments, self._meter, self._seed, self._undecided = segments, meter, seed, undecided
-        place = {qubit: place for place, qubit in enumerate(segments.active)}
-        # Per step, the state's qubits whose outcome must be known.
-        self._places = [
-            [] if isinstance(step, Stretch) else [place[qubit] for qubit in step.qubits] for step in segments.steps
-        ]
-        self._active = frozenset(segments.active)
+        self._places = segments.decided
         self._spares: list[StateVector] = []
         self._shots: int | None = None
 
@@ -176,7 +171,7 @@ class Branching:
             branch.measured.update(step.last)
             for qubit, clbit in step.later:
                 branch.write(clbit, 0)
-                if qubit in self._active:
+                if qubit in self._segments.place:
                     branch.readings[clbit] = qubit
         places = self._places[branch.step - 1]
         if not places:
