@@ -5,17 +5,31 @@ import json
 import pickle
 import subprocess
 import sys
+from collections import Counter
 
 import numpy as np
 import pytest
 
 from velacamplix import Circuit, Counts, StateVector, run
+from velacamplix.results import shot_rows
 
 
 def test_order_is_that_of_the_numbers():
     counts = Counts({"110": 1, "001": 2, "010": 3})
     assert list(counts) == ["001", "010", "110"] and list(counts.ints()) == [1, 2, 6]
     assert repr(counts) == "{'001': 2, '010': 3, '110': 1}"
+
+
+@pytest.mark.parametrize("n_bits", [0, 1, 2, 7, 9, 10, 11, 12, 63, 64, 65, 130])
+def test_shots_are_counted_one_by_one(n_bits):
+    generator = np.random.default_rng(n_bits)
+    bits = generator.integers(0, 2, (2000, n_bits)) * (generator.random(n_bits) < 0.1)
+    bits[:, :1] |= np.arange(2000)[:, np.newaxis] % 2  # at least two outcomes, the highest bit among them
+    texts = ["".join(map(str, row)) for row in bits.tolist()]
+    words = max(1, -(-n_bits // 64))
+    octets = b"".join(int(text or "0", 2).to_bytes(8 * words, "big") for text in texts)
+    counts = shot_rows.tally(np.frombuffer(octets, dtype=">u8").reshape(2000, words).astype(np.uint64), n_bits)
+    assert list(counts.items()) == sorted(Counter(texts).items()) and counts.n_bits == n_bits
 
 
 def test_a_dict_in_every_respect():

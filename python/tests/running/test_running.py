@@ -69,6 +69,20 @@ def test_measured_bits_are_told_bit_0_leftmost(precision):
     assert exact.p_value(counts, exact.distribution(circuit)) > 1e-4
 
 
+@pytest.mark.parametrize("qubits", [[2, 0, 1], [1, 2, 0], [0, 1, 2], [2, 2, 0]], ids=str)
+def test_shots_are_those_of_the_state_with_the_seed(qubits):
+    gates = Circuit(3).ry(0.3, 0).ry(1.1, 1).ry(2.0, 2).cx(0, 2)
+    measured = Circuit(3, 3).compose(gates)
+    for clbit, qubit in enumerate(qubits):
+        measured.measure(qubit, clbit)
+    result = run(measured, shots=300, seed=5)
+    state = StateVector(3, seed=5).run(gates)
+    listed = list(dict.fromkeys(qubits))
+    drawn = state.sample(300, listed)
+    places = [len(listed) - 1 - listed.index(qubit) for qubit in qubits]
+    assert result.shots.tolist() == [sum((int(d) >> p & 1) << 2 - i for i, p in enumerate(places)) for d in drawn]
+
+
 def test_a_qubit_may_be_read_into_two_bits_and_a_bit_written_twice():
     circuit = Circuit(2, 3).h(0).measure(0, 0).measure(0, 2).measure(1, 0)
     counts = run(circuit, shots=500, seed=1).counts

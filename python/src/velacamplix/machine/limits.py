@@ -62,9 +62,9 @@ def total_memory(root: str = "/") -> int:
 
 
 class _Limits(NamedTuple):
-    """What the control groups of this process set."""
+    """What the affinity and the control groups of this process set."""
 
-    processors: float | None
+    processors: int
     threads: tuple[tuple[int, str], ...]
 
 
@@ -72,7 +72,10 @@ class _Limits(NamedTuple):
 def _limits_of(root: str, affinity: frozenset[int]) -> _Limits:
     # Reading these files takes twenty times as long as making a small state, so what they say is kept until there is a
     # reason to look again: a new affinity, which costs little to see, a fork, or `refresh_threads`.
-    return _Limits(groups.processor_quota(root), groups.thread_limits(root))
+    allowed, quota = _BOUND or len(affinity), groups.processor_quota(root)
+    # A part of a processor is rounded down: a team that overruns its quota is stopped as a whole.
+    processors = allowed if quota is None else max(1, min(allowed, int(quota)))
+    return _Limits(processors, groups.thread_limits(root))
 
 
 os.register_at_fork(after_in_child=_limits_of.cache_clear)
@@ -105,12 +108,7 @@ def _limits(root: str) -> _Limits:
 
 def processors(root: str = "/") -> int:
     """Return the number of processors this process may keep busy: its affinity, or less if a group has a quota."""
-    allowed = _BOUND or len(os.sched_getaffinity(0))
-    quota = _limits(root).processors
-    if quota is None:
-        return allowed
-    # A part of a processor is rounded down: a team that overruns its quota is stopped as a whole.
-    return max(1, min(allowed, int(quota)))
+    return _limits(root).processors
 
 
 def default_threads(root: str = "/") -> tuple[int, str]:
@@ -121,6 +119,10 @@ def default_threads(root: str = "/") -> tuple[int, str]:
     ValueError
         If VELACAMPLIX_NUM_THREADS is set to something that is not a number of threads.
     """
+    return _default_threads(_limits(root))
+
+
+def _default_threads(found: _Limits) -> tuple[int, str]:
     own = os.environ.get("VELACAMPLIX_NUM_THREADS", "").strip()
     if own:
         if not _is_count(own):
@@ -135,7 +137,7 @@ def default_threads(root: str = "/") -> tuple[int, str]:
     if _is_count(outermost):
         return int(outermost), "OMP_NUM_THREADS"
 
-    return min(processors(root), MOST_THREADS), "processors available"
+    return min(found.processors, MOST_THREADS), "processors available"
 
 
 def _is_count(text: str) -> bool:
@@ -151,12 +153,15 @@ def thread_count(threads: int | None, root: str = "/") -> int:
     TypeError, ValueError
         If it is no number of threads, or one that the system would not start.
     """
+    if type(threads) is int and threads == 1:
+        return 1
+    found = _limits(root)
     if threads is None:
-        count, source = default_threads(root)
+        count, source = _default_threads(found)
         of_our_choice = source == "processors available"
     else:
         count, source, of_our_choice = checks.integer(threads, "threads", minimum=1, maximum=MOST_THREADS), "threads", False
-    most = MOST_THREADS if count == 1 else most_threads(root)
+    most = MOST_THREADS if count == 1 else _most_threads(found, root)
     if count <= most:
         return count
     if of_our_choice:
@@ -169,7 +174,11 @@ def thread_count(threads: int | None, root: str = "/") -> int:
 
 def most_threads(root: str = "/") -> int:
     """Return the largest number of threads that can be asked for: OpenMP ends the process when one is refused."""
-    left = groups.threads_left(_limits(root).threads)
+    return _most_threads(_limits(root), root)
+
+
+def _most_threads(found: _Limits, root: str) -> int:
+    left = groups.threads_left(found.threads)
     # Those that run already are there to be used.
     return MOST_THREADS if left is None else max(1, min(MOST_THREADS, left + _own_threads(root)))
 

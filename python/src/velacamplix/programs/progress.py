@@ -134,7 +134,10 @@ class _Unasked:
 _UNASKED = _Unasked()
 
 
-def metered(progress: ProgressLike, total: int, unit: str) -> Meter | _Unasked:
+AnyMeter = Meter | _Unasked
+
+
+def metered(progress: ProgressLike, total: int, unit: str) -> AnyMeter:
     """Return a meter for a call that is usually short."""
     return _UNASKED if progress is None else Meter(progress, total, unit)
 

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterable, Iterator, Sequence
 from dataclasses import dataclass, field
+from functools import cached_property
 from itertools import chain
 from typing import Any, NamedTuple
 
@@ -142,6 +143,19 @@ class Segments:
     def has_measurement(self) -> bool:
         """Whether a classical bit is written anywhere."""
         return bool(self.written_bits)
+
+    @cached_property
+    def place(self) -> dict[int, int]:
+        """The state's qubit for each active one."""
+        return {qubit: place for place, qubit in enumerate(self.active)}
+
+    @cached_property
+    def decided(self) -> list[list[int]]:
+        """Per step, the state's qubits whose outcome must be known."""
+        return [
+            [self.place[qubit] for qubit in step.qubits] if isinstance(step, (Measurement, Reset)) else []
+            for step in self.steps
+        ]
 
 
 def segmented(parts: Sequence[Part], nonzero: Iterable[int]) -> Segments:

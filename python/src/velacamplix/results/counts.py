@@ -105,7 +105,8 @@ class Counts(dict[str, int]):
     @classmethod
     def _of(cls, outcomes: Iterable[tuple[str, int]], n_bits: int) -> Self:
         """Return counts of what is known to be right and in order."""
-        made = cls({}, n_bits)
+        made = cls.__new__(cls)
+        made._n_bits = n_bits
         dict.update(made, outcomes)
         return made
 

@@ -2,10 +2,12 @@
 
 from __future__ import annotations
 
+import functools
 from collections.abc import Iterator, Sequence
 
 import numpy as np
 
+from ..basics.words import bit_string
 from ..machine import memory
 from .counts import Counts, require_memory
 
@@ -14,6 +16,9 @@ _WORD = 64
 # Scratch memory for a piece of a long array, in bytes, and the shots that are sorted at a time.
 _SCRATCH = 2**20
 _SORTED = 2**22
+
+# Outcomes of so many bits have their texts ready.
+_MOST_TABLED = 10
 
 # Where a bit of an outcome comes from: (True, i) is the i-th sampled qubit, (False, value) is that value.
 Source = tuple[bool, int]
@@ -180,11 +185,22 @@ class Tally:
 
     def _spelled(self, found: np.ndarray, times: np.ndarray) -> Iterator[tuple[str, int]]:
         for piece in _pieces(len(found), 2 * max(_WORD, self._n_bits)):
-            octets = _octets(found[piece, np.newaxis]) if found.dtype.kind == "u" else found[piece].view(np.uint8)
-            characters = _unpacked(octets.reshape(piece.stop - piece.start, -1), self._n_bits) + np.uint8(ord("0"))
-            text = characters.tobytes().decode("ascii")
-            for i, number in enumerate(times[piece].tolist()):
-                yield text[i * self._n_bits : (i + 1) * self._n_bits], number
+            yield from zip(_texts(found[piece], self._n_bits), times[piece].tolist())
+
+
+def _texts(outcomes: np.ndarray, n_bits: int) -> list[str]:
+    if n_bits <= _MOST_TABLED:
+        table = _table(n_bits)
+        return [table[number] for number in outcomes.tolist()]
+    octets = _octets(outcomes[:, np.newaxis]) if outcomes.dtype.kind == "u" else outcomes.view(np.uint8)
+    characters = _unpacked(octets.reshape(len(outcomes), -1), n_bits) + np.uint8(ord("0"))
+    text = characters.tobytes().decode("ascii")
+    return [text[start : start + n_bits] for start in range(0, len(text), n_bits)]
+
+
+@functools.cache
+def _table(n_bits: int) -> list[str]:
+    return [bit_string(number, n_bits) for number in range(2**n_bits)]
 
 
 def _together(one: tuple[np.ndarray, np.ndarray], two: tuple[np.ndarray, np.ndarray]) -> tuple[np.ndarray, np.ndarray]:

@@ -13,7 +13,7 @@ from ..instructions.condition import AnyCondition
 from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..programs.drive import drive
-from ..programs.progress import Meter
+from ..programs.progress import AnyMeter
 from ..programs.segments import Choice, Jump, Measurement, Reset, Saving, Segments, Stretch, Turn
 from ..states.statevector import StateVector
 
@@ -81,7 +81,7 @@ class Branching:
     ----------
     segments : Segments
         With programs in its stretches.
-    meter : Meter
+    meter : AnyMeter
     seed : int
         Of the generator that shares shots out.
     named : callable
@@ -93,19 +93,14 @@ class Branching:
     def __init__(
         self,
         segments: Segments,
-        meter: Meter,
+        meter: AnyMeter,
         seed: int,
         named: Callable[[Instruction], str],
         save: Callable[[Saving, Branch], None],
     ) -> None:
         self.has_split = False
         self._segments, self._meter, self._seed, self._named, self._save = segments, meter, seed, named, save
-        place = {qubit: place for place, qubit in enumerate(segments.active)}
-        # Per step, the state's qubits whose outcome must be known.
-        self._places = [
-            [place[qubit] for qubit in step.qubits] if isinstance(step, _Random) else [] for step in segments.steps
-        ]
-        self._active = frozenset(segments.active)
+        self._places = segments.decided
         self._spares: list[StateVector] = []
         self._shots: int | None = None
 
@@ -225,7 +220,7 @@ class Branching:
             branch.measured.update(step.last)
             for qubit, clbit in step.later:
                 branch.write(clbit, 0)
-                if qubit in self._active:
+                if qubit in self._segments.place:
                     branch.readings[clbit] = qubit
         places = self._places[branch.step - 1]
         if not places:

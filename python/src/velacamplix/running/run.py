@@ -5,18 +5,19 @@ from __future__ import annotations
 import secrets
 import time
 from collections.abc import Sequence
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 import numpy as np
 
 from ..basics import checks
 from ..basics.types import Order, Precision
 from ..circuit.circuit import Circuit
+from ..core import extension
 from ..machine import limits, memory
 from ..observables.observable import Observable, ObservableLike
 from ..programs.compile import described, require_circuit, require_fusion
 from ..programs.prepare import Prepared, for_run, prepared
-from ..programs.progress import Meter, ProgressLike
+from ..programs.progress import ProgressLike, metered
 from ..programs.progress import checked as checked_progress
 from ..programs.segments import Segments
 from ..results import shot_rows
@@ -159,37 +160,36 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
 
     drawn = None if shots is None else np.empty((shots, shot_rows.words_for(n_bits)), dtype=np.uint64)
     n_drawn = 0
-    observed = request.observed or observing.Observed([], True)
-    sums = np.zeros(len(observed.observables), dtype=np.complex128)
+    observed = request.observed
+    sums: Any = 0.0
     reduced: dict[frozenset[int], list[Observable]] = {}  # by the qubits that have been measured
     saver = Saver(segments, circuit.n_qubits, request.precision)
-    with Meter(request.progress, plan.gates) as meter:
+    with metered(request.progress, plan.gates, "gates") as meter:
         branching = Branching(segments, meter, seed, lambda step: described(step, circuit), saver.keep)
         for branch in branching.branches(state, shots):
             clock.note("simulate")
             if drawn is not None:
-                # Without a split the shots are those of a state with this seed.
-                branch.state.seed = int(branching.generator.integers(2**32)) if branching.has_split else seed
                 assert branch.shots is not None
+                # Without a split the shots are those of a state with this seed.
+                own = int(branching.generator.integers(2**32)) if branching.has_split else seed
+                extension.set_seed(branch.state._live(), own)
                 _sample(branch, segments, drawn[n_drawn : n_drawn + branch.shots], n_bits)
                 n_drawn += branch.shots
                 clock.note("sample")
             measured = frozenset(branch.measured)
-            if observed.observables:
+            if observed is not None:
                 if measured not in reduced:
                     reduced[measured] = observed.on(segments.active, measured)
                 weight = branch.shots / shots if branch.shots and shots else 1.0
                 sums += weight * observing.values(branch.state, reduced[measured])
                 clock.note("observables")
             state = branch.state
-        clock.note("simulate")
 
-    observed.warn(segments.active, reduced, stacklevel=3)
-
-    if drawn is not None:
-        if branching.has_split:
-            # The groups stand one after the other; nothing of that shall show.
-            shot_rows.shuffle(drawn, branching.generator)
+    if observed is not None:
+        observed.warn(segments.active, reduced, stacklevel=3)
+    if drawn is not None and branching.has_split:
+        # The groups stand one after the other; nothing of that shall show.
+        shot_rows.shuffle(drawn, branching.generator)
         clock.note("sample")
     return Result(
         n_qubits=circuit.n_qubits,
@@ -207,7 +207,7 @@ def _carried_out(circuit: Circuit, found: Prepared, request: _Request, clock: _C
         measured_bits=segments.written_bits,
         readings=branch.readings,
         known_bits=branch.bits,
-        expectation_values=None if request.observed is None else observed.shaped(sums),
+        expectation_values=None if observed is None else observed.shaped(sums),
         saved=saver.saved(stacklevel=3),
         timings=clock.timings(),
         plan=plan,
@@ -233,11 +233,17 @@ def _plan_of(found: Prepared, threads: int) -> Plan:
 
 def _sample(branch: Branch, segments: Segments, rows: np.ndarray, n_bits: int) -> None:
     """Draw the outcomes of a branch's shots, one row each."""
-    place = {qubit: i for i, qubit in enumerate(segments.active)}
+    place = segments.place
     if segments.has_measurement:
         readings, known = branch.readings, branch.bits
     else:
         readings, known = {qubit: qubit for qubit in segments.active}, 0
+    if 0 < n_bits <= 64 and len(set(readings.values())) == n_bits:
+        # Every bit is read from a qubit of its own: what is drawn is the row.
+        qubits = [place[readings[bit]] for bit in range(n_bits)]
+        for start, stop in branch.state._pieces(len(rows)):
+            branch.state._draw(rows[start:stop, 0], qubits)
+        return
     # A qubit may be read into several bits, but is drawn once.
     column: dict[int, int] = {}
     sources: list[tuple[bool, int]] = []
@@ -257,7 +263,7 @@ class _Clock:
     """Adds up the seconds between notes."""
 
     def __init__(self) -> None:
-        self._seconds = {name: 0.0 for name in Timings._fields}
+        self._seconds = dict.fromkeys(Timings._fields, 0.0)
         self._last = time.perf_counter()
 
     def note(self, name: str) -> None:
