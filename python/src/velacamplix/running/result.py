@@ -9,6 +9,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks, extras
+from ..basics.elsewhere import Guiding
 from ..basics.types import Order, Precision
 from ..basics.words import bit_string, counted
 from ..core import extension
@@ -34,7 +35,7 @@ _MOST_EXPANDED = 24
 _PIECE = 2**22
 
 
-class Result:
+class Result(Guiding):
     """What `velacamplix.run` returns. Made by it, not by hand.
 
     Attributes
