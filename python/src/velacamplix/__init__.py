@@ -28,6 +28,7 @@ from .running.result import Result
 from .running.run import run
 from .states.apply import UnsupportedInstruction
 from .states.expectations import Estimate
+from .states.parts import Schmidt
 from .states.statevector import StateVector
 
 # The rooms, lowest first: a file imports from its own room and from those before it, never from one behind. In one line,
@@ -62,6 +63,7 @@ __all__ = [
     "QasmError",
     "Register",
     "Result",
+    "Schmidt",
     "StateVector",
     "Term",
     "Timings",

@@ -24,6 +24,7 @@ from ..states.outcomes import most_probable
 from ..states.statevector import StateVector
 from ..views import html
 from . import observing
+from .answers import Answers
 
 __all__ = ["Result"]
 
@@ -33,7 +34,7 @@ _MOST_EXPANDED = 24
 _PIECE = 2**22
 
 
-class Result:
+class Result(Answers):
     """What `velacamplix.run` returns. Made by it, not by hand.
 
     Attributes
