@@ -3,13 +3,13 @@
 from __future__ import annotations
 
 from collections.abc import Iterable
-from typing import Any
+from typing import Any, Self
 
 import numpy as np
 
 from ..basics import checks
 from ..basics.elsewhere import Guiding
-from ..basics.types import Order, Precision
+from ..basics.types import Order, Precision, Seed
 from ..core import extension
 from ..instructions.gate_base import GateBase
 from ..machine import limits, memory
@@ -26,7 +26,7 @@ class StateBase(GateBase, Guiding):
     """Base of the classes that together make `StateVector`."""
 
     def __init__(
-        self, n: int, precision: Precision = "double", threads: int | None = None, seed: int | None = None
+        self, n: int, precision: Precision = "double", threads: int | None = None, seed: Seed | None = None
     ) -> None:
         self._start(_size(n), checks.precision(precision), limits.thread_count(threads), checks.seed(seed))
 
@@ -46,6 +46,13 @@ class StateBase(GateBase, Guiding):
         # An object that is set up again stays what it was until all has gone well.
         self._n_qubits, self._precision, self._threads, self._amplitude_type = n, precision, threads, amplitude_type
         self._core: Any = core
+
+    @classmethod
+    def _another(cls, n: int, precision: Precision, threads: int) -> Self:
+        """Return a new state, also of a class whose constructor takes other arguments."""
+        made = cls.__new__(cls)
+        made._start(n, precision, threads)
+        return made
 
     # What the object is
 
