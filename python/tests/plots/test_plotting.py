@@ -6,6 +6,7 @@ import sys
 
 import numpy as np
 import pytest
+from pictures import some_counts, some_state
 
 from velacamplix import Circuit, Counts, StateVector, run
 from velacamplix.plots.plots import plot_counts, plot_probabilities, plot_state
@@ -19,24 +20,6 @@ from matplotlib import pyplot  # noqa: E402
 def close_figures():
     yield
     pyplot.close("all")
-
-
-def some_counts(number, n_bits, seed=1):
-    random = np.random.default_rng(seed)
-    outcomes = set()
-    while len(outcomes) < number:
-        outcomes.add("".join(random.choice(["0", "1"], n_bits)))
-    return Counts({outcome: int(random.integers(1, 1000)) for outcome in outcomes})
-
-
-def some_state(n, layers=3):
-    random, state = np.random.default_rng(n), StateVector(n)
-    for _ in range(layers):
-        for q in range(n):
-            state.ry(random.normal(), q).rz(random.normal(), q)
-        for q in range(n - 1):
-            state.cnot(q, q + 1)
-    return state
 
 
 def bars(ax):
@@ -96,7 +79,7 @@ def test_of_thousands_the_largest_are_drawn_and_the_others_summed_up():
     ax = plot_counts(counts)
     labels, heights = bars(ax)
     largest = dict(counts.most_likely(32))
-    assert list(labels.values()) == [*sorted(largest), f"2968 others: {counts.shots - sum(largest.values())}"]
+    assert list(labels.values()) == [*sorted(largest), f"2968 others\n{counts.shots - sum(largest.values())}"]
     assert [heights[place] for place in range(32)] == [largest[outcome] for outcome in sorted(largest)]
     assert [text.get_text() for text in ax.texts] == ["↑"]
     # The others are cut off, so that the rest can be seen.
@@ -146,7 +129,7 @@ def test_probabilities_of_a_state(n, order):
     if n <= 8:
         assert list(heights.values()) == pytest.approx(expected[expected > 1e-9])
     else:
-        assert "others: 0." in list(labels.values())[-1] and len(heights) == 33
+        assert "others\n0." in list(labels.values())[-1] and len(heights) == 33
     for place, label in labels.items():
         if "others" not in label:
             assert heights[place] == pytest.approx(expected[int(label, 2)])
@@ -172,7 +155,7 @@ def test_probabilities_of_other_things(source):
 def test_the_rest_of_a_large_state():
     ax = plot_probabilities(StateVector(18).set_basis_state("+" * 18), top=4)
     labels, _ = bars(ax)
-    assert list(labels.values())[4:] == ["others: 1"] and [text.get_text() for text in ax.texts] == ["↑"]
+    assert list(labels.values())[4:] == ["others\n1"] and [text.get_text() for text in ax.texts] == ["↑"]
 
 
 def colour_phase(bar):
@@ -214,8 +197,108 @@ def test_what_is_left_out_of_a_large_state(as_array):
     largest = np.sort(np.abs(amplitudes))[-5:]
     assert sorted(bar.get_height() for bar in ax.patches) == pytest.approx(largest)
     rest = 1 - (largest**2).sum()
-    expected = f"the 5 largest amplitudes; all others have probability {rest:.3g} together"
-    assert ax.get_title(loc="right") == expected
+    assert ax.get_xlabel().splitlines()[1] == f"the 5 largest; probability of all others {rest:.3g}"
+
+
+# Several data sets, orders, errors
+
+
+def sets(ax):
+    """Heights of each data set by outcome, where each of its outcomes is labelled."""
+    labels, _ = bars(ax)
+    names = [labels[place].split("\n")[0] for place in sorted(labels)]
+    found = [list(container) for container in ax.containers if isinstance(container, matplotlib.container.BarContainer)]
+    return [{name: bar.get_height() for name, bar in zip(names, container)} for container in found]
+
+
+def errors(ax):
+    """Half the length of each error bar, by the middle of its bar and its height."""
+    found = {}
+    for container in ax.containers:
+        if isinstance(container, matplotlib.container.ErrorbarContainer):
+            for (x, low), (_, high) in container.lines[2][0].get_segments():
+                found[round(x, 6)] = ((high + low) / 2, (high - low) / 2)
+    return found
+
+
+def test_two_data_sets_side_by_side():
+    first, second = {"00": 40, "11": 60}, Counts({"00": 30, "01": 5, "11": 65})
+    ax = plot_counts([first, second], labels=["ideal", "noisy"])
+    assert sets(ax) == [{"00": 40, "01": 0, "11": 60}, dict(second)]
+    assert [text.get_text() for text in ax.get_legend().get_texts()] == ["ideal", "noisy"]
+    blue, orange = ax.containers
+    assert blue[0].get_facecolor() != orange[0].get_facecolor()
+    assert blue[0].get_x() + blue[0].get_width() == pytest.approx(orange[0].get_x())
+    assert ax.get_ylabel() == "counts of 100 shots each"
+    assert plot_counts([first, {"00": 1}]).get_ylabel() == "counts"
+    assert plot_counts(first).get_legend() is None
+    assert plot_counts({"0": 1}).get_ylabel() == "counts of 1 shot"
+
+
+def test_the_largest_of_several_are_those_with_the_largest_share():
+    ax = plot_counts([{"00": 90, "01": 10}, {"10": 3, "00": 1}], top=2)
+    shown = sets(ax)
+    assert shown[0] == {"00": 90, "10": 0} and shown[2] == {"00": 1, "10": 3}
+    labels, _ = bars(ax)
+    assert list(labels.values())[-1] == "1 other\n10, 0"
+
+
+def test_results_and_arrays_may_be_several():
+    results = [run(Circuit(1, 1).h(0).measure(0, 0), shots=50, seed=seed) for seed in (1, 2)]
+    assert sets(plot_counts(results)) == [dict(result.counts) for result in results]
+    state = StateVector(2).h(0)
+    expected = [{"00": 0.5, "01": 0, "10": 0.5}, {"00": 0.25, "01": 0.75, "10": 0}]
+    for second in ([0.25, 0.75, 0, 0], {"00": 0.25, "01": 0.75}, Counts({"00": 1, "01": 3})):
+        drawn = sets(plot_probabilities([state, second]))
+        assert drawn == [pytest.approx(one) for one in expected]
+    rows = plot_probabilities(np.array([[0.5, 0, 0.5, 0], [0.25, 0.75, 0, 0]]))
+    assert sets(rows) == [pytest.approx(one) for one in expected]
+
+
+def test_large_states_tell_what_the_other_one_has():
+    first, second = some_state(9), some_state(9, layers=2)
+    ax = plot_probabilities([first, second], top=3)
+    labels = [text.get_text() for text in ax.get_xticklabels()]
+    for state, heights in zip((first, second), [sets(ax)[0], sets(ax)[2]]):
+        assert heights == pytest.approx({label: state.probability(label) for label in labels[:-1]})
+    rests = [1 - sum(heights.values()) for heights in (sets(ax)[0], sets(ax)[2])]
+    assert labels[-1] == f"others\n{rests[0]:.3g}, {rests[1]:.3g}"
+
+
+def test_an_order_of_ones_own():
+    counts = {"00": 5, "01": 3, "11": 2}
+    ax = plot_counts(counts, outcomes=["11", "10", "00"])
+    labels, heights = bars(ax)
+    assert list(labels.values()) == ["11", "10", "00", "1 other\n3"] and list(heights.values()) == [2, 0, 5, 3]
+    ax = plot_probabilities(StateVector(3).h(0).h(1), [1, 0], outcomes=["11", "01"])
+    assert list(bars(ax)[0].values()) == ["11", "01", "2 others\n0.5"]
+    assert list(bars(plot_probabilities({}, outcomes=["11", "01"]))[0].values()) == ["11", "01"]
+    large = some_state(9)
+    ax = plot_probabilities(large, outcomes=["000000001", "1" * 9])
+    assert list(bars(ax)[1].values())[:2] == pytest.approx([large.probability("000000001"), large.probability("1" * 9)])
+
+
+def test_standard_errors():
+    ax = plot_counts({"0": 36, "1": 64}, errors=True)
+    assert list(errors(ax).values()) == [pytest.approx((36, 4.8)), pytest.approx((64, 4.8))]
+    ax = plot_probabilities([Counts({"0": 36, "1": 64}), [0.5, 0.5]], errors=True)
+    assert list(errors(ax).values()) == [pytest.approx((0.36, 0.048)), pytest.approx((0.64, 0.048))]
+    ax = plot_probabilities({"00": 0.25, "11": 0.75}, errors={"11": 0.1})
+    assert list(errors(ax).values()) == [pytest.approx((0.75, 0.1))]
+    ax = plot_probabilities([[0.5, 0.5], [1, 0]], errors=[[0.1, 0.2], {"0": 0.3}])
+    assert sorted(error for _, error in errors(ax).values()) == pytest.approx([0.1, 0.2, 0.3])
+    assert not errors(plot_counts({"0": 36, "1": 64})) and not errors(plot_counts({}, errors=True))
+
+
+def test_eight_sets_have_eight_colours():
+    ax = plot_counts([{"0": 1, "1": number + 1} for number in range(8)], labels=[f"set {number}" for number in range(8)])
+    assert len({container[0].get_facecolor() for container in ax.containers}) == 8
+
+
+def test_new_figures_have_the_size_that_was_set():
+    with pyplot.rc_context({"figure.figsize": (3.4, 2.4)}):
+        assert tuple(plot_counts(some_counts(200, 20)).figure.get_size_inches()) == (3.4, 2.4)
+    assert plot_counts({"0": 1}).figure.get_size_inches()[0] == 6.4
 
 
 # Wrong
@@ -231,7 +314,9 @@ def test_what_is_left_out_of_a_large_state(as_array):
         (lambda: plot_probabilities(5), TypeError, "source must be a StateVector, a mapping"),
         (lambda: plot_probabilities("01"), TypeError, "source must be"),
         (lambda: plot_probabilities([0.5, 0.25, 0.25]), ValueError, "power of two"),
-        (lambda: plot_probabilities([[0.5, 0.5]]), ValueError, "power of two"),
+        (lambda: plot_probabilities([[0.5, 0.25, 0.25]]), ValueError, "power of two"),
+        (lambda: plot_probabilities(np.zeros((2, 2, 2))), ValueError, "power of two"),
+        (lambda: plot_probabilities({"1": -0.5}), ValueError, "no negative probability, got -0.5 for '1'"),
         (lambda: plot_probabilities([1.5, -0.5]), ValueError, "no negative probability"),
         (lambda: plot_probabilities([float("nan"), 0]), ValueError, "finite"),
         (lambda: plot_probabilities({"2": 1.0}), ValueError, "bit strings for keys, got '2'"),
@@ -239,6 +324,24 @@ def test_what_is_left_out_of_a_large_state(as_array):
         (lambda: plot_probabilities([1.0, 0.0], qubits=[0]), TypeError, "qubits can only be given for a StateVector"),
         (lambda: plot_probabilities(StateVector(2), qubits=[2]), IndexError, "qubits[0]"),
         (lambda: plot_probabilities(StateVector(2), order="up"), ValueError, "order"),
+        (lambda: plot_counts([{"0": 1}] * 9), ValueError, "counts must hold from 1 to 8 data sets, got 9"),
+        (lambda: plot_probabilities(np.zeros((0, 2))), ValueError, "source must hold from 1 to 8 data sets, got 0"),
+        (lambda: plot_counts([{"0": 1}, {"00": 1}]), ValueError, "outcomes must all have the same number of bits, got some of 1 and 2"),
+        (lambda: plot_counts([{"0": 1}, 5]), TypeError, "counts must be a mapping"),
+        (lambda: plot_counts({"0": 1}, labels=["a", "b"]), ValueError, "labels must be 1 text, one for each data set"),
+        (lambda: plot_counts([{"0": 1}] * 2, labels=["a", 2]), ValueError, "labels must be 2 texts"),
+        (lambda: plot_counts({"0": 1}, outcomes=["0", "0"]), ValueError, "outcomes must be distinct"),
+        (lambda: plot_counts({"0": 1}, outcomes=["0", "00"]), ValueError, "outcomes[1] must be a text of 1 characters"),
+        (lambda: plot_counts({"0": 1}, outcomes=[1]), ValueError, "outcomes[0] must be a text"),
+        (lambda: plot_counts({"0": 1}, outcomes="01"), TypeError, "outcomes must be a sequence of bit strings"),
+        (lambda: plot_counts({"0": 1}, 2, outcomes=["0"]), ValueError, "top cannot be given with outcomes"),
+        (lambda: plot_counts({"0": 1}, errors=1), TypeError, "errors must be True or False"),
+        (lambda: plot_probabilities([1, 0], errors=True), TypeError, "errors can only be True for Counts"),
+        (lambda: plot_probabilities([1, 0], errors=[0.1, -0.1]), ValueError, "errors must hold no negative error"),
+        (lambda: plot_probabilities([1, 0], errors=0.1), TypeError, "errors must be a mapping from bit strings, or an array"),
+        (lambda: plot_probabilities([{"0": 1}, {"1": 1}], errors=[{}]), ValueError, "errors must hold one item for each of 2"),
+        (lambda: plot_probabilities([{"0": 1}, [1, "x"]]), TypeError, "source[1] must hold numbers"),
+        (lambda: plot_probabilities([StateVector(1), [1, 0]], qubits=[0]), TypeError, "qubits can only be given for a StateVector"),
         (lambda: plot_state({"0": 1}), TypeError, "state must be a StateVector or an array"),
         (lambda: plot_state(["a", "b"]), TypeError, "state must hold numbers"),
         (lambda: plot_state([1, 0, 0]), ValueError, "power of two"),

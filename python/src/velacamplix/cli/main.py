@@ -247,7 +247,7 @@ def _run(options: argparse.Namespace) -> None:
         # First of all: a reader that stops early ends the process.
         if options.plot is not None:
             with _refusing((MemoryError, ValueError, OSError), f"{options.plot}: "):
-                picture.save(options.plot, name, result, *report.places_of(circuit, result))
+                picture.save(options.plot, result, *report.places_of(circuit, result))
         show = report.run_as_json if options.json else report.run
         show(name, circuit, result, expectations, options.top)
 

@@ -7,6 +7,7 @@ from collections.abc import Sequence
 from pathlib import Path
 
 from ..basics import checks, extras
+from ..basics.words import counted
 from ..plots import bars
 from ..running.result import Result
 
@@ -35,7 +36,7 @@ def require_writable(path: str) -> None:
         raise ValueError(f"{checks.show(path)} cannot be written to")
 
 
-def save(path: str, name: str, result: Result, whole: str, labels: Sequence[str]) -> None:
+def save(path: str, result: Result, whole: str, labels: Sequence[str]) -> None:
     """Draw counts or probabilities into a file, whose ending tells the format.
 
     `whole` tells what the outcomes are of, `labels` the name of every character.
@@ -48,19 +49,14 @@ def save(path: str, name: str, result: Result, whole: str, labels: Sequence[str]
     ax = figure.subplots()
     bars.draw(ax, drawn)
     ax.set_xlabel(f"outcomes of {whole}, {labels[0]} left" if labels else "outcome")
-    ax.set_ylabel("probability" if result.n_shots is None else f"counts of {result.n_shots} shots")
-    # A dollar sign would begin a formula.
-    ax.set_title(name.replace("$", r"\$"), fontsize=10)
+    ax.set_ylabel("probability" if result.n_shots is None else f"counts of {counted(result.n_shots, 'shot')}")
     figure.savefig(path, dpi=120)
 
 
 def _bars_of(result: Result) -> bars.Bars:
     if result.n_shots is not None:
         counts = result.counts.marginal(result.measured_bits) if result.measured_bits else result.counts
-        return bars.Bars.of(list(counts.items()), None)
+        return bars.Bars.of([bars.Data(counts, counts.shots)])
     best = result.outcomes(bars.MOST_BARS + 1)
-    if len(best) <= bars.MOST_BARS:
-        return bars.Bars.of(best, None)
-    best = sorted(best[: bars.LARGEST])
-    rest = max(0.0, 1 - sum(probability for _, probability in best))
-    return bars.Bars([outcome for outcome, _ in best], [p for _, p in best], "others", rest)
+    has_more = len(best) > bars.MOST_BARS
+    return bars.Bars.of([bars.Data(dict(best), 1.0, is_all=not has_more)])

@@ -36,7 +36,7 @@ def bar(share: float) -> str:
     width = min(100.0, max(0.0, 100 * share))
     return (
         f'<div style="display:inline-block;width:8em;vertical-align:middle">'
-        f'<div style="width:{width:.1f}%;min-width:1px;height:0.7em;background:#31688e"></div></div> {share:.4f}'
+        f'<div style="width:{width:.1f}%;min-width:1px;height:0.7em;background:#0072b2"></div></div> {share:.4f}'
     )
 
 
