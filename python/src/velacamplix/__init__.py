@@ -20,7 +20,9 @@ from .machine.limits import refresh_threads
 from .machine.memory import max_qubits, memory_needed
 from .observables.observable import CommutingGroup, Observable
 from .observables.terms import Term
+from .plots.bloch import plot_bloch
 from .plots.circuits import plot_circuit
+from .plots.density import plot_density
 from .plots.plots import plot_counts, plot_probabilities, plot_state
 from .programs.progress import Progress
 from .qasm.errors import QasmError
@@ -72,8 +74,10 @@ __all__ = [
     "UnsupportedInstruction",
     "max_qubits",
     "memory_needed",
+    "plot_bloch",
     "plot_circuit",
     "plot_counts",
+    "plot_density",
     "plot_probabilities",
     "plot_state",
     "refresh_threads",

@@ -5,7 +5,8 @@ from typing import NamedTuple
 import numpy as np
 
 from velacamplix import (
-    Circuit, Counts, GateDefinition, Parameter, StateVector, plot_circuit, plot_counts, plot_probabilities, plot_state,
+    Circuit, Counts, GateDefinition, Parameter, StateVector, plot_bloch, plot_circuit, plot_counts, plot_density,
+    plot_probabilities, plot_state,
 )  # fmt: skip
 
 #: Inches: a journal's column, and the size that Matplotlib has by default.
@@ -99,6 +100,12 @@ ENTRIES = [
     Entry("Amplitudes", "of one qubit", "plot_state(some_state(1))"),
     Entry("Amplitudes", "of five qubits", "plot_state(some_state(5))"),
     Entry("Amplitudes", "the largest of eleven qubits", "plot_state(some_state(11))"),
+    Entry("Bloch vectors", "one", "plot_bloch([0.6, 0, 0.8])"),
+    Entry("Bloch vectors", "of five entangled qubits", "plot_bloch(some_state(5, layers=1))"),
+    Entry("Bloch vectors", "thirty", 'plot_bloch(some_vectors(30), labels=[f"q{i}" for i in range(30)])'),
+    Entry("Density matrices", "of one qubit", "plot_density(some_density(1))"),
+    Entry("Density matrices", "of two qubits", "plot_density([[0.5, 0, 0, -0.5j], [0, 0, 0, 0], [0, 0, 0, 0], [0.5j, 0, 0, 0.5]])"),
+    Entry("Density matrices", "of five qubits", "plot_density(some_density(5))"),
 ]  # fmt: skip
 
 
