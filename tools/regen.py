@@ -21,7 +21,7 @@ from __future__ import annotations
 
 from typing import Any, Self
 
-from .gate_base import NONE, REQUIRED, Angles, Controls, GateBase, Places
+from .gate_base import NONE, REQUIRED, Angles, Controls, ControlValues, GateBase, Places
 
 
 class GateMethods(GateBase):
@@ -65,6 +65,10 @@ def docstring(gate, name, n_controls):
     several = "; lists of one length add a gate for each place." if len(named) > 1 or gate.angles else "; a list adds a gate on each."
     lines += [f"{', '.join(named)} : int", "    From 0 to ``n_qubits - 1``" + (", all different" if len(named) > 1 else "") + several]
     lines += ["controls : int or sequence of int", f"    {'Further qubits' if controls else 'Qubits'} that must all be 1 for the gate to act."]
+    lines += ["control_values : int, str or sequence of int, optional"]
+    front = named[: gate.named_controls(n_controls)]
+    before = f"{' and '.join([f'`{word}`' for word in front])} and " if front else ""
+    lines += [f"    What {before}these must be instead: a number or a text, the first leftmost, or 0 or 1 for each."]
     words = gate.words(n_controls)
     if words:
         meant = {word: [other for other, of in words.items() if of == word] for word in words.values()}
@@ -101,7 +105,7 @@ def method(gate, name, n_controls):
     # What may come under another name has to have a default.
     default = " = REQUIRED" if has_words else ""
     parts = ["self", *[f"{angle}: Angles{default}" for angle in gate.angles], *[f"{word}: Places{default}" for word in named]]
-    parts += ["controls: Controls = ()", *["**names: Any"] * has_words]
+    parts += ["controls: Controls = ()", "control_values: ControlValues = None", *["**names: Any"] * has_words]
     head = f"    def {name}({', '.join(parts)}) -> Self:"
     if len(head) > 120:
         inner = ", ".join(parts)
@@ -114,7 +118,7 @@ def method(gate, name, n_controls):
     lines += [f"        {line}".rstrip() for line in doc[1:]]
     lines.append('        """')
     # The usual arguments go without a call; all others are looked at one by one.
-    plain = ["controls is NONE"]
+    plain = ["controls is NONE", "control_values is None"]
     plain += [f"type({word}) is int" for word in named] + [f"0 <= {word} < self._n_qubits" for word in named]
     if len(named) == 2:
         plain.append(f"{named[0]} != {named[1]}")
@@ -137,7 +141,7 @@ def method(gate, name, n_controls):
         lines.append("        ):")
     lines.append(f"            return self.{direct}({', '.join(call)})")
     given = tupled([*gate.angles, *named])
-    lines.append(f"        return self._looked_at({repr_of(name)}, {given}, controls{', names' * has_words})")
+    lines.append(f"        return self._looked_at({repr_of(name)}, {given}, controls, control_values{', names' * has_words})")
     return lines
 
 

@@ -145,7 +145,7 @@ class Session:
             "path_or_text": ["OPENQASM 2.0; qreg q[2]; U(1,2,3) q[0];", "qreg q[1]; creg c[1]; measure q -> c;"],
             "counts": [{"01": 2}, {1: 5}], "values": [{"x": 0.5}, [1], {"x": 1, "y": 2}], "params": [(), (0.5,), ("x",)],
             "threshold": [0, 0.1], "name": ["mine", "q", "c"], "progress": [None, lambda progress: None], "registers": [None],
-            "key": ["00", "11"], "letters": ["X", "XYZ", "IZ", "ZZ"], "width": [None, 40, 100],
+            "key": ["00", "11"], "control_values": [None, 0, 1, "0", "10", [0, 1]], "letters": ["X", "XYZ", "IZ", "ZZ"], "width": [None, 40, 100],
         }  # fmt: skip
         return rng.choice(choices.get(name, [True, False, 0, 1]))
 

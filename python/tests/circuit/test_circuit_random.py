@@ -25,7 +25,7 @@ VALUES = {"a": 0.7, "b": -1.3, "c": 2.9}
 
 # Each method with its arguments: angles and qubits are told apart by their names.
 METHODS = {
-    name: [word for word in inspect.signature(method).parameters if word not in ("self", "controls", "names")]
+    name: [word for word in inspect.signature(method).parameters if word not in ("self", "controls", "control_values", "names")]
     for name, method in inspect.getmembers(GateMethods, inspect.isfunction)
     if not name.startswith("_")
 }

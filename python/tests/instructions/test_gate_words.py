@@ -29,7 +29,7 @@ def test_every_word_is_the_argument_it_says(method, gate, n_controls):
         assert (getattr(StateVector(5), method)(**named).array == getattr(StateVector(5), method)(*values).array).all()
         with pytest.raises(TypeError, match=rf"{method}\(\) takes {meant} once, got it again as {word}"):
             getattr(Circuit(5), method)(*values, **{word: values[arguments.index(meant)]})
-    with pytest.raises(TypeError, match=rf"{method}\(\) takes {', '.join(arguments)}, controls, also as .*; got an argument 'label'"):
+    with pytest.raises(TypeError, match=rf"{method}\(\) takes {', '.join(arguments)}, controls, control_values, also as .*; got an argument 'label'"):
         getattr(Circuit(5), method)(*values, label="mine")
     with pytest.raises(TypeError, match=rf"{method}\(\) takes {', '.join(arguments)}; got none for {arguments[-1]}"):
         getattr(Circuit(5), method)(*values[:-1])
@@ -172,7 +172,7 @@ MISTAKES = {
     "no angle": (TypeError, "angle must be a real number, got 'XYZ'", lambda c: c.pauli_rotation(0.5, "XYZ")),
     "no target": (TypeError, r"mcx\(\) takes controls, target; got none for target", lambda c: c.mcx([0, 1])),
     "a target among the controls": (ValueError, "controls must not contain a target", lambda c: c.mcz([0, 1], 1)),
-    "another word": (TypeError, "mcp.. takes angle, controls, target, also as theta, lam, .*'label'", lambda c: c.mcp(0.5, 0, 1, label=1)),
+    "another word": (TypeError, "mcp.. takes angle, controls, target, control_values, also as theta, lam, .*'label'", lambda c: c.mcp(0.5, 0, 1, label=1)),
 }  # fmt: skip
 
 

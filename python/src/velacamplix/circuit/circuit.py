@@ -12,6 +12,7 @@ from ..instructions.definition import GateDefinition
 from ..instructions.entry_methods import EntryMethods
 from ..instructions.gate_methods import GateMethods
 from ..instructions.instruction import Instruction
+from ..instructions.open_controls import ControlValues, checked_values
 from ..instructions.many_qubit_methods import ManyQubitMethods
 from ..qasm.program import MOST_INSTRUCTIONS, Parts
 from ..qasm.reader import read_program
@@ -70,6 +71,7 @@ class Circuit(GateMethods, ManyQubitMethods, EntryMethods, StepMethods, Combinin
         qubits: int | Sequence[int],
         params: Sequence[Any] = (),
         controls: int | Sequence[int] = (),
+        control_values: ControlValues = None,
     ) -> Self:
         """Add a gate that was defined as a sequence of others.
 
@@ -82,6 +84,8 @@ class Circuit(GateMethods, ManyQubitMethods, EntryMethods, StepMethods, Combinin
             One for each parameter of the definition.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What they must be instead: a number or a text, the first control leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -101,7 +105,8 @@ class Circuit(GateMethods, ManyQubitMethods, EntryMethods, StepMethods, Combinin
         targets = checks.qubits(qubits, self._n_qubits)
         control_qubits = checks.indices(controls, self._n_qubits, "controls")
         numbers = tuple(checks.sequence(params, "params", of="numbers"))
-        return self.append(Instruction(definition.name, targets, numbers, control_qubits, definition=definition))
+        step = Instruction(definition.name, targets, numbers, control_qubits, definition=definition)
+        return self.append(step._replace(control_values=checked_values(control_values, len(control_qubits))))
 
     # --- OpenQASM ---
 

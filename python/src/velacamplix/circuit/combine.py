@@ -146,4 +146,5 @@ def _moved(step: Instruction, qubits: tuple[int, ...], clbits: tuple[int, ...]) 
         tuple([clbits[bit] for bit in step.clbits]),
         condition,
         step.definition,
+        control_values=step.control_values,
     )

@@ -244,6 +244,10 @@ class Record(GateBase):
     # A circuit keeps every gate as it was asked for.
     _add_any = _add
 
+    def _put(self, step: Instruction) -> Self:
+        self._append(step if self._condition is None else step._replace(condition=self._condition))
+        return self
+
     def _angle(self, value: Any, name: str = "angle") -> Angle:
         return angle(value, name)
 

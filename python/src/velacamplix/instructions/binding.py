@@ -152,7 +152,10 @@ def checked_values(known: tuple[str, ...], values: Any, named: dict[str, Any]) -
 
 
 def _with_params(step: Instruction, params: tuple[Any, ...]) -> Instruction:
-    return Instruction(step.name, step.qubits, params, step.controls, step.clbits, step.condition, step.definition)
+    return Instruction(
+        step.name, step.qubits, params, step.controls, step.clbits, step.condition, step.definition,
+        control_values=step.control_values,
+    )  # fmt: skip
 
 
 # --- A function of all values, compiled ---

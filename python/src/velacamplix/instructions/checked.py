@@ -13,6 +13,7 @@ from .definition import GateDefinition
 from .expression import angle
 from .gates import GATES
 from .instruction import BY_ENTRIES, NON_UNITARY, Condition, Instruction, Register
+from .open_controls import checked_values
 
 
 def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
@@ -25,7 +26,7 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
         of `n_qubits` and `n_clbits`.
 
     >>> instruction(Instruction("CNOT", [1, 0]), 2, 0)
-    Instruction(name='CNOT', qubits=(1, 0), params=(), controls=(), clbits=(), condition=None, definition=None)
+    Instruction(name='CNOT', qubits=(1, 0), params=(), controls=(), clbits=(), condition=None, definition=None, control_values='')
     """
     if not isinstance(value, Instruction):
         raise TypeError(f"instruction must be an Instruction, got {checks.show(value)}")
@@ -35,14 +36,16 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
     qubits = checks.qubits(value.qubits, n_qubits, at_least=0 if name == "barrier" else 1)
     if shape is not None and len(qubits) != shape[0]:
         raise ValueError(f"qubits of {name} must be {shape[0]}, got {len(qubits)}")
+    controls = _controls(name, value.controls, qubits, n_qubits)
     return Instruction(
         name,
         qubits,
         _params(name, value.params, len(qubits), 0 if shape is None else shape[1]),
-        _controls(name, value.controls, qubits, n_qubits),
+        controls,
         _clbits(name, value.clbits, qubits, n_clbits),
         _condition(value, n_clbits),
         definition,
+        control_values=checked_values(value.control_values, len(controls)),
     )
 
 

@@ -17,6 +17,7 @@ from . import instruction as _instruction
 from .expression import Expression, Parameter
 from .gates import GATES
 from .instruction import BY_ENTRIES, NON_UNITARY, Instruction
+from .open_controls import joined
 
 __all__ = ["GateDefinition"]
 
@@ -238,7 +239,11 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
     parts = gate.build(step.params, step.qubits)
     return tuple(
         [
-            undone._replace(controls=step.controls + undone.controls, condition=step.condition)
+            undone._replace(
+                controls=step.controls + undone.controls,
+                control_values=joined(step.control_values, 0, len(undone.controls)),
+                condition=step.condition,
+            )
             for part in reversed(parts)
             for undone in inverted(part)
         ]
@@ -267,9 +272,8 @@ def renamed(definition: GateDefinition, others: Container[str]) -> GateDefinitio
 
 def size(step: Instruction) -> int:
     """Number of steps in the full expansion of an instruction, at least 1."""
-    if step.definition is not None:
-        return step.definition.size
-    return _SIZES.get(step.name, 1)
+    own = step.definition.size if step.definition is not None else _SIZES.get(step.name, 1)
+    return own + 2 * step.control_values.count("0")
 
 
 _SIZES: dict[str, int] = {
@@ -318,7 +322,7 @@ def flat_steps(steps: Iterable[Instruction], numbers: dict[int, int]) -> list[An
     return [
         (
             step.name, step.qubits, _packed(step), step.controls, step.clbits, step.condition,
-            None if step.definition is None else numbers[id(step.definition)],
+            None if step.definition is None else numbers[id(step.definition)], step.control_values,
         )
         for step in steps
     ]  # fmt: skip
@@ -336,9 +340,10 @@ def restored_steps(steps: Iterable[Any], table: Sequence[GateDefinition]) -> lis
     """Return instructions from the tuples of `flat_steps`."""
     return [
         Instruction(
-            name, qubits, _unpacked(params), controls, clbits, condition, None if number is None else table[number]
+            name, qubits, _unpacked(params), controls, clbits, condition, None if number is None else table[number],
+            control_values=control_values,
         )
-        for name, qubits, params, controls, clbits, condition, number in steps
+        for name, qubits, params, controls, clbits, condition, number, control_values in steps
     ]
 
 

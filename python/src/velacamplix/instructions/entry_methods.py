@@ -10,6 +10,8 @@ from ..basics.types import Order
 from ..machine import memory
 from . import checked
 from .gate_base import GateBase
+from .instruction import Instruction
+from .open_controls import ControlValues, checked_values
 
 
 class EntryMethods(GateBase):
@@ -20,6 +22,7 @@ class EntryMethods(GateBase):
         matrix: Any,
         qubits: int | Sequence[int],
         controls: int | Sequence[int] = (),
+        control_values: ControlValues = None,
         *,
         order: Order = "big",
         check: bool = True,
@@ -34,6 +37,8 @@ class EntryMethods(GateBase):
             The k targets.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What they must be instead: a number or a text, the first control leftmost, or 0 or 1 for each.
         order : {"big", "little"}
             Which target is the highest bit of a row's number: the first listed
             ("big") or the last ("little").
@@ -58,11 +63,13 @@ class EntryMethods(GateBase):
         """
         targets = checks.qubits(qubits, self._n_qubits)
         control_qubits = checks.controls(controls, targets, self._n_qubits)
+        values = checked_values(control_values, len(control_qubits))
         entries = checks.matrix(matrix, len(targets), unitary=checks.flag(check, "check"), own=False)
         memory.require_entries(entries.size)
         if checks.order(order) == "little":
             targets = targets[::-1]
-        return self._add("matrix", targets, checks.plain_entries(entries), control_qubits)
+        params = checks.plain_entries(entries)
+        return self._put(Instruction("matrix", targets, params, control_qubits, control_values=values))
 
     unitary = matrix
 
@@ -71,6 +78,7 @@ class EntryMethods(GateBase):
         entries: Any,
         qubits: int | Sequence[int],
         controls: int | Sequence[int] = (),
+        control_values: ControlValues = None,
         *,
         order: Order = "big",
         check: bool = True,
@@ -81,7 +89,7 @@ class EntryMethods(GateBase):
         ----------
         entries : array_like, shape (2**k,)
             Real or complex numbers, for k qubits.
-        qubits, controls, order, check
+        qubits, controls, control_values, order, check
             As for `matrix`.
 
         Raises
@@ -97,7 +105,8 @@ class EntryMethods(GateBase):
         """
         targets = checks.qubits(qubits, self._n_qubits)
         control_qubits = checks.controls(controls, targets, self._n_qubits)
+        values = checked_values(control_values, len(control_qubits))
         numbers = checked.diagonal(entries, len(targets), unitary=checks.flag(check, "check"))
         if checks.order(order) == "little":
             targets = targets[::-1]
-        return self._add("diagonal", targets, numbers, control_qubits)
+        return self._put(Instruction("diagonal", targets, numbers, control_qubits, control_values=values))

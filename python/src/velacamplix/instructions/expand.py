@@ -3,12 +3,14 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Iterator, Mapping
+from itertools import chain
 
 from ..basics import checks
 from .definition import size
 from .expression import CalculationError, Expression
 from .gates import GATES, Params, Qubits
 from .instruction import Instruction
+from .open_controls import around, joined
 
 Builds = Mapping[str, Callable[[Params, Qubits], tuple[Instruction, ...]]]
 
@@ -46,6 +48,8 @@ def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]
     ValueError
         If there are more than `MOST_STEPS`, or a definition has no finite value for these parameters.
     """
+    if step.control_values:
+        return chain.from_iterable([basic(part, in_programs) for part in around(step)])
     if step.definition is None:
         builds = _BUILDS_IN_PROGRAMS if in_programs else _BUILDS
         if step.name in builds:
@@ -58,7 +62,7 @@ def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]
 
 def _expanded(step: Instruction, builds: Builds) -> Iterator[Instruction]:
     if step.definition is not None:
-        for part in body_of(step):
+        for part in chain.from_iterable(map(around, body_of(step))):
             yield from _expanded(part, builds)
     elif step.name in builds:
         yield from _built(step, builds)
@@ -67,7 +71,7 @@ def _expanded(step: Instruction, builds: Builds) -> Iterator[Instruction]:
 
 
 def body_of(step: Instruction) -> list[Instruction]:
-    """Return the steps of a call of a definition: real qubits, numbers for parameters, controls and condition."""
+    """Return the steps of a call of a definition: real qubits, numbers for parameters, controls (of 1) and condition."""
     definition = step.definition
     assert definition is not None
     values: dict[str, float] = dict(zip(definition.params, step.params))  # type: ignore[arg-type]
@@ -88,6 +92,7 @@ def body_of(step: Instruction) -> list[Instruction]:
                     (),
                     None if barrier else step.condition,
                     part.definition,
+                    control_values=joined(part.control_values, len(step.controls)),
                 )
             )
     except CalculationError as error:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Iterator, Mapping, Sequence
+from contextlib import contextmanager
 from typing import TYPE_CHECKING, Any, NamedTuple, Self
 
 import numpy as np
@@ -12,6 +13,8 @@ from .expand import basic
 from .expression import Expression
 from .gates import GATES, NATIVE, Qubits
 from .instruction import Instruction
+from .open_controls import ControlValues as ControlValues
+from .open_controls import checked_values, open_controls
 
 Controls = int | Sequence[int]
 
@@ -57,7 +60,9 @@ class GateBase:
     def _angle(self, value: Any, name: str = "angle") -> Any:
         return checks.angle(value, name)
 
-    def _looked_at(self, method: str, given: tuple[Any, ...], controls: Any, names: Mapping[str, Any] = {}) -> Self:
+    def _looked_at(
+        self, method: str, given: tuple[Any, ...], controls: Any, control_values: Any, names: Mapping[str, Any] = {}
+    ) -> Self:
         """Check the arguments of a gate's method one by one and add the gate, or one for each place of lists.
 
         `given` are those with a place, angles first, `REQUIRED` where one is missing; `names` the others by the words that
@@ -67,10 +72,12 @@ class GateBase:
         words = shape.angles + shape.qubits
         if names or any(value is REQUIRED for value in given):
             given = named(method, dict(zip(words, given)), shape.words, names)
-        controls = checks.indices(controls, self._n_qubits, "controls")  # once: what gives them may give them once
+        # Once: what gives them may give them once.
+        controls = checks.indices(controls, self._n_qubits, "controls")
+        values = checked_values(control_values, shape.n_named + len(controls))
         steps: dict[Qubits, Instruction] = {}
         for row, row_words in _rows(method, words, given, len(shape.angles)):
-            step = self._step(method, shape, row, row_words, controls)
+            step = self._step(method, shape, row, row_words, controls, values)
             qubits = step.controls + step.qubits
             if qubits in steps:
                 raise ValueError(f"{method}() takes lists of different qubits, got {qubits} twice")
@@ -81,7 +88,7 @@ class GateBase:
         return self
 
     def _step(
-        self, method: str, shape: _Shape, given: tuple[Any, ...], words: tuple[str, ...], controls: Any
+        self, method: str, shape: _Shape, given: tuple[Any, ...], words: tuple[str, ...], controls: Any, values: str
     ) -> Instruction:
         n_angles = len(shape.angles)
         params = tuple([self._angle(value, word) for value, word in zip(given, words[:n_angles])])
@@ -91,27 +98,50 @@ class GateBase:
         if len(qubits) > 1:
             checks.distinct(qubits, f"the qubits of {method}")
         all_controls = checks.controls(controls, qubits, self._n_qubits)
-        n = shape.n_controls
-        return Instruction(shape.name, qubits[n:], params, qubits[:n] + all_controls)
+        name, n = shape.name, shape.n_controls
+        if values and shape.short_for is not None:
+            name, n = shape.short_for
+        return Instruction(name, qubits[n:], params, qubits[:n] + all_controls, control_values=values)
 
     def _put(self, step: Instruction) -> Self:
         """Add a gate all of which is known to be right."""
         direct = step.name in NATIVE and (len(step.qubits) == 1 or not step.controls)
-        return (self._add if direct else self._add_any)(step.name, step.qubits, step.params, step.controls)
+        with self._turned(open_controls(step)):
+            (self._add if direct else self._add_any)(step.name, step.qubits, step.params, step.controls)
+        return self
+
+    @contextmanager
+    def _turned(self, qubits: tuple[int, ...]) -> Iterator[None]:
+        """Exchange 0 and 1 of qubits for a while."""
+        for qubit in qubits:
+            self._add("X", (qubit,))
+        try:
+            yield
+        finally:
+            for qubit in qubits:
+                self._add("X", (qubit,))
 
 
 class _Shape(NamedTuple):
-    """What a method's arguments are: angles, then qubits, `n_controls` of them controls; further words for them."""
+    """What a method's arguments are: angles, then qubits, the first `n_controls` controls of the gate `name`.
+
+    `n_named`: how many of the qubits are controls, also where the gate is short for another. `words`: more names.
+    """
 
     name: str
     n_controls: int
+    n_named: int
+    short_for: tuple[str, int] | None
     angles: tuple[str, ...]
     qubits: tuple[str, ...]
     words: Mapping[str, str]
 
 
 _SHAPES = {
-    method: _Shape(gate.name, n_controls, gate.angles, sum(gate.arguments(n_controls), ()), gate.words(n_controls))
+    method: _Shape(
+        gate.name, n_controls, gate.named_controls(n_controls), gate.short_for, gate.angles,
+        sum(gate.arguments(n_controls), ()), gate.words(n_controls),
+    )
     for gate in GATES.values()
     for method, n_controls in gate.methods.items()
 }
@@ -124,7 +154,7 @@ def named(
     for name, value in names.items():
         word = words.get(name)
         if word is None:
-            known = ", ".join(values) + ("" if "controls" in values else ", controls")
+            known = ", ".join(dict.fromkeys([*values, "controls", "control_values"]))
             raise TypeError(f"{method}() takes {known}, also as {', '.join(words)}; got an argument {checks.show(name)}")
         if values[word] is not REQUIRED:
             raise TypeError(f"{method}() takes {word} once, got it again as {name}")

@@ -4,13 +4,13 @@ from __future__ import annotations
 
 from typing import Any, Self
 
-from .gate_base import NONE, REQUIRED, Angles, Controls, GateBase, Places
+from .gate_base import NONE, REQUIRED, Angles, Controls, ControlValues, GateBase, Places
 
 
 class GateMethods(GateBase):
     """All gates with a name, the library's own and those made of them; controls that a name speaks of come first."""
 
-    def x(self, qubit: Places, controls: Controls = ()) -> Self:
+    def x(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply X, the bit flip.
 
         Parameters
@@ -19,6 +19,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -35,11 +37,11 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).x(0))
         X 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("X", (qubit,))
-        return self._looked_at("x", (qubit,), controls)
+        return self._looked_at("x", (qubit,), controls, control_values)
 
-    def y(self, qubit: Places, controls: Controls = ()) -> Self:
+    def y(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply Y = [[0, -i], [i, 0]].
 
         Parameters
@@ -48,6 +50,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -64,11 +68,18 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).y(0))
         Y 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("Y", (qubit,))
-        return self._looked_at("y", (qubit,), controls)
+        return self._looked_at("y", (qubit,), controls, control_values)
 
-    def cy(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cy(
+        self,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply Y = [[0, -i], [i, 0]] to `target` where `control` is 1.
 
         Parameters
@@ -77,6 +88,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -97,6 +110,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -105,9 +119,9 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("Y", (target,), (), (control,))
-        return self._looked_at("cy", (control, target), controls, names)
+        return self._looked_at("cy", (control, target), controls, control_values, names)
 
-    def z(self, qubit: Places, controls: Controls = ()) -> Self:
+    def z(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply Z, the sign flip of 1.
 
         Parameters
@@ -116,6 +130,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -132,9 +148,9 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).z(0))
         Z 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("Z", (qubit,))
-        return self._looked_at("z", (qubit,), controls)
+        return self._looked_at("z", (qubit,), controls, control_values)
 
     def ccz(
         self,
@@ -142,6 +158,7 @@ class GateMethods(GateBase):
         control2: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply Z to `target` where `control1` and `control2` are 1.
@@ -152,6 +169,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control1` and `control2` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `target_qubit` for
             `target`.
@@ -173,6 +192,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control1) is int
             and type(control2) is int
             and type(target) is int
@@ -183,9 +203,9 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("Z", (target,), (), (control1, control2))
-        return self._looked_at("ccz", (control1, control2, target), controls, names)
+        return self._looked_at("ccz", (control1, control2, target), controls, control_values, names)
 
-    def h(self, qubit: Places, controls: Controls = ()) -> Self:
+    def h(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the Hadamard gate, [[1, 1], [1, -1]] / sqrt(2).
 
         Parameters
@@ -194,6 +214,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -210,11 +232,18 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).h(0))
         H 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("H", (qubit,))
-        return self._looked_at("h", (qubit,), controls)
+        return self._looked_at("h", (qubit,), controls, control_values)
 
-    def ch(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def ch(
+        self,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply the Hadamard gate to `target` where `control` is 1.
 
         Parameters
@@ -223,6 +252,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -243,6 +274,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -251,9 +283,9 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("H", (target,), (), (control,))
-        return self._looked_at("ch", (control, target), controls, names)
+        return self._looked_at("ch", (control, target), controls, control_values, names)
 
-    def s(self, qubit: Places, controls: Controls = ()) -> Self:
+    def s(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply S, a phase of pi/2 on 1.
 
         Parameters
@@ -262,6 +294,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -278,11 +312,18 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).s(0))
         S 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("S", (qubit,))
-        return self._looked_at("s", (qubit,), controls)
+        return self._looked_at("s", (qubit,), controls, control_values)
 
-    def cs(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cs(
+        self,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply S to `target` where `control` is 1.
 
         Parameters
@@ -291,6 +332,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -311,6 +354,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -319,9 +363,9 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("S", (target,), (), (control,))
-        return self._looked_at("cs", (control, target), controls, names)
+        return self._looked_at("cs", (control, target), controls, control_values, names)
 
-    def t(self, qubit: Places, controls: Controls = ()) -> Self:
+    def t(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply T, a phase of pi/4 on 1.
 
         Parameters
@@ -330,6 +374,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -346,11 +392,18 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).t(0))
         T 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("T", (qubit,))
-        return self._looked_at("t", (qubit,), controls)
+        return self._looked_at("t", (qubit,), controls, control_values)
 
-    def rx(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def rx(
+        self,
+        angle: Angles = REQUIRED,
+        qubit: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply the rotation exp(-i angle X / 2).
 
         Parameters
@@ -361,6 +414,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -381,13 +436,14 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
             and not names
         ):
             return self._add("RX", (qubit,), (angle,))
-        return self._looked_at("rx", (angle, qubit), controls, names)
+        return self._looked_at("rx", (angle, qubit), controls, control_values, names)
 
     def crx(
         self,
@@ -395,6 +451,7 @@ class GateMethods(GateBase):
         control: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply the rotation exp(-i angle X / 2) to `target` where `control` is 1.
@@ -407,6 +464,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
             for `target`.
@@ -428,6 +487,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -437,9 +497,16 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("RX", (target,), (angle,), (control,))
-        return self._looked_at("crx", (angle, control, target), controls, names)
+        return self._looked_at("crx", (angle, control, target), controls, control_values, names)
 
-    def ry(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def ry(
+        self,
+        angle: Angles = REQUIRED,
+        qubit: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply the rotation exp(-i angle Y / 2).
 
         Parameters
@@ -450,6 +517,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -470,13 +539,14 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
             and not names
         ):
             return self._add("RY", (qubit,), (angle,))
-        return self._looked_at("ry", (angle, qubit), controls, names)
+        return self._looked_at("ry", (angle, qubit), controls, control_values, names)
 
     def cry(
         self,
@@ -484,6 +554,7 @@ class GateMethods(GateBase):
         control: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply the rotation exp(-i angle Y / 2) to `target` where `control` is 1.
@@ -496,6 +567,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
             for `target`.
@@ -517,6 +590,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -526,9 +600,16 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("RY", (target,), (angle,), (control,))
-        return self._looked_at("cry", (angle, control, target), controls, names)
+        return self._looked_at("cry", (angle, control, target), controls, control_values, names)
 
-    def rz(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def rz(
+        self,
+        angle: Angles = REQUIRED,
+        qubit: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply the rotation diag(exp(-i angle/2), exp(i angle/2)).
 
         Parameters
@@ -539,6 +620,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -559,13 +642,14 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
             and not names
         ):
             return self._add("RZ", (qubit,), (angle,))
-        return self._looked_at("rz", (angle, qubit), controls, names)
+        return self._looked_at("rz", (angle, qubit), controls, control_values, names)
 
     def crz(
         self,
@@ -573,6 +657,7 @@ class GateMethods(GateBase):
         control: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply the rotation diag(exp(-i angle/2), exp(i angle/2)) to `target` where `control` is 1.
@@ -585,6 +670,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
             for `target`.
@@ -606,6 +693,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -615,9 +703,16 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("RZ", (target,), (angle,), (control,))
-        return self._looked_at("crz", (angle, control, target), controls, names)
+        return self._looked_at("crz", (angle, control, target), controls, control_values, names)
 
-    def ph(self, angle: Angles = REQUIRED, qubit: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def ph(
+        self,
+        angle: Angles = REQUIRED,
+        qubit: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply diag(1, exp(i angle)), a phase on 1.
 
         Parameters
@@ -628,6 +723,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -648,13 +745,14 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(angle) is float and angle - angle == 0.0
             and not names
         ):
             return self._add("PH", (qubit,), (angle,))
-        return self._looked_at("ph", (angle, qubit), controls, names)
+        return self._looked_at("ph", (angle, qubit), controls, control_values, names)
 
     p = u1 = ph
 
@@ -664,6 +762,7 @@ class GateMethods(GateBase):
         control: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply diag(1, exp(i angle)) to `target` where `control` is 1.
@@ -676,6 +775,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`, `control_qubit` for `control`, `target_qubit`
             for `target`.
@@ -697,6 +798,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -706,11 +808,11 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("PH", (target,), (angle,), (control,))
-        return self._looked_at("cp", (angle, control, target), controls, names)
+        return self._looked_at("cp", (angle, control, target), controls, control_values, names)
 
     cph = cu1 = cp
 
-    def ztoy(self, qubit: Places, controls: Controls = ()) -> Self:
+    def ztoy(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the change from the Z to the Y basis, [[1, 1], [i, -i]] / sqrt(2).
 
         Parameters
@@ -719,6 +821,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -735,11 +839,11 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).ztoy(0))
         ZtoY 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("ZtoY", (qubit,))
-        return self._looked_at("ztoy", (qubit,), controls)
+        return self._looked_at("ztoy", (qubit,), controls, control_values)
 
-    def ytoz(self, qubit: Places, controls: Controls = ()) -> Self:
+    def ytoz(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the change from the Y to the Z basis, [[1, -i], [1, i]] / sqrt(2).
 
         Parameters
@@ -748,6 +852,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -764,11 +870,18 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).ytoz(0))
         YtoZ 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add("YtoZ", (qubit,))
-        return self._looked_at("ytoz", (qubit,), controls)
+        return self._looked_at("ytoz", (qubit,), controls, control_values)
 
-    def cx(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cx(
+        self,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply X on `target` where `control` is 1.
 
         Parameters
@@ -777,6 +890,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -797,6 +912,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -805,7 +921,7 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("CNOT", (control, target))
-        return self._looked_at("cx", (control, target), controls, names)
+        return self._looked_at("cx", (control, target), controls, control_values, names)
 
     cnot = cx
 
@@ -815,6 +931,7 @@ class GateMethods(GateBase):
         control2: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply X on `target` where `control1` and `control2` are 1.
@@ -825,6 +942,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control1` and `control2` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `target_qubit` for
             `target`.
@@ -846,6 +965,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control1) is int
             and type(control2) is int
             and type(target) is int
@@ -856,11 +976,18 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("CCNOT", (control1, control2, target))
-        return self._looked_at("ccx", (control1, control2, target), controls, names)
+        return self._looked_at("ccx", (control1, control2, target), controls, control_values, names)
 
     ccnot = toffoli = ccx
 
-    def cz(self, qubit1: Places = REQUIRED, qubit2: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def cz(
+        self,
+        qubit1: Places = REQUIRED,
+        qubit2: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply Z on two qubits, a change of sign where both are 1.
 
         Parameters
@@ -869,6 +996,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `qubit1` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `qubit1`, `target_qubit` for `qubit2`.
 
@@ -889,6 +1018,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -897,11 +1027,13 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add("CSIGN", (qubit1, qubit2))
-        return self._looked_at("cz", (qubit1, qubit2), controls, names)
+        return self._looked_at("cz", (qubit1, qubit2), controls, control_values, names)
 
     csign = cz
 
-    def swap(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def swap(
+        self, qubit1: Places, qubit2: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply the exchange of two qubits.
 
         Parameters
@@ -910,6 +1042,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -928,6 +1062,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -935,7 +1070,7 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add("SWAP", (qubit1, qubit2))
-        return self._looked_at("swap", (qubit1, qubit2), controls)
+        return self._looked_at("swap", (qubit1, qubit2), controls, control_values)
 
     def cswap(
         self,
@@ -943,6 +1078,7 @@ class GateMethods(GateBase):
         qubit1: Places = REQUIRED,
         qubit2: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply the exchange of two qubits where `control` is 1.
@@ -953,6 +1089,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit1` for `qubit1`, `target_qubit2` for
             `qubit2`.
@@ -974,6 +1112,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(qubit1) is int
             and type(qubit2) is int
@@ -984,11 +1123,13 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("SWAP", (qubit1, qubit2), (), (control,))
-        return self._looked_at("cswap", (control, qubit1, qubit2), controls, names)
+        return self._looked_at("cswap", (control, qubit1, qubit2), controls, control_values, names)
 
     fredkin = cswap
 
-    def iswap(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def iswap(
+        self, qubit1: Places, qubit2: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply the exchange of two qubits, with a factor i where they differ.
 
         Parameters
@@ -997,6 +1138,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1015,6 +1158,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1022,9 +1166,11 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add("ISWAP", (qubit1, qubit2))
-        return self._looked_at("iswap", (qubit1, qubit2), controls)
+        return self._looked_at("iswap", (qubit1, qubit2), controls, control_values)
 
-    def sqrtswap(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def sqrtswap(
+        self, qubit1: Places, qubit2: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply the gate whose square is SWAP.
 
         Parameters
@@ -1033,6 +1179,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1051,6 +1199,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1058,9 +1207,9 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add("SQRTSWAP", (qubit1, qubit2))
-        return self._looked_at("sqrtswap", (qubit1, qubit2), controls)
+        return self._looked_at("sqrtswap", (qubit1, qubit2), controls, control_values)
 
-    def id(self, qubit: Places, controls: Controls = ()) -> Self:
+    def id(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the identity, which does nothing.
 
         Parameters
@@ -1069,6 +1218,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1085,11 +1236,11 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).id(0))
         id 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("id", (qubit,))
-        return self._looked_at("id", (qubit,), controls)
+        return self._looked_at("id", (qubit,), controls, control_values)
 
-    def sdg(self, qubit: Places, controls: Controls = ()) -> Self:
+    def sdg(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the inverse of S, a phase of -pi/2 on 1.
 
         Parameters
@@ -1098,6 +1249,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1114,12 +1267,17 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).sdg(0))
         sdg 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("sdg", (qubit,))
-        return self._looked_at("sdg", (qubit,), controls)
+        return self._looked_at("sdg", (qubit,), controls, control_values)
 
     def csdg(
-        self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any
+        self,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
     ) -> Self:
         """Apply the inverse of S to `target` where `control` is 1.
 
@@ -1129,6 +1287,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -1149,6 +1309,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -1157,9 +1318,9 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("sdg", (target,), (), (control,))
-        return self._looked_at("csdg", (control, target), controls, names)
+        return self._looked_at("csdg", (control, target), controls, control_values, names)
 
-    def tdg(self, qubit: Places, controls: Controls = ()) -> Self:
+    def tdg(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the inverse of T, a phase of -pi/4 on 1.
 
         Parameters
@@ -1168,6 +1329,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1184,11 +1347,11 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).tdg(0))
         tdg 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("tdg", (qubit,))
-        return self._looked_at("tdg", (qubit,), controls)
+        return self._looked_at("tdg", (qubit,), controls, control_values)
 
-    def sx(self, qubit: Places, controls: Controls = ()) -> Self:
+    def sx(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the square root of X, [[1+i, 1-i], [1-i, 1+i]] / 2.
 
         Parameters
@@ -1197,6 +1360,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1213,11 +1378,18 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).sx(0))
         sx 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("sx", (qubit,))
-        return self._looked_at("sx", (qubit,), controls)
+        return self._looked_at("sx", (qubit,), controls, control_values)
 
-    def csx(self, control: Places = REQUIRED, target: Places = REQUIRED, controls: Controls = (), **names: Any) -> Self:
+    def csx(
+        self,
+        control: Places = REQUIRED,
+        target: Places = REQUIRED,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply the square root of X to `target` where `control` is 1.
 
         Parameters
@@ -1226,6 +1398,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -1246,6 +1420,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -1254,9 +1429,9 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("sx", (target,), (), (control,))
-        return self._looked_at("csx", (control, target), controls, names)
+        return self._looked_at("csx", (control, target), controls, control_values, names)
 
-    def sxdg(self, qubit: Places, controls: Controls = ()) -> Self:
+    def sxdg(self, qubit: Places, controls: Controls = (), control_values: ControlValues = None) -> Self:
         """Apply the inverse of the square root of X, [[1-i, 1+i], [1+i, 1-i]] / 2.
 
         Parameters
@@ -1265,6 +1440,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; a list adds a gate on each.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1281,11 +1458,19 @@ class GateMethods(GateBase):
         >>> print(Circuit(1).sxdg(0))
         sxdg 0
         """
-        if controls is NONE and type(qubit) is int and 0 <= qubit < self._n_qubits:
+        if controls is NONE and control_values is None and type(qubit) is int and 0 <= qubit < self._n_qubits:
             return self._add_any("sxdg", (qubit,))
-        return self._looked_at("sxdg", (qubit,), controls)
+        return self._looked_at("sxdg", (qubit,), controls, control_values)
 
-    def u(self, theta: Angles, phi: Angles, lam: Angles, qubit: Places, controls: Controls = ()) -> Self:
+    def u(
+        self,
+        theta: Angles,
+        phi: Angles,
+        lam: Angles,
+        qubit: Places,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+    ) -> Self:
         """Apply U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l)) cos(t/2)]], with t = theta, p
         = phi, l = lam.
 
@@ -1297,6 +1482,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1315,6 +1502,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(theta) is float and theta - theta == 0.0
@@ -1322,9 +1510,11 @@ class GateMethods(GateBase):
             and type(lam) is float and lam - lam == 0.0
         ):
             return self._add_any("u", (qubit,), (theta, phi, lam))
-        return self._looked_at("u", (theta, phi, lam, qubit), controls)
+        return self._looked_at("u", (theta, phi, lam, qubit), controls, control_values)
 
-    def u2(self, phi: Angles, lam: Angles, qubit: Places, controls: Controls = ()) -> Self:
+    def u2(
+        self, phi: Angles, lam: Angles, qubit: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply U with theta = pi/2, [[1, -exp(i l)], [exp(i p), exp(i (p + l))]] / sqrt(2), with p = phi, l = lam.
 
         Parameters
@@ -1335,6 +1525,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1353,15 +1545,24 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(phi) is float and phi - phi == 0.0
             and type(lam) is float and lam - lam == 0.0
         ):
             return self._add_any("u2", (qubit,), (phi, lam))
-        return self._looked_at("u2", (phi, lam, qubit), controls)
+        return self._looked_at("u2", (phi, lam, qubit), controls, control_values)
 
-    def u3(self, theta: Angles, phi: Angles, lam: Angles, qubit: Places, controls: Controls = ()) -> Self:
+    def u3(
+        self,
+        theta: Angles,
+        phi: Angles,
+        lam: Angles,
+        qubit: Places,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+    ) -> Self:
         """Apply U3, an older name of U = [[cos(t/2), -exp(i l) sin(t/2)], [exp(i p) sin(t/2), exp(i (p + l))
         cos(t/2)]], with t = theta, p = phi, l = lam.
 
@@ -1373,6 +1574,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1391,6 +1594,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(theta) is float and theta - theta == 0.0
@@ -1398,7 +1602,7 @@ class GateMethods(GateBase):
             and type(lam) is float and lam - lam == 0.0
         ):
             return self._add_any("u3", (qubit,), (theta, phi, lam))
-        return self._looked_at("u3", (theta, phi, lam, qubit), controls)
+        return self._looked_at("u3", (theta, phi, lam, qubit), controls, control_values)
 
     def cu3(
         self,
@@ -1408,6 +1612,7 @@ class GateMethods(GateBase):
         control: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply U3 to `target` where `control` is 1.
@@ -1420,6 +1625,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Further qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What `control` and these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -1440,6 +1647,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -1451,7 +1659,7 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("u3", (target,), (theta, phi, lam), (control,))
-        return self._looked_at("cu3", (theta, phi, lam, control, target), controls, names)
+        return self._looked_at("cu3", (theta, phi, lam, control, target), controls, control_values, names)
 
     def cu(
         self,
@@ -1462,6 +1670,7 @@ class GateMethods(GateBase):
         control: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply exp(i gamma) U on `target` where `control` is 1; U is that of the method `u`.
@@ -1474,6 +1683,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit` for `control`, `target_qubit` for `target`.
 
@@ -1494,6 +1705,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control) is int
             and type(target) is int
             and 0 <= control < self._n_qubits
@@ -1506,9 +1718,11 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("cu", (control, target), (theta, phi, lam, gamma))
-        return self._looked_at("cu", (theta, phi, lam, gamma, control, target), controls, names)
+        return self._looked_at("cu", (theta, phi, lam, gamma, control, target), controls, control_values, names)
 
-    def r(self, theta: Angles, phi: Angles, qubit: Places, controls: Controls = ()) -> Self:
+    def r(
+        self, theta: Angles, phi: Angles, qubit: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply the rotation exp(-i theta (cos(phi) X + sin(phi) Y) / 2).
 
         Parameters
@@ -1519,6 +1733,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1537,13 +1753,14 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit) is int
             and 0 <= qubit < self._n_qubits
             and type(theta) is float and theta - theta == 0.0
             and type(phi) is float and phi - phi == 0.0
         ):
             return self._add_any("r", (qubit,), (theta, phi))
-        return self._looked_at("r", (theta, phi, qubit), controls)
+        return self._looked_at("r", (theta, phi, qubit), controls, control_values)
 
     def rxx(
         self,
@@ -1551,6 +1768,7 @@ class GateMethods(GateBase):
         qubit1: Places = REQUIRED,
         qubit2: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply exp(-i angle XX / 2).
@@ -1563,6 +1781,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -1583,6 +1803,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1592,7 +1813,7 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("rxx", (qubit1, qubit2), (angle,))
-        return self._looked_at("rxx", (angle, qubit1, qubit2), controls, names)
+        return self._looked_at("rxx", (angle, qubit1, qubit2), controls, control_values, names)
 
     def ryy(
         self,
@@ -1600,6 +1821,7 @@ class GateMethods(GateBase):
         qubit1: Places = REQUIRED,
         qubit2: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply exp(-i angle YY / 2).
@@ -1612,6 +1834,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -1632,6 +1856,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1641,7 +1866,7 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("ryy", (qubit1, qubit2), (angle,))
-        return self._looked_at("ryy", (angle, qubit1, qubit2), controls, names)
+        return self._looked_at("ryy", (angle, qubit1, qubit2), controls, control_values, names)
 
     def rzz(
         self,
@@ -1649,6 +1874,7 @@ class GateMethods(GateBase):
         qubit1: Places = REQUIRED,
         qubit2: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply exp(-i angle ZZ / 2).
@@ -1661,6 +1887,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -1681,6 +1909,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1690,7 +1919,7 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("rzz", (qubit1, qubit2), (angle,))
-        return self._looked_at("rzz", (angle, qubit1, qubit2), controls, names)
+        return self._looked_at("rzz", (angle, qubit1, qubit2), controls, control_values, names)
 
     def rzx(
         self,
@@ -1698,6 +1927,7 @@ class GateMethods(GateBase):
         qubit1: Places = REQUIRED,
         qubit2: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply exp(-i angle ZX / 2), Z on `qubit1` and X on `qubit2`.
@@ -1710,6 +1940,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `theta` or `phi` or `lam` for `angle`.
 
@@ -1730,6 +1962,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1739,9 +1972,17 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("rzx", (qubit1, qubit2), (angle,))
-        return self._looked_at("rzx", (angle, qubit1, qubit2), controls, names)
+        return self._looked_at("rzx", (angle, qubit1, qubit2), controls, control_values, names)
 
-    def xx_plus_yy(self, theta: Angles, beta: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def xx_plus_yy(
+        self,
+        theta: Angles,
+        beta: Angles,
+        qubit1: Places,
+        qubit2: Places,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+    ) -> Self:
         """Apply exp(-i theta (XX + YY) / 4), the mixing of 01 and 10, with phases exp(i beta) of `qubit1` around it.
 
         Parameters
@@ -1752,6 +1993,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1770,6 +2013,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1779,9 +2023,17 @@ class GateMethods(GateBase):
             and type(beta) is float and beta - beta == 0.0
         ):
             return self._add_any("xx_plus_yy", (qubit1, qubit2), (theta, beta))
-        return self._looked_at("xx_plus_yy", (theta, beta, qubit1, qubit2), controls)
+        return self._looked_at("xx_plus_yy", (theta, beta, qubit1, qubit2), controls, control_values)
 
-    def xx_minus_yy(self, theta: Angles, beta: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def xx_minus_yy(
+        self,
+        theta: Angles,
+        beta: Angles,
+        qubit1: Places,
+        qubit2: Places,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+    ) -> Self:
         """Apply exp(-i theta (XX - YY) / 4), the mixing of 00 and 11, with phases exp(i beta) of `qubit1` around it.
 
         Parameters
@@ -1792,6 +2044,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1810,6 +2064,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1819,9 +2074,17 @@ class GateMethods(GateBase):
             and type(beta) is float and beta - beta == 0.0
         ):
             return self._add_any("xx_minus_yy", (qubit1, qubit2), (theta, beta))
-        return self._looked_at("xx_minus_yy", (theta, beta, qubit1, qubit2), controls)
+        return self._looked_at("xx_minus_yy", (theta, beta, qubit1, qubit2), controls, control_values)
 
-    def fsim(self, theta: Angles, phi: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def fsim(
+        self,
+        theta: Angles,
+        phi: Angles,
+        qubit1: Places,
+        qubit2: Places,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+    ) -> Self:
         """Apply exp(-i theta (XX + YY) / 2), the mixing of 01 and 10, with a factor exp(-i phi) on 11.
 
         Parameters
@@ -1832,6 +2095,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1850,6 +2115,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1859,9 +2125,16 @@ class GateMethods(GateBase):
             and type(phi) is float and phi - phi == 0.0
         ):
             return self._add_any("fsim", (qubit1, qubit2), (theta, phi))
-        return self._looked_at("fsim", (theta, phi, qubit1, qubit2), controls)
+        return self._looked_at("fsim", (theta, phi, qubit1, qubit2), controls, control_values)
 
-    def givens(self, theta: Angles, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def givens(
+        self,
+        theta: Angles,
+        qubit1: Places,
+        qubit2: Places,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+    ) -> Self:
         """Apply the rotation [[cos(t), -sin(t)], [sin(t), cos(t)]] of 01 and 10, t = theta.
 
         Parameters
@@ -1872,6 +2145,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1890,6 +2165,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1898,9 +2174,11 @@ class GateMethods(GateBase):
             and type(theta) is float and theta - theta == 0.0
         ):
             return self._add_any("givens", (qubit1, qubit2), (theta,))
-        return self._looked_at("givens", (theta, qubit1, qubit2), controls)
+        return self._looked_at("givens", (theta, qubit1, qubit2), controls, control_values)
 
-    def dcx(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def dcx(
+        self, qubit1: Places, qubit2: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply two CNOT gates, the second the other way round.
 
         Parameters
@@ -1909,6 +2187,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1927,6 +2207,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1934,9 +2215,11 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add_any("dcx", (qubit1, qubit2))
-        return self._looked_at("dcx", (qubit1, qubit2), controls)
+        return self._looked_at("dcx", (qubit1, qubit2), controls, control_values)
 
-    def ecr(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def ecr(
+        self, qubit1: Places, qubit2: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply the echoed cross-resonance gate, (XI - YX) / sqrt(2).
 
         Parameters
@@ -1945,6 +2228,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1963,6 +2248,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -1970,9 +2256,11 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add_any("ecr", (qubit1, qubit2))
-        return self._looked_at("ecr", (qubit1, qubit2), controls)
+        return self._looked_at("ecr", (qubit1, qubit2), controls, control_values)
 
-    def iswapdg(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def iswapdg(
+        self, qubit1: Places, qubit2: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply the inverse of ISWAP, the exchange with a factor -i where the qubits differ.
 
         Parameters
@@ -1981,6 +2269,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -1999,6 +2289,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -2006,9 +2297,11 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add_any("iswapdg", (qubit1, qubit2))
-        return self._looked_at("iswapdg", (qubit1, qubit2), controls)
+        return self._looked_at("iswapdg", (qubit1, qubit2), controls, control_values)
 
-    def sqrtswapdg(self, qubit1: Places, qubit2: Places, controls: Controls = ()) -> Self:
+    def sqrtswapdg(
+        self, qubit1: Places, qubit2: Places, controls: Controls = (), control_values: ControlValues = None
+    ) -> Self:
         """Apply the inverse of the square root of SWAP.
 
         Parameters
@@ -2017,6 +2310,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
 
         Raises
         ------
@@ -2035,6 +2330,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(qubit1) is int
             and type(qubit2) is int
             and 0 <= qubit1 < self._n_qubits
@@ -2042,7 +2338,7 @@ class GateMethods(GateBase):
             and qubit1 != qubit2
         ):
             return self._add_any("sqrtswapdg", (qubit1, qubit2))
-        return self._looked_at("sqrtswapdg", (qubit1, qubit2), controls)
+        return self._looked_at("sqrtswapdg", (qubit1, qubit2), controls, control_values)
 
     def rccx(
         self,
@@ -2050,6 +2346,7 @@ class GateMethods(GateBase):
         control2: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply the Toffoli gate up to phases, which takes three CNOT gates.
@@ -2060,6 +2357,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `target_qubit` for
             `target`.
@@ -2081,6 +2380,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control1) is int
             and type(control2) is int
             and type(target) is int
@@ -2091,7 +2391,7 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("rccx", (control1, control2, target))
-        return self._looked_at("rccx", (control1, control2, target), controls, names)
+        return self._looked_at("rccx", (control1, control2, target), controls, control_values, names)
 
     def rc3x(
         self,
@@ -2100,6 +2400,7 @@ class GateMethods(GateBase):
         control3: Places = REQUIRED,
         target: Places = REQUIRED,
         controls: Controls = (),
+        control_values: ControlValues = None,
         **names: Any,
     ) -> Self:
         """Apply X with three controls up to phases.
@@ -2110,6 +2411,8 @@ class GateMethods(GateBase):
             From 0 to ``n_qubits - 1``, all different; lists of one length add a gate for each place.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubit1` for `control1`, `control_qubit2` for `control2`, `control_qubit3`
             for `control3`, `target_qubit` for `target`.
@@ -2131,6 +2434,7 @@ class GateMethods(GateBase):
         """
         if (
             controls is NONE
+            and control_values is None
             and type(control1) is int
             and type(control2) is int
             and type(control3) is int
@@ -2143,6 +2447,6 @@ class GateMethods(GateBase):
             and not names
         ):
             return self._add_any("rc3x", (control1, control2, control3, target))
-        return self._looked_at("rc3x", (control1, control2, control3, target), controls, names)
+        return self._looked_at("rc3x", (control1, control2, control3, target), controls, control_values, names)
 
     rcccx = rc3x

@@ -96,6 +96,10 @@ class Gate(NamedTuple):
         controls = ("control",) if n_controls == 1 else tuple([f"control{place + 1}" for place in range(n_controls)])
         return controls, ("target",) if self.qubits == ("qubit",) else self.qubits
 
+    def named_controls(self, n_controls: int) -> int:
+        """Return how many qubits of such a method are controls whatever it is called: those in front, or that of cx."""
+        return n_controls or (0 if self.short_for is None else self.short_for[1])
+
     def words(self, n_controls: int) -> dict[str, str]:
         """Return what other packages call the arguments of such a method, and what they are called here."""
         words = dict.fromkeys(("theta", "phi", "lam"), "angle") if self.angles == ("angle",) else {}
@@ -289,12 +293,14 @@ def _several(steps: tuple[Any, ...]) -> Callable[[Params, Qubits], tuple[Instruc
 # --- What it is with controls `c` on qubits `q`, in smaller gates of qelib1.inc ---
 
 
-def with_controls(name: str, qubits: Qubits, controls: Qubits = (), params: Params = ()) -> Instruction:
-    """Return a gate in the one form that it is written in: CNOT rather than X with a control."""
-    found = _SHORT.get((name, len(controls)))
+def with_controls(
+    name: str, qubits: Qubits, controls: Qubits = (), params: Params = (), control_values: str = ""
+) -> Instruction:
+    """Return a gate in the one form that it is written in: CNOT rather than X with a control of 1."""
+    found = None if control_values else _SHORT.get((name, len(controls)))
     if found is not None:
         return Instruction(found, controls + qubits)
-    return Instruction(name, qubits, params, controls)
+    return Instruction(name, qubits, params, controls, control_values=control_values)
 
 
 _SHORT = {("X", 1): "CNOT", ("X", 2): "CCNOT", ("Z", 1): "CSIGN"}

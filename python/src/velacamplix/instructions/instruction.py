@@ -75,7 +75,7 @@ class Instruction(NamedTuple):
         row, where the first listed qubit is the highest bit of a row's number,
         for "diagonal" the ``2**len(qubits)`` entries in the same order.
     controls : tuple of int
-        Further qubits that must all be 1.
+        Further qubits that must all be 1, unless `control_values` says otherwise.
     clbits : tuple of int
         For "measure" only: where the result of each qubit goes. All bits are
         written together, after the condition has been read.
@@ -83,11 +83,16 @@ class Instruction(NamedTuple):
         The step is left out unless the condition holds.
     definition : GateDefinition or None
         What the gate is made of, if it is neither the library's nor known to the package.
+    control_values : str
+        What `controls` must read, 0 or 1 for each in their order; empty if that is 1 for all.
 
-    >>> Instruction("RX", (2,), (0.5,), controls=(0,))
-    Instruction(name='RX', qubits=(2,), params=(0.5,), controls=(0,), clbits=(), condition=None, definition=None)
+    >>> Instruction("RX", (2,), (0.5,), controls=(0,))           # doctest: +NORMALIZE_WHITESPACE
+    Instruction(name='RX', qubits=(2,), params=(0.5,), controls=(0,), clbits=(), condition=None, definition=None,
+                control_values='')
     >>> print(Instruction("RX", (2,), (0.5,), controls=(0,)))
     RX(0.5) 2 controls 0
+    >>> print(Instruction("RX", (2,), (0.5,), controls=(0, 1), control_values="01"))
+    RX(0.5) 2 controls 0,1 == "01"
     """
 
     name: str
@@ -97,6 +102,7 @@ class Instruction(NamedTuple):
     clbits: tuple[int, ...] = ()
     condition: Condition | None = None
     definition: GateDefinition | None = None
+    control_values: str = ""
 
     @property
     def is_gate(self) -> bool:
@@ -119,6 +125,8 @@ class Instruction(NamedTuple):
         words.append(_listed(self.qubits))
         if self.controls:
             words.append("controls " + _listed(self.controls))
+        if self.control_values:
+            words.append("== " + (f'"{self.control_values}"' if len(self.control_values) > 1 else self.control_values))
         if self.clbits:
             words.append("-> " + _listed(self.clbits))
         if self.condition is not None:

@@ -7,9 +7,11 @@ from typing import Any, Self
 
 from ..basics import checks
 from ..basics.types import Order
+from .expression import Expression
 from .gate_base import REQUIRED, Controls, GateBase, named
 from .gates import with_controls
 from .instruction import Instruction
+from .open_controls import ControlValues, checked_values
 
 _CONTROLS_FIRST = {"control_qubits": "controls", "target_qubit": "target"}
 
@@ -17,7 +19,13 @@ _CONTROLS_FIRST = {"control_qubits": "controls", "target_qubit": "target"}
 class ManyQubitMethods(GateBase):
     """Gates with their controls first, and products of X, Y and Z."""
 
-    def mcx(self, controls: Controls = REQUIRED, target: int = REQUIRED, **names: Any) -> Self:
+    def mcx(
+        self,
+        controls: Controls = REQUIRED,
+        target: int = REQUIRED,
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Apply X to `target` where all of any number of controls are 1: `x` with its controls first.
 
         Parameters
@@ -26,6 +34,8 @@ class ManyQubitMethods(GateBase):
             Qubits that must all be 1 for the gate to act; there may be none.
         target : int
             From 0 to ``n_qubits - 1``.
+        control_values : int, str or sequence of int, optional
+            What the controls must be instead: a number or a text, the first control leftmost, or 0 or 1 for each.
         **names
             Other words for these: `control_qubits` for `controls`, `target_qubit` for `target`.
 
@@ -45,9 +55,15 @@ class ManyQubitMethods(GateBase):
         X 3 controls 0,1,2
         """
         controls, target = named("mcx", {"controls": controls, "target": target}, _CONTROLS_FIRST, names)
-        return self._controlled("X", target, controls)
+        return self._controlled("X", target, controls, control_values)
 
-    def mcz(self, controls: Controls = REQUIRED, target: int = REQUIRED, **names: Any) -> Self:
+    def mcz(
+        self,
+        controls: Controls = REQUIRED,
+        target: int = REQUIRED,
+        control_values: ControlValues = None,
+        **names: Any,
+    ) -> Self:
         """Change the sign where `target` and all of any number of controls are 1: `z` with its controls first.
 
         Parameters, errors
@@ -60,10 +76,15 @@ class ManyQubitMethods(GateBase):
         Z 3 controls 0,1,2
         """
         controls, target = named("mcz", {"controls": controls, "target": target}, _CONTROLS_FIRST, names)
-        return self._controlled("Z", target, controls)
+        return self._controlled("Z", target, controls, control_values)
 
     def mcp(
-        self, angle: float = REQUIRED, controls: Controls = REQUIRED, target: int = REQUIRED, **names: Any
+        self,
+        angle: float | Expression = REQUIRED,
+        controls: Controls = REQUIRED,
+        target: int = REQUIRED,
+        control_values: ControlValues = None,
+        **names: Any,
     ) -> Self:
         """Turn the phase by `angle` where `target` and all of any number of controls are 1: `ph` with its controls first.
 
@@ -71,7 +92,7 @@ class ManyQubitMethods(GateBase):
         ----------
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
-        controls, target
+        controls, target, control_values
             As for `mcx`.
         **names
             Other words for these: `theta` or `lam` for `angle`, and those of `mcx`.
@@ -89,10 +110,16 @@ class ManyQubitMethods(GateBase):
         """
         given = {"angle": angle, "controls": controls, "target": target}
         angle, controls, target = named("mcp", given, {"theta": "angle", "lam": "angle", **_CONTROLS_FIRST}, names)
-        return self._controlled("PH", target, controls, (self._angle(angle),))
+        return self._controlled("PH", target, controls, control_values, (self._angle(angle),))
 
     def pauli(
-        self, letters: str, qubits: int | Sequence[int] | None = None, controls: Controls = (), *, order: Order = "big"
+        self,
+        letters: str,
+        qubits: int | Sequence[int] | None = None,
+        controls: Controls = (),
+        control_values: ControlValues = None,
+        *,
+        order: Order = "big",
     ) -> Self:
         """Apply X, Y or Z to each of several qubits, as a text says it.
 
@@ -104,6 +131,8 @@ class ManyQubitMethods(GateBase):
             As many as there are letters; all by default.
         controls : int or sequence of int
             Qubits that must all be 1 for the gates to act.
+        control_values : int, str or sequence of int, optional
+            What they must be instead, as for `mcx`.
         order : {"big", "little"}
             Whether the first letter belongs to the first listed qubit ("big") or to the last.
 
@@ -122,16 +151,18 @@ class ManyQubitMethods(GateBase):
         Z 0
         """
         factors, all_controls = self._factors(letters, qubits, controls, order)
+        values = checked_values(control_values, len(all_controls))
         for letter, qubit in factors:
-            self._put(with_controls(letter, (qubit,), all_controls))
+            self._put(with_controls(letter, (qubit,), all_controls, (), values))
         return self
 
     def pauli_rotation(
         self,
         letters: str,
-        angle: float,
+        angle: float | Expression,
         qubits: int | Sequence[int] | None = None,
         controls: Controls = (),
+        control_values: ControlValues = None,
         *,
         order: Order = "big",
     ) -> Self:
@@ -146,7 +177,7 @@ class ManyQubitMethods(GateBase):
             Of ``I X Y Z``, one for each qubit, at least one of them not I.
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
-        qubits, controls, order
+        qubits, controls, control_values, order
             As for `pauli`.
 
         Raises
@@ -170,13 +201,18 @@ class ManyQubitMethods(GateBase):
         factors, all_controls = self._factors(letters, qubits, controls, order)
         if not factors:
             raise ValueError(f"letters must hold at least one of X, Y and Z, got {checks.show(letters)}")
-        for step in rotation(factors, turned, all_controls):
+        values = checked_values(control_values, len(all_controls))
+        for step in rotation(factors, turned, all_controls, values):
             self._put(step)
         return self
 
-    def _controlled(self, name: str, target: Any, controls: Any, params: tuple[Any, ...] = ()) -> Self:
+    def _controlled(
+        self, name: str, target: Any, controls: Any, control_values: Any, params: tuple[Any, ...] = ()
+    ) -> Self:
         qubits = (checks.qubit(target, self._n_qubits, "target"),)
-        return self._put(Instruction(name, qubits, params, checks.controls(controls, qubits, self._n_qubits)))
+        numbers = checks.controls(controls, qubits, self._n_qubits)
+        values = checked_values(control_values, len(numbers))
+        return self._put(Instruction(name, qubits, params, numbers, control_values=values))
 
     def _factors(
         self, letters: Any, qubits: Any, controls: Any, order: Any
@@ -197,7 +233,9 @@ class ManyQubitMethods(GateBase):
         return [(letter, qubit) for letter, qubit in zip(text, numbers) if letter != "I"], all_controls
 
 
-def rotation(factors: Sequence[tuple[str, int]], angle: Any, controls: tuple[int, ...] = ()) -> list[Instruction]:
+def rotation(
+    factors: Sequence[tuple[str, int]], angle: Any, controls: tuple[int, ...] = (), control_values: str = ""
+) -> list[Instruction]:
     """Return gates that make exp(-i angle P / 2), P the product of these letters X, Y and Z on distinct qubits.
 
     >>> print(*rotation([("Z", 0), ("Z", 2), ("Z", 1)], 0.5), sep=", ")
@@ -207,18 +245,18 @@ def rotation(factors: Sequence[tuple[str, int]], angle: Any, controls: tuple[int
     direct = _DIRECT.get(letters)
     if direct is not None:
         name, is_turned = direct
-        return [with_controls(name, qubits[::-1] if is_turned else qubits, controls, (angle,))]
+        return [with_controls(name, qubits[::-1] if is_turned else qubits, controls, (angle,), control_values)]
     around: list[Instruction] = []
     if set(letters) == {"Z"}:
         # A CNOT makes ZZ of a Z on its target.
         around = [with_controls("X", (after,), (before,)) for before, after in zip(qubits, qubits[1:-1])]
-        middle = with_controls("rzz", qubits[-2:], controls, (angle,))
+        middle = with_controls("rzz", qubits[-2:], controls, (angle,), control_values)
     else:
         # A controlled P makes X P of an X on its control, and Y P of a Y.
         place = next(place for place, letter in enumerate(letters) if letter != "Z")
         pivot = qubits[place]
         around = [with_controls(letter, (qubit,), (pivot,)) for letter, qubit in factors if qubit != pivot]
-        middle = with_controls("R" + letters[place], (pivot,), controls, (angle,))
+        middle = with_controls("R" + letters[place], (pivot,), controls, (angle,), control_values)
     return [*around, middle, *reversed(around)]
 
 

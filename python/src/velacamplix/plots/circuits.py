@@ -24,7 +24,7 @@ _STROKES = {"wire": 0.7, "link": 0.9, "symbol": 0.9, "barrier": 0.9}
 def plot_circuit(circuit: Circuit, width: float | None = None, *, idle: bool = True, ax: Any = None) -> Any:
     """Draw a circuit: a line for each qubit, time from left to right, as `Circuit.draw` does in text.
 
-    Gates are boxes with their names and angles, controls dots, X with controls a circle with a cross, exchanges crosses;
+    Gates are boxes with their names and angles, controls dots, rings where they must read 0, X with controls a circle with a cross, exchanges crosses;
     gates of definitions are boxes of another colour. A box on several qubits tells which of them is which where that
     matters. A measurement tells the classical bit it writes, a gate with a condition the condition.
 

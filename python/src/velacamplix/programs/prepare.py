@@ -92,7 +92,7 @@ class Prepared:
             if step.name in _ANGLED and step.definition is None:
                 angles.append(values)
             else:
-                whole = Instruction(step.name, step.qubits, values, step.controls, (), step.condition, step.definition)
+                whole = step._replace(params=values)
                 angles.extend([part.params for part in basic(whole, in_programs=True) if part.name in _ANGLED])
         for program, (gates, places) in zip(self.programs, sites):
             program.set_angles(gates, list(chain.from_iterable([angles[place] for place in places])))

@@ -14,6 +14,7 @@ from ..instructions.definition import GateDefinition
 from ..instructions.expression import Parameter
 from ..instructions.gates import GATES, with_controls
 from ..instructions.instruction import Instruction
+from ..instructions.open_controls import around
 from . import qelib1
 
 #: A gate with more controls takes more than ten thousand gates of qelib1.inc.
@@ -84,7 +85,8 @@ def controlled(definition: GateDefinition, n_controls: int) -> GateDefinition:
                 definition=step.definition,
             )
         )
-        for step in definition.body
+        for raw in definition.body
+        for step in around(raw)
     ]
     name = block_name(definition.name, n_controls)
     return GateDefinition.checked(name, definition.params, n_controls + definition.n_qubits, tuple(body))

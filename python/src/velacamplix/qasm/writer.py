@@ -5,6 +5,7 @@ from __future__ import annotations
 import math
 import re
 from collections.abc import Iterator, Mapping
+from itertools import chain
 from typing import Any
 
 from ..basics import checks
@@ -12,6 +13,7 @@ from ..instructions.definition import GateDefinition, ordered
 from ..instructions.expression import Expression
 from ..instructions.expression_text import text as expression_text
 from ..instructions.instruction import BY_ENTRIES, Instruction, Register
+from ..instructions.open_controls import around
 from . import qelib1
 from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain
 from .lexicon import NAME, RESERVED
@@ -58,9 +60,9 @@ class _Writer:
     def text(self) -> str:
         for register in self._registers:
             self._check_register(register)
-        instructions = self._circuit.instructions
-        steps = [plain(step) if step.is_gate else step for step in instructions]
-        for position, (step, raw) in enumerate(zip(steps, instructions)):
+        listed = [(position, part) for position, step in enumerate(self._circuit.instructions) for part in around(step)]
+        steps = [plain(step) if step.is_gate else step for _, step in listed]
+        for step, (position, raw) in zip(steps, listed):
             _check_can_be_said(step, f"instruction {position}", raw, len(raw.controls) <= MOST_CONTROLS)
         needed = ordered(self._blocks_of(steps, None), lambda definition: self._blocks_of(definition.body, definition))
         self._give_names(needed)
@@ -68,7 +70,7 @@ class _Writer:
         lines.extend(self._gate_block(definition) for definition in needed)
         for register in self._registers:
             lines.append(f"{'qreg' if register.kind == 'quantum' else 'creg'} {register.name}[{register.size}];\n")
-        for position, step in enumerate(steps):
+        for step, (position, _) in zip(steps, listed):
             lines.extend(self._statements(step, position))
         return "".join(lines)
 
@@ -87,7 +89,7 @@ class _Writer:
 
     def _blocks_of(self, steps: Any, owner: GateDefinition | None) -> Iterator[GateDefinition]:
         """Iterate over the gate blocks that steps call, and note which names of qelib1.inc they use."""
-        for raw in steps:
+        for raw in chain.from_iterable(map(around, steps)):
             if not raw.is_gate:
                 continue
             step = plain(raw)
@@ -142,7 +144,7 @@ class _Writer:
         head = f"gate {self._names[id(definition)]}"
         if formals:
             head += f"({','.join(formals.values())})"
-        body = [self._call(step, qubits, formals) for step in definition.body]
+        body = [self._call(part, qubits, formals) for step in definition.body for part in around(step)]
         return f"{head} {','.join(qubits)} {{ {' '.join(body)} }}\n".replace("{  }", "{ }")
 
     def _call(self, raw: Instruction, qubits: Any, formals: Mapping[str, str]) -> str:

@@ -9,6 +9,7 @@ import numpy as np
 from ..basics import checks
 from ..basics.types import Order
 from ..core import extension
+from ..instructions.open_controls import ControlValues, checked_values
 from ..machine import limits, memory
 from .base import Qubits, StateBase, highest_first
 
@@ -19,7 +20,14 @@ class MatrixGates(StateBase):
     """One method for any number of targets and controls."""
 
     def matrix(
-        self, matrix: Any, qubits: Qubits, controls: Qubits = (), *, order: Order = "big", check: bool = True
+        self,
+        matrix: Any,
+        qubits: Qubits,
+        controls: Qubits = (),
+        control_values: ControlValues = None,
+        *,
+        order: Order = "big",
+        check: bool = True,
     ) -> Self:
         """Apply the matrix of a gate on k qubits.
 
@@ -33,6 +41,8 @@ class MatrixGates(StateBase):
             The k targets.
         controls : int or sequence of int
             Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What they must be instead: a number or a text, the first control leftmost, or 0 or 1 for each.
         order : {"big", "little"}
             Which target is the highest bit of a row's number: the first listed ("big") or the last ("little").
         check : bool
@@ -62,11 +72,14 @@ class MatrixGates(StateBase):
         core = self._live()
         targets = checks.qubits(qubits, self._n_qubits)
         control_qubits = checks.controls(controls, targets, self._n_qubits)
+        values = checked_values(control_values, len(control_qubits))
         ordered = highest_first(targets, order)
         entries = checks.matrix(matrix, len(targets), unitary=checks.flag(check, "check"))
         if self._precision == "single":
             _require_single(entries)
-        extension.apply_matrix(core, self._fitting(entries), ordered, control_qubits)
+        fitting = self._fitting(entries)
+        with self._turned(tuple([qubit for qubit, value in zip(control_qubits, values) if value == "0"])):
+            extension.apply_matrix(core, fitting, ordered, control_qubits)
         return self
 
     def _fitting(self, entries: np.ndarray) -> np.ndarray:

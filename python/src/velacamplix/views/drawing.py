@@ -29,6 +29,7 @@ class Characters(NamedTuple):
     left: str
     right: str
     control: str
+    open: str
     flip: str
     exchange: str
     barrier: str
@@ -36,8 +37,8 @@ class Characters(NamedTuple):
     more: str
 
 
-_UNICODE = Characters("─", "│", "┼", "┤", "├", "●", "⊕", "✕", "░", "→", "»")
-_ASCII = Characters("-", "|", "+", "[", "]", "o", "(+)", "x", ":", "->", ">")
+_UNICODE = Characters("─", "│", "┼", "┤", "├", "●", "○", "⊕", "✕", "░", "→", "»")
+_ASCII = Characters("-", "|", "+", "[", "]", "o", "( )", "(+)", "x", ":", "->", ">")
 
 
 class Column:
@@ -77,9 +78,9 @@ def draw(
 
 def _text(mark: Mark, marks: Characters) -> str:
     """Return what stands on a qubit's line."""
-    symbols = {"control": marks.control, "flip": marks.flip, "exchange": marks.exchange, "barrier": marks.barrier}
-    if mark.kind in symbols:
-        return symbols[mark.kind]
+    if mark.kind in ("control", "open", "flip", "exchange", "barrier"):
+        symbol: str = getattr(marks, mark.kind)
+        return symbol
     written = f"M{marks.arrow}{mark.text}" if mark.kind == "measure" else mark.text
     place = "" if mark.place is None else f":{mark.place}"
     when = f" if {mark.when}" if mark.when else ""

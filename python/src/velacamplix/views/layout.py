@@ -11,6 +11,7 @@ from typing import NamedTuple
 from ..basics import checks
 from ..instructions.gates import GATES
 from ..instructions.instruction import Instruction, Register, spelled
+from ..instructions.open_controls import open_controls
 
 #: A drawing of more columns than this helps nobody.
 MOST_COLUMNS = 2000
@@ -23,7 +24,7 @@ class Mark(NamedTuple):
     Attributes
     ----------
     kind : str
-        ``"control"``, ``"flip"``, ``"exchange"``, ``"barrier"``, ``"measure"``, ``"reset"`` or ``"box"``.
+        ``"control"``, ``"open"`` (a control on 0), ``"flip"``, ``"exchange"``, ``"barrier"``, ``"measure"``, ``"reset"`` or ``"box"``.
     text : str
         What is written into a box; the bit into which a measurement writes.
     place : int or None
@@ -107,7 +108,8 @@ def _marks(step: Instruction, registers: Sequence[Register], clbits: dict[int, s
         return {q: Mark("measure", clbits[c], when=when) for q, c in zip(step.qubits, step.clbits)}
     if step.name == "reset":
         return {q: Mark("reset", "|0>", when=when) for q in step.qubits}
-    marks = {q: Mark("control") for q in step.controls}
+    open_ones = open_controls(step)
+    marks = {q: Mark("open" if q in open_ones else "control") for q in step.controls}
     gate = GATES.get(step.name) if step.definition is None else None
     # One qubit alone has nothing to be connected with: a box says more.
     if gate is not None and gate.draws and (len(step.qubits) > 1 or step.controls):

@@ -23,7 +23,7 @@ MOST_LINES = 500
 # From line to line, the height of a box; a box's air beside its text, a column's beside its boxes; around the picture.
 _PITCH, _BOX, _AIR, _GAP, _MARGIN = 25.0, 18.0, 4.0, 4.0, 3.0
 _BETWEEN = 12.0
-_DOT, _RING, _CROSS, _METER = 2.2, 5.0, 3.4, 5.5
+_DOT, _OPEN, _RING, _CROSS, _METER = 2.2, 2.8, 5.0, 3.4, 5.5
 
 
 class Line(NamedTuple):
@@ -152,12 +152,13 @@ def _shapes(parts: Sequence[_Part], x: float, top: float, covered: Sequence[list
     """Paint an instruction whose middle is at `x`, and note what its boxes cover of the wires."""
     for part, following in zip(parts, [*parts[1:], None]):
         yield from _part_shapes(part, x, top)
-        if part.is_box:
+        if part.is_hollow:
+            half = part.width / 2 if part.is_box else _OPEN
             for row in range(part.first, part.last + 1):
-                covered[row] += [x - part.width / 2, x + part.width / 2]
+                covered[row] += [x - half, x + half]
         if following is not None and part.mark.kind not in ("barrier", "measure", "reset"):
-            start = _middle(top, part.last) + (_BOX / 2 if part.is_box else 0.0)
-            stop = _middle(top, following.first) - (_BOX / 2 if following.is_box else 0.0)
+            start = _middle(top, part.last) + part.half_height
+            stop = _middle(top, following.first) - following.half_height
             yield Line(x, start, x, stop, "link")
 
 
@@ -165,6 +166,8 @@ def _part_shapes(part: _Part, x: float, top: float) -> Iterator[Shape]:
     mark, y = part.mark, (_middle(top, part.first) + _middle(top, part.last)) / 2
     if mark.kind == "control":
         yield Circle(x, y, _DOT, "dot")
+    elif mark.kind == "open":
+        yield Circle(x, y, _OPEN, "ring")
     elif mark.kind == "flip":
         yield Circle(x, y, _RING, "ring")
         yield Line(x - _RING, y, x + _RING, y, "symbol")
@@ -213,9 +216,19 @@ class _Part(NamedTuple):
         return self.mark.kind in ("box", "measure", "reset")
 
     @property
+    def is_hollow(self) -> bool:
+        """Whether no line may be seen inside."""
+        return self.is_box or self.mark.kind == "open"
+
+    @property
+    def half_height(self) -> float:
+        """From the middle of its first or last line to where a connection ends."""
+        return _BOX / 2 if self.is_box else _OPEN if self.mark.kind == "open" else 0.0
+
+    @property
     def width(self) -> float:
         kind, text, when = self.mark.kind, self.mark.text, self.mark.when
-        if kind in ("control", "barrier", "exchange"):
+        if kind in ("control", "open", "barrier", "exchange"):
             return 2 * _CROSS
         if kind == "flip":
             return 2 * _RING
