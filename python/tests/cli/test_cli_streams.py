@@ -1,6 +1,7 @@
 """The command with standard streams that are closed, full, or endless: told in a line, and by the exit status."""
 
 import os
+import signal
 import shlex
 import subprocess
 import sys
@@ -128,5 +129,7 @@ def test_an_output_of_a_caller_in_python(capsys, tmp_path):
     from velacamplix.cli import main
 
     (tmp_path / "a.qasm").write_text(PROGRAM)
+    handlers = signal.getsignal(signal.SIGINT), signal.getsignal(signal.SIGPIPE)
     assert main(["run", str(tmp_path / "a.qasm")]) == 0
     assert "00      0.500000" in capsys.readouterr().out
+    assert (signal.getsignal(signal.SIGINT), signal.getsignal(signal.SIGPIPE)) == handlers

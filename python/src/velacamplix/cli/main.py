@@ -71,8 +71,7 @@ def main(arguments: list[str] | None = None) -> int:
     """Run the command with the given arguments, by default those of the process; return its exit status."""
     # Ctrl-C ends the process at once, also within a long pass over the state, and so does a reader, `head` for
     # example, that has seen enough.
-    signal.signal(signal.SIGINT, signal.SIG_DFL)
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    handlers = {number: signal.signal(number, signal.SIG_DFL) for number in (signal.SIGINT, signal.SIGPIPE)}
     streams.prepare()
     try:
         if sys.stdout is None:
@@ -95,6 +94,9 @@ def main(arguments: list[str] | None = None) -> int:
         return FAILED
     finally:
         streams.settle()
+        if arguments is not None:  # a caller in Python goes on, with its own way to hear Ctrl-C
+            for number, handler in handlers.items():
+                signal.signal(number, handler)
     return 0
 
 
