@@ -248,21 +248,23 @@ def test_everything_is_drawn(form):
 # OpenQASM 2
 
 
-def test_an_if_alone_is_written_as_conditions():
-    circuit = Circuit(2, 1).h(0).measure(0, 0).if_((0, 1), lambda c: c.x(1).rz(0.5, 1).barrier(0).measure(1, 0)).x(0)
+def test_an_if_of_single_instructions_is_written_as_conditions():
+    circuit = Circuit(2, 1).h(0).measure(0, 0)
+    circuit.if_((0, 1), lambda c: c.x(1).rz(0.5, 1).barrier(0), lambda c: c.y(1).measure(1, 0)).x(0)
     written = Circuit(2, 1).h(0).measure(0, 0)
     with written.when(0, 1):
         written.x(1).rz(0.5, 1)
     written.barrier(0)
-    with written.when(0, 1):
-        written.measure(1, 0)
+    with written.when(0, 0):
+        written.y(1).measure(1, 0)
     assert circuit.to_qasm() == written.x(0).to_qasm()
 
 
 @pytest.mark.parametrize(
     "circuit, message",
     [
-        (Circuit(1, 1).h(0).if_((0, 1), Circuit(1).x(0), Circuit(1).y(0)), r"instruction 1 \(if c\[0\] == 1\).*it has no if; loops and"),
+        (Circuit(1, 2).h(0).if_(("c", 1), Circuit(1).x(0), Circuit(1).y(0)), r'instruction 1 \(if c\[0, 1\] == "10"\).*it has no if; loops and'),
+        (Circuit(1, 1).if_((0, 1), Circuit(1, 1).measure(0, 0), Circuit(1).x(0)), "it has no if"),
         (Circuit(1, 1).if_((0, 1), Circuit(1, 1).measure(0, 0).x(0)), "instruction 0.*it has no if"),
         (Circuit(1, 1).if_((0, 1), Circuit(1, 1).if_((0, 0), Circuit(1).x(0))), "it has no if"),
         (Circuit(1, 1).while_((0, 1), Circuit(1, 1).measure(0, 0)), "it has no while"),

@@ -17,7 +17,7 @@ from qiskit.circuit import (  # noqa: E402
     PowerModifier,
     library,  # noqa: E402
 )
-from qiskit.circuit.classical import expr  # noqa: E402
+from qiskit.circuit.classical import expr, types  # noqa: E402
 from qiskit.quantum_info import Operator, random_unitary  # noqa: E402
 
 from velacamplix import Circuit, Condition  # noqa: E402
@@ -122,13 +122,117 @@ def test_what_is_refused_is_named_with_its_position():
     with pytest.raises(NotConverted, match="'initialize' cannot be converted to an instruction of a circuit") as caught:
         circuit_from_qiskit(circuit)
     assert caught.value.position == 1
-    circuit = QuantumCircuit(1, 2)
-    with circuit.if_test(expr.less(circuit.cregs[0], 2)):
-        circuit.x(0)
-    with pytest.raises(NotConverted, match="this condition cannot be converted"):
-        circuit_from_qiskit(circuit)
 
 
 def test_registers_have_their_names():
     circuit = QuantumCircuit(qiskit.QuantumRegister(2, "left"), [qiskit.circuit.Qubit()], qiskit.ClassicalRegister(1, "q"))
     assert [(r.name, r.size) for r in circuit_from_qiskit(circuit).registers] == [("left", 2), ("q1", 1), ("q", 1)]
+
+
+# Decisions and loops
+
+
+def conditions(circuit):
+    """Pairs of Qiskit's condition, and what it is here."""
+    c, a, b = circuit.cregs[0], *circuit.clbits[:2]
+    mine = Circuit(1, 3).bits("c")
+    return [
+        (expr.less(c, 5), mine < 5), (expr.greater_equal(3, c), mine <= 3), (expr.not_equal(c, 4), mine != 4),
+        (expr.logic_and(a, expr.logic_not(b)), mine[0] & ~mine[1]), (expr.logic_or(expr.equal(c, 1), b), (mine == 1) | mine[1]),
+        (expr.bit_xor(a, b), mine[0] ^ mine[1]), (expr.bit_and(a, expr.bit_or(b, a)), mine[0] & (mine[1] | mine[0])),
+        (expr.equal(a, b), ~(mine[0] ^ mine[1])), (expr.not_equal(a, b), mine[0] ^ mine[1]),
+        (expr.logic_not(expr.logic_and(a, b)), ~(mine[0] & mine[1])), (expr.logic_not(c), mine == 0),
+        (expr.cast(c, types.Bool()), mine != 0), (expr.index(c, 2), mine[2] == 1), (expr.less(c, expr.lift(6, types.Uint(8))), mine < 6),
+    ]  # fmt: skip
+
+
+def test_conditions_of_decisions():
+    circuit = QuantumCircuit(1, 3)
+    for theirs, _ in conditions(circuit):
+        with circuit.if_test(theirs):
+            circuit.x(0)
+    found = [step.condition for step in circuit_from_qiskit(circuit)]
+    assert list(map(str, found)) == [str(mine) for _, mine in conditions(circuit)]
+    assert found == [mine for _, mine in conditions(circuit)]
+
+
+@pytest.mark.parametrize(
+    "make, message",
+    [
+        (lambda c: expr.less(c.cregs[0], expr.lift(9, types.Uint(8))), r"always has the same answer: 3 bit\(s\) compared by < with 9"),
+        (lambda c: (c.cregs[0], 8), "the condition can never hold"),
+        (lambda c: expr.equal(expr.cast(c.cregs[0], types.Uint(1)), 1), "this condition cannot be converted"),
+        (lambda c: expr.equal(expr.bit_not(c.cregs[0]), 3), "this condition cannot be converted"),
+        (lambda c: expr.less(c.cregs[0], c.cregs[1]), "this condition cannot be converted"),
+        (lambda c: expr.equal(expr.cast(c.cregs[0], types.Bool()), True), "this condition cannot be converted"),
+        (lambda c: expr.lift(True), "this condition cannot be converted"),
+    ],
+)
+def test_conditions_that_are_refused(make, message):
+    circuit = QuantumCircuit(qiskit.QuantumRegister(1), qiskit.ClassicalRegister(3, "c"), qiskit.ClassicalRegister(2, "d"))
+    circuit.x(0)
+    with circuit.if_test(make(circuit)):
+        circuit.x(0)
+    with pytest.raises(NotConverted, match=message) as caught:
+        circuit_from_qiskit(circuit)
+    assert caught.value.position == 1
+
+
+def test_decisions_loops_and_switches_in_each_other():
+    circuit = QuantumCircuit(2, 3)
+    c = circuit.cregs[0]
+    circuit.measure(0, 0)
+    with circuit.if_test((c, 1)) as otherwise:
+        circuit.x(1)
+        circuit.global_phase  # noqa: B018  (of the whole, not of the body)
+        with circuit.while_loop(expr.less(c, 3)):
+            circuit.h(0)
+            circuit.measure(0, 1)
+    with otherwise:
+        with circuit.switch(c) as case:
+            with case(2, 5):
+                circuit.cx(1, 0)
+            with case(case.DEFAULT):
+                circuit.reset(1)
+    with circuit.switch(circuit.clbits[2]) as case:
+        with case(True):
+            circuit.y(0)
+    mine = Circuit(2, 3).measure(0, 0)
+    bits = mine.bits("c")
+    mine.if_(
+        bits == 1,
+        lambda b: b.x(1).while_(bits < 3, lambda d: d.h(0).measure(0, 1)),
+        lambda b: b.switch("c", {(2, 5): lambda d: d.cx(1, 0)}, lambda d: d.reset(1)),
+    ).switch(2, {1: lambda b: b.y(0)})
+    assert str(circuit_from_qiskit(circuit)) == str(mine) and circuit_from_qiskit(circuit) == mine
+
+
+def test_bodies_keep_their_phases():
+    body = QuantumCircuit(1, 1, global_phase=0.7)
+    body.s(0)
+    circuit = QuantumCircuit(1, 1)
+    circuit.if_else((circuit.clbits[0], 1), body, QuantumCircuit(1, 1, global_phase=0.2), [0], [0])
+    decided = circuit_from_qiskit(circuit)
+    assert [(step.name, step.condition) for step in decided] == [
+        ("S", Condition((0,), 1)), ("RZ", Condition((0,), 1)), ("PH", Condition((0,), 1)),
+        ("RZ", Condition((0,), 0)), ("PH", Condition((0,), 0)),
+    ]  # fmt: skip
+
+
+def test_what_is_no_decision_is_refused_by_name():
+    circuit = QuantumCircuit(1, 1)
+    with circuit.for_loop(range(3)):
+        circuit.x(0)
+    with pytest.raises(NotConverted, match="'for_loop' cannot be converted to an instruction of a circuit"):
+        circuit_from_qiskit(circuit)
+    circuit = QuantumCircuit(1, 2)
+    with circuit.while_loop((0, 1)):
+        circuit.measure(0, 0)
+        circuit.break_loop()
+    with pytest.raises(NotConverted, match="'break_loop' cannot be converted"):
+        circuit_from_qiskit(circuit)
+    circuit = QuantumCircuit(1, 2)
+    with circuit.while_loop((0, 1)):
+        circuit.measure(0, 1)
+    with pytest.raises(NotConverted, match="body of a while must measure into a bit of its condition"):
+        circuit_from_qiskit(circuit)

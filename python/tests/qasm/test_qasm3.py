@@ -222,6 +222,24 @@ def test_file(tmp_path):
         Circuit.from_qasm3(tmp_path / "b.qasm")
 
 
+@needs_importer
+@pytest.mark.parametrize(
+    "text, lines",
+    [
+        ("if (c == 1) { x q[0]; } else { y q[0]; }", 'if c[0, 1] == "10":|    X 0|else:|    Y 0'),
+        ("if (c[0]) { if (c[1]) { y q[0]; } x q[0]; }", "if c[0] == 1:|    Y 0 if c[1] == 1|    X 0"),
+        ("if (c[0]) { c = measure q; x q[0]; }", "if c[0] == 1:|    measure 0 -> 0|    measure 1 -> 1|    X 0"),
+        ("if (c[0]) { c[1] = measure q[0]; x q[0]; }", "measure 0 -> 1 if c[0] == 1|X 0 if c[0] == 1"),
+        ("while (c == 2) { h q[1]; c[1] = measure q[1]; }", 'while c[0, 1] == "01":|    H 1|    measure 1 -> 1'),
+        ("if (!c[0]) { x q[0]; } else { while (!c[0]) { c = measure q; } }",
+         "if c[0] == 0:|    X 0|else:|    while c[0] == 0:|        measure 0 -> 0|        measure 1 -> 1"),
+    ],
+)  # fmt: skip
+def test_decisions_and_loops(text, lines):
+    circuit = Circuit.from_qasm3(HEADER + "qubit[2] q; bit[2] c;" + text)
+    assert str(circuit).splitlines() == lines.split("|")
+
+
 REFUSED = [
     # the text, with the mark @ at the place that is told; what is told
     ("qubit q; @unknown q;", "gate 'unknown' is not defined"),
@@ -229,14 +247,13 @@ REFUSED = [
     ("qubit q; h q; @$ x q;", "token recognition error"),
     ("qubit[2] q; cx q[0] @q[1];", "missing ';'"),
     ("@\0\1binary", "token recognition error"),
-    ("qubit q; bit c; @while (c) { c = measure q; }", "a while loop cannot be carried out"),
+    ("qubit q; bit[2] c; @while (c[0]) { c[1] = measure q; }", "body of a while must measure into a bit of its condition"),
+    ("qubit q; bit c; while (c) { c = measure q; @break; }", "break cannot be carried out"),
+    ("qubit q; bit[2] c; if (@c < 2) x q;", "unhandled binary operator"),
     ("qubit q; @for int i in [0:3] { x q; }", "a for loop cannot be carried out"),
     ("qubit q; @def f() { }", "SubroutineDefinition is not supported"),
     ("@pragma anything\nqubit q;", "Pragma is not supported"),
     ('@include "other.inc";', "non-stdgates imports"),
-    ("qubit q; bit[2] c; @if (c == 1) { x q; } else { y q; }", "else after a condition on several bits"),
-    ("qubit q; bit[2] c; if (c[0]) { @if (c[1]) { y q; } }", "an if inside an if"),
-    ("qubit q; bit c; @if (c) { c = measure q; x q; }", "measurement into a bit of its condition"),
     ("qubit q; bit[2] c; @if (c == 4) x q;", "the condition can never hold: 2 bit(s) do not become 4"),
     ("qubit q; bit[2] c; @if (c == -1) x q;", "the condition can never hold"),
     ("qubit q; if (@q == 1) x q;", "conditions must be"),

@@ -1,5 +1,6 @@
 """What is saved on the way: exact where one group of shots comes by, the mean otherwise; and it changes nothing."""
 
+import json
 import math
 import pickle
 import random
@@ -92,6 +93,14 @@ def test_results_are_pickled_with_what_is_saved():
     again = pickle.loads(pickle.dumps(result))
     assert again.saved["s"].array.tobytes() == result.saved["s"].array.tobytes()
     assert again.saved["p"].tolist() == result.saved["p"].tolist() and repr(again.saved) == repr(result.saved)
+
+
+def test_numbers_become_json():
+    circuit = Circuit(1, 1).save_state("s").save_expectation("z", "Z0").save_expectation("i", [(1j, "Z", [0])])
+    circuit.save_probabilities("p").if_((0, 1), lambda c: c.save_probabilities("never"))
+    told = run(circuit).to_dict()
+    assert json.loads(json.dumps(told))["saved"] == {"z": 1.0, "i": {"real": 0.0, "imag": 1.0}, "p": [1.0, 0.0]}
+    assert "saved" not in run(Circuit(1)).to_dict()
 
 
 # It changes nothing

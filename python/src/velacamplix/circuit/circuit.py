@@ -167,10 +167,11 @@ class Circuit(GateMethods, ManyQubitMethods, EntryMethods, FlowMethods, SaveMeth
         """Read an OpenQASM 3 program by way of Qiskit's importer.
 
         What Qiskit's importer reads and this package's circuits can say: gates with all modifiers, definitions, phases,
-        measurement, reset, barriers, and ``if`` on bits and registers. Input parameters become parameters of the circuit.
-        The state is the program's, global phase included; a delay leaves no instruction. Whatever is not carried out
-        exactly is refused: loops, ``if`` inside ``if``, ``else`` after a condition on several bits, powers with a
-        fraction that readers understand differently.
+        measurement, reset, barriers, ``if``, ``else`` and ``while`` on bits and registers. Input parameters become
+        parameters of the circuit. The state is the program's, global phase included; a delay leaves no instruction. An
+        ``if`` that conditions on its instructions say becomes these. Whatever is not carried out exactly is refused:
+        ``for`` loops, ``break``, conditions that compare by more than ``==``, powers with a fraction that readers
+        understand differently.
 
         Parameters
         ----------

@@ -147,8 +147,9 @@ class Figures(ParameterMethods):
         `from_qasm` makes the same circuit of it again. Gates of qelib1.inc are written by their names, others as gate
         blocks that are exact, global phase included; definitions become gate blocks. Some things come back in another
         form with the same meaning: X and CNOT with one control as CNOT and CCNOT (Z with one as CSIGN, and likewise
-        beyond), controls that must be 0 as controls between X gates, and a measurement or reset of several qubits that are
-        no whole register as one for each qubit.
+        beyond), controls that must be 0 as controls between X gates, a measurement or reset of several qubits that are no
+        whole register as one for each qubit, and an `if_` as conditions on its instructions. Where these would not say the
+        same it is refused, as `while_` and `switch` are.
         Definitions whose name the program has for something else, or two of one name, get others.
 
         Parameters

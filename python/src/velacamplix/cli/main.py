@@ -240,8 +240,8 @@ def _run(options: argparse.Namespace) -> None:
             )
 
     known = [observable for _, observable in options.observable]
-    # ValueError: shots are missing, or angles whose sum is too large.
-    with _refusing((MemoryError, ValueError), f"{name}: "):
+    # ValueError: shots are missing, or angles whose sum is too large. RuntimeError: a loop that does not end.
+    with _refusing((MemoryError, ValueError, RuntimeError), f"{name}: "):
         result = run(
             circuit, options.shots, options.seed, threads, options.precision, known or None, progress=options.progress
         )

@@ -67,7 +67,7 @@ def rest_of(result: Result, best: Sequence[tuple[str, float]]) -> float:
 def run(name: str, circuit: Circuit, result: Result, expectations: Sequence[Expectation], top: int) -> None:
     """Print what was run, the `top` most probable or most frequent outcomes, and the observables."""
     seconds = result.timings.compile + result.timings.simulate
-    gates = sum(step.is_gate for step in circuit)
+    gates = sum(circuit.gate_counts().values())
     print(f"{name}: {_counted(circuit.n_qubits, 'qubit')}, {_counted(gates, 'gate')}")
     print(f"{result.precision} precision, {_counted(result.threads, 'thread')}, {_duration(seconds)}")
     print()
@@ -99,7 +99,7 @@ def run_as_json(
     answer: dict[str, Any] = {
         "file": name,
         "qubits": circuit.n_qubits,
-        "gates": sum(step.is_gate for step in circuit),
+        "gates": sum(circuit.gate_counts().values()),
         "precision": result.precision,
         "threads": result.threads,
         "seconds": result.timings.compile + result.timings.simulate,

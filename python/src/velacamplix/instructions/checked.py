@@ -257,7 +257,7 @@ def _detailed(name: Any, value: Instruction, n_qubits: int, n_clbits: int) -> In
         raise TypeError(
             f"detail of {checks.show(name)} must be {wanted.__name__ if wanted else None}, got {checks.show(detail)}"
         )
-    if value.params or value.controls or value.definition is not None:
+    if value.params or value.controls or value.control_values or value.definition is not None:
         raise ValueError(f"params, controls and definition of {name} must be left out")
     if isinstance(detail, Save):
         kept, qubits = save(detail, value.qubits, n_qubits)

@@ -343,21 +343,25 @@ def _on_bits(detail: If | While | Switch, clbits: Sequence[int]) -> If | While |
 
 
 def conditioned(step: Instruction) -> list[Instruction] | None:
-    """Return an "if" as steps that each ask for its condition; None if that would be something else.
+    """Return an "if" as steps that each ask for its condition, or the opposite; None if that would be something else.
 
     >>> step = flow_step(If(Condition((0,), 1), (Instruction("X", (2,)), Instruction("measure", (2,), clbits=(0,)))))
     >>> [str(part) for part in conditioned(step)]
     ['X 2 if c[0] == 1', 'measure 2 -> 0 if c[0] == 1']
     """
     detail = step.detail
-    if not isinstance(detail, If) or detail.otherwise or step.condition is not None:
+    if not isinstance(detail, If) or step.condition is not None:
         return None
-    read = detail.condition.clbits
-    for place, inner in enumerate(detail.body):
+    opposite = ~detail.condition
+    if detail.otherwise and not (isinstance(opposite, Condition) and opposite.comparison == "=="):
+        return None
+    parts = [*[(inner, detail.condition) for inner in detail.body], *[(inner, opposite) for inner in detail.otherwise]]
+    for place, (inner, _) in enumerate(parts):
         # None but the last may change what the others ask for.
-        if inner.condition is not None or (place + 1 < len(detail.body) and not set(inner.clbits).isdisjoint(read)):
+        writes = place + 1 < len(parts) and not set(inner.clbits).isdisjoint(detail.condition.clbits)
+        if writes or inner.condition is not None or bodies_of(inner):
             return None
-    return [inner._replace(condition=detail.condition) if inner.can_be_conditioned else inner for inner in detail.body]
+    return [inner._replace(condition=asked) if inner.can_be_conditioned else inner for inner, asked in parts]
 
 
 def _steps(values: Any, name: str) -> Body:

@@ -7,14 +7,18 @@ from __future__ import annotations
 
 import cmath
 import math
+import operator
 from collections.abc import Container, Sequence
 from typing import Any, NamedTuple
 
 import numpy as np
 import qiskit.circuit
 from qiskit.circuit import (
+    CASE_DEFAULT,
     AnnotatedOperation,
     Barrier,
+    ClassicalRegister,
+    ControlFlowOp,
     ControlledGate,
     ControlModifier,
     Delay,
@@ -25,17 +29,21 @@ from qiskit.circuit import (
     ParameterExpression,
     PowerModifier,
     Reset,
+    SwitchCaseOp,
+    WhileLoopOp,
 )
 from qiskit.circuit import Parameter as QiskitParameter
 from qiskit.circuit import library as qiskit_library
-from qiskit.circuit.classical import expr
+from qiskit.circuit.classical import expr, types
 from qiskit.quantum_info import Operator
 
 from ..basics import checks
 from ..instructions import checked
+from ..instructions.condition import AnyCondition, Condition
 from ..instructions.definition import GateDefinition, inverted, renamed, size
 from ..instructions.expression import Angle, Expression, Parameter, free_names
-from ..instructions.instruction import Condition, Instruction, Register
+from ..instructions.flow import If, Switch, While, conditioned, flow_step
+from ..instructions.instruction import Instruction, Register
 from .errors import QasmError
 from .expressions import ParameterLists
 from .program import MOST_BITS, Parts
@@ -58,6 +66,15 @@ _ROTATIONS.update({"rxx": 2 * math.pi, "ryy": 2 * math.pi, "rzz": 2 * math.pi})
 # Powers: repetitions that are written out, and qubits of a matrix that is calculated instead.
 _MOST_REPEATED = 1000
 _MOST_QUBITS_OF_A_MATRIX = 6
+
+_COMPARISONS = {
+    expr.Binary.Op.EQUAL: "==", expr.Binary.Op.NOT_EQUAL: "!=", expr.Binary.Op.LESS: "<",
+    expr.Binary.Op.LESS_EQUAL: "<=", expr.Binary.Op.GREATER: ">", expr.Binary.Op.GREATER_EQUAL: ">=",
+}  # fmt: skip
+_JOINS = {
+    expr.Binary.Op.LOGIC_AND: operator.and_, expr.Binary.Op.BIT_AND: operator.and_, expr.Binary.Op.LOGIC_OR: operator.or_,
+    expr.Binary.Op.BIT_OR: operator.or_, expr.Binary.Op.BIT_XOR: operator.xor,
+}  # fmt: skip
 
 _BoxOp = getattr(qiskit.circuit, "BoxOp", ())  # since Qiskit 2.0
 
@@ -190,83 +207,115 @@ class _Conversion:
         # Gates that share what they are made of are converted once; kept alive, so that no other takes the number.
         self._definitions: dict[int, tuple[Any, GateDefinition]] = {}
 
-    def part(self, item: Any, places: _Places, is_conditioned: bool = False) -> _Part:
+    def part(self, item: Any, places: _Places) -> _Part:
         """Return what an instruction becomes, at its place in the circuit."""
         operation = item.operation
         qubits = tuple([places.qubits[bit] for bit in item.qubits])
         clbits = tuple([places.clbits[bit] for bit in item.clbits])
-        if isinstance(operation, IfElseOp):
-            if is_conditioned:
-                raise NotConverted("an if inside an if cannot be converted: join the bits in one condition")
-            return _Part(self._if(operation, qubits, clbits, places))
-        if isinstance(operation, _BoxOp):
-            return self._block(operation.blocks[0], qubits, clbits, is_conditioned)
+        # A phase needs a qubit, though it does nothing to it.
+        anyone = qubits[:1] or tuple(places.qubits.values())[:1]
+        if isinstance(operation, ControlFlowOp):
+            return self._control_flow(operation, qubits, clbits, places, anyone)
         part = self._converted(operation, qubits, clbits)
         if getattr(operation, "condition", None) is not None:  # before Qiskit 2.0
-            if is_conditioned:
-                raise NotConverted("a condition inside an if cannot be converted: join the bits in one condition")
-            steps = self._under(self._condition(operation.condition, places.clbits), part, qubits[:1], True)
-            return _Part(steps)
+            return _decided(If(self._condition(operation.condition, places.clbits), _steps(part, anyone)))
         return part
 
-    def _block(self, block: Any, qubits: tuple[int, ...], clbits: tuple[int, ...], is_conditioned: bool) -> _Part:
+    def _block(self, block: Any, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> _Part:
         inside = _Places(dict(zip(block.qubits, qubits)), dict(zip(block.clbits, clbits)))
-        parts = [self.part(item, inside, is_conditioned) for item in block.data]
+        parts = [self.part(item, inside) for item in block.data]
         phase = _angle(block.global_phase)
         for part in parts:
             phase = _sum(phase, part.phase)
         return _Part([step for part in parts for step in part.steps], phase)
 
-    # --- Conditions ---
+    # --- Decisions and loops ---
 
-    def _if(self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...], places: _Places) -> list[Instruction]:
-        yes, no = operation.blocks[0], operation.blocks[1] if len(operation.blocks) > 1 else None
-        condition = self._condition(operation.condition, places.clbits)
-        # A phase needs a qubit, though it does nothing to it.
-        anyone = qubits[:1] or tuple(places.qubits.values())[:1]
-        steps = self._under(condition, self._block(yes, qubits, clbits, True), anyone, no is None)
-        if no is not None:
-            otherwise = _opposite(condition)
-            if otherwise is None:
-                raise NotConverted("else after a condition on several bits cannot be converted: write it as its own if")
-            steps += self._under(otherwise, self._block(no, qubits, clbits, True), anyone, True)
-        return steps
+    def _control_flow(
+        self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...], places: _Places, anyone: tuple[int, ...]
+    ) -> _Part:
+        if isinstance(operation, _BoxOp):
+            return self._block(operation.blocks[0], qubits, clbits)
 
-    def _under(self, condition: Condition, part: _Part, anyone: tuple[int, ...], is_last: bool) -> list[Instruction]:
-        plain = [*part.steps, *_phase_steps(part.phase, len(anyone), anyone)]
-        steps = [step._replace(condition=condition) if step.can_be_conditioned else step for step in plain]
-        # Each step asks for the condition again, so none but the last may change what it reads.
-        for step in steps[:-1] if is_last else steps:
-            if set(step.clbits).intersection(condition.clbits):
-                raise NotConverted(f"inside an if, a measurement into a bit of its condition cannot be converted: {step}")
-        return steps
+        def body(block: Any) -> tuple[Instruction, ...]:
+            return _steps(self._block(block, qubits, clbits), anyone)
 
-    def _condition(self, condition: Any, clbits: dict[Any, int]) -> Condition:
+        if isinstance(operation, IfElseOp):
+            bodies = [body(block) for block in operation.blocks]
+            return _decided(If(self._condition(operation.condition, places.clbits), *bodies))
+        if isinstance(operation, WhileLoopOp):
+            condition = self._condition(operation.condition, places.clbits)
+            return _decided(While(condition, body(operation.blocks[0])))
+        if isinstance(operation, SwitchCaseOp):
+            target = _without_casts(operation.target)
+            bits = self._bits(target.var if isinstance(target, expr.Var) else target, places.clbits)
+            if bits is None:
+                raise NotConverted(f"a switch on {operation.target} cannot be converted: it must be on a bit or a register")
+            cases: list[tuple[tuple[int, ...], tuple[Instruction, ...]]] = []
+            default: tuple[Instruction, ...] = ()
+            for values, block in operation.cases_specifier():
+                if CASE_DEFAULT in values:
+                    default = body(block)
+                else:
+                    cases.append((tuple([int(value) for value in values]), body(block)))
+            return _decided(Switch(bits, tuple(cases), default))
+        raise NotConverted(f"{operation.name!r} cannot be converted to an instruction of a circuit")
+
+    def _bits(self, target: Any, clbits: dict[Any, int]) -> tuple[int, ...] | None:
+        """Return a bit or the bits of a register, lowest first."""
+        if target in clbits:
+            return (clbits[target],)
+        return tuple([clbits[bit] for bit in target]) if isinstance(target, ClassicalRegister) else None
+
+    def _condition(self, condition: Any, clbits: dict[Any, int]) -> AnyCondition:
         if isinstance(condition, tuple):
-            target, value = condition
-            bits = (target,) if target in clbits else tuple(target)
-            return _reachable(Condition(tuple([clbits[bit] for bit in bits]), int(value)))
+            bits = self._bits(condition[0], clbits)
+            assert bits is not None
+            return _reachable(Condition(bits, int(condition[1])))
         found = self._condition_of_expression(condition, clbits)
         if found is None:
             raise NotConverted(f"this condition cannot be converted: {condition}")
-        return _reachable(found)
+        return found
 
-    def _condition_of_expression(self, node: Any, clbits: dict[Any, int]) -> Condition | None:
-        node = _without_casts(node)
-        if isinstance(node, expr.Var) and node.var in clbits:
-            return Condition((clbits[node.var],), 1)
-        if isinstance(node, expr.Unary) and node.op in (expr.Unary.Op.LOGIC_NOT, expr.Unary.Op.BIT_NOT):
+    def _condition_of_expression(self, node: Any, clbits: dict[Any, int]) -> AnyCondition | None:
+        node, is_bool = _without_casts(node), node.type.kind is types.Bool
+        if isinstance(node, expr.Cast) and is_bool:  # a number that is not 0
+            bits = self._bits_of_expression(_without_casts(node.operand), clbits)
+            return None if bits is None else ~Condition(bits, 0)
+        bits = self._bits_of_expression(node, clbits)
+        if bits is not None:
+            return Condition(bits, 1) if is_bool else None
+        if isinstance(node, expr.Unary):
             inner = self._condition_of_expression(node.operand, clbits)
-            return None if inner is None else _opposite(inner)
-        if isinstance(node, expr.Binary) and node.op in (expr.Binary.Op.EQUAL, expr.Binary.Op.NOT_EQUAL):
+            is_not = node.op is expr.Unary.Op.LOGIC_NOT or node.op is expr.Unary.Op.BIT_NOT and is_bool
+            return ~inner if is_not and inner is not None else None
+        if not isinstance(node, expr.Binary):
+            return None
+        comparison = _COMPARISONS.get(node.op)
+        if comparison is not None:
             left, right = _without_casts(node.left), _without_casts(node.right)
             if isinstance(left, expr.Value):
                 left, right = right, left
-            if not isinstance(left, expr.Var) or not isinstance(right, expr.Value):
-                return None
-            bits = (left.var,) if left.var in clbits else tuple(left.var)
-            condition = Condition(tuple([clbits[bit] for bit in bits]), int(right.value))
-            return condition if node.op is expr.Binary.Op.EQUAL else _opposite(condition)
+                comparison = {"<": ">", "<=": ">=", ">": "<", ">=": "<="}.get(comparison, comparison)
+            bits = self._bits_of_expression(left, clbits)
+            if bits is not None and isinstance(right, expr.Value):
+                return _reachable(Condition(bits, int(right.value), comparison))
+        if any([side.type.kind is not types.Bool for side in (node.left, node.right)]):
+            return None
+        first, second = [self._condition_of_expression(side, clbits) for side in (node.left, node.right)]
+        if first is None or second is None:
+            return None
+        if comparison in ("==", "!="):
+            return first ^ second if comparison == "!=" else ~(first ^ second)
+        join = _JOINS.get(node.op)
+        return None if join is None else join(first, second)
+
+    def _bits_of_expression(self, node: Any, clbits: dict[Any, int]) -> tuple[int, ...] | None:
+        if isinstance(node, expr.Var):
+            return self._bits(node.var, clbits)
+        if isinstance(node, expr.Index) and isinstance(node.index, expr.Value):
+            bits = self._bits_of_expression(_without_casts(node.target), clbits)
+            return None if bits is None else bits[node.index.value : node.index.value + 1] or None
         return None
 
     # --- Operations ---
@@ -333,7 +382,7 @@ class _Conversion:
         if operation.definition is None:
             raise NotConverted(f"gate {operation.name!r} cannot be converted: it has no definition")
         if not qubits:
-            return self._block(operation.definition, (), (), False)
+            return self._block(operation.definition, (), ())
         definition = self._definition(operation)
         params = tuple([Parameter(name) for name in definition.params])
         return _Part([Instruction(definition.name, qubits, params, definition=definition)])
@@ -482,20 +531,34 @@ def _angle(value: Any) -> Angle:
 # --- Conditions ---
 
 
-def _opposite(condition: Condition) -> Condition | None:
-    """Return the condition that holds where the given one does not, if one value says it."""
-    return Condition(condition.clbits, 1 - condition.value) if len(condition.clbits) == 1 else None
+def _decided(detail: If | While | Switch) -> _Part:
+    step = flow_step(detail)
+    parts = conditioned(step)
+    return _Part([step] if parts is None else parts)
+
+
+def _steps(part: _Part, anyone: tuple[int, ...]) -> tuple[Instruction, ...]:
+    """Return a body, with its phase as steps."""
+    return (*part.steps, *_phase_steps(part.phase, len(anyone), anyone))
 
 
 def _reachable(condition: Condition) -> Condition:
     if not 0 <= condition.value < 2 ** len(condition.clbits):
-        n = len(condition.clbits)
-        raise NotConverted(f"the condition can never hold: {n} bit(s) do not become {checks.show(condition.value)}")
-    return condition
+        n, sign = len(condition.clbits), condition.comparison
+        told = "can never hold" if sign == "==" else "always has the same answer"
+        never = "do not become" if sign == "==" else f"compared by {sign} with"
+        raise NotConverted(f"the condition {told}: {n} bit(s) {never} {checks.show(condition.value)}")
+    # One bit has one way to be said.
+    return ~Condition(condition.clbits, condition.value) if condition.comparison == "!=" else condition
 
 
 def _without_casts(node: Any) -> Any:
+    """Return an expression without the casts around it that keep its value."""
     while isinstance(node, expr.Cast):
+        before, after = node.operand.type, node.type
+        is_wider = after.kind is types.Uint and (before.kind is types.Bool or getattr(before, "width", 2**63) <= after.width)
+        if before != after and not is_wider:
+            break
         node = node.operand
     return node
 

@@ -29,7 +29,6 @@ from .program import MOST_BITS, Parts
 
 _NOT_CARRIED_OUT = {
     ast.ForInLoop: "a for loop",
-    ast.WhileLoop: "a while loop",
     ast.BreakStatement: "break",
     ast.ContinueStatement: "continue",
 }
@@ -146,7 +145,6 @@ class _Reading(ConvertVisitor):  # type: ignore[misc]
         super().__init__()
         self._text = source
         self._body: Any = None  # of the gate that is being defined
-        self._conditions = 0
         self._names: set[str] = set()  # of definitions
         self._named: dict[tuple[str, int], Register] = {}
         self.statements: list[Any] = []
@@ -211,15 +209,6 @@ class _Reading(ConvertVisitor):  # type: ignore[misc]
         word = getattr(node, "qubit" if kind == "quantum" else "identifier", None)
         if after > before and isinstance(node, (ast.QubitDeclaration, ast.ClassicalDeclaration)) and word is not None:
             self._named[kind, before] = Register(word.name, kind, before, after - before)
-
-    def visit_BranchingStatement(self, node: ast.BranchingStatement, context: Any) -> Any:
-        if self._conditions:
-            raise NotConverted("an if inside an if cannot be carried out: join the bits in one condition")
-        self._conditions += 1
-        try:
-            return super().visit_BranchingStatement(node, context)
-        finally:
-            self._conditions -= 1
 
     def _resolve_condition(self, node: ast.Expression, context: Any) -> tuple[Any, Any]:
         bits, value = super()._resolve_condition(node, context)

@@ -334,7 +334,8 @@ class Result(Answers, Guiding):
         dict
             ``n_qubits``, ``active_qubits``, ``precision``, ``threads``, ``measured_bits``, ``outcomes`` (as `outcomes`
             gives them, by text), with shots ``n_shots``, ``seed`` and ``counts``, and if there were observables
-            ``expectation_values``, complex ones as ``{"real": ..., "imag": ...}``; ``gates``, ``passes``, ``seconds``.
+            ``expectation_values``, complex ones as ``{"real": ..., "imag": ...}``; ``saved``, of what the circuit saves the
+            numbers, and lists of probabilities, but no states; ``gates``, ``passes``, ``seconds``.
 
         Examples
         --------
@@ -360,6 +361,11 @@ class Result(Answers, Guiding):
         if self.expectation_values is not None:
             values = np.asarray(self.expectation_values).tolist()
             answer["expectation_values"] = [_number(v) for v in values] if isinstance(values, list) else _number(values)
+        numbers = self.saved.numbers()
+        if numbers:
+            answer["saved"] = {
+                name: value.tolist() if isinstance(value, np.ndarray) else _number(value) for name, value in numbers.items()
+            }
         return answer
 
     def register_counts(self, name: str) -> Counts:

@@ -80,7 +80,7 @@ def run(
     Returns
     -------
     Result
-        Counts, shots, final state, expectation values, timings and plan.
+        Counts, shots, final state, expectation values, what was saved, timings and plan.
 
     Raises
     ------
@@ -88,7 +88,9 @@ def run(
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
         are no shots although outcomes in the middle of the circuit differ.
     MemoryError
-        If the state or the shots do not fit.
+        If the state, the shots or what the circuit saves do not fit.
+    RuntimeError
+        If a loop goes round more often than its ``max_iterations``.
     KeyboardInterrupt
         After Ctrl-C, between two passes over the state.
 
@@ -99,6 +101,9 @@ def run(
     multinomial draw, and every group goes on with a state of its own. So there is one simulation for every group of
     equal outcomes, not for every shot, and the distribution is that of the ideal circuit. At most log2(shots) + 2
     states exist at a time, usually two or three.
+
+    The groups take their own ways through `Circuit.if_`, `Circuit.switch` and `Circuit.while_`; one with fewer shots is
+    followed to its end before one with more. Random numbers are drawn in this order, whatever the number of threads.
 
     Examples
     --------

@@ -66,6 +66,10 @@ class Saved(Mapping[str, Any]):
     def __len__(self) -> int:
         return len(self._kept)
 
+    def numbers(self) -> dict[str, Any]:
+        """Return what there is of probabilities and expectation values, by name."""
+        return {name: kept.value for name, kept in self._kept.items() if kept.missing is None and kept.kind != "state"}
+
     def __repr__(self) -> str:
         listed = ", ".join([f"{checks.show(name)} ({kept.told()})" for name, kept in self._kept.items()])
         return f"<Saved: {listed or 'nothing'}>"

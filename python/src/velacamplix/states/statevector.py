@@ -238,7 +238,8 @@ class StateVector(
         ValueError
             If it has more qubits than the state, parameters without values, or numbers beyond the precision.
         UnsupportedInstruction
-            If it holds a reset, a condition, or a measurement that is followed by a gate on the same qubit.
+            If it holds a reset, a condition, a decision, a loop, a save, or a measurement that is followed by a gate on the
+            same qubit.
         KeyboardInterrupt
             After Ctrl-C.
 
