@@ -13,6 +13,7 @@ void bind_statevector(pybind11::module_& module);
 void bind_matrix_gates(pybind11::module_& module);
 void bind_sampling(pybind11::module_& module);
 void bind_observables(pybind11::module_& module);
+void bind_inner_products(pybind11::module_& module);
 void bind_loading(pybind11::module_& module);
 void bind_exports(pybind11::module_& module);
 void bind_program(pybind11::module_& module);

@@ -10,10 +10,12 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <atomic>
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -43,9 +45,19 @@ public:
     decltype(auto) with_state(Work&& work) {
         const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
-        // Another thread may have released the array since Python looked.
-        if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
-        return std::forward<Work>(work)(state_);
+        return std::forward<Work>(work)(there());
+    }
+
+    // The same with another object's turn, or this object's own: work(state, other's state). Turns are taken in the
+    // order of their addresses, so that no two calls wait for each other.
+    template <class Other, class Work>
+    decltype(auto) with_both(HeldState<Other>& other, Work&& work) {
+        const Unlocked unlocked;
+        const auto [first, last] = std::minmax({&turn_, &other.turn_}, std::less<>());
+        const std::lock_guard<Turn> turn(*first);
+        std::unique_lock<Turn> other_turn(*last, std::defer_lock);
+        if (first != last) other_turn.lock();
+        return std::forward<Work>(work)(there(), other.there());
     }
 
     // False when a view forbids it. Releasing twice is allowed.
@@ -72,6 +84,15 @@ public:
     }
 
 private:
+    template <class Other>
+    friend class HeldState;
+
+    State& there() {
+        // Another thread may have released the array since Python looked.
+        if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
+        return state_;
+    }
+
     // Counts as one of `views_` until NumPy drops its last array.
     struct View {
         explicit View(std::shared_ptr<HeldState> owner) : held(std::move(owner)) { ++held->views_; }

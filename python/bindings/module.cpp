@@ -32,6 +32,7 @@ PYBIND11_MODULE(_core, module) {
     bind_matrix_gates(module);
     bind_sampling(module);
     bind_observables(module);
+    bind_inner_products(module);
     bind_loading(module);
     bind_exports(module);
     bind_program(module);

@@ -35,6 +35,7 @@ from .running.result import Result
 from .running.run import run
 from .running.saved import Saved
 from .states.apply import UnsupportedInstruction
+from .states.parts import Schmidt
 from .states.statevector import StateVector
 
 # The rooms, lowest first: a file imports from its own room and from those before it, never from one behind. In one line,
@@ -76,6 +77,7 @@ __all__ = [
     "Result",
     "Save",
     "Saved",
+    "Schmidt",
     "StateVector",
     "Switch",
     "Term",

@@ -110,6 +110,20 @@ def estimate(
     interval: float = 0.05,
     signals: bool = False,
 ) -> tuple[np.ndarray, np.ndarray]: ...
+def overlap(
+    bra: _StateVector,
+    ket: _StateVector,
+    function: Callable[[int, int], Any] | None = None,
+    interval: float = 0.05,
+    signals: bool = False,
+) -> complex: ...
+def reduced(
+    state: _StateVector,
+    qubits: Sequence[int],
+    function: Callable[[int, int], Any] | None = None,
+    interval: float = 0.05,
+    signals: bool = False,
+) -> np.ndarray: ...
 def prepare(state: _StateVector, data: np.ndarray, qubits: Sequence[int]) -> None: ...
 def qram(state: _StateVector, data: np.ndarray, qubits: Sequence[int], naddress: int) -> None: ...
 def binary_qram(state: _StateVector, data: np.ndarray, qubits: Sequence[int], naddress: int) -> None: ...

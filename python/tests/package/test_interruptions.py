@@ -16,6 +16,7 @@ from velacamplix import Observable, Progress, StateVector, _core
 from velacamplix.programs import drive as _drive
 from velacamplix.programs import progress as _progress
 from velacamplix.states import exports as _exports
+from velacamplix.states import parts as _parts
 from velacamplix.states import sampling as _sampling
 
 
@@ -38,6 +39,9 @@ CALLS = {
     "term_values": lambda state, told: state.term_values(terms(14, 60), progress=told),
     "to_dict": lambda state, told: state.to_dict(progress=told),
     "distribution_dict": lambda state, told: state.distribution_dict(range(13), progress=told),
+    "reduced": lambda state, told: state.reduced(range(11), progress=told),
+    "schmidt": lambda state, told: state.schmidt([0], progress=told),
+    "schmidt vectors": lambda state, told: state.schmidt(range(8), vectors=True, progress=told),
 }
 TOTALS = {
     "sample": 5000,
@@ -47,6 +51,9 @@ TOTALS = {
     "term_values": 60,
     "to_dict": 2**14,
     "distribution_dict": 2**13,
+    "reduced": 2**14,
+    "schmidt": 2**14,
+    "schmidt vectors": 2**14,
 }
 
 
@@ -56,6 +63,7 @@ def impatient(monkeypatch):
     monkeypatch.setattr(_drive, "INTERVAL", 0.0)
     monkeypatch.setattr(_progress, "INTERVAL", 0.0)
     monkeypatch.setattr(_exports, "_PIECE", 1000)
+    monkeypatch.setattr(_parts, "_PIECE", 2**11)
     monkeypatch.setattr(
         _sampling.Sampling,
         "_pieces",
@@ -107,7 +115,7 @@ def test_an_exception_of_the_function_ends_the_call_and_leaves_the_state(name, c
     assert state.set_basis_state("1" + 13 * "0").counts(3) == {"1" + 13 * "0": 3}
 
 
-@pytest.mark.parametrize("name", ["estimate", "expectation", "term_values"])
+@pytest.mark.parametrize("name", ["estimate", "expectation", "term_values", "reduced"])
 def test_the_function_cannot_use_the_state_that_is_at_work(name, impatient):
     state, other = fresh(), StateVector(2)
     refusals = []
@@ -230,6 +238,8 @@ print(state.reset().x(3).counts(5) == {{"0001" + "0" * (n - 4): 5}})
         ("state.term_values(many)", 21, 20000, "single"),
         ("state.counts(10**12)", 10, 1, "double"),
         ("state.counts(10**12, [3, 1], progress=True)", 21, 1, "single"),
+        ("state.entropy(range(11))", 22, 1, "double"),
+        ("state.purity(range(11))", 22, 1, "single"),
         ("run(Circuit(n).h(0), initial=state, observables=[many, 'Z0'])", 21, 20000, "double"),
     ],
 )

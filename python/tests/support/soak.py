@@ -51,6 +51,7 @@ def makers(i):
         "QasmError": lambda: velacamplix.QasmError("wrong", line=i + 1, column=1),
         "Register": lambda: velacamplix.Register("r", "quantum", 0, i + 1),
         "Result": lambda: run(Circuit(N_QUBITS).h(0).cx(0, 1).rx(0.1 * i, 4), shots=30, seed=i),
+        "Schmidt": lambda: StateVector(4).h(i % 4).schmidt(0, vectors=True),
         "StateVector": lambda: StateVector(N_QUBITS, seed=i),
         "Term": lambda: velacamplix.Term(0.5, "Z", (i,)),
         "Timings": lambda: velacamplix.Timings(0.1, 0.2, 0.3, 0.4 * i),
@@ -83,6 +84,8 @@ def arguments(i, path):
         "Result.register_counts.name": "q", "n": 5, "instructions": [Instruction("X", (0,))] * 3,
         "Observable.commutator.other": Observable(f"{turn}*X0"), "Observable.projector.outcome": "01",
         "Counts.expectation.observable": f"{turn}*Z0 Z1",
+        **{f"{kind}.{word}.other": StateVector(N_QUBITS).rx(turn, i % N_QUBITS)
+           for kind in ("StateVector", "Result") for word in ("overlap", "fidelity")},
     }  # fmt: skip
 
 

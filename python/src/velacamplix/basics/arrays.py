@@ -21,15 +21,21 @@ def amplitudes(value: Any, n_qubits: int, name: str) -> NDArray[Any]:
     >>> amplitudes([0.6, 0.8j], 1, "data").tolist()
     [(0.6+0j), 0.8j]
     """
-    expected = f"{name} must be an array of 2**{n_qubits} = {2**n_qubits} amplitudes"
+    array = amplitudes_of_any_norm(value, n_qubits, name)
+    norm = _norm(array)
+    if not abs(norm - 1) <= _NORM_TOLERANCE:
+        raise ValueError(f"{name} must be finite and have norm 1, got an array of norm {norm:.6g}")
+    return array
+
+
+def amplitudes_of_any_norm(value: Any, n_qubits: int, name: str, kind: str = "an array") -> np.ndarray:
+    """Return 2**n_qubits numbers in the type they came in; `kind` is what the argument may be."""
+    expected = f"{name} must be {kind} of 2**{n_qubits} = {checks.digits(2**n_qubits)} amplitudes"
     array = _array(value, expected)
     if array.dtype.kind not in "iufc":
         raise TypeError(f"{expected}, got {checks.show(array)}")
     if array.shape != (2**n_qubits,):
         raise ValueError(f"{expected}, got shape {array.shape}")
-    norm = _norm(array)
-    if not abs(norm - 1) <= _NORM_TOLERANCE:
-        raise ValueError(f"{name} must be finite and have norm 1, got an array of norm {norm:.6g}")
     return array
 
 

@@ -23,13 +23,14 @@ from ..states.outcomes import most_probable
 from ..states.statevector import StateVector
 from ..views import html
 from . import observing
+from .answers import Answers
 from .saved import Saved
 from .spread import spread, whole_state
 
 __all__ = ["Result"]
 
 
-class Result:
+class Result(Answers):
     """What `velacamplix.run` returns. Made by it, not by hand.
 
     Attributes

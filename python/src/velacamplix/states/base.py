@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Iterable
-from typing import Any
+from typing import Any, Self
 
 import numpy as np
 
@@ -47,6 +47,13 @@ class StateBase(GateBase):
         # An object that is set up again stays what it was until all has gone well.
         self._n_qubits, self._precision, self._threads, self._amplitude_type = n, precision, threads, amplitude_type
         self._core: Any = core
+
+    @classmethod
+    def _another(cls, n: int, precision: Precision, threads: int) -> Self:
+        """Return a new state, also of a class whose constructor takes other arguments."""
+        made = cls.__new__(cls)
+        made._start(n, precision, threads)
+        return made
 
     # What the object is
 

@@ -73,13 +73,6 @@ class Copies(Exports):
             if error is None:
                 raise
 
-    @classmethod
-    def _another(cls, n: int, precision: Precision, threads: int) -> Self:
-        """Return a new state, also of a class whose constructor takes other arguments."""
-        made = cls.__new__(cls)
-        made._start(n, precision, threads)
-        return made
-
 
 class _Amplitudes(Packed):
     """Amplitudes in a pickle, which are put together again where they belong."""

@@ -22,13 +22,17 @@ from .expectations import Expectations
 from .loading import Loading
 from .matrices import MatrixGates
 from .outcomes import most_probable
+from .overlaps import Overlaps
+from .parts import Parts
 from .readout import Readout
 from .sampling import Sampling
 
 # Showing a state in a notebook should not take longer than making it; above this only its size is told.
 _LARGEST_SHOWN = 18
 
-class StateVector(GateMethods, ManyQubitMethods, MatrixGates, Readout, Sampling, Expectations, Loading, Copies):
+class StateVector(
+    GateMethods, ManyQubitMethods, MatrixGates, Readout, Sampling, Expectations, Overlaps, Parts, Loading, Copies
+):
     """A pure state of `n` qubits as 2**n amplitudes, in the basis state 0 at first.
 
     Parameters
