@@ -7,7 +7,7 @@ import pytest
 from full_matrices import bits, random_state
 from refusals import refused
 
-from velacamplix import StateVector, _core
+from velacamplix import Circuit, StateVector, _core, run
 from velacamplix.states import sampling as _sampling
 
 
@@ -259,6 +259,44 @@ def test_seeds_come_by_chance_unless_told():
 def test_a_drawn_seed_repeats_the_shots():
     state = StateVector(8).set_basis_state("+" * 8)
     assert (state.sample(50) == StateVector(8, seed=state.seed).set_basis_state("+" * 8).sample(50)).all()
+
+
+@pytest.mark.parametrize("kind", [np.random.PCG64, np.random.MT19937, np.random.Philox])
+def test_a_generator_gives_its_next_number(kind):
+    numbers = np.random.Generator(kind(3)).integers(2**32, size=4).tolist()
+    generator = np.random.Generator(kind(3))
+    seeds = [StateVector(1, seed=generator).seed, StateVector(1, seed=generator).seed]
+    state = StateVector(1)
+    state.seed = generator
+    circuit = Circuit(2).h(0).h(1)
+    result = run(circuit, shots=50, seed=generator)
+    assert [*seeds, state.seed, result.seed] == numbers
+    assert run(circuit, shots=50, seed=numbers[3]).shots.tolist() == result.shots.tolist()
+
+
+def test_a_sequence_of_seeds_gives_the_same_number_each_time():
+    sequence = np.random.SeedSequence(10**40)
+    first = int(np.random.SeedSequence(10**40).generate_state(1)[0])
+    children = sequence.spawn(3)
+    assert StateVector(1, seed=sequence).seed == StateVector(1, seed=sequence).seed == first
+    assert run(Circuit(1).h(0), shots=3, seed=sequence).seed == first
+    assert len({StateVector(1, seed=child).seed for child in children} | {first}) == 4
+
+
+@pytest.mark.parametrize("number", [-1, 2**32, 0.5, None, "7"])
+def test_a_generator_that_gives_no_seed(number):
+    class Odd(np.random.Generator):
+        def integers(self, *arguments, **others):
+            return number
+
+    with pytest.raises((TypeError, ValueError), match="seed must be an integer from 0 to 4294967295"):
+        StateVector(1, seed=Odd(np.random.PCG64(1)))
+
+
+def test_what_other_generators_are_told():
+    for wrong in (np.random.RandomState(1), np.random.PCG64(1), np.random.default_rng):
+        with refused(TypeError, "a numpy.random.Generator or a SeedSequence, which takes integers of any size"):
+            StateVector(1, seed=wrong)
 
 
 @pytest.mark.parametrize("seed", [-1, 2**32, 10**30])

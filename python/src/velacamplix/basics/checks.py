@@ -298,8 +298,24 @@ def shots(value: Any, minimum: int = 0) -> int:
 
 
 def seed(value: Any) -> int | None:
-    """Return a seed of 32 bits; ``None`` leaves the choice to the library."""
-    return None if value is None else integer(value, "seed", minimum=0, maximum=2**32 - 1)
+    """Return a seed of 32 bits; ``None`` leaves the choice to the library.
+
+    >>> seed(7), seed(np.random.SeedSequence(7)) == seed(np.random.SeedSequence(7))
+    (7, True)
+    """
+    if value is None or type(value) is int and 0 <= value < 2**32:
+        return value
+    number = value
+    if isinstance(value, np.random.Generator):
+        number = value.integers(2**32)
+    elif isinstance(value, np.random.SeedSequence):
+        number = value.generate_state(1)[0]
+    try:
+        return integer(number, "seed", minimum=0, maximum=2**32 - 1)
+    except (TypeError, ValueError) as error:
+        raise type(error)(
+            f"{error}; a numpy.random.Generator or a SeedSequence, which takes integers of any size, will do, too"
+        ) from None
 
 
 def threshold(value: Any) -> float:

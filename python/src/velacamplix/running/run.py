@@ -10,7 +10,7 @@ from typing import Any, NamedTuple
 import numpy as np
 
 from ..basics import checks
-from ..basics.types import Order, Precision
+from ..basics.types import Order, Precision, Seed
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..machine import limits, memory
@@ -35,7 +35,7 @@ __all__ = ["run"]
 def run(
     circuit: Circuit,
     shots: int | None = None,
-    seed: int | None = None,
+    seed: Seed | None = None,
     threads: int | None = None,
     precision: Precision = "double",
     observables: None | ObservableLike | Sequence[ObservableLike] = None,
@@ -52,8 +52,8 @@ def run(
         With measurements, resets, conditions, decisions and loops anywhere. Qubits that no gate touches take no memory.
     shots : int, optional
         How many outcomes to draw, at least 1: of the classical bits, or of all qubits if nothing is measured.
-    seed : int, optional
-        Of 32 bits. The same seed gives the same shots, whatever the number of threads. By default drawn by chance.
+    seed : int, numpy.random.Generator or numpy.random.SeedSequence, optional
+        As for `StateVector`. The same seed gives the same shots, whatever the number of threads.
     threads : int, optional
         As for `StateVector`.
     precision : {"double", "single"}

@@ -8,7 +8,7 @@ from typing import Any, Self
 import numpy as np
 
 from ..basics import checks
-from ..basics.types import Order, Precision
+from ..basics.types import Order, Precision, Seed
 from ..core import extension
 from ..instructions.gate_base import GateBase
 from ..machine import limits, memory
@@ -25,7 +25,7 @@ class StateBase(GateBase):
     """Base of the classes that together make `StateVector`."""
 
     def __init__(
-        self, n: int, precision: Precision = "double", threads: int | None = None, seed: int | None = None
+        self, n: int, precision: Precision = "double", threads: int | None = None, seed: Seed | None = None
     ) -> None:
         self._start(
             checks.integer(n, "n", minimum=0), checks.precision(precision), limits.thread_count(threads), checks.seed(seed)

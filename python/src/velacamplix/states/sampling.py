@@ -9,7 +9,7 @@ from typing import Self
 import numpy as np
 
 from ..basics import checks
-from ..basics.types import Order
+from ..basics.types import Order, Seed
 from ..basics.words import bit_string
 from ..core import extension
 from ..machine import memory
@@ -32,7 +32,8 @@ class Sampling(StateBase):
         """Where the object's random numbers started, from 0 to 2**32 - 1; setting it starts them again.
 
         Every shot takes one number, and which shot takes which depends on nothing but their order: the same seed gives
-        the same shots, whatever the number of threads. ``None`` chooses a seed by chance.
+        the same shots, whatever the number of threads. What may be set is what `StateVector` takes; ``None`` chooses a
+        seed by chance.
 
         Examples
         --------
@@ -46,7 +47,7 @@ class Sampling(StateBase):
         return int(extension.seed(self._live()))
 
     @seed.setter
-    def seed(self, seed: int | None) -> None:
+    def seed(self, seed: Seed | None) -> None:
         number = checks.seed(seed)
         extension.set_seed(self._live(), secrets.randbits(32) if number is None else number)
 

@@ -46,9 +46,11 @@ class StateVector(
         Number of threads for every operation; what is too small to be worth sharing, states below 256 KiB among it,
         runs on one whatever this says. By default the environment variable VELACAMPLIX_NUM_THREADS decides, then
         OMP_NUM_THREADS, then the processors this process may use (its affinity, or a container's quota).
-    seed : int, optional
-        Of 32 bits, where the random numbers of `sample`, `measure` and `estimate` start. By default it is drawn by
-        chance.
+    seed : int, numpy.random.Generator or numpy.random.SeedSequence, optional
+        Where the random numbers of `sample`, `measure` and `estimate` start. An integer has 32 bits, from 0 to
+        2**32 - 1. Of a Generator the next number of 32 bits is taken, so that each call has another seed; of a
+        SeedSequence, which takes integers of any size, the first number of its state, the same each time. By default
+        it is drawn by chance.
 
     Raises
     ------
