@@ -149,3 +149,10 @@ def highest_first(qubits: tuple[int, ...], order: Order) -> tuple[int, ...]:
     ((2, 0), (0, 2))
     """
     return qubits if checks.order(order) == "big" else qubits[::-1]
+
+
+def required_total(total: float, what: str) -> float:
+    """Return what the probabilities add up to, unless nothing can be divided by it."""
+    if not 0 < total < np.inf:
+        raise ValueError(f"the probabilities add up to {total:g}: there is no normalised state to tell the {what} of")
+    return total
