@@ -11,6 +11,7 @@ import numpy as np
 from ..basics import checks
 from ..basics.words import shortened
 from ..observables.observable import Observable
+from ..states.expectations import centred
 from ..states.statevector import StateVector
 
 
@@ -84,6 +85,16 @@ def checked(observables: Any, n_qubits: int, argument: str = "observables") -> O
 def values(state: StateVector, observables: Sequence[Observable]) -> np.ndarray:
     """Return the expectation values, ``complex128``."""
     return np.array([state.expectation(observable) for observable in observables], dtype=np.complex128)
+
+
+def variances(state: StateVector, observed: Observed, active: Sequence[int], measured: Set[int]) -> Any:
+    """Return the variances of the observables after the measurements, as the observables came."""
+    found = []
+    for observable in map(centred, observed.observables):
+        # A measurement may take something from an observable and leave its square.
+        without_constant, square = Observed([observable, observable @ observable], True).on(active, measured)
+        found.append(state._variance(without_constant, square))
+    return np.array(found) if observed.are_many else found[0]
 
 
 def _is_list_of_terms(observables: Sequence[Any]) -> bool:

@@ -491,6 +491,36 @@ class Result(Answers, Guiding):
         observed.warn(self.active_qubits, [self._measured], stacklevel=2)
         return observed.shaped(observing.values(state, observed.on(self.active_qubits, self._measured)))
 
+    def variance(self, observable: ObservableLike | Sequence[ObservableLike]) -> Any:
+        """Return the variance of what measurements of an observable give, <O^2> - <O>^2.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict, or a list of these
+            As for `expectation`, with real coefficients.
+
+        Returns
+        -------
+        float or numpy.ndarray
+            A number for one observable, an array for a list.
+
+        Raises
+        ------
+        TypeError, ValueError, MemoryError
+            As for `StateVector.variance`.
+        RuntimeError
+            As for `compact_state`.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> run(Circuit(100).h(98)).variance(["2*Z98 + Z0", "X98"]).round(6).tolist()
+        [4.0, 0.0]
+        """
+        state, observed = self.compact_state, observing.checked(observable, self.n_qubits, "observable")
+        observed.warn(self.active_qubits, [self._measured], stacklevel=2)
+        return observing.variances(state, observed, self.active_qubits, self._measured)
+
     def probability(self, outcome: int | str, qubits: Qubits | None = None, order: Order = "big") -> float:
         """Return the probability that the listed qubits of the final state read an outcome.
 

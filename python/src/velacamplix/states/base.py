@@ -158,3 +158,10 @@ def _size(n: Any) -> int:
             f"{error}: it counts the qubits, which begin as 0. Then run(circuit), set_state(amplitudes) or "
             'set_basis_state("01") makes another state'
         ) from None
+
+
+def required_total(total: float, what: str) -> float:
+    """Return what the probabilities add up to, unless nothing can be divided by it."""
+    if not 0 < total < np.inf:
+        raise ValueError(f"the probabilities add up to {total:g}: there is no normalised state to tell the {what} of")
+    return total

@@ -13,7 +13,7 @@ from ..observables.observable import Observable, ObservableLike
 from ..programs.drive import heard
 from ..programs.progress import ProgressLike, metered
 from ..results.estimate import Estimate
-from .base import StateBase
+from .base import StateBase, required_total
 
 
 class Expectations(StateBase):
@@ -55,6 +55,47 @@ class Expectations(StateBase):
         with metered(progress, len(checked.terms), "terms") as meter:
             value = extension.expectation(core, checked.compiled(), *heard(meter.within()))
         return value if checked.is_complex else value.real
+
+    def variance(self, observable: ObservableLike, progress: ProgressLike = None) -> float:
+        """Return the variance of what measurements of an observable give, <O^2> - <O>^2; the state does not change.
+
+        It is that of the normalised state. The square is formed as a sum of products of Pauli operators, up to half as
+        many as there are pairs of terms; what rounding leaves below 0 is 0.
+
+        Parameters
+        ----------
+        observable : Observable, str, dict or list
+            On at most n qubits, with real coefficients.
+        progress : None, bool or callable
+            As for `run`; terms of the square are counted.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If this is no observable, one on more qubits, or one that is not Hermitian; also ValueError if the
+            probabilities add up to 0, to infinity or to nan.
+        MemoryError
+            If the products of all pairs of terms do not fit.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(2).h(0)
+        >>> round(state.variance("Z0"), 6), round(state.variance("3*X0 + Z1"), 6), round(state.variance("2*Z0 + Z1"), 6)
+        (1.0, 0.0, 4.0)
+        """
+        checked = centred(self._observable(observable))
+        return self._variance(checked, checked @ checked, progress)
+
+    def _variance(self, observable: Observable, square: Observable, progress: ProgressLike = None) -> float:
+        total = required_total(float(self._live().probability(0, ())), "variance")
+
+        def mean(of: Observable, progress: ProgressLike = None) -> float:
+            # A constant is told as it is, whatever the norm.
+            return of.constant.real + self.expectation(of - of.constant, progress).real / total
+
+        value = mean(observable)
+        return max(0.0, mean(square, progress) - value * value)
 
     def term_values(self, observable: ObservableLike, progress: ProgressLike = None) -> np.ndarray:
         """Return coefficient times expectation value of every term.
@@ -165,3 +206,14 @@ def _values(values: np.ndarray, observable: Observable) -> np.ndarray:
     if any(isinstance(term.coefficient, complex) for term in observable.terms):
         return values.astype(np.complex128)
     return values.real.astype(np.float64)
+
+
+def centred(observable: Observable) -> Observable:
+    """Return a Hermitian observable without its constant, which only rounding would find in a variance.
+
+    >>> centred(Observable("2*Z0 + 5"))
+    Observable('2.0*Z0')
+    """
+    if observable.is_complex:
+        raise ValueError(f"observable must be Hermitian to have a variance, got one with complex coefficients, {observable}")
+    return observable - observable.constant

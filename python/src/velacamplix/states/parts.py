@@ -14,7 +14,7 @@ from ..machine import memory
 from ..programs.background import in_background
 from ..programs.drive import heard
 from ..programs.progress import ProgressLike, metered
-from .base import Qubits, StateBase, highest_first
+from .base import Qubits, StateBase, highest_first, required_total
 
 # Besides the matrix, the core takes one of at most 64 rows for each of 64 blocks.
 _MOST_BLOCKS = 4 << 20
@@ -299,13 +299,6 @@ class Parts(StateBase):
         with metered(progress, 2**self._n_qubits, "amplitudes") as meter:
             matrix: np.ndarray = extension.reduced(core, listed, *heard(meter.within()))
         return matrix
-
-
-def required_total(total: float, what: str) -> float:
-    """Return what the probabilities add up to, unless nothing can be divided by it."""
-    if not 0 < total < np.inf:
-        raise ValueError(f"the probabilities add up to {total:g}: there is no normalised state to tell the {what} of")
-    return total
 
 
 def _calmly(size: int, work: Any) -> Any:
