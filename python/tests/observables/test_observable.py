@@ -124,7 +124,7 @@ def test_an_observable_can_be_made_of_one():
         ({"X": 10**400}, ValueError, "observable['X'] must fit a double"),
         ({"X": [1]}, TypeError, "must be a number"),
         ([(1, "X")], ValueError, "observable[0] must be (coefficient, letters, qubits)"),
-        ([(1, "X", [0]), "X0"], TypeError, "observable[1] must be a sequence"),
+        ([(1, "X", [0]), "X0"], TypeError, "observable[1] must be (coefficient, letters, qubits), got 'X0'"),
         ([(1, "XY", [0])], ValueError, "observable[0] must have one letter per qubit, got 'XY' on [0]"),
         ([(1, "XX", [0, 0])], ValueError, "qubits of observable[0] must be distinct, got 0 twice"),
         ([(1, "X", [65536])], IndexError, "qubits of observable[0][0] must be a number from 0 to 65535"),
@@ -132,7 +132,7 @@ def test_an_observable_can_be_made_of_one():
         ([(1, "X", [0.0])], TypeError, "must be an integer"),
         ([(1, 0, [0])], TypeError, "letters of observable[0] must be a text"),
         ([("1", "X", [0])], TypeError, "coefficient of observable[0] must be a number"),
-        ((1, "X", [0]), TypeError, "observable[0] must be a sequence"),
+        ((1, "X", [0]), TypeError, "observable[0] must be (coefficient, letters, qubits), got 1"),
     ],
 )
 def test_wrong_descriptions(terms, error, words):

@@ -127,6 +127,8 @@ class Figures(ParameterMethods):
             if width is not None:
                 raise TypeError(f"width must be given once, got {checks.show(form)} and {checks.show(width)}")
             width, form = form, None
+        if form == "mpl":
+            raise ValueError("form must be 'text' or 'svg', got 'mpl'; plot_circuit(circuit) paints with Matplotlib")
         kind = checks.choice("text" if form is None else form, "form", ("text", "svg"))
         if width is not None:
             width = checks.integer(width, "width", minimum=300 if kind == "svg" else 40)

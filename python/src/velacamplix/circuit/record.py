@@ -6,6 +6,7 @@ from collections.abc import Iterable, Iterator
 from typing import Any, Self
 
 from ..basics import checks
+from ..basics.elsewhere import Guiding
 from ..basics.words import counted
 from ..instructions import checked
 from ..instructions.binding import Template
@@ -30,7 +31,7 @@ _MOST_BITS = 1_000_000
 MOST_INSTRUCTIONS = 100_000_000
 
 
-class Record(GateBase):
+class Record(GateBase, Guiding):
     """Base of the classes that together make `Circuit`: its data, and how instructions come into it."""
 
     def __init__(
@@ -152,10 +153,11 @@ class Record(GateBase):
         self._start(state["registers"], *_sizes(state["registers"]), steps)
         vars(self).update(state["further"])
 
-    def append(self, instruction: Instruction) -> Self:
+    def append(self, instruction: Instruction, *others: Any) -> Self:
         """Add an instruction after checking all of it.
 
-        Inside `when`, the instruction must not carry a condition of its own.
+        It has its qubits already, so nothing comes behind it. Inside `when`, the instruction must not carry a condition
+        of its own.
 
         Raises
         ------
@@ -167,6 +169,13 @@ class Record(GateBase):
         >>> print(Circuit(2).append(Instruction("CNOT", (1, 0))))
         CNOT 1,0
         """
+        if others or not isinstance(instruction, Instruction):
+            given = ", ".join(map(checks.show, (instruction, *others)))
+            raise TypeError(
+                f"instruction must be one Instruction, which has its qubits, got append({given}): gates are added by their "
+                "methods, as in circuit.h(0), a circuit by circuit.compose(other, qubits), a gate of your own by "
+                "circuit.gate(definition, qubits)"
+            )
         self._append(self._accepted(instruction))
         return self
 

@@ -9,8 +9,9 @@ from itertools import chain, count
 from typing import Any, Self
 
 from ..basics import checks
-from ..basics.words import bit_string
+from ..basics.words import bit_string, counted
 from ..instructions.condition import AnyCondition, Bits, CompoundCondition, Condition, checked, in_order
+from ..instructions.gate_base import REQUIRED
 from ..instructions.instruction import Register
 from .record import Record
 
@@ -18,10 +19,8 @@ from .record import Record
 class StepMethods(Record):
     """Measure, reset, barrier, and `when`."""
 
-    def measure(
-        self, qubits: int | Sequence[int], clbits: int | Sequence[int]
-    ) -> Self:
-        """Measure qubits in the Z basis, the i-th into the i-th classical bit.
+    def measure(self, qubits: int | Sequence[int], clbits: int | Sequence[int] = REQUIRED) -> Self:
+        """Measure qubits in the Z basis, the i-th into the i-th classical bit; `measure_all` names no bits.
 
         Raises
         ------
@@ -37,6 +36,12 @@ class StepMethods(Record):
         measure 1,0 -> 0,1
         """
         sources = checks.qubits(qubits, self._n_qubits)
+        if clbits is REQUIRED:
+            shown = checks.show(qubits)
+            raise TypeError(
+                f"clbits must say which classical bits the qubits are measured into: measure({shown}, {shown}) on a circuit "
+                "with such bits, Circuit(n_qubits, n_clbits); or measure_all(), which measures every qubit into a bit of its own"
+            )
         if not self._n_clbits:
             raise self._no_bits(clbits)
         targets = checks.indices(clbits, self._n_clbits, "clbits", at_least=1)
@@ -84,8 +89,8 @@ class StepMethods(Record):
         """
         return self._add("reset", checks.qubits(qubits, self._n_qubits))
 
-    def barrier(self, *qubits: int) -> Self:
-        """Mark a point that gates on `qubits` (all, if none is named) do not cross.
+    def barrier(self, *qubits: int | Sequence[int]) -> Self:
+        """Mark a point that gates on `qubits` (all, if none is named) do not cross; they may come as one list.
 
         Raises
         ------
@@ -95,10 +100,12 @@ class StepMethods(Record):
         >>> from velacamplix import Circuit
         >>> print(Circuit(2).barrier())
         barrier 0,1
+        >>> print(Circuit(3).barrier([0, 2]) == Circuit(3).barrier(0, 2))
+        True
         """
         if self._condition is not None:
             raise ValueError("barrier takes no condition: call it outside of when()")
-        named = checks.qubits(qubits, self._n_qubits, at_least=0)
+        named = checks.qubits(qubits[0] if len(qubits) == 1 else qubits, self._n_qubits, at_least=0)
         return self._add("barrier", named or tuple(range(self._n_qubits)))
 
     def bits(self, clbits: str | int | Sequence[int]) -> Bits:
@@ -226,7 +233,8 @@ class StepMethods(Record):
     def _no_bits(self, clbits: object) -> IndexError:
         return IndexError(
             f"clbits must be classical bits of the circuit, got {checks.show(clbits)}, but it has none: write "
-            f"Circuit({self._n_qubits}, number_of_bits), or call measure_all(), which makes one for each qubit"
+            f"Circuit({self._n_qubits}, {self._n_qubits}) for {counted(self._n_qubits, 'bit')}, or call measure_all(), "
+            "which makes one for each qubit"
         )
 
 

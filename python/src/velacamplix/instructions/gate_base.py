@@ -91,6 +91,10 @@ class GateBase:
         self, method: str, shape: _Shape, given: tuple[Any, ...], words: tuple[str, ...], controls: Any, values: str
     ) -> Instruction:
         n_angles = len(shape.angles)
+        for value, word in zip(given[n_angles:], words[n_angles:]) if n_angles else ():
+            if isinstance(value, (float, Expression)):
+                order = ", ".join(shape.angles + shape.qubits)
+                raise TypeError(f"{word} must be an integer, got {checks.show(value)}: angles come first, {method}({order})")
         params = tuple([self._angle(value, word) for value, word in zip(given, words[:n_angles])])
         qubits = tuple(
             [checks.qubit(value, self._n_qubits, word) for value, word in zip(given[n_angles:], words[n_angles:])]

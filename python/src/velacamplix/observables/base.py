@@ -9,6 +9,7 @@ from typing import Any, Self
 import numpy as np
 
 from ..basics import checks
+from ..basics.elsewhere import Guiding
 from ..basics.types import Order
 from ..basics.words import counted
 from ..core import extension
@@ -18,10 +19,15 @@ from .terms import Listed, Number, Term, finite, mask, plain, product_text, with
 from .text import parse
 
 
-class ObservableBase:
+class ObservableBase(Guiding):
     """The terms, without a way to compute with them."""
 
     def __init__(self, terms: ObservableLike, order: Order = "big") -> None:
+        if not isinstance(order, str):
+            raise TypeError(
+                f"order must be 'big' or 'little', got {checks.show(order)}; coefficients stand with their terms, as in "
+                '"0.5*ZZ + XX" or {"ZZ": 0.5, "XX": 1}'
+            )
         self._set(_listed(terms, checks.order(order)))
 
     def _set(self, listed: Iterable[Listed]) -> None:
@@ -149,9 +155,10 @@ def _listed(terms: Any, order: Order) -> list[Listed]:
         return parse(checks.plain(terms), order)
     if isinstance(terms, Mapping):
         return from_strings(terms, order)
-    if isinstance(terms, (bytes, np.generic)) or not isinstance(terms, Iterable):
+    is_array = isinstance(terms, (np.generic, np.ndarray))
+    if is_array or isinstance(terms, bytes) or not isinstance(terms, Iterable):
         raise TypeError(
             f"observable must be a text, a dictionary, or a list of (coefficient, letters, qubits), "
-            f"got {checks.show(terms)}"
+            f"got {checks.show(terms)}" + ("; Observable.from_matrix takes a matrix" if is_array else "")
         )
     return [from_tuple(term, f"observable[{i}]") for i, term in enumerate(terms)]

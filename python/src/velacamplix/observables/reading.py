@@ -2,12 +2,14 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping
+from collections.abc import Iterable, Mapping
 from typing import Any
 
 from ..basics import checks
 from ..basics.types import Order
 from .terms import MOST_QUBITS, Listed, Number, number
+
+_LABELS = '; labels come in one text, "0.5*ZZ + XX", or in a dictionary, {"ZZ": 0.5, "XX": 1}'
 
 
 def from_strings(terms: Mapping[str, Number], order: Order) -> list[Listed]:
@@ -29,9 +31,13 @@ def from_strings(terms: Mapping[str, Number], order: Order) -> list[Listed]:
 
 def from_tuple(term: Any, name: str) -> Listed:
     """Return a term given as (coefficient, letters, qubits)."""
+    expected = f"{name} must be (coefficient, letters, qubits)"
+    if isinstance(term, str) or not isinstance(term, Iterable):
+        raise TypeError(f"{expected}, got {checks.show(term)}{_LABELS if isinstance(term, str) else ''}")
     parts = checks.sequence(term, name, of="(coefficient, letters, qubits)")
-    if len(parts) != 3:
-        raise ValueError(f"{name} must be (coefficient, letters, qubits), got {checks.show(term)}")
+    is_labelled = bool(parts) and isinstance(parts[0], str) and not parts[0].strip("IXYZ")
+    if len(parts) != 3 or is_labelled:
+        raise ValueError(f"{expected}, got {checks.show(term)}{_LABELS if is_labelled else ''}")
     coefficient, letters, qubits = parts
     letters = _required_letters(letters, f"letters of {name}")
     numbers = checks.qubits(qubits, MOST_QUBITS, f"qubits of {name}", at_least=0)
@@ -49,5 +55,6 @@ def _required_letters(letters: Any, name: str) -> str:
             raise ValueError(
                 f"{name} must hold only the letters I, X, Y and Z, got {letter!r} at position {position} of "
                 f"{checks.show(letters)}"
+                + ('; with numbers of qubits it is a text, as in "0.5*Z0 Z3"' if letter.isdigit() else "")
             )
     return letters

@@ -7,6 +7,7 @@ from collections.abc import Callable, Iterable, Iterator, Mapping, Sequence
 from typing import Any, Self
 
 from ..basics import checks, extras
+from ..basics.elsewhere import Guiding
 from ..basics.words import bit_string, counted
 from ..machine import memory
 from ..observables.observable import ObservableLike
@@ -22,7 +23,7 @@ _BYTES_PER_OUTCOME = 180
 _MOST_BITS = 1_000_000
 
 
-class Counts(dict[str, int]):
+class Counts(dict[str, int], Guiding):
     """Outcomes as bit strings, each with the number of shots that gave it.
 
     A ``dict`` from ``str`` to ``int``: it compares equal to a plain one, and everything that takes one takes it. What
@@ -181,7 +182,9 @@ class Counts(dict[str, int]):
         length = self._n_bits
         for key in counts:
             if not isinstance(key, str):
-                raise TypeError(f"counts must have bit strings for keys, got {checks.show(key)}")
+                raise TypeError(
+                    f"counts must have bit strings for keys, got {checks.show(key)}; Counts.from_ints takes numbers"
+                )
             length = len(key) if length is None else length
             if len(key) != length:
                 raise ValueError(f"counts must have keys of {checks.digits(length)} characters, got {checks.show(key)}")

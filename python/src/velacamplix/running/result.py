@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks, extras
+from ..basics.elsewhere import Guiding
 from ..basics.types import Order, Precision
 from ..basics.words import bit_string, counted
 from ..instructions.instruction import Register
@@ -29,7 +30,7 @@ from .spread import spread, whole_state
 __all__ = ["Result"]
 
 
-class Result:
+class Result(Guiding):
     """What `velacamplix.run` returns. Made by it, not by hand.
 
     Attributes

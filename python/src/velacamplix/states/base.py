@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks
+from ..basics.elsewhere import Guiding
 from ..basics.types import Order, Precision
 from ..core import extension
 from ..instructions.gate_base import GateBase
@@ -21,15 +22,13 @@ _CORE_TYPES = {
 }
 
 
-class StateBase(GateBase):
+class StateBase(GateBase, Guiding):
     """Base of the classes that together make `StateVector`."""
 
     def __init__(
         self, n: int, precision: Precision = "double", threads: int | None = None, seed: int | None = None
     ) -> None:
-        self._start(
-            checks.integer(n, "n", minimum=0), checks.precision(precision), limits.thread_count(threads), checks.seed(seed)
-        )
+        self._start(_size(n), checks.precision(precision), limits.thread_count(threads), checks.seed(seed))
 
     def _start(self, n: int, precision: Precision, threads: int, seed: int | None = None) -> None:
         memory.require_state(n, precision)
@@ -142,3 +141,13 @@ def highest_first(qubits: tuple[int, ...], order: Order) -> tuple[int, ...]:
     ((2, 0), (0, 2))
     """
     return qubits if checks.order(order) == "big" else qubits[::-1]
+
+
+def _size(n: Any) -> int:
+    try:
+        return checks.integer(n, "n", minimum=0)
+    except TypeError as error:
+        raise TypeError(
+            f"{error}: it counts the qubits, which begin as 0. Then run(circuit), set_state(amplitudes) or "
+            'set_basis_state("01") makes another state'
+        ) from None

@@ -1,0 +1,121 @@
+"""What other packages call the things that the classes here have, for the message of who tries it."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any
+
+#: By class, then by the name that is tried: what to write here.
+WRITE = {
+    "Circuit": {
+        "add_gate": "circuit.h(0) and so on, or circuit.append(instruction)",
+        "adjoint": "circuit.inverse()",
+        "all_operations": "circuit.instructions",
+        "assign_parameters": "circuit.bind(...)",
+        "bind_parameters": "circuit.bind(...)",
+        "c_if": "with circuit.when(bits, value): ...",
+        "dagger": "circuit.inverse()",
+        "data": "circuit.instructions",
+        "expectation": "run(circuit).expectation(observable)",
+        "from_qasm_file": "Circuit.from_qasm(path)",
+        "from_qasm_str": "Circuit.from_qasm(text)",
+        "get_counts": "run(circuit, shots=1000).counts",
+        "get_statevector": "run(circuit).state",
+        "if_test": "with circuit.when(bits, value): ...",
+        "qasm": "circuit.to_qasm()",
+        "resolve_parameters": "circuit.bind(...)",
+        "run": "run(circuit, shots=1000)",
+        "sample": "run(circuit, shots=1000).shots",
+        "save_statevector": "run(circuit).state",
+        "simulate": "run(circuit)",
+        "size": "len(circuit)",
+        "to_gate": "GateDefinition(name, circuit), then circuit.gate(definition, qubits)",
+        "to_instruction": "GateDefinition(name, circuit), then circuit.gate(definition, qubits)",
+        "width": "circuit.n_qubits + circuit.n_clbits",
+    },
+    "Counts": {
+        "hex_outcomes": "counts.hex()",
+        "int_outcomes": "counts.ints()",
+        "marginal_counts": "counts.marginal(positions)",
+        "most_common": "counts.most_likely(k)",
+        "most_frequent": "counts.most_likely()",
+    },
+    "Observable": {
+        "coeffs": "[term.coefficient for term in observable.terms]",
+        "compose": "one @ two",
+        "dot": "one @ two",
+        "expectation": "state.expectation(observable)",
+        "expectation_value": "state.expectation(observable)",
+        "from_label": 'Observable("ZZ")',
+        "from_list": 'Observable({"ZZ": 0.5})',
+        "from_operator": "Observable.from_matrix(matrix)",
+        "get_matrix": "observable.to_matrix()",
+        "group_observables": "observable.group_commuting()",
+        "matrix": "observable.to_matrix()",
+        "num_qubits": "observable.n_qubits",
+        "ops": "observable.terms",
+        "paulis": "[term.paulis for term in observable.terms]",
+        "simplified": "observable.simplify()",
+        "sparse_matrix": "observable.to_matrix(sparse=True)",
+    },
+    "Result": {
+        "data": "result.counts, result.state, or result.to_dict()",
+        "expectation_value": "result.expectation(observable)",
+        "expval": "result.expectation(observable)",
+        "final_state_vector": "result.statevector()",
+        "get_counts": "result.counts",
+        "get_memory": "result.bits, or result.shots",
+        "get_probabilities": "result.distribution(qubits), or result.counts.probabilities()",
+        "get_statevector": "result.statevector()",
+        "histogram": "result.counts",
+        "measurements": "result.bits, or result.shots",
+        "memory": "result.bits, or result.shots",
+        "probabilities": "result.distribution(qubits), or result.counts.probabilities()",
+        "probs": "result.distribution(qubits)",
+        "quasi_dists": "result.counts.probabilities()",
+        "state_vector": "result.statevector()",
+        "time_taken": "result.timings.total",
+    },
+    "StateVector": {
+        "amplitudes": "state.array",
+        "apply": "state.run(circuit), or state.h(0) and so on",
+        "apply_circuit": "state.run(circuit)",
+        "data": "state.array",
+        "dim": "state.array.size",
+        "evolve": "state.run(circuit)",
+        "expectation_value": "state.expectation(observable)",
+        "expval": "state.expectation(observable)",
+        "final_state_vector": "state.array",
+        "from_label": "StateVector(n).set_basis_state(text)",
+        "get_counts": "state.counts(shots)",
+        "get_expectation_value": "state.expectation(observable)",
+        "get_vector": "state.array",
+        "load": "state.set_state(array)",
+        "probabilities_dict": "state.distribution_dict()",
+        "probs": "state.distribution(qubits)",
+        "sample_counts": "state.counts(shots)",
+        "sampling": "state.sample(shots)",
+        "set_zero_state": "state.reset()",
+        "state": "state.array",
+        "unitary": "state.matrix(entries, qubits)",
+        "update_quantum_state": "state.run(circuit)",
+        "vector": "state.array",
+    },
+}
+
+
+class Guiding:
+    """Tells who tries a name of another package what to write here."""
+
+    # Hidden from type checkers, which would take every name for one that is there.
+    if not TYPE_CHECKING:
+
+        def __getattr__(self, name: str) -> Any:
+            kind = type(self)
+            for base in kind.__mro__:
+                written = WRITE.get(base.__name__, {}).get(name)
+                if written:
+                    raise AttributeError(f"{kind.__name__!r} object has no attribute {name!r}: here that is {written}")
+            if not name.startswith("_") and name != name.lower() and hasattr(kind, name.lower()):
+                raise AttributeError(f"{kind.__name__!r} object has no attribute {name!r}: here that is {name.lower()}")
+            # With what Python needs to look for a similar name.
+            raise AttributeError(f"{kind.__name__!r} object has no attribute {name!r}", name=name, obj=self)
