@@ -108,6 +108,9 @@ def test_what_is_no_observable_has_no_operator_product(other):
 def test_the_commutator_takes_observables():
     with refused(TypeError, "other must be an Observable, got 'X0'; Observable(...) makes one"):
         Observable("X0").commutator("X0")
+    with pytest.raises(TypeError) as caught:
+        Observable("X0").commutator("(" * 10_000)
+    assert len(str(caught.value)) < 300
 
 
 def test_products_that_do_not_fit_are_refused(monkeypatch):

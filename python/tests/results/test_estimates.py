@@ -86,6 +86,13 @@ def test_wrong_arguments(arguments, error, words):
         Counts({"00": 3, "11": 4}).expectation(*arguments)
 
 
+def test_long_terms_are_shortened_in_messages():
+    for letter in "XZ":
+        with pytest.raises(ValueError) as caught:
+            Counts({"0": 1}).expectation(Observable([(1, letter * 1000, range(1000))]))
+        assert len(str(caught.value)) < 500
+
+
 def test_no_shots():
     for counts in (Counts({}, 1), Counts({"0": 0})):
         with refused(ValueError, "counts must have at least one shot for a mean, got none"):

@@ -7,7 +7,7 @@ from typing import Any, Self
 
 from ..basics import checks
 from ..basics.elsewhere import Guiding
-from ..basics.words import counted
+from ..basics.words import counted, shortened
 from ..instructions import checked
 from ..instructions.binding import Template
 from ..instructions.definition import GateDefinition, flat, flat_steps, restored, restored_steps
@@ -170,7 +170,7 @@ class Record(GateBase, Guiding):
         CNOT 1,0
         """
         if others or not isinstance(instruction, Instruction):
-            given = ", ".join(map(checks.show, (instruction, *others)))
+            given = shortened(", ".join(map(checks.show, (instruction, *others))))
             raise TypeError(
                 f"instruction must be one Instruction, which has its qubits, got append({given}): gates are added by their "
                 "methods, as in circuit.h(0), a circuit by circuit.compose(other, qubits), a gate of your own by "

@@ -5,6 +5,7 @@ from __future__ import annotations
 from collections.abc import Sequence
 from typing import Any, Self
 
+from ..basics import checks
 from ..machine import memory
 from .base import ObservableBase
 from .terms import Number, Term, added, finite, is_number, mask, number, of_masks, plain
@@ -96,7 +97,7 @@ class Algebra(ObservableBase):
         Observable('0.0')
         """
         if not isinstance(other, ObservableBase):
-            raise TypeError(f"other must be an Observable, got {other!r}; Observable(...) makes one of a text")
+            raise TypeError(f"other must be an Observable, got {checks.show(other)}; Observable(...) makes one of a text")
         terms, constant = _product(self, other, True)
         return self._of(terms, constant, max(self._n_qubits, other._n_qubits))._times(2.0)
 

@@ -79,7 +79,7 @@ def of_diagonal(
 def _require_diagonal(term: Term) -> None:
     if term.paulis.strip("Z"):
         raise ValueError(
-            f"observable must be diagonal, of Z alone, got the term {term}, which shots in the Z basis do not tell: "
+            f"observable must be diagonal, of Z alone, got the term {shortened(str(term), 60)}, which shots in the Z basis do not tell: "
             "observable.group_commuting() gives groups of terms, each with the gates that turn its basis and its diagonal "
             "observable; or state.estimate(observable, shots) does all of it"
         )
@@ -90,6 +90,6 @@ def _require_measured(term: Term, places: Mapping[int, int]) -> None:
         if qubit not in places:
             known = shortened(", ".join(map(str, places)), 60) or "none"
             raise ValueError(
-                f"observable must act on qubits of the outcomes, {known}, got the term {term}; qubits=[...] tells the "
+                f"observable must act on qubits of the outcomes, {known}, got the term {shortened(str(term), 60)}; qubits=[...] tells the "
                 "qubit of each character"
             )
