@@ -113,6 +113,13 @@ def test_no_finite_value_is_an_error(expression, values, message):
         expression.evaluate(values)
 
 
+@pytest.mark.parametrize("wrong", [None, 1.0, "a", ["a"], [("a", 1.0)], range(10**12)], ids=repr)
+def test_values_are_a_mapping(wrong):
+    for ask in ((A + B).evaluate, (A + B).substitute):
+        with pytest.raises(TypeError, match="values must be a mapping from names of parameters to numbers, got"):
+            ask(wrong)
+
+
 @pytest.mark.parametrize("wrong", ["x", None, 1j, [1], np.array([True, False]).tolist()], ids=repr)
 def test_only_real_numbers_can_be_calculated_with(wrong):
     with pytest.raises(TypeError):

@@ -177,9 +177,12 @@ class Expression:
 
         Raises
         ------
+        TypeError
+            If `values` is no mapping.
         ValueError
             If a parameter has no value, or the result is no finite number.
         """
+        _require_mapping(values)
         known: dict[int, float] = {}
         for part in self.parts():
             if isinstance(part, Parameter):
@@ -192,12 +195,13 @@ class Expression:
         return known[id(self)]
 
     def substitute(self, values: Mapping[str, float]) -> Angle:
-        """Return the expression with the given parameters replaced by numbers.
+        """Return the expression with the given parameters replaced by numbers. TypeError if `values` is no mapping.
 
         >>> x, y = Parameter("x"), Parameter("y")
         >>> (2 * x + y).substitute({"x": 0.25})
         0.5 + y
         """
+        _require_mapping(values)
         known: dict[int, Angle] = {}
         for part in self.parts():
             if isinstance(part, Parameter):
@@ -338,6 +342,12 @@ def free_names(params: tuple[Any, ...]) -> Iterator[str]:
     for value in params:
         if isinstance(value, Expression):
             yield from value.parameters
+
+
+def _require_mapping(values: Any) -> None:
+    # A number is looked for in a range or a text, too, and not always found before the day ends.
+    if type(values) is not dict and not isinstance(values, Mapping):
+        raise TypeError(f"values must be a mapping from names of parameters to numbers, got {checks.show(values)}")
 
 
 def _combined(operation: str, left: Any, right: Any) -> Any:
