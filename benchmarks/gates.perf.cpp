@@ -1,6 +1,7 @@
-// Every named gate at low, middle and high qubits, as a fraction of the machine's own limit: the time of an in-place
-// sweep over just the cache lines the gate must touch, divided by the gate's time. The limit is timed next to each
-// repetition, since the memory of a shared machine swings by a factor of two from minute to minute.
+// Every named gate at low, middle and high qubits, those of programs alone included, as a fraction of the machine's own
+// limit: the time of an in-place sweep over just the cache lines the gate must touch, divided by the gate's time. The
+// limit is timed next to each repetition, since the memory of a shared machine swings by a factor of two from minute to
+// minute.
 //
 // Names read gate/target/precision/threads. VELACAMPLIX_BENCH_QUBITS sets the size (24).
 
@@ -81,6 +82,14 @@ void add(const std::string& name, int threads, double lines, gate<T> apply) {
         ->Unit(benchmark::kMillisecond);
 }
 
+// A gate that only programs have.
+template <class T>
+gate<T> in_program(const char* name, const std::vector<double>& params, const std::vector<unsigned>& qubits) {
+    const auto list = std::make_shared<pbamplix::cpu::program<T>>(bench_qubits());
+    list->add_gate(name, params, qubits);
+    return [list](auto& state) { list->run(state); };
+}
+
 template <class T>
 void add_all(int threads) {
     const unsigned n = bench_qubits();
@@ -101,6 +110,8 @@ void add_all(int threads) {
         add<T>("S" + at, threads, selects(q), [=](auto& s) { s.apply_S(q); });
         add<T>("T" + at, threads, selects(q), [=](auto& s) { s.apply_T(q); });
         add<T>("PH" + at, threads, selects(q), [=](auto& s) { s.apply_PH(q, T(0.3)); });
+        add<T>("SX" + at, threads, 1, in_program<T>("SX", {}, {q}));
+        add<T>("U" + at, threads, 1, in_program<T>("U", {0.3, 0.5, 0.7}, {q}));
     }
     struct pair {
         const char* name;
@@ -116,6 +127,9 @@ void add_all(int threads) {
         add<T>("SWAP" + at, threads, swapped, [=](auto& s) { s.apply_SWAP(p, q); });
         add<T>("ISWAP" + at, threads, swapped, [=](auto& s) { s.apply_ISWAP(p, q); });
         add<T>("SQRTSWAP" + at, threads, swapped, [=](auto& s) { s.apply_SQRTSWAP(p, q); });
+        for (const char* const name : {"RXX", "RYY", "RZZ"}) {
+            add<T>(name + at, threads, 1, in_program<T>(name, {0.3}, {p, q}));
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 // Circuits of few qubits, where the cost of driving a gate decides: nanoseconds per gate.
 //   program   planned once, replayed; what is timed is run()
 //   record    simulate_circuit of a record that has not been seen before
+//   batch     run_batch of one program, states and plans included; threads have states of their own
 // With 2 threads, `of_1_thread` is the median of the time over that with 1 thread, both timed in turns: what a host
 // pays who leaves two threads set. Names read circuit/way/qubits/precision/threads.
 
@@ -62,6 +63,17 @@ timed_runs replay_program(const listed_circuit& circuit, unsigned int n, int thr
 }
 
 template <class T>
+timed_runs run_in_batches(const listed_circuit& circuit, unsigned int n, int threads) {
+    const auto program = std::make_shared<pbamplix::cpu::program<T>>(as_program<T>(circuit, n));
+    return [=](long runs) {
+        const std::vector<std::vector<double>> no_angles(static_cast<std::size_t>(runs));
+        return seconds_for([&] {
+            pbamplix::cpu::run_batch<T>(*program, {}, no_angles, [](unsigned long, state_vector<T>&) {}, {threads});
+        });
+    };
+}
+
+template <class T>
 timed_runs replay_fresh_records(const listed_circuit& circuit, unsigned int n, int threads) {
     const auto state = state_for<T>(n, threads);
     return [=, record = as_record<T>(circuit, n)](long runs) {
@@ -106,8 +118,8 @@ void add_all(unsigned int n) {
         prepare way;
     };
     for (const auto& circuit : measured_circuits(n)) {
-        for (const auto& [name, way] :
-             {named{"program", replay_program<T>}, named{"record", replay_fresh_records<T>}}) {
+        for (const auto& [name, way] : {named{"program", replay_program<T>}, named{"record", replay_fresh_records<T>},
+                                        named{"batch", run_in_batches<T>}}) {
             for (const int threads : {1, 2}) {
                 const std::string full = circuit.name + "/" + name + "/" + std::to_string(n) + "/" + precision + "/" +
                                          std::to_string(threads);
