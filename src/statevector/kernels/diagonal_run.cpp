@@ -24,11 +24,11 @@ template <class V>
 template <class T>
 void diagonal_run<T>::add_inside(unsigned position, thrust::complex<T> d0, thrust::complex<T> d1) {
     entry& e = entries_.emplace_back();
-    constexpr unsigned inside_group = lane_bits<V> + 1;
-    if (position >= inside_group) e.shift = position - inside_group;
+    constexpr unsigned inside_pair = lane_bits<V> + 1;
+    if (position >= inside_pair) e.shift = position - inside_pair;
     for (unsigned variant = 0; variant < 2; ++variant) {
-        for (unsigned lane = 0; lane < amplitudes_per_group; ++lane) {
-            const bool one = position >= inside_group ? variant == 1 : ((lane >> position) & 1) != 0;
+        for (unsigned lane = 0; lane < amplitudes_per_pair; ++lane) {
+            const bool one = position >= inside_pair ? variant == 1 : ((lane >> position) & 1) != 0;
             e.of[variant].re[lane] = (one ? d1 : d0).real();
             e.of[variant].im[lane] = (one ? d1 : d0).imag();
         }
@@ -45,23 +45,23 @@ void diagonal_run<T>::add_outside(unsigned long bit, thrust::complex<T> d0, thru
 
 template <class T>
 void diagonal_run<T>::run(thrust::complex<T>* array, unsigned long base) const {
-    const unsigned long groups = (1ul << nbqbits_) / amplitudes_per_group;
+    const unsigned long pairs = (1ul << nbqbits_) / amplitudes_per_pair;
     const entry* const begin = entries_.data();
     const entry* const end = begin + entries_.size();
-    for (unsigned long group = 0; group < groups; group += groups_at_once) {
-        thrust::complex<T>* const at = array + group * amplitudes_per_group;
-        V re[groups_at_once], im[groups_at_once];
-        for (unsigned k = 0; k < groups_at_once; ++k) load_parts<V>(at + k * amplitudes_per_group, re[k], im[k]);
+    for (unsigned long pair = 0; pair < pairs; pair += pairs_at_once) {
+        thrust::complex<T>* const at = array + pair * amplitudes_per_pair;
+        V re[pairs_at_once], im[pairs_at_once];
+        for (unsigned k = 0; k < pairs_at_once; ++k) load_parts<V>(at + k * amplitudes_per_pair, re[k], im[k]);
         for (const entry* e = begin; e != end; ++e) {
             const unsigned long everywhere = (base & e->outside) != 0 ? 1 : 0;
-            for (unsigned k = 0; k < groups_at_once; ++k) {
-                const factors& d = e->of[everywhere | (((group + k) >> e->shift) & 1)];
+            for (unsigned k = 0; k < pairs_at_once; ++k) {
+                const factors& d = e->of[everywhere | (((pair + k) >> e->shift) & 1)];
                 const V old = re[k];
                 re[k] = old * d.re - im[k] * d.im;
                 im[k] = im[k] * d.re + old * d.im;
             }
         }
-        for (unsigned k = 0; k < groups_at_once; ++k) store_parts<V>(at + k * amplitudes_per_group, re[k], im[k]);
+        for (unsigned k = 0; k < pairs_at_once; ++k) store_parts<V>(at + k * amplitudes_per_pair, re[k], im[k]);
     }
 }
 

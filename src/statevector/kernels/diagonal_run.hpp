@@ -25,9 +25,9 @@ public:
 
     void run(thrust::complex<T>* array, unsigned long base) const;
 
-    // Four groups of two packs are worked on at a time.
-    static constexpr unsigned groups_at_once = 4;
-    static constexpr unsigned amplitudes_per_group = 2 * lanes<wide_pack<T>>;
+    // Four pairs of packs are worked on at a time.
+    static constexpr unsigned pairs_at_once = 4;
+    static constexpr unsigned amplitudes_per_pair = 2 * lanes<wide_pack<T>>;
     static constexpr unsigned fewest_qubits = lane_bits<wide_pack<T>> + 3;
 
 private:
@@ -38,7 +38,7 @@ private:
     };
     struct entry {
         unsigned long outside = 0;  // bit of the base that chooses, or 0
-        unsigned shift = 63;        // bit of the group's number that chooses
+        unsigned shift = 63;        // bit of the pair's number that chooses
         factors of[2];              // lane by lane
     };
 

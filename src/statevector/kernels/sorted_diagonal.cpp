@@ -48,7 +48,8 @@ private:
 // So many entries stand side by side in what is read as well as in what is written: some cache lines.
 constexpr unsigned side_by_side = 4;
 
-// Entries are moved a tile at a time, by way of a buffer: lines are read and written whole, however far apart they lie.
+// Entries are moved a square at a time, by way of a buffer: lines are read and written whole, however far apart they
+// lie.
 template <class C>
 void permute(C* out, const C* diag, unsigned bits, const bit_permutation& moved) {
     if (bits <= side_by_side) {
@@ -58,16 +59,16 @@ void permute(C* out, const C* diag, unsigned bits, const bit_permutation& moved)
     const unsigned long read = index::low_bits(side_by_side) | moved.sources_of_lowest(side_by_side);
     const unsigned long written = moved(read);
     const unsigned long entries = 1ul << std::popcount(read);
-    std::array<C, 1ul << 2 * side_by_side> tile;
-    std::array<unsigned long, tile.size()> from, within, to;
+    std::array<C, 1ul << 2 * side_by_side> square;
+    std::array<unsigned long, square.size()> from, within, to;
     index::fill_by_bits(from.data(), entries, [&](unsigned long i) { return index::deposit(i, read); });
     index::fill_by_bits(within.data(), entries,
                         [&](unsigned long i) { return index::extract(moved(index::deposit(i, read)), written); });
     index::fill_by_bits(to.data(), entries, [&](unsigned long i) { return index::deposit(i, written); });
     for (const unsigned long base : index::free_indices(index::low_bits(bits) & ~read)) {
-        for (unsigned long i = 0; i < entries; ++i) tile[within[i]] = diag[base + from[i]];
+        for (unsigned long i = 0; i < entries; ++i) square[within[i]] = diag[base + from[i]];
         C* const at = out + moved(base);
-        for (unsigned long i = 0; i < entries; ++i) at[to[i]] = tile[i];
+        for (unsigned long i = 0; i < entries; ++i) at[to[i]] = square[i];
     }
 }
 

@@ -21,9 +21,9 @@ namespace velacamplix::measurement {
 template <class Seq, class Out, class T>
 void copy_permuted(Seq view, Out* out, T threshold, int nthreads) {
     using namespace pbamplix::cpu;
-    constexpr unsigned long smallest_tiled = 256;
+    constexpr unsigned long smallest_in_squares = 256;
     const T threshold_sq = threshold * threshold;
-    if (view.dim < smallest_tiled) {
+    if (view.dim < smallest_in_squares) {
         _permute_and_copy_vector_no_simd(view, out, threshold_sq, nthreads);
     } else if (threshold > T(0)) {
         _permute_and_copy_vector_fast<true>(view, out, nthreads, threshold_sq);

@@ -28,7 +28,7 @@ T weight_of_a_pair(const pauli_string& p) {
     return odd == takes_imaginary_part(p) ? T(2) : T(0);
 }
 
-// The order of work: strings that read the same tiles of the state follow each other, those of one sequence are
+// The order of work: strings that read the same patches of the state follow each other, those of one sequence are
 // neighbours.
 template <class T>
 std::vector<std::size_t> order_by_flip(const std::vector<pauli_string>& strings) {
@@ -39,9 +39,9 @@ std::vector<std::size_t> order_by_flip(const std::vector<pauli_string>& strings)
     return order;
 }
 
-// The part of a flip that decides which tiles it reads together.
+// The part of a flip that decides which patches it reads together.
 template <class T>
-unsigned long tile_flip(const pauli_string& p) {
+unsigned long patch_flip(const pauli_string& p) {
     return p.flip >> (slab_bits<T> + 1);
 }
 
@@ -71,7 +71,7 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
         p.phase &= size - 1;
     }
     const std::vector<std::size_t> order = order_by_flip<T>(strings);
-    const unsigned long tiles = std::max(1ul, size / (2 * slab_length<T>));
+    const unsigned long patches = std::max(1ul, size / (2 * slab_length<T>));
 
     std::vector<T> values(strings.size());
     std::vector<product_sequence> sequences;
@@ -80,11 +80,11 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
     for (std::size_t begin = 0; begin < order.size();) {
         sequences.clear();
         masks.clear();
-        const unsigned long together = tile_flip<T>(strings[order[begin]]);
+        const unsigned long together = patch_flip<T>(strings[order[begin]]);
         std::size_t end = begin;
-        for (; end < order.size() && end - begin < most_masks(tiles); ++end) {
+        for (; end < order.size() && end - begin < most_masks(patches); ++end) {
             const pauli_string& p = strings[order[end]];
-            if (tile_flip<T>(p) != together) break;
+            if (patch_flip<T>(p) != together) break;
             const bool imaginary = takes_imaginary_part(p);
             if (sequences.empty() || sequences.back().flip != p.flip || sequences.back().imaginary != imaginary) {
                 sequences.push_back(pair_sequence<T>(p.flip, imaginary, size));
@@ -95,7 +95,7 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
         }
         sums.resize(masks.size());
         const unsigned long bytes = sequences.size() * size * sizeof(thrust::complex<Stored>);
-        sum_sequences<T>(sequences, masks, tiles, bytes, nthreads, pair_products<T, Stored>(state), sums.data(), [&] {
+        sum_sequences<T>(sequences, masks, patches, bytes, nthreads, pair_products<T, Stored>(state), sums.data(), [&] {
             if (hook) hook(begin, order.size());
         });
 
@@ -146,8 +146,8 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
     const unsigned long dim = 1ul << qubits;
     const band_entries<Sum, T> entries{matrix, qubits};
     const std::vector<std::size_t> order = order_by_flip<Sum>(strings);
-    const unsigned long tiles = slab_count<Sum>({0, false, dim, 0, 0, 0});
-    const unsigned long most_strings = most_masks(tiles) / 2;  // a mask for either part
+    const unsigned long patches = slab_count<Sum>({0, false, dim, 0, 0, 0});
+    const unsigned long most_strings = most_masks(patches) / 2;  // a mask for either part
 
     std::vector<complex> values(strings.size());
     std::vector<product_sequence> sequences;
@@ -165,7 +165,7 @@ std::vector<thrust::complex<Sum>> density_values(const thrust::complex<T>* matri
         sequences = {{flip, false, dim, 0, 0, count}, {flip, true, dim, 0, count, 2 * count}};
         sums.resize(2 * count);
         constexpr unsigned long cache_line = 64;
-        sum_sequences<Sum>(sequences, masks, tiles, dim * cache_line, nthreads, entries, sums.data(), [] {});
+        sum_sequences<Sum>(sequences, masks, patches, dim * cache_line, nthreads, entries, sums.data(), [] {});
 
         for (std::size_t m = 0; m < count; ++m) {
             const pauli_string& p = strings[order[begin + m]];

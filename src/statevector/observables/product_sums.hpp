@@ -31,29 +31,29 @@ unsigned long slab_count(const product_sequence& s) {
     return s.length / filled_length<T>(s);
 }
 
-// The index range is cut into this many sections, or fewer where there are fewer tiles; each is summed slab after
+// The index range is cut into this many sections, or fewer where there are fewer patches; each is summed slab after
 // slab and the sections are added in order. Part of the sum's definition, like the tree inside a slab.
 inline constexpr unsigned long most_sections = 4096;
 
-inline unsigned long section_count(unsigned long tiles) { return std::min(tiles, most_sections); }
+inline unsigned long section_count(unsigned long patches) { return std::min(patches, most_sections); }
 
 // Masks that are summed at once: what they share is done once for many of them, and their partial sums, one for each
 // section, take 8 MiB at most.
-inline unsigned long most_masks(unsigned long tiles) {
+inline unsigned long most_masks(unsigned long patches) {
     constexpr unsigned long most_partial_sums = (8ul << 20) / sizeof(double);
-    return std::min(most_partial_sums / section_count(tiles), 4096ul);
+    return std::min(most_partial_sums / section_count(patches), 4096ul);
 }
 
-// out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `tiles` (a power of two)
-// divides every sequence's slab count or is 1: the slabs of one tile come from the same amplitudes, so all sequences
+// out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `patches` (a power of two)
+// divides every sequence's slab count or is 1: the slabs of one patch come from the same amplitudes, so all sequences
 // take their turn while those are in the cache. `bytes` is what all passes touch together.
 // fill(sequence, slab number, numbers) writes filled_length numbers; it must not throw. between() is called on the
 // calling thread several times in a second, and may.
 template <class T, class Fill, class Between>
 void sum_sequences(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
-                   unsigned long tiles, unsigned long bytes, int nthreads, Fill fill, T* out, Between between) {
-    const unsigned long sections = section_count(tiles);
-    const unsigned long tiles_per_section = tiles / sections;
+                   unsigned long patches, unsigned long bytes, int nthreads, Fill fill, T* out, Between between) {
+    const unsigned long sections = section_count(patches);
+    const unsigned long patches_per_section = patches / sections;
     std::vector<T> partial(sections * masks.size());
 
     const auto add_slab = [&](const product_sequence& s, unsigned long number, slab<T>& numbers, T* sums) {
@@ -71,7 +71,7 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
         }
     };
 
-    // One unit of work: one sequence in one section. A thread's share of a section is done tile by tile.
+    // One unit of work: one sequence in one section. A thread's share of a section is done patch by patch.
     const unsigned long units = sections * sequences.size();
     const auto sum_units = [&](unsigned long begin, unsigned long end) {
         slab<T> numbers;
@@ -79,12 +79,12 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
             const unsigned long section = begin / sequences.size();
             const unsigned long first = begin % sequences.size();
             const unsigned long last = std::min(sequences.size(), first + (end - begin));
-            for (unsigned long tile = 0; tile < tiles_per_section; ++tile) {
+            for (unsigned long patch = 0; patch < patches_per_section; ++patch) {
                 for (unsigned long k = first; k < last; ++k) {
                     const product_sequence& s = sequences[k];
-                    const unsigned long per_tile = slab_count<T>(s) / tiles;
-                    const unsigned long number = (section * tiles_per_section + tile) * per_tile;
-                    for (unsigned long c = 0; c < per_tile; ++c) {
+                    const unsigned long per_patch = slab_count<T>(s) / patches;
+                    const unsigned long number = (section * patches_per_section + patch) * per_patch;
+                    for (unsigned long c = 0; c < per_patch; ++c) {
                         add_slab(s, number + c, numbers, partial.data() + section * masks.size());
                     }
                 }

@@ -64,11 +64,11 @@ TYPED_TEST(product_sums, are_cut_into_4096_sections_at_most) {
 }
 
 TYPED_TEST(product_sums, of_one_batch_take_8_mib_at_most) {
-    for (const unsigned long tiles : {1ul, 2ul, 128ul, 256ul, 4096ul, 1ul << 20}) {
-        const unsigned long sections = std::min(tiles, 4096ul);
-        EXPECT_LE(most_masks(tiles) * sections * sizeof(double), 8ul << 20) << tiles;
-        EXPECT_GE(most_masks(tiles), 256ul) << "no fewer masks than share all the steps of a transform";
-        EXPECT_LE(most_masks(tiles), 4096ul);
+    for (const unsigned long patches : {1ul, 2ul, 128ul, 256ul, 4096ul, 1ul << 20}) {
+        const unsigned long sections = std::min(patches, 4096ul);
+        EXPECT_LE(most_masks(patches) * sections * sizeof(double), 8ul << 20) << patches;
+        EXPECT_GE(most_masks(patches), 256ul) << "no fewer masks than share all the steps of a transform";
+        EXPECT_LE(most_masks(patches), 4096ul);
     }
     EXPECT_EQ(most_masks(4096), 256ul);
 }
