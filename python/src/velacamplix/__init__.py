@@ -13,6 +13,7 @@ from .core import extension  # isort: skip  (before all that imports NumPy: it r
 
 from . import qasm
 from .circuit.circuit import Circuit
+from .gradients.gradient import ValueAndGradient
 from .instructions.definition import GateDefinition
 from .instructions.expression import Expression, Parameter
 from .instructions.instruction import Condition, Instruction, Register
@@ -45,6 +46,7 @@ _ROOMS = (
     ("programs",),
     ("states",),
     ("running",),
+    ("gradients",),
     ("plots",),
     ("cli",),
 )
@@ -70,6 +72,7 @@ __all__ = [
     "Term",
     "Timings",
     "UnsupportedInstruction",
+    "ValueAndGradient",
     "max_qubits",
     "memory_needed",
     "plot_circuit",
