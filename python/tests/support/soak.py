@@ -30,18 +30,22 @@ def template():
 
 
 TEMPLATE = template()
+BODY = (Instruction("X", (0,)),)
 
 
 def makers(i):
     """How to make one of each class, to call methods of."""
     return {
+        "Bits": lambda: Circuit(1, 2).bits(0),
         "Circuit": lambda: Circuit(N_QUBITS, N_QUBITS).h(0).cx(0, 1).t(1),
         "CommutingGroup": lambda: Observable(f"{i + 1}*Z0 X1 + Y3").group_commuting()[0],
+        "CompoundCondition": lambda: velacamplix.Condition((0,), i % 2) & velacamplix.Condition((1,), 1),
         "Condition": lambda: velacamplix.Condition((0, 1), i % 4),
         "Counts": lambda: Counts({"00": i + 1, "01": 3}),
         "Estimate": lambda: velacamplix.Estimate(0.5, 0.1 + i),
         "Expression": lambda: 2 * Parameter("x") + i,
         "GateDefinition": lambda: GateDefinition(f"own{i}", Circuit(2).ry(0.1 + i, 0).cx(0, 1)),
+        "If": lambda: velacamplix.If(velacamplix.Condition((0,), 1), BODY),
         "Instruction": lambda: Instruction("RX", (0,), (0.1 + i,)),
         "Observable": lambda: Observable(f"{i + 1}*Z0 X1 + Y3"),
         "Parameter": lambda: Parameter(f"p{i}"),
@@ -52,9 +56,15 @@ def makers(i):
         "Register": lambda: velacamplix.Register("r", "quantum", 0, i + 1),
         "Result": lambda: run(Circuit(N_QUBITS).h(0).cx(0, 1).rx(0.1 * i, 4), shots=30, seed=i),
         "Schmidt": lambda: StateVector(4).h(i % 4).schmidt(0, vectors=True),
+        "Save": lambda: velacamplix.Save("probabilities", f"p{i}"),
+        "Saved": lambda: run(Circuit(2).h(0).save_probabilities("p")).saved,
+        "Schmidt": lambda: StateVector(2).schmidt([0], vectors=True),
         "StateVector": lambda: StateVector(N_QUBITS, seed=i),
+        "Switch": lambda: velacamplix.Switch((0,), (((1,), BODY),)),
         "Term": lambda: velacamplix.Term(0.5, "Z", (i,)),
         "Timings": lambda: velacamplix.Timings(0.1, 0.2, 0.3, 0.4 * i),
+        "ValueAndGradient": lambda: Circuit(1).rx(Parameter("x"), 0).value_and_gradient("Z0", [0.1 * i]),
+        "While": lambda: velacamplix.While(velacamplix.Condition((0,), 1), BODY),
         "UnsupportedInstruction": lambda: velacamplix.UnsupportedInstruction("not"),
     }
 
@@ -68,7 +78,7 @@ def arguments(i, path):
         "qubits": [0, 1], "controls": [3], "clbits": [0, 1], "address_qubits": [4, 5], "value_qubits": [6],
         "matrix": [[1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 0, 1], [0, 0, 1, 0]], "entries": [1, 1, 1, 1j],
         "observable": f"{turn}*Z0 X1", "outcome": 0, "shots": 20 + i, "value": 0, "marked": [i % 4],
-        "Circuit.when.value": "10", "Circuit.bind.values": [], "Circuit.controlled.qubit": 0,
+        "Circuit.when.clbits": velacamplix.Condition((0, 1), i % 4), "Circuit.bind.values": [], "Circuit.controlled.qubit": 0,
         "StateVector.prepare.data": [math.cos(turn), 0, 0, math.sin(turn)], "StateVector.qram.data": [[turn, 0.5]] * 4,
         "StateVector.binary_qram.data": [0, 1, i % 2, 1], "StateVector.project.value": 0,
         "StateVector.set_basis_state.state": i, "StateVector.set_state.array": [1.0] + [0.0] * (2**N_QUBITS - 1),
@@ -83,7 +93,10 @@ def arguments(i, path):
         "GateDefinition.checked.name": f"checked{i}", "params": (), "n_qubits": 1, "body": (Instruction("H", (0,)),),
         "Result.register_counts.name": "q", "n": 5, "instructions": [Instruction("X", (0,))] * 3,
         "Observable.commutator.other": Observable(f"{turn}*X0"), "Observable.projector.outcome": "01",
-        "Counts.expectation.observable": f"{turn}*Z0 Z1",
+        "bodies": (BODY,), "If.with_bodies.bodies": (BODY, ()), "Switch.with_bodies.bodies": (BODY, ()),
+        "Save.with_bodies.bodies": (), "condition": velacamplix.Condition((0,), 1), "cases": {1: Circuit(2).x(i % 2)},
+        "name": f"kept{i}", "observables": [f"{turn}*Z0 X1"], "vector": [turn], "tangent": [], "values": {},
+        "Saved.get.name": "p", "bits": i % 4, "vectors": False, "step": Instruction("if", (0,), clbits=(0,), detail=makers(i)["If"]()), "Circuit.if_.body": Circuit(2).x(1), "Circuit.while_.body": Circuit(2, 2).x(0).measure(0, 0), "Counts.expectation.observable": f"{turn}*Z0 Z1",
         **{f"{kind}.{word}.other": StateVector(N_QUBITS).rx(turn, i % N_QUBITS)
            for kind in ("StateVector", "Result") for word in ("overlap", "fidelity")},
     }  # fmt: skip
@@ -119,6 +132,8 @@ def call(name, member, made, known):
     for parameter in inspect.signature(function).parameters.values():
         if parameter.default in (parameter.empty, ...) and parameter.kind is parameter.POSITIONAL_OR_KEYWORD:
             exact = f"{name}.{parameter.name}"
+            if exact not in known and parameter.name not in known:
+                raise KeyError(f"soak.arguments must tell what {name} is given as {parameter.name}")
             given.append(known[exact if exact in known else parameter.name])
     result = function(*given)
     if name == "Circuit.when":
