@@ -35,7 +35,7 @@ def plot_bloch(
 ) -> Any:
     """Draw the Bloch vectors of qubits, each in a sphere of its own.
 
-    |0> is at the top. A dotted line leads from the tip of the arrow down, or up, to the plane of the equator, and from
+    The state 0 is at the top. A dotted line leads from the tip of the arrow down, or up, to the plane of the equator, and from
     there to the middle; an arrow that is shorter than 1 has its length below. A qubit that is entangled with others, in a
     state of all of them, has a short one: it is mixed.
 
