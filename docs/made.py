@@ -8,7 +8,8 @@ ROOT = Path(__file__).resolve().parents[1]
 #: Where pictures are written, and the text of the gallery.
 MADE = ROOT / "docs" / "made"
 
-sys.path.append(str(ROOT / "python" / "tests" / "support"))
+sys.path += [str(ROOT / "tools"), str(ROOT / "python" / "tests" / "support")]
+import run_snippets
 
 _HEAD = "{}\n\n```python\n{}\n```\n\n"
 _IMAGE = "```{{image}} made/{}.svg\n:alt: {}, {}\n:width: {}in\n```\n\n"
@@ -28,6 +29,9 @@ def pictures():
     """Make all pictures."""
     MADE.mkdir(exist_ok=True)
     gallery()
+    for page in sorted((ROOT / "docs").glob("*.md")):
+        if "](made/" in page.read_text(encoding="utf-8"):
+            run_snippets.write_pictures(page, MADE)
 
 
 def gallery():
