@@ -9,6 +9,7 @@ ROOT = Path(__file__).resolve().parents[1]
 MADE = ROOT / "docs" / "made"
 
 sys.path += [str(ROOT / "tools"), str(ROOT / "python" / "tests" / "support")]
+import performance_plots
 import run_snippets
 
 _HEAD = "{}\n\n```python\n{}\n```\n\n"
@@ -29,6 +30,7 @@ def pictures():
     """Make all pictures."""
     MADE.mkdir(exist_ok=True)
     gallery()
+    performance_plots.draw(MADE / "measured")
     for page in sorted((ROOT / "docs").glob("*.md")):
         if "](made/" in page.read_text(encoding="utf-8"):
             run_snippets.write_pictures(page, MADE)
