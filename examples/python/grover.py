@@ -1,11 +1,12 @@
-# %% [markdown]
-# # Grover's search
-#
-# One of N = 2^n items is marked. An oracle flips the sign of its amplitude; a reflection about the mean makes that
-# amplitude grow. After k rounds the item is found with probability sin²((2k + 1)θ), where sin θ = 1/√N, so about
-# (π/4)√N rounds are enough.
+"""
+Grover's search
+===============
 
-# %%
+One of N = 2^n items is marked. An oracle flips the sign of its amplitude; a reflection about the mean makes that
+amplitude grow. After k rounds the item is found with probability sin²((2k + 1)θ), where sin θ = 1/√N, so about
+(π/4)√N rounds are enough.
+"""
+
 import math
 
 from matplotlib import pyplot
@@ -17,13 +18,11 @@ marked = "1011001110"  # qubit 0 is the leftmost character
 last = n - 1
 others = list(range(last))
 
-
-# %% [markdown]
+# %%
 # A Z controlled by all other qubits flips the sign of 11…1 alone. Between X gates on the right qubits it flips the
 # sign of any one item.
 
 
-# %%
 def flip_sign(circuit, item):
     """Add gates that flip the sign of one basis state."""
     zeros = [qubit for qubit, bit in enumerate(item) if bit == "0"]
@@ -47,12 +46,12 @@ flip_sign(one_round, marked)
 hadamards(one_round)
 flip_sign(one_round, "0" * n)
 hadamards(one_round)
+one_round
 
-# %% [markdown]
+# %%
 # The state stays where it is between the rounds, so its probabilities can be read after each of them without starting
 # again.
 
-# %%
 theta = math.asin(2 ** (-n / 2))
 best = round(math.pi / (4 * theta) - 0.5)
 
@@ -67,10 +66,9 @@ print(f"{2**n} items, best number of rounds: {best}")
 print(f"probability of the marked item after them: {found[best]:.6f}")
 print(f"largest deviation from the formula: {max(abs(p - q) for p, q in zip(found, expected)):.1e}")
 
-# %% [markdown]
+# %%
 # Shots from the state after the best number of rounds nearly always give the marked item.
 
-# %%
 state.reset().run(start + one_round * best)
 counts = state.counts(1000)
 outcome, times = counts.most_likely(1)[0]
@@ -79,7 +77,7 @@ print(f"most frequent of 1000 shots: {outcome}, {times} times")
 # %%
 figure, (left, right) = pyplot.subplots(1, 2, figsize=(10, 4), layout="constrained")
 left.plot(expected, color="#9a9a9a", label="sin²((2k + 1)θ)")
-left.plot(found, ".", color="#31688e", label="simulated")
+left.plot(found, ".", color="#0072b2", label="simulated")
 left.axvline(best, color="#9a9a9a", linestyle=":")
 left.set_xlabel("rounds k")
 left.set_ylabel(f"probability of {marked}")

@@ -1,10 +1,11 @@
-# %% [markdown]
-# # Estimating a phase
-#
-# A gate multiplies its eigenstate by exp(2πiφ). Phase estimation reads φ to t binary digits: t counting qubits
-# control the gate 1, 2, 4, ... times, and an inverse Fourier transform turns the phases they picked up into digits.
+"""
+Estimating a phase
+==================
 
-# %%
+A gate multiplies its eigenstate by exp(2πiφ). Phase estimation reads φ to t binary digits: t counting qubits
+control the gate 1, 2, 4, ... times, and an inverse Fourier transform turns the phases they picked up into digits.
+"""
+
 import math
 
 import numpy as np
@@ -17,8 +18,10 @@ phi = 1 / math.e
 counting = list(range(t))  # qubit 0 holds the first digit after the point, of weight 1/2
 eigenstate = t
 
-
 # %%
+# The transform, and the circuit around it; drawn is the transform of three qubits.
+
+
 def fourier(k):
     """Return the quantum Fourier transform of k qubits; qubit 0 is the most significant digit."""
     transform = Circuit(k)
@@ -39,13 +42,12 @@ for place, qubit in enumerate(counting):
     repeated = 2 ** (t - 1 - place)
     circuit.ph(2 * math.pi * phi * repeated, eigenstate, controls=[qubit])
 circuit.compose(fourier(t).inverse(), counting)
-print(fourier(3).draw(width=80))
+fourier(3)
 
-# %% [markdown]
+# %%
 # φ has no end in binary, so neighbouring readings occur too. Theory tells the probability of each: with δ the distance
 # from φ to the reading, sin²(2ᵗπδ) / (2ᵗ sin(πδ))².
 
-# %%
 state = StateVector(t + 1, seed=2).run(circuit)
 found = state.distribution(counting)
 distance = phi - np.arange(2**t) / 2**t

@@ -1,11 +1,12 @@
-# %% [markdown]
-# # Cutting a graph with QAOA
-#
-# MaxCut: paint the nodes of a graph in two colours so that as many edges as possible join different colours. The
-# quantum approximate optimisation algorithm turns step by step from "all colourings at once" towards good ones: p
-# layers, each a phase that grows with the number of cut edges followed by a rotation of every qubit.
+"""
+Cutting a graph with QAOA
+=========================
 
-# %%
+MaxCut: paint the nodes of a graph in two colours so that as many edges as possible join different colours. The
+quantum approximate optimisation algorithm turns step by step from "all colourings at once" towards good ones: p
+layers, each a phase that grows with the number of cut edges followed by a rotation of every qubit.
+"""
+
 import itertools
 
 import numpy as np
@@ -21,21 +22,19 @@ def cut_size(colouring):
     return sum(colouring[a] != colouring[b] for a, b in edges)
 
 
-# %% [markdown]
+# %%
 # With twelve nodes every colouring can be tried, which tells the best cut. The cost as an observable: an edge
 # contributes (1 - ZZ)/2, which is 1 where its ends differ and 0 where they are equal.
 
-# %%
 largest = max(cut_size("".join(bits)) for bits in itertools.product("01", repeat=nodes))
 cost = Observable([(0.5 * len(edges), "", [])] + [(-0.5, "ZZ", edge) for edge in edges])
 
-# %% [markdown]
+# %%
 # Angles that follow a straight ramp do well without any optimisation: the phase grows over the layers while the
-# rotation fades. What remains to be found is one number, the slope. Gates take `Parameter`s where they take angles; a
+# rotation fades. What remains to be found is one number, the slope. Gates take parameters where they take angles; a
 # circuit with parameters is built once and bound to numbers as often as needed.
 
 
-# %%
 def qaoa(layers):
     circuit = Circuit(nodes)
     for node in range(nodes):
@@ -63,10 +62,10 @@ for layers in (1, 2, 4, 8, 16):
     best[layers] = (max(values), slopes[int(np.argmax(values))])
     print(f"{layers:2} layers: {max(values):6.3f} of {largest} edges cut on average, slope {best[layers][1]:.2f}")
 
-# %% [markdown]
-# Shots give colourings. Most of them are good, and the best one is optimal.
 
 # %%
+# Shots give colourings. Most of them are good, and the best one is optimal.
+
 layers = max(best)
 counts = run(qaoa(layers).bind(ramp(layers, best[layers][1])), shots=1000, seed=5).counts
 sizes = {}
@@ -81,13 +80,13 @@ random = {}
 for bits in itertools.product("01", repeat=nodes):
     random[cut_size(bits)] = random.get(cut_size(bits), 0) + 1 / 2**nodes
 figure, (left, right) = pyplot.subplots(1, 2, figsize=(10, 4), layout="constrained")
-left.plot(list(best), [value / largest for value, _ in best.values()], "o-", color="#31688e")
+left.plot(list(best), [value / largest for value, _ in best.values()], "o-", color="#0072b2")
 left.set_xscale("log", base=2)
 left.set_xticks(list(best), list(best))
 left.set_xlabel("layers")
 left.set_ylabel("cut edges, average / largest possible")
 right.bar(list(random), list(random.values()), width=0.8, color="#cccccc", label="colourings at random")
-right.bar(list(sizes), [n / 1000 for n in sizes.values()], width=0.4, color="#31688e", label=f"{layers} layers")
+right.bar(list(sizes), [n / 1000 for n in sizes.values()], width=0.4, color="#0072b2", label=f"{layers} layers")
 right.set_xlabel("cut edges")
 right.set_ylabel("share")
 right.legend()

@@ -1,12 +1,13 @@
-# %% [markdown]
-# # Sampling a random circuit
-#
-# After enough layers of random gates a state looks random: the 2^n probabilities p follow the Porter-Thomas law, in
-# which x = 2^n p is distributed as exp(-x). Shots of the circuit then prefer the likelier outcomes, and the linear
-# cross entropy 2^n <p> - 1 over the shots is 1. It is 0 for bit strings drawn uniformly, which is why it serves as a
-# test of quantum hardware.
+"""
+Sampling a random circuit
+=========================
 
-# %%
+After enough layers of random gates a state looks random: the 2^n probabilities p follow the Porter-Thomas law, in
+which x = 2^n p is distributed as exp(-x). Shots of the circuit then prefer the likelier outcomes, and the linear
+cross entropy 2^n <p> - 1 over the shots is 1. It is 0 for bit strings drawn uniformly, which is why it serves as a
+test of quantum hardware.
+"""
+
 import numpy as np
 from matplotlib import pyplot
 
@@ -15,8 +16,9 @@ from velacamplix import Circuit, StateVector
 n, layers, shots = 16, 16, 100_000
 random = np.random.default_rng(11)
 
-
 # %%
+
+
 def random_circuit():
     """Layers of random one-qubit gates, each followed by CZ on random pairs."""
     circuit = Circuit(n)
@@ -35,20 +37,19 @@ p = state.distribution()
 x = 2**n * p
 print(f"{n} qubits, {len(circuit)} gates, norm {p.sum():.12f}")
 
-# %% [markdown]
+# %%
 # Moments of exp(-x): the mean of x² is 2. The share of outcomes above x is exp(-x).
 
-# %%
 print(f"mean of (2^n p)^2: {np.mean(x**2):.3f}, Porter-Thomas: 2")
 for limit in (1, 3):
     print(f"share of outcomes with 2^n p > {limit}: {np.mean(x > limit):.4f}, Porter-Thomas: {np.exp(-limit):.4f}")
 
-# %% [markdown]
+
+# %%
 # Cross entropy of shots from the circuit, of uniform bit strings, and of a mixture of half and half, which is what a
 # machine of fidelity one half would give.
 
 
-# %%
 def cross_entropy(samples):
     return 2**n * p[samples].mean() - 1
 
@@ -60,11 +61,12 @@ scores = {"ideal": cross_entropy(ideal), "fidelity 1/2": cross_entropy(mixed), "
 for name, score in scores.items():
     print(f"cross entropy, {name}: {score:+.3f}")
 
+
 # %%
 figure, (left, right) = pyplot.subplots(1, 2, figsize=(10, 4), layout="constrained")
 edges = np.linspace(0, 10, 51)
-left.hist(x, bins=edges, density=True, color="#31688e", label="all outcomes")
-left.hist(x[ideal], bins=edges, density=True, histtype="step", color="#b5432e", label="shots")
+left.hist(x, bins=edges, density=True, color="#0072b2", label="all outcomes")
+left.hist(x[ideal], bins=edges, density=True, histtype="step", color="#d55e00", label="shots")
 left.plot(edges, np.exp(-edges), "k:", label="exp(-x)")
 left.plot(edges, edges * np.exp(-edges), "k--", linewidth=0.8, label="x exp(-x)")
 left.set_yscale("log")
@@ -72,7 +74,7 @@ left.set_ylim(1e-4, 2)
 left.set_xlabel("x = 2^n p")
 left.set_ylabel("density")
 left.legend()
-right.bar(list(scores), list(scores.values()), color="#31688e", width=0.5)
+right.bar(list(scores), list(scores.values()), color="#0072b2", width=0.5)
 right.axhline(0, color="black", linewidth=0.8)
 right.set_ylabel("linear cross entropy")
 figure.savefig("random_circuit_sampling.png")

@@ -1,11 +1,12 @@
-# %% [markdown]
-# # The ground state of molecular hydrogen
-#
-# A variational quantum eigensolver prepares a state that depends on angles, measures its energy and turns the angles
-# until the energy is lowest. The molecule is H₂ at a bond length of 1.401 Bohr in the STO-3G basis: four spin
-# orbitals, one qubit each, a qubit is 1 where its orbital is occupied.
+"""
+The ground state of molecular hydrogen
+======================================
 
-# %%
+A variational quantum eigensolver prepares a state that depends on angles, measures its energy and turns the angles
+until the energy is lowest. The molecule is H₂ at a bond length of 1.401 Bohr in the STO-3G basis: four spin
+orbitals, one qubit each, a qubit is 1 where its orbital is occupied.
+"""
+
 import math
 
 import numpy as np
@@ -24,17 +25,15 @@ hamiltonian = Observable(
 )
 nuclear_repulsion = 1 / 1.401  # in Hartree; two protons, distance in Bohr
 
-# %% [markdown]
+# %%
 # Four qubits are few enough to write the Hamiltonian as a matrix and ask NumPy for its smallest eigenvalue. That is the
 # number to reach.
 
-# %%
 exact = np.linalg.eigvalsh(hamiltonian.to_matrix())[0]
 
-# %% [markdown]
+# %%
 # The circuit turns every qubit by an angle of its own, entangles neighbours, and turns every qubit once more.
 
-# %%
 angles = [Parameter(f"a{i}") for i in range(8)]
 ansatz = Circuit(4)
 for qubit in range(4):
@@ -43,6 +42,10 @@ for qubit in range(3):
     ansatz.cnot(qubit, qubit + 1)
 for qubit in range(4):
     ansatz.ry(angles[4 + qubit], qubit)
+ansatz
+
+# %%
+# The energy of a set of angles is the expectation value in the state that they make.
 
 state = StateVector(4, seed=3)
 evaluations = 0
@@ -55,11 +58,10 @@ def energy(values):
     return state.expectation(hamiltonian)
 
 
-# %% [markdown]
+# %%
 # As a function of one angle the energy is a sine wave, a + b cos(x) + c sin(x), so three values tell where its minimum
 # is. Going through the angles again and again, each time to the minimum, needs no gradient and no step size.
 
-# %%
 random = np.random.default_rng(4)
 values = random.normal(scale=0.1, size=len(angles))
 history = [energy(values)]
@@ -82,17 +84,16 @@ print(f"found after {evaluations} energies: {found + nuclear_repulsion:.6f} Hart
 print(f"exact diagonalisation:   {exact + nuclear_repulsion:.6f} Hartree")
 print(f"error: {found - exact:.1e} Hartree, within chemical accuracy: {abs(found - exact) < chemical_accuracy}")
 
-# %% [markdown]
+# %%
 # A quantum computer would estimate the energy from shots. The estimate comes with its standard error.
 
-# %%
 state.reset().run(ansatz.bind(list(values)))
 mean, error = state.estimate(hamiltonian, shots=10_000)
 print(f"from 10000 shots per term: {mean + nuclear_repulsion:.4f} ± {error:.4f} Hartree")
 
 # %%
 figure, ax = pyplot.subplots(figsize=(6.4, 4), layout="constrained")
-ax.semilogy(np.maximum(np.array(history) - exact, 1e-12), ".-", color="#31688e")
+ax.semilogy(np.maximum(np.array(history) - exact, 1e-12), ".-", color="#0072b2")
 ax.axhline(chemical_accuracy, color="#9a9a9a", linestyle=":")
 ax.annotate("chemical accuracy", (len(history) - 1, chemical_accuracy), ha="right", va="bottom", color="#555555")
 ax.set_xlabel("sweeps over all angles")

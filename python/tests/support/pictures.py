@@ -61,7 +61,7 @@ def some_circuit(n_qubits):
     circuit = Circuit(n_qubits, n_qubits)
     for q in range(n_qubits):
         circuit.ry(Parameter(f"theta{q}"), q)
-    for q in range(n_qubits - 1):
+    for q in [*range(0, n_qubits - 1, 2), *range(1, n_qubits - 1, 2)]:
         circuit.cx(q, q + 1)
     if n_qubits > 2:
         mixer = GateDefinition("mixer", Circuit(3).swap(0, 2).rzz(0.5, 0, 1))
@@ -73,10 +73,15 @@ def some_circuit(n_qubits):
     return circuit
 
 
+def some_decisions():
+    """A decision, a decision in it, a loop, a choice."""
+    circuit = Circuit(4, 3).h(0).cx(0, 1).measure([0, 1], [0, 1])
+    circuit.if_((0, 1), lambda body: body.x(2), lambda body: body.if_((1, 1), lambda inner: inner.cx(2, 3)).y(3))
+    circuit.while_((2, 0), lambda body: body.h(3).measure(3, 2))
+    return circuit.switch([0, 1], {0: lambda body: body.x(0), 3: lambda body: body.cx(0, 2)})
+
+
 ENTRIES = [
-    Entry("Circuits", "one qubit", "plot_circuit(some_circuit(1), width)"),
-    Entry("Circuits", "five qubits", "plot_circuit(some_circuit(5), width)"),
-    Entry("Circuits", "thirty qubits", "plot_circuit(some_circuit(30), width)"),
     Entry("Counts", "two outcomes", 'plot_counts({"00": 489, "11": 511})'),
     Entry("Counts", "of 30 bits", "plot_counts(some_counts(8, 30))"),
     Entry("Counts", "32 outcomes", "plot_counts(some_counts(32, 5))"),
@@ -106,6 +111,10 @@ ENTRIES = [
     Entry("Density matrices", "of one qubit", "plot_density(some_density(1))"),
     Entry("Density matrices", "of two qubits", "plot_density([[0.5, 0, 0, -0.5j], [0, 0, 0, 0], [0, 0, 0, 0], [0.5j, 0, 0, 0.5]])"),
     Entry("Density matrices", "of five qubits", "plot_density(some_density(5))"),
+    Entry("Circuits", "one qubit", "plot_circuit(some_circuit(1), width)"),
+    Entry("Circuits", "five qubits", "plot_circuit(some_circuit(5), width)"),
+    Entry("Circuits", "decisions and loops", "plot_circuit(some_decisions(), width)"),
+    Entry("Circuits", "thirty qubits", "plot_circuit(some_circuit(30), width)"),
 ]  # fmt: skip
 
 

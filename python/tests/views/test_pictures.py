@@ -11,7 +11,7 @@ from velacamplix import Circuit, GateDefinition, Instruction, Parameter, Registe
 from velacamplix.instructions.gates import GATES
 from velacamplix.views import shapes
 from velacamplix.views.layout import MOST_COLUMNS
-from velacamplix.views.shapes import Box, Circle, Line, Text
+from velacamplix.views.shapes import Box, Circle, Frame, Line, Text
 
 BELL = GateDefinition("bell", Circuit(2).h(0).cx(0, 1))
 
@@ -28,7 +28,7 @@ def extent(shape):
     """Left, top, right, bottom."""
     if isinstance(shape, Line):
         return min(shape.x0, shape.x1), min(shape.y0, shape.y1), max(shape.x0, shape.x1), max(shape.y0, shape.y1)
-    if isinstance(shape, Box):
+    if isinstance(shape, (Box, Frame)):
         return shape.left, shape.top, shape.left + shape.width, shape.top + shape.height
     if isinstance(shape, Circle):
         return shape.x - shape.radius, shape.y - shape.radius, shape.x + shape.radius, shape.y + shape.radius
@@ -192,6 +192,55 @@ def test_circuits_without_anything():
     for circuit in (Circuit(0), Circuit(2), Circuit(0, 3)):
         require_order(pictured(circuit))
         assert ElementTree.fromstring(circuit.draw("svg")).get("width") != "0"
+
+
+# Decisions and loops
+
+
+def decisions():
+    circuit = Circuit(4, 3).h(0).cx(0, 1).measure([0, 1], [0, 1])
+    circuit.if_((0, 1), lambda body: body.x(2).h(3), lambda body: body.if_((1, 1), lambda inner: inner.z(2).cx(2, 3)).y(3))
+    circuit.while_((2, 0), lambda body: body.h(3).measure(3, 2))
+    return circuit.switch([0, 1], {0: lambda body: body.x(0), (1, 2): lambda body: body.cx(0, 2)}, lambda body: body.z(1))
+
+
+def test_bodies_stand_in_frames_between_their_heads():
+    picture = pictured(decisions(), 5000.0)
+    require_order(picture)
+    words = ["if c[0]==1", "else", "if c[1]==1", "while c[2]==0", "switch c[0],c[1]: 0", "1, 2", "default"]
+    heads = {text.text: text for text in of(Text, picture) if text.text in words}
+    assert set(heads) == set(words) and not any("{" in text.text or "}" in text.text for text in of(Text, picture))
+    frames = of(Frame, picture)
+    assert len(frames) == len(words) and picture.shapes[: len(frames)] == frames
+    boxes = {word: next(box for box in of(Box, picture) if inside(heads[word], box)) for word in words}
+    # A frame begins where the box of its head ends, and is a little higher.
+    for word in words:
+        [frame] = [frame for frame in frames if frame.left == pytest.approx(boxes[word].left + boxes[word].width)]
+        assert frame.top < boxes[word].top and frame.top + frame.height > boxes[word].top + boxes[word].height
+        begun = [one for one in of(Text, picture) if inside(one, frame)]
+        expected = {
+            "if c[0]==1": {"X", "H"}, "else": {"if c[1]==1", "Z", "Y"}, "if c[1]==1": {"Z"}, "while c[2]==0": {"H", "c[2]"},
+            "switch c[0],c[1]: 0": {"X"}, "1, 2": set(), "default": {"Z"},
+        }  # fmt: skip
+        assert {text.text for text in begun} == expected[word]
+    outer, inner = [frame for frame in frames if inside(boxes["if c[1]==1"], frame) or frame.left > boxes["if c[1]==1"].left][:2]
+    assert outer.width * outer.height >= inner.width * inner.height
+
+
+@pytest.mark.parametrize("width", [230.0, 300.0])
+def test_frames_go_on_below(width):
+    picture = pictured(decisions(), width)
+    require_order(picture)
+    edge = max(line.x1 for line in of(Line, picture) if line.kind == "wire")
+    start = min(line.x0 for line in of(Line, picture) if line.kind == "wire")
+    ended = [frame for frame in of(Frame, picture) if frame.left + frame.width == pytest.approx(edge)]
+    assert ended and len([frame for frame in of(Frame, picture) if frame.left == start]) == len(ended)
+
+
+def test_frames_are_dashed_in_svg():
+    page = ElementTree.fromstring(decisions().draw("svg"))
+    [group] = [group for group in page.iter(f"{SVG}g") if group.get("stroke-dasharray")]
+    assert len(group) == len(of(Frame, pictured(decisions())))
 
 
 # As SVG

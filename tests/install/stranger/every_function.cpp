@@ -124,13 +124,10 @@ void need_observables_and_loading() {
     need(&term_values_density_matrix<T, T>);
     need(&term_values_density_matrix<T, double>);
     need(&evaluate_terms_of_any_norm<T, engine>);
-<<<<<<< HEAD
     need(&overlap<T, float>);
     need(&overlap<T, double>);
     need(&reduced_density_matrix<T>);
-=======
     need(&apply_observable<T>);
->>>>>>> d682e6f (Programs tell derivatives of expectation values by their angles)
     need(&project<double, T>);
     need(&project_then_reset<double, T>);
 }

@@ -8,7 +8,7 @@ from typing import Any
 from ..basics import checks, extras
 from ..circuit.circuit import Circuit
 from ..views import shapes
-from ..views.shapes import Box, Circle, Line, Picture, Text
+from ..views.shapes import Box, Frame, Line, Picture, Text
 
 __all__ = ["plot_circuit"]
 
@@ -18,15 +18,17 @@ _WIDTH, _WIDEST = 6.4, 200.0
 _SMALLEST = 1.5
 # The palette of Okabe and Ito, so much of it over the background.
 _FILLS = {"gate": ("#56b4e9", 0.25), "definition": ("#e69f00", 0.25), "other": ("#999999", 0.25)}
+_FRAME = ("#009e73", 0.12)
 _STROKES = {"wire": 0.7, "link": 0.9, "symbol": 0.9, "barrier": 0.9}
 
 
 def plot_circuit(circuit: Circuit, width: float | None = None, *, idle: bool = True, ax: Any = None) -> Any:
     """Draw a circuit: a line for each qubit, time from left to right, as `Circuit.draw` does in text.
 
-    Gates are boxes with their names and angles, controls dots, rings where they must read 0, X with controls a circle with a cross, exchanges crosses;
-    gates of definitions are boxes of another colour. A box on several qubits tells which of them is which where that
-    matters. A measurement tells the classical bit it writes, a gate with a condition the condition.
+    Gates are boxes with their names and angles, controls dots, rings where they must read 0, X with controls a circle with
+    a cross, exchanges crosses; gates of definitions are boxes of another colour. A box on several qubits tells which of
+    them is which where that matters. A measurement tells the classical bit it writes, a gate with a condition the
+    condition. What a decision or a loop holds stands in a frame behind it.
 
     Parameters
     ----------
@@ -108,10 +110,13 @@ def _paint(ax: Any, picture: Picture, scale: float) -> None:
     ax.set_axis_off()
     strokes: dict[str, list[Any]] = {kind: [] for kind in _STROKES}
     fills: dict[str, list[Any]] = {kind: [] for kind in _FILLS}
+    frames: list[Any] = []
     dots, curves = [], []
     for shape in picture.shapes:
         if isinstance(shape, Line):
             strokes[shape.kind].append([(shape.x0, shape.y0), (shape.x1, shape.y1)])
+        elif isinstance(shape, Frame):
+            frames.append(patches.Rectangle((shape.left, shape.top), shape.width, shape.height))
         elif isinstance(shape, Box):
             style = patches.BoxStyle.Round(pad=0, rounding_size=1.5)
             fills[shape.kind].append(patches.FancyBboxPatch(*_corner_and_size(shape), boxstyle=style))
@@ -130,9 +135,14 @@ def _paint(ax: Any, picture: Picture, scale: float) -> None:
             # y grows downward, so the upper half is the one from 180 to 360 degrees.
             path = paths.Path.arc(180 if shape.kind == "arc" else 0, 360)
             curves.append(paths.Path(path.vertices * shape.radius + (shape.x, shape.y), path.codes))
-    for kind, (colour, share) in _FILLS.items():
-        tint = [share * part + (1 - share) * under for part, under in zip(colours.to_rgb(colour), paper)]
-        boxes = collections.PatchCollection(fills[kind], facecolor=tint, edgecolor=ink, linewidth=0.7 * scale, zorder=1)
+
+    def tint(colour: str, share: float) -> list[float]:
+        return [share * part + (1 - share) * under for part, under in zip(colours.to_rgb(colour), paper)]
+
+    for kind, fill in _FILLS.items():
+        boxes = collections.PatchCollection(
+            fills[kind], facecolor=tint(*fill), edgecolor=ink, linewidth=0.7 * scale, zorder=1
+        )
         ax.add_collection(boxes)
     for kind, width in _STROKES.items():
         dashes = (0, (2, 2)) if kind == "barrier" else "solid"
@@ -141,6 +151,11 @@ def _paint(ax: Any, picture: Picture, scale: float) -> None:
     outlines = [patches.PathPatch(path) for path in curves]
     ax.add_collection(
         collections.PatchCollection(outlines, facecolor="none", edgecolor=ink, linewidth=0.9 * scale, zorder=2)
+    )
+    ax.add_collection(
+        collections.PatchCollection(
+            frames, facecolor=tint(*_FRAME), edgecolor=ink, linewidth=0.5 * scale, linestyle=(0, (4, 4)), zorder=0
+        )
     )
     ax.add_collection(collections.PatchCollection(dots, facecolor=ink, edgecolor="none", zorder=3))
 

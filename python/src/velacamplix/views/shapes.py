@@ -23,7 +23,7 @@ MOST_LINES = 500
 # From line to line, the height of a box; a box's air beside its text, a column's beside its boxes; around the picture.
 _PITCH, _BOX, _AIR, _GAP, _MARGIN = 25.0, 18.0, 4.0, 4.0, 3.0
 _BETWEEN = 12.0
-_DOT, _OPEN, _RING, _CROSS, _METER = 2.2, 2.8, 5.0, 3.4, 5.5
+_DOT, _OPEN, _RING, _CROSS, _METER, _BAR = 2.2, 2.8, 5.0, 3.4, 5.5, 5.0
 
 
 class Line(NamedTuple):
@@ -44,6 +44,15 @@ class Box(NamedTuple):
     width: float
     height: float
     kind: str
+
+
+class Frame(NamedTuple):
+    """Around what stands inside of a decision or a loop; the only shape that others lie upon."""
+
+    left: float
+    top: float
+    width: float
+    height: float
 
 
 class Circle(NamedTuple):
@@ -70,11 +79,11 @@ class Text(NamedTuple):
         return text_width(self.text, self.size)
 
 
-Shape = Line | Box | Circle | Text
+Shape = Frame | Line | Box | Circle | Text
 
 
 class Picture(NamedTuple):
-    """The size, and what is to be painted, in any order: no box hides a line."""
+    """The size, and what is to be painted: first the frames, large ones before what lies in them, then all else."""
 
     width: float
     height: float
@@ -122,11 +131,13 @@ def picture(
     blocks = _blocks(widths, width - left - _GAP - _MARGIN)
     height = _PITCH * len(shown) + _BETWEEN
     n_blocks = max(1, int((MOST_HEIGHT - _PITCH) // height))
-    left_out = len(instructions) - drawn + sum(len(columns[at]) for block in blocks[n_blocks:] for at in block)
+    cut_off = [parts[0] for block in blocks[n_blocks:] for at in block for parts in placed[at]]
+    left_out = len(instructions) - drawn + sum(part.mark.kind != "brace" for part in cut_off)
     del blocks[n_blocks:]
     longest = left + _GAP + max(sum(widths[at] for at in block) for block in blocks)
 
     shapes: list[Shape] = []
+    bodies: dict[int, list[_Body]] = {}
     for number, block in enumerate(blocks):
         top, x = _MARGIN + number * height, left + _GAP
         covered: list[list[float]] = [[left] for _ in shown]  # where a wire begins, and where it is cut out of boxes
@@ -134,7 +145,12 @@ def picture(
             x += widths[at]
             for parts in placed[at]:
                 shapes.extend(_shapes(parts, x - widths[at] / 2, top, covered))
+                if parts[0].mark.kind == "brace":
+                    shapes.extend(_frames(parts, x - widths[at] / 2, top, bodies))
         end = x if number + 1 == len(blocks) else longest
+        for body in [body for nested in bodies.values() for body in nested]:
+            shapes.append(body.frame(end, top))
+            body.start = left
         for row, q in enumerate(shown):
             y = _middle(top, row)
             shapes.append(Text(left - _GAP, y, names[q], LETTERS, "end"))
@@ -146,6 +162,7 @@ def picture(
             note = Text(_MARGIN, bottom + _PITCH / 2, words, LETTERS, "start")
             shapes.append(note)
             longest, bottom = max(longest, note.x + note.width), bottom + _PITCH
+    shapes.sort(key=lambda shape: -shape.width * shape.height if isinstance(shape, Frame) else 0.0)
     return Picture(longest + _MARGIN, bottom + _MARGIN, shapes)
 
 
@@ -161,6 +178,26 @@ def _shapes(parts: Sequence[_Part], x: float, top: float, covered: Sequence[list
             start = _middle(top, part.last) + part.half_height
             stop = _middle(top, following.first) - following.half_height
             yield Line(x, start, x, stop, "link")
+
+
+class _Body:
+    """Where the frame around instructions begins, and its first and last line."""
+
+    def __init__(self, start: float, first: int, last: int) -> None:
+        self.start, self.first, self.last = start, first, last
+
+    def frame(self, end: float, top: float) -> Frame:
+        upper, lower = _middle(top, self.first) - _PITCH / 2 + 1.0, _middle(top, self.last) + _PITCH / 2 - 1.0
+        return Frame(self.start, upper, end - self.start, lower - upper)
+
+
+def _frames(parts: Sequence[_Part], x: float, top: float, bodies: dict[int, list[_Body]]) -> Iterator[Frame]:
+    """Paint the frame that a brace ends, and note the one that it begins. Those on one first line lie in each other."""
+    brace, nested = parts[0], bodies.setdefault(parts[0].first, [])
+    if brace.mark.text.startswith("}"):
+        yield nested.pop().frame(x - brace.width / 2, top)
+    if brace.mark.text.endswith("{"):
+        nested.append(_Body(x + brace.width / 2, brace.first, parts[-1].last))
 
 
 def _part_shapes(part: _Part, x: float, top: float) -> Iterator[Shape]:
@@ -194,7 +231,8 @@ def _box_shapes(part: _Part, x: float, y: float, top: float) -> Iterator[Shape]:
         meter = x - (part.before + text_width(mark.text, LETTERS)) / 2 + _METER
         yield Circle(meter, upper + 3.0, _METER, "arc")
         yield Line(meter, upper + 3.0, meter + 4.0, upper - 4.0, "symbol")
-    yield Text(x + part.before / 2, upper, "|0\u27e9" if mark.kind == "reset" else mark.text, LETTERS)
+    if part.text:
+        yield Text(x + part.before / 2, upper, part.text, LETTERS)
     if mark.when:
         yield Text(x, y + 4.4, f"if {mark.when}", SMALL)
 
@@ -213,6 +251,13 @@ class _Part(NamedTuple):
     is_definition: bool
 
     @property
+    def text(self) -> str:
+        """What is written. Where braces are in the text, frames are in the picture."""
+        if self.mark.kind == "brace":
+            return self.mark.text.strip("{} ")
+        return "|0\u27e9" if self.mark.kind == "reset" else self.mark.text
+
+    @property
     def is_box(self) -> bool:
         return self.mark.kind in ("box", "measure", "reset", "save", "brace")
 
@@ -228,7 +273,9 @@ class _Part(NamedTuple):
 
     @property
     def width(self) -> float:
-        kind, text, when = self.mark.kind, self.mark.text, self.mark.when
+        kind, text, when = self.mark.kind, self.text, self.mark.when
+        if kind == "brace" and not text:
+            return _BAR
         if kind in ("control", "open", "barrier", "exchange"):
             return 2 * _CROSS
         if kind == "flip":

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from html import escape
 
-from .shapes import LETTERS, Box, Circle, Line, Picture, Text
+from .shapes import LETTERS, Box, Circle, Frame, Line, Picture, Text
 
 __all__ = ["SvgDrawing", "write_svg"]
 
@@ -23,6 +23,7 @@ _STROKES = {
 }
 # Light enough for dark letters, dark enough for light ones, and told apart by those who see fewer colours: Okabe and Ito.
 _FILLS = {"gate": "#56b4e9", "definition": "#e69f00", "other": "#999999"}
+_FRAME = "#009e73"
 
 
 class SvgDrawing(str):
@@ -48,20 +49,24 @@ def write_svg(picture: Picture, says: str) -> SvgDrawing:
         f"<style>{_STYLE}</style>",
     ]
     strokes: dict[str, list[str]] = {kind: [] for kind in _STROKES}
+    frames: list[str] = []
     boxes: dict[str, list[str]] = {kind: [] for kind in _FILLS}
     dots: list[str] = []
     texts: list[str] = []
     for shape in picture.shapes:
         if isinstance(shape, Line):
             strokes[shape.kind].append("M{} {}L{} {}".format(*map(_number, shape[:4])))
-        elif isinstance(shape, Box):
-            boxes[shape.kind].append('<rect x="{}" y="{}" width="{}" height="{}" rx="1.5"/>'.format(*map(_number, shape[:4])))
+        elif isinstance(shape, (Box, Frame)):
+            rectangle = '<rect x="{}" y="{}" width="{}" height="{}" rx="1.5"/>'.format(*map(_number, shape[:4]))
+            (boxes[shape.kind] if isinstance(shape, Box) else frames).append(rectangle)
         elif isinstance(shape, Text):
             texts.append(_text(shape))
         elif shape.kind == "dot":
             dots.append('<circle cx="{}" cy="{}" r="{}"/>'.format(*map(_number, shape[:3])))
         else:
             strokes["symbol"].append(_arcs(shape))
+    dashed = 'stroke="currentColor" stroke-width="0.5" stroke-dasharray="2 2"'
+    parts += _group(f'fill="{_FRAME}" fill-opacity="0.12" {dashed}', frames)
     for kind, fill in _FILLS.items():
         # The fill lets what is behind the picture shine through, and so suits light and dark.
         attributes = f'fill="{fill}" fill-opacity="0.25" stroke="currentColor" stroke-width="0.7"'
