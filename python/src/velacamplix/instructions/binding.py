@@ -182,7 +182,7 @@ def _function(rows: Sequence[tuple[Any, ...]], names: tuple[str, ...]) -> Functi
             text = f"others[{len(others) - 1}].evaluate(dict(zip(names, values)))"
         return text
 
-    lines = ["def function(values):", f"    {', '.join(words.values())}, = values", "    return ["]
+    lines = ["def function(values):", f"    [{', '.join(words.values())}] = values", "    return ["]
     lines += [f"        ({', '.join(map(written, row))},)," for row in rows]
     space: dict[str, Any] = {"names": names, "others": others, "functions": FUNCTIONS}
     exec("\n".join([*lines, "    ]"]), space)
