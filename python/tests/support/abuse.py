@@ -119,6 +119,7 @@ CALLS = {
     "expectation": lambda s, e, q: s.expectation([(e(0.5), "XZ", [0, q])]),
     "term_values": lambda s, e, q: s.term_values([(1.0, "XZ", e([0, q]))]),
     "estimate": lambda s, e, q: s.estimate([(1.0, "XZ", [0, q])], e(10)),
+    "variance": lambda s, e, q: s.variance([(e(0.5), "XZ", [0, q])]),
     "overlap": lambda s, e, q: s.overlap(e(np.eye(2 ** (q + 1))[0])) if q < 5 else None,
     "overlap as it will be": lambda s, e, q: s.fidelity(e(large_basis_state(q))),
     "reduced": lambda s, e, q: s.reduced([e(0), q]),

@@ -73,6 +73,10 @@ def makers(i):
 def arguments(i, path):
     """By name of the parameter, or of the method and the parameter."""
     turn = 0.1 + 0.001 * i
+    stored = {kind: f"{path}.{kind}.npz" for kind in ("StateVector", "Result")}
+    if not os.path.exists(stored["Result"]):
+        StateVector(N_QUBITS).h(0).save(stored["StateVector"])
+        run(Circuit(N_QUBITS).h(0), shots=10, seed=1).save(stored["Result"])
     return {
         "qubit": 0, "qubit1": 0, "qubit2": 1, "control": 7, "control1": 8, "control2": 9, "control3": 6, "target": 2,
         "angle": turn, "theta": turn, "phi": turn + 0.1, "lam": turn + 0.2, "gamma": turn + 0.3, "beta": turn + 0.4, "letters": "XYZIIZYX" + "I" * (N_QUBITS - 8),
@@ -100,6 +104,7 @@ def arguments(i, path):
         "Saved.get.name": "p", "bits": i % 4, "vectors": False, "step": Instruction("if", (0,), clbits=(0,), detail=makers(i)["If"]()), "Circuit.if_.body": Circuit(2).x(1), "Circuit.while_.body": Circuit(2, 2).x(0).measure(0, 0), "Counts.expectation.observable": f"{turn}*Z0 Z1",
         **{f"{kind}.{word}.other": StateVector(N_QUBITS).rx(turn, i % N_QUBITS)
            for kind in ("StateVector", "Result") for word in ("overlap", "fidelity")},
+        **{f"{kind}.{word}.path": name for kind, name in stored.items() for word in ("save", "load")},
     }  # fmt: skip
 
 

@@ -27,11 +27,12 @@ from . import observing
 from .answers import Answers
 from .saved import Saved
 from .spread import spread, whole_state
+from .stored import Stored
 
 __all__ = ["Result"]
 
 
-class Result(Answers, Guiding):
+class Result(Answers, Stored, Guiding):
     """What `velacamplix.run` returns. Made by it, not by hand.
 
     Attributes

@@ -45,7 +45,7 @@ class Saved(Mapping[str, Any]):
     ({'0': (1+0j)}, [0.5, 0.5])
     """
 
-    def __init__(self, n_qubits: int, active: tuple[int, ...], kept: dict[str, _Kept]) -> None:
+    def __init__(self, n_qubits: int, active: tuple[int, ...], kept: dict[str, Kept]) -> None:
         self._n_qubits, self._active, self._kept = n_qubits, active, kept
 
     def __getitem__(self, name: str) -> Any:
@@ -75,11 +75,11 @@ class Saved(Mapping[str, Any]):
         return f"<Saved: {listed or 'nothing'}>"
 
 
-class _Kept:
+class Kept:
     """One thing that was kept: a value, or why there is none; and for how many shots."""
 
-    def __init__(self, save: Save) -> None:
-        self.kind = save.kind
+    def __init__(self, kind: str) -> None:
+        self.kind = kind
         self.value: Any = None
         self.missing: str | None = "no shot came to where it is saved"
         self.visits = 0  # by groups of shots, of a state
@@ -116,14 +116,14 @@ class Saver:
     def __init__(self, segments: Segments, n_qubits: int, precision: Precision) -> None:
         self._active, self._n_qubits = segments.active, n_qubits
         self._places = {qubit: place for place, qubit in enumerate(segments.active)}
-        self._kept: dict[str, _Kept] = {}
+        self._kept: dict[str, Kept] = {}
         self._observed: dict[str, observing.Observed] = {}
         self._lost: dict[str, set[int]] = {}  # measured qubits that an observable has X or Y on
         needed = 0
         for step in segments.steps:
             if isinstance(step, Saving):
                 detail = _detail(step)
-                self._kept[detail.label] = _Kept(detail)
+                self._kept[detail.label] = Kept(detail.kind)
                 if detail.kind == "state":
                     needed += memory.BYTES_PER_AMPLITUDE[precision] << len(segments.active)
                 elif detail.kind == "probabilities":
@@ -162,7 +162,7 @@ class Saver:
                 )
         return Saved(self._n_qubits, self._active, self._kept)
 
-    def _keep_state(self, kept: _Kept, branch: Branch, measured: frozenset[int]) -> None:
+    def _keep_state(self, kept: Kept, branch: Branch, measured: frozenset[int]) -> None:
         kept.visits += 1
         if kept.visits > 1:
             kept.value = None

@@ -215,5 +215,5 @@ def centred(observable: Observable) -> Observable:
     Observable('2.0*Z0')
     """
     if observable.is_complex:
-        raise ValueError(f"observable must be Hermitian to have a variance, got one with complex coefficients, {observable}")
+        raise ValueError("observable must be Hermitian to have a variance, got one with complex coefficients")
     return observable - observable.constant
