@@ -25,7 +25,7 @@ template <>
 constexpr bool is_phase_tag<kernels::GateRZ> = false;
 
 template <class G, class T>
-kernels::kernel_call<T> call_of(unsigned long nbqbits, const unsigned int* targets, unsigned long controls,
+kernels::kernel_call<T> call_of(unsigned long nbqbits, const target_list& targets, unsigned long controls,
                                 const coefficients<T>& numbers) {
     const unsigned long first = index::bit(targets[0]);
     if constexpr (std::is_same_v<G, kernels::GateRZ>) {
@@ -42,7 +42,7 @@ kernels::kernel_call<T> call_of(unsigned long nbqbits, const unsigned int* targe
 // What a kind of the table is worked out by; null where there is no such thing, and for all that are given by numbers.
 template <class T>
 struct functions {
-    kernels::kernel_call<T> (*call)(unsigned long, const unsigned int*, unsigned long, const coefficients<T>&);
+    kernels::kernel_call<T> (*call)(unsigned long, const target_list&, unsigned long, const coefficients<T>&);
     kernels::kernel_call<T> (*phase)(unsigned long, kernels::condition, thrust::complex<T>);
     coefficients<T> (*numbers)(const double* angles);
 };
@@ -94,6 +94,11 @@ unsigned long controls_of(const gate_row& row, const std::vector<unsigned int>& 
     return controls;
 }
 
+target_list targets_of(const gate_row& row, const std::vector<unsigned int>& qubits) {
+    const auto first = qubits.begin() + row.controls;
+    return {first, first + row.targets};
+}
+
 }  // namespace
 
 std::string name_of(gate_kind kind) {
@@ -107,7 +112,7 @@ operation<T> named_operation(const gate_row& row, const std::vector<Angle>& para
     operation<T> op;
     op.kind = row.kind;
     op.controls = controls_of(row, qubits);
-    op.targets.assign(qubits.begin() + row.controls, qubits.begin() + row.controls + row.targets);
+    op.targets = targets_of(row, qubits);
     op.angles = angles_in(row, params);
     op.coefficients = numbers_of<T>(row, op.angles);
     return op;
@@ -116,7 +121,7 @@ operation<T> named_operation(const gate_row& row, const std::vector<Angle>& para
 template <class T, class Angle>
 kernels::kernel_call<T> named_call(const gate_row& row, const std::vector<Angle>& params,
                                    const std::vector<unsigned int>& qubits, unsigned long nbqbits) {
-    return functions_of<T>(row.kind).call(nbqbits, qubits.data() + row.controls, controls_of(row, qubits),
+    return functions_of<T>(row.kind).call(nbqbits, targets_of(row, qubits), controls_of(row, qubits),
                                           numbers_of<T>(row, angles_in(row, params)));
 }
 
@@ -139,7 +144,7 @@ operation<T> diagonal_operation(const std::vector<thrust::complex<T>>& diagonal,
                                 const std::vector<unsigned int>& qubits) {
     operation<T> op;
     op.kind = gate_kind::diagonal;
-    op.targets = qubits;
+    op.targets = target_list(qubits);
     op.diagonal = kernels::sort_diagonal(qubits, diagonal);
     return op;
 }
@@ -154,7 +159,7 @@ operation<T> matrix_operation(const std::vector<thrust::complex<T>>& matrix, con
     }
     operation<T> op;
     op.kind = qubits.size() == 1 ? gate_kind::matrix1 : qubits.size() == 2 ? gate_kind::matrix2 : gate_kind::matrix;
-    op.targets = qubits;
+    op.targets = target_list(qubits);
     if (op.kind == gate_kind::matrix1) {
         std::copy_n(matrix.begin(), 4, op.coefficients.begin());
     } else {
@@ -194,13 +199,14 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
             return kernels::two_qubit_matrix_call<T>(nbqbits, index::bit(op.targets[0]), index::bit(op.targets[1]),
                                                      op.controls, op.entries);
         case gate_kind::matrix:
-            return kernels::dense_call<T>(nbqbits, index::bits_of_qubits(op.targets), op.controls, op.entries);
+            return kernels::dense_call<T>(nbqbits, index::bits_of_qubits(op.targets.listed()), op.controls, op.entries);
         case gate_kind::diagonal:
-            return kernels::diagonal_call<T>(nbqbits, index::xor_mask_of(op.targets), op.controls, op.diagonal);
+            return kernels::diagonal_call<T>(nbqbits, op.target_mask(), op.controls, op.diagonal);
         case gate_kind::product:
-            return kernels::diagonal_call<T>(nbqbits, op.targets, op.controls, product_entries(op.entries), false);
+            return kernels::diagonal_call<T>(nbqbits, op.targets.listed(), op.controls, product_entries(op.entries),
+                                             false);
         default:
-            return functions_of<T>(op.kind).call(nbqbits, op.targets.data(), op.controls, op.coefficients);
+            return functions_of<T>(op.kind).call(nbqbits, op.targets, op.controls, op.coefficients);
     }
 }
 

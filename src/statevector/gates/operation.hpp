@@ -1,7 +1,7 @@
 #pragma once
 
 #include "statevector/gates/gate_table.hpp"
-#include "statevector/index/bits.hpp"
+#include "statevector/gates/target_list.hpp"
 #include "statevector/kernels/kernel_call.hpp"
 #include "statevector/kernels/sorted_diagonal.hpp"
 #include "statevector/kernels/walk.hpp"
@@ -15,14 +15,14 @@ namespace velacamplix::gates {
 template <class T>
 struct operation {
     gate_kind kind;
-    std::vector<unsigned int> targets;  // in the order that defines the local index
-    unsigned long controls = 0;         // mask
-    std::array<double, 3> angles{};     // as many as it takes
+    target_list targets;             // in the order that defines the local index
+    unsigned long controls = 0;      // mask
+    std::array<double, 3> angles{};  // as many as it takes
     std::array<thrust::complex<T>, 4> coefficients{};
     std::vector<thrust::complex<T>> entries;  // matrix2, matrix, product
     kernels::shared_diagonal<T> diagonal;
 
-    unsigned long target_mask() const { return index::mask_of(targets); }
+    unsigned long target_mask() const { return targets.mask(); }
     bool is_diagonal() const { return gates::is_diagonal(kind); }
     bool is_move() const { return gates::is_move(kind); }
 };

@@ -90,7 +90,8 @@ step<T> window_step(const operation<T>& op, const locality& where) {
 template <class T>
 step<T> inside_step(const operation<T>& op, const locality& where) {
     operation<T> inner = op;
-    for (unsigned int& q : inner.targets) q = where.position_of(q);
+    inner.targets.clear();
+    for (const unsigned int q : op.targets) inner.targets.push_back(where.position_of(q));
     inner.controls = where.inside(op.controls);
     return {op.controls & ~where.mask(), gates::prepare(inner, where.bits.size())};
 }
