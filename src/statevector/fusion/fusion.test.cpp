@@ -288,3 +288,33 @@ TYPED_TEST(fusion, keeps_what_a_tiny_rotation_does) {
         ASSERT_TRUE(runs_alike(list, start)) << angle;
     }
 }
+
+// A diagonal of one entry multiplies the whole state, or the part where its controls are 1.
+TYPED_TEST(fusion, keeps_a_phase_on_no_qubit) {
+    const thrust::complex<TypeParam> phase(TypeParam(0.6), TypeParam(0.8));
+    for (const unsigned int n : {1u, 3u, 13u}) {
+        const auto start = random_state<TypeParam>(n, Values::ordinary, n);
+        for (const Qubits& controls : {Qubits{}, Qubits{0}, Qubits{n - 1}}) {
+            auto list = n == 1 ? program<TypeParam>(1)
+                               : surrounded<TypeParam>(
+                                     n, [&](program<TypeParam>& to) { to.add_diagonal({phase}, {}, controls); }, false);
+            list.add_diagonal({phase}, {}, controls);
+            ASSERT_TRUE(runs_alike(list, start)) << n << " qubits, " << controls.size() << " controls";
+        }
+        program<TypeParam> on_none(n), on_one(n);
+        on_none.add_diagonal({phase}, {});
+        on_one.add_diagonal({phase, phase}, {0});
+        LoadedVector<TypeParam> got(start), expected(start);
+        on_none.run(got);
+        on_one.run(expected);
+        ASSERT_TRUE(equal_states(expected, got)) << n << " qubits";
+    }
+    LoadedVector<TypeParam> alone(reference::State<TypeParam>(1, {TypeParam(1), 0}));
+    program<TypeParam> list(0);
+    list.add_diagonal({phase}, {});
+    for (const bool fused : {false, true}) {
+        list.set_fusion(fused);
+        list.run(alone);
+    }
+    ASSERT_EQ(alone.amplitudes[0].real(), TypeParam(0.6) * TypeParam(0.6) - TypeParam(0.8) * TypeParam(0.8));
+}

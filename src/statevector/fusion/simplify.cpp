@@ -45,7 +45,7 @@ public:
 
     void finish() {
         for (unsigned q = 0; q < qubits_.size(); ++q) release(q, true);
-        std::erase_if(result, [](const operation<T>& op) { return op.targets.empty(); });
+        std::erase_if(result, is_erased);
     }
 
 private:
@@ -59,6 +59,10 @@ private:
     };
 
     qubit& at(unsigned q) { return qubits_[q]; }
+
+    // A diagonal may be on no qubit, a phase of the whole state; a gate with a name is not, but for what was taken
+    // away.
+    static bool is_erased(const operation<T>& op) { return op.kind == gate_kind::ph && op.targets.empty(); }
 
     void emit(operation<T> op) {
         const auto position = static_cast<long>(result.size());
@@ -136,9 +140,9 @@ private:
         const one_qubit_unitary& f = at(t).waiting;
         if (before.kind != gate_kind::x || before.targets != op.targets || before.controls != op.controls) return false;
         if (!f.is_diagonal() || !at(c).waiting.is_diagonal()) return false;
-        before.targets.clear();  // erased in the end
+        before.targets.clear();
         before.controls = 0;
-        before.kind = gate_kind::ph;
+        before.kind = gate_kind::ph;               // on no qubit: erased in the end
         at(t).last = at(t).last_mixing = earlier;  // a gate on no qubit: it stops later pairs from reaching back
         const std::complex<double> ratio = f.m11 / f.m00;
         at(c).waiting.m11 *= ratio;
