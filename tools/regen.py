@@ -63,7 +63,7 @@ def docstring(gate, name, n_controls):
     if gate.angles:
         lines += [f"{', '.join(gate.angles)} : float", "    In radians, finite; for a circuit also a `Parameter` or `Expression`."]
     several = "; lists of one length add a gate for each place." if len(named) > 1 or gate.angles else "; a list adds a gate on each."
-    lines += [f"{', '.join(named)} : int", "    From 0 to ``n_qubits - 1``" + (", all different" if len(named) > 1 else "") + several]
+    lines += [] if not named else [f"{', '.join(named)} : int", "    From 0 to ``n_qubits - 1``" + (", all different" if len(named) > 1 else "") + several]
     lines += ["controls : int or sequence of int", f"    {'Further qubits' if controls else 'Qubits'} that must all be 1 for the gate to act."]
     lines += ["control_values : int, str or sequence of int, optional"]
     front = named[: gate.named_controls(n_controls)]
@@ -82,7 +82,7 @@ def docstring(gate, name, n_controls):
     call = ", ".join([*map(str, values[: len(gate.angles)]), *map(str, range(len(named)))])
     shown = f"({', '.join(map(str, values[: len(gate.angles)]))})" if gate.angles else ""
     own, before = range(n_controls, len(named)), range(n_controls)
-    said = f"{gate.name}{shown} {','.join(map(str, own))}" + (f" controls {','.join(map(str, before))}" if controls else "")
+    said = f"{gate.name}{shown}" + (f" {','.join(map(str, own))}" if named else "") + (f" controls {','.join(map(str, before))}" if controls else "")
     lines += ["", "Examples", "--------", ">>> from velacamplix import Circuit"]
     lines += [f">>> print(Circuit({len(named)}).{name}({call}))", said]
     return lines

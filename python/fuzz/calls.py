@@ -38,6 +38,7 @@ from velacamplix import (
     Instruction,
     Observable,
     Parameter,
+    ParameterVector,
     Register,
     StateVector,
     Term,
@@ -51,8 +52,8 @@ DOCUMENTED = (TypeError, ValueError, IndexError, KeyError, MemoryError, BufferEr
 LONGEST_MESSAGE = 2000
 SECONDS_OF_A_SESSION = 120
 
-# Needs other packages, or trusts its caller.
-LEFT_OUT = {"from_qasm3", "to_frame", "checked", "value_from", "compiled", "place", "plot_counts", "plot_probabilities", "plot_state"}
+# Needs other packages, or trusts its caller; `index` is that of every sequence in Python.
+LEFT_OUT = {"from_qasm3", "to_frame", "checked", "value_from", "compiled", "place", "index", "plot_counts", "plot_probabilities", "plot_state"}
 
 
 class Mischief(Exception):
@@ -101,7 +102,7 @@ class Session:
         n, m = self.rng.randint(0, 4), self.rng.randint(0, 4)
         self.objects = [self.state(n), self.state(self.rng.randint(0, 4)), self.circuit(n, m), self.circuit(3, 2)]
         self.objects += [Observable("0.5*X0 Y1 - Z2 + 1"), Counts({"00": 3, "11": 4}), 2 * Parameter("x") + 1, Parameter("y")]
-        self.objects += [GateDefinition("pair", Circuit(2).rx(Parameter("x"), 0).cx(0, 1)), run(Circuit(3).h(0).cx(0, 2), shots=5, seed=1)]
+        self.objects += [GateDefinition("pair", Circuit(2).rx(Parameter("x"), 0).cx(0, 1)), run(Circuit(3).h(0).cx(0, 2), shots=5, seed=1), ParameterVector("x", 3)]
         self.free_norm = set()  # ids of states whose norm a call was allowed to change
 
     def state(self, n):
@@ -139,7 +140,7 @@ class Session:
             return rng.choice(["X0", "0.5*Z0 Z1 + Y2 - 1", {"XZ": 2}, [(1j, "Y", [0])], Observable("Z0"), ["Z0", "X1"]])
         choices = {
             "order": ["big", "little"], "precision": ["single", "double"], "shots": [0, 1, 20], "seed": [0, 5, None],
-            "threads": [1, 2, None], "outcome": ["0", "01", 0, 3], "value": [0, 1, "0", "1", 0.5], "times": [0, 1, 3], "k": [1, 3],
+            "threads": [1, 2, None], "outcome": ["0", "01", 0, 3], "value": [0, 1, "0", "1", 0.5], "times": [0, 1, 3], "exponent": [-1, 0, 2], "num_controls": [1, 2], "k": [1, 3],
             "n": [0, 3], "n_qubits": [0, 3], "n_clbits": [0, 2], "n_bits": [2, 3], "definition": [self.objects[8]],
             "instruction": [Instruction("X", (0,)), Instruction("RX", (1,), (0.5,), (0,)), Instruction("measure", (0,), clbits=(0,))],
             "path_or_text": ["OPENQASM 2.0; qreg q[2]; U(1,2,3) q[0];", "qreg q[1]; creg c[1]; measure q -> c;"],

@@ -19,6 +19,7 @@ from .instructions.definition import GateDefinition
 from .instructions.expression import Expression, Parameter
 from .instructions.flow import If, Save, Switch, While
 from .instructions.instruction import Instruction, Register
+from .instructions.parameter_vector import ParameterVector
 from .machine.limits import refresh_threads
 from .machine.memory import max_qubits, memory_needed
 from .observables.observable import CommutingGroup, Observable
@@ -71,6 +72,7 @@ __all__ = [
     "Instruction",
     "Observable",
     "Parameter",
+    "ParameterVector",
     "Pass",
     "Plan",
     "Progress",

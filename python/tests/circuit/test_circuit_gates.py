@@ -24,7 +24,7 @@ GATES = {
     "rccx": (0, 3, "RCCXGate"), "rc3x": (0, 4, "RC3XGate"), "rcccx": (0, 4, "RC3XGate"), "id": (0, 1, "IGate"),
     "r": (2, 1, "RGate"), "rzx": (1, 2, "RZXGate"), "ecr": (0, 2, "ECRGate"), "dcx": (0, 2, "DCXGate"),
     "xx_plus_yy": (2, 2, "XXPlusYYGate"), "xx_minus_yy": (2, 2, "XXMinusYYGate"), "cs": (0, 2, "CSGate"),
-    "csdg": (0, 2, "CSdgGate"),
+    "csdg": (0, 2, "CSdgGate"), "gphase": (1, 0, "GlobalPhaseGate"),
 }  # fmt: skip
 
 # Gates Qiskit does not have, and their matrices, first qubit as the highest bit.

@@ -6,7 +6,7 @@ import pytest
 from velacamplix import Circuit, Parameter, StateVector
 from velacamplix.instructions.gates import GATES
 
-METHODS = [(method, gate, n) for gate in GATES.values() for method, n in gate.methods.items()]
+METHODS = [(method, gate, n) for gate in GATES.values() for method, n in gate.methods.items() if gate.qubits]
 
 
 @pytest.mark.parametrize("method, gate, n_controls", METHODS, ids=[method for method, _, _ in METHODS])
@@ -69,6 +69,7 @@ MISTAKES = {
     "a text": (TypeError, "qubit must be an integer, got '012'", lambda c: c.h("012")),
     "a mapping": (TypeError, "qubit must be an integer", lambda c: c.h({0: 1})),
     "a table": (TypeError, r"qubit\[0\] must be an integer", lambda c: c.h(np.zeros((2, 2), dtype=int))),
+    "angles for no qubit": (TypeError, r"angle must be a real number, got \[1, 2\]", lambda c: c.gphase([1, 2])),
     "without end": (ValueError, "qubit must be a sequence of at most", lambda c: c.h(range(10**12))),
 }  # fmt: skip
 

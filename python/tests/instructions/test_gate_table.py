@@ -28,7 +28,7 @@ QISKIT = {
     "ISWAP": "iSwapGate", "sdg": "SdgGate", "tdg": "TdgGate", "sx": "SXGate", "sxdg": "SXdgGate", "u": "UGate",
     "u2": "U2Gate", "u3": "U3Gate", "cu": "CUGate", "rxx": "RXXGate", "ryy": "RYYGate", "rzz": "RZZGate",
     "rccx": "RCCXGate", "rc3x": "RC3XGate", "id": "IGate", "r": "RGate", "rzx": "RZXGate", "ecr": "ECRGate", "dcx": "DCXGate",
-    "xx_plus_yy": "XXPlusYYGate", "xx_minus_yy": "XXMinusYYGate",
+    "gphase": "GlobalPhaseGate", "xx_plus_yy": "XXPlusYYGate", "xx_minus_yy": "XXMinusYYGate",
 }  # fmt: skip
 
 
@@ -55,20 +55,23 @@ def test_all_that_a_row_says_is_the_same_gate(name):
     assert name == gate.name and (gate.matrix is None) == (gate.build is not None)
     for params in angles_of(gate):
         for n_controls in (0, 1, 2):
-            n = gate.n_qubits + n_controls
+            n = max(1, gate.n_qubits + n_controls)
             step = one(gate, params, n_controls)
             expected = unitary([step], n)
             if gate.matrix is not None:
                 # The first qubit is the highest bit of a row.
                 entries = Instruction("matrix", step.qubits, tuple(map(complex, gate.matrix(*params))), step.controls)
                 np.testing.assert_allclose(unitary([entries], n), expected, rtol=0, atol=TOLERANCE)
-            block = gate.block(step.controls, step.qubits, *params)
+            block = gate.block(step.controls, step.qubits, *params) if step.qubits or step.controls else [step]
             np.testing.assert_allclose(unitary(block, n), expected, rtol=0, atol=5 * TOLERANCE)
             undone = [step, *Circuit(n).append(step).inverse()]
             np.testing.assert_allclose(unitary(undone, n), np.eye(2**n), rtol=0, atol=5 * TOLERANCE)
             circuit = Circuit(n).append(step)
             again = Circuit.from_qasm(circuit.to_qasm())
-            assert list(again) == [plain(step)]
+            if step.qubits or step.controls:
+                assert list(again) == [plain(step)]
+            else:  # a phase of the whole state is that of a qubit
+                np.testing.assert_allclose(unitary(again, n), expected, rtol=0, atol=TOLERANCE)
             ran = np.array([StateVector(n).set_basis_state(i, "little").run(circuit).array for i in range(2**n)]).T
             np.testing.assert_allclose(ran, expected, rtol=0, atol=TOLERANCE)
 

@@ -38,6 +38,7 @@ def qiskit_unitary(text, **how):
 
 def one_gate(name, n_controls):
     shape = SHAPES[name]
+    n_controls = max(n_controls, 1 - shape.n_qubits)  # a phase of nothing but the whole state has no gate of its own
     n = shape.n_qubits + n_controls
     qubits = random.Random(name).sample(range(n), n)
     params = ANGLES[: shape.n_params]

@@ -23,6 +23,7 @@ from .combine import Combining
 from .derivatives import Derivatives
 from .figures import Figures
 from .flow import FlowMethods
+from .global_phase import GlobalPhase
 from .saves import SaveMethods
 
 __all__ = ["Circuit"]
@@ -32,7 +33,7 @@ _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 
 class Circuit(
-    GateMethods, ManyQubitMethods, EntryMethods, FlowMethods, SaveMethods, Combining, Figures, Derivatives
+    GateMethods, ManyQubitMethods, EntryMethods, FlowMethods, SaveMethods, Combining, GlobalPhase, Figures, Derivatives
 ):
     """An ordered list of gates, measurements, resets, barriers, decisions and loops.
 

@@ -25,7 +25,7 @@ _OWN = frozenset(
 )  # fmt: skip
 
 # Of qubits, or of classical bits, as in the OpenQASM reader. Whatever lists or draws them all stays within the memory.
-_MOST_BITS = 1_000_000
+MOST_BITS = 1_000_000
 
 #: A circuit that is asked to repeat itself into more instructions than this, or to take more at once, refuses.
 MOST_INSTRUCTIONS = 100_000_000
@@ -37,8 +37,8 @@ class Record(GateBase, Guiding):
     def __init__(
         self, n_qubits: int, n_clbits: int = 0, *, registers: Iterable[Register] | None = None
     ) -> None:
-        qubits = checks.integer(n_qubits, "n_qubits", minimum=0, maximum=_MOST_BITS)
-        clbits = checks.integer(n_clbits, "n_clbits", minimum=0, maximum=_MOST_BITS)
+        qubits = checks.integer(n_qubits, "n_qubits", minimum=0, maximum=MOST_BITS)
+        clbits = checks.integer(n_clbits, "n_clbits", minimum=0, maximum=MOST_BITS)
         if registers is None:
             listed = _default_registers(qubits, clbits)
         else:
@@ -215,10 +215,13 @@ class Record(GateBase, Guiding):
         circuit._start(registers, *_sizes(registers), instructions)
         return circuit
 
-    def _with(self, instructions: list[Instruction] | None) -> Self:
-        """Return a circuit that differs in its instructions alone, also of a class with another constructor."""
+    def _with(self, instructions: list[Instruction] | None, registers: tuple[Register, ...] | None = None) -> Self:
+        """Return a circuit that differs in its instructions and registers alone, also of a class with another constructor."""
         made = type(self).__new__(type(self))
-        made._start(self._registers, self._n_qubits, self._n_clbits, instructions)
+        if registers is None:
+            made._start(self._registers, self._n_qubits, self._n_clbits, instructions)
+        else:
+            made._start(registers, *_sizes(registers), instructions)
         if len(vars(self)) > len(_OWN):
             vars(made).update(self._further())
         return made

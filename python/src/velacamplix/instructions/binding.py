@@ -13,6 +13,7 @@ from ..basics.words import counted, shortened
 from .expression import FUNCTIONS, Expression, Parameter, free_names
 from .flow import leaves, open_params, with_params
 from .instruction import Instruction, Register
+from .parameter_vector import ParameterVector
 
 Function = Callable[[Sequence[float]], list[tuple[float, ...]]]
 
@@ -126,7 +127,9 @@ def checked_values(known: tuple[str, ...], values: Any, named: dict[str, Any]) -
     if values is None:
         pairs: list[tuple[Any, Any]] = []
     elif isinstance(values, Mapping):
-        pairs = list(values.items())
+        pairs = []
+        for key, value in values.items():
+            pairs += key.named(value) if isinstance(key, ParameterVector) else [(key, value)]
     else:
         listed = checks.sequence(values, "values", of="numbers, or a mapping from names to numbers")
         if len(listed) != len(known):

@@ -39,7 +39,7 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
         return _detailed(name, value, n_qubits, n_clbits)
     definition = _definition(value)
     shape = _shape(name, definition)
-    qubits = checks.qubits(value.qubits, n_qubits, at_least=0 if name == "barrier" else 1)
+    qubits = checks.qubits(value.qubits, n_qubits, at_least=1 if shape is None and name != "barrier" else 0)
     if shape is not None and len(qubits) != shape[0]:
         raise ValueError(f"qubits of {name} must be {shape[0]}, got {len(qubits)}")
     controls = _controls(name, value.controls, qubits, n_qubits)

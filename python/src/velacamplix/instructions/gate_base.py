@@ -184,9 +184,8 @@ def _rows(
         raise ValueError(f"{method}() takes lists of one length, got {told}")
     if not lists.keys() & set(words[n_angles:]):
         word = next(word for word in words if word in lists)
-        raise TypeError(
-            f"{word} must be a real number where {words[n_angles]} is one qubit, got {checks.show(given[words.index(word)])}"
-        )
+        where = f" where {words[n_angles]} is one qubit" if words[n_angles:] else ""
+        raise TypeError(f"{word} must be a real number{where}, got {checks.show(given[words.index(word)])}")
     for place in range(len(next(iter(lists.values())))):
         row = [lists[word][place] if word in lists else value for word, value in zip(words, given)]
         yield tuple(row), tuple([f"{word}[{place}]" if word in lists else word for word in words])

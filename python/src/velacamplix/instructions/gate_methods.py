@@ -2450,3 +2450,38 @@ class GateMethods(GateBase):
         return self._looked_at("rc3x", (control1, control2, control3, target), controls, control_values, names)
 
     rcccx = rc3x
+
+    def gphase(
+        self, angle: Angles = REQUIRED, controls: Controls = (), control_values: ControlValues = None, **names: Any
+    ) -> Self:
+        """Apply the phase exp(i angle), of the whole state.
+
+        Parameters
+        ----------
+        angle : float
+            In radians, finite; for a circuit also a `Parameter` or `Expression`.
+        controls : int or sequence of int
+            Qubits that must all be 1 for the gate to act.
+        control_values : int, str or sequence of int, optional
+            What these must be instead: a number or a text, the first leftmost, or 0 or 1 for each.
+        **names
+            Other words for these: `theta` or `phi` or `lam` for `angle`.
+
+        Raises
+        ------
+        TypeError
+            If an angle is no real number, or a qubit is no integer.
+        IndexError
+            If a qubit does not exist.
+        ValueError
+            If an angle is not finite, or a qubit is named twice.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit(0).gphase(0.5))
+        gphase(0.5)
+        """
+        if controls is NONE and control_values is None and type(angle) is float and angle - angle == 0.0 and not names:
+            return self._add_any("gphase", (), (angle,))
+        return self._looked_at("gphase", (angle,), controls, control_values, names)

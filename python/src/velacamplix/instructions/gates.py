@@ -296,7 +296,9 @@ def _several(steps: tuple[Any, ...]) -> Callable[[Params, Qubits], tuple[Instruc
 def with_controls(
     name: str, qubits: Qubits, controls: Qubits = (), params: Params = (), control_values: str = ""
 ) -> Instruction:
-    """Return a gate in the one form that it is written in: CNOT rather than X with a control of 1."""
+    """Return a gate in the one form that it is written in: CNOT rather than X with a control of 1, PH rather than gphase."""
+    if name == "gphase" and controls and not control_values:
+        return Instruction("PH", controls[-1:], params, controls[:-1])
     found = None if control_values else _SHORT.get((name, len(controls)))
     if found is not None:
         return Instruction(found, controls + qubits)
@@ -662,6 +664,12 @@ _gate(
 _gate(
     "rc3x", "X with three controls up to phases", "control1 control2 control3 target", methods={"rc3x": 0}, aliases={"rcccx": "rc3x"},
     later={"rc3x": 0}, inverse=None, block=_several_block(_RC3X), build=_several(_RC3X),
+)  # fmt: skip
+
+_gate(
+    "gphase", "the phase exp(i angle), of the whole state", "", "angle", methods={"gphase": 0}, inverse=_by_negated("gphase"),
+    block=lambda c, q, angle: [_on("PH", c[-1:], c[:-1], (angle,))] if c else [],
+    build=lambda params, qubits: (Instruction("diagonal", (), (cmath.rect(1.0, params[0]),)),),
 )  # fmt: skip
 
 #: All of them, by name.

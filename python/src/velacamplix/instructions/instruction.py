@@ -112,7 +112,8 @@ class Instruction(NamedTuple):
             words[0] += f"[{2 ** len(self.qubits)}]"
         elif self.params:
             words[0] += "(" + ", ".join(f"{value:.12g}" for value in self.params) + ")"
-        words.append(_listed(self.qubits))
+        if self.qubits:
+            words.append(_listed(self.qubits))
         if self.controls:
             words.append("controls " + _listed(self.controls))
         if self.control_values:

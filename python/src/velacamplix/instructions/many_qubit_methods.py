@@ -174,7 +174,7 @@ class ManyQubitMethods(GateBase):
         Parameters
         ----------
         letters : str
-            Of ``I X Y Z``, one for each qubit, at least one of them not I.
+            Of ``I X Y Z``, one for each qubit. If all are I, it is a phase of the whole state.
         angle : float
             In radians, finite; for a circuit also a `Parameter` or `Expression`.
         qubits, controls, control_values, order
@@ -199,8 +199,6 @@ class ManyQubitMethods(GateBase):
         """
         turned = self._angle(angle)
         factors, all_controls = self._factors(letters, qubits, controls, order)
-        if not factors:
-            raise ValueError(f"letters must hold at least one of X, Y and Z, got {checks.show(letters)}")
         values = checked_values(control_values, len(all_controls))
         for step in rotation(factors, turned, all_controls, values):
             self._put(step)
@@ -242,6 +240,8 @@ def rotation(
     CNOT 0,2, rzz(0.5) 2,1, CNOT 0,2
     """
     letters, qubits = "".join([letter for letter, _ in factors]), tuple([qubit for _, qubit in factors])
+    if not factors:
+        return [with_controls("gphase", (), controls, (-angle / 2,), control_values)]
     direct = _DIRECT.get(letters)
     if direct is not None:
         name, is_turned = direct

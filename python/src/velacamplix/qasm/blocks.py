@@ -72,6 +72,16 @@ def library_block(name: str) -> GateDefinition:
     return GateDefinition.checked(name, found.params, found.n_qubits, found.body)
 
 
+def sayable(step: Instruction) -> list[Instruction]:
+    """Return an instruction as such that have words: with controls of 1, and a phase of the whole state on qubit 0."""
+    if step.name != "gphase" or step.controls or step.definition is not None:
+        return around(step)
+    # exp(i a) and exp(-i a), then exp(2 i a) where the second was.
+    (angle,) = step.params
+    turns = [("RZ", -2 * angle), ("PH", 2 * angle)]
+    return [Instruction(name, (0,), (value,), condition=step.condition) for name, value in turns]
+
+
 def controlled(definition: GateDefinition, n_controls: int) -> GateDefinition:
     """Return a definition with controls in front of its own qubits."""
     controls = tuple(range(n_controls))

@@ -15,9 +15,8 @@ from ..instructions.expression_text import text as expression_text
 from ..instructions.condition import Condition
 from ..instructions.flow import conditioned
 from ..instructions.instruction import BY_ENTRIES, DETAILED, Instruction, Register
-from ..instructions.open_controls import around
 from . import qelib1
-from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain
+from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain, sayable
 from .lexicon import NAME, RESERVED
 from .syntax import MOST_DIGITS
 
@@ -63,9 +62,11 @@ class _Writer:
         for register in self._registers:
             self._check_register(register)
         said = _said_by_conditions(self._circuit.instructions)
-        listed = [(position, part) for position, step in said for part in around(step)]
+        listed = [(position, part) for position, step in said for part in sayable(step)]
         steps = [plain(step) if step.is_gate else step for _, step in listed]
         for step, (position, raw) in zip(steps, listed):
+            if not self._qubits and raw.is_gate:
+                raise ValueError(f"instruction {position} cannot be written in OpenQASM 2: a phase there needs a qubit")
             _check_can_be_said(step, f"instruction {position}", raw, len(raw.controls) <= MOST_CONTROLS)
         needed = ordered(self._blocks_of(steps, None), lambda definition: self._blocks_of(definition.body, definition))
         self._give_names(needed)
@@ -92,7 +93,7 @@ class _Writer:
 
     def _blocks_of(self, steps: Any, owner: GateDefinition | None) -> Iterator[GateDefinition]:
         """Iterate over the gate blocks that steps call, and note which names of qelib1.inc they use."""
-        for raw in chain.from_iterable(map(around, steps)):
+        for raw in chain.from_iterable(map(sayable, steps)):
             if not raw.is_gate:
                 continue
             step = plain(raw)
@@ -147,7 +148,7 @@ class _Writer:
         head = f"gate {self._names[id(definition)]}"
         if formals:
             head += f"({','.join(formals.values())})"
-        body = [self._call(part, qubits, formals) for step in definition.body for part in around(step)]
+        body = [self._call(part, qubits, formals) for step in definition.body for part in sayable(step)]
         return f"{head} {','.join(qubits)} {{ {' '.join(body)} }}\n".replace("{  }", "{ }")
 
     def _call(self, raw: Instruction, qubits: Any, formals: Mapping[str, str]) -> str:

@@ -12,6 +12,7 @@ from ..basics.types import Order
 from ..basics.words import counted
 from ..circuit.circuit import Circuit
 from ..instructions.gate_methods import GateMethods
+from ..instructions.instruction import Instruction
 from ..instructions.many_qubit_methods import ManyQubitMethods
 from ..machine import memory
 from ..programs.progress import ProgressLike
@@ -213,6 +214,8 @@ class StateVector(
         self, name: str, qubits: tuple[int, ...], params: tuple[Any, ...] = (), controls: tuple[int, ...] = ()
     ) -> StateVector:
         self._live()  # the identity asks nobody else
+        if not qubits:  # a phase of the whole state, which programs can be given
+            return self.run(Circuit(self._n_qubits)._put(Instruction(name, qubits, params, controls)))
         return super()._add_any(name, qubits, params, controls)
 
     def run(self, circuit: Circuit, progress: ProgressLike = None, fusion: bool = False) -> StateVector:

@@ -71,6 +71,9 @@ def draw(
         if lines:
             lines.append("")
         lines.extend(_block(shown, labels, block, marks, last=not block or block[-1] is columns[-1]))
+    note = layout.phase_note(registers, instructions)
+    if note:
+        lines.append(note)
     if drawn < len(instructions):
         lines.append(f"({len(instructions) - drawn} more instructions)")
     return Drawing("\n".join(line.rstrip() for line in lines))

@@ -9,8 +9,9 @@ from collections.abc import Iterator, Sequence
 from typing import NamedTuple
 
 from ..basics import checks
+from ..basics.words import shortened
 from ..instructions.condition import AnyCondition, Condition, spelled
-from ..instructions.flow import If, Save, Switch, While
+from ..instructions.flow import If, Save, Switch, While, leaves
 from ..instructions.gates import GATES
 from ..instructions.instruction import Instruction, Register
 from ..instructions.open_controls import open_controls
@@ -99,6 +100,24 @@ def shown_qubits(n_qubits: int, instructions: Sequence[Instruction], idle: bool)
     return [q for q in range(n_qubits) if idle or q in touched]
 
 
+def phase_note(registers: Sequence[Register], instructions: Sequence[Instruction]) -> str:
+    """Return what is told of phases of the whole state, which stand on no line; nothing without them."""
+    called, sure, told = _Names(registers), 0.0, []
+    for step in instructions:
+        for leaf in leaves([step]):
+            if leaf.name != "gphase" or leaf.controls or leaf.definition is not None:
+                continue
+            (angle,) = leaf.params
+            if leaf is step and leaf.condition is None and isinstance(angle, float):
+                sure += angle
+            else:
+                when = "" if leaf.condition is None else f" if {called.condition(leaf.condition)}"
+                told.append(f"{angle:.4g}{when}" + ("" if leaf is step else f" inside {step.name}"))
+    if sure:
+        told.insert(0, f"{sure:.4g}")
+    return f"(global phase {shortened(_printable(', '.join(told)), 100)})" if told else ""
+
+
 def names(registers: Sequence[Register], kind: str) -> dict[int, str]:
     """Return how qubits or classical bits are called, by their numbers."""
     return {
@@ -162,6 +181,10 @@ def _marks(step: Instruction, shown: Sequence[int], called: _Names) -> dict[int,
     open_ones = open_controls(step)
     marks = {q: Mark("open" if q in open_ones else "control") for q in step.controls}
     gate = GATES.get(step.name) if step.definition is None else None
+    if step.controls and not step.qubits:  # a phase of the whole state, where these are 1
+        closed = [q for q in step.controls if q not in open_ones]
+        marks[(closed or step.controls)[-1]] = Mark("box", _label(step) + ("" if closed else " on 0"), when=when)
+        return marks
     # One qubit alone has nothing to be connected with: a box says more.
     if gate is not None and gate.draws and (len(step.qubits) > 1 or step.controls):
         symbols = [Mark({"o": "control", "+": "flip", "x": "exchange"}[letter]) for letter in gate.draws]

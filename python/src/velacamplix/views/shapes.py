@@ -141,10 +141,11 @@ def picture(
             ends = [*covered[row], end]
             shapes.extend(Line(start, y, stop, y, "wire") for start, stop in zip(ends[::2], ends[1::2]))
     bottom = _MARGIN + len(blocks) * height - _BETWEEN
-    if left_out:
-        note = Text(_MARGIN, bottom + _PITCH / 2, f"({left_out} more instructions)", LETTERS, "start")
-        shapes.append(note)
-        longest, bottom = max(longest, note.x + note.width), bottom + _PITCH
+    for words in (layout.phase_note(registers, instructions), f"({left_out} more instructions)" if left_out else ""):
+        if words:
+            note = Text(_MARGIN, bottom + _PITCH / 2, words, LETTERS, "start")
+            shapes.append(note)
+            longest, bottom = max(longest, note.x + note.width), bottom + _PITCH
     return Picture(longest + _MARGIN, bottom + _MARGIN, shapes)
 
 
