@@ -19,6 +19,8 @@ struct gradient_settings {
     int nthreads = 1;                                        // a request as for get_num_threads
     const PybindAmplixStateVectorCPU<T>* initial = nullptr;  // what the program acts on; null: |0...0>
 
+    unsigned long most_states = 31;  // that are held at a time, at least 2; more observables take their turns
+
     // Hears between passes how much is done, in gates on one state. What it throws ends the call.
     work_hook hook = {};
 };

@@ -127,13 +127,12 @@ public:
     // the caches, the instruction set, the other observables or the other gates asked for. Where no gate on the way
     // from an angle to an observable joins their qubits, the derivative is 0 exactly.
     //
-    // It takes two states and 64 KiB per thread for one observable; for more, as many states as there are observables
-    // and one, but at most 31, and no more than there is free memory for: the others take their turn in a run of their
-    // own. Where not even two states fit it throws std::bad_alloc after the memory guard's message. Throws
-    // std::out_of_range for a gate that the program lacks; std::invalid_argument for one without angles, for
-    // an observable that is not Hermitian or acts on other qubits, for a matrix that is not unitary, and for an initial
-    // state without amplitudes or with fewer qubits. The state has as many qubits as the initial one, otherwise as the
-    // program.
+    // It takes two states and 64 KiB per thread for one observable; for more, a state more for each, up to most_states
+    // or what there is free memory for: the others take their turns, each turn with a run forward of its own. Where not
+    // even two states fit it throws std::bad_alloc after the memory guard's message. Throws std::out_of_range for a
+    // gate that the program lacks; std::invalid_argument for one without angles, for an observable that is not
+    // Hermitian or acts on other qubits, for a matrix that is not unitary, and for an initial state without amplitudes
+    // or with fewer qubits. The state has as many qubits as the initial one, otherwise as the program.
     gradient_result gradient(const std::vector<WObservable<double>>& observables,
                              const std::vector<unsigned long>& gates, const gradient_settings<T>& settings = {});
 

@@ -2,9 +2,12 @@
 #include "held_state.hpp"
 #include "watch.hpp"
 
+#include <velacamplix/gradient.hpp>
 #include <velacamplix/program.hpp>
 
+#include <algorithm>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -182,6 +185,33 @@ py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, 
     return py::make_tuple(applied, watch.error());
 }
 
+// Values of the observables in the state that the program makes of `initial` (None: |0...0>), their derivatives by the
+// angles of `gates`, a row for each observable, and how far the way back ends from the start.
+template <class T>
+py::tuple gradient(HeldProgram<T>& program, const std::vector<WObservable<double>>& observables,
+                   const std::vector<unsigned long>& gates, int threads, unsigned long most_states,
+                   const std::shared_ptr<HeldState<T>>& initial, py::object function, double interval, bool signals) {
+    const auto turn = program.taken();
+    Watch watch(std::move(function), interval, signals);
+    const auto result = watch.over([&](const auto& hook) {
+        pbamplix::cpu::gradient_settings<T> settings{threads, nullptr, most_states, hook};
+        if (initial == nullptr) {
+            const Unlocked unlocked;
+            return program.list.gradient(observables, gates, settings);
+        }
+        return initial->with_state([&](auto& state) {
+            settings.initial = &state;
+            return program.list.gradient(observables, gates, settings);
+        });
+    });
+    const std::size_t rows = observables.size();
+    const std::size_t angles = rows == 0 ? 0 : result.derivatives.size() / rows;
+    py::array_t<double> derivatives({rows, angles});
+    std::copy(result.derivatives.begin(), result.derivatives.end(), derivatives.mutable_data());
+    return py::make_tuple(py::array_t<double>(static_cast<py::ssize_t>(rows), result.values.data()), derivatives,
+                          result.return_error);
+}
+
 template <class T>
 void bind_one_program(py::module_& module, const char* name) {
     py::class_<HeldProgram<T>>(module, name)
@@ -198,7 +228,10 @@ void bind_one_program(py::module_& module, const char* name) {
         .def("__len__", [](const HeldProgram<T>& program) { return program.list.size(); })
         .def("plan", &plan<T>, py::arg("state_qubits"), py::arg("threads"))
         .def("run", &run<T>, py::arg("state"), py::arg("function") = py::none(), py::arg("interval") = 0.05,
-             py::arg("signals") = false);
+             py::arg("signals") = false)
+        .def("gradient", &gradient<T>, py::arg("observables"), py::arg("gates"), py::arg("threads"),
+             py::arg("most_states"), py::arg("initial").none(true), py::arg("function") = py::none(),
+             py::arg("interval") = 0.05, py::arg("signals") = false);
 }
 
 }  // namespace

@@ -460,7 +460,7 @@ private:
             observables.push_back(random_observable<double>(n_, 5));
             for (auto& c : observables.back().coefficients) c = c.real();
         }
-        const auto result = list.gradient(observables, turned, {threads_, nullptr, {}});
+        const auto result = list.gradient(observables, turned, {.nthreads = threads_});
         const auto print_numbers = [&](const std::vector<double>& numbers, const char* what) {
             print("sines", numbers.data(), numbers.size() * sizeof(double), what);
         };

@@ -13,6 +13,7 @@ from .core import extension  # isort: skip  (before all that imports NumPy: it r
 
 from . import qasm
 from .circuit.circuit import Circuit
+from .gradients.gradient import ValueAndGradient
 from .instructions.condition import Bits, CompoundCondition, Condition
 from .instructions.definition import GateDefinition
 from .instructions.expression import Expression, Parameter
@@ -50,6 +51,7 @@ _ROOMS = (
     ("programs",),
     ("states",),
     ("running",),
+    ("gradients",),
     ("plots",),
     ("cli",),
 )
@@ -81,6 +83,7 @@ __all__ = [
     "Term",
     "Timings",
     "UnsupportedInstruction",
+    "ValueAndGradient",
     "While",
     "max_qubits",
     "memory_needed",

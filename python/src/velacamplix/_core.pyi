@@ -62,6 +62,17 @@ class _Program(metaclass=_ClassOfExtension):
         interval: float = 0.05,
         signals: bool = False,
     ) -> tuple[int, BaseException | None]: ...
+    def gradient(
+        self,
+        observables: Sequence[Observable],
+        gates: Sequence[int],
+        threads: int,
+        most_states: int,
+        initial: _StateVector | None,
+        function: Callable[[int, int], Any] | None = None,
+        interval: float = 0.05,
+        signals: bool = False,
+    ) -> tuple[np.ndarray, np.ndarray, float]: ...
 
 class ProgramSingle(_Program): ...
 class ProgramDouble(_Program): ...

@@ -19,7 +19,6 @@ namespace {
 
 using replay::refuse;
 
-constexpr unsigned long most_lambdas = 30;  // at a time
 constexpr double unitary_tolerance = 1e-5;
 
 template <class T>
@@ -109,11 +108,9 @@ double distance(const thrust::complex<T>* psi, unsigned long size, const thrust:
 }
 
 // How many lambdas there may be at a time. What fits changes no result.
-template <class T>
-unsigned long lambdas_at_a_time(std::size_t observables, unsigned long state_bytes) {
-    const unsigned long wanted = std::min<unsigned long>(observables, most_lambdas);
-    const unsigned long fit = storage::free_memory() / state_bytes;
-    const unsigned long lambdas = fit > 2 ? std::min(wanted, fit - 1) : 1;
+unsigned long lambdas_at_a_time(std::size_t observables, unsigned long most_states, unsigned long state_bytes) {
+    const unsigned long fit = std::min(storage::free_memory() / state_bytes, most_states);
+    const unsigned long lambdas = fit > 2 ? std::min<unsigned long>(observables, fit - 1) : 1;
     storage::refuse_beyond_free_memory((lambdas + 1) * state_bytes);
     return lambdas;
 }
@@ -163,7 +160,7 @@ gradient_result program<T>::gradient(const std::vector<WObservable<double>>& obs
     gradient_result result;
     if (observables.empty()) return result;
     result.derivatives.resize(observables.size() * angles);
-    const unsigned long batch = lambdas_at_a_time<T>(observables.size(), state_bytes);
+    const unsigned long batch = lambdas_at_a_time(observables.size(), settings.most_states, state_bytes);
     const unsigned long batches = (observables.size() + batch - 1) / batch;
 
     // Told in gates on one state: forward, and back with each observable.

@@ -432,9 +432,9 @@ TYPED_TEST(gradient, takes_two_states_for_one_observable_and_fewer_at_a_time_whe
     const auto sums = all_compiled({one_string(1, 0), one_string(0, 6), one_string(2, 2)});
     auto list = program_of<T>(gates, n);
     const auto expected = list.gradient(sums, turned(gates));
-    const auto states_taken = [&](const std::vector<WObservable<double>>& observables) {
+    const auto states_taken = [&](const std::vector<WObservable<double>>& observables, unsigned long most_states = 31) {
         const WatchedArrays arrays;
-        const auto got = list.gradient(observables, turned(gates));
+        const auto got = list.gradient(observables, turned(gates), {.most_states = most_states});
         if (observables.size() == sums.size()) {
             EXPECT_TRUE(same_results(expected, got));
         }
@@ -449,6 +449,9 @@ TYPED_TEST(gradient, takes_two_states_for_one_observable_and_fewer_at_a_time_whe
     };
     EXPECT_LE(states_taken({sums[0]}), 2 * state + (64ul << 10));
     EXPECT_GT(states_taken(sums), 4 * state);
+    for (const unsigned long most : {0, 1, 2, 3}) {
+        EXPECT_LE(states_taken(sums, most), std::max(most, 2ul) * state + (96ul << 10)) << most;
+    }
     {
         const ScriptedMemory memory(3 * state);
         EXPECT_LE(states_taken(sums), 3 * state + (96ul << 10));

@@ -20,6 +20,7 @@ from ..qasm.version3 import read_program3
 from ..views import html
 from ..views.shapes import MOST_LINES
 from .combine import Combining
+from .derivatives import Derivatives
 from .figures import Figures
 from .flow import FlowMethods
 from .saves import SaveMethods
@@ -30,7 +31,7 @@ __all__ = ["Circuit"]
 _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 
-class Circuit(GateMethods, ManyQubitMethods, EntryMethods, FlowMethods, SaveMethods, Combining, Figures):
+class Circuit(GateMethods, ManyQubitMethods, EntryMethods, FlowMethods, SaveMethods, Combining, Figures, Derivatives):
     """An ordered list of gates, measurements, resets, barriers, decisions and loops.
 
     Every method that adds an instruction returns the circuit, so calls can be

@@ -66,13 +66,17 @@ class ParameterMethods(Record):
             if len(by_name) < len(names):
                 return self._with(partly_bound(self._instructions, by_name))
             numbers = [by_name[name] for name in names]
-        template = self._own_template
-        if template is None:
-            template = self._own_template = Template(self._registers, tuple(self._instructions))
+        template = self._as_template()
         params = template.params(numbers)
         bound = self._with(None)
         bound._template, bound._template_params = template, params
         return bound
+
+    def _as_template(self) -> Template:
+        """Return the circuit as it is now, the same object until an instruction is added."""
+        if self._own_template is None:
+            self._own_template = Template(self._registers, tuple(self._instructions))
+        return self._own_template
 
     def basic_instructions(self) -> Iterator[Instruction]:
         """Iterate over the circuit in the library's own gates.

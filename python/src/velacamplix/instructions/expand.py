@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Callable, Iterator, Mapping
 from itertools import chain
+from typing import Any
 
 from ..basics import checks
 from .definition import size
@@ -64,6 +65,42 @@ def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]
     return _expanded(step, _BUILDS_IN_PROGRAMS if in_programs else _BUILDS)
 
 
+def with_angles(step: Instruction) -> Iterator[Instruction]:
+    """Iterate over what an instruction becomes in gates of programs whose parameters are angles, or expressions of them.
+
+    As `basic` with `in_programs`, but a gate with an open parameter that would become a matrix becomes the gates of its
+    `block`: each of RX, RY, RZ, PH, U, RXX, RYY and RZZ, or without a parameter.
+
+    Raises
+    ------
+    ValueError
+        As for `basic`; also if expressions of definitions inside each other nest too deeply.
+
+    Examples
+    --------
+    >>> from velacamplix import Parameter
+    >>> print(*with_angles(Instruction("rzx", (0, 1), (2 * Parameter("x"),))), sep=", ")
+    H 1, RZZ(2*x) 0,1, H 1
+    """
+    if not any(isinstance(value, Expression) for value in step.params):
+        yield from basic(step, in_programs=True)
+    elif step.control_values:
+        for part in around(step):
+            yield from with_angles(part)
+    elif step.definition is not None:
+        if size(step) > MOST_STEPS:
+            raise ValueError(f"gate {checks.show(step.name)} must expand to at most {MOST_STEPS} steps, got more")
+        for part in body_of(step):
+            yield from with_angles(part)
+    elif GATES[step.name].is_native:
+        yield step
+    elif GATES[step.name].in_programs is not None:
+        yield from _built(step, _BUILDS_IN_PROGRAMS)
+    else:
+        for part in GATES[step.name].block(step.controls, step.qubits, *step.params):
+            yield from with_angles(part)
+
+
 def _expanded(step: Instruction, builds: Builds) -> Iterator[Instruction]:
     if step.control_values:
         for part in around(step):
@@ -78,17 +115,25 @@ def _expanded(step: Instruction, builds: Builds) -> Iterator[Instruction]:
 
 
 def body_of(step: Instruction) -> list[Instruction]:
-    """Return the steps of a call of a definition: real qubits, numbers for parameters, controls (of 1) and condition."""
+    """Return the steps of a call of a definition: real qubits, its numbers (or expressions), controls (of 1), condition."""
     definition = step.definition
     assert definition is not None
-    values: dict[str, float] = dict(zip(definition.params, step.params))  # type: ignore[arg-type]
+    values: dict[str, Any] = dict(zip(definition.params, step.params))
+    is_open = any(isinstance(value, Expression) for value in step.params)
     qubits = step.qubits
     inner: list[Instruction] = []
     try:
         for part in definition.body:
             params = part.params
             if params and values:
-                params = tuple([item.evaluate(values) if isinstance(item, Expression) else item for item in params])
+                params = tuple(
+                    [
+                        item if not isinstance(item, Expression)
+                        else item.substitute(values) if is_open
+                        else item.evaluate(values)
+                        for item in params
+                    ]
+                )
             barrier = part.name == "barrier"
             inner.append(
                 Instruction(

@@ -22,6 +22,8 @@ class Start:
     ----------
     nonzero : tuple of int
         Qubits that need not be 0.
+    is_zero : bool
+        Whether all are.
     """
 
     def __init__(self, initial: Any, n_qubits: int, order: Order | None) -> None:
@@ -42,6 +44,7 @@ class Start:
             self.nonzero = tuple(qubit for qubit, letter in enumerate(self._product) if letter != "0")
         if self._amplitudes is not None:
             self.nonzero = tuple(range(n_qubits))
+        self.is_zero = self._amplitudes is None and not self.nonzero
 
     def prepare(self, state: StateVector, active: Sequence[int]) -> None:
         """Set a state of the active qubits, which is in basis state 0 so far."""

@@ -1,0 +1,217 @@
+"""Values and derivatives of observables in the state that a circuit makes."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Sequence
+from typing import Any, NamedTuple
+
+import numpy as np
+
+from ..basics import checks
+from ..basics.types import Precision
+from ..circuit import derivatives as _derivatives
+from ..machine import limits, memory
+from ..observables.observable import Observable
+from ..programs.drive import Report, heard
+from ..programs.progress import Meter, ProgressLike
+from ..results.estimate import Estimate
+from ..running.initial import InitialLike
+from ..states.statevector import StateVector
+from . import request as requests
+from . import shifts
+from .differentiable import Differentiable, differentiable
+from .request import Request
+
+__all__ = ["ValueAndGradient"]
+
+
+# More lambdas at a time win nothing: psi goes back with each group of them.
+_MOST_STATES = 31
+
+
+class _Pair(NamedTuple):
+    value: Any
+    gradient: Any
+
+
+class ValueAndGradient(_Pair):
+    """The value of an observable and its derivatives by the parameters; a tuple of these two.
+
+    Attributes
+    ----------
+    value : float, Estimate, or numpy.ndarray of shape (sets of values,)
+        An `Estimate` from shots.
+    gradient : numpy.ndarray of shape (parameters,) or (sets of values, parameters), or Estimate of such
+        In the order of ``circuit.parameters``.
+    return_error : float
+        Of the adjoint method: the norm of the difference between the initial state and what the way back through all gates
+        makes of the final one, the largest of a batch. Rounding alone gives about 1e-16 (in single precision 1e-7) times
+        the root of the number of gates. nan for other methods.
+    """
+
+    return_error: float = math.nan
+
+
+# Methods of circuits are annotated with names of rooms above theirs: what reads them at run time finds them there.
+for _name, _item in {
+    "ValueAndGradient": ValueAndGradient,
+    "Estimate": Estimate,
+    "InitialLike": InitialLike,
+    "ProgressLike": ProgressLike,
+}.items():
+    setattr(_derivatives, _name, _item)
+
+
+class _Found(NamedTuple):
+    """A row for each observable. Variances only from shots."""
+
+    values: np.ndarray
+    gradients: np.ndarray
+    value_variances: np.ndarray | None
+    variances: np.ndarray | None
+    return_error: float
+
+
+def value_and_gradient(circuit: Any, observable: Any, values: Any = None, **how: Any) -> ValueAndGradient:
+    """Return the value of an observable and its gradient; the arguments are those of `Circuit.value_and_gradient`."""
+    request = requests.checked(circuit, observable, "observable", **how)
+    if request.observed.are_many:
+        raise ValueError("observable must be one; jacobian takes a list of observables")
+    if requests.is_batch(values):
+        rows = requests.batch(circuit, values)
+        found = _all_found(request, rows)
+        return _paired(
+            np.array([one.values[0] for one in found]),
+            np.array([one.gradients[0] for one in found]).reshape(len(rows), len(circuit.parameters)),
+            [one.value_variances[0] for one in found if one.value_variances is not None],
+            [one.variances[0] for one in found if one.variances is not None],
+            max((one.return_error for one in found), default=math.nan),
+        )
+    (one,) = _all_found(request, [requests.numbers(circuit, values)])
+    return _paired(
+        one.values[0].item(),
+        one.gradients[0],
+        None if one.value_variances is None else one.value_variances[0].item(),
+        None if one.variances is None else one.variances[0],
+        one.return_error,
+    )
+
+
+def gradient(circuit: Any, observable: Any, values: Any = None, **how: Any) -> np.ndarray | Estimate:
+    """Return the gradient alone."""
+    return value_and_gradient(circuit, observable, values, **how).gradient  # type: ignore[no-any-return]
+
+
+def jacobian(circuit: Any, observables: Any, values: Any = None, **how: Any) -> np.ndarray | Estimate:
+    """Return the derivatives of several observables, a row for each."""
+    request = requests.checked(circuit, observables, "observables", **how)
+    (found,) = _all_found(request, [requests.numbers(circuit, values)])
+    rows = found.gradients if request.observed.are_many else found.gradients[0]
+    if found.variances is None:
+        return rows
+    variances = found.variances if request.observed.are_many else found.variances[0]
+    return Estimate(rows, np.sqrt(variances))
+
+
+def vjp(circuit: Any, observables: Any, values: Any, vector: Any, **how: Any) -> np.ndarray:
+    """Return the sum of the observables' gradients, each times its entry of `vector`: one gradient, of their sum."""
+    request = requests.checked(circuit, observables, "observables", sampled=False, **how)
+    weights = _vector(vector, len(request.observables), "vector", "observable")
+    total = Observable([])
+    for weight, observable in zip(weights, request.observables):
+        total = total + weight * observable
+    whole = request._replace(observed=request.observed._replace(observables=[total], are_many=False))
+    (found,) = _all_found(whole, [requests.numbers(circuit, values)])
+    return found.gradients[0]
+
+
+def jvp(circuit: Any, observables: Any, values: Any, tangent: Any, **how: Any) -> np.ndarray | float:
+    """Return the derivatives of the observables where the parameters change along `tangent`."""
+    request = requests.checked(circuit, observables, "observables", sampled=False, **how)
+    direction = np.array(requests.numbers(circuit, tangent, "tangent"))
+    (found,) = _all_found(request, [requests.numbers(circuit, values)])
+    along = np.array([float((row * direction).sum()) for row in found.gradients])
+    return along if request.observed.are_many else along[0].item()  # type: ignore[no-any-return]
+
+
+def _paired(value: Any, slopes: Any, value_variances: Any, variances: Any, return_error: float) -> ValueAndGradient:
+    if variances is not None and len(variances):
+        value = Estimate(value, np.sqrt(value_variances) if np.ndim(value) else math.sqrt(value_variances))
+        slopes = Estimate(slopes, np.sqrt(np.array(variances)))
+    result = ValueAndGradient(value, slopes)
+    result.return_error = return_error
+    return result
+
+
+def _vector(vector: Any, length: int, name: str, of: str) -> list[float]:
+    listed = checks.sequence(vector, name, of="numbers")
+    if len(listed) != length:
+        raise ValueError(f"{name} must hold {length} number(s), one for each {of}, got {len(listed)}")
+    return [checks.real(value, f"{name}[{place}]") for place, value in enumerate(listed)]
+
+
+def _all_found(request: Request, rows: Sequence[Sequence[float]]) -> list[_Found]:
+    """Return values and derivatives at every set of values."""
+    if not rows:
+        return []
+    with differentiable(request.circuit, rows[0], request.start.nonzero, request.precision) as one:
+        observables = request.observed.on(one.active, frozenset())
+        find, unit = (_by_adjoint, "gates") if request.method == "adjoint" else (_by_shifts, "runs")
+        # Of the adjoint method, gates on one state: forward, and back with one state more than there are observables.
+        work = len(one.program) * (2 + len(observables)) if unit == "gates" else shifts.evaluations(one)
+        found = []
+        with Meter(request.progress, work * len(rows), unit) as meter:
+            for number, row in enumerate(rows):
+                if number:
+                    one.bind(row)
+                found.append(find(request, one, observables, row, meter, work))
+    return found
+
+
+def _by_adjoint(
+    request: Request, one: Differentiable, observables: list[Observable], row: Sequence[float], meter: Meter, work: int
+) -> _Found:
+    n = len(one.active)
+    initial = None
+    if not request.start.is_zero:
+        initial = StateVector._another(n, request.precision, request.threads)
+        request.start.prepare(initial, one.active)
+    most = _states_that_fit(n, request.precision)
+    values, by_angles, return_error = one.program.gradient(
+        [observable.compiled() for observable in observables], one.turned, request.threads, most,
+        None if initial is None else initial._live(), *heard(_report(meter, work)),
+    )
+    meter.advance(work)
+    if not math.isfinite(return_error):
+        raise ValueError("a gradient needs finite amplitudes, but the initial state has others (inf or nan)")
+    return _Found(values, one.by_parameters(by_angles, row), None, None, return_error)
+
+
+def _by_shifts(
+    request: Request, one: Differentiable, observables: list[Observable], row: Sequence[float], meter: Meter, work: int
+) -> _Found:
+    found = shifts.by_angles(one, observables, request.start, request.threads, request.shots, request.seed, meter)
+    gradients = one.by_parameters(found.derivatives, row)
+    if request.shots is None:
+        return _Found(found.values, gradients, None, None, math.nan)
+    variances = one.by_parameters(found.variances, row, squared=True)
+    return _Found(found.values, gradients, found.value_variances, variances, math.nan)
+
+
+def _report(meter: Meter, work: int) -> Report:
+    tell = meter.within()
+    # The core counts its own gates: more where observables take their turns for want of memory.
+    return None if tell is None else lambda done, total: tell(round(work * done / max(total, 1)), work)
+
+
+def _states_that_fit(n: int, precision: Precision) -> int:
+    """Return how many states may be held at a time; raise MemoryError if not even two of them fit."""
+    try:
+        memory.require_state(n + 1, precision)
+    except MemoryError as error:
+        raise MemoryError(f"the adjoint method holds 2 states of {n} qubits, as much as one of {n + 1}: {error}") from None
+    needed = memory.memory_needed(n, precision)
+    if needed * _MOST_STATES <= memory.SMALL_BYTES:
+        return _MOST_STATES
+    return max(2, min(_MOST_STATES, limits.memory().usable // needed))
