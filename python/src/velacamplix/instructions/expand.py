@@ -115,7 +115,7 @@ def _expanded(step: Instruction, builds: Builds) -> Iterator[Instruction]:
 
 
 def body_of(step: Instruction) -> list[Instruction]:
-    """Return the steps of a call of a definition: real qubits, numbers (or expressions), controls (of 1) and condition."""
+    """Return the steps of a call of a definition: real qubits, its numbers (or expressions), controls (of 1), condition."""
     definition = step.definition
     assert definition is not None
     values: dict[str, Any] = dict(zip(definition.params, step.params))
