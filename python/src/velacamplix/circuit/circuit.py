@@ -24,6 +24,7 @@ from .derivatives import Derivatives
 from .figures import Figures
 from .flow import FlowMethods
 from .global_phase import GlobalPhase
+from .preparation import Preparation
 from .saves import SaveMethods
 
 __all__ = ["Circuit"]
@@ -33,7 +34,8 @@ _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 
 class Circuit(
-    GateMethods, ManyQubitMethods, EntryMethods, FlowMethods, SaveMethods, Combining, GlobalPhase, Figures, Derivatives
+    GateMethods, ManyQubitMethods, EntryMethods, Preparation, FlowMethods, SaveMethods, Combining, GlobalPhase, Figures,
+    Derivatives,
 ):
     """An ordered list of gates, measurements, resets, barriers, decisions and loops.
 

@@ -14,7 +14,7 @@ from ..instructions.definition import GateDefinition, flat, flat_steps, restored
 from ..instructions.expression import Angle, Expression, angle
 from ..instructions.gate_base import GateBase
 from ..instructions.flow import open_params
-from ..instructions.instruction import AnyCondition, Instruction, Register
+from ..instructions.instruction import BY_ENTRIES, AnyCondition, Instruction, Register
 
 # What `_start` sets, and `when` for a while.
 _OWN = frozenset(
@@ -239,7 +239,7 @@ class Record(GateBase, Guiding):
         if step.detail is not None:
             if open_params(step):
                 self._names = None
-        elif step.params and self._names is not None:
+        elif step.params and self._names is not None and step.name not in BY_ENTRIES:
             for value in step.params:
                 if isinstance(value, Expression):
                     self._names = None
