@@ -141,7 +141,7 @@ class Session:
         choices = {
             "order": ["big", "little"], "precision": ["single", "double"], "shots": [0, 1, 20], "seed": [0, 5, None],
             "threads": [1, 2, None], "outcome": ["0", "01", 0, 3], "value": [0, 1, "0", "1", 0.5], "times": [0, 1, 3], "exponent": [-1, 0, 2], "num_controls": [1, 2], "k": [1, 3],
-            "n": [0, 3], "n_qubits": [0, 3], "n_clbits": [0, 2], "n_bits": [2, 3], "definition": [self.objects[8]],
+            "n": [0, 3], "time": [0.3, Parameter("x")], "steps": [1, 3], "n_qubits": [0, 3], "n_clbits": [0, 2], "n_bits": [2, 3], "definition": [self.objects[8]],
             "instruction": [Instruction("X", (0,)), Instruction("RX", (1,), (0.5,), (0,)), Instruction("measure", (0,), clbits=(0,))],
             "path_or_text": ["OPENQASM 2.0; qreg q[2]; U(1,2,3) q[0];", "qreg q[1]; creg c[1]; measure q -> c;"],
             "counts": [{"01": 2}, {1: 5}], "values": [{"x": 0.5}, [1], {"x": 1, "y": 2}], "params": [(), (0.5,), ("x",)],

@@ -89,7 +89,7 @@ def arguments(i, path):
         "StateVector.binary_qram.data": [0, 1, i % 2, 1], "StateVector.project.value": 0,
         "StateVector.set_basis_state.state": i, "StateVector.set_state.array": [1.0] + [0.0] * (2**N_QUBITS - 1),
         "circuit": TEMPLATE.bind(x=turn, y=1.0), "other": Circuit(2).h(0), "instruction": Instruction("X", (0,)),
-        "definition": GateDefinition(f"mine{i}", Circuit(2).rx(turn, 0).cx(0, 1)), "times": 2, "exponent": -2, "ParameterVector.named.values": [turn, 1.0, 2.0],
+        "definition": GateDefinition(f"mine{i}", Circuit(2).rx(turn, 0).cx(0, 1)), "times": 2, "exponent": -2, "time": turn, "ParameterVector.named.values": [turn, 1.0, 2.0],
         "path_or_text": path, "Circuit.from_qasm.path_or_text": QASM % (i, i),
         "Counts.from_ints.counts": {0: 5, i: 7}, "n_bits": 8, "Counts.fromkeys.iterable": ["0", "1"],
         "Counts.pop.outcome": "00", "Counts.setdefault.outcome": "10", "key": "00", "positions": [1],

@@ -26,6 +26,7 @@ from .flow import FlowMethods
 from .global_phase import GlobalPhase
 from .preparation import Preparation
 from .saves import SaveMethods
+from .transforms import Transforms
 
 __all__ = ["Circuit"]
 
@@ -34,8 +35,8 @@ _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 
 class Circuit(
-    GateMethods, ManyQubitMethods, EntryMethods, Preparation, FlowMethods, SaveMethods, Combining, GlobalPhase, Figures,
-    Derivatives,
+    GateMethods, ManyQubitMethods, EntryMethods, Preparation, Transforms, FlowMethods, SaveMethods, Combining, GlobalPhase,
+    Figures, Derivatives,
 ):
     """An ordered list of gates, measurements, resets, barriers, decisions and loops.
 
