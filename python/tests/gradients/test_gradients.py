@@ -109,6 +109,16 @@ def test_expressions_give_the_chain_rule_and_shared_parameters_add_up():
     assert by_name.tolist() == circuit.gradient(observable, np.array(values)).tolist()
 
 
+def test_controls_that_must_be_0():
+    x = Parameter("x")
+    circuit = entangled(3).rx(x, 0, controls=[1, 2], control_values="01").u(x, 2 * x, 0.5, 2, controls=0, control_values="0")
+    circuit.fsim(x, -x, 0, 1, controls=2, control_values="0")
+    observable = random_observable(3, 4)
+    expected = differences(circuit + entangled(3), observable, [0.4])
+    for method in METHODS:
+        assert (circuit + entangled(3)).gradient(observable, [0.4], method=method) == pytest.approx(expected, abs=1e-9)
+
+
 def test_definitions_pass_derivatives_on():
     x, y = Parameter("x"), Parameter("y")
     inner = GateDefinition("inner", Circuit(2).ry(x, 0).cx(0, 1).rz(2 * y * x, 1))
@@ -373,6 +383,13 @@ def test_what_has_no_derivative_is_refused_with_the_reason():
         conditioned.rx(x, 0)
     with refused(ValueError, "instruction 0", "condition"):
         conditioned.gradient("Z0", [0.1])
+    for method, reason in {"if_": "decides by outcomes", "while_": "decides by outcomes"}.items():
+        decided = Circuit(1, 1)
+        getattr(decided, method)(("c", 1), lambda body: body.rx(x, 0).measure(0, 0))
+        with refused(ValueError, "instruction 0", reason):
+            decided.gradient("Z0", [0.1])
+    with refused(ValueError, "instruction 1 (save", "only run returns"):
+        Circuit(1).rx(x, 0).save_state("half").gradient("Z0", [0.1])
     assert Circuit(2).rx(x, 0).barrier().gradient("Z0", [0.1]) == pytest.approx([-math.sin(0.1)])
 
 

@@ -27,35 +27,53 @@ struct flipped_elements {
 };
 
 // The sum of (-1)^|r & signs| * row(r, k) for every k < count, over all rows r that hold the bits of `fixed` and any of
-// `free`. The bits of `signs` are free. Two rows are taken at a time, each with a sum of its own.
-template <std::size_t count, class Row>
-[[gnu::always_inline]] inline std::array<V, count> add_rows(unsigned long free, unsigned long fixed,
-                                                            unsigned long signs, Row row) {
+// `free`. The bits of `signs` are free. Two rows are taken at a time, each with a sum of its own; `many_signs` says
+// that more bits than the one that tells them apart change the sign.
+template <std::size_t count, bool many_signs, class Row>
+[[gnu::always_inline]] inline std::array<V, count> add_row_pairs(unsigned long free, unsigned long fixed,
+                                                                 unsigned long signs, Row row) {
     using bits = packs::bits_of<V>;
     std::array<V, count> first{}, second{};
     const unsigned long paired = signs != 0 ? signs & -signs : free & -free;
     const unsigned long other_signs = signs & ~paired;
     for (const unsigned long r : index::free_indices(free & ~paired)) {
-        const auto sign = (bits)packs::broadcast<V>(is_odd(r & other_signs) ? -0.0 : 0.0);
-        for (std::size_t k = 0; k < count; ++k) first[k] += (V)((bits)row(r | fixed, k) ^ sign);
+        const auto sign = bits{} + static_cast<long>(static_cast<unsigned long>(is_odd(r & other_signs)) << 63);
+        const auto add = [&](std::array<V, count> & sum, unsigned long at) __attribute__((always_inline)) {
+            for (std::size_t k = 0; k < count; ++k) {
+                const V numbers = row(at, k);
+                sum[k] += many_signs ? (V)((bits)numbers ^ sign) : numbers;
+            }
+        };
+        add(first, r | fixed);
         if (paired == 0) break;  // one row alone
-        for (std::size_t k = 0; k < count; ++k) second[k] += (V)((bits)row(r | paired | fixed, k) ^ sign);
+        add(second, r | paired | fixed);
     }
     for (std::size_t k = 0; k < count; ++k) first[k] = signs != 0 ? first[k] - second[k] : first[k] + second[k];
     return first;
 }
 
+template <std::size_t count, class Row>
+[[gnu::always_inline]] inline std::array<V, count> add_rows(unsigned long free, unsigned long fixed,
+                                                            unsigned long signs, Row row) {
+    return (signs & (signs - 1)) == 0 ? add_row_pairs<count, false>(free, fixed, signs, row)
+                                      : add_row_pairs<count, true>(free, fixed, signs, row);
+}
+
+// Folds a row in halves.
+double sum_of_row(const double* row) {
+    return ((row[0] + row[4]) + (row[2] + row[6])) + ((row[1] + row[5]) + (row[3] + row[7]));
+}
+
 // The sum of the entries of a row whose place has the low bits of `controls`, with the signs of `phase`.
-double fold_row(const double* row, unsigned long phase, unsigned long controls) {
+double sum_of_row(const double* row, unsigned long phase, unsigned long controls) {
+    phase &= row_length - 1;
     controls &= row_length - 1;
-    double x[row_length];
+    if ((phase | controls) == 0) return sum_of_row(row);
+    double chosen[row_length];
     for (unsigned long a = 0; a < row_length; ++a) {
-        x[a] = (a & controls) != controls ? 0.0 : is_odd(a & phase) ? -row[a] : row[a];
+        chosen[a] = (a & controls) != controls ? 0.0 : is_odd(a & phase) ? -row[a] : row[a];
     }
-    for (unsigned long half = row_length / 2; half != 0; half /= 2) {
-        for (unsigned long a = 0; a < half; ++a) x[a] += x[a + half];
-    }
-    return x[0];
+    return sum_of_row(chosen);
 }
 
 // Im(i^y_count w) takes a part of w, and perhaps its negative.
@@ -113,7 +131,7 @@ double sum_of_flip(const thrust::complex<T>* lambda, const thrust::complex<T>* p
         for (unsigned long a = 0; a < row_length; ++a) {
             row[a] = imaginary ? parts[2 * a] - parts[2 * a + 1] : parts[2 * a] + parts[2 * a + 1];
         }
-        total = fold_row(row, sum.phase, sum.controls);
+        total = sum_of_row(row, sum.phase, sum.controls);
     }
     return (turned ? -sign_of(sum) : sign_of(sum)) * total;
 }
@@ -155,7 +173,7 @@ double sum_of_products(const double* products, unsigned bits, const pauli_sum& s
         });
     double row[row_length];
     for (std::size_t k = 0; k < packs_in_row; ++k) packs::store_scalars(row + k * width, added[k]);
-    return fold_row(row, sum.phase, sum.controls);
+    return sum_of_row(row, sum.phase, sum.controls);
 }
 
 void fold_products(double* products, unsigned bits, double* totals) {
@@ -182,7 +200,7 @@ void fold_products(double* products, unsigned bits, double* totals) {
         }
         double row[row_length];
         for (std::size_t k = 0; k < packs_in_row; ++k) packs::store_scalars(row + k * width, differences[k]);
-        totals[p] = fold_row(row, 0, 0);
+        totals[p] = sum_of_row(row);
     }
     totals[bits] = products[0];
 }

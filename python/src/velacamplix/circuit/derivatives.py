@@ -234,3 +234,49 @@ class Derivatives(Record):
         from ..gradients import gradient
 
         return gradient.jvp(self, observables, values, tangent, **how)
+
+    def metric_tensor(
+        self,
+        values: Values | None = None,
+        *,
+        threads: int | None = None,
+        initial: InitialLike = None,
+        initial_order: Order | None = None,
+        progress: ProgressLike = None,
+    ) -> np.ndarray:
+        """Return the Fubini-Study metric of the circuit's states, in blocks: what natural gradient descent divides by.
+
+        Gates with angles that may all stand first among those from some gate on are a block; entries between blocks are
+        left 0. For two angles of a block the entry is Re<A B> - <A><B> in the state before it, A and B being their
+        generators: exactly Re<da psi|db psi> - <da psi|psi><psi|db psi>, a quarter of the quantum Fisher information
+        (arXiv:1909.02108). Entries by parameters follow by the chain rule.
+
+        Parameters
+        ----------
+        values
+            One set, as for `value_and_gradient`.
+        threads, initial, initial_order, progress
+            As for `value_and_gradient`.
+
+        Returns
+        -------
+        numpy.ndarray, shape (number of parameters, number of parameters)
+            Symmetric.
+
+        Raises
+        ------
+        TypeError, ValueError, MemoryError, KeyboardInterrupt
+            As for `value_and_gradient`; also if a gate with an angle has more than 6 controls.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, Parameter
+        >>> circuit = Circuit(1).ry(Parameter("a"), 0).rz(Parameter("b"), 0)
+        >>> circuit.metric_tensor([0.5, 0.1]).round(4).tolist()             # 1/4 and sin(a)^2 / 4
+        [[0.25, 0.0], [0.0, 0.0575]]
+        """
+        from ..gradients import metric
+
+        return metric.metric_tensor(
+            self, values, threads=threads, initial=initial, initial_order=initial_order, progress=progress
+        )
