@@ -138,6 +138,10 @@ def _require_gate(step: Instruction, position: int) -> None:
         return
     elif step.name == "measure":
         reason = "is a measurement; expectation values are exact without it"
+    elif step.name == "save":
+        reason = "keeps a result, which only run returns"
+    elif step.name == "reset":
+        reason = "cannot be undone on the way back"
     else:
-        reason = f"is {step.name}, which cannot be undone on the way back"
+        reason = "decides by outcomes, so that the value is a mean over them"
     raise ValueError(f"a gradient needs a circuit of gates alone, but instruction {position} ({step}) {reason}")
