@@ -430,30 +430,6 @@ class Result(Answers, Stored, Guiding):
             self._whole = self._expanded()
         return self._whole
 
-    @property
-    def compact_state(self) -> StateVector:
-        """The final state of the active qubits alone: its qubit q is qubit ``active_qubits[q]`` of the circuit.
-
-        Raises
-        ------
-        RuntimeError
-            If there is none, because outcomes in the middle of the circuit differ from shot to shot.
-
-        Examples
-        --------
-        >>> from velacamplix import Circuit, run
-        >>> result = run(Circuit(40).h(20))
-        >>> result.active_qubits, result.compact_state.array.round(6).tolist()
-        ((20,), [(0.707107+0j), (0.707107+0j)])
-        """
-        if self._state is None:
-            raise RuntimeError(
-                "there is no one final state: the circuit measures or resets qubits in its middle, and the state "
-                "depends on the outcome, which differs from shot to shot. The counts tell how often each came, and "
-                "run(..., observables=...) the means of expectation values"
-            )
-        return self._state
-
     def _expanded(self) -> StateVector:
         cure = (
             "result.expectation, probability, distribution and amplitude answer in the circuit's qubits without it, "
