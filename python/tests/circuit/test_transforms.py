@@ -120,7 +120,7 @@ MISTAKES = {
     "no flag either": (TypeError, "swaps must be True or False", lambda c: c.qft(swaps=None)),
     "complex coefficients": (ValueError, "observable must have real coefficients", lambda c: c.trotter("(1j)*Z0", 1.0)),
     "too few qubits": (ValueError, "observable must act on qubits of the circuit, 2, got 3", lambda c: c.trotter("Z2", 1.0)),
-    "no observable": (ValueError, "", lambda c: c.trotter("A0", 1.0)),
+    "no observable": (ValueError, "observable", lambda c: c.trotter("A0", 1.0)),
     "no time": (ValueError, "time must be finite, got nan", lambda c: c.trotter("Z0", np.nan)),
     "a text as time": (TypeError, "time must be a real number", lambda c: c.trotter("Z0", "1")),
     "no steps": (ValueError, "steps must be an integer of at least 1, got 0", lambda c: c.trotter("Z0", 1.0, 0)),

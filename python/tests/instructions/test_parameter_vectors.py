@@ -50,7 +50,7 @@ MISTAKES = {
     "no name": (ValueError, "must not be empty", lambda c, t: ParameterVector("", 3)),
     "a length below 0": (ValueError, "length must be an integer from 0 to 1000000, got -1", lambda c, t: ParameterVector("a", -1)),
     "a length without end": (ValueError, "length must be an integer from 0 to 1000000", lambda c, t: ParameterVector("a", 10**12)),
-    "no such element": (IndexError, "", lambda c, t: t[3]),
+    "no such element": (IndexError, "out of range", lambda c, t: t[3]),
 }  # fmt: skip
 
 

@@ -152,7 +152,7 @@ def call(name, member, made, known):
 
 # Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
 OTHERS = {
-    "Expression.value_from", "Parameter.value_from",
+    "Expression.value_from", "Parameter.value_from", "Circuit.to_matrix",
     "Circuit.from_qasm3", "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
 }  # fmt: skip
 
@@ -167,6 +167,7 @@ def more(i):
         measured.x(1)
     run(measured.measure(1, 1), shots=20, precision="single").counts.most_likely(2)
     StateVector(N_QUBITS, "single", threads=2).run(bound).counts(5)
+    Circuit(5).h(i % 5).rx(turn, 0).to_matrix()
     bound.inverse().copy().compose(Circuit(1).h(0)).draw(width=80)
     Circuit.from_qasm(bound.to_qasm())
     for wrong in (lambda: StateVector(60), lambda: Circuit(1).x(i + 1), lambda: run(TEMPLATE), lambda: Observable("A")):

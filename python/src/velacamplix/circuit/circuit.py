@@ -20,6 +20,7 @@ from ..qasm.version3 import read_program3
 from ..views import html
 from ..views.shapes import MOST_LINES
 from .combine import Combining
+from .dense import Dense
 from .derivatives import Derivatives
 from .figures import Figures
 from .flow import FlowMethods
@@ -36,7 +37,7 @@ _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 class Circuit(
     GateMethods, ManyQubitMethods, EntryMethods, Preparation, Transforms, FlowMethods, SaveMethods, Combining, GlobalPhase,
-    Figures, Derivatives,
+    Figures, Dense, Derivatives,
 ):
     """An ordered list of gates, measurements, resets, barriers, decisions and loops.
 
