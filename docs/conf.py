@@ -40,6 +40,8 @@ autodoc_typehints = "none"
 add_module_names = False
 # `StateVector` in single backquotes is a link to it.
 default_role = "py:obj"
+# Words like "condition" among the types of an argument are looked up too, and several classes have such an attribute.
+suppress_warnings = ["ref.python"]
 
 # What is copied is what one types: no prompts, and no outputs, which stand in blocks of their own.
 copybutton_prompt_text = r">>> |\.\.\. |\$ "

@@ -77,6 +77,12 @@ def test_qubits_of_a_state(precision):
         assert heads == pytest.approx(np.array([seen(vector) for vector in expected[shown]]), abs=1e-5)
 
 
+def test_qubits_of_a_result():
+    [tip, other], _ = arrows(plot_bloch(run(Circuit(100).ry(0.5, 98)), [98, 3]))
+    assert tip == pytest.approx(seen((math.sin(0.5), 0, math.cos(0.5))))
+    assert other[0] == pytest.approx(3) and other[1] == pytest.approx(seen((0, 0, 1))[1])
+
+
 def middles(ax):
     """Of the spheres, which are filled."""
     return [patch.get_path().get_extents().corners().mean(axis=0) for patch in ax.patches if len(patch.get_xy()) > 70]
@@ -104,16 +110,18 @@ def test_spheres_do_not_overlap_and_fill_the_axes():
 @pytest.mark.parametrize(
     ("call", "error", "words"),
     [
-        (lambda: plot_bloch("up"), TypeError, "source must be a StateVector or vectors of 3 real numbers, got 'up'"),
-        (lambda: plot_bloch([1j, 0, 0]), TypeError, "source must be a StateVector or vectors"),
+        (lambda: plot_bloch("up"), TypeError, "source must be a StateVector, a Result or vectors of 3 real numbers, got 'up'"),
+        (lambda: plot_bloch([1j, 0, 0]), TypeError, "source must be a StateVector, a Result or vectors"),
         (lambda: plot_bloch([1, 0]), ValueError, "shape (3,) or (k, 3), got an array of shape (2,)"),
         (lambda: plot_bloch(np.zeros((0, 3))), ValueError, "shape (3,) or (k, 3)"),
         (lambda: plot_bloch([1, 1, 0]), ValueError, "length 1 at most, got one of length 1.41421"),
         (lambda: plot_bloch([math.nan, 0, 0]), ValueError, "finite"),
         (lambda: plot_bloch(np.zeros((101, 3))), ValueError, "at most 100 vectors to be drawn, got 101"),
-        (lambda: plot_bloch([0, 0, 1], qubits=0), TypeError, "qubits can only be given for a StateVector"),
+        (lambda: plot_bloch([0, 0, 1], qubits=0), TypeError, "qubits can only be given for a state"),
         (lambda: plot_bloch(StateVector(2), 2), IndexError, "qubits[0]"),
         (lambda: plot_bloch(StateVector(0)), ValueError, "at least 1"),
+        (lambda: plot_bloch(run(Circuit(101).h(0))), ValueError, "at most 100 vectors to be drawn, got 101"),
+        (lambda: plot_bloch(StateVector(1).matrix(np.zeros((2, 2)), 0, check=False)), ValueError, "finite"),
         (lambda: plot_bloch([0, 0, 1], labels=["a", "b"]), ValueError, "labels must be 1 text(s)"),
         (lambda: plot_bloch([0, 0, 1], ax=3), TypeError, "ax must be axes of matplotlib, got 3"),
         (lambda: plot_density("rho"), TypeError, "matrix must be an array of numbers"),

@@ -9,8 +9,6 @@ from typing import Any
 import numpy as np
 
 from ..basics import checks, extras
-from ..observables.observable import Observable
-from ..states.statevector import StateVector
 from .bars import DARK_GREY, FONT_SIZE, GREY, PALETTE
 
 __all__ = ["plot_bloch"]
@@ -41,8 +39,8 @@ def plot_bloch(
 
     Parameters
     ----------
-    source : StateVector, or array_like of shape (3,) or (k, 3)
-        A state; or vectors (x, y, z), the expectation values of X, Y and Z.
+    source : StateVector or Result, or array_like of shape (3,) or (k, 3)
+        A state, or a result for its final state; or vectors (x, y, z), the expectation values of X, Y and Z.
     qubits : int or sequence of int, optional
         Distinct qubits of a state, all by default.
     labels : str or sequence of str, optional
@@ -71,12 +69,12 @@ def plot_bloch(
     ['qubit 0', 'qubit 1']
     >>> ax = plot_bloch([0.6, 0, 0.8])
     """
-    if isinstance(source, StateVector):
+    if hasattr(source, "bloch_vector"):
         listed = checks.qubits(range(source.n_qubits) if qubits is None else qubits, source.n_qubits)
         vectors = _of_state(source, _few(listed))
         names = [f"qubit {q}" for q in listed] if source.n_qubits > 1 else []
     elif qubits is not None:
-        raise TypeError("qubits can only be given for a StateVector")
+        raise TypeError("qubits can only be given for a state")
     else:
         vectors, names = _of_array(source), []
     if labels is not None:
@@ -104,18 +102,16 @@ def _few(listed: Any) -> Any:
     return listed
 
 
-def _of_state(state: StateVector, qubits: Sequence[int]) -> np.ndarray:
-    terms = Observable([(1.0, letter, (q,)) for q in qubits for letter in "XYZ"])
-    values = state.term_values(terms) / state.norm() ** 2
-    vectors: np.ndarray = np.real(values).reshape(-1, 3)
-    return vectors
+def _of_state(state: Any, qubits: Sequence[int]) -> np.ndarray:
+    with np.errstate(all="ignore"):
+        return _of_array(np.array([state.bloch_vector(q) for q in qubits]) / state.probability(0, []))
 
 
 def _of_array(source: Any) -> np.ndarray:
     try:
         vectors: np.ndarray = np.atleast_2d(np.asarray(source, dtype=float))
     except (TypeError, ValueError):
-        raise TypeError(f"source must be a StateVector or vectors of 3 real numbers, got {checks.show(source)}") from None
+        raise TypeError(f"source must be a StateVector, a Result or vectors of 3 real numbers, got {checks.show(source)}") from None
     if vectors.ndim != 2 or vectors.shape[1] != 3 or not len(vectors):
         raise ValueError(f"source must have the shape (3,) or (k, 3), got an array of shape {np.shape(source)}")
     if not np.isfinite(vectors).all():

@@ -27,7 +27,7 @@ def plot_density(matrix: Any, *, axes: Any = None) -> tuple[Any, Any]:
     Parameters
     ----------
     matrix : array_like, shape (2**k, 2**k)
-        Real or complex, of up to 10 qubits.
+        Real or complex, of up to 10 qubits; for example from `StateVector.reduced`.
     axes : pair of matplotlib.axes.Axes, optional
         Where to draw: real part, imaginary part. By default a new figure is made, of 3.4 x 2.4 inches, from 4
         qubits on of 6.4 x 4, or as large as ``figure.figsize`` says where that has been set.
@@ -46,9 +46,8 @@ def plot_density(matrix: Any, *, axes: Any = None) -> tuple[Any, Any]:
 
     Examples
     --------
-    >>> import numpy as np
-    >>> bell = np.array([1, 0, 0, 1j]) / np.sqrt(2)
-    >>> real, imaginary = plot_density(np.outer(bell, bell.conj()))
+    >>> from velacamplix import StateVector
+    >>> real, imaginary = plot_density(StateVector(3).h(0).cx(0, [1, 2]).reduced([0, 2]))
     >>> [text.get_text() for text in real.get_xticklabels()]
     ['00', '01', '10', '11']
     """
