@@ -151,10 +151,11 @@ class FlowMethods(StepMethods):
         bits = clbits if isinstance(clbits, Bits) else self.bits(clbits)
         if not isinstance(cases, Mapping):
             raise TypeError(f"cases must be a mapping from values to bodies, got {checks.show(cases)}")
-        keys = [key if isinstance(key, tuple) else (key,) for key in cases]
+        listed = list(cases.items())
+        keys = [key if isinstance(key, tuple) else (key,) for key, _ in listed]
         numbers = [[bits.number(value, "a case") for value in key] for key in keys]
         places, values = switch_values(bits.lowest_first, numbers, self._n_clbits)
-        bodies = [self._body(body, f"cases[{checks.show(key)}]") for key, body in cases.items()]
+        bodies = [self._body(body, f"cases[{checks.show(key)}]") for key, body in listed]
         otherwise = () if default is None else self._body(default, "default")
         return self._decide(Switch(places, tuple(zip(values, bodies)), otherwise))
 

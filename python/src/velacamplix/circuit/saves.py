@@ -18,9 +18,9 @@ class SaveMethods(Record):
     def save_state(self, name: str) -> Self:
         """Keep a copy of the state at this place: ``run(circuit).saved[name]`` is a `StateVector` of all qubits.
 
-        There is one only if it is the same on every shot that comes here: no outcome before it may have been by chance,
-        those at the end of a circuit's other qubits included. Otherwise asking for it raises RuntimeError, and
-        `save_probabilities` and `save_expectation` tell means.
+        There is one only if all shots that come here had the same outcomes before, and a measurement that is read at the
+        end could have no other. Where that is not so, asking for it raises RuntimeError; `save_probabilities` and
+        `save_expectation` tell means.
 
         Parameters
         ----------
