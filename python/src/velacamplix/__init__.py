@@ -12,6 +12,7 @@ from typing import get_type_hints
 from .core import extension  # isort: skip  (before all that imports NumPy: it refuses subinterpreters clearly)
 
 from . import qasm
+from .circuit import dense as _dense
 from .circuit.circuit import Circuit
 from .gradients.gradient import ValueAndGradient
 from .instructions.condition import Bits, CompoundCondition, Condition
@@ -28,7 +29,7 @@ from .plots.bloch import plot_bloch
 from .plots.circuits import plot_circuit
 from .plots.density import plot_density
 from .plots.plots import plot_counts, plot_probabilities, plot_state
-from .programs.progress import Progress
+from .programs.progress import Progress, ProgressLike
 from .qasm.errors import QasmError
 from .results.counts import Counts
 from .results.estimate import Estimate
@@ -113,6 +114,9 @@ for _name in __all__:
 del _name, _item, _fields, _hints
 
 qasm.read_qasm = Circuit.from_qasm
+
+# What reads annotations at run time finds this name of a room above there.
+setattr(_dense, "ProgressLike", ProgressLike)
 
 # That of the library which was loaded.
 __version__ = extension.version()
