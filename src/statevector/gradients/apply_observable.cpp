@@ -66,6 +66,7 @@ std::vector<flip_group> groups_of(const WObservable<double>& observable) {
     }
     if (by_flip.empty() || observable.constant != thrust::complex<double>(0)) add(observable.constant, 0, 0, 0);
     std::vector<flip_group> groups;
+    groups.reserve(by_flip.size());
     for (auto& [flip, group] : by_flip) groups.push_back(std::move(group));
     return groups;
 }

@@ -34,8 +34,9 @@ class Preparation(Record):
         Parameters
         ----------
         state : str, int, array_like or StateVector
-            A text of one letter per qubit: ``0 1 + -``, ``r`` for ``(|0> + i|1>)/sqrt(2)``, ``l`` for ``(|0> - i|1>)/sqrt(2)``. A
-            number: that basis state. 2**k amplitudes of norm 1, or a state vector of k qubits.
+            A text of one letter per qubit: ``0 1 + -``, ``r`` for ``(|0> + i|1>)/sqrt(2)``, ``l`` for
+            ``(|0> - i|1>)/sqrt(2)``. A number: that basis state. 2**k amplitudes of norm 1, or a state vector of k
+            qubits.
         qubits : int or sequence of int, optional
             k distinct qubits, all by default. Qubit j of a state vector goes to the j-th of them.
         order : {"big", "little"}, optional
