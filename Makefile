@@ -24,7 +24,7 @@ bench: ## build and run the benchmarks, on a quiet machine
 compare: ## the same circuits with other simulators, into docs/performance.md; on a quiet machine
 	@tools/compare
 
-wheel: ## the Python wheel, in dist/
+wheel: ## the Python wheel for Linux with this C library or a newer one, in dist/
 	@tools/wheel
 
 docs: ## the documentation as web pages, in build/docs/html

@@ -130,7 +130,7 @@ def picture(
     left = _MARGIN + max([text_width(names[q], LETTERS) for q in shown], default=0.0) + _GAP
     blocks = _blocks(widths, width - left - _GAP - _MARGIN)
     height = _PITCH * len(shown) + _BETWEEN
-    n_blocks = max(1, int((MOST_HEIGHT - _PITCH) // height))
+    n_blocks = max(1, int((MOST_HEIGHT - 2 * _PITCH) // height))  # two more lines are notes
     cut_off = [parts[0] for block in blocks[n_blocks:] for at in block for parts in placed[at]]
     left_out = len(instructions) - drawn + sum(part.mark.kind != "brace" for part in cut_off)
     del blocks[n_blocks:]
