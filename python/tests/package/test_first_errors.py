@@ -10,7 +10,7 @@ import pytest
 from refusals import refused
 
 import velacamplix
-from velacamplix import Circuit, Counts, Observable, Parameter, StateVector, run
+from velacamplix import Circuit, Counts, Observable, Parameter, StateVector, plot_density, run
 from velacamplix.basics.elsewhere import WRITE
 
 RESULT = run(Circuit(2).h(0), shots=10, seed=1)
@@ -62,12 +62,33 @@ RESULT = run(Circuit(2).h(0), shots=10, seed=1)
         (lambda: Observable("X0").matrix(), AttributeError, "here that is observable.to_matrix()"),
         (lambda: Counts({"0": 1}).expectation("X0"), ValueError, "observable.group_commuting() gives groups of terms"),
         (lambda: Counts({3: 5}), TypeError, "Counts.from_ints takes numbers"),
+        (lambda: StateVector.from_label("01"), AttributeError, "type object 'StateVector' has no attribute 'from_label': here "),
+        (lambda: Circuit.from_qasm_str(""), AttributeError, "here that is Circuit.from_qasm(text)"),
+        (lambda: Circuit.from_qiskit(None), AttributeError, "here that is Circuit.from_qasm(qiskit.qasm2.dumps(circuit))"),
+        (lambda: Observable.from_list([("ZZ", 1)]), AttributeError, 'here that is Observable({"ZZ": 0.5})'),
+        (lambda: Circuit.H, AttributeError, "type object 'Circuit' has no attribute 'H': here that is h"),
+        (lambda: StateVector(2).partial_trace([0]), AttributeError, "here that is state.reduced(qubits), of those that stay"),
+        (lambda: Circuit(1).save_statevector(), AttributeError, "here that is circuit.save_state(name), or run(circuit).state"),
+        (lambda: Circuit(1, 1).while_loop((0, 0)), AttributeError, "here that is circuit.while_((bits, value), body)"),
+        (lambda: plot_density(StateVector(1)), TypeError, "reduced(qubits) of a state or a result gives one"),
         (lambda: RESULT.counts.most_common(1), AttributeError, "'Counts' object has no attribute 'most_common': here that is"),
     ],
 )
 def test_the_message_shows_the_cure(act, error, cure):
     with refused(error, cure):
         act()
+
+
+def test_circuits_of_qiskit_are_told_the_way_here():
+    qiskit = pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
+    with refused(TypeError, "Circuit.from_qasm(qiskit.qasm2.dumps(circuit)) makes one of it"):
+        run(qiskit.QuantumCircuit(1))
+
+
+def test_reset_of_one_qubit_is_told_how():
+    state = StateVector(2, seed=1).h(0).cx(0, 1)
+    with pytest.warns(FutureWarning, match=r"one alone is reset by if state\.measure\(qubit, collapse=True\): state\.x\(qubit\)"):
+        state.reset(0)
 
 
 def test_what_is_meant_without_doubt_is_taken():
@@ -92,6 +113,9 @@ def test_other_names_are_missing_as_ever(thing):
         thing.not_a_name
     assert str(caught.value) == f"{type(thing).__name__!r} object has no attribute 'not_a_name'"
     assert caught.value.name == "not_a_name" and caught.value.obj is thing
+    with pytest.raises(AttributeError) as caught:
+        type(thing).not_a_name
+    assert str(caught.value) == f"type object {type(thing).__name__!r} has no attribute 'not_a_name'"
     assert not hasattr(thing, "get_counts") and not hasattr(thing, "_H") and not hasattr(thing, "__array_interface__")
     again = type(thing).__new__(type(thing))
     with pytest.raises(AttributeError):

@@ -8,6 +8,7 @@ from typing import TYPE_CHECKING, Any
 WRITE = {
     "Circuit": {
         "add_gate": "circuit.h(0) and so on, or circuit.append(instruction)",
+        "add_register": "Circuit(n_qubits, n_clbits, registers=[Register(...), ...])",
         "adjoint": "circuit.inverse()",
         "all_operations": "circuit.instructions",
         "assign_parameters": "circuit.bind(...)",
@@ -15,24 +16,31 @@ WRITE = {
         "c_if": "with circuit.when(bits, value): ...",
         "dagger": "circuit.inverse()",
         "data": "circuit.instructions",
+        "decompose": "circuit.basic_instructions()",
         "expectation": "run(circuit).expectation(observable)",
         "from_qasm_file": "Circuit.from_qasm(path)",
         "from_qasm_str": "Circuit.from_qasm(text)",
+        "from_qiskit": "Circuit.from_qasm(qiskit.qasm2.dumps(circuit))",
         "get_counts": "run(circuit, shots=1000).counts",
         "get_statevector": "run(circuit).state",
-        "if_test": "with circuit.when(bits, value): ...",
+        "if_else": "circuit.if_((bits, value), body, else_body)",
+        "if_test": "circuit.if_((bits, value), body, else_body), or with circuit.when(bits, value): ...",
         "qasm": "circuit.to_qasm()",
         "resolve_parameters": "circuit.bind(...)",
         "run": "run(circuit, shots=1000)",
         "sample": "run(circuit, shots=1000).shots",
-        "save_statevector": "run(circuit).state",
+        "save_expectation_value": "circuit.save_expectation(name, observable)",
+        "save_statevector": "circuit.save_state(name), or run(circuit).state for the last one",
         "simulate": "run(circuit)",
         "size": "len(circuit)",
         "to_gate": "GateDefinition(name, circuit), then circuit.gate(definition, qubits)",
         "to_instruction": "GateDefinition(name, circuit), then circuit.gate(definition, qubits)",
+        "while_loop": "circuit.while_((bits, value), body)",
         "width": "circuit.n_qubits + circuit.n_clbits",
     },
     "Counts": {
+        "expectation_value": "counts.expectation(observable)",
+        "expval": "counts.expectation(observable)",
         "hex_outcomes": "counts.hex()",
         "int_outcomes": "counts.ints()",
         "marginal_counts": "counts.marginal(positions)",
@@ -76,6 +84,7 @@ WRITE = {
         "time_taken": "result.timings.total",
     },
     "StateVector": {
+        "amplitude": "state.array[index], where qubit q is bit q of the index, or state.to_dict()",
         "amplitudes": "state.array",
         "apply": "state.run(circuit), or state.h(0) and so on",
         "apply_circuit": "state.run(circuit)",
@@ -94,9 +103,10 @@ WRITE = {
         "get_vector": "state.array",
         "inner": "state.overlap(other)",
         "inner_product": "state.overlap(other)",
-        "partial_trace": "state.reduced(qubits)",
+        "partial_trace": "state.reduced(qubits), of those that stay",
         "probabilities_dict": "state.distribution_dict()",
         "probs": "state.distribution(qubits)",
+        "reduced_density_matrix": "state.reduced(qubits)",
         "sample_counts": "state.counts(shots)",
         "sampling": "state.sample(shots)",
         "schmidt_decomposition": "state.schmidt(qubits, vectors=True)",
@@ -111,19 +121,30 @@ WRITE = {
 }
 
 
-class Guiding:
+def _missing(kind: type, owner: str, name: str, obj: Any) -> AttributeError:
+    for base in kind.__mro__:
+        written = WRITE.get(base.__name__, {}).get(name)
+        if written:
+            return AttributeError(f"{owner} has no attribute {name!r}: here that is {written}")
+    if not name.startswith("_") and name != name.lower() and hasattr(kind, name.lower()):
+        return AttributeError(f"{owner} has no attribute {name!r}: here that is {name.lower()}")
+    # With what Python needs to look for a similar name.
+    return AttributeError(f"{owner} has no attribute {name!r}", name=name, obj=obj)
+
+
+class _GuidingClass(type):
+    # For what is asked of the class itself, such as StateVector.from_label.
+    if not TYPE_CHECKING:
+
+        def __getattr__(cls, name: str) -> Any:
+            raise _missing(cls, f"type object {cls.__name__!r}", name, cls)
+
+
+class Guiding(metaclass=_GuidingClass):
     """Tells who tries a name of another package what to write here."""
 
     # Hidden from type checkers, which would take every name for one that is there.
     if not TYPE_CHECKING:
 
         def __getattr__(self, name: str) -> Any:
-            kind = type(self)
-            for base in kind.__mro__:
-                written = WRITE.get(base.__name__, {}).get(name)
-                if written:
-                    raise AttributeError(f"{kind.__name__!r} object has no attribute {name!r}: here that is {written}")
-            if not name.startswith("_") and name != name.lower() and hasattr(kind, name.lower()):
-                raise AttributeError(f"{kind.__name__!r} object has no attribute {name!r}: here that is {name.lower()}")
-            # With what Python needs to look for a similar name.
-            raise AttributeError(f"{kind.__name__!r} object has no attribute {name!r}", name=name, obj=self)
+            raise _missing(type(self), f"{type(self).__name__!r} object", name, self)

@@ -87,7 +87,8 @@ def _checked(matrix: Any) -> np.ndarray:
     try:
         values: np.ndarray = np.asarray(matrix, dtype=complex)
     except (TypeError, ValueError):
-        raise TypeError(f"matrix must be an array of numbers, got {checks.show(matrix)}") from None
+        hint = "; reduced(qubits) of a state or a result gives one" if hasattr(matrix, "reduced") else ""
+        raise TypeError(f"matrix must be an array of numbers, got {checks.show(matrix)}{hint}") from None
     shape = values.shape
     if len(shape) != 2 or shape[0] != shape[1] or shape[0] == 0 or shape[0] & (shape[0] - 1):
         raise ValueError(f"matrix must have the shape (2**k, 2**k), got an array of shape {shape}")

@@ -28,6 +28,8 @@ def require_circuit(circuit: Any) -> Circuit:
     if isinstance(circuit, Circuit):
         return circuit
     hint = "; Circuit.from_qasm reads a file or a text" if isinstance(circuit, str) else ""
+    if type(circuit).__module__.startswith("qiskit."):
+        hint = "; Circuit.from_qasm(qiskit.qasm2.dumps(circuit)) makes one of it"
     raise TypeError(f"circuit must be a Circuit, got {checks.show(circuit)}{hint}")
 
 

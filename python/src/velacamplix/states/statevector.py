@@ -130,7 +130,10 @@ class StateVector(
                 'order="big" if qubit 0 is the highest bit of the index'
             )
             return self.set_state(state, order)  # type: ignore[arg-type]  # checked there
-        future.warn("StateVector.reset takes no arguments from version 0.3 on; write set_basis_state(...)")
+        future.warn(
+            "StateVector.reset takes no arguments from version 0.3 on; write set_basis_state(...). It sets all qubits: one "
+            "alone is reset by if state.measure(qubit, collapse=True): state.x(qubit)"
+        )
         return self.set_basis_state(0 if state is None else state, "big" if order is None else order)
 
     def set_basis_state(self, state: int | str, order: Order = "big") -> StateVector:
