@@ -165,3 +165,17 @@ def test_release_during_a_run_waits_for_it():
     worker.join()
     assert all("released" in error for error in errors)
     assert "released" in repr(state)
+
+
+def test_numpy_takes_a_state_for_its_array():
+    for precision, dtype in (("double", np.complex128), ("single", np.complex64)):
+        state = StateVector(3, precision).h(0).rx(0.3, 1)
+        shared = np.asarray(state)
+        assert shared.dtype == dtype and np.shares_memory(shared, state.array)
+        copied = np.array(state)
+        assert not np.shares_memory(copied, state.array) and copied.tobytes() == state.array.tobytes()
+        other = np.complex64 if precision == "double" else np.complex128
+        assert np.array_equal(np.asarray(state, dtype=other), state.array.astype(other))
+        assert np.linalg.norm(state) == pytest.approx(1)
+        with pytest.raises(ValueError, match="is a copy of the state's complex"):
+            state.__array__(other, copy=False)

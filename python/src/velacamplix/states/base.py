@@ -95,6 +95,14 @@ class StateBase(GateBase, Guiding):
         """
         return self._live().view()
 
+    def __array__(self, dtype: np.typing.DTypeLike | None = None, copy: bool | None = None) -> np.ndarray:
+        """Give NumPy what `array` gives: ``numpy.asarray(state)`` shares the state's memory, ``numpy.array(state)`` does not."""
+        view = self.array
+        of_that_type = view.astype(dtype or view.dtype, copy=bool(copy))
+        if copy is False and of_that_type is not view:
+            raise ValueError(f"an array of {of_that_type.dtype} is a copy of the state's {view.dtype}; leave out copy=False")
+        return of_that_type
+
     def __repr__(self) -> str:
         if self._core is None:
             return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, released)"
