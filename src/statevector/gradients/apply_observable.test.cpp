@@ -61,6 +61,30 @@ TYPED_TEST(observable_applied, is_the_sum_of_its_terms_for_every_number_of_threa
     }
 }
 
+// Signs that depend on few parities of the index, and on many; real and imaginary parts.
+TYPED_TEST(observable_applied, may_have_many_terms_of_one_flip) {
+    using T = TypeParam;
+    for (const unsigned int n : {3u, 5u, 11u, 13u, 15u}) {
+        const auto psi = random_state<T>(n, Values::ordinary, n);
+        for (const unsigned int terms : {3u, 9u, 12u, 60u}) {
+            const auto sum = random_sum<double>(n, terms, 2, n + terms);
+            const auto expected = naive(psi, sum);
+            reference::State<T> first(psi.size());
+            for (const int threads : thread_counts) {
+                reference::State<T> out(psi.size());
+                auto* const to = reinterpret_cast<thrust::complex<T>*>(out.data());
+                apply_observable(amplitudes_of(psi), compiled(sum), n, threads, to);
+                for (unsigned long i = 0; i < psi.size(); ++i) {
+                    ASSERT_NEAR(static_cast<double>(out[i].re), expected[i].real(), 2 * tolerance<T>) << n << ", " << i;
+                    ASSERT_NEAR(static_cast<double>(out[i].im), expected[i].imag(), 2 * tolerance<T>) << n << ", " << i;
+                }
+                if (threads == 1) first = out;
+                EXPECT_TRUE(same_bits(first, to)) << n << " qubits, " << threads << " threads";
+            }
+        }
+    }
+}
+
 TYPED_TEST(observable_applied, without_terms_is_its_constant) {
     using T = TypeParam;
     for (const unsigned int n : {2u, 5u}) {

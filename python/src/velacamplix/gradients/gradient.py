@@ -156,7 +156,9 @@ def _all_found(request: Request, rows: Sequence[Sequence[float]]) -> list[_Found
     if not rows:
         return []
     with differentiable(request.circuit, rows[0], request.start.nonzero, request.precision) as one:
-        observables = request.observed.on(one.active, frozenset())
+        # Those on qubits that no gate touches are reduced.
+        whole = len(one.active) == request.circuit.n_qubits
+        observables = request.observables if whole else request.observed.on(one.active, frozenset())
         find, unit = (_by_adjoint, "gates") if request.method == "adjoint" else (_by_shifts, "runs")
         # Of the adjoint method, gates on one state: forward, and back with one state more than there are observables.
         work = len(one.program) * (2 + len(observables)) if unit == "gates" else shifts.evaluations(one)
