@@ -67,7 +67,10 @@ public:
     }
 
     bool is_empty() const { return numbers_.empty(); }
-    bool has_table() const { return parities_.size() <= most_parities; }
+    // One that is not out of proportion to what it is made of: half a KiB for a number.
+    bool has_table() const {
+        return parities_.size() <= most_parities && (1ul << parities_.size()) <= 8 * std::max(numbers_.size(), 1ul);
+    }
 
     // The sums of a block's rows, of which the first is number `first`; `own` is room for a row each, for sums without
     // a table.
