@@ -38,6 +38,8 @@ napoleon_use_rtype = False
 autodoc_member_order = "bysource"
 autodoc_typehints = "none"
 add_module_names = False
+# What these have is told without them.
+autodoc_mock_imports = ["torch", "jax"]
 # `StateVector` in single backquotes is a link to it.
 default_role = "py:obj"
 # Words like "condition" among the types of an argument are looked up too, and several classes have such an attribute.

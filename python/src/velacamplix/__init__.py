@@ -57,6 +57,7 @@ _ROOMS = (
     ("gradients",),
     ("plots",),
     ("cli",),
+    ("torch", "jax"),
 )
 
 __all__ = [

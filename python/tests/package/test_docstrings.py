@@ -67,7 +67,7 @@ def test_examples_show_their_output(name):
 @pytest.mark.parametrize("name", MODULES)
 def test_every_module_can_be_looked_at(name):
     if name in LACKING:
-        pytest.skip(f"{name} needs the package {LACKING[name]}: pip install velacamplix[test]")
+        pytest.skip(f"{name} needs the package {LACKING[name]}, which is not installed: pip install {LACKING[name]}")
     importlib.import_module(name)
 
 

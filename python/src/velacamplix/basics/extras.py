@@ -28,4 +28,5 @@ def imported(module: str, purpose: str) -> Any:
         # A package that is there but broken says itself what it lacks.
         if (error.name or package).partition(".")[0] != package:
             raise
-        raise ImportError(f"{purpose} needs {package}; install it with: pip install {package}") from None
+        message = f"{purpose} needs {package}; install it with: pip install {package}"
+        raise type(error)(message, name=package) from None

@@ -130,7 +130,9 @@ class Record(GateBase, Guiding):
         Like every circuit made from this one (by `inverse`, `bind`, ``+`` and so on) it is of the same class, and has
         the same further attributes, whatever a constructor of a class that inherits may take.
         """
-        return self._with(list(self._instructions))
+        made = self._with(list(self._instructions))
+        made._own_template, made._names = self._own_template, self._names  # until either grows
+        return made
 
     def __copy__(self) -> Self:
         return self.copy()

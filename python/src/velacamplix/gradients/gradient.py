@@ -13,7 +13,7 @@ from ..basics.types import Precision
 from ..circuit import derivatives as _derivatives
 from ..machine import limits, memory
 from ..observables.observable import Observable
-from ..programs.drive import Report, heard
+from ..programs.drive import Report, drive, heard
 from ..programs.progress import Meter, ProgressLike
 from ..results.estimate import Estimate
 from ..running.initial import InitialLike
@@ -80,7 +80,7 @@ def value_and_gradient(circuit: Any, observable: Any, values: Any = None, **how:
         raise ValueError("observable must be one; jacobian takes a list of observables")
     if requests.is_batch(values):
         rows = requests.batch(circuit, values)
-        found = _all_found(request, rows)
+        found = differentiated(request, rows)
         return _paired(
             np.array([one.values[0] for one in found]),
             np.array([one.gradients[0] for one in found]).reshape(len(rows), len(circuit.parameters)),
@@ -88,7 +88,7 @@ def value_and_gradient(circuit: Any, observable: Any, values: Any = None, **how:
             [one.variances[0] for one in found if one.variances is not None],
             max((one.return_error for one in found), default=math.nan),
         )
-    (one,) = _all_found(request, [requests.numbers(circuit, values)])
+    (one,) = differentiated(request, [requests.numbers(circuit, values)])
     return _paired(
         one.values[0].item(),
         one.gradients[0],
@@ -106,7 +106,7 @@ def gradient(circuit: Any, observable: Any, values: Any = None, **how: Any) -> n
 def jacobian(circuit: Any, observables: Any, values: Any = None, **how: Any) -> np.ndarray | Estimate:
     """Return the derivatives of several observables, a row for each."""
     request = requests.checked(circuit, observables, "observables", **how)
-    (found,) = _all_found(request, [requests.numbers(circuit, values)])
+    (found,) = differentiated(request, [requests.numbers(circuit, values)])
     rows = found.gradients if request.observed.are_many else found.gradients[0]
     if found.variances is None:
         return rows
@@ -117,12 +117,8 @@ def jacobian(circuit: Any, observables: Any, values: Any = None, **how: Any) -> 
 def vjp(circuit: Any, observables: Any, values: Any, vector: Any, **how: Any) -> np.ndarray:
     """Return the sum of the observables' gradients, each times its entry of `vector`: one gradient, of their sum."""
     request = requests.checked(circuit, observables, "observables", sampled=False, **how)
-    weights = _vector(vector, len(request.observables), "vector", "observable")
-    total = Observable([])
-    for weight, observable in zip(weights, request.observables):
-        total = total + weight * observable
-    whole = request._replace(observed=request.observed._replace(observables=[total], are_many=False))
-    (found,) = _all_found(whole, [requests.numbers(circuit, values)])
+    whole = weighted(request, _vector(vector, len(request.observables), "vector", "observable"))
+    (found,) = differentiated(whole, [requests.numbers(circuit, values)])
     return found.gradients[0]
 
 
@@ -130,7 +126,7 @@ def jvp(circuit: Any, observables: Any, values: Any, tangent: Any, **how: Any) -
     """Return the derivatives of the observables where the parameters change along `tangent`."""
     request = requests.checked(circuit, observables, "observables", sampled=False, **how)
     direction = np.array(requests.numbers(circuit, tangent, "tangent"))
-    (found,) = _all_found(request, [requests.numbers(circuit, values)])
+    (found,) = differentiated(request, [requests.numbers(circuit, values)])
     along = np.array([float((row * direction).sum()) for row in found.gradients])
     return along if request.observed.are_many else along[0].item()  # type: ignore[no-any-return]
 
@@ -151,7 +147,20 @@ def _vector(vector: Any, length: int, name: str, of: str) -> list[float]:
     return [checks.real(value, f"{name}[{place}]") for place, value in enumerate(listed)]
 
 
-def _all_found(request: Request, rows: Sequence[Sequence[float]]) -> list[_Found]:
+def weighted(request: Request, weights: Sequence[float]) -> Request:
+    """Return the request for the sum of the observables, each times its weight."""
+    total = Observable([])
+    for weight, observable in zip(weights, request.observables):
+        total = total + weight * observable
+    return request._replace(observed=request.observed._replace(observables=[total], are_many=False))
+
+
+def values(request: Request, rows: Sequence[Sequence[float]]) -> list[np.ndarray]:
+    """Return a value for each observable at every set of values, and no derivatives."""
+    return [found.values for found in differentiated(request._replace(method="none"), rows)]
+
+
+def differentiated(request: Request, rows: Sequence[Sequence[float]]) -> list[_Found]:
     """Return values and derivatives at every set of values."""
     if not rows:
         return []
@@ -159,9 +168,11 @@ def _all_found(request: Request, rows: Sequence[Sequence[float]]) -> list[_Found
         # Those on qubits that no gate touches are reduced.
         whole = len(one.active) == request.circuit.n_qubits
         observables = request.observables if whole else request.observed.on(one.active, frozenset())
-        find, unit = (_by_adjoint, "gates") if request.method == "adjoint" else (_by_shifts, "runs")
-        # Of the adjoint method, gates on one state: forward, and back with one state more than there are observables.
-        work = len(one.program) * (2 + len(observables)) if unit == "gates" else shifts.evaluations(one)
+        find, unit = _WAYS[request.method]
+        work = shifts.evaluations(one)
+        if unit == "gates":
+            # On one state: forward, and back with one state more than there are observables.
+            work = len(one.program) * (1 if request.method == "none" else 2 + len(observables))
         found = []
         with Meter(request.progress, work * len(rows), unit) as meter:
             for number, row in enumerate(rows):
@@ -199,6 +210,25 @@ def _by_shifts(
         return _Found(found.values, gradients, None, None, math.nan)
     variances = one.by_parameters(found.variances, row, squared=True)
     return _Found(found.values, gradients, found.value_variances, variances, math.nan)
+
+
+def _by_no_way(
+    request: Request, one: Differentiable, observables: list[Observable], row: Sequence[float], meter: Meter, work: int
+) -> _Found:
+    state = StateVector._another(len(one.active), request.precision, request.threads)
+    request.start.prepare(state, one.active)
+    drive(state._live(), one.program, meter.within())
+    meter.advance(work)
+    values = np.array([state.expectation(observable) for observable in observables], dtype=np.float64)
+    return _Found(values, np.zeros((len(observables), 0)), None, None, math.nan)
+
+
+_WAYS = {
+    "none": (_by_no_way, "gates"),
+    "adjoint": (_by_adjoint, "gates"),
+    "parameter-shift": (_by_shifts, "runs"),
+    "finite-shots": (_by_shifts, "runs"),
+}
 
 
 def _report(meter: Meter, work: int) -> Report:
