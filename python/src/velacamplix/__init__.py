@@ -12,6 +12,7 @@ from typing import get_type_hints
 from .core import extension  # isort: skip  (before all that imports NumPy: it refuses subinterpreters clearly)
 
 from . import qasm
+from .channels.channel import Channel
 from .circuit import dense as _dense
 from .circuit.circuit import Circuit
 from .gradients.gradient import ValueAndGradient
@@ -47,6 +48,7 @@ _ROOMS = (
     ("core",),
     ("basics",),
     ("machine",),
+    ("channels",),
     ("instructions",),
     ("views",),
     ("qasm", "observables"),
@@ -61,6 +63,7 @@ _ROOMS = (
 
 __all__ = [
     "Bits",
+    "Channel",
     "Circuit",
     "CommutingGroup",
     "CompoundCondition",
