@@ -19,7 +19,7 @@ from .gradients.gradient import ValueAndGradient
 from .instructions.condition import Bits, CompoundCondition, Condition
 from .instructions.definition import GateDefinition
 from .instructions.expression import Expression, Parameter
-from .instructions.flow import If, Save, Switch, While
+from .instructions.flow import If, Readout, Save, Switch, While
 from .instructions.instruction import Instruction, Register
 from .instructions.parameter_vector import ParameterVector
 from .machine.limits import refresh_threads
@@ -81,6 +81,7 @@ __all__ = [
     "Plan",
     "Progress",
     "QasmError",
+    "Readout",
     "Register",
     "Result",
     "Save",

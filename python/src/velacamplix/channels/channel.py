@@ -123,7 +123,7 @@ class Channel:
                 f"given, got p={checks.show(p)}, error_probability={checks.show(error_probability)}"
             )
         if p is None:
-            error = _probability(error_probability, "error_probability")
+            error = checks.probability(error_probability, "error_probability")
             share = error * strings / (strings - 1)
         else:
             share = checks.real(p, "p")
@@ -143,7 +143,7 @@ class Channel:
         >>> Channel.bit_flip(0.25).pauli_probabilities
         {'I': 0.75, 'X': 0.25}
         """
-        flip = _probability(p, "p")
+        flip = checks.probability(p, "p")
         return cls._of_paulis("bit_flip", (("", flip),), {"X": flip})
 
     @classmethod
@@ -153,7 +153,7 @@ class Channel:
         >>> Channel.phase_flip(0.25).pauli_probabilities
         {'I': 0.75, 'Z': 0.25}
         """
-        flip = _probability(p, "p")
+        flip = checks.probability(p, "p")
         return cls._of_paulis("phase_flip", (("", flip),), {"Z": flip})
 
     @classmethod
@@ -166,7 +166,7 @@ class Channel:
         >>> Channel.phase_damping(0.75).pauli_probabilities
         {'I': 0.75, 'Z': 0.25}
         """
-        rate = _probability(gamma, "gamma")
+        rate = checks.probability(gamma, "gamma")
         # (1 - sqrt(1 - gamma)) / 2 without the difference of two numbers that are nearly equal.
         flip = rate / (2 * (1 + math.sqrt(1 - rate)))
         return cls._of_paulis("phase_damping", (("", rate),), {"Z": flip})
@@ -183,7 +183,7 @@ class Channel:
         array([[0. , 0.6],
                [0. , 0. ]])
         """
-        rate = _probability(gamma, "gamma")
+        rate = checks.probability(gamma, "gamma")
         return cls._of_operators("amplitude_damping", (("", rate),), _damping(rate, 0.0))
 
     @classmethod
@@ -202,7 +202,7 @@ class Channel:
         >>> len(Channel.generalized_amplitude_damping(0.1, excited=0.02).kraus())
         4
         """
-        rate, share = _probability(gamma, "gamma"), _probability(excited, "excited")
+        rate, share = checks.probability(gamma, "gamma"), checks.probability(excited, "excited")
         return cls._of_operators(
             "generalized_amplitude_damping", (("", rate), ("excited", share)), _damping(rate, share)
         )
@@ -243,7 +243,7 @@ class Channel:
         duration = checks.real(time, "time")
         if duration < 0:
             raise ValueError(f"time must not be negative, got {checks.show(time)}")
-        share = _probability(excited, "excited")
+        share = checks.probability(excited, "excited")
         arguments = (("t1", first), ("t2", second), ("time", duration), *((("excited", share),) if share else ()))
         rate, survival = -math.expm1(-duration / first), math.exp(-duration / first)
         if not rate:
@@ -276,7 +276,7 @@ class Channel:
                [0., 0., 0., 0.],
                [0., 0., 0., 0.]])
         """
-        low, high = _probability(p0, "p0"), _probability(p1, "p1")
+        low, high = checks.probability(p0, "p0"), checks.probability(p1, "p1")
         rest = _rest((low, high), "p0 and p1")
         operators = [math.sqrt(rest) * np.eye(2)]
         for p, row in ((low, 0), (high, 1)):
@@ -338,7 +338,7 @@ class Channel:
         given = checks.sequence(probabilities, "probabilities", of="numbers", most=4**MOST_QUBITS)
         if len(given) != len(operators):
             raise ValueError(f"probabilities must be one for each matrix, got {len(given)} for {len(operators)}")
-        numbers = [_probability(value, f"probabilities[{i}]") for i, value in enumerate(given)]
+        numbers = [checks.probability(value, f"probabilities[{i}]") for i, value in enumerate(given)]
         if not abs(math.fsum(numbers) - 1) <= TOLERANCE:
             raise ValueError(
                 f"probabilities must add up to 1, got {math.fsum(numbers)!r}, which is {math.fsum(numbers) - 1:.3g} off; list "
@@ -658,13 +658,6 @@ def _damping(rate: float, share: float) -> list[Any]:
     ]
 
 
-def _probability(value: Any, name: str) -> float:
-    number = checks.real(value, name)
-    if not 0 <= number <= 1:
-        raise ValueError(f"{name} must be a probability, from 0 to 1, got {checks.show(value)}")
-    return number
-
-
 def _rest(numbers: Sequence[float], name: str) -> float:
     total = math.fsum(numbers)
     if total > 1 + TOLERANCE:
@@ -713,7 +706,7 @@ def _probabilities_of_texts(value: Any) -> dict[str, float]:
                 f"probabilities must have keys of 1 to {MOST_QUBITS} letters I, X, Y, Z, one per qubit, got "
                 f"{checks.show(letters)}"
             )
-        found[letters] = _probability(p, f"probabilities[{letters!r}]")
+        found[letters] = checks.probability(p, f"probabilities[{letters!r}]")
     lengths = sorted({len(letters) for letters in found})
     if len(lengths) != 1:
         raise ValueError(
