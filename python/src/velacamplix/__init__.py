@@ -12,13 +12,14 @@ from typing import get_type_hints
 from .core import extension  # isort: skip  (before all that imports NumPy: it refuses subinterpreters clearly)
 
 from . import qasm
+from .channels.channel import Channel
 from .circuit import dense as _dense
 from .circuit.circuit import Circuit
 from .gradients.gradient import ValueAndGradient
 from .instructions.condition import Bits, CompoundCondition, Condition
 from .instructions.definition import GateDefinition
 from .instructions.expression import Expression, Parameter
-from .instructions.flow import If, Save, Switch, While
+from .instructions.flow import If, Readout, Save, Switch, While
 from .instructions.instruction import Instruction, Register
 from .instructions.parameter_vector import ParameterVector
 from .machine.limits import refresh_threads
@@ -47,6 +48,7 @@ _ROOMS = (
     ("core",),
     ("basics",),
     ("machine",),
+    ("channels",),
     ("instructions",),
     ("views",),
     ("qasm", "observables"),
@@ -62,6 +64,7 @@ _ROOMS = (
 
 __all__ = [
     "Bits",
+    "Channel",
     "Circuit",
     "CommutingGroup",
     "CompoundCondition",
@@ -79,6 +82,7 @@ __all__ = [
     "Plan",
     "Progress",
     "QasmError",
+    "Readout",
     "Register",
     "Result",
     "Save",

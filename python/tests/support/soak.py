@@ -37,6 +37,7 @@ def makers(i):
     """How to make one of each class, to call methods of."""
     return {
         "Bits": lambda: Circuit(1, 2).bits(0),
+        "Channel": lambda: velacamplix.Channel.thermal_relaxation(50.0, 70.0, 1.0 + i),
         "Circuit": lambda: Circuit(N_QUBITS, N_QUBITS).h(0).cx(0, 1).t(1),
         "CommutingGroup": lambda: Observable(f"{i + 1}*Z0 X1 + Y3").group_commuting()[0],
         "CompoundCondition": lambda: velacamplix.Condition((0,), i % 2) & velacamplix.Condition((1,), 1),
@@ -54,6 +55,7 @@ def makers(i):
         "Plan": lambda: velacamplix.Plan(i, (), 1.0),
         "Progress": lambda: velacamplix.Progress(i, 100, 0.5, 2.0, 3.0),
         "QasmError": lambda: velacamplix.QasmError("wrong", line=i + 1, column=1),
+        "Readout": lambda: velacamplix.Readout(((0.01 * i, 0.1),)),
         "Register": lambda: velacamplix.Register("r", "quantum", 0, i + 1),
         "Result": lambda: run(Circuit(N_QUBITS).h(0).cx(0, 1).rx(0.1 * i, 4), shots=30, seed=i),
         "Schmidt": lambda: StateVector(4).h(i % 4).schmidt(0, vectors=True),
@@ -82,6 +84,10 @@ def arguments(i, path):
         "angle": turn, "theta": turn, "phi": turn + 0.1, "lam": turn + 0.2, "gamma": turn + 0.3, "beta": turn + 0.4, "letters": "XYZIIZYX" + "I" * (N_QUBITS - 8),
         "qubits": [0, 1], "controls": [3], "clbits": [0, 1], "address_qubits": [4, 5], "value_qubits": [6],
         "matrix": [[1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 0, 1], [0, 0, 1, 0]], "entries": [1, 1, 1, 1j],
+        "Channel.pauli.probabilities": {"XZ": turn}, "Channel.from_unitaries.probabilities": [1 - turn, turn], "p": turn, "p0": turn,
+        "matrices": [[[1, 0], [0, 1]]], "Channel.from_unitaries.matrices": [[[1, 0], [0, 1]], [[0, 1], [1, 0]]],
+        "channel": velacamplix.Channel.depolarizing(turn, 2), "excited": turn, "t1": 1.0, "t2": 1.0 + turn,
+        **{f"Channel.{word}.other": velacamplix.Channel.depolarizing(turn) for word in ("then", "tensor")},
         "observable": f"{turn}*Z0 X1", "outcome": 0, "shots": 20 + i, "value": 0, "marked": [i % 4],
         "Circuit.when.clbits": velacamplix.Condition((0, 1), i % 4), "Circuit.bind.values": [],
         "Circuit.initialize.state": "0" * N_QUBITS,
@@ -152,7 +158,7 @@ def call(name, member, made, known):
 
 # Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
 OTHERS = {
-    "Expression.value_from", "Parameter.value_from", "Circuit.to_matrix",
+    "Channel.depolarizing", "Expression.value_from", "Parameter.value_from", "Circuit.to_matrix",
     "Circuit.from_qasm3", "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
 }  # fmt: skip
 

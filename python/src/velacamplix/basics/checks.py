@@ -197,6 +197,18 @@ def real(value: Any, name: str) -> float:
     return number
 
 
+def probability(value: Any, name: str) -> float:
+    """Return a number from 0 to 1.
+
+    >>> probability(1, "p")
+    1.0
+    """
+    number = real(value, name)
+    if not 0 <= number <= 1:
+        raise ValueError(f"{name} must be a probability, from 0 to 1, got {show(value)}")
+    return number
+
+
 def angle(value: Any, name: str = "angle") -> float:
     """Return a finite angle in radians.
 

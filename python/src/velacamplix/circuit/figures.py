@@ -8,6 +8,7 @@ from typing import Literal, overload
 
 from ..basics import checks
 from ..basics.words import counted
+from ..channels.channel import Channel
 from ..instructions.flow import bodies_of, leaves
 from ..instructions.instruction import Instruction
 from ..qasm.writer import write_qasm
@@ -27,8 +28,9 @@ class Figures(ParameterMethods):
     def gate_counts(self, basic: bool = False) -> dict[str, int]:
         """Return how often each gate occurs, the most frequent first.
 
-        A gate with controls counts by itself, as ``"cRX"`` with one control, ``"c2RX"`` with two and so on. In the bodies
-        of `if_`, `while_` and `switch` each counts once, as it is written.
+        A gate with controls counts by itself, as ``"cRX"`` with one control, ``"c2RX"`` with two and so on; noise counts as
+        ``"channel depolarizing"`` and so on. In the bodies of `if_`, `while_` and `switch` each counts once, as it is
+        written.
 
         Parameters
         ----------
@@ -47,14 +49,15 @@ class Figures(ParameterMethods):
         {'H': 2, 'rzz': 1, 'c2RX': 1}
         """
         steps = self.basic_instructions() if checks.flag(basic, "basic") else iter(self._instructions)
-        return dict(Counter(_counted_name(step) for step in leaves(steps) if step.is_gate).most_common())
+        return dict(Counter(_counted_name(step) for step in leaves(steps) if step.is_gate or step.name == "channel").most_common())
 
     count_ops = gate_counts
 
     def depth(self) -> int:
         """Return the length of the longest chain of instructions that have to wait for each other.
 
-        Every gate, measurement and reset counts as 1; a barrier makes its qubits wait for each other and counts as 0. One
+        Every gate, measurement and reset counts as 1; a barrier or a channel makes its qubits wait for each other and counts as
+        0. One
         with bodies counts as the deepest of them, a loop as one round; what is saved does not count. Instructions wait for
         each other if they share a qubit, or a classical bit that one of them writes or reads.
 
@@ -183,6 +186,8 @@ class Figures(ParameterMethods):
 
 
 def _counted_name(step: Instruction) -> str:
+    if isinstance(step.detail, Channel):
+        return f"channel {step.detail.name}"
     n = len(step.controls)
     return f"c{n if n > 1 else ''}{step.name}" if n else step.name
 
@@ -195,7 +200,8 @@ def _depth(steps: Iterable[Instruction]) -> int:
         touched = step.qubits + step.controls
         bits = step.clbits if step.condition is None else step.clbits + step.condition.clbits
         level = max([qubits[q] for q in touched] + [clbits[b] for b in bits], default=0)
-        level += max(map(_depth, bodies_of(step))) if step.detail is not None else step.name != "barrier"
+        bodies = bodies_of(step)
+        level += max(map(_depth, bodies)) if bodies else step.name not in ("barrier", "channel")
         for q in touched:
             qubits[q] = level
         for b in bits:

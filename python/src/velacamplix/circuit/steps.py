@@ -10,14 +10,16 @@ from typing import Any, Self
 
 from ..basics import checks
 from ..basics.words import bit_string, counted
+from ..channels.channel import Channel
+from ..instructions.checked import channel as on_qubits
 from ..instructions.condition import AnyCondition, Bits, CompoundCondition, Condition, checked, in_order
 from ..instructions.gate_base import REQUIRED
-from ..instructions.instruction import Register
+from ..instructions.instruction import Instruction, Register
 from .record import Record
 
 
 class StepMethods(Record):
-    """Measure, reset, barrier, and `when`."""
+    """Measure, reset, channel, barrier, and `when`."""
 
     def measure(self, qubits: int | Sequence[int], clbits: int | Sequence[int] = REQUIRED) -> Self:
         """Measure qubits in the Z basis, the i-th into the i-th classical bit; `measure_all` names no bits.
@@ -88,6 +90,33 @@ class StepMethods(Record):
         reset 0,1
         """
         return self._add("reset", checks.qubits(qubits, self._n_qubits))
+
+    def channel(self, channel: Channel, qubits: int | Sequence[int]) -> Self:
+        """Add noise: the density matrix of these qubits becomes what the channel makes of it.
+
+        Parameters
+        ----------
+        channel : Channel
+        qubits : int or sequence of int
+            As many as the channel acts on; the first is its qubit 0.
+
+        Raises
+        ------
+        TypeError, IndexError, ValueError
+            If `channel` is none, or the qubits do not fit it.
+
+        Examples
+        --------
+        >>> from velacamplix import Channel, Circuit
+        >>> noisy = Circuit(2).h(0).cx(0, 1).channel(Channel.depolarizing(0.01, 2), [0, 1])
+        >>> print(noisy)
+        H 0
+        CNOT 0,1
+        channel depolarizing(0.01) 0,1
+        """
+        if not isinstance(channel, Channel):
+            raise TypeError(f"channel must be a Channel, such as Channel.depolarizing(0.01), got {checks.show(channel)}")
+        return self._put(Instruction("channel", on_qubits(channel, qubits, self._n_qubits), detail=channel))
 
     def barrier(self, *qubits: int | Sequence[int]) -> Self:
         """Mark a point that gates on `qubits` (all, if none is named) do not cross; they may come as one list.

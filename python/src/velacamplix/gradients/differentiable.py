@@ -140,6 +140,8 @@ def _require_gate(step: Instruction, position: int) -> None:
         reason = "is a measurement; expectation values are exact without it"
     elif step.name == "save":
         reason = "keeps a result, which only run returns"
+    elif step.name == "channel":
+        reason = "is noise, which makes a mixture of states"
     elif step.name == "reset":
         reason = "cannot be undone on the way back"
     else:

@@ -10,11 +10,12 @@ import numpy as np
 from numpy.typing import NDArray
 
 from ..basics import checks
+from ..channels.channel import Channel
 from ..machine import memory
 from .condition import checked as condition_checked
 from .definition import GateDefinition
 from .expression import angle
-from .flow import If, PlainTerm, Save, Switch, While, flow_step, leaves, written_bits
+from .flow import If, PlainTerm, Readout, Save, Switch, While, flow_step, leaves, written_bits
 from .gates import GATES
 from .instruction import BY_ENTRIES, DETAILED, NON_UNITARY, Instruction, Register
 from .open_controls import checked_values
@@ -35,7 +36,8 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
     if not isinstance(value, Instruction):
         raise TypeError(f"instruction must be an Instruction, got {checks.show(value)}")
     name = checks.plain(value.name) if isinstance(value.name, str) else value.name
-    if value.detail is not None or (isinstance(name, str) and name in DETAILED):
+    is_text = isinstance(name, str)
+    if (is_text and name in DETAILED) or (value.detail is not None and not (is_text and name == "measure")):
         return _detailed(name, value, n_qubits, n_clbits)
     definition = _definition(value)
     shape = _shape(name, definition)
@@ -51,7 +53,8 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
         _clbits(name, value.clbits, qubits, n_clbits),
         _condition(value, n_clbits),
         definition,
-        control_values=checked_values(value.control_values, len(controls)),
+        None if value.detail is None else readout(value.detail, len(qubits)),
+        checked_values(value.control_values, len(controls)),
     )
 
 
@@ -246,7 +249,31 @@ def save(detail: Save, qubits: Any, n_qubits: int) -> tuple[Save, tuple[int, ...
     return Save(kind, checks.plain(detail.label), tuple(terms)), listed
 
 
-_DETAILS = {"if": If, "while": While, "switch": Switch, "save": Save}
+def readout(detail: Any, n_qubits: int) -> Readout:
+    """Return how outcomes of some qubits are misread, with a pair of probabilities for each."""
+    if not isinstance(detail, Readout):
+        raise TypeError(f"detail of 'measure' must be Readout or None, got {checks.show(detail)}")
+    listed = checks.sequence(detail.flips, "flips", of="pairs of probabilities")
+    if len(listed) != n_qubits:
+        raise ValueError(f"flips must be one pair for each measured qubit, got {len(listed)} for {n_qubits}")
+    pairs = [checks.sequence(pair, f"flips[{i}]", of="probabilities", most=2) for i, pair in enumerate(listed)]
+    flips = []
+    for i, pair in enumerate(pairs):
+        if len(pair) != 2:
+            raise ValueError(f"flips[{i}] must be two probabilities, of 1 for 0 and of 0 for 1, got {checks.show(pair)}")
+        flips.append((checks.probability(pair[0], f"flips[{i}][0]"), checks.probability(pair[1], f"flips[{i}][1]")))
+    return Readout(tuple(flips))
+
+
+def channel(detail: Channel, qubits: Any, n_qubits: int) -> tuple[int, ...]:
+    """Return the qubits that noise acts on, one for each of the channel's."""
+    listed = checks.qubits(qubits, n_qubits)
+    if len(listed) != detail.n_qubits:
+        raise ValueError(f"qubits must be {detail.n_qubits}, as many as {detail!r} acts on, got {len(listed)}")
+    return listed
+
+
+_DETAILS = {"if": If, "while": While, "switch": Switch, "save": Save, "channel": Channel}
 
 
 def _detailed(name: Any, value: Instruction, n_qubits: int, n_clbits: int) -> Instruction:
@@ -259,10 +286,12 @@ def _detailed(name: Any, value: Instruction, n_qubits: int, n_clbits: int) -> In
         )
     if value.params or value.controls or value.control_values or value.definition is not None:
         raise ValueError(f"params, controls and definition of {name} must be left out")
+    if isinstance(detail, (Save, Channel)) and value.clbits:
+        raise ValueError(f"clbits of {name} must be empty, got {checks.show(value.clbits)}")
+    if isinstance(detail, Channel):
+        return Instruction(name, channel(detail, value.qubits, n_qubits), condition=condition, detail=detail)
     if isinstance(detail, Save):
         kept, qubits = save(detail, value.qubits, n_qubits)
-        if value.clbits:
-            raise ValueError(f"clbits of save must be empty, got {checks.show(value.clbits)}")
         return Instruction(name, qubits, condition=condition, detail=kept)
     made = flow_step(flow(detail, n_qubits, n_clbits), condition)
     told = (tuple(value.qubits), tuple(value.clbits))

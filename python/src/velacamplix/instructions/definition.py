@@ -213,7 +213,7 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
     Raises
     ------
     ValueError
-        For measure, reset, while and save, and for matrices that are not unitary.
+        For measure, reset, while, save and channel, and for matrices that are not unitary.
     """
     if step.definition is not None:
         return (with_definition(step, step.definition.inverse()),)
@@ -233,7 +233,8 @@ def inverted(step: Instruction) -> tuple[Instruction, ...]:
         # Gates alone can be undone, so the bits are those that were read the first time.
         return (with_bodies(step, [_undone(body) for body in bodies_of(step)]),)
     if not step.is_gate:
-        raise ValueError(f"{step.name} has no inverse, got {step.title}")
+        why = ": what noise has lost does not come back; invert the circuit without it" if step.name == "channel" else ""
+        raise ValueError(f"{step.name} has no inverse, got {step.title}{why}")
     gate = GATES[step.name]
     if gate.inverse is not None:
         name, params = gate.inverse(step.params)

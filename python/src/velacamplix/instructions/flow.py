@@ -7,12 +7,13 @@ from dataclasses import dataclass
 from typing import Any, Self
 
 from ..basics import checks
+from ..channels.channel import Channel
 from . import instruction as _instruction
 from .condition import AnyCondition, Condition, moved
 from .expression import Expression
 from .instruction import Instruction
 
-__all__ = ["If", "Save", "Switch", "While"]
+__all__ = ["If", "Readout", "Save", "Switch", "While"]
 
 #: Bodies may be so deep in each other, and hold so many instructions in all, each counted as often as it stands there.
 MOST_LEVELS, MOST_INSIDE = 50, 10_000_000
@@ -45,7 +46,7 @@ class _Detail:
         for body in self.bodies:
             for step in body:
                 size += 1
-                if step.detail is not None:
+                if isinstance(step.detail, _Detail):
                     levels, size = max(levels, 1 + step.detail._levels), size + step.detail._size
                     is_open = is_open or step.detail._is_open
                 elif step.params:
@@ -212,7 +213,26 @@ class Save(_Detail):
         yield f"save {self.kind} {checks.show(self.label)}{of}"
 
 
-Detail = If | While | Switch | Save
+@dataclass(frozen=True)
+class Readout:
+    """How the outcomes of a measurement are misread.
+
+    Attributes
+    ----------
+    flips : tuple of (float, float)
+        For each measured qubit the probability of writing 1 where the outcome is 0, and of writing 0 where it is 1.
+
+    >>> print(Instruction("measure", (0,), clbits=(0,), detail=Readout(((0.02, 0.05),))))
+    measure 0 -> 0 misread (0.02, 0.05)
+    """
+
+    flips: tuple[tuple[float, float], ...]
+
+    def __str__(self) -> str:
+        return ", ".join([f"({up:.6g}, {down:.6g})" for up, down in self.flips])
+
+
+Detail = If | While | Switch | Save | Readout | Channel
 
 # Instructions hold these, which hold instructions: what reads annotations at run time finds the name there.
 setattr(_instruction, "Detail", Detail)
@@ -254,7 +274,7 @@ def with_bodies(step: Instruction, bodies: Iterable[Iterable[Instruction]]) -> I
 
 def bodies_of(step: Instruction) -> tuple[Body, ...]:
     """Return the bodies of an instruction; a gate, for example, has none."""
-    return () if step.detail is None else step.detail.bodies
+    return step.detail.bodies if isinstance(step.detail, _Detail) else ()
 
 
 def changed(step: Instruction, change: Callable[[Instruction], Iterable[Instruction]]) -> Instruction:
@@ -270,11 +290,11 @@ def leaves(steps: Iterable[Instruction]) -> Iterator[Instruction]:
     ['H', 'X', 'Z']
     """
     for step in steps:
-        if step.detail is None or step.name == "save":
+        bodies = bodies_of(step)
+        if not bodies:
             yield step
-        else:
-            for body in step.detail.bodies:
-                yield from leaves(body)
+        for body in bodies:
+            yield from leaves(body)
 
 
 def written_bits(steps: Iterable[Instruction]) -> set[int]:
@@ -285,9 +305,9 @@ def written_bits(steps: Iterable[Instruction]) -> set[int]:
 def open_params(step: Instruction) -> tuple[Any, ...]:
     """Return the parameters of an instruction if one has no value yet, of those in its bodies, one after the other."""
     if step.detail is not None:
-        if not step.detail._is_open:
+        if not isinstance(step.detail, _Detail) or not step.detail._is_open:
             return ()
-        return tuple([value for body in step.detail.bodies for inner in body for value in open_params(inner)])
+        return tuple([value for body in bodies_of(step) for inner in body for value in open_params(inner)])
     is_open = step.params and any([isinstance(value, Expression) for value in step.params])
     return step.params if is_open else ()
 
@@ -314,10 +334,10 @@ def moved_step(step: Instruction, qubits: Sequence[int], clbits: Sequence[int]) 
     """Return an instruction on other qubits and bits: ``qubits[q]`` in place of qubit q."""
     condition = None if step.condition is None else moved(step.condition, clbits)
     detail = step.detail
-    if detail is not None and not isinstance(detail, Save):
+    if isinstance(detail, (If, While, Switch)):
         there = flow_step(_on_bits(detail, clbits), condition)
         return changed(there, lambda inner: (moved_step(inner, qubits, clbits),))
-    if detail is not None:
+    if isinstance(detail, Save):
         terms = [(number, letters, tuple([qubits[q] for q in places])) for number, letters, places in detail.terms]
         detail = Save(detail.kind, detail.label, tuple(terms))
     return Instruction(

@@ -19,8 +19,8 @@ if TYPE_CHECKING:
 #: Gates given by their entries, on any number of qubits and with any number of controls.
 BY_ENTRIES = frozenset({"matrix", "diagonal"})
 
-#: Instructions that hold others, or keep what the state tells at their place; `Instruction.detail` has it.
-DETAILED = frozenset({"if", "while", "switch", "save"})
+#: Instructions that hold others, keep what the state tells at their place, or are noise; `Instruction.detail` has it.
+DETAILED = frozenset({"if", "while", "switch", "save", "channel"})
 
 #: Instructions that are no gates. Each takes any number of qubits at once.
 NON_UNITARY = frozenset({"measure", "reset", "barrier"}) | DETAILED
@@ -51,8 +51,9 @@ class Instruction(NamedTuple):
         The step is left out unless the condition holds.
     definition : GateDefinition or None
         What the gate is made of, if it is neither the library's nor known to the package.
-    detail : If, While, Switch, Save or None
-        Of an instruction "if", "while", "switch" or "save": its bodies and what decides among them, or what to keep.
+    detail : If, While, Switch, Save, Channel, Readout or None
+        Of an instruction "if", "while", "switch" or "save": its bodies and what decides among them, or what to keep. Of
+        "channel" the noise, whose qubit j is ``qubits[j]``; of "measure" how outcomes are misread, None if they are not.
     control_values : str
         What `controls` must read, 0 or 1 for each in their order; empty if that is 1 for all.
 
@@ -76,6 +77,11 @@ class Instruction(NamedTuple):
     control_values: str = ""
 
     @property
+    def is_noise(self) -> bool:
+        """Whether the step is a channel, or a measurement that may be misread."""
+        return self.name == "channel" or (self.name == "measure" and self.detail is not None)
+
+    @property
     def is_gate(self) -> bool:
         """Whether the step is a unitary gate (conditioned or not)."""
         return self.name not in NON_UNITARY
@@ -96,10 +102,11 @@ class Instruction(NamedTuple):
 
     def lines(self) -> Iterator[str]:
         """Iterate over the lines of the text."""
-        if self.detail is None:
+        lines = getattr(self.detail, "lines", None)
+        if lines is None:
             yield self._line()
         elif self.condition is None:
-            yield from self.detail.lines(self)
+            yield from lines(self)
         else:
             yield f"if {self.condition}:"
             yield from ["    " + line for line in self._replace(condition=None).lines()]
@@ -112,6 +119,8 @@ class Instruction(NamedTuple):
             words[0] += f"[{2 ** len(self.qubits)}]"
         elif self.params:
             words[0] += "(" + ", ".join(f"{value:.12g}" for value in self.params) + ")"
+        elif self.name == "channel":
+            words.append(str(self.detail))
         if self.qubits:
             words.append(_listed(self.qubits))
         if self.controls:
@@ -120,6 +129,8 @@ class Instruction(NamedTuple):
             words.append("== " + (f'"{self.control_values}"' if len(self.control_values) > 1 else self.control_values))
         if self.clbits:
             words.append("-> " + _listed(self.clbits))
+        if self.name == "measure" and self.detail is not None:
+            words.append(f"misread {self.detail}")
         if self.condition is not None:
             words.append(f"if {self.condition}")
         return " ".join(words)

@@ -13,7 +13,7 @@ from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..instructions.binding import Template
 from ..instructions.expand import basic
-from ..instructions.flow import Save, with_params
+from ..instructions.flow import Save, bodies_of, leaves, with_params
 from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..results.plan import Plan
@@ -102,9 +102,10 @@ class Prepared:
 
 def _parts(step: Instruction) -> Iterable[Part]:
     """Return an instruction in gates that programs have; one with bodies stays one."""
-    if step.detail is None or step.name == "save":
+    bodies = bodies_of(step)
+    if not bodies:
         return basic(step, in_programs=True)
-    return (Block(step, [[part for inner in body for part in _parts(inner)] for body in step.detail.bodies]),)
+    return (Block(step, [[part for inner in body for part in _parts(inner)] for body in bodies]),)
 
 
 # The gates of one program whose angles depend on parameters, and the place of each in the list of all such gates.
@@ -167,6 +168,9 @@ def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fu
     """Prepare a circuit for a state of its active qubits alone."""
 
     def fitting(parts: Sequence[Part]) -> Segments:
+        for step in leaves(circuit.instructions):
+            if step.is_noise:
+                raise ValueError(f"circuit must be without noise for a run of pure states, got {described(step, circuit)}")
         segments = segmented(parts, nonzero)
         _require_distinct_names(segments, circuit)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.

@@ -376,7 +376,7 @@ class _Cutting:
         known = self._effects.get(id(block))
         if known is None:
             detail = block.source.detail
-            assert detail is not None and not isinstance(detail, Save)
+            assert isinstance(detail, (If, While, Switch))
             inside = self._effects_of_all(chain.from_iterable(block.bodies))
             asked = detail.clbits if isinstance(detail, Switch) else detail.condition.clbits
             known = inside._replace(reads=inside.reads.union(asked))

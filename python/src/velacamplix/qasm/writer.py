@@ -223,6 +223,9 @@ def _name_of_a_gate(register: str) -> ValueError:
 
 
 def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_block: bool) -> None:
+    if step.is_noise:
+        reason = "it has no noise; write the circuit without it"
+        raise ValueError(f"{where} ({raw.title}) cannot be written in OpenQASM 2: {reason}")
     if step.name in DETAILED:
         reason = f"it has no {step.name}" + ("" if step.name == "save" else "; loops and decisions are written out by hand there")
         raise ValueError(f"{where} ({raw.title}) cannot be written in OpenQASM 2: {reason}")

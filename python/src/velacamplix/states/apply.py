@@ -95,6 +95,8 @@ def refuse_unsupported(instructions: Iterable[Instruction]) -> None:
     for position, step in enumerate(instructions):
         if step.condition is not None:
             raise UnsupportedInstruction(step, position, "a state has no classical bits for a condition" + _ELSEWHERE)
+        if step.is_noise:
+            raise UnsupportedInstruction(step, position, "a state vector holds no mixture of states, which noise makes")
         if step.name in DETAILED:
             what = "result to save into" if step.name == "save" else "classical bits to decide by"
             raise UnsupportedInstruction(step, position, f"a state has no {what}" + _ELSEWHERE)

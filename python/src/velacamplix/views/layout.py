@@ -10,8 +10,9 @@ from typing import NamedTuple
 
 from ..basics import checks
 from ..basics.words import shortened
+from ..channels.channel import Channel
 from ..instructions.condition import AnyCondition, Condition, spelled
-from ..instructions.flow import If, Save, Switch, While, leaves
+from ..instructions.flow import If, Readout, Save, Switch, While, leaves
 from ..instructions.gates import GATES
 from ..instructions.instruction import Instruction, Register
 from ..instructions.open_controls import open_controls
@@ -28,7 +29,7 @@ class Mark(NamedTuple):
     ----------
     kind : str
         ``"control"``, ``"open"`` (a control on 0), ``"flip"``, ``"exchange"``, ``"barrier"``, ``"measure"``, ``"reset"``,
-        ``"save"``, ``"brace"``, where a body begins or ends, or ``"box"``.
+        ``"save"``, ``"channel"``, ``"brace"``, where a body begins or ends, or ``"box"``.
     text : str
         What is written into a box or as a brace; the bit into which a measurement writes.
     place : int or None
@@ -131,10 +132,11 @@ def names(registers: Sequence[Register], kind: str) -> dict[int, str]:
 def _items(step: Instruction, shown: Sequence[int], called: _Names) -> Iterator[tuple[Item, tuple[int, ...], bool]]:
     """Iterate over what an instruction is in the drawing: items, their classical bits, and whether their marks stand apart."""
     detail = step.detail
-    if detail is None or isinstance(detail, Save):
+    if not isinstance(detail, (If, While, Switch)):
         bits = step.clbits if step.condition is None else step.clbits + step.condition.clbits
         is_apart = step.name in ("measure", "reset")
-        yield Item(_marks(step, shown, called), step.is_gate, step.definition is not None), bits, is_apart
+        is_linked = step.is_gate or step.name == "channel"
+        yield Item(_marks(step, shown, called), is_linked, step.definition is not None), bits, is_apart
         return
     for place, (head, body) in enumerate(_heads(step, called)):
         yield _brace(step, head, "}{" if place else "{"), step.clbits, False
@@ -175,7 +177,13 @@ def _marks(step: Instruction, shown: Sequence[int], called: _Names) -> dict[int,
     if step.name == "barrier":
         return {q: Mark("barrier") for q in step.qubits}
     if step.name == "measure":
-        return {q: Mark("measure", called.clbits[c], when=when) for q, c in zip(step.qubits, step.clbits)}
+        bits = [called.clbits[c] for c in step.clbits]
+        if isinstance(step.detail, Readout):
+            bits = [f"{bit} ({up:.3g}, {down:.3g})" for bit, (up, down) in zip(bits, step.detail.flips)]
+        return {q: Mark("measure", bit, when=when) for q, bit in zip(step.qubits, bits)}
+    if isinstance(step.detail, Channel):
+        text, numbered = _shortened(str(step.detail)), len(step.qubits) > 1
+        return {q: Mark("channel", text, place if numbered else None, when) for place, q in enumerate(step.qubits)}
     if step.name == "reset":
         return {q: Mark("reset", "|0>", when=when) for q in step.qubits}
     open_ones = open_controls(step)

@@ -259,7 +259,7 @@ class _Part(NamedTuple):
 
     @property
     def is_box(self) -> bool:
-        return self.mark.kind in ("box", "measure", "reset", "save", "brace")
+        return self.mark.kind in ("box", "channel", "measure", "reset", "save", "brace")
 
     @property
     def is_hollow(self) -> bool:
@@ -297,7 +297,7 @@ def _parts(item: Item, row_of: dict[int, int]) -> list[_Part]:
         mark, row = item.marks[q], row_of[q]
         places = [] if mark.place is None else [(row, mark.place)]
         before = parts[-1] if parts else None
-        if before and mark.kind == before.mark.kind and mark.kind in ("box", "brace") and before.last == row - 1:
+        if before and mark.kind == before.mark.kind and mark.kind in ("box", "channel", "brace") and before.last == row - 1:
             parts[-1] = before._replace(last=row, places=before.places + places)
         else:
             parts.append(_Part(mark, row, row, places, item.is_definition))

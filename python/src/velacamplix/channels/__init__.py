@@ -1,0 +1,1 @@
+"""What noise does to a few qubits: channels, their Kraus operators and matrices."""
