@@ -70,7 +70,7 @@ RESULT = run(Circuit(2).h(0), shots=10, seed=1)
         (lambda: StateVector(2).partial_trace([0]), AttributeError, "here that is state.reduced(qubits), of those that stay"),
         (lambda: Circuit(1).save_statevector(), AttributeError, "here that is circuit.save_state(name), or run(circuit).state"),
         (lambda: Circuit(1, 1).while_loop((0, 0)), AttributeError, "here that is circuit.while_((bits, value), body)"),
-        (lambda: plot_density(StateVector(1)), TypeError, "reduced(qubits) of a state or a result gives one"),
+        (lambda: plot_density(StateVector(1)), ValueError, "reduced(qubits) of a state or a result gives one"),
         (lambda: RESULT.counts.most_common(1), AttributeError, "'Counts' object has no attribute 'most_common': here that is"),
     ],
 )

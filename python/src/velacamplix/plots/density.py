@@ -84,14 +84,14 @@ def plot_density(matrix: Any, *, axes: Any = None) -> tuple[Any, Any]:
 
 
 def _checked(matrix: Any) -> np.ndarray:
+    hint = "; reduced(qubits) of a state or a result gives one" if hasattr(matrix, "reduced") else ""
     try:
         values: np.ndarray = np.asarray(matrix, dtype=complex)
     except (TypeError, ValueError):
-        hint = "; reduced(qubits) of a state or a result gives one" if hasattr(matrix, "reduced") else ""
         raise TypeError(f"matrix must be an array of numbers, got {checks.show(matrix)}{hint}") from None
     shape = values.shape
     if len(shape) != 2 or shape[0] != shape[1] or shape[0] == 0 or shape[0] & (shape[0] - 1):
-        raise ValueError(f"matrix must have the shape (2**k, 2**k), got an array of shape {shape}")
+        raise ValueError(f"matrix must have the shape (2**k, 2**k), got an array of shape {shape}{hint}")
     if shape[0] > 2**MOST_QUBITS:
         raise ValueError(f"matrix must be of at most {MOST_QUBITS} qubits, got {shape[0].bit_length() - 1}")
     if not np.isfinite(values).all():
