@@ -82,7 +82,7 @@ def test_sparse_without_scipy():
         capture_output=True, text=True,
     )  # fmt: skip
     assert ended.stdout == "[[1.0, 0.0], [0.0, -1.0]]\n"
-    assert "ImportError: to_matrix(sparse=True) needs scipy; install it with: pip install scipy" in ended.stderr
+    assert "ModuleNotFoundError: to_matrix(sparse=True) needs scipy; install it with: pip install scipy" in ended.stderr
 
 
 def test_qiskit_agrees():

@@ -141,5 +141,5 @@ def test_without_matplotlib():
     script = "import sys; sys.modules['matplotlib'] = None\nfrom velacamplix import *\nplot_circuit(Circuit(1))"
     ended = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
     assert ended.stderr.splitlines()[-1] == (
-        "ImportError: plot_circuit needs matplotlib; install it with: pip install matplotlib"
+        "ModuleNotFoundError: plot_circuit needs matplotlib; install it with: pip install matplotlib"
     )

@@ -369,7 +369,7 @@ def test_without_matplotlib(call):
     ended = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
     name = call.partition("(")[0]
     assert ended.stderr.splitlines()[-1] == (
-        f"ImportError: {name} needs matplotlib; install it with: pip install matplotlib"
+        f"ModuleNotFoundError: {name} needs matplotlib; install it with: pip install matplotlib"
     )
 
 

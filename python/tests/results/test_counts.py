@@ -171,7 +171,7 @@ def test_to_frame_without_pandas():
     script = "import sys; sys.modules['pandas'] = None\nfrom velacamplix import Counts\nCounts({'0': 1}).to_frame()"
     ended = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
     assert ended.stderr.splitlines()[-1] == (
-        "ImportError: Counts.to_frame needs pandas; install it with: pip install pandas"
+        "ModuleNotFoundError: Counts.to_frame needs pandas; install it with: pip install pandas"
     )
 
 

@@ -254,7 +254,7 @@ def test_frames_without_pandas():
     script = "import sys; sys.modules['pandas'] = None\nfrom velacamplix import Circuit, run\nrun(Circuit(1)).to_frame()"
     ended = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
     assert ended.stderr.splitlines()[-1] == (
-        "ImportError: Result.to_frame needs pandas; install it with: pip install pandas"
+        "ModuleNotFoundError: Result.to_frame needs pandas; install it with: pip install pandas"
     )
 
 
