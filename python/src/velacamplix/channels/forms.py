@@ -112,6 +112,17 @@ def deviation(operators: Sequence[Matrix]) -> float:
         return float(np.abs(rows.conj().T @ rows - np.eye(rows.shape[1])).max())
 
 
+def share_of_unitary(operator: Matrix) -> float | None:
+    """Return p of an operator sqrt(p) U, None for others.
+
+    >>> share_of_unitary(0.6 * pauli_matrix("X")).__round__(12), share_of_unitary(np.diag([1, 0.5]))
+    (0.36, None)
+    """
+    square = operator.conj().T @ operator
+    share = float(square.trace().real) / len(operator)
+    return share if np.abs(square - share * np.eye(len(operator))).max() <= TOLERANCE * share else None
+
+
 def choi(operators: Sequence[Matrix]) -> Matrix:
     """Return the sum of v v† over all K, v[in*D + out] = K[out, in]."""
     columns = np.array([operator.T.reshape(-1) for operator in operators])
