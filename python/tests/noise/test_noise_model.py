@@ -12,6 +12,7 @@ import pytest
 from velacamplix import (
     Channel,
     Circuit,
+    Condition,
     GateDefinition,
     NoiseModel,
     Parameter,
@@ -131,6 +132,18 @@ def test_definitions_with_open_controls():
         'H 0 controls 2,3 == "01"', 'X 1 controls 2,3,0 == "011"', 'X 1 controls 2,3 == "01"',
     ]  # fmt: skip
     assert np.abs(Circuit(4).extend([step for step in noisy if step.is_gate]).to_matrix() - circuit.to_matrix()).max() < 1e-15
+
+
+def test_definitions_and_bodies_as_deep_as_they_may_be():
+    gate = GateDefinition("level_0", Circuit(2).cx(0, 1))
+    for level in range(1, 100):
+        gate = GateDefinition(f"level_{level}", Circuit(2).gate(gate, [0, 1]))
+    model = NoiseModel().after("cx", PAIR).idle(1, 1, {"cx": 1})
+    assert lines(model.apply(Circuit(2).gate(gate, [1, 0]))) == ["CNOT 1,0", "PAIR 1,0"]
+    circuit = Circuit(2, 1).cx(0, 1)
+    for _ in range(50):
+        circuit = Circuit(2, 1).if_(Condition((0,), 1), circuit)
+    assert lines(model.apply(circuit))[50].strip() == "CNOT 0,1"
 
 
 def test_in_bodies():
@@ -411,6 +424,10 @@ def test_errors_of_a_table_are_average_infidelities():
         (lambda: NoiseModel().after("cx", FLIP, [(0, 0)]), r"qubits\[0\] must be distinct"),
         (lambda: NoiseModel().after("h", FLIP, -1), r"qubits\[0\]\[0\] must be a number from 0"),
         (lambda: NoiseModel().after("own", PAIR).apply(own(1)), r"channel must act on 1 or 1 qubits beside own 0"),
+        (lambda: NoiseModel().add_readout_error(), r"here that is noise.readout\(p1_given_0"),
+        (lambda: NoiseModel.from_backend(), r"here that is NoiseModel.from_calibration\(table\)"),
+        (lambda: PAIR.compose(PAIR), r"here that is one.then\(two\)"),
+        (lambda: Circuit(1).kraus(), r"here that is circuit.channel\(Channel.from_kraus\(matrices\), qubits\)"),
         (lambda: NoiseModel().apply("circuit"), "circuit must be a Circuit, got 'circuit'"),
         (lambda: NoiseModel().idle(1, 3, {}), r"t2 must be at most 2 \* t1"),
         (lambda: NoiseModel().idle(1, 1, {"h": -1}), "the duration of 'h' must not be negative, got -1"),
@@ -451,7 +468,7 @@ def test_errors_of_a_table_are_average_infidelities():
     ],
 )  # fmt: skip
 def test_what_is_wrong_is_told(call, message):
-    with pytest.raises((TypeError, ValueError, IndexError), match=message):
+    with pytest.raises((AttributeError, TypeError, ValueError, IndexError), match=message):
         call()
 
 

@@ -11,6 +11,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from ..basics import checks
+from ..basics.elsewhere import Guiding
 from ..basics.types import Order
 from ..basics.words import counted, shortened
 from . import forms
@@ -22,7 +23,7 @@ __all__ = ["Channel"]
 _Arguments = tuple[tuple[str, Any], ...]
 
 
-class Channel:
+class Channel(Guiding):
     """What noise does to the density matrix of 1 to 4 qubits: rho -> sum of K rho K†.
 
     Made by one of the class methods. Channels are plain values: they do not change, are equal if they are made of the
@@ -506,7 +507,15 @@ class Channel:
                 for first, p in self._paulis.items()
                 for second, q in other._paulis.items()
             )
-        return self._paired(other, lambda first, second: second @ first)
+        both = self._mixed(other, lambda first, second: second @ first)
+        if both is not None:
+            return both
+        first, second = self.kraus(), other.kraus()
+        if len(first) * len(second) > 4**self._n_qubits:
+            operators = forms.fewest(forms.regrouped(other.superoperator() @ self.superoperator()))
+        else:
+            operators = [after @ before for before in first for after in second]
+        return Channel._of_operators("from_kraus", (), operators)
 
     def tensor(self, other: Channel) -> Channel:
         """Return this channel on its qubits, and beside it another on the qubits that follow.
@@ -529,19 +538,23 @@ class Channel:
             return _of_pauli_pairs(
                 (first + second, p * q) for first, p in self._paulis.items() for second, q in other._paulis.items()
             )
-        return self._paired(other, lambda low, high: np.kron(high, low))
+        both = self._mixed(other, lambda low, high: np.kron(high, low))
+        if both is not None:
+            return both
+        lows, highs = [
+            forms.fewest(one.choi()) if len(one.kraus()) > 4**one._n_qubits else one.kraus() for one in (self, other)
+        ]
+        return Channel._of_operators("from_kraus", (), [np.kron(high, low) for low in lows for high in highs])
 
-    def _paired(self, other: Channel, product: Any) -> Channel:
+    def _mixed(self, other: Channel, product: Any) -> Channel | None:
+        """Return the mixture of the products of two, None if there is none, or none that is short."""
         if self._probabilities is not None and other._probabilities is not None:
             if len(self._probabilities) * len(other._probabilities) <= 4**MOST_QUBITS:
                 assert self.unitaries is not None and other.unitaries is not None
                 unitaries = [product(first, second) for first in self.unitaries for second in other.unitaries]
                 numbers = [p * q for p in self._probabilities for q in other._probabilities]
                 return Channel._of_mixture("from_unitaries", (), numbers, unitaries)
-        operators = [product(first, second) for first in self.kraus() for second in other.kraus()]
-        if len(operators) > operators[0].size:
-            operators = forms.fewest(operators)
-        return Channel._of_operators("from_kraus", (), operators)
+        return None
 
     # --- As a value ---
 

@@ -7,6 +7,7 @@ from __future__ import annotations
 
 import functools
 import itertools
+import math
 from collections.abc import Sequence
 from typing import Any
 
@@ -131,15 +132,21 @@ def choi(operators: Sequence[Matrix]) -> Matrix:
 
 def superoperator(operators: Sequence[Matrix]) -> Matrix:
     """Return the sum of conj(K) ⊗ K, for the flat index bra*D + ket of a density matrix."""
-    # Regrouped from the Choi matrix, whose rows are (ket in, ket out) and columns (bra in, bra out).
-    size = len(operators[0])
-    by_axes = choi(operators).reshape(size, size, size, size)
-    return by_axes.transpose(3, 1, 2, 0).reshape(size**2, size**2)
+    return regrouped(choi(operators))
 
 
-def fewest(operators: Sequence[Matrix]) -> list[Matrix]:
-    """Return Kraus operators of the same channel, D^2 of them at most."""
-    size = len(operators[0])
-    weights, vectors = np.linalg.eigh(choi(operators))
+def regrouped(matrix: Matrix) -> Matrix:
+    """Return the superoperator of a Choi matrix, or the Choi matrix of a superoperator.
+
+    The one has rows (ket in, ket out) and columns (bra in, bra out), the other (bra out, ket out) and (bra in, ket in).
+    """
+    size = math.isqrt(len(matrix))
+    return matrix.reshape(size, size, size, size).transpose(3, 1, 2, 0).reshape(size**2, size**2)
+
+
+def fewest(of_choi: Matrix) -> list[Matrix]:
+    """Return Kraus operators of the channel with this Choi matrix, D^2 of them at most."""
+    size = math.isqrt(len(of_choi))
+    weights, vectors = np.linalg.eigh(of_choi)
     kept = [place for place in reversed(range(len(weights))) if weights[place] > 1e-16 * size]
     return [np.sqrt(weights[place]) * vectors[:, place].reshape(size, size).T for place in kept]

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import warnings
 from collections.abc import Iterable, Iterator, Sequence
-from fractions import Fraction
 
 from ..basics import checks
 from ..basics.words import shortened
@@ -131,7 +130,7 @@ class _Applying:
     # --- Time ---
 
     def _waited(self, step: Instruction, kind: Kind, qubits: tuple[int, ...], clock: Clock) -> Iterator[Instruction]:
-        duration = Fraction(0) if step.name == "channel" else clock.timing.duration(kind, qubits)
+        duration = 0 if step.name == "channel" else clock.timing.duration(kind, qubits)
         if duration is None and kind[0] in READING:
             each = [clock.timing.duration(kind, (qubit,)) for qubit in qubits]
             duration = None if None in each else max([time for time in each if time is not None])

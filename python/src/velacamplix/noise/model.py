@@ -9,6 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike
 
 from ..basics import checks
+from ..basics.elsewhere import Guiding
 from ..channels.channel import Channel
 from ..circuit.circuit import Circuit
 from . import tables
@@ -21,7 +22,7 @@ __all__ = ["NoiseModel"]
 _NO_GATES = frozenset({"barrier", "channel", "if", "save", "switch", "while", "gphase"})
 
 
-class NoiseModel:
+class NoiseModel(Guiding):
     """Rules that say where in a circuit there is noise. Every method returns another model, so that calls can be chained.
 
     Gates are called by any of their names: ``"cx"``, ``"cnot"`` and ``"CNOT"`` are one, and so is X with one control.

@@ -15,7 +15,7 @@ Kind = tuple[str, int]
 #: Instructions that noise may stand beside, although they are no gates. Each of their qubits counts by itself.
 READING = ("measure", "reset")
 
-_WITH_CONTROLS = re.compile(r"c(\d*)(.+)")
+_WITH_CONTROLS = re.compile(r"c(\d{0,6})(.+)")
 
 
 def _kind(name: str, n_controls: int) -> Kind:
@@ -55,7 +55,7 @@ def kinds_of(name: str) -> frozenset[Kind]:
     found = _WITH_CONTROLS.fullmatch(name)
     if found is None:
         return frozenset([(name, 0)])
-    n_controls = int(found[1][:4] or 1)
+    n_controls = int(found[1] or 1)
     inner = _KINDS.get(found[2])
     if inner is not None:
         return frozenset([(inner[0], inner[1] + n_controls)])
