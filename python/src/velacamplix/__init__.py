@@ -24,6 +24,7 @@ from .instructions.instruction import Instruction, Register
 from .instructions.parameter_vector import ParameterVector
 from .machine.limits import refresh_threads
 from .machine.memory import max_qubits, memory_needed
+from .noise.model import NoiseModel
 from .observables.observable import CommutingGroup, Observable
 from .observables.terms import Term
 from .plots.bloch import plot_bloch
@@ -53,6 +54,7 @@ _ROOMS = (
     ("views",),
     ("qasm", "observables"),
     ("circuit", "results"),
+    ("noise",),
     ("programs",),
     ("states",),
     ("running",),
@@ -75,6 +77,7 @@ __all__ = [
     "GateDefinition",
     "If",
     "Instruction",
+    "NoiseModel",
     "Observable",
     "Parameter",
     "ParameterVector",

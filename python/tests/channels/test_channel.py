@@ -255,6 +255,17 @@ def test_many_operators_become_as_few_as_there_can_be():
     assert np.abs(twice.superoperator() - channel.superoperator() @ channel.superoperator()).max() < CLOSE
 
 
+def test_four_qubits():
+    damping = Channel.amplitude_damping(0.2).tensor(Channel.amplitude_damping(0.1))
+    wide = damping.tensor(damping).then(Channel.depolarizing(0.25, 4))
+    assert wide.n_qubits == 4 and len(wide.kraus()) <= 256
+    rho = random_state(4)
+    expected = 0.75 * act(damping.tensor(damping).kraus(), rho) + 0.25 * np.eye(16) / 16
+    assert np.abs(act(wide.kraus(), rho) - expected).max() < 1e-13
+    many = Channel.from_kraus(random_kraus(2, 5)).tensor(Channel.amplitude_damping(0.1))
+    assert len(many.kraus()) == 8
+
+
 def test_choi_matrices_have_the_input_in_the_high_half():
     channel = Channel.amplitude_damping(0.36)
     expected = np.zeros((4, 4), dtype=complex)

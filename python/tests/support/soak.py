@@ -48,6 +48,7 @@ def makers(i):
         "GateDefinition": lambda: GateDefinition(f"own{i}", Circuit(2).ry(0.1 + i, 0).cx(0, 1)),
         "If": lambda: velacamplix.If(velacamplix.Condition((0,), 1), BODY),
         "Instruction": lambda: Instruction("RX", (0,), (0.1 + i,)),
+        "NoiseModel": lambda: velacamplix.NoiseModel().after("ry", velacamplix.Channel.bit_flip(0.001 * i)).readout(0.1, 0.2),
         "Observable": lambda: Observable(f"{i + 1}*Z0 X1 + Y3"),
         "Parameter": lambda: Parameter(f"p{i}"),
         "ParameterVector": lambda: velacamplix.ParameterVector(f"v{i}", 3),
@@ -86,6 +87,8 @@ def arguments(i, path):
         "matrix": [[1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 0, 1], [0, 0, 1, 0]], "entries": [1, 1, 1, 1j],
         "Channel.pauli.probabilities": {"XZ": turn}, "Channel.from_unitaries.probabilities": [1 - turn, turn], "p": turn, "p0": turn,
         "matrices": [[[1, 0], [0, 1]]], "Channel.from_unitaries.matrices": [[[1, 0], [0, 1]], [[0, 1], [1, 0]]],
+        "gates": ["cx", "cz"], "durations": {"cx": turn}, "NoiseModel.from_dict.values": makers(i)["NoiseModel"]().to_dict(),
+        "Channel.from_dict.values": makers(i)["Channel"]().to_dict(), "table": {"gates": [{"gate": "cx", "error": 0.1 * turn}]},
         "channel": velacamplix.Channel.depolarizing(turn, 2), "excited": turn, "t1": 1.0, "t2": 1.0 + turn,
         **{f"Channel.{word}.other": velacamplix.Channel.depolarizing(turn) for word in ("then", "tensor")},
         "observable": f"{turn}*Z0 X1", "outcome": 0, "shots": 20 + i, "value": 0, "marked": [i % 4],
@@ -158,7 +161,7 @@ def call(name, member, made, known):
 
 # Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
 OTHERS = {
-    "Channel.depolarizing", "Expression.value_from", "Parameter.value_from", "Circuit.to_matrix",
+    "Channel.depolarizing", "NoiseModel.readout", "Expression.value_from", "Parameter.value_from", "Circuit.to_matrix",
     "Circuit.from_qasm3", "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
 }  # fmt: skip
 

@@ -6,6 +6,12 @@ from typing import TYPE_CHECKING, Any
 
 #: By class, then by the name that is tried: what to write here.
 WRITE = {
+    "Channel": {
+        "compose": "one.then(two)",
+        "expand": "one.tensor(two)",
+        "kraus_operators": "channel.kraus()",
+        "to_matrix": "channel.superoperator()",
+    },
     "Circuit": {
         "add_gate": "circuit.h(0) and so on, or circuit.append(instruction)",
         "add_register": "Circuit(n_qubits, n_clbits, registers=[Register(...), ...])",
@@ -15,6 +21,8 @@ WRITE = {
         "bind_parameters": "circuit.bind(...)",
         "c_if": "with circuit.when(bits, value): ...",
         "dagger": "circuit.inverse()",
+        "depolarize": "circuit.channel(Channel.depolarizing(p), qubits)",
+        "kraus": "circuit.channel(Channel.from_kraus(matrices), qubits)",
         "data": "circuit.instructions",
         "decompose": "circuit.basic_instructions()",
         "expectation": "run(circuit).expectation(observable)",
@@ -46,6 +54,13 @@ WRITE = {
         "marginal_counts": "counts.marginal(positions)",
         "most_common": "counts.most_likely(k)",
         "most_frequent": "counts.most_likely()",
+    },
+    "NoiseModel": {
+        "add_all_qubit_quantum_error": "noise.after(gates, channel)",
+        "add_all_qubit_readout_error": "noise.readout(p1_given_0, p0_given_1)",
+        "add_quantum_error": "noise.after(gates, channel, qubits)",
+        "add_readout_error": "noise.readout(p1_given_0, p0_given_1, qubits=qubits)",
+        "from_backend": "NoiseModel.from_calibration(table)",
     },
     "Observable": {
         "coeffs": "[term.coefficient for term in observable.terms]",
@@ -142,6 +157,8 @@ class _GuidingClass(type):
 
 class Guiding(metaclass=_GuidingClass):
     """Tells who tries a name of another package what to write here."""
+
+    __slots__ = ()
 
     # Hidden from type checkers, which would take every name for one that is there.
     if not TYPE_CHECKING:

@@ -2,14 +2,16 @@
 
 from __future__ import annotations
 
+import inspect
 import math
 from collections.abc import Iterable, Mapping, Sequence
 from typing import Any, Self
 
 import numpy as np
-from numpy.typing import ArrayLike
+from numpy.typing import ArrayLike, NDArray
 
 from ..basics import checks
+from ..basics.elsewhere import Guiding
 from ..basics.types import Order
 from ..basics.words import counted, shortened
 from . import forms
@@ -21,7 +23,7 @@ __all__ = ["Channel"]
 _Arguments = tuple[tuple[str, Any], ...]
 
 
-class Channel:
+class Channel(Guiding):
     """What noise does to the density matrix of 1 to 4 qubits: rho -> sum of K rho K†.
 
     Made by one of the class methods. Channels are plain values: they do not change, are equal if they are made of the
@@ -134,7 +136,7 @@ class Channel:
                 )
         each = share / strings
         errors = {text: each for text in forms.pauli_texts(n_qubits)[1:]}
-        return cls._of_paulis("depolarizing", (("", share), ("qubits", n_qubits)), errors)
+        return cls._of_paulis("depolarizing", (("p", share), ("qubits", n_qubits)), errors)
 
     @classmethod
     def bit_flip(cls, p: float) -> Self:
@@ -144,7 +146,7 @@ class Channel:
         {'I': 0.75, 'X': 0.25}
         """
         flip = checks.probability(p, "p")
-        return cls._of_paulis("bit_flip", (("", flip),), {"X": flip})
+        return cls._of_paulis("bit_flip", (("p", flip),), {"X": flip})
 
     @classmethod
     def phase_flip(cls, p: float) -> Self:
@@ -154,7 +156,7 @@ class Channel:
         {'I': 0.75, 'Z': 0.25}
         """
         flip = checks.probability(p, "p")
-        return cls._of_paulis("phase_flip", (("", flip),), {"Z": flip})
+        return cls._of_paulis("phase_flip", (("p", flip),), {"Z": flip})
 
     @classmethod
     def phase_damping(cls, gamma: float) -> Self:
@@ -169,7 +171,7 @@ class Channel:
         rate = checks.probability(gamma, "gamma")
         # (1 - sqrt(1 - gamma)) / 2 without the difference of two numbers that are nearly equal.
         flip = rate / (2 * (1 + math.sqrt(1 - rate)))
-        return cls._of_paulis("phase_damping", (("", rate),), {"Z": flip})
+        return cls._of_paulis("phase_damping", (("gamma", rate),), {"Z": flip})
 
     # --- Decay ---
 
@@ -184,7 +186,7 @@ class Channel:
                [0. , 0. ]])
         """
         rate = checks.probability(gamma, "gamma")
-        return cls._of_operators("amplitude_damping", (("", rate),), _damping(rate, 0.0))
+        return cls._of_operators("amplitude_damping", (("gamma", rate),), _damping(rate, 0.0))
 
     @classmethod
     def generalized_amplitude_damping(cls, gamma: float, excited: float) -> Self:
@@ -204,7 +206,7 @@ class Channel:
         """
         rate, share = checks.probability(gamma, "gamma"), checks.probability(excited, "excited")
         return cls._of_operators(
-            "generalized_amplitude_damping", (("", rate), ("excited", share)), _damping(rate, share)
+            "generalized_amplitude_damping", (("gamma", rate), ("excited", share)), _damping(rate, share)
         )
 
     @classmethod
@@ -284,7 +286,7 @@ class Channel:
                 jump = np.zeros((2, 2))
                 jump[row, column] = math.sqrt(p)
                 operators.append(jump)
-        return cls._of_operators("reset", (("", low), ("", high)), operators)
+        return cls._of_operators("reset", (("p0", low), ("p1", high)), operators)
 
     # --- By matrices ---
 
@@ -376,11 +378,6 @@ class Channel:
                 f"matrices must be complete, the sum of K†K the identity within {TOLERANCE:g}, got one with an entry that is "
                 f"{off:.3g} off; the operator for the case that nothing happens must be among them, too"
             )
-        shares = [_share_of_unitary(operator) for operator in operators]
-        if None not in shares:
-            numbers = [share for share in shares if share is not None]
-            unitaries = [operator / math.sqrt(share) for operator, share in zip(operators, numbers) if share]
-            return cls._of_mixture("from_kraus", (), tuple([share for share in numbers if share]), unitaries)
         return cls._of_operators("from_kraus", (), operators)
 
     # --- What it tells ---
@@ -510,7 +507,15 @@ class Channel:
                 for first, p in self._paulis.items()
                 for second, q in other._paulis.items()
             )
-        return self._paired(other, lambda first, second: second @ first)
+        both = self._mixed(other, lambda first, second: second @ first)
+        if both is not None:
+            return both
+        first, second = self.kraus(), other.kraus()
+        if len(first) * len(second) > 4**self._n_qubits:
+            operators = forms.fewest(forms.regrouped(other.superoperator() @ self.superoperator()))
+        else:
+            operators = [after @ before for before in first for after in second]
+        return Channel._of_operators("from_kraus", (), operators)
 
     def tensor(self, other: Channel) -> Channel:
         """Return this channel on its qubits, and beside it another on the qubits that follow.
@@ -533,21 +538,75 @@ class Channel:
             return _of_pauli_pairs(
                 (first + second, p * q) for first, p in self._paulis.items() for second, q in other._paulis.items()
             )
-        return self._paired(other, lambda low, high: np.kron(high, low))
+        both = self._mixed(other, lambda low, high: np.kron(high, low))
+        if both is not None:
+            return both
+        lows, highs = [
+            forms.fewest(one.choi()) if len(one.kraus()) > 4**one._n_qubits else one.kraus() for one in (self, other)
+        ]
+        return Channel._of_operators("from_kraus", (), [np.kron(high, low) for low in lows for high in highs])
 
-    def _paired(self, other: Channel, product: Any) -> Channel:
+    def _mixed(self, other: Channel, product: Any) -> Channel | None:
+        """Return the mixture of the products of two, None if there is none, or none that is short."""
         if self._probabilities is not None and other._probabilities is not None:
             if len(self._probabilities) * len(other._probabilities) <= 4**MOST_QUBITS:
                 assert self.unitaries is not None and other.unitaries is not None
                 unitaries = [product(first, second) for first in self.unitaries for second in other.unitaries]
                 numbers = [p * q for p in self._probabilities for q in other._probabilities]
                 return Channel._of_mixture("from_unitaries", (), numbers, unitaries)
-        operators = [product(first, second) for first in self.kraus() for second in other.kraus()]
-        if len(operators) > operators[0].size:
-            operators = forms.fewest(operators)
-        return Channel._of_operators("from_kraus", (), operators)
+        return None
 
     # --- As a value ---
+
+    def to_dict(self) -> dict[str, Any]:
+        """Return the class method that makes it and its arguments: texts, numbers and lists, which JSON can write.
+
+        Complex numbers are pairs.
+
+        Examples
+        --------
+        >>> Channel.thermal_relaxation(t1=2.0, t2=3.0, time=1.0).to_dict()
+        {'name': 'thermal_relaxation', 't1': 2.0, 't2': 3.0, 'time': 1.0}
+        >>> Channel.coherent([[1, 0], [0, 1j]]).to_dict()["matrices"]
+        [[[[1.0, 0.0], [0.0, 0.0]], [[0.0, 0.0], [0.0, 1.0]]]]
+        """
+        if self._name == "pauli":
+            return {"name": "pauli", "probabilities": self.pauli_probabilities}
+        if self._arguments:
+            return {"name": self._name, **dict(self._arguments)}
+        matrices = [[[[value.real, value.imag] for value in row] for row in matrix.tolist()] for matrix in self._operators]
+        if self._probabilities is None:
+            return {"name": "from_kraus", "matrices": matrices}
+        return {"name": "from_unitaries", "probabilities": list(self._probabilities), "matrices": matrices}
+
+    @classmethod
+    def from_dict(cls, values: Mapping[str, Any]) -> Self:
+        """Return the channel that `to_dict` told.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If the name is unknown, arguments are missing or unknown, or not what the class method takes.
+
+        Examples
+        --------
+        >>> Channel.from_dict({"name": "bit_flip", "p": 0.25})
+        Channel.bit_flip(0.25)
+        """
+        if not isinstance(values, Mapping):
+            raise TypeError(f"values must be a dictionary with the name of a class method, got {checks.show(values)}")
+        name = checks.choice(values.get("name"), "name", _MADE_BY)
+        arguments = {str(key): value for key, value in values.items() if key != "name"}
+        make = getattr(cls, name)
+        parameters = inspect.signature(make).parameters
+        needed = [key for key, parameter in parameters.items() if parameter.default is parameter.empty]
+        if not set(needed) <= set(arguments) <= set(parameters):
+            raise ValueError(f"arguments of {name} must be {', '.join(parameters)}, got {', '.join(arguments) or 'none'}")
+        for key in ("matrix", "matrices"):
+            if key in arguments:
+                arguments[key] = _complex(arguments[key], key)
+        made: Self = make(**arguments)
+        return made
 
     def __eq__(self, other: object) -> bool:
         return self._key == other._key if isinstance(other, Channel) else NotImplemented
@@ -582,7 +641,7 @@ class Channel:
         if not self._arguments:
             operators = "" if len(self._operators) == 1 else f", {len(self._operators)} operators"
             return f"<Channel {self._name}: {counted(self._n_qubits, 'qubit')}{operators}>"
-        words = [f"{name}={value!r}" if name else repr(value) for name, value in self._arguments]
+        words = [repr(value) if name in ("p", "p0", "p1", "gamma") else f"{name}={value!r}" for name, value in self._arguments]
         return f"Channel.{self._name}({', '.join(words)})"
 
     # --- Inner workings ---
@@ -625,8 +684,11 @@ class Channel:
 
     @classmethod
     def _of_operators(cls, name: str, arguments: _Arguments, operators: Iterable[Any]) -> Self:
-        kept = tuple([forms.locked(operator) for operator in operators if np.any(operator)])
-        return cls._set(name, arguments, None, None, kept)
+        kept = [np.asarray(operator) for operator in operators if np.any(operator)]
+        shares = [share for operator in kept if (share := forms.share_of_unitary(operator)) is not None]
+        if len(shares) == len(kept):
+            return cls._of_mixture(name, arguments, shares, [one / math.sqrt(share) for one, share in zip(kept, shares)])
+        return cls._set(name, arguments, None, None, tuple(map(forms.locked, kept)))
 
 
 def _restored(
@@ -637,6 +699,23 @@ def _restored(
     operators: tuple[Matrix, ...],
 ) -> Channel:
     return Channel._set(name, arguments, paulis, probabilities, tuple([forms.locked(operator) for operator in operators]))
+
+
+_MADE_BY = (
+    "pauli", "depolarizing", "bit_flip", "phase_flip", "phase_damping", "amplitude_damping", "generalized_amplitude_damping",
+    "thermal_relaxation", "reset", "coherent", "from_unitaries", "from_kraus",
+)  # fmt: skip
+
+
+def _complex(pairs: Any, name: str) -> NDArray[np.complex128]:
+    try:
+        numbers = np.asarray(pairs, dtype=np.float64)
+    except (TypeError, ValueError):
+        numbers = np.zeros(0)
+    if numbers.ndim < 3 or numbers.shape[-1] != 2:
+        raise ValueError(f"{name} must be lists of rows of pairs [real, imaginary], got {checks.show(pairs)}")
+    joined: NDArray[np.complex128] = numbers[..., 0] + 1j * numbers[..., 1]
+    return joined
 
 
 def _of_pauli_pairs(pairs: Iterable[tuple[str, float]]) -> Channel:
@@ -676,13 +755,6 @@ def _require_unitary(operator: Matrix, name: str) -> None:
     off = forms.deviation([operator])
     if not off <= TOLERANCE:
         raise ValueError(f"{name} must be unitary within {TOLERANCE:g}, got one with an entry of U†U that is {off:.3g} off")
-
-
-def _share_of_unitary(operator: Matrix) -> float | None:
-    """Return p of an operator sqrt(p) U, None for others."""
-    square = operator.conj().T @ operator
-    share = float(square.trace().real) / len(operator)
-    return share if np.abs(square - share * np.eye(len(operator))).max() <= TOLERANCE * share else None
 
 
 def _require_channel(value: Any) -> None:

@@ -7,6 +7,7 @@ from __future__ import annotations
 
 import functools
 import itertools
+import math
 from collections.abc import Sequence
 from typing import Any
 
@@ -112,6 +113,17 @@ def deviation(operators: Sequence[Matrix]) -> float:
         return float(np.abs(rows.conj().T @ rows - np.eye(rows.shape[1])).max())
 
 
+def share_of_unitary(operator: Matrix) -> float | None:
+    """Return p of an operator sqrt(p) U, None for others.
+
+    >>> share_of_unitary(0.6 * pauli_matrix("X")).__round__(12), share_of_unitary(np.diag([1, 0.5]))
+    (0.36, None)
+    """
+    square = operator.conj().T @ operator
+    share = float(square.trace().real) / len(operator)
+    return share if np.abs(square - share * np.eye(len(operator))).max() <= TOLERANCE * share else None
+
+
 def choi(operators: Sequence[Matrix]) -> Matrix:
     """Return the sum of v v† over all K, v[in*D + out] = K[out, in]."""
     columns = np.array([operator.T.reshape(-1) for operator in operators])
@@ -120,15 +132,21 @@ def choi(operators: Sequence[Matrix]) -> Matrix:
 
 def superoperator(operators: Sequence[Matrix]) -> Matrix:
     """Return the sum of conj(K) ⊗ K, for the flat index bra*D + ket of a density matrix."""
-    # Regrouped from the Choi matrix, whose rows are (ket in, ket out) and columns (bra in, bra out).
-    size = len(operators[0])
-    by_axes = choi(operators).reshape(size, size, size, size)
-    return by_axes.transpose(3, 1, 2, 0).reshape(size**2, size**2)
+    return regrouped(choi(operators))
 
 
-def fewest(operators: Sequence[Matrix]) -> list[Matrix]:
-    """Return Kraus operators of the same channel, D^2 of them at most."""
-    size = len(operators[0])
-    weights, vectors = np.linalg.eigh(choi(operators))
+def regrouped(matrix: Matrix) -> Matrix:
+    """Return the superoperator of a Choi matrix, or the Choi matrix of a superoperator.
+
+    The one has rows (ket in, ket out) and columns (bra in, bra out), the other (bra out, ket out) and (bra in, ket in).
+    """
+    size = math.isqrt(len(matrix))
+    return matrix.reshape(size, size, size, size).transpose(3, 1, 2, 0).reshape(size**2, size**2)
+
+
+def fewest(of_choi: Matrix) -> list[Matrix]:
+    """Return Kraus operators of the channel with this Choi matrix, D^2 of them at most."""
+    size = math.isqrt(len(of_choi))
+    weights, vectors = np.linalg.eigh(of_choi)
     kept = [place for place in reversed(range(len(weights))) if weights[place] > 1e-16 * size]
     return [np.sqrt(weights[place]) * vectors[:, place].reshape(size, size).T for place in kept]
