@@ -29,8 +29,9 @@ struct batch_settings {
     int nthreads = 1;                                        // a request as for get_num_threads
     const PybindAmplixStateVectorCPU<T>* initial = nullptr;  // what every state starts from; null: |0...0>
 
-    // Hears now and then, on the calling thread, how many runs are done and how many there are. False ends the batch:
-    // runs under way stop after their pass, and their states are handed to nobody. What it throws ends the batch too.
+    // Hears now and then, on the calling thread, how many runs are done and how many there are; where `result` does not
+    // keep that thread, until all threads have ended. False ends the batch: runs under way stop after their pass, and
+    // their states are handed to nobody. What it throws ends the batch too.
     std::function<bool(unsigned long done, unsigned long total)> hook = {};
 };
 

@@ -10,6 +10,7 @@
 #include <omp.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -246,6 +247,26 @@ TYPED_TEST(batch, stopped_by_its_hook_hands_over_finished_states_alone) {
         EXPECT_LT(done, count);
         EXPECT_EQ(run_batch(programs, result, {threads}), count) << "as if nothing had been";
     }
+}
+
+// A run that outlasts those of the calling thread can be watched and stopped too.
+TYPED_TEST(batch, hears_its_hook_until_the_last_thread_has_ended) {
+    const unsigned int n = 13;
+    auto programs = some_programs<TypeParam>(n, 2);
+    const auto caller = std::this_thread::get_id();
+    std::atomic<bool> heard = false, in_vain = false;
+    const auto result = [&](unsigned long, auto&) {
+        if (std::this_thread::get_id() == caller) return;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!heard && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+        if (!heard) in_vain = true;
+    };
+    const auto hook = [&](unsigned long done, unsigned long) {
+        if (done == 1) heard = true;
+        return true;
+    };
+    EXPECT_EQ(run_batch(programs, result, {2, nullptr, hook}), 2u);
+    EXPECT_FALSE(in_vain);
 }
 
 // A large state hears the hook between passes: no run is done then.
