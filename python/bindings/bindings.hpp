@@ -17,5 +17,7 @@ void bind_inner_products(pybind11::module_& module);
 void bind_loading(pybind11::module_& module);
 void bind_exports(pybind11::module_& module);
 void bind_program(pybind11::module_& module);
+// What follows takes programs too.
+void bind_batch(pybind11::module_& module);
 
 }  // namespace velacamplix::python

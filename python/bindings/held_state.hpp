@@ -60,6 +60,13 @@ public:
         return std::forward<Work>(work)(there(), other.there());
     }
 
+    // The state for as long as the lock is held: for work on several at a time, without the interpreter lock.
+    std::pair<State*, std::unique_lock<Turn>> hold() {
+        std::unique_lock<Turn> turn(turn_);
+        if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
+        return {&state_, std::move(turn)};
+    }
+
     // False when a view forbids it. Releasing twice is allowed.
     bool release() {
         const Unlocked unlocked;

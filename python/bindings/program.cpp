@@ -1,9 +1,9 @@
 #include "bindings.hpp"
+#include "held_program.hpp"
 #include "held_state.hpp"
 #include "watch.hpp"
 
 #include <velacamplix/gradient.hpp>
-#include <velacamplix/program.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -17,22 +17,6 @@ namespace velacamplix::python {
 namespace {
 
 using Qubits = std::vector<unsigned int>;
-
-// A program as Python holds it. One run at a time: the second caller is refused rather than kept waiting, because it
-// may be a function that the first run called.
-template <class T>
-struct HeldProgram {
-    explicit HeldProgram(unsigned int nqubits) : list(nqubits) {}
-
-    pbamplix::cpu::program<T> list;
-    std::mutex mutex;
-
-    std::unique_lock<std::mutex> taken() {
-        std::unique_lock<std::mutex> turn(mutex, std::try_to_lock);
-        if (!turn.owns_lock()) throw std::runtime_error("this program is running already");
-        return turn;
-    }
-};
 
 // The attributes of an instruction. The words are made once per call: a circuit may have a million gates.
 struct Words {

@@ -135,6 +135,22 @@ def reduced(
     interval: float = 0.05,
     signals: bool = False,
 ) -> np.ndarray: ...
+def run_batch(
+    programs: Sequence[_Program],
+    gates: Sequence[int],
+    angles: np.ndarray | None,
+    threads: int,
+    initial: _StateVector | None,
+    seeds: Sequence[int],
+    qubits: Sequence[Sequence[int]],
+    outcomes: np.ndarray,
+    observables: Sequence[Sequence[Observable]],
+    values: np.ndarray,
+    states: Sequence[_StateVector],
+    function: Callable[[int, int], Any] | None = None,
+    interval: float = 0.05,
+    signals: bool = False,
+) -> tuple[int, BaseException | None, tuple[int, str] | None]: ...
 def prepare(state: _StateVector, data: np.ndarray, qubits: Sequence[int]) -> None: ...
 def qram(state: _StateVector, data: np.ndarray, qubits: Sequence[int], naddress: int) -> None: ...
 def binary_qram(state: _StateVector, data: np.ndarray, qubits: Sequence[int], naddress: int) -> None: ...
