@@ -23,14 +23,14 @@ _LARGE = 2**10
 _LARGEST_SINGLE = float(np.finfo(np.float32).max)
 
 
-def require_circuit(circuit: Any) -> Circuit:
+def require_circuit(circuit: Any, name: str = "circuit") -> Circuit:
     """Return `circuit` if it is one."""
     if isinstance(circuit, Circuit):
         return circuit
     hint = "; Circuit.from_qasm reads a file or a text" if isinstance(circuit, str) else ""
     if type(circuit).__module__.startswith("qiskit."):
         hint = "; Circuit.from_qasm(qiskit.qasm2.dumps(circuit)) makes one of it"
-    raise TypeError(f"circuit must be a Circuit, got {checks.show(circuit)}{hint}")
+    raise TypeError(f"{name} must be a Circuit, got {checks.show(circuit)}{hint}")
 
 
 def require_fusion(fusion: Any) -> bool:

@@ -16,7 +16,7 @@ from ..instructions.expand import basic
 from ..instructions.flow import Save, bodies_of, leaves, with_params
 from ..instructions.instruction import Instruction
 from ..machine import memory
-from ..results.plan import Plan
+from ..results.plan import Pass, Plan
 from .compile import compiled, described
 from .segments import Block, Part, Saving, Segments, Stretch, gates_of, segmented
 
@@ -85,9 +85,20 @@ class Prepared:
 
     def bind(self, circuit: Circuit) -> None:
         """Take over the angles of a circuit that was bound from the same template."""
-        template, sites = circuit._template, self._sites
         self.plan = None  # that of a fused run follows from the angles too
-        assert template is not None and sites is not None
+        for program, (gates, _), angles in zip(self.programs, self.sites, self.angles_of(circuit)):
+            program.set_angles(gates, angles)
+
+    @property
+    def sites(self) -> list[Sites]:
+        """For each program where its angles come from, where `can_be_bound`."""
+        assert self._sites is not None
+        return self._sites
+
+    def angles_of(self, circuit: Circuit) -> list[list[float]]:
+        """Return for each program the angles that a circuit of the same template gives it, gate after gate."""
+        template = circuit._template
+        assert template is not None
         angles: list[tuple[Any, ...]] = []  # of each gate
         for position, values in zip(template.dependent, circuit._template_params):
             step = template.instructions[position]
@@ -96,8 +107,24 @@ class Prepared:
             else:
                 whole = gates_of(_parts(with_params(step, values)))
                 angles.extend([part.params for part in whole if part.name in _ANGLED])
-        for program, (gates, places) in zip(self.programs, sites):
-            program.set_angles(gates, list(chain.from_iterable([angles[place] for place in places])))
+        return [list(chain.from_iterable([angles[place] for place in places])) for _, places in self.sites]
+
+    def planned(self, threads: int) -> Plan:
+        """Return how so many threads carry the programs out."""
+        if self.plan is not None and self.plan[0] == threads:
+            return self.plan[1]
+        active = self.segments.active
+        gates, sweeps = 0, 0.0
+        passes: list[Pass] = []
+        for program in self.programs:
+            more, pieces = program.plan(len(active), threads)
+            sweeps += more
+            for first, last, local, _ in pieces:
+                passes.append(Pass(gates + first, gates + last, tuple([active[place] for place in local])))
+            gates += len(program)
+        plan = Plan(gates, tuple(passes), sweeps)
+        self.plan = threads, plan
+        return plan
 
 
 def _parts(step: Instruction) -> Iterable[Part]:

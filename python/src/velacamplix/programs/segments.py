@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable, Iterator, Sequence
+from collections.abc import Container, Iterable, Iterator, Sequence
 from dataclasses import dataclass, field
 from functools import cached_property
 from itertools import chain
@@ -69,6 +69,13 @@ class Measurement:
     def qubits(self) -> tuple[int, ...]:
         """Those whose outcome must be known now."""
         return tuple(qubit for qubit, _ in self.now)
+
+    def put_off(self, readings: dict[int, int], active: Container[int]) -> None:
+        """Note the bits that can be read in the end, each with its qubit; of one that is not active they are 0."""
+        for qubit, clbit in self.later:
+            readings.pop(clbit, None)
+            if qubit in active:
+                readings[clbit] = qubit
 
 
 @dataclass

@@ -218,10 +218,9 @@ class Branching:
         """Share out the branch's shots among the outcomes of a step; with one outcome the branch just goes on."""
         if isinstance(step, Measurement):
             branch.measured.update(step.last)
-            for qubit, clbit in step.later:
+            for _, clbit in step.later:
                 branch.write(clbit, 0)
-                if qubit in self._segments.place:
-                    branch.readings[clbit] = qubit
+            step.put_off(branch.readings, self._segments.place)
         places = self._places[branch.step - 1]
         if not places:
             return None

@@ -41,21 +41,36 @@ class Observed(NamedTuple):
 
     def warn(self, active: Sequence[int], measured: Iterable[Set[int]], stacklevel: int) -> None:
         """Warn of terms that are 0 only because of one of the sets of measured qubits; `stacklevel` as of the caller."""
-        lost = self.lost(active, measured)
-        if lost:
-            listed = shortened(", ".join(map(str, sorted(lost))))
-            warnings.warn(
-                f"terms with X or Y count 0 on qubits that are measured at the end, here {listed}: expectation values "
-                "are those after all instructions. For the values before a measurement leave it away, or ask the state, "
-                "which shows no measurement at the end: run(...).state.expectation(...)",
-                UserWarning,
-                stacklevel=stacklevel + 1,
-            )
+        Lost({None: self.lost(active, measured)}).warn(stacklevel + 1)
 
     def shaped(self, values: np.ndarray) -> Any:
         """Return the values as the observables came: a number for one, an array for a list."""
         numbers = values if any(observable.is_complex for observable in self.observables) else values.real.copy()
         return numbers if self.are_many else numbers[0].item()
+
+
+class Lost(dict[str | None, set[int]]):
+    """Measured qubits because of which, and of nothing else, terms are 0: by the name of a save, None for the end."""
+
+    def add(self, name: str | None, qubits: Iterable[int]) -> None:
+        """Note more qubits."""
+        self.setdefault(name, set()).update(qubits)
+
+    def warn(self, stacklevel: int) -> None:
+        """Warn of these terms; `stacklevel` as of the caller."""
+        for name, qubits in self.items():
+            listed = shortened(", ".join(map(str, sorted(qubits))))
+            at_the_end = (
+                f"terms with X or Y count 0 on qubits that are measured at the end, here {listed}: expectation values "
+                "are those after all instructions. For the values before a measurement leave it away, or ask the state, "
+                "which shows no measurement at the end: run(...).state.expectation(...)"
+            )
+            before = (
+                f"saved {checks.show(name)}: terms with X or Y count 0 on qubits that have been measured, here {listed}; "
+                "save before the measurement for the values there"
+            )
+            if qubits:
+                warnings.warn(at_the_end if name is None else before, UserWarning, stacklevel=stacklevel + 1)
 
 
 def checked(observables: Any, n_qubits: int, argument: str = "observables") -> Observed:

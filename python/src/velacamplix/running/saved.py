@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import warnings
 from collections.abc import Iterator, Mapping, Sequence
 from typing import Any
 
@@ -113,12 +112,12 @@ class Saver:
         If all of it together would not fit, before the run has begun.
     """
 
-    def __init__(self, segments: Segments, n_qubits: int, precision: Precision) -> None:
+    def __init__(self, segments: Segments, n_qubits: int, precision: Precision, lost: observing.Lost) -> None:
         self._active, self._n_qubits = segments.active, n_qubits
         self._places = {qubit: place for place, qubit in enumerate(segments.active)}
         self._kept: dict[str, Kept] = {}
         self._observed: dict[str, observing.Observed] = {}
-        self._lost: dict[str, set[int]] = {}  # measured qubits that an observable has X or Y on
+        self._lost = lost
         needed = 0
         for step in segments.steps:
             if isinstance(step, Saving):
@@ -144,22 +143,14 @@ class Saver:
                 kept.add(self._distribution(branch.state, step.source.qubits), shots)
             else:
                 observed = self._observed[detail.label]
-                self._lost.setdefault(detail.label, set()).update(observed.lost(self._active, [measured]))
+                self._lost.add(detail.label, observed.lost(self._active, [measured]))
                 values = observing.values(branch.state, observed.on(self._active, measured))
                 kept.add(observed.shaped(values), shots)
         except MemoryError as error:
             raise MemoryError(f"{step.source.title}: {error}") from None
 
-    def saved(self, stacklevel: int) -> Saved:
-        """Return all that was kept, and warn of what was lost; `stacklevel` as of the caller."""
-        for name, qubits in self._lost.items():
-            if qubits:
-                warnings.warn(
-                    f"saved {checks.show(name)}: terms with X or Y count 0 on qubits that have been measured, here "
-                    f"{shortened(', '.join(map(str, sorted(qubits))))}; save before the measurement for the values there",
-                    UserWarning,
-                    stacklevel=stacklevel + 1,
-                )
+    def saved(self) -> Saved:
+        """Return all that was kept."""
         return Saved(self._n_qubits, self._active, self._kept)
 
     def _keep_state(self, kept: Kept, branch: Branch, measured: frozenset[int]) -> None:
