@@ -36,6 +36,7 @@ from .qasm.errors import QasmError
 from .results.counts import Counts
 from .results.estimate import Estimate
 from .results.plan import Pass, Plan, Timings
+from .running.batch_result import BatchResult
 from .running.result import Result
 from .running.run import run
 from .running.saved import Saved
@@ -65,6 +66,7 @@ _ROOMS = (
 )
 
 __all__ = [
+    "BatchResult",
     "Bits",
     "Channel",
     "Circuit",

@@ -117,6 +117,9 @@ print(resident("VmHWM") - before, {size})
         ("shots_of(18, 8 * MIB)", "pickle.dumps(given)", "64 * MIB + len(pickle.dumps(given.compact_state))"),
         ("Circuit(18).h(0).h(17)", "run(given, shots=8 * MIB, seed=1)", "64 * MIB"),
         ("Circuit(1, 2).h(0).measure(0, 0).h(0).measure(0, 1)", "run(given, shots=8 * MIB, seed=1)", "64 * MIB"),
+        ("Circuit(22).h(range(22)).rx(Parameter('a'), 0)", "run(given, values={'a': range(6)})", "64 * MIB"),
+        ("[Circuit(21).h(range(21))] * 3", "run(given)", "96 * MIB"),
+        ("[Circuit(16).h(range(16))] * 64", "run(given, threads=2)", "64 * MIB"),
     ],
 )
 def test_there_is_never_much_more_than_the_answer_in_the_core_either(given, answer, size):

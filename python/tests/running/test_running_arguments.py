@@ -3,16 +3,18 @@
 import numpy as np
 import pytest
 
-from velacamplix import Circuit, Instruction, Observable, Parameter, StateVector, run
+from velacamplix import Circuit, Observable, Parameter, StateVector, run
 
 CIRCUIT = Circuit(3, 3).h(0).cx(0, 1).measure(0, 0)
 
 
 @pytest.mark.parametrize("call", [run, StateVector(2).run])
-@pytest.mark.parametrize("value", [None, 3, 1.5, b"h", [Instruction("H", (0,))], Circuit, StateVector(1)])
+@pytest.mark.parametrize("value", [None, 3, 1.5, b"h", {0: CIRCUIT}, Circuit, StateVector(1)])
 def test_what_is_no_circuit(call, value):
     with pytest.raises(TypeError, match="circuit must be a Circuit, got"):
         call(value)
+    with pytest.raises(TypeError, match=r"circuit(\[0\])? must be a Circuit, got"):
+        call([value])
 
 
 @pytest.mark.parametrize("call", [run, StateVector(2).run])

@@ -36,6 +36,7 @@ BODY = (Instruction("X", (0,)),)
 def makers(i):
     """How to make one of each class, to call methods of."""
     return {
+        "BatchResult": lambda: run(Circuit(2).ry(Parameter("a"), 0).cx(0, 1), values={"a": [0.1 * i, 0.2]}, shots=30, seed=i),
         "Bits": lambda: Circuit(1, 2).bits(0),
         "Channel": lambda: velacamplix.Channel.thermal_relaxation(50.0, 70.0, 1.0 + i),
         "Circuit": lambda: Circuit(N_QUBITS, N_QUBITS).h(0).cx(0, 1).t(1),

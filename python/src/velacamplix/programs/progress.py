@@ -25,12 +25,13 @@ class Progress(NamedTuple):
     Attributes
     ----------
     done, total : int
-        Gates of a run; elsewhere the shots, terms, entries, amplitudes or bytes that the call is about. Where a run has split into groups
-        of shots with different outcomes, a gate that acted on one of them counts for that group's share of all shots. While a long circuit is planned, `done` stays where it is.
+        Gates of a run, runs of many; elsewhere the shots, terms, entries, amplitudes or bytes that the call is about. Where
+        a run has split into groups of shots with different outcomes, a gate that acted on one of them counts for that
+        group's share of all shots. While a long circuit is planned, `done` stays where it is.
     seconds : float
         Since the work was begun.
     rate : float
-        Gates, shots, terms, entries, amplitudes or bytes per second.
+        Gates, runs, shots, terms, entries, amplitudes or bytes per second.
     remaining : float or None
         Seconds that are left at this rate; None if it is 0.
 

@@ -15,9 +15,10 @@ from ..states.base import Qubits, StateBase, highest_first
 from ..states.overlaps import other_state
 from ..states.parts import places
 from ..states.statevector import StateVector
+from .final import Final
 
 
-class Answers:
+class Answers(Final):
     """Questions to the final state, as `Result.state` has it: measurements at the end do not show.
 
     Qubits are the circuit's. Those that are not active are 0 and need no memory.
@@ -25,31 +26,6 @@ class Answers:
 
     n_qubits: int
     active_qubits: tuple[int, ...]
-    _state: StateVector | None
-
-    @property
-    def compact_state(self) -> StateVector:
-        """The final state of the active qubits alone: its qubit q is qubit ``active_qubits[q]`` of the circuit.
-
-        Raises
-        ------
-        RuntimeError
-            If there is none, because outcomes in the middle of the circuit differ from shot to shot.
-
-        Examples
-        --------
-        >>> from velacamplix import Circuit, run
-        >>> result = run(Circuit(40).h(20))
-        >>> result.active_qubits, result.compact_state.array.round(6).tolist()
-        ((20,), [(0.707107+0j), (0.707107+0j)])
-        """
-        if self._state is None:
-            raise RuntimeError(
-                "there is no one final state: the circuit measures or resets qubits in its middle, and the state "
-                "depends on the outcome, which differs from shot to shot. The counts tell how often each came, and "
-                "run(..., observables=...) the means of expectation values"
-            )
-        return self._state
 
     def overlap(
         self,

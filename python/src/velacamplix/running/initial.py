@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Sequence
+from copy import copy
 from typing import Any
 
 import numpy as np
@@ -10,6 +11,7 @@ import numpy as np
 from ..basics import amplitude_order, arrays, checks
 from ..basics.types import Order
 from ..core import extension
+from ..machine import memory
 from ..states.statevector import StateVector
 
 InitialLike = int | str | Sequence[complex] | np.ndarray | StateVector | None
@@ -45,6 +47,23 @@ class Start:
         if self._amplitudes is not None:
             self.nonzero = tuple(range(n_qubits))
         self.is_zero = self._amplitudes is None and not self.nonzero
+
+    def on(self, active: Sequence[int]) -> str | None:
+        """Return what tells the states of these qubits apart that would be prepared, None for |0...0>."""
+        if self._product is None:
+            return None if self._amplitudes is None else "amplitudes"
+        product = "".join([self._product[qubit] for qubit in active])
+        return product if product.strip("0") else None
+
+    def kept(self) -> Start:
+        """Return the same, whatever becomes of what it was made from."""
+        if self._amplitudes is None:
+            return self
+        given = self._amplitudes
+        memory.require_bytes((given.array if isinstance(given, StateVector) else given).nbytes, "a copy of the initial state")
+        own = copy(self)
+        own._amplitudes = given.copy()
+        return own
 
     def prepare(self, state: StateVector, active: Sequence[int]) -> None:
         """Set a state of the active qubits, which is in basis state 0 so far."""

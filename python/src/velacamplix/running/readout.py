@@ -61,6 +61,11 @@ class Readout:
             state._draw(sampled, self.qubits)
             shot_rows.assemble(rows[start:stop], self._sources, sampled, len(self.qubits))
 
+    @property
+    def bytes_per_shot(self) -> int:
+        """Of what `rows` makes."""
+        return 0 if self._sources is None else 8 * self._words
+
     def rows(self, sampled: np.ndarray) -> np.ndarray:
         """Return the outcomes, one row of words for each number that was drawn of `qubits`."""
         if self._sources is None:

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from typing import Any
 
 import numpy as np
@@ -88,7 +88,7 @@ class Result(Answers, Stored, Guiding):
         threads: int,
         active_qubits: tuple[int, ...],
         rows: np.ndarray | None,
-        state: StateVector | None,
+        state: StateVector | Callable[[], StateVector] | None,
         measured: frozenset[int],
         measured_bits: tuple[int, ...],
         readings: dict[int, int],
@@ -398,11 +398,6 @@ class Result(Answers, Stored, Guiding):
         return self._rows
 
     # State
-
-    @property
-    def has_state(self) -> bool:
-        """Whether there is one final state: outcomes in the middle of the circuit, if any, were certain."""
-        return self._state is not None
 
     @property
     def state(self) -> StateVector:

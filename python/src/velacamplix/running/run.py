@@ -1,47 +1,85 @@
-"""Runs a circuit with everything in it: measurements, resets, conditions, idle qubits."""
+"""Runs circuits with everything in them: measurements, resets, conditions, idle qubits."""
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+import secrets
+import sys
+from collections.abc import Mapping, Sequence
+from typing import Any, overload
 
 from ..basics import checks
 from ..basics.types import Order, Precision, Seed
 from ..circuit.circuit import Circuit
+from ..instructions.expression import Parameter
+from ..instructions.parameter_vector import ParameterVector
 from ..machine import limits
 from ..observables.observable import ObservableLike
 from ..programs.compile import require_circuit, require_fusion
 from ..programs.progress import ProgressLike
 from ..programs.progress import checked as checked_progress
 from . import observing
+from .batch import require_results, run_many
+from .batch_result import BatchResult
 from .initial import InitialLike, Start
 from .result import Result
+from .sets import bound, sets_of_values
 from .single import Request, run_alone
 
 __all__ = ["run"]
 
+ObservablesLike = None | ObservableLike | Sequence[ObservableLike]
+
+
+@overload
+def run(
+    circuit: Circuit, shots: int | None = None, seed: Seed | None = None, threads: int | None = None,
+    precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
+    progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
+) -> Result: ...  # fmt: skip
+
+
+@overload
+def run(
+    circuit: Sequence[Circuit], shots: int | None = None, seed: Seed | None = None, threads: int | None = None,
+    precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
+    progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
+) -> list[Result]: ...  # fmt: skip
+
+
+@overload
+def run(
+    circuit: Circuit, shots: int | None = None, seed: Seed | None = None, threads: int | None = None,
+    precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
+    progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, *,
+    values: Mapping[Any, Any],
+) -> BatchResult: ...  # fmt: skip
+
 
 def run(
-    circuit: Circuit,
+    circuit: Circuit | Sequence[Circuit],
     shots: int | None = None,
     seed: Seed | None = None,
     threads: int | None = None,
     precision: Precision = "double",
-    observables: None | ObservableLike | Sequence[ObservableLike] = None,
+    observables: ObservablesLike = None,
     initial: InitialLike = None,
     progress: ProgressLike = None,
     fusion: bool = False,
     initial_order: Order | None = None,
-) -> Result:
-    """Run a circuit.
+    values: Mapping[str | Parameter | ParameterVector, Any] | None = None,
+) -> Result | list[Result] | BatchResult:
+    """Run a circuit, a list of circuits, or a circuit with many sets of numbers for its parameters.
 
     Parameters
     ----------
-    circuit : Circuit
+    circuit : Circuit or sequence of Circuit
         With measurements, resets, conditions, decisions and loops anywhere. Qubits that no gate touches take no memory.
+        Circuits of a list may differ in everything; all other arguments hold for each of them. At most 1,000,000.
     shots : int, optional
         How many outcomes to draw, at least 1: of the classical bits, or of all qubits if nothing is measured.
     seed : int, numpy.random.Generator or numpy.random.SeedSequence, optional
-        As for `StateVector`. The same seed gives the same shots, whatever the number of threads.
+        As for `StateVector`. The same seed gives the same shots, whatever the number of threads. Of many runs each has a
+        seed of its own: run i the word i of ``numpy.random.SeedSequence(seed).generate_state(number of runs)``.
     threads : int, optional
         As for `StateVector`.
     precision : {"double", "single"}
@@ -55,7 +93,8 @@ def run(
         `StateVector.set_state` takes them, or a state, which is copied. By default all qubits are 0.
     progress : None, bool or callable
         True shows a bar on standard error once a second has passed. A function is called with a `Progress`, at most
-        every 50 ms, and once at the end; what it returns is ignored, an exception ends the run.
+        every 50 ms, and once at the end; what it returns is ignored, an exception ends the run. Of one run gates are
+        counted, of many runs.
     fusion : bool
         Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
         rounding. The bits then follow from the circuit, its number of qubits and the precision; neither the number of
@@ -64,19 +103,25 @@ def run(
         Whether qubit 0 is the highest bit of the number, text or index that `initial` is, or the lowest. By default the
         highest of a number or text, and the lowest of an index, as in `StateVector.array`; an array without it gives a
         FutureWarning, in this version only, where the two would be different states.
+    values : dict, optional
+        Sets of numbers for the parameters of one circuit, which is run with each: from every parameter, by its name or as
+        `Parameter`, to an array with one number for each set, or to one number that stands in all sets; from a
+        `ParameterVector` to an array of shape (number of sets, its length).
 
     Returns
     -------
-    Result
-        Counts, shots, final state, expectation values, what was saved, timings and plan.
+    Result, list of Result or BatchResult
+        Counts, shots, final state, expectation values, what was saved, timings and plan; of a list of circuits a list in
+        its order; of `values` a `BatchResult`, a sequence with one for each set.
 
     Raises
     ------
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
-        are no shots although outcomes in the middle of the circuit differ.
+        are no shots although outcomes in the middle of the circuit differ. Of many runs, a note of the exception tells
+        which one it is about.
     MemoryError
-        If the state, the shots or what the circuit saves do not fit.
+        If the states, the shots or what the circuit saves do not fit.
     RuntimeError
         If a loop goes round more often than its ``max_iterations``.
     KeyboardInterrupt
@@ -93,6 +138,13 @@ def run(
     The groups take their own ways through `Circuit.if_`, `Circuit.switch` and `Circuit.while_`; one with fewer shots is
     followed to its end before one with more. Random numbers are drawn in this order, whatever the number of threads.
 
+    Each of many runs gives what a run of its own with its seed gives, bit for bit, whatever the number of threads. Those of
+    fewer than 18 active qubits go side by side, one on each thread; of 18 and more, one after another, each on all threads.
+    So do those of circuits without gates, with saves, or where an outcome is needed before the end. Circuits that were bound
+    from one circuit have one program and one plan. Where runs go together, `timings` are an equal share of what all took,
+    shots and expectation values counted as ``simulate``. Results of a list keep their states; those of `values` make them
+    when they are asked for, by another run.
+
     Examples
     --------
     >>> from velacamplix import Circuit, run
@@ -105,20 +157,44 @@ def run(
     ...     _ = coin_until_one.measure(0, 0)
     >>> run(coin_until_one, shots=1000, seed=1).counts["1"]
     1000
+    >>> [result.counts for result in run([Circuit(2).x(0), Circuit(1)], shots=10)]
+    [{'10': 10}, {'0': 10}]
+    >>> circuit = Circuit(1).ry(Parameter("angle"), 0)
+    >>> run(circuit, values={"angle": [0, 1, 2]}, observables="Z0").expectation_values.round(6).tolist()
+    [1.0, 0.540302, -0.416147]
     """
-    require_circuit(circuit)
+    are_many = not isinstance(circuit, Circuit) and checks.is_list(circuit)
+    listed = checks.sequence(circuit, "circuit", of="circuits") if are_many else [circuit]
+    circuits = [require_circuit(one, f"circuit[{i}]" if are_many else "circuit") for i, one in enumerate(listed)]
+    if are_many and values is not None:
+        raise TypeError(f"values can be given for one circuit only, got them for a list of {len(circuits)}")
+    sizes = {one.n_qubits for one in circuits}
+    starts = {size: Start(initial, size, initial_order) for size in sizes}
     request = Request(
         None if shots is None else checks.shots(shots, minimum=1),
         checks.seed(seed),
         limits.thread_count(threads),
         checks.precision(precision),
-        None if observables is None else observing.checked(observables, circuit.n_qubits),
-        Start(initial, circuit.n_qubits, initial_order),
+        None if observables is None else observing.checked(observables, min(sizes, default=sys.maxsize)),
+        starts[circuits[0].n_qubits] if circuits else Start(None, 0, None),
         progress,
         require_fusion(fusion),
     )
     checked_progress(progress)
+
     lost = observing.Lost()
-    result = run_alone(circuit, request, lost)
+    result: Result | list[Result] | BatchResult
+    if not are_many and values is None:
+        result = run_alone(circuits[0], request, lost)
+    else:
+        own_seed = secrets.randbits(32) if request.seed is None else request.seed
+        if values is None:
+            result = run_many(circuits, "circuit[{}]", own_seed, request, starts, True, lost)
+        else:
+            sets = sets_of_values(circuits[0].parameters, values)
+            require_results(len(next(iter(sets.values()))), request.shots)
+            starts = {size: start.kept() for size, start in starts.items()}
+            members = run_many(bound(circuits[0], sets), "set {} of values", own_seed, request, starts, False, lost)
+            result = BatchResult(members, sets, None if shots is None else own_seed, request.observed)
     lost.warn(stacklevel=2)
     return result

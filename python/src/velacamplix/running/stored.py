@@ -17,6 +17,7 @@ from ..results.plan import Pass, Plan, Timings
 from ..states.base import StateBase
 from ..states.files import about, read_state, require_about, state_arrays
 from ..states.statevector import StateVector
+from .final import Final
 from .saved import Kept, Saved
 
 # More qubits or bits no circuit has.
@@ -25,7 +26,7 @@ _MOST_BITS = 1_000_000
 _BYTES_PER_CHARACTER = 64
 
 
-class Stored:
+class Stored(Final):
     """One .npz file for each result, which NumPy reads, too."""
 
     def save(self, path: str | os.PathLike[str], progress: ProgressLike = None) -> None:
@@ -65,7 +66,7 @@ class Stored:
         >>> again.counts == result.counts, again.expectation_values == result.expectation_values
         (True, True)
         """
-        arrays = _written(vars(self))
+        arrays = _written({**vars(self), "_state": self.compact_state if self.has_state else None})
         with metered(progress, sum(array.nbytes for array in arrays.values()), "bytes") as meter:
             npz.write(path, arrays, lambda size: (meter.advance(size), meter.tell()))
 

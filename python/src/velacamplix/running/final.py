@@ -1,0 +1,45 @@
+"""The final state of a run, which there may not be, or not yet."""
+
+from __future__ import annotations
+
+from collections.abc import Callable
+
+from ..states.statevector import StateVector
+
+
+class Final:
+    """Has the final state of the active qubits; a function makes it where it is not kept, once it is asked for."""
+
+    _state: StateVector | Callable[[], StateVector] | None
+
+    @property
+    def has_state(self) -> bool:
+        """Whether there is one final state: outcomes in the middle of the circuit, if any, were certain."""
+        return self._state is not None
+
+    @property
+    def compact_state(self) -> StateVector:
+        """The final state of the active qubits alone: its qubit q is qubit ``active_qubits[q]`` of the circuit.
+
+        Raises
+        ------
+        RuntimeError
+            If there is none, because outcomes in the middle of the circuit differ from shot to shot.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> result = run(Circuit(40).h(20))
+        >>> result.active_qubits, result.compact_state.array.round(6).tolist()
+        ((20,), [(0.707107+0j), (0.707107+0j)])
+        """
+        state = self._state
+        if state is None:
+            raise RuntimeError(
+                "there is no one final state: the circuit measures or resets qubits in its middle, and the state "
+                "depends on the outcome, which differs from shot to shot. The counts tell how often each came, and "
+                "run(..., observables=...) the means of expectation values"
+            )
+        if not isinstance(state, StateVector):
+            self._state = state = state()
+        return state
