@@ -58,7 +58,8 @@ slopes = np.linspace(0.2, 1.6, 29)
 best = {}
 for layers in (1, 2, 4, 8, 16):
     circuit = qaoa(layers)
-    values = [run(circuit.bind(ramp(layers, slope)), observables=cost).expectation_values for slope in slopes]
+    ramps = np.array([ramp(layers, slope) for slope in slopes])
+    values = run(circuit, values=dict(zip(circuit.parameters, ramps.T)), observables=cost).expectation_values
     best[layers] = (max(values), slopes[int(np.argmax(values))])
     print(f"{layers:2} layers: {max(values):6.3f} of {largest} edges cut on average, slope {best[layers][1]:.2f}")
 
