@@ -1,0 +1,88 @@
+"""Density matrices as a sum over Kraus operators, in plain NumPy: what exact noise is held against; and random noise."""
+
+import numpy as np
+
+from velacamplix import Channel, Circuit, Instruction
+
+
+def on_all(operator, qubits, n_qubits):
+    """Return an operator on all qubits; qubit j of the given one, bit j of a row's number, is qubits[j]."""
+    size = 2**n_qubits
+    whole = np.zeros((size, size), dtype=complex)
+    for column in range(size):
+        inside = sum((column >> qubit & 1) << j for j, qubit in enumerate(qubits))
+        outside = column & ~sum(1 << qubit for qubit in qubits)
+        for row in range(2 ** len(qubits)):
+            place = outside | sum((row >> j & 1) << qubit for j, qubit in enumerate(qubits))
+            whole[place, column] += operator[row, inside]
+    return whole
+
+
+def operators(step, n_qubits):
+    """Return the Kraus operators of a channel, a reset, a measurement whose outcome nobody learns, or a gate."""
+    zero, one, lowered = np.diag([1, 0]), np.diag([0, 1]), np.array([[0, 1], [0, 0]])
+    if step.name == "channel":
+        return [on_all(operator, step.qubits, n_qubits) for operator in step.detail.kraus()]
+    if step.name in ("reset", "measure"):
+        (qubit,) = step.qubits
+        second = lowered if step.name == "reset" else one
+        return [on_all(zero, [qubit], n_qubits), on_all(second, [qubit], n_qubits)]
+    return [Circuit(n_qubits).append(step).to_matrix()]
+
+
+def density(steps, n_qubits, start=None):
+    """Return the density matrix after all steps; entry (i, j) is <i|rho|j>, qubit q is bit q."""
+    size = 2**n_qubits
+    rho = np.zeros((size, size), dtype=complex)
+    rho[0, 0] = 1
+    rho = rho if start is None else np.array(start)
+    for step in steps:
+        rho = sum(kraus @ rho @ kraus.conj().T for kraus in operators(step, n_qubits))
+    return rho
+
+
+def random_unitary(rng, size):
+    return np.linalg.qr(rng.normal(size=(size, size)) + 1j * rng.normal(size=(size, size)))[0]
+
+
+def random_channels(rng):
+    """Return one channel of each kind, on 1 to 4 qubits."""
+    columns = random_unitary(rng, 8)[:, :4]
+    return [
+        Channel.depolarizing(0.1), Channel.depolarizing(1.2), Channel.depolarizing(0.2, 2), Channel.depolarizing(0.2, 3),
+        Channel.depolarizing(0.3, 4), Channel.bit_flip(0.2), Channel.phase_flip(0.1),
+        Channel.pauli({"X": 0.1, "Y": 0.2, "Z": 0.05}), Channel.pauli({"XY": 0.1, "ZI": 0.2, "YZ": 0.05}),
+        Channel.phase_damping(0.2), Channel.amplitude_damping(0.3), Channel.generalized_amplitude_damping(0.2, 0.3),
+        Channel.thermal_relaxation(50, 60, 20, 0.1), Channel.reset(0.2, 0.1), Channel.coherent(random_unitary(rng, 2)),
+        Channel.coherent(random_unitary(rng, 4)),
+        Channel.from_unitaries([0.3, 0.7], [random_unitary(rng, 4), random_unitary(rng, 4)]),
+        Channel.from_kraus([columns[:4], columns[4:]]), Channel.amplitude_damping(0.3).tensor(Channel.bit_flip(0.1)),
+    ]  # fmt: skip
+
+
+# Angles and qubits of the gates that random circuits have.
+GATES = {
+    "h": (0, 1), "x": (0, 1), "y": (0, 1), "z": (0, 1), "s": (0, 1), "t": (0, 1), "sx": (0, 1), "rx": (1, 1), "ry": (1, 1),
+    "rz": (1, 1), "u": (3, 1), "cx": (0, 2), "cz": (0, 2), "swap": (0, 2), "cp": (1, 2), "rzz": (1, 2), "rxx": (1, 2),
+    "ryy": (1, 2), "iswap": (0, 2), "cy": (0, 2), "crz": (1, 2), "ccx": (0, 3), "gphase": (1, 0), "cswap": (0, 3),
+}  # fmt: skip
+
+
+def random_noisy_steps(rng, n_qubits, length):
+    """Return gates and channels on random qubits."""
+    channels = [channel for channel in random_channels(rng) if channel.n_qubits <= n_qubits]
+    names = [name for name, (_, qubits) in GATES.items() if qubits <= n_qubits]
+    steps = []
+    for _ in range(length):
+        if rng.random() < 0.45:
+            channel = channels[rng.integers(len(channels))]
+            steps.append(
+                Instruction("channel", tuple(rng.permutation(n_qubits)[: channel.n_qubits].tolist()), detail=channel)
+            )
+        else:
+            name = names[rng.integers(len(names))]
+            angles, qubits = GATES[name]
+            circuit = Circuit(n_qubits)
+            getattr(circuit, name)(*rng.uniform(-7, 7, angles).tolist(), *rng.permutation(n_qubits)[:qubits].tolist())
+            steps.append(circuit[0])
+    return steps
