@@ -41,6 +41,7 @@ from .running.result import Result
 from .running.run import run
 from .running.saved import Saved
 from .states.apply import UnsupportedInstruction
+from .states.densitymatrix import DensityMatrix
 from .states.parts import Schmidt
 from .states.statevector import StateVector
 
@@ -74,6 +75,7 @@ __all__ = [
     "CompoundCondition",
     "Condition",
     "Counts",
+    "DensityMatrix",
     "Estimate",
     "Expression",
     "GateDefinition",

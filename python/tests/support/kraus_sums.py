@@ -86,3 +86,66 @@ def random_noisy_steps(rng, n_qubits, length):
             getattr(circuit, name)(*rng.uniform(-7, 7, angles).tolist(), *rng.permutation(n_qubits)[:qubits].tolist())
             steps.append(circuit[0])
     return steps
+
+
+def by_outcome(steps, n_qubits, groups=None):
+    """Return for every value of the classical bits the matrix that goes with it, its trace being the probability.
+
+    Measurements, misread or not, resets, conditions, decisions and loops are taken literally, one outcome at a time.
+    """
+    size = 2**n_qubits
+    if groups is None:
+        rho = np.zeros((size, size), dtype=complex)
+        rho[0, 0] = 1
+        groups = {0: rho}
+    for step in steps:
+        found = {}
+        for bits, rho in groups.items():
+            if step.condition is not None and not step.condition.holds(bits):
+                parts = {bits: rho}
+            else:
+                parts = _after(step, n_qubits, bits, rho)
+            for value, part in parts.items():
+                found[value] = found.get(value, 0) + part
+        groups = {bits: rho for bits, rho in found.items() if rho.trace().real > 1e-14}
+    return groups
+
+
+def _after(step, n_qubits, bits, rho):
+    detail = step.detail
+    if step.name == "measure":
+        flips = [(0.0, 0.0)] * len(step.qubits) if detail is None else detail.flips
+        parts = {bits: rho}
+        for qubit, clbit, (up, down) in zip(step.qubits, step.clbits, flips):
+            found = {}
+            for before, part in parts.items():
+                for outcome in (0, 1):
+                    kept = on_all(np.diag([1 - outcome, outcome]), [qubit], n_qubits)
+                    for read in (0, 1):
+                        share = (up, down)[outcome] if read != outcome else 1 - (up, down)[outcome]
+                        after = before & ~(1 << clbit) | read << clbit
+                        if share:
+                            found[after] = found.get(after, 0) + share * (kept @ part @ kept)
+            parts = found
+        return parts
+    if step.name == "if":
+        return by_outcome(detail.body if detail.condition.holds(bits) else detail.otherwise, n_qubits, {bits: rho})
+    if step.name == "while":
+        ended, going = {}, {bits: rho}
+        for _ in range(200):
+            for value in [value for value in going if not detail.condition.holds(value)]:
+                ended[value] = ended.get(value, 0) + going.pop(value)
+            going = by_outcome(detail.body, n_qubits, going) if going else {}
+        return ended
+    if step.name == "switch":
+        value = sum((bits >> clbit & 1) << i for i, clbit in enumerate(detail.clbits))
+        bodies = [body for values, body in detail.cases if value in values] or [detail.default]
+        return by_outcome(bodies[0], n_qubits, {bits: rho})
+    if step.name == "barrier":
+        return {bits: rho}
+    plain = step._replace(condition=None)
+    if step.name == "reset":
+        for qubit in step.qubits:
+            rho = density([Instruction("reset", (qubit,))], n_qubits, rho)
+        return {bits: rho}
+    return {bits: density([plain], n_qubits, rho)}

@@ -14,7 +14,9 @@ import tempfile
 from collections.abc import Iterator
 
 import velacamplix
-from velacamplix import Circuit, Counts, GateDefinition, Instruction, Observable, Parameter, StateVector, run
+from velacamplix import Circuit, Counts, DensityMatrix, GateDefinition, Instruction, Observable, Parameter, StateVector, run
+from velacamplix.instructions.gate_methods import GateMethods
+from velacamplix.instructions.many_qubit_methods import ManyQubitMethods
 
 ROUNDS, STRETCHES = 20, 4
 # States of 256 KiB: ten of them stand out from what the C library keeps.
@@ -44,6 +46,7 @@ def makers(i):
         "CompoundCondition": lambda: velacamplix.Condition((0,), i % 2) & velacamplix.Condition((1,), 1),
         "Condition": lambda: velacamplix.Condition((0, 1), i % 4),
         "Counts": lambda: Counts({"00": i + 1, "01": 3}),
+        "DensityMatrix": lambda: DensityMatrix(4, seed=i),
         "Estimate": lambda: velacamplix.Estimate(0.5, 0.1 + i),
         "Expression": lambda: 2 * Parameter("x") + i,
         "GateDefinition": lambda: GateDefinition(f"own{i}", Circuit(2).ry(0.1 + i, 0).cx(0, 1)),
@@ -77,9 +80,10 @@ def makers(i):
 def arguments(i, path):
     """By name of the parameter, or of the method and the parameter."""
     turn = 0.1 + 0.001 * i
-    stored = {kind: f"{path}.{kind}.npz" for kind in ("StateVector", "Result")}
+    stored = {kind: f"{path}.{kind}.npz" for kind in ("StateVector", "Result", "DensityMatrix")}
     if not os.path.exists(stored["Result"]):
         StateVector(N_QUBITS).h(0).save(stored["StateVector"])
+        DensityMatrix(4).h(0).save(stored["DensityMatrix"])
         run(Circuit(N_QUBITS).h(0), shots=10, seed=1).save(stored["Result"])
     return {
         "qubit": 0, "qubit1": 0, "qubit2": 1, "control": 7, "control1": 8, "control2": 9, "control3": 6, "target": 2,
@@ -98,6 +102,10 @@ def arguments(i, path):
         "StateVector.prepare.data": [math.cos(turn), 0, 0, math.sin(turn)], "StateVector.qram.data": [[turn, 0.5]] * 4,
         "StateVector.binary_qram.data": [0, 1, i % 2, 1], "StateVector.project.value": 0,
         "StateVector.set_basis_state.state": i, "StateVector.set_state.array": [1.0] + [0.0] * (2**N_QUBITS - 1),
+        "DensityMatrix.from_array.matrix": [[0.5, 0.1], [0.1, 0.5]], "DensityMatrix.from_statevector.state": StateVector(3).h(0),
+        "DensityMatrix.project.value": 0, "DensityMatrix.project_then_reset.value": 0, "DensityMatrix.set_state.array": [1.0] + [0.0] * 15,
+        "DensityMatrix.set_basis_state.state": i % 16, "DensityMatrix.run.circuit": Circuit(2, 1).h(0).rx(turn, 1).measure(0, 0).reset(0),
+        "DensityMatrix.overlap.other": DensityMatrix(4).rx(turn, 1), "DensityMatrix.fidelity.other": DensityMatrix(4).rx(turn, 1),
         "circuit": TEMPLATE.bind(x=turn, y=1.0), "other": Circuit(2).h(0), "instruction": Instruction("X", (0,)),
         "definition": GateDefinition(f"mine{i}", Circuit(2).rx(turn, 0).cx(0, 1)), "times": 2, "exponent": -2, "time": turn, "ParameterVector.named.values": [turn, 1.0, 2.0],
         "path_or_text": path, "Circuit.from_qasm.path_or_text": QASM % (i, i),
@@ -167,6 +175,10 @@ OTHERS = {
 }  # fmt: skip
 
 
+# The same functions as those of StateVector, which acts at once; on as few qubits as a density matrix has here not all fit.
+OTHERS |= {f"DensityMatrix.{word}" for kind in (GateMethods, ManyQubitMethods) for word in dir(kind) if not word.startswith("_")}
+
+
 def more(i):
     """Calls with what the ones above leave out."""
     turn = 0.1 + 0.001 * i
@@ -178,6 +190,7 @@ def more(i):
     run(measured.measure(1, 1), shots=20, precision="single").counts.most_likely(2)
     StateVector(N_QUBITS, "single", threads=2).run(bound).counts(5)
     Circuit(5).h(i % 5).rx(turn, 0).to_matrix()
+    DensityMatrix(4).h(i % 4).rx(turn, 1).cx(0, 1).pauli("XYZI").channel(velacamplix.Channel.depolarizing(turn, 2), [2, 0])
     bound.inverse().copy().compose(Circuit(1).h(0)).draw(width=80)
     Circuit.from_qasm(bound.to_qasm())
     for wrong in (lambda: StateVector(60), lambda: Circuit(1).x(i + 1), lambda: run(TEMPLATE), lambda: Observable("A")):

@@ -105,6 +105,22 @@ def require_state(n: int, precision: Precision, root: str = "/") -> None:
     raise MemoryError(message + ".")
 
 
+def require_density(n: int, precision: Precision, root: str = "/") -> None:
+    """Raise MemoryError if a density matrix of `n` qubits, 4**n entries, does not fit; the message tells what does."""
+    if 2 * n < SMALL_BYTES.bit_length() and BYTES_PER_AMPLITUDE[precision] << 2 * n <= SMALL_BYTES:
+        return
+    memory = limits.memory(root)
+    most = largest_n(precision, memory.usable)
+    if most is not None and 2 * n <= most:
+        return
+    raise MemoryError(
+        f"a density matrix of n={checks.digits(n)} qubits in {precision} precision needs {_state_size(2 * n, precision)}; "
+        f"{_available(memory)}, of which the library counts on {human(memory.usable)}. "
+        f"{_fits('The largest n that fits', None if most is None else most // 2, precision)}. The other way out: "
+        'run(circuit, method="trajectories"), which follows states of 2**n amplitudes.'
+    )
+
+
 def require_bytes(needed: int, what: str, root: str = "/") -> None:
     """Raise MemoryError if `needed` bytes for `what`, a buffer outside the state, are not available."""
     if needed <= SMALL_BYTES:

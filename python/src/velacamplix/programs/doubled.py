@@ -19,6 +19,7 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
+from ..channels.forms import pauli_matrix
 from ..instructions.gates import GATES
 from ..instructions.instruction import Instruction
 
@@ -32,6 +33,8 @@ _FROM_BELL: Matrix = _TO_BELL.conj().T
 _TO_REAL: NDArray[Any] = np.array([1, 1, 1, 1j])
 # What rounding leaves where a number should be 0, or two should be equal.
 _ROUNDING = 2e-15
+
+_PAULIS = {letter: pauli_matrix(letter) for letter in "IXYZ"}
 
 # What is not a gate of the library and acts on a qubit alone, on entries numbered 2 * bra + ket.
 _RESET: Matrix = np.array([[1, 0, 0, 1], [0] * 4, [0] * 4, [0] * 4], dtype=complex)
@@ -80,6 +83,8 @@ class _Rewriting:
             if step.name in ("reset", "measure"):
                 for qubit in step.qubits:
                     self._alone(qubit, _RESET if step.name == "reset" else _MEASURED)
+            elif step.name == "channel" and self._is_at_home(step):
+                self._multiply(step.qubits, _pauli_factors(step.detail))
             elif len(_qubits(step)) == 1:
                 self._alone(step.qubits[0] if step.qubits else step.controls[0], *_superoperator(step))
             elif _qubits(step):
@@ -101,6 +106,13 @@ class _Rewriting:
             self._gate[qubit] = gate @ self._gate[qubit]
         else:
             self._gate.pop(qubit, None)
+
+    def _is_at_home(self, step: Instruction) -> bool:
+        """Return whether a channel is diagonal where its qubits stand, and nothing waits on one of them alone."""
+        channel: Any = step.detail
+        if channel.pauli_probabilities is None:
+            return False
+        return all([self._frame[qubit] == _BELL and qubit not in self._waiting for qubit in step.qubits])
 
     def _together(self, step: Instruction, frame: str) -> None:
         qubits, m = _qubits(step), self._m
@@ -294,7 +306,12 @@ def _wishes(steps: Sequence[Instruction]) -> list[str]:
 def _superoperator(step: Instruction) -> tuple[Matrix, Matrix | None]:
     """Return what a step on one qubit does to entries numbered 2 * bra + ket, and its matrix if it is a gate."""
     if step.name == "channel":
-        return _channel(step), None
+        channel: Any = step.detail
+        strings = channel.pauli_probabilities
+        if strings is None:
+            return _channel(step), None
+        # Without the roots of the probabilities, which are in its operators.
+        return sum([p * np.kron(_PAULIS[letter].conj(), _PAULIS[letter]) for letter, p in strings.items()]), None
     gate = matrix_of(step)
     return np.kron(gate.conj(), gate), gate
 

@@ -55,10 +55,10 @@ class Prepared:
         template = circuit._template
         if template is None:
             circuit._require_bound()
-            self.segments = make([part for step in circuit._instructions for part in _parts(step)])
+            self.segments = make([part for step in circuit._instructions for part in parts_of(step)])
         else:
             # One list for every instruction of the circuit, so that what comes from a parameter can be found again.
-            parts = [list(_parts(step)) for step in circuit.instructions]
+            parts = [list(parts_of(step)) for step in circuit.instructions]
             self.segments = make([part for several in parts for part in several])
         stretches = [step for step in self.segments.steps if isinstance(step, Stretch)]
         if n_qubits is None:
@@ -105,7 +105,7 @@ class Prepared:
             if step.name in _ANGLED and step.definition is None:
                 angles.append(values)
             else:
-                whole = gates_of(_parts(with_params(step, values)))
+                whole = gates_of(parts_of(with_params(step, values)))
                 angles.extend([part.params for part in whole if part.name in _ANGLED])
         return [list(chain.from_iterable([angles[place] for place in places])) for _, places in self.sites]
 
@@ -127,12 +127,12 @@ class Prepared:
         return plan
 
 
-def _parts(step: Instruction) -> Iterable[Part]:
+def parts_of(step: Instruction) -> Iterable[Part]:
     """Return an instruction in gates that programs have; one with bodies stays one."""
     bodies = bodies_of(step)
     if not bodies:
         return basic(step, in_programs=True)
-    return (Block(step, [[part for inner in body for part in _parts(inner)] for body in bodies]),)
+    return (Block(step, [[part for inner in body for part in parts_of(inner)] for body in bodies]),)
 
 
 # The gates of one program whose angles depend on parameters, and the place of each in the list of all such gates.

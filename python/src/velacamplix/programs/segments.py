@@ -165,7 +165,7 @@ class Segments:
         ]
 
 
-def segmented(parts: Sequence[Part], nonzero: Iterable[int]) -> Segments:
+def segmented(parts: Sequence[Part], nonzero: Iterable[int], of_mixture: bool = False) -> Segments:
     """Cut a circuit given in the library's own gates.
 
     Parameters
@@ -173,6 +173,8 @@ def segmented(parts: Sequence[Part], nonzero: Iterable[int]) -> Segments:
     parts : sequence of Instruction or Block
     nonzero : iterable of int
         Qubits that are not 0 at the beginning.
+    of_mixture : bool
+        Whether the steps are for density matrices, on which channels and resets act as gates do.
 
     Examples
     --------
@@ -182,7 +184,7 @@ def segmented(parts: Sequence[Part], nonzero: Iterable[int]) -> Segments:
     >>> segments.active, [type(step).__name__ for step in segments.steps]
     ((5, 7), ['Stretch', 'Measurement'])
     """
-    return _Cutting(nonzero).segments(parts)
+    return _Cutting(nonzero, NON_UNITARY - {"channel", "reset"} if of_mixture else NON_UNITARY).segments(parts)
 
 
 class _After(NamedTuple):
@@ -211,8 +213,9 @@ class _Cutting:
     writes a circuit out by hand, with conditions in place of bodies, gets the same steps, random numbers and shots.
     """
 
-    def __init__(self, nonzero: Iterable[int]) -> None:
+    def __init__(self, nonzero: Iterable[int], apart: frozenset[str]) -> None:
         self._nonzero = frozenset(nonzero)
+        self._apart = apart  # names of what cannot stand in a stretch
         self._result = Segments()
         self._active: set[int] = set()
         self._fresh: set[int] = set()  # active, and still 0
@@ -239,7 +242,7 @@ class _Cutting:
             if isinstance(step, Block):
                 self._block(step, afters[position])
                 stretch = None
-            elif name not in NON_UNITARY:
+            elif name not in self._apart:
                 if stretch is None or stretch.condition != step.condition:
                     stretch = Stretch([], step.condition)
                     steps.append(stretch)
@@ -334,7 +337,7 @@ class _Cutting:
                 for qubit in self._effects_of(step).gates:
                     gates[qubit] = position
                 continue
-            if step.name in NON_UNITARY:
+            if step.name in self._apart:
                 if step.name != "barrier":
                     others.append(position)
                 continue
@@ -403,10 +406,10 @@ class _Cutting:
                 continue
             if step.condition is not None:
                 reads.update(step.condition.clbits)
-            if step.name == "reset":
-                resets.update(step.qubits)
-            elif step.name not in NON_UNITARY:
+            if step.name not in self._apart:
                 gates.update(step.qubits, step.controls)
+            elif step.name == "reset":
+                resets.update(step.qubits)
         return _Effects(frozenset(gates), frozenset(resets), frozenset(reads))
 
 
@@ -451,6 +454,8 @@ def _add_measure(
 
 def _can_be_one(first: Measurement, second: Measurement) -> bool:
     if first.condition is not None or second.condition is not None:
+        return False
+    if first.source.detail is not None or second.source.detail is not None:  # each tells how its own outcomes are misread
         return False
     written = {clbit for _, clbit in first.later + first.now}
     return written.isdisjoint(clbit for _, clbit in second.later + second.now) and set(first.qubits).isdisjoint(

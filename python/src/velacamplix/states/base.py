@@ -25,6 +25,9 @@ _CORE_TYPES = {
 class StateBase(GateBase, Guiding):
     """Base of the classes that together make `StateVector`."""
 
+    # What messages call the object.
+    _kind = "StateVector"
+
     def __init__(
         self, n: int, precision: Precision = "double", threads: int | None = None, seed: Seed | None = None
     ) -> None:
@@ -105,12 +108,12 @@ class StateBase(GateBase, Guiding):
 
     def __repr__(self) -> str:
         if self._core is None:
-            return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, released)"
-        return f"StateVector(n={self._n_qubits}, precision={self._precision!r}, threads={self._threads})"
+            return f"{self._kind}(n={self._n_qubits}, precision={self._precision!r}, released)"
+        return f"{self._kind}(n={self._n_qubits}, precision={self._precision!r}, threads={self._threads})"
 
     def _live(self) -> Any:
         if self._core is None:
-            raise RuntimeError("this StateVector has been released; make a new one")
+            raise RuntimeError(f"this {self._kind} has been released; make a new one")
         return self._core
 
     def release(self) -> None:

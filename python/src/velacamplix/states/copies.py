@@ -9,15 +9,15 @@ import numpy as np
 
 from ..basics.types import Precision
 from ..core import extension
-from ..machine import limits
+from ..machine import limits, memory
 from ..machine.pickling import Packed
-from .exports import Exports
+from .base import StateBase
 
 # What `_start` sets.
 _OWN = frozenset({"_n_qubits", "_precision", "_threads", "_amplitude_type", "_core"})
 
 
-class Copies(Exports):
+class Copies(StateBase):
     """`copy`, the functions of the module `copy`, `pickle`, and the statement `with`."""
 
     def copy(self) -> Self:
@@ -51,9 +51,12 @@ class Copies(Exports):
         return other
 
     def __reduce__(self) -> tuple[Any, ...]:
-        engine = extension.engine(self._live())
+        core = self._live()
+        engine, view = extension.engine(core), core.view()
+        memory.require_bytes(view.nbytes, f"a copy of {self!r}")
         # A copy rather than a view: a gate may act while the pickle is being written.
-        amplitudes = Exports.statevector(self, order="little")
+        amplitudes = np.empty_like(view)
+        extension.copy_amplitudes(core, amplitudes, False)
         settings = (type(self), self._n_qubits, self._precision, self._threads, engine)
         return _unpacked, (_Amplitudes(settings, amplitudes, is_spare=True),), self._further() or None
 

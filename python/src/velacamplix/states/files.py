@@ -113,7 +113,7 @@ class Files(StateBase):
         count, number = limits.thread_count(threads), checks.seed(seed)
         with npz.Reader(path, "StateVector") as file:
             n = require_about(file, "StateVector", 63)
-            file.require_names({*_ABOUT, *_NAMES})
+            file.require_names(STATE_NAMES)
             with metered(progress, file.size, "bytes") as meter:
                 state = read_state(cls, file, "", n, count, lambda size: (meter.advance(size), meter.tell()))
         if number is not None:
@@ -125,6 +125,8 @@ class Files(StateBase):
 
 _ABOUT = ("format", "kind", "version", "n", "order")
 _NAMES = ("precision", "engine", "amplitudes")
+#: All arrays of a file of a state.
+STATE_NAMES = {*_ABOUT, *_NAMES}
 
 
 def about(kind: str, n_qubits: int) -> dict[str, np.ndarray]:
@@ -161,14 +163,16 @@ def state_arrays(state: StateBase, prefix: str) -> dict[str, np.ndarray]:
     }
 
 
-def read_state(kind: Any, file: npz.Reader, prefix: str, n_qubits: int, threads: int, told: npz.Told) -> Any:
-    """Return a state of `kind` from a file."""
+def read_state(
+    kind: Any, file: npz.Reader, prefix: str, n_qubits: int, threads: int, told: npz.Told, bits: int | None = None
+) -> Any:
+    """Return a state of `kind` from a file; it has 2**bits amplitudes, 2**n_qubits by default."""
     precision, engine = file.text(f"{prefix}precision"), file.text(f"{prefix}engine")
     if precision not in _TYPES:
         file.refuse(f"{prefix}precision must be 'double' or 'single', is {checks.show(precision)}")
     if not _is_engine(engine):
         file.refuse(f"{prefix}engine is not the state of a random engine")
-    file.require(f"{prefix}amplitudes", _TYPES[precision], (2**n_qubits,))
+    file.require(f"{prefix}amplitudes", _TYPES[precision], (2 ** (n_qubits if bits is None else bits),))
     state = kind._another(n_qubits, precision, threads)
     file.fill(f"{prefix}amplitudes", state._live().view(), told)
     extension.set_engine(state._live(), engine)

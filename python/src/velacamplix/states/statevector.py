@@ -20,6 +20,7 @@ from ..views import html
 from . import apply
 from .copies import Copies
 from .expectations import Expectations
+from .exports import Exports
 from .files import Files
 from .loading import Loading
 from .matrices import MatrixGates
@@ -33,7 +34,8 @@ from .sampling import Sampling
 _LARGEST_SHOWN = 18
 
 class StateVector(
-    GateMethods, ManyQubitMethods, MatrixGates, Readout, Sampling, Expectations, Overlaps, Parts, Loading, Copies, Files
+    GateMethods, ManyQubitMethods, MatrixGates, Readout, Sampling, Expectations, Overlaps, Parts, Loading, Exports, Copies,
+    Files,
 ):
     """A pure state of `n` qubits as 2**n amplitudes, in the basis state 0 at first.
 
