@@ -99,6 +99,8 @@ class Mixing:
         self._order: list[tuple[Any, ...]] = []
         self._spares: list[DensityBase] = []
         self._least = 0.0
+        #: Qubits that have been measured and on which nothing acts afterwards.
+        self.measured: set[int] = set()
 
     def branches(self, rho: DensityBase) -> list[MixedBranch]:
         """Return the branches at their end. One of them has `rho` itself."""
@@ -181,6 +183,7 @@ class Mixing:
         place = self._segments.place
         misread = dict(zip(step.source.qubits, step.source.detail.flips)) if isinstance(step.source.detail, Readout) else {}
         branch.readings = dict(branch.readings)
+        self.measured.update(step.last)
         if not self._live[-1]:  # nobody asks for them in the end
             self._forget(branch.rho, [place[qubit] for qubit, _ in step.later if qubit in place])
         for qubit, clbit in step.later:
@@ -261,24 +264,33 @@ def misread_shares(shares: np.ndarray, flips: Sequence[Flips]) -> np.ndarray:
     return read
 
 
-def all_readings(shares: np.ndarray, kept: Sequence[tuple[int, Flips]]) -> np.ndarray:
+def all_readings(shares: np.ndarray, reads: Sequence[tuple[int | None, Flips]]) -> np.ndarray:
     """Return the probabilities of bits that are read from qubits, an axis for each bit.
 
     Parameters
     ----------
     shares : numpy.ndarray
         An axis for each qubit.
-    kept : sequence
-        For each bit the axis of its qubit, and how it is misread; a qubit may be read more than once.
+    reads : sequence
+        For each bit the axis of its qubit, None for one that is 0, and how it is misread. A qubit may be read more than once.
 
-    >>> all_readings(np.array([0.5, 0.5]), [(0, EXACT), (0, (0.0, 0.5))]).tolist()
-    [[0.5, 0.0], [0.25, 0.25]]
+    >>> all_readings(np.array([0.5, 0.5]), [(0, EXACT), (0, (0.0, 0.5)), (None, EXACT)]).tolist()
+    [[[0.5, 0.0], [0.0, 0.0]], [[0.25, 0.0], [0.25, 0.0]]]
     """
-    n = len(shares.shape)
+    n = shares.ndim
+    axes = [axis for axis, _ in reads]
     words: list[Any] = [shares, list(range(n))]
-    for bit, (axis, (up, down)) in enumerate(kept):
-        words += [np.array([[1 - up, down], [up, 1 - down]]), [n + bit, axis]]
-    read: np.ndarray = np.einsum(*words, list(range(n, n + len(kept))), optimize="greedy")
+    labels: list[int] = []
+    for bit, (axis, (up, down)) in enumerate(reads):
+        if axis is not None and (up, down) == EXACT and axes.count(axis) == 1:
+            labels.append(axis)
+            continue
+        labels.append(n + bit)
+        if axis is None:
+            words += [np.array([1 - up, up]), [n + bit]]
+        else:
+            words += [np.array([[1 - up, down], [up, 1 - down]]), [n + bit, axis]]
+    read: np.ndarray = np.einsum(*words, labels, optimize="greedy")
     return read
 
 

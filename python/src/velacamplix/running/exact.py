@@ -1,0 +1,276 @@
+"""Runs a circuit with noise exactly, on density matrices."""
+
+from __future__ import annotations
+
+import secrets
+from collections.abc import Sequence
+from typing import Any, NamedTuple
+
+import numpy as np
+
+from ..basics.types import Order, Precision
+from ..circuit.circuit import Circuit
+from ..machine import limits, memory
+from ..programs.compile import described
+from ..programs.mixture import PreparedMixture
+from ..programs.prepare import prepared
+from ..programs.progress import ProgressLike, metered
+from ..programs.segments import Saving
+from ..results import shot_rows
+from ..states.densitymatrix import DensityMatrix
+from ..states.mixing import EXACT, MixedBranch, Mixing, all_readings
+from ..states.statevector import StateVector
+from .initial import Start
+from .observing import Observed
+
+
+class Exact(NamedTuple):
+    """What an exact run tells.
+
+    Attributes
+    ----------
+    density : DensityMatrix
+        Of the active qubits, after all instructions, measurements included: the mean over all outcomes.
+    active_qubits : tuple of int
+        All others are 0.
+    n_bits : int
+        Of an outcome: the circuit's classical bits, or all its qubits if nothing is measured.
+    outcomes : numpy.ndarray, shape (k, words)
+        Those that are possible, in increasing order, as rows of `shot_rows`; bit 0 is the leftmost.
+    probabilities : numpy.ndarray, shape (k,)
+        Of the outcomes, misreadings included; they add up to 1.
+    rows : numpy.ndarray, shape (shots, words), or None
+        The shots.
+    seed : int or None
+        What they were drawn with.
+    expectation_values : float, complex, numpy.ndarray or None
+        As the observables came.
+    """
+
+    density: DensityMatrix
+    active_qubits: tuple[int, ...]
+    n_bits: int
+    outcomes: np.ndarray
+    probabilities: np.ndarray
+    rows: np.ndarray | None
+    seed: int | None
+    expectation_values: Any
+
+
+class ExactCost(NamedTuple):
+    """What an exact run takes.
+
+    Attributes
+    ----------
+    n_qubits : int
+        Of the density matrix: the active ones.
+    bytes : int
+        Of the matrix. Every branch of outcomes that conditions read takes as many.
+    fits : bool
+        Whether the memory is there for one.
+    gates : int
+        Operations on the matrix, 0 if it does not fit.
+    sweeps : float
+        How often they read and write all of it, 0 if it does not fit. Steps of a loop count once.
+    """
+
+    n_qubits: int
+    bytes: int
+    fits: bool
+    gates: int
+    sweeps: float
+
+
+def run_exact(
+    circuit: Circuit,
+    shots: int | None = None,
+    seed: int | None = None,
+    threads: int | None = None,
+    precision: Precision = "double",
+    observed: Observed | None = None,
+    initial: Any = None,
+    initial_order: Order | None = None,
+    progress: ProgressLike = None,
+    first_shot: int = 0,
+) -> Exact:
+    """Run a circuit with channels in it on a density matrix.
+
+    Parameters
+    ----------
+    circuit : Circuit
+    shots : int or None
+        Checked. Shot s has a random number of its own that follows from the seed and ``first_shot + s`` alone.
+    seed, threads, precision
+        Checked, as for `run`.
+    observed : Observed or None
+        From `observing.checked`.
+    initial, initial_order
+        As for `run`; a `DensityMatrix` will do, too.
+    progress
+        As for `run`.
+    first_shot : int
+        Number of the first shot.
+
+    Raises
+    ------
+    TypeError, ValueError, MemoryError, RuntimeError
+        As for `DensityMatrix.run`; also ValueError if the circuit saves something.
+
+    Examples
+    --------
+    >>> from velacamplix import Channel
+    >>> noisy = Circuit(2, 2).h(0).cx(0, 1).channel(Channel.bit_flip(0.25), 1).measure_all()
+    >>> result = run_exact(noisy, shots=1000, seed=1)
+    >>> result.outcomes[:, 0].tolist(), result.probabilities.round(6).tolist()
+    ([0, 1, 2, 3], [0.375, 0.125, 0.125, 0.375])
+    >>> len(result.rows)
+    1000
+    """
+    start = _start(initial, circuit, initial_order)
+    number = secrets.randbits(32) if seed is None and shots is not None else seed
+    with prepared(circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)) as found:
+        assert isinstance(found, PreparedMixture)
+        segments = found.segments
+        active = segments.active
+        n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
+        if shots is not None:
+            memory.require_bytes((8 * shot_rows.words_for(n_bits) + 16) * shots, f"shots={shots} of {n_bits} bits")
+        rho = DensityMatrix._another(len(active), precision, limits.thread_count(threads))
+        start.fill(rho, active)
+        with metered(progress, sum(map(len, found.programs)), "gates") as meter:
+            mixing = Mixing(found, meter, lambda step: described(step, circuit))
+            branches = mixing.branches(rho)
+            outcomes, probabilities = _outcomes(branches, found, n_bits)
+            density = mixing.total(branches)
+        assert isinstance(density, DensityMatrix)
+        values = None
+        if observed is not None:
+            measured = frozenset(mixing.measured)
+            on_active = observed.on(active, frozenset())
+            values = observed.shaped(np.array([density.expectation(each) for each in on_active], dtype=np.complex128))
+            observed.warn(active, [measured], stacklevel=3)
+    rows = None if shots is None or number is None else _drawn(outcomes, probabilities, number, first_shot, shots)
+    return Exact(density, active, n_bits, outcomes, probabilities, rows, None if rows is None else number, values)
+
+
+def exact_cost(
+    circuit: Circuit,
+    threads: int | None = None,
+    precision: Precision = "double",
+    initial: Any = None,
+    initial_order: Order | None = None,
+) -> ExactCost:
+    """Return what `run_exact` would take, without running anything.
+
+    Examples
+    --------
+    >>> exact_cost(Circuit(20).h(3).cx(3, 11))[:3]
+    (2, 256, True)
+    """
+    start = _start(initial, circuit, initial_order)
+    try:
+        with prepared(circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)) as found:
+            assert isinstance(found, PreparedMixture)
+            n, count = found.n_qubits, limits.thread_count(threads)
+            sweeps = sum([program.plan(2 * n, count)[0] for program in found.programs])
+            gates, fits = sum(map(len, found.programs)), True
+    except MemoryError:
+        n, sweeps, gates, fits = len(_active(circuit, start.nonzero)), 0.0, 0, False
+    return ExactCost(n, memory.BYTES_PER_AMPLITUDE[precision] << 2 * n, fits, gates, sweeps)
+
+
+def _made(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision) -> PreparedMixture:
+    made = PreparedMixture(circuit, None, nonzero, precision, keeps_bits=True)
+    for step in made.segments.steps:
+        if isinstance(step, Saving):
+            raise ValueError(
+                f"{described(step.source, circuit)} cannot save with noise; DensityMatrix(n).run(...) of the part before it "
+                "has what is there"
+            )
+    return made
+
+
+def _active(circuit: Circuit, nonzero: Sequence[int]) -> set[int]:
+    touched = set(nonzero)
+    for step in circuit.instructions:
+        if step.name not in ("measure", "barrier"):
+            touched.update(step.qubits, step.controls)
+    return touched
+
+
+class _Start(NamedTuple):
+    """Where a run begins: what `Start` takes, or a density matrix."""
+
+    nonzero: tuple[int, ...]
+    pure: Start | None
+    mixed: DensityMatrix | None
+
+    def fill(self, rho: DensityMatrix, active: tuple[int, ...]) -> None:
+        """Set a matrix of the active qubits, which is in basis state 0 so far."""
+        if self.mixed is not None:
+            target = rho._live().view()
+            target[:] = self.mixed._live().view()
+        elif self.pure is not None and not self.pure.is_zero:
+            psi = StateVector._another(rho.n_qubits, rho.precision, rho.threads)
+            self.pure.prepare(psi, active)
+            rho._fill_pure(psi.array)
+
+
+def _start(initial: Any, circuit: Circuit, order: Order | None) -> _Start:
+    if not isinstance(initial, DensityMatrix):
+        pure = Start(initial, circuit.n_qubits, order)
+        return _Start(pure.nonzero, pure, None)
+    if order is not None:
+        raise TypeError(f"initial_order can only be given for a number, a text or an array, got {initial!r}")
+    if initial.n_qubits != circuit.n_qubits:
+        raise ValueError(f"initial must be of {circuit.n_qubits} qubits, those of the circuit, got {initial!r}")
+    return _Start(tuple(range(circuit.n_qubits)), None, initial)
+
+
+def _outcomes(branches: Sequence[MixedBranch], found: PreparedMixture, n_bits: int) -> tuple[np.ndarray, np.ndarray]:
+    """Return the outcomes that are possible, in increasing order, and their probabilities, which add up to 1."""
+    segments, words = found.segments, shot_rows.words_for(n_bits)
+    place = segments.place
+    rows, shares = [], []
+    for branch in branches:
+        if segments.has_measurement:
+            readings, known = branch.readings, branch.bits
+        else:
+            readings, known = {qubit: (qubit, EXACT) for qubit in segments.active}, 0
+        bits = sorted(readings)
+        memory.require_bytes((16 + 16 * words) << len(bits), f"the probabilities of {len(bits)} bits")
+        qubits = sorted({qubit for qubit, _ in readings.values() if qubit in place})
+        marginal = branch.rho._marginal([place[qubit] for qubit in qubits])
+        reads = [(qubits.index(qubit) if qubit in place else None, flips) for qubit, flips in map(readings.__getitem__, bits)]
+        found_shares = np.maximum(all_readings(marginal, reads).reshape(-1), 0)
+        column = {bit: i for i, bit in enumerate(bits)}
+        sources = [(True, column[bit]) if bit in column else (False, known >> bit & 1) for bit in range(n_bits)]
+        possible = np.flatnonzero(found_shares)
+        made = np.empty((len(possible), words), dtype=np.uint64)
+        shot_rows.assemble(made, sources, possible.astype(np.uint64), len(bits))
+        rows.append(made)
+        shares.append(found_shares[possible])
+    outcomes, where = np.unique(np.concatenate(rows), axis=0, return_inverse=True)
+    total = np.bincount(where.reshape(-1), weights=np.concatenate(shares), minlength=len(outcomes))
+    return outcomes, total / total.sum()
+
+
+def _drawn(outcomes: np.ndarray, probabilities: np.ndarray, seed: int, first: int, count: int) -> np.ndarray:
+    """Return the shots number `first` and the following."""
+    numbers = keyed_numbers(seed, first, count)
+    ends = np.cumsum(probabilities)
+    places = np.searchsorted(ends, numbers * ends[-1], side="right")
+    drawn: np.ndarray = outcomes[np.minimum(places, len(outcomes) - 1)]
+    return drawn
+
+
+def keyed_numbers(seed: int, first: int, count: int) -> np.ndarray:
+    """Return a random number from 0 to 1 for each shot, which follows from the seed and the number of the shot.
+
+    >>> bool((keyed_numbers(3, 5, 4) == keyed_numbers(3, 0, 9)[5:]).all())
+    True
+    """
+    # A step of this counter gives four numbers.
+    generator = np.random.Generator(np.random.Philox(key=seed, counter=first // 4))
+    numbers: np.ndarray = generator.random(first % 4 + count)[first % 4 :]
+    return numbers
