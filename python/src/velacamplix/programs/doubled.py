@@ -14,11 +14,13 @@ from __future__ import annotations
 
 import math
 from collections.abc import Iterable, Sequence
+from functools import lru_cache
 from typing import Any
 
 import numpy as np
 from numpy.typing import NDArray
 
+from ..channels.channel import Channel
 from ..channels.forms import pauli_matrix
 from ..instructions.gates import GATES
 from ..instructions.instruction import Instruction
@@ -84,7 +86,7 @@ class _Rewriting:
                 for qubit in step.qubits:
                     self._alone(qubit, _RESET if step.name == "reset" else _MEASURED)
             elif step.name == "channel" and self._is_at_home(step):
-                self._multiply(step.qubits, _pauli_factors(step.detail))
+                self._multiply(step.qubits, _pauli_factors(_of(step)))
             elif len(_qubits(step)) == 1:
                 self._alone(step.qubits[0] if step.qubits else step.controls[0], *_superoperator(step))
             elif _qubits(step):
@@ -109,8 +111,7 @@ class _Rewriting:
 
     def _is_at_home(self, step: Instruction) -> bool:
         """Return whether a channel is diagonal where its qubits stand, and nothing waits on one of them alone."""
-        channel: Any = step.detail
-        if channel.pauli_probabilities is None:
+        if _of(step).pauli_probabilities is None:
             return False
         return all([self._frame[qubit] == _BELL and qubit not in self._waiting for qubit in step.qubits])
 
@@ -131,7 +132,7 @@ class _Rewriting:
             self._to_bell(qubit)
         kind = _move(step)
         if kind is None:
-            self._multiply(qubits, _pauli_factors(step.detail))
+            self._multiply(qubits, _pauli_factors(_of(step)))
             return
         a, b = qubits
         self._move_factors(kind, a, b)
@@ -292,8 +293,7 @@ def _wishes(steps: Sequence[Instruction]) -> list[str]:
             # Reset, and channels that are none of Pauli's, are matrices in one frame as in the other.
             continue
         if step.name == "channel":
-            channel: Any = step.detail
-            wish = _OWN if channel.pauli_probabilities is None else _BELL
+            wish = _OWN if _of(step).pauli_probabilities is None else _BELL
         elif _move(step):
             wish = _BELL if _BELL in [later.get(qubit) for qubit in qubits] else _OWN
         else:
@@ -306,19 +306,30 @@ def _wishes(steps: Sequence[Instruction]) -> list[str]:
 def _superoperator(step: Instruction) -> tuple[Matrix, Matrix | None]:
     """Return what a step on one qubit does to entries numbered 2 * bra + ket, and its matrix if it is a gate."""
     if step.name == "channel":
-        channel: Any = step.detail
-        strings = channel.pauli_probabilities
-        if strings is None:
-            return _channel(step), None
-        # Without the roots of the probabilities, which are in its operators.
-        return sum([p * np.kron(_PAULIS[letter].conj(), _PAULIS[letter]) for letter, p in strings.items()]), None
+        return _channel(step), None
     gate = matrix_of(step)
-    return np.kron(gate.conj(), gate), gate
+    return (gate.conj()[:, np.newaxis, :, np.newaxis] * gate[np.newaxis, :, np.newaxis, :]).reshape(4, 4), gate
+
+
+def _of(step: Instruction) -> Channel:
+    assert isinstance(step.detail, Channel)
+    return step.detail
 
 
 def _channel(step: Instruction) -> Matrix:
-    detail: Any = step.detail
-    matrix: Matrix = detail.superoperator()
+    return _superoperator_of(_of(step))
+
+
+# Noise models put the same few channels beside every gate.
+@lru_cache(maxsize=64)
+def _superoperator_of(channel: Channel) -> Matrix:
+    strings = channel.pauli_probabilities
+    if strings is None or channel.n_qubits > 1:
+        return channel.superoperator()
+    # Without the roots of the probabilities, which are in its operators.
+    matrix: Matrix = np.zeros((4, 4), dtype=complex)
+    for letter, p in strings.items():
+        matrix += p * np.kron(_PAULIS[letter].conj(), _PAULIS[letter])
     return matrix
 
 
@@ -419,7 +430,8 @@ def _turns(matrix: Matrix) -> tuple[tuple[float, float, float], NDArray[Any]] | 
     return (angles[0], angles[1], angles[2]), np.array([1.0, sizes[2], sizes[0], sizes[1]])
 
 
-def _pauli_factors(channel: Any) -> NDArray[Any]:
+@lru_cache(maxsize=64)
+def _pauli_factors(channel: Channel) -> NDArray[Any]:
     """Return what a Pauli channel multiplies every coefficient in the Bell frame by.
 
     A string comes out with the sign that tells whether it commutes with the one that is applied.
