@@ -27,7 +27,7 @@ def plot_density(matrix: Any, *, axes: Any = None) -> tuple[Any, Any]:
     Parameters
     ----------
     matrix : array_like, shape (2**k, 2**k)
-        Real or complex, of up to 10 qubits; for example from `StateVector.reduced`.
+        Real or complex, of up to 10 qubits; for example from `StateVector.reduced`, or a `DensityMatrix`.
     axes : pair of matplotlib.axes.Axes, optional
         Where to draw: real part, imaginary part. By default a new figure is made, of 3.4 x 2.4 inches, from 4
         qubits on of 6.4 x 4, or as large as ``figure.figsize`` says where that has been set.
@@ -90,6 +90,8 @@ def _checked(matrix: Any) -> np.ndarray:
     except (TypeError, ValueError):
         raise TypeError(f"matrix must be an array of numbers, got {checks.show(matrix)}{hint}") from None
     shape = values.shape
+    if hint and len(shape) == 1:  # the amplitudes of a pure state
+        raise TypeError(f"matrix must be an array of shape (2**k, 2**k), got {checks.show(matrix)}{hint}")
     if len(shape) != 2 or shape[0] != shape[1] or shape[0] == 0 or shape[0] & (shape[0] - 1):
         raise ValueError(f"matrix must have the shape (2**k, 2**k), got an array of shape {shape}{hint}")
     if shape[0] > 2**MOST_QUBITS:
