@@ -7,7 +7,7 @@ import numpy as np
 import pytest
 from kraus_sums import by_outcome, density, random_channels, random_noisy_steps
 
-from velacamplix import Channel, Circuit, DensityMatrix, Observable, Readout, StateVector, UnsupportedInstruction
+from velacamplix import Channel, Circuit, DensityMatrix, Observable, Parameter, Readout, StateVector, UnsupportedInstruction
 from velacamplix.instructions.flow import Instruction
 
 
@@ -405,6 +405,63 @@ def test_texts_and_notebooks():
     assert "released" in repr(one)
 
 
+@pytest.mark.parametrize("value", [np.nan, 0.0])
+def test_entries_that_are_no_state_are_told(value):
+    rho = DensityMatrix(2)
+    rho.array[:] = value
+    for act in (
+        lambda: rho.counts(3), lambda: rho.measure(0, collapse=True), lambda: rho.entropy(), lambda: rho.variance("Z0"),
+        lambda: rho.estimate("Z0", 5), lambda: rho.fidelity(rho), lambda: rho.project(0, 1), lambda: rho.run(reading()),
+    ):  # fmt: skip
+        with pytest.raises(ValueError, match=r"add up to|has none|trace is 0, infinite or nan"):
+            act()
+
+
+def reading():
+    circuit = Circuit(2, 1).h(0).measure(0, 0)
+    with circuit.when(0, 1):
+        circuit.x(1)
+    return circuit
+
+
+def test_a_run_that_is_stopped_where_outcomes_are_read_leaves_the_matrix_as_it_was(mixed):
+    rho, _ = mixed
+    before = rho.array.copy()
+
+    def stop(progress):
+        raise StopIteration("enough")
+
+    with pytest.raises(StopIteration, match="enough"):
+        rho.run(Circuit(3, 1).h(0).compose(reading(), [0, 1], [0]), progress=stop)
+    assert np.array_equal(rho.array, before)
+    told = []
+    rho.run(reading(), progress=told.append)
+    assert told[-1].done == told[-1].total
+
+
+def test_a_state_vector_tells_how_it_is_compared_with_a_density_matrix():
+    for method in ("overlap", "fidelity"):
+        with pytest.raises(TypeError, match=r"other must be a StateVector or an array, got DensityMatrix.*its own fidelity"):
+            getattr(StateVector(2), method)(DensityMatrix(2))
+
+
+def test_small_and_ragged():
+    assert DensityMatrix.from_array([[1]]).counts(3) == {"": 3}
+    assert DensityMatrix(0).purity() == 1
+    for act in (lambda: DensityMatrix.from_array([[1, 0], [0]]), lambda: DensityMatrix(1).set_state([[1, 0], [0]])):
+        with pytest.raises(ValueError, match="rows of one length"):
+            act()
+
+
+def test_circuits_with_parameters():
+    x = Parameter("x")
+    circuit = Circuit(1).rx(x, 0).channel(Channel.bit_flip(0.1), 0)
+    with pytest.raises(ValueError, match="parameters must have values"):
+        DensityMatrix(1).run(circuit)
+    for angle in (0.0, 0.5):
+        assert DensityMatrix(1).run(circuit.bind(x=angle)).expectation("Z0") == pytest.approx(0.8 * np.cos(angle))
+
+
 def test_names_of_other_packages_lead_here():
     for name, hint in [("data", "array"), ("evolve", "run"), ("partial_trace", "reduced"), ("apply", "run")]:
         with pytest.raises(AttributeError, match=hint):
@@ -414,10 +471,12 @@ def test_names_of_other_packages_lead_here():
 def test_pictures_take_it(mixed):
     plots = pytest.importorskip("velacamplix.plots.density", reason="pictures need matplotlib")
     pytest.importorskip("matplotlib", reason="pictures need matplotlib")
-    from velacamplix import plot_bloch
+    from velacamplix import plot_bloch, plot_probabilities
 
     real, imaginary = plots.plot_density(mixed[0])
     drawn = real.collections[0].get_array() + 1j * imaginary.collections[0].get_array()
     assert np.array_equal(drawn, mixed[0].array)
     lengths = [text.get_text() for text in plot_bloch(mixed[0]).texts if "length" in text.get_text()]
     assert len(lengths) == 3
+    heights = [bar.get_height() for bar in plot_probabilities(mixed[0], qubits=[1, 0]).patches]
+    assert heights == pytest.approx(mixed[0].distribution([1, 0]).tolist())

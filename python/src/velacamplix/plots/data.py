@@ -13,6 +13,7 @@ from ..basics.types import Order
 from ..basics.words import bit_string, counted
 from ..results.counts import Counts
 from ..states.outcomes import most_probable
+from ..states.densitymatrix import DensityMatrix
 from ..states.statevector import StateVector
 from .bars import LARGEST, MOST_BARS, PALETTE, Data
 
@@ -32,7 +33,7 @@ def require_top(top: int | None) -> None:
 def several(value: Any, name: str) -> list[Any]:
     """Return the data sets of an argument that is one or holds several."""
     is_several = value.ndim == 2 if isinstance(value, np.ndarray) else isinstance(value, (list, tuple)) and any(
-        isinstance(one, (Mapping, Sequence, StateVector)) or hasattr(one, "counts") or getattr(one, "ndim", 0)
+        isinstance(one, (Mapping, Sequence, StateVector, DensityMatrix)) or hasattr(one, "counts") or getattr(one, "ndim", 0)
         for one in value
     )
     sets = list(value) if is_several else [value]
@@ -95,7 +96,7 @@ def of_probabilities(source: Any, name: str) -> Data:
     return Data(values, sum(values.values()))
 
 
-def of_state(state: StateVector, qubits: Any, order: Order, top: int | None) -> Data:
+def of_state(state: StateVector | DensityMatrix, qubits: Any, order: Order, top: int | None) -> Data:
     """Return the probabilities of a state; the largest, where it has more than are drawn."""
     listed = list(checks.qubits(range(state.n_qubits) if qubits is None else qubits, state.n_qubits, at_least=0))
     if checks.order(order) == "little":
@@ -107,7 +108,9 @@ def of_state(state: StateVector, qubits: Any, order: Order, top: int | None) -> 
     return Data(dict(best), total, is_all=False, ask=lambda outcome: state.probability(outcome, listed))
 
 
-def most_likely(state: StateVector, top: int | None, listed: Sequence[int]) -> tuple[list[tuple[str, float]], bool]:
+def most_likely(
+    state: StateVector | DensityMatrix, top: int | None, listed: Sequence[int]
+) -> tuple[list[tuple[str, float]], bool]:
     """Return the outcomes to draw, the most probable first, and whether there are more."""
     if top is not None:
         best = most_probable(state, top + 1, listed)

@@ -16,6 +16,7 @@ from ..basics import checks, extras
 from ..basics.types import Order
 from ..basics.words import bit_string, counted
 from ..results.counts import Counts
+from ..states.densitymatrix import DensityMatrix
 from ..states.statevector import StateVector
 from . import bars, data
 from .bars import Bars
@@ -105,7 +106,7 @@ def plot_probabilities(
 
     Parameters
     ----------
-    source : StateVector, mapping of str to float, or array_like of shape (2**k,), or a sequence of up to 8 of them
+    source : StateVector, DensityMatrix, mapping of str to float, or array_like of shape (2**k,), or a sequence of up to 8 of them
         A state; probabilities by bit string; or probabilities by number, as `StateVector.distribution` gives them.
         `Counts` are divided by their shots. An array of shape (m, 2**k) is m data sets.
     qubits : int or sequence of int, optional
@@ -149,13 +150,13 @@ def plot_probabilities(
     """
     data.require_top(top)
     sets = data.several(source, "source")
-    names, is_of_states = data.names(labels, len(sets)), [isinstance(one, StateVector) for one in sets]
+    names, is_of_states = data.names(labels, len(sets)), [isinstance(one, (StateVector, DensityMatrix)) for one in sets]
     if qubits is not None and not all(is_of_states):
-        raise TypeError("qubits can only be given for a StateVector")
+        raise TypeError("qubits can only be given for a StateVector or a DensityMatrix")
     side = f", qubit 0 {'left' if checks.order(order) == 'big' else 'right'}" if qubits is None and all(is_of_states) else ""
     given = [
         data.of_state(one, qubits, order, top)
-        if isinstance(one, StateVector)
+        if isinstance(one, (StateVector, DensityMatrix))
         else data.of_probabilities(one, data.numbered("source", number, len(sets)))
         for number, one in enumerate(sets)
     ]

@@ -325,6 +325,8 @@ class DensityValues(DensityBase):
             return self.overlap(other, order, progress)
         self._require_alike(other, order)
         memory.require_bytes(64 << 2 * self._n_qubits, f"the fidelity of two density matrices of {self._n_qubits} qubits")
+        for rho in (self, other):
+            required_total(float(rho._live().probability(0, ())), "fidelity")
         roots = [_calmly(rho.array.astype(np.complex128), _root) for rho in (self, other)]
         values = _calmly(roots[0] @ roots[1], lambda product: np.linalg.svd(product, compute_uv=False))
         return float(values.sum() ** 2)

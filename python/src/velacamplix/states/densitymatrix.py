@@ -141,7 +141,7 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         >>> DensityMatrix.from_array([[0.75, 0], [0, 0.25]]).entropy().__round__(6)
         0.811278
         """
-        shape = np.shape(matrix)
+        shape = _shape(matrix, "matrix")
         if len(shape) != 2 or shape[0] != shape[1] or shape[0] == 0 or shape[0] & (shape[0] - 1):
             raise ValueError(f"matrix must have the shape (2**n, 2**n), got shape {shape}")
         n = int(shape[0]).bit_length() - 1
@@ -174,20 +174,18 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         """
         n, is_big = self._n_qubits, checks.order(order) == "big"
         self._live()
-        if np.ndim(array) == 1:
+        if len(_shape(array, "array")) == 1:
             psi = arrays.amplitudes(array, n, "array")
             self._fill_pure(psi[_reversed(n)] if is_big else psi)
             return self
         size = 2**n
-        memory.require_bytes(48 * size * size, f"a look at a density matrix of {n} qubits")
+        memory.require_bytes(64 * size * size, f"a look at a density matrix of {n} qubits")
         given = checks.matrix(array, n, "array", unitary=False)
         _require_density(given)
-        if is_big:
-            places = _reversed(n)
-            given = given[np.ix_(places, places)]
-        target = self.array
-        for start in range(0, size, max(1, _PIECE // size)):
-            target[start : start + max(1, _PIECE // size)] = given[start : start + max(1, _PIECE // size)]
+        target, places, at_once = self.array, _reversed(n), max(1, _PIECE // size)
+        for start in range(0, size, at_once):
+            rows = slice(start, start + at_once)
+            target[rows] = given[places[rows]][:, places] if is_big else given[rows]
         return self
 
     def set_basis_state(self, state: int | str, order: Order = "big") -> Self:
@@ -405,7 +403,7 @@ def _require_density(given: np.ndarray) -> None:
     trace = float(given.trace().real)
     if not abs(trace - 1) <= _TOLERANCE:
         raise ValueError(f"array must have trace 1, got one of trace {trace:.6g}")
-    shifted = (given + given.conj().T) / 2
+    shifted = given.copy()
     shifted[np.diag_indices(size)] += _TOLERANCE
     try:
         # It exists for what has no eigenvalue below 0.
@@ -414,6 +412,13 @@ def _require_density(given: np.ndarray) -> None:
         raise ValueError(
             f"array must have no negative eigenvalue, got one below -{_TOLERANCE:g}: no probabilities would come of it"
         ) from None
+
+
+def _shape(value: Any, name: str) -> tuple[int, ...]:
+    try:
+        return np.shape(value)
+    except ValueError:  # rows of different lengths
+        raise ValueError(f"{name} must be an array with rows of one length, got {checks.show(value)}") from None
 
 
 def _reversed(n: int) -> np.ndarray:

@@ -10,6 +10,7 @@ import numpy as np
 from ..basics.types import Precision
 
 if TYPE_CHECKING:
+    from .densitymatrix import DensityMatrix
     from .statevector import StateVector
 
 _PIECE = 2**18
@@ -20,7 +21,7 @@ _NOISE = {"double": 1e-28, "single": 1e-11}
 _IGNORED = {"double": 22, "single": 39}
 
 
-def most_probable(state: StateVector, count: int, qubits: Sequence[int]) -> list[tuple[str, float]]:
+def most_probable(state: StateVector | DensityMatrix, count: int, qubits: Sequence[int]) -> list[tuple[str, float]]:
     """Return the `count` most probable outcomes of the listed qubits, first listed leftmost.
 
     Impossible outcomes are left out, and with them those below what rounding leaves behind. Of outcomes that are

@@ -97,6 +97,10 @@ def other_state(other: Any, n_qubits: int, order: Order, threads: int) -> StateB
     """Return a state of `n_qubits`: `other` itself, or a new one with an array's amplitudes."""
     is_big = checks.order(order) == "big"
     if isinstance(other, StateBase):
+        if other._kind != StateBase._kind:
+            raise TypeError(
+                f"other must be a StateVector or an array, got {other!r}; its own fidelity(state) and overlap(state) take a state"
+            )
         if is_big:
             raise ValueError('order must be left away beside a StateVector, which has its own order, got "big"')
         if other.n_qubits != n_qubits:
