@@ -155,3 +155,21 @@ def test_every_channel_on_entangled_states_with_complex_entries(n_qubits):
 def test_random_circuits(n_qubits, seed):
     steps = random_noisy_steps(np.random.default_rng(100 * n_qubits + seed), n_qubits, 30)
     assert np.abs(entries(steps, n_qubits) - density(steps, n_qubits)).max() < 1e-13
+
+
+def test_layers_with_depolarizing_noise_stay_in_the_bell_frame():
+    steps = []
+    for layer in range(4):
+        for qubit in range(6):
+            for name in ("RX", "RZ"):
+                steps += [Instruction(name, (qubit,), (0.3 + qubit + layer,)), noise(Channel.depolarizing(0.001), qubit)]
+        for qubit in range(layer % 2, 5, 2):
+            steps += [Instruction("CNOT", (qubit, qubit + 1)), noise(Channel.depolarizing(0.01, 2), qubit, qubit + 1)]
+    made = doubled(steps, 6)
+    halves = [step for step in made if step.name == "RX" and step.controls]
+    diagonals = [step for step in made if step.name == "diagonal"]
+    others = {step.name for step in made if not step.controls} - {"diagonal"}
+    # Two half rotations for each qubit and layer, but where nothing stands between two layers of a qubit; into the frame
+    # and out once.
+    assert len(halves) <= 2 * 6 * 4 and others == {"CNOT", "H"}
+    assert len(diagonals) <= 10 + 4 and [step.name for step in made].count("H") == 12

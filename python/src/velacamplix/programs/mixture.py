@@ -13,6 +13,7 @@ from ..instructions.instruction import Instruction
 from ..machine import memory
 from .compile import compiled
 from .doubled import doubled
+from .gathering import gathered
 from .prepare import Prepared, parts_of
 from .segments import Block, Choice, Jump, Measurement, Part, Segments, Stretch, Turn, segmented
 
@@ -66,12 +67,9 @@ class PreparedMixture(Prepared):
 
 
 def compiled_doubled(steps: Sequence[Instruction], n_qubits: int, precision: Precision, circuit: Circuit) -> object:
-    """Return a program of the core for a density matrix of `n_qubits`; `circuit` is told of in messages.
-
-    With fusion, since nothing is exact to the last bit here that could be lost: what commutes comes together in fewer passes.
-    The bits still follow from the circuit, the number of qubits and the precision alone.
-    """
-    return compiled(doubled(steps, n_qubits), 2 * n_qubits, precision, circuit, range(2 * n_qubits), fusion=True)
+    """Return a program of the core for a density matrix of `n_qubits`; `circuit` is told of in messages."""
+    operations = gathered(doubled(steps, n_qubits), 2 * n_qubits)
+    return compiled(operations, 2 * n_qubits, precision, circuit, range(2 * n_qubits))
 
 
 def _moved(step: Instruction, place: dict[int, int]) -> Instruction:
