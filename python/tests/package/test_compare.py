@@ -10,11 +10,12 @@ import subprocess
 import sys
 from pathlib import Path
 
+import kraus_sums
 import numpy as np
 import numpy_simulator
 import pytest
 
-from velacamplix import Circuit, Instruction
+from velacamplix import Channel, Circuit, Instruction
 
 ROOT = Path(__file__).resolve().parents[3]
 COMPARE = ROOT / "benchmarks/compare"
@@ -23,6 +24,7 @@ sys.path.insert(0, str(COMPARE))
 import agreement  # noqa: E402
 import cases  # noqa: E402
 import figures  # noqa: E402
+import noise  # noqa: E402
 import report  # noqa: E402
 from cell import Cell  # noqa: E402
 from crew import Crew, Worker, WorkerFailed  # noqa: E402
@@ -319,3 +321,26 @@ def test_from_the_command_to_report_and_picture(tmp_path):
     document = (tmp_path / "performance.md").read_text()
     assert "    tools/compare --no-docs --qubits 5 --threads 1 --repeats 2 --cases ghz shots --simulators\n" in document
     assert (tmp_path / "pictures/comparison.png").read_bytes().startswith(b"\x89PNG")
+
+
+# Noise
+
+
+@pytest.mark.parametrize("simulator", ["velacamplix", "Aer density_matrix"])
+def test_runs_with_noise_find_what_a_sum_over_kraus_operators_finds(simulator):
+    python = sys.executable
+    if simulator != "velacamplix":
+        python = PEERS_PYTHON
+        asked = [python, "-c", "import qiskit_aer"]
+        if not Path(python).exists() or subprocess.run(asked, capture_output=True, check=False).returncode:
+            pytest.skip(f"{python} has no qiskit_aer: tools/compare makes an environment that has")
+    steps = []
+    for name, angles, qubits in noise.gates(3):
+        circuit = Circuit(3)
+        getattr(circuit, name)(*angles, *qubits).channel(
+            Channel.depolarizing(noise.P_TWO if len(qubits) == 2 else noise.P_ONE, len(qubits)), list(qubits)
+        )
+        steps += list(circuit)
+    told = noise.measured(python, simulator, 3)
+    assert told["seconds"] > 0
+    assert np.abs(told["probabilities"] - kraus_sums.density(steps, 3).diagonal().real).max() < 1e-12
