@@ -90,8 +90,6 @@ def _checked(matrix: Any) -> np.ndarray:
     except (TypeError, ValueError):
         raise TypeError(f"matrix must be an array of numbers, got {checks.show(matrix)}{hint}") from None
     shape = values.shape
-    if hint and len(shape) == 1:  # the amplitudes of a pure state
-        raise TypeError(f"matrix must be an array of shape (2**k, 2**k), got {checks.show(matrix)}{hint}")
     if len(shape) != 2 or shape[0] != shape[1] or shape[0] == 0 or shape[0] & (shape[0] - 1):
         raise ValueError(f"matrix must have the shape (2**k, 2**k), got an array of shape {shape}{hint}")
     if shape[0] > 2**MOST_QUBITS:
