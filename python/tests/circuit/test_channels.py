@@ -99,6 +99,7 @@ NOISE = r"instruction 0 \(channel bit_flip\(0.25\) 0\)"
         (lambda c: c.to_matrix(), r"gates and barriers without conditions for a matrix, got instruction 0, channel bit_flip"),
         (lambda c: c.statevector(), rf"without noise for a run of pure states, got {NOISE}"),
         (lambda c: c.to_qasm(), rf"{NOISE} cannot be written in OpenQASM 2: it has no noise"),
+        (lambda c: c.to_qasm3(), rf"{NOISE} cannot be written in OpenQASM 3: it has no noise"),
         (lambda c: run(c, shots=3), rf"without noise for a run of pure states, got {NOISE}"),
         (lambda c: StateVector(1).run(c), rf"{NOISE}: a state vector holds no mixture of states"),
         (lambda c: GateDefinition("noisy", c), r"gates and barriers without conditions only, got channel bit_flip\(0.25\) 0"),
@@ -114,6 +115,7 @@ def test_what_noise_cannot_be_asked(call, message):
     "call, message",
     [
         (lambda c: c.to_qasm(), r"instruction 0 \(measure 0 -> 0 misread \(0.1, 0.2\)\) cannot be written in OpenQASM 2: it has no noise"),
+        (lambda c: c.to_qasm3(), r"instruction 0 \(measure 0 -> 0 misread .*\) cannot be written in OpenQASM 3: it has no noise"),
         (lambda c: run(c, shots=3), r"without noise for a run of pure states, got instruction 0 \(measure 0 -> 0 misread"),
         (lambda c: StateVector(1).run(c), r"instruction 0 \(measure 0 -> 0 misread"),
     ],

@@ -126,7 +126,7 @@ def test_what_is_refused_is_named_with_its_position():
 
 def test_registers_have_their_names():
     circuit = QuantumCircuit(qiskit.QuantumRegister(2, "left"), [qiskit.circuit.Qubit()], qiskit.ClassicalRegister(1, "q"))
-    assert [(r.name, r.size) for r in circuit_from_qiskit(circuit).registers] == [("left", 2), ("q1", 1), ("q", 1)]
+    assert [(r.name, r.size) for r in circuit_from_qiskit(circuit).registers] == [("left", 2), ("q_2", 1), ("q", 1)]
 
 
 # Decisions and loops
@@ -214,8 +214,7 @@ def test_bodies_keep_their_phases():
     circuit.if_else((circuit.clbits[0], 1), body, QuantumCircuit(1, 1, global_phase=0.2), [0], [0])
     decided = circuit_from_qiskit(circuit)
     assert [(step.name, step.condition) for step in decided] == [
-        ("S", Condition((0,), 1)), ("RZ", Condition((0,), 1)), ("PH", Condition((0,), 1)),
-        ("RZ", Condition((0,), 0)), ("PH", Condition((0,), 0)),
+        ("gphase", Condition((0,), 1)), ("S", Condition((0,), 1)), ("gphase", Condition((0,), 0)),
     ]  # fmt: skip
 
 
@@ -236,3 +235,15 @@ def test_what_is_no_decision_is_refused_by_name():
         circuit.measure(0, 1)
     with pytest.raises(NotConverted, match="body of a while must measure into a bit of its condition"):
         circuit_from_qiskit(circuit)
+
+
+@pytest.mark.parametrize("n, message", [(60, "instructions must hold each other at most 50 levels deep, got 51"), (300, "too deeply for Python's stack")])
+def test_bodies_are_nested_up_to_a_limit(n, message):
+    body = QuantumCircuit(1, 1)
+    body.x(0)
+    for _ in range(n):
+        outside = QuantumCircuit(1, 1)
+        outside.if_else((outside.clbits[0], 1), body, None, [0], [0])
+        body = outside
+    with pytest.raises(NotConverted, match=message):
+        circuit_from_qiskit(body)

@@ -1,24 +1,13 @@
-"""OpenQASM 3 by way of Qiskit's importer: what it becomes, what is refused, and what is said when it is not installed."""
-
-import os
-import subprocess
-import sys
-from importlib.util import find_spec
-from pathlib import Path
+"""OpenQASM 3: what gates, phases, registers and modifiers become, beside what Qiskit reads, and what is refused."""
 
 import numpy as np
 import numpy_simulator
 import pytest
 
-from velacamplix import Circuit, Condition, Instruction, StateVector, run
+from velacamplix import Circuit, Condition, If, Instruction, StateVector, run
 from velacamplix.qasm import QasmError
 
 HEADER = 'OPENQASM 3.0;\ninclude "stdgates.inc";\n'
-
-needs_importer = pytest.mark.skipif(
-    not all(find_spec(name) for name in ("qiskit", "qiskit_qasm3_import")),
-    reason="needs the importer: pip install qiskit qiskit_qasm3_import",
-)
 
 PROGRAMS = {
     "all standard gates": """
@@ -50,11 +39,11 @@ def state_of(text):
     return numpy_simulator.unitary(circuit)[:, 0]
 
 
-@needs_importer
 @pytest.mark.parametrize("name", PROGRAMS)
 @pytest.mark.filterwarnings("ignore::DeprecationWarning")
 def test_program_is_the_one_qiskit_reads(name):
-    from qiskit import qasm3
+    qasm3 = pytest.importorskip("qiskit.qasm3", reason="needs Qiskit: pip install velacamplix[test]")
+    pytest.importorskip("qiskit_qasm3_import", reason="needs Qiskit's importer: pip install velacamplix[test]")
     from qiskit.quantum_info import Operator
 
     theirs = Operator(qasm3.loads(HEADER + PROGRAMS[name])).data
@@ -62,12 +51,12 @@ def test_program_is_the_one_qiskit_reads(name):
     np.testing.assert_allclose(mine, theirs, rtol=0, atol=1e-12)
 
 
-# --- What Qiskit's importer, or its circuits, would lose ---
+# --- Phases, names, powers ---
 
 
-@needs_importer
 @pytest.mark.parametrize("first", range(0, 200, 50))
 def test_random_programs_give_qiskits_state(first):
+    pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
     import qasm3_programs
 
     for seed in range(first, first + 50):
@@ -90,7 +79,6 @@ PHASES = {
 }
 
 
-@needs_importer
 @pytest.mark.parametrize("where", ["outside", "in a body", "in a controlled body", "in an if"])
 @pytest.mark.parametrize("statement", PHASES)
 def test_phases_are_kept(statement, where):
@@ -113,7 +101,6 @@ def test_phases_are_kept(statement, where):
     np.testing.assert_allclose(state_of(text), expected, rtol=0, atol=1e-14)
 
 
-@needs_importer
 @pytest.mark.parametrize("name", ["unitary", "if_else", "matrix", "diagonal", "measured", "h2", "delay_1", "annotated", "barrier_"])
 def test_a_gate_may_have_any_name(name):
     circuit = Circuit.from_qasm3(HEADER + f"gate {name} a, b {{ h a; cx a, b; }} qubit[2] q; {name} q[1], q[0]; inv @ {name} q[1], q[0];")
@@ -121,7 +108,6 @@ def test_a_gate_may_have_any_name(name):
     assert Circuit.from_qasm(circuit.to_qasm()).gate_counts() == circuit.gate_counts()
 
 
-@needs_importer
 def test_names_of_known_gates_are_defined_anew():
     circuit = Circuit.from_qasm3("OPENQASM 3.0; gate h a { U(1, 2, 3) a; } gate SWAP a, b { h b; } qubit[2] q; h q[0]; SWAP q[0], q[1];")
     assert [step.name for step in circuit] == ["h_gate", "SWAP_gate"]
@@ -130,40 +116,36 @@ def test_names_of_known_gates_are_defined_anew():
     assert [step.name for step in circuit] == ["h_gate_2", "h_gate"]
 
 
-@needs_importer
 def test_parameters_of_a_gate_come_in_the_order_of_its_definition():
     circuit = Circuit.from_qasm3(HEADER + "gate turn(phi, angle_1) q { rx(phi) q; rz(angle_1) q; } qubit q; turn(0.25, 0.5) q;")
     assert [str(step) for step in circuit.basic_instructions()] == ["RX(0.25) 0", "RZ(0.5) 0"]
 
 
-@needs_importer
 def test_definitions_that_double_are_kept_as_they_are():
     gates = "".join(f"gate g{i}(t) a {{ g{i - 1}(t) a; inv @ g{i - 1}(t / 2) a; }}\n" for i in range(1, 60))
-    circuit = Circuit.from_qasm3(HEADER + "gate g0(t) a { rx(t) a; }\n" + gates + "qubit q; g59(1) q;")
-    assert len(circuit) == 1 and circuit[0].definition.size > 2**59
+    circuit = Circuit.from_qasm3(HEADER + "gate g0(t) a { rx(t) a; }\n" + gates + "qubit q; g12(1) q;")
+    assert len(circuit) == 1 and 2**12 < circuit[0].definition.size < 2**14
+    with pytest.raises(QasmError, match="the program expands to more than 10000000 instructions .at 'g59'"):
+        Circuit.from_qasm3(HEADER + "gate g0(t) a { rx(t) a; }\n" + gates + "qubit q; g59(1) q;")
 
 
-@needs_importer
 def test_nothing_happens_in_a_delay():
     circuit = Circuit.from_qasm3(HEADER + "qubit[2] q; h q[0]; delay[100ns] q; delay[2us] q[1]; delay[1ms]; gate g a { delay[1ns] a; x a; } g q[1];")
     assert [str(step) for step in circuit.basic_instructions()] == ["H 0", "X 1"]
 
 
-@needs_importer
 def test_ranges_hold_their_ends():
     circuit = Circuit.from_qasm3(HEADER + "qubit[4] q; x q[1:-1]; y q[2:-1:0]; z q[-4:2:-1]; h q[{0, -1}]; s q[:];")
     assert [str(step) for step in circuit] == ["X 1", "X 2", "X 3", "Y 2", "Y 1", "Y 0", "Z 0", "Z 2", "H 0", "H 3", "S 0", "S 1", "S 2", "S 3"]
 
 
-@needs_importer
 def test_integers_are_divided_towards_zero():
     circuit = Circuit.from_qasm3(HEADER + "qubit q; rx(7/2) q; rx(-7/2) q; rx(7/-2) q; rx(-7/-2) q; rx(-6/2) q; rx(7/2.0) q;")
     assert [step.params[0] for step in circuit] == [3, -3, -3, 3, -3, 3.5]
 
 
-@needs_importer
 def test_powers():
-    circuit = Circuit.from_qasm3(HEADER + "qubit q; pow(3) @ h q; pow(-2) @ s q; pow(0) @ x q; pow(1000000) @ rx(0.5) q; pow(0.5) @ p(pi) q;")
+    circuit = Circuit.from_qasm3(HEADER + "qubit q; pow(3) @ h q; pow(-2) @ s q; pow(0) @ x q; pow(1e300) @ pow(0) @ x q; pow(1000000) @ rx(0.5) q; pow(0.5) @ p(pi) q;")
     assert [str(step) for step in circuit] == ["H 0"] * 3 + ["sdg 0"] * 2 + ["RX(500000) 0", "PH(1.57079632679) 0"]
     circuit = Circuit.from_qasm3(HEADER + "qubit[2] q; pow(100001) @ ch q[0], q[1]; pow(1/2.0) @ x q[0]; pow(-1.5) @ cx q[0], q[1];")
     assert [step.name for step in circuit] == ["matrix"] * 3
@@ -171,126 +153,251 @@ def test_powers():
     np.testing.assert_allclose(np.array(circuit[1].params).reshape(2, 2), root, rtol=0, atol=1e-15)
 
 
-@needs_importer
 def test_open_parameters_in_modified_gates():
     text = "input float[64] Theta; input angle sin; qubit[2] q; ctrl @ inv @ rx(2 * Theta) q[0], q[1]; pow(2) @ rz(sin / 3) q[0]; ctrl @ gphase(-sin) q[1];"
     circuit = Circuit.from_qasm3(HEADER + text)
     assert set(circuit.parameters) == {"Theta", "sin"}
-    assert [str(step) for step in circuit.bind(Theta=0.5, sin=0.75)] == ["RX(-1) 1 controls 0", "RZ(0.5) 0", "PH(-0.75) 1"]
+    assert [str(step) for step in circuit.bind(Theta=0.5, sin=0.75)] == ["RX(-1) 1 controls 0", "RZ(0.5) 0", "gphase(-0.75) controls 1"]
 
 
-@needs_importer
-def test_a_phase_in_front_of_measurements_leaves_them_at_the_end():
-    circuit = Circuit.from_qasm3(HEADER + "qubit q; bit c; h q; c = measure q; gphase(0.5);")
+def test_a_phase_behind_measurements_leaves_them_at_the_end():
+    circuit = Circuit.from_qasm3(HEADER + "qubit q; bit c; h q; c = measure q; gphase(0.5); gphase(0.25);")
     result = run(circuit, shots=10, seed=1)
-    assert [step.name for step in circuit] == ["RZ", "PH", "H", "measure"] and result.has_state
+    assert [step.name for step in circuit] == ["H", "measure", "gphase", "gphase"] and result.has_state
+    assert circuit.global_phase == 0.75
+    assert list(Circuit.from_qasm3("gphase(0.5);\n")) == [Instruction("gphase", (), (0.5,))]
 
 
-@needs_importer
 def test_names_of_registers_are_kept():
     circuit = Circuit.from_qasm3(HEADER + "qubit[2] a; bit[2] m; qubit b; h a[0]; m[0] = measure a[0]; reset b;")
-    assert [(r.name, r.kind, r.start, r.size) for r in circuit.registers] == [("a", "quantum", 0, 2), ("b", "quantum", 2, 1), ("m", "classical", 0, 2)]
+    assert [(r.name, r.kind, r.start, r.size) for r in circuit.registers] == [("a", "quantum", 0, 2), ("m", "classical", 0, 2), ("b", "quantum", 2, 1)]
     assert list(circuit) == [Instruction("H", (0,)), Instruction("measure", (0,), clbits=(0,)), Instruction("reset", (2,))]
     circuit = Circuit.from_qasm3(HEADER + "qubit[2] Q; bit Erg; qubit ÄÖ; h ÄÖ;")
-    assert [register.name for register in circuit.registers] == ["Q", "ÄÖ", "Erg"]
-    circuit = Circuit.from_qasm3(HEADER + "h $1;")
-    assert circuit.n_qubits == 2 and [register.size for register in circuit.registers] == [1, 1]
+    assert [register.name for register in circuit.registers] == ["Q", "Erg", "ÄÖ"]
+    circuit = Circuit.from_qasm3(HEADER + "bit q; h $1; q = measure $3;")
+    assert [(r.name, r.kind, r.size) for r in circuit.registers] == [("q", "classical", 1), ("q_2", "quantum", 4)]
 
 
-@needs_importer
 def test_conditions():
     circuit = Circuit.from_qasm3(
         HEADER + "qubit[2] q; bit[2] c; c = measure q; if (c == 2) { x q[0]; } if (c[1]) { y q[0]; } else { z q[0]; h q[1]; } if (!c[0]) x q[1];"
     )
-    assert [(step.name, step.condition) for step in circuit if step.is_gate] == [
-        ("X", Condition((0, 1), 2)), ("Y", Condition((1,), 1)), ("Z", Condition((1,), 0)), ("H", Condition((1,), 0)), ("X", Condition((0,), 0)),
-    ]  # fmt: skip
+    assert circuit[1].detail == If(Condition((0, 1), 2), (Instruction("X", (0,)),))
+    assert circuit[2].detail == If(
+        Condition((1,), 1), (Instruction("Y", (0,)),), (Instruction("Z", (0,)), Instruction("H", (1,)))
+    )
+    assert circuit[3] == Instruction("X", (1,), condition=Condition((0,), 0)), "one statement without braces asks by itself"
 
 
-@needs_importer
 def test_inputs_are_parameters():
     circuit = Circuit.from_qasm3(HEADER + "input float[64] theta; input float[64] phi; qubit q; rx(2 * theta + phi) q; rz(theta) q;")
     assert set(circuit.parameters) == {"theta", "phi"}
     assert list(circuit.bind(theta=0.5, phi=0.25)) == [Instruction("RX", (0,), (1.25,)), Instruction("RZ", (0,), (0.5,))]
 
 
-@needs_importer
-def test_file(tmp_path):
-    (tmp_path / "a.qasm").write_text(HEADER + "qubit q; h q;")
-    assert Circuit.from_qasm3(tmp_path / "a.qasm") == Circuit.from_qasm3(HEADER + "qubit q; h q;")
-    with pytest.raises(FileNotFoundError):
-        Circuit.from_qasm3(tmp_path / "b.qasm")
-
-
-@needs_importer
-@pytest.mark.parametrize(
-    "text, lines",
-    [
-        ("if (c == 1) { x q[0]; } else { y q[0]; }", 'if c[0, 1] == "10":|    X 0|else:|    Y 0'),
-        ("if (c[0]) { if (c[1]) { y q[0]; } x q[0]; }", "if c[0] == 1:|    Y 0 if c[1] == 1|    X 0"),
-        ("if (c[0]) { c = measure q; x q[0]; }", "if c[0] == 1:|    measure 0 -> 0|    measure 1 -> 1|    X 0"),
-        ("if (c[0]) { c[1] = measure q[0]; x q[0]; }", "measure 0 -> 1 if c[0] == 1|X 0 if c[0] == 1"),
-        ("while (c == 2) { h q[1]; c[1] = measure q[1]; }", 'while c[0, 1] == "01":|    H 1|    measure 1 -> 1'),
-        ("if (!c[0]) { x q[0]; } else { while (!c[0]) { c = measure q; } }",
-         "if c[0] == 0:|    X 0|else:|    while c[0] == 0:|        measure 0 -> 0|        measure 1 -> 1"),
-    ],
-)  # fmt: skip
-def test_decisions_and_loops(text, lines):
-    circuit = Circuit.from_qasm3(HEADER + "qubit[2] q; bit[2] c;" + text)
-    assert str(circuit).splitlines() == lines.split("|")
-
-
 REFUSED = [
-    # the text, with the mark @ at the place that is told; what is told
-    ("qubit q; @unknown q;", "gate 'unknown' is not defined"),
-    ("qubit q; h q@", "missing ';'"),
-    ("qubit q; h q; @$ x q;", "token recognition error"),
-    ("qubit[2] q; cx q[0] @q[1];", "missing ';'"),
-    ("@\0\1binary", "token recognition error"),
-    ("qubit q; bit[2] c; @while (c[0]) { c[1] = measure q; }", "body of a while must measure into a bit of its condition"),
-    ("qubit q; bit c; while (c) { c = measure q; @break; }", "break cannot be carried out"),
-    ("qubit q; bit[2] c; if (@c < 2) x q;", "unhandled binary operator"),
-    ("qubit q; @for int i in [0:3] { x q; }", "a for loop cannot be carried out"),
-    ("qubit q; @def f() { }", "SubroutineDefinition is not supported"),
-    ("@pragma anything\nqubit q;", "Pragma is not supported"),
-    ('@include "other.inc";', "non-stdgates imports"),
-    ("qubit q; bit[2] c; @if (c == 4) x q;", "the condition can never hold: 2 bit(s) do not become 4"),
-    ("qubit q; bit[2] c; @if (c == -1) x q;", "the condition can never hold"),
-    ("qubit q; if (@q == 1) x q;", "conditions must be"),
-    ("qubit q; @rx(1, 2) q;", "gate 'rx' takes 1 parameter(s), got 2"),
-    ("qubit q; @U(1) q;", "gate 'U' takes 3 parameter(s), got 1"),
-    ("gate g(a) x { rx(a) x; } qubit q; @g q;", "gate 'g' takes 1 parameter(s), got 0"),
-    ("qubit[2] q; @cx q[0], q[0];", "duplicate"),
-    ("qubit q; @ctrl @@ x q;", "does not match"),
+    # words
+    ("qubit q; @unknown q;", "unknown gate 'unknown'"),
+    ("qubit q; h q@", "unexpected end of the program, expected ',' or ';'"),
+    ("qubit q; h q @h q;", "unexpected text, expected ',' or ';'"),
+    ("qubit q;\n@? q;", "unexpected character '?', expected a statement"),
+    ("@\x00\x01binary", "unexpected character '\\x00', expected a statement"),
+    ("qubit q; @) q;", "expected a statement"),
+    ("qubit q; @/* never ends", "this comment has no end"),
+    ("qubit[2 @q;", "expected ']'"),
+    ("qubit @for;", "for is a reserved word and cannot stand here"),
+    ("int @measure = 2;", "measure is a reserved word"),
+    ("qubit q; rx(2 @2) q;", "expected ')' or ','"),
+    ("qubit q; rx(2 +@) q;", "expected '(' or '-' or a name or a number"),
+    ("qubit q; rx(2 + @measure q) q;", "a measurement stands alone, as in c = measure q;"),
+    ("const int n@;", "expected '='"),
+    ("gate g @{ }", "expected a name"),
+    ("for int i @of [0:2] { }", "expected 'in'"),
+    ("for @i in [0:2] { }", "expected a type"),
+    ("bit c; switch (c) { @x q; }", "expected 'case'"),
+    ("bit c; switch (c) { case 0 @x q; }", "expected '{'"),
+    ("bit[2] c; switch (c) { default { } @case 0 { } }", "expected '}'"),
+    ("@OPENQASM 3.0;", "the version stands in the first statement alone"),
+    # what is not carried out
+    ("qubit q; @def f(qubit a) { }", "subroutines (def) are not carried out: write the statements where they are called"),
+    ("@extern f(int) -> int;", "functions from outside (extern) are not known here"),
+    ("@cal { }", "calibrations (cal)"),
+    ("@defcal x $0 { }", "calibrations (defcal)"),
+    ('@defcalgrammar "openpulse";', "calibrations (defcalgrammar)"),
+    ("@duration d = 100ns;", "timing (duration)"),
+    ("@stretch s;", "timing (stretch)"),
+    ("qubit q; @x[100ns] q;", "timing (a duration of a gate)"),
+    ("@array[int[8], 3] a;", "arrays are not carried out"),
+    ("@complex[float] z;", "complex numbers are not carried out"),
+    ("float x = @2im;", "complex numbers are not carried out"),
+    ("@pragma anything\nqubit q;", "a pragma is not carried out"),
+    ("@#pragma anything\nqubit q;", "a pragma is not carried out"),
+    ("@\u0001 note\nqubit q;", "an annotation is not carried out"),
+    ("@opaque g a;", "a gate without a body (opaque)"),
+    ("@return;", "there is no subroutine to return from"),
+    ("input @int n;", "an input must be a float or an angle"),
+    # files
+    ('include @"other.inc";', "no such file"),
+    ('include @"qelib1.inc";', 'the gates of OpenQASM 3 are in "stdgates.inc"'),
+    ("include @other;", "a file name in quotes"),
+    ('qubit h2; { include @"stdgates.inc"; }', "what a file holds must be declared outside of all braces"),
+    # names and registers
+    ("qubit q; bit @q;", "'q' is already declared"),
+    ("qubit q; gate @q a { }", "'q' is already declared"),
+    ("gate @h a { }", "'h' is already declared"),
+    ("qubit @h;", "'h' is already declared"),
+    ("qubit @pi;", "'pi' is already declared"),
+    ("qubit q; { qubit @r; }", "qubits must be declared outside of all braces"),
+    ("{ gate @g a { } }", "a gate must be declared outside of all braces"),
+    ("gate g(a, @a) b { }", "parameter 'a' named twice"),
+    ("gate g a, @a { }", "qubit 'a' named twice"),
+    ("gate g(a) @a { }", "both a parameter and a qubit"),
+    ("qubit[1000001] @q;", "a register has at most 1000000 bits"),
+    ("bit[1000000 * 1000000] @c;", "a register has at most 1000000 bits"),
+    ("qubit[-1] @q;", "a register has at most 1000000 bits"),
+    ("qubit[1.5] @q;", "the size of a register must be an integer"),
+    ("qubit[2] q; h @r;", "unknown name 'r'"),
+    ("bit c; h @c;", "'c' is no qubit"),
+    ("qubit q; h @pi;", "'pi' is no qubit"),
+    ("qubit[3] q; h @q[1:3];", "a range must be within the 3 bits"),
+    ("qubit[3] q; h @q[3];", "index 3 is outside of 'q' of size 3"),
+    ("qubit[3] q; h @q[-4];", "index -4 is outside of 'q' of size 3"),
+    ("qubit[3] q; h @q[0:0:2];", "the step of a range must not be 0"),
+    ("qubit[3] q; h @q[{0, 1, 0}];", "a bit is named twice"),
+    ("qubit[3] q; h @q[0.5];", "an index must be an integer"),
+    ("qubit[3] q; bit[3] c; h @q[c[0]];", "an index must be an integer: bits are known when the circuit is run"),
+    ("qubit q; h @q[0];", "only a register has parts"),
+    ("qubit[2] q; let @a = q[0] ++ q;", "a bit is named twice"),
+    ("qubit q; bit c; let @a = q ++ c;", "let gives a name to qubits or to classical bits"),
+    ("qubit[2] q; qubit[3] r; cx q, @r;", "registers 'q' and 'r' differ in size, 2 and 3"),
+    ("h $0; qubit @q;", "either qubits of the hardware"),
+    ("qubit q; h @$0;", "either qubits of the hardware"),
+    ("h @$1000000;", "at most 1000000 quantum bits"),
+    # gates and modifiers
+    ("qubit q; @rx(1, 2) q;", "gate 'rx' takes 1 parameter, got 2"),
+    ("qubit q; @U(1) q;", "gate 'U' takes 3 parameters, got 1"),
+    ("gate g(a) x { rx(a) x; } qubit q; @g q;", "gate 'g' takes 1 parameter, got 0"),
+    ("qubit[2] q; cx q[0], @q[0];", "a qubit of 'q' is named twice in one call"),
+    ("qubit q; @ctrl @@ x q;", "x with its controls takes 2 qubit(s), got 1"),
     ("qubit q; @ctrl(0) @@ x q;", "ctrl(0) must have from 1 to 1000000 controls"),
     ("qubit q; @negctrl(10000000000000) @@ x q;", "negctrl(10000000000000) must have"),
-    ("qubit q; @rx(1/0) q;", "by zero"),
-    ("qubit q; @rx(1e999) q;", "angle must be finite, got inf"),
-    ("qubit q; rx(@sin(1)) q;", "FunctionCall"),
-    ("qubit[3] q; h @q[1:3];", "a range must be within the 3 bits"),
-    ("qubit[3] q; @h q[3];", "out of range"),
-    ("@gphase(0.5);", "a global phase cannot be converted where there is no qubit"),
-    ("qubit q; @gphase(0.5) q;", "does not match"),
-    ("gate g a { h a; @reset a; } qubit q;", "reset"),
-    ("gate g a { h a; @unknown a; } qubit q;", "gate 'unknown' is not defined"),
+    ("qubit q; @ctrl(1.5) @@ x q;", "the number of controls in ctrl() must be an integer"),
+    ("qubit q; @pow @@ x q;", "pow(k) has a number, inv has none"),
+    ("qubit q; @inv(2) @@ x q;", "pow(k) has a number, inv has none"),
+    ("qubit q; pow(2) @x q;", "expected '@'"),
+    ("qubit q; rx(1@/0) q;", "division by zero"),
+    ("qubit q; rx(1 @% 0) q;", "division by zero"),
+    ("qubit q; rx(@1e999) q;", "number too large"),
+    ("qubit q; rx(2.0 @** 9999) q;", "number too large"),
+    ("qubit q; rx(3 @** 9999) q;", "integer too large: at most 4096 bits"),
+    ("qubit q; rx(2 @<< 9999) q;", "integer too large: at most 4096 bits"),
+    ("rx(7.5 @% 0) q;", "division by zero"),
+    ("rx(1 @>> -1) q;", "a number of places that is not negative"),
+    ("rx(1.5 @& 2) q;", "& needs integers"),
+    ("rx(@~5) q;", '~ needs bits, as in ~"0101"'),
+    ('rx(@!"01") q;', "! cannot be applied to this"),
+    ('if ("01" @&& true) { }', "&& joins what is true or false"),
+    ('rx("01" @+ "10") q;', 'as many bits on both sides; uint("01") is a number'),
+    ('if ("01" @== "010") { }', "as many bits on both sides"),
+    ("rx(2 ** 2000 @* 1.5) q;", "number too large"),
+    ("int n = 5; rx(@n[5000]) q;", "'n' has bits from 0 to 4095, got 5000"),
+    ("input float a; rx(a @% 2) q;", "% cannot be applied to a number that is known when the circuit is run"),
+    ("input float a; @int n = a;", "it depends on an input or parameter, which gets its value later"),
+    ("for @duration d in {1} { }", "timing (duration)"),
+    ("for int i in [@0:0:3] { }", "the step of a range must not be 0"),
+    ("qubit q; rx(0.5)@[10ns] q;", "timing (a duration of a gate)"),
+    ("qubit[2] q; q[0] @q;", "expected '='"),
+    ("rx(1 + @.) q;", "expected '(' or '-' or a name or a number"),
+    ("rx(@0x_) q;", "expected a number"),
+    ("rx(@0x" + "f" * 5000 + ") q;", "number too large"),
+    ("gate g a { bit @c; }", "this cannot stand in the body of a gate, 'g'"),
+    ("gate g a { int n; n = @measure a; }", "a measurement cannot stand in the body of a gate, 'g'"),
+    ("bit[3] c; gate g a { if (@c == 1) { x a; } }", "'c' is outside of the gate 'g'"),
+    ("qubit[1000000] q; qubit @r;", "a program has at most 1000000 quantum bits"),
+    ("qubit q; rx(@sqrt(-1)) q;", "sqrt of -1 is not a real number"),
+    ("qubit q; rx(@log(0)) q;", "log of 0 is not a real number"),
+    ("qubit q; rx(@sinh(1)) q;", "unknown function 'sinh'; known: sin, cos"),
+    ("qubit q; rx(@sin(1, 2)) q;", "sin cannot be applied to 2 value(s)"),
+    ('qubit q; @rx("01") q;', "an angle must be a number"),
+    ('qubit q; rx(@"2") q;', "a text among numbers is made of 0 and 1"),
+    ("qubit q; bit c; @rx(c) q;", "an angle must be a number: bits are known when the circuit is run"),
+    ("qubit q; @rx(q) q;", "an angle must be a number: these are qubits"),
+    ("qubit q; @rx(100ns) q;", "an angle must be a number: this is a time"),
+    ("qubit q; rx(@a) q;", "unknown name 'a'"),
+    ("int n; qubit q; rx(@n) q;", "'n' has no value yet"),
+    ("qubit q; @gphase(0.5) q;", "gate 'gphase' takes 0 qubits, got 1"),
+    ("qubit q; @gphase;", "gphase takes 1 parameter, got 0"),
+    ("gate g a { h a; @reset a; } qubit q;", "this cannot stand in the body of a gate, 'g'"),
+    ("gate g a { h a; @unknown a; } qubit q;", "unknown gate 'unknown'"),
+    ("gate g a { @g a; }", "gate 'g' is used in its own definition"),
+    ("qubit q; gate g a { h @q; }", "'q' is outside of the gate 'g'"),
+    ("int n = 2; gate g a { rx(@n) a; }", "'n' is outside of the gate 'g', which sees its own names and constants"),
     ("gate g a { @pow(0.5) @@ rx(7) a; } qubit q;", "the principal root is not the rotation by a part of the angle"),
     ("qubit q; @pow(0.5) @@ p(-pi) q;", "the principal root is not"),
+    ("qubit q; @pow(1e308) @@ rx(3) q;", "pow(1e+308) of RX(3) 0 has an angle that is too large"),
+    ("qubit q; @pow(1e7) @@ h q;", "or 6 qubits and a power of 1000000"),
+    ("gate g a { x a; @end; } qubit q;", "end cannot stand in the body of a gate, 'g'"),
+    ("rx(1 @<< 2 ** 100) q;", "integer too large: at most 4096 bits"),
+    ("rx(-3 @** 2585) q;", "integer too large: at most 4096 bits"),
     ("input float a; qubit q; @pow(0.5) @@ rx(a) q;", "pow(0.5) of a gate whose angles are not known yet"),
+    ("input float a; qubit q; @pow(a) @@ x q;", "pow(k) needs a number that is known"),
     ("qubit[7] q; gate g a, b, c, d, e, f, i { cx a, b; } @pow(2000) @@ g q[0], q[1], q[2], q[3], q[4], q[5], q[6];", "7 qubits"),
-    ("@qubit[1000001] q;", "a register has at most 1000000 bits"),
-    ("@bit[1000000 * 1000000] c;", "a register has at most 1000000 bits"),
-    ("@qubit[-1] q;", "a register has at most 1000000 bits"),
+    # measurement and bits
+    ("qubit q; @measure q;", "the outcome of a measurement needs a place"),
+    ("qubit[2] q; bit[3] c; @c = measure q;", "as many bits as qubits, got 2 qubit(s) and 3 bit(s)"),
+    ("qubit q; int n; @n = measure q;", "'n' cannot take the outcome of a measurement"),
+    ("qubit q; int @n = measure q;", "a measurement goes into bits"),
+    ("bit[2] c; @c = 1;", "classical bits get their values from measurements"),
+    ("bit[2] @c = \"01\";", "bits are 0 at the beginning"),
+    ("qubit q; @q = 1;", "'q' cannot be set"),
+    # variables
+    ("const int n = 2; @n = 3;", "'n' is a constant or an input and cannot be set"),
+    ("input float a; @a = 3;", "'a' is a constant or an input and cannot be set"),
+    ("@int[3] n = 4;", "this value is none of the type int[3]"),
+    ("@uint n = -1;", "this value is none of the type uint"),
+    ("@int n = 1.5;", "this value is none of the type int"),
+    ("@int[0] n = 1;", "the size of a type must be from 1 to 4096, got 0"),
+    ("bit[2] c; @int n = c;", "this value is none of the type int: bits are known when the circuit is run"),
+    ("input float a; const float @b = a;", "a constant cannot depend on an input"),
+    ("bit c; int n = 0; if (c) { @n = 1; }", "'n' is set where a measurement decides"),
+    # conditions
+    ("qubit q; bit[2] c; if (c @== 4) x q;", "the condition can never hold: 2 bit(s) do not become 4"),
+    ("qubit q; bit[2] c; if (c @== -1) x q;", "the condition can never hold"),
+    ("qubit q; bit[2] c; if (c @< 4) x q;", "2 bit(s) are compared with a number from 0 to 2**2 - 1, got 4"),
+    ("qubit q; bit[2] c; if (int[2](c) @== 2) x q;", "the condition can never hold"),
+    ("qubit q; bit[2] c; if (int[2](c) @< 1) x q;", "write uint in place of int"),
+    ("qubit q; if (q @== 1) x q;", "these are qubits"),
+    ("qubit q; bit[2] c; @if (c) x q;", "a condition must be true or false; compare a register with a number"),
+    ("qubit q; bit[2] c; if (c @& 1) x q;", "& joins single bits, comparisons, and what is true or false"),
+    ("qubit q; bit[2] c; if (c @+ 1 == 2) x q;", "cannot be applied to what is measured"),
+    ("qubit q; bit[2] c; if (c @== \"010\") x q;", "cannot be applied to what is measured"),
+    ("input float a; qubit q; if (a @> 1) x q;", "cannot be applied to a number that is known when the circuit is run"),
+    ("input float a; qubit q; @if (a) x q;", "a condition must be true or false"),
+    ("bit c; gate g a { if (@c) { x a; } }", "'c' is outside of the gate 'g'"),
+    # loops
+    ("qubit q; bit c; @while (c) { x q; }", "body of a while must measure into a bit of its condition"),
+    ("qubit q; bit[2] c; @for bit b in c { x q; }", "a loop goes over a range [0:3] or over values {1, 2}"),
+    ("qubit q; for int i in [@0:] { x q; }", "the range of a loop needs a start and an end"),
+    ("bit c; int n = 0; @while (n == 0 || c) { n += 1; }", "whether this loop goes on, but not from its first round on"),
+    ("qubit q; @while (true) { }", "the program expands to more than 1000 instructions"),
+    ("qubit q; @for int i in [0:1000000000000] { }", "the program expands to more than 1000 instructions"),
+    ("qubit q; @break;", "break stands in no loop"),
+    ("qubit q; bit c; while (!c) { c = measure q; @break; }", "break stands in no loop"),
+    ("qubit q; bit c; for int i in [0:3] { if (c) { @break; } }", "break where a measurement decides is not carried out"),
+    ("qubit q; bit c; if (c) { @end; }", "end where a measurement decides is not carried out"),
+    ("bit[2] c; @switch (c) { case 4 { } }", "a case must be an integer from 0 to 3, got 4"),
+    ("bit[2] c; @switch (c) { case 1, 2 { } case 2 { } }", "cases must have distinct values, got 2 twice"),
+    ("bit c; @switch (!c) { case 1 { } }", "a switch needs an integer or a register"),
+    ("@switch (1.5) { case 1 { } }", "a switch needs an integer or a register"),
 ]
 
 
-@needs_importer
 @pytest.mark.parametrize("marked, message", REFUSED, ids=[marked for marked, _ in REFUSED])
 def test_what_cannot_be_said_is_refused_at_its_place(marked, message, capfd):
     before, after = marked.replace("@@", "\u0001").split("@", 1)
-    before = before.replace("; ", ";\n")
-    text = HEADER + before + after.replace("\u0001", "@")
+    before, after = (text.replace("\u0001", "@") for text in (before.replace("; ", ";\n"), after))
     with pytest.raises(QasmError) as caught:
-        Circuit.from_qasm3(text)
+        Circuit.from_qasm3(HEADER + before + after, most_instructions=1000)
     error = caught.value
     assert message in str(error)
     assert (error.line, error.column) == (3 + before.count("\n"), len(before.rpartition("\n")[2]) + 1)
@@ -298,13 +405,12 @@ def test_what_cannot_be_said_is_refused_at_its_place(marked, message, capfd):
     assert capfd.readouterr() == ("", "")
 
 
-@needs_importer
-def test_deep_nesting_is_refused():
-    with pytest.raises(QasmError, match="nested more deeply than Qiskit's importer can follow"):
-        Circuit.from_qasm3(HEADER + "qubit q; rx(" + "(" * 5000 + "1" + ")" * 5000 + ") q;")
+def test_the_library_comes_before_gates_of_its_names():
+    with pytest.raises(QasmError, match="'u1' is declared here and was declared before") as caught:
+        Circuit.from_qasm3('OPENQASM 3.0; gate u1 a { } include "stdgates.inc";')
+    assert caught.value.column == 37
 
 
-@needs_importer
 @pytest.mark.parametrize("comment", ["", "// OPENQASM 3.0;\n", "/* OPENQASM 3.0;\n */ "])
 def test_other_versions_are_refused_by_name(comment):
     with pytest.raises(QasmError, match="this reader knows OpenQASM 3, not 2.0; Circuit.from_qasm reads 2.0"):
@@ -313,7 +419,23 @@ def test_other_versions_are_refused_by_name(comment):
     assert Circuit.from_qasm3("// no version\nqubit q;").n_qubits == 1
 
 
-@needs_importer
+def test_files(tmp_path):
+    (tmp_path / "parts").mkdir()
+    (tmp_path / "a.qasm").write_text(HEADER + 'include "parts/b.inc"; qubit q; twice q;')
+    (tmp_path / "parts" / "b.inc").write_text("gate twice a { h a; h a; }")
+    circuit = Circuit.from_qasm3(tmp_path / "a.qasm")
+    assert [str(step) for step in circuit.basic_instructions()] == ["H 0", "H 0"]
+    (tmp_path / "parts" / "b.inc").write_text("gate twice a { h a;\n h b; }")
+    with pytest.raises(QasmError, match="unknown name 'b'") as caught:
+        Circuit.from_qasm3(tmp_path / "a.qasm")
+    assert (caught.value.path, caught.value.line, caught.value.column) == (str(tmp_path / "parts" / "b.inc"), 2, 4)
+    (tmp_path / "parts" / "b.inc").write_text('include "../a.qasm";')
+    with pytest.raises(QasmError, match="a file includes itself"):
+        Circuit.from_qasm3(tmp_path / "a.qasm")
+    with pytest.raises(FileNotFoundError):
+        Circuit.from_qasm3(tmp_path / "c.qasm")
+
+
 def test_a_file_in_another_encoding(tmp_path):
     path = tmp_path / "a.qasm"
     path.write_bytes((HEADER + "qubit q; // Grüße\nh q;").encode("latin-1"))
@@ -330,31 +452,3 @@ def test_a_file_in_another_encoding(tmp_path):
 def test_what_is_neither_path_nor_text(source):
     with pytest.raises(TypeError, match="path_or_text must be a str or a path, got"):
         Circuit.from_qasm3(source)
-
-
-@pytest.mark.parametrize("has_qiskit", [False, True], ids=["neither", "qiskit alone"])
-def test_the_message_tells_how_to_get_the_importer(tmp_path, has_qiskit):
-    # A real environment: a folder with this package, NumPy perhaps all else but the importer, and no site-packages.
-    import numpy
-
-    import velacamplix
-
-    (tmp_path / "velacamplix").mkdir()
-    folders = [*map(Path, velacamplix.__path__), Path(velacamplix._core.__file__).parent]
-    for entry in {entry.name: entry for folder in folders for entry in folder.iterdir()}.values():
-        (tmp_path / "velacamplix" / entry.name).symlink_to(entry)
-    site = Path(numpy.__file__).parents[1]
-    for entry in site.glob("*" if has_qiskit else "numpy*"):
-        if not entry.name.startswith(("qiskit_qasm3_import", "velacamplix", "_velacamplix")):
-            (tmp_path / entry.name).symlink_to(entry)
-    if has_qiskit and not (tmp_path / "qiskit").exists():
-        pytest.skip("Qiskit is not installed beside NumPy: pip install velacamplix[test]")
-    code = "import velacamplix; velacamplix.Circuit.from_qasm3('OPENQASM 3.0; qubit q;')"
-    done = subprocess.run(
-        [sys.executable, "-S", "-c", code], env={**os.environ, "PYTHONPATH": str(tmp_path)}, capture_output=True, text=True, timeout=120
-    )
-    missing = "qiskit_qasm3_import" if has_qiskit else "qiskit"
-    assert done.stderr.splitlines()[-1] == (
-        "ImportError: reading OpenQASM 3 needs the packages qiskit and qiskit_qasm3_import, and "
-        f"{missing} is not installed; get them with: pip install qiskit qiskit_qasm3_import"
-    )

@@ -22,6 +22,7 @@ ROUNDS, STRETCHES = 20, 4
 # States of 256 KiB: ten of them stand out from what the C library keeps.
 N_QUBITS = 14
 
+QASM_3 = 'OPENQASM 3.0; gate g%d a { U(0, 0, 1) a; } qubit[2] q; bit[2] c%d; for int i in [0:1] { g%d q[i]; } c%d = measure q;\n'
 QASM = 'OPENQASM 2.0;\ninclude "qelib1.inc";\ngate g%d a { h a; }\nqreg q[2];\ncreg c[2];\ng%d q[0];\nmeasure q -> c;\n'
 
 
@@ -108,7 +109,7 @@ def arguments(i, path):
         "DensityMatrix.overlap.other": DensityMatrix(4).rx(turn, 1), "DensityMatrix.fidelity.other": DensityMatrix(4).rx(turn, 1),
         "circuit": TEMPLATE.bind(x=turn, y=1.0), "other": Circuit(2).h(0), "instruction": Instruction("X", (0,)),
         "definition": GateDefinition(f"mine{i}", Circuit(2).rx(turn, 0).cx(0, 1)), "times": 2, "exponent": -2, "time": turn, "ParameterVector.named.values": [turn, 1.0, 2.0],
-        "path_or_text": path, "Circuit.from_qasm.path_or_text": QASM % (i, i),
+        "path_or_text": path, "Circuit.from_qasm.path_or_text": QASM % (i, i), "Circuit.from_qasm3.path_or_text": QASM_3 % (i, i, i, i),
         "Counts.from_ints.counts": {0: 5, i: 7}, "n_bits": 8, "Counts.fromkeys.iterable": ["0", "1"],
         "Counts.pop.outcome": "00", "Counts.setdefault.outcome": "10", "key": "00", "positions": [1],
         "Expression.evaluate.values": {"x": turn}, "Expression.substitute.values": {"x": turn},
@@ -171,7 +172,7 @@ def call(name, member, made, known):
 # Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
 OTHERS = {
     "Channel.depolarizing", "NoiseModel.readout", "Expression.value_from", "Parameter.value_from", "Circuit.to_matrix",
-    "Circuit.from_qasm3", "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
+    "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
 }  # fmt: skip
 
 
@@ -193,6 +194,7 @@ def more(i):
     DensityMatrix(4).h(i % 4).rx(turn, 1).cx(0, 1).pauli("XYZI").channel(velacamplix.Channel.depolarizing(turn, 2), [2, 0])
     bound.inverse().copy().compose(Circuit(1).h(0)).draw(width=80)
     Circuit.from_qasm(bound.to_qasm())
+    Circuit.from_qasm3(TEMPLATE.to_qasm3())
     for wrong in (lambda: StateVector(60), lambda: Circuit(1).x(i + 1), lambda: run(TEMPLATE), lambda: Observable("A")):
         try:
             wrong()

@@ -14,9 +14,8 @@ from ..instructions.gate_methods import GateMethods
 from ..instructions.instruction import Instruction
 from ..instructions.open_controls import ControlValues, checked_values
 from ..instructions.many_qubit_methods import ManyQubitMethods
-from ..qasm.program import MOST_INSTRUCTIONS, Parts
+from ..qasm.meaning import MOST_INSTRUCTIONS, Parts
 from ..qasm.reader import read_program
-from ..qasm.version3 import read_program3
 from ..views import html
 from ..views.shapes import MOST_LINES
 from .combine import Combining
@@ -171,37 +170,61 @@ class Circuit(
         return cls._read(read_program(path_or_text, most))
 
     @classmethod
-    def from_qasm3(cls, path_or_text: str | os.PathLike[str]) -> Self:
-        """Read an OpenQASM 3 program by way of Qiskit's importer.
+    def from_qasm3(cls, path_or_text: str | os.PathLike[str], *, most_instructions: int = MOST_INSTRUCTIONS) -> Self:
+        """Read an OpenQASM 3 program.
 
-        What Qiskit's importer reads and this package's circuits can say: gates with all modifiers, definitions, phases,
-        measurement, reset, barriers, ``if``, ``else`` and ``while`` on bits and registers. Input parameters become
-        parameters of the circuit. The state is the program's, global phase included; a delay leaves no instruction. An
-        ``if`` that conditions on its instructions say becomes these. Whatever is not carried out exactly is refused:
-        ``for`` loops, ``break``, conditions that compare by more than ``==``, powers with a fraction that readers
-        understand differently.
+        Gates with all modifiers, definitions, phases, measurement, reset and barriers, registers with their parts and
+        aliases. What is known while reading is carried out then: constants, variables, functions, ``for`` and ``while``
+        loops, ``if`` and ``switch``. Where measured bits decide, ``if``, ``while`` and ``switch`` become instructions. An
+        ``input`` of type float or angle becomes a parameter. The state is the program's, global phase included; a delay
+        or a box leaves no instruction, as nothing happens in them but what they hold.
+
+        Refused by name: subroutines (``def``, ``extern``), calibrations, arrays and complex numbers, other timing, variables
+        that measurements would change, powers with a fraction that readers understand differently.
 
         Parameters
         ----------
         path_or_text : str or path
-            As for `from_qasm`.
+            As for `from_qasm`. Other files than stdgates.inc are looked up beside the file that includes them.
+        most_instructions : int
+            A program that would expand to more, or go round its loops more often, raises `QasmError`.
 
         Raises
         ------
-        ImportError
-            If ``qiskit`` or ``qiskit_qasm3_import`` is not installed; the message tells how to get them.
-        velacamplix.qasm.QasmError
+        velacamplix.QasmError
             If the program is wrong, or has something a circuit cannot say; it names it, with line and column. A
             ``ValueError``.
         OSError
-            If the file cannot be read.
+            If the file itself cannot be read. (An unreadable include is a `QasmError`.)
+        TypeError
+            If it is neither text nor path.
 
         Notes
         -----
         ``U(theta, phi, lambda)`` is Qiskit's: its entry for 0 and 0 is cos(theta/2). The language's own text multiplies
-        it by exp(i theta/2), which no measurement can tell but for controlled forms.
+        it by exp(i theta/2), which no measurement can tell but for controlled forms. An angle is a double, not a multiple
+        of 2 pi/2**n. Classical bits are 0 at the beginning.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> print(Circuit.from_qasm3('''OPENQASM 3.0;
+        ... include "stdgates.inc";
+        ... qubit[3] q;
+        ... bit[3] c;
+        ... h q[0];
+        ... for int i in [0:1] { ctrl @ x q[i], q[i + 1]; }
+        ... c = measure q;
+        ... if (c[0] && !c[2]) { x q[1]; }'''))
+        H 0
+        X 1 controls 0
+        X 2 controls 1
+        measure 0,1,2 -> 0,1,2
+        if c[0] == 1 and c[2] == 0:
+            X 1
         """
-        return cls._read(read_program3(path_or_text))
+        most = checks.integer(most_instructions, "most_instructions", minimum=0)
+        return cls._read(read_program(path_or_text, most, version=3))
 
     @classmethod
     def _read(cls, parts: Parts) -> Self:

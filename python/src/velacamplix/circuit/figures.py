@@ -12,6 +12,7 @@ from ..channels.channel import Channel
 from ..instructions.flow import bodies_of, leaves
 from ..instructions.instruction import Instruction
 from ..qasm.writer import write_qasm
+from ..qasm.writer3 import write_qasm3
 from ..views import shapes
 from ..views.drawing import Drawing, draw
 from ..views.svg import SCALE, SvgDrawing, write_svg
@@ -183,6 +184,48 @@ class Figures(ParameterMethods):
         <BLANKLINE>
         """
         return write_qasm(self, checks.flag(definitions, "definitions"))
+
+    def to_qasm3(self) -> str:
+        """Return the circuit as an OpenQASM 3 program.
+
+        `from_qasm3` makes the same circuit of it again, decisions and loops included. Gates of stdgates.inc are written by
+        their names, others as definitions that are exact, global phase included; controls are modifiers (``ctrl @``).
+        Parameters without a value become inputs. Definitions and parameters whose name the language does not allow, or has
+        for something else, get others (``theta[0]`` becomes ``theta_0_``). What bounds a ``while_`` loop
+        (`max_iterations`) is not written.
+
+        Returns
+        -------
+        str
+            In version 3.0 of the language (``switch`` is of 3.1).
+
+        Raises
+        ------
+        ValueError
+            If an instruction cannot be said in OpenQASM 3: ``matrix`` and ``diagonal``, noise, and what saves results. The
+            message names it.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, Parameter
+        >>> circuit = Circuit(2, 2).h(0).rzz(Parameter("a"), 0, 1).x(1, controls=0).measure([0, 1], [0, 1])
+        >>> print(circuit.if_(("c", 1), Circuit(2, 2).x(0)).to_qasm3())
+        OPENQASM 3.0;
+        include "stdgates.inc";
+        input float[64] a;
+        gate rzz(a) q0, q1 { cx q0, q1; rz(a) q1; cx q0, q1; }
+        qubit[2] q;
+        bit[2] c;
+        h q[0];
+        rzz(a) q[0], q[1];
+        ctrl @ x q[0], q[1];
+        c = measure q;
+        if (c == 1) {
+          x q[0];
+        }
+        <BLANKLINE>
+        """
+        return write_qasm3(self)
 
 
 def _counted_name(step: Instruction) -> str:

@@ -1,7 +1,9 @@
 """OpenQASM 2 and 3: `read_qasm` and the `QasmError` it raises.
 
 From a text to registers and instructions in four steps: `reader` (files), `syntax` with `expressions` (statements),
-`program` (registers, broadcasting, conditions), `definitions` with `qelib1` (gates).
+`program` (registers, broadcasting, conditions), `definitions` with `qelib1` (gates). Version 3 has its own `syntax3`,
+`values3`, `program3`, `modifiers` and `stdgates`; what both mean alike is in `meaning`. `writer` and `writer3` go the other
+way.
 """
 
 from collections.abc import Callable

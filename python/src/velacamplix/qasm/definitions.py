@@ -2,8 +2,8 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping, Sequence
-from typing import Any, NamedTuple
+from collections.abc import Container, Mapping, Sequence
+from typing import Any, NamedTuple, Protocol
 
 from ..instructions.definition import SIZE_LIMIT, GateDefinition
 from ..instructions.expression import Parameter
@@ -50,8 +50,8 @@ def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredG
     before it is used, so no chain of calls can come back to its beginning.
     """
     name = str(declaration.name)
-    slots = _positions(declaration.qubits, "qubit")
-    formals = _positions(declaration.params, "parameter")
+    slots = positions(declaration.qubits, "qubit")
+    formals = positions(declaration.params, "parameter")
     for qubit in declaration.qubits:
         if qubit in formals:
             fail(f"{quoted(qubit)} is both a parameter and a qubit", qubit)
@@ -79,20 +79,37 @@ def define(declaration: GateDeclaration, gates: Mapping[str, Gate]) -> DeclaredG
     return DeclaredGate(name, tuple(formals), len(slots), definition, min(size, SIZE_LIMIT), opaque)
 
 
-def find(call: Call, gates: Mapping[str, Gate]) -> Gate:
+class CallLike(Protocol):
+    """A call of a gate in either version."""
+
+    @property
+    def name(self) -> str: ...
+
+    @property
+    def params(self) -> Sequence[Any]: ...
+
+    @property
+    def token(self) -> Token: ...
+
+
+def find(
+    call: CallLike, gates: Mapping[str, Gate], file: str = "qelib1.inc", library: Container[str] = qelib1.GATES
+) -> Gate:
     """Return the gate of a call, or raise `QasmError` if there is none that fits."""
     gate = gates.get(call.name)
     if gate is None:
-        fail(f"unknown gate {quoted(call.name)}" + _hint(call.name), call.token)
+        # The library's names resolve only after the include; forgetting it is common.
+        hint = f"; is 'include \"{file}\";' missing?" if call.name in library else ""
+        fail(f"unknown gate {quoted(call.name)}{hint}", call.token)
     if len(call.params) != gate.n_params:
         fail(_counts(gate.name, gate.n_params, "parameter", len(call.params)), call.token)
     return gate
 
 
-def check_operand_count(call: Call, gate: Gate, count: int) -> None:
-    """Raise `QasmError` if `count` is not the number of qubits the gate takes."""
-    if count != gate.n_qubits:
-        fail(_counts(gate.name, gate.n_qubits, "qubit", count), call.token)
+def check_operand_count(call: CallLike, n_qubits: int, count: int) -> None:
+    """Raise `QasmError` if `count` is not the number of qubits that a call takes."""
+    if count != n_qubits:
+        fail(_counts(call.name, n_qubits, "qubit", count), call.token)
 
 
 def instructions(
@@ -119,7 +136,7 @@ def _checked(
         fail(f"gate {quoted(owner)} is used in its own definition", call.token)
     gate = find(call, gates)
     arguments = split(call.places)
-    check_operand_count(call, gate, len(arguments))
+    check_operand_count(call, gate.n_qubits, len(arguments))
     places = _slots(arguments, slots)
     seen = set()
     for place, argument in zip(places, arguments):
@@ -150,20 +167,16 @@ def _slots(arguments: Sequence[Argument], slots: Mapping[str, int]) -> tuple[int
     return tuple(slots[argument.register] for argument in arguments)
 
 
-def _positions(names: Sequence[Token], noun: str) -> dict[str, int]:
-    positions: dict[str, int] = {}
+def positions(names: Sequence[Token], noun: str) -> dict[str, int]:
+    """Return the place of each name, and refuse one that stands twice."""
+    places: dict[str, int] = {}
     for name in names:
-        if name in positions:
+        if name in places:
             fail(f"{noun} {quoted(name)} named twice", name)
-        positions[str(name)] = len(positions)
-    return positions
+        places[str(name)] = len(places)
+    return places
 
 
 def _counts(name: str, wanted: int, noun: str, got: int) -> str:
     plural = "" if wanted == 1 else "s"
     return f"gate {quoted(name)} takes {wanted} {noun}{plural}, got {got}"
-
-
-def _hint(name: str) -> str:
-    # The library's names resolve only after the include; forgetting it is common.
-    return '; is \'include "qelib1.inc";\' missing?' if name in qelib1.GATES else ""

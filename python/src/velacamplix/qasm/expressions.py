@@ -6,11 +6,10 @@ A minus sign binds more tightly than * and /, less tightly than ^: -2^2 is -4. ^
 from __future__ import annotations
 
 import re
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Container, Mapping, Sequence
 from typing import Any, NoReturn
 
-from ..instructions.expression import MOST_NESTED as MOST_OPERATIONS
-from ..instructions.expression import Angle, Parameter, calculated, joined
+from ..instructions.expression import MOST_NESTED, Angle, Expression, Parameter, calculated, joined
 from .errors import fail
 from .lexicon import FUNCTION_NAMES, MORE_FUNCTION_NAMES, NUMBER, RESERVED, Tokens, refuse_leading_zeros
 from .source import Source, Token
@@ -24,13 +23,10 @@ _WORD = re.compile(rf"{NUMBER}|[a-z][A-Za-z0-9_]*|[^ \t\r\n\f]")
 _END = re.compile(r'[;{}"]|\Z')
 
 _NUMBER_STARTS = frozenset("0123456789.")
+_SIGNS = frozenset("+-")
 _PI = 3.141592653589793
 
 _LONGEST_MEMORY = 20_000
-
-#: Operands of operators, signs, functions and parentheses inside each other. An operation may need two of them.
-MOST_NESTED = 2 * MOST_OPERATIONS
-
 
 #: Rank of the operator that groups from the right, and binds more tightly than signs.
 POWER = 99
@@ -60,22 +56,64 @@ class Operators:
         self.words, self.at = words, at
         self._depth = 0
 
-    def expression(self, least: int = 1) -> Any:
-        """Step over operands and operators of the rank `least` and above."""
+    def expression(self, least: int = 1, first: Any = None) -> Any:
+        """Step over operands and operators of the rank `least` and above, perhaps behind a first operand."""
+        # Of operations, each is inside another by one pair of parentheses or by one rank; so what is written can be read.
         self._depth += 1
         if self._depth > MOST_NESTED + 1:
             fail(f"an expression may be nested at most {MOST_NESTED} deep: take parentheses away", self.token(self.at))
         ranks, words = self.ranks, self.words
-        value = self.operand()
+        value = self.operand() if first is None else first
         while (rank := ranks.get(words[self.at], 0)) >= least:
             rest: list[tuple[str, int, Any]] = []
             while ranks.get(words[self.at]) == rank:
                 number = self.at
                 self.at += 1
-                rest.append((words[number], number, self.expression(min(rank + 1, POWER))))
+                right = self.operand()
+                following = ranks.get(words[self.at], 0)
+                if following > rank or following == POWER:
+                    right = self.expression(min(rank + 1, POWER), right)
+                rest.append((words[number], number, right))
             value = self.chain(value, rest)
         self._depth -= 1
         return value
+
+    def signed(self, signs: Container[str]) -> tuple[list[int], Any]:
+        """Step over signs and what belongs to them; return the numbers of the signs, and the operand."""
+        found: list[int] = []
+        while self.words[self.at] in signs:
+            found.append(self.at)
+            self.at += 1
+        value = self.operand()
+        return found, self.expression(POWER, value) if self.ranks.get(self.words[self.at]) == POWER else value
+
+
+def folded(
+    first: Any,
+    rest: Sequence[tuple[str, Any, Any]],
+    made: Callable[[str, list[Any], Any], Any],
+    gathered: Callable[[str, list[Any]], bool],
+) -> Any:
+    """Return what operators of one rank make of their operands, from the left.
+
+    `made` takes an operation, its operands, and what stands beside the operator in `rest`; without an operation, it
+    returns its operand. `gathered` tells from an operation and its first two operands whether it takes more: one by one
+    they would be copied again and again. A difference is the sum of a number and a negative one.
+    """
+    operation, operands, last = "", [first], None
+    for word, where, right in rest:
+        if word == "-":
+            word, right = "+", -right if type(right) is float else made("neg", [right], where)
+        if word != operation or not gathered(word, operands[:2]):
+            operands = [made(operation, operands, last)]
+        operation, last = word, where
+        operands.append(right)
+    return made(operation, operands, last)
+
+
+def is_open(operation: str, operands: list[Any]) -> bool:
+    """Whether this is a sum or a product that waits for the values of parameters."""
+    return operation in ("+", "*") and any([isinstance(item, Expression) for item in operands])
 
 
 class Place:
@@ -183,24 +221,29 @@ class _List(Operators):
     def operand(self) -> Angle:
         number = self.at
         word = self.words[number]
+        if word == "-" or word == "+":
+            signs, value = self.signed(_SIGNS)
+            for sign in reversed(signs):
+                if self.words[sign] == "-":
+                    value = -value if type(value) is float else self._made("neg", [value], sign)
+            return value  # type: ignore[no-any-return]
         self.at += 1
         if word[:1] in _NUMBER_STARTS:
             return self._number(word, number)
         if word == "pi":
             return _PI
         if word == "(":
-            return self._enclosed()
-        if word == "-":
-            return self._made("neg", [self.expression(POWER)], number)
-        if word == "+":
-            value: Angle = self.expression(POWER)
-            return value
+            value = self.expression()
+            self._close()
+            return value  # type: ignore[no-any-return]
         is_called = self.words[self.at : self.at + 1] == ["("]
         if word in FUNCTION_NAMES or (word in MORE_FUNCTION_NAMES and is_called):
             if not is_called:
                 Tokens(self._source, self.token(self.at).offset).symbol("(")
             self.at += 1
-            return self._made(word, [self._enclosed()], number)
+            value = self.expression()
+            self._close()
+            return self._made(word, [value], number)
         if not "a" <= word[:1] <= "z":
             self._fail(number, _IN_FRONT)
         if word in RESERVED:
@@ -208,16 +251,8 @@ class _List(Operators):
         return Parameter(word, Place(self._source, self._offset, number))
 
     def chain(self, first: Angle, rest: list[tuple[str, int, Angle]]) -> Angle:
-        # Operands of a sum or a product are gathered first: one by one they would be copied again and again.
-        operation, operands, last = "", [first], 0
-        for word, number, right in rest:
-            if word == "-":
-                word, right = "+", -right if type(right) is float else self._made("neg", [right], number)
-            if word != operation or word not in "+*" or all([type(item) is float for item in operands[:2]]):
-                operands = [self._made(operation, operands, last)]
-            operation, last = word, number
-            operands.append(right)
-        return self._made(operation, operands, last)
+        value: Angle = folded(first, rest, self._made, is_open)
+        return value
 
     def _made(self, operation: str, operands: list[Angle], number: int) -> Angle:
         if not operation:
@@ -229,12 +264,10 @@ class _List(Operators):
         except ValueError as error:
             fail(str(error), self.token(number))
 
-    def _enclosed(self) -> Angle:
-        value: Angle = self.expression()
+    def _close(self) -> None:
         if self.words[self.at] != ")":
             self._fail(self.at, _BEHIND)
         self.at += 1
-        return value
 
     def _number(self, word: str, number: int) -> float:
         if word[0] == "0" and word[1:2].isdigit():

@@ -5,10 +5,7 @@ What an operation is, its class tells; names are free for users to take.
 
 from __future__ import annotations
 
-import cmath
-import math
 import operator
-from collections.abc import Container, Sequence
 from typing import Any, NamedTuple
 
 import numpy as np
@@ -35,18 +32,19 @@ from qiskit.circuit import (
 from qiskit.circuit import Parameter as QiskitParameter
 from qiskit.circuit import library as qiskit_library
 from qiskit.circuit.classical import expr, types
-from qiskit.quantum_info import Operator
 
 from ..basics import checks
 from ..instructions import checked
 from ..instructions.condition import AnyCondition, Condition
-from ..instructions.definition import GateDefinition, inverted, renamed, size
-from ..instructions.expression import Angle, Expression, Parameter, free_names
+from ..instructions.definition import GateDefinition, renamed
+from ..instructions.expression import Angle, Expression, Parameter
 from ..instructions.flow import If, Switch, While, conditioned, flow_step
 from ..instructions.instruction import Instruction, Register
 from .errors import QasmError
 from .expressions import ParameterLists
-from .program import MOST_BITS, Parts
+from .meaning import MOST_BITS, Parts
+from .modifiers import controlled, inverse, power
+from .names import Names
 from .qelib1 import GATES as CALLS
 from .source import Source
 
@@ -57,15 +55,6 @@ _MORE = {
     "ecr": ("ecr", 0), "dcx": ("dcx", 0), "xx_plus_yy": ("xx_plus_yy", 0), "xx_minus_yy": ("xx_minus_yy", 0),
 }  # fmt: skip
 
-
-# A power of a rotation is a rotation. The value: up to which angle that is also the principal root, whose eigenvalues
-# have the smallest phases.
-_ROTATIONS = {"RX": 2 * math.pi, "RY": 2 * math.pi, "RZ": 2 * math.pi, "PH": math.pi}
-_ROTATIONS.update({"rxx": 2 * math.pi, "ryy": 2 * math.pi, "rzz": 2 * math.pi})
-
-# Powers: repetitions that are written out, and qubits of a matrix that is calculated instead.
-_MOST_REPEATED = 1000
-_MOST_QUBITS_OF_A_MATRIX = 6
 
 _COMPARISONS = {
     expr.Binary.Op.EQUAL: "==", expr.Binary.Op.NOT_EQUAL: "!=", expr.Binary.Op.LESS: "<",
@@ -87,25 +76,10 @@ class NotConverted(ValueError):
         self.position = position
 
 
-class DefinedGate(Gate):  # type: ignore[misc]
-    """A gate of Qiskit's that knows what it is made of here; `body` tells Qiskit."""
-
-    def __init__(self, made_of: GateDefinition, body: Any, params: Sequence[Any]) -> None:
-        super().__init__(made_of.name, made_of.n_qubits, list(params))
-        self.made_of = made_of
-        self.body = body
-
-    def _define(self) -> None:
-        known = {parameter.name: parameter for parameter in self.body.parameters}
-        values = {known[name]: value for name, value in zip(self.made_of.params, self.params) if name in known}
-        self.definition = self.body.assign_parameters(values)
-
-
-def parts_from_qiskit(program: Any, registers: Sequence[Register] | None = None) -> Parts:
+def parts_from_qiskit(program: Any) -> Parts:
     """Return registers and instructions of the same circuit, global phase included.
 
-    Delays become nothing, as nothing happens during them. `registers` are the names to use, by default those of
-    Qiskit's circuit.
+    Delays become nothing, as nothing happens during them.
 
     Raises
     ------
@@ -114,79 +88,33 @@ def parts_from_qiskit(program: Any, registers: Sequence[Register] | None = None)
     """
     n_qubits = checks.integer(program.num_qubits, "n_qubits", minimum=0, maximum=MOST_BITS)
     n_clbits = checks.integer(program.num_clbits, "n_clbits", minimum=0, maximum=MOST_BITS)
-    listed = checked.registers(registers or _registers(program), n_qubits, n_clbits)
-    made: list[Instruction] = []
+    listed = checked.registers(_registers(program), n_qubits, n_clbits)
     conversion = _Conversion(program)
-    phase = _angle(program.global_phase)
-    placed: list[tuple[int | None, Instruction]] = []
-    first_phase: int | None = None
+    made = _phase(program)
     for position, item in enumerate(program.data):
         try:
-            part = conversion.part(item, conversion.outside)
+            made += [checked.instruction(step, n_qubits, n_clbits) for step in conversion.steps(item, conversion.outside)]
         except (TypeError, ValueError, IndexError) as error:
             raise NotConverted(str(error), position) from None
-        placed += [(position, step) for step in part.steps]
-        phase = _sum(phase, part.phase)
-        if first_phase is None and part.phase != 0.0:
-            first_phase = position
-    # In front: behind a measurement it would look like a gate that needs the outcome's state.
-    try:
-        steps = _phase_steps(phase, program.num_qubits)
-    except NotConverted as error:
-        raise NotConverted(str(error), first_phase) from None
-    for place, step in [*[(first_phase, step) for step in steps], *placed]:
-        try:
-            made.append(checked.instruction(step, n_qubits, n_clbits))
-        except (TypeError, ValueError, IndexError) as error:
-            raise NotConverted(str(error), place) from None
+        except RecursionError:
+            raise NotConverted("instructions hold each other too deeply for Python's stack", position) from None
     return Parts(listed, made)
 
 
-def definition_from_qiskit(name: str, params: Sequence[str], body: Any, others: Container[str] = ()) -> GateDefinition:
-    """Return the definition of a gate whose `body` is a circuit of Qiskit's with parameters of these names.
-
-    It has another name if the package knows a gate of that name, or one of the `others` has it.
-    """
-    steps = body_steps(body, 0)
-    steps += _phase_steps(_angle(body.global_phase), body.num_qubits)
-    return renamed(GateDefinition.checked(name, tuple(params), body.num_qubits, tuple(steps)), others)
-
-
-def body_steps(body: Any, first: int) -> list[Instruction]:
-    """Return what the instructions of a gate's body become, from number `first` on, without its own global phase."""
+def _definition(name: str, body: Any) -> GateDefinition:
+    """Return the definition of a gate whose body is a circuit of Qiskit's."""
     conversion = _Conversion(body)
-    steps: list[Instruction] = []
-    for item in body.data[first:]:
-        part = conversion.part(item, conversion.outside)
-        for step in part.steps:
-            if step.name in ("measure", "reset") or step.condition is not None:
-                raise NotConverted(f"a gate cannot be made of {step}")
-        steps += [*part.steps, *_phase_steps(part.phase, body.num_qubits)]
-    return steps
+    steps = [step for item in body.data for step in conversion.steps(item, conversion.outside)]
+    for step in steps:
+        if not (step.is_gate or step.name == "barrier") or step.condition is not None:
+            raise NotConverted(f"a gate cannot be made of {step.title}")
+    params = tuple([parameter.name for parameter in body.parameters])
+    return renamed(GateDefinition.checked(name, params, body.num_qubits, (*_phase(body), *steps)), ())
 
 
-class _Part(NamedTuple):
-    """Steps, and a phase of the whole state beside them."""
-
-    steps: list[Instruction]
-    phase: Angle = 0.0
-
-    def inverse(self) -> _Part:
-        return _Part([part for step in reversed(self.steps) for part in inverted(step)], _product(self.phase, -1))
-
-    def repeated(self, times: int) -> _Part:
-        once = self if times >= 0 else self.inverse()
-        return _Part(once.steps * abs(times), _product(once.phase, abs(times)))
-
-    def controlled(self, controls: tuple[int, ...], state: int) -> _Part:
-        """Let all happen only where the controls have the bits of `state`, the first the lowest."""
-        if not controls:
-            return self
-        steps = [step._replace(controls=controls + step.controls) for step in self.steps]
-        if isinstance(self.phase, Expression) or self.phase:
-            steps.append(Instruction("PH", controls[-1:], (self.phase,), controls[:-1]))
-        zeros = [Instruction("X", (control,)) for number, control in enumerate(controls) if not state >> number & 1]
-        return _Part([*zeros, *steps, *zeros])
+def _phase(program: Any) -> list[Instruction]:
+    angle = _angle(program.global_phase)
+    return [] if not isinstance(angle, Expression) and angle == 0.0 else [Instruction("gphase", (), (angle,))]
 
 
 class _Places(NamedTuple):
@@ -207,38 +135,32 @@ class _Conversion:
         # Gates that share what they are made of are converted once; kept alive, so that no other takes the number.
         self._definitions: dict[int, tuple[Any, GateDefinition]] = {}
 
-    def part(self, item: Any, places: _Places) -> _Part:
+    def steps(self, item: Any, places: _Places) -> list[Instruction]:
         """Return what an instruction becomes, at its place in the circuit."""
         operation = item.operation
         qubits = tuple([places.qubits[bit] for bit in item.qubits])
         clbits = tuple([places.clbits[bit] for bit in item.clbits])
-        # A phase needs a qubit, though it does nothing to it.
-        anyone = qubits[:1] or tuple(places.qubits.values())[:1]
         if isinstance(operation, ControlFlowOp):
-            return self._control_flow(operation, qubits, clbits, places, anyone)
-        part = self._converted(operation, qubits, clbits)
+            return self._control_flow(operation, qubits, clbits, places)
+        steps = self._converted(operation, qubits, clbits)
         if getattr(operation, "condition", None) is not None:  # before Qiskit 2.0
-            return _decided(If(self._condition(operation.condition, places.clbits), _steps(part, anyone)))
-        return part
+            return _decided(If(self._condition(operation.condition, places.clbits), tuple(steps)))
+        return steps
 
-    def _block(self, block: Any, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> _Part:
+    def _block(self, block: Any, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> list[Instruction]:
         inside = _Places(dict(zip(block.qubits, qubits)), dict(zip(block.clbits, clbits)))
-        parts = [self.part(item, inside) for item in block.data]
-        phase = _angle(block.global_phase)
-        for part in parts:
-            phase = _sum(phase, part.phase)
-        return _Part([step for part in parts for step in part.steps], phase)
+        return _phase(block) + [step for item in block.data for step in self.steps(item, inside)]
 
     # --- Decisions and loops ---
 
     def _control_flow(
-        self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...], places: _Places, anyone: tuple[int, ...]
-    ) -> _Part:
+        self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...], places: _Places
+    ) -> list[Instruction]:
         if isinstance(operation, _BoxOp):
             return self._block(operation.blocks[0], qubits, clbits)
 
         def body(block: Any) -> tuple[Instruction, ...]:
-            return _steps(self._block(block, qubits, clbits), anyone)
+            return tuple(self._block(block, qubits, clbits))
 
         if isinstance(operation, IfElseOp):
             bodies = [body(block) for block in operation.blocks]
@@ -320,137 +242,79 @@ class _Conversion:
 
     # --- Operations ---
 
-    def _converted(self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> _Part:
+    def _converted(self, operation: Any, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> list[Instruction]:
         if isinstance(operation, Measure):
-            return _Part([Instruction("measure", qubits, (), (), clbits)])
+            return [Instruction("measure", qubits, (), (), clbits)]
         if isinstance(operation, Reset):
-            return _Part([Instruction("reset", qubits)])
+            return [Instruction("reset", qubits)]
         if isinstance(operation, Barrier):
-            return _Part([Instruction("barrier", qubits)])
+            return [Instruction("barrier", qubits)]
         if isinstance(operation, Delay):
-            return _Part([])
+            return []
         if isinstance(operation, AnnotatedOperation):
             return self._modified(operation, qubits)
         if isinstance(operation, Gate):
             return self._gate(operation, qubits)
         raise NotConverted(f"{operation.name!r} cannot be converted to an instruction of a circuit")
 
-    def _modified(self, operation: Any, qubits: tuple[int, ...]) -> _Part:
+    def _modified(self, operation: Any, qubits: tuple[int, ...]) -> list[Instruction]:
         modifiers = operation.modifiers
         # The modifier that comes last has its controls first.
         ends = [operation.base_op.num_qubits]
         for modifier in modifiers:
             ends.append(ends[-1] + (modifier.num_ctrl_qubits if isinstance(modifier, ControlModifier) else 0))
-        part = self._converted(operation.base_op, qubits[len(qubits) - ends[0] :], ())
+        steps = self._converted(operation.base_op, qubits[len(qubits) - ends[0] :], ())
         for number, modifier in enumerate(modifiers):
             own = qubits[len(qubits) - ends[number] :]
             if isinstance(modifier, InverseModifier):
-                part = part.inverse()
+                steps = inverse(steps)
             elif isinstance(modifier, ControlModifier):
                 controls = qubits[len(qubits) - ends[number + 1] : len(qubits) - ends[number]]
-                part = part.controlled(controls, modifier.ctrl_state)
+                steps = controlled(steps, controls, _control_values(modifier))
             elif isinstance(modifier, PowerModifier):
-                before = AnnotatedOperation(operation.base_op, modifiers[:number]) if number else operation.base_op
-                part = _power(part, modifier.power, before, own)
+                steps = power(steps, modifier.power, own)
             else:
                 raise NotConverted(f"the modifier {modifier} cannot be converted")
-        return part
+        return steps
 
-    def _gate(self, operation: Any, qubits: tuple[int, ...]) -> _Part:
-        if isinstance(operation, DefinedGate):
-            definition = operation.made_of
-            params = tuple([_angle(value) for value in operation.params])
-            return _Part([Instruction(definition.name, qubits, params, definition=definition)])
+    def _gate(self, operation: Any, qubits: tuple[int, ...]) -> list[Instruction]:
         if isinstance(operation, qiskit_library.UnitaryGate):
             entries = np.asarray(operation.to_matrix()).ravel().tolist()
-            return _Part([Instruction("matrix", qubits[::-1], tuple(entries))])
+            return [Instruction("matrix", qubits[::-1], tuple(entries))]
         if isinstance(operation, qiskit_library.GlobalPhaseGate):
-            return _Part([], _angle(operation.params[0]))
+            return [Instruction("gphase", (), (_angle(operation.params[0]),))]
         known = _known(operation)
         if known is not None:
             step, n = known
             if step is None:
-                return _Part([])
+                return []
             params = tuple([_angle(value) for value in operation.params])
-            return _Part([Instruction(step, qubits[n:], params, qubits[:n])])
+            return [Instruction(step, qubits[n:], params, qubits[:n])]
         if isinstance(operation, ControlledGate):
             base, n = operation.base_gate, operation.num_ctrl_qubits
             # cu has a parameter more than the u that it controls, and some gates have qubits to work with.
             is_cu = isinstance(base, qiskit_library.UGate) and len(operation.params) > 3
             if not is_cu and base.num_qubits + n == operation.num_qubits:
-                return self._gate(base, qubits[n:]).controlled(qubits[:n], operation.ctrl_state)
+                return controlled(self._gate(base, qubits[n:]), qubits[:n], _control_values(operation))
         if operation.definition is None:
             raise NotConverted(f"gate {operation.name!r} cannot be converted: it has no definition")
         if not qubits:
             return self._block(operation.definition, (), ())
         definition = self._definition(operation)
         params = tuple([Parameter(name) for name in definition.params])
-        return _Part([Instruction(definition.name, qubits, params, definition=definition)])
+        return [Instruction(definition.name, qubits, params, definition=definition)]
 
     def _definition(self, operation: Any) -> GateDefinition:
         # Qiskit's gates hold the body for the parameters of this call; those of the circuit may be among them.
         known = self._definitions.get(id(operation))
         if known is None:
-            body = operation.definition
-            names = [parameter.name for parameter in body.parameters]
-            known = operation, definition_from_qiskit(operation.name, names, body)
-            self._definitions[id(operation)] = known
+            known = self._definitions[id(operation)] = operation, _definition(operation.name, operation.definition)
         return known[1]
 
 
-def _power(part: _Part, exponent: float, operation: Any, qubits: tuple[int, ...]) -> _Part:
-    """Return a power of what `part` does to `qubits` and `operation` says in Qiskit's terms."""
-    is_whole = float(exponent).is_integer()
-    is_open = any([True for step in part.steps for _ in free_names(step.params)]) or isinstance(part.phase, Expression)
-    if not is_whole and is_open:
-        raise NotConverted(f"pow({exponent:g}) of a gate whose angles are not known yet cannot be converted")
-    if len(part.steps) <= 1 and all([step.name in _ROTATIONS for step in part.steps]):
-        if not is_whole:
-            _require_principal(part, exponent)
-        steps = [step._replace(params=(_product(angle, exponent),)) for step in part.steps for angle in _angles(step)]
-        return _Part(steps, _product(part.phase, exponent))
-    total = sum([size(step) for step in part.steps])
-    if is_whole and abs(int(exponent)) * total <= _MOST_REPEATED:
-        return part.repeated(int(exponent))
-    if not is_open and len(qubits) <= _MOST_QUBITS_OF_A_MATRIX and total <= _MOST_REPEATED:
-        entries = _matrix_power(np.asarray(Operator(operation).data), exponent)
-        return _Part([Instruction("matrix", qubits[::-1], tuple(entries.ravel().tolist()))])
-    raise NotConverted(
-        f"pow({exponent:g}) of a gate of {len(qubits)} qubits and {total} steps cannot be converted: at most "
-        f"{_MOST_REPEATED} steps in all, or {_MOST_QUBITS_OF_A_MATRIX} qubits"
-    )
-
-
-def _require_principal(part: _Part, exponent: float) -> None:
-    """Refuse a rotation so far that its principal root is another than the rotation by a part of the angle."""
-    limits = [(str(step), angle, _ROTATIONS[step.name]) for step in part.steps for angle in _angles(step)]
-    for shown, angle, most in [*limits, ("a phase", part.phase, math.pi)]:
-        # An eigenvalue of -1 has the phase pi. Rotations have two eigenvalues there, one of which would be wrong.
-        if not (-most < angle < most or angle == most == math.pi):  # type: ignore[operator]
-            raise NotConverted(
-                f"pow({exponent:g}) of {shown} cannot be converted: the principal root is not the rotation by a part of "
-                f"the angle, and readers differ in which they mean; take an angle within {most / math.pi:g} pi"
-            )
-
-
-def _angles(step: Instruction) -> tuple[Angle, ...]:
-    return step.params  # type: ignore[return-value]  # complex ones only in matrices
-
-
-def _matrix_power(unitary: Any, exponent: float) -> Any:
-    """Return the principal power: eigenvalues keep their vectors, and their phases, from -pi to pi, are multiplied."""
-    # Of the Hermitian and anti-Hermitian parts, which commute, a mixture that no two eigenvalues have in common.
-    for weight in (0.6180339887, 0.2715657904, 1.4142135624):
-        _, vectors = np.linalg.eigh((unitary + unitary.conj().T) / 2 + weight * (unitary - unitary.conj().T) / 2j)
-        values = np.einsum("ij,ij->j", vectors.conj(), unitary @ vectors)
-        if np.abs(vectors * values @ vectors.conj().T - unitary).max() < 1e-11:
-            break
-    else:
-        raise NotConverted(f"pow({exponent:g}) cannot be converted: the eigenvalues are too close")
-    # An eigenvalue of -1 that rounding has put below the real axis has the phase pi all the same.
-    turn = cmath.rect(1.0, -1e-9)
-    phases = np.angle(values * turn) + 1e-9
-    return vectors * np.exp(1j * exponent * phases) @ vectors.conj().T
+def _control_values(operation: Any) -> str:
+    """Return what the controls read, the first leftmost, of a gate or a modifier."""
+    return f"{operation.ctrl_state:0{operation.num_ctrl_qubits}b}"[::-1]
 
 
 def _known(operation: Any) -> tuple[str | None, int] | None:
@@ -471,28 +335,7 @@ def _known(operation: Any) -> tuple[str | None, int] | None:
     return gate.step, gate.n_controls
 
 
-# --- Phases and angles ---
-
-
-def _phase_steps(phase: Angle, n_qubits: int, qubits: tuple[int, ...] | None = None) -> list[Instruction]:
-    """Return steps that multiply the whole state by exp(i phase)."""
-    if not isinstance(phase, Expression) and phase == 0.0:
-        return []
-    if n_qubits == 0:
-        raise NotConverted("a global phase cannot be converted where there is no qubit")
-    qubit = (0,) if qubits is None else qubits
-    # exp(i phase) and exp(-i phase), then exp(2 i phase) where the second was.
-    return [Instruction("RZ", qubit, (_product(phase, -2),)), Instruction("PH", qubit, (_product(phase, 2),))]
-
-
-def _sum(first: Angle, second: Angle) -> Angle:
-    if not isinstance(first, Expression) and first == 0.0:
-        return second
-    return first if not isinstance(second, Expression) and second == 0.0 else first + second
-
-
-def _product(angle: Angle, factor: float) -> Angle:
-    return angle if factor == 1 else -angle if factor == -1 else factor * angle
+# --- Angles ---
 
 
 def _angle(value: Any) -> Angle:
@@ -523,7 +366,7 @@ def _angle(value: Any) -> Angle:
         if not abs(got - wanted) <= 1e-12 * max(1.0, abs(wanted)):  # type: ignore[operator, arg-type]
             raise NotConverted(f"angle cannot be converted: {value}")
         results.append(wanted)
-    if results == [0.0, 0.0]:  # such as a - a, by which the importer keeps parameters that nobody uses
+    if results == [0.0, 0.0]:  # such as a - a
         return 0.0
     return found.substitute(names) if isinstance(found, Expression) else found
 
@@ -531,15 +374,9 @@ def _angle(value: Any) -> Angle:
 # --- Conditions ---
 
 
-def _decided(detail: If | While | Switch) -> _Part:
+def _decided(detail: If | While | Switch) -> list[Instruction]:
     step = flow_step(detail)
-    parts = conditioned(step)
-    return _Part([step] if parts is None else parts)
-
-
-def _steps(part: _Part, anyone: tuple[int, ...]) -> tuple[Instruction, ...]:
-    """Return a body, with its phase as steps."""
-    return (*part.steps, *_phase_steps(part.phase, len(anyone), anyone))
+    return conditioned(step) or [step]
 
 
 def _reachable(condition: Condition) -> Condition:
@@ -569,7 +406,7 @@ def _without_casts(node: Any) -> Any:
 def _registers(program: Any) -> list[Register]:
     """Return registers that cover all bits in order; loose bits between them get one too."""
     registers: list[Register] = []
-    taken = {register.name for register in [*program.qregs, *program.cregs]}
+    names = Names([register.name for register in [*program.qregs, *program.cregs]])
     kinds = (("quantum", program.qregs, program.qubits), ("classical", program.cregs, program.clbits))
     for kind, listed, bits in kinds:
         place = 0
@@ -581,15 +418,7 @@ def _registers(program: Any) -> list[Register]:
                 name, n_bits = found.name, len(found)
             else:
                 n_bits = 1
-                name = _unused(kind[0] if kind == "classical" else "q", taken)
+                name = names.free("q" if kind == "quantum" else "c")
             registers.append(Register(name, kind, place, n_bits))
             place += n_bits
     return registers
-
-
-def _unused(name: str, taken: set[str]) -> str:
-    number = 0
-    while (candidate := f"{name}{number or ''}") in taken:
-        number += 1
-    taken.add(candidate)
-    return candidate

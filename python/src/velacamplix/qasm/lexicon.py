@@ -100,22 +100,25 @@ class Tokens:
 
     def fail(self, expected: Sequence[str]) -> NoReturn:
         """Raise `QasmError` at the token."""
-        words = " or ".join(sorted(set(expected))) or "nothing more"
-        if self.kind == "end":
-            fail(f"unexpected end of the program, expected {words}", self.token)
-        if self.kind == "other" or (self.kind == "word" and self.token[0] < "a" and self.token not in _CAPITALS):
-            character = Token(self.source, self.token.offset, self.token.offset + 1)
-            fail(f"unexpected character {str(character)!r}, expected {words}", character)
-        if self.kind == "symbol" and self.token == "==":
-            character = Token(self.source, self.token.offset, self.token.offset + 1)
-            fail(f"unexpected character '=', expected {words}", character)
-        fail(f"unexpected text, expected {words}", self.token)
+        token = self.token
+        is_character = self.kind == "other" or (self.kind == "word" and token[0] < "a" and token not in _CAPITALS)
+        if is_character or token == "==":
+            unexpected(Token(self.source, token.offset, token.offset + 1), expected, True)
+        unexpected(token, expected)
 
     def _at(self, offset: int) -> tuple[str, Token]:
         found = _TOKEN.match(self.source.text, offset)
         assert found is not None and found.lastgroup is not None  # the pattern takes everything
         kind = found.lastgroup
         return kind, Token(self.source, found.start(kind), found.end())
+
+
+def unexpected(token: Token, expected: Sequence[str], is_character: bool = False) -> NoReturn:
+    """Raise `QasmError` at a token that cannot stand there; an empty one is the end."""
+    words = " or ".join(sorted(set(expected))) or "nothing more"
+    if not token:
+        fail(f"unexpected end of the program, expected {words}", token)
+    fail(f"unexpected {f'character {str(token)!r}' if is_character else 'text'}, expected {words}", token)
 
 
 def refuse_leading_zeros(number: Token) -> None:

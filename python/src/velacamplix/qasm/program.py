@@ -5,11 +5,11 @@ from __future__ import annotations
 from collections.abc import Callable, Iterable, Sequence
 from typing import NamedTuple
 
-from ..instructions.definition import GateDefinition, renamed, size
 from ..instructions.instruction import Condition, Instruction, Register
-from . import blocks, qelib1
-from .definitions import Gate, check_names, check_operand_count, define, find, instructions
+from . import qelib1
+from .definitions import check_names, check_operand_count, define, find, instructions
 from .errors import fail, quoted, shortened
+from .meaning import MOST_INSTRUCTIONS, Meaning, Operand, Parts, rows
 from .source import Token
 from .syntax import (
     Argument,
@@ -26,14 +26,6 @@ from .syntax import (
     split,
 )
 
-# No dense simulator comes near it; without a limit one line could ask for
-# lists that fill the memory.
-MOST_BITS = 1_000_000
-
-#: Instructions a program may expand to. Ten nested definitions are enough to
-#: describe more than any memory holds; this is a few gigabytes.
-MOST_INSTRUCTIONS = 10_000_000
-
 
 class Rows(NamedTuple):
     """The applications that one call stands for, one for each element of its registers."""
@@ -42,14 +34,7 @@ class Rows(NamedTuple):
     qubits: tuple[tuple[int, ...], ...]
 
 
-class Parts(NamedTuple):
-    """What a circuit is made of, checked."""
-
-    registers: tuple[Register, ...]
-    instructions: list[Instruction]
-
-
-class Program:
+class Program(Meaning):
     """Takes statements in order and collects the circuit.
 
     Parameters
@@ -64,20 +49,14 @@ class Program:
     def __init__(
         self, include: Callable[[Token], None], most_instructions: int = MOST_INSTRUCTIONS
     ) -> None:
+        super().__init__(qelib1.LANGUAGE, most_instructions)
         self._include = include
-        self._most_instructions = most_instructions
-        self._spent = 0
-        self._registers: dict[str, Register] = {}
         # The bits of each whole register, shared by all that speak of it.
         self._whole: dict[str, tuple[int, ...]] = {}
-        self._n_bits = {"quantum": 0, "classical": 0}
-        self._gates: dict[str, Gate] = dict(qelib1.LANGUAGE)
         self._instructions: list[Instruction] = []
         # Argument lists seen so far, and calls without parameters: both
         # return again and again in a large file, and mean the same each time.
         self._rows: dict[str, Rows] = {}
-        self._definitions: dict[str, GateDefinition] = {}
-        self._names: set[str] = set()  # of definitions, which are not the gates' own where the package knows these
         self._conditions: dict[tuple[str, int], Condition] = {}
         self._known_calls: dict[tuple[str, str], tuple[tuple[Instruction, ...], int]] = {}
 
@@ -107,30 +86,12 @@ class Program:
 
     def _declare_register(self, statement: RegisterDeclaration) -> None:
         self._check_new(statement.name)
-        n_bits = integer(statement.size)
-        start = self._n_bits[statement.kind]
-        if start + n_bits > MOST_BITS:
-            fail(f"integer too large: a program has at most {MOST_BITS} {statement.kind} bits", statement.size)
-        name = str(statement.name)
-        register = Register(name, statement.kind, start, n_bits)
-        self._registers[name] = register
-        self._whole[name] = tuple(register.bits)
-        self._n_bits[statement.kind] += n_bits
+        register = self._add_register(str(statement.name), statement.kind, integer(statement.size), statement.size)
+        self._whole[register.name] = tuple(register.bits)
 
     def _declare_gate(self, statement: GateDeclaration) -> None:
         self._check_new(statement.name)
-        gate = define(statement, self._gates)
-        definition = gate.definition
-        if definition is not None:
-            known = blocks.known(definition, self._definitions)
-            if known is not None:
-                name, _, called = known
-                gate = gate._replace(call=known, size=size(Instruction(name, (), definition=called)))
-            else:
-                definition = renamed(definition, self._names)
-                self._names.add(definition.name)
-                gate = gate._replace(definition=definition)
-            self._definitions[gate.name] = definition
+        gate = self._kept(define(statement, self._gates))
         self._gates[gate.name] = gate
 
     def _include_file(self, statement: Include) -> None:
@@ -171,13 +132,13 @@ class Program:
         gate = find(call, self._gates)
         if gate.opaque is not None:
             fail(f"gate {quoted(gate.opaque)} is opaque: it has no body to execute", call.token)
-        rows = self._rows_of(call.places)
-        check_operand_count(call, gate, rows.n_operands)
-        work = gate.size * len(rows.qubits)
+        found = self._rows_of(call.places)
+        check_operand_count(call, gate.n_qubits, found.n_operands)
+        work = gate.size * len(found.qubits)
         self._spend(work, call)
         if params:
             check_names(params, {})
-        steps = instructions(gate, params, rows.qubits, condition)
+        steps = instructions(gate, params, found.qubits, condition)
         if not params and condition is None:
             self._known_calls[key] = (steps, work)
         return steps
@@ -232,32 +193,12 @@ class Program:
     # --- Arguments ---
 
     def _rows_of(self, places: Places) -> Rows:
-        rows = self._rows.get(places.text)
-        if rows is None:
-            rows = self._rows[places.text] = self._new_rows(split(places))
-        return rows
-
-    def _new_rows(self, arguments: Sequence[Argument]) -> Rows:
-        columns = [self._bits(argument, "quantum") for argument in arguments]
-        n_rows, widest = 1, None
-        for argument, column in zip(arguments, columns):
-            if argument.element is None:
-                if widest is not None and len(column) != n_rows:
-                    fail(
-                        f"registers {quoted(widest)} and {quoted(argument.register)} differ "
-                        f"in size, {n_rows} and {len(column)}",
-                        argument.register,
-                    )
-                n_rows, widest = len(column), argument.register
-        full = [column * n_rows if len(column) != n_rows else column for column in columns]
-        qubits = tuple(zip(*full))
-        for row in qubits:
-            if len(set(row)) < len(row):
-                first = {qubit: position for position, qubit in reversed(list(enumerate(row)))}
-                position = next(i for i, qubit in enumerate(row) if first[qubit] < i)
-                repeated = arguments[position].register
-                fail(f"a qubit of {quoted(repeated)} is named twice in one call", repeated)
-        return Rows(len(arguments), qubits)
+        found = self._rows.get(places.text)
+        if found is None:
+            arguments = split(places)
+            operands = [Operand(item.register, self._bits(item, "quantum"), item.element is not None) for item in arguments]
+            found = self._rows[places.text] = Rows(len(operands), rows(operands))
+        return found
 
     def _bits(self, argument: Argument, kind: str) -> tuple[int, ...]:
         register = self._register(argument.register, kind)
@@ -279,11 +220,7 @@ class Program:
             fail(f"{quoted(name)} is a {register.kind} register, expected a {kind} one", name)
         return register
 
-    def _spend(self, work: int, statement: Call | Measure | Reset | Barrier) -> None:
-        self._spent += work
-        if self._spent > self._most_instructions:
-            if isinstance(statement, Call):
-                token = statement.token
-            else:
-                token = split(statement.source if isinstance(statement, Measure) else statement.places)[0].register
-            fail(f"the program expands to more than {self._most_instructions} instructions", token)
+    def _token_of(self, statement: Call | Measure | Reset | Barrier) -> Token:
+        if isinstance(statement, Call):
+            return statement.token
+        return split(statement.source if isinstance(statement, Measure) else statement.places)[0].register

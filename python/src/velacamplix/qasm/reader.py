@@ -1,20 +1,27 @@
-"""Reads OpenQASM 2 from files and texts."""
+"""Reads OpenQASM 2 and 3 from files and texts."""
 
 from __future__ import annotations
 
 import gc
 import os
+import re
 import warnings
 from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
+from typing import Any
 
 from ..basics.future import level_of_caller
-from . import files
+from . import files, program3
 from .errors import QasmError, fail
-from .program import MOST_INSTRUCTIONS, Parts, Program
+from .meaning import MOST_INSTRUCTIONS, Parts
+from .program import Program
 from .source import Source, Token
 from .syntax import Statements
+from .syntax3 import Syntax
+
+# Blanks and comments are taken once and for all: tried again cut shorter, a line of slashes would take for ever.
+_VERSION = re.compile(r"\ufeff?(?>\s|//[^\r\n]*|/\*.*?\*/)*+OPENQASM\s+([0-9]+)", re.DOTALL)
 
 # Far more than anyone writes, and few enough for Python's own stack.
 _DEEPEST_INCLUDE = 50
@@ -23,40 +30,57 @@ _DEEPEST_INCLUDE = 50
 _MOST_FILES = 10_000
 
 
-def read_program(source: str | os.PathLike[str], most_instructions: int = MOST_INSTRUCTIONS) -> Parts:
-    """Return registers and instructions of an OpenQASM 2 program; see `Circuit.from_qasm`.
+def read_program(source: str | os.PathLike[str], most_instructions: int = MOST_INSTRUCTIONS, version: int = 2) -> Parts:
+    """Return registers and instructions of an OpenQASM program; see `Circuit.from_qasm` and `Circuit.from_qasm3`.
 
     >>> read_program("OPENQASM 2.0; qreg q[1]; U(0,0,0) q[0];").registers
     (Register(name='q', kind='quantum', start=0, size=1),)
     """
-    text, path = files.given(source)
-    with _without_collections():
-        reading = _Files(most_instructions)
-        parts = reading.read(text, path)
+    return read(*files.given(source), version, most_instructions)
+
+
+def read(text: str, path: Path | None, version: int, most_instructions: int = MOST_INSTRUCTIONS) -> Parts:
+    """Return registers and instructions of a text, which stands in that file if a path is given."""
+    reading = _Files(version, most_instructions)
+    parts = reading.read(text, path)
     if reading.lacks_version:
         told = QasmError('there is no "OPENQASM 2.0;" in front; it is read as such', line=1, column=1, path=_name(path))
         warnings.warn(str(told), stacklevel=level_of_caller())
     return parts
 
 
+def version_of(text: str) -> int:
+    r"""Return the version of the language that a text says to be written in, 2 if it says nothing.
+
+    >>> version_of("// the second try\nOPENQASM 3.0; qubit q;"), version_of("qreg q[1];")
+    (3, 2)
+    """
+    found = _VERSION.match(text)
+    return 3 if found is not None and found[1] == "3" else 2
+
+
 class _Files:
     """The files of one program while they are read, the innermost last."""
 
-    def __init__(self, most_instructions: int) -> None:
-        self._program = Program(self._include, most_instructions)
+    def __init__(self, version: int, most_instructions: int) -> None:
+        self._version = version
+        self._program: Any = (Program if version == 2 else program3.Program)(self._include, most_instructions)
         self._open: list[Path | None] = []
         self._files_left = _MOST_FILES
         self._bytes_left = files.MOST_BYTES
         self.lacks_version = False
 
     def read(self, text: str, path: Path | None) -> Parts:
-        self._run(text, path)
-        return self._program.parts()
+        with _without_collections():
+            self._run(text, path)
+            parts: Parts = self._program.parts()
+        return parts
 
     def _run(self, text: str, path: Path | None) -> None:
-        statements = Statements(Source(text, _name(path)))
+        source = Source(text, _name(path), self._version)
+        statements: Any = Statements(source) if self._version == 2 else Syntax(source)
         listed = statements.read()
-        if statements.version is None and not self._open:
+        if self._version == 2 and statements.version is None and not self._open:
             if not listed:
                 raise QasmError('the first statement must be "OPENQASM 2.0;"', line=1, column=1, path=_name(path))
             self.lacks_version = True

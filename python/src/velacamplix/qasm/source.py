@@ -6,6 +6,9 @@ import re
 
 # A comment may stand anywhere but in quotes.
 _QUOTED_OR_COMMENT = re.compile(r'"[^"\r\n]*"|//[^\r\n]*')
+# One without end goes to the end, and stays there to be told.
+_QUOTED_OR_COMMENT_3 = re.compile(r'"[^"\r\n]*"|//[^\r\n]*|/\*.*?(?:\*/|(?P<open>\Z))', re.DOTALL)
+_NO_LINE_END = re.compile(r"[^\r\n]")
 
 
 class Token(str):
@@ -41,9 +44,10 @@ class Source:
 
     __slots__ = ("text", "path")
 
-    def __init__(self, text: str, path: str | None = None) -> None:
-        if "//" in text:
-            text = _QUOTED_OR_COMMENT.sub(lambda found: found[0] if found[0][0] == '"' else "", text)
+    def __init__(self, text: str, path: str | None = None, version: int = 2) -> None:
+        if "//" in text or "/*" in text:
+            comments = _QUOTED_OR_COMMENT if version == 2 else _QUOTED_OR_COMMENT_3
+            text = comments.sub(_blanked, text)
         self.text = text
         self.path = path
 
@@ -51,3 +55,8 @@ class Source:
         """Return line and column of an offset, both counted from 1."""
         line_start = self.text.rfind("\n", 0, offset) + 1
         return self.text.count("\n", 0, offset) + 1, offset - line_start + 1
+
+
+def _blanked(found: re.Match[str]) -> str:
+    is_kept = found[0][0] == '"' or found.lastgroup == "open"
+    return found[0] if is_kept else _NO_LINE_END.sub(" ", found[0])

@@ -4,23 +4,24 @@ from __future__ import annotations
 
 import math
 import re
-from collections.abc import Iterable, Iterator, Mapping
+from collections.abc import Callable, Container, Iterable, Iterator, Mapping
 from itertools import chain
 from typing import Any
 
 from ..basics import checks
+from ..instructions.condition import Condition
 from ..instructions.definition import GateDefinition, ordered
 from ..instructions.expression import Expression
 from ..instructions.expression_text import text as expression_text
-from ..instructions.condition import Condition
 from ..instructions.flow import conditioned
 from ..instructions.instruction import BY_ENTRIES, DETAILED, Instruction, Register
 from . import qelib1
 from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain, sayable
 from .lexicon import NAME, RESERVED
+from .names import Names
 from .syntax import MOST_DIGITS
 
-_NAME = re.compile(NAME)
+_is_name = re.compile(NAME).fullmatch
 _HEADER = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
 
 # By instruction and number of controls. Where qelib1.inc has two names for a gate, the older one, which more readers
@@ -52,8 +53,8 @@ class _Writer:
         self._circuit = circuit
         self._defined = qelib1.LATER if definitions else {}  # gates of qelib1.inc that are not taken for granted
         self._registers: tuple[Register, ...] = circuit.registers
-        self._qubits = _places(self._registers, "quantum")
-        self._clbits = _places(self._registers, "classical")
+        self._qubits = places(self._registers, "quantum")
+        self._clbits = places(self._registers, "classical")
         self._ranges = {(r.kind, tuple(r.bits)): r.name for r in self._registers if r.size}
         self._names: dict[int, str] = {}  # of definitions, by id
         self._library: set[str] = set()  # names of qelib1.inc that are used
@@ -82,7 +83,7 @@ class _Writer:
 
     def _check_register(self, register: Register) -> None:
         name = register.name
-        if not _NAME.fullmatch(name) or name in RESERVED:
+        if not _is_name(name) or name in RESERVED:
             raise ValueError(
                 f"register {checks.show(name)} cannot be written in OpenQASM 2: a name must begin with a small letter, go on with "
                 "letters, digits and underscores, and be no word of the language"
@@ -121,30 +122,19 @@ class _Writer:
         registers = {register.name for register in self._registers}
         for name in sorted(registers & self._library):
             raise _name_of_a_gate(name)
-        taken = registers | RESERVED
-        taken |= self._library | {name for name, gate in qelib1.GATES.items() if not gate.can_be_replaced}
+        library = {name for name, gate in qelib1.GATES.items() if not gate.can_be_replaced}
+        names = Names(registers | RESERVED | self._library | library)
         for definition in definitions:
             if definition.name in self._defined and definition is library_block(definition.name):
                 self._names[id(definition)] = definition.name
-                continue
-            wanted = definition.name
-            if not _NAME.fullmatch(wanted):
-                wanted = "g_" + re.sub(r"[^A-Za-z0-9_]", "_", wanted)
-            name, number = wanted, 1
-            while name in taken:
-                number += 1
-                name = f"{wanted}_{number}"
-            taken.add(name)
-            self._names[id(definition)] = name
+            else:
+                self._names[id(definition)] = free_name(definition.name, _is_name, "g_", names)
 
     # --- Statements ---
 
     def _gate_block(self, definition: GateDefinition) -> str:
-        formals = _formals(definition.params)
-        qubits = [f"q{i}" for i in range(definition.n_qubits)]
-        taken = set(formals.values())
-        while taken.intersection(qubits):
-            qubits = ["q" + name for name in qubits]
+        formals = formal_names(definition.params, _is_name, RESERVED)
+        qubits = formal_qubits(definition.n_qubits, formals.values())
         head = f"gate {self._names[id(definition)]}"
         if formals:
             head += f"({','.join(formals.values())})"
@@ -157,7 +147,7 @@ class _Writer:
             return f"barrier {','.join([qubits[q] for q in step.qubits])};" if step.qubits else ""
         definition = self._block_of(step)
         name = self._names[id(definition)] if definition is not None else _CALLS[step.name, len(step.controls)]
-        params = f"({','.join([_number(value, formals) for value in step.params])})" if step.params else ""
+        params = f"({','.join([number_text(value, formals) for value in step.params])})" if step.params else ""
         return f"{name}{params} {','.join([qubits[q] for q in step.controls + step.qubits])};"
 
     def _statements(self, step: Instruction, position: int) -> Iterator[str]:
@@ -240,11 +230,18 @@ def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_bloc
     raise ValueError(f"{where} ({raw}) cannot be written in OpenQASM 2: {reason}")
 
 
-def _formals(params: tuple[str, ...]) -> dict[str, str]:
-    """Return names that OpenQASM 2 allows for a definition's parameters."""
+def free_name(wanted: str, is_name: Callable[[str], Any], prefix: str, names: Names) -> str:
+    """Return a name that the language allows and nothing else has, like the one that is wanted, and take it."""
+    if not is_name(wanted):
+        wanted = prefix + re.sub(r"[^A-Za-z0-9_]", "_", wanted)
+    return names.free(wanted)
+
+
+def formal_names(params: tuple[str, ...], is_name: Callable[[str], Any], reserved: Container[str]) -> dict[str, str]:
+    """Return names that the language allows for a definition's parameters."""
     names: dict[str, str] = {}
     for param in params:
-        name = param if _NAME.fullmatch(param) and param not in RESERVED else "p"
+        name = param if is_name(param) and param not in reserved else "p"
         number = 1
         while name in names.values() or (name != param and name in params):
             number += 1
@@ -253,13 +250,23 @@ def _formals(params: tuple[str, ...]) -> dict[str, str]:
     return names
 
 
-def _places(registers: tuple[Register, ...], kind: str) -> list[str]:
+def formal_qubits(n_qubits: int, taken: Container[str]) -> list[str]:
+    """Return names for a definition's qubits."""
+    prefix = "q"
+    while any([f"{prefix}{i}" in taken for i in range(n_qubits)]):
+        prefix += "q"
+    return [f"{prefix}{i}" for i in range(n_qubits)]
+
+
+def places(registers: tuple[Register, ...], kind: str) -> list[str]:
+    """Return what every qubit or bit is called."""
     return [f"{r.name}[{i}]" for r in registers if r.kind == kind for i in range(r.size)]
 
 
-def _number(value: Any, formals: Mapping[str, str]) -> str:
+def number_text(value: Any, formals: Mapping[str, str], words: Mapping[str, str] = {}) -> str:
+    """Return an angle as both versions write it; `words` are those that the language has for operations."""
     if isinstance(value, Expression):
-        return expression_text(value, _digits, compact=True, names=formals)
+        return expression_text(value, _digits, compact=True, names=formals, words=words)
     fraction = _FRACTIONS.get(abs(value))
     if fraction is not None:
         return fraction if value > 0 else "-" + fraction
