@@ -17,54 +17,13 @@ from collections.abc import Iterator
 from pathlib import Path
 from typing import Any
 
-from ..basics import checks
+from ..basics.words import shortened
 from ..circuit.circuit import Circuit
-from ..core import extension
 from ..machine import limits
-from ..observables.observable import Observable
+from . import options as command_line
 from . import streams
 
 FAILED, USAGE_ERROR = 1, 2
-
-_STATUS = """
-exit status:
-  0    all was done
-  1    the circuit is wrong or cannot be run, a file or a standard stream cannot
-       be read or written, the state does not fit into memory, or a package is
-       not installed
-  2    the command line or VELACAMPLIX_NUM_THREADS is wrong
-  130  interrupted by Ctrl-C
-  141  the reader of the output went away
-"""
-
-_MAIN_EXAMPLES = """
-examples:
-  velacamplix run circuit.qasm              exact probabilities
-  velacamplix run circuit.qasm --shots 1000
-  velacamplix info                          threads, memory, largest state
-  velacamplix bench                         a minute of measurements
-
-`velacamplix COMMAND --help` tells more.
-"""
-
-_RUN_EXAMPLES = """
-examples:
-  velacamplix run ghz.qasm --top 4
-  velacamplix run ghz.qasm --shots 10000 --seed 7 --plot ghz.png
-  velacamplix run ansatz.qasm --observable "Z0 Z1" --observable=-X0
-  generate | velacamplix run - --json | jq .probabilities
-
-Without --shots the probabilities are exact. A circuit with more than one
-possible outcome in its middle needs --shots. Outcomes are those of the
-classical bits that were measured, or of all qubits if none was; the first one
-is leftmost.
-"""
-
-_BENCH_EXAMPLES = """
-examples:
-  velacamplix bench --seconds 10
-  velacamplix bench --threads 1 --precision single --json > before.json
-"""
 
 
 def main(arguments: list[str] | None = None) -> int:
@@ -80,7 +39,7 @@ def main(arguments: list[str] | None = None) -> int:
             with warnings.catch_warnings():
                 warnings.simplefilter("default")
                 warnings.showwarning = _warn
-                options = _parser().parse_args(arguments)
+                options = command_line.parser(_COMMANDS).parse_args(arguments)
                 options.command(options)
         finally:
             sys.stdout.flush()
@@ -100,127 +59,6 @@ def main(arguments: list[str] | None = None) -> int:
     return 0
 
 
-class _Parser(argparse.ArgumentParser):
-    def _print_message(self, message: str, file: Any = None) -> None:
-        # argparse would drop what standard output does not take; before Python 3.11.3 it fails at any stream that is full.
-        if message and file is sys.stdout:
-            file.write(message)
-        else:
-            with contextlib.suppress(OSError):
-                super()._print_message(message, file)
-
-
-def _parser() -> argparse.ArgumentParser:
-    parser = _Parser(
-        prog="velacamplix",
-        description="Simulates quantum circuits on this machine.",
-        epilog=_MAIN_EXAMPLES + _STATUS,
-        formatter_class=argparse.RawDescriptionHelpFormatter,
-    )
-    parser.add_argument("--version", action="version", version=f"velacamplix {extension.version()}")
-    commands = parser.add_subparsers(required=True, metavar="COMMAND")
-    _add_run(commands)
-    _add_info(commands)
-    _add_bench(commands)
-    return parser
-
-
-def _add_run(commands: argparse._SubParsersAction[_Parser]) -> None:
-    run = commands.add_parser(
-        "run",
-        help="run an OpenQASM file",
-        description="Runs an OpenQASM file and shows its most probable or most frequent\noutcomes.",
-        epilog=_RUN_EXAMPLES + _STATUS,
-        formatter_class=argparse.RawDescriptionHelpFormatter,
-    )
-    run.add_argument("file", metavar="FILE.qasm", help="the circuit; - reads standard input")
-    _add_machine_options(run)
-    run.add_argument(
-        "--top", type=_whole_number, default=10, metavar="K", help="outcomes to show (default: %(default)s)"
-    )
-    run.add_argument(
-        "--shots", type=_whole_number, metavar="N", help="draw N outcomes and count them (default: exact probabilities)"
-    )
-    run.add_argument(
-        "--seed",
-        type=lambda text: _whole_number(text, 2**32 - 1, least=0),
-        metavar="S",
-        help="of the random numbers; the same seed gives the same shots (default: by chance)",
-    )
-    run.add_argument(
-        "--observable",
-        type=_observable,
-        action="append",
-        default=[],
-        metavar="TEXT",
-        help='show an expectation value, as of "0.5*X0 Y2 - 1.2*Z1 + 3"; with --shots, also an estimate. May be '
-        "repeated. A text that starts with a minus is written --observable=-Z0",
-    )
-    run.add_argument(
-        "--plot", metavar="FILE.png", help="draw the outcomes into a file; its ending tells the format (needs matplotlib)"
-    )
-    run.add_argument(
-        "--progress", action="store_true", help="show a bar on standard error if the run takes more than a second"
-    )
-    run.add_argument("--json", action="store_true", help="print one JSON object, with all counts, and nothing else")
-    run.set_defaults(command=_run)
-
-
-def _add_info(commands: argparse._SubParsersAction[_Parser]) -> None:
-    info = commands.add_parser(
-        "info", help="tell what this machine can do", description="Tells version, instruction set, threads and memory."
-    )
-    info.set_defaults(command=_info)
-
-
-def _add_bench(commands: argparse._SubParsersAction[_Parser]) -> None:
-    bench = commands.add_parser(
-        "bench",
-        help="measure the speed here",
-        description="Measures gates, circuits and shots of several sizes, beside what the\nmemory allows.",
-        epilog=_BENCH_EXAMPLES + _STATUS,
-        formatter_class=argparse.RawDescriptionHelpFormatter,
-    )
-    _add_machine_options(bench)
-    bench.add_argument(
-        "--seconds", type=_whole_number, default=60, metavar="S", help="how long to measure, about (default: %(default)s)"
-    )
-    bench.add_argument(
-        "--qubits",
-        type=lambda text: _whole_number(text, 40),
-        metavar="N",
-        help="largest state (default: 26, or what fits into a quarter of the memory)",
-    )
-    bench.add_argument("--json", action="store_true", help="print one JSON object and nothing else")
-    bench.set_defaults(command=_bench)
-
-
-def _add_machine_options(parser: argparse.ArgumentParser) -> None:
-    parser.add_argument(
-        "--threads",
-        type=lambda text: _whole_number(text, limits.MOST_THREADS),
-        metavar="N",
-        help="number of threads (default: all this process may use)",
-    )
-    parser.add_argument("--precision", choices=["double", "single"], default="double", help="default: %(default)s")
-
-
-def _whole_number(text: str, most: int = 2**63 - 1, least: int = 1) -> int:
-    # No number of more digits is within bounds, and int() refuses thousands of them.
-    number = int(text) if text.isascii() and text.isdigit() and len(text) < 100 else -1
-    if not least <= number <= most:
-        allowed = f"of at least {least}" if most == 2**63 - 1 else f"from {least} to {most}"
-        raise argparse.ArgumentTypeError(f"expected a whole number {allowed}, got {checks.show(text)}")
-    return number
-
-
-def _observable(text: str) -> tuple[str, Observable]:
-    try:
-        return text, Observable(text)
-    except ValueError as error:
-        raise argparse.ArgumentTypeError(str(error)) from None
-
-
 def _run(options: argparse.Namespace) -> None:
     # Here rather than above: what running needs is not needed for --version.
     from ..running.run import run
@@ -231,7 +69,8 @@ def _run(options: argparse.Namespace) -> None:
     if options.plot is not None:
         with _refusing(ValueError, "argument --plot: ", USAGE_ERROR), _refusing(ImportError):
             picture.require_writable(options.plot)
-    circuit = _read(options.file, name)
+    circuit = _bound(_read(options.file, name)[0], name, options)
+    _require_bound(circuit, name)
     for text, observable in options.observable:
         if observable.n_qubits > circuit.n_qubits:
             raise _Refused(
@@ -254,20 +93,21 @@ def _run(options: argparse.Namespace) -> None:
         show(name, circuit, result, expectations, options.top)
 
 
-def _read(file: str, name: str) -> Circuit:
-    from ..qasm import QasmError, files
+def _read(file: str, name: str) -> tuple[Circuit, int]:
+    """Return the circuit of a file, and the version it is written in."""
+    from ..qasm import QasmError, files, reader
 
     with warnings.catch_warnings(record=True) as caught:
         warnings.simplefilter("always")
         try:
-            if file != "-":
-                circuit = Circuit.from_qasm(Path(file))
-            else:
+            if file == "-":
                 if sys.stdin is None:
                     raise OSError("it is closed")
-                text = files.decoded(sys.stdin.buffer, name)
-                # A text of one line could be taken for the name of a file.
-                circuit = Circuit.from_qasm(text if "\n" in text else text + "\n")
+                text, path = files.decoded(sys.stdin.buffer, name), None
+            else:
+                text, path = files.text_of(Path(file)), Path(file)
+            version = reader.version_of(text)
+            circuit = Circuit._read(reader.read(text, path, version))
         except QasmError as error:
             error.path = error.path or name
             raise _Refused(str(error)) from None
@@ -277,7 +117,40 @@ def _read(file: str, name: str) -> Circuit:
             raise _Refused(f"{name}: {error.strerror or error}") from None
     for warning in caught:
         streams.tell(str(warning.message).replace("<text>", name))
-    return circuit
+    return circuit, version
+
+
+def _bound(circuit: Circuit, file: str, options: argparse.Namespace) -> Circuit:
+    """Return the circuit with the values of its inputs that are given."""
+    if not options.settings:
+        return circuit
+    names = [name for name, _ in options.settings]
+    if len(set(names)) < len(names):
+        raise _Refused(f"argument --set: a name must be given one value, got {shortened(', '.join(names))}", USAGE_ERROR)
+    with _refusing(ValueError, f"{file}: argument --set: ", USAGE_ERROR):
+        return circuit.bind(dict(options.settings))
+
+
+def _require_bound(circuit: Circuit, name: str) -> None:
+    if circuit.parameters:
+        names = shortened(", ".join(circuit.parameters))
+        raise _Refused(f"{name}: inputs must have values, give them with --set NAME=VALUE: {names}")
+
+
+def _convert(options: argparse.Namespace) -> None:
+    name = "<standard input>" if options.file == "-" else options.file
+    circuit, version = _read(options.file, name)
+    circuit = _bound(circuit, name, options)
+    wanted = options.to or {".qasm2": 2, ".qasm3": 3}.get(Path(options.output or "").suffix.lower(), 5 - version)
+    if wanted == 2:
+        _require_bound(circuit, name)
+    with _refusing(ValueError, f"{name}: "):
+        text = circuit.to_qasm() if wanted == 2 else circuit.to_qasm3()
+    if options.output in (None, "-"):
+        sys.stdout.buffer.write(text.encode())  # names may have letters that the terminal does not write
+        return
+    with _refusing(OSError, f"{options.output}: "):
+        Path(options.output).write_text(text, encoding="utf-8")
 
 
 def _info(options: argparse.Namespace) -> None:
@@ -300,6 +173,15 @@ def _bench(options: argparse.Namespace) -> None:
 def _threads(options: argparse.Namespace) -> int:
     with _refusing(ValueError, status=USAGE_ERROR):
         return int(options.threads or limits.default_threads()[0])
+
+
+def _completion(options: argparse.Namespace) -> None:
+    from . import completion
+
+    sys.stdout.write(completion.script(options.shell, command_line.parser(_COMMANDS)))
+
+
+_COMMANDS = {"run": _run, "convert": _convert, "info": _info, "bench": _bench, "completion": _completion}
 
 
 class _Refused(Exception):
