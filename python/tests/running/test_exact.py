@@ -8,7 +8,7 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from kraus_sums import by_outcome, density, random_noisy_steps
+from kraus_sums import by_outcome, density, random_noisy_steps, random_program
 
 import velacamplix
 from velacamplix import Channel, Circuit, DensityMatrix, Readout, StateVector
@@ -83,6 +83,14 @@ def test_loops_and_decisions():
     check(circuit)
 
 
+@pytest.mark.parametrize("seed", range(15))
+def test_random_programs(seed):
+    circuit = random_program(np.random.default_rng(seed)).measure(1, 2)
+    check(circuit, 1e-12)
+    expected = literal(circuit)[1]
+    assert np.abs(DensityMatrix(3).run(circuit).array - expected).max() < 1e-12
+
+
 def test_a_qubit_that_is_read_twice_and_one_that_nothing_touches():
     circuit = Circuit(5, 4).ry(1.1, 3).channel(Channel.phase_damping(0.3), 3)
     circuit.append(read(3, 0, 0.1, 0.2))
@@ -90,6 +98,14 @@ def test_a_qubit_that_is_read_twice_and_one_that_nothing_touches():
     circuit.append(read(1, 1, 0.25, 0.5))
     result = check(circuit)
     assert result.active_qubits == (3,)
+
+
+def test_a_condition_learns_of_a_qubit_that_is_0_and_misread():
+    circuit = Circuit(3, 2)
+    circuit.append(read(1, 0, 0.25, 0.0))
+    with circuit.when(0, 1):
+        circuit.x(2)
+    assert probabilities(check(circuit.measure(2, 1))) == pytest.approx({0: 0.75, 3: 0.25})
 
 
 def test_without_measurement_outcomes_are_those_of_all_qubits():

@@ -2,7 +2,7 @@
 
 import numpy as np
 
-from velacamplix import Channel, Circuit, Instruction
+from velacamplix import Channel, Circuit, Instruction, Readout
 
 
 def on_all(operator, qubits, n_qubits):
@@ -149,3 +149,36 @@ def _after(step, n_qubits, bits, rho):
             rho = density([Instruction("reset", (qubit,))], n_qubits, rho)
         return {bits: rho}
     return {bits: density([plain], n_qubits, rho)}
+
+
+def random_program(rng, n_qubits=3, n_clbits=3, depth=0):
+    """Return a circuit of gates, channels, measurements, misread or not, resets, conditions, decisions and loops."""
+    circuit = Circuit(n_qubits, n_clbits)
+    for _ in range(rng.integers(3, 9) if depth == 0 else rng.integers(1, 4)):
+        which, qubit, clbit, value = rng.random(), *rng.integers([n_qubits, n_clbits, 2]).tolist()
+        if which < 0.2 and depth < 2:
+            bodies = [random_program(rng, n_qubits, n_clbits, depth + 1) for _ in range(2)]
+            circuit.if_((clbit, value), *bodies[: rng.integers(1, 3)])
+        elif which < 0.3 and depth < 2:
+            bodies = [random_program(rng, n_qubits, n_clbits, depth + 1) for _ in range(2)]
+            circuit.switch([0, 1], {"10": bodies[0], ("01", "11"): bodies[1]})
+        elif which < 0.35:
+            body = Circuit(n_qubits, n_clbits).append(random_noisy_steps(rng, n_qubits, 1)[0])
+            circuit.while_((clbit, value), body.ry(1.3, qubit).measure(qubit, clbit), max_iterations=199)
+        elif which < 0.55:
+            with circuit.when(int(rng.integers(n_clbits)), value):
+                _add_random(rng, circuit, qubit, clbit)
+        else:
+            _add_random(rng, circuit, qubit, clbit)
+    return circuit
+
+
+def _add_random(rng, circuit, qubit, clbit):
+    which = rng.random()
+    if which < 0.5:
+        circuit.append(random_noisy_steps(rng, circuit.n_qubits, 1)[0])
+    elif which < 0.6:
+        circuit.reset(qubit)
+    else:
+        readout = Readout((tuple(rng.uniform(0, 0.5, 2).tolist()),)) if rng.random() < 0.5 else None
+        circuit.append(Instruction("measure", (qubit,), clbits=(clbit,), detail=readout))

@@ -8,7 +8,7 @@ from ..basics.types import Precision
 from ..channels.channel import Channel
 from ..circuit.circuit import Circuit
 from ..instructions.condition import AnyCondition
-from ..instructions.flow import If, Readout, Switch, While, bodies_of
+from ..instructions.flow import If, Readout, Switch, While, bodies_of, leaves
 from ..instructions.instruction import Instruction
 from ..machine import memory
 from .compile import compiled
@@ -46,10 +46,11 @@ class PreparedMixture(Prepared):
         if circuit._template is None:
             circuit._require_bound()
         parts = [part for step in circuit.instructions for part in parts_of(step)]
+        read = _bits_read(circuit.instructions)
         if not keeps_bits:
-            read = _bits_read(circuit.instructions)
             parts = [part for step in parts for part in _forgotten(step, read)]
-        self.segments = segmented(parts, nonzero if n_qubits is None else range(n_qubits), of_mixture=True)
+        there = {*nonzero, *_misread(circuit.instructions, read)} if n_qubits is None else range(n_qubits)
+        self.segments = segmented(parts, there, of_mixture=True)
         active = self.segments.active
         #: Qubits of the density matrix.
         self.n_qubits = len(active) if n_qubits is None else n_qubits
@@ -58,8 +59,8 @@ class PreparedMixture(Prepared):
         self.programs = []
         for stretch in self.segments.steps:
             if isinstance(stretch, Stretch):
-                there = [_moved(step, place) for step in stretch.gates]
-                stretch.program = compiled_doubled(there, self.n_qubits, precision, circuit)
+                moved = [_moved(step, place) for step in stretch.gates]
+                stretch.program = compiled_doubled(moved, self.n_qubits, precision, circuit)
                 self.programs.append(stretch.program)
         self.plan = None
         self._sites = None
@@ -91,6 +92,17 @@ def _bits_read(steps: Iterable[Instruction]) -> set[int]:
         for body in bodies_of(step):
             read |= _bits_read(body)
     return read
+
+
+def _misread(steps: Iterable[Instruction], read: set[int]) -> set[int]:
+    """Return qubits that may be misread where a condition learns of it: they must be there, even if they are always 0."""
+    return {
+        qubit
+        for step in leaves(steps)
+        if isinstance(step.detail, Readout)
+        for qubit, clbit in zip(step.qubits, step.clbits)
+        if clbit in read
+    }
 
 
 def _forgotten(step: Part, read: set[int]) -> list[Part]:

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 from collections.abc import Callable, Sequence
 from heapq import heappop, heappush
-from itertools import product
 from typing import Any
 
 import numpy as np
