@@ -33,7 +33,9 @@ def literal(circuit):
     """Return the probabilities of the outcomes, classical bit 0 leftmost, and the mean of the matrices."""
     groups = by_outcome(circuit.instructions, circuit.n_qubits)
     width = circuit.n_clbits
-    return {int(format(bits, f"0{width}b")[::-1], 2): rho.trace().real for bits, rho in groups.items()}, sum(groups.values())
+    return {int(format(bits, f"0{width}b")[::-1], 2): rho.trace().real for bits, rho in groups.items()}, sum(
+        groups.values()
+    )
 
 
 def noisy(n_qubits, seed, length=15):
@@ -50,7 +52,10 @@ def check(circuit, tolerance=1e-13):
     assert found.keys() >= {outcome for outcome, p in expected.items() if p > 1e-12}
     assert max(abs(found[outcome] - expected.get(outcome, 0)) for outcome in found) < tolerance
     assert sum(found.values()) == pytest.approx(1, abs=1e-14)
-    places = [sum((i >> k & 1) << q for k, q in enumerate(result.active_qubits)) for i in range(2 ** len(result.active_qubits))]
+    places = [
+        sum((i >> k & 1) << q for k, q in enumerate(result.active_qubits))
+        for i in range(2 ** len(result.active_qubits))
+    ]
     assert np.abs(result.density.array - rho[np.ix_(places, places)]).max() < tolerance
     return result
 
@@ -126,7 +131,10 @@ def test_shots_are_those_of_the_probabilities_and_of_their_number():
     expected = np.zeros(8)
     expected[whole.outcomes[:, 0].astype(int)] = whole.probabilities
     assert (np.abs(found - expected) < 5 * np.sqrt(expected * (1 - expected) / 5000) + 1e-12).all()
-    parts = [run_exact(circuit, shots=count, seed=3, first_shot=first).rows for first, count in [(0, 1), (1, 1234), (1235, 3765)]]
+    parts = [
+        run_exact(circuit, shots=count, seed=3, first_shot=first).rows
+        for first, count in [(0, 1), (1, 1234), (1235, 3765)]
+    ]
     assert np.array_equal(np.concatenate(parts), whole.rows)
     assert not np.array_equal(run_exact(circuit, shots=5000, seed=4).rows, whole.rows)
     one, many = [run_exact(circuit, shots=100, seed=1, threads=threads) for threads in (1, 8)]

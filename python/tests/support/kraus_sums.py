@@ -1,4 +1,4 @@
-"""Density matrices as a sum over Kraus operators, in plain NumPy: what exact noise is held against; and random noise."""
+"""Density matrices as a sum over Kraus operators, in plain NumPy: what exact noise is held against."""
 
 import numpy as np
 
@@ -49,8 +49,8 @@ def random_channels(rng):
     """Return one channel of each kind, on 1 to 4 qubits."""
     columns = random_unitary(rng, 8)[:, :4]
     return [
-        Channel.depolarizing(0.1), Channel.depolarizing(1.2), Channel.depolarizing(0.2, 2), Channel.depolarizing(0.2, 3),
-        Channel.depolarizing(0.3, 4), Channel.bit_flip(0.2), Channel.phase_flip(0.1),
+        Channel.depolarizing(0.1), Channel.depolarizing(1.2), Channel.depolarizing(0.2, 2),
+        Channel.depolarizing(0.2, 3), Channel.depolarizing(0.3, 4), Channel.bit_flip(0.2), Channel.phase_flip(0.1),
         Channel.pauli({"X": 0.1, "Y": 0.2, "Z": 0.05}), Channel.pauli({"XY": 0.1, "ZI": 0.2, "YZ": 0.05}),
         Channel.phase_damping(0.2), Channel.amplitude_damping(0.3), Channel.generalized_amplitude_damping(0.2, 0.3),
         Channel.thermal_relaxation(50, 60, 20, 0.1), Channel.reset(0.2, 0.1), Channel.coherent(random_unitary(rng, 2)),
@@ -62,9 +62,9 @@ def random_channels(rng):
 
 # Angles and qubits of the gates that random circuits have.
 GATES = {
-    "h": (0, 1), "x": (0, 1), "y": (0, 1), "z": (0, 1), "s": (0, 1), "t": (0, 1), "sx": (0, 1), "rx": (1, 1), "ry": (1, 1),
-    "rz": (1, 1), "u": (3, 1), "cx": (0, 2), "cz": (0, 2), "swap": (0, 2), "cp": (1, 2), "rzz": (1, 2), "rxx": (1, 2),
-    "ryy": (1, 2), "iswap": (0, 2), "cy": (0, 2), "crz": (1, 2), "ccx": (0, 3), "gphase": (1, 0), "cswap": (0, 3),
+    "h": (0, 1), "x": (0, 1), "y": (0, 1), "z": (0, 1), "s": (0, 1), "t": (0, 1), "sx": (0, 1), "rx": (1, 1),
+    "ry": (1, 1), "rz": (1, 1), "u": (3, 1), "cx": (0, 2), "cz": (0, 2), "swap": (0, 2), "cp": (1, 2), "rzz": (1, 2),
+    "rxx": (1, 2), "ryy": (1, 2), "iswap": (0, 2), "cy": (0, 2), "crz": (1, 2), "ccx": (0, 3), "gphase": (1, 0), "cswap": (0, 3),
 }  # fmt: skip
 
 

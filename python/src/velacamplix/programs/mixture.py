@@ -32,7 +32,8 @@ class PreparedMixture(Prepared):
         Of the density matrix, which may begin in any state; None for one of the active qubits alone, all of which begin
         as 0 but for `nonzero`.
     keeps_bits : bool
-        Whether the classical bits are asked for in the end. Otherwise a measurement whose bit no condition reads is noise.
+        Whether the classical bits are asked for in the end. Otherwise a measurement whose bit no condition reads is
+        noise.
 
     Attributes
     ----------
@@ -95,7 +96,7 @@ def _bits_read(steps: Iterable[Instruction]) -> set[int]:
 
 
 def _misread(steps: Iterable[Instruction], read: set[int]) -> set[int]:
-    """Return qubits that may be misread where a condition learns of it: they must be there, even if they are always 0."""
+    """Return qubits that may be misread where a condition learns of it: needed even if they are always 0."""
     return {
         qubit
         for step in leaves(steps)
@@ -108,7 +109,9 @@ def _misread(steps: Iterable[Instruction], read: set[int]) -> set[int]:
 def _forgotten(step: Part, read: set[int]) -> list[Part]:
     """Return a measurement of bits that nobody reads as noise, other steps as they are."""
     if isinstance(step, Block):
-        return [Block(step.source, [[part for inner in body for part in _forgotten(inner, read)] for body in step.bodies])]
+        return [
+            Block(step.source, [[part for inner in body for part in _forgotten(inner, read)] for body in step.bodies])
+        ]
     if step.name != "measure":
         return [step]
     kept = [i for i, clbit in enumerate(step.clbits) if clbit in read]
@@ -125,7 +128,9 @@ def _forgotten(step: Part, read: set[int]) -> list[Part]:
             detail = Readout(tuple([detail.flips[i] for i in kept]))
         found.append(
             step._replace(
-                qubits=tuple([step.qubits[i] for i in kept]), clbits=tuple([step.clbits[i] for i in kept]), detail=detail
+                qubits=tuple([step.qubits[i] for i in kept]),
+                clbits=tuple([step.clbits[i] for i in kept]),
+                detail=detail,
             )
         )
     return found
