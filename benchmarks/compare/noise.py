@@ -2,9 +2,10 @@
 
 Usage: python benchmarks/compare/noise.py --python PATH --peers PATH [--qubits N ...] [--repeats N]
 
-Circuit: layers of RX and RZ on every qubit and CNOT of neighbours, depolarizing 0.001 after each rotation and 0.01 after each
-CNOT (as rho -> (1 - p) rho + p I/d). Told is the CPU time, on one thread, from a circuit and a noise model that stand ready to
-the probabilities of all outcomes; simulators take turns, each run in a process of its own, and must agree within 1e-12.
+Circuit: layers of RX and RZ on every qubit and CNOT of neighbours, depolarizing 0.001 after each rotation and 0.01
+after each CNOT (as rho -> (1 - p) rho + p I/d). Told is the CPU time, on one thread, from a circuit and a noise model
+that stand ready to the probabilities of all outcomes; simulators take turns, each run in a process of its own, and must
+agree within 1e-12.
 """
 
 from __future__ import annotations

@@ -79,12 +79,16 @@ def test_a_rotation_with_depolarizing_noise_turns_half_of_the_entries():
 
 
 def test_diagonals_wait_for_what_moves_them():
-    steps = [noise(Channel.depolarizing(0.5), 0), Instruction("CNOT", (0, 1)), noise(Channel.depolarizing(0.5, 2), 1, 0)]
+    steps = [
+        noise(Channel.depolarizing(0.5), 0),
+        Instruction("CNOT", (0, 1)),
+        noise(Channel.depolarizing(0.5, 2), 1, 0),
+    ]
     made = doubled(steps, 2)
     assert [step.name for step in made].count("diagonal") == 1
     diagonal = next(step for step in made if step.name == "diagonal")
-    # Highest first: X and Z of the last qubit, X and Z of the first. What a CNOT (0, 1) moves came from I on qubit 0 where
-    # there is neither an X on qubit 0, nor a Z on just one of the two.
+    # Highest first: X and Z of the last qubit, X and Z of the first. What a CNOT (0, 1) moves came from I on qubit 0
+    # where there is neither an X on qubit 0, nor a Z on just one of the two.
     assert diagonal.qubits == (2, 0, 3, 1)
     literal = []
     for x0, z0, x1, z1 in np.ndindex(2, 2, 2, 2):
@@ -124,7 +128,9 @@ def gate(method, step):
 
 
 @pytest.mark.parametrize("angle", [0.0, np.pi / 2, np.pi, -np.pi, 3 * np.pi / 2, 1e-9, 2.0])
-@pytest.mark.parametrize("names", ["rx", "ry", "rz", "rz rx", "rx rz", "rz ry", "rx ry rz", "h", "s h", "y", "rz rx rz"])
+@pytest.mark.parametrize(
+    "names", ["rx", "ry", "rz", "rz rx", "rx rz", "rz ry", "rx ry rz", "h", "s h", "y", "rz rx rz"]
+)
 def test_every_rotation_in_the_bell_frame(names, angle):
     pauli = noise(Channel.pauli({"XY": 0.1, "ZX": 0.25}), 0, 1)
     circuit = Circuit(2).ry(0.7, 0).rx(1.9, 1)
@@ -146,7 +152,10 @@ def test_every_channel_on_entangled_states_with_complex_entries(n_qubits):
             prepared.cx(qubit - 1, qubit)
     for channel in random_channels(np.random.default_rng(n_qubits)):
         if channel.n_qubits <= n_qubits:
-            steps = [*prepared, noise(channel, *np.random.default_rng(5).permutation(n_qubits)[: channel.n_qubits].tolist())]
+            steps = [
+                *prepared,
+                noise(channel, *np.random.default_rng(5).permutation(n_qubits)[: channel.n_qubits].tolist()),
+            ]
             assert np.abs(entries(steps, n_qubits) - density(steps, n_qubits)).max() < 1e-13, channel
 
 
@@ -162,14 +171,17 @@ def test_layers_with_depolarizing_noise_stay_in_the_bell_frame():
     for layer in range(4):
         for qubit in range(6):
             for name in ("RX", "RZ"):
-                steps += [Instruction(name, (qubit,), (0.3 + qubit + layer,)), noise(Channel.depolarizing(0.001), qubit)]
+                steps += [
+                    Instruction(name, (qubit,), (0.3 + qubit + layer,)),
+                    noise(Channel.depolarizing(0.001), qubit),
+                ]
         for qubit in range(layer % 2, 5, 2):
             steps += [Instruction("CNOT", (qubit, qubit + 1)), noise(Channel.depolarizing(0.01, 2), qubit, qubit + 1)]
     made = doubled(steps, 6)
     halves = [step for step in made if step.name == "RX" and step.controls]
     diagonals = [step for step in made if step.name == "diagonal"]
     others = {step.name for step in made if not step.controls} - {"diagonal"}
-    # Two half rotations for each qubit and layer, but where nothing stands between two layers of a qubit; into the frame
-    # and out once.
+    # Two half rotations for each qubit and layer, but where nothing stands between two layers of a qubit; into the
+    # frame and out once.
     assert len(halves) <= 2 * 6 * 4 and others == {"CNOT", "H"}
     assert len(diagonals) <= 10 + 4 and [step.name for step in made].count("H") == 12

@@ -14,7 +14,8 @@ def order(steps, n_qubits):
 
 def test_what_shares_a_qubit_keeps_its_order():
     steps = [Instruction("RX", (q,), (0.1 * i,)) for i, q in enumerate([0, 9, 10, 11, 12, 13, 14, 0, 9, 14])]
-    # A pass has room for five of the qubits above the lowest five: 14 begins the next, and its second gate waits for it.
+    # A pass has room for five of the qubits above the lowest five: 14 begins the next, and its second gate waits for
+    # it.
     assert order(steps, 15) == [0, 1, 2, 3, 4, 5, 7, 8, 6, 9]
 
 
@@ -23,7 +24,11 @@ def test_controls_and_diagonals_pass_each_other():
     free = [Instruction("RZ", (13,), (0.5,)), Instruction("CNOT", (12, 3)), Instruction("RX", (9,), (0.25,), (1,))]
     bound = [Instruction("CNOT", (14, 2)), Instruction("RZ", (14,), (0.5,)), Instruction("T", (2,))]
     assert order([*high, *free, *bound], 15) == [0, 1, 2, 3, 4, 6, 7, 8, 5, 9, 10, 11]
-    both = [Instruction("CNOT", (14, 2)), Instruction("RZ", (14,), (0.5,)), Instruction("diagonal", (14, 3), (1, 1, 1j, 1))]
+    both = [
+        Instruction("CNOT", (14, 2)),
+        Instruction("RZ", (14,), (0.5,)),
+        Instruction("diagonal", (14, 3), (1, 1, 1j, 1)),
+    ]
     assert order([*high[:5], *both], 15) == [0, 1, 2, 3, 4, 5, 6, 7]
 
 
@@ -41,8 +46,10 @@ def test_the_product_is_the_same(seed):
         steps.append(
             [
                 Instruction("H", (a,)), Instruction("CNOT", (a, b)), Instruction("RX", (a,), (0.7,), (b,)),
-                Instruction("SWAP", (a, b)), Instruction("CCNOT", (a, b, c)), Instruction("diagonal", (a, b), (1, 1j, -1, 1)),
-                Instruction("RXX", (a, b), (0.4,)), Instruction("CSIGN", (a, b)), Instruction("PH", (a,), (0.3,), (b, c)),
+                Instruction("SWAP", (a, b)), Instruction("CCNOT", (a, b, c)),
+                Instruction("diagonal", (a, b), (1, 1j, -1, 1)),
+                Instruction("RXX", (a, b), (0.4,)), Instruction("CSIGN", (a, b)),
+                Instruction("PH", (a,), (0.3,), (b, c)),
                 Instruction("matrix", (b, a), tuple(np.eye(4)[[0, 2, 3, 1]].ravel().tolist())),
             ][rng.integers(10)]
         )  # fmt: skip

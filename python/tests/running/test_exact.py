@@ -8,7 +8,7 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from kraus_sums import by_outcome, density, random_noisy_steps
+from kraus_sums import by_outcome, density, random_noisy_steps, random_program
 
 import velacamplix
 from velacamplix import Channel, Circuit, DensityMatrix, Readout, StateVector
@@ -33,7 +33,9 @@ def literal(circuit):
     """Return the probabilities of the outcomes, classical bit 0 leftmost, and the mean of the matrices."""
     groups = by_outcome(circuit.instructions, circuit.n_qubits)
     width = circuit.n_clbits
-    return {int(format(bits, f"0{width}b")[::-1], 2): rho.trace().real for bits, rho in groups.items()}, sum(groups.values())
+    return {int(format(bits, f"0{width}b")[::-1], 2): rho.trace().real for bits, rho in groups.items()}, sum(
+        groups.values()
+    )
 
 
 def noisy(n_qubits, seed, length=15):
@@ -50,7 +52,10 @@ def check(circuit, tolerance=1e-13):
     assert found.keys() >= {outcome for outcome, p in expected.items() if p > 1e-12}
     assert max(abs(found[outcome] - expected.get(outcome, 0)) for outcome in found) < tolerance
     assert sum(found.values()) == pytest.approx(1, abs=1e-14)
-    places = [sum((i >> k & 1) << q for k, q in enumerate(result.active_qubits)) for i in range(2 ** len(result.active_qubits))]
+    places = [
+        sum((i >> k & 1) << q for k, q in enumerate(result.active_qubits))
+        for i in range(2 ** len(result.active_qubits))
+    ]
     assert np.abs(result.density.array - rho[np.ix_(places, places)]).max() < tolerance
     return result
 
@@ -83,6 +88,14 @@ def test_loops_and_decisions():
     check(circuit)
 
 
+@pytest.mark.parametrize("seed", range(15))
+def test_random_programs(seed):
+    circuit = random_program(np.random.default_rng(seed)).measure(1, 2)
+    check(circuit, 1e-12)
+    expected = literal(circuit)[1]
+    assert np.abs(DensityMatrix(3).run(circuit).array - expected).max() < 1e-12
+
+
 def test_a_qubit_that_is_read_twice_and_one_that_nothing_touches():
     circuit = Circuit(5, 4).ry(1.1, 3).channel(Channel.phase_damping(0.3), 3)
     circuit.append(read(3, 0, 0.1, 0.2))
@@ -90,6 +103,14 @@ def test_a_qubit_that_is_read_twice_and_one_that_nothing_touches():
     circuit.append(read(1, 1, 0.25, 0.5))
     result = check(circuit)
     assert result.active_qubits == (3,)
+
+
+def test_a_condition_learns_of_a_qubit_that_is_0_and_misread():
+    circuit = Circuit(3, 2)
+    circuit.append(read(1, 0, 0.25, 0.0))
+    with circuit.when(0, 1):
+        circuit.x(2)
+    assert probabilities(check(circuit.measure(2, 1))) == pytest.approx({0: 0.75, 3: 0.25})
 
 
 def test_without_measurement_outcomes_are_those_of_all_qubits():
@@ -110,7 +131,10 @@ def test_shots_are_those_of_the_probabilities_and_of_their_number():
     expected = np.zeros(8)
     expected[whole.outcomes[:, 0].astype(int)] = whole.probabilities
     assert (np.abs(found - expected) < 5 * np.sqrt(expected * (1 - expected) / 5000) + 1e-12).all()
-    parts = [run_exact(circuit, shots=count, seed=3, first_shot=first).rows for first, count in [(0, 1), (1, 1234), (1235, 3765)]]
+    parts = [
+        run_exact(circuit, shots=count, seed=3, first_shot=first).rows
+        for first, count in [(0, 1), (1, 1234), (1235, 3765)]
+    ]
     assert np.array_equal(np.concatenate(parts), whole.rows)
     assert not np.array_equal(run_exact(circuit, shots=5000, seed=4).rows, whole.rows)
     one, many = [run_exact(circuit, shots=100, seed=1, threads=threads) for threads in (1, 8)]

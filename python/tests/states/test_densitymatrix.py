@@ -7,7 +7,16 @@ import numpy as np
 import pytest
 from kraus_sums import by_outcome, density, random_channels, random_noisy_steps
 
-from velacamplix import Channel, Circuit, DensityMatrix, Observable, Parameter, Readout, StateVector, UnsupportedInstruction
+from velacamplix import (
+    Channel,
+    Circuit,
+    DensityMatrix,
+    Observable,
+    Parameter,
+    Readout,
+    StateVector,
+    UnsupportedInstruction,
+)
 from velacamplix.instructions.flow import Instruction
 
 
@@ -87,8 +96,6 @@ def test_matrix_acts_from_both_sides_with_controls():
     assert np.abs(DensityMatrix(1).gphase(0.3).h(0).gphase(1.0).array - 0.5).max() < 1e-15
     with pytest.raises(ValueError, match="unitary"):
         rho.matrix([[1, 0], [0, 0.5]], 0)
-
-
 
 
 @pytest.mark.parametrize("readout", [None, Readout(((0.1, 0.3),))])
@@ -366,7 +373,9 @@ def test_from_array_tells_wrong_shapes():
 
 
 def test_memory_is_asked_for_first():
-    with pytest.raises(MemoryError, match=r"n=25 qubits in double precision needs 16.0 PiB; .* available.*trajectories"):
+    with pytest.raises(
+        MemoryError, match=r"n=25 qubits in double precision needs 16.0 PiB; .* available.*trajectories"
+    ):
         DensityMatrix(25)
 
 
@@ -441,7 +450,9 @@ def test_a_run_that_is_stopped_where_outcomes_are_read_leaves_the_matrix_as_it_w
 
 def test_a_state_vector_tells_how_it_is_compared_with_a_density_matrix():
     for method in ("overlap", "fidelity"):
-        with pytest.raises(TypeError, match=r"other must be a StateVector or an array, got DensityMatrix.*its own fidelity"):
+        with pytest.raises(
+            TypeError, match=r"other must be a StateVector or an array, got DensityMatrix.*its own fidelity"
+        ):
             getattr(StateVector(2), method)(DensityMatrix(2))
 
 

@@ -1,8 +1,8 @@
-"""Density matrices as a sum over Kraus operators, in plain NumPy: what exact noise is held against; and random noise."""
+"""Density matrices as a sum over Kraus operators, in plain NumPy: what exact noise is held against."""
 
 import numpy as np
 
-from velacamplix import Channel, Circuit, Instruction
+from velacamplix import Channel, Circuit, Instruction, Readout
 
 
 def on_all(operator, qubits, n_qubits):
@@ -49,8 +49,8 @@ def random_channels(rng):
     """Return one channel of each kind, on 1 to 4 qubits."""
     columns = random_unitary(rng, 8)[:, :4]
     return [
-        Channel.depolarizing(0.1), Channel.depolarizing(1.2), Channel.depolarizing(0.2, 2), Channel.depolarizing(0.2, 3),
-        Channel.depolarizing(0.3, 4), Channel.bit_flip(0.2), Channel.phase_flip(0.1),
+        Channel.depolarizing(0.1), Channel.depolarizing(1.2), Channel.depolarizing(0.2, 2),
+        Channel.depolarizing(0.2, 3), Channel.depolarizing(0.3, 4), Channel.bit_flip(0.2), Channel.phase_flip(0.1),
         Channel.pauli({"X": 0.1, "Y": 0.2, "Z": 0.05}), Channel.pauli({"XY": 0.1, "ZI": 0.2, "YZ": 0.05}),
         Channel.phase_damping(0.2), Channel.amplitude_damping(0.3), Channel.generalized_amplitude_damping(0.2, 0.3),
         Channel.thermal_relaxation(50, 60, 20, 0.1), Channel.reset(0.2, 0.1), Channel.coherent(random_unitary(rng, 2)),
@@ -62,9 +62,9 @@ def random_channels(rng):
 
 # Angles and qubits of the gates that random circuits have.
 GATES = {
-    "h": (0, 1), "x": (0, 1), "y": (0, 1), "z": (0, 1), "s": (0, 1), "t": (0, 1), "sx": (0, 1), "rx": (1, 1), "ry": (1, 1),
-    "rz": (1, 1), "u": (3, 1), "cx": (0, 2), "cz": (0, 2), "swap": (0, 2), "cp": (1, 2), "rzz": (1, 2), "rxx": (1, 2),
-    "ryy": (1, 2), "iswap": (0, 2), "cy": (0, 2), "crz": (1, 2), "ccx": (0, 3), "gphase": (1, 0), "cswap": (0, 3),
+    "h": (0, 1), "x": (0, 1), "y": (0, 1), "z": (0, 1), "s": (0, 1), "t": (0, 1), "sx": (0, 1), "rx": (1, 1),
+    "ry": (1, 1), "rz": (1, 1), "u": (3, 1), "cx": (0, 2), "cz": (0, 2), "swap": (0, 2), "cp": (1, 2), "rzz": (1, 2),
+    "rxx": (1, 2), "ryy": (1, 2), "iswap": (0, 2), "cy": (0, 2), "crz": (1, 2), "ccx": (0, 3), "gphase": (1, 0), "cswap": (0, 3),
 }  # fmt: skip
 
 
@@ -149,3 +149,36 @@ def _after(step, n_qubits, bits, rho):
             rho = density([Instruction("reset", (qubit,))], n_qubits, rho)
         return {bits: rho}
     return {bits: density([plain], n_qubits, rho)}
+
+
+def random_program(rng, n_qubits=3, n_clbits=3, depth=0):
+    """Return a circuit of gates, channels, measurements, misread or not, resets, conditions, decisions and loops."""
+    circuit = Circuit(n_qubits, n_clbits)
+    for _ in range(rng.integers(3, 9) if depth == 0 else rng.integers(1, 4)):
+        which, qubit, clbit, value = rng.random(), *rng.integers([n_qubits, n_clbits, 2]).tolist()
+        if which < 0.2 and depth < 2:
+            bodies = [random_program(rng, n_qubits, n_clbits, depth + 1) for _ in range(2)]
+            circuit.if_((clbit, value), *bodies[: rng.integers(1, 3)])
+        elif which < 0.3 and depth < 2:
+            bodies = [random_program(rng, n_qubits, n_clbits, depth + 1) for _ in range(2)]
+            circuit.switch([0, 1], {"10": bodies[0], ("01", "11"): bodies[1]})
+        elif which < 0.35:
+            body = Circuit(n_qubits, n_clbits).append(random_noisy_steps(rng, n_qubits, 1)[0])
+            circuit.while_((clbit, value), body.ry(1.3, qubit).measure(qubit, clbit), max_iterations=199)
+        elif which < 0.55:
+            with circuit.when(int(rng.integers(n_clbits)), value):
+                _add_random(rng, circuit, qubit, clbit)
+        else:
+            _add_random(rng, circuit, qubit, clbit)
+    return circuit
+
+
+def _add_random(rng, circuit, qubit, clbit):
+    which = rng.random()
+    if which < 0.5:
+        circuit.append(random_noisy_steps(rng, circuit.n_qubits, 1)[0])
+    elif which < 0.6:
+        circuit.reset(qubit)
+    else:
+        readout = Readout((tuple(rng.uniform(0, 0.5, 2).tolist()),)) if rng.random() < 0.5 else None
+        circuit.append(Instruction("measure", (qubit,), clbits=(clbit,), detail=readout))

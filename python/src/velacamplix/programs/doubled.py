@@ -1,13 +1,14 @@
 """From gates and channels on m qubits to operations on the 2 m qubits of a density matrix.
 
-Entry <i|rho|j> stands at the index j * 2**m + i: qubit q of the ket is bit q, qubit q of the bra bit q + m. A gate U is U on
-the ket and conj(U) on the bra; any channel is a matrix on both.
+Entry <i|rho|j> stands at the index j * 2**m + i: qubit q of the ket is bit q, qubit q of the bra bit q + m. A gate U is
+U on the ket and conj(U) on the bra; any channel is a matrix on both.
 
-A pair (q, q + m) stands in one of two *frames*. In the entries' own frame gates have their usual matrices. In the Bell frame
-the pair holds the coefficients of I, Z, X and Z X, numbered 0 to 3: bit q tells whether there is a Z, bit q + m whether there
-is an X; CNOT (q, q + m) and H q lead there. There Pauli channels are diagonal, CNOT, CZ and SWAP move and change signs, and a
-rotation about X or Z turns half of the entries. So a pair stays in the Bell frame as long as what follows is at home there;
-all that acts on a qubit alone is multiplied together; and diagonals wait for others on the same qubits.
+A pair (q, q + m) stands in one of two *frames*. In the entries' own frame gates have their usual matrices. In the Bell
+frame the pair holds the coefficients of I, Z, X and Z X, numbered 0 to 3: bit q tells whether there is a Z, bit q + m
+whether there is an X; CNOT (q, q + m) and H q lead there. There Pauli channels are diagonal, CNOT, CZ and SWAP move and
+change signs, and a rotation about X or Z turns half of the entries. So a pair stays in the Bell frame as long as what
+follows is at home there; all that acts on a qubit alone is multiplied together; and diagonals wait for others on the
+same qubits.
 """
 
 from __future__ import annotations
@@ -264,7 +265,9 @@ class _Rewriting:
         )
         self._factors.update(dict.fromkeys(qubits, (qubits, factors[from_place])))
 
-    def _put(self, name: str, qubits: tuple[int, ...], params: Iterable[Any] = (), controls: tuple[int, ...] = ()) -> None:
+    def _put(
+        self, name: str, qubits: tuple[int, ...], params: Iterable[Any] = (), controls: tuple[int, ...] = ()
+    ) -> None:
         self._out.append(Instruction(name, qubits, tuple(params), controls))
 
 
@@ -457,4 +460,3 @@ def _spread(factors: NDArray[Any], qubits: Sequence[int], whole: Sequence[int]) 
     own = sum([(places >> 2 * whole.index(qubit) & 3) << 2 * i for i, qubit in enumerate(qubits)])
     spread: NDArray[Any] = factors[own]
     return spread
-

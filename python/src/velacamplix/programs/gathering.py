@@ -9,8 +9,8 @@ from typing import NamedTuple
 from ..instructions.gates import GATES
 from ..instructions.instruction import Instruction
 
-# What a pass is taken to hold: this many lowest qubits, and others up to so many in all. A fixed size, so that the order, and
-# with it the bits, are the same on every machine; that of a first-level cache of 32 KiB.
+# What a pass is taken to hold: this many lowest qubits, and others up to so many in all. A fixed size, so that the
+# order, and with it the bits, are the same on every machine; that of a first-level cache of 32 KiB.
 _LOWEST, _MOST = 5, 10
 # Operations that are looked at for one pass, at most so many times the number of qubits.
 _WINDOW = 64
@@ -26,8 +26,8 @@ class _Footprint(NamedTuple):
 def gathered(steps: Sequence[Instruction], n_qubits: int) -> list[Instruction]:
     """Return the operations in another order with the same product, up to rounding.
 
-    Those that share no qubit but as control, or in diagonals, may change places. A pass takes from the first that is left
-    over on what fits.
+    Those that share no qubit but as control, or in diagonals, may change places. A pass takes from the first that is
+    left over on what fits.
 
     Parameters
     ----------

@@ -8,7 +8,7 @@ from ..basics.types import Precision
 from ..channels.channel import Channel
 from ..circuit.circuit import Circuit
 from ..instructions.condition import AnyCondition
-from ..instructions.flow import If, Readout, Switch, While, bodies_of
+from ..instructions.flow import If, Readout, Switch, While, bodies_of, leaves
 from ..instructions.instruction import Instruction
 from ..machine import memory
 from .compile import compiled
@@ -32,7 +32,8 @@ class PreparedMixture(Prepared):
         Of the density matrix, which may begin in any state; None for one of the active qubits alone, all of which begin
         as 0 but for `nonzero`.
     keeps_bits : bool
-        Whether the classical bits are asked for in the end. Otherwise a measurement whose bit no condition reads is noise.
+        Whether the classical bits are asked for in the end. Otherwise a measurement whose bit no condition reads is
+        noise.
 
     Attributes
     ----------
@@ -46,10 +47,11 @@ class PreparedMixture(Prepared):
         if circuit._template is None:
             circuit._require_bound()
         parts = [part for step in circuit.instructions for part in parts_of(step)]
+        read = _bits_read(circuit.instructions)
         if not keeps_bits:
-            read = _bits_read(circuit.instructions)
             parts = [part for step in parts for part in _forgotten(step, read)]
-        self.segments = segmented(parts, nonzero if n_qubits is None else range(n_qubits), of_mixture=True)
+        there = {*nonzero, *_misread(circuit.instructions, read)} if n_qubits is None else range(n_qubits)
+        self.segments = segmented(parts, there, of_mixture=True)
         active = self.segments.active
         #: Qubits of the density matrix.
         self.n_qubits = len(active) if n_qubits is None else n_qubits
@@ -58,8 +60,8 @@ class PreparedMixture(Prepared):
         self.programs = []
         for stretch in self.segments.steps:
             if isinstance(stretch, Stretch):
-                there = [_moved(step, place) for step in stretch.gates]
-                stretch.program = compiled_doubled(there, self.n_qubits, precision, circuit)
+                moved = [_moved(step, place) for step in stretch.gates]
+                stretch.program = compiled_doubled(moved, self.n_qubits, precision, circuit)
                 self.programs.append(stretch.program)
         self.plan = None
         self._sites = None
@@ -93,10 +95,23 @@ def _bits_read(steps: Iterable[Instruction]) -> set[int]:
     return read
 
 
+def _misread(steps: Iterable[Instruction], read: set[int]) -> set[int]:
+    """Return qubits that may be misread where a condition learns of it: needed even if they are always 0."""
+    return {
+        qubit
+        for step in leaves(steps)
+        if isinstance(step.detail, Readout)
+        for qubit, clbit in zip(step.qubits, step.clbits)
+        if clbit in read
+    }
+
+
 def _forgotten(step: Part, read: set[int]) -> list[Part]:
     """Return a measurement of bits that nobody reads as noise, other steps as they are."""
     if isinstance(step, Block):
-        return [Block(step.source, [[part for inner in body for part in _forgotten(inner, read)] for body in step.bodies])]
+        return [
+            Block(step.source, [[part for inner in body for part in _forgotten(inner, read)] for body in step.bodies])
+        ]
     if step.name != "measure":
         return [step]
     kept = [i for i, clbit in enumerate(step.clbits) if clbit in read]
@@ -113,7 +128,9 @@ def _forgotten(step: Part, read: set[int]) -> list[Part]:
             detail = Readout(tuple([detail.flips[i] for i in kept]))
         found.append(
             step._replace(
-                qubits=tuple([step.qubits[i] for i in kept]), clbits=tuple([step.clbits[i] for i in kept]), detail=detail
+                qubits=tuple([step.qubits[i] for i in kept]),
+                clbits=tuple([step.clbits[i] for i in kept]),
+                detail=detail,
             )
         )
     return found

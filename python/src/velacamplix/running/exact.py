@@ -128,7 +128,9 @@ def run_exact(
     """
     start = _start(initial, circuit, initial_order)
     number = secrets.randbits(32) if seed is None and shots is not None else seed
-    with prepared(circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)) as found:
+    with prepared(
+        circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)
+    ) as found:
         assert isinstance(found, PreparedMixture)
         segments = found.segments
         active = segments.active
@@ -169,7 +171,9 @@ def exact_cost(
     """
     start = _start(initial, circuit, initial_order)
     try:
-        with prepared(circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)) as found:
+        with prepared(
+            circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)
+        ) as found:
             assert isinstance(found, PreparedMixture)
             n, count = found.n_qubits, limits.thread_count(threads)
             sweeps = sum([program.plan(2 * n, count)[0] for program in found.programs])
@@ -184,8 +188,8 @@ def _made(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision) -> P
     for step in made.segments.steps:
         if isinstance(step, Saving):
             raise ValueError(
-                f"{described(step.source, circuit)} cannot save with noise; DensityMatrix(n).run(...) of the part before it "
-                "has what is there"
+                f"{described(step.source, circuit)} cannot save with noise; DensityMatrix(n).run(...) of the part "
+                "before it has what is there"
             )
     return made
 
@@ -241,7 +245,9 @@ def _outcomes(branches: Sequence[MixedBranch], found: PreparedMixture, n_bits: i
         memory.require_bytes((16 + 16 * words) << len(bits), f"the probabilities of {len(bits)} bits")
         qubits = sorted({qubit for qubit, _ in readings.values() if qubit in place})
         marginal = branch.rho._marginal([place[qubit] for qubit in qubits])
-        reads = [(qubits.index(qubit) if qubit in place else None, flips) for qubit, flips in map(readings.__getitem__, bits)]
+        reads = [
+            (qubits.index(qubit) if qubit in place else None, flips) for qubit, flips in map(readings.__getitem__, bits)
+        ]
         found_shares = np.maximum(all_readings(marginal, reads).reshape(-1), 0)
         column = {bit: i for i, bit in enumerate(bits)}
         sources = [(True, column[bit]) if bit in column else (False, known >> bit & 1) for bit in range(n_bits)]

@@ -18,8 +18,8 @@ from .statevector import StateVector
 class DensityBase(StateBase):
     """Base of the classes that together make `DensityMatrix`.
 
-    Entry (i, j), <i|rho|j>, is amplitude j * 2**n + i of the core's state of 2 n qubits: qubit q of the ket is bit q, qubit
-    q of the bra bit q + n.
+    Entry (i, j), <i|rho|j>, is amplitude j * 2**n + i of the core's state of 2 n qubits: qubit q of the ket is bit q,
+    qubit q of the bra bit q + n.
     """
 
     _kind = "DensityMatrix"
@@ -33,8 +33,8 @@ class DensityBase(StateBase):
     def array(self) -> np.ndarray:
         """The matrix without a copy, shape (2**n, 2**n), ``complex128`` or ``complex64``; entry (i, j) is <i|rho|j>.
 
-        Qubit q is bit q of a row's and a column's number. The view shows every later gate and may be written to. It stays
-        valid as long as it exists; in turn `release` is refused while a view, or a slice of one, exists.
+        Qubit q is bit q of a row's and a column's number. The view shows every later gate and may be written to. It
+        stays valid as long as it exists; in turn `release` is refused while a view, or a slice of one, exists.
 
         Examples
         --------

@@ -74,4 +74,3 @@ class DensityFiles(DensityBase):
         if number is not None:
             extension.set_seed(rho._live(), number)
         return rho  # type: ignore[no-any-return]
-

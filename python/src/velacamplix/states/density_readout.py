@@ -119,8 +119,8 @@ class DensityReadout(DensityBase):
         """Draw one outcome of the listed qubits.
 
         Parameters, errors
-            As for `StateVector.measure`: with ``collapse=True`` the matrix is afterwards the one that remains after this
-            outcome, divided by its trace.
+            As for `StateVector.measure`: with ``collapse=True`` the matrix is afterwards the one that remains after
+            this outcome, divided by its trace.
 
         Examples
         --------
@@ -205,5 +205,3 @@ class DensityReadout(DensityBase):
         core, listed = self._live(), checks.qubits(qubits, self._n_qubits)
         drive(core, compiled_doubled([Instruction("reset", listed)], self._n_qubits, self._precision, Circuit(0)))
         return self
-
-

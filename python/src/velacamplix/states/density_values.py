@@ -68,7 +68,9 @@ class DensityValues(DensityBase):
         return values if any(isinstance(term.coefficient, complex) for term in checked.terms) else values.real.copy()
 
     def variance(self, observable: ObservableLike, progress: ProgressLike = None) -> float:
-        """Return the variance of what measurements of an observable give, <O^2> - <O>^2, of the matrix divided by its trace.
+        """Return the variance of what measurements of an observable give, <O^2> - <O>^2.
+
+        It is that of the matrix divided by its trace.
 
         Parameters, errors
             As for `StateVector.variance`.
@@ -297,9 +299,10 @@ class DensityValues(DensityBase):
     def fidelity(
         self, other: StateBase | Sequence[complex] | np.ndarray, order: Order = "little", progress: ProgressLike = None
     ) -> float:
-        """Return the squared fidelity: with a pure state <psi|rho|psi>, else the squared trace of sqrt(sqrt(rho) sigma sqrt(rho)).
+        """Return the squared fidelity with another state.
 
-        1 for equal states and 0 for orthogonal ones, if both have trace 1. (Uhlmann, Rep. Math. Phys. 9, 273 (1976); some
+        With a pure state it is <psi|rho|psi>, with a mixed one the squared trace of sqrt(sqrt(rho) sigma sqrt(rho)): 1
+        for equal states and 0 for orthogonal ones, if both have trace 1. (Uhlmann, Rep. Math. Phys. 9, 273 (1976); some
         authors call the root of it fidelity.)
 
         Parameters
@@ -324,7 +327,9 @@ class DensityValues(DensityBase):
         if not isinstance(other, DensityBase):
             return self.overlap(other, order, progress)
         self._require_alike(other, order)
-        memory.require_bytes(64 << 2 * self._n_qubits, f"the fidelity of two density matrices of {self._n_qubits} qubits")
+        memory.require_bytes(
+            64 << 2 * self._n_qubits, f"the fidelity of two density matrices of {self._n_qubits} qubits"
+        )
         for rho in (self, other):
             required_total(float(rho._live().probability(0, ())), "fidelity")
         roots = [_calmly(rho.array.astype(np.complex128), _root) for rho in (self, other)]

@@ -1,4 +1,4 @@
-"""The density matrix of n qubits: gates, channels, circuits with noise and outcomes in the middle, and what they leave."""
+"""The density matrix of n qubits: gates, channels, and circuits with noise and outcomes in the middle."""
 
 from __future__ import annotations
 
@@ -66,9 +66,9 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
 
     Notes
     -----
-    Entry (i, j) of `array` is <i|rho|j>, and qubit q is bit q of i and of j. Outcomes, bit strings and ``order`` are as for
-    `StateVector`. Every gate and channel acts at once, in place, and returns the object. The same bits on any number of
-    threads.
+    Entry (i, j) of `array` is <i|rho|j>, and qubit q is bit q of i and of j. Outcomes, bit strings and ``order`` are as
+    for `StateVector`. Every gate and channel acts at once, in place, and returns the object. The same bits on any
+    number of threads.
 
     Examples
     --------
@@ -153,8 +153,8 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         Parameters
         ----------
         array : array_like, shape (2**n, 2**n) or (2**n,)
-            A density matrix, of any number type: Hermitian, of trace 1 and without negative eigenvalues, each within 1e-5.
-            Or amplitudes of norm 1 of a pure state.
+            A density matrix, of any number type: Hermitian, of trace 1 and without negative eigenvalues, each within
+            1e-5. Or amplitudes of norm 1 of a pure state.
         order : {"little", "big"}
             Whether qubit 0 is the lowest bit of a row's and a column's number, as in `array`, or the highest.
 
@@ -297,7 +297,9 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         [0.25, 0.75]
         """
         if not isinstance(channel, Channel):
-            raise TypeError(f"channel must be a Channel, such as Channel.depolarizing(0.01), got {checks.show(channel)}")
+            raise TypeError(
+                f"channel must be a Channel, such as Channel.depolarizing(0.01), got {checks.show(channel)}"
+            )
         self._live()
         return self._act([Instruction("channel", on_qubits(channel, qubits, self._n_qubits), detail=channel)])
 
@@ -307,8 +309,8 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         """Apply a circuit to the present matrix: gates, channels, measurements, resets, conditions, decisions, loops.
 
         The matrix is afterwards the mean over all outcomes, each with its probability: a measurement leaves the matrix
-        without what joins different outcomes. Where a condition reads an outcome, every outcome goes on by itself, exactly,
-        and those that come to agree in all bits that are still read grow together again.
+        without what joins different outcomes. Where a condition reads an outcome, every outcome goes on by itself,
+        exactly, and those that come to agree in all bits that are still read grow together again.
 
         Parameters
         ----------
@@ -322,8 +324,8 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         TypeError
             If `circuit` is not a Circuit, or `progress` of the wrong kind.
         ValueError
-            If it has more qubits than the matrix, parameters without values, numbers beyond the precision, or more than 1024
-            outcomes that have to be followed at a time.
+            If it has more qubits than the matrix, parameters without values, numbers beyond the precision, or more than
+            1024 outcomes that have to be followed at a time.
         UnsupportedInstruction
             If it saves something.
         MemoryError

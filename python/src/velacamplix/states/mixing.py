@@ -4,7 +4,6 @@ from __future__ import annotations
 
 from collections.abc import Callable, Sequence
 from heapq import heappop, heappush
-from itertools import product
 from typing import Any
 
 import numpy as np
@@ -24,8 +23,8 @@ from .density import DensityBase
 #: More groups of different outcomes than this are not followed at a time.
 MOST_BRANCHES = 1024
 
-#: Outcomes that come with a smaller probability are what rounding leaves, and are dropped: so loops that end with certainty
-#: have an end.
+#: Outcomes that come with a smaller probability are what rounding leaves, and are dropped: so loops that end with
+#: certainty have an end.
 IMPOSSIBLE = {"double": 1e-15, "single": 1e-6}
 
 # Entries that are added at a time; Ctrl-C is heard in between.
@@ -59,7 +58,13 @@ class MixedBranch:
     __slots__ = ("rho", "step", "bits", "readings", "rounds", "share")
 
     def __init__(
-        self, rho: DensityBase, step: int, bits: int, readings: dict[int, tuple[int, Flips]], rounds: dict[int, int], share: float
+        self,
+        rho: DensityBase,
+        step: int,
+        bits: int,
+        readings: dict[int, tuple[int, Flips]],
+        rounds: dict[int, int],
+        share: float,
     ) -> None:
         self.rho, self.step, self.bits, self.readings, self.rounds = rho, step, bits, readings, rounds
         self.share = share  # of all outcomes, for progress
@@ -121,7 +126,9 @@ class Mixing:
         for branch in branches:
             read = sorted({qubit for qubit, _ in branch.readings.values()})
             if read:
-                self._forget(branch.rho, [self._segments.place[qubit] for qubit in read if qubit in self._segments.place])
+                self._forget(
+                    branch.rho, [self._segments.place[qubit] for qubit in read if qubit in self._segments.place]
+                )
         *others, last = branches
         for other in others:
             _add(other.rho, last.rho)
@@ -163,9 +170,9 @@ class Mixing:
                 rounds = branch.rounds.get(here, 0)
                 if rounds == step.most:
                     raise RuntimeError(
-                        f"{self._named(step.source)} has gone round max_iterations={step.most} times, and its condition holds "
-                        f"with probability {self._trace(branch.rho):.3g}: give while_() more iterations, or let the body make "
-                        "an end likely"
+                        f"{self._named(step.source)} has gone round max_iterations={step.most} times, and its "
+                        f"condition holds with probability {self._trace(branch.rho):.3g}: give while_() more iterations, "
+                        "or let the body make an end likely"
                     )
                 branch.rounds = {**branch.rounds, here: rounds + 1}
                 self._meter.tell()
@@ -181,7 +188,9 @@ class Mixing:
     def _decide(self, branch: MixedBranch, step: Measurement) -> bool:
         """Let a branch part; return whether it has."""
         place = self._segments.place
-        misread = dict(zip(step.source.qubits, step.source.detail.flips)) if isinstance(step.source.detail, Readout) else {}
+        misread = (
+            dict(zip(step.source.qubits, step.source.detail.flips)) if isinstance(step.source.detail, Readout) else {}
+        )
         branch.readings = dict(branch.readings)
         self.measured.update(step.last)
         if not self._live[-1]:  # nobody asks for them in the end
@@ -202,8 +211,8 @@ class Mixing:
         possible = np.flatnonzero(shares > self._least).tolist()
         if len(self._waiting) + len(possible) > MOST_BRANCHES:
             raise ValueError(
-                f"{self._named(step.source)} parts the density matrix into more than {MOST_BRANCHES} branches of different "
-                'outcomes: run(circuit, method="trajectories") follows drawn outcomes instead'
+                f"{self._named(step.source)} parts the density matrix into more than {MOST_BRANCHES} branches of "
+                'different outcomes: run(circuit, method="trajectories") follows drawn outcomes instead'
             )
         for outcome in possible:
             last = outcome == possible[-1]
@@ -211,7 +220,12 @@ class Mixing:
             values = [outcome >> len(places) - 1 - i & 1 for i in range(len(places))]
             self._project(rho, places, flips, values)
             made = MixedBranch(
-                rho, branch.step, branch.bits, dict(branch.readings), branch.rounds, branch.share * shares[outcome] / total
+                rho,
+                branch.step,
+                branch.bits,
+                dict(branch.readings),
+                branch.rounds,
+                branch.share * shares[outcome] / total,
             )
             for (_, clbit), value in zip(step.now, values):
                 made.write(clbit, value)
@@ -227,7 +241,9 @@ class Mixing:
             try:
                 copied = rho._another(rho._n_qubits, rho._precision, rho._threads)
             except MemoryError as error:
-                raise MemoryError(f"the outcomes of {self._named(step.source)} part the density matrix: {error}") from None
+                raise MemoryError(
+                    f"the outcomes of {self._named(step.source)} part the density matrix: {error}"
+                ) from None
         extension.copy_amplitudes(rho._live(), copied._live().view(), False)
         return copied
 
@@ -272,7 +288,8 @@ def all_readings(shares: np.ndarray, reads: Sequence[tuple[int | None, Flips]]) 
     shares : numpy.ndarray
         An axis for each qubit.
     reads : sequence
-        For each bit the axis of its qubit, None for one that is 0, and how it is misread. A qubit may be read more than once.
+        For each bit the axis of its qubit, None for one that is 0, and how it is misread. A qubit may be read more than
+        once.
 
     >>> all_readings(np.array([0.5, 0.5]), [(0, EXACT), (0, (0.0, 0.5)), (None, EXACT)]).tolist()
     [[[0.5, 0.0], [0.0, 0.0]], [[0.25, 0.0], [0.25, 0.0]]]
@@ -299,4 +316,3 @@ def _add(one: DensityBase, other: DensityBase) -> None:
     source, target = one._live().view(), other._live().view()
     for start in range(0, len(source), _PIECE):
         target[start : start + _PIECE] += source[start : start + _PIECE]
-
