@@ -248,6 +248,30 @@ private:
     std::size_t count_ = 0;
 };
 
+// Moves diagonal gates to the last run of such gates before them where nothing between mixes their qubits: one station
+// serves them all.
+std::vector<unsigned long> diagonals_together(const std::vector<unsigned long>& gates,
+                                              const std::vector<plan::footprint>& footprints) {
+    std::vector<unsigned long> result;
+    result.reserve(gates.size());
+    std::size_t end_of_run = 0;
+    unsigned long mixed_since = ~0ul;
+    for (const unsigned long gate : gates) {
+        const plan::footprint& f = footprints[gate];
+        if (f.mixed != 0) {
+            result.push_back(gate);
+            mixed_since |= f.mixed;
+            continue;
+        }
+        if ((f.read & mixed_since) != 0) {
+            end_of_run = result.size();
+            mixed_since = 0;
+        }
+        result.insert(result.begin() + static_cast<long>(end_of_run++), gate);
+    }
+    return result;
+}
+
 }  // namespace
 
 template <class T>
@@ -261,7 +285,7 @@ std::vector<plan::layer> layers_back(std::span<const operation<T>> operations, u
         // A layer with many sums is cut into several, each with partial sums of bounded size.
         plan::layer part{{}, layer.local};
         unsigned long sums = 0;
-        for (const unsigned long gate : layer.gates) {
+        for (const unsigned long gate : diagonals_together(layer.gates, footprints)) {
             const unsigned more = count_sums(operations[operations.size() - 1 - gate].kind);
             if (sums + more > most_sums) {
                 layers.push_back(std::move(part));
