@@ -2,9 +2,9 @@
 A chain of spins, found by its gradient
 =======================================
 
-The Heisenberg chain couples neighbouring spins by X X + Y Y + Z Z. Its ground state on twelve spins is prepared by a circuit
-with 66 angles. An optimizer that only saw energies would be lost in so many directions; with the gradient, which takes the
-time of about four runs of the circuit, it needs less than a hundred steps.
+The Heisenberg chain couples neighbouring spins by X X + Y Y + Z Z. Its ground state on twelve spins is prepared by a
+circuit with 66 angles. An optimizer that only saw energies would be lost in so many directions; with the gradient,
+which takes the time of about four runs of the circuit, it needs less than a hundred steps.
 """
 
 import numpy as np
@@ -25,9 +25,10 @@ exact = eigsh(hamiltonian.to_matrix(sparse=True), k=1, which="SA")[0][0]
 print(f"exact energy: {exact:.6f}")
 
 # %%
-# The circuit starts from pairs of spins that cancel each other, (\|01> - \|10>)/√2, the ground state if every second bond
-# were missing. Each layer then lets time pass on the missing bonds and on the others, for each bond as long as its own
-# angle says. All gates of a bond turn by the same parameter: derivatives of shared parameters add up by themselves.
+# The circuit starts from pairs of spins that cancel each other, (\|01> - \|10>)/√2, the ground state if every second
+# bond were missing. Each layer then lets time pass on the missing bonds and on the others, for each bond as long as
+# its own angle says. All gates of a bond turn by the same parameter: derivatives of shared parameters add up by
+# themselves.
 
 layers = 6
 angles = ParameterVector("t", layers * len(bonds))
@@ -57,8 +58,9 @@ print(f"energy found: {found.fun:.6f}, above the exact one by {(found.fun - exac
 print(f"gradients taken: {len(history)}")
 
 # %%
-# Before a large computation two small ones tell what it will take: two states of memory, whatever the number of angles, and
-# about four runs of time for each gradient. By shifted angles each gradient would be two runs for every gate with an angle.
+# Before a large computation two small ones tell what it will take: two states of memory, whatever the number of
+# angles, and about four runs of time for each gradient. By shifted angles each gradient would be two runs for every
+# gate with an angle.
 
 turned = 3 * len(angles)
 print(f"runs by shifted angles would be {2 * turned * len(history)}, here they are about {4 * len(history)}")

@@ -2,9 +2,10 @@
 Natural gradient
 ================
 
-A step against the gradient depends on what the parameters are called: in other units the same circuit has other slopes. The
-natural gradient divides by the metric of the states that the circuit makes, so that what counts is how far the state moves.
-Here both look for the ground state of six spins in a transverse field, with angles as they are and in units of their own.
+A step against the gradient depends on what the parameters are called: in other units the same circuit has other
+slopes. The natural gradient divides by the metric of the states that the circuit makes, so that what counts is how far
+the state moves. Here both look for the ground state of six spins in a transverse field, with angles as they are and in
+units of their own.
 """
 
 import numpy as np
@@ -41,8 +42,8 @@ start = random.uniform(-1, 1, count)
 plain_units, other_units = np.ones(count), random.permutation(np.geomspace(0.2, 2, count))
 
 # %%
-# The metric comes in blocks, one for the gates that act at the same time. A tenth of its diagonal is added to it, so that
-# directions in which the state hardly moves do not make steps long.
+# The metric comes in blocks, one for the gates that act at the same time. A tenth of its diagonal is added to it, so
+# that directions in which the state hardly moves do not make steps long.
 
 
 def descended(units, natural, size, steps=60):

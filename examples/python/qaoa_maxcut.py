@@ -66,8 +66,8 @@ for layers in (1, 2, 4, 8, 16):
 
 
 # %%
-# A ramp is a good place to begin. From there an optimizer turns every angle by itself, by derivatives that take the time of
-# about four runs, however many angles there are.
+# A ramp is a good place to begin. From there an optimizer turns every angle by itself, by derivatives that take the
+# time of about four runs, however many angles there are.
 
 layers = 4
 circuit = qaoa(layers)

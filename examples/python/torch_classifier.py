@@ -2,9 +2,9 @@
 A circuit as a layer of a network
 =================================
 
-Two interleaved half moons of points are to be told apart by a small network in PyTorch. Its middle is a circuit on three
-qubits: the points come in as angles, the expectation values of three observables go out, and what is trained are angles of
-the circuit and the numbers of the layer behind it, all by the same `backward`. This example needs PyTorch:
+Two interleaved half moons of points are to be told apart by a small network in PyTorch. Its middle is a circuit on
+three qubits: the points come in as angles, the expectation values of three observables go out, and what is trained are
+angles of the circuit and the numbers of the layer behind it, all by the same `backward`. This example needs PyTorch:
 `pip install torch`.
 """
 
@@ -48,8 +48,8 @@ network = torch.nn.Sequential(Expectation(circuit, ["Z0", "Z1", "Z2"], inputs=po
 print(network)
 
 # %%
-# Training is what it always is in PyTorch. Each point costs one run forward and one gradient, whatever the number of weights
-# and of observables.
+# Training is what it always is in PyTorch. Each point costs one run forward and one gradient, whatever the number of
+# weights and of observables.
 
 points, kinds = half_moons(60, seed=1)
 optimizer = torch.optim.Adam(network.parameters(), lr=0.1)

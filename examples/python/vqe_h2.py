@@ -44,8 +44,8 @@ for qubit in range(4):
 ansatz
 
 # %%
-# The energy of a set of angles is the expectation value in the state that they make. Its derivatives by all of them take one
-# run forward and one back, so an optimizer may as well have them: SciPy's take both with ``jac=True``.
+# The energy of a set of angles is the expectation value in the state that they make. Its derivatives by all of them
+# take one run forward and one back, so an optimizer may as well have them: SciPy's take both with ``jac=True``.
 
 history = []
 

@@ -1,7 +1,7 @@
 """Derivatives equal those of another simulator's adjoint method, lightning.qubit's.
 
-It is tried where an interpreter that has it is found: the one that VELACAMPLIX_PEERS names, or that of the environment which
-tools/compare makes.
+It is tried where an interpreter that has it is found: the one that VELACAMPLIX_PEERS names, or that of the environment
+which tools/compare makes.
 """
 
 import json
@@ -14,9 +14,10 @@ import pytest
 
 from velacamplix import Circuit, Parameter
 
-PEERS_PYTHON = os.environ.get("VELACAMPLIX_PEERS", str(Path(__file__).resolve().parents[3] / "build/compare-venv/bin/python"))
+ROOT = Path(__file__).resolve().parents[3]
+PEERS_PYTHON = os.environ.get("VELACAMPLIX_PEERS", str(ROOT / "build/compare-venv/bin/python"))
 
-# Reads circuits as lists of (name, angles, qubits, controls) with observables as lists of (coefficient, letters, qubits).
+# Reads circuits as lists of (name, angles, qubits) with observables as lists of (coefficient, letters, qubits).
 LIGHTNING = """
 import json, sys
 import numpy as np, pennylane as qml
@@ -28,11 +29,10 @@ letters_of = {"X": qml.X, "Y": qml.Y, "Z": qml.Z}
 answers = []
 for n, gates, observables in json.load(sys.stdin):
     operations = [names[name](*angles, wires=qubits) for name, angles, qubits in gates]
-    measured = [
-        qml.expval(qml.Hamiltonian([c for c, _, _ in terms],
-                                   [qml.prod(*(letters_of[p](q) for p, q in zip(letters, qubits))) for _, letters, qubits in terms]))
-        for terms in observables
-    ]
+    measured = []
+    for terms in observables:
+        products = [qml.prod(*(letters_of[p](q) for p, q in zip(letters, qubits))) for _, letters, qubits in terms]
+        measured.append(qml.expval(qml.Hamiltonian([coefficient for coefficient, _, _ in terms], products)))
     tape = qml.tape.QuantumScript(operations, measured)
     tape.trainable_params = list(range(sum(len(angles) for _, angles, _ in gates)))
     config = qml.devices.ExecutionConfig(gradient_method="adjoint", use_device_gradient=True)
@@ -55,9 +55,8 @@ def random_case(seed):
     observables = []
     for _ in range(3):
         placed = [draw.permutation(n)[: int(draw.integers(1, 4))].tolist() for _ in range(4)]
-        observables.append(
-            [[float(draw.uniform(-1, 1)), "".join(draw.choice(list("XYZ"), size=len(qubits))), qubits] for qubits in placed]
-        )
+        letters = ["".join(draw.choice(list("XYZ"), size=len(qubits))) for qubits in placed]
+        observables.append([[float(draw.uniform(-1, 1)), *term] for term in zip(letters, placed)])
     return n, gates, observables
 
 
