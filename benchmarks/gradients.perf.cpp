@@ -49,14 +49,15 @@ pbamplix::cpu::program<T> layers(unsigned int n, unsigned int angles, std::vecto
     return list;
 }
 
-// Z Z on neighbours first, then X on single qubits.
+// Z Z on neighbours first, then X on single qubits. From the last on, which all gates act on by way of the chain.
 std::vector<WObservable<double>> observables(unsigned int n, unsigned int count) {
     std::vector<WObservable<double>> all;
     for (unsigned int k = 0; k < count; ++k) {
         WObservable<double>& one = all.emplace_back();
         one.coefficients = {1.0};
-        one.flip_masks = {k < n ? 0 : 1ul << (k - n) % n};
-        one.phase_masks = {k < n ? 1ul << k | 1ul << (k + 1) % n : 0};
+        const unsigned int q = n - 1 - k % n;
+        one.flip_masks = {k < n ? 0 : 1ul << q};
+        one.phase_masks = {k < n ? 1ul << q | 1ul << (q + n - 1) % n : 0};
         one.y_counts = {0};
     }
     return all;

@@ -54,7 +54,7 @@ copybutton_selector = "div.highlight-python pre, div.highlight-console pre, div.
 sphinx_gallery_conf = {
     "examples_dirs": str(made.copied_examples()),
     "gallery_dirs": "examples",
-    "filename_pattern": "/",
+    "filename_pattern": made.examples_to_run(),
     "within_subsection_order": "FileNameSortKey",
     "image_srcset": ["2x"],
     "doc_module": ("velacamplix",),

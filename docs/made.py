@@ -1,5 +1,6 @@
 """What is made when the documentation is built: examples to be run, and pictures."""
 
+import importlib.util
 import shutil
 import sys
 from pathlib import Path
@@ -24,6 +25,11 @@ def copied_examples():
         shutil.copy2(file, folder)
     (folder / "GALLERY_HEADER.rst").write_text("")
     return folder
+
+
+def examples_to_run():
+    """Return what the paths of those examples match whose packages are there; the others are shown as they are."""
+    return "/" if importlib.util.find_spec("torch") else r"/(?!torch_)[^/]*$"
 
 
 def pictures():

@@ -24,7 +24,9 @@ may_know = {
     "statevector/fusion": {"index", "packs", "kernels", "gates", "plan"},
     "statevector/replay": {"storage", "index", "packs", "kernels", "gates", "plan", "fusion"},
     "statevector/observables": {"storage", "index", "packs", "measurement"},
-    "statevector/gradients": {"storage", "index", "packs", "kernels", "gates", "plan", "replay", "observables"},
+    "statevector/gradients": {
+        "storage", "index", "packs", "kernels", "gates", "plan", "fusion", "replay", "observables",
+    },
     # The doorway for hosts that call kernels; nobody knows it.
     "contract": {"index", "packs", "kernels", "observables"},
 }

@@ -22,6 +22,7 @@ from cell import OURS, Cell
 from crew import Crew, Worker
 from simulators import NAMES
 
+LISTED = (*cases.CIRCUITS, *cases.READINGS, *cases.DERIVATIVES)
 ROOT = Path(__file__).resolve().parents[2]
 TRIAL_QUBITS = 11
 
@@ -35,7 +36,7 @@ def parsed(arguments: Optional[List[str]]) -> argparse.Namespace:
     parser.add_argument("--threads", type=int, nargs="+", metavar="N", help="numbers of threads (1 2)")
     parser.add_argument("--precisions", nargs="+", choices=("double", "single"), default=["double", "single"])
     parser.add_argument(
-        "--cases", nargs="+", choices=[c.name for c in (*cases.CIRCUITS, *cases.READINGS)], metavar="CASE"
+        "--cases", nargs="+", choices=[c.name for c in LISTED], metavar="CASE"
     )
     parser.add_argument(
         "--simulators", nargs="*", choices=[k for k in NAMES if k != OURS], help="peers (all)", metavar="PEER"
@@ -93,7 +94,7 @@ def _whole_state(
 
 def measure(crew: Crew, options: argparse.Namespace) -> Tuple[List[Cell], List[str]]:
     """All cells, small ones first. Also returns what must not be passed over."""
-    listed = [case for case in (*cases.CIRCUITS, *cases.READINGS) if not options.cases or case.name in options.cases]
+    listed = [case for case in LISTED if not options.cases or case.name in options.cases]
     end = time.monotonic() + 60 * options.minutes
     failures: List[str] = []
     cells: List[Cell] = []
@@ -101,7 +102,7 @@ def measure(crew: Crew, options: argparse.Namespace) -> Tuple[List[Cell], List[s
     for n in options.qubits:
         for precision in options.precisions:
             for threads in options.threads:
-                for case in listed:
+                for case in [case for case in listed if n <= case.most_qubits]:
                     cell = Cell(case, n, precision, threads)
                     print(f"{time.strftime('%H:%M:%S')}  {cell}", end="", flush=True)
                     cell.prepare(crew.with_threads(threads), hopeless.get((case.name, precision, threads), {}))

@@ -21,12 +21,14 @@ AMPLITUDES = 64  # of a state too large to be compared as a whole
 
 class Case(NamedTuple):
     """`kind` is what the simulator has to give: "amplitudes" of a circuit, "shots", "marginal" or "paulis" of a state
-    that a short circuit makes."""
+    that a short circuit makes, or "jacobian", derivatives of `observables` expectation values by all angles."""
 
     name: str
     kind: str
     title: str
     gates: Callable[[int], List[Gate]]
+    observables: int = 0
+    most_qubits: int = 62
 
 
 def _chain(n: int, first: int = 0, step: int = 1) -> List[Gate]:
@@ -105,6 +107,22 @@ def _every_gate(n: int) -> List[Gate]:
     return gates
 
 
+def _turned(angles: int) -> Callable[[int], List[Gate]]:
+    """Layers of RY on all qubits, RZ on all and a chain of CNOT, until there are so many angles."""
+
+    def gates(n: int) -> List[Gate]:
+        draw, made = random.Random(11), 0
+        listed: List[Gate] = []
+        while made < angles:
+            for name in ("RY", "RZ"):
+                listed += [(name, (draw.uniform(0, 6),), (q,)) for q in range(n)]
+            listed += _chain(n)
+            made += 2 * n
+        return listed
+
+    return gates
+
+
 CIRCUITS = (
     Case("ansatz", "amplitudes", "10 layers: all RY, all RZ, CNOT chain", _ansatz),
     Case("layers", "amplitudes", "20 layers: H/T/RX, CNOT neighbours", _layers),
@@ -118,8 +136,15 @@ READINGS = (
     Case("marginal", "marginal", "… and the distribution of 10 qubits", _spread),
     Case("paulis", "paulis", "… and a sum of 100 Pauli strings", _spread),
 )
+# One thread of the slowest peer takes seconds for these at 20 qubits, and minutes at 24.
+DERIVATIVES = (
+    Case("gradient100", "jacobian", "gradient, 100 angles or a few more", _turned(100), 1, 20),
+    Case("gradient300", "jacobian", "gradient, 300 angles or a few more", _turned(300), 1, 20),
+    Case("gradient700", "jacobian", "gradient, 700 angles or a few more", _turned(700), 1, 20),
+    Case("jacobian30", "jacobian", "derivatives of 30 observables, 100 angles", _turned(100), 30, 20),
+)
 TRIAL = Case("every_gate", "amplitudes", "every gate", _every_gate)
-CASES: Dict[str, Case] = {case.name: case for case in (*CIRCUITS, *READINGS, TRIAL)}
+CASES: Dict[str, Case] = {case.name: case for case in (*CIRCUITS, *READINGS, *DERIVATIVES, TRIAL)}
 
 
 def amplitude_indices(n: int) -> List[int]:
@@ -133,6 +158,15 @@ def amplitude_indices(n: int) -> List[int]:
 def marginal_qubits(n: int) -> List[int]:
     """Qubits of the marginal distribution, most significant first; low and high ones, in no order."""
     return random.Random(9).sample(range(n), min(n, MARGINAL_QUBITS))
+
+
+def observables(n: int, count: int) -> List[PauliTerm]:
+    """Z on two neighbours, then X on one qubit; from the last on, which a chain of CNOT joins to all others."""
+    listed: List[PauliTerm] = []
+    for k in range(count):
+        q = n - 1 - k % n
+        listed.append((1.0, "ZZ", (q, (q - 1) % n)) if k < n else (1.0, "X", (q,)))
+    return listed
 
 
 def pauli_terms(n: int) -> List[PauliTerm]:

@@ -42,13 +42,18 @@ class Task(NamedTuple):
         return "state" if self.whole_state else cases.CASES[self.case].kind
 
     @property
+    def observables(self) -> List[cases.PauliTerm]:
+        return cases.observables(self.n, cases.CASES[self.case].observables)
+
+    @property
     def gates(self) -> List[cases.Gate]:
         return cases.CASES[self.case].gates(self.n)
 
 
 class Prepared(NamedTuple):
     """`call()` is timed and does all the work, from memory for the state on. `answer(result)` is what can be compared:
-    an array of amplitudes, of outcome numbers (bit q is qubit q) with their counts, of probabilities, or a number.
+    an array of amplitudes, of outcome numbers (bit q is qubit q) with their counts, of probabilities, of derivatives (a
+    row for each observable), or a number.
     `own_seconds(result)` is the simulator's own clock where it leaves out conversions that `call` cannot."""
 
     call: Callable[[], Any]

@@ -14,7 +14,7 @@ from qiskit import QuantumCircuit
 from qiskit.quantum_info import SparsePauliOp
 from qiskit_aer import AerSimulator
 
-from . import Prepared, Task
+from . import NotOffered, Prepared, Task
 
 precisions = ("double", "single")
 
@@ -62,6 +62,8 @@ def _circuit(task: Task) -> QuantumCircuit:
 
 
 def prepare(task: Task, setting: str) -> Prepared:
+    if task.kind == "jacobian":
+        raise NotOffered("there are no derivatives; Qiskit's come from two runs for each angle")
     circuit = _circuit(task)
     simulator = AerSimulator(
         method="statevector",

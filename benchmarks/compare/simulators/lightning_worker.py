@@ -29,7 +29,7 @@ def versions() -> Dict[str, str]:
 
 
 def settings(kind: str, precision: str, n: int) -> List[str]:
-    return ["batch_obs=False", "batch_obs=True"] if kind == "paulis" else ["lightning.qubit"]
+    return ["batch_obs=False", "batch_obs=True"] if kind in ("paulis", "jacobian") else ["lightning.qubit"]
 
 
 def prepare(task: Task, setting: str) -> Prepared:
@@ -65,10 +65,18 @@ def prepare(task: Task, setting: str) -> Prepared:
         )
     if task.kind == "marginal":
         return Prepared(tape(qml.probs(wires=wires(cases.marginal_qubits(task.n)))), np.asarray)
-    terms = cases.pauli_terms(task.n)
+    terms = task.observables if task.kind == "jacobian" else cases.pauli_terms(task.n)
     products = [
         qml.prod(*(_PAULIS[letter](wire) for letter, wire in zip(letters, wires(qubits))))
         for _, letters, qubits in terms
     ]
+    if task.kind == "jacobian":
+        made = qml.tape.QuantumScript(operations, [qml.expval(product) for product in products])
+        made.trainable_params = list(range(sum(len(angles) for _, angles, _ in task.gates)))
+        adjoint = qml.devices.ExecutionConfig(gradient_method="adjoint", use_device_gradient=True)
+        return Prepared(
+            lambda: device.compute_derivatives([made], adjoint)[0],
+            lambda rows: np.array(rows, dtype=np.float64).reshape(len(terms), -1),
+        )
     observable = qml.Hamiltonian([coefficient for coefficient, _, _ in terms], products)
     return Prepared(tape(qml.expval(observable)), float)

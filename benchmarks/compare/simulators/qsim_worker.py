@@ -58,6 +58,8 @@ def _sums(n: int, line: List[Any], apart: bool) -> Any:
 
 
 def prepare(task: Task, setting: str) -> Prepared:
+    if task.kind == "jacobian":
+        raise NotOffered("there are no derivatives but TensorFlow Quantum's")
     if task.kind == "marginal":
         raise NotOffered("neither Cirq's interface to qsim nor qsim itself gives a distribution of some qubits")
     line = cirq.LineQubit.range(task.n)

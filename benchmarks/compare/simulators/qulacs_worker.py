@@ -7,7 +7,7 @@ from typing import Any, Dict, List
 
 import cases
 import numpy as np
-from qulacs import Observable, QuantumCircuit, QuantumState
+from qulacs import Observable, ParametricQuantumCircuit, QuantumCircuit, QuantumState
 from qulacs.circuit import QuantumCircuitOptimizer
 
 from . import NotOffered, Prepared, Task
@@ -20,6 +20,8 @@ def versions() -> Dict[str, str]:
 
 
 def settings(kind: str, precision: str, n: int) -> List[str]:
+    if kind == "jacobian":
+        return ["backprop"]
     return ["plain", "optimize_light", "optimize to 2 qubits", "optimize to 3 qubits", "optimize to 4 qubits"]
 
 
@@ -40,7 +42,23 @@ def _circuit(task: Task, setting: str) -> QuantumCircuit:
     return circuit
 
 
+def _jacobian(task: Task) -> Prepared:
+    circuit = ParametricQuantumCircuit(task.n)
+    for name, angles, qubits in task.gates:
+        if name == "CNOT":
+            circuit.add_CNOT_gate(*qubits)
+        else:  # its parametric gates turn back
+            getattr(circuit, f"add_parametric_{name}_gate")(*qubits, -angles[0])
+    observables = []
+    for coefficient, letters, qubits in task.observables:
+        observables.append(Observable(task.n))
+        observables[-1].add_operator(coefficient, " ".join(f"{letter} {q}" for letter, q in zip(letters, qubits)))
+    return Prepared(lambda: [circuit.backprop(one) for one in observables], lambda rows: -np.array(rows))
+
+
 def prepare(task: Task, setting: str) -> Prepared:
+    if task.kind == "jacobian":
+        return _jacobian(task)
     # OMP_NUM_THREADS, which the worker was started with, decides the number of threads.
     if task.kind == "marginal":
         raise NotOffered("a call gives the probability of one outcome, not a distribution")

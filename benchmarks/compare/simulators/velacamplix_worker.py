@@ -7,7 +7,7 @@ from typing import Any, Dict, List
 import cases
 import numpy as np
 import velacamplix
-from velacamplix import Circuit, Observable, StateVector
+from velacamplix import Circuit, Observable, Parameter, StateVector
 
 from . import NotOffered, Prepared, Task
 
@@ -22,7 +22,21 @@ def settings(kind: str, precision: str, n: int) -> List[str]:
     return ["exact", "fused"] if kind in ("amplitudes", "state") else ["exact"]
 
 
+def _jacobian(task: Task) -> Prepared:
+    circuit, values = Circuit(task.n), []
+    for name, angles, qubits in task.gates:
+        getattr(circuit, name.lower())(*[Parameter(f"p{len(values)}") for _ in angles], *qubits)
+        values += angles
+    observables = [Observable([term]) for term in task.observables]
+    return Prepared(
+        lambda: circuit.jacobian(observables, values, precision=task.precision, threads=task.threads),
+        lambda derivatives: derivatives,
+    )
+
+
 def prepare(task: Task, setting: str) -> Prepared:
+    if task.kind == "jacobian":
+        return _jacobian(task)
     circuit = Circuit(task.n)
     for name, angles, qubits in task.gates:
         getattr(circuit, name.lower())(*angles, *qubits)

@@ -51,8 +51,8 @@ def expectation(
     Raises
     ------
     TypeError, ValueError, MemoryError
-        As `Circuit.value_and_gradient`; also if `values` are no such array. From a compiled function an error of JAX's that
-        quotes them.
+        As `Circuit.value_and_gradient`; also if `values` are no such array. From a compiled function an error of JAX's
+        that quotes them.
     NotImplementedError
         Where a second derivative is asked for. JAX itself refuses forward mode (``jvp``, ``jacfwd``) with a TypeError.
 

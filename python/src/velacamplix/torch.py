@@ -41,7 +41,8 @@ def expectation(
     observables : observable, or list of them
         With real coefficients, as for `Circuit.value_and_gradient`.
     values : torch.Tensor, shape (..., number of parameters)
-        In the order of ``circuit.parameters``, in float32 or float64, in the CPU's memory; all axes but the last are a batch.
+        In the order of ``circuit.parameters``, in float32 or float64, in the CPU's memory; all axes but the last are a
+        batch.
     **how
         ``method``, ``precision``, ``threads``, ``initial``, ``initial_order`` as for `Circuit.value_and_gradient`.
 
@@ -59,14 +60,14 @@ def expectation(
 
     Notes
     -----
-    Each set of values takes one run forward and, if derivatives are asked for, one back, whatever the number of parameters
-    and of observables.
+    Each set of values takes one run forward and, if derivatives are asked for, one back, whatever the number of
+    parameters and of observables.
     """
     return _value(Function(circuit, observables, how), values)
 
 
 class Expectation(_Layer):  # type: ignore[misc]
-    """Expectation values as a layer of a network: some of the circuit's parameters are its input, the others are trained.
+    """Expectation values as a layer of a network: some parameters are its input, the others are trained.
 
     Parameters
     ----------

@@ -83,7 +83,8 @@ def test_loops_of_jax_may_hold_it():
 def test_dtypes_are_kept_and_others_refused():
     for function in (one, several):
         single = jax.jit(function)(VALUES.astype(np.float32))
-        assert single.dtype == np.float32 and np.asarray(single) == pytest.approx(np.asarray(function(VALUES)), abs=1e-5)
+        assert single.dtype == np.float32
+        assert np.asarray(single) == pytest.approx(np.asarray(function(VALUES)), abs=1e-5)
     assert jax.grad(one)(VALUES.astype(np.float32)).dtype == np.float32
     assert expectation(CIRCUIT, "Z0", VALUES, precision="single").dtype == np.float64
     jax.config.update("jax_enable_x64", False)

@@ -72,7 +72,8 @@ def test_dtypes_are_kept_and_others_refused():
     for observables in ("Z0", LIST):
         found = expectation(circuit, observables, single)
         assert found.dtype == torch.float32
-        assert found.detach().numpy() == pytest.approx(expectation(circuit, observables, exact).detach().numpy(), abs=1e-6)
+        expected = expectation(circuit, observables, exact).detach().numpy()
+        assert found.detach().numpy() == pytest.approx(expected, abs=1e-6)
         found.sum().backward()
         assert single.grad.dtype == torch.float32
     states = expectation(circuit, LIST, exact, precision="single")

@@ -15,7 +15,7 @@ import numpy as np
 import numpy_simulator
 import pytest
 
-from velacamplix import Channel, Circuit, Instruction
+from velacamplix import Channel, Circuit, Instruction, run
 
 ROOT = Path(__file__).resolve().parents[3]
 COMPARE = ROOT / "benchmarks/compare"
@@ -71,7 +71,7 @@ def worker(tmp_path):
 # Cases
 
 
-@pytest.mark.parametrize("case, gates", [("ansatz", 710), ("qft", 1404), ("random", 300), ("ghz", 24), ("spread", 71)])
+@pytest.mark.parametrize("case, gates", [("ansatz", 710), ("qft", 1404), ("random", 300), ("ghz", 24), ("spread", 71), ("gradient100", 213), ("gradient700", 1065)])
 def test_how_many_gates_a_circuit_of_24_qubits_has(case, gates):
     assert len(cases.CASES[case].gates(24)) == gates
 
@@ -166,6 +166,29 @@ def test_our_worker_reads_out_what_the_state_says(worker, precision):
     assert abs(answer("paulis")[0] - value) < 1e-4
 
 
+def test_our_worker_finds_the_derivatives(worker, precision):
+    ours = worker("velacamplix")
+    task = {"case": "jacobian30", "n": 4, "precision": precision, "threads": 1}
+    assert ours.prepare("task", task, "exact") is None
+    (rows,) = ours.run("task", answer=True).answer
+    gates, observables = cases.CASES["jacobian30"].gates(4), cases.observables(4, 30)
+    places = [place for place, (_, angles, _) in enumerate(gates) if angles]
+    assert rows.shape == (30, len(places))
+
+    def values(of):
+        circuit = Circuit(4)
+        for name, angles, qubits in of:
+            getattr(circuit, name.lower())(*angles, *qubits)
+        return np.array([run(circuit, observables=[[term]]).expectation_values[0] for term in observables])
+
+    for number in (0, 40, len(places) - 1):
+        name, (angle,), qubits = gates[places[number]]
+        up, down = list(gates), list(gates)
+        up[places[number]], down[places[number]] = (name, (angle + 0.1,), qubits), (name, (angle - 0.1,), qubits)
+        expected = (values(up) - values(down)) / (2 * np.sin(0.1))
+        assert rows[:, number] == pytest.approx(expected, abs=1e-11 if precision == "double" else 1e-4)
+
+
 def test_a_worker_that_cannot_start_says_why(worker):
     with pytest.raises(WorkerFailed, match="simulator must be one of velacamplix, aer"):
         worker("abacus")
@@ -191,7 +214,7 @@ def test_peers_find_the_same_as_we(simulator, tmp_path, precision):
     with Crew({"velacamplix": sys.executable, simulator: PEERS_PYTHON}, tmp_path / "log") as crew:
         ours, peer = crew.with_threads(1)
         assert set(peer.precisions) == {p for key, p in COMPUTES if key == simulator}
-        for case in (cases.TRIAL, *cases.READINGS):
+        for case in (cases.TRIAL, *cases.READINGS, cases.CASES["jacobian30"]):
             task = {"case": case.name, "n": 7, "precision": precision, "threads": 1}
             ours.prepare("task", task, "exact")
             expected = ours.run("task", answer=True).answer

@@ -41,7 +41,7 @@ def number(pattern, output):
 def test_every_example_is_tested():
     here = Path(__file__).read_text()
     names = [file.stem for file in EXAMPLES.glob("*.py")]
-    assert len(names) == 5 and all(f'run("{name}")' in here for name in names)
+    assert len(names) == 8 and all(f'run("{name}")' in here for name in names)
 
 
 def test_grover(run):
@@ -74,6 +74,30 @@ def test_qaoa_maxcut(run):
     edges = [(i, (i + 1) % 12) for i in range(12)] + [(i, i + 6) for i in range(6)]
     assert sum(winner[1][a] != winner[1][b] for a, b in edges) == int(winner[2]) == largest
     assert number(r"shots that are optimal: (\S+)", output) > 0.5
+    assert averages[2] + 0.5 < number(r"every angle by itself: ([\d.]+),", output) <= largest
+
+
+def test_heisenberg_chain(run):
+    output = run("heisenberg_chain")
+    # Twelve spins of an open chain, from any table of its energies.
+    assert number(r"exact energy: (\S+)", output) == pytest.approx(4 * -5.142091, abs=1e-5)
+    assert 0 < number(r"the exact one by (\S+) of it", output) < 1e-3
+    assert number(r"gradients taken: (\d+)", output) < 100
+
+
+def test_natural_gradient(run):
+    output = run("natural_gradient")
+    above = [float(text) for text in re.findall(r": (\S+) above the exact energy", output)]
+    plain, plain_in_units, natural, natural_in_units = above
+    assert natural == natural_in_units < plain < plain_in_units / 2
+    assert number(r"two natural ones: (\S+)", output) < 1e-9
+
+
+def test_torch_classifier(run):
+    pytest.importorskip("torch", reason="PyTorch is not installed; its wheels are too large to fetch for tests")
+    output = run("torch_classifier")
+    before, after = (number(pattern, output) for pattern in (r"loss from (\S+)", r"to (\S+)\n"))
+    assert after < before / 3 and number(r"of 200 new points (\S+)%", output) > 80
 
 
 def test_phase_estimation(run):

@@ -1,5 +1,6 @@
 #include "statevector/gradients/way_back.hpp"
 
+#include "statevector/fusion/one_qubit_unitary.hpp"
 #include "statevector/gradients/derivative.hpp"
 #include "statevector/gradients/inverse.hpp"
 #include "statevector/index/bits.hpp"
@@ -9,6 +10,7 @@
 #include "statevector/storage/parallel.hpp"
 
 #include <algorithm>
+#include <map>
 
 namespace velacamplix::gradients {
 
@@ -60,6 +62,45 @@ sum_in_chunk seen_from(const replay::locality& where, const pauli_sum& sum, std:
     return {inside, sum.controls & outside, sum.phase & outside, number};
 }
 
+// So many phases on half of the amplitudes cost what one factor for every amplitude does.
+constexpr std::size_t fewest_for_a_product = 4;
+
+// Gates that act one after another, with neighbouring phases on single qubits multiplied together: on the way back no
+// order of products is promised.
+template <class T>
+std::vector<operation<T>> with_products(const std::vector<const operation<T>*>& taken) {
+    const auto is_phase = [](const operation<T>& op) {
+        return op.is_diagonal() && op.targets.size() == 1 && op.controls == 0;
+    };
+    std::vector<operation<T>> result;
+    for (std::size_t first = 0; first < taken.size();) {
+        std::size_t last = first;
+        while (last < taken.size() && is_phase(*taken[last])) ++last;
+        if (last - first < fewest_for_a_product) {
+            last = std::max(last, first + 1);
+            for (; first < last; ++first) result.push_back(*taken[first]);
+            continue;
+        }
+        std::map<unsigned, fusion::factor_pair> factors;
+        for (; first < last; ++first) {
+            const fusion::one_qubit_unitary u = fusion::matrix_of(*taken[first]);
+            fusion::factor_pair& f = factors[taken[first]->targets[0]];
+            f.zero *= u.m00;
+            f.one *= u.m11;
+        }
+        operation<T> product{};
+        product.kind = gates::gate_kind::product;
+        for (const auto& [target, f] : factors) {
+            product.targets.push_back(target);
+            for (const auto& z : {f.zero, f.one}) {
+                product.entries.push_back({static_cast<T>(z.real()), static_cast<T>(z.imag())});
+            }
+        }
+        result.push_back(std::move(product));
+    }
+    return result;
+}
+
 // One layer with all it takes.
 template <class T>
 class backward_pass {
@@ -74,7 +115,10 @@ public:
         bool all_diagonal = true;  // of those taken
         const auto close = [&] {
             if (taken.empty()) return;
-            stations_.back().steps = replay::steps_of(taken, where);
+            const std::vector<operation<T>> fewer = with_products(taken);
+            std::vector<const operation<T>*> listed;
+            for (const operation<T>& op : fewer) listed.push_back(&op);
+            stations_.back().steps = replay::steps_of(listed, where);
             taken.clear();
             all_diagonal = true;
         };
@@ -204,6 +248,30 @@ private:
     std::size_t count_ = 0;
 };
 
+// Moves diagonal gates to the last run of such gates before them where nothing between mixes their qubits: one station
+// serves them all.
+std::vector<unsigned long> diagonals_together(const std::vector<unsigned long>& gates,
+                                              const std::vector<plan::footprint>& footprints) {
+    std::vector<unsigned long> result;
+    result.reserve(gates.size());
+    std::size_t end_of_run = 0;
+    unsigned long mixed_since = ~0ul;
+    for (const unsigned long gate : gates) {
+        const plan::footprint& f = footprints[gate];
+        if (f.mixed != 0) {
+            result.push_back(gate);
+            mixed_since |= f.mixed;
+            continue;
+        }
+        if ((f.read & mixed_since) != 0) {
+            end_of_run = result.size();
+            mixed_since = 0;
+        }
+        result.insert(result.begin() + static_cast<long>(end_of_run++), gate);
+    }
+    return result;
+}
+
 }  // namespace
 
 template <class T>
@@ -217,7 +285,7 @@ std::vector<plan::layer> layers_back(std::span<const operation<T>> operations, u
         // A layer with many sums is cut into several, each with partial sums of bounded size.
         plan::layer part{{}, layer.local};
         unsigned long sums = 0;
-        for (const unsigned long gate : layer.gates) {
+        for (const unsigned long gate : diagonals_together(layer.gates, footprints)) {
             const unsigned more = count_sums(operations[operations.size() - 1 - gate].kind);
             if (sums + more > most_sums) {
                 layers.push_back(std::move(part));

@@ -55,11 +55,12 @@ class Function:
         """Raise ValueError if the last axis is not that of the parameters."""
         if not shape or shape[-1] != self.n_values:
             raise ValueError(
-                f"values must have the circuit's {self.n_values} parameter(s) along the last axis, got shape {tuple(shape)}"
+                f"values must have the circuit's {self.n_values} parameter(s) along the last axis, got shape "
+                f"{tuple(shape)}"
             )
 
     def places_of(self, inputs: Any) -> tuple[tuple[str, ...], list[int]]:
-        """Return the names of some parameters, and where each of all is once these stand first and the others follow."""
+        """Return the names of some parameters, and where each of all is once these stand before the others."""
         names = self._request.circuit.parameters
         listed = checks.sequence(inputs, "inputs", of="parameters")
         first = tuple(item.name if isinstance(item, Parameter) else item for item in listed)

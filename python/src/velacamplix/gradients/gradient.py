@@ -190,7 +190,7 @@ def _by_adjoint(
     if not request.start.is_zero:
         initial = StateVector._another(n, request.precision, request.threads)
         request.start.prepare(initial, one.active)
-    most = _states_that_fit(n, request.precision)
+    most = _states_that_fit(n, request.precision, 1 + len(observables))
     values, by_angles, return_error = one.program.gradient(
         [observable.compiled() for observable in observables], one.turned, request.threads, most,
         None if initial is None else initial._live(), *heard(_report(meter, work)),
@@ -237,13 +237,14 @@ def _report(meter: Meter, work: int) -> Report:
     return None if tell is None else lambda done, total: tell(round(work * done / max(total, 1)), work)
 
 
-def _states_that_fit(n: int, precision: Precision) -> int:
-    """Return how many states may be held at a time; raise MemoryError if not even two of them fit."""
+def _states_that_fit(n: int, precision: Precision, wanted: int) -> int:
+    """Return how many states may be held at a time of so many; raise MemoryError if not even two of them fit."""
     try:
         memory.require_state(n + 1, precision)
     except MemoryError as error:
         raise MemoryError(f"the adjoint method holds 2 states of {n} qubits, as much as one of {n + 1}: {error}") from None
-    needed = memory.memory_needed(n, precision)
-    if needed * _MOST_STATES <= memory.SMALL_BYTES:
-        return _MOST_STATES
-    return max(2, min(_MOST_STATES, limits.memory().usable // needed))
+    needed, most = memory.memory_needed(n, precision), max(2, min(wanted, _MOST_STATES))
+    # What is known to fit is not asked for: that reads files of the system, which takes up to a millisecond.
+    if most == 2 or needed * most <= memory.SMALL_BYTES:
+        return most
+    return max(2, min(most, limits.memory().usable // needed))
