@@ -9,7 +9,7 @@ from itertools import chain
 from typing import Any, NamedTuple
 
 from ..instructions.condition import AnyCondition
-from ..instructions.flow import If, Save, Switch, While
+from ..instructions.flow import If, Switch, While
 from ..instructions.instruction import NON_UNITARY, Instruction
 
 

@@ -171,8 +171,8 @@ class Mixing:
                 if rounds == step.most:
                     raise RuntimeError(
                         f"{self._named(step.source)} has gone round max_iterations={step.most} times, and its "
-                        f"condition holds with probability {self._trace(branch.rho):.3g}: give while_() more iterations, "
-                        "or let the body make an end likely"
+                        f"condition holds with probability {self._trace(branch.rho):.3g}: give while_() more "
+                        "iterations, or let the body make an end likely"
                     )
                 branch.rounds = {**branch.rounds, here: rounds + 1}
                 self._meter.tell()
