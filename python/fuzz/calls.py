@@ -32,16 +32,13 @@ import numpy as np
 import velacamplix
 from velacamplix import (
     Circuit,
-    Condition,
     Counts,
     GateDefinition,
     Instruction,
     Observable,
     Parameter,
     ParameterVector,
-    Register,
     StateVector,
-    Term,
     run,
 )
 from velacamplix.basics import checks as _check

@@ -5,7 +5,6 @@ import json
 import pickle
 import subprocess
 import sys
-import warnings
 
 import numpy as np
 import numpy_simulator

@@ -4,7 +4,7 @@ from typing import NamedTuple
 
 import numpy as np
 
-from velacamplix import (
+from velacamplix import (  # noqa: F401  (the texts of pictures use them)
     Circuit, Counts, GateDefinition, Parameter, StateVector, plot_bloch, plot_circuit, plot_counts, plot_density,
     plot_probabilities, plot_state,
 )  # fmt: skip

@@ -67,7 +67,6 @@ def makers(i):
         "Schmidt": lambda: StateVector(4).h(i % 4).schmidt(0, vectors=True),
         "Save": lambda: velacamplix.Save("probabilities", f"p{i}"),
         "Saved": lambda: run(Circuit(2).h(0).save_probabilities("p")).saved,
-        "Schmidt": lambda: StateVector(2).schmidt([0], vectors=True),
         "StateVector": lambda: StateVector(N_QUBITS, seed=i),
         "Switch": lambda: velacamplix.Switch((0,), (((1,), BODY),)),
         "Term": lambda: velacamplix.Term(0.5, "Z", (i,)),

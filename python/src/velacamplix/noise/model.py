@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Mapping, Sequence
-from typing import Any, NamedTuple, Self
+from typing import Any, Self
 
 import numpy as np
 from numpy.typing import ArrayLike
@@ -15,7 +15,7 @@ from ..circuit.circuit import Circuit
 from . import tables
 from .apply import applied
 from .names import kinds_of, size_of
-from .rules import Durations, Idle, Places, Misread, Rule
+from .rules import Durations, Idle, Misread, Rule
 
 __all__ = ["NoiseModel"]
 

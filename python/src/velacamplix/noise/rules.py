@@ -5,7 +5,6 @@ from __future__ import annotations
 from typing import NamedTuple
 
 from ..channels.channel import Channel
-from .names import Kind
 
 #: Qubits of gates; None stands for all.
 Places = tuple[tuple[int, ...], ...] | None

@@ -8,7 +8,7 @@ from collections.abc import Callable, Sequence
 from sys import intern
 from typing import Any, NamedTuple, NoReturn
 
-from .errors import fail, quoted
+from .errors import fail
 from .expressions import POWER, Operators
 from .lexicon import unexpected
 from .source import Source, Token

@@ -85,7 +85,7 @@ def _group(attributes: str, elements: list[str]) -> list[str]:
 
 
 def _arcs(circle: Circle) -> str:
-    x, y, radius = _number(circle.x), _number(circle.y), _number(circle.radius)
+    y, radius = _number(circle.y), _number(circle.radius)
     left, right = _number(circle.x - circle.radius), _number(circle.x + circle.radius)
     upper = f"M{left} {y}A{radius} {radius} 0 0 1 {right} {y}"
     return upper if circle.kind == "arc" else f"{upper}A{radius} {radius} 0 0 1 {left} {y}Z"
