@@ -45,6 +45,7 @@ def expectation(
         batch.
     **how
         ``method``, ``precision``, ``threads``, ``initial``, ``initial_order`` as for `Circuit.value_and_gradient`.
+        An initial state must stay as it is until `backward` is through.
 
     Returns
     -------
