@@ -50,7 +50,8 @@ struct noise_channel {
 };
 
 // Where a channel acts in a program: behind the gates 0 ... gate - 1. The usual operator is gate `gate` itself if
-// usual_is_gate, and the identity otherwise; where another operator acts, that gate is left out.
+// usual_is_gate, and the identity otherwise; where another operator acts, that gate is left out. Of a channel that is
+// no mixture the gate may be any multiple of the operator.
 struct noise_site {
     unsigned long gate = 0;
     bool usual_is_gate = false;
@@ -108,6 +109,7 @@ public:
     trajectories& operator=(trajectories&&) noexcept;
 
     unsigned int nqubits() const;
+    unsigned long size() const;  // number of gates, usual operators among them
 
     // How many events a shot has on average, counted before a state decides about some of them.
     double events_per_shot() const;

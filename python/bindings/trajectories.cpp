@@ -166,6 +166,7 @@ void bind_one_precision(py::module_& module, const char* name) {
     py::class_<HeldTrajectories<T>>(module, name)
         .def(py::init<HeldProgram<T>&, const std::vector<Channel>&, const std::vector<Site>&>(), py::arg("program"),
              py::arg("channels"), py::arg("sites"))
+        .def("__len__", [](const HeldTrajectories<T>& held) { return held.made.size(); })
         .def("events_per_shot", [](const HeldTrajectories<T>& held) { return held.made.events_per_shot(); })
         .def("run", &run<T>, py::arg("seed"), py::arg("first_shot"), py::arg("shots"), py::arg("threads"),
              py::arg("initial").none(true), py::arg("outcomes").noconvert(), py::arg("measured"),

@@ -1,4 +1,5 @@
 #include "statevector/channels/experiment.hpp"
+#include "statevector/gates/gate_table.hpp"
 #include "statevector/measurement/sampling.hpp"
 #include "statevector/packs/precision.hpp"
 #include "statevector/replay/program_content.hpp"
@@ -107,6 +108,23 @@ trajectory_result summed(const std::vector<trajectory_record>& records, std::siz
     return result;
 }
 
+// A usual operator that is no more than diag(a, b) on one qubit, as that of a decay, counts as diag(1, b / a): a factor
+// of the whole state means nothing here, and half of the amplitudes then stay as they are.
+template <class T>
+void simplify_usual(std::vector<gates::operation<T>>& operations, const noise_list& noise) {
+    for (unsigned long s = 0; s < noise.size(); ++s) {
+        const noise_site& site = noise.site(s);
+        const noise_channel& channel = noise.channel_at(s);
+        if (!site.usual_is_gate || channel.is_mixture || site.qubits.size() != 1) continue;
+        const auto& matrix = channel.operators[channel.usual].matrix;
+        const auto factor = matrix[3] / matrix[0];
+        if (matrix[1] != 0.0 || matrix[2] != 0.0 || thrust::abs(factor) > 1 || thrust::abs(matrix[0]) == 0) continue;
+        gates::operation<T>& op = operations[site.gate];
+        op = gates::named_operation<T>(*gates::find_gate("PH"), std::vector<double>{0.0}, site.qubits);
+        op.coefficients[0] = thrust::complex<T>(static_cast<T>(factor.real()), static_cast<T>(factor.imag()));
+    }
+}
+
 }  // namespace
 
 template <class T>
@@ -150,6 +168,7 @@ trajectories<T>::trajectories(const program<T>& list, std::vector<noise_channel>
         content.operations,
         noise_list(std::move(channels), std::move(sites), content.operations.size(), content.nqubits),
         {}});
+    simplify_usual(self->operations, self->noise);
     self->calls = list_runner<T>::prepared_calls(self->operations, self->nqubits);
 }
 template <class T>
@@ -162,6 +181,11 @@ trajectories<T>& trajectories<T>::operator=(trajectories&&) noexcept = default;
 template <class T>
 unsigned int trajectories<T>::nqubits() const {
     return content_of(self).nqubits;
+}
+
+template <class T>
+unsigned long trajectories<T>::size() const {
+    return content_of(self).operations.size();
 }
 
 template <class T>

@@ -138,6 +138,7 @@ TYPED_TEST(trajectories, a_decay_is_exponential) {
     }
     made_of<TypeParam> noisy(list, {damping(gamma)}, sites);
     EXPECT_NEAR(noisy.events_per_shot(), 0.8, 1e-12);
+    EXPECT_EQ(noisy.size(), 9u);
     const auto made = run(noisy, shots);
     const double left = std::pow(1 - gamma, 8), error = std::sqrt(left * (1 - left) / shots);
     const double ones = static_cast<double>(std::count(made.outcomes.begin(), made.outcomes.end(), 1ul));
