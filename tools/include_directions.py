@@ -27,6 +27,9 @@ may_know = {
     "statevector/gradients": {
         "storage", "index", "packs", "kernels", "gates", "plan", "fusion", "replay", "observables",
     },
+    "statevector/channels": {
+        "storage", "index", "packs", "kernels", "gates", "plan", "replay", "measurement", "observables",
+    },
     # The doorway for hosts that call kernels; nobody knows it.
     "contract": {"index", "packs", "kernels", "observables"},
 }

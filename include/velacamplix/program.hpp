@@ -12,6 +12,9 @@
 
 namespace pbamplix::cpu {
 
+template <class T>
+class trajectories;
+
 // One pass of a plan: the state streams once through cache-resident buffers while all of the pass's gates act.
 struct program_pass {
     // The gates that the pass executes are among first_gate ... last_gate - 1: gates that only move amplitudes may wait
@@ -137,6 +140,8 @@ public:
                              const std::vector<unsigned long>& gates, const gradient_settings<T>& settings = {});
 
 private:
+    friend class trajectories<T>;
+
     // Hidden here, where every compiler looks: its members have no place among the shared library's symbols.
     struct [[gnu::visibility("hidden")]] implementation;
     std::unique_ptr<implementation> self;

@@ -16,5 +16,6 @@
 #include "statevector.hpp"
 #include "storage.hpp"
 #include "threads.hpp"
+#include "trajectories.hpp"
 #include "version.hpp"
 #include "work_hook.hpp"

@@ -35,7 +35,7 @@ from .programs.progress import Progress, ProgressLike
 from .qasm.errors import QasmError
 from .results.counts import Counts
 from .results.estimate import Estimate
-from .results.plan import Pass, Plan, Timings
+from .results.plan import MethodCost, Pass, Plan, Timings
 from .running.batch_result import BatchResult
 from .running.result import Result
 from .running.run import run
@@ -81,6 +81,7 @@ __all__ = [
     "GateDefinition",
     "If",
     "Instruction",
+    "MethodCost",
     "NoiseModel",
     "Observable",
     "Parameter",

@@ -77,6 +77,44 @@ class _Program(metaclass=_ClassOfExtension):
 class ProgramSingle(_Program): ...
 class ProgramDouble(_Program): ...
 
+class _Trajectories(metaclass=_ClassOfExtension):
+    def __init__(
+        self,
+        program: _Program,
+        channels: Sequence[tuple[Sequence[str | Sequence[complex]], Sequence[float], int, bool]],
+        sites: Sequence[tuple[int, bool, int, Sequence[int]]],
+    ) -> None: ...
+    def __len__(self) -> int: ...
+    def events_per_shot(self) -> float: ...
+    def run(
+        self,
+        seed: int,
+        first_shot: int,
+        shots: int,
+        threads: int,
+        initial: _StateVector | None,
+        outcomes: np.ndarray | None,
+        measured: Sequence[int],
+        observables: Sequence[Observable],
+        shares_prefixes: bool,
+        function: Callable[[int, int], Any] | None = None,
+        interval: float = 0.05,
+        signals: bool = False,
+    ) -> tuple[int, np.ndarray, np.ndarray]: ...
+    def apply(
+        self,
+        state: _StateVector,
+        seed: int,
+        shot: int,
+        first_stream: int,
+        function: Callable[[int, int], Any] | None = None,
+        interval: float = 0.05,
+        signals: bool = False,
+    ) -> None: ...
+
+class TrajectoriesSingle(_Trajectories): ...
+class TrajectoriesDouble(_Trajectories): ...
+
 class Observable(metaclass=_ClassOfExtension):
     def __init__(
         self,
@@ -93,6 +131,13 @@ def apply_matrix(
     state: _StateVector, matrix: np.ndarray, qubits: Sequence[int], controls: Sequence[int]
 ) -> None: ...
 def sample(state: _StateVector, shots: np.ndarray, qubits: Sequence[int]) -> None: ...
+def sample_keyed(
+    state: _StateVector, outcomes: np.ndarray, seed: int, first_shot: int, first_stream: int, qubits: Sequence[int]
+) -> None: ...
+def apply_readout_errors(
+    rows: np.ndarray, errors: Sequence[tuple[float, float]], seed: int, first_shot: int, threads: int
+) -> None: ...
+def shot_words(out: np.ndarray, seed: int, first_shot: int, index: int, stream: int) -> None: ...
 def measure(state: _StateVector, qubits: Sequence[int], collapse: bool) -> int: ...
 def project(state: _StateVector, qubits: Sequence[int], value: int, reset: bool) -> None: ...
 def seed(state: _StateVector) -> int: ...

@@ -266,4 +266,10 @@ VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM(precise_view<SVSequence<thrust::complex<float
 VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM(precise_view<DMDiagSequence<float>>)
 #undef VELACAMPLIX_PICK_SHOTS_OF_ANY_NORM
 
+template void pick_shots_of_any_norm(SVSequence<thrust::complex<double>>, unsigned long*, measurement::given_outputs&,
+                                     const unsigned long&, const int&, const std::vector<unsigned int>&);
+template void pick_shots_of_any_norm(precise_view<SVSequence<thrust::complex<float>>>, unsigned long*,
+                                     measurement::given_outputs&, const unsigned long&, const int&,
+                                     const std::vector<unsigned int>&);
+
 }  // namespace pbamplix::cpu

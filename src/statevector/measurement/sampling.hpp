@@ -9,6 +9,14 @@ namespace velacamplix::measurement {
 template <class Seq>
 unsigned long draw_outcome(const Seq& view, std::mt19937_64& rng, const std::vector<unsigned int>& qubits);
 
+// An engine whose outputs are given: what shots with random numbers of their own are drawn with. The outputs outlive
+// it.
+struct given_outputs {
+    const unsigned long* next;
+
+    unsigned long operator()() { return *next++; }
+};
+
 // The end of the running sum of a view in double precision.
 template <class Seq>
 double total_of(const Seq& view);

@@ -19,9 +19,14 @@ from .tables import latest
 
 
 def applied(
-    circuit: Circuit, rules: Sequence[Rule], idle: Sequence[Idle], durations: Durations, readout: Sequence[Misread]
+    circuit: Circuit,
+    rules: Sequence[Rule],
+    idle: Sequence[Idle],
+    durations: Durations,
+    readout: Sequence[Misread],
+    stacklevel: int,
 ) -> Circuit:
-    """Return the circuit with noise in it; see `NoiseModel.apply`, which calls this."""
+    """Return the circuit with noise in it; see `NoiseModel.apply`; `stacklevel` of warnings, as of the caller."""
     work = _Applying(rules, Timing(idle, durations) if idle else None, readout)
     noisy = circuit._with(list(work.body(circuit.instructions, work.clock())))
     missed = [rule.call() for rule in rules if not rule.is_optional and rule not in work.matched]
@@ -30,7 +35,7 @@ def applied(
         warnings.warn(
             f"{shortened(', '.join(missed))} found nothing to stand beside; the circuit has these gates: {shortened(there)}",
             UserWarning,
-            stacklevel=3,
+            stacklevel=stacklevel + 1,
         )
     return noisy
 

@@ -51,7 +51,7 @@ class PreparedMixture(Prepared):
         if not keeps_bits:
             parts = [part for step in parts for part in _forgotten(step, read)]
         there = {*nonzero, *_misread(circuit.instructions, read)} if n_qubits is None else range(n_qubits)
-        self.segments = segmented(parts, there, of_mixture=True)
+        self.segments = segmented(parts, there, ("channel", "reset"))
         active = self.segments.active
         #: Qubits of the density matrix.
         self.n_qubits = len(active) if n_qubits is None else n_qubits

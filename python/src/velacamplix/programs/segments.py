@@ -165,7 +165,7 @@ class Segments:
         ]
 
 
-def segmented(parts: Sequence[Part], nonzero: Iterable[int], of_mixture: bool = False) -> Segments:
+def segmented(parts: Sequence[Part], nonzero: Iterable[int], like_gates: Iterable[str] = ()) -> Segments:
     """Cut a circuit given in the library's own gates.
 
     Parameters
@@ -173,8 +173,8 @@ def segmented(parts: Sequence[Part], nonzero: Iterable[int], of_mixture: bool = 
     parts : sequence of Instruction or Block
     nonzero : iterable of int
         Qubits that are not 0 at the beginning.
-    of_mixture : bool
-        Whether the steps are for density matrices, on which channels and resets act as gates do.
+    like_gates : iterable of str
+        Names of other instructions that may stand in a stretch: channels, and for density matrices resets.
 
     Examples
     --------
@@ -184,7 +184,7 @@ def segmented(parts: Sequence[Part], nonzero: Iterable[int], of_mixture: bool = 
     >>> segments.active, [type(step).__name__ for step in segments.steps]
     ((5, 7), ['Stretch', 'Measurement'])
     """
-    return _Cutting(nonzero, NON_UNITARY - {"channel", "reset"} if of_mixture else NON_UNITARY).segments(parts)
+    return _Cutting(nonzero, NON_UNITARY.difference(like_gates)).segments(parts)
 
 
 class _After(NamedTuple):

@@ -60,21 +60,52 @@ class Pass(NamedTuple):
     local_qubits: tuple[int, ...]
 
 
+class MethodCost(NamedTuple):
+    """What one way to run a circuit with noise is expected to take.
+
+    Attributes
+    ----------
+    name : {"exact", "trajectories"}
+        On a density matrix, or on a state for each shot.
+    work : float
+        Gates times amplitudes, about; one takes some 0.1 ns of a processor's core in double precision.
+    bytes : int
+        Of the states.
+    fits : bool
+        Whether the memory for them is there.
+    """
+
+    name: str
+    work: float
+    bytes: int
+    fits: bool
+
+
 class Plan(NamedTuple):
     """How the gates are carried out.
 
     Attributes
     ----------
     gates : int
+        With noise, those of a run in which nothing unusual happens.
     passes : tuple of Pass
-        In circuits with measurements in the middle, those of every stretch of gates once.
+        In circuits with measurements in the middle, those of every stretch of gates once. None with noise.
     sweeps : float
-        How often all amplitudes are read and written in memory.
+        How often all amplitudes are read and written in memory. 0 with noise.
+    method : {"statevector", "exact", "trajectories"}
+        Without noise the first.
+    trajectories : int or None
+        How many different ones the shots had; None for other methods.
+    methods : tuple of MethodCost
+        What was predicted of each method that could have been taken with noise.
     """
 
     gates: int
     passes: tuple[Pass, ...]
     sweeps: float
+    method: str = "statevector"
+    trajectories: int | None = None
+    methods: tuple[MethodCost, ...] = ()
 
     def __str__(self) -> str:
         """Tell the numbers in one line.
@@ -83,13 +114,24 @@ class Plan(NamedTuple):
         300 gates in 2 passes, 1.5 sweeps over memory
         >>> print(Plan(1, (Pass(0, 1, ()),), 1.0))
         1 gate in 1 pass, 1 sweep over memory
+        >>> print(Plan(20, (), 0.0, "trajectories", 53))
+        20 gates with noise, 53 trajectories
         """
+        if self.method == "trajectories":
+            assert self.trajectories is not None
+            each = counted(self.trajectories, "trajectory").replace("ys", "ies")
+            return f"{counted(self.gates, 'gate')} with noise, {each}"
+        if self.method == "exact":
+            return f"{counted(self.gates, 'gate')} with noise, on a density matrix"
         passes = f"{len(self.passes)} " + ("pass" if len(self.passes) == 1 else "passes")
         sweeps = f"{self.sweeps:.3g}"
         plural = "" if sweeps == "1" else "s"
         return f"{counted(self.gates, 'gate')} in {passes}, {sweeps} sweep{plural} over memory"
 
     def _repr_html_(self) -> str:
+        if self.methods:
+            told = [(one.name, f"{one.work:.3g}", str(one.bytes), "yes" if one.fits else "no") for one in self.methods]
+            return html.titled(f"Plan: {self}", html.table(("method", "gates times amplitudes", "bytes", "fits"), told))
         rows = [
             (str(number), f"{first} to {last - 1}", _qubits(local) or "none, in place")
             for number, (first, last, local) in enumerate(self.passes[: html.ROWS])

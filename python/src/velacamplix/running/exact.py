@@ -150,7 +150,7 @@ def run_exact(
             measured = frozenset(mixing.measured)
             on_active = observed.on(active, frozenset())
             values = observed.shaped(np.array([density.expectation(each) for each in on_active], dtype=np.complex128))
-            observed.warn(active, [measured], stacklevel=3)
+            observed.warn(active, [measured], stacklevel=4)
     rows = None if shots is None or number is None else _drawn(outcomes, probabilities, number, first_shot, shots)
     return Exact(density, active, n_bits, outcomes, probabilities, rows, None if rows is None else number, values)
 

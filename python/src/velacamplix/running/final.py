@@ -4,12 +4,14 @@ from __future__ import annotations
 
 from collections.abc import Callable
 
+from ..results.plan import Plan
 from ..states.statevector import StateVector
 
 
 class Final:
     """Has the final state of the active qubits; a function makes it where it is not kept, once it is asked for."""
 
+    plan: Plan
     _state: StateVector | Callable[[], StateVector] | None
 
     @property
@@ -24,7 +26,7 @@ class Final:
         Raises
         ------
         RuntimeError
-            If there is none, because outcomes in the middle of the circuit differ from shot to shot.
+            If there is none, because outcomes in the middle of the circuit differ from shot to shot, or of noise.
 
         Examples
         --------
@@ -34,6 +36,11 @@ class Final:
         ((20,), [(0.707107+0j), (0.707107+0j)])
         """
         state = self._state
+        if state is None and self.plan.method != "statevector":
+            raise RuntimeError(
+                "there is no one final state: the run was one with noise, which leaves a mixture. "
+                "DensityMatrix(n).run(circuit) has it; the counts and run(..., observables=...) tell of it"
+            )
         if state is None:
             raise RuntimeError(
                 "there is no one final state: the circuit measures or resets qubits in its middle, and the state "

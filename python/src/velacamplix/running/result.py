@@ -54,6 +54,9 @@ class Result(Answers, Stored, Guiding):
         Classical bits that the circuit measures into, in increasing order.
     expectation_values : float, complex, numpy.ndarray or None
         A number for one observable, an array for a list, None without observables.
+    standard_errors : float, numpy.ndarray or None
+        Of the expectation values of a run with noise, in the same shape: of means over shots their standard error, 0 if
+        they are exact. None without noise or without observables.
     saved : Saved
         What `Circuit.save_state`, `save_probabilities` and `save_expectation` kept, by name.
     timings : Timings
@@ -97,12 +100,14 @@ class Result(Answers, Stored, Guiding):
         saved: Saved,
         timings: Timings,
         plan: Plan,
+        standard_errors: Any = None,
     ) -> None:
         self.n_qubits, self.n_clbits = n_qubits, n_clbits
         self.n_shots, self.seed = n_shots, seed
         self.precision, self.threads = precision, threads
         self.active_qubits = active_qubits
         self.expectation_values, self.saved = expectation_values, saved
+        self.standard_errors = standard_errors
         self.timings, self.plan = timings, plan
         self.n_bits = n_clbits if is_of_clbits else n_qubits
         self._registers = [r for r in registers if r.kind == ("classical" if is_of_clbits else "quantum")]

@@ -5,7 +5,7 @@ from __future__ import annotations
 import secrets
 import sys
 from collections.abc import Mapping, Sequence
-from typing import Any, overload
+from typing import Any, Literal, overload
 
 from ..basics import checks
 from ..basics.types import Order, Precision, Seed
@@ -13,14 +13,18 @@ from ..circuit.circuit import Circuit
 from ..instructions.expression import Parameter
 from ..instructions.parameter_vector import ParameterVector
 from ..machine import limits
+from ..noise.model import NoiseModel
 from ..observables.observable import ObservableLike
 from ..programs.compile import require_circuit, require_fusion
 from ..programs.progress import ProgressLike
 from ..programs.progress import checked as checked_progress
+from ..states.densitymatrix import DensityMatrix
 from . import observing
 from .batch import require_results, run_many
 from .batch_result import BatchResult
 from .initial import InitialLike, Start
+from .method import MethodName, checked_first_shot, checked_method, has_noise, require_no_noise, with_noise
+from .noisy import run_noisy
 from .result import Result
 from .sets import bound, sets_of_values
 from .single import Request, run_alone
@@ -35,6 +39,7 @@ def run(
     circuit: Circuit, shots: int | None = None, seed: Seed | None = None, threads: int | None = None,
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
+    noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
 ) -> Result: ...  # fmt: skip
 
 
@@ -43,6 +48,7 @@ def run(
     circuit: Sequence[Circuit], shots: int | None = None, seed: Seed | None = None, threads: int | None = None,
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
+    noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
 ) -> list[Result]: ...  # fmt: skip
 
 
@@ -51,7 +57,7 @@ def run(
     circuit: Circuit, shots: int | None = None, seed: Seed | None = None, threads: int | None = None,
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, *,
-    values: Mapping[Any, Any],
+    values: Mapping[Any, Any], noise: None = None, method: Literal["auto"] = "auto", first_shot: None = None,
 ) -> BatchResult: ...  # fmt: skip
 
 
@@ -67,8 +73,11 @@ def run(
     fusion: bool = False,
     initial_order: Order | None = None,
     values: Mapping[str | Parameter | ParameterVector, Any] | None = None,
+    noise: NoiseModel | None = None,
+    method: MethodName = "auto",
+    first_shot: int | None = None,
 ) -> Result | list[Result] | BatchResult:
-    """Run a circuit, a list of circuits, or a circuit with many sets of numbers for its parameters.
+    """Run a circuit, with noise or without, a list of circuits, or a circuit with many sets of numbers for its parameters.
 
     Parameters
     ----------
@@ -88,9 +97,10 @@ def run(
         Whose exact expectation values to tell: those after all instructions, measurements included. So a term with X or
         Y on a qubit that is measured at the end counts 0, and a UserWarning says so; leave the measurement away for the
         value before it. If outcomes in the middle of the circuit differ, the mean over the shots.
-    initial : int, str, array_like of shape (2**n_qubits,) or StateVector, optional
+    initial : int, str, array_like of shape (2**n_qubits,), StateVector or DensityMatrix, optional
         The state to begin with: a number or a text as `StateVector.set_basis_state` takes it, amplitudes as
-        `StateVector.set_state` takes them, or a state, which is copied. By default all qubits are 0.
+        `StateVector.set_state` takes them, or a state, which is copied; a density matrix makes the run an exact one. By
+        default all qubits are 0.
     progress : None, bool or callable
         True shows a bar on standard error once a second has passed. A function is called with a `Progress`, at most
         every 50 ms, and once at the end; what it returns is ignored, an exception ends the run. Of one run gates are
@@ -107,6 +117,15 @@ def run(
         Sets of numbers for the parameters of one circuit, which is run with each: from every parameter, by its name or as
         `Parameter`, to an array with one number for each set, or to one number that stands in all sets; from a
         `ParameterVector` to an array of shape (number of sets, its length).
+    noise : NoiseModel, optional
+        What ``noise.apply(circuit)`` puts into the circuit, beside the channels that are there.
+    method : {"auto", "exact", "trajectories"}
+        How a circuit with noise is run: on a density matrix of 4**n entries, or on a state for each shot, as far as shots
+        differ. "auto" takes what is predicted to be faster and fits into memory; without shots, and from a density matrix,
+        the exact one. What is not "auto" is a run with noise even if there is none.
+    first_shot : int, optional
+        With noise: the number of the first shot, 0 by default. Shots of several runs with the same seed are those of one
+        run if their numbers follow one another.
 
     Returns
     -------
@@ -118,7 +137,8 @@ def run(
     ------
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
-        are no shots although outcomes in the middle of the circuit differ. Of many runs, a note of the exception tells
+        are no shots although outcomes in the middle of the circuit differ; with noise if the circuit saves something, or
+        an option is given that has no meaning, as `noise` for many runs. Of many runs, a note of the exception tells
         which one it is about.
     MemoryError
         If the states, the shots or what the circuit saves do not fit.
@@ -137,6 +157,13 @@ def run(
 
     The groups take their own ways through `Circuit.if_`, `Circuit.switch` and `Circuit.while_`; one with fewer shots is
     followed to its end before one with more. Random numbers are drawn in this order, whatever the number of threads.
+
+    With noise all random numbers of a shot follow from the seed and its number alone, so that shots are the same for every
+    number of threads and however they are split into runs. By trajectories (Dalibard, Castin and Mølmer, Phys. Rev. Lett.
+    68, 580 (1992)) a channel is one of its operators in each shot. What happens is drawn first, equal shots are made once,
+    and shots without an event so far are one state; where the circuit measures, resets or decides in its middle every shot
+    goes its own way. Expectation values are means over the shots of the exact values in each; ``standard_errors`` tells
+    how far off they may be.
 
     Each of many runs gives what a run of its own with its seed gives, bit for bit, whatever the number of threads. Those of
     fewer than 18 active qubits go side by side, one on each thread; of 18 and more, one after another, each on all threads.
@@ -162,14 +189,31 @@ def run(
     >>> circuit = Circuit(1).ry(Parameter("angle"), 0)
     >>> run(circuit, values={"angle": [0, 1, 2]}, observables="Z0").expectation_values.round(6).tolist()
     [1.0, 0.540302, -0.416147]
+    >>> from velacamplix import Channel, NoiseModel
+    >>> noise = NoiseModel().after("cx", Channel.depolarizing(0.1, 2))
+    >>> bell = Circuit(2).h(0).cx(0, 1)
+    >>> round(run(bell, observables="Z0 Z1", noise=noise).expectation_values, 6)
+    0.9
+    >>> result = run(bell, shots=1000, seed=1, observables="Z0 Z1", noise=noise, method="trajectories")
+    >>> abs(result.expectation_values - 0.9) < 4 * result.standard_errors, result.plan.trajectories
+    (True, 16)
     """
     are_many = not isinstance(circuit, Circuit) and checks.is_list(circuit)
     listed = checks.sequence(circuit, "circuit", of="circuits") if are_many else [circuit]
     circuits = [require_circuit(one, f"circuit[{i}]" if are_many else "circuit") for i, one in enumerate(listed)]
     if are_many and values is not None:
         raise TypeError(f"values can be given for one circuit only, got them for a list of {len(circuits)}")
+    way, is_mixed = checked_method(method), isinstance(initial, DensityMatrix)
+    if are_many or values is not None:
+        require_no_noise(noise, way, first_shot, is_mixed)
+    else:
+        circuits = [with_noise(circuits[0], noise)]
+    is_noisy = not are_many and values is None and (
+        noise is not None or way != "auto" or is_mixed or has_noise(circuits[0])
+    )
     sizes = {one.n_qubits for one in circuits}
-    starts = {size: Start(initial, size, initial_order) for size in sizes}
+    # A density matrix is looked at by the exact run.
+    starts = {size: Start(*((None, size, None) if is_mixed else (initial, size, initial_order))) for size in sizes}
     request = Request(
         None if shots is None else checks.shots(shots, minimum=1),
         checks.seed(seed),
@@ -181,6 +225,9 @@ def run(
         require_fusion(fusion),
     )
     checked_progress(progress)
+    first = checked_first_shot(first_shot, is_noisy)
+    if is_noisy:
+        return run_noisy(circuits[0], request, way, initial, initial_order, first)
 
     lost = observing.Lost()
     result: Result | list[Result] | BatchResult

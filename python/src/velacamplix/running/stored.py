@@ -13,7 +13,7 @@ from ..instructions.instruction import Register
 from ..machine import limits, memory, npz
 from ..programs.progress import ProgressLike, metered
 from ..results import shot_rows
-from ..results.plan import Pass, Plan, Timings
+from ..results.plan import MethodCost, Pass, Plan, Timings
 from ..states.base import StateBase
 from ..states.files import about, read_state, require_about, state_arrays
 from ..states.statevector import StateVector
@@ -123,6 +123,9 @@ def _written(fields: dict[str, Any]) -> dict[str, np.ndarray]:
         "gates": plan.gates,
         "passes": plan.passes,
         "sweeps": plan.sweeps,
+        "method": plan.method,
+        "trajectories": plan.trajectories,
+        "methods": plan.methods,
         "saved": [
             (name, one.kind, one.missing, one.visits, one._shots, _width(one.value)) for name, one in kept.items()
         ],
@@ -134,6 +137,8 @@ def _written(fields: dict[str, Any]) -> dict[str, np.ndarray]:
         arrays.update(state_arrays(fields["_state"], ""))
     if fields["expectation_values"] is not None:
         arrays["expectation_values"] = np.array(fields["expectation_values"])
+    if fields["standard_errors"] is not None:
+        arrays["standard_errors"] = np.array(fields["standard_errors"], dtype=np.float64)
     for i, one in enumerate(kept.values()):
         if isinstance(one.value, StateBase):
             arrays.update(state_arrays(one.value, f"saved{i}_"))
@@ -163,7 +168,7 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
     kept = facts.kept(len(active), n_qubits)
 
     names = {*about("", 0), "about"}
-    names.update(name for name in ("shots", "expectation_values") if name in file)
+    names.update(name for name in ("shots", "expectation_values", "standard_errors") if name in file)
     prefixes = ["" for _ in range("amplitudes" in file)]
     for i, (one, _) in enumerate(kept.values()):
         if one.missing is None and one.kind == "state":
@@ -189,6 +194,7 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
         "_registers": facts.registers(n_qubits, n_clbits), "_measured": frozenset(facts.integers("measured", n_qubits)),
         "_readings": facts.readings(n_qubits, n_clbits), "_known_bits": facts.bits("known_bits", n_clbits),
         "timings": Timings(*facts.numbers("timings", 4)), "plan": facts.plan(n_qubits), "expectation_values": None,
+        "standard_errors": None,
         "_rows": None, "_state": None, "_counts": None,
     }  # fmt: skip
     facts.require_no_more()
@@ -204,6 +210,11 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
         facts.require(len(shape) < 2, "expectation_values")
         values = numbers("expectation_values", shape)
         fields["expectation_values"] = values if shape else values.item()
+    if "standard_errors" in file:
+        facts.require("expectation_values" in file and file.layout("standard_errors")[1] == shape, "standard_errors")
+        errors = numbers("standard_errors", shape)
+        facts.require(errors.dtype == np.float64, "standard_errors")
+        fields["standard_errors"] = errors if shape else errors.item()
     for i, (one, width) in enumerate(kept.values()):
         if one.missing is None and one.kind == "state":
             one.value = state_of(f"saved{i}_", width)
@@ -316,7 +327,17 @@ class _Facts:
         passes = tuple(Pass(first, last, tuple(qubits)) for first, last, qubits in self._listed("passes", fits))
         sweeps = self._take("sweeps")
         self.require(_is_amount(sweeps), "sweeps")
-        return Plan(self.integer("gates", 0, 2**63), passes, float(sweeps))
+        method = self.one_of("method", ("statevector", "exact", "trajectories"))
+        distinct = self.integer("trajectories", 1, 2**63, or_none=True)
+        self.require((distinct is not None) == (method == "trajectories"), "trajectories")
+
+        def tells(one: list[Any]) -> bool:
+            if len(one) != 4 or one[0] not in ("exact", "trajectories") or type(one[3]) is not bool:
+                return False
+            return _is_amount(one[1]) and self._is_integer(one[2], 0, 2**4096)
+
+        methods = tuple(MethodCost(name, float(work), size, fits) for name, work, size, fits in self._listed("methods", tells))
+        return Plan(self.integer("gates", 0, 2**63), passes, float(sweeps), method, distinct, methods)
 
     def kept(self, n_active: int, n_qubits: int) -> dict[str, tuple[Kept, int]]:
         """Return what was saved on the way by name, still without values, and of how many qubits it is."""

@@ -1,0 +1,245 @@
+"""Runs a circuit with noise shot by shot, on pure states that share what they have in common."""
+
+from __future__ import annotations
+
+import secrets
+from typing import Any, NamedTuple
+
+import numpy as np
+
+from ..basics.types import Precision
+from ..circuit.circuit import Circuit
+from ..core import extension
+from ..machine import memory
+from ..programs.compile import described
+from ..programs.drive import heard
+from ..programs.noisy import PreparedTrajectories
+from ..programs.prepare import Prepared, prepared
+from ..programs.progress import ProgressLike, metered
+from ..programs.segments import Measurement, Segments
+from ..results import shot_rows
+from ..states.statevector import StateVector
+from . import observing
+from .initial import Start
+from .shot_walk import Flips, ShotWalk, flips_of
+
+# Whether shots share what they have in common; tests look whether anything depends on it.
+SHARES_PREFIXES = True
+
+_BYTES_PER_SHOT = 48  # while it waits for its event, in the core
+
+
+class Trajectories(NamedTuple):
+    """What a run by trajectories tells.
+
+    Attributes
+    ----------
+    active_qubits : tuple of int
+        All others are 0.
+    gates : int
+        Those of a run without events.
+    distinct : int
+        Different trajectories among the shots.
+    rows : numpy.ndarray, shape (shots, words)
+    seed : int
+        What they were drawn with.
+    means, standard_errors : numpy.ndarray
+        Of the observables.
+    """
+
+    active_qubits: tuple[int, ...]
+    gates: int
+    distinct: int
+    rows: np.ndarray
+    seed: int
+    means: np.ndarray
+    standard_errors: np.ndarray
+
+
+class TrajectoryCost(NamedTuple):
+    """What a run by trajectories takes.
+
+    Attributes
+    ----------
+    n_qubits : int
+        The active ones.
+    gates : int
+        Those of a run without events.
+    trajectories : float
+        How many different ones there will be, about.
+    bytes : int
+        Of the states that there are at a time, one or two for each thread.
+    work : float
+        Gates times amplitudes, of all trajectories from their first event on.
+    """
+
+    n_qubits: int
+    gates: int
+    trajectories: float
+    bytes: int
+    work: float
+
+
+def trajectory_cost(circuit: Circuit, shots: int, threads: int, precision: Precision, start: Start) -> TrajectoryCost:
+    """Return what `run_trajectories` would take, without running anything."""
+    with _prepared(circuit, start, precision) as found:
+        assert isinstance(found, PreparedTrajectories)
+        n, gates = len(found.segments.active), sum(map(len, found.programs))
+        # Each event of a shot makes it another trajectory, on average from the middle of the circuit on.
+        noisy = -np.expm1(-found.events_per_shot)
+        distinct = 1 + (shots - 1) * noisy if found.is_plain else shots
+        runs = 1 + (distinct - 1) / 2 if found.is_plain else shots
+        states = 2 * (threads if n < 18 else 1)
+        size = states * (memory.BYTES_PER_AMPLITUDE[precision] << n)
+        return TrajectoryCost(n, gates, float(distinct), size, float(runs * gates * 2.0**n))
+
+
+def run_trajectories(
+    circuit: Circuit,
+    shots: int,
+    seed: int | None,
+    threads: int,
+    precision: Precision,
+    observed: observing.Observed | None,
+    start: Start,
+    progress: ProgressLike,
+    first_shot: int,
+) -> Trajectories:
+    """Run a circuit with channels in it; arguments are those of `run`, checked."""
+    number = secrets.randbits(32) if seed is None else seed
+    with _prepared(circuit, start, precision) as found:
+        assert isinstance(found, PreparedTrajectories)
+        segments = found.segments
+        n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
+        words = shot_rows.words_for(n_bits)
+        n_observed = 0 if observed is None else len(observed.observables)
+        memory.require_bytes((8 * words + _BYTES_PER_SHOT + 24 * n_observed) * shots, f"shots={shots} of {n_bits} bits")
+        rows = np.zeros((shots, words), dtype=np.uint64)
+        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits)
+        with metered(progress, shots, "shots") as meter:
+            distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
+        return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors)
+
+
+def _prepared(circuit: Circuit, start: Start, precision: Precision) -> Any:
+    def made() -> Prepared:
+        return PreparedTrajectories(circuit, start.nonzero, precision)
+
+    return prepared(circuit, ("trajectories", start.nonzero, precision), made)
+
+
+class _Made(NamedTuple):
+    """One run."""
+
+    circuit: Circuit
+    found: PreparedTrajectories
+    shots: int
+    seed: int
+    threads: int
+    precision: Precision
+    observed: observing.Observed | None
+    start: Start
+    first_shot: int
+    rows: np.ndarray
+    n_bits: int
+
+    def at_once(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
+        """Make all shots of a circuit that is gates and channels, then measurements."""
+        segments = self.found.segments
+        readings, measured = _readings(segments)
+        if not segments.has_measurement:
+            readings = {qubit: (qubit, (0.0, 0.0)) for qubit in segments.active}
+        place, column = segments.place, dict[int, int]()
+        sources: list[tuple[bool, int]] = []
+        flips = [(0.0, 0.0)] * self.n_bits
+        for bit in range(self.n_bits):
+            qubit, flips[bit] = readings.get(bit, (-1, (0.0, 0.0)))
+            sources.append((True, column.setdefault(qubit, len(column))) if qubit in place else (False, 0))
+        qubits = [place[qubit] for qubit in column]
+        outcomes = None
+        if qubits:
+            # What is drawn of a single word may be the row itself, its bits in the order of the row.
+            is_row = self.rows.shape[1] == 1 and len(qubits) == self.n_bits
+            outcomes = self.rows[:, 0] if is_row else np.zeros(self.shots, dtype=np.uint64)
+        on_active = [] if self.observed is None else self.observed.on(segments.active, measured)
+        initial = None
+        if not self.start.is_zero:
+            initial = StateVector._another(len(segments.active), self.precision, self.threads)
+            self.start.prepare(initial, segments.active)
+        distinct, means, errors = self.found.whole.run(
+            self.seed, self.first_shot, self.shots, self.threads, None if initial is None else initial._live(),
+            outcomes, qubits, [observable.compiled() for observable in on_active], SHARES_PREFIXES,
+            *heard(meter.within()),
+        )  # fmt: skip
+        if outcomes is not None and outcomes.base is not self.rows:
+            shot_rows.assemble(self.rows, sources, outcomes, len(column))
+        self._misread(self.rows, flips, self.first_shot)
+        self._warn({measured})
+        return distinct, means, errors
+
+    def one_by_one(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
+        """Make one shot after the other, each its own way."""
+        segments, observed = self.found.segments, self.observed
+        n_observed = 0 if observed is None else len(observed.observables)
+        values = np.zeros((self.shots, n_observed), dtype=np.complex128)
+        first = StateVector._another(len(segments.active), self.precision, self.threads)
+        if not self.start.is_zero:
+            self.start.prepare(first, segments.active)
+        state = StateVector._another(len(segments.active), self.precision, self.threads)
+        reduced: dict[frozenset[int], list[Any]] = {}
+        for i in range(self.shots):
+            extension.copy_amplitudes(first._live(), state._live().view(), False)
+            walk = ShotWalk(segments, self.seed, self.first_shot + i, lambda step: described(step, self.circuit))
+            branch = walk.end(state)
+            self._draw(walk, branch, self.rows[i : i + 1], self.first_shot + i)
+            if observed is not None:
+                measured = frozenset(branch.measured)
+                if measured not in reduced:
+                    reduced[measured] = observed.on(segments.active, measured)
+                values[i] = observing.values(state, reduced[measured])
+            meter.advance(1)
+            meter.tell()
+        self._warn(set(reduced))
+        means = values.mean(axis=0)
+        deviations = np.abs(values - means) ** 2
+        errors = np.sqrt(deviations.sum(axis=0) / self.shots / max(1, self.shots - 1))
+        return self.shots, means, errors
+
+    def _draw(self, walk: ShotWalk, branch: Any, row: np.ndarray, shot: int) -> None:
+        segments = self.found.segments
+        column: dict[int, int] = {}
+        sources: list[tuple[bool, int]] = []
+        for bit in range(self.n_bits):
+            if segments.has_measurement and bit not in branch.readings:
+                sources.append((False, branch.bits >> bit & 1))
+                continue
+            qubit = branch.readings[bit] if segments.has_measurement else bit
+            known = qubit in segments.place
+            sources.append((True, column.setdefault(qubit, len(column))) if known else (False, 0))
+        sampled = np.zeros(1, dtype=np.uint64)
+        if column:
+            qubits = [segments.place[qubit] for qubit in column]
+            extension.sample_keyed(branch.state._live(), sampled, self.seed, shot, 0, qubits)
+        shot_rows.assemble(row, sources, sampled, len(column))
+        self._misread(row, [walk.flips.get(bit, (0.0, 0.0)) for bit in range(self.n_bits)], shot)
+
+    def _misread(self, rows: np.ndarray, flips: list[Flips], first_shot: int) -> None:
+        if any(map(any, flips)):
+            extension.apply_readout_errors(rows, flips, self.seed, first_shot, self.threads)
+
+    def _warn(self, measured: set[frozenset[int]]) -> None:
+        if self.observed is not None:
+            self.observed.warn(self.found.segments.active, measured, stacklevel=6)
+
+
+def _readings(segments: Segments) -> tuple[dict[int, tuple[int, Flips]], frozenset[int]]:
+    """Return which qubit each bit is read from and how it is misread, and the qubits that are measured."""
+    readings: dict[int, tuple[int, Flips]] = {}
+    measured: set[int] = set()
+    for step in segments.steps:
+        if isinstance(step, Measurement):
+            measured.update(step.last)
+            flips = flips_of(step)
+            for qubit, clbit in step.later:
+                readings[clbit] = qubit, flips.get(clbit, (0.0, 0.0))
+    return readings, frozenset(measured)

@@ -1,0 +1,279 @@
+#include "statevector/channels/experiment.hpp"
+#include "statevector/gates/gate_table.hpp"
+#include "statevector/measurement/sampling.hpp"
+#include "statevector/packs/precision.hpp"
+#include "statevector/replay/program_content.hpp"
+#include "statevector/storage/memory_guard.hpp"
+#include "statevector/storage/parallel.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+namespace pbamplix::cpu {
+
+using namespace velacamplix;
+using channels::experiment;
+using channels::list_runner;
+using channels::noise_list;
+using channels::trajectory_record;
+using channels::waiting_shot;
+using channels::walker;
+using replay::content_of;
+using replay::refuse;
+
+namespace {
+
+// From this many qubits on threads share the amplitudes of one state: a state per thread would leave the caches.
+constexpr unsigned fewest_shared_qubits = 18;
+
+// Bounds the memory for shots that wait to 200 MiB; more shots walk through the program again.
+constexpr unsigned long most_at_once = 1ul << 22;
+
+// Draws the first events of some shots and puts them in the order in which they are made.
+template <class T>
+void draw_shots(experiment<T>& made, unsigned long first, unsigned long count) {
+    const std::uint64_t seed = made.settings.seed;
+    made.next = 0;
+    made.shots.resize(count);
+    storage::parallel_shares(count, count * sizeof(waiting_shot), made.settings.nthreads,
+                             [&](unsigned long begin, unsigned long end) {
+                                 for (unsigned long s = begin; s < end; ++s) {
+                                     waiting_shot& shot = made.shots[s];
+                                     shot = {0, first + s, 0, 0, 0};
+                                     channels::draw_event(shot, made.noise, seed, 0, 0);
+                                 }
+                             });
+    // Most shots may have no event; they need no sorting.
+    const auto quiet = std::stable_partition(made.shots.begin(), made.shots.end(),
+                                             [&](const waiting_shot& shot) { return shot.site != made.noise.size(); });
+    std::sort(made.shots.begin(), quiet, [](const waiting_shot& a, const waiting_shot& b) {
+        if (a.site != b.site) return a.site < b.site;
+        return a.choice != b.choice ? a.choice < b.choice : a.shot < b.shot;
+    });
+}
+
+template <class T>
+void make_shots(experiment<T>& made, unsigned long workers, unsigned long touched,
+                std::vector<trajectory_record>& records) {
+    std::vector<std::unique_ptr<walker<T>>> walkers(workers);
+    const auto caller = std::this_thread::get_id();
+    storage::parallel_leases(
+        workers, touched, made.settings.nthreads, [&](unsigned long, unsigned long, unsigned long worker) {
+            try {
+                walkers[worker] = std::make_unique<walker<T>>(made, std::this_thread::get_id() == caller);
+                walkers[worker]->work();
+            } catch (const channels::stopped_by_another&) {
+            } catch (...) {
+                made.stopped = true;  // the others too
+                throw;
+            }
+        });
+    for (const auto& one : walkers) {
+        if (one != nullptr) records.insert(records.end(), one->records().begin(), one->records().end());
+    }
+}
+
+// The same operators may have been met by several threads, with the same values.
+void unite(std::vector<trajectory_record>& records) {
+    std::sort(records.begin(), records.end(),
+              [](const trajectory_record& a, const trajectory_record& b) { return a.history < b.history; });
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        if (kept != 0 && records[kept - 1].history == records[i].history) {
+            records[kept - 1].shots += records[i].shots;
+        } else if (kept++ != i) {
+            records[kept - 1] = std::move(records[i]);
+        }
+    }
+    records.resize(kept);
+}
+
+// Sums stand in the order of the records, which follows from what has happened alone.
+trajectory_result summed(const std::vector<trajectory_record>& records, std::size_t observables, unsigned long shots) {
+    trajectory_result result;
+    result.distinct = records.size();
+    const auto all = static_cast<double>(shots);
+    for (std::size_t k = 0; k < observables; ++k) {
+        thrust::complex<double> mean(0, 0);
+        for (const trajectory_record& record : records) mean += static_cast<double>(record.shots) * record.values[k];
+        mean /= all;
+        double squares = 0;
+        for (const trajectory_record& record : records) {
+            squares += static_cast<double>(record.shots) * thrust::norm(record.values[k] - mean);
+        }
+        result.means.push_back(mean);
+        result.standard_errors.push_back(shots > 1 ? std::sqrt(squares / all / (all - 1)) : 0);
+    }
+    return result;
+}
+
+// A usual operator that is no more than diag(a, b) on one qubit, as that of a decay, counts as diag(1, b / a): a factor
+// of the whole state means nothing here, and half of the amplitudes then stay as they are.
+template <class T>
+void simplify_usual(std::vector<gates::operation<T>>& operations, const noise_list& noise) {
+    for (unsigned long s = 0; s < noise.size(); ++s) {
+        const noise_site& site = noise.site(s);
+        const noise_channel& channel = noise.channel_at(s);
+        if (!site.usual_is_gate || channel.is_mixture || site.qubits.size() != 1) continue;
+        const auto& matrix = channel.operators[channel.usual].matrix;
+        const auto factor = matrix[3] / matrix[0];
+        if (matrix[1] != 0.0 || matrix[2] != 0.0 || thrust::abs(factor) > 1 || thrust::abs(matrix[0]) == 0) continue;
+        gates::operation<T>& op = operations[site.gate];
+        op = gates::named_operation<T>(*gates::find_gate("PH"), std::vector<double>{0.0}, site.qubits);
+        op.coefficients[0] = thrust::complex<T>(static_cast<T>(factor.real()), static_cast<T>(factor.imag()));
+    }
+}
+
+}  // namespace
+
+template <class T>
+struct trajectories<T>::implementation {
+    unsigned nqubits;
+    std::vector<gates::operation<T>> operations;
+    noise_list noise;
+    typename list_runner<T>::calls calls;
+
+    // What `apply` keeps between two shots, for one number of threads.
+    trajectory_settings of_one_shot = {};
+    std::unique_ptr<experiment<T>> single = nullptr;
+    std::unique_ptr<walker<T>> one = nullptr;
+
+    void check_initial(const PybindAmplixStateVectorCPU<T>& state) const {
+        if (state.amplitudes == nullptr) refuse("The state has no amplitudes");
+        if (state.nqubits == nqubits) return;
+        refuse("The program has " + replay::counted(nqubits, "qubit") + ", the state " + std::to_string(state.nqubits));
+    }
+
+    void check(const trajectory_settings& settings) const {
+        if (settings.outcomes != nullptr && settings.measured.empty()) refuse("Outcomes need measured qubits");
+        for (const unsigned qubit : settings.measured) {
+            if (qubit >= nqubits) refuse("Qubit " + std::to_string(qubit) + " is measured beyond the program's");
+        }
+        for (const auto& observable : settings.observables) {
+            for (std::size_t t = 0; t < observable.flip_masks.size(); ++t) {
+                if ((observable.flip_masks[t] | observable.phase_masks[t]) < 1ul << nqubits) continue;
+                refuse("An observable acts on qubits that the program lacks");
+            }
+        }
+    }
+};
+
+template <class T>
+trajectories<T>::trajectories(const program<T>& list, std::vector<noise_channel> channels,
+                              std::vector<noise_site> sites) {
+    const auto& content = content_of(list.self);
+    self.reset(new implementation{
+        content.nqubits,
+        content.operations,
+        noise_list(std::move(channels), std::move(sites), content.operations.size(), content.nqubits),
+        {}});
+    simplify_usual(self->operations, self->noise);
+    self->calls = list_runner<T>::prepared_calls(self->operations, self->nqubits);
+}
+template <class T>
+trajectories<T>::~trajectories() = default;
+template <class T>
+trajectories<T>::trajectories(trajectories&&) noexcept = default;
+template <class T>
+trajectories<T>& trajectories<T>::operator=(trajectories&&) noexcept = default;
+
+template <class T>
+unsigned int trajectories<T>::nqubits() const {
+    return content_of(self).nqubits;
+}
+
+template <class T>
+unsigned long trajectories<T>::size() const {
+    return content_of(self).operations.size();
+}
+
+template <class T>
+double trajectories<T>::events_per_shot() const {
+    return content_of(self).noise.events_per_shot();
+}
+
+template <class T>
+trajectory_result trajectories<T>::run(const trajectory_settings& settings,
+                                       const PybindAmplixStateVectorCPU<T>* initial) {
+    implementation& content = content_of(self);
+    if (initial != nullptr) content.check_initial(*initial);
+    content.check(settings);
+    const unsigned n = content.nqubits;
+    const unsigned long state_bytes = sizeof(thrust::complex<T>) << n;
+    const bool one_per_thread = n < fewest_shared_qubits;
+
+    experiment<T> made{content.operations,
+                       content.calls,
+                       content.noise,
+                       n,
+                       initial == nullptr ? nullptr : initial->amplitudes.get(),
+                       settings,
+                       one_per_thread ? 1 : settings.nthreads};
+    std::vector<trajectory_record> records;
+    for (unsigned long done = 0; done < settings.shots; done += most_at_once) {
+        const unsigned long count = std::min(settings.shots - done, most_at_once);
+        draw_shots(made, settings.first_shot + done, count);
+        const auto noisy = static_cast<unsigned long>(
+            std::count_if(made.shots.begin(), made.shots.end(),
+                          [&](const waiting_shot& shot) { return shot.site != content.noise.size(); }));
+        // What all gates touch; that a region is worth its while shows long before the sum could overflow.
+        const unsigned long touched =
+            one_per_thread ? state_bytes * std::min(noisy * content.operations.size(), 1ul << 20) : 0;
+        const unsigned long workers = storage::most_bodies(std::max(1ul, noisy), touched, settings.nthreads);
+        storage::refuse_beyond_free_memory(workers * (noisy == 0 ? 1 : 2) * state_bytes);
+        make_shots(made, workers, touched, records);
+    }
+    unite(records);
+    return summed(records, settings.observables.size(), settings.shots);
+}
+
+template <class T>
+bool trajectories<T>::apply(PybindAmplixStateVectorCPU<T>& state, std::uint64_t seed, unsigned long shot,
+                            std::uint32_t first_stream, const typename program<T>::progress_hook& hook) {
+    implementation& content = content_of(self);
+    content.check_initial(state);
+    const int threads = state.num_threads;
+    if (content.one == nullptr || content.single->threads_per_state != threads) {
+        content.one.reset();
+        content.single.reset(new experiment<T>{content.operations, content.calls, content.noise, content.nqubits,
+                                               nullptr, content.of_one_shot, threads});
+        content.one = std::make_unique<walker<T>>(*content.single, true);
+    }
+    content.of_one_shot.seed = seed;
+    content.single->stopped = false;
+    content.of_one_shot.hook = [&](unsigned long, unsigned long) {
+        if (hook && !hook(0, content.operations.size())) content.single->stopped = true;
+    };
+    try {
+        content.one->apply({0, shot, 0, 0, 0}, state.amplitudes.get(), first_stream);
+    } catch (const channels::stopped_by_another&) {
+        return false;
+    }
+    return true;
+}
+
+template <class T>
+void sample_keyed(const PybindAmplixStateVectorCPU<T>& state, unsigned long* outcomes, unsigned long shots,
+                  std::uint64_t seed, unsigned long first_shot, std::uint32_t first_stream,
+                  const std::vector<unsigned int>& qubits) {
+    std::vector<unsigned long> words(shots);
+    shot_words(seed, first_shot, shots, 0, first_stream + static_cast<std::uint32_t>(shot_stream::outcome),
+               words.data());
+    measurement::given_outputs engine{words.data()};
+    const SVSequence<thrust::complex<T>> plain{state.amplitudes.get(), state.nqubits, state.size};
+    if constexpr (std::is_same_v<T, double>) {
+        pick_shots_of_any_norm(plain, outcomes, engine, shots, state.num_threads, qubits);
+    } else {
+        pick_shots_of_any_norm(precise_view<SVSequence<thrust::complex<T>>>{plain}, outcomes, engine, shots,
+                               state.num_threads, qubits);
+    }
+}
+
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                 \
+    template class trajectories<T>;                                                                                \
+    template void sample_keyed(const PybindAmplixStateVectorCPU<T>&, unsigned long*, unsigned long, std::uint64_t, \
+                               unsigned long, std::uint32_t, const std::vector<unsigned int>&);
+VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
+
+}  // namespace pbamplix::cpu
