@@ -57,6 +57,7 @@ def makers(i):
         "Observable": lambda: Observable(f"{i + 1}*Z0 X1 + Y3"),
         "Parameter": lambda: Parameter(f"p{i}"),
         "ParameterVector": lambda: velacamplix.ParameterVector(f"v{i}", 3),
+        "MethodCost": lambda: velacamplix.MethodCost("exact", 1.0, i, True),
         "Pass": lambda: velacamplix.Pass(0, i, (0,)),
         "Plan": lambda: velacamplix.Plan(i, (), 1.0),
         "Progress": lambda: velacamplix.Progress(i, 100, 0.5, 2.0, 3.0),
@@ -187,6 +188,10 @@ def more(i):
     measured = Circuit(3, 2).h(0).measure(0, 0)
     with measured.when("c", 1):
         measured.x(1)
+    noise = velacamplix.NoiseModel().after("h", velacamplix.Channel.amplitude_damping(0.2)).readout(0.1, 0.1)
+    for method in ("exact", "trajectories"):
+        run(Circuit(2).h(0).h(1), shots=20, seed=i, noise=noise, method=method, observables="Z0")
+        run(measured, shots=5, seed=i, noise=noise, method=method)
     run(measured.measure(1, 1), shots=20, precision="single").counts.most_likely(2)
     StateVector(N_QUBITS, "single", threads=2).run(bound).counts(5)
     Circuit(5).h(i % 5).rx(turn, 0).to_matrix()
