@@ -31,6 +31,10 @@ _MOST_KEPT = 8
 _kept: WeakKeyDictionary[Template, dict[Hashable, Prepared]] = WeakKeyDictionary()
 
 
+class HasNoise(ValueError):
+    """A circuit for a pure state has noise in it."""
+
+
 class Prepared:
     """A circuit's steps, every stretch of gates with its program.
 
@@ -197,7 +201,7 @@ def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fu
     def fitting(parts: Sequence[Part]) -> Segments:
         for step in leaves(circuit.instructions):
             if step.is_noise:
-                raise ValueError(f"circuit must be without noise for a run of pure states, got {described(step, circuit)}")
+                raise HasNoise(f"circuit must be without noise for a run of pure states, got {described(step, circuit)}")
         segments = segmented(parts, nonzero)
         _require_distinct_names(segments, circuit)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.

@@ -16,6 +16,7 @@ from ..machine import limits
 from ..noise.model import NoiseModel
 from ..observables.observable import ObservableLike
 from ..programs.compile import require_circuit, require_fusion
+from ..programs.prepare import HasNoise
 from ..programs.progress import ProgressLike
 from ..programs.progress import checked as checked_progress
 from ..states.densitymatrix import DensityMatrix
@@ -208,8 +209,9 @@ def run(
         require_no_noise(noise, way, first_shot, is_mixed)
     else:
         circuits = [with_noise(circuits[0], noise)]
-    is_noisy = not are_many and values is None and (
-        noise is not None or way != "auto" or is_mixed or has_noise(circuits[0])
+    is_one = not are_many and values is None
+    is_noisy = is_one and (
+        noise is not None or way != "auto" or is_mixed or (first_shot is not None and has_noise(circuits[0]))
     )
     sizes = {one.n_qubits for one in circuits}
     # A density matrix is looked at by the exact run.
@@ -226,14 +228,17 @@ def run(
     )
     checked_progress(progress)
     first = checked_first_shot(first_shot, is_noisy)
-    if is_noisy:
-        return run_noisy(circuits[0], request, way, initial, initial_order, first)
-
     lost = observing.Lost()
     result: Result | list[Result] | BatchResult
-    if not are_many and values is None:
-        result = run_alone(circuits[0], request, lost)
-    else:
+    if is_one and not is_noisy:
+        # Looking for noise would take longer than a small run, and is done where its program is made.
+        try:
+            result = run_alone(circuits[0], request, lost)
+        except HasNoise:
+            is_noisy = True
+    if is_noisy:
+        return run_noisy(circuits[0], request, way, initial, initial_order, first)
+    if not is_one:
         own_seed = secrets.randbits(32) if request.seed is None else request.seed
         if values is None:
             result = run_many(circuits, "circuit[{}]", own_seed, request, starts, True, lost)
