@@ -469,6 +469,36 @@ private:
         print_numbers({result.return_error}, ", way back");
     }
 
+    // Not of the group `exact`: when events happen follows from logarithms, which differ where sines do.
+    void print_trajectories() {
+        begin("trajectories");
+        const double gamma = 0.1;
+        const T kept = static_cast<T>(std::sqrt(1 - gamma));
+        const std::vector<noise_channel> channels = {
+            {{{"I", {}}, {"X", {}}, {"Y", {}}}, {0.9, 0.06, 0.04}, 0, true},
+            {{{"", {1, 0, 0, std::sqrt(1 - gamma)}}, {"", {0, std::sqrt(gamma), 0, 0}}}, {1 - gamma, 0}, 0, false},
+        };
+        program<T> list(n_);
+        std::vector<noise_site> sites;
+        for (unsigned int gate = 0; gate < gates_of_a_program() / 8; ++gate) {
+            const Qubits qubits = different_qubits(2);
+            list.add_gate(engine_() % 2 == 0 ? "H" : "YtoZ", {}, {qubits[0]});
+            sites.push_back({list.size(), false, 0, {qubits[0]}});
+            list.add_gate("CNOT", {}, qubits);
+            sites.push_back({list.size(), true, 1, {qubits[1]}});
+            list.add_matrix({T(1), T(0), T(0), kept}, {qubits[1]});
+        }
+        std::vector<unsigned long> outcomes(is_large() ? 4 : 100);
+        trajectory_settings settings{.seed = 11, .shots = outcomes.size(), .nthreads = threads_};
+        settings.outcomes = outcomes.data();
+        settings.measured = different_qubits(2);
+        settings.observables = {random_observable<double>(n_, 5)};
+        const auto result = trajectories<T>(list, channels, sites).run(settings);
+        print("sines", outcomes.data(), outcomes.size() * sizeof(outcomes[0]), ", outcomes");
+        print("sines", result.means.data(), sizeof(result.means[0]), ", means");
+        print("sines", result.standard_errors.data(), sizeof(double), ", errors");
+    }
+
     void print_rotations() {
         State& state = random_state("rotations");
         program<T> list = random_program(gates_of_a_program(), true);
@@ -497,6 +527,7 @@ private:
         print_state("sines");
 
         print_gradient();
+        print_trajectories();
 
         random_state("fusion");
         program<T> fused = random_program(gates_of_a_program(), true);
