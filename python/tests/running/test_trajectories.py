@@ -6,7 +6,6 @@ import numpy as np
 import pytest
 from kraus_sums import by_outcome, density, random_noisy_steps
 
-import velacamplix
 from velacamplix import Channel, Circuit, DensityMatrix, NoiseModel, Observable, Readout, Result, StateVector, run
 from velacamplix.instructions.instruction import Instruction
 from velacamplix.running import trajectories
@@ -364,4 +363,7 @@ def test_memory_is_asked_for(monkeypatch):
         by_trajectories(layers(2), 10**13, noise=NOISE)
     with pytest.raises(MemoryError, match="trajectories"):
         run(layers(30, 1), noise=NOISE, observables="Z0", method="exact")
-    assert velacamplix.max_qubits() > 2
+    asked = []
+    monkeypatch.setattr(trajectories.memory, "require_bytes", lambda needed, what: asked.append(needed))
+    by_trajectories(layers(5), 10, noise=NOISE, threads=3)
+    assert 2 * 3 * 16 * 2**5 in asked

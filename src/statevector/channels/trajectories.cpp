@@ -2,6 +2,7 @@
 #include "statevector/gates/gate_table.hpp"
 #include "statevector/measurement/sampling.hpp"
 #include "statevector/packs/precision.hpp"
+#include "statevector/replay/at_work.hpp"
 #include "statevector/replay/program_content.hpp"
 #include "statevector/storage/memory_guard.hpp"
 #include "statevector/storage/parallel.hpp"
@@ -57,18 +58,29 @@ template <class T>
 void make_shots(experiment<T>& made, unsigned long workers, unsigned long touched,
                 std::vector<trajectory_record>& records) {
     std::vector<std::unique_ptr<walker<T>>> walkers(workers);
+    replay::at_work threads;
     const auto caller = std::this_thread::get_id();
-    storage::parallel_leases(
-        workers, touched, made.settings.nthreads, [&](unsigned long, unsigned long, unsigned long worker) {
-            try {
-                walkers[worker] = std::make_unique<walker<T>>(made, std::this_thread::get_id() == caller);
-                walkers[worker]->work();
-            } catch (const channels::stopped_by_another&) {
-            } catch (...) {
-                made.stopped = true;  // the others too
-                throw;
-            }
+    const auto work = [&](unsigned long worker) {
+        const replay::at_work::one here(threads);
+        const bool hears = std::this_thread::get_id() == caller && made.settings.hook;
+        walkers[worker] = std::make_unique<walker<T>>(made, hears);
+        walkers[worker]->work();
+        if (!hears) return;
+        threads.outwait_others([&] {
+            made.settings.hook(made.done, made.settings.shots);
+            return !made.stopped;
         });
+    };
+    storage::parallel_leases(workers, touched, made.settings.nthreads,
+                             [&](unsigned long, unsigned long, unsigned long worker) {
+                                 try {
+                                     work(worker);
+                                 } catch (const channels::stopped_by_another&) {
+                                 } catch (...) {
+                                     made.stopped = true;  // the others too
+                                     throw;
+                                 }
+                             });
     for (const auto& one : walkers) {
         if (one != nullptr) records.insert(records.end(), one->records().begin(), one->records().end());
     }

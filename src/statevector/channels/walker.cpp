@@ -48,6 +48,10 @@ void copy_state(const thrust::complex<T>* from, thrust::complex<T>* to, unsigned
 
 void draw_event(waiting_shot& shot, const noise_list& noise, std::uint64_t seed, unsigned long from,
                 std::uint32_t first_stream) {
+    if (noise.size() == 0) {
+        shot.site = 0;
+        return;
+    }
     const shot_numbers numbers{seed, shot.shot, first_stream};
     const auto drawn = numbers.words(shot_stream::events, shot.index++);
     shot.site = noise.next_event(from, unit_number(drawn[0]));

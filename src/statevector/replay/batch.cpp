@@ -1,14 +1,12 @@
 #include <velacamplix/batch.hpp>
 
+#include "statevector/replay/at_work.hpp"
 #include "statevector/storage/memory_guard.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -48,46 +46,6 @@ void start(PybindAmplixStateVectorCPU<T>& state, const PybindAmplixStateVectorCP
                              });
 }
 
-// How many threads are at work. The one that hears waits for the others here, not at the end of the region, so that it
-// hears until the end.
-class at_work {
-public:
-    // Notes that this thread is at work for as long as the object lives.
-    class one {
-    public:
-        explicit one(at_work& all) : all_(all) {
-            const std::lock_guard<std::mutex> lock(all_.mutex_);
-            ++all_.count_;
-        }
-        one(const one&) = delete;
-        one& operator=(const one&) = delete;
-        ~one() {
-            const std::lock_guard<std::mutex> lock(all_.mutex_);
-            --all_.count_;
-            all_.changed_.notify_all();
-        }
-
-    private:
-        at_work& all_;
-    };
-
-    // Calls hear() several times a second until no thread but the caller's is at work, or it returns false.
-    template <class Hear>
-    void outwait_others(Hear hear) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        while (!changed_.wait_for(lock, std::chrono::milliseconds(10), [this] { return count_ == 1; })) {
-            lock.unlock();
-            if (!hear()) return;
-            lock.lock();
-        }
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    unsigned long count_ = 0;
-};
-
 // `gates` are those of all runs together. prepare(workers) is told how many runs there are at a time; list_of(worker,
 // run) then gives a worker the program of a run.
 template <class T, class Prepare, class ListOf>
@@ -111,10 +69,10 @@ unsigned long run_all(unsigned int nqubits, unsigned long runs, unsigned long ga
 
     std::atomic<unsigned long> next = 0, done = 0;
     std::atomic<bool> stopped = false;
-    at_work threads;
+    replay::at_work threads;
     const auto caller = std::this_thread::get_id();
     const auto work = [&](PybindAmplixStateVectorCPU<T>& state, unsigned long worker) {
-        const at_work::one here(threads);
+        const replay::at_work::one here(threads);
         const bool hears = settings.hook && std::this_thread::get_id() == caller;
         const auto goes_on = [&](unsigned long = 0, unsigned long = 0) {
             if (hears && !stopped && !settings.hook(done, runs)) stopped = true;

@@ -59,7 +59,9 @@ def _exact_result(
     errors: Any = None
     if values is not None:
         errors = np.zeros(np.shape(values)) if np.ndim(values) else 0.0
-    return _result(circuit, shots, made.seed, threads, precision, made.active_qubits, made.rows, values, errors, plan, timings)
+    return _result(
+        circuit, shots, made.seed, threads, precision, made.active_qubits, made.rows, values, errors, plan, timings
+    )
 
 
 def _trajectory_result(

@@ -28,6 +28,9 @@ SHARES_PREFIXES = True
 
 _BYTES_PER_SHOT = 48  # while it waits for its event, in the core
 
+# From so many qubits on the core's threads share a state.
+_FEWEST_SHARED_QUBITS = 18
+
 
 class Trajectories(NamedTuple):
     """What a run by trajectories tells.
@@ -89,8 +92,7 @@ def trajectory_cost(circuit: Circuit, shots: int, threads: int, precision: Preci
         noisy = -np.expm1(-found.events_per_shot)
         distinct = 1 + (shots - 1) * noisy if found.is_plain else shots
         runs = 1 + (distinct - 1) / 2 if found.is_plain else shots
-        states = 2 * (threads if n < 18 else 1)
-        size = states * (memory.BYTES_PER_AMPLITUDE[precision] << n)
+        size = _state_bytes(n, threads, precision)
         return TrajectoryCost(n, gates, float(distinct), size, float(runs * gates * 2.0**n))
 
 
@@ -113,12 +115,19 @@ def run_trajectories(
         n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
         words = shot_rows.words_for(n_bits)
         n_observed = 0 if observed is None else len(observed.observables)
+        size = _state_bytes(len(segments.active), threads, precision)
+        memory.require_bytes(size, f"states of {len(segments.active)} qubits, two for each thread that has its own,")
         memory.require_bytes((8 * words + _BYTES_PER_SHOT + 24 * n_observed) * shots, f"shots={shots} of {n_bits} bits")
         rows = np.zeros((shots, words), dtype=np.uint64)
         made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits)
         with metered(progress, shots, "shots") as meter:
             distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
         return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors)
+
+
+def _state_bytes(n_qubits: int, threads: int, precision: Precision) -> int:
+    """Return what the states take, one that walks and one that parts from it, for each thread or for all together."""
+    return 2 * (threads if n_qubits < _FEWEST_SHARED_QUBITS else 1) * (memory.BYTES_PER_AMPLITUDE[precision] << n_qubits)
 
 
 def _prepared(circuit: Circuit, start: Start, precision: Precision) -> Any:
