@@ -77,13 +77,13 @@ class PreparedTrajectories(Prepared):
 
 
 class _Row(NamedTuple):
-    """A channel as the core takes it, and its usual operator if that is a gate."""
+    """A channel as the core takes it, and its usual operator if that is a gate: "diagonal" or "matrix", and its entries."""
 
     operators: tuple[Any, ...]
     shares: tuple[float, ...]
     usual: int
     is_mixture: bool
-    gate: tuple[complex, ...] | None
+    gate: tuple[str, tuple[complex, ...]] | None
 
 
 @lru_cache(maxsize=256)
@@ -101,8 +101,13 @@ def _row(channel: Channel) -> _Row:
         shares = [min(max(share - _ROUNDING, 0.0), 1.0) for share in least]
     usual = int(np.argmax(shares))
     matrix = matrices[usual]
-    is_identity = np.array_equal(matrix, np.eye(len(matrix)))
-    gate = None if is_identity else tuple(matrix.reshape(-1).tolist())
+    diagonal = np.diag(matrix)
+    gate = None
+    if not np.array_equal(matrix, np.diag(diagonal)):
+        gate = "matrix", tuple(matrix.reshape(-1).tolist())
+    elif not (diagonal == 1).all():
+        # Decay without a jump: a diagonal shares a sweep with those beside it.
+        gate = "diagonal", tuple(diagonal.tolist())
     return _Row(tuple(operators), tuple(shares), usual, probabilities is not None, gate)
 
 
@@ -127,5 +132,6 @@ def _with_usual(steps: Sequence[Instruction], places: Sequence[int]) -> _Core:
         qubits = step.qubits[::-1]
         sites.append((len(gates), row.gate is not None, channels[channel], [places[qubit] for qubit in qubits]))
         if row.gate is not None:
-            gates.append(Instruction("matrix", qubits, row.gate))
+            name, entries = row.gate
+            gates.append(Instruction(name, qubits, entries))
     return gates, rows, sites
