@@ -41,7 +41,7 @@ def number(pattern, output):
 def test_every_example_is_tested():
     here = Path(__file__).read_text()
     names = [file.stem for file in EXAMPLES.glob("*.py")]
-    assert len(names) == 8 and all(f'run("{name}")' in here for name in names)
+    assert len(names) == 10 and all(f'run("{name}")' in here for name in names)
 
 
 def test_grover(run):
@@ -116,3 +116,31 @@ def test_random_circuit_sampling(run):
         assert number(rf"2\^n p > {limit}: (\S+),", output) == pytest.approx(share, abs=0.01)
     for name, score in (("ideal", 1), ("fidelity 1/2", 0.5), ("uniform", 0)):
         assert number(rf"cross entropy, {name}: (\S+)", output) == pytest.approx(score, abs=0.05)
+
+
+def test_zero_noise_extrapolation(run):
+    output = run("zero_noise_extrapolation")
+    ideal = number(r"without noise: (\S+)", output)
+    for way in ("gates folded", "probabilities scaled"):
+        off, errors = [], []
+        for found in ("with noise", "linear", "Richardson"):
+            pattern = rf"{way}, {found}: {{}} ± {{}}, exactly {{}}\n".replace("{}", r"(\S+)")
+            mean, error, exact = (float(text) for text in re.search(pattern, output).groups())
+            assert 0 < abs(mean - exact) < 5 * error, (way, found)
+            off.append(abs(exact - ideal))
+            errors.append(error)
+        assert off[0] > 1.5 * off[1] > 3 * off[2] and errors == sorted(errors) and errors[2] < 0.02
+
+
+def test_noisy_ghz(run):
+    output = run("noisy_ghz")
+    assert "channel thermal_relaxation(" in output and " misread (" in output
+    found = re.findall(r"^ ?(\d+) qubits from \d: (\S+) \((.*)\)$", output, flags=re.MULTILINE)
+    assert [int(n) for n, _, _ in found] == 3 * [2, 4, 6, 8, 10, 12]
+    # Small ones exactly, large ones by trajectories.
+    assert found[0][2].endswith("on a density matrix") and found[-1][2].endswith("trajectories")
+    shares = [[float(share) for _, share, _ in found[first : first + 6]] for first in (0, 6, 12)]
+    assert all(series == sorted(series, reverse=True) for series in shares)
+    without_misreading, middle, end = shares
+    assert all(well > misread + 0.02 for well, misread in zip(without_misreading, middle))
+    assert middle[-1] > end[-1] + 3 * (2 * 0.25 / 5000) ** 0.5
