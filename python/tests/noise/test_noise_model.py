@@ -463,7 +463,7 @@ def test_errors_of_a_table_are_average_infidelities():
         (lambda: NoiseModel.from_calibration({"qubits": [{"t1": 1, "t2": 1}]}), "gates of the table must tell durations where t1 and t2 are given"),
         (lambda: NoiseModel.from_calibration({"gates": [{"error": 1}]}), r"gates\[0\] of the table must have the keys gate, .* got \['gate'\] missing"),
         (lambda: NoiseModel.from_calibration({"gates": [{"gate": "cx", "error": 1.0}]}), "must be from 0 to 0.8, the infidelity of the most noise there is, got 1.0"),
-        (lambda: NoiseModel.from_calibration({"gates": [{"gate": "own", "error": 0.1}]}), r"gates\[0\] of the table must tell qubits, because own is no gate"),
+        (lambda: NoiseModel.from_calibration({"gates": [{"gate": "own", "error": 0.1}]}), r"gates\[0\] of the table must tell qubits, because 'own' is no gate"),
         (lambda: NoiseModel.from_calibration({"gates": [{"gate": "cx", "qubits": [0], "error": 0.1}]}), "qubits must be tuples of 2 for cx|channel must act on"),
     ],
 )  # fmt: skip

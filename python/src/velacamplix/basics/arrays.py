@@ -130,7 +130,7 @@ def _array(value: Any, expected: str) -> NDArray[Any]:
     if isinstance(value, (str, bytes, dict)) or not isinstance(value, Iterable):
         raise TypeError(f"{expected}, got {checks.show(value)}")
     try:
-        return np.asarray(value)
+        return checks.array(value)
     except ValueError:  # rows of different lengths
         raise ValueError(f"{expected}, got {checks.show(value)}") from None
 

@@ -36,6 +36,8 @@ _PRODUCTS_AT_ONCE = 2**31
 # Products that are kept at a time.
 _ENTRIES_AT_ONCE = 2**18
 _PIECE = 2**14
+# A list of its integers takes 40 MB.
+_MOST_OF_RANGE = 1_000_000
 
 
 def digits(number: int) -> str:
@@ -241,6 +243,21 @@ def order(value: Any, name: str = "order") -> Order:
     return choice(value, name, ("big", "little"))  # type: ignore[return-value]
 
 
+def array(value: Any, dtype: Any = None) -> NDArray[Any]:
+    """Return the array that NumPy makes of `value`, without a copy where it is one.
+
+    A `range`, alone or as a row, is refused above a million numbers: it takes no room itself, but NumPy makes a list of it
+    first, which might be more than there is memory.
+
+    >>> array(range(3)).tolist()
+    [0, 1, 2]
+    """
+    for part in value if isinstance(value, (list, tuple)) else (value,):
+        if isinstance(part, range) and part[_MOST_OF_RANGE:]:
+            raise ValueError(f"a range must have at most {_MOST_OF_RANGE} numbers to be an array, got {show(part)}")
+    return np.asarray(value, dtype=dtype)
+
+
 def matrix(
     value: Any, n_qubits: int, name: str = "matrix", unitary: bool = True, own: bool = True
 ) -> NDArray[np.complex128]:
@@ -266,26 +283,26 @@ def matrix(
     size = 2**n_qubits
     expected = f"{name} must be a {size} x {size} array of numbers for {n_qubits} qubit(s)"
     try:
-        array = np.asarray(value)
+        entries = array(value)
     except ValueError:  # rows of different lengths
         raise ValueError(f"{expected}, got {show(value)}") from None
-    if array.dtype.kind not in "biufc":
+    if entries.dtype.kind not in "biufc":
         # Recent NumPy refuses ragged rows above, older ones make objects of them.
         raise TypeError(f"{expected}, got {show(value)}")
-    if array.shape != (size, size):
-        raise ValueError(f"{expected}, got shape {array.shape}")
-    array = (np.array if own else np.asarray)(array, dtype=np.complex128, order="C")
-    if not np.isfinite(array).all():
+    if entries.shape != (size, size):
+        raise ValueError(f"{expected}, got shape {entries.shape}")
+    entries = (np.array if own else np.asarray)(entries, dtype=np.complex128, order="C")
+    if not np.isfinite(entries).all():
         raise ValueError(f"{name} must hold finite numbers only, got {show(value)}")
     if unitary:
         # Entries may be huge: an overflow here is a deviation, not a warning.
         with np.errstate(all="ignore"):
-            deviation = deviation_from_unitary(array)
+            deviation = deviation_from_unitary(entries)
         if not deviation <= UNITARY_TOLERANCE:
             raise ValueError(
                 f"{name} must be unitary, got one with an entry of U·U† that is {deviation:.3g} off the identity"
             )
-    return array
+    return entries
 
 
 def outcome(value: Any, n_qubits: int, name: str = "outcome") -> int:

@@ -709,7 +709,7 @@ _MADE_BY = (
 
 def _complex(pairs: Any, name: str) -> NDArray[np.complex128]:
     try:
-        numbers = np.asarray(pairs, dtype=np.float64)
+        numbers = checks.array(pairs, np.float64)
     except (TypeError, ValueError):
         numbers = np.zeros(0)
     if numbers.ndim < 3 or numbers.shape[-1] != 2:

@@ -97,7 +97,7 @@ def _matrix(value: Any, name: str) -> Matrix:
     sizes = {2**n: n for n in range(1, MOST_QUBITS + 1)}
     expected = f"{name} must be a square array of numbers with 2, 4, 8 or 16 rows, for 1 to {MOST_QUBITS} qubits"
     try:
-        shape = np.shape(value)
+        shape = checks.array(value).shape
     except ValueError:  # rows of different lengths
         raise ValueError(f"{expected}, got {checks.show(value)}") from None
     if len(shape) != 2 or shape[0] != shape[1] or shape[0] not in sizes:

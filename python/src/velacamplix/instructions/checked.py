@@ -135,7 +135,7 @@ def diagonal(values: Any, n_targets: int, name: str = "diagonal", unitary: bool 
     size = 2**n_targets
     expected = f"{name} must be {size} numbers for {n_targets} qubit(s)"
     try:
-        array = np.asarray(values)
+        array = checks.array(values)
     except ValueError:  # lists of different lengths
         raise ValueError(f"{expected}, got {checks.show(values)}") from None
     if array.dtype.kind not in "biufc":

@@ -412,7 +412,7 @@ def _numbers(values: Any) -> tuple[int, ...] | None:
 
 def _flips(matrix: Any) -> tuple[float, float]:
     try:
-        array = np.asarray(matrix, dtype=np.float64)
+        array = checks.array(matrix, np.float64)
     except (TypeError, ValueError):
         array = np.zeros(0)
     if array.shape != (2, 2):

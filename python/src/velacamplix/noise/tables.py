@@ -157,7 +157,7 @@ def gate_errors(table: Any) -> Iterator[tuple[str, str, Channel, Any]]:
         kinds = kinds_of(name)
         size = len(checks.qubits(listed, MOST_QUBITS)) if listed is not None else size_of(next(iter(kinds)))
         if size is None or len(kinds) > 1 and listed is None:
-            raise ValueError(f"{where} must tell qubits, because {name} is no gate of the package, got {checks.show(dict(row))}")
+            raise ValueError(f"{where} must tell qubits, because {checks.show(name)} is no gate of the package, got {checks.show(dict(row))}")
         error, most = checks.real(row["error"], f"error of {where}"), 2**size / (2**size + 1)
         if not 0 <= error <= most:
             raise ValueError(

@@ -207,7 +207,7 @@ def _square(matrix: Any) -> tuple[np.ndarray, int]:
     """Return a matrix as a checked array, and its number of qubits."""
     is_sparse = hasattr(matrix, "toarray")
     try:
-        shape = tuple(matrix.shape if is_sparse else np.shape(matrix))
+        shape = tuple(matrix.shape if is_sparse else checks.array(matrix).shape)
     except ValueError:  # rows of different lengths
         shape = ()
     if shape not in [(2**n, 2**n) for n in range(MOST_MATRIX_QUBITS + 1)]:

@@ -109,7 +109,7 @@ def _of_state(state: Any, qubits: Sequence[int]) -> np.ndarray:
 
 def _of_array(source: Any) -> np.ndarray:
     try:
-        vectors: np.ndarray = np.atleast_2d(np.asarray(source, dtype=float))
+        vectors: np.ndarray = np.atleast_2d(checks.array(source, float))
     except (TypeError, ValueError):
         raise TypeError(f"source must be a StateVector, a Result or vectors of 3 real numbers, got {checks.show(source)}") from None
     if vectors.ndim != 2 or vectors.shape[1] != 3 or not len(vectors):

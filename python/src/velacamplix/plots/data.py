@@ -177,7 +177,7 @@ def _what(name: str) -> str:
 def array(values: Any, name: str, kind: Any) -> np.ndarray:
     """Return numbers, one for each outcome of some bits."""
     try:
-        array: np.ndarray = np.asarray(values, dtype=kind)
+        array: np.ndarray = checks.array(values, kind)
     except (TypeError, ValueError):
         raise TypeError(f"{name} must hold numbers, got {checks.show(values)}") from None
     if array.ndim != 1 or len(array) == 0 or len(array) & (len(array) - 1):

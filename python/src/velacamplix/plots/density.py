@@ -86,7 +86,7 @@ def plot_density(matrix: Any, *, axes: Any = None) -> tuple[Any, Any]:
 def _checked(matrix: Any) -> np.ndarray:
     hint = "; reduced(qubits) of a state or a result gives one" if hasattr(matrix, "reduced") else ""
     try:
-        values: np.ndarray = np.asarray(matrix, dtype=complex)
+        values: np.ndarray = checks.array(matrix, complex)
     except (TypeError, ValueError):
         raise TypeError(f"matrix must be an array of numbers, got {checks.show(matrix)}{hint}") from None
     shape = values.shape

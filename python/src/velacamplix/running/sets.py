@@ -96,9 +96,10 @@ def _numbers(value: Any, name: str, expected: str, dimensions: range) -> np.ndar
         array = np.array(checks.real(value, name))
     else:
         try:
-            array = np.asarray(value)
-        except ValueError:  # rows of different lengths
-            raise ValueError(f"{name} must be {expected}, got {checks.show(value)}") from None
+            array = checks.array(value)
+        except ValueError as error:  # rows of different lengths
+            why = f"; {error}" if isinstance(value, range) else ""
+            raise ValueError(f"{name} must be {expected}, got {checks.show(value)}{why}") from None
         if array.dtype.kind == "O" and array.ndim == 1:  # numbers of other kinds
             array = np.array([checks.real(item, f"{name}[{i}]") for i, item in enumerate(array)])
         if array.dtype.kind not in "iuf":
