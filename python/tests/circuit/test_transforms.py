@@ -122,6 +122,8 @@ MISTAKES = {
     "too few qubits": (ValueError, "observable must act on qubits of the circuit, 2, got 3", lambda c: c.trotter("Z2", 1.0)),
     "no observable": (ValueError, "observable", lambda c: c.trotter("A0", 1.0)),
     "no time": (ValueError, "time must be finite, got nan", lambda c: c.trotter("Z0", np.nan)),
+    "angles beyond numbers": (ValueError, "time must give finite angles .*, got 1e\\+308", lambda c: c.trotter("Z0 + X1", 1e308)),
+    "coefficients beyond": (ValueError, "time must give finite angles", lambda c: c.trotter("1e308*Z0", Parameter("t"))),
     "a text as time": (TypeError, "time must be a real number", lambda c: c.trotter("Z0", "1")),
     "no steps": (ValueError, "steps must be an integer of at least 1, got 0", lambda c: c.trotter("Z0", 1.0, 0)),
     "half a step": (TypeError, "steps must be an integer", lambda c: c.trotter("Z0", 1.0, 0.5)),

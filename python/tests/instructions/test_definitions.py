@@ -115,7 +115,7 @@ def test_greedy_definitions_are_refused_before_they_begin():
 def test_an_angle_without_value_inside_names_the_gate():
     definition = GateDefinition("turn", Circuit(1).rx(1 / T, 0))
     circuit = Circuit(1).gate(definition, 0, [0.0])
-    with pytest.raises(ValueError, match=r"division by zero, in gate 'turn' called with \(0\)"):
+    with pytest.raises(ValueError, match=r"division by zero in .*, in gate 'turn' called with \(0\)"):
         list(circuit.basic_instructions())
     with pytest.raises(ValueError, match="division by zero"):
         StateVector(1).run(circuit)

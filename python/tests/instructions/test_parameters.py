@@ -99,8 +99,8 @@ def test_partial_substitution_keeps_the_rest():
 @pytest.mark.parametrize(
     "expression, values, message",
     [
-        (1 / A, {"a": 0.0}, "division by zero"),
-        (A * A, {"a": 1e300}, "number too large"),
+        (2 * (1 / A), {"a": 0.0}, "division by zero in 1/a$"),
+        (A * A, {"a": 1e300}, r"number too large in a\*a$"),
         (A.exp(), {"a": 1000.0}, "number too large"),
         (A.log(), {"a": -1.0}, "ln of -1 is not a real number"),
         (A.sqrt(), {"a": -1.0}, "sqrt of -1 is not a real number"),
@@ -481,7 +481,7 @@ def test_angles_of_bound_circuits_are_those_of_evaluate(seed):
 def test_an_infinite_part_is_never_hidden():
     a, b = Parameter("a"), Parameter("b")
     for expression in (1 / (a * b), (-(a * b)).exp(), (a * b).arctan(), (a * b) ** -1.0, 0 * (a * b), a * b - a * b):
-        assert bound_twice(Circuit(1).rx(expression, 0), [1e200, 1e200]) == "number too large"
+        assert bound_twice(Circuit(1).rx(expression, 0), [1e200, 1e200]) == "number too large in a*b"
 
 
 def test_shared_parts_do_not_multiply():

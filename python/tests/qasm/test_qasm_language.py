@@ -330,7 +330,7 @@ def test_a_body_without_a_value_is_told_when_it_runs():
 
     text = "gate g(a) x { rx(1/a) x; } gate around(a) x { g(2*a) x; } qreg q[1]; around(0) q[0];"
     circuit = read_qasm(HEADER + text)
-    with pytest.raises(ValueError, match=r"division by zero, in gate 'g' called with \(0\)"):
+    with pytest.raises(ValueError, match=r"division by zero in .*, in gate 'g' called with \(0\)"):
         run(circuit)
-    with pytest.raises(ValueError, match=r"number too large, in gate 'g' called with"):
+    with pytest.raises(ValueError, match=r"number too large in .*, in gate 'g' called with"):
         run(read_qasm(HEADER + text.replace("around(0)", "around(0.5e-320)")))

@@ -136,6 +136,9 @@ class Transforms(Record):
                 f"steps must give at most {_MOST_IN_A_BLOCK} instructions, got {checks.show(steps)} of {len(factors)} terms"
             )
         coefficients: list[Any] = [term.coefficient for term in energy.terms]
+        largest = 2 * sum(map(abs, coefficients), abs(energy.constant)) * (1.0 if isinstance(whole, Expression) else abs(whole))
+        if not math.isfinite(largest):
+            raise ValueError(f"time must give finite angles with the observable's coefficients, got {checks.show(time)}")
         for place, share in _joined(_shares(len(factors), order) * times):
             for part in rotation(factors[place], 2 * coefficients[place] * share / times * whole):
                 self._put(part)

@@ -191,7 +191,7 @@ class Expression:
                 known[id(part)] = values[part.name]
             else:
                 operands = [item if type(item) is float else known[id(item)] for item in part.operands]
-                known[id(part)] = calculated(part.operation, operands)
+                known[id(part)] = calculated(part.operation, operands, part)
         return known[id(self)]
 
     def substitute(self, values: Mapping[str, float]) -> Angle:
@@ -210,10 +210,10 @@ class Expression:
             operands = tuple([item if type(item) is float else known[id(item)] for item in part.operands])
             n_numbers = next((n for n, item in enumerate(operands) if type(item) is not float), len(operands))
             if n_numbers == len(operands):
-                known[id(part)] = calculated(part.operation, operands)
+                known[id(part)] = calculated(part.operation, operands, part)
                 continue
             if n_numbers > 1:  # the beginning of a sum or a product
-                operands = calculated(part.operation, operands[:n_numbers]), *operands[n_numbers:]
+                operands = calculated(part.operation, operands[:n_numbers], part), *operands[n_numbers:]
             known[id(part)] = Expression(part.operation, operands)
         return known[id(self)]
 
@@ -308,20 +308,22 @@ class Parameter(Expression):
         return (Parameter, (self.name,))
 
 
-def calculated(operation: str, operands: Sequence[Any]) -> float:
-    """Return the finite result of one operation, or raise `CalculationError` with the reason."""
+def calculated(operation: str, operands: Sequence[Any], part: Expression | None = None) -> float:
+    """Return the finite result of one operation, or raise `CalculationError` with the reason and, if given, the part."""
     try:
         value = FUNCTIONS[operation](*operands)
     except ZeroDivisionError:
-        raise CalculationError("division by zero") from None
+        reason = "division by zero"
     except OverflowError:
-        raise CalculationError("number too large") from None
+        reason = "number too large"
     except ValueError:
         listed = " and ".join(f"{operand:g}" for operand in operands)
-        raise CalculationError(f"{operation} of {listed} is not a real number") from None
-    if value - value != 0.0:  # infinite, or what became of an infinite part
-        raise CalculationError("number too large")
-    return value
+        reason = f"{operation} of {listed} is not a real number"
+    else:
+        if value - value == 0.0:  # neither infinite nor what became of an infinite part
+            return value
+        reason = "number too large"
+    raise CalculationError(reason if part is None else f"{reason} in {checks.show(part)}")
 
 
 def joined(operation: str, operands: Sequence[Angle]) -> Expression:

@@ -66,7 +66,7 @@ def slopes(expression: Expression, values: Mapping[str, float]) -> dict[str, flo
         if isinstance(part, Parameter):
             known[id(part)] = values[part.name]
         else:
-            known[id(part)] = calculated(part.operation, _operands(part, known))
+            known[id(part)] = calculated(part.operation, _operands(part, known), part)
     # From the outermost operation inwards: what the whole changes by with each part.
     weights: dict[int, float] = {id(part): 0.0 for part in expression.parts()}
     weights[id(expression)] = 1.0
