@@ -340,6 +340,13 @@ def test_new_figures_have_the_size_that_was_set():
         (lambda: plot_probabilities([1, 0], errors=[0.1, -0.1]), ValueError, "errors must hold no negative error"),
         (lambda: plot_probabilities([1, 0], errors=0.1), TypeError, "errors must be a mapping from bit strings, or an array"),
         (lambda: plot_probabilities([{"0": 1}, {"1": 1}], errors=[{}]), ValueError, "errors must hold one item for each of 2"),
+        (lambda: plot_probabilities([1, 0], errors=[0.1]), ValueError, "errors must be for outcomes of 1 bits, as the probabilities are, got one for ''"),
+        (lambda: plot_probabilities([1, 0], errors=[0.1] * 4), ValueError, "errors must be for outcomes of 1 bits, as the probabilities are, got one for '00'"),
+        (
+            lambda: plot_probabilities([{"0": 1}, {"1": 1}], errors=[{}, {"01": 0.1}]),
+            ValueError,
+            "errors[1] must be for outcomes of 1 bits",
+        ),
         (lambda: plot_probabilities([{"0": 1}, [1, "x"]]), TypeError, "source[1] must hold numbers"),
         (lambda: plot_probabilities([StateVector(1), [1, 0]], qubits=[0]), TypeError, "qubits can only be given for a StateVector"),
         (lambda: plot_state({"0": 1}), TypeError, "state must be a StateVector or an array"),

@@ -132,6 +132,13 @@ def with_errors(data: Sequence[Data], errors: Any, sets: Sequence[Any]) -> list[
     if len(listed) != len(sets):
         raise ValueError(f"errors must hold one item for each of {len(sets)} data sets, got {len(listed)}")
     given = [dict(_probabilities(one, numbered("errors", number, len(sets)))) for number, one in enumerate(listed)]
+    for number, (one, errors_of) in enumerate(zip(data, given)):
+        widths = {len(outcome) for outcome in one.values}
+        if wrong := [outcome for outcome in errors_of if widths and len(outcome) not in widths]:
+            name = numbered("errors", number, len(sets))
+            raise ValueError(
+                f"{name} must be for outcomes of {max(widths)} bits, as the probabilities are, got one for {checks.show(wrong[0])}"
+            )
     return [one._replace(error=_looked_up(errors_of)) for one, errors_of in zip(data, given)]
 
 
