@@ -17,7 +17,7 @@ from ..instructions.binding import Template
 from ..machine import memory
 from ..observables.observable import Observable
 from ..programs.drive import heard
-from ..programs.prepare import Prepared
+from ..programs.prepare import HasNoise, Prepared
 from ..programs.progress import AnyMeter, metered
 from ..programs.segments import Measurement, Segments, Stretch
 from ..results.plan import Timings
@@ -133,6 +133,8 @@ class _Member(NamedTuple):
             yield
         except Exception as error:
             error.add_note(f"This is about {self.name}.")
+            if isinstance(error, HasNoise):
+                error.add_note("With noise a circuit is run by itself: run(circuit), not among many runs in one call.")
             raise
 
     def state_again(self) -> Callable[[], StateVector]:
