@@ -128,3 +128,9 @@ def test_classes_that_inherit_stay_what_they_are():
 
     for made in (Mine("X0") + 1, Mine("X0") @ Observable("Y0"), -Mine("X0"), Mine.projector("0"), Mine("Z0").simplify()):
         assert type(made) is Mine
+
+
+def test_equal_products_whose_weights_no_double_holds_together_are_refused():
+    large = Observable("1e308*X0") + Observable("1e308*X0")
+    with pytest.raises(ValueError, match="a coefficient must be finite, got inf"):
+        large.simplify()

@@ -15,7 +15,7 @@ from ..basics.words import counted
 from ..core import extension
 from ..views import html
 from .reading import from_strings, from_tuple
-from .terms import Listed, Number, Term, finite, mask, plain, product_text, without_identities
+from .terms import Listed, Number, Term, finite, mask, product_text, without_identities
 from .text import parse
 
 
@@ -82,12 +82,14 @@ class ObservableBase(Guiding):
     def simplify(self) -> Self:
         """Return an equal observable in which every product stands once, and none with coefficient 0.
 
+        ValueError if a coefficient becomes too large for a double.
+
         >>> Observable("X0 + Z1 - Z1 + 2*X0").simplify()
         Observable('3.0*X0')
         """
         sums: dict[tuple[str, tuple[int, ...]], Number] = {}
         for coefficient, paulis, qubits in self._terms:
-            sums[paulis, qubits] = plain(sums.get((paulis, qubits), 0.0) + coefficient)
+            sums[paulis, qubits] = finite(sums.get((paulis, qubits), 0.0) + coefficient)
         merged = [Term(coefficient, *product) for product, coefficient in sums.items() if coefficient != 0]
         return self._of(merged, self._constant, self._n_qubits)
 
