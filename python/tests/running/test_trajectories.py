@@ -188,6 +188,18 @@ def test_readout_errors():
     assert not bits[:, [i for i in range(70) if i not in (0, 33, 69)]].any()
 
 
+def test_shots_that_nothing_misreads_are_told():
+    noise, bell = NoiseModel().readout(0.1, 0.2, qubits=1), Circuit(2).h(0).cx(0, 1)
+    with pytest.warns(UserWarning, match="the circuit measures nothing, so its shots are read without errors") as caught:
+        assert set(run(bell, shots=100, seed=1, noise=noise).counts) == {"00", "11"}
+    assert [warning.filename for warning in caught] == [__file__]
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        assert run(bell, observables="Z0 Z1", noise=noise).expectation_values == pytest.approx(1)
+        assert len(run(bell.copy().measure_all(), shots=100, seed=1, noise=noise).counts) > 2
+        run(bell, shots=100, noise=NoiseModel().readout(0.0, 0.0).readout(0.1, 0.2, qubits=2))
+
+
 def test_the_last_reading_of_a_bit_counts():
     misread = Instruction("measure", (0,), clbits=(0,), detail=Readout(((1.0, 0.0),)))
     circuit = Circuit(2, 1).append(misread).x(1).measure(1, 0)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import warnings
 from typing import Any, Literal
 
 from ..basics import checks
@@ -31,7 +32,7 @@ def checked_method(method: Any) -> str:
     return checks.plain(method)
 
 
-def with_noise(circuit: Circuit, noise: Any) -> Circuit:
+def with_noise(circuit: Circuit, noise: Any, has_shots: bool) -> Circuit:
     """Return the circuit with a model's noise in it, if there is one."""
     if noise is None:
         return circuit
@@ -40,7 +41,17 @@ def with_noise(circuit: Circuit, noise: Any) -> Circuit:
             f"noise must be a NoiseModel or None, got {checks.show(noise)}; circuit.channel(channel, qubits) puts a single "
             "channel into a circuit"
         )
-    return noise._applied(circuit, stacklevel=3)
+    noisy = noise._applied(circuit, stacklevel=3)
+    # Misreadings belong to measurements: the qubits of a circuit without one are read as they are.
+    if has_shots and not any([step.name == "measure" for step in leaves(circuit._instructions)]):
+        if any([any(noise.readout_of(q)) for q in range(circuit.n_qubits)]):
+            warnings.warn(
+                "noise misreads measurements, but the circuit measures nothing, so its shots are read without errors; "
+                "Circuit.measure_all adds measurements",
+                UserWarning,
+                stacklevel=3,
+            )
+    return noisy
 
 
 def checked_first_shot(first_shot: Any, is_noisy: bool) -> int:

@@ -208,7 +208,7 @@ def run(
     if are_many or values is not None:
         require_no_noise(noise, way, first_shot, is_mixed)
     else:
-        circuits = [with_noise(circuits[0], noise)]
+        circuits = [with_noise(circuits[0], noise, shots is not None)]
     is_one = not are_many and values is None
     is_noisy = is_one and (
         noise is not None or way != "auto" or is_mixed or (first_shot is not None and has_noise(circuits[0]))
