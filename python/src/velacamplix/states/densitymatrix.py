@@ -83,7 +83,7 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
 
     @classmethod
     def from_statevector(cls, state: StateBase, threads: int | None = None, seed: Seed | None = None) -> Self:
-        """Return |psi><psi| of a state, in its precision.
+        """Return ``|psi><psi|`` of a state, in its precision.
 
         Parameters
         ----------
