@@ -25,14 +25,15 @@ qubits = [
 ]
 gates = [{"gate": "h", "error": 3e-4, "duration": 35e-9}, {"gate": "measure", "duration": 1e-6}]
 for q, error in enumerate(random.uniform(0.002, 0.01, most - 1)):
-    gates += [{"gate": "cx", "qubits": pair, "error": error, "duration": 300e-9} for pair in ([q, q + 1], [q + 1, q])]
+    for pair in ([q, q + 1], [q + 1, q]):
+        gates.append({"gate": "cx", "qubits": pair, "error": error, "duration": 300e-9})
 device = NoiseModel.from_calibration({"qubits": qubits, "gates": gates})
 well_read = [{"t1": qubit["t1"], "t2": qubit["t2"]} for qubit in qubits]
 without_misreading = NoiseModel.from_calibration({"qubits": well_read, "gates": gates})
 
 # %%
-# From its first qubit, the state grows to one side; from the middle to both, in about half the time. What the model makes of a
-# circuit can be looked at.
+# From its first qubit, the state grows to one side; from the middle to both, in about half the time. What the model makes
+# of a circuit can be looked at.
 
 
 def ghz(n, first):
@@ -56,16 +57,19 @@ def share(n, first, noise):
     """Of the shots that read 0...0 or 1...1, and its standard error."""
     result = run(ghz(n, first), shots=shots, seed=n, noise=noise, method="auto")
     found = sum(result.counts.get(bit * n, 0) for bit in "01") / shots
-    print(f"{n:2} qubits from {first}: {found:.3f} ({result.plan})")
+    print(f"{n:2} qubits: {found:.3f} ({result.plan})")
     return found, np.sqrt(found * (1 - found) / shots)
 
 
 sizes = range(2, most + 1, 2)
-shares = {
-    "from the middle, without misreading": [share(n, n // 2, without_misreading) for n in sizes],
-    "from the middle": [share(n, n // 2, device) for n in sizes],
-    "from the end": [share(n, 0, device) for n in sizes],
-}
+shares = {}
+for name, begins_at, noise in (
+    ("from the middle, without misreading", 0.5, without_misreading),
+    ("from the middle", 0.5, device),
+    ("from the end", 0, device),
+):
+    print(f"{name}:")
+    shares[name] = [share(n, int(begins_at * n), noise) for n in sizes]
 
 # %%
 figure, ax = pyplot.subplots(figsize=(6.4, 4), layout="constrained")

@@ -57,14 +57,16 @@ measured = {}
 print(f"without noise: {ideal:.4f}")
 for name, points in ways.items():
     scales = np.array([scale for scale, _, _ in points])
-    exact = np.array([run(c, noise=model, observables=observable).expectation_values for _, c, model in points])
-    counts = [run(c, noise=model, shots=shots, seed=seed).counts for seed, (_, c, model) in enumerate(points)]
-    means, errors = np.array([one.expectation(observable)[:2] for one in counts]).T
+    exact, means, errors = np.empty((3, len(points)))
+    for i, (_, noisy, model) in enumerate(points):
+        exact[i] = run(noisy, noise=model, observables=observable).expectation_values
+        means[i], errors[i] = run(noisy, noise=model, shots=shots, seed=i).counts.expectation(observable)
     measured[name] = scales, means, errors
     print(f"{name}, with noise: {means[0]:.4f} ± {errors[0]:.4f}, exactly {exact[0]:.4f}")
     for method, degree in methods.items():
         w = weights(scales, degree)
-        print(f"{name}, {method}: {w @ means:.4f} ± {np.linalg.norm(w * errors):.4f}, exactly {w @ exact:.4f}")
+        error = np.linalg.norm(w * errors)
+        print(f"{name}, {method}: {w @ means:.4f} ± {error:.4f}, exactly {w @ exact:.4f}")
 
 # %%
 figure, panels = pyplot.subplots(1, 2, figsize=(8, 3.6), sharey=True, layout="constrained")
@@ -77,7 +79,8 @@ for ax, (name, (scales, means, errors)) in zip(panels, measured.items()):
         colour, line, mark = styles[method]
         ax.plot(along, np.polyval(np.polyfit(scales, means, degree), along), line, color=colour)
         w = weights(scales, degree)
-        ax.errorbar(0, w @ means, np.linalg.norm(w * errors), fmt=mark, color=colour, capsize=3, label=method)
+        error = np.linalg.norm(w * errors)
+        ax.errorbar(0, w @ means, error, fmt=mark, color=colour, capsize=3, label=method)
     ax.set_xlabel(f"strength of the noise, {name}")
     ax.set_xticks([0, *scales])
 panels[0].set_ylabel("mean of Z2")

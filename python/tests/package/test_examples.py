@@ -135,7 +135,7 @@ def test_zero_noise_extrapolation(run):
 def test_noisy_ghz(run):
     output = run("noisy_ghz")
     assert "channel thermal_relaxation(" in output and " misread (" in output
-    found = re.findall(r"^ ?(\d+) qubits from \d: (\S+) \((.*)\)$", output, flags=re.MULTILINE)
+    found = re.findall(r"^ ?(\d+) qubits: (\S+) \((.*)\)$", output, flags=re.MULTILINE)
     assert [int(n) for n, _, _ in found] == 3 * [2, 4, 6, 8, 10, 12]
     # Small ones exactly, large ones by trajectories.
     assert found[0][2].endswith("on a density matrix") and found[-1][2].endswith("trajectories")
