@@ -16,8 +16,8 @@ most, shots = 12, 5000
 random = np.random.default_rng(4)
 
 # %%
-# Twelve qubits in a row, CNOT gates between neighbours in both directions. Times are in seconds; the errors of gates are
-# average infidelities.
+# Twelve qubits in a row, CNOT gates between neighbours in both directions. Times are in seconds; the errors of gates
+# are average infidelities.
 
 qubits = [
     {"t1": t1, "t2": 0.8 * t1, "p1_given_0": misread, "p0_given_1": 2 * misread}
@@ -32,8 +32,8 @@ well_read = [{"t1": qubit["t1"], "t2": qubit["t2"]} for qubit in qubits]
 without_misreading = NoiseModel.from_calibration({"qubits": well_read, "gates": gates})
 
 # %%
-# From its first qubit, the state grows to one side; from the middle to both, in about half the time. What the model makes
-# of a circuit can be looked at.
+# From its first qubit, the state grows to one side; from the middle to both, in about half the time. What the model
+# makes of a circuit can be looked at.
 
 
 def ghz(n, first):

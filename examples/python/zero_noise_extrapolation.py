@@ -43,8 +43,8 @@ ways = {
 
 # %%
 # An extrapolated value is a weighted sum of the means: what a straight line has at 0, or the parabola through all three
-# (Richardson's extrapolation). The same weights tell its standard error. Richardson's are the larger ones: it lies closer
-# to the truth on average, and scatters more.
+# (Richardson's extrapolation). The same weights tell its standard error. Richardson's are the larger ones: it lies
+# closer to the truth on average, and scatters more.
 
 
 def weights(scales, degree):
