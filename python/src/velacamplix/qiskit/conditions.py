@@ -12,6 +12,8 @@ from qiskit.circuit.classical import expr, types
 from ..instructions.condition import AnyCondition, CompoundCondition, Condition
 from .errors import NotConverted
 
+_Index = getattr(expr, "Index", ())  # since Qiskit 1.1
+
 # An expression that has no words here is tried on all values of at most so many bits.
 _MOST_TRIED = 10
 
@@ -118,7 +120,7 @@ def _of_expression(node: Any, clbits: Places) -> AnyCondition | None:
 def _of_bits(node: Any, clbits: Places) -> tuple[int, ...] | None:
     if isinstance(node, expr.Var):
         return bits_of(node, clbits)
-    if isinstance(node, expr.Index) and isinstance(node.index, expr.Value):
+    if isinstance(node, _Index) and isinstance(node.index, expr.Value):
         bits = _of_bits(without_casts(node.target), clbits)
         return None if bits is None else bits[node.index.value : node.index.value + 1] or None
     return None
@@ -157,7 +159,7 @@ def _value(node: Any, held: Mapping[Any, int]) -> Any:
         made = sum([held[bit] << place for place, bit in enumerate(node.var)])
     elif isinstance(node, expr.Cast):
         made = _value(node.operand, held)
-    elif isinstance(node, expr.Index):
+    elif isinstance(node, _Index):
         made = _value(node.target, held) >> _value(node.index, held) & 1
     elif isinstance(node, expr.Unary) and node.op.name in ("LOGIC_NOT", "BIT_NOT"):
         made = ~_value(node.operand, held) if kind is types.Uint else not _value(node.operand, held)

@@ -136,7 +136,7 @@ class _Writing:
             operation, qubits = qiskit_gate(step, []), qubits[::-1]  # the last is the lowest bit of a row's number
         else:
             operation = qiskit_gate(step, [qiskit_angle(value, values) for value in step.params])
-        target.append(operation, [self._qubits[qubit] for qubit in step.controls + qubits], copy=False)
+        target.append(operation, [self._qubits[qubit] for qubit in step.controls + qubits])
 
     def _defined(self, definition: GateDefinition, params: tuple[Any, ...]) -> Any:
         key = id(definition), params
@@ -183,4 +183,4 @@ class _Writing:
                 operation = WhileLoopOp(condition, bodies[0])
             else:
                 operation = IfElseOp(condition, bodies[0], bodies[1] if detail.otherwise else None)
-        target.append(operation, qubits, clbits, copy=False)
+        target.append(operation, qubits, clbits)
