@@ -193,7 +193,7 @@ def test_expressions(place):
     for step in converted.bind({name: value for name, value in values.items() if name in converted.parameters}):
         assert step.params[0] == pytest.approx(wanted, rel=1e-14)
     bound = back.assign_parameters({p: values[p.name] for p in back.parameters})
-    assert float(bound.data[0].params[0]) == pytest.approx(wanted, rel=1e-14)
+    assert float(bound.data[0].operation.params[0]) == pytest.approx(wanted, rel=1e-14)
 
 
 def test_functions_that_have_no_word_in_both():
@@ -208,14 +208,14 @@ def test_functions_that_have_no_word_in_both():
     for value in (np.arcsin(y), np.arccos(y), np.arctan(y), np.sqrt(y)):
         ours = Circuit(1).rx(value, 0)
         bound = from_velacamplix(ours).assign_parameters({"x": 0.3})
-        assert float(bound.data[0].params[0]) == pytest.approx(ours.bind(x=0.3)[0].params[0], rel=1e-15)
+        assert float(bound.data[0].operation.params[0]) == pytest.approx(ours.bind(x=0.3)[0].params[0], rel=1e-15)
 
 
 def test_vectors_stay_vectors():
     theta = ParameterVector("theta", 12)
     theirs = Circuit(12).rx(theta, range(12)).to_qiskit()
     assert [p.name for p in theirs.parameters] == [f"theta[{place}]" for place in range(12)]  # 2 before 10
-    assert theirs.assign_parameters(np.arange(12.0)).data[11].params == [11.0]
+    assert theirs.assign_parameters(np.arange(12.0)).data[11].operation.params == [11.0]
     assert len({p.vector for p in theirs.parameters}) == 1
     assert Circuit.from_qiskit(theirs) == Circuit(12).rx(theta, range(12))
     phi = QiskitVector("phi", 3)
