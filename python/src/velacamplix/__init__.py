@@ -63,7 +63,7 @@ _ROOMS = (
     ("gradients",),
     ("plots",),
     ("cli",),
-    ("torch", "jax"),
+    ("torch", "jax", "qiskit"),
 )
 
 __all__ = [

@@ -64,7 +64,6 @@ RESULT = run(Circuit(2).h(0), shots=10, seed=1)
         (lambda: Counts({3: 5}), TypeError, "Counts.from_ints takes numbers"),
         (lambda: StateVector.from_label("01"), AttributeError, "type object 'StateVector' has no attribute 'from_label': here "),
         (lambda: Circuit.from_qasm_str(""), AttributeError, "here that is Circuit.from_qasm(text)"),
-        (lambda: Circuit.from_qiskit(None), AttributeError, "here that is Circuit.from_qasm(qiskit.qasm2.dumps(circuit))"),
         (lambda: Observable.from_list([("ZZ", 1)]), AttributeError, 'here that is Observable({"ZZ": 0.5})'),
         (lambda: Circuit.H, AttributeError, "type object 'Circuit' has no attribute 'H': here that is h"),
         (lambda: StateVector(2).partial_trace([0]), AttributeError, "here that is state.reduced(qubits), of those that stay"),

@@ -248,13 +248,11 @@ def test_circuits_of_both_versions_are_the_same(seed):
 def test_qiskit_reads_measurements_and_conditions():
     qasm3 = pytest.importorskip("qiskit.qasm3", reason="needs Qiskit: pip install velacamplix[test]")
     pytest.importorskip("qiskit_qasm3_import", reason="needs Qiskit's importer: pip install velacamplix[test]")
-    from velacamplix.qasm.from_qiskit import parts_from_qiskit
-
     circuit = several_registers().h(0).measure([0, 1], [3, 4]).measure([1, 0], [0, 2]).measure(2, 1).measure([3, 0], [2, 4]).reset(1).barrier(0, 2)
     for condition in (circuit.bits("d") == 2, circuit.bits(0), ~circuit.bits(1)):
         with circuit.when(condition):
             circuit.x(0)
-    theirs = Circuit._assembled(*parts_from_qiskit(qasm3.loads(circuit.to_qasm3())))
+    theirs = Circuit.from_qiskit(qasm3.loads(circuit.to_qasm3()))
     flat = [
         part
         for step in circuit

@@ -28,7 +28,6 @@ WRITE = {
         "expectation": "run(circuit).expectation(observable)",
         "from_qasm_file": "Circuit.from_qasm(path)",
         "from_qasm_str": "Circuit.from_qasm(text)",
-        "from_qiskit": "Circuit.from_qasm(qiskit.qasm2.dumps(circuit))",
         "get_counts": "run(circuit, shots=1000).counts",
         "get_statevector": "run(circuit).state",
         "if_else": "circuit.if_((bits, value), body, else_body)",

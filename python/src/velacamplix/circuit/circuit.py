@@ -23,6 +23,7 @@ from .dense import Dense
 from .derivatives import Derivatives
 from .figures import Figures
 from .flow import FlowMethods
+from .frameworks import Frameworks
 from .global_phase import GlobalPhase
 from .preparation import Preparation
 from .saves import SaveMethods
@@ -36,7 +37,7 @@ _LONGEST_SHOWN, _LINES_SHOWN = 400, 60
 
 class Circuit(
     GateMethods, ManyQubitMethods, EntryMethods, Preparation, Transforms, FlowMethods, SaveMethods, Combining, GlobalPhase,
-    Figures, Dense, Derivatives,
+    Figures, Dense, Derivatives, Frameworks,
 ):
     """An ordered list of gates, measurements, resets, barriers, decisions and loops.
 

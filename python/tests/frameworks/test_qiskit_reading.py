@@ -1,17 +1,19 @@
-"""Circuits that Qiskit made itself, and not its importer of OpenQASM 3."""
+"""Circuits from Qiskit's: what an operation becomes, decisions and loops, what is refused."""
+
+import pickle
 
 import numpy as np
 import numpy_simulator
 import pytest
 
 pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
-pytest.importorskip("qiskit_qasm3_import", reason="needs its importer: pip install velacamplix[test]")
 
 import qiskit  # noqa: E402
 from qiskit import QuantumCircuit  # noqa: E402
 from qiskit.circuit import (  # noqa: E402
     AnnotatedOperation,
     ControlModifier,
+    Gate,
     InverseModifier,
     Parameter,
     PowerModifier,
@@ -21,13 +23,9 @@ from qiskit.circuit.classical import expr, types  # noqa: E402
 from qiskit.quantum_info import Operator, random_unitary  # noqa: E402
 
 from velacamplix import Circuit, Condition  # noqa: E402
-from velacamplix.qasm.from_qiskit import NotConverted, parts_from_qiskit  # noqa: E402
+from velacamplix.qiskit import NotConverted, to_velacamplix  # noqa: E402
 
 UNITARY = library.UnitaryGate(random_unitary(4, seed=3))
-
-
-def circuit_from_qiskit(program):
-    return Circuit._assembled(*parts_from_qiskit(program))
 
 
 def part(n_qubits=2, phase=0.4):
@@ -68,7 +66,7 @@ def test_an_operation_is_the_same_with_its_phase(name):
     operation = OPERATIONS[name]
     circuit = QuantumCircuit(operation.num_qubits, global_phase=0.25)
     circuit.append(operation, list(range(operation.num_qubits))[::-1])
-    mine = numpy_simulator.unitary(circuit_from_qiskit(circuit))
+    mine = numpy_simulator.unitary(to_velacamplix(circuit))
     np.testing.assert_allclose(mine, Operator(circuit).data, rtol=0, atol=1e-12)
 
 
@@ -80,7 +78,7 @@ def test_a_body_with_parameters():
     circuit = QuantumCircuit(3)
     circuit.append(inner.to_gate(), [2, 0])
     circuit.append(inner.to_gate().control(1, annotated=False), [0, 1, 2])
-    mine = numpy_simulator.unitary(circuit_from_qiskit(circuit).bind(a=0.7, b=-0.2))
+    mine = numpy_simulator.unitary(to_velacamplix(circuit).bind(a=0.7, b=-0.2))
     np.testing.assert_allclose(mine, Operator(circuit.assign_parameters({a: 0.7, b: -0.2})).data, rtol=0, atol=1e-12)
 
 
@@ -93,7 +91,7 @@ def test_conditions_as_expressions():
     ):  # fmt: skip
         with circuit.if_test(condition):
             circuit.x(0)
-    found = [step.condition for step in circuit_from_qiskit(circuit)]
+    found = [step.condition for step in to_velacamplix(circuit)]
     assert found == [
         Condition((1,), 1), Condition((2,), 0), Condition((0,), 0), Condition((0, 1, 2), 5), Condition((1,), 1), Condition((1,), 0),
         Condition((0, 1, 2), 3), Condition((2,), 1),
@@ -109,7 +107,7 @@ def test_what_is_in_a_box_happens(has_box):
         circuit.h(1)
         circuit.delay(5, 0)
         circuit.global_phase = 0.5
-    mine = numpy_simulator.unitary(circuit_from_qiskit(circuit))
+    mine = numpy_simulator.unitary(to_velacamplix(circuit))
     inside = QuantumCircuit(2, global_phase=0.5)
     inside.h(1)
     np.testing.assert_allclose(mine, Operator(inside).data, rtol=0, atol=1e-12)
@@ -118,15 +116,36 @@ def test_what_is_in_a_box_happens(has_box):
 def test_what_is_refused_is_named_with_its_position():
     circuit = QuantumCircuit(2, 2)
     circuit.h(0)
-    circuit.initialize([0, 1], 1)
-    with pytest.raises(NotConverted, match="'initialize' cannot be converted to an instruction of a circuit") as caught:
-        circuit_from_qiskit(circuit)
-    assert caught.value.position == 1
+    circuit.append(Gate("opaque", 2, []), [1, 0])
+    with pytest.raises(NotConverted, match="gate 'opaque' has no definition") as caught:
+        to_velacamplix(circuit)
+    for error in (caught.value, pickle.loads(pickle.dumps(caught.value))):
+        assert (error.position, error.instruction) == (1, "'opaque' on qubits 1, 0")
+        assert error.reason == "gate 'opaque' has no definition"
+        assert str(error) == "instruction 1, 'opaque' on qubits 1, 0: gate 'opaque' has no definition"
+    with pytest.raises(TypeError, match="circuit must be a qiskit.QuantumCircuit, got"):
+        to_velacamplix(Circuit(2))
+
+
+def test_matrices_are_checked():
+    circuit = QuantumCircuit(1)
+    circuit.append(library.UnitaryGate([[1, 1], [0, 1]], check_input=False), [0])
+    with pytest.raises(NotConverted, match="unitary"):
+        to_velacamplix(circuit)
+
+
+@pytest.mark.parametrize("make", [lambda a: abs(a), lambda a: a.sign(), lambda a: a * 1j])
+def test_angles_that_are_refused(make):
+    circuit = QuantumCircuit(1)
+    circuit.h(0)
+    circuit.rx(make(Parameter("a")), 0)
+    with pytest.raises(NotConverted, match="^instruction 1, 'rx' on qubits 0: angle cannot be converted"):
+        to_velacamplix(circuit)
 
 
 def test_registers_have_their_names():
     circuit = QuantumCircuit(qiskit.QuantumRegister(2, "left"), [qiskit.circuit.Qubit()], qiskit.ClassicalRegister(1, "q"))
-    assert [(r.name, r.size) for r in circuit_from_qiskit(circuit).registers] == [("left", 2), ("q_2", 1), ("q", 1)]
+    assert [(r.name, r.size) for r in to_velacamplix(circuit).registers] == [("left", 2), ("q_2", 1), ("q", 1)]
 
 
 # Decisions and loops
@@ -151,31 +170,83 @@ def test_conditions_of_decisions():
     for theirs, _ in conditions(circuit):
         with circuit.if_test(theirs):
             circuit.x(0)
-    found = [step.condition for step in circuit_from_qiskit(circuit)]
+    found = [step.condition for step in to_velacamplix(circuit)]
     assert list(map(str, found)) == [str(mine) for _, mine in conditions(circuit)]
     assert found == [mine for _, mine in conditions(circuit)]
 
 
+def bits_of_expressions():
+    return QuantumCircuit(qiskit.QuantumRegister(1), qiskit.ClassicalRegister(3, "c"), qiskit.ClassicalRegister(2, "d"))
+
+
+# Without words of their own: what they say of the numbers c and d.
+TRIED = {
+    "a register of another": (lambda c, d: expr.less(c, d), lambda c, d: c < d),
+    "bits of a register turned": (lambda c, d: expr.equal(expr.bit_not(c), 3), lambda c, d: 7 - c == 3),
+    "a number cut off": (lambda c, d: expr.equal(expr.cast(c, types.Uint(1)), 1), lambda c, d: c % 2 == 1),
+    "whether a number is not 0 is true": (lambda c, d: expr.equal(expr.cast(c, types.Bool()), True), lambda c, d: c != 0),
+    "a mask": (lambda c, d: expr.not_equal(expr.bit_and(c, 5), 4), lambda c, d: c & 5 != 4),
+    "two registers": (lambda c, d: expr.equal(expr.bit_xor(c, expr.cast(d, types.Uint(3))), 6), lambda c, d: c ^ d == 6),
+    "shifted": (lambda c, d: expr.equal(expr.shift_right(c, 1), d), lambda c, d: c >> 1 == d),
+    "shifted up, cut off": (lambda c, d: expr.greater(expr.shift_left(c, 1), 3), lambda c, d: (c << 1) % 8 > 3),
+    "a bit at a place": (lambda c, d: expr.index(c, d), lambda c, d: bool(c >> d & 1)),
+}
+
+
+@pytest.mark.parametrize("case", TRIED)
+def test_conditions_without_words_of_their_own(case):
+    make, holds = TRIED[case]
+    circuit = bits_of_expressions()
+    with circuit.if_test(make(*circuit.cregs)):
+        circuit.x(0)
+    (step,) = to_velacamplix(circuit)
+    assert step.name == "X"
+    assert [step.condition.holds(bits) for bits in range(32)] == [holds(bits & 7, bits >> 3) for bits in range(32)]
+
+
 @pytest.mark.parametrize(
-    "make, message",
+    "make, is_always",
     [
-        (lambda c: expr.less(c.cregs[0], expr.lift(9, types.Uint(8))), r"always has the same answer: 3 bit\(s\) compared by < with 9"),
-        (lambda c: (c.cregs[0], 8), "the condition can never hold"),
-        (lambda c: expr.equal(expr.cast(c.cregs[0], types.Uint(1)), 1), "this condition cannot be converted"),
-        (lambda c: expr.equal(expr.bit_not(c.cregs[0]), 3), "this condition cannot be converted"),
-        (lambda c: expr.less(c.cregs[0], c.cregs[1]), "this condition cannot be converted"),
-        (lambda c: expr.equal(expr.cast(c.cregs[0], types.Bool()), True), "this condition cannot be converted"),
-        (lambda c: expr.lift(True), "this condition cannot be converted"),
+        (lambda c: expr.less(c.cregs[0], expr.lift(9, types.Uint(8))), True),
+        (lambda c: (c.cregs[0], 8), False),
+        (lambda c: expr.lift(True), True),
+        (lambda c: expr.greater(c.cregs[0], expr.lift(9, types.Uint(8))), False),
     ],
 )
-def test_conditions_that_are_refused(make, message):
-    circuit = QuantumCircuit(qiskit.QuantumRegister(1), qiskit.ClassicalRegister(3, "c"), qiskit.ClassicalRegister(2, "d"))
-    circuit.x(0)
-    with circuit.if_test(make(circuit)):
+def test_conditions_with_one_answer_leave_a_body(make, is_always):
+    circuit = bits_of_expressions()
+    with circuit.if_test(make(circuit)) as otherwise:
         circuit.x(0)
-    with pytest.raises(NotConverted, match=message) as caught:
-        circuit_from_qiskit(circuit)
+    with otherwise:
+        circuit.y(0)
+    assert str(to_velacamplix(circuit)) == ("X 0" if is_always else "Y 0")
+    circuit = bits_of_expressions()
+    with circuit.while_loop(make(circuit)):
+        circuit.measure(0, 0)
+    if is_always:
+        with pytest.raises(NotConverted, match="the loop never ends: its condition always holds"):
+            to_velacamplix(circuit)
+    else:
+        assert len(to_velacamplix(circuit)) == 0
+
+
+def test_conditions_that_are_refused():
+    circuit = QuantumCircuit(qiskit.QuantumRegister(1), qiskit.ClassicalRegister(6, "c"), qiskit.ClassicalRegister(6, "d"))
+    circuit.x(0)
+    with circuit.if_test(expr.less(*circuit.cregs)):
+        circuit.x(0)
+    with pytest.raises(NotConverted, match="has more than 10 bits to be tried") as caught:
+        to_velacamplix(circuit)
     assert caught.value.position == 1
+    circuit = bits_of_expressions()
+    variable = circuit.add_var("v", expr.lift(False))
+    with pytest.raises(NotConverted, match=r"^instruction 0, 'store': a circuit has no 'store'$"):
+        to_velacamplix(circuit)
+    circuit = QuantumCircuit(1, 1, inputs=[variable])
+    with circuit.if_test(variable):
+        circuit.x(0)
+    with pytest.raises(NotConverted, match="which is neither bits nor made of them"):
+        to_velacamplix(circuit)
 
 
 def test_decisions_loops_and_switches_in_each_other():
@@ -204,7 +275,7 @@ def test_decisions_loops_and_switches_in_each_other():
         lambda b: b.x(1).while_(bits < 3, lambda d: d.h(0).measure(0, 1)),
         lambda b: b.switch("c", {(2, 5): lambda d: d.cx(1, 0)}, lambda d: d.reset(1)),
     ).switch(2, {1: lambda b: b.y(0)})
-    assert str(circuit_from_qiskit(circuit)) == str(mine) and circuit_from_qiskit(circuit) == mine
+    assert str(to_velacamplix(circuit)) == str(mine) and to_velacamplix(circuit) == mine
 
 
 def test_bodies_keep_their_phases():
@@ -212,29 +283,40 @@ def test_bodies_keep_their_phases():
     body.s(0)
     circuit = QuantumCircuit(1, 1)
     circuit.if_else((circuit.clbits[0], 1), body, QuantumCircuit(1, 1, global_phase=0.2), [0], [0])
-    decided = circuit_from_qiskit(circuit)
+    decided = to_velacamplix(circuit)
     assert [(step.name, step.condition) for step in decided] == [
         ("gphase", Condition((0,), 1)), ("S", Condition((0,), 1)), ("gphase", Condition((0,), 0)),
     ]  # fmt: skip
 
 
-def test_what_is_no_decision_is_refused_by_name():
-    circuit = QuantumCircuit(1, 1)
-    with circuit.for_loop(range(3)):
+def test_loops_are_written_out():
+    circuit, turn = QuantumCircuit(2, 1), Parameter("turn")
+    with circuit.for_loop((0, 2, 5), turn):
+        circuit.rx(turn / 2, 0)
+        with circuit.for_loop(range(2)):
+            circuit.x(1)
+    with circuit.for_loop(range(10**12)):
+        pass
+    assert str(to_velacamplix(circuit)) == "\n".join([f"RX({half:g}) 0\nX 1\nX 1" for half in (0, 1, 2.5)])
+    circuit = QuantumCircuit(1)
+    with circuit.for_loop(range(10**12)):
         circuit.x(0)
-    with pytest.raises(NotConverted, match="'for_loop' cannot be converted to an instruction of a circuit"):
-        circuit_from_qiskit(circuit)
+    with pytest.raises(NotConverted, match="^instruction 0, 'for_loop' on qubits 0: loops written out have more than 10000000 instr"):
+        to_velacamplix(circuit)
+
+
+def test_what_is_no_decision_is_refused_by_name():
     circuit = QuantumCircuit(1, 2)
     with circuit.while_loop((0, 1)):
         circuit.measure(0, 0)
         circuit.break_loop()
-    with pytest.raises(NotConverted, match="'break_loop' cannot be converted"):
-        circuit_from_qiskit(circuit)
+    with pytest.raises(NotConverted, match=r"^instruction 0, 'while_loop' on qubits 0 and bits 0: a circuit has no 'break_loop'$"):
+        to_velacamplix(circuit)
     circuit = QuantumCircuit(1, 2)
     with circuit.while_loop((0, 1)):
         circuit.measure(0, 1)
     with pytest.raises(NotConverted, match="body of a while must measure into a bit of its condition"):
-        circuit_from_qiskit(circuit)
+        to_velacamplix(circuit)
 
 
 @pytest.mark.parametrize("n, message", [(60, "instructions must hold each other at most 50 levels deep, got 51"), (300, "too deeply for Python's stack")])
@@ -246,4 +328,4 @@ def test_bodies_are_nested_up_to_a_limit(n, message):
         outside.if_else((outside.clbits[0], 1), body, None, [0], [0])
         body = outside
     with pytest.raises(NotConverted, match=message):
-        circuit_from_qiskit(body)
+        to_velacamplix(body)

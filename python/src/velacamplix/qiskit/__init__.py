@@ -1,0 +1,23 @@
+"""Circuits from Qiskit, and back to it.
+
+>>> from qiskit import QuantumCircuit
+>>> from velacamplix import run
+>>> from velacamplix.qiskit import from_velacamplix, to_velacamplix
+>>> theirs = QuantumCircuit(2)
+>>> _ = theirs.h(0), theirs.cx(0, 1)
+>>> print(to_velacamplix(theirs))
+H 0
+CNOT 0,1
+>>> from_velacamplix(to_velacamplix(theirs)) == theirs
+True
+"""
+
+from ..basics.extras import imported
+
+imported("qiskit", "velacamplix.qiskit")
+
+from .errors import NotConverted  # noqa: E402
+from .reading import to_velacamplix  # noqa: E402
+from .writing import from_velacamplix  # noqa: E402
+
+__all__ = ["NotConverted", "from_velacamplix", "to_velacamplix"]
