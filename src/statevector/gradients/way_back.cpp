@@ -117,6 +117,7 @@ public:
             if (taken.empty()) return;
             const std::vector<operation<T>> fewer = with_products(taken);
             std::vector<const operation<T>*> listed;
+            listed.reserve(fewer.size());
             for (const operation<T>& op : fewer) listed.push_back(&op);
             stations_.back().steps = replay::steps_of(listed, where);
             taken.clear();
