@@ -15,7 +15,7 @@ from qiskit.circuit import ParameterVector as QiskitVector  # noqa: E402
 from qiskit.circuit import library  # noqa: E402
 from qiskit.circuit.library import get_standard_gate_name_mapping  # noqa: E402
 from qiskit.circuit.random import random_circuit  # noqa: E402
-from qiskit.quantum_info import Operator, SparsePauliOp, Statevector, random_statevector, random_unitary  # noqa: E402
+from qiskit.quantum_info import Operator, SparsePauliOp, Statevector, random_clifford, random_statevector, random_unitary  # noqa: E402
 
 from velacamplix import Channel, Circuit, GateDefinition, Instruction, Observable, Parameter, ParameterVector, Register, run  # noqa: E402
 from velacamplix.instructions.gates import GATES  # noqa: E402
@@ -97,7 +97,7 @@ def library_circuits():
         "mcx": library.MCXGate(4), "mcx of values": library.MCXGate(3, ctrl_state=2), "mcphase": library.MCPhaseGate(0.3, 3),
         "state preparation": library.StatePreparation(random_statevector(8, seed=2).data),
         "uniform ry": library.UCRYGate([0.1, 0.2, 0.3, 0.4]), "uniform": library.UCGate([random_unitary(2, seed=i).data for i in range(4)]),
-        "a power": library.SXGate().power(0.5), "a controlled rotation": library.RZXGate(0.3).control(2, annotated=False),
+        "clifford": random_clifford(3, seed=2), "a power": library.SXGate().power(0.5), "a controlled rotation": library.RZXGate(0.3).control(2, annotated=False),
         "annotated": library.RYGate(0.3).control(2, ctrl_state=1, annotated=True), "linear function": library.LinearFunction([[1, 1], [0, 1]]),
         "open": library.PauliEvolutionGate(SparsePauliOp(["XX", "ZZ"]), theta),
         **({"qft": library.QFTGate(3)} if hasattr(library, "QFTGate") else {}),  # since Qiskit 1.2
@@ -119,6 +119,26 @@ def test_gates_of_the_library(name):
         circuit = circuit.assign_parameters({"theta": 0.6})
         np.testing.assert_allclose(numpy_simulator.unitary(mine.bind(theta=0.6)), Operator(circuit).data, **TOLERANCE)
     same_both_ways(circuit, rtol=0, atol=1e-10)
+
+
+def with_ancillas():
+    circuit = QuantumCircuit(5)
+    circuit.mcx([0, 1, 2], 3, [4], mode="recursion")
+    return circuit
+
+
+CIRCUITS = {
+    "qft": lambda: library.QFT(4), "controlled": lambda: library.QFT(2).control(1), "ansatz": lambda: library.EfficientSU2(3).assign_parameters(np.arange(24) * 0.1),
+    "features": lambda: library.ZZFeatureMap(3).assign_parameters([0.1, 0.2, 0.3]), "adder": lambda: library.CDKMRippleCarryAdder(2),
+    "volume": lambda: library.QuantumVolume(4, seed=1), "estimation": lambda: library.PhaseEstimation(2, library.QFT(2)),
+    "iqp": lambda: library.IQP([[6, 5, 3], [5, 4, 5], [3, 5, 1]]), "ancillas": with_ancillas,
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("name", CIRCUITS)
+@pytest.mark.filterwarnings("ignore::DeprecationWarning")
+def test_circuits_of_the_library(name):
+    same_both_ways(CIRCUITS[name]())
 
 
 @pytest.mark.parametrize(

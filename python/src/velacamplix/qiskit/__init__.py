@@ -1,4 +1,4 @@
-"""Circuits from Qiskit, and back to it.
+"""Circuits from Qiskit, and back to it; its sampler and estimator, computed here.
 
 >>> from qiskit import QuantumCircuit
 >>> from velacamplix import run
@@ -17,7 +17,8 @@ from ..basics.extras import imported
 imported("qiskit", "velacamplix.qiskit")
 
 from .errors import NotConverted  # noqa: E402
+from .primitives import EstimatorV2, SamplerV2  # noqa: E402
 from .reading import to_velacamplix  # noqa: E402
 from .writing import from_velacamplix  # noqa: E402
 
-__all__ = ["NotConverted", "from_velacamplix", "to_velacamplix"]
+__all__ = ["EstimatorV2", "NotConverted", "SamplerV2", "from_velacamplix", "to_velacamplix"]

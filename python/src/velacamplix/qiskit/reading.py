@@ -29,6 +29,7 @@ from qiskit.circuit import (
 )
 from qiskit.circuit import Parameter as QiskitParameter
 from qiskit.circuit import library
+from qiskit.quantum_info import Clifford
 
 from ..basics import checks
 from ..circuit.circuit import Circuit
@@ -278,6 +279,8 @@ class _Conversion:
             return self._modified(operation, qubits)
         if isinstance(operation, Gate):
             return self._gate(operation, qubits)
+        if isinstance(operation, Clifford):
+            return self._gate(operation.to_instruction(), qubits)
         if getattr(operation, "definition", None) is not None:  # a circuit as an instruction
             return self._block(operation.definition, qubits, clbits)
         raise NotConverted(f"a circuit has no {operation.name!r}")
