@@ -21,6 +21,7 @@ void apply_readout_errors(unsigned long* rows, unsigned long shots, unsigned lon
                           int nthreads) {
     // A bit is looked at with the larger of its two probabilities, and flipped with what that leaves of its own.
     std::vector<double> looked_at;
+    looked_at.reserve(errors.size());
     for (const readout_error& error : errors) {
         looked_at.push_back(std::max(error.one_given_zero, error.zero_given_one));
     }

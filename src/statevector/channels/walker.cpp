@@ -176,13 +176,14 @@ auto walker<T>::decide(const group& shots, unsigned long site, const thrust::com
     }
     std::vector<part> parts;
     for (const waiting_shot& shot : shots) {
-        const auto [chosen, probability] = is_mixture ? noise_list::decision{shared.noise.chosen(site, shot.choice), 1}
-                                                      : shared.noise.decided(site, shot.choice, density);
-        const auto same = std::find_if(parts.begin(), parts.end(), [=](const part& p) { return p.chosen == chosen; });
+        const noise_list::decision made = is_mixture ? noise_list::decision{shared.noise.chosen(site, shot.choice), 1}
+                                                     : shared.noise.decided(site, shot.choice, density);
+        const auto same =
+            std::find_if(parts.begin(), parts.end(), [&](const part& p) { return p.chosen == made.chosen; });
         if (same != parts.end()) {
             same->shots.push_back(shot);
         } else {
-            parts.push_back({chosen, probability, {shot}});
+            parts.push_back({made.chosen, made.probability, {shot}});
         }
     }
     std::sort(parts.begin(), parts.end(), [](const part& a, const part& b) { return a.chosen < b.chosen; });
