@@ -14,7 +14,7 @@ import velacamplix
 from velacamplix import Channel, Circuit, DensityMatrix, Readout, StateVector
 from velacamplix.instructions.instruction import Instruction
 from velacamplix.results import shot_rows
-from velacamplix.running import observing
+from velacamplix.running import exact, observing
 from velacamplix.running.exact import exact_cost, keyed_numbers, run_exact
 
 ROOT = Path(__file__).resolve().parents[3]
@@ -139,6 +139,20 @@ def test_shots_are_those_of_the_probabilities_and_of_their_number():
     assert not np.array_equal(run_exact(circuit, shots=5000, seed=4).rows, whole.rows)
     one, many = [run_exact(circuit, shots=100, seed=1, threads=threads) for threads in (1, 8)]
     assert np.array_equal(one.rows, many.rows) and one.probabilities.tobytes() == many.probabilities.tobytes()
+
+
+def test_shots_are_drawn_a_few_at_a_time(monkeypatch):
+    circuit = Circuit(2, 2).h(0).channel(Channel.bit_flip(0.3), 1).measure_all()
+    whole, counts = run_exact(circuit, shots=1000, seed=3, first_shot=5).rows, []
+
+    def numbers(seed, first, count):
+        counts.append(count)
+        return keyed_numbers(seed, first, count)
+
+    monkeypatch.setattr(exact, "keyed_numbers", numbers)
+    monkeypatch.setattr(exact, "_DRAWN_AT_ONCE", 64)
+    assert np.array_equal(run_exact(circuit, shots=1000, seed=3, first_shot=5).rows, whole)
+    assert max(counts) == 64 and sum(counts) == 1000
 
 
 def test_numbers_of_shots_are_evenly_spread():

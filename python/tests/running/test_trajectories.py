@@ -1,5 +1,6 @@
 """Runs by trajectories: held against a literal sum over Kraus operators, and the same however shots are made."""
 
+import contextlib
 import warnings
 
 import numpy as np
@@ -8,6 +9,7 @@ from kraus_sums import by_outcome, density, random_noisy_steps
 
 from velacamplix import Channel, Circuit, DensityMatrix, NoiseModel, Observable, Readout, Result, StateVector, run
 from velacamplix.instructions.instruction import Instruction
+from velacamplix.machine import limits
 from velacamplix.running import trajectories
 
 NOISE = (
@@ -379,3 +381,32 @@ def test_memory_is_asked_for(monkeypatch):
     monkeypatch.setattr(trajectories.memory, "require_bytes", lambda needed, what: asked.append(needed))
     by_trajectories(layers(5), 10, noise=NOISE, threads=3)
     assert 2 * 3 * 16 * 2**5 in asked
+
+
+def test_states_are_asked_for_before_there_are_any(monkeypatch, capfd):
+    there_are = limits.Memory(free=2**22 * 3, available=2**22 * 3, limit=None)  # three states of 18 qubits
+    monkeypatch.setattr(limits, "memory", lambda root="/": there_are)
+    noisy = Circuit(19, 1).h(range(19)).channel(Channel.bit_flip(0.1), 0)
+    needs = "a run by trajectories, of 2 states of 19 qubits at a time, needs 16.0 MiB; 12.0 MiB are available"
+    with pytest.raises(MemoryError, match=needs):
+        by_trajectories(noisy, 1)
+    with pytest.raises(MemoryError, match=needs):
+        by_trajectories(noisy.measure(0, 0).h(0), 1)
+    with pytest.raises(MemoryError, match="of 32 states of 17 qubits at a time, needs 64.0 MiB"):
+        by_trajectories(layers(17, 1), 100, noise=NOISE, threads=16)
+    assert capfd.readouterr() == ("", "")
+    # Where nothing happens there is one.
+    misread = NoiseModel().readout(0.1, 0.1).apply(Circuit(19, 1).h(range(19)).measure(0, 0))
+    assert by_trajectories(misread, 5).n_shots == 5
+
+
+def test_what_the_core_has_no_memory_for_is_told(monkeypatch):
+    class Full:
+        def run(self, *_):
+            raise MemoryError("std::bad_alloc")
+
+    found = trajectories.PreparedTrajectories(NOISE.apply(layers(2)), (), "double")
+    monkeypatch.setattr(found, "whole", Full())
+    monkeypatch.setattr(trajectories, "_prepared", lambda *_: contextlib.nullcontext(found))
+    with pytest.raises(MemoryError, match="trajectories of 2 qubits, shots=10 and threads=1: .* fewer threads, or jobs"):
+        by_trajectories(NOISE.apply(layers(2)), 10, threads=1)

@@ -12,7 +12,7 @@ import threading
 
 import numpy as np
 
-from velacamplix import Circuit, Instruction, Observable, StateVector, _core, run
+from velacamplix import Channel, Circuit, DensityMatrix, Instruction, Observable, StateVector, _core, run
 
 CASES = {}
 
@@ -173,6 +173,74 @@ def still_works(state):
 for _name, _call in CALLS.items():
     for _act in ACTS:
         CASES[f"{_name}, {_act.__name__}"] = lambda call=_call, act=_act: changed_by_an_argument(call, act)
+
+
+# The same with density matrices; one of 16 qubits would not fit
+
+LARGE_MATRIX = 7
+
+
+def grow_matrix(rho):
+    rho.__init__(LARGE_MATRIX)
+
+
+MATRIX_ACTS = [grow_matrix, shrink, release, pretend, forget]
+DAMPED = Channel.amplitude_damping(0.3)
+MATRIX_CALLS = {
+    "gate": lambda r, e, q: r.x(e(q)),
+    "angle": lambda r, e, q: r.rx(e(0.5), q),
+    "control": lambda r, e, q: r.cx(e(0), q),
+    "matrix": lambda r, e, q: r.matrix([[0, e(1)], [1, 0]], q),
+    "matrix qubits": lambda r, e, q: r.matrix([[0, 1], [1, 0]], e(q), [0]),
+    "channel": lambda r, e, q: r.channel(DAMPED, e(q)),
+    "channel on two": lambda r, e, q: r.channel(DAMPED.tensor(DAMPED), [e(0), q]),
+    "probability": lambda r, e, q: r.probability(e("0"), [q]),
+    "distribution": lambda r, e, q: r.distribution([e(0), q]),
+    "sample": lambda r, e, q: r.sample(e(5), [q]),
+    "counts": lambda r, e, q: r.counts(e(5), [0, q]),
+    "project": lambda r, e, q: r.project([e(0), q], "00"),
+    "reset_qubits": lambda r, e, q: r.reset_qubits([e(0), q]),
+    "expectation": lambda r, e, q: r.expectation([(e(1.0), "X", [q])]),
+    "reduced": lambda r, e, q: r.reduced([e(0), q]),
+    "entropy": lambda r, e, q: r.entropy([e(0), q]),
+    "bloch_vector": lambda r, e, q: r.bloch_vector(e(q)),
+    "set_state": lambda r, e, q: r.set_state(e(np.eye(2 ** (q + 1)) / 2 ** (q + 1))),
+    "set_state of amplitudes": lambda r, e, q: r.set_state(e(large_basis_state(q)), order="big"),
+    "set_basis_state": lambda r, e, q: r.set_basis_state(e(1 << q)),
+    "fidelity": lambda r, e, q: r.fidelity(e(large_basis_state(q))),
+    "overlap": lambda r, e, q: r.overlap(e(large_basis_state(q))),
+    "seed": lambda r, e, q: setattr(r, "seed", e(q)),
+    "threads": lambda r, e, q: setattr(r, "threads", e(2)),
+}
+
+
+def matrix_changed_by_an_argument(call, act):
+    told = set()
+    for qubit in (1, SMALL - 1, LARGE_MATRIX - 1):
+        for precision in ("double", "single"):
+            rho = DensityMatrix(SMALL, precision, threads=1, seed=1)
+            evil = lambda value: Evil(value, lambda: act(rho))  # noqa: E731
+            try:
+                call(rho, evil, qubit)
+            except (IndexError, ValueError, RuntimeError, TypeError, AttributeError) as error:
+                told.add(type(error).__name__)
+            else:
+                told.add("fine")
+            matrix_still_works(rho)
+    return sorted(told)
+
+
+def matrix_still_works(rho):
+    if "_core" not in vars(rho) or rho._core is None:
+        return
+    rho._n_qubits = len(rho._core.view()).bit_length() // 2
+    assert abs(rho.trace() - 1) < 1e-5, rho.trace()
+    rho.h(0).cx(0, 1).channel(DAMPED, 1).sample(3)
+    gc.collect()
+
+
+for _name, _call in MATRIX_CALLS.items():
+    CASES[f"matrix, {_name}"] = lambda call=_call: [matrix_changed_by_an_argument(call, act) for act in MATRIX_ACTS]
 
 
 # Tricks of their own
@@ -366,6 +434,66 @@ def a_progress_function_that_finds_the_states_of_a_run():
             run(circuit, shots=200, seed=3, progress=hook)
         except (RuntimeError, IndexError, ValueError, AttributeError) as error:
             told.append(f"{type(error).__name__}: {error}")
+    return sorted(set(told))
+
+
+@case
+def a_progress_function_that_changes_a_density_matrix():
+    told = []
+    for act in MATRIX_ACTS:
+        for measures in (False, True):
+            rho, circuit = DensityMatrix(7, threads=2), Circuit(7, 1)
+            for layer in range(40):
+                for qubit in range(7):
+                    circuit.rx(0.1 * layer, qubit).cx(qubit, (qubit + 1) % 7).channel(DAMPED, qubit)
+                if measures:
+                    circuit.measure(0, 0)
+                    with circuit.when(0, 1):
+                        circuit.x(1)
+            done = []
+
+            def hook(progress, rho=rho, act=act, done=done):
+                if not done:
+                    done.append(act.__name__)
+                    act(rho)
+
+            try:
+                rho.run(circuit, progress=hook)
+                told.append("fine")
+            except (RuntimeError, ValueError, AttributeError, IndexError) as error:
+                told.append(str(error))
+            assert done == [act.__name__]
+            matrix_still_works(rho)
+    return told
+
+
+@case
+def a_progress_function_that_finds_the_states_of_a_noisy_run():
+    circuit = Circuit(6, 2)
+    for qubit in range(6):
+        circuit.h(qubit).channel(DAMPED, qubit)
+    plain = circuit.copy()
+    circuit.measure(0, 0).h(0)
+    with circuit.when(0, 1):
+        circuit.x(1)
+    circuit.measure(1, 1)
+    told = []
+    for act in MATRIX_ACTS:
+
+        def hook(progress, act=act):
+            for found in gc.get_objects():
+                if type(found) in (StateVector, DensityMatrix) and "_core" in vars(found):
+                    try:
+                        act(found)
+                    except RuntimeError as error:
+                        told.append(str(error))
+
+        for one in (plain, circuit):
+            for method in ("exact", "trajectories"):
+                try:
+                    run(one, shots=50, seed=3, method=method, progress=hook, initial="000000" if act is shrink else None)
+                except (RuntimeError, IndexError, ValueError, AttributeError) as error:
+                    told.append(f"{type(error).__name__}: {error}")
     return sorted(set(told))
 
 

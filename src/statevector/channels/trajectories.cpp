@@ -28,8 +28,9 @@ namespace {
 // From this many qubits on threads share the amplitudes of one state: a state per thread would leave the caches.
 constexpr unsigned fewest_shared_qubits = 18;
 
-// Bounds the memory for shots that wait to 200 MiB; more shots walk through the program again.
-constexpr unsigned long most_at_once = 1ul << 22;
+// Bounds the memory for shots that wait to 50 MiB, and the time in which nobody asks whether to stop; more shots walk
+// through the program again.
+constexpr unsigned long most_at_once = 1ul << 20;
 
 // Draws the first events of some shots and puts them in the order in which they are made.
 template <class T>

@@ -23,6 +23,8 @@ from ..states.statevector import StateVector
 from .initial import Start
 from .observing import Observed
 
+_DRAWN_AT_ONCE = 2**20  # shots
+
 
 class Exact(NamedTuple):
     """What an exact run tells.
@@ -263,10 +265,14 @@ def _outcomes(branches: Sequence[MixedBranch], found: PreparedMixture, n_bits: i
 
 def _drawn(outcomes: np.ndarray, probabilities: np.ndarray, seed: int, first: int, count: int) -> np.ndarray:
     """Return the shots number `first` and the following."""
-    numbers = keyed_numbers(seed, first, count)
     ends = np.cumsum(probabilities)
-    places = np.searchsorted(ends, numbers * ends[-1], side="right")
-    drawn: np.ndarray = outcomes[np.minimum(places, len(outcomes) - 1)]
+    drawn = np.empty((count, outcomes.shape[1]), dtype=outcomes.dtype)
+    # Signals are heard between two pieces.
+    for start in range(0, count, _DRAWN_AT_ONCE):
+        piece = drawn[start : start + _DRAWN_AT_ONCE]
+        numbers = keyed_numbers(seed, first + start, len(piece))
+        places = np.searchsorted(ends, numbers * ends[-1], side="right")
+        piece[:] = outcomes[np.minimum(places, len(outcomes) - 1)]
     return drawn
 
 

@@ -8,6 +8,7 @@ from typing import Any, NamedTuple
 import numpy as np
 
 from ..basics.types import Precision
+from ..basics.words import counted
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..machine import memory
@@ -27,6 +28,8 @@ from .shot_walk import Flips, ShotWalk, flips_of
 SHARES_PREFIXES = True
 
 _BYTES_PER_SHOT = 48  # while it waits for its event, in the core
+_REFUSED_IN_THE_CORE = "std::bad_alloc"
+_BYTES_PER_VALUE = 40  # of an observable in a shot, while errors are formed
 
 # From so many qubits on the core's threads share a state.
 _FEWEST_SHARED_QUBITS = 18
@@ -92,7 +95,7 @@ def trajectory_cost(circuit: Circuit, shots: int, threads: int, precision: Preci
         noisy = -np.expm1(-found.events_per_shot)
         distinct = 1 + (shots - 1) * noisy if found.is_plain else shots
         runs = 1 + (distinct - 1) / 2 if found.is_plain else shots
-        size = _state_bytes(n, threads, precision)
+        size = _state_bytes(found, shots, threads, precision, start)
         return TrajectoryCost(n, gates, float(distinct), size, float(runs * gates * 2.0**n))
 
 
@@ -115,9 +118,11 @@ def run_trajectories(
         n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
         words = shot_rows.words_for(n_bits)
         n_observed = 0 if observed is None else len(observed.observables)
-        size = _state_bytes(len(segments.active), threads, precision)
-        memory.require_bytes(size, f"states of {len(segments.active)} qubits, two for each thread that has its own,")
-        memory.require_bytes((8 * words + _BYTES_PER_SHOT + 24 * n_observed) * shots, f"shots={shots} of {n_bits} bits")
+        n, size = len(segments.active), _state_bytes(found, shots, threads, precision, start)
+        states = size // (memory.BYTES_PER_AMPLITUDE[precision] << n)
+        memory.require_bytes(size, f"a run by trajectories, of {counted(states, 'state')} of {counted(n, 'qubit')} at a time,")
+        size = 8 * words + _BYTES_PER_SHOT + _BYTES_PER_VALUE * n_observed
+        memory.require_bytes(size * shots, f"shots={shots} of {n_bits} bits")
         rows = np.zeros((shots, words), dtype=np.uint64)
         made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits)
         with metered(progress, shots, "shots") as meter:
@@ -125,9 +130,16 @@ def run_trajectories(
         return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors)
 
 
-def _state_bytes(n_qubits: int, threads: int, precision: Precision) -> int:
-    """Return what the states take, one that walks and one that parts from it, for each thread or for all together."""
-    return 2 * (threads if n_qubits < _FEWEST_SHARED_QUBITS else 1) * (memory.BYTES_PER_AMPLITUDE[precision] << n_qubits)
+def _state_bytes(found: PreparedTrajectories, shots: int, threads: int, precision: Precision, start: Start) -> int:
+    """Return what the states take: one that walks and, if anything can happen, one that parts from it.
+
+    A thread has its own or shares those of all; a state to begin with stays beside them.
+    """
+    n, states = len(found.segments.active), 2
+    if found.is_plain:
+        own = min(threads, shots) if n < _FEWEST_SHARED_QUBITS else 1
+        states = own * (2 if found.events_per_shot else 1) + (not start.is_zero)
+    return states * (memory.BYTES_PER_AMPLITUDE[precision] << n)
 
 
 def _prepared(circuit: Circuit, start: Start, precision: Precision) -> Any:
@@ -175,11 +187,19 @@ class _Made(NamedTuple):
         if not self.start.is_zero:
             initial = StateVector._another(len(segments.active), self.precision, self.threads)
             self.start.prepare(initial, segments.active)
-        distinct, means, errors = self.found.whole.run(
-            self.seed, self.first_shot, self.shots, self.threads, None if initial is None else initial._live(),
-            outcomes, qubits, [observable.compiled() for observable in on_active], SHARES_PREFIXES,
-            *heard(meter.within()),
-        )  # fmt: skip
+        try:
+            distinct, means, errors = self.found.whole.run(
+                self.seed, self.first_shot, self.shots, self.threads, None if initial is None else initial._live(),
+                outcomes, qubits, [observable.compiled() for observable in on_active], SHARES_PREFIXES,
+                *heard(meter.within()),
+            )  # fmt: skip
+        except MemoryError as error:
+            if str(error) != _REFUSED_IN_THE_CORE:
+                raise
+            raise MemoryError(
+                f"trajectories of {counted(len(segments.active), 'qubit')}, shots={self.shots} and threads={self.threads}: "
+                "the system has no memory for another state; fewer threads, or jobs of fewer shots (first_shot=), need less"
+            ) from None
         if outcomes is not None and outcomes.base is not self.rows:
             shot_rows.assemble(self.rows, sources, outcomes, len(column))
         self._misread(self.rows, flips, self.first_shot)

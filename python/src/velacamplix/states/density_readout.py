@@ -12,7 +12,7 @@ from ..basics.words import bit_string
 from ..circuit.circuit import Circuit
 from ..instructions.instruction import Instruction
 from ..programs.compile import compiled
-from ..programs.drive import drive
+from ..programs.drive import drive_whole
 from ..programs.mixture import compiled_doubled
 from ..programs.progress import ProgressLike
 from ..results.counts import Counts
@@ -180,7 +180,7 @@ class DensityReadout(DensityBase):
         if reset:
             flipped = [qubit for qubit, bit in zip(listed, kept) if bit]
             steps += [Instruction("X", (place,)) for qubit in flipped for place in (qubit, qubit + n)]
-        drive(core, compiled(steps, 2 * n, self._precision, Circuit(0), range(2 * n)))
+        drive_whole(core, compiled(steps, 2 * n, self._precision, Circuit(0), range(2 * n)))
         return self
 
     def reset_qubits(self, qubits: Qubits) -> Self:
@@ -203,5 +203,5 @@ class DensityReadout(DensityBase):
         [0.5, 0.5, 0.0, 0.0]
         """
         core, listed = self._live(), checks.qubits(qubits, self._n_qubits)
-        drive(core, compiled_doubled([Instruction("reset", listed)], self._n_qubits, self._precision, Circuit(0)))
+        drive_whole(core, compiled_doubled([Instruction("reset", listed)], self._n_qubits, self._precision, Circuit(0)))
         return self

@@ -23,7 +23,7 @@ from ..instructions.open_controls import ControlValues, checked_values
 from ..machine import limits, memory
 from ..programs.background import in_background
 from ..programs.compile import described, require_circuit
-from ..programs.drive import drive
+from ..programs.drive import drive_whole
 from ..programs.mixture import PreparedMixture, compiled_doubled
 from ..programs.prepare import prepared
 from ..programs.progress import Meter, ProgressLike
@@ -245,7 +245,7 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
 
     def _act(self, steps: Sequence[Instruction]) -> Self:
         core = self._live()
-        drive(core, compiled_doubled(steps, self._n_qubits, self._precision, Circuit(0)))
+        drive_whole(core, compiled_doubled(steps, self._n_qubits, self._precision, Circuit(0)))
         return self
 
     def matrix(
@@ -337,8 +337,8 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
 
         Notes
         -----
-        What can be refused is refused before the first gate. Where no outcome is read, a run that is stopped leaves the
-        matrix somewhere within the circuit; otherwise as it was.
+        What can be refused is refused before the first gate. Where no outcome is read, a run that is stopped leaves basis
+        state 0, as the entries between two gates may be those of no density matrix; otherwise the matrix is as it was.
 
         Examples
         --------

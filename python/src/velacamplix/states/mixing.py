@@ -14,7 +14,7 @@ from ..instructions.condition import AnyCondition
 from ..instructions.flow import Readout
 from ..instructions.instruction import Instruction
 from ..programs.compile import compiled
-from ..programs.drive import drive
+from ..programs.drive import drive_whole
 from ..programs.mixture import PreparedMixture, compiled_doubled
 from ..programs.progress import AnyMeter
 from ..programs.segments import Choice, Jump, Measurement, Step, Stretch, Turn
@@ -157,7 +157,7 @@ class Mixing:
         if isinstance(step, Stretch):
             share = 0.0 if branch.rounds else branch.share
             if branch.meets(step.condition):
-                drive(branch.rho._live(), step.program, self._meter.within(share))
+                drive_whole(branch.rho._live(), step.program, self._meter.within(share))
             self._meter.advance(len(step.program), share)
         elif isinstance(step, Measurement):
             if branch.meets(step.condition) and self._decide(branch, step):
@@ -253,13 +253,13 @@ class Mixing:
         for place, (up, down), value in zip(places, flips, values):
             kept = (up, 1 - down) if value else (1 - up, down)
             steps.append(Instruction("diagonal", (place + self._m, place), (kept[0], 0.0, 0.0, kept[1])))
-        drive(rho._live(), compiled(steps, 2 * self._m, rho.precision, _NOTHING, range(2 * self._m)))
+        drive_whole(rho._live(), compiled(steps, 2 * self._m, rho.precision, _NOTHING, range(2 * self._m)))
 
     def _forget(self, rho: DensityBase, places: Sequence[int]) -> None:
         """Measure qubits, and tell nobody the outcomes."""
         if places:
             steps = [Instruction("measure", tuple(places))]
-            drive(rho._live(), compiled_doubled(steps, self._m, rho.precision, _NOTHING))
+            drive_whole(rho._live(), compiled_doubled(steps, self._m, rho.precision, _NOTHING))
 
     @staticmethod
     def _trace(rho: DensityBase) -> float:
