@@ -376,7 +376,7 @@ def test_memory_is_asked_for(monkeypatch):
     with pytest.raises(MemoryError, match="shots="):
         by_trajectories(layers(2), 10**13, noise=NOISE)
     with pytest.raises(MemoryError, match="trajectories"):
-        run(layers(30, 1), noise=NOISE, observables="Z0", method="exact")
+        run(layers(20, 1), noise=NOISE, observables="Z0", method="exact")
     asked = []
     monkeypatch.setattr(trajectories.memory, "require_bytes", lambda needed, what: asked.append(needed))
     by_trajectories(layers(5), 10, noise=NOISE, threads=3)
