@@ -465,6 +465,7 @@ def test_errors_of_a_table_are_average_infidelities():
         (lambda: NoiseModel.from_calibration({"gates": [{"gate": "cx", "error": 1.0}]}), "must be from 0 to 0.8, the infidelity of the most noise there is, got 1.0"),
         (lambda: NoiseModel.from_calibration({"gates": [{"gate": "own", "error": 0.1}]}), r"gates\[0\] of the table must tell qubits, because 'own' is no gate"),
         (lambda: NoiseModel.from_calibration({"gates": [{"gate": "cx", "qubits": [0], "error": 0.1}]}), "qubits must be tuples of 2 for cx|channel must act on"),
+        (lambda: NoiseModel().readout(matrix=[[10**5000, 0], [0, 1]]), "matrix must be a 2 x 2 array of numbers, got .*integer of 16610 bits"),
     ],
 )  # fmt: skip
 def test_what_is_wrong_is_told(call, message):

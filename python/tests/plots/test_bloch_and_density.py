@@ -124,6 +124,8 @@ def test_spheres_do_not_overlap_and_fill_the_axes():
         (lambda: plot_bloch(StateVector(1).matrix(np.zeros((2, 2)), 0, check=False)), ValueError, "finite"),
         (lambda: plot_bloch([0, 0, 1], labels=["a", "b"]), ValueError, "labels must be 1 text(s)"),
         (lambda: plot_bloch([0, 0, 1], ax=3), TypeError, "ax must be axes of matplotlib, got 3"),
+        (lambda: plot_bloch([10**400, 0, 0]), TypeError, "vectors of 3 real numbers"),
+        (lambda: plot_density([[10**400, 0], [0, 1]]), TypeError, "matrix must be an array of numbers"),
         (lambda: plot_density("rho"), TypeError, "matrix must be an array of numbers"),
         (lambda: plot_density(np.eye(3)), ValueError, "shape (2**k, 2**k), got an array of shape (3, 3)"),
         (lambda: plot_density(np.zeros((2, 4))), ValueError, "shape (2**k, 2**k)"),

@@ -255,7 +255,10 @@ def array(value: Any, dtype: Any = None) -> NDArray[Any]:
     for part in value if isinstance(value, (list, tuple)) else (value,):
         if isinstance(part, range) and part[_MOST_OF_RANGE:]:
             raise ValueError(f"a range must have at most {_MOST_OF_RANGE} numbers to be an array, got {show(part)}")
-    return np.asarray(value, dtype=dtype)
+    try:
+        return np.asarray(value, dtype=dtype)
+    except OverflowError:
+        raise ValueError(f"an array must hold numbers that fit its type, got {show(value)}") from None
 
 
 def matrix(
