@@ -31,10 +31,13 @@ import numpy as np
 
 import velacamplix
 from velacamplix import (
+    Channel,
     Circuit,
     Counts,
+    DensityMatrix,
     GateDefinition,
     Instruction,
+    NoiseModel,
     Observable,
     Parameter,
     ParameterVector,
@@ -100,6 +103,12 @@ class Session:
         self.objects = [self.state(n), self.state(self.rng.randint(0, 4)), self.circuit(n, m), self.circuit(3, 2)]
         self.objects += [Observable("0.5*X0 Y1 - Z2 + 1"), Counts({"00": 3, "11": 4}), 2 * Parameter("x") + 1, Parameter("y")]
         self.objects += [GateDefinition("pair", Circuit(2).rx(Parameter("x"), 0).cx(0, 1)), run(Circuit(3).h(0).cx(0, 2), shots=5, seed=1), ParameterVector("x", 3)]
+        rho = DensityMatrix(self.rng.randint(0, 3), self.rng.choice(["single", "double"]), seed=7)
+        for qubit in range(rho.n_qubits):
+            rho.ry(0.3 + qubit, qubit).channel(Channel.amplitude_damping(0.2), qubit)
+        noise = NoiseModel().after("rx", Channel.depolarizing(0.1)).readout(0.1, 0.2)
+        self.objects += [rho, Channel.depolarizing(0.1, 2), Channel.amplitude_damping(0.3), noise]
+        self.objects += [run(Circuit(2).rx(0.5, 0), shots=5, seed=1, noise=noise, method="trajectories")]
         self.free_norm = set()  # ids of states whose norm a call was allowed to change
 
     def state(self, n):
@@ -143,6 +152,13 @@ class Session:
             "path_or_text": ["OPENQASM 2.0; qreg q[2]; U(1,2,3) q[0];", "qreg q[1]; creg c[1]; measure q -> c;"],
             "counts": [{"01": 2}, {1: 5}], "values": [{"x": 0.5}, [1], {"x": 1, "y": 2}], "params": [(), (0.5,), ("x",)],
             "threshold": [0, 0.1], "name": ["mine", "q", "c"], "progress": [None, lambda progress: None], "registers": [None],
+            "channel": [Channel.bit_flip(0.1), Channel.amplitude_damping(0.2), Channel.depolarizing(0.1, 2)],
+            "noise": [None, NoiseModel(), NoiseModel().after(["rx", "cx"], Channel.bit_flip(0.1)), NoiseModel().readout(0.1, 0.2)],
+            "method": ["auto", "exact", "trajectories"], "first_shot": [0, 3, 2**63], "gates": ["rx", ["h", "cx"], "measure"],
+            "durations": [{"rx": 1.0, "h": 0, "cx": 2}], "probabilities": [[0.5, 0.5], [1], {"X": 0.1, "I": 0.9}, {"XZ": 0.25}],
+            "matrices": [[np.eye(2)], [np.eye(2), np.diag([1, -1])], [np.diag([1, 0]), np.diag([0, 1])]],
+            "p": [0, 0.1, 1], "p0": [0.1], "p1": [0.2], "p1_given_0": [0, 0.1], "p0_given_1": [0.2, 1], "t1": [50, math.inf], "t2": [70, math.inf],
+            "calibration": [{"qubits": [{"t1": 5, "t2": 6}], "gates": [{"gate": "h", "error": 0.1, "duration": 1}]}],
             "key": ["00", "11"], "control_values": [None, 0, 1, "0", "10", [0, 1]], "letters": ["X", "XYZ", "IZ", "ZZ"], "width": [None, 40, 100],
         }  # fmt: skip
         return rng.choice(choices.get(name, [True, False, 0, 1]))
@@ -214,7 +230,7 @@ class Session:
             kind = rng.randrange(5)
             if kind == 0:
                 raise Mischief
-            if isinstance(target, StateVector):
+            if isinstance(target, (StateVector, DensityMatrix)):
                 if kind == 1:
                     target.__init__(rng.randint(0, 4), rng.choice(["single", "double"]))
                 elif kind == 2:
@@ -286,7 +302,7 @@ class Session:
             self.note_norm(owner)
         listed, named = self.arguments(function)
         for item in (*listed, *named.values(), owner):
-            if isinstance(item, StateVector) and ("check" in named or name in ("run", "matrix", "__setstate__")):
+            if isinstance(item, (StateVector, DensityMatrix)) and ("check" in named or name in ("run", "matrix", "__setstate__")):
                 self.note_norm(item)
         shown = [_check.show(item) for item in listed] + [f"{word}={_check.show(item)}" for word, item in named.items()]
         self.log.append(f"{'' if owner is None else type(owner).__name__ + '.'}{name}({', '.join(shown)})")
@@ -307,14 +323,14 @@ class Session:
             if not self.acted and owner is not None:
                 assert same(held(owner), before), f"changed by a call that failed: {error!r}"
             return
-        if isinstance(result, (StateVector, Circuit, Counts, Observable)) and len(self.objects) < 20:
-            if not (isinstance(result, StateVector) and result.n_qubits > 10):
+        if isinstance(result, (StateVector, DensityMatrix, Channel, NoiseModel, Circuit, Counts, Observable)) and len(self.objects) < 25:
+            if not (isinstance(result, (StateVector, DensityMatrix)) and result.n_qubits > (10 if isinstance(result, StateVector) else 5)):
                 self.objects.append(result)
                 if id(owner) in self.free_norm:
                     self.note_norm(result)
 
     def note_norm(self, item):
-        if isinstance(item, StateVector):
+        if isinstance(item, (StateVector, DensityMatrix)):
             self.free_norm.add(id(item))
 
     def special(self, function, owner):
@@ -335,7 +351,7 @@ class Session:
 
 def _restored(item):
     again = pickle.loads(pickle.dumps(item))
-    if isinstance(item, Circuit):
+    if isinstance(item, (Circuit, Channel, NoiseModel)):
         assert again == item
     return again
 
@@ -355,8 +371,10 @@ OPERATORS = {"add", "mul", "truediv", "pow"}
 
 def held(item):
     """What an object holds, to compare before and after."""
-    if isinstance(item, StateVector):
+    if isinstance(item, (StateVector, DensityMatrix)):
         return None if item._core is None else (item.n_qubits, item.precision, item.array.tobytes())
+    if isinstance(item, (Channel, NoiseModel)):
+        return item.to_dict()
     if isinstance(item, Circuit):
         return (item.n_qubits, item.n_clbits, item.registers, item.instructions)
     if isinstance(item, Counts):
@@ -386,6 +404,14 @@ def check_object(item, free_norm):
         if not free_norm:
             norm = float(np.linalg.norm(item.array.astype(complex)))
             assert abs(norm - 1) < 1e-3, f"the norm is {norm}"
+    elif isinstance(item, DensityMatrix) and item._core is not None:
+        assert item.array.shape == (2**item.n_qubits,) * 2
+        if not free_norm:
+            assert abs(item.trace() - 1) < 1e-3, f"the trace is {item.trace()}"
+            assert np.allclose(item.array, item.array.conj().T, atol=1e-3)
+    elif isinstance(item, Channel):
+        total = sum(kraus.conj().T @ kraus for kraus in item.kraus())
+        assert np.allclose(total, np.eye(2**item.n_qubits), atol=1e-10)
     elif isinstance(item, Circuit):
         for step in item.instructions[-50:]:
             assert _check_circuit.instruction(step, item.n_qubits, item.n_clbits) == step, step
