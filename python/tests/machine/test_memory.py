@@ -280,7 +280,7 @@ def test_max_qubits_where_nothing_fits(monkeypatch):
     ("act", "size", "what"),
     [
         (lambda state: state.copy(), 64, "n=3 qubits in single precision need 64 bytes"),
-        (lambda state: state.__reduce__(), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
+        (lambda state: state.__reduce__(), 64, "a copy of StateVector(n=3, precision='single', threads=2) needs 64 bytes"),
         (lambda state: state.statevector(), 64, "a copy of the amplitudes of 3 qubits needs 64 bytes"),
         (lambda state: state.distribution(), 64, "the distribution of 3 qubits needs 64 bytes"),
         (lambda state: state.sample(10), 240, "an array of 10 shots needs 240 bytes"),
