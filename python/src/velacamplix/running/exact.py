@@ -59,30 +59,6 @@ class Exact(NamedTuple):
     expectation_values: Any
 
 
-class ExactCost(NamedTuple):
-    """What an exact run takes.
-
-    Attributes
-    ----------
-    n_qubits : int
-        Of the density matrix: the active ones.
-    bytes : int
-        Of the matrix. Every branch of outcomes that conditions read takes as many.
-    fits : bool
-        Whether the memory is there for one.
-    gates : int
-        Operations on the matrix, 0 if it does not fit.
-    sweeps : float
-        How often they read and write all of it, 0 if it does not fit. Steps of a loop count once.
-    """
-
-    n_qubits: int
-    bytes: int
-    fits: bool
-    gates: int
-    sweeps: float
-
-
 def run_exact(
     circuit: Circuit,
     shots: int | None = None,
@@ -157,34 +133,6 @@ def run_exact(
     return Exact(density, active, n_bits, outcomes, probabilities, rows, None if rows is None else number, values)
 
 
-def exact_cost(
-    circuit: Circuit,
-    threads: int | None = None,
-    precision: Precision = "double",
-    initial: Any = None,
-    initial_order: Order | None = None,
-) -> ExactCost:
-    """Return what `run_exact` would take, without running anything.
-
-    Examples
-    --------
-    >>> exact_cost(Circuit(20).h(3).cx(3, 11))[:3]
-    (2, 256, True)
-    """
-    start = _start(initial, circuit, initial_order)
-    try:
-        with prepared(
-            circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)
-        ) as found:
-            assert isinstance(found, PreparedMixture)
-            n, count = found.n_qubits, limits.thread_count(threads)
-            sweeps = sum([program.plan(2 * n, count)[0] for program in found.programs])
-            gates, fits = sum(map(len, found.programs)), True
-    except MemoryError:
-        n, sweeps, gates, fits = len(_active(circuit, start.nonzero)), 0.0, 0, False
-    return ExactCost(n, memory.BYTES_PER_AMPLITUDE[precision] << 2 * n, fits, gates, sweeps)
-
-
 def _made(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision) -> PreparedMixture:
     made = PreparedMixture(circuit, None, nonzero, precision, keeps_bits=True)
     for step in made.segments.steps:
@@ -194,14 +142,6 @@ def _made(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision) -> P
                 "before it has what is there"
             )
     return made
-
-
-def _active(circuit: Circuit, nonzero: Sequence[int]) -> set[int]:
-    touched = set(nonzero)
-    for step in circuit.instructions:
-        if step.name not in ("measure", "barrier"):
-            touched.update(step.qubits, step.controls)
-    return touched
 
 
 class _Start(NamedTuple):

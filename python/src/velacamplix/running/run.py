@@ -200,28 +200,29 @@ def run(
     (True, 16)
     """
     are_many = not isinstance(circuit, Circuit) and checks.is_list(circuit)
-    listed = checks.sequence(circuit, "circuit", of="circuits") if are_many else [circuit]
-    circuits = [require_circuit(one, f"circuit[{i}]" if are_many else "circuit") for i, one in enumerate(listed)]
-    if are_many and values is not None:
-        raise TypeError(f"values can be given for one circuit only, got them for a list of {len(circuits)}")
-    way, is_mixed = checked_method(method), isinstance(initial, DensityMatrix)
-    if are_many or values is not None:
-        require_no_noise(noise, way, first_shot, is_mixed)
-    else:
-        circuits = [with_noise(circuits[0], noise, shots is not None)]
     is_one = not are_many and values is None
-    is_noisy = is_one and (
-        noise is not None or way != "auto" or is_mixed or (first_shot is not None and has_noise(circuits[0]))
-    )
-    sizes = {one.n_qubits for one in circuits}
-    # A density matrix is looked at by the exact run.
-    starts = {size: Start(*((None, size, None) if is_mixed else (initial, size, initial_order))) for size in sizes}
+    way, is_mixed, is_noisy = checked_method(method), isinstance(initial, DensityMatrix), False
+    if is_one:
+        only = with_noise(require_circuit(circuit, "circuit"), noise, shots is not None)
+        circuits, fewest = [only], only.n_qubits
+        is_noisy = noise is not None or way != "auto" or is_mixed or (first_shot is not None and has_noise(only))
+        # A density matrix is looked at by the exact run.
+        starts = {fewest: Start(None, fewest, None) if is_mixed else Start(initial, fewest, initial_order)}
+    else:
+        listed = checks.sequence(circuit, "circuit", of="circuits") if are_many else [circuit]
+        circuits = [require_circuit(one, f"circuit[{i}]" if are_many else "circuit") for i, one in enumerate(listed)]
+        if are_many and values is not None:
+            raise TypeError(f"values can be given for one circuit only, got them for a list of {len(circuits)}")
+        require_no_noise(noise, way, first_shot, is_mixed)
+        sizes = {one.n_qubits for one in circuits}
+        fewest = min(sizes, default=sys.maxsize)
+        starts = {size: Start(initial, size, initial_order) for size in sizes}
     request = Request(
         None if shots is None else checks.shots(shots, minimum=1),
         checks.seed(seed),
         limits.thread_count(threads),
         checks.precision(precision),
-        None if observables is None else observing.checked(observables, min(sizes, default=sys.maxsize)),
+        None if observables is None else observing.checked(observables, fewest),
         starts[circuits[0].n_qubits] if circuits else Start(None, 0, None),
         progress,
         require_fusion(fusion),
