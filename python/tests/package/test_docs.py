@@ -9,6 +9,7 @@ import pytest
 import velacamplix
 
 DOCS = Path(__file__).resolve().parents[3] / "docs"
+PAGES = [*DOCS.glob("*.md"), *DOCS.glob("frameworks/*.md")]
 if not DOCS.is_dir():
     pytest.skip(f"no folder {DOCS}: the tests run outside the project", allow_module_level=True)
 
@@ -23,14 +24,16 @@ def test_every_page_is_in_the_table_of_contents():
     contents = (DOCS / "index.md").read_text(encoding="utf-8")
     listed = set(re.findall(r"^[\w/-]+$", contents, re.MULTILINE))
     assert {page.stem for page in DOCS.glob("*.md")} - {"index"} <= listed
+    overview = (DOCS / "frameworks.md").read_text(encoding="utf-8")
+    assert ":glob:" in overview and "\nframeworks/*\n" in overview  # those of docs/frameworks
 
 
-@pytest.mark.parametrize("page", sorted(page.name for page in DOCS.glob("*.md")))
+@pytest.mark.parametrize("page", sorted(str(page.relative_to(DOCS)) for page in PAGES))
 def test_links_between_files_lead_somewhere(page):
     text = re.sub(r"(?m)^    .*$|^```[^`]*```$", "", (DOCS / page).read_text(encoding="utf-8"))  # code has brackets too
     for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", text):
         if not link.startswith("made/"):  # pictures are made with the pages
-            assert (DOCS / link).exists(), link
+            assert ((DOCS / page).parent / link).exists(), link
 
 
 def test_the_numbers_of_the_pictures_are_those_of_the_tables():
