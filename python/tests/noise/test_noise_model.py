@@ -22,12 +22,13 @@ from velacamplix import (
 PAIR = Channel.depolarizing(0.01, 2)
 FLIP = Channel.bit_flip(0.25)
 TURN = Channel.phase_flip(0.125)
+HALF = Channel.pauli({"XI": 0.5})  # the first of two qubits
 
 
 def lines(circuit):
     return str(circuit).replace("channel depolarizing(0.01)", "PAIR").replace("channel bit_flip(0.25)", "FLIP").replace(
         "channel phase_flip(0.125)", "TURN"
-    ).splitlines()  # fmt: skip
+    ).replace("channel pauli(II 0.5, XI 0.5)", "HALF").splitlines()  # fmt: skip
 
 
 # --- Rules ---
@@ -103,7 +104,50 @@ def test_on_some_qubits():
 @pytest.mark.parametrize("circuit", [Circuit(2).cz(1, 0), Circuit(2).swap(1, 0), Circuit(2).rzz(0.5, 1, 0), Circuit(2).cp(0.5, 1, 0)])
 def test_qubits_that_play_the_same_part_have_no_order(circuit):
     name = {"CSIGN": "cz", "SWAP": "swap", "rzz": "rzz", "PH": "cp"}[circuit[0].name]
-    assert lines(NoiseModel().after(name, PAIR, [(0, 1)]).apply(circuit))[1:] == ["PAIR 1,0"]
+    assert lines(NoiseModel().after(name, PAIR, [(0, 1)]).apply(circuit))[1:] == ["PAIR 0,1"]
+
+
+def test_noise_of_such_a_gate_hits_the_qubits_in_the_order_of_the_rule():
+    model = NoiseModel().after("cz", HALF, [(0, 1)])
+    assert lines(model.apply(Circuit(2).cz(1, 0).cz(0, 1)))[1::2] == ["HALF 0,1"] * 2
+    # Both orders are listed: then each is its own, as it is without qubits.
+    both = NoiseModel().after("cz", HALF, [(0, 1), (1, 0)])
+    everywhere = NoiseModel().after("cz", HALF)
+    for model in both, everywhere:
+        assert lines(model.apply(Circuit(2).cz(1, 0)))[1:] == ["HALF 1,0"]
+
+
+def test_a_rule_takes_the_place_of_earlier_ones():
+    model = (
+        NoiseModel().after("cx", PAIR).after(["cx", "h"], TURN).before("cx", TURN)
+        .after("cx", FLIP, [(0, 1)], replace=True).after("cx", PAIR, [(0, 1), (2, 1)])
+    )  # fmt: skip
+    assert lines(model.apply(Circuit(3).h(0).cx(0, 1).cx(1, 0).cx(2, 1))) == [
+        "H 0", "TURN 0",
+        "TURN 0", "TURN 1", "CNOT 0,1", "FLIP 0", "FLIP 1", "PAIR 0,1",
+        "TURN 1", "TURN 0", "CNOT 1,0", "PAIR 1,0", "TURN 1", "TURN 0",
+        "TURN 2", "TURN 1", "CNOT 2,1", "PAIR 2,1", "TURN 2", "TURN 1", "PAIR 2,1",
+    ]  # fmt: skip
+    assert lines(model.after("cx", TURN, replace=True).apply(Circuit(2).cx(0, 1).h(0)))[2:5] == ["CNOT 0,1", "TURN 0", "TURN 1"]
+    # None is left without a gate, since each has found one.
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        NoiseModel().after("h", FLIP).after("h", TURN, replace=True).apply(Circuit(1).h(0))
+
+
+def test_a_rule_takes_the_place_of_others_where_it_stands_only():
+    reading = NoiseModel().before("measure", FLIP).before("measure", TURN, 1, replace=True).after("reset", FLIP, 0)
+    reading = reading.after("reset", TURN, 0, replace=True)
+    assert lines(reading.apply(Circuit(3, 3).reset(0).measure([0, 1, 2], [0, 1, 2]))) == [
+        "reset 0", "TURN 0", "FLIP 0", "FLIP 2", "TURN 1", "measure 0,1,2 -> 0,1,2",
+    ]  # fmt: skip
+    gate = GateDefinition("pair", Circuit(2).cx(0, 1))
+    inside = NoiseModel().after("cx", PAIR).after("cx", FLIP, [(1, 0)], replace=True).after("pair", TURN)
+    assert lines(inside.apply(Circuit(2).gate(gate, [1, 0]).gate(gate, [0, 1]))) == [
+        "CNOT 1,0", "FLIP 1", "FLIP 0", "TURN 1", "TURN 0", "CNOT 0,1", "PAIR 0,1", "TURN 0", "TURN 1",
+    ]  # fmt: skip
+    turned = NoiseModel().after("cz", TURN).after("cz", HALF, [(0, 1)], replace=True)
+    assert lines(turned.apply(Circuit(2).cz(1, 0))) == ["CSIGN 1,0", "HALF 0,1"]
 
 
 def test_definitions_are_opened_where_noise_stands_inside():
@@ -345,6 +389,7 @@ FULL = (
     .after("y", Channel.from_kraus([np.diag([1, math.sqrt(0.7)]), [[0, math.sqrt(0.3)], [0, 0]]]))
     .after("z", Channel.from_unitaries([0.25, 0.75], [[[0, 1], [1, 0]], np.eye(2)]))
     .after("t", Channel.reset(0.1, 0.2))
+    .after("t", Channel.reset(0.1), qubits=3, replace=True)
     .idle(50e-6, 70e-6, {"cx": {(0, 1): 3e-7}, "h": 35e-9}, excited=0.01)
     .idle(40e-6, 60e-6, {"x": 35e-9}, qubits=[1])
     .readout(0.02, 0.05)
@@ -394,6 +439,13 @@ def test_a_table_of_figures():
     ]  # fmt: skip
 
 
+def test_a_row_for_some_qubits_takes_the_place_of_one_for_all():
+    rows = [{"gate": "h", "qubits": [1], "error": 0.25}, {"gate": "h", "error": 0.05}]
+    for gates in rows, rows[::-1]:
+        noisy = NoiseModel.from_calibration({"gates": gates}).apply(Circuit(2).h([0, 1]))
+        assert lines(noisy) == ["H 0", "channel depolarizing(0.1) 0", "H 1", "channel depolarizing(0.5) 1"]
+
+
 def test_errors_of_a_table_are_average_infidelities():
     """The mean of <psi| channel(psi) |psi> over states drawn by Haar's measure."""
     channel = NoiseModel.from_calibration({"gates": [{"gate": "cx", "error": 0.3}]}).apply(Circuit(2).cx(0, 1))[1].detail
@@ -414,6 +466,8 @@ def test_errors_of_a_table_are_average_infidelities():
         (lambda: NoiseModel().after(3, FLIP), "gates must be a sequence of names, got 3"),
         (lambda: NoiseModel().after([3], FLIP), "gates must hold names of gates, got 3"),
         (lambda: NoiseModel().after([], FLIP), r"gates must hold at least one name, .* got \[\]"),
+        (lambda: NoiseModel().after("h", FLIP, replace=1), "replace must be True or False, got 1"),
+        (lambda: NoiseModel().before("h", FLIP, replace="yes"), "replace must be True or False, got 'yes'"),
         (lambda: NoiseModel().after("h", "X"), "channel must be a Channel, such as .* got 'X'"),
         (lambda: NoiseModel().after("h", PAIR), r"channel must act on 1 qubit beside h, got Channel.depolarizing\(0.01, qubits=2\) on 2"),
         (lambda: NoiseModel().before("measure", PAIR), "channel must act on 1 qubit beside measure"),
@@ -446,7 +500,7 @@ def test_errors_of_a_table_are_average_infidelities():
         (lambda: NoiseModel().readout(matrix="ab"), "matrix must be a 2 x 2 array of numbers, got 'ab'"),
         (lambda: NoiseModel().readout_of(-1), "qubit must be an integer of at least 0, got -1"),
         (lambda: NoiseModel.from_dict(3), "values must be a dictionary, got 3"),
-        (lambda: NoiseModel.from_dict({"rules": [{}]}), "a rule must have the keys place, gates, channel, qubits, optional, got .* missing"),
+        (lambda: NoiseModel.from_dict({"rules": [{}]}), "a rule must have the keys place, gates, channel, qubits, optional, replace, got .* missing"),
         (lambda: NoiseModel.from_dict({}), "values must have the keys rules, idle, durations, readout, got .* missing"),
         (lambda: NoiseModel.from_dict({"rules": 3}), r"values\['rules'\] must be a sequence of dictionaries, got 3"),
         (lambda: NoiseModel.from_dict({"rules": [3]}), r"values\['rules'\]\[0\] must be a dictionary, got 3"),

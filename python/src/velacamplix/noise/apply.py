@@ -92,14 +92,20 @@ class _Applying:
     def _beside(self, step: Instruction, kind: Kind, qubits: tuple[int, ...]) -> tuple[list[Instruction], list[Instruction]]:
         """Return the channels before and after an instruction."""
         self.met.add(kind)
-        found: dict[str, list[Instruction]] = {"before": [], "after": []}
         places = [(qubit,) for qubit in qubits] if kind[0] in READING else [qubits]
+        # By the rule, and then by the place: for each a list of its own, which a later rule may empty.
+        found: dict[str, list[tuple[tuple[int, ...], list[Instruction]]]] = {"before": [], "after": []}
         for rule in self._rules.get(kind, ()):
             for place in places:
-                if rule.qubits is None or place in rule.qubits or (has_any_order(kind) and _is_among(place, rule.qubits)):
-                    self.matched.add(rule)
-                    found[rule.place].extend(_channels(rule, place, step))
-        return found["before"], found["after"]
+                its = _place(rule, place, has_any_order(kind))
+                if its is None:
+                    continue
+                self.matched.add(rule)
+                if rule.replaces:
+                    found[rule.place] = [other for other in found[rule.place] if other[0] != place]
+                found[rule.place].append((place, list(_channels(rule, its, step))))
+        before, after = [[one for _, several in found[side] for one in several] for side in ("before", "after")]
+        return before, after
 
     def _is_opened(self, definition: GateDefinition, kind: Kind) -> bool:
         """Whether noise stands inside of a definition."""
@@ -185,8 +191,13 @@ def _channels(rule: Rule, place: tuple[int, ...], step: Instruction) -> Iterator
         yield Instruction("channel", qubits, condition=step.condition, detail=channel)
 
 
-def _is_among(place: tuple[int, ...], places: Iterable[tuple[int, ...]]) -> bool:
-    return any(sorted(place) == sorted(other) for other in places)
+def _place(rule: Rule, place: tuple[int, ...], has_any_order: bool) -> tuple[int, ...] | None:
+    """Return the qubits of a gate in the order that a rule's channel takes them, None if the rule is not of this place."""
+    if rule.qubits is None or place in rule.qubits:
+        return place
+    if has_any_order:
+        return next((other for other in rule.qubits if sorted(place) == sorted(other)), None)
+    return None
 
 
 def _opened(step: Instruction) -> list[Instruction]:

@@ -55,11 +55,17 @@ class NoiseModel(Guiding):
     # --- Rules ---
 
     def after(
-        self, gates: str | Sequence[str], channel: Channel, qubits: int | Sequence[int | Sequence[int]] | None = None
+        self,
+        gates: str | Sequence[str],
+        channel: Channel,
+        qubits: int | Sequence[int | Sequence[int]] | None = None,
+        *,
+        replace: bool = False,
     ) -> Self:
         """Return a model with noise after gates, too.
 
-        Several rules for a gate act one after the other, in the order they were made.
+        Several rules for a gate act one after the other, in the order they were made; with `replace` a rule takes the place
+        of earlier ones.
 
         Parameters
         ----------
@@ -69,13 +75,18 @@ class NoiseModel(Guiding):
             On one qubit it acts on each of a gate's; on more the gate must have as many, controls first. The channel's
             qubit 0 is the gate's first. Each qubit of a measurement or a reset counts by itself.
         qubits : sequence of tuple of int, optional
-            Only after gates on these qubits, as in ``[(0, 1), (1, 2)]``: controls and targets in their order, in any order
-            for gates whose qubits play the same part. Numbers alone are those of gates on one qubit. By default all.
+            Only after gates on these qubits, as in ``[(0, 1), (1, 2)]``: controls and targets in their order. Gates whose
+            qubits play the same part, as those of CZ and SWAP, are found in any order; the channel takes the order that is
+            listed here. Numbers alone are those of gates on one qubit. By default all.
+        replace : bool
+            Whether the gates that this rule finds lose the noise that earlier rules of `after` gave them: a rule for some
+            qubits then takes the place of a general one there. Rules of `before` stay, as they do in the other case.
 
         Raises
         ------
         TypeError, ValueError
-            If a name is no text or of something that has no noise beside it, or numbers of qubits do not fit.
+            If a name is no text or of something that has no noise beside it, numbers of qubits do not fit, or `replace` is
+            no bool.
 
         Examples
         --------
@@ -87,11 +98,22 @@ class NoiseModel(Guiding):
         channel phase_flip(0.1) 0
         channel phase_flip(0.1) 1
         CNOT 1,0
+        >>> model = NoiseModel().after("h", Channel.bit_flip(0.1)).after("h", Channel.bit_flip(0.2), qubits=1, replace=True)
+        >>> print(model.apply(Circuit(2).h([0, 1])))
+        H 0
+        channel bit_flip(0.1) 0
+        H 1
+        channel bit_flip(0.2) 1
         """
-        return self._with_rule("after", gates, channel, qubits)
+        return self._with_rule("after", gates, channel, qubits, replaces=checks.flag(replace, "replace"))
 
     def before(
-        self, gates: str | Sequence[str], channel: Channel, qubits: int | Sequence[int | Sequence[int]] | None = None
+        self,
+        gates: str | Sequence[str],
+        channel: Channel,
+        qubits: int | Sequence[int | Sequence[int]] | None = None,
+        *,
+        replace: bool = False,
     ) -> Self:
         """Return a model with noise before gates, too; all else as for `after`.
 
@@ -101,7 +123,7 @@ class NoiseModel(Guiding):
         channel bit_flip(0.1) 1
         measure 0,1 -> 0,1
         """
-        return self._with_rule("before", gates, channel, qubits)
+        return self._with_rule("before", gates, channel, qubits, replaces=checks.flag(replace, "replace"))
 
     def idle(
         self,
@@ -281,10 +303,11 @@ class NoiseModel(Guiding):
         """
         made = cls()
         for rule in tables.rows(values, "values", "rules"):
-            tables.require_keys(rule, "a rule", ("place", "gates", "channel", "qubits"), ("optional",))
+            tables.require_keys(rule, "a rule", ("place", "gates", "channel", "qubits"), ("optional", "replace"))
             channel = Channel.from_dict(rule["channel"])
             place = checks.choice(rule["place"], "place", ("after", "before"))
-            made = made._with_rule(place, rule["gates"], channel, rule["qubits"], bool(rule.get("optional", False)))
+            is_optional, replaces = [checks.flag(rule.get(key, False), key) for key in ("optional", "replace")]
+            made = made._with_rule(place, rule["gates"], channel, rule["qubits"], is_optional, replaces)
         for row in tables.rows(values, "values", "idle"):
             tables.require_keys(row, "a row of idle", ("t1", "t2", "excited", "qubits"))
             made = made.idle(row["t1"], row["t2"], {}, excited=row["excited"], qubits=row["qubits"])
@@ -306,7 +329,7 @@ class NoiseModel(Guiding):
         table : mapping
             ``"qubits"``: a list of mappings, the i-th for qubit i, each with any of ``"t1"`` and ``"t2"`` together (and
             ``"excited"``), which make it relax while it waits, and ``"p1_given_0"`` and ``"p0_given_1"`` together, of its
-            readout. ``"gates"``: a list of mappings with ``"gate"``, the name, and any of ``"qubits"`` (all if it is left out),
+            readout. ``"gates"``: a list of mappings with ``"gate"``, the name, and any of ``"qubits"`` (all others if it is left out),
             ``"error"`` and ``"duration"``. The error is the average infidelity, as randomised benchmarking tells it; it
             becomes depolarizing noise with p = error * D / (D - 1) on all D = 2**k states of the gate's qubits (M. A. Nielsen,
             Phys. Lett. A 303, 249 (2002)).
@@ -327,8 +350,9 @@ class NoiseModel(Guiding):
         channel depolarizing(0.01) 0,1
         """
         made = cls()
-        for place, gates, channel, qubits in tables.gate_errors(table):
-            made = made._with_rule(place, gates, channel, qubits, is_optional=True)
+        # Those for all qubits first, so that others take their place.
+        for place, gates, channel, qubits in sorted(tables.gate_errors(table), key=lambda row: row[3] is not None):
+            made = made._with_rule(place, gates, channel, qubits, is_optional=True, replaces=True)
         durations = tables.table_durations(table)
         for qubit, row in enumerate(tables.rows(table, "table", "qubits")):
             try:
@@ -382,7 +406,9 @@ class NoiseModel(Guiding):
             setattr(made, name, value)
         return made
 
-    def _with_rule(self, place: str, gates: Any, channel: Any, qubits: Any, is_optional: bool = False) -> Self:
+    def _with_rule(
+        self, place: str, gates: Any, channel: Any, qubits: Any, is_optional: bool = False, replaces: bool = False
+    ) -> Self:
         names = tables.names(gates)
         for name in names:
             if name in _NO_GATES:
@@ -403,7 +429,7 @@ class NoiseModel(Guiding):
                     raise ValueError(
                         f"qubits must be tuples of {size} for {name}, as in [{tuple(range(size))}], got {checks.show(listed)}"
                     )
-        return self._changed(_rules=(*self._rules, Rule(place, names, channel, places, is_optional)))
+        return self._changed(_rules=(*self._rules, Rule(place, names, channel, places, is_optional, replaces)))
 
 
 def _numbers(values: Any) -> tuple[int, ...] | None:

@@ -14,19 +14,24 @@ Durations = dict[tuple[str, tuple[int, ...] | None], float]
 
 
 class Rule(NamedTuple):
-    """A channel before or after gates; `is_optional` if it need not find any."""
+    """A channel before or after gates.
+
+    `is_optional` if it need not find any; `replaces` if earlier rules of the same place give way to it where it finds one.
+    """
 
     place: str
     gates: tuple[str, ...]
     channel: Channel
     qubits: Places
     is_optional: bool = False
+    replaces: bool = False
 
     def call(self) -> str:
         """Return the call that makes it."""
         gates = repr(self.gates[0]) if len(self.gates) == 1 else repr(list(self.gates))
         qubits = "" if self.qubits is None else f", qubits={list(self.qubits)}"
-        return f"{self.place}({gates}, {self.channel!r}{qubits})"
+        replace = ", replace=True" if self.replaces else ""
+        return f"{self.place}({gates}, {self.channel!r}{qubits}{replace})"
 
 
 class Idle(NamedTuple):

@@ -104,6 +104,7 @@ def plain(rules: Sequence[Rule], idle: Sequence[Idle], times: Durations, readout
                 "channel": rule.channel.to_dict(),
                 "qubits": listed(rule.qubits),
                 **({"optional": True} if rule.is_optional else {}),
+                **({"replace": True} if rule.replaces else {}),
             }
             for rule in rules
         ],
