@@ -16,9 +16,19 @@ from ..basics.extras import imported
 
 imported("qiskit", "velacamplix.qiskit")
 
+from .backend import VelacamplixBackend  # noqa: E402
 from .errors import NotConverted  # noqa: E402
+from .job import VelacamplixJob  # noqa: E402
 from .primitives import EstimatorV2, SamplerV2  # noqa: E402
 from .reading import to_velacamplix  # noqa: E402
 from .writing import from_velacamplix  # noqa: E402
 
-__all__ = ["EstimatorV2", "NotConverted", "SamplerV2", "from_velacamplix", "to_velacamplix"]
+__all__ = [
+    "EstimatorV2",
+    "NotConverted",
+    "SamplerV2",
+    "VelacamplixBackend",
+    "VelacamplixJob",
+    "from_velacamplix",
+    "to_velacamplix",
+]

@@ -1,0 +1,164 @@
+"""Circuits of a job, run together, and their results in Qiskit's form."""
+
+from __future__ import annotations
+
+import datetime
+import time
+from collections.abc import Sequence
+from typing import Any, NamedTuple
+
+from qiskit.result import Result as QiskitResult
+from qiskit.result.models import ExperimentResult, ExperimentResultData
+
+from ..circuit.circuit import Circuit
+from ..instructions.flow import leaves
+from ..machine import limits
+from ..running import observing
+from ..running.batch import member_seeds, run_many
+from ..running.initial import Start
+from ..running.result import Result
+from ..running.run import run
+from ..running.single import Request
+from .job import Hear
+from .options import How
+
+try:  # before Qiskit 2.0
+    from qiskit.qobj import QobjExperimentHeader
+except ImportError:
+    QobjExperimentHeader = None
+
+
+class Experiment(NamedTuple):
+    """A circuit with numbers for all its parameters; or why there is none.
+
+    Attributes
+    ----------
+    circuit : Circuit or Exception
+    header : dict
+        What Qiskit tells of a circuit in results.
+    """
+
+    circuit: Circuit | Exception
+    header: dict[str, Any]
+
+
+class Outcome(NamedTuple):
+    """What came of an experiment, and with which seed."""
+
+    result: Result | Exception
+    seed: int
+
+
+def header(circuit: Any) -> dict[str, Any]:
+    """Return what results tell of one of Qiskit's circuits."""
+    return {
+        "name": circuit.name,
+        "n_qubits": circuit.num_qubits,
+        "memory_slots": circuit.num_clbits,
+        "qreg_sizes": [[register.name, register.size] for register in circuit.qregs],
+        "creg_sizes": [[register.name, register.size] for register in circuit.cregs],
+        "global_phase": circuit.global_phase,
+        "metadata": circuit.metadata or {},
+    }
+
+
+def carried_out(experiments: Sequence[Experiment], how: How, name: str, version: str, job_id: str, hear: Hear) -> Any:
+    """Return Qiskit's result of some experiments."""
+    began = time.perf_counter()
+    outcomes = _outcomes(experiments, how, hear)
+    taken = time.perf_counter() - began
+    results = [_formed(one, outcome, how) for one, outcome in zip(experiments, outcomes)]
+    n_good = sum([one.success for one in results])
+    status = "COMPLETED" if n_good == len(results) else "PARTIAL COMPLETED" if n_good else "ERROR"
+    return QiskitResult(
+        backend_name=name,
+        backend_version=version,
+        job_id=job_id,
+        success=n_good == len(results),
+        results=results,
+        date=datetime.datetime.now().isoformat(),
+        status=status,
+        time_taken=taken,
+    )
+
+
+# --- Running ---
+
+
+def _outcomes(experiments: Sequence[Experiment], how: How, hear: Hear) -> list[Outcome]:
+    """Run all together; if one cannot be, each by itself, with the same seeds and shots."""
+    seed = how.given_seed()
+    if len(experiments) == 1:
+        return [_alone(experiments[0], how, seed, hear)]
+    seeds = member_seeds(seed, len(experiments))
+    circuits = [one.circuit for one in experiments if isinstance(one.circuit, Circuit)]
+    if len(circuits) == len(experiments) and how.noise is None and how.method != "density_matrix":
+        try:
+            return [Outcome(result, own) for result, own in zip(_together(circuits, how, seed, hear), seeds)]
+        except Exception:  # which one it is about, and what becomes of the others, is seen one by one
+            pass
+    return [_alone(one, how, own, hear) for one, own in zip(experiments, seeds)]
+
+
+def _together(circuits: list[Circuit], how: How, seed: int, hear: Hear) -> list[Result]:
+    starts = {size: Start(None, size, None) for size in {circuit.n_qubits for circuit in circuits}}
+    threads = limits.thread_count(how.threads)
+    request = Request(how.shots, None, threads, how.precision, None, starts[circuits[0].n_qubits], hear, how.fusion)
+    return run_many(circuits, "circuit[{}]", seed, request, starts, False, observing.Lost())
+
+
+def _alone(experiment: Experiment, how: How, seed: int, hear: Hear) -> Outcome:
+    circuit = experiment.circuit
+    if isinstance(circuit, Exception):
+        return Outcome(circuit, seed)
+    method: Any = "auto"
+    if how.method == "density_matrix":
+        method = "exact"
+    elif how.method == "statevector" and how.noise is not None:
+        method = "trajectories"
+    shots: int | None = how.shots
+    # Without a measurement shots would be of the qubits, which nobody asks for; but those that part need a number.
+    if method == "auto" and not circuit.n_clbits and how.noise is None:
+        shots = how.shots if any([step.name == "reset" for step in leaves(circuit.instructions)]) else None
+    try:
+        result = run(circuit, shots, seed, how.threads, how.precision, fusion=how.fusion, progress=hear, method=method)
+    except Exception as error:
+        return Outcome(error, seed)
+    return Outcome(result, seed)
+
+
+# --- Results ---
+
+
+def _formed(experiment: Experiment, outcome: Outcome, how: How) -> Any:
+    """Return Qiskit's result of one experiment."""
+    result = outcome.result
+    made: Any = experiment.header
+    if QobjExperimentHeader is not None:
+        made = QobjExperimentHeader.from_dict(made)
+    if isinstance(result, Exception):
+        status = f"ERROR: {type(result).__name__}: {result}"
+        return ExperimentResult(how.shots, False, ExperimentResultData(), status=status, header=made)
+    told = {
+        "method": result.plan.method or "statevector", "device": "CPU", "precision": how.precision, "fusion": how.fusion,
+        "threads": result.threads, "num_qubits": len(result.active_qubits), "active_input_qubits": list(result.active_qubits),
+        "time_taken": result.timings.total,
+    }  # fmt: skip
+    return ExperimentResult(
+        how.shots, True, ExperimentResultData(**_data(result, how)), status="DONE", header=made,
+        seed_simulator=outcome.seed, metadata=told, time_taken=result.timings.total,
+    )  # fmt: skip
+
+
+def _data(result: Result, how: How) -> dict[str, Any]:
+    """Return counts, and single shots if they are asked for; nothing of a circuit that measures nothing."""
+    if not result.measured_bits:
+        return {}
+    # Bit 0 is the lowest of Qiskit's numbers.
+    n_bits = result.n_bits
+    data: dict[str, Any] = {"counts": {hex(int(bits[::-1], 2)): times for bits, times in result.counts.items()}}
+    if how.memory:
+        shots = result.shots.tolist()
+        spelled = {shot: hex(int(f"{shot:0{n_bits}b}"[::-1], 2)) for shot in set(shots)}
+        data["memory"] = [spelled[shot] for shot in shots]
+    return data

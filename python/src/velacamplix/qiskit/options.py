@@ -1,0 +1,112 @@
+"""What a backend may be told, under Qiskit's and Aer's names, checked once."""
+
+from __future__ import annotations
+
+import secrets
+from collections.abc import Mapping
+from typing import Any, NamedTuple
+
+import numpy as np
+
+from ..basics import checks
+from ..basics.types import Precision
+from ..machine import limits
+
+#: Names of options, and what they are unless somebody says otherwise.
+DEFAULTS: dict[str, Any] = {
+    "shots": 1024, "seed_simulator": None, "memory": False, "method": "automatic", "precision": "double", "device": "CPU",
+    "max_parallel_threads": None, "noise_model": None, "threads": None, "fusion": False,
+}  # fmt: skip
+
+_METHODS = ("automatic", "statevector", "density_matrix")
+_CURES = {
+    "method": "amplitudes are all there is here; take a simulator of that method for it",
+    "device": "this simulator runs on CPUs",
+}
+
+
+class How(NamedTuple):
+    """Checked options.
+
+    Attributes
+    ----------
+    seed : int or None
+        Of 32 bits.
+    noise : object
+        A model, or None.
+    """
+
+    shots: int
+    seed: int | None
+    memory: bool
+    method: str
+    precision: Precision
+    threads: int | None
+    fusion: bool
+    noise: Any
+
+    def given_seed(self) -> int:
+        """Return the seed, one of chance if there is none."""
+        return secrets.randbits(32) if self.seed is None else self.seed
+
+
+def checked(options: Mapping[str, Any]) -> How:
+    """Return options of all names as one.
+
+    Raises
+    ------
+    AttributeError
+        If there is no option of a name, as Qiskit's backends have it.
+    TypeError, ValueError
+        If a value is of another kind, or not offered.
+
+    >>> checked(DEFAULTS).shots, checked({**DEFAULTS, "seed_simulator": 2**40}).seed == 2**40
+    (1024, False)
+    """
+    require_known(options)
+    _chosen(options, "device", ("CPU",))
+    threads = options["threads"]
+    most = options["max_parallel_threads"]
+    if most is not None and threads is not None:
+        raise ValueError(
+            f"max_parallel_threads and threads are one option under two names: give one of them, got {checks.show(most)} and "
+            f"{checks.show(threads)}"
+        )
+    if most is not None and checks.integer(most, "max_parallel_threads", minimum=0):  # 0 stands for all, as for Aer
+        threads = most
+    memory = options["memory"]
+    return How(
+        checks.shots(options["shots"], minimum=1),
+        seed(options["seed_simulator"]),
+        False if memory is None else checks.flag(memory, "memory"),
+        _chosen(options, "method", _METHODS),
+        _chosen(options, "precision", ("double", "single")),  # type: ignore[arg-type]
+        None if threads is None else limits.thread_count(threads),
+        checks.flag(options["fusion"], "fusion"),
+        options["noise_model"],
+    )
+
+
+def require_known(options: Mapping[str, Any]) -> None:
+    """Raise AttributeError if there is no option of a name."""
+    for name in options:
+        if name not in DEFAULTS:
+            known = ", ".join(DEFAULTS)
+            raise AttributeError(f"Options field {name} is not valid for this backend, which has {known}")
+
+
+def _chosen(options: Mapping[str, Any], name: str, choices: tuple[str, ...]) -> str:
+    try:
+        return checks.choice(options[name], name, choices)
+    except ValueError as error:
+        raise ValueError(f"{error}; {_CURES[name]}" if name in _CURES else str(error)) from None
+
+
+def seed(value: Any) -> int | None:
+    """Return a seed of 32 bits for one of Qiskit's, where integers of any size will do."""
+    if isinstance(value, (int, np.integer)) and not isinstance(value, bool) and value >= 2**32:
+        value = np.random.SeedSequence(int(value))
+    try:
+        return checks.seed(value)
+    except (TypeError, ValueError) as error:
+        raise type(error)(str(error).replace("seed must", "seed_simulator must", 1)) from None

@@ -1,0 +1,376 @@
+"""The simulator as a backend of Qiskit's: transpiling, options, jobs, results."""
+
+import threading
+import time
+
+import numpy as np
+import pytest
+
+pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
+
+import qiskit.circuit  # noqa: E402
+from qiskit import ClassicalRegister, QuantumCircuit, QuantumRegister, transpile  # noqa: E402
+from qiskit.circuit import Parameter, ParameterVector, library  # noqa: E402
+from qiskit.circuit.random import random_circuit  # noqa: E402
+from qiskit.exceptions import QiskitError  # noqa: E402
+from qiskit.primitives import BackendEstimatorV2, BackendSamplerV2, StatevectorEstimator  # noqa: E402
+from qiskit.providers import JobError, JobStatus, JobTimeoutError  # noqa: E402
+from qiskit.quantum_info import SparsePauliOp, Statevector  # noqa: E402
+from qiskit.transpiler import generate_preset_pass_manager  # noqa: E402
+
+from velacamplix import Channel, NoiseModel, run  # noqa: E402
+from velacamplix.qiskit import VelacamplixBackend, to_velacamplix  # noqa: E402
+
+
+def flipped(text):
+    return text[::-1]
+
+
+def bell():
+    circuit = QuantumCircuit(2, name="bell", metadata={"kind": "test"})
+    circuit.h(0)
+    circuit.cx(0, 1)
+    circuit.measure_all()
+    return circuit
+
+
+# --- The target ---
+
+
+def of_everything():
+    """Every kind of instruction once, on 6 qubits."""
+    circuit = QuantumCircuit(6, 6)
+    for name, gate in library.get_standard_gate_name_mapping().items():
+        if name not in ("measure", "delay", "reset"):
+            angles = [0.3 + 0.1 * place for place in range(len(gate.params))]
+            circuit.append(type(gate)(*angles) if angles else gate, range(gate.num_qubits))
+    circuit.delay(100, 1)
+    circuit.barrier()
+    circuit.append(library.MCXGate(5), range(6))
+    circuit.append(library.MCPhaseGate(0.3, 4), range(5))
+    circuit.unitary(np.diag([1, 1j, 1, -1, 1, 1, 1, 1]), [0, 1, 2])
+    circuit.append(library.DiagonalGate([1, 1j, 1, -1]), [0, 1])
+    circuit.append(library.PermutationGate([1, 2, 0]), [0, 1, 2])
+    circuit.append(library.PauliEvolutionGate(SparsePauliOp(["XX", "ZZ"]), 0.3), [0, 1])
+    circuit.reset(5)
+    circuit.initialize(np.array([1, 0, 0, 1j]) / np.sqrt(2), [0, 1])
+    circuit.measure(0, 0)
+    with circuit.if_test((circuit.clbits[0], 1)) as otherwise:
+        circuit.x(1)
+    with otherwise:
+        circuit.y(1)
+    with circuit.for_loop(range(3)):
+        circuit.h(1)
+    with circuit.while_loop((circuit.clbits[0], 1)):
+        circuit.h(0)
+        circuit.measure(0, 0)
+    with circuit.switch(circuit.cregs[0]) as case:
+        with case(1):
+            circuit.x(0)
+    if hasattr(qiskit.circuit, "BoxOp"):
+        with circuit.box():
+            circuit.h(3)
+    circuit.measure(range(6), range(6))
+    return circuit
+
+
+def test_transpiling_leaves_everything_whole():
+    circuit, backend = of_everything(), VelacamplixBackend()
+    assert dict(transpile(circuit, backend, optimization_level=0).count_ops()) == dict(circuit.count_ops())
+    # What level 1 removes and joins are gates on one qubit, and pairs that cancel.
+    simplified = transpile(circuit, backend, optimization_level=1)
+    assert set(simplified.count_ops()) <= set(circuit.count_ops())
+    wide = [name for name, times in circuit.count_ops().items() if name not in simplified.count_ops()]
+    mapping = library.get_standard_gate_name_mapping()
+    assert all(mapping[name].num_qubits <= 2 for name in wide)
+    counts = backend.run(simplified, shots=50, seed_simulator=1).result().get_counts()
+    assert sum(counts.values()) == 50
+
+
+@pytest.mark.parametrize("level", range(4))
+def test_transpiled_circuits_are_the_same(level):
+    backend = VelacamplixBackend()
+    for seed in range(5):
+        circuit = random_circuit(4, 6, seed=seed)
+        done = transpile(circuit, backend, optimization_level=level, seed_transpiler=1)
+        by_hand = generate_preset_pass_manager(level, backend, seed_transpiler=1).run(circuit)
+        state = run(to_velacamplix(done)).state
+        assert done == by_hand
+        np.testing.assert_allclose(state.array, Statevector(circuit).data, rtol=0, atol=1e-12)
+
+
+def test_a_target_without_a_number_of_qubits():
+    backend = VelacamplixBackend()
+    assert backend.num_qubits is None and backend.coupling_map is None and backend.max_circuits is None
+    assert transpile(QuantumCircuit(200), backend).num_qubits == 200
+    assert {"if_else", "switch_case", "while_loop", "for_loop", "break_loop", "continue_loop"} <= set(backend.operation_names)
+
+
+# --- Results ---
+
+
+def test_a_result_tells_all():
+    job = VelacamplixBackend().run(bell(), shots=200, seed_simulator=7, memory=True)
+    result = job.result()
+    (one,) = result.results
+    mine = run(to_velacamplix(bell()), shots=200, seed=7)
+    assert result.get_counts() == {flipped(bits): times for bits, times in mine.counts.items()}
+    assert result.get_memory() == [flipped("".join(map(str, row))) for row in mine.bits.tolist()]
+    assert set(result.data()["counts"]) == {"0x0", "0x3"}
+    assert result.success and result.status == "COMPLETED" and result.job_id == job.job_id()
+    assert result.backend_name == "velacamplix" and job.backend().name == "velacamplix"
+    assert one.shots == 200 and one.success and one.status == "DONE" and one.seed_simulator == 7
+    assert one.header["name"] == "bell" and one.header["metadata"] == {"kind": "test"}
+    assert one.metadata["method"] == "statevector" and one.metadata["active_input_qubits"] == [0, 1]
+    assert result.get_counts("bell") == result.get_counts(0) == result.get_counts(bell())
+    assert result.to_dict()["results"][0]["data"]["counts"] == result.data()["counts"]
+
+
+def test_registers_are_told_apart():
+    circuit = QuantumCircuit(QuantumRegister(3), ClassicalRegister(1, "a"), ClassicalRegister(70, "b"))
+    circuit.x([0, 2])
+    circuit.measure([0, 1, 2], [0, 1, 70])
+    result = VelacamplixBackend().run(circuit, shots=3, memory=True).result()
+    expected = "1" + 69 * "0" + " 1"
+    assert result.get_counts() == {expected: 3} and result.get_memory() == 3 * [expected]
+
+
+def test_circuits_without_measurements_have_no_counts():
+    with_reset = QuantumCircuit(2)
+    with_reset.h(0)
+    with_reset.cx(0, 1)
+    with_reset.reset(0)
+    result = VelacamplixBackend().run([QuantumCircuit(2, 2), QuantumCircuit(1), with_reset]).result()
+    assert result.success and [result.data(i) for i in range(3)] == [{}, {}, {}]
+
+
+def test_later_changes_of_a_circuit_do_not_matter():
+    circuit = bell()
+    job = VelacamplixBackend().run(circuit, shots=10)
+    circuit.x(0)
+    circuit.measure([0], [0])
+    assert set(job.result().get_counts()) <= {"00", "11"}
+
+
+def test_seeds_of_any_kind():
+    backend = VelacamplixBackend(shots=100)
+
+    def shots(seed):
+        return backend.run(bell(), seed_simulator=seed, memory=True).result().get_memory()
+
+    for seed in (5, np.int64(5), 2**80, np.random.SeedSequence(2**80)):
+        assert shots(seed) == shots(seed)
+    assert shots(5) != shots(2**80 + 5) and shots(np.random.default_rng(1)) == shots(np.random.default_rng(1))
+    generator = np.random.default_rng(1)
+    assert shots(generator) != shots(generator)  # it goes on
+    assert shots(None) != shots(None)
+
+
+def test_many_circuits_are_each_as_alone():
+    circuits = [bell(), random_circuit(3, 4, measure=True, seed=1), random_circuit(3, 4, measure=True, seed=2, conditional=True)]
+    backend = VelacamplixBackend(shots=300)
+    together = backend.run(circuits, seed_simulator=3, memory=True).result()
+    assert backend.run(circuits, seed_simulator=3, threads=1, memory=True).result().to_dict()["results"][2]["data"] == together.data(2)
+    seeds = np.random.SeedSequence(3).generate_state(3).tolist()
+    for place, (circuit, seed) in enumerate(zip(circuits, seeds)):
+        alone = backend.run(circuit, seed_simulator=seed, memory=True).result()
+        assert alone.data() == together.data(place) and together.results[place].seed_simulator == seed
+
+
+def test_parameters_are_bound():
+    a, v = Parameter("a"), ParameterVector("v", 2)
+    first, second = QuantumCircuit(1), QuantumCircuit(2)
+    first.ry(a, 0)
+    second.ry(v[0] + a, 0)
+    second.ry(v[1], 1)
+    for circuit in (first, second):
+        circuit.measure_all()
+    pi = np.pi
+    binds = [{a: [0.0, pi]}, {a: [0.0, pi, 0.0], v: [[0, 0], [0, 0], [pi, pi]]}]
+    result = VelacamplixBackend().run([first, second], parameter_binds=binds, shots=5).result()
+    assert result.get_counts() == [{"0": 5}, {"1": 5}, {"00": 5}, {"01": 5}, {"11": 5}]
+    by_name = VelacamplixBackend().run(first, parameter_binds=[{"a": pi}], shots=5).result()
+    assert by_name.get_counts() == {"1": 5}
+
+
+@pytest.mark.parametrize(
+    "binds, message",
+    [
+        ([{"a": [1.0]}, {}], "a dictionary for each of 1 circuits, got 2"),
+        ([{"b": [1.0]}], "parameter_binds: .*'b'"),
+        ([{"a": [1.0, np.nan]}], "parameter_binds: .*finite"),
+        ([{"a": [1.0], "c": [1.0, 2.0]}], "parameter_binds: .*as many numbers"),
+    ],
+)
+def test_bindings_that_do_not_fit(binds, message):
+    circuit = QuantumCircuit(1)
+    circuit.rx(Parameter("a"), 0)
+    circuit.rx(Parameter("c"), 0)
+    with pytest.raises(ValueError, match=message):
+        VelacamplixBackend().run(circuit, parameter_binds=binds)
+    with pytest.raises(TypeError, match="a list with a dictionary"):
+        VelacamplixBackend().run(circuit, parameter_binds={"a": 1.0})
+
+
+def test_one_circuit_that_cannot_be_run_leaves_the_others():
+    bad, open_ = QuantumCircuit(1, 1, name="bad"), QuantumCircuit(1, name="open")
+    bad.append(qiskit.circuit.Instruction("mystery", 1, 0, []), [0])
+    open_.rx(Parameter("a"), 0)
+    job = VelacamplixBackend().run([bell(), bad, open_], shots=10, seed_simulator=1)
+    result = job.result()
+    assert not result.success and result.status == "PARTIAL COMPLETED" and job.status() is JobStatus.DONE
+    assert sum(result.get_counts(0).values()) == 10
+    with pytest.raises(QiskitError, match="instruction 0, 'mystery' on qubits 0"):
+        result.get_counts("bad")
+    assert "parameter" in result.results[2].status
+    alone = VelacamplixBackend().run(bad)
+    assert alone.result().status == "ERROR" and alone.status() is JobStatus.ERROR
+    # Among others each has the seed it would have had.
+    assert result.results[0].seed_simulator == np.random.SeedSequence(1).generate_state(3)[0]
+
+
+def test_a_circuit_too_large_for_the_machine():
+    wide = QuantumCircuit(60)
+    wide.h(range(60))
+    wide.measure_all()
+    result = VelacamplixBackend().run([wide, bell()], shots=10).result()
+    assert "MemoryError" in result.results[0].status and result.results[1].success
+
+
+# --- Options ---
+
+
+def test_options_have_their_usual_names():
+    backend = VelacamplixBackend(shots=10, threads=1)
+    assert backend.options.shots == 10 and backend.options.method == "automatic" and backend.options.noise_model is None
+    backend.set_options(shots=20, seed_simulator=1)
+    assert sum(backend.run(bell()).result().get_counts().values()) == 20
+    assert sum(backend.run(bell(), shots=30).result().get_counts().values()) == 30
+    for options in (
+        {"max_parallel_threads": 0}, {"max_parallel_threads": 2, "threads": None}, {"precision": "single"}, {"fusion": True},
+        {"method": "statevector"}, {"method": "density_matrix"}, {"device": "CPU"}, {"memory": None},
+    ):  # fmt: skip
+        result = VelacamplixBackend().run(bell(), shots=10, **options).result()
+        assert result.success and set(result.get_counts()) <= {"00", "11"}
+    assert VelacamplixBackend().run(bell(), method="density_matrix").result().results[0].metadata["method"] == "exact"
+
+
+@pytest.mark.parametrize(
+    "options, error, message",
+    [
+        ({"shot": 10}, AttributeError, "Options field shot is not valid"),
+        ({"shots": 0}, ValueError, "shots"),
+        ({"shots": "ten"}, TypeError, "shots"),
+        ({"method": "stabilizer"}, ValueError, "method must be .*, got 'stabilizer'; amplitudes are all"),
+        ({"device": "GPU"}, ValueError, "device must be 'CPU', got 'GPU'; this simulator runs on CPUs"),
+        ({"precision": "half"}, ValueError, "precision"),
+        ({"memory": 1}, TypeError, "memory"),
+        ({"fusion": "yes"}, TypeError, "fusion"),
+        ({"seed_simulator": -1}, ValueError, "seed_simulator"),
+        ({"seed_simulator": "x"}, TypeError, "seed_simulator"),
+        ({"threads": 0}, ValueError, "threads"),
+        ({"threads": 1, "max_parallel_threads": 1}, ValueError, "give one of them"),
+        ({"noise_model": "loud"}, TypeError, "noise_model must be"),
+    ],
+)
+def test_what_is_not_offered_is_refused(options, error, message):
+    with pytest.raises(error, match=message):
+        VelacamplixBackend(**options).run(bell())
+    with pytest.raises(error, match=message):
+        VelacamplixBackend().run(bell(), **options)
+    backend = VelacamplixBackend()
+    if "noise_model" not in options:
+        with pytest.raises(error, match=message):
+            backend.set_options(**options)
+        assert dict(backend.options.items()) == dict(VelacamplixBackend().options.items())
+
+
+@pytest.mark.parametrize("given", [None, 3, "bell", [bell(), None]])
+def test_something_else_than_circuits(given):
+    with pytest.raises(TypeError, match="run_input"):
+        VelacamplixBackend().run(given)
+
+
+def test_no_circuits():
+    result = VelacamplixBackend().run([]).result()
+    assert result.success and result.results == []
+
+
+def test_noise_of_the_package():
+    noise = NoiseModel().after("cx", Channel.bit_flip(1.0), [(0, 1)]).readout(0.0, 1.0, qubits=1)
+    for method in ("automatic", "statevector", "density_matrix"):
+        result = VelacamplixBackend(noise_model=noise, method=method).run([bell(), bell()], shots=50, seed_simulator=1).result()
+        # Both bits flip, and that of qubit 1 is read as 0.
+        assert set(result.get_counts(0)) == {"00", "01"} and result.get_counts(0) != result.get_counts(1)
+        expected = {"statevector": "trajectories", "density_matrix": "exact"}.get(method)
+        assert expected in (None, result.results[0].metadata["method"])
+
+
+# --- Jobs ---
+
+
+def endless():
+    """A circuit of some minutes."""
+    circuit = QuantumCircuit(20)
+    for _ in range(300):
+        circuit.rx(0.1, range(20))
+        circuit.cx(range(19), range(1, 20))
+    circuit.measure_all()
+    return circuit
+
+
+@pytest.mark.parametrize("count", [1, 2])
+def test_a_job_is_cancelled(count):
+    job = VelacamplixBackend(threads=1).run([endless()] * count)
+    assert job.status() is JobStatus.RUNNING and job.running()
+    with pytest.raises(JobTimeoutError):
+        job.result(timeout=0.01)
+    began = time.monotonic()
+    assert job.cancel()
+    with pytest.raises(JobError, match="cancelled"):
+        job.result(timeout=60)
+    assert time.monotonic() - began < 30
+    assert job.cancelled() and job.in_final_state() and not job.cancel()
+    # The machine is free again.
+    assert not [thread for thread in threading.enumerate() if thread.name == "velacamplix job"]
+
+
+def test_a_job_is_submitted_once():
+    job = VelacamplixBackend().run(bell(), shots=1)
+    with pytest.raises(JobError, match="already"):
+        job.submit()
+    assert job.result() is job.result() and job.done()
+    job.wait_for_final_state()
+
+
+def test_jobs_beside_each_other():
+    backend = VelacamplixBackend(seed_simulator=4, shots=100)
+    jobs = [backend.run(bell()) for _ in range(20)]
+    counts = [job.result().get_counts() for job in jobs]
+    assert all(one == counts[0] for one in counts) and len({job.job_id() for job in jobs}) == 20
+
+
+# --- Qiskit's own primitives ---
+
+
+def test_its_sampler_for_backends():
+    sampler = BackendSamplerV2(backend=VelacamplixBackend(), options={"seed_simulator": 11})
+    a = Parameter("a")
+    circuit = QuantumCircuit(2, 1)
+    circuit.ry(a, 0)
+    circuit.cx(0, 1)
+    circuit.measure(1, 0)
+    data = sampler.run([(circuit, [[0.0], [np.pi]]), bell()], shots=400).result()
+    assert data[0].data.c.shape == (2,)
+    assert [data[0].data.c.get_counts(i) for i in range(2)] == [{"0": 400}, {"1": 400}]
+    assert abs(data[1].data.meas.get_counts()["11"] - 200) < 60
+
+
+def test_its_estimator_for_backends():
+    estimator = BackendEstimatorV2(backend=VelacamplixBackend(seed_simulator=5), options={"default_precision": 0.01})
+    circuit = random_circuit(3, 4, seed=3)
+    operators = [SparsePauliOp(["ZZI", "XIX"], [1.0, -0.5]), "YYY"]
+    isa = generate_preset_pass_manager(1, VelacamplixBackend()).run(circuit)
+    mine = estimator.run([(isa, operators)]).result()[0].data.evs
+    exact = StatevectorEstimator().run([(circuit, operators)]).result()[0].data.evs
+    np.testing.assert_allclose(mine, exact, rtol=0, atol=0.08)
