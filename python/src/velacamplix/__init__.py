@@ -63,7 +63,7 @@ _ROOMS = (
     ("gradients",),
     ("plots",),
     ("cli",),
-    ("torch", "jax", "qiskit"),
+    ("torch", "jax", "qiskit", "cirq"),
 )
 
 __all__ = [

@@ -44,11 +44,72 @@ class Frameworks(Record):
         """
         from ..qiskit import to_velacamplix
 
-        made: Any = to_velacamplix(circuit)
-        if cls is type(made):
-            return made
-        own: Any = cls(made.n_qubits, made.n_clbits, registers=made.registers)
-        return own.compose(made)
+        return _of(cls, to_velacamplix(circuit))
+
+    @classmethod
+    def from_cirq(cls, circuit: Any, qubit_order: Any = None) -> Self:
+        """Return the circuit that one of Cirq's is, global phase and symbols included.
+
+        Called on a class that inherits, it makes an object of that class, whose constructor must take what that of
+        `Circuit` takes.
+
+        Parameters
+        ----------
+        circuit : cirq.Circuit or cirq.FrozenCircuit
+            As for `velacamplix.cirq.to_velacamplix`, which tells what becomes what.
+        qubit_order : cirq.QubitOrder or sequence of cirq.Qid, optional
+            The i-th qubit in this order is qubit i here; by default as Cirq sorts them.
+
+        Raises
+        ------
+        ImportError
+            If Cirq is not installed.
+        TypeError
+            If `circuit` is none of Cirq's.
+        velacamplix.cirq.NotConverted
+            If there is something a circuit cannot say. A ``ValueError``.
+
+        Examples
+        --------
+        >>> import cirq
+        >>> from velacamplix import Circuit
+        >>> a, b = cirq.LineQubit.range(2)
+        >>> print(Circuit.from_cirq(cirq.Circuit(cirq.H(a), cirq.CNOT(a, b), cirq.measure(b, key="m"))))
+        H 0
+        CNOT 0,1
+        measure 1 -> 0
+        """
+        from ..cirq import to_velacamplix
+
+        more = () if qubit_order is None else (qubit_order,)
+        return _of(cls, to_velacamplix(circuit, *more))
+
+    def to_cirq(self) -> Any:
+        """Return the same circuit as a ``cirq.Circuit``, global phase and parameters included.
+
+        Returns
+        -------
+        cirq.Circuit
+            As `velacamplix.cirq.from_velacamplix` makes it, which tells what becomes what.
+
+        Raises
+        ------
+        ImportError
+            If Cirq is not installed.
+        velacamplix.cirq.NotConverted
+            If there is something that Cirq's circuits lack, such as a loop. A ``ValueError``.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, Parameter
+        >>> print(Circuit(2).ry(Parameter("a") / 2, 0).cx(0, 1).to_cirq())
+        0: ───Ry(a/2)───@───
+                        │
+        1: ─────────────X───
+        """
+        from ..cirq import from_velacamplix
+
+        return from_velacamplix(self)  # type: ignore[arg-type]
 
     def to_qiskit(self) -> Any:
         """Return the same circuit as a ``qiskit.QuantumCircuit``, global phase and parameters included.
@@ -75,3 +136,11 @@ class Frameworks(Record):
         from ..qiskit import from_velacamplix
 
         return from_velacamplix(self)  # type: ignore[arg-type]
+
+
+def _of(cls: Any, made: Any) -> Any:
+    """Return a circuit as one of a class that inherits."""
+    if cls is type(made):
+        return made
+    own: Any = cls(made.n_qubits, made.n_clbits, registers=made.registers)
+    return own.compose(made)

@@ -30,6 +30,8 @@ def require_circuit(circuit: Any, name: str = "circuit") -> Circuit:
     hint = "; Circuit.from_qasm reads a file or a text" if isinstance(circuit, str) else ""
     if type(circuit).__module__.startswith("qiskit."):
         hint = "; Circuit.from_qasm(qiskit.qasm2.dumps(circuit)) makes one of it"
+    elif type(circuit).__module__.startswith("cirq."):
+        hint = "; Circuit.from_cirq(circuit) makes one of it"
     raise TypeError(f"{name} must be a Circuit, got {checks.show(circuit)}{hint}")
 
 

@@ -1,0 +1,148 @@
+"""Conditions on measurement keys, both ways."""
+
+from __future__ import annotations
+
+import operator
+from collections.abc import Mapping, Sequence
+from functools import reduce
+from itertools import product
+from typing import Any
+
+import cirq
+import sympy
+
+from ..instructions.condition import AnyCondition, CompoundCondition, Condition
+from .errors import NotConverted
+
+# What has no words here is tried on all values of at most so many bits.
+_MOST_TRIED = 10
+
+#: Of each key the bits of every time that it is measured, in that order; of one time the first is the highest of a number.
+Records = Mapping[str, Sequence[tuple[int, ...]]]
+
+_BitMask = getattr(cirq, "BitMaskKeyCondition", ())  # since Cirq 1.5
+_COMPARISONS: dict[Any, str] = {
+    sympy.Eq: "==", sympy.Ne: "!=", sympy.StrictLessThan: "<", sympy.LessThan: "<=", sympy.StrictGreaterThan: ">",
+    sympy.GreaterThan: ">=",
+}  # fmt: skip
+_TURNED = {"==": "==", "!=": "!=", "<": ">", "<=": ">=", ">": "<", ">=": "<="}
+_JOINS: dict[Any, Any] = {sympy.And: operator.and_, sympy.Or: operator.or_, sympy.Xor: operator.xor}
+
+
+def condition(asked: Any, records: Records) -> AnyCondition | bool:
+    """Return what one of Cirq's conditions asks for; True or False if the answer is always that.
+
+    Raises
+    ------
+    NotConverted
+        If a key has not been measured yet, or the condition has no words here and asks for too many bits.
+    """
+    for key in asked.keys:
+        if not records.get(str(key)):
+            raise NotConverted(f"Measurement key {key} missing when testing classical control")
+    if type(asked) is cirq.KeyCondition:
+        return _compared(_bits(records, asked.key, asked.index), 0, "!=")
+    if _BitMask and type(asked) is _BitMask:
+        bits = _bits(records, asked.key, asked.index)
+        mask = 2 ** len(bits) - 1 if asked.bitmask is None else asked.bitmask
+        chosen = [place for place in range(len(bits)) if mask >> place & 1]
+        value = sum([(asked.target_value >> place & 1) << i for i, place in enumerate(chosen)])
+        comparison = "==" if asked.equal_target else "!="
+        # What is asked of bits that the mask hides, or that are not there, is never equal.
+        if asked.target_value != sum([(value >> i & 1) << place for i, place in enumerate(chosen)]):
+            return not asked.equal_target
+        return _compared(tuple([bits[place] for place in chosen]), value, comparison)
+    found = _of_expression(asked.expr, records) if type(asked) is cirq.SympyCondition else None
+    return _tried(asked, records) if found is None else found
+
+
+def _bits(records: Records, key: Any, index: int = -1) -> tuple[int, ...]:
+    """Return the bits of one measurement, lowest first."""
+    listed = records[str(key)]
+    if not -len(listed) <= index < len(listed):
+        raise NotConverted(f"measurement key {key} is measured {len(listed)} times before, got index {index}")
+    return listed[index][::-1]
+
+
+def _compared(bits: tuple[int, ...], value: int, comparison: str) -> AnyCondition | bool:
+    if not 0 <= value < 2 ** len(bits):
+        return comparison in (("!=", "<", "<=") if value > 0 else ("!=", ">", ">="))
+    if not bits:
+        return Condition((0,), 0, comparison).holds(value)
+    # One bit has one way to be said.
+    return ~Condition(bits, value) if comparison == "!=" else Condition(bits, value, comparison)
+
+
+def _of_expression(node: Any, records: Records) -> AnyCondition | bool | None:
+    if node in (sympy.true, sympy.false):
+        return bool(node)
+    if isinstance(node, (sympy.Symbol, sympy.Indexed)):
+        bits = _of_name(node, records)
+        return None if bits is None else _compared(bits, 0, "!=")
+    comparison = _COMPARISONS.get(node.func)
+    if comparison is not None:
+        left, right = node.args
+        if left.is_number:
+            left, right, comparison = right, left, _TURNED[comparison]
+        bits = _of_name(left, records)
+        return None if bits is None or not right.is_Integer else _compared(bits, int(right), comparison)
+    join = _JOINS.get(node.func)
+    if join is None and node.func is not sympy.Not:
+        return None
+    parts = [_of_expression(part, records) for part in node.args]
+    if any([part is None or isinstance(part, bool) for part in parts]):
+        return None
+    joined: Any = ~parts[0] if join is None else reduce(join, parts)  # type: ignore[operator, arg-type]
+    return joined
+
+
+def _of_name(node: Any, records: Records) -> tuple[int, ...] | None:
+    if isinstance(node, sympy.Symbol) and records.get(node.name):
+        return _bits(records, node.name)
+    if isinstance(node, sympy.Indexed) and len(node.indices) == 1 and node.indices[0].is_Integer:
+        bits, place = _bits(records, node.base.name)[::-1], int(node.indices[0])
+        return (bits[place],) if 0 <= place < len(bits) else None
+    return None
+
+
+def _tried(asked: Any, records: Records) -> AnyCondition | bool:
+    """Return the condition as the values of bits for which it holds."""
+    keys = [cirq.MeasurementKey.parse_serialized(str(key)) for key in asked.keys]
+    every = [(key, bits) for key in keys for bits in records[str(key)]]
+    # The bits of earlier measurements of a key count where it is asked for them by number.
+    flat = [bit for _, bits in every for bit in bits]
+    if len(flat) > _MOST_TRIED:
+        raise NotConverted(f"a condition of this kind can be on {_MOST_TRIED} bits, this is on {len(flat)}: {asked}")
+    held = []
+    for number, values in enumerate(product((0, 1), repeat=len(flat))):
+        store, left = cirq.ClassicalDataDictionaryStore(), list(values)
+        for key, bits in every:
+            store.record_measurement(key, [left.pop(0) for _ in bits], cirq.LineQubit.range(len(bits)))
+        if asked.resolve(store):
+            held.append(number)
+    if len(held) in (0, 2 ** len(flat)):
+        return bool(held)
+    parts = tuple([Condition(tuple(flat[::-1]), number) for number in held])
+    return parts[0] if len(parts) == 1 else CompoundCondition("or", parts)
+
+
+# --- To Cirq ---
+
+
+def cirq_condition(asked: AnyCondition, names: Mapping[int, Any]) -> Any:
+    """Return the same as one of Cirq's; `names` are the expressions of bits, numbers for those that nothing wrote."""
+    return cirq.SympyCondition(_expression(asked, names))
+
+
+def _expression(asked: AnyCondition, names: Mapping[int, Any]) -> Any:
+    if isinstance(asked, CompoundCondition):
+        parts = [_expression(part, names) for part in asked.parts]
+        kind = {"and": sympy.And, "or": sympy.Or, "xor": sympy.Xor, "not": sympy.Not}[asked.word]
+        return kind(*parts)
+    bits = [names[bit] for bit in asked.clbits]
+    if asked.comparison in ("==", "!="):
+        same = sympy.And(*[sympy.Eq(bit, asked.value >> place & 1) for place, bit in enumerate(bits)])
+        return sympy.Not(same) if asked.comparison == "!=" else same
+    number = sympy.Add(*[bit * 2**place for place, bit in enumerate(bits)])
+    kind = {"<": sympy.Lt, "<=": sympy.Le, ">": sympy.Gt, ">=": sympy.Ge}[asked.comparison]
+    return kind(number, asked.value)
