@@ -19,7 +19,7 @@ from .gradients.gradient import ValueAndGradient
 from .instructions.condition import Bits, CompoundCondition, Condition
 from .instructions.definition import GateDefinition
 from .instructions.expression import Expression, Parameter
-from .instructions.flow import If, Readout, Save, Switch, While
+from .instructions.flow import If, Readout, Save, Store, Switch, While
 from .instructions.instruction import Instruction, Register
 from .instructions.parameter_vector import ParameterVector
 from .machine.limits import refresh_threads
@@ -97,6 +97,7 @@ __all__ = [
     "Saved",
     "Schmidt",
     "StateVector",
+    "Store",
     "Switch",
     "Term",
     "Timings",

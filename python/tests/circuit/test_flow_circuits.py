@@ -337,7 +337,7 @@ def raising(circuit):
         (lambda c: c.if_((0, 1), lambda: None), TypeError, "positional argument"),
         (lambda c: c.if_((0, 1), raising), LookupError, "of my own"),
         (lambda c: c.if_((0, 1), lambda body: body.x(2)), IndexError, "qubit"),
-        (lambda c: c.while_((0, 1), X), ValueError, r"body of a while must measure into a bit of its condition, c\[0\] == 1: without"),
+        (lambda c: c.while_((0, 1), X), ValueError, r"body of a while must measure into a bit of its condition, c\[0\] == 1, store into one"),
         (lambda c: c.while_((1, 1), M), ValueError, "body of a while must measure into a bit of its condition"),
         (lambda c: c.while_((0, 1), Circuit(1, 1).measure(0, 0).save_state("s")), ValueError, "body of a while must not save.*'s': save after"),
         (lambda c: c.while_((0, 1), M, 0), ValueError, "max_iterations must be an integer of at least 1, got 0"),

@@ -382,7 +382,6 @@ REFUSED = [
     ("qubit q; @while (true) { }", "the program expands to more than 1000 instructions"),
     ("qubit q; @for int i in [0:1000000000000] { }", "the program expands to more than 1000 instructions"),
     ("qubit q; @break;", "break stands in no loop"),
-    ("qubit q; bit c; while (!c) { c = measure q; @break; }", "break stands in no loop"),
     ("qubit q; bit c; for int i in [0:3] { if (c) { @break; } }", "break where a measurement decides is not carried out"),
     ("qubit q; bit c; if (c) { @end; }", "end where a measurement decides is not carried out"),
     ("bit[2] c; @switch (c) { case 4 { } }", "a case must be an integer from 0 to 3, got 4"),

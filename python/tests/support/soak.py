@@ -69,6 +69,7 @@ def makers(i):
         "Save": lambda: velacamplix.Save("probabilities", f"p{i}"),
         "Saved": lambda: run(Circuit(2).h(0).save_probabilities("p")).saved,
         "StateVector": lambda: StateVector(N_QUBITS, seed=i),
+        "Store": lambda: velacamplix.Store((True, velacamplix.Condition((0,), i % 2))),
         "Switch": lambda: velacamplix.Switch((0,), (((1,), BODY),)),
         "Term": lambda: velacamplix.Term(0.5, "Z", (i,)),
         "Timings": lambda: velacamplix.Timings(0.1, 0.2, 0.3, 0.4 * i),
@@ -119,7 +120,7 @@ def arguments(i, path):
         "Result.register_counts.name": "q", "n": 5, "instructions": [Instruction("X", (0,))] * 3,
         "Observable.commutator.other": Observable(f"{turn}*X0"), "Observable.projector.outcome": "01",
         "bodies": (BODY,), "If.with_bodies.bodies": (BODY, ()), "Switch.with_bodies.bodies": (BODY, ()),
-        "Save.with_bodies.bodies": (), "condition": velacamplix.Condition((0,), 1), "cases": {1: Circuit(2).x(i % 2)},
+        "Save.with_bodies.bodies": (), "Store.with_bodies.bodies": (), "condition": velacamplix.Condition((0,), 1), "cases": {1: Circuit(2).x(i % 2)},
         "name": f"kept{i}", "observables": [f"{turn}*Z0 X1"], "vector": [turn], "tangent": [], "values": {},
         "Saved.get.name": "p", "bits": i % 4, "vectors": False, "step": Instruction("if", (0,), clbits=(0,), detail=makers(i)["If"]()), "Circuit.if_.body": Circuit(2).x(1), "Circuit.while_.body": Circuit(2, 2).x(0).measure(0, 0), "Counts.expectation.observable": f"{turn}*Z0 Z1",
         **{f"{kind}.{word}.other": StateVector(N_QUBITS).rx(turn, i % N_QUBITS)

@@ -1,4 +1,4 @@
-"""Decisions and repetitions inside a circuit: `if_`, `while_`, `switch`."""
+"""Decisions and repetitions inside a circuit: `if_`, `while_`, `switch`, and classical bits that are written."""
 
 from __future__ import annotations
 
@@ -7,8 +7,9 @@ from typing import Any, Self
 
 from ..basics import checks
 from ..instructions.checked import require_end, switch_values
-from ..instructions.condition import AnyCondition, Bits
-from ..instructions.flow import MOST_ITERATIONS, If, Switch, While, flow_step
+from ..instructions.checked import store as stored
+from ..instructions.condition import AnyCondition, Bits, Condition
+from ..instructions.flow import MOST_ITERATIONS, If, Store, Switch, While, flow_step
 from ..instructions.instruction import Instruction
 from .record import Record
 from .steps import StepMethods
@@ -76,7 +77,7 @@ class FlowMethods(StepMethods):
         Parameters
         ----------
         condition, body
-            As for `if_`. The body must measure into a bit of the condition, and cannot save.
+            As for `if_`. The body must measure or `store` into a bit of the condition, or `break_`; it cannot save.
         max_iterations : int
             A run in which the condition still holds after so many rounds ends in RuntimeError.
 
@@ -158,6 +159,101 @@ class FlowMethods(StepMethods):
         bodies = [self._body(body, f"cases[{checks.show(key)}]") for key, body in listed]
         otherwise = () if default is None else self._body(default, "default")
         return self._decide(Switch(places, tuple(zip(values, bodies)), otherwise))
+
+    def break_(self) -> Self:
+        """Leave the innermost `while_` around this place; what stands behind acts next.
+
+        In a body of `while_`, or of an `if_` or `switch` inside of it. In `when` only if the condition holds.
+
+        Returns
+        -------
+        Circuit
+            This circuit. Outside of a loop a run of it raises ValueError.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> body = Circuit(1, 2).h(0).measure(0, 0).if_((0, 1), lambda one: one.break_()).x(0).measure(0, 1)
+        >>> circuit = Circuit(1, 2).while_((1, 0), body)
+        >>> print(circuit)
+        while c[1] == 0:
+            H 0
+            measure 0 -> 0
+            if c[0] == 1:
+                break
+            X 0
+            measure 0 -> 1
+        >>> sorted(run(circuit, shots=100, seed=1).counts)
+        ['01', '10']
+        """
+        self._append(Instruction("break", (), condition=self._condition))
+        return self
+
+    def continue_(self) -> Self:
+        """Go on with the next round of the innermost `while_` around this place, whose condition is read again.
+
+        Returns
+        -------
+        Circuit
+            This circuit. Outside of a loop a run of it raises ValueError.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> body = Circuit(2, 2).h(0).measure(0, 0).if_((0, 0), lambda zero: zero.continue_()).x(1).measure(1, 1)
+        >>> run(Circuit(2, 2).while_((1, 0), body), shots=100, seed=1).counts
+        {'11': 100}
+        """
+        self._append(Instruction("continue", (), condition=self._condition))
+        return self
+
+    def store(self, clbits: Any, value: Any) -> Self:
+        """Write classical bits, without a measurement.
+
+        Parameters
+        ----------
+        clbits : str, int, sequence of int or Bits
+            Name of a classical register, a bit, or a list of distinct bits.
+        value : int, str, Bits, Condition, or sequence of conditions
+            What they shall hold: a number or a text as for `when`; other bits, as many, in the same order; or for one bit a
+            condition, for several one for each in their order, True and False among them: 1 where it holds. All are read
+            before anything is written.
+
+        Returns
+        -------
+        Circuit
+            This circuit.
+
+        Raises
+        ------
+        KeyError, TypeError, IndexError, ValueError
+            If there are no such bits, or the value does not fit them.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit, run
+        >>> circuit = Circuit(1, 3).x(0).measure(0, 0)
+        >>> circuit = circuit.store([1, 2], "01").store(1, circuit.bits(0) ^ circuit.bits(1))
+        >>> print(circuit[-1])
+        store c[1] = (c[0] == 1 xor c[1] == 1)
+        >>> run(circuit, shots=10).counts
+        {'111': 10}
+        """
+        bits = clbits if isinstance(clbits, Bits) else self.bits(clbits)
+        places = bits.lowest_first
+        values: tuple[AnyCondition | bool, ...]
+        if isinstance(value, Bits) and len(value) == len(bits):
+            values = tuple([Condition((bit,), 1) for bit in value.lowest_first])
+        elif isinstance(value, (AnyCondition, Bits)) or (checks.is_list(value) and len(bits) == len(value)):
+            listed = list(value) if checks.is_list(value) else [value]
+            values = tuple([one if isinstance(one, bool) else self._condition_of(one) for one in listed])
+            places = places if bits.is_register else places[::-1]
+        else:
+            number = bits.number(value)
+            values = tuple([bool(number >> place & 1) for place in range(len(bits))])
+        detail, written = stored(Store(values), places, self._n_clbits)
+        self._append(Instruction("store", (), clbits=written, condition=self._condition, detail=detail))
+        return self
 
     def _decide(self, detail: If | While | Switch) -> Self:
         self._append(flow_step(detail, self._condition))

@@ -15,9 +15,9 @@ from ..machine import memory
 from .condition import checked as condition_checked
 from .definition import GateDefinition
 from .expression import Expression, angle
-from .flow import If, PlainTerm, Readout, Save, Switch, While, flow_step, leaves, written_bits
+from .flow import If, PlainTerm, Readout, Save, Store, Switch, While, bodies_of, flow_step, leaves, written_bits
 from .gates import GATES
-from .instruction import BY_ENTRIES, DETAILED, NON_UNITARY, Instruction, Register
+from .instruction import BY_ENTRIES, DETAILED, LEAVING, NON_UNITARY, Instruction, Register
 from .open_controls import checked_values
 
 
@@ -41,7 +41,10 @@ def instruction(value: Any, n_qubits: int, n_clbits: int) -> Instruction:
         return _detailed(name, value, n_qubits, n_clbits)
     definition = _definition(value)
     shape = _shape(name, definition)
-    qubits = checks.qubits(value.qubits, n_qubits, at_least=1 if shape is None and name != "barrier" else 0)
+    any_number = shape is None and name != "barrier" and name not in LEAVING
+    qubits = checks.qubits(value.qubits, n_qubits, at_least=1 if any_number else 0)
+    if qubits and name in LEAVING:
+        raise ValueError(f"qubits of {name} must be empty, got {checks.show(value.qubits)}")
     if shape is not None and len(qubits) != shape[0]:
         raise ValueError(f"qubits of {name} must be {shape[0]}, got {len(qubits)}")
     controls = _controls(name, value.controls, qubits, n_qubits)
@@ -251,14 +254,19 @@ def flow(detail: If | While | Switch, n_qubits: int, n_clbits: int) -> If | Whil
 
 def require_end(loop: While) -> None:
     """Refuse a loop in which nothing can change the condition, and one that saves."""
-    if written_bits(loop.body).isdisjoint(loop.condition.clbits):
+    if written_bits(loop.body).isdisjoint(loop.condition.clbits) and not _breaks(loop.body):
         raise ValueError(
-            f"body of a while must measure into a bit of its condition, {loop.condition}: without, the loop never ends once "
-            "it has begun"
+            f"body of a while must measure into a bit of its condition, {loop.condition}, store into one, or break: without, the loop "
+            "never ends once it has begun"
         )
     for leaf in leaves(loop.body):
         if leaf.name == "save":
             raise ValueError(f"body of a while must not save, because each round would replace the last, got {leaf}: save after it")
+
+
+def _breaks(steps: Iterable[Instruction]) -> bool:
+    """Whether there is a break that does not belong to a loop inside."""
+    return any([step.name == "break" or (step.name != "while" and any(map(_breaks, bodies_of(step)))) for step in steps])
 
 
 def switch_values(clbits: Any, cases: Sequence[Any], n_clbits: int) -> tuple[tuple[int, ...], list[tuple[int, ...]]]:
@@ -298,6 +306,15 @@ def save(detail: Save, qubits: Any, n_qubits: int) -> tuple[Save, tuple[int, ...
     return Save(kind, checks.plain(detail.label), tuple(terms)), listed
 
 
+def store(detail: Store, clbits: Any, n_clbits: int) -> tuple[Store, tuple[int, ...]]:
+    """Return what is written, and the bits that it is written into."""
+    bits = checks.indices(clbits, n_clbits, "clbits", at_least=1)
+    if len(detail.values) != len(bits):
+        raise ValueError(f"values must be one for each of {len(bits)} bits, got {len(detail.values)}")
+    values = [value if isinstance(value, bool) else condition_checked(value, n_clbits, "value") for value in detail.values]
+    return Store(tuple(values)), bits
+
+
 def readout(detail: Any, n_qubits: int) -> Readout:
     """Return how outcomes of some qubits are misread, with a pair of probabilities for each."""
     if not isinstance(detail, Readout):
@@ -322,7 +339,7 @@ def channel(detail: Channel, qubits: Any, n_qubits: int) -> tuple[int, ...]:
     return listed
 
 
-_DETAILS = {"if": If, "while": While, "switch": Switch, "save": Save, "channel": Channel}
+_DETAILS = {"if": If, "while": While, "switch": Switch, "save": Save, "store": Store, "channel": Channel}
 
 
 def _detailed(name: Any, value: Instruction, n_qubits: int, n_clbits: int) -> Instruction:
@@ -342,6 +359,11 @@ def _detailed(name: Any, value: Instruction, n_qubits: int, n_clbits: int) -> In
     if isinstance(detail, Save):
         kept, qubits = save(detail, value.qubits, n_qubits)
         return Instruction(name, qubits, condition=condition, detail=kept)
+    if isinstance(detail, Store):
+        if value.qubits:
+            raise ValueError(f"qubits of store must be empty, got {checks.show(value.qubits)}")
+        written, bits = store(detail, value.clbits, n_clbits)
+        return Instruction(name, (), clbits=bits, condition=condition, detail=written)
     made = flow_step(flow(detail, n_qubits, n_clbits), condition)
     told = (tuple(value.qubits), tuple(value.clbits))
     if told not in (((), ()), (made.qubits, made.clbits)):

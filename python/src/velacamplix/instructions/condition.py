@@ -184,6 +184,11 @@ class Bits(_Combined):
         self._listed, self._is_register = listed, is_register
 
     @property
+    def is_register(self) -> bool:
+        """Whether the first is the lowest of a number."""
+        return self._is_register
+
+    @property
     def lowest_first(self) -> tuple[int, ...]:
         """The bits as a number has them."""
         return self._listed if self._is_register else self._listed[::-1]

@@ -1,4 +1,4 @@
-"""Instructions that hold others, and decide whether, how often, or which of them act; and those that keep results."""
+"""Instructions that hold others, and decide whether, how often, or which of them act; those that keep results, or write bits."""
 
 from __future__ import annotations
 
@@ -13,7 +13,7 @@ from .condition import AnyCondition, Condition, moved
 from .expression import Expression
 from .instruction import Instruction
 
-__all__ = ["If", "Readout", "Save", "Switch", "While"]
+__all__ = ["If", "Readout", "Save", "Store", "Switch", "While"]
 
 #: Bodies may be so deep in each other, and hold so many instructions in all, each counted as often as it stands there.
 MOST_LEVELS, MOST_INSIDE = 50, 10_000_000
@@ -214,6 +214,44 @@ class Save(_Detail):
 
 
 @dataclass(frozen=True)
+class Store(_Detail):
+    """What a "store" writes into classical bits, which no qubit tells.
+
+    Attributes
+    ----------
+    values : tuple of bool, Condition or CompoundCondition
+        For each bit what it becomes: a value, or whether a condition holds. All are read before anything is written.
+
+    >>> print(Instruction("store", (), clbits=(3, 4), detail=Store((True, Condition((0, 1), 2)))))
+    store c[3] = 1, c[4] = (c[0, 1] == "01")
+    """
+
+    values: tuple[AnyCondition | bool, ...]
+
+    def __post_init__(self) -> None:
+        values = checks.sequence(self.values, "values", of="conditions")
+        for value in values:
+            if not isinstance(value, (bool, AnyCondition)):
+                raise TypeError(f"values must hold True, False and conditions, got {checks.show(value)}")
+        _set(self, values=values)
+        super().__post_init__()
+
+    @property
+    def reads(self) -> tuple[int, ...]:
+        """The bits that conditions ask for, in increasing order."""
+        return tuple(sorted({bit for value in self.values if not isinstance(value, bool) for bit in value.clbits}))
+
+    def written(self, bits: int) -> tuple[int, ...]:
+        """Return 0 or 1 for each, where classical bit i is bit i of a number."""
+        return tuple([int(value if isinstance(value, bool) else value.holds(bits)) for value in self.values])
+
+    def lines(self, step: Instruction) -> Iterator[str]:
+        """Iterate over the line of its text."""
+        texts = [str(int(value)) if isinstance(value, bool) else f"({value})" for value in self.values]
+        yield "store " + ", ".join([f"c[{bit}] = {text}" for bit, text in zip(step.clbits, texts)])
+
+
+@dataclass(frozen=True)
 class Readout:
     """How the outcomes of a measurement are misread.
 
@@ -232,7 +270,7 @@ class Readout:
         return ", ".join([f"({up:.6g}, {down:.6g})" for up, down in self.flips])
 
 
-Detail = If | While | Switch | Save | Readout | Channel
+Detail = If | While | Switch | Save | Store | Readout | Channel
 
 # Instructions hold these, which hold instructions: what reads annotations at run time finds the name there.
 setattr(_instruction, "Detail", Detail)
@@ -253,9 +291,7 @@ def flow_step(detail: If | While | Switch, condition: AnyCondition | None = None
     for body in detail.bodies:
         for step in body:
             qubits.update(step.qubits, step.controls)
-            bits.update(step.clbits)
-            if step.condition is not None:
-                bits.update(step.condition.clbits)
+            bits.update(step.clbits, read_bits(step))
     name = _NAMES[type(detail)]
     return Instruction(name, tuple(sorted(qubits)), (), (), tuple(sorted(bits)), condition, None, detail)
 
@@ -297,8 +333,26 @@ def leaves(steps: Iterable[Instruction]) -> Iterator[Instruction]:
             yield from leaves(body)
 
 
+def read_bits(step: Instruction) -> set[int]:
+    """Return the classical bits that an instruction itself asks for, not what is in its bodies.
+
+    >>> read_bits(Instruction("X", (0,), condition=Condition((2, 3), 1)))
+    {2, 3}
+    """
+    read, detail = set[int](), step.detail
+    if step.condition is not None:
+        read.update(step.condition.clbits)
+    if isinstance(detail, (If, While)):
+        read.update(detail.condition.clbits)
+    elif isinstance(detail, Switch):
+        read.update(detail.clbits)
+    elif isinstance(detail, Store):
+        read.update(detail.reads)
+    return read
+
+
 def written_bits(steps: Iterable[Instruction]) -> set[int]:
-    """Return the classical bits that a measurement writes, in bodies too."""
+    """Return the classical bits that a measurement or a store writes, in bodies too."""
     return {bit for step in leaves(steps) for bit in step.clbits}
 
 
@@ -340,6 +394,8 @@ def moved_step(step: Instruction, qubits: Sequence[int], clbits: Sequence[int]) 
     if isinstance(detail, Save):
         terms = [(number, letters, tuple([qubits[q] for q in places])) for number, letters, places in detail.terms]
         detail = Save(detail.kind, detail.label, tuple(terms))
+    elif isinstance(detail, Store):
+        detail = Store(tuple([value if isinstance(value, bool) else moved(value, clbits) for value in detail.values]))
     return Instruction(
         step.name,
         tuple([qubits[qubit] for qubit in step.qubits]),

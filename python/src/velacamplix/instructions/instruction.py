@@ -19,11 +19,15 @@ if TYPE_CHECKING:
 #: Gates given by their entries, on any number of qubits and with any number of controls.
 BY_ENTRIES = frozenset({"matrix", "diagonal"})
 
-#: Instructions that hold others, keep what the state tells at their place, or are noise; `Instruction.detail` has it.
-DETAILED = frozenset({"if", "while", "switch", "save", "channel"})
+#: Instructions that hold others, keep what the state tells at their place, write classical bits, or are noise;
+#: `Instruction.detail` has it.
+DETAILED = frozenset({"if", "while", "switch", "save", "store", "channel"})
+
+#: Those that leave the round of a loop that they stand in.
+LEAVING = frozenset({"break", "continue"})
 
 #: Instructions that are no gates. Each takes any number of qubits at once.
-NON_UNITARY = frozenset({"measure", "reset", "barrier"}) | DETAILED
+NON_UNITARY = frozenset({"measure", "reset", "barrier"}) | DETAILED | LEAVING
 
 
 class Instruction(NamedTuple):
@@ -46,14 +50,15 @@ class Instruction(NamedTuple):
         Further qubits that must all be 1, unless `control_values` says otherwise.
     clbits : tuple of int
         For "measure": where the result of each qubit goes. All bits are written together, after the condition has been
-        read. For "if", "while" and "switch" those that anything inside reads or writes, in increasing order.
+        read. For "if", "while" and "switch" those that anything inside reads or writes, in increasing order; for "store"
+        those that it writes.
     condition : Condition, CompoundCondition or None
         The step is left out unless the condition holds.
     definition : GateDefinition or None
         What the gate is made of, if it is neither the library's nor known to the package.
-    detail : If, While, Switch, Save, Channel, Readout or None
-        Of an instruction "if", "while", "switch" or "save": its bodies and what decides among them, or what to keep. Of
-        "channel" the noise, whose qubit j is ``qubits[j]``; of "measure" how outcomes are misread, None if they are not.
+    detail : If, While, Switch, Save, Store, Channel, Readout or None
+        Of an instruction "if", "while", "switch", "save" or "store": its bodies and what decides among them, what to keep, or
+        what to write. Of "channel" the noise, whose qubit j is ``qubits[j]``; of "measure" how outcomes are misread, None if they are not.
     control_values : str
         What `controls` must read, 0 or 1 for each in their order; empty if that is 1 for all.
 

@@ -10,8 +10,8 @@ from ..basics.words import shortened
 from ..circuit.circuit import Circuit
 from ..instructions.definition import GateDefinition, size
 from ..instructions.expand import MOST_STEPS, body_of
-from ..instructions.flow import If, Readout, Switch, changed, flow_step
-from ..instructions.instruction import Instruction
+from ..instructions.flow import If, Readout, Switch, changed, flow_step, read_bits
+from ..instructions.instruction import LEAVING, Instruction
 from .names import READING, Kind, has_any_order, kind_of, kinds_of, written
 from .rules import Durations, Idle, Misread, Rule
 from .schedule import Clock, Timing
@@ -62,9 +62,11 @@ class _Applying:
         if isinstance(step.detail, (If, Switch)) or step.name == "while":
             yield from self._decision(step, clock)
             return
-        if step.name in ("barrier", "save"):
+        if step.name in ("barrier", "save", "store") or step.name in LEAVING:
             if clock is not None and step.name == "barrier":
                 clock.align(step.qubits)
+            elif clock is not None:
+                yield from clock.begin((), read_bits(step), step.clbits, 0)
             yield step
             return
         qubits = step.controls + step.qubits

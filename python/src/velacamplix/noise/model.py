@@ -19,7 +19,7 @@ from .rules import Durations, Idle, Misread, Rule
 
 __all__ = ["NoiseModel"]
 
-_NO_GATES = frozenset({"barrier", "channel", "if", "save", "switch", "while", "gphase"})
+_NO_GATES = frozenset({"barrier", "break", "channel", "continue", "gphase", "if", "save", "store", "switch", "while"})
 
 
 class NoiseModel(Guiding):

@@ -8,14 +8,14 @@ from ..basics.types import Precision
 from ..channels.channel import Channel
 from ..circuit.circuit import Circuit
 from ..instructions.condition import AnyCondition
-from ..instructions.flow import If, Readout, Switch, While, bodies_of, leaves
+from ..instructions.flow import Readout, bodies_of, leaves, read_bits
 from ..instructions.instruction import Instruction
 from ..machine import memory
 from .compile import compiled
 from .doubled import doubled
 from .gathering import gathered
 from .prepare import Prepared, parts_of
-from .segments import Block, Choice, Jump, Measurement, Part, Segments, Stretch, Turn, segmented
+from .segments import Block, Choice, Jump, Measurement, Part, Segments, Stretch, Turn, Writing, segmented
 
 # What a measurement does whose outcome nobody learns.
 _DEPHASING = Channel.phase_flip(0.5)
@@ -83,13 +83,7 @@ def _bits_read(steps: Iterable[Instruction]) -> set[int]:
     """Return the classical bits that any condition of a circuit reads."""
     read: set[int] = set()
     for step in steps:
-        detail = step.detail
-        if step.condition is not None:
-            read.update(step.condition.clbits)
-        if isinstance(detail, (If, While)):
-            read.update(detail.condition.clbits)
-        elif isinstance(detail, Switch):
-            read.update(detail.clbits)
+        read |= read_bits(step)
         for body in bodies_of(step):
             read |= _bits_read(body)
     return read
@@ -149,6 +143,8 @@ def _live_bits(segments: Segments, at_end: bool) -> list[int]:
                 behind |= live[follower]
             if isinstance(step, Measurement) and step.condition is None:
                 behind &= ~_mask([clbit for _, clbit in step.later + step.now])
+            elif isinstance(step, Writing) and step.condition is None:
+                behind &= ~_mask(step.source.clbits)
             behind |= _mask(_asked(step))
             if behind != live[i]:
                 live[i], changed = behind, True
@@ -169,6 +165,8 @@ def _followers(steps: Sequence[object], i: int) -> list[int]:
 def _asked(step: object) -> Sequence[int]:
     if isinstance(step, Choice):
         return step.clbits
+    if isinstance(step, Writing):
+        return tuple(read_bits(step.source))
     condition: AnyCondition | None = getattr(step, "condition", None)
     return () if condition is None else condition.clbits
 

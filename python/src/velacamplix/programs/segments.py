@@ -9,8 +9,8 @@ from itertools import chain
 from typing import Any, NamedTuple
 
 from ..instructions.condition import AnyCondition
-from ..instructions.flow import If, Switch, While
-from ..instructions.instruction import NON_UNITARY, Instruction
+from ..instructions.flow import If, Store, Switch, While, read_bits
+from ..instructions.instruction import LEAVING, NON_UNITARY, Instruction
 
 
 class Block(NamedTuple):
@@ -100,11 +100,30 @@ class Saving:
 
 
 @dataclass
+class Writing:
+    """Classical bits that become what the source's `Store` says."""
+
+    condition: AnyCondition | None
+    source: Instruction
+
+    def apply(self, branch: Any) -> None:
+        """Write the bits of a branch."""
+        detail = self.source.detail
+        assert isinstance(detail, Store)
+        for clbit, value in zip(self.source.clbits, detail.written(branch.bits)):
+            branch.write(clbit, value)
+
+
+@dataclass
 class Jump:
-    """Goes on at the step number `target`, unless its condition holds: then the next step comes."""
+    """Goes on at the step number `target`, unless its condition holds: then the next step comes.
+
+    `leaves` is the number of the step where rounds of a loop begin that the jump ends; None if it ends none.
+    """
 
     condition: AnyCondition | None
     target: int = 0
+    leaves: int | None = None
 
 
 @dataclass
@@ -126,7 +145,7 @@ class Choice:
     default: int = 0
 
 
-Step = Stretch | Measurement | Reset | Saving | Jump | Turn | Choice
+Step = Stretch | Measurement | Reset | Saving | Writing | Jump | Turn | Choice
 
 
 @dataclass
@@ -139,7 +158,7 @@ class Segments:
     active : tuple of int
         Qubits that the state must have, in increasing order. All others are 0 from beginning to end.
     written_bits : tuple of int
-        Classical bits that a measurement writes, in increasing order.
+        Classical bits that a measurement or a store writes, in increasing order.
     """
 
     steps: list[Step] = field(default_factory=list)
@@ -221,6 +240,8 @@ class _Cutting:
         self._fresh: set[int] = set()  # active, and still 0
         self._written: set[int] = set()
         self._effects: dict[int, _Effects] = {}  # of blocks, by id
+        # Of each loop around the place, the number of the step where rounds begin, and what goes on behind it.
+        self._loops: list[tuple[int, list[Jump | Turn]]] = []
 
     def segments(self, parts: Sequence[Part]) -> Segments:
         """Return the steps of all."""
@@ -266,6 +287,13 @@ class _Cutting:
             elif name == "save":
                 self._save(step)
                 stretch = None
+            elif name == "store":
+                self._written.update(step.clbits)
+                steps.append(Writing(step.condition, step))
+                stretch = None
+            elif name in LEAVING:
+                self._leave(step)
+                stretch = None
 
     # --- What decides ---
 
@@ -283,7 +311,9 @@ class _Cutting:
             turn = Turn(detail.condition, detail.max_iterations, block.source)
             steps.append(turn)
             ends.append(turn)
+            self._loops.append((top, ends))
             self._cut(block.bodies[0], self._last_touches(block.bodies[0]), after.with_effects(effects))
+            self._loops.pop()
             steps.append(Jump(None, top))
         else:
             first: Jump | Choice
@@ -311,6 +341,17 @@ class _Cutting:
                 first.targets = {value: begin for (values, _), begin in zip(detail.cases, begins) for value in values}
         for jump in ends:
             jump.target = len(steps)
+
+    def _leave(self, step: Instruction) -> None:
+        if not self._loops:
+            raise ValueError(f"{step.title} must stand in the body of a while_, or inside of that, to have a loop to leave")
+        steps, (top, ends) = self._result.steps, self._loops[-1]
+        if step.condition is not None:
+            steps.append(Jump(step.condition, len(steps) + 2))
+        jump = Jump(None, top, top if step.name == "break" else None)
+        steps.append(jump)
+        if step.name == "break":
+            ends.append(jump)
 
     def _save(self, step: Instruction) -> None:
         steps = self._result.steps
@@ -378,21 +419,16 @@ class _Cutting:
                     read.difference_update(step.clbits)
             elif step.name == "reset":
                 acted.update(step.qubits)
-            if step.condition is not None:
-                read.update(step.condition.clbits)
+            elif step.name == "store" and step.condition is None and after is None:
+                read.difference_update(step.clbits)
+            read.update(read_bits(step))
         return uses, afters
 
     def _effects_of(self, block: Block) -> _Effects:
         known = self._effects.get(id(block))
         if known is None:
-            detail = block.source.detail
-            assert isinstance(detail, (If, While, Switch))
             inside = self._effects_of_all(chain.from_iterable(block.bodies))
-            asked = detail.clbits if isinstance(detail, Switch) else detail.condition.clbits
-            known = inside._replace(reads=inside.reads.union(asked))
-            if block.condition is not None:
-                known = known._replace(reads=known.reads.union(block.condition.clbits))
-            self._effects[id(block)] = known
+            known = self._effects[id(block)] = inside._replace(reads=inside.reads.union(read_bits(block.source)))
         return known
 
     def _effects_of_all(self, parts: Iterable[Part]) -> _Effects:
@@ -404,8 +440,7 @@ class _Cutting:
                 resets |= inner.resets
                 reads |= inner.reads
                 continue
-            if step.condition is not None:
-                reads.update(step.condition.clbits)
+            reads |= read_bits(step)
             if step.name not in self._apart:
                 gates.update(step.qubits, step.controls)
             elif step.name == "reset":

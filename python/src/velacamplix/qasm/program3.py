@@ -53,7 +53,8 @@ class Program(Values):
         self._include = include
         self._steps: list[Instruction] = []
         self._depth = 0  # of decisions and loops that wait for measurements
-        self._loops: list[int] = []  # those that are carried out here, each with the depth it stands in
+        # Those that are carried out here, each with the depth it stands in; None is one that a measurement decides.
+        self._loops: list[int | None] = []
         self._local: dict[int, tuple[Any, Clbits]] = {}  # bits declared in braces, which are the same each time
         self._n_physical = 0
         self._has_ended = False
@@ -360,7 +361,9 @@ class Program(Values):
         condition = self.condition(statement.condition, statement.token)
         if not isinstance(condition, bool):
             self._require_circuit(statement.token)
+            self._loops.append(None)
             body = self._inside(statement.body)
+            self._loops.pop()
 
             def loop() -> flow.While:
                 made = flow.While(condition, body)
@@ -421,7 +424,11 @@ class Program(Values):
             fail(f"{token!s} stands in no loop", token)
         if token == "end" and self._owner is not None:
             fail(f"end cannot stand in the body of a gate, {quoted(self._owner)}", token)
-        if (0 if token == "end" else self._loops[-1]) < self._depth:
+        around = 0 if token == "end" else self._loops[-1]
+        if around is None:
+            self._steps.append(Instruction(str(token), ()))
+            return
+        if around < self._depth:
             fail(f"{token!s} where a measurement decides is not carried out: put it into conditions", token)
         raise _Leaving(token)
 

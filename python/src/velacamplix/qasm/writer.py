@@ -14,7 +14,7 @@ from ..instructions.definition import GateDefinition, ordered
 from ..instructions.expression import Expression
 from ..instructions.expression_text import text as expression_text
 from ..instructions.flow import conditioned
-from ..instructions.instruction import BY_ENTRIES, DETAILED, Instruction, Register
+from ..instructions.instruction import BY_ENTRIES, DETAILED, LEAVING, Instruction, Register
 from . import qelib1
 from .blocks import MOST_CONTROLS, MOST_INSIDE, block, controlled, library_block, plain, sayable
 from .lexicon import NAME, RESERVED
@@ -216,7 +216,7 @@ def _check_can_be_said(step: Instruction, where: str, raw: Instruction, has_bloc
     if step.is_noise:
         reason = "it has no noise; write the circuit without it"
         raise ValueError(f"{where} ({raw.title}) cannot be written in OpenQASM 2: {reason}")
-    if step.name in DETAILED:
+    if step.name in DETAILED or step.name in LEAVING:
         reason = f"it has no {step.name}" + ("" if step.name == "save" else "; loops and decisions are written out by hand there")
         raise ValueError(f"{where} ({raw.title}) cannot be written in OpenQASM 2: {reason}")
     if not step.is_gate:

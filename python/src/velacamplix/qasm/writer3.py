@@ -12,7 +12,7 @@ from ..instructions.condition import AnyCondition, CompoundCondition
 from ..instructions.definition import GateDefinition, ordered
 from ..instructions.flow import If, Switch, While, leaves
 from ..instructions.gates import GATES
-from ..instructions.instruction import BY_ENTRIES, Instruction, Register
+from ..instructions.instruction import BY_ENTRIES, LEAVING, Instruction, Register
 from . import stdgates
 from .blocks import block
 from .names import Names
@@ -151,10 +151,14 @@ class _Writer:
                 yield f"barrier {whole or ', '.join([self._named['quantum'][q] for q in step.qubits])};"
         elif step.name == "reset":
             yield f"{when}reset {self._place('quantum', step.qubits)};"
+        elif step.name in LEAVING:
+            yield f"{when}{step.name};"
         elif step.name == "measure" and not step.is_noise:
             yield f"{when}{self._place('classical', step.clbits)} = measure {self._place('quantum', step.qubits)};"
         else:
             lacks = "noise; write the circuit without it" if step.is_noise else step.name
+            if step.name == "store":
+                lacks = "place here for bits that no measurement writes"
             raise ValueError(f"instruction {position} ({step.title}) cannot be written in OpenQASM 3: it has no {lacks}")
 
     def _decision(self, detail: If | While | Switch, position: int) -> Iterator[str]:

@@ -14,7 +14,7 @@ from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..programs.drive import drive
 from ..programs.progress import AnyMeter
-from ..programs.segments import Choice, Jump, Measurement, Reset, Saving, Segments, Stretch, Turn
+from ..programs.segments import Choice, Jump, Measurement, Reset, Saving, Segments, Stretch, Turn, Writing
 from ..states.statevector import StateVector
 
 #: Less than this is what rounding leaves of an outcome that cannot come.
@@ -169,6 +169,9 @@ class Branching:
                         return fork
             elif isinstance(step, Saving):
                 self._save(step, branch)
+            elif isinstance(step, Writing):
+                if branch.meets(step.condition):
+                    step.apply(branch)
             else:
                 self._go(step, branch)
         return None
@@ -187,22 +190,25 @@ class Branching:
 
     def _go(self, step: Jump | Turn | Choice, branch: Branch) -> None:
         """Go on where a step says."""
-        here = branch.step
+        here, turn = branch.step, branch.step - 1
         if isinstance(step, Choice):
             value = sum([(branch.bits >> clbit & 1) << i for i, clbit in enumerate(step.clbits)])
             branch.step = step.targets.get(value, step.default)
         elif isinstance(step, Turn):
             if branch.meets(step.condition):
                 self._meter.tell()
-                rounds = branch.rounds.get(here, 0)
+                rounds = branch.rounds.get(turn, 0)
                 if rounds == step.most:
                     raise self._endless(step, branch)
-                branch.rounds[here] = rounds + 1
+                branch.rounds[turn] = rounds + 1
                 return
-            branch.rounds.pop(here, None)
+            branch.rounds.pop(turn, None)
             branch.step = step.target
         elif step.condition is None or not branch.meets(step.condition):
             branch.step = step.target
+            if step.leaves is not None:
+                branch.rounds.pop(step.leaves, None)
+                here = step.leaves
         for passed in self._segments.steps[here : branch.step]:  # none on the way back
             if isinstance(passed, Stretch):
                 self._meter.advance(len(passed.program), self._weight(branch))

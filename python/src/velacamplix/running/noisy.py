@@ -8,7 +8,7 @@ import numpy as np
 
 from ..basics.types import Order, Precision
 from ..circuit.circuit import Circuit
-from ..instructions.flow import leaves
+from ..instructions.flow import leaves, written_bits
 from ..results.plan import MethodCost, Plan, Timings
 from ..states.densitymatrix import DensityMatrix
 from .exact import Exact, run_exact
@@ -97,7 +97,7 @@ def _result(
     plan: Plan,
     timings: Timings,
 ) -> Result:
-    written = sorted({clbit for step in leaves(circuit.instructions) if step.name == "measure" for clbit in step.clbits})
+    written = sorted(written_bits(circuit.instructions))
     return Result(
         n_qubits=circuit.n_qubits,
         n_clbits=circuit.n_clbits,

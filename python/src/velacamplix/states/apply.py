@@ -11,7 +11,7 @@ from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..instructions.gates import NATIVE
-from ..instructions.instruction import DETAILED, Instruction
+from ..instructions.instruction import DETAILED, LEAVING, Instruction
 from ..programs.compile import require_circuit, require_fusion, too_large
 from ..programs.drive import drive
 from ..programs.prepare import Prepared, for_state, prepared
@@ -97,8 +97,8 @@ def refuse_unsupported(instructions: Iterable[Instruction]) -> None:
             raise UnsupportedInstruction(step, position, "a state has no classical bits for a condition" + _ELSEWHERE)
         if step.is_noise:
             raise UnsupportedInstruction(step, position, "a state vector holds no mixture of states, which noise makes")
-        if step.name in DETAILED:
-            what = "result to save into" if step.name == "save" else "classical bits to decide by"
+        if step.name in DETAILED or step.name in LEAVING:
+            what = {"save": "result to save into", "store": "classical bits"}.get(step.name, "classical bits to decide by")
             raise UnsupportedInstruction(step, position, f"a state has no {what}" + _ELSEWHERE)
         if step.name == "reset":
             raise UnsupportedInstruction(step, position, "a reset depends on a random outcome" + _ELSEWHERE)

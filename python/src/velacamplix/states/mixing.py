@@ -17,7 +17,7 @@ from ..programs.compile import compiled
 from ..programs.drive import drive_whole
 from ..programs.mixture import PreparedMixture, compiled_doubled
 from ..programs.progress import AnyMeter
-from ..programs.segments import Choice, Jump, Measurement, Step, Stretch, Turn
+from ..programs.segments import Choice, Jump, Measurement, Step, Stretch, Turn, Writing
 from .density import DensityBase
 
 #: More groups of different outcomes than this are not followed at a time.
@@ -162,6 +162,10 @@ class Mixing:
         elif isinstance(step, Measurement):
             if branch.meets(step.condition) and self._decide(branch, step):
                 return
+        elif isinstance(step, Writing):
+            if branch.meets(step.condition):
+                branch.readings = dict(branch.readings)
+                step.apply(branch)
         elif isinstance(step, Choice):
             value = sum([(branch.bits >> clbit & 1) << i for i, clbit in enumerate(step.clbits)])
             branch.step = step.targets.get(value, step.default)
@@ -183,6 +187,8 @@ class Mixing:
             assert isinstance(step, Jump)
             if step.condition is None or not branch.meets(step.condition):
                 branch.step = step.target
+                if step.leaves is not None:
+                    branch.rounds = {turn: rounds for turn, rounds in branch.rounds.items() if turn != step.leaves}
         self._wait(branch)
 
     def _decide(self, branch: MixedBranch, step: Measurement) -> bool:

@@ -12,9 +12,9 @@ from ..basics import checks
 from ..basics.words import shortened
 from ..channels.channel import Channel
 from ..instructions.condition import AnyCondition, Condition, spelled
-from ..instructions.flow import If, Readout, Save, Switch, While, leaves
+from ..instructions.flow import If, Readout, Save, Store, Switch, While, leaves, read_bits
 from ..instructions.gates import GATES
-from ..instructions.instruction import Instruction, Register
+from ..instructions.instruction import LEAVING, Instruction, Register
 from ..instructions.open_controls import open_controls
 
 #: A drawing of more columns than this helps nobody.
@@ -129,9 +129,20 @@ def names(registers: Sequence[Register], kind: str) -> dict[int, str]:
     }
 
 
-def _items(step: Instruction, shown: Sequence[int], called: _Names) -> Iterator[tuple[Item, tuple[int, ...], bool]]:
-    """Iterate over what an instruction is in the drawing: items, their classical bits, and whether their marks stand apart."""
+def _items(
+    step: Instruction, shown: Sequence[int], called: _Names, around: Sequence[int] = ()
+) -> Iterator[tuple[Item, tuple[int, ...], bool]]:
+    """Iterate over what an instruction is in the drawing: items, their classical bits, and whether their marks stand apart.
+
+    What acts on no qubit stands on those of the instruction `around` it, or on the first line.
+    """
     detail = step.detail
+    lines = step.qubits or tuple(around) or tuple(shown[:1])
+    if isinstance(detail, Store) or step.name in LEAVING:
+        when = "" if step.condition is None else called.condition(step.condition)
+        text = called.store(step) if isinstance(detail, Store) else step.name
+        yield Item({q: Mark("box", text, when=when) for q in lines}, True, False), (*step.clbits, *read_bits(step)), False
+        return
     if not isinstance(detail, (If, While, Switch)):
         bits = step.clbits if step.condition is None else step.clbits + step.condition.clbits
         is_apart = step.name in ("measure", "reset")
@@ -139,10 +150,10 @@ def _items(step: Instruction, shown: Sequence[int], called: _Names) -> Iterator[
         yield Item(_marks(step, shown, called), is_linked, step.definition is not None), bits, is_apart
         return
     for place, (head, body) in enumerate(_heads(step, called)):
-        yield _brace(step, head, "}{" if place else "{"), step.clbits, False
+        yield _brace(lines, head, "}{" if place else "{"), step.clbits, False
         for inner in body:
-            yield from _items(inner, shown, called)
-    yield _brace(step, "}", "}"), step.clbits, False
+            yield from _items(inner, shown, called, lines)
+    yield _brace(lines, "}", "}"), step.clbits, False
 
 
 def _heads(step: Instruction, called: _Names) -> list[tuple[str, tuple[Instruction, ...]]]:
@@ -164,8 +175,8 @@ def _heads(step: Instruction, called: _Names) -> list[tuple[str, tuple[Instructi
     return [(f"{_shortened(first)} {{", heads[0][1]), *[(f"}} {_shortened(head)} {{", body) for head, body in heads[1:]]]
 
 
-def _brace(step: Instruction, text: str, others: str) -> Item:
-    return Item({q: Mark("brace", others if place else text) for place, q in enumerate(step.qubits)}, True, False)
+def _brace(qubits: Sequence[int], text: str, others: str) -> Item:
+    return Item({q: Mark("brace", others if place else text) for place, q in enumerate(qubits)}, True, False)
 
 
 def _marks(step: Instruction, shown: Sequence[int], called: _Names) -> dict[int, Mark]:
@@ -224,6 +235,12 @@ class _Names:
         """Return the name of what is read as a number."""
         name = self._registers.get(lowest_first)
         return name or _shortened(",".join([self.clbits[bit] for bit in reversed(lowest_first)]))
+
+    def store(self, step: Instruction) -> str:
+        """Return what is written into bits, in short."""
+        assert isinstance(step.detail, Store)
+        values = [str(int(v)) if isinstance(v, bool) else f"({self.condition(v)})" for v in step.detail.values]
+        return _shortened(", ".join([f"{self.clbits[bit]}={value}" for bit, value in zip(step.clbits, values)]))
 
     def condition(self, condition: AnyCondition) -> str:
         """Return a condition in short."""
