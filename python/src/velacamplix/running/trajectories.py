@@ -109,6 +109,7 @@ def run_trajectories(
     start: Start,
     progress: ProgressLike,
     first_shot: int,
+    lost: observing.Lost,
 ) -> Trajectories:
     """Run a circuit with channels in it; arguments are those of `run`, checked."""
     number = secrets.randbits(32) if seed is None else seed
@@ -124,7 +125,7 @@ def run_trajectories(
         size = 8 * words + _BYTES_PER_SHOT + _BYTES_PER_VALUE * n_observed
         memory.require_bytes(size * shots, f"shots={shots} of {n_bits} bits")
         rows = np.zeros((shots, words), dtype=np.uint64)
-        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits)
+        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost)
         with metered(progress, shots, "shots") as meter:
             distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
         return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors)
@@ -163,6 +164,7 @@ class _Made(NamedTuple):
     first_shot: int
     rows: np.ndarray
     n_bits: int
+    lost: observing.Lost
 
     def at_once(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
         """Make all shots of a circuit that is gates and channels, then measurements."""
@@ -258,7 +260,7 @@ class _Made(NamedTuple):
 
     def _warn(self, measured: set[frozenset[int]]) -> None:
         if self.observed is not None:
-            self.observed.warn(self.found.segments.active, measured, stacklevel=6)
+            self.lost.add(None, self.observed.lost(self.found.segments.active, measured))
 
 
 def _readings(segments: Segments) -> tuple[dict[int, tuple[int, Flips]], frozenset[int]]:
