@@ -15,7 +15,7 @@ import numpy as np
 import pytest
 from children import in_child
 
-from velacamplix import BatchResult, Channel, Circuit, GateDefinition, Parameter, ParameterVector, Result, StateVector, run
+from velacamplix import BatchResult, Circuit, GateDefinition, Parameter, ParameterVector, Result, StateVector, run
 from velacamplix.core import extension
 from velacamplix.machine import limits
 from velacamplix.running import batch as _batch

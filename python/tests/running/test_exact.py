@@ -3,7 +3,6 @@
 import json
 import os
 import subprocess
-import warnings
 from pathlib import Path
 
 import numpy as np

@@ -77,6 +77,17 @@ def test_errors_shrink_as_they_say():
     assert few.standard_errors / many.standard_errors == pytest.approx(10, rel=0.4)
 
 
+@pytest.mark.filterwarnings("ignore:after")
+@pytest.mark.parametrize("circuit", [layers(2), Circuit(2, 1).h(0).measure(0, 0).cx(0, 1)])
+def test_one_shot_tells_no_error(circuit, tmp_path):
+    one = by_trajectories(circuit, 1, noise=NOISE, observables="Z0")
+    assert np.isnan(one.standard_errors) and np.isfinite(one.expectation_values)
+    several = by_trajectories(circuit, 1, noise=NOISE, observables=["Z0", "Z1"])
+    several.save(tmp_path / "one.npz")
+    assert np.isnan(Result.load(tmp_path / "one.npz").standard_errors).tolist() == [True, True]
+    assert np.isfinite(by_trajectories(circuit, 2, noise=NOISE, observables="Z0").standard_errors)
+
+
 @pytest.mark.parametrize("seed", range(6))
 def test_any_channels(seed):
     rng = np.random.default_rng(seed)

@@ -85,7 +85,9 @@ def _trajectory_result(
     values = errors = None
     if observed is not None:
         values = observed.shaped(made.means)
-        errors = made.standard_errors.copy() if observed.are_many else float(made.standard_errors[0])
+        # One shot tells nothing of how shots scatter.
+        spread = made.standard_errors if len(made.rows) > 1 else np.full(len(made.standard_errors), np.nan)
+        errors = spread.copy() if observed.are_many else float(spread[0])
     return _result(
         circuit, len(made.rows), made.seed, threads, precision, made.active_qubits, made.rows, values, errors, plan, timings
     )
