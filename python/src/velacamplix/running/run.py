@@ -121,8 +121,9 @@ def run(
         What ``noise.apply(circuit)`` puts into the circuit, beside the channels that are there.
     method : {"auto", "exact", "trajectories"}
         How a circuit with noise is run: on a density matrix of 4**n entries, or on a state for each shot, as far as shots
-        differ. "auto" takes what is predicted to be faster and fits into memory; without shots, and from a density matrix,
-        the exact one. What is not "auto" is a run with noise even if there is none.
+        differ. "auto" takes the exact one if it fits into memory and is predicted to be faster, or to take less than 10 ms of
+        one core; without shots, and from a density matrix, it always does. What is not "auto" is a run with noise even if
+        there is none.
     first_shot : int, optional
         With noise: the number of the first shot, 0 by default. Shots of several runs with the same seed are those of one
         run if their numbers follow one another.

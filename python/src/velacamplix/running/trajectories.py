@@ -21,6 +21,7 @@ from ..programs.segments import Measurement, Segments
 from ..results import shot_rows
 from ..states.statevector import StateVector
 from . import observing
+from .costs import Outlook
 from .initial import Start
 from .shot_walk import Flips, ShotWalk, flips_of
 
@@ -62,41 +63,13 @@ class Trajectories(NamedTuple):
     standard_errors: np.ndarray
 
 
-class TrajectoryCost(NamedTuple):
-    """What a run by trajectories takes.
-
-    Attributes
-    ----------
-    n_qubits : int
-        The active ones.
-    gates : int
-        Those of a run without events.
-    trajectories : float
-        How many different ones there will be, about.
-    bytes : int
-        Of the states that there are at a time, one or two for each thread.
-    work : float
-        Gates times amplitudes, of all trajectories from their first event on.
-    """
-
-    n_qubits: int
-    gates: int
-    trajectories: float
-    bytes: int
-    work: float
-
-
-def trajectory_cost(circuit: Circuit, shots: int, threads: int, precision: Precision, start: Start) -> TrajectoryCost:
-    """Return what `run_trajectories` would take, without running anything."""
+def looked_at(
+    circuit: Circuit, shots: int, threads: int, precision: Precision, start: Start
+) -> tuple[Outlook, int]:
+    """Return what is known of a circuit before it runs, and how many bytes the states of `run_trajectories` would take."""
     with _prepared(circuit, start, precision) as found:
         assert isinstance(found, PreparedTrajectories)
-        n, gates = len(found.segments.active), sum(map(len, found.programs))
-        # Each event of a shot makes it another trajectory, on average from the middle of the circuit on.
-        noisy = -np.expm1(-found.events_per_shot)
-        distinct = 1 + (shots - 1) * noisy if found.is_plain else shots
-        runs = 1 + (distinct - 1) / 2 if found.is_plain else shots
-        size = _state_bytes(found, shots, threads, precision, start)
-        return TrajectoryCost(n, gates, float(distinct), size, float(runs * gates * 2.0**n))
+        return Outlook(found), _state_bytes(found, shots, threads, precision, start)
 
 
 def run_trajectories(
