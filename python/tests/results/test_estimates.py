@@ -1,5 +1,7 @@
 """Means of diagonal observables over shots, and their standard errors."""
 
+import math
+
 import numpy as np
 import pytest
 from refusals import refused
@@ -91,6 +93,12 @@ def test_long_terms_are_shortened_in_messages():
         with pytest.raises(ValueError) as caught:
             Counts({"0": 1}).expectation(Observable([(1, letter * 1000, range(1000))]))
         assert len(str(caught.value)) < 500
+
+
+def test_one_shot_tells_no_error():
+    mean, error = Counts({"1": 1}).expectation("Z0")
+    assert mean == -1 and math.isnan(error)
+    assert Counts({"1": 2}).expectation("Z0").standard_error == 0
 
 
 def test_no_shots():

@@ -15,7 +15,7 @@ import numpy as np
 import pytest
 from children import in_child
 
-from velacamplix import BatchResult, Channel, Circuit, GateDefinition, Parameter, ParameterVector, Result, StateVector, run
+from velacamplix import BatchResult, Circuit, GateDefinition, Parameter, ParameterVector, Result, StateVector, run
 from velacamplix.core import extension
 from velacamplix.machine import limits
 from velacamplix.running import batch as _batch
@@ -598,13 +598,3 @@ def test_what_the_core_is_given_fits_before_it_works():
             with pytest.raises((ValueError, TypeError, RuntimeError)):
                 extension.run_batch(*given)
     assert extension.run_batch(*right) == (1, None, None)
-
-
-def test_noise_among_many_runs_is_refused_with_the_circuit_and_the_way_out():
-    noisy = Circuit(1).channel(Channel.bit_flip(0.25), 0)
-    with pytest.raises(ValueError, match="without noise") as raised:
-        run([Circuit(1), noisy], shots=3)
-    assert raised.value.__notes__ == [
-        "This is about circuit[1].",
-        "With noise a circuit is run by itself: run(circuit), not among many runs in one call.",
-    ]

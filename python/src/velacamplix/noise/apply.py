@@ -19,21 +19,25 @@ from .tables import latest
 
 
 def applied(
-    circuit: Circuit,
+    circuits: Sequence[Circuit],
     rules: Sequence[Rule],
     idle: Sequence[Idle],
     durations: Durations,
     readout: Sequence[Misread],
     stacklevel: int,
-) -> Circuit:
-    """Return the circuit with noise in it; see `NoiseModel.apply`; `stacklevel` of warnings, as of the caller."""
+) -> list[Circuit]:
+    """Return circuits with noise in them; see `NoiseModel.apply`; `stacklevel` of warnings, as of the caller.
+
+    A rule must find something in one of them.
+    """
     work = _Applying(rules, Timing(idle, durations) if idle else None, readout)
-    noisy = circuit._with(list(work.body(circuit.instructions, work.clock())))
+    noisy = [circuit._with(list(work.body(circuit.instructions, work.clock()))) for circuit in circuits]
     missed = [rule.call() for rule in rules if not rule.is_optional and rule not in work.matched]
-    if missed:
+    if missed and circuits:
         there = ", ".join(sorted(map(written, work.met))) or "none"
         warnings.warn(
-            f"{shortened(', '.join(missed))} found nothing to stand beside; the circuit has these gates: {shortened(there)}",
+            f"{shortened(', '.join(missed))} found nothing to stand beside; "
+            f"{'the circuit has' if len(circuits) == 1 else 'the circuits have'} these gates: {shortened(there)}",
             UserWarning,
             stacklevel=stacklevel + 1,
         )

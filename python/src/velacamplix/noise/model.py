@@ -255,14 +255,14 @@ class NoiseModel(Guiding):
         CNOT 2,0
         channel depolarizing(0.1) 2,0
         """
-        return self._applied(circuit, stacklevel=2)
-
-    def _applied(self, circuit: Circuit, stacklevel: int) -> Circuit:
-        """Do what `apply` does; `stacklevel` as of this method."""
         if not isinstance(circuit, Circuit):
             raise TypeError(f"circuit must be a Circuit, got {checks.show(circuit)}")
+        return self._applied([circuit], stacklevel=2)[0]
+
+    def _applied(self, circuits: Sequence[Circuit], stacklevel: int) -> list[Circuit]:
+        """Do what `apply` does with each circuit; `stacklevel` as of this method."""
         rules = self._rules, self._idle, self._durations, self._readout
-        return applied(circuit, *rules, stacklevel=stacklevel + 1)
+        return applied(circuits, *rules, stacklevel=stacklevel + 1)
 
     def readout_of(self, qubit: int) -> tuple[float, float]:
         """Return how an outcome of this qubit is misread: the probabilities of writing 1 for 0, and 0 for 1.

@@ -76,7 +76,7 @@ class PreparedTrajectories(Prepared):
         return float(sum([program.events_per_shot() for program in self.programs]))
 
 
-class _Row(NamedTuple):
+class Row(NamedTuple):
     """A channel as the core takes it, and its usual operator if that is a gate: "diagonal" or "matrix", and its entries."""
 
     operators: tuple[Any, ...]
@@ -87,7 +87,8 @@ class _Row(NamedTuple):
 
 
 @lru_cache(maxsize=256)
-def _row(channel: Channel) -> _Row:
+def row_of(channel: Channel) -> Row:
+    """Return a channel as the core takes it."""
     # The core's first qubit is the highest bit of a row's number and has the first letter: here it is the channel's last.
     paulis, probabilities = channel.pauli_probabilities, channel.probabilities
     matrices = channel.kraus() if channel.unitaries is None else channel.unitaries
@@ -108,7 +109,7 @@ def _row(channel: Channel) -> _Row:
     elif not (diagonal == 1).all():
         # Decay without a jump: a diagonal shares a sweep with those beside it.
         gate = "diagonal", tuple(diagonal.tolist())
-    return _Row(tuple(operators), tuple(shares), usual, probabilities is not None, gate)
+    return Row(tuple(operators), tuple(shares), usual, probabilities is not None, gate)
 
 
 _Core = tuple[list[Instruction], list[Any], list[tuple[int, bool, int, list[int]]]]
@@ -125,7 +126,7 @@ def _with_usual(steps: Sequence[Instruction], places: Sequence[int]) -> _Core:
         if not isinstance(channel, Channel):
             gates.append(step)
             continue
-        row = _row(channel)
+        row = row_of(channel)
         if channel not in channels:
             channels[channel] = len(rows)
             rows.append(row[:4])

@@ -336,7 +336,7 @@ class Counts(dict[str, int], Guiding):
         -------
         mean, standard_error : float
             A named tuple; the mean is complex if a coefficient is. The error is the standard deviation of the values of
-            the shots, divided by the root of their number less one; of one shot it is 0.
+            the shots, divided by the root of their number less one; one shot tells nothing of it, and it is nan.
 
         Raises
         ------

@@ -39,7 +39,7 @@ def of_diagonal(
 ) -> Estimate:
     """Return the mean of a sum of products of Z over the shots; `qubits` are those of the characters, by default 0, 1, ...
 
-    The standard error is the standard deviation of the shots over the root of their number less one; of one shot, 0.
+    The standard error is the standard deviation of the shots over the root of their number less one; of one shot, nan.
 
     >>> of_diagonal("Z0 + 2", {"0": 3, "1": 1}, 1)
     Estimate(mean=2.5, standard_error=0.5)
@@ -73,7 +73,7 @@ def of_diagonal(
     mean = ((times * values).sum() / shots).item()
     deviations = np.abs(values - mean)
     variance = float((times * deviations * deviations).sum()) / shots
-    return Estimate(mean, math.sqrt(variance / (shots - 1)) if shots > 1 else 0.0)
+    return Estimate(mean, math.sqrt(variance / (shots - 1)) if shots > 1 else math.nan)
 
 
 def _require_diagonal(term: Term) -> None:

@@ -67,16 +67,17 @@ class MethodCost(NamedTuple):
     ----------
     name : {"exact", "trajectories"}
         On a density matrix, or on a state for each shot.
-    work : float
-        Gates times amplitudes, about; one takes some 0.1 ns of a processor's core in double precision.
+    seconds : float
+        What was predicted of one core, without threads. From figures of one machine: right within a factor of a few, and what
+        the methods are compared by.
     bytes : int
-        Of the states.
+        Of the states that there are at a time; where outcomes part a density matrix, of one.
     fits : bool
         Whether the memory for them is there.
     """
 
     name: str
-    work: float
+    seconds: float
     bytes: int
     fits: bool
 
@@ -97,7 +98,7 @@ class Plan(NamedTuple):
     trajectories : int or None
         How many different ones the shots had; None for other methods.
     methods : tuple of MethodCost
-        What was predicted of each method that could have been taken with noise.
+        What was predicted of each method that could have been taken with noise, before one of them was.
     """
 
     gates: int
@@ -130,8 +131,8 @@ class Plan(NamedTuple):
 
     def _repr_html_(self) -> str:
         if self.methods:
-            told = [(one.name, f"{one.work:.3g}", str(one.bytes), "yes" if one.fits else "no") for one in self.methods]
-            return html.titled(f"Plan: {self}", html.table(("method", "gates times amplitudes", "bytes", "fits"), told))
+            told = [(one.name, f"{one.seconds:.3g}", str(one.bytes), "yes" if one.fits else "no") for one in self.methods]
+            return html.titled(f"Plan: {self}", html.table(("method", "seconds, predicted", "bytes", "fits"), told))
         rows = [
             (str(number), f"{first} to {last - 1}", _qubits(local) or "none, in place")
             for number, (first, last, local) in enumerate(self.passes[: html.ROWS])

@@ -24,10 +24,11 @@ from ..results.plan import Timings
 from ..states.statevector import StateVector
 from . import observing
 from .initial import Start
+from .noisy import run_any
 from .readout import Readout
 from .result import Result
 from .saved import Saved
-from .single import Clock, Request, carried_out, run_alone
+from .single import Request, run_alone
 
 # So many circuits are prepared at a time: bounds what their programs take.
 _AT_ONCE = 1024
@@ -79,7 +80,7 @@ def run_many(
     keeps_states : bool
         Whether results get their states. Otherwise they make them when they are asked.
     lost : Lost
-        As for `carried_out`.
+        As for `run_alone`.
     """
     count = len(circuits)
     require_results(count, request.shots)
@@ -106,11 +107,10 @@ def run_many(
                     before = len(results) + len(found), count
                     found.update(group.results(meter, keeps_states, preparing, before, lost))
             for member in others:
-                with member.told(), member.request.prepared(member.circuit) as its:
-                    result = carried_out(member.circuit, its, member.request, Clock(), lost)
+                with member.told():
+                    found[member.place] = result = run_any(member.circuit, member.request, lost)
                 if result.has_state and not keeps_states:
                     result._state = member.state_again()
-                found[member.place] = result
                 meter.advance(1)
                 meter.tell()
             results += [found[member.place] for member in some]
@@ -133,8 +133,6 @@ class _Member(NamedTuple):
             yield
         except Exception as error:
             error.add_note(f"This is about {self.name}.")
-            if isinstance(error, HasNoise):
-                error.add_note("With noise a circuit is run by itself: run(circuit), not among many runs in one call.")
             raise
 
     def state_again(self) -> Callable[[], StateVector]:
@@ -193,6 +191,9 @@ def _grouped(
     kept = 0  # bytes
     for member in members:
         template = member.circuit._template
+        if member.request.is_noisy:
+            others.append(member)
+            continue
         if template in sweeps:
             sweeps[template].members.append(member)
             continue
@@ -202,7 +203,13 @@ def _grouped(
             continue
         with ExitStack() as taken:
             with member.told():
-                found = taken.enter_context(member.request.prepared(member.circuit))
+                try:
+                    found = taken.enter_context(member.request.prepared(member.circuit))
+                except HasNoise:
+                    others.append(member)
+                    if template is not None:
+                        apart[template] = 0
+                    continue
             n, goes_one_way = len(found.segments.active), _goes_one_way(found.segments)
             is_large = keeps_states and n >= _FEWEST_SHARED_QUBITS
             if is_large or not goes_one_way:

@@ -34,6 +34,8 @@ class BatchResult(Sequence[Result]):
         Of each member: ``numpy.random.SeedSequence(seed).generate_state(number of sets)``. None without shots.
     expectation_values : numpy.ndarray or None
         Of shape (number of sets,) for one observable, (number of sets, number of observables) for a list; None without.
+    standard_errors : numpy.ndarray or None
+        Of the expectation values with noise, in the same shape; as those of `Result`. None without noise.
     timings : Timings
         Of all members together.
 
@@ -59,9 +61,12 @@ class BatchResult(Sequence[Result]):
         self.seed = seed
         self.seeds = None if seed is None else tuple([result.seed for result in results])
         self.expectation_values: Any = None
+        self.standard_errors: Any = None
         if observed is not None:
             shape = (len(results), len(observed.observables)) if observed.are_many else (len(results),)
             self.expectation_values = np.array([result.expectation_values for result in results]).reshape(shape)
+            if any(result.standard_errors is not None for result in results):
+                self.standard_errors = np.array([result.standard_errors for result in results]).reshape(shape)
         every = [Timings(0.0, 0.0, 0.0, 0.0), *[result.timings for result in results]]
         self.timings = Timings(*map(sum, zip(*every)))
 
@@ -110,7 +115,8 @@ class BatchResult(Sequence[Result]):
         -------
         list of dict
             The number of every parameter by its name; with shots ``seed``; with one observable ``expectation_value``,
-            with a list ``expectation_values[0]`` and so on. A parameter of such a name is ``values['seed']``.
+            with a list ``expectation_values[0]`` and so on; with noise also ``standard_error``, ``standard_errors[0]``. A
+            parameter of such a name is ``values['seed']``.
 
         Examples
         --------
@@ -146,11 +152,11 @@ class BatchResult(Sequence[Result]):
         told: dict[str, np.ndarray] = {}
         if self.seeds is not None:
             told["seed"] = np.array(self.seeds, dtype=np.int64)
-        values = self.expectation_values
-        if values is not None and values.ndim == 1:
-            told["expectation_value"] = values
-        elif values is not None:
-            told.update((f"expectation_values[{i}]", column) for i, column in enumerate(values.T))
+        for word, numbers in ("expectation_value", self.expectation_values), ("standard_error", self.standard_errors):
+            if numbers is not None and numbers.ndim == 1:
+                told[word] = numbers
+            elif numbers is not None:
+                told.update((f"{word}s[{i}]", column) for i, column in enumerate(numbers.T))
         return told
 
     @property

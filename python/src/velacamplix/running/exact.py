@@ -8,20 +8,19 @@ from typing import Any, NamedTuple
 
 import numpy as np
 
-from ..basics.types import Order, Precision
+from ..basics.types import Precision
 from ..circuit.circuit import Circuit
-from ..machine import limits, memory
+from ..machine import memory
 from ..programs.compile import described
 from ..programs.mixture import PreparedMixture
 from ..programs.prepare import prepared
-from ..programs.progress import ProgressLike, metered
+from ..programs.progress import metered
 from ..programs.segments import Saving
 from ..results import shot_rows
 from ..states.densitymatrix import DensityMatrix
 from ..states.mixing import EXACT, MixedBranch, Mixing, all_readings
-from ..states.statevector import StateVector
-from .initial import Start
-from .observing import Observed
+from . import observing
+from .single import Request
 
 _DRAWN_AT_ONCE = 2**20  # shots
 
@@ -59,53 +58,19 @@ class Exact(NamedTuple):
     expectation_values: Any
 
 
-def run_exact(
-    circuit: Circuit,
-    shots: int | None = None,
-    seed: int | None = None,
-    threads: int | None = None,
-    precision: Precision = "double",
-    observed: Observed | None = None,
-    initial: Any = None,
-    initial_order: Order | None = None,
-    progress: ProgressLike = None,
-    first_shot: int = 0,
-) -> Exact:
+def run_exact(circuit: Circuit, request: Request, lost: observing.Lost) -> Exact:
     """Run a circuit with channels in it on a density matrix.
 
-    Parameters
-    ----------
-    circuit : Circuit
-    shots : int or None
-        Checked. Shot s has a random number of its own that follows from the seed and ``first_shot + s`` alone.
-    seed, threads, precision
-        Checked, as for `run`.
-    observed : Observed or None
-        From `observing.checked`.
-    initial, initial_order
-        As for `run`; a `DensityMatrix` will do, too.
-    progress
-        As for `run`.
-    first_shot : int
-        Number of the first shot.
+    Shot s has a random number of its own that follows from the seed and ``first_shot + s`` alone; what there is to warn of
+    comes into `lost`.
 
     Raises
     ------
     TypeError, ValueError, MemoryError, RuntimeError
         As for `DensityMatrix.run`; also ValueError if the circuit saves something.
-
-    Examples
-    --------
-    >>> from velacamplix import Channel
-    >>> noisy = Circuit(2, 2).h(0).cx(0, 1).channel(Channel.bit_flip(0.25), 1).measure_all()
-    >>> result = run_exact(noisy, shots=1000, seed=1)
-    >>> result.outcomes[:, 0].tolist(), result.probabilities.round(6).tolist()
-    ([0, 1, 2, 3], [0.375, 0.125, 0.125, 0.375])
-    >>> len(result.rows)
-    1000
     """
-    start = _start(initial, circuit, initial_order)
-    number = secrets.randbits(32) if seed is None and shots is not None else seed
+    shots, precision, observed, start = request.shots, request.precision, request.observed, request.start
+    number = secrets.randbits(32) if request.seed is None and shots is not None else request.seed
     with prepared(
         circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)
     ) as found:
@@ -115,9 +80,9 @@ def run_exact(
         n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
         if shots is not None:
             memory.require_bytes((8 * shot_rows.words_for(n_bits) + 16) * shots, f"shots={shots} of {n_bits} bits")
-        rho = DensityMatrix._another(len(active), precision, limits.thread_count(threads))
+        rho = DensityMatrix._another(len(active), precision, request.threads)
         start.fill(rho, active)
-        with metered(progress, sum(map(len, found.programs)), "gates") as meter:
+        with metered(request.progress, sum(map(len, found.programs)), "gates") as meter:
             mixing = Mixing(found, meter, lambda step: described(step, circuit))
             branches = mixing.branches(rho)
             outcomes, probabilities = _outcomes(branches, found, n_bits)
@@ -128,8 +93,10 @@ def run_exact(
             measured = frozenset(mixing.measured)
             on_active = observed.on(active, frozenset())
             values = observed.shaped(np.array([density.expectation(each) for each in on_active], dtype=np.complex128))
-            observed.warn(active, [measured], stacklevel=4)
-    rows = None if shots is None or number is None else _drawn(outcomes, probabilities, number, first_shot, shots)
+            lost.add(None, observed.lost(active, [measured]))
+    rows = None
+    if shots is not None and number is not None:
+        rows = _drawn(outcomes, probabilities, number, request.first_shot or 0, shots)
     return Exact(density, active, n_bits, outcomes, probabilities, rows, None if rows is None else number, values)
 
 
@@ -142,35 +109,6 @@ def _made(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision) -> P
                 "before it has what is there"
             )
     return made
-
-
-class _Start(NamedTuple):
-    """Where a run begins: what `Start` takes, or a density matrix."""
-
-    nonzero: tuple[int, ...]
-    pure: Start | None
-    mixed: DensityMatrix | None
-
-    def fill(self, rho: DensityMatrix, active: tuple[int, ...]) -> None:
-        """Set a matrix of the active qubits, which is in basis state 0 so far."""
-        if self.mixed is not None:
-            target = rho._live().view()
-            target[:] = self.mixed._live().view()
-        elif self.pure is not None and not self.pure.is_zero:
-            psi = StateVector._another(rho.n_qubits, rho.precision, rho.threads)
-            self.pure.prepare(psi, active)
-            rho._fill_pure(psi.array)
-
-
-def _start(initial: Any, circuit: Circuit, order: Order | None) -> _Start:
-    if not isinstance(initial, DensityMatrix):
-        pure = Start(initial, circuit.n_qubits, order)
-        return _Start(pure.nonzero, pure, None)
-    if order is not None:
-        raise TypeError(f"initial_order can only be given for a number, a text or an array, got {initial!r}")
-    if initial.n_qubits != circuit.n_qubits:
-        raise ValueError(f"initial must be of {circuit.n_qubits} qubits, those of the circuit, got {initial!r}")
-    return _Start(tuple(range(circuit.n_qubits)), None, initial)
 
 
 def _outcomes(branches: Sequence[MixedBranch], found: PreparedMixture, n_bits: int) -> tuple[np.ndarray, np.ndarray]:

@@ -12,9 +12,10 @@ from ..basics import amplitude_order, arrays, checks
 from ..basics.types import Order
 from ..core import extension
 from ..machine import memory
+from ..states.densitymatrix import DensityMatrix
 from ..states.statevector import StateVector
 
-InitialLike = int | str | Sequence[complex] | np.ndarray | StateVector | None
+InitialLike = int | str | Sequence[complex] | np.ndarray | StateVector | DensityMatrix | None
 
 
 class Start:
@@ -26,13 +27,16 @@ class Start:
         Qubits that need not be 0.
     is_zero : bool
         Whether all are.
+    is_mixed : bool
+        Whether it is a density matrix.
     """
 
     def __init__(self, initial: Any, n_qubits: int, order: Order | None) -> None:
         self._product: str | None = None
         self._amplitudes: Any = None
         self.nonzero: tuple[int, ...] = ()
-        if initial is None or isinstance(initial, StateVector):
+        self.is_mixed = isinstance(initial, DensityMatrix)
+        if initial is None or isinstance(initial, (StateVector, DensityMatrix)):
             if order is not None:
                 raise TypeError(f"initial_order can only be given for a number, a text or an array, got {initial!r}")
             if initial is not None:
@@ -60,7 +64,7 @@ class Start:
         if self._amplitudes is None:
             return self
         given = self._amplitudes
-        memory.require_bytes((given.array if isinstance(given, StateVector) else given).nbytes, "a copy of the initial state")
+        memory.require_bytes(np.asarray(given).nbytes, "a copy of the initial state")
         own = copy(self)
         own._amplitudes = given.copy()
         return own
@@ -77,8 +81,17 @@ class Start:
         elif begin is not None:
             state._set_amplitudes(begin, self._order)
 
+    def fill(self, rho: DensityMatrix, active: Sequence[int]) -> None:
+        """Set a matrix of the active qubits, which is in basis state 0 so far."""
+        if self.is_mixed:
+            rho._live().view()[:] = self._amplitudes._live().view()
+        elif not self.is_zero:
+            psi = StateVector._another(rho.n_qubits, rho.precision, rho.threads)
+            self.prepare(psi, active)
+            rho._fill_pure(psi.array)
 
-def _state(initial: StateVector, n_qubits: int) -> StateVector:
+
+def _state(initial: StateVector | DensityMatrix, n_qubits: int) -> StateVector | DensityMatrix:
     initial._live()
     if initial._n_qubits != n_qubits:
         raise ValueError(f"initial must be a state of {n_qubits} qubits, those of the circuit, got {initial!r}")

@@ -6,42 +6,49 @@ from typing import Any
 
 import numpy as np
 
-from ..basics.types import Order, Precision
+from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..instructions.flow import leaves, written_bits
+from ..programs.prepare import HasNoise
 from ..results.plan import MethodCost, Plan, Timings
-from ..states.densitymatrix import DensityMatrix
+from . import observing
 from .exact import Exact, run_exact
 from .method import settled
 from .observing import Observed
 from .result import Result
 from .saved import Saved
-from .single import Clock, Request
+from .single import Clock, Request, run_alone
 from .trajectories import Trajectories, run_trajectories
 
 
-def run_noisy(
-    circuit: Circuit, request: Request, method: str, initial: Any, initial_order: Order | None, first_shot: int
-) -> Result:
-    """Return the result of a circuit with noise in it."""
+def run_any(circuit: Circuit, request: Request, lost: observing.Lost) -> Result:
+    """Return the result of a circuit with noise or without; `lost` as for `run_alone`."""
+    if not request.is_noisy:
+        # Looking for noise would take longer than a small run, and is done where its program is made.
+        try:
+            return run_alone(circuit, request, lost)
+        except HasNoise:
+            pass
+    return run_noisy(circuit, request, lost)
+
+
+def run_noisy(circuit: Circuit, request: Request, lost: observing.Lost) -> Result:
+    """Return the result of a circuit with noise in it; what there is to warn of comes into `lost`."""
     clock = Clock()
-    shots, precision, threads = request.shots, request.precision, request.threads
-    start = None if isinstance(initial, DensityMatrix) else request.start
-    way, methods = settled(circuit, method, shots, threads, precision, initial, start, request.fused)
+    shots, precision, threads, observed = request.shots, request.precision, request.threads, request.observed
+    way, methods = settled(circuit, request)
     clock.note("compile")
     if way == "exact":
-        exact = run_exact(
-            circuit, shots, request.seed, threads, precision, request.observed, initial, initial_order,
-            request.progress, first_shot,
-        )  # fmt: skip
+        exact = run_exact(circuit, request, lost)
         clock.note("simulate")
         return _exact_result(circuit, exact, shots, threads, precision, methods, clock.timings())
     assert shots is not None
     made = run_trajectories(
-        circuit, shots, request.seed, threads, precision, request.observed, request.start, request.progress, first_shot
-    )
+        circuit, shots, request.seed, threads, precision, observed, request.start, request.progress,
+        request.first_shot or 0, lost,
+    )  # fmt: skip
     clock.note("simulate")
-    return _trajectory_result(circuit, made, request.observed, threads, precision, methods, clock.timings())
+    return _trajectory_result(circuit, made, observed, threads, precision, methods, clock.timings())
 
 
 def _exact_result(
@@ -78,7 +85,9 @@ def _trajectory_result(
     values = errors = None
     if observed is not None:
         values = observed.shaped(made.means)
-        errors = made.standard_errors.copy() if observed.are_many else float(made.standard_errors[0])
+        # One shot tells nothing of how shots scatter.
+        spread = made.standard_errors if len(made.rows) > 1 else np.full(len(made.standard_errors), np.nan)
+        errors = spread.copy() if observed.are_many else float(spread[0])
     return _result(
         circuit, len(made.rows), made.seed, threads, precision, made.active_qubits, made.rows, values, errors, plan, timings
     )

@@ -55,8 +55,9 @@ class Result(Answers, Stored, Guiding):
     expectation_values : float, complex, numpy.ndarray or None
         A number for one observable, an array for a list, None without observables.
     standard_errors : float, numpy.ndarray or None
-        Of the expectation values of a run with noise, in the same shape: of means over shots their standard error, 0 if
-        they are exact. None without noise or without observables.
+        Of the expectation values of a run with noise, in the same shape: of means over shots their standard error, the
+        standard deviation of the shots divided by the root of their number (less one in the variance), nan for one shot; 0
+        if they are exact. None without noise or without observables.
     saved : Saved
         What `Circuit.save_state`, `save_probabilities` and `save_expectation` kept, by name.
     timings : Timings

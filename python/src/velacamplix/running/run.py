@@ -5,7 +5,7 @@ from __future__ import annotations
 import secrets
 import sys
 from collections.abc import Mapping, Sequence
-from typing import Any, Literal, overload
+from typing import Any, overload
 
 from ..basics import checks
 from ..basics.types import Order, Precision, Seed
@@ -16,7 +16,6 @@ from ..machine import limits
 from ..noise.model import NoiseModel
 from ..observables.observable import ObservableLike
 from ..programs.compile import require_circuit, require_fusion
-from ..programs.prepare import HasNoise
 from ..programs.progress import ProgressLike
 from ..programs.progress import checked as checked_progress
 from ..states.densitymatrix import DensityMatrix
@@ -24,11 +23,11 @@ from . import observing
 from .batch import require_results, run_many
 from .batch_result import BatchResult
 from .initial import InitialLike, Start
-from .method import MethodName, checked_first_shot, checked_method, has_noise, require_no_noise, with_noise
-from .noisy import run_noisy
+from .method import MethodName, checked_first_shot, checked_method, with_noise
+from .noisy import run_any
 from .result import Result
 from .sets import bound, sets_of_values
-from .single import Request, run_alone
+from .single import Request
 
 __all__ = ["run"]
 
@@ -58,7 +57,7 @@ def run(
     circuit: Circuit, shots: int | None = None, seed: Seed | None = None, threads: int | None = None,
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, *,
-    values: Mapping[Any, Any], noise: None = None, method: Literal["auto"] = "auto", first_shot: None = None,
+    values: Mapping[Any, Any], noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
 ) -> BatchResult: ...  # fmt: skip
 
 
@@ -122,8 +121,9 @@ def run(
         What ``noise.apply(circuit)`` puts into the circuit, beside the channels that are there.
     method : {"auto", "exact", "trajectories"}
         How a circuit with noise is run: on a density matrix of 4**n entries, or on a state for each shot, as far as shots
-        differ. "auto" takes what is predicted to be faster and fits into memory; without shots, and from a density matrix,
-        the exact one. What is not "auto" is a run with noise even if there is none.
+        differ. "auto" takes the exact one if it fits into memory and is predicted to be faster, or to take less than 10 ms of
+        one core; without shots, and from a density matrix, it always does. What is not "auto" is a run with noise even if
+        there is none.
     first_shot : int, optional
         With noise: the number of the first shot, 0 by default. Shots of several runs with the same seed are those of one
         run if their numbers follow one another.
@@ -139,7 +139,7 @@ def run(
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
         are no shots although outcomes in the middle of the circuit differ; with noise if the circuit saves something, or
-        an option is given that has no meaning, as `noise` for many runs. Of many runs, a note of the exception tells
+        an option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
         which one it is about.
     MemoryError
         If the states, the shots or what the circuit saves do not fit.
@@ -168,10 +168,11 @@ def run(
 
     Each of many runs gives what a run of its own with its seed gives, bit for bit, whatever the number of threads. Those of
     fewer than 18 active qubits go side by side, one on each thread; of 18 and more, one after another, each on all threads.
-    So do those of circuits without gates, with saves, or where an outcome is needed before the end. Circuits that were bound
-    from one circuit have one program and one plan. Where runs go together, `timings` are an equal share of what all took,
-    shots and expectation values counted as ``simulate``. Results of a list keep their states; those of `values` make them
-    when they are asked for, by another run.
+    So do those of circuits without gates, with saves, with noise, or where an outcome is needed before the end; with noise
+    each has a method of its own if `method` is "auto". Circuits that were bound from one circuit without noise have one
+    program and one plan. Where runs go together, `timings` are an equal share of what all took, shots and expectation
+    values counted as ``simulate``. Results of a list keep their states; those of `values` make them when they are asked
+    for, by another run.
 
     Examples
     --------
@@ -201,19 +202,17 @@ def run(
     """
     are_many = not isinstance(circuit, Circuit) and checks.is_list(circuit)
     is_one = not are_many and values is None
-    way, is_mixed, is_noisy = checked_method(method), isinstance(initial, DensityMatrix), False
+    way, is_noisy = checked_method(method), noise is not None or method != "auto" or isinstance(initial, DensityMatrix)
+    name = "circuit[{}]" if are_many else "circuit"
     if is_one:
-        only = with_noise(require_circuit(circuit, "circuit"), noise, shots is not None)
-        circuits, fewest = [only], only.n_qubits
-        is_noisy = noise is not None or way != "auto" or is_mixed or (first_shot is not None and has_noise(only))
-        # A density matrix is looked at by the exact run.
-        starts = {fewest: Start(None, fewest, None) if is_mixed else Start(initial, fewest, initial_order)}
+        circuits: Sequence[Circuit] = [require_circuit(circuit, name)]
+        fewest = circuits[0].n_qubits
+        starts = {fewest: Start(initial, fewest, initial_order)}
     else:
         listed = checks.sequence(circuit, "circuit", of="circuits") if are_many else [circuit]
-        circuits = [require_circuit(one, f"circuit[{i}]" if are_many else "circuit") for i, one in enumerate(listed)]
+        circuits = [require_circuit(one, name.format(i)) for i, one in enumerate(listed)]
         if are_many and values is not None:
             raise TypeError(f"values can be given for one circuit only, got them for a list of {len(circuits)}")
-        require_no_noise(noise, way, first_shot, is_mixed)
         sizes = {one.n_qubits for one in circuits}
         fewest = min(sizes, default=sys.maxsize)
         starts = {size: Start(initial, size, initial_order) for size in sizes}
@@ -226,28 +225,27 @@ def run(
         starts[circuits[0].n_qubits] if circuits else Start(None, 0, None),
         progress,
         require_fusion(fusion),
+        is_noisy,
+        way,
+        checked_first_shot(first_shot, circuits, name, is_noisy),
     )
     checked_progress(progress)
-    first = checked_first_shot(first_shot, is_noisy)
     lost = observing.Lost()
     result: Result | list[Result] | BatchResult
-    if is_one and not is_noisy:
-        # Looking for noise would take longer than a small run, and is done where its program is made.
-        try:
-            result = run_alone(circuits[0], request, lost)
-        except HasNoise:
-            is_noisy = True
-    if is_noisy:
-        return run_noisy(circuits[0], request, way, initial, initial_order, first)
-    if not is_one:
-        own_seed = secrets.randbits(32) if request.seed is None else request.seed
-        if values is None:
-            result = run_many(circuits, "circuit[{}]", own_seed, request, starts, True, lost)
-        else:
-            sets = sets_of_values(circuits[0].parameters, values)
-            require_results(len(next(iter(sets.values()))), request.shots)
-            starts = {size: start.kept() for size, start in starts.items()}
-            members = run_many(bound(circuits[0], sets), "set {} of values", own_seed, request, starts, False, lost)
-            result = BatchResult(members, sets, None if shots is None else own_seed, request.observed)
+    if is_one:
+        result = run_any(with_noise(circuits, name, noise, shots is not None)[0], request, lost)
+        lost.warn(stacklevel=2)
+        return result
+    own_seed = secrets.randbits(32) if request.seed is None else request.seed
+    if values is None:
+        circuits = with_noise(circuits, name, noise, shots is not None)
+        result = run_many(circuits, name, own_seed, request, starts, True, lost)
+    else:
+        sets = sets_of_values(circuits[0].parameters, values)
+        require_results(len(next(iter(sets.values()))), request.shots)
+        starts = {size: start.kept() for size, start in starts.items()}
+        circuits = with_noise(bound(circuits[0], sets), name, noise, shots is not None)
+        members = run_many(circuits, "set {} of values", own_seed, request, starts, False, lost)
+        result = BatchResult(members, sets, None if shots is None else own_seed, request.observed)
     lost.warn(stacklevel=2)
     return result

@@ -29,7 +29,11 @@ from .saved import Saver
 
 
 class Request(NamedTuple):
-    """The checked arguments of `velacamplix.run`."""
+    """The checked arguments of `velacamplix.run`.
+
+    `is_noisy` if every circuit is run as one with noise, whether there is some or not; `method` and `first_shot` are for
+    such runs.
+    """
 
     shots: int | None
     seed: int | None
@@ -39,6 +43,9 @@ class Request(NamedTuple):
     start: Start
     progress: ProgressLike
     fused: bool
+    is_noisy: bool = False
+    method: str = "auto"
+    first_shot: int | None = None
 
     def prepared(self, circuit: Circuit) -> AbstractContextManager[Prepared]:
         """Give the circuit's steps and programs, perhaps those of the last time."""

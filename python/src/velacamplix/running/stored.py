@@ -337,7 +337,7 @@ class _Facts:
             return _is_amount(one[1]) and self._is_integer(one[2], 0, 2**4096)
 
         told = self._listed("methods", tells)
-        methods = tuple([MethodCost(name, float(work), size, fits) for name, work, size, fits in told])
+        methods = tuple([MethodCost(name, float(seconds), size, fits) for name, seconds, size, fits in told])
         return Plan(self.integer("gates", 0, 2**63), passes, float(sweeps), method, distinct, methods)
 
     def kept(self, n_active: int, n_qubits: int) -> dict[str, tuple[Kept, int]]:

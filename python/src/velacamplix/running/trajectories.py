@@ -21,6 +21,7 @@ from ..programs.segments import Measurement, Segments
 from ..results import shot_rows
 from ..states.statevector import StateVector
 from . import observing
+from .costs import Outlook
 from .initial import Start
 from .shot_walk import Flips, ShotWalk, flips_of
 
@@ -62,41 +63,13 @@ class Trajectories(NamedTuple):
     standard_errors: np.ndarray
 
 
-class TrajectoryCost(NamedTuple):
-    """What a run by trajectories takes.
-
-    Attributes
-    ----------
-    n_qubits : int
-        The active ones.
-    gates : int
-        Those of a run without events.
-    trajectories : float
-        How many different ones there will be, about.
-    bytes : int
-        Of the states that there are at a time, one or two for each thread.
-    work : float
-        Gates times amplitudes, of all trajectories from their first event on.
-    """
-
-    n_qubits: int
-    gates: int
-    trajectories: float
-    bytes: int
-    work: float
-
-
-def trajectory_cost(circuit: Circuit, shots: int, threads: int, precision: Precision, start: Start) -> TrajectoryCost:
-    """Return what `run_trajectories` would take, without running anything."""
+def looked_at(
+    circuit: Circuit, shots: int, threads: int, precision: Precision, start: Start
+) -> tuple[Outlook, int]:
+    """Return what is known of a circuit before it runs, and how many bytes the states of `run_trajectories` would take."""
     with _prepared(circuit, start, precision) as found:
         assert isinstance(found, PreparedTrajectories)
-        n, gates = len(found.segments.active), sum(map(len, found.programs))
-        # Each event of a shot makes it another trajectory, on average from the middle of the circuit on.
-        noisy = -np.expm1(-found.events_per_shot)
-        distinct = 1 + (shots - 1) * noisy if found.is_plain else shots
-        runs = 1 + (distinct - 1) / 2 if found.is_plain else shots
-        size = _state_bytes(found, shots, threads, precision, start)
-        return TrajectoryCost(n, gates, float(distinct), size, float(runs * gates * 2.0**n))
+        return Outlook(found), _state_bytes(found, shots, threads, precision, start)
 
 
 def run_trajectories(
@@ -109,6 +82,7 @@ def run_trajectories(
     start: Start,
     progress: ProgressLike,
     first_shot: int,
+    lost: observing.Lost,
 ) -> Trajectories:
     """Run a circuit with channels in it; arguments are those of `run`, checked."""
     number = secrets.randbits(32) if seed is None else seed
@@ -124,7 +98,7 @@ def run_trajectories(
         size = 8 * words + _BYTES_PER_SHOT + _BYTES_PER_VALUE * n_observed
         memory.require_bytes(size * shots, f"shots={shots} of {n_bits} bits")
         rows = np.zeros((shots, words), dtype=np.uint64)
-        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits)
+        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost)
         with metered(progress, shots, "shots") as meter:
             distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
         return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors)
@@ -163,6 +137,7 @@ class _Made(NamedTuple):
     first_shot: int
     rows: np.ndarray
     n_bits: int
+    lost: observing.Lost
 
     def at_once(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
         """Make all shots of a circuit that is gates and channels, then measurements."""
@@ -258,7 +233,7 @@ class _Made(NamedTuple):
 
     def _warn(self, measured: set[frozenset[int]]) -> None:
         if self.observed is not None:
-            self.observed.warn(self.found.segments.active, measured, stacklevel=6)
+            self.lost.add(None, self.observed.lost(self.found.segments.active, measured))
 
 
 def _readings(segments: Segments) -> tuple[dict[int, tuple[int, Flips]], frozenset[int]]:
