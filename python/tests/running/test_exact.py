@@ -7,6 +7,7 @@ from pathlib import Path
 
 import numpy as np
 import pytest
+from exact_runs import run_exact
 from kraus_sums import by_outcome, density, random_noisy_steps, random_program
 
 import velacamplix
@@ -16,16 +17,9 @@ from velacamplix.results import shot_rows
 from velacamplix.running import exact, observing
 from velacamplix.running.exact import keyed_numbers
 from velacamplix.running.initial import Start
-from velacamplix.running.single import Request
 
 ROOT = Path(__file__).resolve().parents[3]
 PEERS_PYTHON = os.environ.get("VELACAMPLIX_PEERS", str(ROOT / "build/compare-venv/bin/python"))
-
-
-def run_exact(circuit, shots=None, seed=None, threads=2, observed=None, start=None, first_shot=None, lost=None):
-    start = start or Start(None, circuit.n_qubits, None)
-    request = Request(shots, seed, threads, "double", observed, start, None, False, True, "exact", first_shot)
-    return exact.run_exact(circuit, request, observing.Lost() if lost is None else lost)
 
 
 def read(qubit, clbit, *flips):

@@ -6,12 +6,12 @@ import random
 
 import numpy as np
 import pytest
+from exact_runs import run_exact
 
 from velacamplix import (
     Channel, Circuit, Condition, DensityMatrix, GateDefinition, Instruction, NoiseModel, StateVector, Store,
     UnsupportedInstruction, run,
 )  # fmt: skip
-from velacamplix.running.exact import run_exact
 
 
 def outcomes(circuit):
