@@ -86,8 +86,8 @@ void PybindAmplixStateVectorCPU<T>::sample_subset(unsigned long* shots, const st
 template <class T>
 unsigned long PybindAmplixStateVectorCPU<T>::measure(const std::vector<unsigned int>& qubits) {
     using namespace velacamplix::measurement;
-    if (is_density_matrix) return draw_outcome(diagonal_view(amplitudes.get(), nqubits), rng, qubits);
-    return draw_outcome(state_view(amplitudes.get(), nqubits), rng, qubits);
+    if (is_density_matrix) return draw_outcome(diagonal_view(amplitudes.get(), nqubits), rng, qubits, num_threads);
+    return draw_outcome(state_view(amplitudes.get(), nqubits), rng, qubits, num_threads);
 }
 
 // A density matrix is projected like a state over its 2m stored qubits.

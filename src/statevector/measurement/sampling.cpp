@@ -3,6 +3,7 @@
 #include "statevector/measurement/draws.hpp"
 #include "statevector/measurement/outcomes.hpp"
 #include "statevector/measurement/running_sum.hpp"
+#include "statevector/measurement/shared_sums.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <bit>
@@ -35,29 +36,72 @@ unsigned long count_below(T r, const T* sums, unsigned long count) {
     return below;
 }
 
+// Hands the draws that wait, in increasing order, to the running sums that they are not above. Returns those left.
+template <class Seq, class T>
+const draw<T>* release(const draw<T>* waiting, const draw<T>* end, unsigned long first, const T* sums,
+                       unsigned long count, unsigned long* shots) {
+    if constexpr (never_falls<Seq>) {
+        for (; waiting != end && !(waiting->number > sums[count - 1]); ++waiting) {
+            shots[waiting->shot] = first + count_below(waiting->number, sums, count);
+        }
+    } else {
+        for (unsigned long e = 0; e < count && waiting != end; ++e) {
+            for (; waiting != end && !(waiting->number > sums[e]); ++waiting) shots[waiting->shot] = first + e;
+        }
+    }
+    return waiting;
+}
+
+// Releases draws by several threads, each walking the blocks of its own in which draws find their indices. `sums` are
+// those at the ends of the blocks. Returns the draws left, which are above all sums.
+template <class Seq, class T>
+const draw<T>* release_in_blocks(const Seq& view, const std::vector<T>& sums, const draw<T>* waiting,
+                                 const draw<T>* end, unsigned long* shots, int nthreads) {
+    const auto first_above = [=](const draw<T>* from, T sum) {
+        return std::partition_point(from, end, [=](const draw<T>& d) { return !(d.number > sum); });
+    };
+    const auto body = [&](unsigned long begin, unsigned long last) {
+        const draw<T>* mine = begin == 0 ? waiting : first_above(waiting, sums[begin - 1]);
+        for (unsigned long block = begin; block < last; ++block) {
+            const draw<T>* const stop = first_above(mine, sums[block]);
+            if (mine == stop) continue;
+            const unsigned long first = block * sum_block;
+            walk_running_sum(view, first, first + sum_block, block == 0 ? T(0) : sums[block - 1],
+                             [&](unsigned long at, const T* part, unsigned long count) {
+                                 mine = release<Seq>(mine, stop, at, part, count, shots);
+                                 return mine != stop;
+                             });
+        }
+    };
+    storage::parallel_shares(sums.size(), sums.size() * sum_block * 2 * sizeof(T), nthreads, body);
+    return first_above(waiting, sums.back());
+}
+
 // Writes to `shots` the index that each of the draws, sorted by number, comes to. Returns the last running sum it saw:
 // the total, if the walk is to go to the end although every draw may have its index before.
 template <class Seq>
 typename Seq::proba_type release_draws(const Seq& view, const draw<typename Seq::proba_type>* waiting,
-                                       const draw<typename Seq::proba_type>* end, unsigned long* shots,
+                                       const draw<typename Seq::proba_type>* end, unsigned long* shots, int nthreads,
                                        bool to_the_end = false) {
     using T = typename Seq::proba_type;
     for (; waiting != end && !(waiting->number > T(0)); ++waiting) shots[waiting->shot] = all_ones;
     T last = T(0);
     if (waiting == end && !to_the_end) return last;
-    walk_running_sum(view, [&](unsigned long first, const T* sums, unsigned long count) {
-        last = sums[count - 1];
-        if constexpr (never_falls<Seq>) {
-            for (; waiting != end && !(waiting->number > last); ++waiting) {
-                shots[waiting->shot] = first + count_below(waiting->number, sums, count);
-            }
-        } else {
-            for (unsigned long e = 0; e < count && waiting != end; ++e) {
-                for (; waiting != end && !(waiting->number > sums[e]); ++waiting) shots[waiting->shot] = first + e;
-            }
-        }
-        return to_the_end || waiting != end;
-    });
+    std::vector<T> sums;
+    if constexpr (never_falls<Seq>) {
+        const T enough = to_the_end ? std::numeric_limits<T>::quiet_NaN() : end[-1].number;
+        if (shares_sums(view, nthreads)) sums = sums_of_blocks(view, nthreads, enough);
+    }
+    if (!sums.empty()) {
+        last = sums.back();
+        waiting = release_in_blocks(view, sums, waiting, end, shots, nthreads);
+    } else {
+        walk_running_sum(view, [&](unsigned long first, const T* part, unsigned long count) {
+            last = part[count - 1];
+            waiting = release<Seq>(waiting, end, first, part, count, shots);
+            return to_the_end || waiting != end;
+        });
+    }
     for (; waiting != end; ++waiting) shots[waiting->shot] = view.dim - 1;
     return last;
 }
@@ -155,7 +199,7 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
                 for (draw<T>* d = draws.get(); d != draws.get() + count; ++d) d->number = share_of(d->number, factor);
             }
             const bool to_the_end = has_to_be_normalised && first == 0;
-            const T last = release_draws(seq, draws.get(), draws.get() + count, batch, to_the_end);
+            const T last = release_draws(seq, draws.get(), draws.get() + count, batch, nthreads, to_the_end);
             if (first == 0) total = last;
             if (to_the_end && !is_normalised(static_cast<double>(total))) break;
             storage::parallel_shares(count, count * sizeof(*batch), nthreads,
@@ -172,13 +216,13 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
 
 // The last of the running sums itself, so that no fraction of it comes to lie above it.
 template <class Seq>
-double total_of(const Seq& view) {
+double total_of(const Seq& view, int nthreads) {
     const draw<double>* const none = nullptr;
-    return release_draws(view, none, none, nullptr, true);
+    return release_draws(view, none, none, nullptr, nthreads, true);
 }
 
-template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<float>>>&);
-template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<double>>>&);
+template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<float>>>&, int);
+template double total_of(const pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<double>>>&, int);
 
 bool is_normalised(double total) { return std::abs(total - 1) <= 1e-9; }
 
@@ -191,25 +235,26 @@ void require_total(double total) {
 }
 
 template <class Seq>
-unsigned long draw_outcome(const Seq& view, std::mt19937_64& rng, const std::vector<unsigned int>& qubits) {
+unsigned long draw_outcome(const Seq& view, std::mt19937_64& rng, const std::vector<unsigned int>& qubits,
+                           int nthreads) {
     using T = typename Seq::proba_type;
     unsigned long output;
 #pragma omp critical
     output = rng();
     const draw<T> only{uniform<T>(output), 0};
     unsigned long index;
-    release_draws(view, &only, &only + 1, &index);
+    release_draws(view, &only, &only + 1, &index, nthreads);
     return outcome_of(index, view.nqubits, qubits);
 }
 
 template unsigned long draw_outcome(const pbamplix::SVSequence<thrust::complex<float>>&, std::mt19937_64&,
-                                    const std::vector<unsigned int>&);
+                                    const std::vector<unsigned int>&, int);
 template unsigned long draw_outcome(const pbamplix::SVSequence<thrust::complex<double>>&, std::mt19937_64&,
-                                    const std::vector<unsigned int>&);
+                                    const std::vector<unsigned int>&, int);
 template unsigned long draw_outcome(const pbamplix::DMDiagSequence<float>&, std::mt19937_64&,
-                                    const std::vector<unsigned int>&);
+                                    const std::vector<unsigned int>&, int);
 template unsigned long draw_outcome(const pbamplix::DMDiagSequence<double>&, std::mt19937_64&,
-                                    const std::vector<unsigned int>&);
+                                    const std::vector<unsigned int>&, int);
 
 }  // namespace velacamplix::measurement
 
@@ -223,7 +268,7 @@ void pick_shots_state(Seq seq, unsigned long* shots, Rng& rng, const unsigned lo
     using T = typename Seq::proba_type;
     T factor = T(1);
     if constexpr (measurement::numbers_are_fractions<Seq>) {
-        const T total = measurement::total_of(seq);
+        const T total = measurement::total_of(seq, nthreads);
         if (std::isfinite(total)) factor = total;  // else no fraction means anything
     }
     measurement::pick_shots(seq, factor, false, shots, rng, nshots, nthreads, qubits);
@@ -235,7 +280,7 @@ void pick_shots_of_any_norm(Seq seq, unsigned long* shots, Rng& rng, const unsig
     if (nshots == 0) return;
     double total;
     if constexpr (measurement::numbers_are_fractions<Seq>) {
-        total = measurement::total_of(seq);
+        total = measurement::total_of(seq, nthreads);
     } else {
         const Rng before = rng;
         total = measurement::pick_shots(seq, 1.0, true, shots, rng, nshots, nthreads, qubits);

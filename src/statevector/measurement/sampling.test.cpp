@@ -112,6 +112,23 @@ TYPED_TEST(sampling, of_large_states_and_many_shots_is_the_same_for_every_thread
     ASSERT_TRUE(agrees(small, 100000, {}));
 }
 
+// From 20 qubits on threads share the running sum.
+TYPED_TEST(sampling, and_measuring_where_threads_share_the_sum_give_what_a_scan_finds) {
+    MeasuredState<TypeParam> measured(normalised(random_state<TypeParam>(20, Values::ordinary)));
+    ASSERT_TRUE(agrees(measured, 12, {}));
+    auto& v = measured.vector();
+    // 0, the first sum itself, somewhere, and above all sums.
+    const std::vector<unsigned long> outputs = {0, 1, output_for(measured.view()[0]), 1ul << 62, ~0ul};
+    v.set_num_threads(1);
+    const auto expected = shots_of<TypeParam>(v, outputs);
+    for (int threads : thread_counts) {
+        v.set_num_threads(threads);
+        EXPECT_EQ(shots_of<TypeParam>(v, outputs), expected) << threads << " thread(s)";
+        v.rng = engine_with_outputs(outputs);
+        for (unsigned long outcome : expected) EXPECT_EQ(v.measure({}), outcome) << threads << " thread(s)";
+    }
+}
+
 TYPED_TEST(sampling, of_a_basis_state_always_gives_its_reversed_index) {
     for (unsigned long i = 0; i < 32; ++i) {
         StateVector<TypeParam> v(5);

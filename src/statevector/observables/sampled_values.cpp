@@ -159,7 +159,7 @@ std::vector<std::pair<thrust::complex<double>, thrust::complex<double>>> evaluat
     thrust::complex<T>* amplitudes, const std::vector<SimpleTerm<double>>& terms, unsigned long shots, Engine& rng,
     unsigned int qubits, int nthreads, const work_hook& hook) {
     const precise_view<SVSequence<thrust::complex<T>>> view{measurement::state_view(amplitudes, qubits)};
-    const double total = terms.empty() ? 1 : measurement::total_of(view);
+    const double total = terms.empty() ? 1 : measurement::total_of(view, nthreads);
     measurement::require_total(total);
     const bool as_numbers = std::is_same_v<T, double> && measurement::is_normalised(total);
     return observables::sampled_values(amplitudes, terms, shots, rng, qubits, nthreads, false,

@@ -40,6 +40,12 @@ inline unsigned long most_bodies(unsigned long count, unsigned long bytes, int n
     return std::min(count, static_cast<unsigned long>(team_size(nthreads)));
 }
 
+// Whether a region opened here and now may get more than one thread: not within a host's region that lets no other open
+// inside.
+inline bool shares_work(int nthreads) {
+    return team_size(nthreads) > 1 && omp_get_active_level() < omp_get_max_active_levels();
+}
+
 // Calls body(begin, end) once per thread over its share of [0, count). All parallel loops of the library open here.
 // `bytes` is what the whole range touches; a range too small to share runs on the calling thread. `nthreads` is a
 // request as for get_num_threads. An exception of a body reaches the caller when all others have ended (one of them, if
