@@ -76,6 +76,14 @@ build_preset() {
     cmake --build --preset "$preset" "$@"
 }
 
+# How many processes run the Python tests: most of them keep one processor busy, and some take 2 GiB. More than four would
+# not end sooner: the longest files last as long, and threads are tested with more of them than there are processors.
+python_test_processes() {
+    local gigabytes
+    gigabytes=$(awk '/^MemAvailable:/ { print int($2 / 1048576) }' /proc/meminfo)
+    printf '%s\n' "$jobs" 4 $((gigabytes / 3 > 1 ? gigabytes / 3 : 1)) | sort -n | head -n 1
+}
+
 # Shows which tests a preset's programs left out, and why, as they said when they last ran.
 show_left_out() {
     grep -h '^left out' "build/$1/Testing/Temporary/LastTest.log" | sort -u || true

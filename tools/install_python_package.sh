@@ -10,7 +10,7 @@ if [ ! -x "$python" ]; then
 fi
 
 stamp=.venv/velacamplix-installed${extra:+-$extra}
-sources=(CMakeLists.txt cmake include src pyproject.toml python/bindings python/src README.md LICENSE)
+sources=(CMakeLists.txt cmake include src pyproject.toml tested-versions.txt python/bindings python/src README.md LICENSE)
 if [ -f "$stamp" ] && [ -z "$(find "${sources[@]}" -newer "$stamp" -print -quit)" ]; then exit 0; fi
 
 # Taken before the build: what changes meanwhile belongs to the next one.
@@ -25,5 +25,6 @@ END
 "$python" -m pip install --quiet --disable-pip-version-check "${build_requirements[@]}"
 # In this environment and not in one of pip's own, so that the next build can take up where this one ends.
 if ! compgen -G 'build/python-*' >/dev/null; then announce_compiling python build; fi
-compiling "$python" -m pip install --verbose --disable-pip-version-check --no-build-isolation ".${extra:+[$extra]}"
+compiling "$python" -m pip install --verbose --disable-pip-version-check --no-build-isolation \
+    --constraint tested-versions.txt ".${extra:+[$extra]}"
 mv "$stamp.next" "$stamp"
