@@ -233,19 +233,15 @@ def test_conditions_with_one_answer_leave_a_body(make, is_always):
 def test_conditions_that_are_refused():
     circuit = QuantumCircuit(qiskit.QuantumRegister(1), qiskit.ClassicalRegister(6, "c"), qiskit.ClassicalRegister(6, "d"))
     circuit.x(0)
-    with circuit.if_test(expr.less(*circuit.cregs)):
+    with circuit.if_test(expr.less(expr.mul(*circuit.cregs), 3)):
         circuit.x(0)
     with pytest.raises(NotConverted, match="has more than 10 bits to be tried") as caught:
         to_velacamplix(circuit)
     assert caught.value.position == 1
-    circuit = bits_of_expressions()
-    variable = circuit.add_var("v", expr.lift(False))
-    with pytest.raises(NotConverted, match=r"^instruction 0, 'store': a circuit has no 'store'$"):
-        to_velacamplix(circuit)
-    circuit = QuantumCircuit(1, 1, inputs=[variable])
-    with circuit.if_test(variable):
+    circuit = QuantumCircuit(1, 1, inputs=[expr.Var.new("v", types.Bool())])
+    with circuit.if_test(list(circuit.iter_input_vars())[0]):
         circuit.x(0)
-    with pytest.raises(NotConverted, match="which is neither bits nor made of them"):
+    with pytest.raises(NotConverted, match="a variable that is an input has no value"):
         to_velacamplix(circuit)
 
 
@@ -306,12 +302,6 @@ def test_loops_are_written_out():
 
 
 def test_what_is_no_decision_is_refused_by_name():
-    circuit = QuantumCircuit(1, 2)
-    with circuit.while_loop((0, 1)):
-        circuit.measure(0, 0)
-        circuit.break_loop()
-    with pytest.raises(NotConverted, match=r"^instruction 0, 'while_loop' on qubits 0 and bits 0: a circuit has no 'break_loop'$"):
-        to_velacamplix(circuit)
     circuit = QuantumCircuit(1, 2)
     with circuit.while_loop((0, 1)):
         circuit.measure(0, 1)

@@ -1,10 +1,11 @@
-"""Conditions on classical bits, both ways."""
+"""Expressions on classical bits and variables, both ways."""
 
 from __future__ import annotations
 
 import operator
 from collections.abc import Callable, Mapping
 from typing import Any
+from uuid import UUID
 
 from qiskit.circuit import ClassicalRegister, Clbit
 from qiskit.circuit.classical import expr, types
@@ -34,7 +35,11 @@ _CALCULATIONS: dict[str, Callable[[Any, Any], Any]] = {
     "ADD": operator.add, "SUB": operator.sub, "MUL": operator.mul,
 }  # fmt: skip
 
-Places = Mapping[Any, int]
+# The number of each classical bit; of each variable, by its UUID, those that hold it, lowest first.
+Places = Mapping[Any, Any]
+
+# A bit of a number: known, or 1 where a condition holds.
+Bit = AnyCondition | bool
 
 
 def condition(asked: Any, clbits: Places) -> AnyCondition | bool:
@@ -54,10 +59,15 @@ def condition(asked: Any, clbits: Places) -> AnyCondition | bool:
 
 
 def bits_of(target: Any, clbits: Places) -> tuple[int, ...] | None:
-    """Return a bit or the bits of a register, lowest first."""
+    """Return a bit or the bits of a register or variable, lowest first."""
     if isinstance(target, expr.Expr):
         target = without_casts(target)
         target = target.var if isinstance(target, expr.Var) else target
+    if isinstance(target, UUID):
+        if target not in clbits:
+            raise NotConverted("a variable that is an input has no value: store one into a variable of the circuit")
+        found: tuple[int, ...] = clbits[target]
+        return found
     if isinstance(target, ClassicalRegister):
         return tuple([clbits[bit] for bit in target])
     return (clbits[target],) if isinstance(target, Clbit) else None
@@ -106,6 +116,10 @@ def _of_expression(node: Any, clbits: Places) -> AnyCondition | None:
         if bits is not None and isinstance(right, expr.Value):
             found = _compared(bits, int(right.value), comparison)
             return None if isinstance(found, bool) else found
+        numbers = _bits(node.left, clbits), _bits(node.right, clbits)
+        if node.left.type.kind is types.Uint and numbers[0] is not None and numbers[1] is not None:
+            answer = _in_order(numbers[0], numbers[1], comparison)
+            return None if isinstance(answer, bool) else answer
     if any([side.type.kind is not types.Bool for side in (node.left, node.right)]):
         return None
     first, second = [_of_expression(side, clbits) for side in (node.left, node.right)]
@@ -128,14 +142,14 @@ def _of_bits(node: Any, clbits: Places) -> tuple[int, ...] | None:
 
 def _tried(asked: Any, clbits: Places) -> AnyCondition | bool:
     """Return the values of its bits for which an expression holds, all tried."""
-    read = sorted({bit for var in expr.iter_vars(asked) for bit in bits_of(var, clbits) or ()})
+    read = _read(asked, clbits)
     if len(read) > _MOST_TRIED:
         raise NotConverted(f"this condition cannot be converted, and has more than {_MOST_TRIED} bits to be tried: {asked}")
     every = range(2 ** len(read))
     holding = []
     for value in every:
         held = {bit: value >> place & 1 for place, bit in enumerate(read)}
-        if _value(asked, {theirs: held[mine] for theirs, mine in clbits.items() if mine in held}):
+        if _value(asked, held, clbits):
             holding.append(value)
     if len(holding) in (0, len(every)):
         return bool(holding)
@@ -146,25 +160,30 @@ def _tried(asked: Any, clbits: Places) -> AnyCondition | bool:
     return ~found if is_inverse else found
 
 
-def _value(node: Any, held: Mapping[Any, int]) -> Any:
+def _read(asked: Any, clbits: Places) -> list[int]:
+    return sorted({bit for var in expr.iter_vars(asked) for bit in bits_of(var, clbits) or ()})
+
+
+def _value(node: Any, held: Mapping[int, int], clbits: Places) -> Any:
     """Return the value of an expression where bits hold these values."""
     kind = node.type.kind
     # Unsigned numbers of Qiskit's wrap around.
     made: Any = None
     if isinstance(node, expr.Value):
         made = node.value
-    elif isinstance(node, expr.Var) and isinstance(node.var, Clbit):
-        made = held[node.var]
-    elif isinstance(node, expr.Var) and isinstance(node.var, ClassicalRegister):
-        made = sum([held[bit] << place for place, bit in enumerate(node.var)])
+    elif isinstance(node, expr.Var):
+        bits = bits_of(node, clbits)
+        if bits is not None:
+            made = sum([held[bit] << place for place, bit in enumerate(bits)])
     elif isinstance(node, expr.Cast):
-        made = _value(node.operand, held)
+        made = _value(node.operand, held, clbits)
     elif isinstance(node, _Index):
-        made = _value(node.target, held) >> _value(node.index, held) & 1
+        made = _value(node.target, held, clbits) >> _value(node.index, held, clbits) & 1
     elif isinstance(node, expr.Unary) and node.op.name in ("LOGIC_NOT", "BIT_NOT"):
-        made = ~_value(node.operand, held) if kind is types.Uint else not _value(node.operand, held)
+        inner = _value(node.operand, held, clbits)
+        made = ~inner if kind is types.Uint else not inner
     elif isinstance(node, expr.Binary) and node.op.name in _CALCULATIONS:
-        left, right = _value(node.left, held), _value(node.right, held)
+        left, right = _value(node.left, held, clbits), _value(node.right, held, clbits)
         if node.op.name == "SHIFT_LEFT" and right > node.type.width:
             right = node.type.width
         made = _CALCULATIONS[node.op.name](left, right)
@@ -173,7 +192,125 @@ def _value(node: Any, held: Mapping[Any, int]) -> Any:
     return made % 2**node.type.width if kind is types.Uint else bool(made)
 
 
+# --- Numbers bit by bit ---
+
+
+def stored(value: Any, clbits: Places) -> tuple[Bit, ...]:
+    """Return what the bits of a number or a truth value are, lowest first.
+
+    Raises
+    ------
+    NotConverted
+        If it is made of something else than bits, numbers and truth values.
+    """
+    if value.type.kind is types.Bool:
+        return (condition(value, clbits),)
+    if value.type.kind is not types.Uint:
+        raise NotConverted(f"variables must be of bits or unsigned integers, got {value.type}")
+    found = _bits(value, clbits)
+    if found is not None:
+        return tuple(found)
+    read = _read(value, clbits)
+    if len(read) > _MOST_TRIED:
+        raise NotConverted(f"this value cannot be converted, and has more than {_MOST_TRIED} bits to be tried: {value}")
+    cases = []
+    for number in range(2 ** len(read)):
+        held = {bit: number >> place & 1 for place, bit in enumerate(read)}
+        cases.append((Condition(tuple(read), number) if read else True, _value(value, held, clbits)))
+    bits: list[Bit] = []
+    for place in range(value.type.width):
+        bit: Bit = False
+        for case, result in cases:
+            if result >> place & 1:
+                bit = _or(bit, case)
+        bits.append(bit)
+    return tuple(bits)
+
+
+def _bits(node: Any, clbits: Places) -> list[Bit] | None:
+    """Return the bits of a number, lowest first; None for what takes more than a condition for each."""
+    width = node.type.width if node.type.kind is types.Uint else 1
+    if isinstance(node, expr.Value):
+        return [bool(int(node.value) >> place & 1) for place in range(width)]
+    if isinstance(node, expr.Cast):
+        inner = _bits(node.operand, clbits)
+        return None if inner is None or node.type.kind is not types.Uint else (inner + [False] * width)[:width]
+    if node.type.kind is types.Bool:
+        return [condition(node, clbits)]
+    found = bits_of(node, clbits) if isinstance(node, expr.Var) else None
+    if found is not None:
+        return [Condition((bit,), 1) for bit in found]
+    if isinstance(node, expr.Unary) and node.op is expr.Unary.Op.BIT_NOT:
+        inner = _bits(node.operand, clbits)
+        return None if inner is None else [_not(bit) for bit in inner]
+    if not isinstance(node, expr.Binary):
+        return None
+    left, right = _bits(node.left, clbits), _bits(node.right, clbits)
+    if left is None or right is None:
+        return None
+    if node.op in _BIT_BY_BIT:
+        return [_BIT_BY_BIT[node.op](a, b) for a, b in zip(left, right)]
+    if node.op.name in ("ADD", "SUB"):
+        # a - b is a + not b + 1.
+        return _sum(left, right, False) if node.op.name == "ADD" else _sum(left, [_not(bit) for bit in right], True)
+    if node.op.name in ("SHIFT_LEFT", "SHIFT_RIGHT") and isinstance(node.right, expr.Value):
+        by = min(int(node.right.value), width)
+        return ([False] * by + left)[:width] if node.op.name == "SHIFT_LEFT" else left[by:] + [False] * by
+    return None
+
+
+def _sum(left: list[Bit], right: list[Bit], carry: Bit) -> list[Bit]:
+    made = []
+    for a, b in zip(left, right):
+        made.append(_xor(_xor(a, b), carry))
+        carry = _or(_and(a, b), _and(_xor(a, b), carry))
+    return made
+
+
+def _in_order(left: list[Bit], right: list[Bit], comparison: str) -> Bit:
+    """Return whether one number compares so with another."""
+    if comparison in (">", "<="):
+        left, right = right, left
+    found: Bit = comparison in ("==", "!=")
+    for a, b in zip(left, right):
+        if comparison in ("==", "!="):
+            found = _and(found, _not(_xor(a, b)))
+        else:  # from the lowest: less so far, or less here
+            found = _or(_and(_not(a), b), _and(_not(_xor(a, b)), found))
+    return _not(found) if comparison in ("!=", ">=", "<=") else found
+
+
+def _not(one: Bit) -> Bit:
+    return not one if isinstance(one, bool) else ~one
+
+
+def _and(one: Bit, other: Bit) -> Bit:
+    if isinstance(one, bool) or isinstance(other, bool):
+        known, left = (one, other) if isinstance(one, bool) else (other, one)
+        return left if known else False
+    return one & other
+
+
+def _or(one: Bit, other: Bit) -> Bit:
+    return _not(_and(_not(one), _not(other))) if isinstance(one, bool) or isinstance(other, bool) else one | other
+
+
+def _xor(one: Bit, other: Bit) -> Bit:
+    if isinstance(one, bool) or isinstance(other, bool):
+        known, left = (one, other) if isinstance(one, bool) else (other, one)
+        return _not(left) if known else left
+    return one ^ other
+
+
+_BIT_BY_BIT = {expr.Binary.Op.BIT_AND: _and, expr.Binary.Op.BIT_OR: _or, expr.Binary.Op.BIT_XOR: _xor}
+
+
 # --- To Qiskit ---
+
+
+def expression(value: Bit, clbits: Any, registers: Any) -> Any:
+    """Return the same value of a bit as an expression."""
+    return expr.lift(value) if isinstance(value, bool) else _expression(value, clbits, registers)
 
 
 def qiskit_condition(asked: AnyCondition, clbits: Any, registers: Any) -> Any:

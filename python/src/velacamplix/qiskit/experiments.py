@@ -145,20 +145,26 @@ def _formed(experiment: Experiment, outcome: Outcome, how: How) -> Any:
         "time_taken": result.timings.total,
     }  # fmt: skip
     return ExperimentResult(
-        how.shots, True, ExperimentResultData(**_data(result, how)), status="DONE", header=made,
+        how.shots, True, ExperimentResultData(**_data(result, how, experiment.header["memory_slots"])), status="DONE", header=made,
         seed_simulator=outcome.seed, metadata=told, time_taken=result.timings.total,
     )  # fmt: skip
 
 
-def _data(result: Result, how: How) -> dict[str, Any]:
-    """Return counts, and single shots if they are asked for; nothing of a circuit that measures nothing."""
-    if not result.measured_bits:
+def _data(result: Result, how: How, n_slots: int) -> dict[str, Any]:
+    """Return counts, and single shots if they are asked for; nothing of a circuit that measures nothing.
+
+    `n_slots` are the circuit's classical bits; behind them stand those of variables, which Qiskit does not tell.
+    """
+    if not result.measured_bits or not n_slots:
         return {}
+    counts: dict[str, int] = result.counts
+    if result.n_bits > n_slots:
+        counts = result.counts.marginal(range(n_slots))
     # Bit 0 is the lowest of Qiskit's numbers.
-    n_bits = result.n_bits
-    data: dict[str, Any] = {"counts": {hex(int(bits[::-1], 2)): times for bits, times in result.counts.items()}}
+    data: dict[str, Any] = {"counts": {hex(int(bits[::-1], 2)): times for bits, times in counts.items()}}
     if how.memory:
         shots = result.shots.tolist()
-        spelled = {shot: hex(int(f"{shot:0{n_bits}b}"[::-1], 2)) for shot in set(shots)}
+        n_bits = result.n_bits
+        spelled = {shot: hex(int(f"{shot:0{n_bits}b}"[:n_slots][::-1], 2)) for shot in set(shots)}
         data["memory"] = [spelled[shot] for shot in shots]
     return data

@@ -11,7 +11,9 @@ from qiskit.circuit import (
     CASE_DEFAULT,
     AnnotatedOperation,
     Barrier,
+    BreakLoopOp,
     CircuitInstruction,
+    ContinueLoopOp,
     ControlFlowOp,
     ControlledGate,
     ControlModifier,
@@ -29,25 +31,27 @@ from qiskit.circuit import (
 )
 from qiskit.circuit import Parameter as QiskitParameter
 from qiskit.circuit import library
+from qiskit.circuit.classical import expr, types
 from qiskit.quantum_info import Clifford
 
 from ..basics import checks
 from ..circuit.circuit import Circuit
 from ..instructions import checked
-from ..instructions.condition import AnyCondition
+from ..instructions.condition import AnyCondition, Condition
 from ..instructions.definition import GateDefinition, renamed
 from ..instructions.expression import Expression, Parameter
-from ..instructions.flow import If, Switch, While, conditioned, flow_step
+from ..instructions.flow import If, Store, Switch, While, bodies_of, conditioned, flow_step, with_bodies
 from ..instructions.instruction import Instruction, Register
 from ..qasm.meaning import MOST_BITS, MOST_INSTRUCTIONS
 from ..qasm.modifiers import controlled, inverse, power
 from ..qasm.names import Names
 from .angles import angle
-from .conditions import bits_of, condition
+from .conditions import bits_of, condition, stored
 from .errors import NotConverted
 from .gates import STANDARD, TableGate, known
 
 _BoxOp = getattr(qiskit.circuit, "BoxOp", ())  # since Qiskit 2.0
+_StoreOp = getattr(qiskit.circuit, "Store", ())  # since Qiskit 1.1
 
 # Whether an instruction is a gate of Qiskit's own, without a control on 0, is known without making an object of it. Where
 # any may have a condition, before Qiskit 2.0, that is not enough.
@@ -67,15 +71,16 @@ def to_velacamplix(circuit: QuantumCircuit) -> Circuit:
     Circuit
         Standard gates become the gate of that name, other gates a matrix or a `GateDefinition` of what they are made of,
         "if", "while" and "switch" instructions that hold others. A "for" is written out, a box becomes what it holds, and a
-        delay nothing, as nothing happens during it.
+        delay nothing, as nothing happens during it. A variable becomes a classical register of its bits, behind all others.
 
     Raises
     ------
     TypeError
         If `circuit` is none of Qiskit's.
     NotConverted
-        If there is something a circuit cannot say: classical variables (``store``), ``break`` and ``continue``, conditions
-        that are not about bits, angles of other functions, a matrix that is not unitary, operations without a definition.
+        If there is something a circuit cannot say: variables that are inputs or neither truth values nor unsigned integers,
+        conditions that are not about bits, angles of other functions, a matrix that is not unitary, operations without a
+        definition.
         It has the instruction, its position and the reason. A ``ValueError``.
 
     Examples
@@ -97,8 +102,14 @@ def to_velacamplix(circuit: QuantumCircuit) -> Circuit:
     for n_bits, kind in ((n_qubits, "qubits"), (n_clbits, "classical bits")):
         if n_bits > MOST_BITS:
             raise NotConverted(f"a circuit has at most {MOST_BITS} {kind}, this one has {n_bits}")
-    registers = checked.registers(_registers(circuit), n_qubits, n_clbits)
-    conversion = _Conversion(circuit)
+    listed = _registers(circuit)
+    variables: dict[Any, tuple[int, ...]] = {}
+    if _HAS_VARIABLES and (circuit.num_vars or any([item.name in _HOLDING for item in circuit.data])):
+        variables, more = _variables(circuit, n_clbits, Names([register.name for register in listed]))
+        listed += more
+        n_clbits += sum([register.size for register in more])
+    registers = checked.registers(listed, n_qubits, n_clbits)
+    conversion = _Conversion(circuit, variables)
     outside = conversion.outside
     numbers = outside.qubits
     made = _phase(circuit)
@@ -118,6 +129,33 @@ def to_velacamplix(circuit: QuantumCircuit) -> Circuit:
             reason = "instructions hold each other too deeply for Python's stack"
             raise NotConverted(reason, repr(item.operation.name), position) from None
     return Circuit._assembled(registers, made)
+
+
+# Before Qiskit 1.1 there are none.
+_HAS_VARIABLES = hasattr(QuantumCircuit, "num_vars")
+_HOLDING = frozenset({"if_else", "switch_case", "while_loop", "for_loop", "box"})
+
+
+def _variables(circuit: Any, first: int, names: Names) -> tuple[dict[Any, tuple[int, ...]], list[Register]]:
+    """Return the bits of all variables, inputs excepted, from a number on, and a register for each."""
+    bits: dict[Any, tuple[int, ...]] = {}
+    registers: list[Register] = []
+    waiting = [circuit]
+    for block in waiting:  # which grows
+        for variable in block.iter_declared_vars():
+            kind = variable.type.kind
+            if variable.var in bits:
+                continue
+            if kind not in (types.Bool, types.Uint):
+                raise NotConverted(f"variable {variable.name!r} must be a truth value or an unsigned integer, got {variable.type}")
+            size = variable.type.width if kind is types.Uint else 1
+            bits[variable.var] = tuple(range(first, first + size))
+            registers.append(Register(names.free(variable.name), "classical", first, size))
+            first += size
+        waiting += [inner for item in block.data if item.name in _HOLDING for inner in item.operation.blocks]
+    if first > MOST_BITS:
+        raise NotConverted(f"a circuit has at most {MOST_BITS} classical bits, this one has {first} with those of its variables")
+    return bits, registers
 
 
 def _standard(item: Any, numbers: dict[Any, int]) -> Instruction | None:
@@ -147,7 +185,7 @@ def _told(item: Any, places: _Places) -> str:
 
 def _definition(name: str, body: Any, definitions: dict[int, Any]) -> GateDefinition:
     """Return the definition of a gate whose body is a circuit of Qiskit's."""
-    conversion = _Conversion(body, definitions)
+    conversion = _Conversion(body, {}, definitions)
     steps = [step for item in body.data for step in conversion.steps(item, conversion.outside)]
     for step in steps:
         if not (step.is_gate or step.name == "barrier") or step.condition is not None:
@@ -168,16 +206,22 @@ class _Places(NamedTuple):
     """The numbers that a block's bits have in the whole circuit."""
 
     qubits: dict[Any, int]
-    clbits: dict[Any, int]
+    clbits: dict[Any, Any]
 
 
 class _Conversion:
     """Converts the instructions of one circuit."""
 
-    def __init__(self, program: Any, definitions: dict[int, tuple[Any, GateDefinition]] | None = None) -> None:
+    def __init__(
+        self,
+        program: Any,
+        variables: dict[Any, tuple[int, ...]],
+        definitions: dict[int, tuple[Any, GateDefinition]] | None = None,
+    ) -> None:
+        self._variables = variables  # their bits, known everywhere
         self.outside = _Places(
             {bit: number for number, bit in enumerate(program.qubits)},
-            {bit: number for number, bit in enumerate(program.clbits)},
+            {**{bit: number for number, bit in enumerate(program.clbits)}, **variables},
         )
         # Gates that share what they are made of are converted once; kept alive, so that no other takes the number.
         self._definitions: dict[int, tuple[Any, GateDefinition]] = {} if definitions is None else definitions
@@ -190,13 +234,17 @@ class _Conversion:
         clbits = tuple([places.clbits[bit] for bit in item.clbits])
         if isinstance(operation, ControlFlowOp):
             return self._control_flow(operation, qubits, clbits, places)
+        if isinstance(operation, (BreakLoopOp, ContinueLoopOp)):
+            return [Instruction("break" if isinstance(operation, BreakLoopOp) else "continue", ())]
+        if isinstance(operation, _StoreOp):
+            return [_stored(operation, places.clbits)]
         steps = self._converted(operation, qubits, clbits)
         if getattr(operation, "condition", None) is not None:  # before Qiskit 2.0
             return self._if(condition(operation.condition, places.clbits), [steps])
         return steps
 
     def _block(self, block: Any, qubits: tuple[int, ...], clbits: tuple[int, ...]) -> list[Instruction]:
-        inside = _Places(dict(zip(block.qubits, qubits)), dict(zip(block.clbits, clbits)))
+        inside = _Places(dict(zip(block.qubits, qubits)), {**dict(zip(block.clbits, clbits)), **self._variables})
         return _phase(block) + [step for item in block.data for step in self.steps(item, inside)]
 
     # --- Decisions and loops ---
@@ -214,10 +262,12 @@ class _Conversion:
         if isinstance(operation, WhileLoopOp):
             asked = condition(operation.condition, places.clbits)
             body = self._block(operation.blocks[0], qubits, clbits)
-            if isinstance(asked, bool):
-                if asked:
-                    raise NotConverted("the loop never ends: its condition always holds")
+            if asked is False:
                 return []
+            if asked is True:
+                if not _contains(body, "break"):
+                    raise NotConverted("the loop never ends: its condition always holds")
+                asked = self._always()
             loop = While(asked, tuple(body))
             checked.require_end(loop)
             return [flow_step(loop)]
@@ -247,18 +297,45 @@ class _Conversion:
         if not isinstance(values, Sequence) or not isinstance(parameter, (QiskitParameter, type(None))):
             raise NotConverted("the loop's variable must be a parameter, and its values known")
         if parameter is None or parameter not in block.parameters:
-            body = self._block(block, qubits, clbits)
-            self._written_out += len(values) * len(body)
-            self._require_room()
-            return body * len(values)
+            body = self._round(self._block(block, qubits, clbits))
+            self._spend(len(values) * len(body))
+            made = body * len(values)
+        else:
+            made = []
+            for value in values:
+                made += self._round(self._block(block.assign_parameters({parameter: value}), qubits, clbits))
+                self._spend(1 + len(block.data))
+        if not _contains(made, "break"):
+            return made
+        # One round of a loop that is left in its end at the latest.
+        return [flow_step(While(self._always(), (*made, Instruction("break", ()))))]
+
+    def _round(self, steps: list[Instruction]) -> list[Instruction]:
+        """Return a round of a loop that is written out: what a "continue" leaves out stands where it does not come."""
+        if not _contains(steps, "continue"):
+            return steps
         made: list[Instruction] = []
-        for value in values:
-            made += self._block(block.assign_parameters({parameter: value}), qubits, clbits)
-            self._written_out += 1 + len(block.data)
-            self._require_room()
+        for place, step in enumerate(steps):
+            self._spend(1)
+            rest = steps[place + 1 :]
+            if step.name == "continue":
+                if step.condition is None:
+                    return made
+                return [*made, flow_step(If(step.condition, (), tuple(self._round(rest))))]
+            if _contains([step], "continue"):
+                bodies = [self._round([*body, *rest]) for body in bodies_of(step)]
+                return [*made, with_bodies(step, bodies)]
+            made.append(step)
         return made
 
-    def _require_room(self) -> None:
+    def _always(self) -> AnyCondition:
+        """Return a condition that holds in any case."""
+        if not self.outside.clbits:
+            raise NotConverted("a loop that only a break ends must stand in a circuit with classical bits")
+        return Condition((0,), 0, ">=")
+
+    def _spend(self, count: int) -> None:
+        self._written_out += count
         if self._written_out > MOST_INSTRUCTIONS:
             raise NotConverted(f"loops written out have more than {MOST_INSTRUCTIONS} instructions")
 
@@ -341,6 +418,25 @@ class _Conversion:
         if found is None:
             found = self._definitions[id(body)] = body, _definition(operation.name, body, self._definitions)
         return found[1]
+
+
+def _contains(steps: Sequence[Instruction], word: str) -> bool:
+    """Whether a break or continue is there that does not belong to a loop inside."""
+    return any([
+        step.name == word or (step.name != "while" and any([_contains(body, word) for body in bodies_of(step)])) for step in steps
+    ])  # fmt: skip
+
+
+def _stored(operation: Any, clbits: dict[Any, Any]) -> Instruction:
+    target = operation.lvalue
+    values = stored(operation.rvalue, clbits)
+    bits = bits_of(target, clbits)
+    if bits is None and isinstance(target, expr.Index) and isinstance(target.index, expr.Value):
+        whole = bits_of(target.target, clbits)
+        bits = None if whole is None else whole[target.index.value : target.index.value + 1]
+    if not bits:
+        raise NotConverted(f"nothing can be stored into {target}: it must be a bit, a register or a variable")
+    return Instruction("store", (), clbits=bits, detail=Store(values))
 
 
 def _control_values(operation: Any) -> str:

@@ -8,7 +8,9 @@ from typing import Any
 
 from qiskit.circuit import (
     CASE_DEFAULT,
+    BreakLoopOp,
     ClassicalRegister,
+    ContinueLoopOp,
     Gate,
     IfElseOp,
     QuantumCircuit,
@@ -21,11 +23,11 @@ from qiskit.exceptions import QiskitError
 from ..basics import checks
 from ..circuit.circuit import Circuit
 from ..instructions.definition import GateDefinition
-from ..instructions.flow import If, Switch, While
+from ..instructions.flow import If, Store, Switch, While, read_bits
 from ..instructions.gates import with_controls
-from ..instructions.instruction import BY_ENTRIES, Instruction
+from ..instructions.instruction import BY_ENTRIES, LEAVING, Instruction
 from .angles import qiskit_angle, qiskit_parameters
-from .conditions import qiskit_condition
+from .conditions import expression, qiskit_condition
 from .errors import NotConverted
 from .gates import qiskit_gate, under_controls
 
@@ -107,6 +109,11 @@ class _Writing:
             self._decide(target, step, If(step.condition, tuple(body)), values)
         elif isinstance(detail, (If, While, Switch)):
             self._decide(target, step, detail, values)
+        elif isinstance(detail, Store):
+            self._store(target, step, detail)
+        elif step.name in LEAVING:
+            kind = BreakLoopOp if step.name == "break" else ContinueLoopOp
+            target.append(kind(target.num_qubits, target.num_clbits), target.qubits, target.clbits)
         elif step.is_noise:
             raise NotConverted("Qiskit's circuits have no noise; convert the circuit without it")
         elif step.name == "measure":
@@ -152,12 +159,24 @@ class _Writing:
             known = self._definitions[key] = definition, gate
         return known[1]
 
+    def _store(self, target: Any, step: Instruction, detail: Store) -> None:
+        waiting = dict(zip(step.clbits, detail.values))
+        while waiting:
+            # Qiskit writes one after the other: first what no other still reads.
+            read = {bit: set() if isinstance(value, bool) else set(value.clbits) for bit, value in waiting.items()}
+            free = [bit for bit in waiting if not any([bit in read[other] for other in waiting if other != bit])]
+            if not free:
+                raise NotConverted("Qiskit writes one bit after the other, so bits cannot change places")
+            for bit in free:
+                target.store(self._clbits[bit], expression(waiting.pop(bit), self._clbits, target.cregs))
+
     # --- Decisions and loops ---
 
     def _decide(self, target: Any, step: Instruction, detail: If | While | Switch, values: Mapping[str, Any]) -> None:
         read = detail.clbits if isinstance(detail, Switch) else detail.condition.clbits
+        inside_of = [part for body in detail.bodies for part in body]
         qubits = [self._qubits[q] for q in (*step.qubits, *step.controls)]
-        clbits = [self._clbits[c] for c in sorted({*step.clbits, *read})]
+        clbits = [self._clbits[c] for c in sorted({*step.clbits, *read, *[bit for part in inside_of for bit in read_bits(part)]})]
 
         def inside(steps: Sequence[Instruction]) -> Any:
             body = QuantumCircuit(qubits, clbits)
