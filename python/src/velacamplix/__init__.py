@@ -63,7 +63,7 @@ _ROOMS = (
     ("gradients",),
     ("plots",),
     ("cli",),
-    ("torch", "jax", "qiskit"),
+    ("torch", "jax", "qiskit", "pennylane"),
 )
 
 __all__ = [
