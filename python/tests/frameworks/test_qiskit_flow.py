@@ -7,13 +7,13 @@ import pytest
 
 pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
 
+from exact_runs import run_exact  # noqa: E402
 from qiskit import ClassicalRegister, QuantumCircuit, QuantumRegister, transpile  # noqa: E402
 from qiskit.circuit import Parameter  # noqa: E402
 from qiskit.circuit.classical import expr, types  # noqa: E402
 
 from velacamplix import Circuit  # noqa: E402
 from velacamplix.qiskit import NotConverted, VelacamplixBackend, from_velacamplix, to_velacamplix  # noqa: E402
-from velacamplix.running.exact import run_exact  # noqa: E402
 
 SHOTS = 3000
 
