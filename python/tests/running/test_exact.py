@@ -180,6 +180,13 @@ def test_expectation_values_are_those_after_all_instructions():
     assert lost == {None: set()}
 
 
+def test_a_measurement_whose_bit_is_written_again_is_one_all_the_same():
+    circuit = Circuit(2, 1).h(0).measure(0, 0).measure(1, 0)
+    lost = observing.Lost()
+    assert run_exact(circuit, observed=observing.checked("X0", 2), lost=lost).expectation_values == 0 and lost == {None: {0}}
+    assert np.abs(check(circuit).density.array - 0.5 * np.eye(2)).max() < 1e-15
+
+
 def test_the_state_to_begin_with():
     circuit = Circuit(2).cx(0, 1).channel(Channel.depolarizing(0.2, 2), [0, 1])
     bell = StateVector(2).h(0)

@@ -121,14 +121,7 @@ class Mixing:
         return ended
 
     def total(self, branches: Sequence[MixedBranch]) -> DensityBase:
-        """Return the sum of all branches, of which only the last then has its own matrix: where qubits are still to be
-        read, as it is after that."""
-        for branch in branches:
-            read = sorted({qubit for qubit, _ in branch.readings.values()})
-            if read:
-                self._forget(
-                    branch.rho, [self._segments.place[qubit] for qubit in read if qubit in self._segments.place]
-                )
+        """Return the sum of all branches, of which only the last then has its own matrix."""
         *others, last = branches
         for other in others:
             _add(other.rho, last.rho)
@@ -199,8 +192,8 @@ class Mixing:
         )
         branch.readings = dict(branch.readings)
         self.measured.update(step.last)
-        if not self._live[-1]:  # nobody asks for them in the end
-            self._forget(branch.rho, [place[qubit] for qubit, _ in step.later if qubit in place])
+        # Their outcomes can still be read, but nothing else can see that they are open.
+        self._forget(branch.rho, [place[qubit] for qubit, _ in step.later if qubit in place])
         for qubit, clbit in step.later:
             mistaken = misread.get(qubit, EXACT)
             branch.write(clbit, 0)
