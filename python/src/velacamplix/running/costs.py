@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import math
 from collections import Counter
+from weakref import WeakKeyDictionary
 
 from ..channels.channel import Channel
 from ..programs.noisy import PreparedTrajectories, row_of
@@ -41,7 +42,16 @@ class Outlook:
         Those of a run without events.
     """
 
+    @classmethod
+    def of(cls, found: PreparedTrajectories) -> Outlook:
+        """Return what is known, perhaps that of the last time."""
+        known = _known.get(found)
+        if known is None:
+            known = _known[found] = cls(found)
+        return known
+
     def __init__(self, found: PreparedTrajectories) -> None:
+        self._last: tuple[int, dict[int, float]] = 0, {}
         self.n_qubits = len(found.segments.active)
         self.gates = sum(map(len, found.programs))
         self._is_plain, self._steps = found.is_plain, len(found.segments.steps)
@@ -76,7 +86,9 @@ class Outlook:
         # All walk through the gates together; one with k events parts from the others where the first of them is, on average
         # k / (k + 1) before the end, with a copy and an operator for each, and is read in the end.
         seconds = self.gates * gate
-        for events, count in self._distinct(shots).items():
+        if self._last[0] != shots:
+            self._last = shots, self._distinct(shots)
+        for events, count in self._last[1].items():
             seconds += count * (_TRAJECTORY + (events / (events + 1) * self.gates + events + 3) * gate + terms)
         return seconds
 
@@ -118,6 +130,9 @@ class Outlook:
             ways = math.exp(min(log_ways + events * math.log(ways_each), _MOST))
             found[events] = _met(ways, share / sum(shares) * (1 - nothing), shots)
         return found
+
+
+_known: WeakKeyDictionary[PreparedTrajectories, Outlook] = WeakKeyDictionary()
 
 
 def _met(ways: float, share: float, shots: int) -> float:

@@ -69,7 +69,7 @@ def looked_at(
     """Return what is known of a circuit before it runs, and how many bytes the states of `run_trajectories` would take."""
     with _prepared(circuit, start, precision) as found:
         assert isinstance(found, PreparedTrajectories)
-        return Outlook(found), _state_bytes(found, shots, threads, precision, start)
+        return Outlook.of(found), _state_bytes(found, shots, threads, precision, start)
 
 
 def run_trajectories(
