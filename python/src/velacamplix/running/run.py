@@ -138,8 +138,8 @@ def run(
     ------
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
-        are no shots although outcomes in the middle of the circuit differ; with noise if the circuit saves something, or
-        an option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
+        are no shots although outcomes in the middle of the circuit differ; if trajectories are to save a state, or an
+        option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
         which one it is about.
     MemoryError
         If the states, the shots or what the circuit saves do not fit.
