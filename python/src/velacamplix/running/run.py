@@ -108,7 +108,8 @@ def run(
     fusion : bool
         Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
         rounding. The bits then follow from the circuit, its number of qubits and the precision; neither the number of
-        threads nor the processor's caches change them.
+        threads nor the processor's caches change them. With noise an exact run does so in any case, and trajectories are
+        refused.
     initial_order : {"big", "little"}, optional
         Whether qubit 0 is the highest bit of the number, text or index that `initial` is, or the lowest. By default the
         highest of a number or text, and the lowest of an index, as in `StateVector.array`; an array without it gives a
