@@ -204,11 +204,6 @@ def test_matrices_that_do_not_fit_are_refused_with_the_way_out():
         run_exact(Circuit(28).h(list(range(28))))
 
 
-def test_saves_are_refused_by_name():
-    with pytest.raises(ValueError, match=r"instruction 1 \(save state 'here'\) cannot save with noise"):
-        run_exact(Circuit(1).h(0).save_state("here"))
-
-
 def test_20_random_noisy_circuits_are_those_of_aer():
     asked = [PEERS_PYTHON, "-c", "import qiskit_aer"]
     if not Path(PEERS_PYTHON).exists() or subprocess.run(asked, capture_output=True, check=False).returncode:

@@ -157,7 +157,7 @@ def test_progress_counts_runs():
     [
         ([Circuit(1).channel(Channel.bit_flip(0.1), 0), Circuit(1)], {"first_shot": 3}, ValueError, r"circuit\[1\] has none, got 3", None),
         ([Circuit(1), Circuit(20).h(list(range(20)))], {"method": "exact"}, MemoryError, "n=20 qubits", "This is about circuit[1]."),
-        ([Circuit(1), Circuit(1).h(0).save_state("a")], {"method": "exact"}, ValueError, "cannot save", "This is about circuit[1]."),
+        ([Circuit(1), Circuit(1).h(0).save_state("a")], {"method": "trajectories"}, ValueError, "finds no state", "This is about circuit[1]."),
         ([Circuit(1)], {"method": "trajectories", "shots": None}, ValueError, "shots must be given", "This is about circuit[0]."),
         ([Circuit(1)], {"noise": 0.1}, TypeError, "noise must be a NoiseModel", None),
         ([Circuit(1)], {"method": "trajectories", "fusion": True}, ValueError, "fusion must be False", "This is about circuit[0]."),

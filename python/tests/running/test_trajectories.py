@@ -342,11 +342,6 @@ def test_what_has_no_meaning_is_refused(options, error, message):
         run(layers(2), **{"shots": 10, **options})
 
 
-def test_saving_is_refused():
-    with pytest.raises(ValueError, match="cannot save with noise"):
-        by_trajectories(Circuit(1).h(0).channel(Channel.bit_flip(0.1), 0).save_state("x"), 10)
-
-
 def test_there_is_no_final_state():
     result = by_trajectories(layers(2), 10, noise=NOISE)
     assert not result.has_state

@@ -1,11 +1,13 @@
 """Density matrices: gates, channels, circuits with outcomes in the middle, and all that they tell."""
 
 import copy
+import inspect
 import pickle
+import re
 
 import numpy as np
 import pytest
-from kraus_sums import by_outcome, density, random_channels, random_noisy_steps
+from kraus_sums import by_outcome, density, on_all, random_channels, random_noisy_steps
 
 from velacamplix import (
     Channel,
@@ -491,6 +493,70 @@ def test_circuits_with_parameters():
         DensityMatrix(1).run(circuit)
     for angle in (0.0, 0.5):
         assert DensityMatrix(1).run(circuit.bind(x=angle)).expectation("Z0") == pytest.approx(0.8 * np.cos(angle))
+
+
+def test_one_operator_of_a_channel(mixed):
+    rho, before = mixed[0].copy(), mixed[0].array.copy()
+    operator = np.array([[0, 0.6], [0, 0]])
+    with pytest.raises(ValueError, match="matrix must be unitary"):
+        rho.matrix(operator, 1)
+    with pytest.raises(TypeError, match="check must be True or False"):
+        rho.matrix(operator, 1, check=0)
+    assert np.array_equal(rho.array, before)
+    rho.matrix(operator, 1, check=False)
+    whole = on_all(operator, [1], rho.n_qubits)
+    assert np.abs(rho.array - whole @ before @ whole.conj().T).max() < 1e-15
+
+
+# --- Beside StateVector ---
+
+# Of pure states only, and where the way leads from a density matrix.
+ONLY_PURE = {
+    "norm": "rho.trace()",  # the trace is what the norm is the root of
+    "schmidt": "a mixed state has no Schmidt coefficients",
+    "statevector": "a mixed state has no amplitudes",
+    "to_dict": "rho.distribution_dict()",  # of amplitudes
+    # Loading works on amplitudes: it keeps norms and drops phases, which no channel does.
+    "prepare": "Circuit(n).initialize(data, qubits)",
+    "qram": "DensityMatrix.from_statevector(state)",
+    "binary_qram": "DensityMatrix.from_statevector(state)",
+    "phase_oracle": "Circuit(n).diagonal(signs, qubits)",
+}
+# Of density matrices only: makers, and what a pure state cannot become.
+ONLY_MIXED = {"from_array", "from_statevector", "channel", "reset_qubits", "trace"}
+# Arguments of one alone, and why.
+ARGUMENTS = {
+    "entropy": "that of the whole is 0 for a pure state, so qubits must be named there",
+    "reset": "state and order go in version 0.3",
+    "run": "a density matrix always multiplies neighbouring gates together",
+    "set_state": "without order there is a warning in this version, for arrays of amplitudes alone",
+}
+
+
+def public(kind):
+    return {name for name in dir(kind) if not name.startswith("_")}
+
+
+def arguments(kind, name):
+    return [(one.name, one.kind, one.default) for one in inspect.signature(getattr(kind, name)).parameters.values()]
+
+
+def test_members_are_those_of_a_state_vector_but_for_these():
+    assert public(StateVector) - public(DensityMatrix) == set(ONLY_PURE)
+    assert public(DensityMatrix) - public(StateVector) == ONLY_MIXED
+    both = [name for name in public(StateVector) & public(DensityMatrix) if callable(getattr(StateVector, name))]
+    assert {name for name in both if arguments(StateVector, name) != arguments(DensityMatrix, name)} == set(ARGUMENTS)
+    for name, way_out in ONLY_PURE.items():
+        with pytest.raises(AttributeError, match=re.escape(way_out)):
+            getattr(DensityMatrix(1), name)
+
+
+def test_the_ways_out_lead_to_what_a_state_vector_does():
+    state = StateVector(3).h(1).prepare([0, 0.6, 0.8j, 0], [2, 0]).phase_oracle(["10", "01"], [0, 2])
+    signs = Circuit(3).diagonal([1, -1, -1, 1], [0, 2])
+    rho = DensityMatrix(3).h(0).h(1).run(Circuit(3).initialize([0, 0.6, 0.8j, 0], [2, 0], order="big")).run(signs)
+    assert np.abs(rho.array - np.outer(state.array, state.array.conj())).max() < 1e-15
+    assert rho.trace() == pytest.approx(state.norm() ** 2)
 
 
 def test_names_of_other_packages_lead_here():

@@ -57,6 +57,7 @@ WRITE = {
     "DensityMatrix": {
         "apply": "rho.run(circuit), or rho.h(0) and rho.channel(channel, qubits)",
         "apply_channel": "rho.channel(channel, qubits)",
+        "binary_qram": "DensityMatrix.from_statevector(state), of a StateVector that loads it",
         "data": "rho.array",
         "density_matrix": "rho.array",
         "evolve": "rho.run(circuit)",
@@ -69,8 +70,11 @@ WRITE = {
         "inner": "rho.overlap(other)",
         "norm": "rho.trace()",
         "partial_trace": "rho.reduced(qubits), of those that stay",
+        "phase_oracle": "rho.run(Circuit(n).diagonal(signs, qubits)), with -1 at what is marked",
+        "prepare": "rho.run(Circuit(n).initialize(data, qubits)), which resets the qubits first",
         "probabilities_dict": "rho.distribution_dict()",
         "probs": "rho.distribution(qubits)",
+        "qram": "DensityMatrix.from_statevector(state), of a StateVector that loads it",
         "sample_counts": "rho.counts(shots)",
         "schmidt": "rho.reduced(qubits): a mixed state has no Schmidt coefficients",
         "statevector": "rho.array: a mixed state has no amplitudes",
@@ -82,7 +86,7 @@ WRITE = {
     "NoiseModel": {
         "add_all_qubit_quantum_error": "noise.after(gates, channel)",
         "add_all_qubit_readout_error": "noise.readout(p1_given_0, p0_given_1)",
-        "add_quantum_error": "noise.after(gates, channel, qubits)",
+        "add_quantum_error": "noise.after(gates, channel, qubits, replace=True)",
         "add_readout_error": "noise.readout(p1_given_0, p0_given_1, qubits=qubits)",
         "from_backend": "NoiseModel.from_calibration(table)",
     },

@@ -13,14 +13,14 @@ from .record import Record
 
 
 class SaveMethods(Record):
-    """Instructions that change nothing: with them or without, a run gives the same."""
+    """Instructions that change nothing: with them or without, a run gives the same, but for other shots by trajectories."""
 
     def save_state(self, name: str) -> Self:
         """Keep a copy of the state at this place: ``run(circuit).saved[name]`` is a `StateVector` of all qubits.
 
         There is one only if all shots that come here had the same outcomes before, and a measurement that is read at the
         end could have no other. Where that is not so, asking for it raises RuntimeError; `save_probabilities` and
-        `save_expectation` tell means.
+        `save_expectation` tell means. With noise it is a `DensityMatrix`, the mean over all outcomes, and the run an exact one.
 
         Parameters
         ----------

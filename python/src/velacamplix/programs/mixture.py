@@ -14,7 +14,7 @@ from ..machine import memory
 from .compile import compiled
 from .doubled import doubled
 from .gathering import gathered
-from .prepare import Prepared, parts_of
+from .prepare import Prepared, parts_of, require_distinct_names
 from .segments import Block, Choice, Jump, Measurement, Part, Segments, Stretch, Turn, Writing, segmented
 
 # What a measurement does whose outcome nobody learns.
@@ -52,6 +52,7 @@ class PreparedMixture(Prepared):
             parts = [part for step in parts for part in _forgotten(step, read)]
         there = {*nonzero, *_misread(circuit.instructions, read)} if n_qubits is None else range(n_qubits)
         self.segments = segmented(parts, there, ("channel", "reset"))
+        require_distinct_names(self.segments, circuit)
         active = self.segments.active
         #: Qubits of the density matrix.
         self.n_qubits = len(active) if n_qubits is None else n_qubits

@@ -14,9 +14,9 @@ from ..circuit.circuit import Circuit
 from ..core import extension
 from ..instructions.instruction import Instruction
 from ..machine import memory
-from .compile import compiled, described
-from .prepare import Prepared, parts_of
-from .segments import Measurement, Saving, Stretch, segmented
+from .compile import compiled
+from .prepare import Prepared, parts_of, require_distinct_names
+from .segments import Measurement, Stretch, segmented
 
 _TRAJECTORY_TYPES: dict[str, Any] = {"single": extension.TrajectoriesSingle, "double": extension.TrajectoriesDouble}
 
@@ -38,12 +38,7 @@ class PreparedTrajectories(Prepared):
             circuit._require_bound()
         parts = [part for step in circuit.instructions for part in parts_of(step)]
         self.segments = segmented(parts, nonzero, ("channel",))
-        for step in self.segments.steps:
-            if isinstance(step, Saving):
-                raise ValueError(
-                    f"{described(step.source, circuit)} cannot save with noise, where every shot has a state of its own; "
-                    "observables= of run tells means over the shots"
-                )
+        require_distinct_names(self.segments, circuit)
         n_qubits = len(self.segments.active)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.
         memory.require_state(n_qubits, precision)

@@ -203,7 +203,7 @@ def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fu
             if step.is_noise:
                 raise HasNoise(f"circuit must be without noise for a run of pure states, got {described(step, circuit)}")
         segments = segmented(parts, nonzero)
-        _require_distinct_names(segments, circuit)
+        require_distinct_names(segments, circuit)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.
         memory.require_state(len(segments.active), precision)
         return segments
@@ -211,7 +211,8 @@ def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fu
     return Prepared(circuit, fitting, None, precision, fusion)
 
 
-def _require_distinct_names(segments: Segments, circuit: Circuit) -> None:
+def require_distinct_names(segments: Segments, circuit: Circuit) -> None:
+    """Refuse a circuit that keeps two things under one name."""
     names = set[str]()
     for step in segments.steps:
         if isinstance(step, Saving):

@@ -7,8 +7,10 @@ from collections import Counter
 from weakref import WeakKeyDictionary
 
 from ..channels.channel import Channel
+from ..instructions.flow import Save
+from ..instructions.instruction import Instruction
 from ..programs.noisy import PreparedTrajectories, row_of
-from ..programs.segments import Measurement, Stretch
+from ..programs.segments import Measurement, Saving, Stretch
 
 # Seconds of one core of a 2-core AMD EPYC (Zen 5), double precision, from circuits of 45 to 865 gates on 2 to 16 qubits
 # (benchmarks/noisy_methods.py prints what is predicted beside what is measured). Others are faster or slower, but both
@@ -40,6 +42,8 @@ class Outlook:
         The active ones.
     gates : int
         Those of a run without events.
+    saved_state : Instruction or None
+        One that saves a state, which trajectories do not have.
     """
 
     @classmethod
@@ -58,6 +62,7 @@ class Outlook:
         self._channels: Counter[Channel] = Counter()
         self._on_entry = 0.0  # seconds of all gates and channels for each entry of a density matrix, all outcomes' together
         self._prepared = self._groups_at_steps = 0.0
+        self.saved_state: Instruction | None = None
         read: set[int] = set()  # bits that part the density matrix
         for step in found.segments.steps:
             groups = 2.0 ** min(len(read), _MOST)
@@ -68,6 +73,9 @@ class Outlook:
                 gates = len(step.gates) - inside.total()
                 self._prepared += _PREPARED * len(step.gates)
                 self._on_entry += groups * (gates * _GATE_ON_ENTRY + sum([n * _on_entry(one) for one, n in inside.items()]))
+            elif isinstance(step, Saving):
+                if self.saved_state is None and isinstance(step.source.detail, Save) and step.source.detail.kind == "state":
+                    self.saved_state = step.source
             elif isinstance(step, Measurement):
                 read.update([clbit for _, clbit in step.now])
 

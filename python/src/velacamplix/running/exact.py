@@ -8,18 +8,17 @@ from typing import Any, NamedTuple
 
 import numpy as np
 
-from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..machine import memory
 from ..programs.compile import described
 from ..programs.mixture import PreparedMixture
 from ..programs.prepare import prepared
 from ..programs.progress import metered
-from ..programs.segments import Saving
 from ..results import shot_rows
 from ..states.densitymatrix import DensityMatrix
 from ..states.mixing import EXACT, MixedBranch, Mixing, all_readings
 from . import observing
+from .saved import MixedSaver, Saved
 from .single import Request
 
 _DRAWN_AT_ONCE = 2**20  # shots
@@ -46,6 +45,7 @@ class Exact(NamedTuple):
         What they were drawn with.
     expectation_values : float, complex, numpy.ndarray or None
         As the observables came.
+    saved : Saved
     """
 
     density: DensityMatrix
@@ -56,6 +56,7 @@ class Exact(NamedTuple):
     rows: np.ndarray | None
     seed: int | None
     expectation_values: Any
+    saved: Saved
 
 
 def run_exact(circuit: Circuit, request: Request, lost: observing.Lost) -> Exact:
@@ -67,13 +68,15 @@ def run_exact(circuit: Circuit, request: Request, lost: observing.Lost) -> Exact
     Raises
     ------
     TypeError, ValueError, MemoryError, RuntimeError
-        As for `DensityMatrix.run`; also ValueError if the circuit saves something.
+        As for `DensityMatrix.run`; but the circuit may save something.
     """
     shots, precision, observed, start = request.shots, request.precision, request.observed, request.start
     number = secrets.randbits(32) if request.seed is None and shots is not None else request.seed
-    with prepared(
-        circuit, ("exact", start.nonzero, precision), lambda: _made(circuit, start.nonzero, precision)
-    ) as found:
+
+    def make() -> PreparedMixture:
+        return PreparedMixture(circuit, None, start.nonzero, precision, keeps_bits=True)
+
+    with prepared(circuit, ("exact", start.nonzero, precision), make) as found:
         assert isinstance(found, PreparedMixture)
         segments = found.segments
         active = segments.active
@@ -83,7 +86,8 @@ def run_exact(circuit: Circuit, request: Request, lost: observing.Lost) -> Exact
         rho = DensityMatrix._another(len(active), precision, request.threads)
         start.fill(rho, active)
         with metered(request.progress, sum(map(len, found.programs)), "gates") as meter:
-            mixing = Mixing(found, meter, lambda step: described(step, circuit))
+            saver = MixedSaver(segments, circuit.n_qubits, precision, lost)
+            mixing = Mixing(found, meter, lambda step: described(step, circuit), saver.keep_mixed)
             branches = mixing.branches(rho)
             outcomes, probabilities = _outcomes(branches, found, n_bits)
             density = mixing.total(branches)
@@ -97,18 +101,8 @@ def run_exact(circuit: Circuit, request: Request, lost: observing.Lost) -> Exact
     rows = None
     if shots is not None and number is not None:
         rows = _drawn(outcomes, probabilities, number, request.first_shot or 0, shots)
-    return Exact(density, active, n_bits, outcomes, probabilities, rows, None if rows is None else number, values)
-
-
-def _made(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision) -> PreparedMixture:
-    made = PreparedMixture(circuit, None, nonzero, precision, keeps_bits=True)
-    for step in made.segments.steps:
-        if isinstance(step, Saving):
-            raise ValueError(
-                f"{described(step.source, circuit)} cannot save with noise; DensityMatrix(n).run(...) of the part "
-                "before it has what is there"
-            )
-    return made
+    number = None if rows is None else number
+    return Exact(density, active, n_bits, outcomes, probabilities, rows, number, values, saver.saved())
 
 
 def _outcomes(branches: Sequence[MixedBranch], found: PreparedMixture, n_bits: int) -> tuple[np.ndarray, np.ndarray]:

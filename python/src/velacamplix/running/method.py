@@ -12,6 +12,7 @@ from ..circuit.circuit import Circuit
 from ..instructions.flow import leaves
 from ..machine import memory
 from ..noise.model import NoiseModel
+from ..programs.compile import described
 from ..results.plan import MethodCost
 from .costs import Outlook
 from .single import Request
@@ -94,6 +95,13 @@ def settled(circuit: Circuit, request: Request) -> tuple[str, tuple[MethodCost, 
         )
     outlook, size = looked_at(circuit, shots or 1, threads, precision, request.start)
     exact = _exact(outlook, precision)
+    if outlook.saved_state is not None:
+        if method == "trajectories":
+            raise ValueError(
+                f"{described(outlook.saved_state, circuit)} finds no state by trajectories, of which every shot has its own: "
+                'method="exact" keeps a density matrix; save_probabilities and save_expectation tell means over the shots'
+            )
+        method = "exact"
     if shots is None or request.start.is_mixed:
         return "exact", (exact,)
     terms = 0 if request.observed is None else sum([len(one.terms) for one in request.observed.observables])

@@ -67,7 +67,7 @@ def _exact_result(
     if values is not None:
         errors = np.zeros(np.shape(values)) if np.ndim(values) else 0.0
     return _result(
-        circuit, shots, made.seed, threads, precision, made.active_qubits, made.rows, values, errors, plan, timings
+        circuit, shots, made.seed, threads, precision, made.active_qubits, made.rows, values, errors, made.saved, plan, timings
     )
 
 
@@ -89,7 +89,7 @@ def _trajectory_result(
         spread = made.standard_errors if len(made.rows) > 1 else np.full(len(made.standard_errors), np.nan)
         errors = spread.copy() if observed.are_many else float(spread[0])
     return _result(
-        circuit, len(made.rows), made.seed, threads, precision, made.active_qubits, made.rows, values, errors, plan, timings
+        circuit, len(made.rows), made.seed, threads, precision, made.active_qubits, made.rows, values, errors, made.saved, plan, timings
     )
 
 
@@ -103,6 +103,7 @@ def _result(
     rows: np.ndarray | None,
     values: Any,
     errors: Any,
+    saved: Saved,
     plan: Plan,
     timings: Timings,
 ) -> Result:
@@ -125,7 +126,7 @@ def _result(
         known_bits=0,
         expectation_values=values,
         standard_errors=errors,
-        saved=Saved(circuit.n_qubits, active, {}),
+        saved=saved,
         timings=timings,
         plan=plan,
     )

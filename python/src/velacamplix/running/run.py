@@ -108,7 +108,8 @@ def run(
     fusion : bool
         Whether neighbouring gates may be multiplied together and commuting ones exchanged: faster, and equal up to
         rounding. The bits then follow from the circuit, its number of qubits and the precision; neither the number of
-        threads nor the processor's caches change them.
+        threads nor the processor's caches change them. With noise an exact run does so in any case, and trajectories are
+        refused.
     initial_order : {"big", "little"}, optional
         Whether qubit 0 is the highest bit of the number, text or index that `initial` is, or the lowest. By default the
         highest of a number or text, and the lowest of an index, as in `StateVector.array`; an array without it gives a
@@ -138,8 +139,8 @@ def run(
     ------
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
-        are no shots although outcomes in the middle of the circuit differ; with noise if the circuit saves something, or
-        an option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
+        are no shots although outcomes in the middle of the circuit differ; if trajectories are to save a state, or an
+        option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
         which one it is about.
     MemoryError
         If the states, the shots or what the circuit saves do not fit.

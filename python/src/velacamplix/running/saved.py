@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator, Mapping, Sequence
+from collections.abc import Callable, Iterator, Mapping, Sequence
 from typing import Any
 
 import numpy as np
@@ -15,6 +15,9 @@ from ..instructions.flow import Save
 from ..machine import memory
 from ..observables.observable import Observable
 from ..programs.segments import Saving, Segments
+from ..states.base import StateBase
+from ..states.densitymatrix import DensityMatrix
+from ..states.mixing import MixedBranch, add, forget
 from ..states.statevector import StateVector
 from . import observing
 from .branches import IMPOSSIBLE, Branch
@@ -32,6 +35,9 @@ class Saved(Mapping[str, Any]):
     A `StateVector` of all qubits from `Circuit.save_state`, a ``float64`` array of shape (2**k,) from
     `Circuit.save_probabilities`, a number from `Circuit.save_expectation`. Asking for a state of which there is not one, or
     for what no shot came to, raises RuntimeError; ``name in saved`` and ``list(saved)`` tell the names.
+
+    With noise a state is a `DensityMatrix`, that of the mean over all outcomes that come there, and only exact runs keep it;
+    what is saved by trajectories is the mean over the shots that come there.
 
     Examples
     --------
@@ -54,7 +60,7 @@ class Saved(Mapping[str, Any]):
             raise KeyError(f"name must be that of a save, {known}, got {checks.show(name)}")
         if kept.missing is not None:
             raise RuntimeError(f"{checks.show(name)}: {kept.missing}")
-        if isinstance(kept.value, StateVector) and kept.value.n_qubits < self._n_qubits:
+        if isinstance(kept.value, StateBase) and kept.value.n_qubits < self._n_qubits:
             cure = "save_probabilities and save_expectation answer in the circuit's qubits without it"
             kept.value = whole_state(kept.value, self._active, self._n_qubits, f"for {checks.show(name)}, {cure}")
         return kept.value
@@ -67,7 +73,11 @@ class Saved(Mapping[str, Any]):
 
     def numbers(self) -> dict[str, Any]:
         """Return what there is of probabilities and expectation values, by name."""
-        return {name: kept.value for name, kept in self._kept.items() if kept.missing is None and kept.kind != "state"}
+        return {
+            name: kept.value
+            for name, kept in self._kept.items()
+            if kept.missing is None and kept.kind in ("probabilities", "expectation")
+        }
 
     def __repr__(self) -> str:
         listed = ", ".join([f"{checks.show(name)} ({kept.told()})" for name, kept in self._kept.items()])
@@ -82,10 +92,10 @@ class Kept:
         self.value: Any = None
         self.missing: str | None = "no shot came to where it is saved"
         self.visits = 0  # by groups of shots, of a state
-        self._shots: int | None = None
+        self._shots: float | None = None
 
-    def add(self, value: Any, shots: int) -> None:
-        """Take a value of some shots into the mean."""
+    def add(self, value: Any, shots: float) -> None:
+        """Take a value of some shots, or of their probability, into the mean."""
         self.missing = None
         if self._shots is None:
             self.value, self._shots = value, shots  # of one group of shots as it is, to the last bit
@@ -100,7 +110,7 @@ class Kept:
             return "no one state" if self.visits else "nothing"
         if self.kind == "probabilities":
             return f"{len(self.value)} probabilities"
-        return self.kind if self.kind == "state" else repr(self.value)
+        return {"state": "state", "density": "density matrix"}.get(self.kind) or repr(self.value)
 
 
 class Saver:
@@ -112,6 +122,8 @@ class Saver:
         If all of it together would not fit, before the run has begun.
     """
 
+    _kind_of_states = "state"
+
     def __init__(self, segments: Segments, n_qubits: int, precision: Precision, lost: observing.Lost) -> None:
         self._active, self._n_qubits = segments.active, n_qubits
         self._places = {qubit: place for place, qubit in enumerate(segments.active)}
@@ -122,9 +134,10 @@ class Saver:
         for step in segments.steps:
             if isinstance(step, Saving):
                 detail = _detail(step)
-                self._kept[detail.label] = Kept(detail.kind)
+                self._kept[detail.label] = Kept(self._kind_of_states if detail.kind == "state" else detail.kind)
                 if detail.kind == "state":
-                    needed += memory.BYTES_PER_AMPLITUDE[precision] << len(segments.active)
+                    sides = 2 if self._kind_of_states == "density" else 1  # ket and bra
+                    needed += memory.BYTES_PER_AMPLITUDE[precision] << sides * len(segments.active)
                 elif detail.kind == "probabilities":
                     needed += 8 << len(step.source.qubits)
                 else:
@@ -140,7 +153,7 @@ class Saver:
             if detail.kind == "state":
                 self._keep_state(kept, branch, measured)
             elif detail.kind == "probabilities":
-                kept.add(self._distribution(branch.state, step.source.qubits), shots)
+                kept.add(self._distribution(branch.state.distribution, step.source.qubits), shots)
             else:
                 observed = self._observed[detail.label]
                 self._lost.add(detail.label, observed.lost(self._active, [measured]))
@@ -178,14 +191,58 @@ class Saver:
                 return qubit
         return None
 
-    def _distribution(self, state: StateVector, qubits: Sequence[int]) -> np.ndarray:
+    def _distribution(self, of_places: Callable[[list[int]], np.ndarray], qubits: Sequence[int]) -> np.ndarray:
         active = [self._places[qubit] for qubit in qubits if qubit in self._places]
         if len(active) == len(qubits):
-            return state.distribution(active)
+            return of_places(active)
         memory.require_bytes((8 << len(qubits)) + (8 << len(active)), f"the distribution of {len(qubits)} qubits")
         whole: np.ndarray = np.zeros(2 ** len(qubits))
-        spread(state.distribution(active), whole, qubits, self._active)
+        spread(of_places(active), whole, qubits, self._active)
         return whole
+
+
+class MixedSaver(Saver):
+    """Keeps what the saves of a circuit ask for of density matrices: the mean over all outcomes that come there."""
+
+    _kind_of_states = "density"
+
+    def keep_mixed(self, step: Saving, branch: MixedBranch, measured: frozenset[int]) -> None:
+        """Keep what a save asks of a branch; `measured` are the qubits measured before."""
+        detail, rho = _detail(step), branch.rho
+        assert isinstance(rho, DensityMatrix)
+        kept, share = self._kept[detail.label], rho.trace()
+        open_places = [self._places[qubit] for qubit in sorted(step.measured) if qubit in self._places]
+        try:
+            if detail.kind == "state":
+                self._add_state(kept, rho, open_places)
+            elif detail.kind == "probabilities":
+                kept.add(self._distribution(lambda places: rho._marginal(places).reshape(-1) / share, step.source.qubits), share)
+            else:
+                observed = self._observed[detail.label]
+                self._lost.add(detail.label, observed.lost(self._active, [measured]))
+                (observable,) = observed.on(self._active, step.measured)
+                # A constant is told as it is, whatever the trace.
+                value = observable.constant + rho.expectation(observable - observable.constant) / share
+                kept.add(observed.shaped(np.array([value], dtype=np.complex128)), share)
+        except MemoryError as error:
+            raise MemoryError(f"{step.source.title}: {error}") from None
+
+    def saved(self) -> Saved:
+        """Return all that was kept, density matrices with trace 1."""
+        for kept in self._kept.values():
+            if kept.kind == "density" and kept.missing is None:
+                view = kept.value._live().view()
+                view /= kept.value.trace()
+            kept._shots = None
+        return super().saved()
+
+    def _add_state(self, kept: Kept, rho: DensityMatrix, open_places: Sequence[int]) -> None:
+        copied = rho.copy()
+        forget(copied, open_places)
+        if kept.missing is None:
+            add(copied, kept.value)
+        else:
+            kept.value, kept.missing = copied, None
 
 
 def _detail(step: Saving) -> Save:

@@ -39,8 +39,15 @@ class ShotWalk(Branching):
         How bits that will be read in the end are misread then.
     """
 
-    def __init__(self, segments: Segments, seed: int, shot: int, named: Callable[[Instruction], str]) -> None:
-        super().__init__(segments, metered(None, 0, "gates"), seed, named, _nothing_saved)
+    def __init__(
+        self,
+        segments: Segments,
+        seed: int,
+        shot: int,
+        named: Callable[[Instruction], str],
+        save: Callable[[Saving, Branch], None],
+    ) -> None:
+        super().__init__(segments, metered(None, 0, "gates"), seed, named, save)
         self.flips: dict[int, Flips] = {}
         self._shot, self._visits = shot, 0
         self._shots = 1
@@ -101,6 +108,3 @@ class ShotWalk(Branching):
                 if next(numbers) < pair[is_one]:
                     branch.write(clbit, 1 - is_one)
 
-
-def _nothing_saved(step: Saving, branch: Branch) -> None:
-    raise AssertionError("what is saved was refused before")

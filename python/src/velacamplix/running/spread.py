@@ -4,11 +4,13 @@ from __future__ import annotations
 
 from collections.abc import Sequence
 from itertools import groupby
+from typing import TypeVar
 
 import numpy as np
 
 from ..core import extension
-from ..states.statevector import StateVector
+from ..states.base import StateBase
+from ..states.densitymatrix import DensityMatrix
 
 # A state of so many qubits, 256 MiB in double precision, is made of a smaller one without being asked for by its size.
 MOST_EXPANDED = 24
@@ -16,20 +18,25 @@ MOST_EXPANDED = 24
 _PIECE = 2**22
 
 
-def whole_state(compact: StateVector, active: Sequence[int], n_qubits: int, cure: str) -> StateVector:
+_State = TypeVar("_State", bound=StateBase)
+
+
+def whole_state(compact: _State, active: Sequence[int], n_qubits: int, cure: str) -> _State:
     """Return the state of all qubits; `compact` itself if all are active. `cure` ends the messages of errors."""
     if len(active) == n_qubits:
         return compact
-    if n_qubits > MOST_EXPANDED:
+    sides = 2 if isinstance(compact, DensityMatrix) else 1  # ket and bra
+    if n_qubits > MOST_EXPANDED // sides:
         raise RuntimeError(
-            f"the state of all {n_qubits} qubits, of which {len(active)} are active, is made for at most {MOST_EXPANDED}: "
-            f"{cure}"
+            f"the state of all {n_qubits} qubits, of which {len(active)} are active, is made for at most "
+            f"{MOST_EXPANDED // sides}: {cure}"
         )
     try:
-        whole = StateVector._another(n_qubits, compact._precision, compact.threads)
+        whole = type(compact)._another(n_qubits, compact._precision, compact.threads)
     except MemoryError as error:
         raise MemoryError(f"{error}. {cure}") from None
-    spread(compact._live().view(), whole._live().view(), range(n_qubits - 1, -1, -1), active)
+    there = [qubit + side * n_qubits for side in range(sides) for qubit in active]
+    spread(compact._live().view(), whole._live().view(), range(sides * n_qubits - 1, -1, -1), there)
     extension.set_engine(whole._live(), extension.engine(compact._live()))
     return whole
 

@@ -15,6 +15,7 @@ from ..programs.progress import ProgressLike, metered
 from ..results import shot_rows
 from ..results.plan import MethodCost, Pass, Plan, Timings
 from ..states.base import StateBase
+from ..states.densitymatrix import DensityMatrix
 from ..states.files import about, read_state, require_about, state_arrays
 from ..states.statevector import StateVector
 from .final import Final
@@ -24,6 +25,8 @@ from .saved import Kept, Saved
 _MOST_BITS = 1_000_000
 # What a character of the text becomes when it is read, at most.
 _BYTES_PER_CHARACTER = 64
+# By the kind of what was saved.
+_STATES: dict[str, Any] = {"state": StateVector, "density": DensityMatrix}
 
 
 class Stored(Final):
@@ -171,16 +174,18 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
     names.update(name for name in ("shots", "expectation_values", "standard_errors") if name in file)
     prefixes = ["" for _ in range("amplitudes" in file)]
     for i, (one, _) in enumerate(kept.values()):
-        if one.missing is None and one.kind == "state":
+        if one.missing is None and one.kind in _STATES:
             prefixes.append(f"saved{i}_")
         elif one.missing is None:
             names.add(f"saved{i}")
     names.update(f"{prefix}{name}" for prefix in prefixes for name in ("precision", "engine", "amplitudes"))
     file.require_names(names)
 
-    def state_of(prefix: str, width: int) -> StateVector:
-        facts.require(width < 64, "active_qubits")
-        state: StateVector = read_state(StateVector, file, prefix, width, min(threads, limits.most_threads()), told)
+    def state_of(prefix: str, width: int, kind: str = "state") -> Any:
+        sides = 2 if kind == "density" else 1  # ket and bra
+        facts.require(width * sides < 64, "active_qubits")
+        count = min(threads, limits.most_threads())
+        state = read_state(_STATES[kind], file, prefix, width, count, told, width * sides)
         facts.require(state.precision == precision, "precision")
         return state
 
@@ -216,8 +221,8 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
         facts.require(errors.dtype == np.float64, "standard_errors")
         fields["standard_errors"] = errors if shape else errors.item()
     for i, (one, width) in enumerate(kept.values()):
-        if one.missing is None and one.kind == "state":
-            one.value = state_of(f"saved{i}_", width)
+        if one.missing is None and one.kind in _STATES:
+            one.value = state_of(f"saved{i}_", width, one.kind)
         elif one.missing is None:
             values = numbers(f"saved{i}", (2**width,) if one.kind == "probabilities" else ())
             one.value = values if one.kind == "probabilities" else values.item()
@@ -344,9 +349,9 @@ class _Facts:
         """Return what was saved on the way by name, still without values, and of how many qubits it is."""
 
         def fits(one: list[Any]) -> bool:
-            if len(one) != 6 or type(one[0]) is not str or one[1] not in ("state", "probabilities", "expectation"):
+            if len(one) != 6 or type(one[0]) is not str or one[1] not in (*_STATES, "probabilities", "expectation"):
                 return False
-            widths = {"state": (n_active, n_qubits), "probabilities": range(64), "expectation": (0,)}[one[1]]
+            widths = {"probabilities": range(64), "expectation": (0,)}.get(one[1], (n_active, n_qubits))
             are_right = (
                 one[2] is None or type(one[2]) is str,
                 self._is_integer(one[3], 0, 2**63),

@@ -11,6 +11,7 @@ from ..basics.types import Precision
 from ..basics.words import counted
 from ..circuit.circuit import Circuit
 from ..core import extension
+from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..programs.compile import described
 from ..programs.drive import heard
@@ -23,6 +24,7 @@ from ..states.statevector import StateVector
 from . import observing
 from .costs import Outlook
 from .initial import Start
+from .saved import Saved, Saver
 from .shot_walk import Flips, ShotWalk, flips_of
 
 # Whether shots share what they have in common; tests look whether anything depends on it.
@@ -52,6 +54,7 @@ class Trajectories(NamedTuple):
         What they were drawn with.
     means, standard_errors : numpy.ndarray
         Of the observables.
+    saved : Saved
     """
 
     active_qubits: tuple[int, ...]
@@ -61,6 +64,7 @@ class Trajectories(NamedTuple):
     seed: int
     means: np.ndarray
     standard_errors: np.ndarray
+    saved: Saved
 
 
 def looked_at(
@@ -98,10 +102,11 @@ def run_trajectories(
         size = 8 * words + _BYTES_PER_SHOT + _BYTES_PER_VALUE * n_observed
         memory.require_bytes(size * shots, f"shots={shots} of {n_bits} bits")
         rows = np.zeros((shots, words), dtype=np.uint64)
-        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost)
+        saver = Saver(segments, circuit.n_qubits, precision, lost)
+        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost, saver)
         with metered(progress, shots, "shots") as meter:
             distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
-        return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors)
+        return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors, saver.saved())
 
 
 def _state_bytes(found: PreparedTrajectories, shots: int, threads: int, precision: Precision, start: Start) -> int:
@@ -138,6 +143,7 @@ class _Made(NamedTuple):
     rows: np.ndarray
     n_bits: int
     lost: observing.Lost
+    saver: Saver
 
     def at_once(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
         """Make all shots of a circuit that is gates and channels, then measurements."""
@@ -191,9 +197,13 @@ class _Made(NamedTuple):
             self.start.prepare(first, segments.active)
         state = StateVector._another(len(segments.active), self.precision, self.threads)
         reduced: dict[frozenset[int], list[Any]] = {}
+
+        def named(step: Instruction) -> str:
+            return described(step, self.circuit)
+
         for i in range(self.shots):
             extension.copy_amplitudes(first._live(), state._live().view(), False)
-            walk = ShotWalk(segments, self.seed, self.first_shot + i, lambda step: described(step, self.circuit))
+            walk = ShotWalk(segments, self.seed, self.first_shot + i, named, self.saver.keep)
             branch = walk.end(state)
             self._draw(walk, branch, self.rows[i : i + 1], self.first_shot + i)
             if observed is not None:

@@ -256,11 +256,13 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         control_values: ControlValues = None,
         *,
         order: Order = "big",
+        check: bool = True,
     ) -> Self:
         """Apply the matrix U of a gate on k qubits: rho becomes U rho U†.
 
         Parameters, errors
-            As for `StateVector.matrix`. The matrix must be unitary; `channel` takes what is not.
+            As for `StateVector.matrix`. With ``check=False`` U may be one operator of a channel: the trace is then that
+            operator's probability. `channel` applies all of them.
 
         Examples
         --------
@@ -271,7 +273,7 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         targets = checks.qubits(qubits, self._n_qubits)
         all_controls = checks.controls(controls, targets, self._n_qubits)
         values = checked_values(control_values, len(all_controls))
-        entries = checks.matrix(matrix, len(targets))
+        entries = checks.matrix(matrix, len(targets), unitary=checks.flag(check, "check"))
         step = Instruction(
             "matrix", highest_first(targets, order), checks.plain_entries(entries), all_controls, control_values=values
         )

@@ -17,7 +17,7 @@ from ..programs.compile import compiled
 from ..programs.drive import drive_whole
 from ..programs.mixture import PreparedMixture, compiled_doubled
 from ..programs.progress import AnyMeter
-from ..programs.segments import Choice, Jump, Measurement, Step, Stretch, Turn, Writing
+from ..programs.segments import Choice, Jump, Measurement, Saving, Step, Stretch, Turn, Writing
 from .density import DensityBase
 
 #: More groups of different outcomes than this are not followed at a time.
@@ -95,9 +95,19 @@ class Mixing:
     meter : AnyMeter
     named : callable
         Returns how a message names an instruction.
+    save : callable, optional
+        Called with a branch where something of it is to be kept, and with the qubits measured before; a circuit that saves
+        needs it.
     """
 
-    def __init__(self, prepared: PreparedMixture, meter: AnyMeter, named: Callable[[Instruction], str]) -> None:
+    def __init__(
+        self,
+        prepared: PreparedMixture,
+        meter: AnyMeter,
+        named: Callable[[Instruction], str],
+        save: Callable[[Saving, MixedBranch, frozenset[int]], None] | None = None,
+    ) -> None:
+        self._save = save
         self._segments, self._live, self._meter, self._named = prepared.segments, prepared.live, meter, named
         self._m = prepared.n_qubits
         self._waiting: dict[tuple[Any, ...], MixedBranch] = {}
@@ -124,7 +134,7 @@ class Mixing:
         """Return the sum of all branches, of which only the last then has its own matrix."""
         *others, last = branches
         for other in others:
-            _add(other.rho, last.rho)
+            add(other.rho, last.rho)
         return last.rho
 
     def _wait(self, branch: MixedBranch) -> None:
@@ -138,7 +148,7 @@ class Mixing:
             self._waiting[key] = branch
             heappush(self._order, key)
             return
-        _add(branch.rho, met.rho)
+        add(branch.rho, met.rho)
         met.share += branch.share
         self._spares.append(branch.rho)
 
@@ -152,6 +162,9 @@ class Mixing:
             if branch.meets(step.condition):
                 drive_whole(branch.rho._live(), step.program, self._meter.within(share))
             self._meter.advance(len(step.program), share)
+        elif isinstance(step, Saving):
+            assert self._save is not None
+            self._save(step, branch, step.measured.union(self.measured))
         elif isinstance(step, Measurement):
             if branch.meets(step.condition) and self._decide(branch, step):
                 return
@@ -193,7 +206,7 @@ class Mixing:
         branch.readings = dict(branch.readings)
         self.measured.update(step.last)
         # Their outcomes can still be read, but nothing else can see that they are open.
-        self._forget(branch.rho, [place[qubit] for qubit, _ in step.later if qubit in place])
+        forget(branch.rho, [place[qubit] for qubit, _ in step.later if qubit in place])
         for qubit, clbit in step.later:
             mistaken = misread.get(qubit, EXACT)
             branch.write(clbit, 0)
@@ -254,12 +267,6 @@ class Mixing:
             steps.append(Instruction("diagonal", (place + self._m, place), (kept[0], 0.0, 0.0, kept[1])))
         drive_whole(rho._live(), compiled(steps, 2 * self._m, rho.precision, _NOTHING, range(2 * self._m)))
 
-    def _forget(self, rho: DensityBase, places: Sequence[int]) -> None:
-        """Measure qubits, and tell nobody the outcomes."""
-        if places:
-            steps = [Instruction("measure", tuple(places))]
-            drive_whole(rho._live(), compiled_doubled(steps, self._m, rho.precision, _NOTHING))
-
     @staticmethod
     def _trace(rho: DensityBase) -> float:
         return float(rho._marginal([]).sum())
@@ -310,8 +317,15 @@ def all_readings(shares: np.ndarray, reads: Sequence[tuple[int | None, Flips]]) 
     return read
 
 
-def _add(one: DensityBase, other: DensityBase) -> None:
-    """Add a matrix to another."""
+def forget(rho: DensityBase, places: Sequence[int]) -> None:
+    """Measure qubits, and tell nobody the outcomes."""
+    if places:
+        steps = [Instruction("measure", tuple(places))]
+        drive_whole(rho._live(), compiled_doubled(steps, rho.n_qubits, rho.precision, _NOTHING))
+
+
+def add(one: DensityBase, other: DensityBase) -> None:
+    """Add `one` to the other, which changes."""
     source, target = one._live().view(), other._live().view()
     for start in range(0, len(source), _PIECE):
         target[start : start + _PIECE] += source[start : start + _PIECE]
