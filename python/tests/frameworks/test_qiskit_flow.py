@@ -4,6 +4,7 @@ import random
 
 import numpy as np
 import pytest
+from exact_runs import run_exact
 
 pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
 
@@ -13,7 +14,6 @@ from qiskit.circuit.classical import expr, types  # noqa: E402
 
 from velacamplix import Circuit  # noqa: E402
 from velacamplix.qiskit import NotConverted, VelacamplixBackend, from_velacamplix, to_velacamplix  # noqa: E402
-from velacamplix.running.exact import run_exact  # noqa: E402
 
 SHOTS = 3000
 

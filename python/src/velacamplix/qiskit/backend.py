@@ -19,7 +19,8 @@ from ..running.sets import bound, sets_of_values
 from .experiments import Experiment, carried_out, header
 from .job import VelacamplixJob
 from .options import DEFAULTS, How, checked
-from .reading import to_velacamplix
+from .noise import Errors, is_model
+from .reading import with_noise
 from .target import target
 
 _Backend: Any = BackendV2
@@ -47,7 +48,8 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
     device : {"CPU"}
     max_parallel_threads, threads : int, optional
         Two names for one option: how many threads at most; 0 of `max_parallel_threads` stands for all.
-    noise_model : velacamplix.NoiseModel, optional
+    noise_model : velacamplix.NoiseModel or qiskit_aer.noise.NoiseModel, optional
+        With one of Aer's the target has its ``basis_gates`` alone, as that of Aer's simulator: noise is told for them.
     fusion : bool
         As for `velacamplix.run`.
 
@@ -79,9 +81,10 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
     @property
     def target(self) -> Any:
         """The ``qiskit.transpiler.Target``: of any number of qubits, with all that runs here as it is."""
-        if self._target is None:
-            self._target = target()
-        return self._target
+        noise = self._options.noise_model
+        if self._target is None or self._target[0] is not noise:
+            self._target = noise, target(set(noise.basis_gates) if is_model(noise) else None)
+        return self._target[1]
 
     @property
     def max_circuits(self) -> None:
@@ -143,11 +146,8 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
         """
         circuits = [run_input] if isinstance(run_input, QuantumCircuit) else _listed(run_input)
         how = checked({**self._options, **options})
-        noise = how.noise
-        if noise is not None and not isinstance(noise, NoiseModel):
-            raise TypeError(f"noise_model must be a velacamplix.NoiseModel or None, got {checks.show(noise)}")
         binds = _binds(parameter_binds, len(circuits))
-        experiments = [one for circuit, sets in zip(circuits, binds) for one in _experiments(circuit, sets, how)]
+        experiments = [one for circuit, sets in zip(circuits, binds) for one in _experiments(circuit, sets, how.noise)]
         job = VelacamplixJob(self, partial(_work, experiments, how, self.name, self.backend_version))
         job.submit()
         return job
@@ -178,14 +178,12 @@ def _binds(given: Any, count: int) -> Sequence[Any]:
     return list(given)
 
 
-def _experiments(circuit: Any, sets: Any, how: How) -> list[Experiment]:
+def _experiments(circuit: Any, sets: Any, noise: NoiseModel | Errors | None) -> list[Experiment]:
     """Return a circuit with each of its sets of numbers."""
     told = header(circuit)
     values = None if not sets else _values(circuit, sets)
     try:
-        made = to_velacamplix(circuit)
-        if how.noise is not None:
-            made = how.noise.apply(made)
+        made = with_noise(circuit, noise)
         found: Sequence[Circuit] = [made]
         if values is not None:
             there = {name: column for name, column in values.items() if name in made.parameters}

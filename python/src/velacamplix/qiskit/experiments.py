@@ -92,7 +92,7 @@ def _outcomes(experiments: Sequence[Experiment], how: How, hear: Hear) -> list[O
         return [_alone(experiments[0], how, seed, hear)]
     seeds = member_seeds(seed, len(experiments))
     circuits = [one.circuit for one in experiments if isinstance(one.circuit, Circuit)]
-    if len(circuits) == len(experiments) and how.noise is None and how.method != "density_matrix":
+    if len(circuits) == len(experiments):
         try:
             return [Outcome(result, own) for result, own in zip(_together(circuits, how, seed, hear), seeds)]
         except Exception:  # which one it is about, and what becomes of the others, is seen one by one
@@ -103,7 +103,10 @@ def _outcomes(experiments: Sequence[Experiment], how: How, hear: Hear) -> list[O
 def _together(circuits: list[Circuit], how: How, seed: int, hear: Hear) -> list[Result]:
     starts = {size: Start(None, size, None) for size in {circuit.n_qubits for circuit in circuits}}
     threads = limits.thread_count(how.threads)
-    request = Request(how.shots, None, threads, how.precision, None, starts[circuits[0].n_qubits], hear, how.fusion)
+    is_noisy = how.noise is not None or how.run_method != "auto"
+    request = Request(
+        how.shots, None, threads, how.precision, None, starts[circuits[0].n_qubits], hear, how.fusion, is_noisy, how.run_method
+    )  # fmt: skip
     return run_many(circuits, "circuit[{}]", seed, request, starts, False, observing.Lost())
 
 
@@ -111,11 +114,7 @@ def _alone(experiment: Experiment, how: How, seed: int, hear: Hear) -> Outcome:
     circuit = experiment.circuit
     if isinstance(circuit, Exception):
         return Outcome(circuit, seed)
-    method: Any = "auto"
-    if how.method == "density_matrix":
-        method = "exact"
-    elif how.method == "statevector" and how.noise is not None:
-        method = "trajectories"
+    method: Any = how.run_method
     shots: int | None = how.shots
     # Without a measurement shots would be of the qubits, which nobody asks for; but those that part need a number.
     if method == "auto" and not circuit.n_clbits and how.noise is None:

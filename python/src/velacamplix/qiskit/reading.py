@@ -42,15 +42,18 @@ from ..instructions.definition import GateDefinition, renamed
 from ..instructions.expression import Expression, Parameter
 from ..instructions.flow import If, Store, Switch, While, bodies_of, conditioned, flow_step, with_bodies
 from ..instructions.instruction import Instruction, Register
+from ..noise.model import NoiseModel
 from ..qasm.meaning import MOST_BITS, MOST_INSTRUCTIONS
 from ..qasm.modifiers import controlled, inverse, power
 from ..qasm.names import Names
 from .angles import angle
 from .conditions import bits_of, condition, stored
 from .errors import NotConverted
-from .gates import STANDARD, TableGate, known
+from .gates import STANDARD, WHOLE, TableGate, known
+from .noise import Errors, channel_of
 
 _BoxOp = getattr(qiskit.circuit, "BoxOp", ())  # since Qiskit 2.0
+_CHANNELS = frozenset({"quantum_channel", "kraus", "superop"})
 _StoreOp = getattr(qiskit.circuit, "Store", ())  # since Qiskit 1.1
 
 # Whether an instruction is a gate of Qiskit's own, without a control on 0, is known without making an object of it. Where
@@ -98,6 +101,21 @@ def to_velacamplix(circuit: QuantumCircuit) -> Circuit:
     """
     if not isinstance(circuit, QuantumCircuit):
         raise TypeError(f"circuit must be a qiskit.QuantumCircuit, got {checks.show(circuit)}")
+    return converted(circuit)
+
+
+def with_noise(circuit: Any, noise: NoiseModel | Errors | None) -> Circuit:
+    """Return what `to_velacamplix` does, with noise in it."""
+    if isinstance(noise, Errors):
+        return converted(circuit, noise)
+    made = converted(circuit)
+    return made if noise is None else noise.apply(made)
+
+
+def converted(circuit: Any, errors: Errors | None = None) -> Circuit:
+    """Return what `to_velacamplix` does, with the noise of a model of Aer's in it."""
+    if errors is not None and errors.manager is not None:
+        circuit = errors.manager.run(circuit)
     n_qubits, n_clbits = circuit.num_qubits, circuit.num_clbits
     for n_bits, kind in ((n_qubits, "qubits"), (n_clbits, "classical bits")):
         if n_bits > MOST_BITS:
@@ -109,13 +127,14 @@ def to_velacamplix(circuit: QuantumCircuit) -> Circuit:
         listed += more
         n_clbits += sum([register.size for register in more])
     registers = checked.registers(listed, n_qubits, n_clbits)
-    conversion = _Conversion(circuit, variables)
+    conversion = _Conversion(circuit, variables, errors)
     outside = conversion.outside
     numbers = outside.qubits
     made = _phase(circuit)
+    tells_standard = _TELLS_STANDARD and errors is None
     for position, item in enumerate(circuit.data):
         try:
-            if _TELLS_STANDARD and item.is_standard_gate():
+            if tells_standard and item.is_standard_gate():
                 step = _standard(item, numbers)
                 if step is not None:
                     made.append(step)
@@ -185,7 +204,7 @@ def _told(item: Any, places: _Places) -> str:
 
 def _definition(name: str, body: Any, definitions: dict[int, Any]) -> GateDefinition:
     """Return the definition of a gate whose body is a circuit of Qiskit's."""
-    conversion = _Conversion(body, {}, definitions)
+    conversion = _Conversion(body, {}, None, definitions)
     steps = [step for item in body.data for step in conversion.steps(item, conversion.outside)]
     for step in steps:
         if not (step.is_gate or step.name == "barrier") or step.condition is not None:
@@ -216,9 +235,11 @@ class _Conversion:
         self,
         program: Any,
         variables: dict[Any, tuple[int, ...]],
+        errors: Errors | None,
         definitions: dict[int, tuple[Any, GateDefinition]] | None = None,
     ) -> None:
         self._variables = variables  # their bits, known everywhere
+        self._errors = errors
         self.outside = _Places(
             {bit: number for number, bit in enumerate(program.qubits)},
             {**{bit: number for number, bit in enumerate(program.clbits)}, **variables},
@@ -238,7 +259,12 @@ class _Conversion:
             return [Instruction("break" if isinstance(operation, BreakLoopOp) else "continue", ())]
         if isinstance(operation, _StoreOp):
             return [_stored(operation, places.clbits)]
-        steps = self._converted(operation, qubits, clbits)
+        if self._errors is not None and _is_opened(operation, self._errors):
+            steps = self._block(operation.definition, qubits, clbits)
+        else:
+            steps = self._converted(operation, qubits, clbits)
+        if self._errors is not None:
+            steps = self._errors.beside(operation, qubits, steps)
         if getattr(operation, "condition", None) is not None:  # before Qiskit 2.0
             return self._if(condition(operation.condition, places.clbits), [steps])
         return steps
@@ -350,6 +376,8 @@ class _Conversion:
             return [Instruction("barrier", qubits)]
         if isinstance(operation, Delay):
             return []
+        if operation.name in _CHANNELS:
+            return [Instruction("channel", qubits, detail=channel_of(operation))]
         if isinstance(operation, library.Initialize):
             return _initialized(operation, qubits)
         if isinstance(operation, AnnotatedOperation):
@@ -418,6 +446,13 @@ class _Conversion:
         if found is None:
             found = self._definitions[id(body)] = body, _definition(operation.name, body, self._definitions)
         return found[1]
+
+
+def _is_opened(operation: Any, errors: Errors) -> bool:
+    """Whether the noise of a gate is that of what it is made of."""
+    if not isinstance(operation, Gate) or operation.name in WHOLE or operation.name in errors.names:
+        return False
+    return operation.label not in errors.names and operation.definition is not None and operation.num_qubits > 0
 
 
 def _contains(steps: Sequence[Instruction], word: str) -> bool:
