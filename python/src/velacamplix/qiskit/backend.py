@@ -14,13 +14,14 @@ from qiskit.providers import BackendV2, Options
 from ..basics import checks
 from ..circuit.circuit import Circuit
 from ..core import extension
-from ..noise.model import NoiseModel
+from ..running.method import has_noise
 from ..running.sets import bound, sets_of_values
 from .experiments import Experiment, carried_out, header
 from .job import VelacamplixJob
 from .options import DEFAULTS, How, checked
-from .noise import Errors, is_model
+from .noise import is_model
 from .reading import with_noise
+from .saves import Saves
 from .target import target
 
 _Backend: Any = BackendV2
@@ -122,8 +123,9 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
         Returns
         -------
         VelacamplixJob
-            Its result has ``counts`` of circuits that measure, and ``memory``. A circuit that cannot be run does not keep the
-            others from it: its part of the result tells why.
+            Its result has ``counts`` of circuits that measure, ``memory``, and in ``data()`` what instructions of Aer's names
+            save, by their labels: means over the shots, with noise and of density matrices exact ones. A circuit that cannot
+            be run does not keep the others from it: its part of the result tells why.
 
         Raises
         ------
@@ -147,7 +149,7 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
         circuits = [run_input] if isinstance(run_input, QuantumCircuit) else _listed(run_input)
         how = checked({**self._options, **options})
         binds = _binds(parameter_binds, len(circuits))
-        experiments = [one for circuit, sets in zip(circuits, binds) for one in _experiments(circuit, sets, how.noise)]
+        experiments = [one for circuit, sets in zip(circuits, binds) for one in _experiments(circuit, sets, how)]
         job = VelacamplixJob(self, partial(_work, experiments, how, self.name, self.backend_version))
         job.submit()
         return job
@@ -178,12 +180,13 @@ def _binds(given: Any, count: int) -> Sequence[Any]:
     return list(given)
 
 
-def _experiments(circuit: Any, sets: Any, noise: NoiseModel | Errors | None) -> list[Experiment]:
+def _experiments(circuit: Any, sets: Any, how: How) -> list[Experiment]:
     """Return a circuit with each of its sets of numbers."""
     told = header(circuit)
     values = None if not sets else _values(circuit, sets)
     try:
-        made = with_noise(circuit, noise)
+        saves = Saves(how.shots == 1)
+        made = with_noise(circuit, how.noise, saves)
         found: Sequence[Circuit] = [made]
         if values is not None:
             there = {name: column for name, column in values.items() if name in made.parameters}
@@ -191,7 +194,9 @@ def _experiments(circuit: Any, sets: Any, noise: NoiseModel | Errors | None) -> 
             found = bound(made, sets_of_values(made.parameters, there)) if there else [made] * n_sets
     except Exception as error:
         return [Experiment(error, told)]
-    return [Experiment(one, told) for one in found]
+    asked = saves.of(made)
+    is_mixed = bool(asked) and (how.run_method != "auto" or has_noise(made))
+    return [Experiment(one, told, asked, is_mixed) for one in found]
 
 
 def _values(circuit: Any, sets: Mapping[Any, Any]) -> dict[str, np.ndarray]:

@@ -30,6 +30,9 @@ _RESET = [np.array([[1, 0], [0, 0]], dtype=complex), np.array([[0, 1], [0, 0]], 
 _GATES: dict[str, Any] = library.get_standard_gate_name_mapping()
 _EXACT = (0.0, 0.0)
 
+#: Names of instructions that are channels.
+CHANNELS = frozenset({"quantum_channel", "kraus", "superop"})
+
 Matrices = list[np.ndarray]
 
 

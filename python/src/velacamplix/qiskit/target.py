@@ -13,6 +13,7 @@ from qiskit.circuit import (
     Delay,
     ForLoopOp,
     IfElseOp,
+    Instruction,
     Measure,
     Parameter,
     Reset,
@@ -21,6 +22,9 @@ from qiskit.circuit import (
     library,
 )
 from qiskit.transpiler import Target
+
+from .noise import CHANNELS
+from .saves import NAMES, SETTING
 
 # Of any number of qubits, by their class.
 _WIDE: dict[str, Any] = {
@@ -49,4 +53,6 @@ def target(basis: Container[str] | None = None) -> Any:
     for name, kind in {**_WIDE, **_FLOW, **newer}.items():
         if name not in _WIDE_GATES or basis is None or name in basis:
             made.add_instruction(kind, name=name)
+    for name in sorted({*NAMES, *SETTING, *CHANNELS}):
+        made.add_instruction(Instruction, name=name)
     return made
