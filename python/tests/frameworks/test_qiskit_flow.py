@@ -4,6 +4,7 @@ import random
 
 import numpy as np
 import pytest
+from exact_runs import run_exact
 
 pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
 

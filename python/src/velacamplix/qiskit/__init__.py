@@ -19,6 +19,7 @@ imported("qiskit", "velacamplix.qiskit")
 from .backend import VelacamplixBackend  # noqa: E402
 from .errors import NotConverted  # noqa: E402
 from .job import VelacamplixJob  # noqa: E402
+from .noise import to_noise_model  # noqa: E402
 from .primitives import EstimatorV2, SamplerV2  # noqa: E402
 from .reading import to_velacamplix  # noqa: E402
 from .writing import from_velacamplix  # noqa: E402
@@ -30,5 +31,6 @@ __all__ = [
     "VelacamplixBackend",
     "VelacamplixJob",
     "from_velacamplix",
+    "to_noise_model",
     "to_velacamplix",
 ]

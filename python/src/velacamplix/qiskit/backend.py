@@ -14,12 +14,14 @@ from qiskit.providers import BackendV2, Options
 from ..basics import checks
 from ..circuit.circuit import Circuit
 from ..core import extension
-from ..noise.model import NoiseModel
+from ..running.method import has_noise
 from ..running.sets import bound, sets_of_values
 from .experiments import Experiment, carried_out, header
 from .job import VelacamplixJob
 from .options import DEFAULTS, How, checked
-from .reading import to_velacamplix
+from .noise import is_model
+from .reading import with_noise
+from .saves import Saves
 from .target import target
 
 _Backend: Any = BackendV2
@@ -47,7 +49,8 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
     device : {"CPU"}
     max_parallel_threads, threads : int, optional
         Two names for one option: how many threads at most; 0 of `max_parallel_threads` stands for all.
-    noise_model : velacamplix.NoiseModel, optional
+    noise_model : velacamplix.NoiseModel or qiskit_aer.noise.NoiseModel, optional
+        With one of Aer's the target has its ``basis_gates`` alone, as that of Aer's simulator: noise is told for them.
     fusion : bool
         As for `velacamplix.run`.
 
@@ -79,9 +82,10 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
     @property
     def target(self) -> Any:
         """The ``qiskit.transpiler.Target``: of any number of qubits, with all that runs here as it is."""
-        if self._target is None:
-            self._target = target()
-        return self._target
+        noise = self._options.noise_model
+        if self._target is None or self._target[0] is not noise:
+            self._target = noise, target(set(noise.basis_gates) if is_model(noise) else None)
+        return self._target[1]
 
     @property
     def max_circuits(self) -> None:
@@ -119,8 +123,9 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
         Returns
         -------
         VelacamplixJob
-            Its result has ``counts`` of circuits that measure, and ``memory``. A circuit that cannot be run does not keep the
-            others from it: its part of the result tells why.
+            Its result has ``counts`` of circuits that measure, ``memory``, and in ``data()`` what instructions of Aer's names
+            save, by their labels: means over the shots, with noise and of density matrices exact ones. A circuit that cannot
+            be run does not keep the others from it: its part of the result tells why.
 
         Raises
         ------
@@ -143,9 +148,6 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
         """
         circuits = [run_input] if isinstance(run_input, QuantumCircuit) else _listed(run_input)
         how = checked({**self._options, **options})
-        noise = how.noise
-        if noise is not None and not isinstance(noise, NoiseModel):
-            raise TypeError(f"noise_model must be a velacamplix.NoiseModel or None, got {checks.show(noise)}")
         binds = _binds(parameter_binds, len(circuits))
         experiments = [one for circuit, sets in zip(circuits, binds) for one in _experiments(circuit, sets, how)]
         job = VelacamplixJob(self, partial(_work, experiments, how, self.name, self.backend_version))
@@ -183,9 +185,8 @@ def _experiments(circuit: Any, sets: Any, how: How) -> list[Experiment]:
     told = header(circuit)
     values = None if not sets else _values(circuit, sets)
     try:
-        made = to_velacamplix(circuit)
-        if how.noise is not None:
-            made = how.noise.apply(made)
+        saves = Saves(how.shots == 1)
+        made = with_noise(circuit, how.noise, saves)
         found: Sequence[Circuit] = [made]
         if values is not None:
             there = {name: column for name, column in values.items() if name in made.parameters}
@@ -193,7 +194,9 @@ def _experiments(circuit: Any, sets: Any, how: How) -> list[Experiment]:
             found = bound(made, sets_of_values(made.parameters, there)) if there else [made] * n_sets
     except Exception as error:
         return [Experiment(error, told)]
-    return [Experiment(one, told) for one in found]
+    asked = saves.of(made)
+    is_mixed = bool(asked) and (how.run_method != "auto" or has_noise(made))
+    return [Experiment(one, told, asked, is_mixed) for one in found]
 
 
 def _values(circuit: Any, sets: Mapping[Any, Any]) -> dict[str, np.ndarray]:

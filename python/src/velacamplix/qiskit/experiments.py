@@ -16,11 +16,13 @@ from ..machine import limits
 from ..running import observing
 from ..running.batch import member_seeds, run_many
 from ..running.initial import Start
+from ..running.method import has_noise
 from ..running.result import Result
 from ..running.run import run
 from ..running.single import Request
 from .job import Hear
 from .options import How
+from .saves import Asked, Density, of_mixed, of_pure, without
 
 try:  # before Qiskit 2.0
     from qiskit.qobj import QobjExperimentHeader
@@ -34,12 +36,23 @@ class Experiment(NamedTuple):
     Attributes
     ----------
     circuit : Circuit or Exception
+        With its saves.
     header : dict
         What Qiskit tells of a circuit in results.
+    saves : tuple of Asked
+    is_mixed : bool
+        Whether what they keep is that of density matrices.
     """
 
     circuit: Circuit | Exception
     header: dict[str, Any]
+    saves: tuple[Asked, ...] = ()
+    is_mixed: bool = False
+
+    @property
+    def to_run(self) -> Circuit | Exception:
+        """What is run: with noise without saves."""
+        return without(self.circuit) if self.is_mixed and isinstance(self.circuit, Circuit) else self.circuit
 
 
 class Outcome(NamedTuple):
@@ -67,7 +80,7 @@ def carried_out(experiments: Sequence[Experiment], how: How, name: str, version:
     began = time.perf_counter()
     outcomes = _outcomes(experiments, how, hear)
     taken = time.perf_counter() - began
-    results = [_formed(one, outcome, how) for one, outcome in zip(experiments, outcomes)]
+    results = [_formed(one, outcome, how, hear) for one, outcome in zip(experiments, outcomes)]
     n_good = sum([one.success for one in results])
     status = "COMPLETED" if n_good == len(results) else "PARTIAL COMPLETED" if n_good else "ERROR"
     return QiskitResult(
@@ -91,8 +104,8 @@ def _outcomes(experiments: Sequence[Experiment], how: How, hear: Hear) -> list[O
     if len(experiments) == 1:
         return [_alone(experiments[0], how, seed, hear)]
     seeds = member_seeds(seed, len(experiments))
-    circuits = [one.circuit for one in experiments if isinstance(one.circuit, Circuit)]
-    if len(circuits) == len(experiments) and how.noise is None and how.method != "density_matrix":
+    circuits = [one for one in [one.to_run for one in experiments] if isinstance(one, Circuit)]
+    if len(circuits) == len(experiments):
         try:
             return [Outcome(result, own) for result, own in zip(_together(circuits, how, seed, hear), seeds)]
         except Exception:  # which one it is about, and what becomes of the others, is seen one by one
@@ -103,22 +116,21 @@ def _outcomes(experiments: Sequence[Experiment], how: How, hear: Hear) -> list[O
 def _together(circuits: list[Circuit], how: How, seed: int, hear: Hear) -> list[Result]:
     starts = {size: Start(None, size, None) for size in {circuit.n_qubits for circuit in circuits}}
     threads = limits.thread_count(how.threads)
-    request = Request(how.shots, None, threads, how.precision, None, starts[circuits[0].n_qubits], hear, how.fusion)
+    is_noisy = how.noise is not None or how.run_method != "auto"
+    request = Request(
+        how.shots, None, threads, how.precision, None, starts[circuits[0].n_qubits], hear, how.fusion, is_noisy, how.run_method
+    )  # fmt: skip
     return run_many(circuits, "circuit[{}]", seed, request, starts, False, observing.Lost())
 
 
 def _alone(experiment: Experiment, how: How, seed: int, hear: Hear) -> Outcome:
-    circuit = experiment.circuit
+    circuit = experiment.to_run
     if isinstance(circuit, Exception):
         return Outcome(circuit, seed)
-    method: Any = "auto"
-    if how.method == "density_matrix":
-        method = "exact"
-    elif how.method == "statevector" and how.noise is not None:
-        method = "trajectories"
+    method: Any = how.run_method
     shots: int | None = how.shots
     # Without a measurement shots would be of the qubits, which nobody asks for; but those that part need a number.
-    if method == "auto" and not circuit.n_clbits and how.noise is None:
+    if method == "auto" and not circuit.n_clbits and how.noise is None and not has_noise(circuit):
         shots = how.shots if any([step.name == "reset" for step in leaves(circuit.instructions)]) else None
     try:
         result = run(circuit, shots, seed, how.threads, how.precision, fusion=how.fusion, progress=hear, method=method)
@@ -130,9 +142,15 @@ def _alone(experiment: Experiment, how: How, seed: int, hear: Hear) -> Outcome:
 # --- Results ---
 
 
-def _formed(experiment: Experiment, outcome: Outcome, how: How) -> Any:
+def _formed(experiment: Experiment, outcome: Outcome, how: How, hear: Hear) -> Any:
     """Return Qiskit's result of one experiment."""
     result = outcome.result
+    data: dict[str, Any] = {}
+    if isinstance(result, Result):
+        try:
+            data = {**_data(result, how, experiment.header["memory_slots"]), **_saved(experiment, result, hear)}
+        except Exception as error:
+            result = error
     made: Any = experiment.header
     if QobjExperimentHeader is not None:
         made = QobjExperimentHeader.from_dict(made)
@@ -145,9 +163,20 @@ def _formed(experiment: Experiment, outcome: Outcome, how: How) -> Any:
         "time_taken": result.timings.total,
     }  # fmt: skip
     return ExperimentResult(
-        how.shots, True, ExperimentResultData(**_data(result, how, experiment.header["memory_slots"])), status="DONE", header=made,
+        how.shots, True, ExperimentResultData(**data), status="DONE", header=made,
         seed_simulator=outcome.seed, metadata=told, time_taken=result.timings.total,
     )  # fmt: skip
+
+
+def _saved(experiment: Experiment, result: Result, hear: Hear) -> dict[str, Any]:
+    """Return what was saved, by its label."""
+    if not experiment.saves:
+        return {}
+    assert isinstance(experiment.circuit, Circuit)
+    density = Density(experiment.circuit, hear)
+    if experiment.is_mixed:
+        return {one.label: of_mixed(one, density) for one in experiment.saves}
+    return {one.label: of_pure(one, result, density) for one in experiment.saves}
 
 
 def _data(result: Result, how: How, n_slots: int) -> dict[str, Any]:

@@ -31,6 +31,10 @@ STANDARD: dict[str, tuple[str, int | None, int]] = {
 STANDARD.update({name: (step, n_controls, GATES[step].n_params) for name, (step, n_controls) in _MORE.items()})
 
 
+#: Gates by their own name, which noise is beside as a whole.
+WHOLE = frozenset({*library.get_standard_gate_name_mapping(), "unitary", "diagonal", "mcx", "mcphase", "pauli"})
+
+
 def known(operation: Any) -> tuple[str, int] | None:
     """Return instruction and number of controls of one of Qiskit's own gates that circuits have too."""
     # Qiskit keeps some of its gates as fast copies of their class.

@@ -11,6 +11,8 @@ import numpy as np
 from ..basics import checks
 from ..basics.types import Precision
 from ..machine import limits
+from ..noise.model import NoiseModel
+from .noise import Errors, is_model
 
 #: Names of options, and what they are unless somebody says otherwise.
 DEFAULTS: dict[str, Any] = {
@@ -32,8 +34,7 @@ class How(NamedTuple):
     ----------
     seed : int or None
         Of 32 bits.
-    noise : object
-        A model, or None.
+    noise : NoiseModel, Errors or None
     """
 
     shots: int
@@ -43,7 +44,14 @@ class How(NamedTuple):
     precision: Precision
     threads: int | None
     fusion: bool
-    noise: Any
+    noise: NoiseModel | Errors | None
+
+    @property
+    def run_method(self) -> str:
+        """What `velacamplix.run` calls the method."""
+        if self.method == "density_matrix":
+            return "exact"
+        return "trajectories" if self.method == "statevector" and self.noise is not None else "auto"
 
     def given_seed(self) -> int:
         """Return the seed, one of chance if there is none."""
@@ -83,7 +91,7 @@ def checked(options: Mapping[str, Any]) -> How:
         _chosen(options, "precision", ("double", "single")),  # type: ignore[arg-type]
         None if threads is None else limits.thread_count(threads),
         checks.flag(options["fusion"], "fusion"),
-        options["noise_model"],
+        noise(options["noise_model"]),
     )
 
 
@@ -100,6 +108,15 @@ def _chosen(options: Mapping[str, Any], name: str, choices: tuple[str, ...]) -> 
         return checks.choice(options[name], name, choices)
     except ValueError as error:
         raise ValueError(f"{error}; {_CURES[name]}" if name in _CURES else str(error)) from None
+
+
+def noise(model: Any) -> NoiseModel | Errors | None:
+    """Return a noise model of this package's, or what one of Aer's says."""
+    if model is None or isinstance(model, NoiseModel):
+        return model
+    if not is_model(model):
+        raise TypeError(f"noise_model must be a velacamplix.NoiseModel, one of Aer's or None, got {checks.show(model)}")
+    return Errors(model)
 
 
 def seed(value: Any) -> int | None:

@@ -42,13 +42,16 @@ from ..instructions.definition import GateDefinition, renamed
 from ..instructions.expression import Expression, Parameter
 from ..instructions.flow import If, Store, Switch, While, bodies_of, conditioned, flow_step, with_bodies
 from ..instructions.instruction import Instruction, Register
+from ..noise.model import NoiseModel
 from ..qasm.meaning import MOST_BITS, MOST_INSTRUCTIONS
 from ..qasm.modifiers import controlled, inverse, power
 from ..qasm.names import Names
 from .angles import angle
 from .conditions import bits_of, condition, stored
 from .errors import NotConverted
-from .gates import STANDARD, TableGate, known
+from .gates import STANDARD, WHOLE, TableGate, known
+from .noise import CHANNELS, Errors, channel_of
+from .saves import NAMES, SETTING, Saves
 
 _BoxOp = getattr(qiskit.circuit, "BoxOp", ())  # since Qiskit 2.0
 _StoreOp = getattr(qiskit.circuit, "Store", ())  # since Qiskit 1.1
@@ -98,6 +101,21 @@ def to_velacamplix(circuit: QuantumCircuit) -> Circuit:
     """
     if not isinstance(circuit, QuantumCircuit):
         raise TypeError(f"circuit must be a qiskit.QuantumCircuit, got {checks.show(circuit)}")
+    return converted(circuit)
+
+
+def with_noise(circuit: Any, noise: NoiseModel | Errors | None, saves: Saves | None = None) -> Circuit:
+    """Return what `to_velacamplix` does, with noise in it, and with saves if there is somebody to note them."""
+    if isinstance(noise, Errors):
+        return converted(circuit, noise, saves)
+    made = converted(circuit, None, saves)
+    return made if noise is None else noise.apply(made)
+
+
+def converted(circuit: Any, errors: Errors | None = None, saves: Saves | None = None) -> Circuit:
+    """Return what `to_velacamplix` does, with the noise of a model of Aer's in it, and with saves."""
+    if errors is not None and errors.manager is not None:
+        circuit = errors.manager.run(circuit)
     n_qubits, n_clbits = circuit.num_qubits, circuit.num_clbits
     for n_bits, kind in ((n_qubits, "qubits"), (n_clbits, "classical bits")):
         if n_bits > MOST_BITS:
@@ -109,18 +127,22 @@ def to_velacamplix(circuit: QuantumCircuit) -> Circuit:
         listed += more
         n_clbits += sum([register.size for register in more])
     registers = checked.registers(listed, n_qubits, n_clbits)
-    conversion = _Conversion(circuit, variables)
+    conversion = _Conversion(circuit, variables, errors, saves)
     outside = conversion.outside
     numbers = outside.qubits
     made = _phase(circuit)
+    tells_standard = _TELLS_STANDARD and errors is None
     for position, item in enumerate(circuit.data):
         try:
-            if _TELLS_STANDARD and item.is_standard_gate():
+            if tells_standard and item.is_standard_gate():
                 step = _standard(item, numbers)
                 if step is not None:
                     made.append(step)
                     continue
-            made += [checked.instruction(step, n_qubits, n_clbits) for step in conversion.steps(item, outside)]
+            steps = conversion.steps(item, outside)
+            if saves is not None:
+                saves.note(steps)
+            made += [checked.instruction(step, n_qubits, n_clbits) for step in steps]
         except NotConverted as error:
             raise NotConverted(error.reason, _told(item, outside), position) from None
         except (TypeError, ValueError, IndexError) as error:
@@ -185,7 +207,7 @@ def _told(item: Any, places: _Places) -> str:
 
 def _definition(name: str, body: Any, definitions: dict[int, Any]) -> GateDefinition:
     """Return the definition of a gate whose body is a circuit of Qiskit's."""
-    conversion = _Conversion(body, {}, definitions)
+    conversion = _Conversion(body, {}, None, None, definitions)
     steps = [step for item in body.data for step in conversion.steps(item, conversion.outside)]
     for step in steps:
         if not (step.is_gate or step.name == "barrier") or step.condition is not None:
@@ -216,9 +238,12 @@ class _Conversion:
         self,
         program: Any,
         variables: dict[Any, tuple[int, ...]],
+        errors: Errors | None,
+        saves: Saves | None,
         definitions: dict[int, tuple[Any, GateDefinition]] | None = None,
     ) -> None:
         self._variables = variables  # their bits, known everywhere
+        self._errors, self._saves = errors, saves
         self.outside = _Places(
             {bit: number for number, bit in enumerate(program.qubits)},
             {**{bit: number for number, bit in enumerate(program.clbits)}, **variables},
@@ -238,7 +263,12 @@ class _Conversion:
             return [Instruction("break" if isinstance(operation, BreakLoopOp) else "continue", ())]
         if isinstance(operation, _StoreOp):
             return [_stored(operation, places.clbits)]
-        steps = self._converted(operation, qubits, clbits)
+        if self._errors is not None and _is_opened(operation, self._errors):
+            steps = self._block(operation.definition, qubits, clbits)
+        else:
+            steps = self._converted(operation, qubits, clbits)
+        if self._errors is not None:
+            steps = self._errors.beside(operation, qubits, steps)
         if getattr(operation, "condition", None) is not None:  # before Qiskit 2.0
             return self._if(condition(operation.condition, places.clbits), [steps])
         return steps
@@ -350,8 +380,14 @@ class _Conversion:
             return [Instruction("barrier", qubits)]
         if isinstance(operation, Delay):
             return []
+        if operation.name in NAMES and self._saves is not None:
+            return self._saves.steps(operation, qubits)
+        if operation.name in SETTING:
+            return _initialized(operation.params[0], qubits)
+        if operation.name in CHANNELS:
+            return [Instruction("channel", qubits, detail=channel_of(operation))]
         if isinstance(operation, library.Initialize):
-            return _initialized(operation, qubits)
+            return _initialized(_initial(operation.params), qubits)
         if isinstance(operation, AnnotatedOperation):
             return self._modified(operation, qubits)
         if isinstance(operation, Gate):
@@ -360,6 +396,13 @@ class _Conversion:
             return self._gate(operation.to_instruction(), qubits)
         if getattr(operation, "definition", None) is not None:  # a circuit as an instruction
             return self._block(operation.definition, qubits, clbits)
+        if operation.name.startswith(("save_", "set_")):
+            known = ", ".join(sorted([*NAMES, *SETTING]))
+            raise NotConverted(
+                f"{operation.name!r} is not offered; the backend has {known}"
+                if operation.name not in NAMES
+                else f"{operation.name!r} keeps what results of the backend tell; run the circuit there"
+            )
         raise NotConverted(f"a circuit has no {operation.name!r}")
 
     def _modified(self, operation: Any, qubits: tuple[int, ...]) -> list[Instruction]:
@@ -420,6 +463,13 @@ class _Conversion:
         return found[1]
 
 
+def _is_opened(operation: Any, errors: Errors) -> bool:
+    """Whether the noise of a gate is that of what it is made of."""
+    if not isinstance(operation, Gate) or operation.name in WHOLE or operation.name in errors.names:
+        return False
+    return operation.label not in errors.names and operation.definition is not None and operation.num_qubits > 0
+
+
 def _contains(steps: Sequence[Instruction], word: str) -> bool:
     """Whether a break or continue is there that does not belong to a loop inside."""
     return any([
@@ -444,14 +494,15 @@ def _control_values(operation: Any) -> str:
     return f"{operation.ctrl_state:0{operation.num_ctrl_qubits}b}"[::-1]
 
 
-def _initialized(operation: Any, qubits: tuple[int, ...]) -> list[Instruction]:
-    """Return a reset and the gates that make the state of 0."""
-    params = operation.params
-    state: Any = params
+def _initial(params: Any) -> Any:
+    """Return the letters, number or amplitudes of an `Initialize`."""
     if isinstance(params[0], str):
-        state = "".join(params)
-    elif len(params) == 1:  # the number of a basis state
-        state = int(complex(params[0]).real)
+        return "".join(params)
+    return int(complex(params[0]).real) if len(params) == 1 else params  # one number is that of a basis state
+
+
+def _initialized(state: Any, qubits: tuple[int, ...]) -> list[Instruction]:
+    """Return a reset and the gates that make the state of 0."""
     made = Circuit(len(qubits)).initialize(state, order="little")
     return [step._replace(qubits=tuple([qubits[place] for place in step.qubits])) for step in made]
 
