@@ -46,20 +46,21 @@ def _expression(value: Any) -> Angle:
             raise NotConverted(f"an angle must be real, got {value}")
         return checks.angle(number.real)
     if value.is_Add:
-        return reduce(operator.add, [_expression(part) for part in value.args])  # type: ignore[no-any-return]
+        return reduce(operator.add, [_expression(part) for part in value.args])
     if value.is_Mul:
-        above, below = value.as_numer_denom()
-        if below != 1:
-            return _expression(above) / _expression(below)
-        number, others = value.as_coeff_mul(sympy.pi)
-        factor, rest = 1.0, []
-        for part in (number, *others):
-            if part.is_number:
+        factor, divisor, above, below = 1.0, 1.0, [], []
+        for part in value.args:
+            if part.is_Rational:
+                factor, divisor = factor * float(part.p), divisor * float(part.q)
+            elif part.is_number:
                 factor *= float(part)
+            elif part.is_Pow and part.exp.is_number and part.exp.is_negative:
+                below.append(_expression(1 / part))
             else:
-                rest.append(_expression(part))
-        product = reduce(operator.mul, rest)
-        return product if factor == 1.0 else -product if factor == -1.0 else factor * product  # type: ignore[no-any-return]
+                above.append(_expression(part))
+        product = reduce(operator.mul, above) if above else 1.0
+        product = product if factor == 1.0 else -product if factor == -1.0 else factor * product
+        return reduce(operator.truediv, [*([divisor] if divisor != 1.0 else []), *below], product)
     if value.is_Pow and value.base != sympy.E:
         base, exponent = _expression(value.base), _expression(value.exp)
         if exponent == -1.0:

@@ -248,6 +248,7 @@ READERS: dict[type, Callable[[Any], Made]] = {
     cirq.SwapPowGate: _swap, cirq.ISwapPowGate: _iswap, cirq.PhasedISwapPowGate: _phased_iswap,
     cirq.XXPowGate: _double("rxx"), cirq.YYPowGate: _double("ryy"), cirq.ZZPowGate: _double("rzz"), cirq.MSGate: _double("rxx"),
     cirq.PhasedXPowGate: _phased_x, cirq.PhasedXZGate: _phased_xz, cirq.FSimGate: _fsim,
+    cirq.PhasedFSimGate: lambda gate: _composed(gate, 2),
     cirq.CSwapGate: lambda gate: (0.0, of_one("SWAP", (1, 2), controls=(0,))),
     cirq.IdentityGate: _nothing, cirq.WaitGate: _nothing, cirq.GlobalPhaseGate: _global_phase,
     cirq.MatrixGate: _matrix, cirq.DiagonalGate: _diagonal, cirq.TwoQubitDiagonalGate: _diagonal,
@@ -273,8 +274,11 @@ def read(gate: Any, n_qubits: int) -> Made:
         If it is none, or has symbols in a place where they cannot stay.
     """
     reader = READERS.get(type(gate))
-    if reader is not None:
-        return reader(gate)
+    return _composed(gate, n_qubits) if reader is None else reader(gate)
+
+
+def _composed(gate: Any, n_qubits: int) -> Made:
+    """Return a gate as a matrix, or as what it is made of."""
     if set(cirq.qid_shape(gate, (2,) * n_qubits)) - {2}:
         raise NotConverted("a circuit has qubits only, no qudits")
     is_open = cirq.is_parameterized(gate)

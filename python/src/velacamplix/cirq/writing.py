@@ -188,7 +188,7 @@ class _Writing:
         short = GATES[step.name].short_for if step.name in GATES and step.controls else None
         if short is not None:
             name, n = short
-            controls, values = step.controls + step.qubits[:n], joined(step.control_values, len(step.controls), n)
+            controls, values = step.controls + step.qubits[:n], joined(step.control_values, 0, n)
             step = Instruction(name, step.qubits[n:], (), controls, control_values=values)
         if step.name == "gphase" and step.controls:
             step = with_controls("gphase", (), step.controls, step.params, step.control_values)
