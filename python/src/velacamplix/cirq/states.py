@@ -85,7 +85,11 @@ class VelacamplixSimulationState(_State):  # type: ignore[misc]
 
     def _act_on_fallback_(self, action: Any, qubits: Sequence[Any], allow_decompose: bool = True) -> bool:
         operation = action if isinstance(action, cirq.Operation) else action.on(*qubits)
-        conversion = Conversion(self.numbers(), is_exact=False)
+        numbers = self.numbers()
+        for qubit in operation.qubits:
+            if qubit not in numbers:
+                raise TypeError(f"{operation} cannot act on a state that has no {qubit}")
+        conversion = Conversion(numbers, is_exact=False)
         try:
             conversion.read_moment([operation])
         except NotConverted as error:
