@@ -39,7 +39,7 @@ autodoc_member_order = "bysource"
 autodoc_typehints = "none"
 add_module_names = False
 # What these have is told without them.
-autodoc_mock_imports = ["torch", "jax", "qiskit", "cirq", "sympy"]
+autodoc_mock_imports = ["torch", "jax", "qiskit", "cirq", "sympy", "pennylane"]
 # `StateVector` in single backquotes is a link to it.
 default_role = "py:obj"
 # Words like "condition" among the types of an argument are looked up too, and several classes have such an attribute.

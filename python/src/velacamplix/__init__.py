@@ -63,7 +63,7 @@ _ROOMS = (
     ("gradients",),
     ("plots",),
     ("cli",),
-    ("torch", "jax", "qiskit", "cirq"),
+    ("torch", "jax", "qiskit", "cirq", "pennylane"),
 )
 
 __all__ = [

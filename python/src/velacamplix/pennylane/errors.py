@@ -1,0 +1,35 @@
+"""What cannot be converted or computed."""
+
+from __future__ import annotations
+
+from pennylane.exceptions import DeviceError
+
+__all__ = ["NotConverted"]
+
+_Base: type[Exception] = DeviceError
+
+
+class NotConverted(_Base, ValueError):  # type: ignore[misc, valid-type]
+    """Something that the other side cannot say. It is a ``pennylane.DeviceError`` and a ``ValueError``.
+
+    Attributes
+    ----------
+    reason : str
+    instruction : str or None
+        What it is about, for example ``"QubitUnitary(wires=[0])"``; None if that is no instruction.
+    position : int or None
+        Its place among the instructions of the circuit or the operations of the tape.
+
+    >>> print(NotConverted("a circuit has no postselection", "MidMeasureMP(wires=[0])", 3))
+    instruction 3, MidMeasureMP(wires=[0]): a circuit has no postselection
+    """
+
+    def __init__(self, reason: str, instruction: str | None = None, position: int | None = None) -> None:
+        super().__init__(reason, instruction, position)  # what a pickle makes it of
+        self.reason, self.instruction, self.position = reason, instruction, position
+
+    def __str__(self) -> str:
+        told = [] if self.position is None else [f"instruction {self.position}"]
+        if self.instruction is not None:
+            told.append(self.instruction)
+        return f"{', '.join(told)}: {self.reason}" if told else self.reason
