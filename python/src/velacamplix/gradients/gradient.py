@@ -190,7 +190,7 @@ def _by_adjoint(
     if not request.start.is_zero:
         initial = StateVector._another(n, request.precision, request.threads)
         request.start.prepare(initial, one.active)
-    most = _states_that_fit(n, request.precision, 1 + len(observables))
+    most = states_that_fit(n, request.precision, 1 + len(observables))
     values, by_angles, return_error = one.program.gradient(
         [observable.compiled() for observable in observables], one.turned, request.threads, most,
         None if initial is None else initial._live(), *heard(_report(meter, work)),
@@ -237,7 +237,7 @@ def _report(meter: Meter, work: int) -> Report:
     return None if tell is None else lambda done, total: tell(round(work * done / max(total, 1)), work)
 
 
-def _states_that_fit(n: int, precision: Precision, wanted: int) -> int:
+def states_that_fit(n: int, precision: Precision, wanted: int) -> int:
     """Return how many states may be held at a time of so many; raise MemoryError if not even two of them fit."""
     try:
         memory.require_state(n + 1, precision)

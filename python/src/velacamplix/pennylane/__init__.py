@@ -1,4 +1,4 @@
-"""Circuits from PennyLane, and back to it.
+"""Circuits from PennyLane, and back to it; its devices, computed here.
 
 >>> import pennylane as qml
 >>> from velacamplix.pennylane import from_velacamplix, to_velacamplix
@@ -13,8 +13,10 @@ from ..basics.extras import imported
 
 imported("pennylane", "velacamplix.pennylane")
 
+from .device import VelacamplixQubit  # noqa: E402
 from .errors import NotConverted  # noqa: E402
+from .mixed import VelacamplixMixed  # noqa: E402
 from .reading import to_velacamplix  # noqa: E402
 from .writing import from_velacamplix  # noqa: E402
 
-__all__ = ["NotConverted", "from_velacamplix", "to_velacamplix"]
+__all__ = ["NotConverted", "VelacamplixMixed", "VelacamplixQubit", "from_velacamplix", "to_velacamplix"]
