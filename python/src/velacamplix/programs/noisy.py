@@ -31,6 +31,8 @@ class PreparedTrajectories(Prepared):
     ----------
     whole
         Those of the first stretch, or of one without gates.
+    outlook
+        What is predicted of a run, made when it is first asked for.
     """
 
     def __init__(self, circuit: Circuit, nonzero: tuple[int, ...], precision: Precision) -> None:
@@ -60,6 +62,7 @@ class PreparedTrajectories(Prepared):
             self.whole = self.segments.steps[0].program
         else:
             self.whole = _TRAJECTORY_TYPES[precision](compiled([], n_qubits, precision, circuit, places), [], [])
+        self.outlook: Any = None
         self.plan = None
         self._sites = None
 

@@ -32,7 +32,7 @@ _BYTES_PER_SHOT = 48  # while it waits for its event, in the core
 _REFUSED_IN_THE_CORE = "std::bad_alloc"
 _BYTES_PER_VALUE = 40  # of an observable in a shot, while errors are formed
 
-# From so many qubits on the core's threads share a state.
+# From so many qubits on the core's threads share a state, as they do where nothing can happen.
 _FEWEST_SHARED_QUBITS = 18
 
 
@@ -43,6 +43,8 @@ class Trajectories(NamedTuple):
     ----------
     active_qubits : tuple of int
         All others are 0.
+    written_bits : tuple of int
+        Classical bits that the circuit measures into.
     gates : int
         Those of a run without events.
     distinct : int
@@ -55,6 +57,7 @@ class Trajectories(NamedTuple):
     """
 
     active_qubits: tuple[int, ...]
+    written_bits: tuple[int, ...]
     gates: int
     distinct: int
     rows: np.ndarray
@@ -69,7 +72,9 @@ def looked_at(
     """Return what is known of a circuit before it runs, and how many bytes the states of `run_trajectories` would take."""
     with _prepared(circuit, start, precision) as found:
         assert isinstance(found, PreparedTrajectories)
-        return Outlook(found), _state_bytes(found, shots, threads, precision, start)
+        if found.outlook is None:
+            found.outlook = Outlook(found)
+        return found.outlook, _state_bytes(found, shots, threads, precision, start)
 
 
 def run_trajectories(
@@ -101,7 +106,8 @@ def run_trajectories(
         made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost)
         with metered(progress, shots, "shots") as meter:
             distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
-        return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors)
+        gates = sum(map(len, found.programs))
+        return Trajectories(segments.active, segments.written_bits, gates, distinct, rows, number, means, errors)
 
 
 def _state_bytes(found: PreparedTrajectories, shots: int, threads: int, precision: Precision, start: Start) -> int:
@@ -112,7 +118,7 @@ def _state_bytes(found: PreparedTrajectories, shots: int, threads: int, precisio
     n, states = len(found.segments.active), 2
     if found.is_plain:
         own = min(threads, shots) if n < _FEWEST_SHARED_QUBITS else 1
-        states = own * (2 if found.events_per_shot else 1) + (not start.is_zero)
+        states = (2 * own if found.events_per_shot else 1) + (not start.is_zero)
     return states * (memory.BYTES_PER_AMPLITUDE[precision] << n)
 
 
