@@ -213,6 +213,44 @@ def test_shots_that_nothing_misreads_are_told():
         run(bell, shots=100, noise=NoiseModel().readout(0.0, 0.0).readout(0.1, 0.2, qubits=2))
 
 
+def test_threads_share_the_state_of_shots_that_are_only_misread():
+    circuit = layers(15, 1)
+    circuit.measure_all()
+    noise = NoiseModel().readout(0.02, 0.05)
+    counts = [by_trajectories(circuit, 700, noise=noise, threads=threads).counts for threads in (1, 2, 5, 1)]
+    assert counts[1:] == counts[:1] * 3
+    assert counts[0] != by_trajectories(circuit, 700, noise=NoiseModel()).counts
+
+
+def test_a_circuit_is_prepared_once_for_a_model(monkeypatch):
+    prepared = []
+    init = trajectories.PreparedTrajectories.__init__
+    monkeypatch.setattr(trajectories.PreparedTrajectories, "__init__", lambda *args: prepared.append(1) or init(*args))
+    circuit, other = layers(3), NOISE.readout(0.1, 0.1)
+    first = by_trajectories(circuit, 50, noise=NOISE).counts
+    assert by_trajectories(circuit, 50, noise=NOISE).counts == first
+    assert len(prepared) == 1
+    circuit.x(0)
+    fresh = layers(3).x(0)
+    assert by_trajectories(circuit, 50, noise=NOISE).counts == by_trajectories(fresh, 50, noise=NOISE).counts != first
+    circuit.measure_all()
+    fresh.measure_all()
+    misread = by_trajectories(circuit, 50, noise=other).counts
+    assert misread == by_trajectories(fresh, 50, noise=other).counts != by_trajectories(circuit, 50, noise=NOISE).counts
+
+
+def test_warnings_come_with_every_run():
+    circuit, noise = Circuit(2).h(0), NoiseModel().after("cx", Channel.bit_flip(0.1)).readout(0.1, 0.1)
+    for _ in range(2):
+        with pytest.warns(UserWarning) as told:
+            run(circuit, shots=5, noise=noise)
+        assert ["found nothing" in str(told[0].message), "measures nothing" in str(told[1].message)] == [True, True]
+        assert {warning.filename for warning in told} == {__file__}
+        with pytest.warns(UserWarning, match="found nothing") as told:
+            run(circuit, observables="Z0", noise=noise)
+        assert len(told) == 1
+
+
 def test_the_last_reading_of_a_bit_counts():
     misread = Instruction("measure", (0,), clbits=(0,), detail=Readout(((1.0, 0.0),)))
     circuit = Circuit(2, 1).append(misread).x(1).measure(1, 0)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 namespace velacamplix::channels {
@@ -17,11 +18,15 @@ public:
     unsigned long next(unsigned long from, double number) const;
 
 private:
+    // What `next` finds, without a logarithm; nothing where rounding could decide.
+    std::optional<unsigned long> quickly_found(unsigned long from, double number) const;
+
     // Minus the logarithm of the chance that nothing happens up to a place, this one included. Certain events count
     // nothing: they are in a list of their own.
     std::vector<double> hazard;
     std::vector<unsigned long> certain;
-    double never;  // what a number must be below for nothing to happen at all
+    std::vector<double> left;  // exp(-hazard), unless that becomes too small
+    double never;              // what a number must be below for nothing to happen at all
 };
 
 }  // namespace velacamplix::channels

@@ -53,3 +53,37 @@ TEST(event_times, thousands_of_small_probabilities_add_up) {
     const auto found = shares(times, 0, 20'000);
     EXPECT_NEAR(found.back(), std::pow(0.999, 5000), 2.0 / 20'000);
 }
+
+// What is found without a logarithm is what the logarithm finds, next to every boundary too.
+TEST(event_times, logarithms_decide_at_boundaries) {
+    for (const auto& probabilities : std::vector<std::vector<double>>{{0.25, 0, 0.5, 0.01, 0.999},
+                                                                      std::vector<double>(200, 0.02),
+                                                                      {0.5, 1, 0.5},
+                                                                      std::vector<double>(80, 0.9999)}) {
+        const event_times times(probabilities);
+        for (unsigned long from = 0; from <= probabilities.size(); ++from) {
+            std::vector<double> hazard;
+            double sum = 0, before = 0;
+            for (unsigned long place = 0; place < probabilities.size(); ++place) {
+                if (place == from) before = sum;
+                if (probabilities[place] < 1) sum -= std::log1p(-probabilities[place]);
+                hazard.push_back(sum);
+            }
+            if (from == probabilities.size()) before = sum;
+            for (unsigned long place = from; place < probabilities.size(); ++place) {
+                double number = std::exp(before - hazard[place]);
+                for (int i = 0; i < 6; ++i) number = std::nextafter(number, 0);
+                for (int i = 0; i < 12; ++i, number = std::nextafter(number, 1)) {
+                    if (!(number > 0 && number < 1)) continue;
+                    const double passed = before - std::log(number);
+                    unsigned long expected = from;
+                    while (expected < probabilities.size() && probabilities[expected] < 1 &&
+                           hazard[expected] <= passed) {
+                        ++expected;
+                    }
+                    ASSERT_EQ(times.next(from, number), expected) << "from " << from << " near " << place;
+                }
+            }
+        }
+    }
+}

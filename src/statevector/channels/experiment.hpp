@@ -40,8 +40,9 @@ struct experiment {
     const pbamplix::cpu::trajectory_settings& settings;
     int threads_per_state;
 
-    std::vector<waiting_shot> shots = {};  // in the order of their events
-    std::size_t next = 0;                  // the first that nobody has taken; guarded by
+    std::vector<waiting_shot> shots = {};   // those with an event, in the order of their events
+    std::vector<unsigned long> quiet = {};  // the others
+    std::size_t next = 0;                   // the first that nobody has taken; guarded by
     std::mutex mutex = {};
 
     std::atomic<unsigned long> done = 0;  // shots
@@ -57,13 +58,18 @@ struct stopped_by_another {};
 void draw_event(waiting_shot& shot, const noise_list& noise, std::uint64_t seed, unsigned long from,
                 std::uint32_t first_stream);
 
+// Draws the first events of the shots first ... last - 1: those that have one are added to `shots`, those that have
+// none to `quiet`.
+void draw_first_events(const noise_list& noise, std::uint64_t seed, unsigned long first, unsigned long last,
+                       std::vector<waiting_shot>& shots, std::vector<unsigned long>& quiet);
+
 // One thread's part: it takes shots in the order of their first events and walks with a state of its own through the
 // program, as no event would have it; for each event a copy of the state goes another way.
 template <class T>
 class walker {
 public:
-    // Asks for the memory of two states.
-    explicit walker(experiment<T>& shared, bool tells);
+    // The runner is of the experiment's gates and outlives the walker.
+    walker(experiment<T>& shared, list_runner<T>& runner, bool tells);
 
     // Takes shots as long as there are some.
     void work();
@@ -92,12 +98,14 @@ private:
     void branch(part chosen, unsigned long site, const thrust::complex<T>* state);
     void follow(group shots, unsigned long gate, thrust::complex<T>* state);
     void finish(const group& shots, const thrust::complex<T>* state);
+    void finish(const std::vector<unsigned long>& shots, std::uint64_t history, const thrust::complex<T>* state);
+    std::vector<unsigned long> take_quiet();
     state_array spare();
 
     experiment<T>& shared;
     bool tells;
     replay::run_hook hook;
-    list_runner<T> runner;
+    list_runner<T>& runner;
     std::uint32_t first_stream = 0;
     std::vector<state_array> spares;
     group returned;  // shots to which an event has done the usual, a heap with the earliest event in front

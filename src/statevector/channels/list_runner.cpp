@@ -77,8 +77,9 @@ bool list_runner<T>::run(unsigned long first, unsigned long last, thrust::comple
         return goes_on;
     }
     const replay::run_hook heard = [&](unsigned long, unsigned long) { return goes_on = !hook || hook(0, 0); };
+    const bool is_whole = first == 0 && last == operations.size();  // a run without events, whose plan stays
     while (first < last && goes_on) {
-        const unsigned long end = std::min(last, (first / block + 1) * block);
+        const unsigned long end = is_whole ? last : std::min(last, (first / block + 1) * block);
         replay::schedule<T>* const schedule = schedule_for(first, end, heard);
         if (schedule == nullptr) return false;
         schedule->run(operations.subspan(first, end - first), state, heard);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <vector>
 
 using pbamplix::cpu::philox;
 using Words = std::array<std::uint32_t, 4>;
@@ -27,6 +28,23 @@ TEST(philox, numbers_of_a_shot_are_those_the_header_tells) {
     pbamplix::cpu::shot_words(0x1111111122222222, 0x3333333344444443, 3, 5, 10, first);
     EXPECT_EQ(first[1], words[0]);
     EXPECT_EQ(std::set<unsigned long>(first, first + 3).size(), 3u);
+}
+
+TEST(philox, many_shots_have_the_words_of_each) {
+    std::vector<unsigned long> shots;
+    for (unsigned long i = 0; i < 37; ++i) shots.push_back(i * 0x123456789);
+    std::vector<std::uint64_t> first(37), second(37);
+    for (const unsigned long count : {0ul, 1ul, 16ul, 37ul}) {
+        const std::uint64_t seed = 0xFFFFFFFF80000001 + count;
+        velacamplix::channels::words_of_shots(seed, 4, pbamplix::cpu::shot_stream::readout, 7, shots.data(), count,
+                                              first.data(), second.data());
+        for (unsigned long i = 0; i < count; ++i) {
+            const velacamplix::channels::shot_numbers numbers{seed, shots[i], 4};
+            const auto words = numbers.words(pbamplix::cpu::shot_stream::readout, 7);
+            EXPECT_EQ(first[i], words[0]);
+            EXPECT_EQ(second[i], words[1]);
+        }
+    }
 }
 
 TEST(philox, unit_numbers_stay_below_one) {

@@ -21,6 +21,11 @@ struct shot_numbers {
     }
 };
 
+// The same for `count` shots with numbers of their own, side by side where the processor can. Writes the first and
+// the second word of each.
+void words_of_shots(std::uint64_t seed, std::uint32_t first_stream, shot_stream of, std::uint32_t index,
+                    const unsigned long* shots, unsigned long count, std::uint64_t* first, std::uint64_t* second);
+
 // A number in [0, 1) with 53 random bits.
 inline double unit_number(std::uint64_t word) { return static_cast<double>(word >> 11) * 0x1p-53; }
 

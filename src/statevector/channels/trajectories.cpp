@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <thread>
 
 namespace pbamplix::cpu {
@@ -32,39 +33,52 @@ constexpr unsigned fewest_shared_qubits = 18;
 // through the program again.
 constexpr unsigned long most_at_once = 1ul << 20;
 
+// Bounds the memory for plans that stay between two calls to some 100 MiB.
+constexpr unsigned long most_kept_gates = 1ul << 18;
+
 // Draws the first events of some shots and puts them in the order in which they are made.
 template <class T>
 void draw_shots(experiment<T>& made, unsigned long first, unsigned long count) {
-    const std::uint64_t seed = made.settings.seed;
     made.next = 0;
-    made.shots.resize(count);
-    storage::parallel_shares(count, count * sizeof(waiting_shot), made.settings.nthreads,
-                             [&](unsigned long begin, unsigned long end) {
-                                 for (unsigned long s = begin; s < end; ++s) {
-                                     waiting_shot& shot = made.shots[s];
-                                     shot = {0, first + s, 0, 0, 0};
-                                     channels::draw_event(shot, made.noise, seed, 0, 0);
-                                 }
-                             });
-    // Most shots may have no event; they need no sorting.
-    const auto quiet = std::stable_partition(made.shots.begin(), made.shots.end(),
-                                             [&](const waiting_shot& shot) { return shot.site != made.noise.size(); });
-    std::sort(made.shots.begin(), quiet, [](const waiting_shot& a, const waiting_shot& b) {
+    made.shots.clear();
+    made.quiet.clear();
+    if (made.noise.size() == 0) {
+        made.quiet.resize(count);
+        std::iota(made.quiet.begin(), made.quiet.end(), first);
+        return;
+    }
+    std::mutex mutex;
+    storage::parallel_shares(
+        count, count * sizeof(waiting_shot), made.settings.nthreads, [&](unsigned long begin, unsigned long end) {
+            std::vector<waiting_shot> shots;
+            std::vector<unsigned long> quiet;
+            channels::draw_first_events(made.noise, made.settings.seed, first + begin, first + end, shots, quiet);
+            const std::lock_guard lock(mutex);
+            made.shots.insert(made.shots.end(), shots.begin(), shots.end());
+            made.quiet.insert(made.quiet.end(), quiet.begin(), quiet.end());
+        });
+    std::sort(made.shots.begin(), made.shots.end(), [](const waiting_shot& a, const waiting_shot& b) {
         if (a.site != b.site) return a.site < b.site;
         return a.choice != b.choice ? a.choice < b.choice : a.shot < b.shot;
     });
 }
 
 template <class T>
-void make_shots(experiment<T>& made, unsigned long workers, unsigned long touched,
-                std::vector<trajectory_record>& records) {
+void make_shots(experiment<T>& made, std::vector<std::unique_ptr<list_runner<T>>>& runners, unsigned long workers,
+                unsigned long touched, std::vector<trajectory_record>& records) {
     std::vector<std::unique_ptr<walker<T>>> walkers(workers);
+    if (runners.size() < workers) runners.resize(workers);
     replay::at_work threads;
     const auto caller = std::this_thread::get_id();
     const auto work = [&](unsigned long worker) {
         const replay::at_work::one here(threads);
         const bool hears = std::this_thread::get_id() == caller && made.settings.hook;
-        walkers[worker] = std::make_unique<walker<T>>(made, hears);
+        auto& runner = runners[worker];
+        if (runner == nullptr) {
+            runner =
+                std::make_unique<list_runner<T>>(made.operations, made.calls, made.nqubits, made.threads_per_state);
+        }
+        walkers[worker] = std::make_unique<walker<T>>(made, *runner, hears);
         walkers[worker]->work();
         if (!hears) return;
         threads.outwait_others([&] {
@@ -147,10 +161,20 @@ struct trajectories<T>::implementation {
     noise_list noise;
     typename list_runner<T>::calls calls;
 
+    // What `run` keeps between two calls, the plans of every thread; for one size of the teams that share a state.
+    std::vector<std::unique_ptr<list_runner<T>>> runners = {};
+    int team = 0;
+
     // What `apply` keeps between two shots, for one number of threads.
     trajectory_settings of_one_shot = {};
     std::unique_ptr<experiment<T>> single = nullptr;
+    std::unique_ptr<list_runner<T>> single_runner = nullptr;
     std::unique_ptr<walker<T>> one = nullptr;
+
+    void keep_runners_for(int of_size) {
+        if (team != of_size) runners.clear();
+        team = of_size;
+    }
 
     void check_initial(const PybindAmplixStateVectorCPU<T>& state) const {
         if (state.amplitudes == nullptr) refuse("The state has no amplitudes");
@@ -214,7 +238,10 @@ trajectory_result trajectories<T>::run(const trajectory_settings& settings,
     content.check(settings);
     const unsigned n = content.nqubits;
     const unsigned long state_bytes = sizeof(thrust::complex<T>) << n;
-    const bool one_per_thread = n < fewest_shared_qubits;
+    // Where nothing can happen all shots are one state.
+    const bool one_per_thread = n < fewest_shared_qubits && content.noise.events_per_shot() > 0;
+    const int threads_per_state = one_per_thread ? 1 : settings.nthreads;
+    content.keep_runners_for(storage::team_size(threads_per_state));
 
     experiment<T> made{content.operations,
                        content.calls,
@@ -222,21 +249,20 @@ trajectory_result trajectories<T>::run(const trajectory_settings& settings,
                        n,
                        initial == nullptr ? nullptr : initial->amplitudes.get(),
                        settings,
-                       one_per_thread ? 1 : settings.nthreads};
+                       threads_per_state};
     std::vector<trajectory_record> records;
     for (unsigned long done = 0; done < settings.shots; done += most_at_once) {
         const unsigned long count = std::min(settings.shots - done, most_at_once);
         draw_shots(made, settings.first_shot + done, count);
-        const auto noisy = static_cast<unsigned long>(
-            std::count_if(made.shots.begin(), made.shots.end(),
-                          [&](const waiting_shot& shot) { return shot.site != content.noise.size(); }));
+        const unsigned long noisy = made.shots.size();
         // What all gates touch; that a region is worth its while shows long before the sum could overflow.
         const unsigned long touched =
             one_per_thread ? state_bytes * std::min(noisy * content.operations.size(), 1ul << 20) : 0;
         const unsigned long workers = storage::most_bodies(std::max(1ul, noisy), touched, settings.nthreads);
         storage::refuse_beyond_free_memory(workers * (noisy == 0 ? 1 : 2) * state_bytes);
-        make_shots(made, workers, touched, records);
+        make_shots(made, content.runners, workers, touched, records);
     }
+    if (content.runners.size() * content.operations.size() > most_kept_gates) content.runners.clear();
     unite(records);
     return summed(records, settings.observables.size(), settings.shots);
 }
@@ -251,7 +277,9 @@ bool trajectories<T>::apply(PybindAmplixStateVectorCPU<T>& state, std::uint64_t 
         content.one.reset();
         content.single.reset(new experiment<T>{content.operations, content.calls, content.noise, content.nqubits,
                                                nullptr, content.of_one_shot, threads});
-        content.one = std::make_unique<walker<T>>(*content.single, true);
+        content.single_runner =
+            std::make_unique<list_runner<T>>(content.operations, content.calls, content.nqubits, threads);
+        content.one = std::make_unique<walker<T>>(*content.single, *content.single_runner, true);
     }
     content.of_one_shot.seed = seed;
     content.single->stopped = false;

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 namespace velacamplix::channels {
 
@@ -48,19 +49,35 @@ void copy_state(const thrust::complex<T>* from, thrust::complex<T>* to, unsigned
 
 void draw_event(waiting_shot& shot, const noise_list& noise, std::uint64_t seed, unsigned long from,
                 std::uint32_t first_stream) {
-    if (noise.size() == 0) {
-        shot.site = 0;
-        return;
-    }
     const shot_numbers numbers{seed, shot.shot, first_stream};
     const auto drawn = numbers.words(shot_stream::events, shot.index++);
     shot.site = noise.next_event(from, unit_number(drawn[0]));
     shot.choice = unit_number(drawn[1]);
 }
 
+void draw_first_events(const noise_list& noise, std::uint64_t seed, unsigned long first, unsigned long last,
+                       std::vector<waiting_shot>& shots, std::vector<unsigned long>& quiet) {
+    constexpr unsigned long at_once = 256;
+    unsigned long numbers[at_once];
+    std::uint64_t times[at_once], choices[at_once];
+    for (; first < last; first += at_once) {
+        const unsigned long count = std::min(at_once, last - first);
+        std::iota(numbers, numbers + count, first);
+        words_of_shots(seed, 0, shot_stream::events, 0, numbers, count, times, choices);
+        for (unsigned long i = 0; i < count; ++i) {
+            const unsigned long site = noise.next_event(0, unit_number(times[i]));
+            if (site == noise.size()) {
+                quiet.push_back(numbers[i]);
+            } else {
+                shots.push_back({site, numbers[i], unit_number(choices[i]), 1, 0});
+            }
+        }
+    }
+}
+
 template <class T>
-walker<T>::walker(experiment<T>& of, bool is_caller)
-    : shared(of), tells(is_caller), runner(of.operations, of.calls, of.nqubits, of.threads_per_state) {
+walker<T>::walker(experiment<T>& of, list_runner<T>& of_gates, bool is_caller)
+    : shared(of), tells(is_caller), runner(of_gates) {
     hook = [this](unsigned long, unsigned long) {
         if (tells && shared.settings.hook) shared.settings.hook(shared.done, shared.settings.shots);
         return !shared.stopped;
@@ -114,13 +131,26 @@ auto walker<T>::take(unsigned long here) -> group {
     if (!shared.settings.shares_prefixes) return {all[shared.next++]};
 
     // Where a state decides, nobody takes so many that others would have nothing to do.
-    const bool all_alike = site == noise.size();
-    const bool is_known = !all_alike && noise.channel_at(site).is_mixture;
-    const unsigned long most = all_alike || is_known ? all.size() : 16 + all.size() / 256;
+    const bool is_known = noise.channel_at(site).is_mixture;
+    const unsigned long most = is_known ? all.size() : 16 + all.size() / 256;
     const unsigned way = is_known ? noise.chosen(site, all[shared.next].choice) : 0;
     while (shared.next < all.size() && all[shared.next].site == site && taken.size() < most) {
         if (is_known && noise.chosen(site, all[shared.next].choice) != way) break;
         taken.push_back(all[shared.next++]);
+    }
+    return taken;
+}
+
+// All shots without an event; or one, where each is made by itself.
+template <class T>
+std::vector<unsigned long> walker<T>::take_quiet() {
+    const std::lock_guard lock(shared.mutex);
+    std::vector<unsigned long> taken;
+    if (shared.settings.shares_prefixes || shared.quiet.empty()) {
+        taken.swap(shared.quiet);
+    } else {
+        taken.push_back(shared.quiet.back());
+        shared.quiet.pop_back();
     }
     return taken;
 }
@@ -158,6 +188,14 @@ void walker<T>::work() {
                 std::push_heap(returned.begin(), returned.end(), is_later);
             }
         }
+    }
+    for (auto quiet = take_quiet(); !quiet.empty(); quiet = take_quiet()) {
+        if (!shared.settings.shares_prefixes) {
+            start(state.get());
+            gate = 0;
+        }
+        advance(gate, shared.operations.size(), state.get());
+        finish(quiet, 0, state.get());
     }
     spares.push_back(std::move(state));
 }
@@ -277,12 +315,20 @@ void walker<T>::follow(group shots, unsigned long gate, thrust::complex<T>* stat
 
 template <class T>
 void walker<T>::finish(const group& shots, const thrust::complex<T>* state) {
+    std::vector<unsigned long> numbers;
+    for (const waiting_shot& shot : shots) numbers.push_back(shot.shot);
+    finish(numbers, shots.front().history, state);
+}
+
+// The end of some shots, at least one, that are all in this state.
+template <class T>
+void walker<T>::finish(const std::vector<unsigned long>& shots, std::uint64_t history,
+                       const thrust::complex<T>* state) {
     const auto& settings = shared.settings;
     if (settings.outcomes != nullptr) {
-        std::vector<unsigned long> words, outcomes(shots.size());
-        for (const waiting_shot& shot : shots) {
-            words.push_back(shot_numbers{settings.seed, shot.shot, first_stream}.words(shot_stream::outcome, 0)[0]);
-        }
+        std::vector<unsigned long> words(shots.size()), outcomes(shots.size());
+        words_of_shots(settings.seed, first_stream, shot_stream::outcome, 0, shots.data(), shots.size(), words.data(),
+                       outcomes.data());
         measurement::given_outputs engine{words.data()};
         const pbamplix::SVSequence<thrust::complex<T>> plain{state, shared.nqubits, shared.size()};
         if constexpr (std::is_same_v<T, double>) {
@@ -294,26 +340,24 @@ void walker<T>::finish(const group& shots, const thrust::complex<T>* state) {
                                                   shared.threads_per_state, settings.measured);
         }
         for (std::size_t i = 0; i < shots.size(); ++i) {
-            settings.outcomes[shots[i].shot - settings.first_shot] = outcomes[i];
+            settings.outcomes[shots[i] - settings.first_shot] = outcomes[i];
         }
     }
-    if (!shots.empty()) {
-        trajectory_record record{shots.front().history, shots.size(), {}};
-        double norm = 1;
-        if (!settings.observables.empty() && !shared.noise.keeps_norms()) {
-            norm = pbamplix::cpu::overlap(state, state, shared.size(), shared.threads_per_state).real();
-            measurement::require_total(norm);
-        }
-        for (const auto& observable : settings.observables) {
-            thrust::complex<double> sum(0, 0);
-            for (const auto& value :
-                 pbamplix::cpu::term_values(state, observable, shared.size(), shared.threads_per_state)) {
-                sum += value;
-            }
-            record.values.push_back(sum / norm + observable.constant);
-        }
-        found.push_back(std::move(record));
+    trajectory_record record{history, shots.size(), {}};
+    double norm = 1;
+    if (!settings.observables.empty() && !shared.noise.keeps_norms()) {
+        norm = pbamplix::cpu::overlap(state, state, shared.size(), shared.threads_per_state).real();
+        measurement::require_total(norm);
     }
+    for (const auto& observable : settings.observables) {
+        thrust::complex<double> sum(0, 0);
+        for (const auto& value :
+             pbamplix::cpu::term_values(state, observable, shared.size(), shared.threads_per_state)) {
+            sum += value;
+        }
+        record.values.push_back(sum / norm + observable.constant);
+    }
+    found.push_back(std::move(record));
     shared.done += shots.size();
     if (!hook(0, 0)) throw stopped_by_another();
 }

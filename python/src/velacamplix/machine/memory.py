@@ -1,5 +1,6 @@
 """Refuses arrays that do not fit, before anything is allocated, and says what would."""
 
+import os
 
 from ..basics import checks
 from ..basics.types import Precision
@@ -119,6 +120,17 @@ def require_density(n: int, precision: Precision, root: str = "/") -> None:
         f"{_fits('The largest n that fits', None if most is None else most // 2, precision)}. The other way out: "
         'run(circuit, method="trajectories"), which follows states of 2**n amplitudes.'
     )
+
+
+def density_fits(n: int, precision: Precision) -> bool:
+    """Return whether a density matrix of `n` qubits fits. For one beyond the machine nobody looks at what is free."""
+    if n > _MOST_QUBITS or BYTES_PER_AMPLITUDE[precision] << 2 * n > os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES"):
+        return False
+    try:
+        require_density(n, precision)
+    except MemoryError:
+        return False
+    return True
 
 
 def require_bytes(needed: int, what: str, root: str = "/") -> None:

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import warnings
 from collections.abc import Iterable, Iterator, Sequence
 
 from ..basics import checks
@@ -24,24 +23,21 @@ def applied(
     idle: Sequence[Idle],
     durations: Durations,
     readout: Sequence[Misread],
-    stacklevel: int,
-) -> list[Circuit]:
-    """Return circuits with noise in them; see `NoiseModel.apply`; `stacklevel` of warnings, as of the caller.
+) -> tuple[list[Circuit], str]:
+    """Return circuits with noise in them, see `NoiseModel.apply`, and what to warn of, or nothing.
 
     A rule must find something in one of them.
     """
     work = _Applying(rules, Timing(idle, durations) if idle else None, readout)
     noisy = [circuit._with(list(work.body(circuit.instructions, work.clock()))) for circuit in circuits]
     missed = [rule.call() for rule in rules if not rule.is_optional and rule not in work.matched]
-    if missed and circuits:
-        there = ", ".join(sorted(map(written, work.met))) or "none"
-        warnings.warn(
-            f"{shortened(', '.join(missed))} found nothing to stand beside; "
-            f"{'the circuit has' if len(circuits) == 1 else 'the circuits have'} these gates: {shortened(there)}",
-            UserWarning,
-            stacklevel=stacklevel + 1,
-        )
-    return noisy
+    if not (missed and circuits):
+        return noisy, ""
+    there = ", ".join(sorted(map(written, work.met))) or "none"
+    return noisy, (
+        f"{shortened(', '.join(missed))} found nothing to stand beside; "
+        f"{'the circuit has' if len(circuits) == 1 else 'the circuits have'} these gates: {shortened(there)}"
+    )
 
 
 class _Applying:

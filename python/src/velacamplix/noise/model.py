@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import warnings
 from collections.abc import Mapping, Sequence
 from typing import Any, Self
 
@@ -257,12 +258,14 @@ class NoiseModel(Guiding):
         """
         if not isinstance(circuit, Circuit):
             raise TypeError(f"circuit must be a Circuit, got {checks.show(circuit)}")
-        return self._applied([circuit], stacklevel=2)[0]
+        (noisy,), warning = self._applied([circuit])
+        if warning:
+            warnings.warn(warning, UserWarning, stacklevel=2)
+        return noisy
 
-    def _applied(self, circuits: Sequence[Circuit], stacklevel: int) -> list[Circuit]:
-        """Do what `apply` does with each circuit; `stacklevel` as of this method."""
-        rules = self._rules, self._idle, self._durations, self._readout
-        return applied(circuits, *rules, stacklevel=stacklevel + 1)
+    def _applied(self, circuits: Sequence[Circuit]) -> tuple[list[Circuit], str]:
+        """Do what `apply` does with each circuit, and return what to warn of, or nothing."""
+        return applied(circuits, *self._parts())
 
     def readout_of(self, qubit: int) -> tuple[float, float]:
         """Return how an outcome of this qubit is misread: the probabilities of writing 1 for 0, and 0 for 1.

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import warnings
 from collections.abc import Sequence
-from typing import Any, Literal
+from typing import Any, Literal, cast
 
 from ..basics import checks
 from ..basics.types import Precision
@@ -43,20 +43,33 @@ def with_noise(circuits: Sequence[Circuit], name: str, noise: Any, has_shots: bo
             f"noise must be a NoiseModel or None, got {checks.show(noise)}; circuit.channel(channel, qubits) puts a single "
             "channel into a circuit"
         )
-    noisy = noise._applied(circuits, stacklevel=3)
-    # Misreadings belong to measurements: the qubits of a circuit without one are read as they are.
-    for place, circuit in enumerate(circuits if has_shots else ()):
+    kept: dict[Any, Any] = {}
+    if len(circuits) == 1:
+        # A circuit keeps, until it is changed, the last model that it was run with and what came of that.
+        if circuits[0]._prepared is None:
+            circuits[0]._prepared = {}
+        kept = circuits[0]._prepared
+    model, noisy, told = kept.get(("noisy", name), (None, (), ()))
+    if model is not noise:
+        noisy, unmatched = noise._applied(circuits)
+        told = unmatched, _misreads_nothing(circuits, name, noise)
+        kept["noisy", name] = noise, noisy, told
+    for warning in filter(None, told[: 1 + has_shots]):
+        warnings.warn(warning, UserWarning, stacklevel=3)
+    return cast(Sequence[Circuit], noisy)
+
+
+def _misreads_nothing(circuits: Sequence[Circuit], name: str, noise: NoiseModel) -> str:
+    """Return what to warn of, or nothing: the qubits of a circuit without a measurement are read as they are."""
+    for place, circuit in enumerate(circuits):
         if any([step.name == "measure" for step in leaves(circuit._instructions)]):
             continue
         if any([any(noise.readout_of(q)) for q in range(circuit.n_qubits)]):
-            warnings.warn(
+            return (
                 f"noise misreads measurements, but {name.format(place)} measures nothing, so its shots are read without "
-                "errors; Circuit.measure_all adds measurements",
-                UserWarning,
-                stacklevel=3,
+                "errors; Circuit.measure_all adds measurements"
             )
-            break
-    return noisy
+    return ""
 
 
 def checked_first_shot(first_shot: Any, circuits: Sequence[Circuit], name: str, is_noisy: bool) -> int | None:
@@ -119,9 +132,5 @@ def settled(circuit: Circuit, request: Request) -> tuple[str, tuple[MethodCost, 
 
 def _exact(outlook: Outlook, precision: Precision) -> MethodCost:
     n = outlook.n_qubits
-    try:
-        memory.require_density(n, precision)
-        fits = True
-    except MemoryError:
-        fits = False
-    return MethodCost("exact", outlook.exact_seconds(), memory.BYTES_PER_AMPLITUDE[precision] << 2 * n, fits)
+    size = memory.BYTES_PER_AMPLITUDE[precision] << 2 * n
+    return MethodCost("exact", outlook.exact_seconds(), size, memory.density_fits(n, precision))

@@ -66,9 +66,11 @@ def _exact_result(
     errors: Any = None
     if values is not None:
         errors = np.zeros(np.shape(values)) if np.ndim(values) else 0.0
+    written = tuple(sorted(written_bits(circuit.instructions)))
     return _result(
-        circuit, shots, made.seed, threads, precision, made.active_qubits, made.rows, values, errors, made.saved, plan, timings
-    )
+        circuit, shots, made.seed, threads, precision, made.active_qubits, written, made.rows, values, errors, made.saved,
+        plan, timings,
+    )  # fmt: skip
 
 
 def _trajectory_result(
@@ -89,8 +91,9 @@ def _trajectory_result(
         spread = made.standard_errors if len(made.rows) > 1 else np.full(len(made.standard_errors), np.nan)
         errors = spread.copy() if observed.are_many else float(spread[0])
     return _result(
-        circuit, len(made.rows), made.seed, threads, precision, made.active_qubits, made.rows, values, errors, made.saved, plan, timings
-    )
+        circuit, len(made.rows), made.seed, threads, precision, made.active_qubits, made.written_bits, made.rows, values, errors,
+        made.saved, plan, timings,
+    )  # fmt: skip
 
 
 def _result(
@@ -100,6 +103,7 @@ def _result(
     threads: int,
     precision: Precision,
     active: tuple[int, ...],
+    written: tuple[int, ...],
     rows: np.ndarray | None,
     values: Any,
     errors: Any,
@@ -107,7 +111,6 @@ def _result(
     plan: Plan,
     timings: Timings,
 ) -> Result:
-    written = sorted(written_bits(circuit.instructions))
     return Result(
         n_qubits=circuit.n_qubits,
         n_clbits=circuit.n_clbits,
@@ -121,7 +124,7 @@ def _result(
         rows=rows,
         state=None,
         measured=frozenset(),
-        measured_bits=tuple(written),
+        measured_bits=written,
         readings={},
         known_bits=0,
         expectation_values=values,

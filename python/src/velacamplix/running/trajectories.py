@@ -34,7 +34,7 @@ _BYTES_PER_SHOT = 48  # while it waits for its event, in the core
 _REFUSED_IN_THE_CORE = "std::bad_alloc"
 _BYTES_PER_VALUE = 40  # of an observable in a shot, while errors are formed
 
-# From so many qubits on the core's threads share a state.
+# From so many qubits on the core's threads share a state, as they do where nothing can happen.
 _FEWEST_SHARED_QUBITS = 18
 
 
@@ -45,6 +45,8 @@ class Trajectories(NamedTuple):
     ----------
     active_qubits : tuple of int
         All others are 0.
+    written_bits : tuple of int
+        Classical bits that the circuit measures into.
     gates : int
         Those of a run without events.
     distinct : int
@@ -58,6 +60,7 @@ class Trajectories(NamedTuple):
     """
 
     active_qubits: tuple[int, ...]
+    written_bits: tuple[int, ...]
     gates: int
     distinct: int
     rows: np.ndarray
@@ -106,7 +109,8 @@ def run_trajectories(
         made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost, saver)
         with metered(progress, shots, "shots") as meter:
             distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
-        return Trajectories(segments.active, sum(map(len, found.programs)), distinct, rows, number, means, errors, saver.saved())
+        gates = sum(map(len, found.programs))
+        return Trajectories(segments.active, segments.written_bits, gates, distinct, rows, number, means, errors, saver.saved())
 
 
 def _state_bytes(found: PreparedTrajectories, shots: int, threads: int, precision: Precision, start: Start) -> int:
@@ -117,7 +121,7 @@ def _state_bytes(found: PreparedTrajectories, shots: int, threads: int, precisio
     n, states = len(found.segments.active), 2
     if found.is_plain:
         own = min(threads, shots) if n < _FEWEST_SHARED_QUBITS else 1
-        states = own * (2 if found.events_per_shot else 1) + (not start.is_zero)
+        states = (2 * own if found.events_per_shot else 1) + (not start.is_zero)
     return states * (memory.BYTES_PER_AMPLITUDE[precision] << n)
 
 
