@@ -8,6 +8,7 @@ from typing import Any, NamedTuple
 from ..instructions.instruction import Instruction
 from .algebra import Algebra
 from .base import ObservableBase, ObservableLike
+from .frameworks import Frameworks
 from .grouping import commuting, turned_to_z
 from .matrices import Matrices
 from .projectors import Projectors
@@ -16,7 +17,7 @@ from .terms import Number, Term
 __all__ = ["CommutingGroup", "Observable", "ObservableBase", "ObservableLike"]
 
 
-class Observable(Algebra, Matrices, Projectors):
+class Observable(Algebra, Matrices, Projectors, Frameworks):
     """A weighted sum of products of Pauli operators, plus a constant. Does not change once made.
 
     Observables and numbers are added, subtracted and multiplied with ``+``, ``-``, ``*`` and ``/``; ``@`` and ``*``
