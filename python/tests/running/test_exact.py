@@ -2,6 +2,7 @@
 
 import json
 import os
+import pickle
 import subprocess
 from pathlib import Path
 
@@ -178,6 +179,25 @@ def test_expectation_values_are_those_after_all_instructions():
         np.trace(velacamplix.Observable("Z0").to_matrix(3) @ rho).real
     )
     assert lost == {None: set()}
+
+
+def test_a_result_without_shots_tells_the_probabilities(tmp_path):
+    circuit = Circuit(3, 4).h(0).cx(0, 2).channel(Channel.bit_flip(0.125), 2)
+    result = velacamplix.run(circuit, method="exact")
+    assert dict(result.outcomes()) == pytest.approx({"000": 0.4375, "101": 0.4375, "001": 0.0625, "100": 0.0625})
+    assert [outcome for outcome, _ in result.outcomes(3)] == ["000", "101", "001"]
+    assert json.loads(json.dumps(result.to_dict()))["outcomes"] == dict(result.outcomes())
+    assert result.to_rows(1) == [{"outcome": "000", "probability": pytest.approx(0.4375)}]
+    measured = circuit.copy().append(read(2, 3, 0.0, 0.5)).append(read(0, 1))
+    told = velacamplix.run(measured, method="exact")
+    assert dict(told.outcomes()) == pytest.approx({"00": 0.46875, "11": 0.21875, "10": 0.28125, "01": 0.03125})
+    for kept in result, told, velacamplix.run(Circuit(70).x(69), method="exact"):
+        kept.save(tmp_path / "kept.npz")
+        for again in (velacamplix.Result.load(tmp_path / "kept.npz"), pickle.loads(pickle.dumps(kept))):
+            assert again.outcomes() == kept.outcomes()
+    assert velacamplix.run(Circuit(70).x(69), method="exact").outcomes() == [("0" * 69 + "1", 1.0)]
+    with pytest.raises(RuntimeError, match="save_state at the end keeps it as a DensityMatrix"):
+        result.distribution()
 
 
 def test_a_measurement_whose_bit_is_written_again_is_one_all_the_same():

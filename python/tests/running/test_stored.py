@@ -233,6 +233,29 @@ def test_arrays_that_do_not_fit_are_refused(changes, words, path):
         Result.load(path)
 
 
+@pytest.mark.parametrize(
+    ("changes", "words"),
+    [
+        ({"outcomes": None}, "what it tells about outcomes is wrong"),
+        ({"probabilities": None}, "what it tells about outcomes is wrong"),
+        ({"probabilities": np.array(0.5)}, "what it tells about outcomes is wrong"),
+        ({"probabilities": np.zeros((2, 2))}, "what it tells about outcomes is wrong"),
+        ({"probabilities": np.zeros(3)}, "outcomes must have the type <u8 and the shape (3, 1)"),
+        ({"probabilities": np.array([0.5, np.nan])}, "what it tells about outcomes is wrong"),
+        ({"outcomes": np.array([[0], [8]], np.uint64)}, "what it tells about outcomes is wrong"),
+        ({"outcomes": np.zeros((0, 1), np.uint64), "probabilities": np.zeros(0)}, "what it tells about outcomes is wrong"),
+        ({"saved0_amplitudes": np.zeros(2, complex)}, "saved0_amplitudes must have the type <c16 and the shape (4,)"),
+    ],
+    ids=str,
+)
+def test_arrays_of_an_exact_run_that_do_not_fit_are_refused(changes, words, path):
+    run(Circuit(3).h(0).save_state("s"), method="exact").save(path)
+    Result.load(path)
+    rewritten(path, **changes)
+    with refused(ValueError, "path must be that of a Result that was saved, got", words):
+        Result.load(path)
+
+
 def test_facts_of_a_later_version_are_refused(path):
     full().save(path)
     rewritten(path, facts={"weather": "fine"})

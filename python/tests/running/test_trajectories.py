@@ -373,6 +373,9 @@ def test_without_noise_nothing_changes():
         ({"method": None}, TypeError, "method must be one of"),
         ({"method": "trajectories", "shots": None}, ValueError, "shots must be given"),
         ({"noise": 0.1}, TypeError, "noise must be a NoiseModel"),
+        ({"noise": NOISE.to_dict()}, TypeError, "NoiseModel.from_dict reads a dictionary"),
+        ({"first_shot": 3, "noise": NOISE, "shots": None}, ValueError, "first_shot must be left out without shots, got 3"),
+        ({"initial": np.eye(4) / 4}, ValueError, "DensityMatrix.from_array makes a state of the matrix"),
     ],
 )
 def test_what_has_no_meaning_is_refused(options, error, message):

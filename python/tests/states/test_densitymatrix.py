@@ -368,6 +368,14 @@ def test_what_is_no_density_matrix_is_refused(matrix, message):
     assert np.array_equal(rho.array, before)
 
 
+def test_matrices_and_amplitudes_in_the_place_of_each_other_are_told():
+    with pytest.raises(ValueError, match=r"set_state takes amplitudes, too"):
+        DensityMatrix.from_array([1, 0])
+    for act in (lambda: DensityMatrix(1).fidelity(np.eye(2) / 2), lambda: StateVector(1).set_state(np.eye(2), "little")):
+        with pytest.raises(ValueError, match="DensityMatrix.from_array makes a state of the matrix of a mixed one"):
+            act()
+
+
 def test_from_array_tells_wrong_shapes():
     with pytest.raises(ValueError, match=r"shape \(2\*\*n, 2\*\*n\), got shape \(3, 3\)"):
         DensityMatrix.from_array(np.eye(3) / 3)

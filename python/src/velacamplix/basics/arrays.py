@@ -35,7 +35,9 @@ def amplitudes_of_any_norm(value: Any, n_qubits: int, name: str, kind: str = "an
     if array.dtype.kind not in "iufc":
         raise TypeError(f"{expected}, got {checks.show(array)}")
     if array.shape != (2**n_qubits,):
-        raise ValueError(f"{expected}, got shape {array.shape}")
+        is_matrix = array.shape == (2**n_qubits,) * 2
+        cure = "; DensityMatrix.from_array makes a state of the matrix of a mixed one" if is_matrix else ""
+        raise ValueError(f"{expected}, got shape {array.shape}{cure}")
     return array
 
 

@@ -38,8 +38,8 @@ class Final:
         state = self._state
         if state is None and self.plan.method != "statevector":
             raise RuntimeError(
-                "there is no one final state: the run was one with noise, which leaves a mixture. "
-                "DensityMatrix(n).run(circuit) has it; the counts and run(..., observables=...) tell of it"
+                "there is no one final state: the run was one with noise, which leaves a mixture. Circuit.save_state at the "
+                "end keeps it as a DensityMatrix; outcomes() and run(..., observables=...) tell of it"
             )
         if state is None:
             raise RuntimeError(

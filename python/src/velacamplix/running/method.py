@@ -40,8 +40,8 @@ def with_noise(circuits: Sequence[Circuit], name: str, noise: Any, has_shots: bo
         return circuits
     if not isinstance(noise, NoiseModel):
         raise TypeError(
-            f"noise must be a NoiseModel or None, got {checks.show(noise)}; circuit.channel(channel, qubits) puts a single "
-            "channel into a circuit"
+            f"noise must be a NoiseModel or None, got {checks.show(noise)}; NoiseModel.from_dict reads a dictionary, and "
+            "circuit.channel(channel, qubits) puts a single channel into a circuit"
         )
     kept: dict[Any, Any] = {}
     if len(circuits) == 1:
@@ -72,10 +72,14 @@ def _misreads_nothing(circuits: Sequence[Circuit], name: str, noise: NoiseModel)
     return ""
 
 
-def checked_first_shot(first_shot: Any, circuits: Sequence[Circuit], name: str, is_noisy: bool) -> int | None:
-    """Return the number of the first shot, which only runs with noise have; `name` as for `run_many`."""
+def checked_first_shot(
+    first_shot: Any, shots: int | None, circuits: Sequence[Circuit], name: str, is_noisy: bool
+) -> int | None:
+    """Return the number of the first shot, which only runs with noise and shots have; `name` as for `run_many`."""
     if first_shot is None:
         return None
+    if shots is None:
+        raise ValueError(f"first_shot must be left out without shots, got {checks.show(first_shot)}; shots=N draws some")
     for place, circuit in enumerate(() if is_noisy else circuits):
         if not has_noise(circuit):
             raise ValueError(

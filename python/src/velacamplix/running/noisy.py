@@ -67,10 +67,13 @@ def _exact_result(
     if values is not None:
         errors = np.zeros(np.shape(values)) if np.ndim(values) else 0.0
     written = tuple(sorted(written_bits(circuit.instructions)))
-    return _result(
+    result = _result(
         circuit, shots, made.seed, threads, precision, made.active_qubits, written, made.rows, values, errors, made.saved,
         plan, timings,
     )  # fmt: skip
+    if shots is None:
+        result._exact = made.outcomes, made.probabilities
+    return result
 
 
 def _trajectory_result(

@@ -20,7 +20,7 @@ from ..results.counts import Counts
 from ..results.estimate import share_error
 from ..results.plan import Plan, Timings
 from ..states.base import Qubits, highest_first
-from ..states.outcomes import most_probable
+from ..states.outcomes import best_of, most_probable
 from ..states.statevector import StateVector
 from ..views import html
 from . import observing
@@ -110,6 +110,8 @@ class Result(Answers, Stored, Guiding):
         self.expectation_values, self.saved = expectation_values, saved
         self.standard_errors = standard_errors
         self.timings, self.plan = timings, plan
+        # Of an exact run with noise and without shots: rows of outcomes, as those of shots, and their probabilities.
+        self._exact: tuple[np.ndarray, np.ndarray] | None = None
         self.n_bits = n_clbits if is_of_clbits else n_qubits
         self._registers = [r for r in registers if r.kind == ("classical" if is_of_clbits else "quantum")]
         self._rows, self._state, self._measured = rows, state, measured
@@ -222,7 +224,7 @@ class Result(Answers, Stored, Guiding):
     def outcomes(self, k: int = 10) -> list[tuple[str, float]]:
         """Return the k most likely outcomes, each with its share, the largest first.
 
-        With shots the share is that of the shots; without, it is the exact probability. Outcomes are those of the classical
+        With shots the share is that of the shots; without, it is the exact probability, with noise too. Outcomes are those of the classical
         bits in `measured_bits`, or of all qubits if the circuit measures nothing; the lowest is leftmost. What rounding
         leaves of impossible outcomes is left out; of equally likely ones the lower numbers come first.
 
@@ -247,6 +249,13 @@ class Result(Answers, Stored, Guiding):
         most = checks.integer(k, "k", minimum=1)
         if self._rows is not None:
             return [(outcome, times / len(self._rows)) for outcome, times in self._most_likely(most)]
+        if self._exact is not None:
+            rows, shares = self._exact
+            best = best_of(shares, most, self.precision)
+            bits = shot_rows.bits(rows[[place for place, _ in best]], self.n_bits)
+            if self.measured_bits:
+                bits = bits[:, self.measured_bits]
+            return [("".join(map(str, row)), share) for row, (_, share) in zip(bits.tolist(), best)]
         # A qubit that was measured twice fills two places of an outcome, but is read once; one without gates is 0.
         places = {qubit: place for place, qubit in enumerate(self.active_qubits)}
         if self.measured_bits:
@@ -256,10 +265,10 @@ class Result(Answers, Stored, Guiding):
             sources, known = list(range(self.n_qubits)), ["0"] * self.n_qubits
         read = [qubit for qubit in dict.fromkeys(sources) if qubit in places]
         column = {qubit: i for i, qubit in enumerate(read)}
-        best = most_probable(self.compact_state, most, [places[qubit] for qubit in read if qubit is not None])
+        likely = most_probable(self.compact_state, most, [places[qubit] for qubit in read if qubit is not None])
         return [
             ("".join(text[column[q]] if q in column else bit for q, bit in zip(sources, known)), share)
-            for text, share in best
+            for text, share in likely
         ]
 
     def _most_likely(self, k: int) -> list[tuple[str, int]]:

@@ -228,7 +228,7 @@ def run(
         require_fusion(fusion),
         is_noisy,
         way,
-        checked_first_shot(first_shot, circuits, name, is_noisy),
+        checked_first_shot(first_shot, shots, circuits, name, is_noisy),
     )
     checked_progress(progress)
     lost = observing.Lost()

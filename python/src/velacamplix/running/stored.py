@@ -26,6 +26,7 @@ _MOST_BITS = 1_000_000
 # What a character of the text becomes when it is read, at most.
 _BYTES_PER_CHARACTER = 64
 # By the kind of what was saved.
+_ARRAYS = ("shots", "expectation_values", "standard_errors")
 _STATES: dict[str, Any] = {"state": StateVector, "density": DensityMatrix}
 
 
@@ -140,6 +141,8 @@ def _written(fields: dict[str, Any]) -> dict[str, np.ndarray]:
         arrays.update(state_arrays(fields["_state"], ""))
     if fields["expectation_values"] is not None:
         arrays["expectation_values"] = np.array(fields["expectation_values"])
+    if fields["_exact"] is not None:
+        arrays["outcomes"], arrays["probabilities"] = [np.asarray(one, order="C") for one in fields["_exact"]]
     if fields["standard_errors"] is not None:
         arrays["standard_errors"] = np.array(fields["standard_errors"], dtype=np.float64)
     for i, one in enumerate(kept.values()):
@@ -171,7 +174,7 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
     kept = facts.kept(len(active), n_qubits)
 
     names = {*about("", 0), "about"}
-    names.update(name for name in ("shots", "expectation_values", "standard_errors") if name in file)
+    names.update(name for name in (*_ARRAYS, "outcomes", "probabilities") if name in file)
     prefixes = ["" for _ in range("amplitudes" in file)]
     for i, (one, _) in enumerate(kept.values()):
         if one.missing is None and one.kind in _STATES:
@@ -199,15 +202,23 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
         "_registers": facts.registers(n_qubits, n_clbits), "_measured": frozenset(facts.integers("measured", n_qubits)),
         "_readings": facts.readings(n_qubits, n_clbits), "_known_bits": facts.bits("known_bits", n_clbits),
         "timings": Timings(*facts.numbers("timings", 4)), "plan": facts.plan(n_qubits), "expectation_values": None,
-        "standard_errors": None,
+        "standard_errors": None, "_exact": None,
         "_rows": None, "_state": None, "_counts": None,
     }  # fmt: skip
     facts.require_no_more()
     if n_shots is not None:
         words = shot_rows.words_for(n_bits)
         rows = file.array("shots", "<u8", (n_shots, words), told)
-        facts.require(int(rows[:, 0].max()) >> (n_bits - 64 * (words - 1)) == 0, "shots")
+        facts.require(_fit_bits(rows, n_bits), "shots")
         fields["_rows"] = rows
+    if "outcomes" in file or "probabilities" in file:
+        facts.require(n_shots is None and "outcomes" in file and "probabilities" in file, "outcomes")
+        shape = file.layout("probabilities")[1]
+        facts.require(len(shape) == 1, "outcomes")
+        rows = file.array("outcomes", "<u8", (*shape, shot_rows.words_for(n_bits)), told)
+        shares = file.array("probabilities", "<f8", shape, told)
+        facts.require(_fit_bits(rows, n_bits) and bool(((shares >= 0) & (shares <= 1)).all()), "outcomes")
+        fields["_exact"] = rows, shares
     if "amplitudes" in file:
         fields["_state"] = state_of("", len(active))
     if "expectation_values" in file:
@@ -228,6 +239,11 @@ def _read(file: npz.Reader, told: npz.Told) -> dict[str, Any]:
             one.value = values if one.kind == "probabilities" else values.item()
     fields["saved"] = Saved(n_qubits, active, {name: one for name, (one, _) in kept.items()})
     return fields
+
+
+def _fit_bits(rows: np.ndarray, n_bits: int) -> bool:
+    """Return whether there are rows, and none has more bits."""
+    return len(rows) > 0 and int(rows[:, 0].max()) >> (n_bits - 64 * (rows.shape[1] - 1)) == 0
 
 
 class _Facts:

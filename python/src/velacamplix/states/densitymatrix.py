@@ -143,7 +143,8 @@ class DensityMatrix(GateMethods, ManyQubitMethods, DensityReadout, DensityValues
         """
         shape = _shape(matrix, "matrix")
         if len(shape) != 2 or shape[0] != shape[1] or shape[0] == 0 or shape[0] & (shape[0] - 1):
-            raise ValueError(f"matrix must have the shape (2**n, 2**n), got shape {shape}")
+            cure = "; DensityMatrix(n).set_state takes amplitudes, too" if len(shape) == 1 else ""
+            raise ValueError(f"matrix must have the shape (2**n, 2**n), got shape {shape}{cure}")
         n = int(shape[0]).bit_length() - 1
         return cls(n, precision, threads, seed).set_state(matrix, order)
 

@@ -38,17 +38,25 @@ def most_probable(state: StateVector | DensityMatrix, count: int, qubits: Sequen
         if len(qubits) < state.n_qubits:
             raise
     else:
-        best = _best_of(probabilities, count, state.precision, _doubles)
+        best = best_of(probabilities, count, state.precision)
         return [(format(index, f"0{len(qubits)}b") if qubits else "", probability) for index, probability in best]
     # Every outcome is one amplitude, so no sum has to be formed and each piece of the array serves on the way. "Lower
     # number" then means that of the index.
-    best = _best_of(state.array, count, state.precision, _squares)
+    best = best_of(state.array, count, state.precision, _squares)
     return [("".join(str(index >> qubit & 1) for qubit in qubits), probability) for index, probability in best]
 
 
-def _best_of(
-    values: np.ndarray, count: int, precision: Precision, probabilities: Callable[[np.ndarray], np.ndarray]
+def _doubles(probabilities: np.ndarray) -> np.ndarray:
+    return probabilities.astype(np.float64, copy=False)
+
+
+def best_of(
+    values: np.ndarray,
+    count: int,
+    precision: Precision,
+    probabilities: Callable[[np.ndarray], np.ndarray] = _doubles,
 ) -> list[tuple[int, float]]:
+    """Return positions and probabilities of the most probable; a function makes probabilities of a piece of the values."""
     best: list[tuple[float, int, float]] = []  # rank, position, probability
     for start in range(0, len(values), _PIECE):
         piece = probabilities(values[start : start + _PIECE])
@@ -70,10 +78,6 @@ def _without_rounding(probabilities: np.ndarray, ignored: int) -> np.ndarray:
     """Round away the last binary digits, so that what should be equal is equal."""
     numbers = np.ascontiguousarray(probabilities).view(np.int64)
     return ((numbers + (1 << (ignored - 1))) >> ignored << ignored).view(np.float64)
-
-
-def _doubles(probabilities: np.ndarray) -> np.ndarray:
-    return probabilities.astype(np.float64, copy=False)
 
 
 def _squares(amplitudes: np.ndarray) -> np.ndarray:
