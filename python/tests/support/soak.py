@@ -193,6 +193,7 @@ def more(i):
     for method in ("exact", "trajectories"):
         run(Circuit(2).h(0).h(1), shots=20, seed=i, noise=noise, method=method, observables="Z0")
         run(measured, shots=5, seed=i, noise=noise, method=method)
+        run([measured.copy().save_probabilities("p"), Circuit(1).h(0)], shots=3, seed=i, noise=noise, method=method)
     run(measured.measure(1, 1), shots=20, precision="single").counts.most_likely(2)
     StateVector(N_QUBITS, "single", threads=2).run(bound).counts(5)
     Circuit(5).h(i % 5).rx(turn, 0).to_matrix()
