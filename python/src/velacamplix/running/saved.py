@@ -17,7 +17,7 @@ from ..observables.observable import Observable
 from ..programs.segments import Saving, Segments
 from ..states.base import StateBase
 from ..states.densitymatrix import DensityMatrix
-from ..states.mixing import MixedBranch, add, forget
+from ..states.mixing import MixedBranch, add, divide, forget
 from ..states.statevector import StateVector
 from . import observing
 from .branches import IMPOSSIBLE, Branch
@@ -231,8 +231,7 @@ class MixedSaver(Saver):
         """Return all that was kept, density matrices with trace 1."""
         for kept in self._kept.values():
             if kept.kind == "density" and kept.missing is None:
-                view = kept.value._live().view()
-                view /= kept.value.trace()
+                divide(kept.value, kept.value.trace())
             kept._shots = None
         return super().saved()
 

@@ -329,3 +329,10 @@ def add(one: DensityBase, other: DensityBase) -> None:
     source, target = one._live().view(), other._live().view()
     for start in range(0, len(source), _PIECE):
         target[start : start + _PIECE] += source[start : start + _PIECE]
+
+
+def divide(rho: DensityBase, divisor: float) -> None:
+    """Divide all entries of a matrix."""
+    target = rho._live().view()
+    for start in range(0, len(target), _PIECE):
+        target[start : start + _PIECE] /= divisor
