@@ -61,7 +61,6 @@ def test_complex_weights_and_none():
     mean, error = Counts({"0": 3, "1": 1}).expectation("2j*Z0 + 1")
     assert mean == 1 + 1j and error == pytest.approx(1.0) and type(error) is float
     assert Counts({"0": 3}).expectation("2") == (2, 0) and Counts({"": 3}).expectation("2") == (2, 0)
-    assert Counts({"1": 1}).expectation("Z0") == (-1, 0)
 
 
 def test_outcomes_are_looked_at_in_pieces(monkeypatch):
