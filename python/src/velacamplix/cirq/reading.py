@@ -160,7 +160,7 @@ class Conversion:
 
     def phases(self) -> list[Instruction]:
         """Return the global phase of the gates so far, if there is one; then begin a new one."""
-        numbers = [value for value in self._phases if not isinstance(value, Expression)]
+        numbers = [math.remainder(value, 2 * math.pi) for value in self._phases if not isinstance(value, Expression)]
         total: Angle = math.remainder(math.fsum(numbers), 2 * math.pi)
         for value in self._phases:
             if isinstance(value, Expression):
