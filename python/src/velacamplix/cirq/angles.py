@@ -28,7 +28,7 @@ def turn(exponent: Any, half_turns: float = 1.0) -> Angle:
             return angle
     if isinstance(exponent, sympy.Basic):
         return _expression(sympy.pi * (exponent if half_turns == 1.0 else half_turns * exponent))
-    return checks.angle(exponent) * math.pi * half_turns
+    return checks.angle(checks.angle(exponent) * math.pi * half_turns)
 
 
 def radians(value: Any) -> Angle:

@@ -6,7 +6,7 @@ import operator
 from collections.abc import Mapping, Sequence
 from functools import reduce
 from itertools import product
-from typing import Any
+from typing import Any, NamedTuple
 
 import cirq
 import sympy
@@ -129,20 +129,47 @@ def _tried(asked: Any, records: Records) -> AnyCondition | bool:
 # --- To Cirq ---
 
 
-def cirq_condition(asked: AnyCondition, names: Mapping[int, Any]) -> Any:
-    """Return the same as one of Cirq's; `names` are the expressions of bits, numbers for those that nothing wrote."""
-    return cirq.SympyCondition(_expression(asked, names))
+class Bit(NamedTuple):
+    """Where a bit stands in Cirq: under a key of so many bits, of which the first is the highest of its number."""
+
+    key: str
+    place: int
+    size: int
+
+    @property
+    def expression(self) -> Any:
+        """What it is in SymPy's words."""
+        number = sympy.Symbol(self.key)
+        if self.size == 1:
+            return number
+        if _BitMask:  # and single bits of a key
+            return sympy.IndexedBase(self.key)[self.place]
+        return sympy.Mod(sympy.floor(number / 2 ** (self.size - 1 - self.place)), 2)
 
 
-def _expression(asked: AnyCondition, names: Mapping[int, Any]) -> Any:
+def cirq_condition(asked: AnyCondition, bits: Mapping[int, Bit]) -> Any:
+    """Return the same as one of Cirq's, or True or False; what is not among `bits` is 0."""
+    found = _expression(asked, bits)
+    return bool(found) if found in (sympy.true, sympy.false) else cirq.SympyCondition(found)
+
+
+def _expression(asked: AnyCondition, bits: Mapping[int, Bit]) -> Any:
     if isinstance(asked, CompoundCondition):
-        parts = [_expression(part, names) for part in asked.parts]
-        kind = {"and": sympy.And, "or": sympy.Or, "xor": sympy.Xor, "not": sympy.Not}[asked.word]
-        return kind(*parts)
-    bits = [names[bit] for bit in asked.clbits]
-    if asked.comparison in ("==", "!="):
-        same = sympy.And(*[sympy.Eq(bit, asked.value >> place & 1) for place, bit in enumerate(bits)])
-        return sympy.Not(same) if asked.comparison == "!=" else same
-    number = sympy.Add(*[bit * 2**place for place, bit in enumerate(bits)])
-    kind = {"<": sympy.Lt, "<=": sympy.Le, ">": sympy.Gt, ">=": sympy.Ge}[asked.comparison]
-    return kind(number, asked.value)
+        parts = [_expression(part, bits) for part in asked.parts]
+        return {"and": sympy.And, "or": sympy.Or, "xor": sympy.Xor, "not": sympy.Not}[asked.word](*parts)
+    listed = [bits.get(bit) for bit in asked.clbits]
+    is_same = asked.comparison in ("==", "!=")
+    kind = {function: kind for kind, function in _COMPARISONS.items()}[asked.comparison]
+    first = listed[0]
+    keys = {bit.key for bit in listed if bit is not None}
+    if first is not None and len(keys) == 1 and None not in listed and len(listed) == first.size:
+        # All of one key: its number.
+        places = [first.size - 1 - bit.place for bit in listed if bit is not None]
+        if is_same or places == list(range(first.size)):
+            value = sum([(asked.value >> i & 1) << place for i, place in enumerate(places)])
+            return kind(sympy.Symbol(first.key), value if is_same else asked.value)
+    found = [sympy.Integer(0) if bit is None else bit.expression for bit in listed]
+    if not is_same:
+        return kind(sympy.Add(*[bit * 2**place for place, bit in enumerate(found)]), asked.value)
+    same = sympy.And(*[sympy.Eq(bit, asked.value >> place & 1) for place, bit in enumerate(found)])
+    return same if asked.comparison == "==" else sympy.Not(same)

@@ -10,6 +10,7 @@ import cirq
 import numpy as np
 
 from ..basics import checks
+from ..channels.channel import Channel
 from ..circuit.circuit import Circuit
 from ..instructions import checked
 from ..instructions.condition import AnyCondition, CompoundCondition
@@ -155,10 +156,11 @@ class Conversion:
         self._phases: list[Angle] = []
         # Gates by their `id`: they are kept alive, so that no other takes the number.
         self._known: dict[int, _Known] = {}
+        self._channels: dict[int, tuple[Any, Channel]] = {}
 
     def phases(self) -> list[Instruction]:
         """Return the global phase of the gates so far, if there is one; then begin a new one."""
-        numbers = [value for value in self._phases if not isinstance(value, Expression)]
+        numbers = [math.remainder(value, 2 * math.pi) for value in self._phases if not isinstance(value, Expression)]
         total: Angle = math.remainder(math.fsum(numbers), 2 * math.pi)
         for value in self._phases:
             if isinstance(value, Expression):
@@ -254,11 +256,13 @@ class Conversion:
             inside._read(operation.sub_operation)
             self._controlled(inside, operation.control_values, [self._numbers[qubit] for qubit in operation.controls])
             return
+        if id(operation.gate) in self._channels:
+            self.steps.append(Instruction("channel", qubits, detail=self._channel(operation)))
+            return
         if not cirq.is_measurement(operation) and cirq.has_kraus(operation) and not cirq.has_unitary(operation):
             if cirq.is_parameterized(operation):
                 raise NotConverted("noise must have numbers; bind its symbols first")
-            value = operation if operation.gate is None else operation.gate
-            self.steps.append(Instruction("channel", qubits, detail=channel(value, len(qubits))))
+            self.steps.append(Instruction("channel", qubits, detail=self._channel(operation)))
             return
         if cirq.measurement_key_objs(operation) and cirq.has_kraus(operation) and _is_keyed_noise(operation):
             raise NotConverted("a channel cannot record which of its operators acts; leave its key away")
@@ -274,6 +278,16 @@ class Conversion:
                 raise NotConverted("it has neither a matrix nor a decomposition")
             matrix = checks.plain_entries(checks.matrix(np.asarray(entries), len(qubits)))
             self.steps.append(Instruction("matrix", qubits, matrix))
+
+    def _channel(self, operation: Any) -> Channel:
+        gate = operation.gate
+        if gate is None:
+            return channel(operation, len(operation.qubits))
+        # A noise model puts one gate beside many others.
+        found = self._channels.get(id(gate))
+        if found is None:
+            found = self._channels[id(gate)] = gate, channel(gate, len(operation.qubits))
+        return found[1]
 
     def _controlled(self, inside: Conversion, cases: Any, controls: Sequence[int]) -> None:
         steps = inside.phases() + inside.steps
@@ -352,7 +366,7 @@ class Conversion:
             for inner in operation.mapped_circuit().all_operations():
                 self._read(inner)
             return
-        until = operation._mapped_repeat_until
+        until = getattr(operation, "_mapped_repeat_until", operation.repeat_until)  # since Cirq 1.5 it is mapped
         first, phases = len(self.steps), self._phases
         self._phases = []
         for inner in operation._mapped_single_loop().all_operations():

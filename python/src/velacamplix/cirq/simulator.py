@@ -369,7 +369,8 @@ class _Sampling:
             if not self._is_exact and not record.is_plain:
                 own = _recorded(own, record, self._simulator._prng)
             found.setdefault(record.key, []).append(own)
-        return {key: np.ascontiguousarray(np.stack(listed, axis=1)) for key, listed in found.items()}
+        # With a sign, as Cirq's, so that people may reckon with them.
+        return {key: np.stack(listed, axis=1).view(np.int8) for key, listed in found.items()}
 
     def _walked(self, shots: int) -> dict[str, Any]:
         """Return the same by one walk through the circuit for each shot, where records are as many as rounds of a loop."""
@@ -383,7 +384,7 @@ class _Sampling:
         records = {}
         for key, listed in found.items():
             most = max(map(len, listed))
-            records[key] = np.zeros((shots, most, len(listed[0][0])), np.uint8)
+            records[key] = np.zeros((shots, most, len(listed[0][0])), np.int8)
             for shot, rows in enumerate(listed):
                 records[key][shot, : len(rows)] = rows
         return records

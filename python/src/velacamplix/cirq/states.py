@@ -106,8 +106,13 @@ class VelacamplixSimulationState(_State):  # type: ignore[misc]
         """Let instructions act; what is left to chance is drawn, and what is measured is recorded."""
         gates: list[Instruction] = []
         for step in steps:
+            detail = step.detail
             if step.is_gate and step.condition is None:
                 gates.append(step)
+                continue
+            if isinstance(detail, Channel) and detail.is_mixture and step.condition is None:
+                # Which of its operators acts does not depend on the state, so the gates before it can wait.
+                gates.append(self._event(detail, step.qubits))
                 continue
             self.apply(gates)
             gates = []

@@ -18,7 +18,7 @@ from ..instructions.gates import GATES, with_controls
 from ..instructions.instruction import Instruction
 from ..instructions.open_controls import joined
 from .channels import cirq_channel
-from .conditions import cirq_condition
+from .conditions import Bit, cirq_condition
 from .errors import NotConverted
 from .gates import cirq_gate
 
@@ -86,8 +86,7 @@ class _Writing:
         steps = list(leaves(circuit))
         measured = [step.clbits for step in steps if step.name == "measure"]
         asked = any([step.condition is not None or isinstance(step.detail, (If, Switch)) for step in circuit])
-        # By bit: the key that it belongs to, its place there and how many that key has.
-        self._keys: dict[int, tuple[str, int, int]] = {}
+        self._keys: dict[int, Bit] = {}
         taken = set[str]()
         for register in circuit.registers:
             if register.kind != "classical":
@@ -100,8 +99,8 @@ class _Writing:
                 # In conditions SymPy reads the names.
                 while (key in taken and not (is_whole and place)) or (asked and not _is_symbol(key)):
                     key = f"m_{''.join([letter if letter.isalnum() else '_' for letter in key])}"
-                self._keys[bit] = (key, place, len(whole)) if is_whole else (key, 0, 1)
-            taken.update([self._keys[bit][0] for bit in whole])
+                self._keys[bit] = Bit(key, place, len(whole)) if is_whole else Bit(key, 0, 1)
+            taken.update([self._keys[bit].key for bit in whole])
         self._written = set[int]()
 
     def operations(self, step: Instruction) -> list[Any]:
@@ -133,24 +132,15 @@ class _Writing:
     def _asked(self, operations: Sequence[Any], asked: AnyCondition, step: Instruction) -> list[Any]:
         if any([cirq.is_measurement(operation) for operation in operations]):
             raise NotConverted("Cirq's measurements cannot be under a condition")
-        if isinstance(asked, Condition) and asked.comparison == "==" and len(asked.clbits) == 1 and asked.value:
-            key, place, size = self._keys[asked.clbits[0]]
-            if size == 1 and asked.clbits[0] in self._written:
-                return [operation.with_classical_controls(key) for operation in operations]
-        names: dict[int, Any] = {}
-        for bit in asked.clbits:
-            key, place, size = self._keys[bit]
-            if bit not in self._written:
-                names[bit] = sympy.Integer(0)
-            else:
-                # One bit is a number; of several the highest comes first there.
-                names[bit] = sympy.Symbol(key) if size == 1 else sympy.IndexedBase(key)[place]
-        found = cirq_condition(asked, names)
-        if found.expr == sympy.false:
+        known = {bit: self._keys[bit] for bit in asked.clbits if bit in self._written}
+        if isinstance(asked, Condition) and asked == Condition(asked.clbits[:1], 1):
+            for bit in known.values():
+                if bit.size == 1:
+                    return [operation.with_classical_controls(bit.key) for operation in operations]
+        found = cirq_condition(asked, known)
+        if found is False:
             return []
-        if found.expr == sympy.true:
-            return list(operations)
-        return [operation.with_classical_controls(found) for operation in operations]
+        return [operation if found is True else operation.with_classical_controls(found) for operation in operations]
 
     # --- One instruction ---
 
@@ -212,7 +202,7 @@ class _Writing:
     def _measurements(self, step: Instruction) -> list[Any]:
         flips = step.detail.flips if isinstance(step.detail, Readout) else None
         self._written.update(step.clbits)
-        key, _, size = self._keys[step.clbits[0]]
+        size = self._keys[step.clbits[0]].size
         groups = (
             [range(len(step.qubits))] if size == len(step.qubits) else [[place] for place in range(len(step.qubits))]
         )
@@ -225,7 +215,7 @@ class _Writing:
                     if up or down:
                         confusion[(number,)] = _matrix(up, down)
             own = [self._qubits[step.qubits[place]] for place in group]
-            name = self._keys[step.clbits[group[0]]][0]
+            name = self._keys[step.clbits[group[0]]].key
             made.append(cirq.measure(*own, key=name, confusion_map=confusion or None))
         return made
 
