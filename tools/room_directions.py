@@ -15,7 +15,7 @@ from pathlib import Path
 # (file, room above): methods of the faces Circuit, StateVector and Result that do nothing but call a function there.
 # The rooms below the called one give the names of its arguments' types.
 HANDED_ON = {("circuit/derivatives.py", room) for room in ("gradients", "running", "programs", "results")}
-HANDED_ON |= {("circuit/frameworks.py", "qiskit"), ("circuit/frameworks.py", "cirq")}
+HANDED_ON |= {("circuit/frameworks.py", room) for room in ("qiskit", "cirq", "pennylane")}
 HANDED_ON |= {("circuit/dense.py", room) for room in ("states", "running", "programs")}
 
 

@@ -195,3 +195,14 @@ def test_other_objects_are_refused():
         to_velacamplix(qml.QNode(lambda: qml.state(), qml.device("default.qubit", wires=1)))
     with pytest.raises(TypeError, match="must be a velacamplix.Circuit"):
         from_velacamplix([])
+
+
+def test_circuits_hand_on_to_the_conversions():
+    class Own(Circuit):
+        pass
+
+    made = Own.from_pennylane([qml.RX(0.5, "a"), qml.CNOT(["b", "a"])], wire_order=["b", "a"])
+    assert type(made) is Own and str(made) == "RX(0.5) 1\nCNOT 0,1"
+    assert str(made.to_pennylane().operations) == "[RX(0.5, wires=[1]), CNOT(wires=[0, 1])]"
+    with pytest.raises(TypeError, match="Circuit.from_pennylane"):
+        run(made.to_pennylane())

@@ -173,7 +173,7 @@ def call(name, member, made, known):
 # Need Qiskit, pandas or matplotlib, whose own memory would hide ours; or are a part of another call.
 OTHERS = {
     "Channel.depolarizing", "NoiseModel.readout", "Expression.value_from", "Parameter.value_from", "Circuit.to_matrix",
-    "Circuit.from_cirq", "Circuit.to_cirq", "Observable.from_openfermion", "Observable.to_openfermion", "Circuit.from_qiskit", "Circuit.to_qiskit", "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
+    "Circuit.from_cirq", "Circuit.to_cirq", "Circuit.from_pennylane", "Circuit.to_pennylane", "Observable.from_openfermion", "Observable.to_openfermion", "Circuit.from_qiskit", "Circuit.to_qiskit", "Counts.to_frame", "Result.to_frame", *(n for n in velacamplix.__all__ if n.startswith("plot_")),
 }  # fmt: skip
 
 

@@ -111,6 +111,66 @@ class Frameworks(Record):
 
         return from_velacamplix(self)  # type: ignore[arg-type]
 
+    @classmethod
+    def from_pennylane(cls, circuit: Any, wire_order: Any = None) -> Self:
+        """Return the circuit that operations of PennyLane's are, global phase included.
+
+        Called on a class that inherits, it makes an object of that class, whose constructor must take what that of
+        `Circuit` takes.
+
+        Parameters
+        ----------
+        circuit : pennylane.tape.QuantumScript or sequence of pennylane.operation.Operator
+            As for `velacamplix.pennylane.to_velacamplix`, which tells what becomes what.
+        wire_order : sequence, optional
+            The label of every qubit, as there.
+
+        Raises
+        ------
+        ImportError
+            If PennyLane is not installed.
+        TypeError
+            If `circuit` is neither.
+        velacamplix.pennylane.NotConverted
+            If there is something a circuit cannot say. A ``ValueError``.
+
+        Examples
+        --------
+        >>> import pennylane as qml
+        >>> from velacamplix import Circuit
+        >>> print(Circuit.from_pennylane([qml.Hadamard("a"), qml.CNOT(["a", "b"])]))
+        H 0
+        CNOT 0,1
+        """
+        from ..pennylane import to_velacamplix
+
+        return _of(cls, to_velacamplix(circuit, wire_order))
+
+    def to_pennylane(self) -> Any:
+        """Return the same circuit as a ``pennylane.tape.QuantumScript``, global phase included.
+
+        Returns
+        -------
+        pennylane.tape.QuantumScript
+            As `velacamplix.pennylane.from_velacamplix` makes it, which tells what becomes what.
+
+        Raises
+        ------
+        ImportError
+            If PennyLane is not installed.
+        velacamplix.pennylane.NotConverted
+            If there is something that PennyLane's tapes lack, such as an open parameter. A ``ValueError``.
+
+        Examples
+        --------
+        >>> from velacamplix import Circuit
+        >>> Circuit(2).h(0).cx(0, 1).to_pennylane().operations
+        [H(0), CNOT(wires=[0, 1])]
+        """
+        from ..pennylane import from_velacamplix
+
+        return from_velacamplix(self)  # type: ignore[arg-type]
+
     def to_qiskit(self) -> Any:
         """Return the same circuit as a ``qiskit.QuantumCircuit``, global phase and parameters included.
 

@@ -72,7 +72,7 @@ class Adjoint:
         else:
             _, rows = self._found(request, observables)
             products = np.tensordot(weights, rows, axes=(0, 0)).T
-        return None, _of_parameters(products)
+        return None, tuple([np.asarray(product) for product in products])
 
     def jvp(self, circuit: Any, places: Mapping[Any, int], tangents: Any) -> tuple[Any, Any]:
         """Return values, and how they change in a direction of the parameters."""

@@ -114,7 +114,6 @@ class VelacamplixDevice(_Base):  # type: ignore[misc]
         """Return what brings a tape into the form that `execute` takes."""
         name = self.name
         steps: list[tuple[Any, dict[str, Any]]] = [
-            (validate_device_wires, {"wires": self.wires, "name": name}),
             (validate_measurements, {"analytic_measurements": _is_exact, "sample_measurements": _is_sampled, "name": name}),
             (validate_observables, {"stopping_condition": takes, "name": name}),
         ]
@@ -201,6 +200,13 @@ def stops_derivative(op: Any) -> bool:
     if gates.has_angles(op):
         return True
     return not any([qml.math.requires_grad(value) for value in op.data])
+
+
+def _has_derivative(op: Any) -> bool:
+    # Mid-circuit measurements are put off to the end, unless outcomes are selected.
+    if isinstance(op, MidMeasure):
+        return op.postselect is None
+    return stops_derivative(op.base if isinstance(op, Conditional) else op)
 
 
 def _is_expectation(mp: Any) -> bool:
@@ -296,7 +302,9 @@ class VelacamplixQubit(VelacamplixDevice):
         if config.use_device_gradient is None:
             changes["use_device_gradient"] = is_own
         if config.use_device_jacobian_product is None:
-            changes["use_device_jacobian_product"] = is_own
+            # One value has its derivatives with it, for a third less than a run and then a gradient.
+            is_single = circuit is not None and len(circuit.measurements) == 1
+            changes["use_device_jacobian_product"] = is_own and not is_single
         if config.grad_on_execution is None:
             changes["grad_on_execution"] = is_own
         changes["mcm_config"] = self._mcm(config, circuit, is_own)
@@ -386,7 +394,11 @@ class VelacamplixQubit(VelacamplixDevice):
             return False
         if circuit is None:
             return True
-        try:
+        if circuit.shots or not all([_is_expectation(mp) and has_pauli_form(mp.obs) for mp in circuit.measurements]):
+            return False
+        if all([_has_derivative(op) for op in circuit.operations]):
+            return True
+        try:  # whether it is so for what PennyLane makes of the others
             composed(self._adjoint_transforms())((circuit,))
         except (DeviceError, AttributeError, qml.exceptions.DecompositionUndefinedError, qml.exceptions.QuantumFunctionError):
             return False

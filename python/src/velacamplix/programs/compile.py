@@ -32,6 +32,8 @@ def require_circuit(circuit: Any, name: str = "circuit") -> Circuit:
         hint = "; Circuit.from_qasm(qiskit.qasm2.dumps(circuit)) makes one of it"
     elif type(circuit).__module__.startswith("cirq."):
         hint = "; Circuit.from_cirq(circuit) makes one of it"
+    elif type(circuit).__module__.startswith("pennylane."):
+        hint = "; Circuit.from_pennylane(circuit) makes one of it"
     raise TypeError(f"{name} must be a Circuit, got {checks.show(circuit)}{hint}")
 
 
