@@ -5,17 +5,18 @@ import time
 
 import numpy as np
 import pytest
+from exact_runs import run_exact
 
 pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
 
 import qiskit.circuit  # noqa: E402
 from qiskit import ClassicalRegister, QuantumCircuit, QuantumRegister, transpile  # noqa: E402
-from qiskit.circuit import Parameter, ParameterVector, library  # noqa: E402
+from qiskit.circuit import CircuitInstruction, Measure, Parameter, ParameterVector, library  # noqa: E402
 from qiskit.circuit.random import random_circuit  # noqa: E402
 from qiskit.exceptions import QiskitError  # noqa: E402
 from qiskit.primitives import BackendEstimatorV2, BackendSamplerV2, StatevectorEstimator  # noqa: E402
 from qiskit.providers import JobError, JobStatus, JobTimeoutError  # noqa: E402
-from qiskit.quantum_info import SparsePauliOp, Statevector  # noqa: E402
+from qiskit.quantum_info import SparsePauliOp, Statevector, random_statevector, random_unitary  # noqa: E402
 from qiskit.transpiler import generate_preset_pass_manager  # noqa: E402
 
 from velacamplix import Channel, NoiseModel, run  # noqa: E402
@@ -374,3 +375,56 @@ def test_its_estimator_for_backends():
     mine = estimator.run([(isa, operators)]).result()[0].data.evs
     exact = StatevectorEstimator().run([(circuit, operators)]).result()[0].data.evs
     np.testing.assert_allclose(mine, exact, rtol=0, atol=0.08)
+
+
+# --- Beside Aer ---
+
+
+def gates():
+    """Every standard gate, and what a target has of any size."""
+    for name, gate in library.get_standard_gate_name_mapping().items():
+        if name not in ("measure", "delay", "reset"):
+            angles = [0.7 + 0.4 * place for place in range(len(gate.params))]
+            yield name, type(gate)(*angles) if angles else gate
+    yield "mcx", library.MCXGate(3)
+    yield "mcphase", library.MCPhaseGate(0.3, 3)
+    yield "open control", library.CXGate(ctrl_state=0)
+    yield "unitary", library.UnitaryGate(random_unitary(8, seed=3))
+    yield "diagonal", library.DiagonalGate([1, 1j, -1j, -1])
+    yield "permutation", library.PermutationGate([2, 0, 1])
+    yield "PauliEvolution", library.PauliEvolutionGate(SparsePauliOp(["XX", "ZY"], [0.3, 1.0]), 0.4)
+    yield "initialize", library.Initialize(random_statevector(4, seed=5).data)
+
+
+@pytest.mark.parametrize("name, gate", [pytest.param(name, gate, id=name) for name, gate in gates()])
+def test_gates_beside_aer(name, gate):
+    aer = pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    # What initialize resets would leave the others in a state of chance.
+    circuit = QuantumCircuit(4) if name == "initialize" else random_circuit(4, 2, seed=7)
+    circuit.append(gate, [2, 0, 3, 1][: gate.num_qubits])
+    circuit.save_statevector()
+    mine = VelacamplixBackend().run(circuit).result().get_statevector()
+    simulator = aer.AerSimulator(method="statevector")
+    theirs = simulator.run(transpile(circuit, simulator, optimization_level=0)).result().get_statevector()
+    np.testing.assert_allclose(mine.data, theirs.data, rtol=0, atol=1e-12)
+
+
+@pytest.mark.parametrize("seed", range(12))
+def test_random_circuits_with_measurements_in_the_middle(seed):
+    aer = pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    circuit = random_circuit(4, 8, max_operands=3, conditional=True, reset=True, seed=seed)
+    for place in (3, 7):
+        circuit.data.insert(min(place, len(circuit.data)), CircuitInstruction(Measure(), [circuit.qubits[place % 4]], [circuit.clbits[place % 4]]))
+    for qubit in range(4):
+        circuit.measure(qubit, qubit)
+    found = run_exact(to_velacamplix(circuit))
+    n = circuit.num_clbits
+    share = {flipped(f"{int(row[0]):0{n}b}"): p for row, p in zip(found.outcomes, found.probabilities.tolist())}
+    assert sum(share.values()) == pytest.approx(1)
+    simulator = aer.AerSimulator(seed_simulator=1)
+    for backend in (VelacamplixBackend(seed_simulator=seed), simulator):
+        ready = transpile(circuit, backend, optimization_level=0)
+        counts = {key.replace(" ", ""): times for key, times in backend.run(ready, shots=2000).result().get_counts().items()}
+        for bits in share.keys() | counts.keys():
+            p = share.get(bits, 0.0)
+            assert abs(counts.get(bits, 0) - 2000 * p) <= 6 * np.sqrt(2000 * p * (1 - p)) + 1e-6, (backend, bits)

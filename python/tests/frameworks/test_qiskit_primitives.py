@@ -13,7 +13,7 @@ from qiskit.primitives import StatevectorEstimator, StatevectorSampler  # noqa: 
 from qiskit.quantum_info import SparsePauliOp, Statevector, random_hermitian  # noqa: E402
 
 from velacamplix import Channel, NoiseModel  # noqa: E402
-from velacamplix.qiskit import EstimatorV2, NotConverted, SamplerV2  # noqa: E402
+from velacamplix.qiskit import EstimatorV2, NotConverted, SamplerV2, VelacamplixBackend  # noqa: E402
 
 THETA = ParameterVector("theta", 11)
 
@@ -175,6 +175,62 @@ def test_bits_that_nothing_measures_are_0():
     assert SamplerV2(default_shots=9).default_shots == 9 and EstimatorV2(default_precision=0.5).default_precision == 0.5
 
 
+# --- Backends ---
+
+
+def test_options_come_from_a_backend():
+    noise = NoiseModel().after("x", Channel.bit_flip(1.0))
+    backend = VelacamplixBackend(shots=30, seed_simulator=4, noise_model=noise, max_parallel_threads=1, method="density_matrix")
+    circuit = QuantumCircuit(1)
+    circuit.x(0)
+    assert EstimatorV2.from_backend(backend).run([(circuit, "Z")]).result()[0].data.evs == pytest.approx(1)
+    assert EstimatorV2.from_backend(backend, noise=None).run([(circuit, "Z")]).result()[0].data.evs == pytest.approx(-1)
+    circuit.h(0)
+    circuit.measure_all()
+    first, second = [SamplerV2.from_backend(backend).run([circuit]).result()[0].data.meas for _ in range(2)]
+    assert first.num_shots == 30 and (first.array == second.array).all()
+    assert SamplerV2.from_backend(backend, default_shots=7).default_shots == 7
+    for kind in (SamplerV2, EstimatorV2):
+        with pytest.raises(TypeError, match="backend must be a VelacamplixBackend, got"):
+            kind.from_backend("aer")
+        with pytest.raises(TypeError, match="unexpected keyword argument"):
+            kind.from_backend(backend, color="red")
+    drawn = VelacamplixBackend(noise_model=noise, method="statevector")
+    assert SamplerV2.from_backend(drawn).run([circuit], shots=5).result()[0].data.meas.num_shots == 5
+    with pytest.raises(ValueError, match="whose values are exact, got 'statevector'"):
+        EstimatorV2.from_backend(drawn)
+
+
+def test_noise_models_of_aer_beside_its_estimator():
+    noise = pytest.importorskip("qiskit_aer.noise", reason="needs Aer: pip install velacamplix[test]")
+    aer = pytest.importorskip("qiskit_aer.primitives", reason="needs Aer: pip install velacamplix[test]")
+    model = noise.NoiseModel()
+    model.add_all_qubit_quantum_error(noise.depolarizing_error(0.05, 2), ["cx"])
+    model.add_all_qubit_quantum_error(noise.amplitude_damping_error(0.1), ["rx", "ry"])
+    exactly = {"backend_options": {"method": "density_matrix", "noise_model": model}}
+    pub = (ansatz(), [[H], ["ZZX"]], values(3))
+    theirs = aer.EstimatorV2(options=exactly).run([pub], precision=0.0).result()[0].data.evs
+    mine = EstimatorV2(noise=model).run([pub]).result()[0].data.evs
+    np.testing.assert_allclose(mine, theirs, rtol=0, atol=1e-12)
+    counts = SamplerV2(noise=model, seed=1).run([(ansatz().measure_all(inplace=False), values())], shots=200).result()[0].data.meas.get_counts()
+    assert sum(counts.values()) == 200
+
+
+def test_sets_of_values_are_those_of_single_runs():
+    circuit = ansatz().measure_all(inplace=False)
+    whole = SamplerV2(seed=5).run([(circuit, values(2, 3))], shots=50).result()[0].data.meas
+    again = SamplerV2(seed=5, threads=1).run([(circuit, values(2, 3))], shots=50).result()[0].data.meas
+    assert whole.shape == (2, 3) and (whole.array == again.array).all()
+    likely = StatevectorSampler(seed=1).run([(circuit, values(2, 3))], shots=4000).result()[0].data.meas
+    many = SamplerV2(seed=5).run([(circuit, values(2, 3))], shots=4000).result()[0].data.meas
+    for place in np.ndindex(2, 3):
+        one, other = likely.get_counts(place), many.get_counts(place)
+        assert all(abs(one.get(bits, 0) - other.get(bits, 0)) < 300 for bits in one | other)
+    idle = QuantumCircuit(1, 1)
+    idle.measure(0, 0)
+    assert SamplerV2().run([(idle, np.zeros((4, 0)))], shots=3).result()[0].data.c.get_counts(2) == {"0": 3}
+
+
 # --- What is refused ---
 
 
@@ -182,10 +238,10 @@ def test_bits_that_nothing_measures_are_0():
 @pytest.mark.parametrize(
     "wrong, error, message",
     [
-        ({"method": "statevector"}, TypeError, "unexpected keyword argument 'method'"), ({"threads": 0}, ValueError, "threads"),
+        ({"shots": 3}, TypeError, "unexpected keyword argument 'shots'"), ({"threads": 0}, ValueError, "threads"),
         ({"precision": "half"}, ValueError, "precision must be"), ({"fusion": 1}, TypeError, "fusion"),
-        ({"noise": 0.1}, TypeError, "noise must be a velacamplix.NoiseModel or None, got 0.1"), ({"seed": -1}, ValueError, "seed"),
-        ({"seed": 0.5}, TypeError, "seed"),
+        ({"noise": 0.1}, TypeError, "noise must be a velacamplix.NoiseModel, one of Aer's or None, got 0.1"), ({"seed": -1}, ValueError, "seed"),
+        ({"seed": 0.5}, TypeError, "seed"), ({"method": "stabilizer"}, ValueError, "method must be .*, got 'stabilizer'"),
     ],
 )  # fmt: skip
 def test_options_that_are_unknown(kind, wrong, error, message):

@@ -127,7 +127,7 @@ def _alone(experiment: Experiment, how: How, seed: int, hear: Hear) -> Outcome:
     circuit = experiment.to_run
     if isinstance(circuit, Exception):
         return Outcome(circuit, seed)
-    method: Any = how.run_method
+    method = how.run_method
     shots: int | None = how.shots
     # Without a measurement shots would be of the qubits, which nobody asks for; but those that part need a number.
     if method == "auto" and not circuit.n_clbits and how.noise is None and not has_noise(circuit):

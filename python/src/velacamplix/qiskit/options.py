@@ -12,6 +12,7 @@ from ..basics import checks
 from ..basics.types import Precision
 from ..machine import limits
 from ..noise.model import NoiseModel
+from ..running.method import MethodName
 from .noise import Errors, is_model
 
 #: Names of options, and what they are unless somebody says otherwise.
@@ -47,11 +48,9 @@ class How(NamedTuple):
     noise: NoiseModel | Errors | None
 
     @property
-    def run_method(self) -> str:
+    def run_method(self) -> MethodName:
         """What `velacamplix.run` calls the method."""
-        if self.method == "density_matrix":
-            return "exact"
-        return "trajectories" if self.method == "statevector" and self.noise is not None else "auto"
+        return run_method(self.method, self.noise is not None)
 
     def given_seed(self) -> int:
         """Return the seed, one of chance if there is none."""
@@ -87,7 +86,7 @@ def checked(options: Mapping[str, Any]) -> How:
         checks.shots(options["shots"], minimum=1),
         seed(options["seed_simulator"]),
         False if memory is None else checks.flag(memory, "memory"),
-        _chosen(options, "method", _METHODS),
+        method(options["method"]),
         _chosen(options, "precision", ("double", "single")),  # type: ignore[arg-type]
         None if threads is None else limits.thread_count(threads),
         checks.flag(options["fusion"], "fusion"),
@@ -103,6 +102,18 @@ def require_known(options: Mapping[str, Any]) -> None:
             raise AttributeError(f"Options field {name} is not valid for this backend, which has {known}")
 
 
+def method(value: Any) -> str:
+    """Return the name of a method that is offered."""
+    return _chosen({"method": value}, "method", _METHODS)
+
+
+def run_method(name: str, is_noisy: bool) -> MethodName:
+    """Return what `velacamplix.run` calls a method."""
+    if name == "density_matrix":
+        return "exact"
+    return "trajectories" if name == "statevector" and is_noisy else "auto"
+
+
 def _chosen(options: Mapping[str, Any], name: str, choices: tuple[str, ...]) -> str:
     try:
         return checks.choice(options[name], name, choices)
@@ -110,12 +121,12 @@ def _chosen(options: Mapping[str, Any], name: str, choices: tuple[str, ...]) -> 
         raise ValueError(f"{error}; {_CURES[name]}" if name in _CURES else str(error)) from None
 
 
-def noise(model: Any) -> NoiseModel | Errors | None:
+def noise(model: Any, name: str = "noise_model") -> NoiseModel | Errors | None:
     """Return a noise model of this package's, or what one of Aer's says."""
     if model is None or isinstance(model, NoiseModel):
         return model
     if not is_model(model):
-        raise TypeError(f"noise_model must be a velacamplix.NoiseModel, one of Aer's or None, got {checks.show(model)}")
+        raise TypeError(f"{name} must be a velacamplix.NoiseModel, one of Aer's or None, got {checks.show(model)}")
     return Errors(model)
 
 

@@ -4,8 +4,8 @@ from __future__ import annotations
 
 import itertools
 import warnings
-from collections.abc import Iterable, Iterator, Mapping
-from typing import Any
+from collections.abc import Iterable, Mapping, Sequence
+from typing import Any, Self
 
 import numpy as np
 from qiskit.primitives import (
@@ -26,10 +26,11 @@ from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..instructions.flow import written_bits
 from ..machine import limits
-from ..noise.model import NoiseModel
 from ..observables.observable import Observable
 from ..running.run import run
-from .reading import to_velacamplix
+from . import options
+from .backend import VelacamplixBackend
+from .reading import with_noise
 
 _Sampler: Any = BaseSamplerV2
 _Estimator: Any = BaseEstimatorV2
@@ -48,23 +49,34 @@ _MOST_PROJECTORS = 16
 class _How:
     """How circuits are run, checked once."""
 
-    def __init__(self, seed: Any, threads: Any, precision: Any, fusion: Any, noise: Any) -> None:
+    def __init__(self, seed: Any, threads: Any, precision: Any, fusion: Any, noise: Any, method: Any) -> None:
         # Integers of any size are seeds in Qiskit.
         is_known = seed is None or isinstance(seed, (np.random.Generator, np.random.SeedSequence))
         self.seed = seed if is_known else np.random.SeedSequence(checks.integer(seed, "seed", minimum=0))
         self.threads = None if threads is None else limits.thread_count(threads)
         self.precision: Precision = checks.choice(precision, "precision", ("double", "single"))  # type: ignore[assignment]
         self.fusion = checks.flag(fusion, "fusion")
-        if noise is not None and not isinstance(noise, NoiseModel):
-            raise TypeError(f"noise must be a velacamplix.NoiseModel or None, got {checks.show(noise)}")
-        self.noise: NoiseModel | None = noise
+        self.noise = options.noise(noise, "noise")
+        self.method = options.run_method(options.method(method), noise is not None)
 
     def rng(self) -> np.random.Generator:
         return np.random.default_rng(self.seed)
 
-    def run(self, circuit: Circuit, **more: Any) -> Any:
-        how: dict[str, Any] = {"threads": self.threads, "precision": self.precision, "fusion": self.fusion}
-        return run(circuit, noise=self.noise, **how, **more)
+    def circuit(self, pub: Any) -> Circuit:
+        """Return the circuit of a pub, with noise in it."""
+        return with_noise(pub.circuit, self.noise)
+
+    def runs(self, circuit: Circuit, columns: Mapping[str, np.ndarray], count: int, **more: Any) -> Sequence[Any]:
+        """Return the result of a circuit with each of some sets of values, an array for each parameter; all in one call."""
+        how: Any = {"threads": self.threads, "precision": self.precision, "fusion": self.fusion, "method": self.method, **more}
+        there = {name: column for name, column in columns.items() if name in circuit.parameters}
+        if not count:
+            return []
+        if count == 1:
+            return [run(circuit.bind({name: float(column[0]) for name, column in there.items()}), **how)]
+        if not there and how.get("shots") is None:
+            return [run(circuit, **how)] * count
+        return run(circuit, values=there, **how) if there else run([circuit] * count, **how)
 
 
 class SamplerV2(_Sampler):  # type: ignore[misc]
@@ -81,8 +93,10 @@ class SamplerV2(_Sampler):  # type: ignore[misc]
         As for `velacamplix.run`, like all others.
     precision : {"double", "single"}
     fusion : bool
-    noise : velacamplix.NoiseModel, optional
+    noise : velacamplix.NoiseModel or qiskit_aer.noise.NoiseModel, optional
         What happens beside the gates.
+    method : {"automatic", "statevector", "density_matrix"}
+        As for `VelacamplixBackend`.
 
     Raises
     ------
@@ -108,10 +122,22 @@ class SamplerV2(_Sampler):  # type: ignore[misc]
         threads: int | None = None,
         precision: Precision = "double",
         fusion: bool = False,
-        noise: NoiseModel | None = None,
+        noise: Any = None,
+        method: str = "automatic",
     ) -> None:
         self._default_shots = checks.integer(default_shots, "default_shots", minimum=1)
-        self._how = _How(seed, threads, precision, fusion, noise)
+        self._how = _How(seed, threads, precision, fusion, noise, method)
+
+    @classmethod
+    def from_backend(cls, backend: VelacamplixBackend, **options: Any) -> Self:
+        """Return a sampler with the options of a backend, its shots, seed, noise and others; those that are given go before.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If this is no `VelacamplixBackend`, or as for `SamplerV2`.
+        """
+        return cls(**{"default_shots": _backend_options(backend)["shots"], **_shared(backend), **options})
 
     @property
     def default_shots(self) -> int:
@@ -150,16 +176,18 @@ class SamplerV2(_Sampler):  # type: ignore[misc]
         return PrimitiveResult([self._result(pub, rng) for pub in pubs], metadata={"version": 2})
 
     def _result(self, pub: Any, rng: np.random.Generator) -> Any:
-        circuit = to_velacamplix(pub.circuit)
+        circuit = self._how.circuit(pub)
         numbers = {bit: number for number, bit in enumerate(pub.circuit.clbits)}
         places = {register.name: [numbers[bit] for bit in register] for register in pub.circuit.cregs}
         rows = {name: np.zeros((*pub.shape, pub.shots, len(bits)), dtype=bool) for name, bits in places.items()}
         # Without a measurement shots would be of the qubits, and all bits are 0.
-        measures = bool(written_bits(circuit.instructions))
-        for index, bound in _bound(pub, circuit) if measures else ():
-            bits = self._how.run(bound, shots=pub.shots, seed=rng).bits
-            for name, columns in places.items():
-                rows[name][index] = bits[:, columns]
+        if written_bits(circuit.instructions):
+            columns, count = _columns(pub)
+            results = self._how.runs(circuit, columns, count, shots=pub.shots, seed=rng)
+            for index, result in zip(np.ndindex(*pub.shape), results):
+                bits = result.bits
+                for name, listed in places.items():
+                    rows[name][index] = bits[:, listed]
         data = {name: BitArray.from_bool_array(array, order="little") for name, array in rows.items()}
         told = {"shots": pub.shots, "circuit_metadata": pub.circuit.metadata}
         return SamplerPubResult(DataBin(**data, shape=pub.shape), metadata=told)
@@ -173,8 +201,9 @@ class EstimatorV2(_Estimator):  # type: ignore[misc]
     default_precision : float
         Of pubs that do not say theirs. 0 gives exact values; more adds a normally distributed error of that size, as
         Qiskit's own estimator does, for trying out what an experiment would show.
-    seed, threads, precision, fusion, noise
-        As for `SamplerV2`. With noise the values are exact still, on a density matrix.
+    seed, threads, precision, fusion, noise, method
+        As for `SamplerV2`. With noise the values are exact still, on a density matrix, so that `method` is none of drawn
+        trajectories.
 
     Raises
     ------
@@ -202,10 +231,24 @@ class EstimatorV2(_Estimator):  # type: ignore[misc]
         threads: int | None = None,
         precision: Precision = "double",
         fusion: bool = False,
-        noise: NoiseModel | None = None,
+        noise: Any = None,
+        method: str = "automatic",
     ) -> None:
         self._default_precision = checks.threshold(default_precision)
-        self._how = _How(seed, threads, precision, fusion, noise)
+        self._how = _How(seed, threads, precision, fusion, noise, method)
+        if self._how.method == "trajectories":
+            raise ValueError("method must be 'automatic' or 'density_matrix' with noise, whose values are exact, got 'statevector'")
+
+    @classmethod
+    def from_backend(cls, backend: VelacamplixBackend, **options: Any) -> Self:
+        """Return an estimator with the options of a backend, but for its shots; those that are given go before.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If this is no `VelacamplixBackend`, or as for `EstimatorV2`.
+        """
+        return cls(**{**_shared(backend), **options})
 
     @property
     def default_precision(self) -> float:
@@ -243,25 +286,31 @@ class EstimatorV2(_Estimator):  # type: ignore[misc]
         return PrimitiveResult([self._result(pub, rng) for pub in pubs], metadata={"version": 2})
 
     def _result(self, pub: Any, rng: np.random.Generator) -> Any:
-        circuit = to_velacamplix(pub.circuit)
-        sets = list(_bound(pub, circuit))
-        numbered = np.arange(len(sets)).reshape(pub.parameter_values.shape)
+        circuit = self._how.circuit(pub)
+        columns, count = _columns(pub)
+        numbered = np.arange(count).reshape(pub.parameter_values.shape)
         which: Any
         asked: Any
         which, asked = np.broadcast_arrays(numbered, pub.observables)
         evs = np.zeros(which.shape)
         # All observables of one set of values in one run; each is made once.
         made: dict[Any, Observable] = {}
-        wanted: list[dict[Any, list[Any]]] = [{} for _ in sets]
+        wanted: list[dict[Any, list[Any]]] = [{} for _ in range(count)]
         for index in np.ndindex(*which.shape):
             key = tuple(asked[index].items())
             if key not in made:
                 made[key] = observable(asked[index])
             wanted[int(which[index])].setdefault(key, []).append(index)
-        for (_, bound), places in zip(sets, wanted):
+        # Sets of which the same is asked go together.
+        alike: dict[Any, list[int]] = {}
+        for number, places in enumerate(wanted):
             if places:
-                values = self._how.run(bound, observables=[made[key] for key in places]).expectation_values
-                for value, indices in zip(values, places.values()):
+                alike.setdefault(tuple(places), []).append(number)
+        for keys, numbers in alike.items():
+            some = {name: column[numbers] for name, column in columns.items()}
+            results = self._how.runs(circuit, some, len(numbers), observables=[made[key] for key in keys])
+            for number, result in zip(numbers, results):
+                for value, indices in zip(result.expectation_values, wanted[number].values()):
                     if np.iscomplexobj(value) and value.imag != 0:
                         raise ValueError("an observable must be Hermitian, with real coefficients")
                     for index in indices:
@@ -272,13 +321,26 @@ class EstimatorV2(_Estimator):  # type: ignore[misc]
         return PubResult(data, metadata={"target_precision": pub.precision, "circuit_metadata": pub.circuit.metadata})
 
 
-def _bound(pub: Any, circuit: Circuit) -> Iterator[tuple[tuple[int, ...], Circuit]]:
-    """Iterate over the places of a pub's sets of values, each with the circuit that has them."""
-    names = [parameter.name for parameter in pub.circuit.parameters]
-    values = pub.parameter_values.as_array(pub.circuit.parameters)
-    for index in np.ndindex(*pub.parameter_values.shape):
-        bound = {name: float(value) for name, value in zip(names, values[index]) if name in circuit.parameters}
-        yield index, circuit.bind(bound) if bound else circuit
+def _columns(pub: Any) -> tuple[dict[str, np.ndarray], int]:
+    """Return the values of each parameter of a pub, one for each set, and the number of sets."""
+    parameters = pub.circuit.parameters
+    count = int(np.prod(pub.parameter_values.shape, dtype=np.int64))
+    values = pub.parameter_values.as_array(parameters).reshape(count, len(parameters))
+    return {parameter.name: values[:, place] for place, parameter in enumerate(parameters)}, count
+
+
+def _backend_options(backend: Any) -> Any:
+    if not isinstance(backend, VelacamplixBackend):
+        raise TypeError(f"backend must be a VelacamplixBackend, got {checks.show(backend)}")
+    return backend.options
+
+
+def _shared(backend: Any) -> dict[str, Any]:
+    """Return the options that primitives share with a backend, under their names here."""
+    told = _backend_options(backend)
+    names = {"seed": "seed_simulator", "noise": "noise_model", "precision": "precision", "fusion": "fusion", "method": "method"}
+    threads = options.checked(dict(told)).threads
+    return {"threads": threads, **{mine: told[theirs] for mine, theirs in names.items()}}
 
 
 def observable(terms: Mapping[str, Any]) -> Observable:

@@ -129,15 +129,16 @@ def converted(circuit: Any, errors: Errors | None = None, saves: Saves | None = 
     registers = checked.registers(listed, n_qubits, n_clbits)
     conversion = _Conversion(circuit, variables, errors, saves)
     outside = conversion.outside
-    numbers = outside.qubits
     made = _phase(circuit)
-    tells_standard = _TELLS_STANDARD and errors is None
+    quick = _Standard(outside).step if _TELLS_STANDARD and errors is None else None
     for position, item in enumerate(circuit.data):
         try:
-            if tells_standard and item.is_standard_gate():
-                step = _standard(item, numbers)
-                if step is not None:
+            if quick is not None:
+                step = quick(item)
+                if step:
                     made.append(step)
+                    if saves is not None and step[4]:
+                        saves.note([step])
                     continue
             steps = conversion.steps(item, outside)
             if saves is not None:
@@ -180,20 +181,42 @@ def _variables(circuit: Any, first: int, names: Names) -> tuple[dict[Any, tuple[
     return bits, registers
 
 
-def _standard(item: Any, numbers: dict[Any, int]) -> Instruction | None:
-    """Return a standard gate of Qiskit's, if it is one here."""
-    found = STANDARD.get(item.name)
-    if found is None:
-        return None
-    name, n_controls, n_params = found
-    qubits = tuple([numbers[bit] for bit in item.qubits])
-    params: tuple[Any, ...] = ()
-    if n_params:
+class _Standard:
+    """Makes instructions of Qiskit's standard gates and of measurements, the same ones only once."""
+
+    def __init__(self, outside: _Places) -> None:
+        self._qubits, self._clbits = outside.qubits, outside.clbits
+        # By name and qubits: of a gate with angles its parts, of others the instruction itself.
+        self._known: dict[Any, Any] = {}
+
+    def step(self, item: Any) -> Instruction | None:
+        """Return what one of Qiskit's instructions is, None if it is neither."""
+        if not item.is_standard_gate():
+            if item.name == "measure" and isinstance(item.operation, Measure):
+                (qubit,), (clbit,) = item.qubits, item.clbits
+                return Instruction("measure", (self._qubits[qubit],), (), (), (self._clbits[clbit],))
+            return None
+        key = item.name, item.qubits
+        known = self._known.get(key)
+        if known is None:
+            known = self._known[key] = self._parts(*key)
+        if type(known) is not tuple:  # an instruction is of a class of its own
+            return known or None
+        name, qubits, controls = known
         params = tuple([v if type(v) is float and v - v == 0.0 else angle(v) for v in item.params])
-    if n_controls == 0:
-        return Instruction(name, qubits, params)
-    n = len(qubits) - 1 if n_controls is None else n_controls
-    return Instruction(name, qubits[n:], params, qubits[:n])
+        # Without its arguments' names it takes a third of the time.
+        return tuple.__new__(Instruction, (name, qubits, params, controls, (), None, None, None, ""))
+
+    def _parts(self, word: str, bits: tuple[Any, ...]) -> Any:
+        found = STANDARD.get(word)
+        if found is None:
+            return False
+        name, n_controls, n_params = found
+        qubits = tuple([self._qubits[bit] for bit in bits])
+        n = len(qubits) - 1 if n_controls is None else n_controls
+        if n_params:
+            return name, qubits[n:], qubits[:n]
+        return Instruction(name, qubits[n:], (), qubits[:n])
 
 
 def _told(item: Any, places: _Places) -> str:
