@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs what the documents show, so that it stays true.
 
-Usage: run_snippets.py FILE.md...    (with the Python in which velacamplix is installed)
+Usage: run_snippets.py [--with PACKAGE] FILE.md...    (with the Python in which velacamplix is installed)
 
 In each file, in order and from the project's folder:
   ```python    runs; the blocks of a file share their variables; a block with >>> is a doctest
@@ -11,7 +11,8 @@ In each file, in order and from the project's folder:
   ![...](made/NAME.svg)   directly after a ```python block: the picture it draws, in the current figure of pyplot or as the
                value of its last line; the documentation writes it there
 In expected output "..." stands for anything, and white space counts only as a separation.
-A block after the line <!-- not run: REASON --> is passed over, and the reason printed.
+A block after the line <!-- not run: REASON --> is passed over, and the reason printed. With --with PACKAGE those run, and no
+other ones, whose reason begins with "needs PACKAGE".
 Of output after the line <!-- differs: ONE; OTHER --> these parts may be anything: what depends on the machine.
 """
 import ast
@@ -186,12 +187,19 @@ def write_pictures(file, folder):
 
 
 def main(files):
+    package = None
+    if files[:1] == ["--with"]:
+        package, files = files[1], files[2:]
     run, failed = 0, 0
     os.chdir(root)
     for file in files:
         variables = {"__name__": "__main__"}
         for block in blocks_of(pathlib.Path(file).read_text(encoding="utf-8")):
             name = f"{file}:{block.number}"
+            if package is not None:
+                if not re.match(rf"needs {package}\b", block.reason or ""):
+                    continue
+                block.reason = None
             if block.reason is None and block.language == "cpp" and "main(" not in block.content:
                 block.reason = "a fragment without main"
             if block.reason is not None:
@@ -214,7 +222,7 @@ def main(files):
                 failed += 1
                 print(f"{name}: {type(error).__name__}: {error}")
     print(f"snippets: {run - failed} passed, {failed} failed, in {len(files)} files")
-    return 1 if failed else 0
+    return 1 if failed or package and not run else 0
 
 
 if __name__ == "__main__":
