@@ -1,114 +1,133 @@
-"""Programs as users of Cirq write them: here and on Cirq's own simulators, with nothing changed but the simulator."""
+"""Programs as users of Cirq write them, with this simulator and with Cirq's: nothing changes but the line that makes it."""
 
-from collections import Counter
+import asyncio
 
-import cirq
 import numpy as np
 import pytest
-import sympy
-from programs import agree
 
-from velacamplix.cirq import VelacamplixSimulator
+cirq = pytest.importorskip("cirq", reason="needs Cirq: pip install velacamplix[test]")
 
+import sympy  # noqa: E402
 
-def decaying_echoes(simulator):
-    """Noisy sampling: randomized sequences that end where they began, of several lengths, and how many do."""
-    qubit, survived = cirq.LineQubit(0), []
-    draw = np.random.RandomState(7)
-    gates = [cirq.X, cirq.Y, cirq.H, cirq.S, cirq.X**0.5]
-    for length in (2, 10, 30):
-        forward = cirq.Circuit(gates[place](qubit) for place in draw.randint(len(gates), size=length))
-        sequence = forward + cirq.inverse(forward) + cirq.measure(qubit, key="m")
-        survived.append(Counter(simulator.run(sequence, repetitions=4000).histogram(key="m")))
-    return survived
+from velacamplix.cirq import VelacamplixSimulator  # noqa: E402
+
+Q = cirq.LineQubit.range(4)
+A, B, C, D = Q
+X, Z = cirq.X, cirq.Z
 
 
-def test_decaying_echoes():
-    noise = cirq.depolarize(0.01)
-    ours = decaying_echoes(VelacamplixSimulator(noise=noise, seed=1))
-    for counts, expected in zip(ours, decaying_echoes(cirq.DensityMatrixSimulator(noise=noise, seed=1)), strict=True):
-        agree(counts, expected)
-    assert ours[0][0] > ours[1][0] > ours[2][0]
+def vqe(simulator):
+    symbols = sympy.symbols("a:4")
+    circuit = cirq.Circuit([cirq.ry(symbol)(qubit) for symbol, qubit in zip(symbols, Q)], cirq.CZ(A, B), cirq.CNOT(B, C))
+    energy = Z(A) * Z(B) + 0.5 * X(C) - Z(D)
+    values, step = np.full(4, 0.3), 0.4
+    for _ in range(30):
+        gradient = []
+        for place in range(4):
+            ends = [values + sign * np.pi / 2 * np.eye(4)[place] for sign in (1, -1)]
+            up, down = simulator.simulate_expectation_values_sweep(
+                circuit, energy, [dict(zip(map(str, symbols), end)) for end in ends]
+            )
+            gradient.append((up[0] - down[0]).real / 2)
+        values = values - step * np.array(gradient)
+    return values
 
 
-def without_its_errors(simulator):
-    """Error mitigation: the circuit with 1, 3 and 5 times its noise, and a line through the three values to none."""
-    a, b, c = cirq.LineQubit.range(3)
-    circuit = cirq.Circuit(cirq.ry(0.7)(a), cirq.CNOT(a, b), cirq.rx(0.3)(c), cirq.CNOT(b, c), cirq.ry(-0.2)(b))
-    observable = cirq.Z(a) * cirq.Z(b) + 0.5 * cirq.X(c)
-    values = []
-    for times in (1, 3, 5):
-        folded = circuit + (times // 2) * (cirq.inverse(circuit) + circuit)
-        values.append(simulator.simulate_expectation_values(folded, [observable])[0].real)
-    return values, np.polyfit([1, 3, 5], values, 2)[-1]
+def qaoa(simulator):
+    beta, gamma = sympy.symbols("beta gamma")
+    ring = list(zip(Q, Q[1:] + Q[:1]))
+    circuit = cirq.Circuit(cirq.H.on_each(*Q), [cirq.ZZ(*pair) ** gamma for pair in ring], [cirq.rx(2 * beta)(q) for q in Q])
+    sweep = cirq.Product(cirq.Linspace("beta", 0.1, 1.5, 5), cirq.Linspace("gamma", 0.1, 0.9, 5))
+    cost = sum([Z(a) * Z(b) for a, b in ring])
+    return [value for (value,) in simulator.simulate_expectation_values_sweep(circuit, cost, sweep)]
 
 
-def test_without_its_errors():
-    noise = cirq.depolarize(0.01)
-    ours, mitigated = without_its_errors(VelacamplixSimulator(noise=noise))
-    theirs, expected = without_its_errors(cirq.DensityMatrixSimulator(noise=noise, dtype=np.complex128))
-    np.testing.assert_allclose(ours, theirs, atol=1e-9)
-    exact = without_its_errors(VelacamplixSimulator())[0][0]
-    assert mitigated == pytest.approx(expected, abs=1e-8) and abs(mitigated - exact) < 0.2 * abs(ours[0] - exact)
+def grover(simulator):
+    flip = [cirq.X.on_each(*Q[:3]), cirq.CCZ(A, B, C), cirq.X.on_each(*Q[:3])]
+    spread = [cirq.H.on_each(*Q[:3]), flip, cirq.H.on_each(*Q[:3])]
+    circuit = cirq.Circuit(cirq.H.on_each(*Q[:3]), [[cirq.CCZ(A, B, C), spread]] * 2, cirq.measure(A, B, C, key="m"))
+    ((found, times),) = simulator.run(circuit, repetitions=500).histogram(key="m").most_common(1)
+    return [found, times > 440]
 
 
-def ramsey_fringes(simulator):
-    """A sweep over two symbols, and the contrast of what was seen."""
-    qubit = cirq.LineQubit(0)
-    wait, detuning = sympy.symbols("wait detuning")
-    circuit = cirq.Circuit(
-        cirq.X(qubit) ** 0.5, cirq.rz(wait * detuning)(qubit), cirq.X(qubit) ** 0.5, cirq.measure(qubit, key="z")
+def phase_estimation(simulator):
+    """Qubit by qubit, each turned by what was measured before."""
+    begin = [cirq.X(D)]
+    steps = []
+    for place in range(3):
+        steps += [cirq.reset(A), cirq.H(A), (cirq.CZ(A, D) ** (0.625 * 2)) ** (2 ** (2 - place))]
+        for other in range(place):
+            steps.append((cirq.Z(A) ** (-(2.0 ** (other - place)))).with_classical_controls(f"m{other}"))
+        steps += [cirq.H(A), cirq.measure(A, key=f"m{place}")]
+    records = simulator.run(cirq.Circuit(begin, steps), repetitions=20).measurements
+    return sum([records[f"m{place}"][:, 0].mean() * 2**place for place in range(3)])
+
+
+def tomography(simulator):
+    prepare = cirq.Circuit(cirq.H(A), cirq.CNOT(A, B), cirq.S(B))
+    return cirq.experiments.two_qubit_state_tomography(simulator, A, B, prepare, 8000).data
+
+
+def benchmarking(simulator):
+    found = cirq.experiments.single_qubit_randomized_benchmarking(
+        simulator, A, num_clifford_range=[3, 9], num_circuits=2, repetitions=20
     )
-    sweep = cirq.Linspace("wait", 0, 6, 7) * cirq.Points("detuning", [0.5, 1.0])
-    results = simulator.run_sweep(circuit, sweep, repetitions=1000)
-    return [(result.params.param_dict, float(np.mean(result.measurements["z"]))) for result in results]
+    return found.data
 
 
-def test_ramsey_fringes():
-    ours, theirs = ramsey_fringes(VelacamplixSimulator(seed=2)), ramsey_fringes(cirq.Simulator(seed=2))
-    assert [params for params, _ in ours] == [params for params, _ in theirs]
-    np.testing.assert_allclose([p for _, p in ours], [p for _, p in theirs], atol=5 * np.sqrt(2 * 0.25 / 1000))
-    np.testing.assert_allclose(  # cos^2 of half the angle
-        [p for _, p in ours], [np.cos(v["wait"] * v["detuning"] / 2) ** 2 for v, _ in ours], atol=0.08
-    )
+def readout_errors(simulator):
+    found = cirq.estimate_single_qubit_readout_errors(simulator, qubits=Q[:2], repetitions=20)
+    return [found.zero_state_errors[A], found.one_state_errors[B]]
 
 
-def corrected_bits(simulator):
-    """Dynamic circuits: a repetition code finds where an error was, by helpers that are measured and reset, and mends it."""
-    data, helpers = cirq.LineQubit.range(3), cirq.LineQubit.range(3, 5)
-    circuit = cirq.Circuit(cirq.ry(0.9)(data[0]), cirq.CNOT(data[0], data[1]), cirq.CNOT(data[0], data[2]))
-    circuit += cirq.Circuit(cirq.rx(0.5)(qubit) for qubit in data)
-    circuit += [cirq.CNOT(data[0], helpers[0]), cirq.CNOT(data[1], helpers[0])]
-    circuit += [cirq.CNOT(data[1], helpers[1]), cirq.CNOT(data[2], helpers[1])]
-    circuit += [cirq.measure(helpers[0], key="s0"), cirq.measure(helpers[1], key="s1"), cirq.reset_each(*helpers)]
-    circuit += cirq.X(data[0]).with_classical_controls(sympy.And(sympy.Eq(sympy.Symbol("s0"), 1), sympy.Eq(sympy.Symbol("s1"), 0)))
-    circuit += cirq.X(data[1]).with_classical_controls("s0", "s1")
-    circuit += cirq.X(data[2]).with_classical_controls(sympy.And(sympy.Eq(sympy.Symbol("s0"), 0), sympy.Eq(sympy.Symbol("s1"), 1)))
-    circuit += cirq.measure(*data, key="out")
-    result = simulator.run(circuit, repetitions=500)
-    return Counter(result.multi_measurement_histogram(keys=["s0", "s1", "out"]))
+def collected(simulator):
+    circuit = cirq.Circuit(cirq.H(A), cirq.CNOT(A, B))
+    collector = cirq.PauliSumCollector(circuit, X(A) * X(B) + 2 * Z(A) * Z(B), samples_per_term=50)
+    collector.collect(sampler=simulator)
+    return collector.estimated_energy()
 
 
-def test_corrected_bits():
-    ours, theirs = corrected_bits(VelacamplixSimulator(seed=3)), corrected_bits(cirq.Simulator(seed=3))
-    agree(ours, theirs)
-    assert {out for _, _, out in ours} == {0, 7}
+def shadows(simulator):
+    """Of the expectation value of ZZ, from a few shots in random bases."""
+    rng, total = np.random.default_rng(1), 0.0
+    change = {0: lambda q: [cirq.H(q)], 1: lambda q: [cirq.S(q) ** -1, cirq.H(q)], 2: lambda q: []}
+    for _ in range(60):
+        bases = rng.integers(3, size=2)
+        circuit = cirq.Circuit(cirq.H(A), cirq.CNOT(A, B), [change[b](q) for b, q in zip(bases, Q)], cirq.measure(A, B, key="m"))
+        bits = simulator.run(circuit).measurements["m"][0]
+        total += 9 * (-1) ** bits.sum() if (bases == 2).all() else 0
+    return total / 60
 
 
-def cross_entropy(simulator):
-    """Random circuits: amplitudes of what was sampled, against the average of all."""
-    qubits = cirq.GridQubit.rect(2, 3)
-    circuit = cirq.experiments.random_rotations_between_grid_interaction_layers_circuit(qubits, depth=6, seed=5)
-    bitstrings = simulator.run(circuit + cirq.measure(*qubits, key="m"), repetitions=2000).measurements["m"]
-    outcomes = [int("".join(map(str, row)), 2) for row in bitstrings]
-    amplitudes = simulator.compute_amplitudes(circuit, outcomes, qubit_order=qubits)
-    return 64 * np.mean(np.abs(amplitudes) ** 2) - 1, simulator.simulate(circuit, qubit_order=qubits).final_state_vector
+def extrapolated(simulator):
+    """An expectation value with noise of one, two and three times the strength."""
+    kind = VelacamplixSimulator if isinstance(simulator, VelacamplixSimulator) else cirq.DensityMatrixSimulator
+    noise = [kind(noise=cirq.depolarize(0.02 * scale), seed=1) for scale in (1, 2, 3)]
+    circuit = cirq.Circuit(cirq.X(A), cirq.I(A), cirq.I(A), cirq.measure(A, key="m"))
+    values = [1 - 2 * one.run(circuit, repetitions=4000).measurements["m"].mean() for one in noise]
+    return 3 * values[0] - 3 * values[1] + values[2]
 
 
-def test_cross_entropy():
-    ours, state = cross_entropy(VelacamplixSimulator(seed=4))
-    theirs, expected = cross_entropy(cirq.Simulator(seed=4, dtype=np.complex128))
-    np.testing.assert_allclose(state, expected, atol=1e-7)
-    probabilities = np.abs(expected) ** 2
-    deviation = 64 * np.sqrt((probabilities**3).sum() - (probabilities**2).sum() ** 2) / np.sqrt(2000)
-    assert abs(ours - theirs) < 5 * np.sqrt(2) * deviation
+def awaited(simulator):
+    circuit = cirq.Circuit(X(A), cirq.measure(A, B, key="m"))
+    return asyncio.run(simulator.run_async(circuit, repetitions=3)).measurements["m"]
+
+
+PROGRAMS = {
+    vqe: 1e-6, qaoa: 1e-6, grover: 0, phase_estimation: 0, tomography: 0.05, benchmarking: 0, readout_errors: 0, collected: 0,
+    shadows: 0, extrapolated: 0.2, awaited: 0,
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("program", PROGRAMS, ids=lambda program: program.__name__)
+def test_programs_run_unchanged(program):
+    mine, theirs = program(VelacamplixSimulator(seed=1)), program(cirq.Simulator(seed=1, dtype=np.complex128))
+    np.testing.assert_allclose(mine, theirs, rtol=0, atol=PROGRAMS[program])
+
+
+def test_what_the_programs_find():
+    simulator = VelacamplixSimulator(seed=2)
+    assert grover(simulator) == [7, True]
+    assert phase_estimation(simulator) == 5  # of 8
+    assert abs(extrapolated(simulator) + 1) < 0.2
+    assert np.min(np.real(qaoa(simulator))) < -1.5
