@@ -382,6 +382,7 @@ REFUSED = {
     "not unitary, unchecked": (lambda: cirq.MatrixGate(np.ones((2, 2)), unitary_check=False)(A), "unitary"),
     "key": (lambda: cirq.X(A).with_classical_controls("nowhere"), "nowhere missing"),
     "confusion": (lambda: cirq.measure(A, B, confusion_map={(0, 1): np.eye(4)}), "confusion"),
+    "no probabilities": (lambda: cirq.measure(A, confusion_map={(0,): np.array([[1.5, -0.5], [0, 1]])}), "probabilities"),
     "keyed noise": (lambda: cirq.KrausChannel(cirq.kraus(cirq.bit_flip(0.1)), key="k")(A), "key"),
     "symbols in a diagonal": (lambda: cirq.DiagonalGate([T, 0.1])(A), "bind"),
     "noise with symbols": (lambda: (cirq.X**T).with_probability(0.5)(A), "bind"),

@@ -325,6 +325,11 @@ def test_options_are_refused_by_name():
         MINE.run(cirq.Circuit(cirq.measure(A)), repetitions=-1)
     with refused(ValueError, "initial_state"):
         MINE.simulate(cirq.Circuit(cirq.X(A)), initial_state=2)
+    with refused(ValueError, "density matrix"):
+        MINE.simulate(cirq.Circuit(cirq.X(A)), initial_state=np.eye(2) / 2)
+    for call in (MINE.run, MINE.simulate, lambda p: MINE.simulate_expectation_values(p, cirq.Z(A))):
+        with refused(TypeError, "program must be a cirq.Circuit"):
+            call(None)
     with refused(ValueError, "qubits"):
         MINE.simulate_expectation_values(cirq.Circuit(cirq.X(A)), cirq.Z(B))
     with refused(ValueError, "permit_terminal_measurements"):

@@ -68,9 +68,7 @@ def to_velacamplix(circuit: cirq.AbstractCircuit, qubit_order: Any = cirq.QubitO
     CNOT 0,1
     measure 0,1 -> 0,1
     """
-    if not isinstance(circuit, cirq.AbstractCircuit):
-        raise TypeError(f"circuit must be a cirq.Circuit or a cirq.FrozenCircuit, got {checks.show(circuit)}")
-    qubits = ordered_qubits(circuit, qubit_order)
+    qubits = ordered_qubits(circuit, qubit_order, "circuit")
     conversion = Conversion({qubit: number for number, qubit in enumerate(qubits)}, is_exact=True)
     conversion.read_moments(circuit)
     steps = conversion.phases() + conversion.steps
@@ -87,8 +85,16 @@ def to_velacamplix(circuit: cirq.AbstractCircuit, qubit_order: Any = cirq.QubitO
     return Circuit._assembled(checked.registers(registers, len(qubits), place), steps)
 
 
-def ordered_qubits(circuit: cirq.AbstractCircuit, qubit_order: Any) -> tuple[Any, ...]:
-    """Return the qubits of a circuit in an order, which must have them all; ValueError if one is a qudit."""
+def ordered_qubits(circuit: Any, qubit_order: Any, name: str = "program") -> tuple[Any, ...]:
+    """Return the qubits of a circuit in an order, which must have them all.
+
+    Raises
+    ------
+    TypeError, NotConverted
+        If `circuit` is none of Cirq's, or one of them is a qudit.
+    """
+    if not isinstance(circuit, cirq.AbstractCircuit):
+        raise TypeError(f"{name} must be a cirq.Circuit or a cirq.FrozenCircuit, got {checks.show(circuit)}")
     qubits = cirq.QubitOrder.as_qubit_order(qubit_order).order_for(circuit.all_qubits())
     for qubit in qubits:
         if qubit.dimension != 2:
@@ -319,6 +325,9 @@ class Conversion:
             return
         clbits = tuple(range(self.n_clbits, self.n_clbits + len(qubits)))
         record = Measurement(key, clbits, operation.qubits, gate.full_invert_mask(), gate.confusion_map)
+        for matrix in map(np.asarray, record.confusion.values()):
+            if not (matrix >= 0).all() or not np.allclose(matrix.sum(axis=1), 1, rtol=0, atol=1e-8):
+                raise NotConverted(f"a confusion map must have rows of probabilities that add up to 1, got {matrix.tolist()}")
         known = self._records.setdefault(key, [])
         if known and len(known[0]) != len(qubits):
             raise NotConverted(f"measurement key {key} is used for {len(known[0])} qubits and for {len(qubits)}")

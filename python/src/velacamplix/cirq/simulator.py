@@ -24,7 +24,6 @@ _Intermediate: Any = cirq.SimulatesIntermediateStateVector
 
 # Of a sweep, sets of values that run together have at most so many words of outcomes.
 _MOST_WORDS_TOGETHER = 2**22
-_UNMEASURED = "Circuit has no measurements to sample."
 
 
 class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # type: ignore[misc, name-defined]
@@ -89,10 +88,10 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
 
     def run_sweep_iter(self, program: Any, params: Any, repetitions: int = 1) -> Iterator[Any]:
         """Iterate over the results of each set of values; ``run`` and ``run_sweep`` come here. As in Cirq."""
-        if not program.has_measurements():
-            raise ValueError(_UNMEASURED)
-        shots = checks.integer(repetitions, "repetitions", minimum=0)
         numbers = _reversed(ordered_qubits(program, cirq.QubitOrder.DEFAULT))
+        if not program.has_measurements():
+            raise ValueError("Circuit has no measurements to sample.")
+        shots = checks.integer(repetitions, "repetitions", minimum=0)
         resolvers = list(cirq.to_resolvers(params))
         shared = self._shared(program, numbers)
         if shared is None:
@@ -234,12 +233,12 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
         Where something is left to chance, measurements and noise, they are those of the density matrix, which is the mean
         over all that may happen.
         """
+        qubits = ordered_qubits(program, qubit_order)
         if not permit_terminal_measurements and program.are_any_measurements_terminal():
             raise ValueError(
                 "Provided circuit has terminal measurements, which may skew expectation values. If this is intentional, set "
                 "permit_terminal_measurements=True."
             )
-        qubits = ordered_qubits(program, qubit_order)
         numbers = _reversed(qubits)
         asked = [_observable(one, numbers) for one in (observables if isinstance(observables, list) else [observables])]
         resolvers = list(cirq.to_resolvers(params))
@@ -303,12 +302,12 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
         >>> VelacamplixSimulator().simulate_moment_expectation_values(circuit, {0: cirq.Z(q)})
         [[(-1+0j)]]
         """
+        qubits = ordered_qubits(program, qubit_order)
         asked = indexed_observables
         if not isinstance(asked, Mapping):
             asked = dict.fromkeys(range(len(program)), asked)
         for place in asked:
             checks.index(place, len(program), "a moment")
-        qubits = ordered_qubits(program, qubit_order)
         numbers = _reversed(qubits)
         wanted = {
             place: [_observable(one, numbers) for one in (given if isinstance(given, list) else [given])]
@@ -447,7 +446,10 @@ def _initial(initial_state: Any, qubits: Sequence[Any]) -> Any:
         return checks.integer(initial_state, "initial_state", 0, 2 ** len(qubits) - 1)
     if isinstance(initial_state, cirq.ProductState):
         initial_state = initial_state.state_vector(qubit_order=qubits)
-    return cirq.to_valid_state_vector(initial_state, qid_shape=(2,) * len(qubits)).reshape(-1)
+    found = cirq.quantum_state(initial_state, qid_shape=(2,) * len(qubits)).state_vector()
+    if found is None:
+        raise ValueError("initial_state must be a state vector, got a density matrix")
+    return found.reshape(-1)
 
 
 def _observable(given: Any, numbers: Mapping[Any, int]) -> Observable:
