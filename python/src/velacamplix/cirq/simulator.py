@@ -172,7 +172,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
     def _parts(self, conversion: Conversion, n_qubits: int) -> tuple[Circuit, Circuit]:
         """Return the gates at the beginning, and what comes after them."""
         steps = conversion.phases() + conversion.steps
-        n = next((i for i, step in enumerate(steps) if not step.is_gate or step.condition is not None), len(steps))
+        n = _gates_in_front(steps)
         head, tail = [Circuit.from_instructions(part, n_qubits, conversion.n_clbits) for part in (steps[:n], steps[n:])]
         return head, tail
 
@@ -259,8 +259,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
                 one = _whole(self._conversion(_resolved(program, resolver), numbers), len(qubits))
             else:
                 one = _bound(program, circuit, resolver)
-            is_sure = all([step.is_gate and step.condition is None for step in one])
-            result = run(one, method="auto" if is_sure else "exact", **more)
+            result = run(one, method="auto" if _is_one_state(one) else "exact", **more)
             yield [complex(value) for value in np.atleast_1d(result.expectation_values)]
 
     def simulate_moment_expectation_values(
@@ -375,9 +374,13 @@ class _Sampling:
         """Return the same by one walk through the circuit for each shot, where records are as many as rounds of a loop."""
         simulator = self._simulator
         found: dict[str, list[Any]] = {}
+        steps = self.circuit.instructions
+        n = _gates_in_front(steps)
+        begin = simulator._create_simulation_state(0, self._qubits)
+        begin.apply(steps[:n])
         for _ in range(shots):
-            state = simulator._create_simulation_state(0, self._qubits)
-            state.walk(self.circuit.instructions, self._measurements)
+            state = begin.copy()
+            state.walk(steps[n:], self._measurements)
             for key, rows in state.classical_data.records.items():
                 found.setdefault(str(key), []).append(rows)
         records = {}
@@ -409,6 +412,23 @@ def _reversed(qubits: Sequence[Any]) -> dict[Any, int]:
 
 def _whole(conversion: Conversion, n_qubits: int) -> Circuit:
     return Circuit.from_instructions(conversion.steps, n_qubits, conversion.n_clbits)
+
+
+def _gates_in_front(steps: Sequence[Instruction]) -> int:
+    return next((i for i, step in enumerate(steps) if not step.is_gate or step.condition is not None), len(steps))
+
+
+def _is_one_state(circuit: Circuit) -> bool:
+    """Whether nothing is left to chance before measurements at the end."""
+    measured = set[int]()
+    for step in circuit:
+        if step.condition is not None or not measured.isdisjoint(step.qubits + step.controls):
+            return False
+        if step.name == "measure" and not step.is_noise:
+            measured.update(step.qubits)
+        elif not step.is_gate:
+            return False
+    return True
 
 
 def _resolved(program: Any, resolver: Any) -> Any:
