@@ -119,6 +119,9 @@ class Measurement(NamedTuple):
         return not self.confusion and not any(self.inverted)
 
 
+_ROTATIONS = {cirq.Rx: "RX", cirq.Ry: "RY", cirq.Rz: "RZ"}
+
+
 class _Known(NamedTuple):
     """What a gate is: nothing if it is not unitary, name and parameters if it is one instruction on its qubits in order."""
 
@@ -188,6 +191,13 @@ class Conversion:
                     self._read(operation)
                     continue
                 gate = operation.gate
+                rotation = _ROTATIONS.get(type(gate))
+                if rotation is not None and type(gate.exponent) is float:
+                    # Nearly always of its own angle, so that keeping it would cost more than reading it.
+                    angle = math.pi * gate.exponent
+                    if angle - angle == 0.0:
+                        append(Instruction(rotation, (numbers[operation.qubits[0]],), (angle,)))
+                        continue
                 found = known.get(id(gate)) or self._looked_at(gate, operation)
                 if found.name:
                     append(Instruction(found.name, tuple([numbers[qubit] for qubit in operation.qubits]), found.params))
