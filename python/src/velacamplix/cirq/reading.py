@@ -19,7 +19,7 @@ from ..instructions.flow import Readout, While, flow_step
 from ..instructions.instruction import Instruction, Register
 from ..qasm.meaning import MOST_BITS, MOST_INSTRUCTIONS
 from ..qasm.names import Names
-from .channels import channel
+from .channels import MOST_QUBITS_OF_NOISE, channel
 from .conditions import condition
 from .errors import NotConverted
 from .gates import READERS, control_cases, read, under
@@ -278,9 +278,12 @@ class Conversion:
         if not cirq.is_measurement(operation) and cirq.has_kraus(operation) and not cirq.has_unitary(operation):
             if cirq.is_parameterized(operation):
                 raise NotConverted("noise must have numbers; bind its symbols first")
-            self.steps.append(Instruction("channel", qubits, detail=self._channel(operation)))
-            return
-        if cirq.measurement_key_objs(operation) and cirq.has_kraus(operation) and _is_keyed_noise(operation):
+            # What is only made of noise does not tell operators of its own.
+            if len(qubits) > MOST_QUBITS_OF_NOISE or cirq.kraus(operation, None) is not None:
+                self.steps.append(Instruction("channel", qubits, detail=self._channel(operation)))
+                return
+        is_noise = isinstance(operation.gate, (cirq.KrausChannel, cirq.MixedUnitaryChannel))
+        if is_noise and cirq.measurement_key_objs(operation):
             raise NotConverted("a channel cannot record which of its operators acts; leave its key away")
         parts = cirq.decompose_once(operation, None)
         if parts is not None and all([set(part.qubits) <= set(operation.qubits) for part in parts]):
@@ -369,11 +372,7 @@ class Conversion:
             if asked is None:
                 phases = phases + self._phases
             else:
-                own = self.phases() + own
-                if any([step.condition is not None or step.name in ("if", "while") for step in own]):
-                    own = [_with(step, asked) for step in own]
-                else:
-                    own = [step._replace(condition=asked) if step.can_be_conditioned else step for step in own]
+                own = [_with(step, asked) for step in self.phases() + own]
         finally:
             self._phases = phases
         self.steps[first:] = own
@@ -404,8 +403,6 @@ class Conversion:
 
 def _with(step: Instruction, asked: AnyCondition) -> Instruction:
     """Return an instruction that happens only if a further condition holds."""
-    if not step.can_be_conditioned:
-        return step
     both = asked if step.condition is None else CompoundCondition("and", (asked, step.condition))
     return step._replace(condition=both)
 
@@ -439,21 +436,18 @@ def _is_open(gate: Any) -> bool:
     return cirq.has_unitary(cirq.resolve_parameters(gate, names))
 
 
-def _is_keyed_noise(operation: Any) -> bool:
-    return isinstance(operation.gate, (cirq.KrausChannel, cirq.MixedUnitaryChannel))
-
-
 def _told(operation: Any) -> str:
     text = str(operation)
-    return (
-        text
-        if len(text) <= 80 and "\n" not in text
-        else f"{type(operation.gate or operation).__name__} on " + ", ".join(map(str, operation.qubits[:8]))
-    )
+    if len(text) <= 80 and "\n" not in text:
+        return text
+    return f"{type(operation.gate or operation).__name__} on {', '.join(map(str, operation.qubits[:8]))}"
 
 
 def moments_with_noise(circuit: cirq.AbstractCircuit, noise: cirq.NoiseModel) -> Iterator[Any]:
     """Iterate over what a noise model makes of the moments of a circuit."""
-    if noise is cirq.NO_NOISE or type(noise) is type(cirq.NO_NOISE):
-        return iter(circuit)
-    return iter(noise.noisy_moments(circuit, sorted(circuit.all_qubits())))
+    return iter(noise.noisy_moments(circuit, sorted(circuit.all_qubits())) if is_noisy(noise) else circuit)
+
+
+def is_noisy(noise: cirq.NoiseModel) -> bool:
+    """Whether a noise model changes anything."""
+    return type(noise) is not type(cirq.NO_NOISE)

@@ -17,7 +17,7 @@ from ..programs.compile import require_fusion
 from ..running.run import run
 from ..states.statevector import StateVector
 from .errors import NotConverted
-from .reading import Conversion, Measurement, moments_with_noise, ordered_qubits
+from .reading import Conversion, Measurement, is_noisy, moments_with_noise, ordered_qubits
 from .states import VelacamplixSimulationState, word
 
 _Intermediate: Any = cirq.SimulatesIntermediateStateVector
@@ -131,7 +131,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
         """Return the conversion that serves all sets of values, or None where each needs its own."""
         if not cirq.is_parameterized(program):
             return self._conversion(program, numbers)
-        if _is_noisy(self.noise):  # a model may ask what the gates are
+        if is_noisy(self.noise):  # a model may ask what the gates are
             return None
         try:
             return self._conversion(program, numbers)
@@ -312,7 +312,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
             place: [_observable(one, numbers) for one in (given if isinstance(given, list) else [given])]
             for place, given in asked.items()
         }
-        if _is_noisy(self.noise) and wanted:
+        if is_noisy(self.noise) and wanted:
             raise ValueError("simulate_moment_expectation_values takes no noise, which puts moments between others")
         found: dict[int, list[Any]] = {}
         steps = self.simulate_moment_steps(program, param_resolver, qubit_order, initial_state)
@@ -482,10 +482,6 @@ def _observable(given: Any, numbers: Mapping[Any, int]) -> Observable:
         weight = coefficient.real if not coefficient.imag else coefficient
         terms.append((weight, "".join(map(str, term.values())), tuple([numbers[qubit] for qubit in term])))
     return Observable(terms or [(0.0, "", ())])
-
-
-def _is_noisy(noise: Any) -> bool:
-    return type(noise) is not type(cirq.NO_NOISE)
 
 
 def _random_state(seed: Any) -> Any:
