@@ -323,7 +323,18 @@ def test_circuit_operations_keep_their_keys_apart():
 
 # --- Noise ---
 
+class Composed(cirq.Gate):
+    """A user's noise, which is made of other."""
+
+    def _num_qubits_(self):
+        return 2
+
+    def _decompose_(self, qubits):
+        return [cirq.bit_flip(0.2)(qubits[0]), cirq.CNOT(*qubits), cirq.amplitude_damp(0.3)(qubits[1])]
+
+
 CHANNELS = [
+    Composed(),
     cirq.depolarize(0.1), cirq.depolarize(0.1, 2), cirq.bit_flip(0.2), cirq.phase_flip(0.3), cirq.amplitude_damp(0.3),
     cirq.phase_damp(0.4), cirq.generalized_amplitude_damp(0.3, 0.6), cirq.asymmetric_depolarize(0.1, 0.2, 0.3),
     cirq.asymmetric_depolarize(error_probabilities={"XY": 0.2, "ZI": 0.1, "II": 0.7}),
@@ -382,6 +393,7 @@ REFUSED = {
     "not unitary, unchecked": (lambda: cirq.MatrixGate(np.ones((2, 2)), unitary_check=False)(A), "unitary"),
     "key": (lambda: cirq.X(A).with_classical_controls("nowhere"), "nowhere missing"),
     "confusion": (lambda: cirq.measure(A, B, confusion_map={(0, 1): np.eye(4)}), "confusion"),
+    "no probabilities": (lambda: cirq.measure(A, confusion_map={(0,): np.array([[1.5, -0.5], [0, 1]])}), "probabilities"),
     "keyed noise": (lambda: cirq.KrausChannel(cirq.kraus(cirq.bit_flip(0.1)), key="k")(A), "key"),
     "symbols in a diagonal": (lambda: cirq.DiagonalGate([T, 0.1])(A), "bind"),
     "noise with symbols": (lambda: (cirq.X**T).with_probability(0.5)(A), "bind"),

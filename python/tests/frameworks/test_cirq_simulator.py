@@ -225,6 +225,21 @@ def test_qubits_are_teleported():
     )
 
 
+@pytest.mark.filterwarnings("ignore:.*measured")
+def test_values_behind_measurements_are_means_over_the_outcomes():
+    qubits = cirq.LineQubit.range(20)  # as a density matrix 16 TiB
+    wide = cirq.Circuit(cirq.ry(0.4)(qubits[0]), cirq.H.on_each(*qubits[1:]), cirq.measure(*qubits, key="m"))
+    values = MINE.simulate_expectation_values(
+        wide, [cirq.Z(qubits[0]), cirq.X(qubits[1])], permit_terminal_measurements=True
+    )
+    near(values, [np.cos(0.4), 0])
+    middle = cirq.Circuit(cirq.ry(0.4)(A), cirq.measure(A, key="a"), cirq.ry(0.3)(A), cirq.H(B).with_classical_controls("a"))
+    exact = cirq.DensityMatrixSimulator(dtype=np.complex128)
+    rho = exact.simulate(cirq.Circuit(cirq.ry(0.4)(A), cirq.phase_flip(0.5)(A), cirq.ry(0.3)(A)))
+    near(MINE.simulate_expectation_values(middle, cirq.Z(A)), [np.trace(rho.final_density_matrix @ cirq.unitary(cirq.Z))])
+    near(MINE.simulate_expectation_values(middle, cirq.X(B)), [np.sin(0.2) ** 2])
+
+
 CONFUSION = {
     (0,): np.array([[0.8, 0.2], [0.1, 0.9]]),
     (2, 1): np.array([[0.7, 0.1, 0.1, 0.1], [0, 1, 0, 0], [0, 0, 1, 0], [0.5, 0, 0, 0.5]]),
@@ -325,6 +340,11 @@ def test_options_are_refused_by_name():
         MINE.run(cirq.Circuit(cirq.measure(A)), repetitions=-1)
     with refused(ValueError, "initial_state"):
         MINE.simulate(cirq.Circuit(cirq.X(A)), initial_state=2)
+    with refused(ValueError, "density matrix"):
+        MINE.simulate(cirq.Circuit(cirq.X(A)), initial_state=np.eye(2) / 2)
+    for call in (MINE.run, MINE.simulate, lambda p: MINE.simulate_expectation_values(p, cirq.Z(A))):
+        with refused(TypeError, "program must be a cirq.Circuit"):
+            call(None)
     with refused(ValueError, "qubits"):
         MINE.simulate_expectation_values(cirq.Circuit(cirq.X(A)), cirq.Z(B))
     with refused(ValueError, "permit_terminal_measurements"):

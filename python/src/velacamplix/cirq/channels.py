@@ -10,6 +10,9 @@ import numpy as np
 from ..channels.channel import Channel
 from .errors import NotConverted
 
+#: A channel has as many at most.
+MOST_QUBITS_OF_NOISE = 4
+
 # By class: the channel of Cirq's own with its numbers.
 _NAMED: dict[Any, Any] = {
     cirq.BitFlipChannel: lambda gate: Channel.bit_flip(gate.p),
@@ -27,8 +30,8 @@ def channel(value: Any, n_qubits: int) -> Channel:
     named = _NAMED.get(type(value))
     if named is not None:
         return named(value)  # type: ignore[no-any-return]
-    if n_qubits > 4:
-        raise NotConverted(f"noise must be on at most 4 qubits, this is on {n_qubits}")
+    if n_qubits > MOST_QUBITS_OF_NOISE:
+        raise NotConverted(f"noise must be on at most {MOST_QUBITS_OF_NOISE} qubits, this is on {n_qubits}")
     mixture = cirq.mixture(value, None)
     if mixture is not None:
         shares, matrices = zip(*mixture)

@@ -19,7 +19,7 @@ from ..instructions.flow import Readout, While, flow_step
 from ..instructions.instruction import Instruction, Register
 from ..qasm.meaning import MOST_BITS, MOST_INSTRUCTIONS
 from ..qasm.names import Names
-from .channels import channel
+from .channels import MOST_QUBITS_OF_NOISE, channel
 from .conditions import condition
 from .errors import NotConverted
 from .gates import READERS, control_cases, read, under
@@ -68,9 +68,7 @@ def to_velacamplix(circuit: cirq.AbstractCircuit, qubit_order: Any = cirq.QubitO
     CNOT 0,1
     measure 0,1 -> 0,1
     """
-    if not isinstance(circuit, cirq.AbstractCircuit):
-        raise TypeError(f"circuit must be a cirq.Circuit or a cirq.FrozenCircuit, got {checks.show(circuit)}")
-    qubits = ordered_qubits(circuit, qubit_order)
+    qubits = ordered_qubits(circuit, qubit_order, "circuit")
     conversion = Conversion({qubit: number for number, qubit in enumerate(qubits)}, is_exact=True)
     conversion.read_moments(circuit)
     steps = conversion.phases() + conversion.steps
@@ -87,8 +85,16 @@ def to_velacamplix(circuit: cirq.AbstractCircuit, qubit_order: Any = cirq.QubitO
     return Circuit._assembled(checked.registers(registers, len(qubits), place), steps)
 
 
-def ordered_qubits(circuit: cirq.AbstractCircuit, qubit_order: Any) -> tuple[Any, ...]:
-    """Return the qubits of a circuit in an order, which must have them all; ValueError if one is a qudit."""
+def ordered_qubits(circuit: Any, qubit_order: Any, name: str = "program") -> tuple[Any, ...]:
+    """Return the qubits of a circuit in an order, which must have them all.
+
+    Raises
+    ------
+    TypeError, NotConverted
+        If `circuit` is none of Cirq's, or one of them is a qudit.
+    """
+    if not isinstance(circuit, cirq.AbstractCircuit):
+        raise TypeError(f"{name} must be a cirq.Circuit or a cirq.FrozenCircuit, got {checks.show(circuit)}")
     qubits = cirq.QubitOrder.as_qubit_order(qubit_order).order_for(circuit.all_qubits())
     for qubit in qubits:
         if qubit.dimension != 2:
@@ -111,6 +117,9 @@ class Measurement(NamedTuple):
     def is_plain(self) -> bool:
         """Whether the outcomes are recorded as they are."""
         return not self.confusion and not any(self.inverted)
+
+
+_ROTATIONS = {cirq.Rx: "RX", cirq.Ry: "RY", cirq.Rz: "RZ"}
 
 
 class _Known(NamedTuple):
@@ -182,6 +191,13 @@ class Conversion:
                     self._read(operation)
                     continue
                 gate = operation.gate
+                rotation = _ROTATIONS.get(type(gate))
+                if rotation is not None and type(gate.exponent) is float:
+                    # Nearly always of its own angle, so that keeping it would cost more than reading it.
+                    angle = math.pi * gate.exponent
+                    if angle - angle == 0.0:
+                        append(Instruction(rotation, (numbers[operation.qubits[0]],), (angle,)))
+                        continue
                 found = known.get(id(gate)) or self._looked_at(gate, operation)
                 if found.name:
                     append(Instruction(found.name, tuple([numbers[qubit] for qubit in operation.qubits]), found.params))
@@ -262,9 +278,12 @@ class Conversion:
         if not cirq.is_measurement(operation) and cirq.has_kraus(operation) and not cirq.has_unitary(operation):
             if cirq.is_parameterized(operation):
                 raise NotConverted("noise must have numbers; bind its symbols first")
-            self.steps.append(Instruction("channel", qubits, detail=self._channel(operation)))
-            return
-        if cirq.measurement_key_objs(operation) and cirq.has_kraus(operation) and _is_keyed_noise(operation):
+            # What is only made of noise does not tell operators of its own.
+            if len(qubits) > MOST_QUBITS_OF_NOISE or cirq.kraus(operation, None) is not None:
+                self.steps.append(Instruction("channel", qubits, detail=self._channel(operation)))
+                return
+        is_noise = isinstance(operation.gate, (cirq.KrausChannel, cirq.MixedUnitaryChannel))
+        if is_noise and cirq.measurement_key_objs(operation):
             raise NotConverted("a channel cannot record which of its operators acts; leave its key away")
         parts = cirq.decompose_once(operation, None)
         if parts is not None and all([set(part.qubits) <= set(operation.qubits) for part in parts]):
@@ -319,6 +338,9 @@ class Conversion:
             return
         clbits = tuple(range(self.n_clbits, self.n_clbits + len(qubits)))
         record = Measurement(key, clbits, operation.qubits, gate.full_invert_mask(), gate.confusion_map)
+        for matrix in map(np.asarray, record.confusion.values()):
+            if not (matrix >= 0).all() or not np.allclose(matrix.sum(axis=1), 1, rtol=0, atol=1e-8):
+                raise NotConverted(f"a confusion map must have rows of probabilities that add up to 1, got {matrix.tolist()}")
         known = self._records.setdefault(key, [])
         if known and len(known[0]) != len(qubits):
             raise NotConverted(f"measurement key {key} is used for {len(known[0])} qubits and for {len(qubits)}")
@@ -350,11 +372,7 @@ class Conversion:
             if asked is None:
                 phases = phases + self._phases
             else:
-                own = self.phases() + own
-                if any([step.condition is not None or step.name in ("if", "while") for step in own]):
-                    own = [_with(step, asked) for step in own]
-                else:
-                    own = [step._replace(condition=asked) if step.can_be_conditioned else step for step in own]
+                own = [_with(step, asked) for step in self.phases() + own]
         finally:
             self._phases = phases
         self.steps[first:] = own
@@ -385,8 +403,6 @@ class Conversion:
 
 def _with(step: Instruction, asked: AnyCondition) -> Instruction:
     """Return an instruction that happens only if a further condition holds."""
-    if not step.can_be_conditioned:
-        return step
     both = asked if step.condition is None else CompoundCondition("and", (asked, step.condition))
     return step._replace(condition=both)
 
@@ -420,21 +436,18 @@ def _is_open(gate: Any) -> bool:
     return cirq.has_unitary(cirq.resolve_parameters(gate, names))
 
 
-def _is_keyed_noise(operation: Any) -> bool:
-    return isinstance(operation.gate, (cirq.KrausChannel, cirq.MixedUnitaryChannel))
-
-
 def _told(operation: Any) -> str:
     text = str(operation)
-    return (
-        text
-        if len(text) <= 80 and "\n" not in text
-        else f"{type(operation.gate or operation).__name__} on " + ", ".join(map(str, operation.qubits[:8]))
-    )
+    if len(text) <= 80 and "\n" not in text:
+        return text
+    return f"{type(operation.gate or operation).__name__} on {', '.join(map(str, operation.qubits[:8]))}"
 
 
 def moments_with_noise(circuit: cirq.AbstractCircuit, noise: cirq.NoiseModel) -> Iterator[Any]:
     """Iterate over what a noise model makes of the moments of a circuit."""
-    if noise is cirq.NO_NOISE or type(noise) is type(cirq.NO_NOISE):
-        return iter(circuit)
-    return iter(noise.noisy_moments(circuit, sorted(circuit.all_qubits())))
+    return iter(noise.noisy_moments(circuit, sorted(circuit.all_qubits())) if is_noisy(noise) else circuit)
+
+
+def is_noisy(noise: cirq.NoiseModel) -> bool:
+    """Whether a noise model changes anything."""
+    return type(noise) is not type(cirq.NO_NOISE)

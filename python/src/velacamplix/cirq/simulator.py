@@ -17,14 +17,13 @@ from ..programs.compile import require_fusion
 from ..running.run import run
 from ..states.statevector import StateVector
 from .errors import NotConverted
-from .reading import Conversion, Measurement, moments_with_noise, ordered_qubits
+from .reading import Conversion, Measurement, is_noisy, moments_with_noise, ordered_qubits
 from .states import VelacamplixSimulationState, word
 
 _Intermediate: Any = cirq.SimulatesIntermediateStateVector
 
 # Of a sweep, sets of values that run together have at most so many words of outcomes.
 _MOST_WORDS_TOGETHER = 2**22
-_UNMEASURED = "Circuit has no measurements to sample."
 
 
 class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # type: ignore[misc, name-defined]
@@ -89,10 +88,10 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
 
     def run_sweep_iter(self, program: Any, params: Any, repetitions: int = 1) -> Iterator[Any]:
         """Iterate over the results of each set of values; ``run`` and ``run_sweep`` come here. As in Cirq."""
-        if not program.has_measurements():
-            raise ValueError(_UNMEASURED)
-        shots = checks.integer(repetitions, "repetitions", minimum=0)
         numbers = _reversed(ordered_qubits(program, cirq.QubitOrder.DEFAULT))
+        if not program.has_measurements():
+            raise ValueError("Circuit has no measurements to sample.")
+        shots = checks.integer(repetitions, "repetitions", minimum=0)
         resolvers = list(cirq.to_resolvers(params))
         shared = self._shared(program, numbers)
         if shared is None:
@@ -132,7 +131,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
         """Return the conversion that serves all sets of values, or None where each needs its own."""
         if not cirq.is_parameterized(program):
             return self._conversion(program, numbers)
-        if _is_noisy(self.noise):  # a model may ask what the gates are
+        if is_noisy(self.noise):  # a model may ask what the gates are
             return None
         try:
             return self._conversion(program, numbers)
@@ -173,7 +172,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
     def _parts(self, conversion: Conversion, n_qubits: int) -> tuple[Circuit, Circuit]:
         """Return the gates at the beginning, and what comes after them."""
         steps = conversion.phases() + conversion.steps
-        n = next((i for i, step in enumerate(steps) if not step.is_gate or step.condition is not None), len(steps))
+        n = _gates_in_front(steps)
         head, tail = [Circuit.from_instructions(part, n_qubits, conversion.n_clbits) for part in (steps[:n], steps[n:])]
         return head, tail
 
@@ -234,12 +233,12 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
         Where something is left to chance, measurements and noise, they are those of the density matrix, which is the mean
         over all that may happen.
         """
+        qubits = ordered_qubits(program, qubit_order)
         if not permit_terminal_measurements and program.are_any_measurements_terminal():
             raise ValueError(
                 "Provided circuit has terminal measurements, which may skew expectation values. If this is intentional, set "
                 "permit_terminal_measurements=True."
             )
-        qubits = ordered_qubits(program, qubit_order)
         numbers = _reversed(qubits)
         asked = [_observable(one, numbers) for one in (observables if isinstance(observables, list) else [observables])]
         resolvers = list(cirq.to_resolvers(params))
@@ -260,8 +259,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
                 one = _whole(self._conversion(_resolved(program, resolver), numbers), len(qubits))
             else:
                 one = _bound(program, circuit, resolver)
-            is_sure = all([step.is_gate and step.condition is None for step in one])
-            result = run(one, method="auto" if is_sure else "exact", **more)
+            result = run(one, method="auto" if _is_one_state(one) else "exact", **more)
             yield [complex(value) for value in np.atleast_1d(result.expectation_values)]
 
     def simulate_moment_expectation_values(
@@ -303,18 +301,18 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
         >>> VelacamplixSimulator().simulate_moment_expectation_values(circuit, {0: cirq.Z(q)})
         [[(-1+0j)]]
         """
+        qubits = ordered_qubits(program, qubit_order)
         asked = indexed_observables
         if not isinstance(asked, Mapping):
             asked = dict.fromkeys(range(len(program)), asked)
         for place in asked:
             checks.index(place, len(program), "a moment")
-        qubits = ordered_qubits(program, qubit_order)
         numbers = _reversed(qubits)
         wanted = {
             place: [_observable(one, numbers) for one in (given if isinstance(given, list) else [given])]
             for place, given in asked.items()
         }
-        if _is_noisy(self.noise) and wanted:
+        if is_noisy(self.noise) and wanted:
             raise ValueError("simulate_moment_expectation_values takes no noise, which puts moments between others")
         found: dict[int, list[Any]] = {}
         steps = self.simulate_moment_steps(program, param_resolver, qubit_order, initial_state)
@@ -376,9 +374,13 @@ class _Sampling:
         """Return the same by one walk through the circuit for each shot, where records are as many as rounds of a loop."""
         simulator = self._simulator
         found: dict[str, list[Any]] = {}
+        steps = self.circuit.instructions
+        n = _gates_in_front(steps)
+        begin = simulator._create_simulation_state(0, self._qubits)
+        begin.apply(steps[:n])
         for _ in range(shots):
-            state = simulator._create_simulation_state(0, self._qubits)
-            state.walk(self.circuit.instructions, self._measurements)
+            state = begin.copy()
+            state.walk(steps[n:], self._measurements)
             for key, rows in state.classical_data.records.items():
                 found.setdefault(str(key), []).append(rows)
         records = {}
@@ -410,6 +412,23 @@ def _reversed(qubits: Sequence[Any]) -> dict[Any, int]:
 
 def _whole(conversion: Conversion, n_qubits: int) -> Circuit:
     return Circuit.from_instructions(conversion.steps, n_qubits, conversion.n_clbits)
+
+
+def _gates_in_front(steps: Sequence[Instruction]) -> int:
+    return next((i for i, step in enumerate(steps) if not step.is_gate or step.condition is not None), len(steps))
+
+
+def _is_one_state(circuit: Circuit) -> bool:
+    """Whether nothing is left to chance before measurements at the end."""
+    measured = set[int]()
+    for step in circuit:
+        if step.condition is not None or not measured.isdisjoint(step.qubits + step.controls):
+            return False
+        if step.name == "measure" and not step.is_noise:
+            measured.update(step.qubits)
+        elif not step.is_gate:
+            return False
+    return True
 
 
 def _resolved(program: Any, resolver: Any) -> Any:
@@ -447,7 +466,10 @@ def _initial(initial_state: Any, qubits: Sequence[Any]) -> Any:
         return checks.integer(initial_state, "initial_state", 0, 2 ** len(qubits) - 1)
     if isinstance(initial_state, cirq.ProductState):
         initial_state = initial_state.state_vector(qubit_order=qubits)
-    return cirq.to_valid_state_vector(initial_state, qid_shape=(2,) * len(qubits)).reshape(-1)
+    found = cirq.quantum_state(initial_state, qid_shape=(2,) * len(qubits)).state_vector()
+    if found is None:
+        raise ValueError("initial_state must be a state vector, got a density matrix")
+    return found.reshape(-1)
 
 
 def _observable(given: Any, numbers: Mapping[Any, int]) -> Observable:
@@ -460,10 +482,6 @@ def _observable(given: Any, numbers: Mapping[Any, int]) -> Observable:
         weight = coefficient.real if not coefficient.imag else coefficient
         terms.append((weight, "".join(map(str, term.values())), tuple([numbers[qubit] for qubit in term])))
     return Observable(terms or [(0.0, "", ())])
-
-
-def _is_noisy(noise: Any) -> bool:
-    return type(noise) is not type(cirq.NO_NOISE)
 
 
 def _random_state(seed: Any) -> Any:

@@ -58,11 +58,11 @@ def from_velacamplix(circuit: Circuit) -> cirq.Circuit:
     if not isinstance(circuit, Circuit):
         raise TypeError(f"circuit must be a velacamplix.Circuit, got {checks.show(circuit)}")
     writing = _Writing(circuit)
-    made = cirq.Circuit()
+    made: cirq.Circuit | None = None
     listed: list[Any] = []
     for place, step in enumerate(circuit):
         if step.name == "barrier":
-            made += cirq.Circuit(listed)
+            made = cirq.Circuit(listed) if made is None else made + cirq.Circuit(listed)
             listed = []
             continue
         try:
@@ -75,7 +75,8 @@ def from_velacamplix(circuit: Circuit) -> cirq.Circuit:
             raise NotConverted(
                 "instructions hold each other too deeply for Python's stack", repr(step.name), place
             ) from None
-    return made + cirq.Circuit(listed)
+    last = cirq.Circuit(listed)
+    return last if made is None else made + last
 
 
 class _Writing:
