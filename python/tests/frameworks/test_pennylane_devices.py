@@ -256,8 +256,10 @@ def test_batches_of_parameters_give_a_row_each(kind):
     for one, other in zip(ours, theirs):
         np.testing.assert_allclose(one, other, atol=1e-12)
     same_shapes(*[qml.set_shots(qml.QNode(circuit, d), 10)(angles) for d in (kind(wires=2), qml.device("default.qubit", wires=2))])
-    with pytest.raises(NotConverted, match=r"a batch of shape \(5,\)"):
-        kind(wires=2).execute(qml.tape.QuantumScript([qml.RX(angles, 0)], [qml.probs()]))
+    for angle, told in [(angles, r"a batch of shape \(5,\)"), (np.inf, "finite"), (np.array(np.nan), "finite")]:
+        with pytest.raises(NotConverted, match=told) as caught:
+            kind(wires=2).execute(qml.tape.QuantumScript([qml.X(0), qml.RX(angle, 0)], [qml.probs()]))
+        assert caught.value.instruction == "RX(wires=[0])" and caught.value.position == 1
 
 
 # --- Mid-circuit measurements ---
@@ -514,3 +516,24 @@ def test_a_tracker_counts(kind):
     with qml.Tracker(device) as tracker:
         qml.set_shots(qml.QNode(lambda: qml.expval(qml.Z(0)), device), 10)()
     assert (tracker.totals["batches"], tracker.totals["executions"], tracker.totals["shots"]) == (1, 1, 10)
+
+
+def test_an_observable_whose_weights_change_is_read_again():
+    device = VelacamplixQubit(wires=1)
+    energy = 2.0 * qml.Z(0) + 1.0 * qml.X(0)
+    script = qml.tape.QuantumScript([], [qml.expval(energy)])
+    assert device.execute(script) == 2
+    sentence = energy.pauli_rep
+    for word in sentence:
+        sentence[word] = sentence[word] * 3
+    assert device.execute(script) == 6
+
+
+def test_what_would_fill_the_memory_is_refused():
+    device = VelacamplixQubit(wires=1)
+
+    def circuit():
+        return qml.probs(op=[qml.measure(0) for _ in range(21)])
+
+    with pytest.raises(NotConverted, match="21 measurements cannot be listed"):
+        qml.set_shots(qml.QNode(circuit, device), 2)()

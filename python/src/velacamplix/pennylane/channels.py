@@ -16,8 +16,6 @@ _KNOWN: dict[type, Callable[..., Channel]] = {
     qml.PhaseFlip: Channel.phase_flip,
     qml.DepolarizingChannel: lambda p: Channel.depolarizing(error_probability=p),
     qml.AmplitudeDamping: Channel.amplitude_damping,
-    # Its p is the share of 1, whatever the operators that its documentation shows.
-    qml.GeneralizedAmplitudeDamping: Channel.generalized_amplitude_damping,
     qml.PhaseDamping: Channel.phase_damping,
     qml.ResetError: Channel.reset,
 }
@@ -29,7 +27,8 @@ def channel_steps(op: Any, qubits: tuple[int, ...]) -> list[Instruction]:
     if make is not None:
         channel = make(*[float(value) for value in op.data])
     else:
-        # Its operators have the first wire highest, and so has the first qubit of the list.
+        # Its operators have the first wire highest, and so has the first qubit of the list. GeneralizedAmplitudeDamping is
+        # here, too: what its p is the share of has changed between versions.
         channel = Channel.from_kraus([np.asarray(matrix) for matrix in op.kraus_matrices()], order="big")
     return [Instruction("channel", qubits, detail=channel)]
 

@@ -190,7 +190,7 @@ def stops(op: Any, takes_measurements: bool = True) -> bool:
         return takes_measurements
     if isinstance(op, Conditional):
         return stops(op.base, takes_measurements)
-    return gates.is_known(op) or type(op) is qml.Barrier
+    return gates.is_known(op)
 
 
 def stops_derivative(op: Any) -> bool:

@@ -117,7 +117,7 @@ class VelacamplixMixed(VelacamplixDevice):
             self._prepare(state, ops.pop(0), places)
 
         def tree(visit: branches.Visit) -> branches.Tree:
-            return branches.Tree(ops, places, self._applier(places), visit, self._rng)
+            return branches.Tree(ops, places, self._applier(circuit, places), visit, self._rng)
 
         if circuit.shots:
             return branches.sampled(tree, state, Sampling(measurements, places, self._rng), circuit.shots, places)
@@ -125,7 +125,7 @@ class VelacamplixMixed(VelacamplixDevice):
             mixture = branches.Mixture(measurements, places)
             tree(mixture.add).follow(state, 1.0)
             return mixture.results()
-        self._applier(places)(state, ops)
+        self._applier(circuit, places)(state, ops)
         view = View(state, places)
         found = tuple([exact(mp, view) for mp in measurements])
         return found[0] if len(found) == 1 else found
@@ -148,7 +148,7 @@ class VelacamplixMixed(VelacamplixDevice):
         whole = np.kron(given, rest).reshape((2,) * (2 * n)).transpose([*order, *(order + n)])
         state.set_state(np.ascontiguousarray(whole).reshape(2**n, 2**n), order="big")
 
-    def _applier(self, places: Mapping[Any, int]) -> branches.Apply:
+    def _applier(self, tape: Any, places: Mapping[Any, int]) -> branches.Apply:
         def apply(state: Any, listed: Sequence[Any]) -> None:
             reader = Reading(places)
             steps: list[Instruction] = []
@@ -156,7 +156,8 @@ class VelacamplixMixed(VelacamplixDevice):
                 try:
                     steps += reader.steps(op)
                 except (TypeError, ValueError) as error:
-                    raise NotConverted(getattr(error, "reason", str(error)), gates.named(op)) from None
+                    place = next((place for place, other in enumerate(tape.operations) if other is op), None)
+                    raise NotConverted(getattr(error, "reason", str(error)), gates.named(op), place) from None
             circuit = Circuit.from_instructions(steps, state.n_qubits)
             state.run(circuit if self._noise is None else self._noise.apply(circuit))
 

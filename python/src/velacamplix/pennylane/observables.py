@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import operator
 from collections import OrderedDict
 from collections.abc import Mapping
 from typing import Any
@@ -10,6 +11,7 @@ import numpy as np
 import pennylane as qml
 from pennylane.ops.op_math import Prod, SProd, Sum
 
+from ..machine import memory
 from ..observables.observable import Observable
 from ..observables.terms import Listed
 from .errors import NotConverted
@@ -19,7 +21,7 @@ MOST_OF_A_MATRIX = 8
 
 _LETTERS: dict[type, str] = {qml.PauliX: "X", qml.PauliY: "Y", qml.PauliZ: "Z"}
 _MOST_KEPT = 32
-_kept: OrderedDict[Any, tuple[Any, Observable]] = OrderedDict()
+_kept: OrderedDict[Any, tuple[Any, list[Any], Observable]] = OrderedDict()
 _single: dict[tuple[str, int], Observable] = {}
 
 
@@ -38,16 +40,17 @@ def pauli_observable(op: Any, places: Mapping[Any, int]) -> Observable | None:
     if sentence is None:
         return None
     # PennyLane makes the sum of an operator once. What is kept keeps it, so that no other takes its number.
-    key = id(sentence), len(sentence), tuple(places.items())
+    key = id(sentence), tuple(places.items())
     known = _kept.get(key)
-    if known is not None:
-        return known[1]
+    weights = list(sentence.values())
+    if known is not None and len(known[1]) == len(weights) and all(map(operator.is_, known[1], weights)):
+        return known[2]
     listed: list[Listed] = []
     for word, coefficient in sentence.items():
         weight = complex(qml.math.toarray(coefficient)) if not isinstance(coefficient, (int, float)) else coefficient
         listed.append((weight, "".join(word.values()), tuple([places[wire] for wire in word])))
     made = Observable._from_listed(listed)
-    _kept[key] = sentence, made
+    _kept[key] = sentence, weights, made
     if len(_kept) > _MOST_KEPT:
         _kept.popitem(last=False)
     return made
@@ -93,6 +96,7 @@ def has_pauli_form(op: Any) -> bool:
 
 def dense(op: Any) -> np.ndarray:
     """Return the matrix of an operator, whose first wire is the highest bit of a row's number."""
+    memory.require_bytes(32 << 2 * len(op.wires), f"the matrix of {op.name} on {len(op.wires)} wires")
     matrix = op.matrix() if op.has_matrix else op.sparse_matrix().toarray()
     return np.asarray(qml.math.toarray(matrix), dtype=np.complex128)
 

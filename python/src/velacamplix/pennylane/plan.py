@@ -71,13 +71,24 @@ def structure(ops: Sequence[Any]) -> Structure:
     # (A sum of finite numbers may be infinite, which costs no more than a second look.)
     if not math.isfinite(sum(values)):
         for op in ops:
-            reading.numbers(op) if gates.has_angles(op) else None
+            if gates.has_angles(op):
+                _numbers(op, ops)
     return Structure(tuple(parts) if len(ops) <= _LONGEST else None, values)
 
 
 def _number(value: Any, ops: Sequence[Any]) -> float:
-    owner = next(op for op in ops if any(value is item for item in op.data))
-    return reading.number(value, owner)
+    try:
+        return reading.number(value, None)
+    except NotConverted:  # once more, knowing whose it is
+        return next(iter(_numbers(next(op for op in ops if any([value is item for item in op.data])), ops)))
+
+
+def _numbers(op: Any, ops: Sequence[Any]) -> list[float]:
+    try:
+        return reading.numbers(op)
+    except NotConverted as error:
+        place = next(place for place, other in enumerate(ops) if other is op)
+        raise NotConverted(error.reason, error.instruction, place) from None
 
 
 class Program(NamedTuple):

@@ -128,17 +128,18 @@ def numbers(op: Any) -> list[float]:
 
 
 def number(value: Any, op: Any) -> float:
-    """Return an angle of a gate."""
+    """Return an angle of a gate, whose name messages tell unless it is None."""
+    told = None if op is None else gates.named(op)
     if np.ndim(value) > 0:
         raise NotConverted(
             f"parameters must be numbers, got a batch of shape {np.shape(value)}; qml.transforms.broadcast_expand makes a "
             "tape of each",
-            gates.named(op),
+            told,
         )
     try:
         return checks.angle(qml.math.toarray(value).item() if not isinstance(value, float) else value)
     except (TypeError, ValueError) as error:
-        raise NotConverted(str(error), gates.named(op)) from None
+        raise NotConverted(str(error), told) from None
 
 
 class Reading:

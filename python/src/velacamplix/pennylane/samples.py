@@ -21,6 +21,7 @@ from pennylane.measurements import (
 from pennylane.ops.op_math import SProd, Sum
 
 from ..basics.words import bit_string
+from ..machine import memory
 from ..states.densitymatrix import DensityMatrix
 from .errors import NotConverted
 from .observables import pauli_observable
@@ -28,6 +29,9 @@ from .reading import MidMeasure
 from .values import View
 
 _SHADOWS = (ClassicalShadowMP, ShadowExpvalMP)
+
+# Outcomes of more measurements are not listed where nobody has seen them.
+_MOST_LISTED = 20
 
 
 @dataclass
@@ -149,6 +153,7 @@ class Sampling:
         """Return the results of all measurements, as a device returns them, from all shots of a ``pennylane.Shots``."""
         n = sum([count for count, _ in self._outcomes])
         for group in self._groups:
+            memory.require_bytes(24 * n * len(group.qubits), f"{n} shots of {len(group.qubits)} qubits")
             drawn = np.concatenate(group.bits) if group.bits else np.zeros(0, np.uint64)
             shifts = np.arange(len(group.qubits) - 1, -1, -1, dtype=np.uint64)
             group.bits = ((drawn[:, np.newaxis] >> shifts) & np.uint64(1)).astype(np.int64)
@@ -196,6 +201,9 @@ def value_of(asked: Any, outcomes: Mapping[Any, int]) -> Any:
 
 def possible(asked: Any) -> list[Any]:
     """Return what a measurement value may be, or what a list of them may be, in PennyLane's order."""
+    n = sum([len(one.measurements) for one in (asked if isinstance(asked, (list, tuple)) else [asked])])
+    if n > _MOST_LISTED:
+        raise NotConverted(f"all outcomes of {n} measurements cannot be listed, only those of up to {_MOST_LISTED}")
     if isinstance(asked, (list, tuple)):
         return list(itertools.product(*[possible(value) for value in asked]))
     return [asked.processing_fn(*bits) for bits in itertools.product((0, 1), repeat=len(asked.measurements))]
@@ -241,6 +249,7 @@ def _of_bits(mp: Any, bits: np.ndarray, group: Group, sampling: Sampling, qubits
         numbers = bits[:, columns] @ (1 << np.arange(len(qubits) - 1, -1, -1, dtype=np.int64))
         found = dict(zip(*[column.tolist() for column in np.unique(numbers, return_counts=True)]))
         if mp.all_outcomes:
+            memory.require_bytes(200 << len(qubits), f"all outcomes of {len(qubits)} qubits")
             found = {number: found.get(number, 0) for number in range(2 ** len(qubits))}
         return {bit_string(number, len(qubits)): count for number, count in found.items()}
     if not len(bits):
