@@ -4,12 +4,13 @@ import numpy as np
 import pytest
 from programs import agree
 from qiskit import ClassicalRegister, QuantumCircuit, QuantumRegister, transpile
-from qiskit.circuit import ParameterVector
+from qiskit.circuit import Parameter, ParameterVector
 from qiskit.circuit.library import efficient_su2, qaoa_ansatz, zz_feature_map
 from qiskit.primitives import StatevectorEstimator, StatevectorSampler
 from qiskit.quantum_info import SparsePauliOp
 from qiskit.transpiler import generate_preset_pass_manager
 from qiskit_aer import AerSimulator
+from qiskit_aer.noise import NoiseModel, ReadoutError, depolarizing_error
 from scipy.optimize import minimize
 
 from velacamplix.qiskit import EstimatorV2, SamplerV2, VelacamplixBackend
@@ -137,6 +138,34 @@ def until_it_works(backend):
 @pytest.mark.parametrize("program", [teleported, phase_of_a_gate, until_it_works])
 def test_dynamic_circuits(program):
     agree(program(VelacamplixBackend()), program(AerSimulator()))
+
+
+def noisy_readings(backend):
+    """Sampling with noise: one circuit for several angles, bound by the backend."""
+    angle = Parameter("a")
+    circuit = QuantumCircuit(3)
+    circuit.h(0)
+    circuit.cx(0, 1)
+    circuit.rx(angle, 2)
+    circuit.cx(1, 2)
+    circuit.measure_all()
+    bound = [transpile(circuit, backend).assign_parameters({angle: value}) for value in (0.2, 1.0, 2.5)]
+    result = backend.run(bound, shots=4000, seed_simulator=6).result()
+    return [result.get_counts(position) for position in range(3)]
+
+
+def noise():
+    model = NoiseModel()
+    model.add_all_qubit_quantum_error(depolarizing_error(0.02, 1), ["h", "rx", "sx", "rz", "x"])
+    model.add_all_qubit_quantum_error(depolarizing_error(0.08, 2), ["cx"])
+    model.add_all_qubit_readout_error(ReadoutError([[0.97, 0.03], [0.06, 0.94]]))
+    return model
+
+
+def test_noisy_readings():
+    ours = noisy_readings(VelacamplixBackend(noise_model=noise()))
+    for counts, expected in zip(ours, noisy_readings(AerSimulator(noise_model=noise())), strict=True):
+        agree(counts, expected)
 
 
 def slope_of_a_model(estimator):
