@@ -28,9 +28,9 @@ VELACAMPLIX_API std::array<std::uint32_t, 4> philox(std::array<std::uint32_t, 4>
 // one after another, has streams of its own each time: `first_stream`, a multiple of 4, is added to these.
 enum class shot_stream : std::uint32_t { events = 0, outcome = 1, readout = 2, measurement = 3 };
 
-// Writes the first word of number `index` of `count` shots to `out`.
-VELACAMPLIX_API void shot_words(std::uint64_t seed, unsigned long first_shot, unsigned long count, std::uint32_t index,
-                                std::uint32_t stream, unsigned long* out);
+// Writes the first word of number `index` of `count` shots to `out`; `shots` are their numbers.
+VELACAMPLIX_API void shot_words(std::uint64_t seed, const unsigned long* shots, unsigned long count,
+                                std::uint32_t index, std::uint32_t stream, unsigned long* out);
 
 // One of a channel's operators on k qubits: letters of I, X, Y, Z, one for each qubit of a site in their order; or,
 // without letters, a row-major 2^k x 2^k matrix, first listed qubit = high bit of a row's number.
@@ -123,19 +123,31 @@ public:
 
     // Takes a state of as many qubits through the trajectory of one shot, and gives it the norm 1. Returns false if
     // the hook, called between passes, has ended the run; the state is then of no worth.
+    // With `first_site` the state stands in front of that site, where the shot has its first event.
     bool apply(PybindAmplixStateVectorCPU<T>& state, std::uint64_t seed, unsigned long shot,
-               std::uint32_t first_stream = 0, const typename program<T>::progress_hook& hook = {});
+               std::uint32_t first_stream = 0, const typename program<T>::progress_hook& hook = {},
+               unsigned long first_site = 0);
+
+    // For hosts that let shots share what they have in common: the sites, in front of which of them each shot has its
+    // first event (sites() if it has none), and the way of a state without events from in front of site `first` to in
+    // front of site `last`, or to its end and the norm 1 for sites(). The hook is that of apply, as is what is
+    // returned.
+    unsigned long sites() const;
+    void first_events(std::uint64_t seed, const unsigned long* shots, unsigned long count, std::uint32_t first_stream,
+                      unsigned long* found) const;
+    bool walk(PybindAmplixStateVectorCPU<T>& state, unsigned long first, unsigned long last,
+              const typename program<T>::progress_hook& hook = {});
 
 private:
     struct [[gnu::visibility("hidden")]] implementation;
     std::unique_ptr<implementation> self;
 };
 
-// Draws outcomes of a state, shot s by the random numbers of shot first_shot + s: first listed qubit = most significant
-// bit, at least one. Numbers are fractions of the state's total, as in pick_shots_of_any_norm.
+// Draws an outcome of a state for each of `count` shots, by its own random numbers: first listed qubit = most
+// significant bit, at least one. Numbers are fractions of the state's total, as in pick_shots_of_any_norm.
 template <class T>
 VELACAMPLIX_API void sample_keyed(const PybindAmplixStateVectorCPU<T>& state, unsigned long* outcomes,
-                                  unsigned long shots, std::uint64_t seed, unsigned long first_shot,
+                                  const unsigned long* shots, unsigned long count, std::uint64_t seed,
                                   std::uint32_t first_stream, const std::vector<unsigned int>& qubits);
 
 // A bit that is read wrongly, by chance.

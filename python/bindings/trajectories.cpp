@@ -109,31 +109,59 @@ py::tuple run(HeldTrajectories<T>& held, unsigned long seed, unsigned long first
         py::array_t<double>(static_cast<py::ssize_t>(result.standard_errors.size()), result.standard_errors.data()));
 }
 
+template <class T>
+typename pbamplix::cpu::program<T>::progress_hook asked(const pbamplix::work_hook& hook) {
+    if (!hook) return {};
+    return [&](unsigned long done, unsigned long total) {
+        hook(done, total);
+        return true;
+    };
+}
+
+void require_as_many(const Words& found, const Words& shots) {
+    if (found.size() != shots.size()) throw std::invalid_argument("there must be a place for each shot");
+}
+
 // Takes a state through the trajectory of one shot. What ends it is raised; the state is of no worth then.
 template <class T>
 void apply(HeldTrajectories<T>& held, HeldState<T>& state, unsigned long seed, unsigned long shot,
-           std::uint32_t first_stream, py::object function, double interval, bool signals) {
+           std::uint32_t first_stream, py::object function, double interval, bool signals, unsigned long first_site) {
     const auto turn = held.taken();
     Watch watch(std::move(function), interval, signals);
     watch.over([&](const auto& hook) {
-        typename pbamplix::cpu::program<T>::progress_hook asked;
-        if (hook) {
-            asked = [&](unsigned long done, unsigned long total) {
-                hook(done, total);
-                return true;
-            };
-        }
-        return state.with_state([&](auto& there) { return held.made.apply(there, seed, shot, first_stream, asked); });
+        return state.with_state(
+            [&](auto& there) { return held.made.apply(there, seed, shot, first_stream, asked<T>(hook), first_site); });
     });
 }
 
+// Takes a state without events from in front of one site to in front of another, or to the end. As for apply.
 template <class T>
-void sample_keyed(HeldState<T>& held, Words outcomes, unsigned long seed, unsigned long first_shot,
+void walk(HeldTrajectories<T>& held, HeldState<T>& state, unsigned long first, unsigned long last, py::object function,
+          double interval, bool signals) {
+    const auto turn = held.taken();
+    Watch watch(std::move(function), interval, signals);
+    watch.over([&](const auto& hook) {
+        return state.with_state([&](auto& there) { return held.made.walk(there, first, last, asked<T>(hook)); });
+    });
+}
+
+// Fills `found` with the site of each shot's first event, or the number of sites.
+template <class T>
+void first_events(const HeldTrajectories<T>& held, Words found, unsigned long seed, const Words& shots,
+                  std::uint32_t first_stream) {
+    require_as_many(found, shots);
+    const PinnedToFill pinned(found);
+    held.made.first_events(seed, shots.data(), pinned.size(), first_stream, pinned.target());
+}
+
+template <class T>
+void sample_keyed(HeldState<T>& held, Words outcomes, unsigned long seed, const Words& shots,
                   std::uint32_t first_stream, const Qubits& qubits) {
+    require_as_many(outcomes, shots);
     const PinnedToFill pinned(outcomes);
     held.with_state([&](auto& state) {
         bits_within(state, qubits);
-        pbamplix::cpu::sample_keyed(state, pinned.target(), pinned.size(), seed, first_shot, first_stream, qubits);
+        pbamplix::cpu::sample_keyed(state, pinned.target(), shots.data(), pinned.size(), seed, first_stream, qubits);
     });
 }
 
@@ -152,10 +180,10 @@ void apply_readout_errors(py::array_t<unsigned long, py::array::c_style> rows,
     pbamplix::cpu::apply_readout_errors(pinned.target(), shots, words, errors, seed, first_shot, threads);
 }
 
-void shot_words(Words out, unsigned long seed, unsigned long first_shot, std::uint32_t index, std::uint32_t stream) {
+void shot_words(Words out, unsigned long seed, const Words& shots, std::uint32_t index, std::uint32_t stream) {
+    require_as_many(out, shots);
     const PinnedToFill pinned(out);
-    const Unlocked unlocked;
-    pbamplix::cpu::shot_words(seed, first_shot, pinned.size(), index, stream, pinned.target());
+    pbamplix::cpu::shot_words(seed, shots.data(), pinned.size(), index, stream, pinned.target());
 }
 
 template <class T>
@@ -172,9 +200,13 @@ void bind_one_precision(py::module_& module, const char* name) {
              py::arg("initial").none(true), py::arg("outcomes").noconvert(), py::arg("measured"),
              py::arg("observables"), py::arg("shares_prefixes"), function, interval, signals)
         .def("apply", &apply<T>, py::arg("state"), py::arg("seed"), py::arg("shot"), py::arg("first_stream"), function,
-             interval, signals);
+             interval, signals, py::arg("first_site") = 0)
+        .def("walk", &walk<T>, py::arg("state"), py::arg("first"), py::arg("last"), function, interval, signals)
+        .def("sites", [](const HeldTrajectories<T>& held) { return held.made.sites(); })
+        .def("first_events", &first_events<T>, py::arg("found").noconvert(), py::arg("seed"),
+             py::arg("shots").noconvert(), py::arg("first_stream"));
     module.def("sample_keyed", &sample_keyed<T>, py::arg("state"), py::arg("outcomes").noconvert(), py::arg("seed"),
-               py::arg("first_shot"), py::arg("first_stream"), py::arg("qubits"));
+               py::arg("shots").noconvert(), py::arg("first_stream"), py::arg("qubits"));
 }
 
 }  // namespace
@@ -184,7 +216,7 @@ void bind_trajectories(py::module_& module) {
     bind_one_precision<double>(module, "TrajectoriesDouble");
     module.def("apply_readout_errors", &apply_readout_errors, py::arg("rows").noconvert(), py::arg("errors"),
                py::arg("seed"), py::arg("first_shot"), py::arg("threads"));
-    module.def("shot_words", &shot_words, py::arg("out").noconvert(), py::arg("seed"), py::arg("first_shot"),
+    module.def("shot_words", &shot_words, py::arg("out").noconvert(), py::arg("seed"), py::arg("shots").noconvert(),
                py::arg("index"), py::arg("stream"));
 }
 

@@ -74,8 +74,12 @@ public:
     // Takes shots as long as there are some.
     void work();
 
-    // Takes `state`, which is as the shot's part of the program finds it, to its end.
-    void apply(waiting_shot shot, thrust::complex<T>* state, std::uint32_t first_stream);
+    // Takes `state`, which stands at the beginning for site 0 and otherwise in front of the site of the shot's first
+    // event, to the end of the program.
+    void apply(waiting_shot shot, unsigned long first_site, thrust::complex<T>* state, std::uint32_t first_stream);
+
+    // Takes a state from such a place to another, or to the end for the number of sites, without an event.
+    void walk(unsigned long first, unsigned long last, thrust::complex<T>* state);
 
     const std::vector<trajectory_record>& records() const { return found; }
 
@@ -101,6 +105,8 @@ private:
     void finish(const std::vector<unsigned long>& shots, std::uint64_t history, const thrust::complex<T>* state);
     std::vector<unsigned long> take_quiet();
     state_array spare();
+    unsigned long gate_before(unsigned long site) const;
+    void normalise(thrust::complex<T>* state);
 
     experiment<T>& shared;
     bool tells;

@@ -24,8 +24,9 @@ TEST(philox, numbers_of_a_shot_are_those_the_header_tells) {
     EXPECT_EQ(words[0], drawn[0] | std::uint64_t{drawn[1]} << 32);
     EXPECT_EQ(words[1], drawn[2] | std::uint64_t{drawn[3]} << 32);
 
+    const unsigned long shots[] = {7, 0x3333333344444444, 0x3333333344444445};
     unsigned long first[3];
-    pbamplix::cpu::shot_words(0x1111111122222222, 0x3333333344444443, 3, 5, 10, first);
+    pbamplix::cpu::shot_words(0x1111111122222222, shots, 3, 5, 10, first);
     EXPECT_EQ(first[1], words[0]);
     EXPECT_EQ(std::set<unsigned long>(first, first + 3).size(), 3u);
 }

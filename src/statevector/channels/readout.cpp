@@ -9,10 +9,10 @@ namespace pbamplix::cpu {
 
 using namespace velacamplix;
 
-void shot_words(std::uint64_t seed, unsigned long first_shot, unsigned long count, std::uint32_t index,
+void shot_words(std::uint64_t seed, const unsigned long* shots, unsigned long count, std::uint32_t index,
                 std::uint32_t stream, unsigned long* out) {
     for (unsigned long s = 0; s < count; ++s) {
-        const channels::shot_numbers numbers{seed, first_shot + s, stream};
+        const channels::shot_numbers numbers{seed, shots[s], stream};
         out[s] = numbers.words(shot_stream::events, index)[0];
     }
 }

@@ -176,6 +176,30 @@ struct trajectories<T>::implementation {
         team = of_size;
     }
 
+    // Lets a walker work on a state, and returns false if the hook has ended that.
+    template <class Work>
+    bool by_one(PybindAmplixStateVectorCPU<T>& state, std::uint64_t seed,
+                const typename program<T>::progress_hook& hook, Work work) {
+        const int threads = state.num_threads;
+        if (one == nullptr || single->threads_per_state != threads) {
+            one.reset();
+            single.reset(new experiment<T>{operations, calls, noise, nqubits, nullptr, of_one_shot, threads});
+            single_runner = std::make_unique<list_runner<T>>(operations, calls, nqubits, threads);
+            one = std::make_unique<walker<T>>(*single, *single_runner, true);
+        }
+        of_one_shot.seed = seed;
+        single->stopped = false;
+        of_one_shot.hook = [&](unsigned long, unsigned long) {
+            if (hook && !hook(0, operations.size())) single->stopped = true;
+        };
+        try {
+            work(*one);
+        } catch (const channels::stopped_by_another&) {
+            return false;
+        }
+        return true;
+    }
+
     void check_initial(const PybindAmplixStateVectorCPU<T>& state) const {
         if (state.amplitudes == nullptr) refuse("The state has no amplitudes");
         if (state.nqubits == nqubits) return;
@@ -269,52 +293,64 @@ trajectory_result trajectories<T>::run(const trajectory_settings& settings,
 
 template <class T>
 bool trajectories<T>::apply(PybindAmplixStateVectorCPU<T>& state, std::uint64_t seed, unsigned long shot,
-                            std::uint32_t first_stream, const typename program<T>::progress_hook& hook) {
+                            std::uint32_t first_stream, const typename program<T>::progress_hook& hook,
+                            unsigned long first_site) {
     implementation& content = content_of(self);
     content.check_initial(state);
-    const int threads = state.num_threads;
-    if (content.one == nullptr || content.single->threads_per_state != threads) {
-        content.one.reset();
-        content.single.reset(new experiment<T>{content.operations, content.calls, content.noise, content.nqubits,
-                                               nullptr, content.of_one_shot, threads});
-        content.single_runner =
-            std::make_unique<list_runner<T>>(content.operations, content.calls, content.nqubits, threads);
-        content.one = std::make_unique<walker<T>>(*content.single, *content.single_runner, true);
+    if (first_site != 0) {
+        unsigned long site;
+        first_events(seed, &shot, 1, first_stream, &site);
+        if (site != first_site) refuse("Shot " + std::to_string(shot) + " has its first event elsewhere");
     }
-    content.of_one_shot.seed = seed;
-    content.single->stopped = false;
-    content.of_one_shot.hook = [&](unsigned long, unsigned long) {
-        if (hook && !hook(0, content.operations.size())) content.single->stopped = true;
-    };
-    try {
-        content.one->apply({0, shot, 0, 0, 0}, state.amplitudes.get(), first_stream);
-    } catch (const channels::stopped_by_another&) {
-        return false;
-    }
-    return true;
+    return content.by_one(state, seed, hook, [&](walker<T>& one) {
+        one.apply({0, shot, 0, 0, 0}, first_site, state.amplitudes.get(), first_stream);
+    });
 }
 
 template <class T>
-void sample_keyed(const PybindAmplixStateVectorCPU<T>& state, unsigned long* outcomes, unsigned long shots,
-                  std::uint64_t seed, unsigned long first_shot, std::uint32_t first_stream,
+unsigned long trajectories<T>::sites() const {
+    return content_of(self).noise.size();
+}
+
+template <class T>
+void trajectories<T>::first_events(std::uint64_t seed, const unsigned long* shots, unsigned long count,
+                                   std::uint32_t first_stream, unsigned long* found) const {
+    for (unsigned long s = 0; s < count; ++s) {
+        waiting_shot shot{0, shots[s], 0, 0, 0};
+        channels::draw_event(shot, content_of(self).noise, seed, 0, first_stream);
+        found[s] = shot.site;
+    }
+}
+
+template <class T>
+bool trajectories<T>::walk(PybindAmplixStateVectorCPU<T>& state, unsigned long first, unsigned long last,
+                           const typename program<T>::progress_hook& hook) {
+    implementation& content = content_of(self);
+    content.check_initial(state);
+    if (first > last || last > sites()) refuse("A walk goes from one site to a later one, or to their number");
+    return content.by_one(state, 0, hook, [&](walker<T>& one) { one.walk(first, last, state.amplitudes.get()); });
+}
+
+template <class T>
+void sample_keyed(const PybindAmplixStateVectorCPU<T>& state, unsigned long* outcomes, const unsigned long* shots,
+                  unsigned long count, std::uint64_t seed, std::uint32_t first_stream,
                   const std::vector<unsigned int>& qubits) {
-    std::vector<unsigned long> words(shots);
-    shot_words(seed, first_shot, shots, 0, first_stream + static_cast<std::uint32_t>(shot_stream::outcome),
-               words.data());
+    std::vector<unsigned long> words(count);
+    shot_words(seed, shots, count, 0, first_stream + static_cast<std::uint32_t>(shot_stream::outcome), words.data());
     measurement::given_outputs engine{words.data()};
     const SVSequence<thrust::complex<T>> plain{state.amplitudes.get(), state.nqubits, state.size};
     if constexpr (std::is_same_v<T, double>) {
-        pick_shots_of_any_norm(plain, outcomes, engine, shots, state.num_threads, qubits);
+        pick_shots_of_any_norm(plain, outcomes, engine, count, state.num_threads, qubits);
     } else {
-        pick_shots_of_any_norm(precise_view<SVSequence<thrust::complex<T>>>{plain}, outcomes, engine, shots,
+        pick_shots_of_any_norm(precise_view<SVSequence<thrust::complex<T>>>{plain}, outcomes, engine, count,
                                state.num_threads, qubits);
     }
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                 \
-    template class trajectories<T>;                                                                                \
-    template void sample_keyed(const PybindAmplixStateVectorCPU<T>&, unsigned long*, unsigned long, std::uint64_t, \
-                               unsigned long, std::uint32_t, const std::vector<unsigned int>&);
+#define VELACAMPLIX_INSTANTIATE(T)                                                                         \
+    template class trajectories<T>;                                                                        \
+    template void sample_keyed(const PybindAmplixStateVectorCPU<T>&, unsigned long*, const unsigned long*, \
+                               unsigned long, std::uint64_t, std::uint32_t, const std::vector<unsigned int>&);
 VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace pbamplix::cpu

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 
 using namespace support;
@@ -177,9 +179,11 @@ TYPED_TEST(trajectories, without_sites_all_shots_are_those_of_the_state) {
     state.reset();
     list.run(state);
     std::vector<unsigned long> drawn(100);
-    pbamplix::cpu::sample_keyed(state, drawn.data(), 100, 11, 0, 0, {0, 1, 2, 3, 4});
+    std::vector<unsigned long> shots(100);
+    std::iota(shots.begin(), shots.end(), 0ul);
+    pbamplix::cpu::sample_keyed(state, drawn.data(), shots.data(), 100, 11, 0, {0, 1, 2, 3, 4});
     EXPECT_EQ(made.outcomes, drawn);
-    pbamplix::cpu::sample_keyed(state, drawn.data(), 60, 11, 40, 0, {0, 1, 2, 3, 4});
+    pbamplix::cpu::sample_keyed(state, drawn.data(), shots.data() + 40, 60, 11, 0, {0, 1, 2, 3, 4});
     EXPECT_TRUE(std::equal(drawn.begin(), drawn.begin() + 60, made.outcomes.begin() + 40));
 }
 
@@ -194,8 +198,38 @@ TYPED_TEST(trajectories, one_shot_applied_to_a_state_is_that_shot) {
         for (unsigned long i = 0; i < state.size; ++i) norm += static_cast<double>(thrust::norm(state.amplitudes[i]));
         EXPECT_NEAR(norm, 1, 1e-5);
         unsigned long outcome;
-        pbamplix::cpu::sample_keyed(state, &outcome, 1, 11, shot, 0, {0, 1, 2, 3});
+        pbamplix::cpu::sample_keyed(state, &outcome, &shot, 1, 11, 0, {0, 1, 2, 3});
         EXPECT_EQ(outcome, all[shot]);
+    }
+}
+
+// A host that takes a state to every shot's first event, and a copy on from there, finds the bits of each shot.
+TYPED_TEST(trajectories, shots_part_from_a_walk_without_events) {
+    for (const double p : {0.02, 0.3}) {
+        auto noisy = noisy_layers<TypeParam>(emulated ? 5 : 13, 2, p);
+        std::vector<unsigned long> shots(20), events(20);
+        std::iota(shots.begin(), shots.end(), 5ul);
+        noisy.first_events(11, shots.data(), shots.size(), 8, events.data());
+        EXPECT_LE(*std::max_element(events.begin(), events.end()), noisy.sites());
+        for (std::size_t i = 0; i < shots.size(); ++i) {
+            StateVector<TypeParam> whole(noisy.nqubits()), parted(noisy.nqubits());
+            whole.reset();
+            parted.reset();
+            ASSERT_TRUE(noisy.apply(whole, 11, shots[i], 8));
+            ASSERT_TRUE(noisy.walk(parted, 0, events[i] / 2));
+            ASSERT_TRUE(noisy.walk(parted, events[i] / 2, events[i]));
+            if (events[i] != noisy.sites()) {
+                ASSERT_TRUE(noisy.apply(parted, 11, shots[i], 8, {}, events[i]));
+                EXPECT_THROW(noisy.apply(parted, 11, shots[i], 8, {}, events[i] + 1), std::invalid_argument);
+            }
+            EXPECT_EQ(std::memcmp(whole.amplitudes.get(), parted.amplitudes.get(),
+                                  whole.size * sizeof(*whole.amplitudes.get())),
+                      0);
+        }
+        StateVector<TypeParam> state(noisy.nqubits());
+        EXPECT_THROW(noisy.walk(state, 1, 0), std::invalid_argument);
+        EXPECT_THROW(noisy.walk(state, 0, noisy.sites() + 1), std::invalid_argument);
+        EXPECT_FALSE(noisy.walk(state, 0, noisy.sites(), [](unsigned long, unsigned long) { return false; }));
     }
 }
 

@@ -363,9 +363,9 @@ void walker<T>::finish(const std::vector<unsigned long>& shots, std::uint64_t hi
 }
 
 template <class T>
-void walker<T>::apply(waiting_shot shot, thrust::complex<T>* state, std::uint32_t stream) {
+void walker<T>::apply(waiting_shot shot, unsigned long first_site, thrust::complex<T>* state, std::uint32_t stream) {
     first_stream = stream;
-    unsigned long gate = 0;
+    unsigned long gate = gate_before(first_site);
     draw_event(shot, shared.noise, shared.settings.seed, 0, stream);
     for (; shot.site != shared.noise.size();
          draw_event(shot, shared.noise, shared.settings.seed, shot.site + 1, stream)) {
@@ -378,6 +378,26 @@ void walker<T>::apply(waiting_shot shot, thrust::complex<T>* state, std::uint32_
         gate = where.gate + where.usual_is_gate;
     }
     advance(gate, shared.operations.size(), state);
+    normalise(state);
+}
+
+template <class T>
+void walker<T>::walk(unsigned long first, unsigned long last, thrust::complex<T>* state) {
+    unsigned long gate = gate_before(first);
+    const bool is_end = last == shared.noise.size();
+    advance(gate, is_end ? shared.operations.size() : gate_before(last), state);
+    if (is_end) normalise(state);
+}
+
+// The gates that have acted in front of a site: none for the first, all for the number of sites.
+template <class T>
+unsigned long walker<T>::gate_before(unsigned long site) const {
+    if (site == 0) return 0;
+    return site == shared.noise.size() ? shared.operations.size() : shared.noise.site(site).gate;
+}
+
+template <class T>
+void walker<T>::normalise(thrust::complex<T>* state) {
     if (shared.noise.keeps_norms()) return;
     const double norm = pbamplix::cpu::overlap(state, state, shared.size(), shared.threads_per_state).real();
     const T factor = static_cast<T>(factor_for(norm));

@@ -142,6 +142,11 @@ def require_bytes(needed: int, what: str, root: str = "/") -> None:
         raise MemoryError(f"{what} needs {human(needed)}; {_available(memory)}.")
 
 
+def fits(size: int) -> bool:
+    """Return whether `require_bytes` would let so many pass."""
+    return size <= SMALL_BYTES or size <= limits.memory().usable_without_cache
+
+
 def require_entries(count: int) -> None:
     """Raise MemoryError if the entries of a gate, numbers of Python's with a place in a tuple, do not fit."""
     require_bytes(_BYTES_PER_ENTRY * count, f"a gate of {count} entries")

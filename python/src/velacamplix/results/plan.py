@@ -96,7 +96,8 @@ class Plan(NamedTuple):
     method : {"statevector", "exact", "trajectories"}
         Without noise the first.
     trajectories : int or None
-        How many different ones the shots had; None for other methods.
+        How many different ones there were among the shots, or, where outcomes are needed in the middle of the circuit, how many
+        ways shots went; None for other methods.
     methods : tuple of MethodCost
         What was predicted of each method that could have been taken with noise, before one of them was.
     """

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Callable, Iterator
 from functools import cached_property
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 import numpy as np
 
@@ -129,7 +129,7 @@ class Branching:
         before, step, outcomes = waiting[-1]
         outcome, shots = outcomes.pop()
         if outcomes:
-            state = self._copy(before.state, step)
+            state = self._copy(before.state, f"the outcomes of {step.source} part")
         else:
             waiting.pop()
             state = before.state
@@ -139,23 +139,21 @@ class Branching:
         self._settle(branch, step, outcome)
         return branch
 
-    def _copy(self, state: StateVector, step: _Random) -> StateVector:
+    def _copy(self, state: StateVector, why: str) -> StateVector:
         if self._spares:
             copied = self._spares.pop()
         else:
             try:
                 copied = type(state)._another(state._n_qubits, state._precision, state._threads)
             except MemoryError as error:
-                raise MemoryError(
-                    f"the outcomes of {step.source} part the shots, and each group needs a state: {error}"
-                ) from None
+                raise MemoryError(f"{why} the shots, and each group needs a state: {error}") from None
         extension.copy_amplitudes(state._live(), copied._live().view(), False)
         return copied
 
     # The steps
 
-    def _follow(self, branch: Branch) -> _Fork | None:
-        """Take a branch to its end, or to where it parts."""
+    def _follow(self, branch: Branch) -> Any:
+        """Take a branch to its end, or to where it parts, and return None or what `_decide` tells of that."""
         steps = self._segments.steps
         while branch.step < len(steps):
             step = steps[branch.step]
@@ -220,7 +218,7 @@ class Branching:
             "give while_() more iterations, or let the body make an end likely"
         )
 
-    def _decide(self, step: _Random, branch: Branch) -> _Fork | None:
+    def _decide(self, step: _Random, branch: Branch) -> Any:
         """Share out the branch's shots among the outcomes of a step; with one outcome the branch just goes on."""
         if isinstance(step, Measurement):
             branch.measured.update(step.last)

@@ -10,7 +10,7 @@ from ..channels.channel import Channel
 from ..instructions.flow import Save
 from ..instructions.instruction import Instruction
 from ..programs.noisy import PreparedTrajectories, row_of
-from ..programs.segments import Measurement, Saving, Stretch
+from ..programs.segments import Measurement, Reset, Saving, Stretch
 
 # Seconds of one core of a 2-core AMD EPYC (Zen 5), double precision, from circuits of 45 to 865 gates on 2 to 16 qubits
 # (benchmarks/noisy_methods.py prints what is predicted beside what is measured). Others are faster or slower, but both
@@ -24,8 +24,8 @@ _PREPARED, _OUTCOMES_AT_STEP = 20e-6, 30e-6
 
 # An amplitude of a trajectory in a gate and in a term of an observable; and beside its amplitudes a gate and a trajectory.
 _GATE_ON_AMPLITUDE, _TERM_ON_AMPLITUDE, _GATE, _TRAJECTORY = 0.7e-9, 0.5e-9, 40e-9, 3e-6
-# A step of a shot that goes its own way.
-_SHOT_AT_STEP = 15e-6
+# Where outcomes are needed in the middle: a step of shots that go one way, and the end of a shot.
+_WAY_AT_STEP, _SHOT = 20e-6, 5e-6
 
 # Numbers of events in a shot are looked at from so many roots of their mean below it to as many above.
 _DEVIATIONS = 8
@@ -59,6 +59,7 @@ class Outlook:
         self.n_qubits = len(found.segments.active)
         self.gates = sum(map(len, found.programs))
         self._is_plain, self._steps = found.is_plain, len(found.segments.steps)
+        self._decided = 0  # outcomes that part the shots
         self._channels: Counter[Channel] = Counter()
         self._on_entry = 0.0  # seconds of all gates and channels for each entry of a density matrix, all outcomes' together
         self._prepared = self._groups_at_steps = 0.0
@@ -78,6 +79,9 @@ class Outlook:
                     self.saved_state = step.source
             elif isinstance(step, Measurement):
                 read.update([clbit for _, clbit in step.now])
+                self._decided += len(step.now)
+            elif isinstance(step, Reset):
+                self._decided += len(step.qubits)
 
     def exact_seconds(self) -> float:
         """Return what a run on density matrices takes of one core, nothing prepared yet."""
@@ -90,7 +94,8 @@ class Outlook:
         gate = _GATE + _GATE_ON_AMPLITUDE * 2.0**n
         terms = n_terms * _TERM_ON_AMPLITUDE * 2.0**n
         if not self._is_plain:
-            return shots * (_TRAJECTORY + self._steps * _SHOT_AT_STEP + self.gates * gate + terms)
+            each = _TRAJECTORY + self._steps * _WAY_AT_STEP + self.gates * gate + terms
+            return self.trajectories(shots) * each + shots * _SHOT
         # All walk through the gates together; one with k events parts from the others where the first of them is, on average
         # k / (k + 1) before the end, with a copy and an operator for each, and is read in the end.
         seconds = self.gates * gate
@@ -102,7 +107,8 @@ class Outlook:
 
     def trajectories(self, shots: int) -> float:
         """Return how many different ones the shots will have, about."""
-        return sum(self._distinct(shots).values()) if self._is_plain else float(shots)
+        without, *others = self._distinct(shots).values()
+        return min(float(shots), without * 2.0 ** min(self._decided, _MOST) + sum(others))
 
     def _distinct(self, shots: int) -> dict[int, float]:
         """Return by the number of their events how many different trajectories there will be, about.

@@ -1,4 +1,4 @@
-"""Runs a circuit with noise shot by shot, on pure states that share what they have in common."""
+"""Runs a circuit with noise by trajectories, on pure states that share what they have in common."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ from . import observing
 from .costs import Outlook
 from .initial import Start
 from .saved import Saved, Saver
-from .shot_walk import Flips, ShotWalk, flips_of
+from .shot_walk import Company, Flips, ShotWalk, flips_of
 
 # Whether shots share what they have in common; tests look whether anything depends on it.
 SHARES_PREFIXES = True
@@ -108,7 +108,7 @@ def run_trajectories(
         saver = Saver(segments, circuit.n_qubits, precision, lost)
         made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost, saver)
         with metered(progress, shots, "shots") as meter:
-            distinct, means, errors = made.at_once(meter) if found.is_plain else made.one_by_one(meter)
+            distinct, means, errors = made.at_once(meter) if found.is_plain else made.together(meter)
         gates = sum(map(len, found.programs))
         return Trajectories(segments.active, segments.written_bits, gates, distinct, rows, number, means, errors, saver.saved())
 
@@ -191,55 +191,75 @@ class _Made(NamedTuple):
         self._warn({measured})
         return distinct, means, errors
 
-    def one_by_one(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
-        """Make one shot after the other, each its own way."""
-        segments, observed = self.found.segments, self.observed
+    def together(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
+        """Make the shots of a circuit in which what happens depends on outcomes."""
+        segments, observed, n = self.found.segments, self.observed, len(self.found.segments.active)
         n_observed = 0 if observed is None else len(observed.observables)
         values = np.zeros((self.shots, n_observed), dtype=np.complex128)
-        first = StateVector._another(len(segments.active), self.precision, self.threads)
-        if not self.start.is_zero:
-            self.start.prepare(first, segments.active)
-        state = StateVector._another(len(segments.active), self.precision, self.threads)
         reduced: dict[frozenset[int], list[Any]] = {}
+        distinct = 0
 
         def named(step: Instruction) -> str:
             return described(step, self.circuit)
 
-        for i in range(self.shots):
-            extension.copy_amplitudes(first._live(), state._live().view(), False)
-            walk = ShotWalk(segments, self.seed, self.first_shot + i, named, self.saver.keep)
-            branch = walk.end(state)
-            self._draw(walk, branch, self.rows[i : i + 1], self.first_shot + i)
+        def end(company: Company) -> None:
+            nonlocal distinct
+            distinct += 1
+            places = company.numbers - np.uint64(self.first_shot)
+            self.rows[places] = self._drawn(company)
             if observed is not None:
-                measured = frozenset(branch.measured)
+                measured = frozenset(company.measured)
                 if measured not in reduced:
                     reduced[measured] = observed.on(segments.active, measured)
-                values[i] = observing.values(state, reduced[measured])
-            meter.advance(1)
+                values[places] = observing.values(company.state, reduced[measured])
+            meter.advance(len(places))
             meter.tell()
+
+        walk = ShotWalk(segments, self.seed, named, self.saver.keep, end)
+        state = StateVector._another(n, self.precision, self.threads)
+        numbers: np.ndarray = np.arange(self.first_shot, self.first_shot + self.shots, dtype=np.uint64)
+        if self._has_room():
+            self.start.prepare(state, segments.active)
+            walk.start(Company(state, numbers))
+        else:
+            for i in range(self.shots):
+                state.reset()
+                self.start.prepare(state, segments.active)
+                walk.start(Company(state, numbers[i : i + 1]))
         self._warn(set(reduced))
         means = values.mean(axis=0)
         deviations = np.abs(values - means) ** 2
         errors = np.sqrt(deviations.sum(axis=0) / self.shots / max(1, self.shots - 1))
-        return self.shots, means, errors
+        return distinct, means, errors
 
-    def _draw(self, walk: ShotWalk, branch: Any, row: np.ndarray, shot: int) -> None:
+    def _has_room(self) -> bool:
+        """Whether there is memory for all the states that shots in company take at most."""
+        states = self.shots.bit_length() + 2
+        size = states * (memory.BYTES_PER_AMPLITUDE[self.precision] << len(self.found.segments.active))
+        return SHARES_PREFIXES and memory.fits(size)
+
+    def _drawn(self, company: Company) -> np.ndarray:
+        """Return the outcomes of shots at their end, one row of words each."""
         segments = self.found.segments
         column: dict[int, int] = {}
         sources: list[tuple[bool, int]] = []
         for bit in range(self.n_bits):
-            if segments.has_measurement and bit not in branch.readings:
-                sources.append((False, branch.bits >> bit & 1))
+            if segments.has_measurement and bit not in company.readings:
+                sources.append((False, company.bits >> bit & 1))
                 continue
-            qubit = branch.readings[bit] if segments.has_measurement else bit
+            qubit = company.readings[bit] if segments.has_measurement else bit
             known = qubit in segments.place
             sources.append((True, column.setdefault(qubit, len(column))) if known else (False, 0))
-        sampled = np.zeros(1, dtype=np.uint64)
+        sampled = np.zeros(len(company.numbers), dtype=np.uint64)
         if column:
             qubits = [segments.place[qubit] for qubit in column]
-            extension.sample_keyed(branch.state._live(), sampled, self.seed, shot, 0, qubits)
-        shot_rows.assemble(row, sources, sampled, len(column))
-        self._misread(row, [walk.flips.get(bit, (0.0, 0.0)) for bit in range(self.n_bits)], shot)
+            extension.sample_keyed(company.state._live(), sampled, self.seed, company.numbers, 0, qubits)
+        rows = np.zeros((len(sampled), self.rows.shape[1]), dtype=np.uint64)
+        shot_rows.assemble(rows, sources, sampled, len(column))
+        flips = [company.flips.get(bit, (0.0, 0.0)) for bit in range(self.n_bits)]
+        for i, shot in enumerate(company.numbers.tolist()):
+            self._misread(rows[i : i + 1], flips, shot)
+        return rows
 
     def _misread(self, rows: np.ndarray, flips: list[Flips], first_shot: int) -> None:
         if any(map(any, flips)):
