@@ -13,6 +13,7 @@
 #include "measurement.hpp"
 #include "observable.hpp"
 #include "program.hpp"
+#include "stages.hpp"
 #include "statevector.hpp"
 #include "storage.hpp"
 #include "threads.hpp"
