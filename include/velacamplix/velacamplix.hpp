@@ -12,6 +12,7 @@
 #include "loading.hpp"
 #include "measurement.hpp"
 #include "observable.hpp"
+#include "part_shots.hpp"
 #include "program.hpp"
 #include "stages.hpp"
 #include "statevector.hpp"
