@@ -30,6 +30,7 @@ may_know = {
     "statevector/channels": {
         "storage", "index", "packs", "kernels", "gates", "plan", "replay", "measurement", "observables",
     },
+    "statevector/distributed": {"storage", "index", "packs", "kernels", "gates", "plan", "replay", "measurement"},
     # The doorway for hosts that call kernels; nobody knows it.
     "contract": {"index", "packs", "kernels", "observables"},
 }

@@ -14,6 +14,8 @@ namespace pbamplix::cpu {
 
 template <class T>
 class trajectories;
+template <class T>
+class stage_plan;
 
 // One pass of a plan: the state streams once through cache-resident buffers while all of the pass's gates act.
 struct program_pass {
@@ -100,6 +102,13 @@ public:
     void set_fusion(bool fusion);
     bool fusion() const;
 
+    // The same gates in another order, which a state on many ranks is better served by: commuting gates change places
+    // as they would for parts of state_qubits - rank_bits qubits (6 or more), and SWAPs wait until the end. Results
+    // agree up to rounding. The order follows from the gates' qubits and the two numbers alone: run on whatever number
+    // of ranks and threads, the new program gives the same bits. Throws std::invalid_argument for a state with fewer
+    // qubits than the program.
+    program reordered(unsigned int state_qubits, unsigned int rank_bits) const;
+
     unsigned long size() const;  // number of gates
     unsigned int nqubits() const;
     void clear();  // forgets the gates, keeps the qubit count
@@ -140,6 +149,7 @@ public:
                              const std::vector<unsigned long>& gates, const gradient_settings<T>& settings = {});
 
 private:
+    friend class stage_plan<T>;
     friend class trajectories<T>;
 
     // Hidden here, where every compiler looks: its members have no place among the shared library's symbols.

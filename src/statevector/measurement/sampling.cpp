@@ -2,6 +2,7 @@
 
 #include "statevector/measurement/draws.hpp"
 #include "statevector/measurement/outcomes.hpp"
+#include "statevector/measurement/release.hpp"
 #include "statevector/measurement/running_sum.hpp"
 #include "statevector/measurement/shared_sums.hpp"
 #include "statevector/storage/parallel.hpp"
@@ -25,58 +26,6 @@
 namespace velacamplix::measurement {
 namespace {
 
-constexpr unsigned long all_ones = ~0ul;
-
-// How many of 2^k sums that never fall are below r, and at most all but the last. (Not below: r is not above it. That
-// holds for a NaN, after which all sums are NaN.) No branch to mispredict.
-template <class T>
-unsigned long count_below(T r, const T* sums, unsigned long count) {
-    unsigned long below = 0;
-    for (unsigned long step = count / 2; step != 0; step /= 2) below += r > sums[below + step - 1] ? step : 0;
-    return below;
-}
-
-// Hands the draws that wait, in increasing order, to the running sums that they are not above. Returns those left.
-template <class Seq, class T>
-const draw<T>* release(const draw<T>* waiting, const draw<T>* end, unsigned long first, const T* sums,
-                       unsigned long count, unsigned long* shots) {
-    if constexpr (never_falls<Seq>) {
-        for (; waiting != end && !(waiting->number > sums[count - 1]); ++waiting) {
-            shots[waiting->shot] = first + count_below(waiting->number, sums, count);
-        }
-    } else {
-        for (unsigned long e = 0; e < count && waiting != end; ++e) {
-            for (; waiting != end && !(waiting->number > sums[e]); ++waiting) shots[waiting->shot] = first + e;
-        }
-    }
-    return waiting;
-}
-
-// Releases draws by several threads, each walking the blocks of its own in which draws find their indices. `sums` are
-// those at the ends of the blocks. Returns the draws left, which are above all sums.
-template <class Seq, class T>
-const draw<T>* release_in_blocks(const Seq& view, const std::vector<T>& sums, const draw<T>* waiting,
-                                 const draw<T>* end, unsigned long* shots, int nthreads) {
-    const auto first_above = [=](const draw<T>* from, T sum) {
-        return std::partition_point(from, end, [=](const draw<T>& d) { return !(d.number > sum); });
-    };
-    const auto body = [&](unsigned long begin, unsigned long last) {
-        const draw<T>* mine = begin == 0 ? waiting : first_above(waiting, sums[begin - 1]);
-        for (unsigned long block = begin; block < last; ++block) {
-            const draw<T>* const stop = first_above(mine, sums[block]);
-            if (mine == stop) continue;
-            const unsigned long first = block * sum_block;
-            walk_running_sum(view, first, first + sum_block, block == 0 ? T(0) : sums[block - 1],
-                             [&](unsigned long at, const T* part, unsigned long count) {
-                                 mine = release<Seq>(mine, stop, at, part, count, shots);
-                                 return mine != stop;
-                             });
-        }
-    };
-    storage::parallel_shares(sums.size(), sums.size() * sum_block * 2 * sizeof(T), nthreads, body);
-    return first_above(waiting, sums.back());
-}
-
 // Writes to `shots` the index that each of the draws, sorted by number, comes to. Returns the last running sum it saw:
 // the total, if the walk is to go to the end although every draw may have its index before.
 template <class Seq>
@@ -94,7 +43,7 @@ typename Seq::proba_type release_draws(const Seq& view, const draw<typename Seq:
     }
     if (!sums.empty()) {
         last = sums.back();
-        waiting = release_in_blocks(view, sums, waiting, end, shots, nthreads);
+        waiting = release_in_blocks(view, T(0), sums, waiting, end, shots, nthreads);
     } else {
         walk_running_sum(view, [&](unsigned long first, const T* part, unsigned long count) {
             last = part[count - 1];
@@ -110,13 +59,6 @@ template <class Seq>
 inline constexpr bool numbers_are_fractions = false;
 template <class Seq>
 inline constexpr bool numbers_are_fractions<pbamplix::precise_view<Seq>> = true;
-
-// A shot's number as a share of a total. Of a total above 0 it stays above 0.
-template <class T>
-T share_of(T number, T total) {
-    if (total == T(1) || !(number > T(0))) return number;
-    return std::max(number * total, total > T(0) ? std::numeric_limits<T>::denorm_min() : T(0));
-}
 
 // Views so small that all their running sums are kept.
 constexpr unsigned long most_kept = 1024;
@@ -182,14 +124,12 @@ typename Seq::proba_type pick_shots(const Seq& seq, typename Seq::proba_type fac
             return look_up_shots(seq, factor, has_to_be_normalised, shots, rng, nshots, nthreads, qubits);
         }
     }
-    // Bounds the memory for draws to 256 MiB; more shots walk the view again.
-    constexpr unsigned long most_at_once = 1ul << 24;
-    const auto draws = std::make_unique_for_overwrite<draw<T>[]>(std::min(nshots, most_at_once));
+    const auto draws = std::make_unique_for_overwrite<draw<T>[]>(std::min(nshots, most_draws_at_once));
     T total = T(0);
 
     with_engine(rng, [&] {
-        for (unsigned long first = 0; first < nshots; first += most_at_once) {
-            const auto count = static_cast<unsigned int>(std::min(nshots - first, most_at_once));
+        for (unsigned long first = 0; first < nshots; first += most_draws_at_once) {
+            const auto count = static_cast<unsigned int>(std::min(nshots - first, most_draws_at_once));
             unsigned long* const batch = shots + first;  // holds the engine's outputs, then indices, then outcomes
 #pragma omp critical
             for (unsigned int i = 0; i < count; ++i) batch[i] = rng();

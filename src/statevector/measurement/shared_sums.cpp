@@ -68,6 +68,28 @@ T walked(const Seq& view, unsigned long begin, unsigned long end, T sum) {
     return sum;
 }
 
+// About what elements add to a sum: in no order that matters.
+template <class Seq>
+typename Seq::proba_type estimate_of(const Seq& view, unsigned long begin, unsigned long end) {
+    using T = typename Seq::proba_type;
+    using V = packs::wide_pack<T>;
+    constexpr unsigned long most = 512;
+    alignas(64) T probabilities[most];
+    const unsigned long piece = std::min(most, end - begin);
+    T sum = T(0);
+    V several{};
+    for (unsigned long at = begin; at < end; at += piece) {
+        fill_probabilities(view, at, piece, probabilities, std::min(at + piece, view.dim - piece));
+        unsigned long e = 0;
+        for (; e + packs::scalars<V> <= piece; e += packs::scalars<V>) {
+            several += packs::load_scalars<V>(probabilities + e);
+        }
+        for (; e < piece; ++e) sum += probabilities[e];
+    }
+    for (unsigned s = 0; s < packs::scalars<V>; ++s) sum += several[s];
+    return sum;
+}
+
 // How many blocks to look at next: as many as the exponent stays for if the sum goes on to grow as it did. But those
 // that were looked at in vain shall not become more than the others.
 template <class T>
@@ -134,9 +156,56 @@ std::vector<typename Seq::proba_type> sums_of_blocks(const Seq& view, int nthrea
     return sums;
 }
 
+template <class Seq>
+foreseen_sums<Seq>::foreseen_sums(const Seq& part, int nthreads)
+    : part_(part), nthreads_(nthreads), estimates_(part.dim / block_size()), sums_(estimates_.size()) {
+    storage::parallel_shares(estimates_.size(), bytes(), nthreads_, [&](unsigned long begin, unsigned long end) {
+        for (unsigned long b = begin; b < end; ++b) {
+            estimates_[b] = estimate_of(part_, b * block_size(), (b + 1) * block_size());
+        }
+    });
+}
+
+template <class Seq>
+double foreseen_sums<Seq>::estimate() const {
+    double sum = 0;
+    for (const T block : estimates_) sum += static_cast<double>(block);
+    return sum;
+}
+
+template <class Seq>
+void foreseen_sums<Seq>::foresee(double before) {
+    if (part_.dim < sum_block) return;
+    bottoms_.clear();
+    for (const T block : estimates_) {
+        bottoms_.push_back(bottom_of<T>(std::bit_cast<sum_bits<T>>(static_cast<T>(before))));
+        before += static_cast<double>(block);
+    }
+    growths_.resize(bottoms_.size());
+    storage::parallel_shares(growths_.size(), bytes(), nthreads_, [&](unsigned long begin, unsigned long end) {
+        for (unsigned long b = begin; b < end; ++b) growths_[b] = growth_of_block(part_, b * sum_block, bottoms_[b]);
+    });
+}
+
+template <class Seq>
+typename Seq::proba_type foreseen_sums<Seq>::run(T sum) {
+    for (unsigned long b = 0; b < sums_.size(); ++b) {
+        const auto bits = std::bit_cast<sum_bits<T>>(sum);
+        if (b < growths_.size() && sum <= std::numeric_limits<T>::max() && bottom_of<T>(bits) == bottoms_[b] &&
+            !growths_[b].may_leave() && bottom_of<T>(bits + growths_[b].of(bits)) == bottoms_[b]) {
+            sum = std::bit_cast<T>(bits + growths_[b].of(bits));
+        } else {
+            sum = walked(part_, b * block_size(), (b + 1) * block_size(), sum);
+        }
+        sums_[b] = sum;
+    }
+    return sum;
+}
+
 #define VELACAMPLIX_INSTANTIATE(View)                                                                          \
     template growth<View::proba_type> growth_of_block(const View&, unsigned long, sum_bits<View::proba_type>); \
-    template std::vector<View::proba_type> sums_of_blocks(const View&, int, View::proba_type);
+    template std::vector<View::proba_type> sums_of_blocks(const View&, int, View::proba_type);                 \
+    template class foreseen_sums<View>;
 VELACAMPLIX_INSTANTIATE(pbamplix::SVSequence<thrust::complex<float>>)
 VELACAMPLIX_INSTANTIATE(pbamplix::SVSequence<thrust::complex<double>>)
 VELACAMPLIX_INSTANTIATE(pbamplix::precise_view<pbamplix::SVSequence<thrust::complex<float>>>)

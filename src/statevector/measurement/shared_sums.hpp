@@ -3,6 +3,7 @@
 #include "statevector/measurement/running_sum.hpp"
 #include "statevector/storage/parallel.hpp"
 
+#include <algorithm>
 #include <limits>
 #include <type_traits>
 #include <vector>
@@ -69,5 +70,38 @@ bool shares_sums(const Seq& view, int nthreads) {
 // is never reached. Empty where memory runs out.
 template <class Seq>
 std::vector<typename Seq::proba_type> sums_of_blocks(const Seq& view, int nthreads, typename Seq::proba_type enough);
+
+// The running sum through a part of a view, which begins with the sum of the parts before. What takes long is done
+// before that sum is known: the blocks' growths, for the exponents that the sum is foreseen to have.
+template <class Seq>
+class foreseen_sums {
+public:
+    // Reads the part once; it must stay as it is.
+    foreseen_sums(const Seq& part, int nthreads);
+
+    // About what the part adds.
+    double estimate() const;
+
+    // Reads the part again, for a sum of about `before` before it.
+    void foresee(double before);
+
+    // Returns the sum at the part's end, and keeps those at the ends of its blocks. Blocks that were not foreseen
+    // rightly are walked.
+    typename Seq::proba_type run(typename Seq::proba_type before);
+    const std::vector<typename Seq::proba_type>& at_blocks() const { return sums_; }
+
+private:
+    using T = typename Seq::proba_type;
+
+    unsigned long block_size() const { return std::min(sum_block, part_.dim); }
+    unsigned long bytes() const { return part_.dim * 2 * sizeof(T); }
+
+    Seq part_;
+    int nthreads_;
+    std::vector<T> estimates_;  // of the blocks
+    std::vector<sum_bits<T>> bottoms_;
+    std::vector<growth<T>> growths_;
+    std::vector<T> sums_;
+};
 
 }  // namespace velacamplix::measurement

@@ -174,3 +174,24 @@ TYPED_TEST(shared_sums, grow_by_what_a_block_says) {
     }
     EXPECT_GT(stayed, 100ul);
 }
+
+// A view in parts, each with the sum of those before, which was foreseen from about what they add.
+TYPED_TEST(shared_sums, go_through_parts_as_through_the_whole) {
+    using T = TypeParam;
+    constexpr unsigned int part_bits = 16;
+    for (const auto& shape : shapes<T>()) {
+        const auto state = state_of(shape);
+        const auto expected = literal_sums(measurement::state_view(state.data(), qubits));
+        std::vector<T> got;
+        T sum = 0;
+        double about = 0;
+        for (unsigned long first = 0; first < size; first += 1ul << part_bits) {
+            measurement::foreseen_sums part(measurement::state_view(state.data() + first, part_bits), 2);
+            part.foresee(about);
+            about += part.estimate();
+            sum = part.run(sum);
+            got.insert(got.end(), part.at_blocks().begin(), part.at_blocks().end());
+        }
+        EXPECT_TRUE(same_numbers(got, expected)) << shape.name;
+    }
+}

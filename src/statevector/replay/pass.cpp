@@ -111,7 +111,7 @@ void run_steps(const in_place<T>& work, thrust::complex<T>* state) {
 
 template <class T>
 void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqbits, unsigned long begin,
-                unsigned long end, thrust::complex<T>* buffer) {
+                unsigned long end, thrust::complex<T>* buffer, unsigned long origin) {
     const unsigned long outer = index::low_bits(nbqbits) & ~work.local;
     const unsigned long runs = work.chunks.offsets.size();
     const unsigned long steps = work.steps.size();
@@ -120,13 +120,13 @@ void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqb
         const bool acts =
             std::any_of(work.steps.begin(), work.steps.end(), [base](const step<T>& s) { return s.acts_on(base); });
         if (!acts) continue;
-        const thrust::complex<T>* const next = state + index::deposit(c + 1 < end ? c + 1 : c, outer);
-        copy_in(work.chunks, state + base, buffer);
+        const thrust::complex<T>* const next = state + (index::deposit(c + 1 < end ? c + 1 : c, outer) - origin);
+        copy_in(work.chunks, state + (base - origin), buffer);
         for (unsigned long i = 0; i < steps; ++i) {
             if (work.steps[i].acts_on(base)) work.steps[i].run(buffer, base);
             fetch_runs(work.chunks, next, runs * i / steps, runs * (i + 1) / steps);
         }
-        copy_out(work.chunks, buffer, state + base);
+        copy_out(work.chunks, buffer, state + (base - origin));
     }
 }
 
@@ -138,7 +138,7 @@ void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqb
     template std::vector<pass<T>> make_fused_passes(std::span<const operation<T>>, unsigned, const planning_hook&); \
     template void run_steps(const in_place<T>&, thrust::complex<T>*);                                               \
     template void run_chunks(const chunked<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long,        \
-                             thrust::complex<T>*);
+                             thrust::complex<T>*, unsigned long);
 VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::replay

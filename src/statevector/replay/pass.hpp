@@ -79,9 +79,9 @@ std::vector<pass<T>> make_fused_passes(std::span<const gates::operation<T>> oper
 template <class T>
 void run_steps(const in_place<T>& work, thrust::complex<T>* state);
 
-// The chunks begin ... end - 1 of the state. `buffer` holds one chunk.
+// The chunks begin ... end - 1 of the state. `buffer` holds one chunk, `state` the amplitudes from `origin` on.
 template <class T>
 void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqbits, unsigned long begin,
-                unsigned long end, thrust::complex<T>* buffer);
+                unsigned long end, thrust::complex<T>* buffer, unsigned long origin = 0);
 
 }  // namespace velacamplix::replay
