@@ -332,6 +332,9 @@ class Composed(cirq.Gate):
     def _decompose_(self, qubits):
         return [cirq.bit_flip(0.2)(qubits[0]), cirq.CNOT(*qubits), cirq.amplitude_damp(0.3)(qubits[1])]
 
+    def __str__(self):  # all processes of the tests know it by this
+        return "composed"
+
 
 CHANNELS = [
     Composed(),
