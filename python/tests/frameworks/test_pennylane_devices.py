@@ -121,8 +121,9 @@ def test_an_initial_state_is_taken():
             np.testing.assert_allclose(qml.QNode(circuit, kind(wires=LABELS))(), wanted, atol=1e-12)
 
 
-def test_tapes_of_one_structure_have_their_own_numbers():
-    device, theirs = VelacamplixQubit(wires=4), qml.device("default.qubit", wires=4)
+@pytest.mark.parametrize("fusion", [False, True])
+def test_tapes_of_one_structure_have_their_own_numbers(fusion):
+    device, theirs = VelacamplixQubit(wires=4, fusion=fusion), qml.device("default.qubit", wires=4)
     other = qml.matrix(qml.RX(0.7, 0))
     rng = np.random.default_rng(1)
     for turn in range(4):

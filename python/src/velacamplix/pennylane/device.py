@@ -222,8 +222,6 @@ def composed(steps: Sequence[tuple[Any, dict[str, Any]]]) -> Any:
     return made
 
 
-@simulator_tracking
-@single_tape_support
 class VelacamplixQubit(VelacamplixDevice):
     """The device ``velacamplix.qubit``: state vectors, with shots or exactly, and derivatives by the adjoint method.
 
@@ -445,6 +443,11 @@ class VelacamplixQubit(VelacamplixDevice):
         with self._lock:
             found = [self._adjoint.jvp(one, self._placed(one), own) for one, own in zip(circuits, tangents)]
         return tuple([values for values, _ in found]), tuple([product for _, product in found])
+
+
+# PennyLane's words for "takes one tape, too" and "counts for qml.Tracker"; they change the class they are given.
+single_tape_support(VelacamplixQubit)
+simulator_tracking(VelacamplixQubit)
 
 
 def _stops_before_deferred(op: Any) -> bool:
