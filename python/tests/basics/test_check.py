@@ -19,7 +19,6 @@ def refused(kind, words, function, *args, **kwargs):
         assert word in str(caught.value)
 
 
-INTEGERS = [3, np.int8(3), np.uint64(3), np.array(3)]
 class Thing:
     """Nothing that is asked for; all processes of the tests call it the same."""
 
@@ -28,6 +27,7 @@ class Thing:
 
 
 THING = Thing()
+INTEGERS = [3, np.int8(3), np.uint64(3), np.array(3)]
 NO_INTEGERS = [3.0, 2.7, "3", b"3", None, 1j, True, False, np.bool_(True), np.float64(3), np.array([3]), [3], THING]
 
 
