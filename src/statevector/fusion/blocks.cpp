@@ -3,6 +3,7 @@
 #include "statevector/fusion/one_qubit_unitary.hpp"
 #include "statevector/fusion/two_qubit_matrix.hpp"
 #include "statevector/index/bits.hpp"
+#include "statevector/kernels/fused_matrix.hpp"
 
 #include <algorithm>
 #include <array>
@@ -25,6 +26,9 @@ struct costs {
     static constexpr double controlled = 1.1;  // a rotation on half of the state
     static constexpr double exchange = 1.5;    // iswap, and others that leave 00 and 11 alone
     static constexpr double matrix1 = 2.4, matrix2 = 8;
+
+    // What a block costs: any matrix on two qubits, and one in which each row mixes two.
+    static constexpr double dense_block = 5, pairs_block = 2.6;
 
     // Behind a block a gate on one qubit may be taken by the next block as well.
     static constexpr double share_of_gates_behind = 0.75;
@@ -69,6 +73,26 @@ thrust::complex<T> rounded(complex c) {
     return {static_cast<T>(c.real()), static_cast<T>(c.imag())};
 }
 
+template <class T>
+operation<T> block_on(gates::target_list targets) {
+    operation<T> block{};
+    block.kind = gate_kind::block;
+    block.targets = targets;
+    block.block_call = kernels::fused_matrix_call<T>;
+    return block;
+}
+
+// A matrix that stands alone may do the same as a block.
+template <class T>
+void make_block_of_matrix(operation<T>& op) {
+    if (op.controls != 0 || (op.kind != gate_kind::matrix1 && op.kind != gate_kind::matrix)) return;
+    if (op.targets.empty() || op.targets.size() > kernels::most_fused_targets) return;
+    operation<T> block = block_on<T>(op.targets);
+    block.entries = op.kind == gate_kind::matrix1 ? std::vector(op.coefficients.begin(), op.coefficients.end())
+                                                  : std::move(op.entries);
+    op = std::move(block);
+}
+
 constexpr unsigned long none = ~0ul;
 
 // Gates that nothing comes between: on a pair of qubits, on one, or any other gate by itself.
@@ -101,7 +125,9 @@ public:
         std::vector<operation<T>> result;
         for (unsigned long gate = 0; gate < operations_.size(); ++gate) {
             for (operation<T>& op : replacements_[gate]) result.push_back(std::move(op));
-            if (!is_replaced_[gate]) result.push_back(std::move(operations_[gate]));
+            if (is_replaced_[gate]) continue;
+            make_block_of_matrix(operations_[gate]);
+            result.push_back(std::move(operations_[gate]));
         }
         return result;
     }
@@ -185,20 +211,57 @@ private:
             if (pair.cost > costs::controlled_phase) replace_by_phases(pair, core);
             return;
         }
-        double cost = pair.cost;
-        for (const unsigned long single : pair.below) cost += cost_of_free(single);
-        for (const unsigned long single : pair.above) cost += costs::share_of_gates_behind * cost_of_free(single);
-        if (cost <= costs::matrix2) return;
+        // By themselves, as a block with what stands beside it and keeps its form, as a block with all of it.
+        double apart = pair.cost;
+        for (const unsigned long single : pair.below) apart += cost_of_free(single);
+        for (const unsigned long single : pair.above) apart += costs::share_of_gates_behind * cost_of_free(single);
+        if (apart <= costs::pairs_block) return;
+        std::vector<unsigned long> below, above;
+        double left = 0;  // cost of what would keep out of the block
+        two_qubit_matrix product = core;
+        if (cost_of_block(core) < costs::dense_block) {
+            for (const unsigned long single : pair.below) {
+                if (cost_of_free(single) == 0) continue;
+                const two_qubit_matrix more = product.after(product_of(pair, nodes_[single].gates));
+                keep_or_leave(single, more, 1, product, below, left);
+            }
+            for (const unsigned long single : pair.above) {
+                if (cost_of_free(single) == 0) continue;
+                const two_qubit_matrix more = product_of(pair, nodes_[single].gates).after(product);
+                keep_or_leave(single, more, costs::share_of_gates_behind, product, above, left);
+            }
+        }
+        const double form = cost_of_block(product);
+        if (form >= costs::dense_block || form + left > costs::dense_block) {
+            if (apart <= costs::dense_block) return;
+            below.assign(std::begin(pair.below), std::end(pair.below));
+            above.assign(std::begin(pair.above), std::end(pair.above));
+        } else if (apart <= form + left) {
+            return;
+        }
         std::vector<unsigned long> all;
-        for (const unsigned long single : pair.below) take(single, all);
+        for (const unsigned long single : below) take(single, all);
         all.insert(all.end(), pair.gates.begin(), pair.gates.end());
-        for (const unsigned long single : pair.above) take(single, all);
-        const two_qubit_matrix whole = product_of(pair, all);
-        operation<T> block{};
-        block.kind = gate_kind::matrix2;
-        block.targets = {pair.first, pair.second};
-        for (const complex entry : whole.entries) block.entries.push_back(rounded<T>(entry));
+        for (const unsigned long single : above) take(single, all);
+        operation<T> block = block_on<T>({pair.first, pair.second});
+        for (const complex entry : product_of(pair, all).entries) block.entries.push_back(rounded<T>(entry));
         replace(all, pair.gates.front(), {std::move(block)});
+    }
+
+    static double cost_of_block(const two_qubit_matrix& m) {
+        return m.mixes_only(1) || m.mixes_only(2) || m.mixes_only(3) ? costs::pairs_block : costs::dense_block;
+    }
+
+    // Takes a single node into a block if that keeps the block's form.
+    void keep_or_leave(unsigned long single, two_qubit_matrix more, double share, two_qubit_matrix& product,
+                       std::vector<unsigned long>& kept, double& left) {
+        more.settle_zeros();
+        if (cost_of_block(more) < costs::dense_block) {
+            product = more;
+            kept.push_back(single);
+        } else {
+            left += share * nodes_[single].cost;
+        }
     }
 
     double cost_of_free(unsigned long single) const {
