@@ -50,7 +50,10 @@ pbamplix::cpu::program<T> as_program(const listed_circuit& circuit, unsigned int
     pbamplix::cpu::program<T> program(n);
     for (const auto& gate : circuit.gates) {
         if (gate.matrix.empty()) {
-            program.add_gate(gate.name, gate.angles, gate.qubits);
+            // Rounded as members take them; a program would use all digits.
+            std::vector<double> angles;
+            for (const double angle : gate.angles) angles.push_back(static_cast<double>(static_cast<T>(angle)));
+            program.add_gate(gate.name, angles, gate.qubits);
         } else {
             program.add_matrix(matrix_of<T>(gate), gate.qubits);
         }
