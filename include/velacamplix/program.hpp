@@ -92,13 +92,13 @@ public:
     // How many it takes. Throws std::out_of_range past the last gate.
     unsigned int angle_count(unsigned long gate) const;
 
-    // Fusion, off unless asked for, rewrites the list before it is cut into passes: neighbouring gates on one qubit
-    // become one, diagonal gates are collected, and commuting gates change places. Results then agree with the exact
-    // run up to rounding, no longer bit for bit. Their bits follow from the gates with their numbers, the qubits of the
-    // state, and T alone: not from the number of threads, the caches, or the instruction set. A batch of 16 gates per
-    // qubit is rewritten at a time: inside it the hook's number of gates is an estimate, and a run that is told to stop
-    // does so at its end. Matrices need not be unitary; a batch with one that can make a state longer, or that is not
-    // diagonal and has more than 6 qubits, is not rewritten and gives the bits of the exact run.
+    // Fusion, off unless asked for, rewrites the list before it is cut into passes: gates on one qubit or two become
+    // one, diagonal gates are collected, and commuting gates change places. Results agree with the exact run up to
+    // rounding, no longer bit for bit. Their bits follow from the gates with their numbers, the qubits of the state,
+    // and T, not from threads or caches; x86-64 processors below x86-64-v3, without fused multiply-add, have others. A
+    // batch of 16 gates per qubit is rewritten at a time: in it the hook's number of gates is an estimate, and a run
+    // told to stop does so at its end. Matrices need not be unitary; a batch with one that can make a state longer, or
+    // that is not diagonal and has more than 6 qubits, is not rewritten and gives the bits of the exact run.
     void set_fusion(bool fusion);
     bool fusion() const;
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""No library contains an instruction that multiplies and adds with a single rounding, at any instruction-set level.
+"""No library contains an instruction that multiplies and adds with a single rounding, at any instruction-set level, but
+in the loops for blocks of fused gates; and nothing but opt-in fusion leads to those.
 
 Usage: no_fused_arithmetic.py OBJDUMP BASELINE LIBRARY...    (BASELINE is x86-64 or aarch64)
 """
@@ -22,6 +23,27 @@ processors = {
         {"aarch64": ".2d"},
     ),
 }
+# The loops that may; and from there what leads to them, step by step. A function of one step may be named, in a call or as
+# an address, by functions of the same step and of the next alone. The constructor of a schedule, where it ends, is told
+# by a flag whether it may fuse.
+fused_loops = re.compile(r"velacamplix::kernels::\(anonymous namespace\)::run_fused")
+ways = [
+    re.compile(r"velacamplix::kernels::(\(anonymous namespace\)::)?(\w+_)?fused_?\w*<"),
+    re.compile(r"velacamplix::fusion::(\(anonymous namespace\)::)?(block_former|form_blocks|block_on|make_block_of_matrix)\b"),
+    re.compile(r"velacamplix::fusion::fuse<"),
+    re.compile(r"velacamplix::replay::make_fused_passes<"),
+    re.compile(r"velacamplix::replay::schedule<\w+>::schedule\("),
+]
+# The address of code that an instruction names, and what stands there: `call 1234 <name+0x56>`.
+target = re.compile(r"(?:# )?[0-9a-f]+ <(.+?)(?:\+0x[0-9a-f]+)?>$")
+
+
+def step_of(function):
+    """How far the function is from the loops, None for one that is not on the way. The outermost name counts."""
+    found = [(match.start(), step) for step, way in enumerate(ways) if (match := way.search(function))]
+    return min(found)[1] if found else None
+
+
 # A line of GNU's or LLVM's objdump: address, mnemonic, operands.
 code = re.compile(r"\s*[0-9a-f]+:\s+(\S+)\s*(.*)")
 
@@ -47,14 +69,38 @@ def main(objdump, baseline, libraries):
     fused, product, widest_registers = processors[baseline]
     for library in libraries:
         level = next((name for name in widest_registers if name == pathlib.Path(library).parent.name), baseline)
-        found, count, wide, products = {}, 0, 0, 0
+        found, count, wide, products, fused_count = {}, 0, 0, 0, 0
+        functions, references = set(), set()
         for function, mnemonic, operands in instructions(objdump, library):
             count += 1
             wide += widest_registers[level] in operands
             products += product.match(mnemonic) is not None
             if fused.match(mnemonic):
-                found.setdefault(function, set()).add(mnemonic)
-        print(f"{level}: {count} instructions, {wide} on its widest registers, {products} products, {library}")
+                if fused_loops.search(function):
+                    fused_count += 1
+                else:
+                    found.setdefault(function, set()).add(mnemonic)
+            functions.add(function)
+            if (at := target.search(operands)) and at[1] != function:
+                references.add((function, at[1]))
+        named = set()
+        for function, name in references:
+            # Constants are told by whatever symbol stands before them.
+            if name not in functions or (step := step_of(name)) is None:
+                continue
+            named.add(step)
+            by = step_of(function)
+            if step + 1 < len(ways) and (by is None or not step <= by <= step + 1):
+                found.setdefault(function, set()).add(f"way to {name}")
+        print(
+            f"{level}: {count} instructions, {wide} on its widest registers, {products} products, {fused_count} fused "
+            f"in loops of their own, {library}"
+        )
+        # Calls are seen everywhere, addresses on x86-64, where the loops are named by nothing but their addresses.
+        expected = set(range(0 if baseline == "x86-64" else 1, len(ways)))
+        if not expected <= named or (fused_count == 0) != (level == "x86-64"):
+            print(f"  the loops of fused blocks were not found, or what leads to them: {sorted(named)}")
+            failed = True
         for function, mnemonics in found.items():
             print(f"  {', '.join(sorted(mnemonics))} in {function}")
         if found or wide == 0 or products == 0:

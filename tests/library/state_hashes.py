@@ -7,7 +7,9 @@ usage: state_hashes.py PROGRAM [LEVEL=TUNABLE...]      compare
 All levels and all numbers of threads must give the same, and what stands in state_hashes.txt beside this file. There,
 results of the group `exact` hold for every machine. Those of `sines` and `fused` depend on the C library's sine and
 cosine, and are stored under a key that tells its values; where a machine has others, levels and numbers of threads are
-compared with each other alone, and a line says so. A group is stored anew, with its reason in the commit, when its
+compared with each other alone, and a line says so. Those of `fused` also depend on whether the processor multiplies and
+adds with one rounding: levels that do and levels that do not have keys of their own, and are stored in turns, with
+GLIBC_TUNABLES=glibc.cpu.hwcaps=-AVX2 for those that do not. A group is stored anew, with its reason in the commit, when its
 results are meant to change: fused ones whenever fusion is rewritten, the others hardly ever.
 
 Levels that this processor does not have are left out, with a line that says so.
@@ -78,10 +80,9 @@ def store(program, groups):
     write_stored(sections)
 
 
-def compare_with_stored(level, keys, hashes):
+def compare_with_stored(seen):
     sections = read_stored()
-    for group, key in keys.items():
-        got = {name: value for (of_group, name), value in hashes.items() if of_group == group}
+    for (group, key), (level, got) in seen.items():
         if (group, key) not in sections:
             if group == "exact":
                 sys.exit(f"{stored_file} has no results of the group exact")
@@ -94,7 +95,7 @@ def compare_with_stored(level, keys, hashes):
         for name in [*expected, *got]:
             if expected.get(name) != got.get(name):
                 sys.exit(f"{level}: {group}: {name}: stored is {expected.get(name)}, given {got.get(name)}")
-        print(f"{group}: {len(got)} results are as stored")
+        print(f"{group}, key {key}: {len(got)} results are as stored")
 
 
 def main(program, levels):
@@ -110,18 +111,20 @@ def main(program, levels):
         loaded, keys, hashes = run(program)
         outputs[loaded] = keys, hashes
     first, *others = outputs
-    keys, hashes = outputs[first]
-    if not hashes:
+    if not outputs[first][1]:
         sys.exit("no results")
-    for level in others:
-        if outputs[level][1].keys() != hashes.keys():
-            sys.exit(f"{level} prints other results than {first}")
-        for group, name in hashes:
-            expected, got = hashes[group, name], outputs[level][1][group, name]
-            if expected != got:
-                sys.exit(f"{group}: {name}: {first} gives {expected}, {level} gives {got}")
+    seen = {}  # by group and key, the level that first had it and its results
+    for level, (keys, hashes) in outputs.items():
+        for group, key in keys.items():
+            got = {name: value for (of_group, name), value in hashes.items() if of_group == group}
+            earlier, expected = seen.setdefault((group, key), (level, got))
+            if got.keys() != expected.keys():
+                sys.exit(f"{level} prints other results than {earlier} in the group {group}")
+            for name, value in got.items():
+                if value != expected[name]:
+                    sys.exit(f"{group}: {name}: {earlier} gives {expected[name]}, {level} gives {value}")
     print("all levels agree" if others else f"only {first} was run, so no levels were compared")
-    compare_with_stored(first, keys, hashes)
+    compare_with_stored(seen)
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 #include "statevector/fusion/fusion.hpp"
 
+#include "statevector/fusion/blocks.hpp"
 #include "statevector/fusion/one_qubit_unitary.hpp"
 #include "statevector/fusion/simplify.hpp"
 #include "statevector/index/bits.hpp"
@@ -167,7 +168,7 @@ std::vector<fused_layer<T>> fuse(std::span<const operation<T>> batch, unsigned n
     const bool may_be_rewritten =
         std::all_of(batch.begin(), batch.end(), [](const operation<T>& op) { return never_lengthens(op); });
     const std::vector<operation<T>> list =
-        may_be_rewritten ? simplify(batch) : std::vector<operation<T>>(batch.begin(), batch.end());
+        may_be_rewritten ? form_blocks(simplify(batch)) : std::vector<operation<T>>(batch.begin(), batch.end());
     diagonal_collector<T> collector(nbqbits);
     std::vector<fused_layer<T>> layers;
     const auto allowed = may_be_rewritten ? plan::exchange::up_to_rounding : plan::exchange::exact;

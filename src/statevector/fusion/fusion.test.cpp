@@ -5,9 +5,13 @@
 #include "support/state_vector.hpp"
 
 #include <velacamplix/program.hpp>
+#include <velacamplix/version.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
+#include <random>
 
 using namespace support;
 using reference::Qubits;
@@ -77,6 +81,31 @@ const std::vector<thrust::complex<T>> telling_entries = {
     {0, std::numeric_limits<T>::max()},
     {-std::numeric_limits<T>::max(), std::numeric_limits<T>::max()},
 };
+
+// The matrix's product with one group, sums in the order that the loops for blocks keep to: columns upward, or with
+// `flip` the diagonal first. `at` are the places of the group's amplitudes, by a local index of sorted qubits.
+template <class T>
+void multiply_group(const Matrix<T>& matrix, const std::vector<unsigned long>& at, unsigned int flip,
+                    reference::State<T>& state) {
+    static const bool rounds_once = std::string(pbamplix::instruction_set()) != "x86-64";
+    const auto add = [](T a, T b, T sum) { return rounds_once ? std::fma(a, b, sum) : a * b + sum; };
+    const unsigned long dim = at.size();
+    reference::State<T> old;
+    for (const unsigned long i : at) old.push_back(state[i]);
+    for (unsigned long row = 0; row < dim; ++row) {
+        T re = 0, im = 0;
+        for (unsigned long term = 0; term < (flip != 0 ? 2 : dim); ++term) {
+            const unsigned long column = flip == 0 ? term : term == 0 ? row : row ^ flip;
+            const auto m = matrix[row * dim + column];
+            const auto x = old[column];
+            re = term == 0 ? m.real() * x.re : add(m.real(), x.re, re);
+            im = term == 0 ? m.real() * x.im : add(m.real(), x.im, im);
+            re = add(m.imag(), -x.im, re);
+            im = add(m.imag(), x.re, im);
+        }
+        state[at[row]] = {re, im};
+    }
+}
 
 // Nothing; one; a projector; unitary.
 template <class T>
@@ -317,4 +346,84 @@ TYPED_TEST(fusion, keeps_a_phase_on_no_qubit) {
         list.run(alone);
     }
     ASSERT_EQ(alone.amplitudes[0].real(), TypeParam(0.6) * TypeParam(0.6) - TypeParam(0.8) * TypeParam(0.8));
+}
+
+// A matrix that stands alone is a block with its own entries, wherever its targets are.
+TYPED_TEST(fusion, gives_the_bits_of_the_sums_of_a_block) {
+    std::mt19937 engine(5);
+    const auto number = [&] { return static_cast<TypeParam>(engine() % 2001) / 1000 - 1; };
+    for (unsigned int trial = 0; trial < 1500; ++trial) {
+        const unsigned int n = 1 + static_cast<unsigned int>(engine() % 8);
+        const unsigned int k = 1 + static_cast<unsigned int>(engine() % std::min(n, 4u));
+        const unsigned int flip = k == 2 ? static_cast<unsigned int>(engine() % 4) : 0;
+        Qubits qubits(n);
+        std::iota(qubits.begin(), qubits.end(), 0u);
+        std::shuffle(qubits.begin(), qubits.end(), engine);
+        qubits.resize(k);
+        Qubits sorted = qubits;
+        std::sort(sorted.begin(), sorted.end());
+        // By local indices of sorted qubits, lowest first, and by those of the listed ones, highest first.
+        const unsigned long dim = 1ul << k;
+        Matrix<TypeParam> matrix(dim * dim), listed(dim * dim);
+        std::vector<unsigned long> place(dim), bits(dim);
+        for (unsigned long local = 0; local < dim; ++local) {
+            for (unsigned int i = 0; i < k; ++i) {
+                if (((local >> i) & 1) == 0) continue;
+                bits[local] |= 1ul << sorted[i];
+                const auto at = std::find(qubits.begin(), qubits.end(), sorted[i]) - qubits.begin();
+                place[local] |= 1ul << (k - 1 - static_cast<unsigned int>(at));
+            }
+        }
+        for (unsigned long row = 0; row < dim; ++row) {
+            for (unsigned long column = 0; column < dim; ++column) {
+                if (flip != 0 && row != column && (row ^ column) != flip) continue;
+                const TypeParam re = number() / TypeParam(2 * dim);
+                matrix[row * dim + column] = thrust::complex<TypeParam>(re, number() / TypeParam(2 * dim));
+                listed[place[row] * dim + place[column]] = matrix[row * dim + column];
+            }
+        }
+        const auto start = random_state<TypeParam>(n, Values::ordinary, trial);
+        reference::State<TypeParam> expected = start;
+        for (unsigned long base = 0; base < start.size(); ++base) {
+            if ((base & bits.back()) != 0) continue;
+            std::vector<unsigned long> at;
+            for (const unsigned long b : bits) at.push_back(base | b);
+            multiply_group<TypeParam>(matrix, at, flip, expected);
+        }
+        program<TypeParam> list(n);
+        list.add_matrix(listed, qubits);
+        list.set_fusion(true);
+        LoadedVector<TypeParam> got(start, 3);
+        list.run(got);
+        ASSERT_TRUE(equal_states(LoadedVector<TypeParam>(expected), got))
+            << n << " qubits, targets " << testing::PrintToString(qubits) << ", flip " << flip;
+    }
+}
+
+// Blocks on qubits inside a vector, beside it and far from it, in chunks and in one piece, on any number of threads.
+TYPED_TEST(fusion, of_pairs_agrees_up_to_rounding_and_between_threads) {
+    for (const unsigned int n : {2u, 4u, 9u, 13u, 17u}) {
+        std::mt19937 engine(n);
+        program<TypeParam> list(n);
+        for (int block = 0; block < 60; ++block) {
+            const auto p = static_cast<unsigned int>(engine() % n);
+            const auto q = static_cast<unsigned int>((p + 1 + engine() % (n - 1)) % n);
+            const TypeParam angle = static_cast<TypeParam>(engine() % 60) / 10;
+            if (block % 3 == 0) list.add_gate("RY", {angle}, {p});
+            list.add_gate("RXX", {angle}, {p, q});
+            list.add_gate("RYY", {-angle}, {q, p});
+            if (block % 4 == 0) list.add_gate("U", {angle, 1, 2}, {q});
+            list.add_gate("RZZ", {angle}, {p, q});
+            if (block % 5 == 0) list.add_gate("SX", {}, {p}, {q});
+        }
+        const auto start = random_state<TypeParam>(n, Values::ordinary, n);
+        ASSERT_TRUE(runs_alike(list, start)) << n << " qubits";
+        LoadedVector<TypeParam> one(start, 1);
+        list.run(one);
+        for (const int threads : {2, 3, 8}) {
+            LoadedVector<TypeParam> several(start, threads);
+            list.run(several);
+            ASSERT_TRUE(equal_states(one, several)) << n << " qubits, " << threads << " threads";
+        }
+    }
 }

@@ -10,8 +10,6 @@ using complex = std::complex<double>;
 // What products that cancel leave of a zero, in units of the products.
 constexpr double vanishing = 1e-15;
 
-bool is_zero(complex entry, double made_from) { return std::abs(entry) <= vanishing * made_from; }
-
 bool is_near(complex a, complex b, double tolerance) { return std::abs(a - b) <= tolerance; }
 
 complex direction(complex a) {
@@ -26,9 +24,17 @@ bool agree_in_length(complex a, complex b, double tolerance) {
 
 }  // namespace
 
-bool one_qubit_unitary::is_diagonal() const { return is_zero(m01, from01) && is_zero(m10, from10); }
+bool counts_as_zero(complex entry, double made_from) { return std::abs(entry) <= vanishing * made_from; }
 
-bool one_qubit_unitary::is_antidiagonal() const { return is_zero(m00, from00) && is_zero(m11, from11); }
+// What is smaller than a rounded sine stands there for a reason.
+template <class T>
+double size_made_from(complex entry) {
+    return std::abs(entry) >= packs::precision<T>::least_rounded_sine ? 1 : std::abs(entry);
+}
+
+bool one_qubit_unitary::is_diagonal() const { return counts_as_zero(m01, from01) && counts_as_zero(m10, from10); }
+
+bool one_qubit_unitary::is_antidiagonal() const { return counts_as_zero(m00, from00) && counts_as_zero(m11, from11); }
 
 bool one_qubit_unitary::is_unitary(double tolerance) const {
     // What a small entry does may be all that a projection leaves: it has digits of its own, if fewer.
@@ -69,8 +75,8 @@ decomposition decompose(const one_qubit_unitary& u, double tolerance) {
     d.cosine = (std::abs(u.m00) + std::abs(u.m11)) / 2;
     d.sine = (std::abs(u.m01) + std::abs(u.m10)) / 2;
     const bool mostly_diagonal = d.cosine >= d.sine;
-    complex zero = is_zero(u.m00, u.from00) ? 1 : direction(u.m00);
-    complex one = is_zero(u.m10, u.from10) ? 1 : direction(u.m10);
+    complex zero = counts_as_zero(u.m00, u.from00) ? 1 : direction(u.m00);
+    complex one = counts_as_zero(u.m10, u.from10) ? 1 : direction(u.m10);
     // From the larger entries: the direction of a small one is not known well.
     complex first = mostly_diagonal ? direction(u.m11) / one : -direction(u.m01) / zero;
     if (!mostly_diagonal) one = direction(u.m10);
@@ -110,14 +116,19 @@ one_qubit_unitary matrix_of(const gates::operation<T>& op) {
         const thrust::complex<T> m = columns[column][row];
         return complex(static_cast<double>(m.real()), static_cast<double>(m.imag()));
     };
-    // What is smaller than a rounded sine stands there for a reason.
-    const auto from = [](complex m) {
-        return std::abs(m) >= packs::precision<T>::least_rounded_sine ? 1 : std::abs(m);
-    };
     const complex m00 = entry(0, 0), m01 = entry(0, 1), m10 = entry(1, 0), m11 = entry(1, 1);
-    return {m00, m01, m10, m11, from(m00), from(m01), from(m10), from(m11)};
+    return {m00,
+            m01,
+            m10,
+            m11,
+            size_made_from<T>(m00),
+            size_made_from<T>(m01),
+            size_made_from<T>(m10),
+            size_made_from<T>(m11)};
 }
 
+template double size_made_from<float>(complex);
+template double size_made_from<double>(complex);
 template one_qubit_unitary matrix_of(const gates::operation<float>&);
 template one_qubit_unitary matrix_of(const gates::operation<double>&);
 

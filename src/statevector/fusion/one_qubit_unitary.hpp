@@ -6,6 +6,13 @@
 
 namespace velacamplix::fusion {
 
+// Whether an entry of a product is what products that cancel leave of a zero, by the size of the products.
+bool counts_as_zero(std::complex<double> entry, double made_from);
+
+// The size that an entry of a gate's own matrix counts as made from.
+template <class T>
+double size_made_from(std::complex<double> entry);
+
 // The matrix of gates on one qubit, in double precision whatever the state's.
 struct one_qubit_unitary {
     using complex = std::complex<double>;

@@ -44,8 +44,9 @@ enum class gate_kind : unsigned char {
     matrix,    // mixes any number
     diagonal,  // on any number of targets
     product,   // one factor pair per target, side by side in `entries`; only among fused gates
+    block,     // a product of matrices on one to four targets; only among fused gates
 };
-inline constexpr std::size_t gate_kinds = static_cast<std::size_t>(gate_kind::product) + 1;
+inline constexpr std::size_t gate_kinds = static_cast<std::size_t>(gate_kind::block) + 1;
 
 struct gate_row {
     std::string_view name;

@@ -20,9 +20,10 @@ enum class dense_form { one_qubit, two_qubits, any_number };
 // Prepares a gate given as a matrix: an exactly diagonal one for the diagonal loops, any other for the dense loop of
 // its form. `controls` is null for the uncontrolled members, which refuse large diagonals.
 template <class T>
-kernels::kernel_call<T> matrix_call(unsigned long nbqbits, const std::vector<unsigned int>& qubits,
-                                    const std::vector<unsigned int>* controls,
-                                    const std::vector<thrust::complex<T>>& matrix, dense_form form, int nthreads) {
+kernels::kernel_call<T> member_matrix_call(unsigned long nbqbits, const std::vector<unsigned int>& qubits,
+                                           const std::vector<unsigned int>* controls,
+                                           const std::vector<thrust::complex<T>>& matrix, dense_form form,
+                                           int nthreads) {
     const unsigned long control_mask = controls == nullptr ? 0 : index::mask_of(*controls);
     const unsigned int dim = 1u << qubits.size();
     std::vector<thrust::complex<T>> diag;
@@ -47,10 +48,10 @@ kernels::kernel_call<T> matrix_call(unsigned long nbqbits, const std::vector<uns
 namespace pbamplix::cpu {
 
 // The six members differ in their arguments only.
-#define VELACAMPLIX_MATRIX_GATE(qubits, controls, form)                                                 \
-    using namespace velacamplix;                                                                        \
-    kernels::run_parallel(                                                                              \
-        gates::matrix_call<T>(nqubits, qubits, controls, matrix, gates::dense_form::form, num_threads), \
+#define VELACAMPLIX_MATRIX_GATE(qubits, controls, form)                                                        \
+    using namespace velacamplix;                                                                               \
+    kernels::run_parallel(                                                                                     \
+        gates::member_matrix_call<T>(nqubits, qubits, controls, matrix, gates::dense_form::form, num_threads), \
         amplitudes.get(), num_threads)
 
 template <class T>

@@ -200,6 +200,8 @@ kernels::kernel_call<T> prepare(const operation<T>& op, unsigned long nbqbits) {
                                                      op.controls, op.entries);
         case gate_kind::matrix:
             return kernels::dense_call<T>(nbqbits, index::bits_of_qubits(op.targets.listed()), op.controls, op.entries);
+        case gate_kind::block:
+            return op.block_call(nbqbits, index::bits_of_qubits(op.targets.listed()), op.entries);
         case gate_kind::diagonal:
             return kernels::diagonal_call<T>(nbqbits, op.target_mask(), op.controls, op.diagonal);
         case gate_kind::product:

@@ -11,6 +11,11 @@
 
 namespace velacamplix::gates {
 
+// Makes the loop for a matrix on the given target bits of an array of 2^nbqbits amplitudes.
+template <class T>
+using matrix_call = kernels::kernel_call<T> (*)(unsigned long nbqbits, const std::vector<unsigned long>& targets,
+                                                const std::vector<thrust::complex<T>>& matrix);
+
 // One gate as a value: what a member of the state vector does, written down instead of done.
 template <class T>
 struct operation {
@@ -19,8 +24,10 @@ struct operation {
     unsigned long controls = 0;      // mask
     std::array<double, 3> angles{};  // as many as it takes
     std::array<thrust::complex<T>, 4> coefficients{};
-    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, product
+    std::vector<thrust::complex<T>> entries;  // matrix2, matrix, product, block
     kernels::shared_diagonal<T> diagonal;
+    // A block's loops round otherwise than all others. Only fusion knows them: it leaves here how one is made.
+    matrix_call<T> block_call = nullptr;
 
     unsigned long target_mask() const { return targets.mask(); }
     bool is_diagonal() const { return gates::is_diagonal(kind); }

@@ -133,6 +133,7 @@ operation<T> inverse_of(const operation<T>& op) {
             break;
         case gate_kind::matrix2:
         case gate_kind::matrix:
+        case gate_kind::block:
             undo.entries = conjugate_transpose(op.entries);
             break;
         case gate_kind::diagonal:
