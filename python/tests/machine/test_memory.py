@@ -294,7 +294,7 @@ def test_max_qubits_where_nothing_fits(monkeypatch):
     ],
 )
 def test_copies_and_exports_are_refused_where_they_do_not_fit(act, size, what, monkeypatch):
-    state = StateVector(3, "single")
+    state = StateVector(3, "single", threads=2)
     before = state.array.tobytes()
     available = [size - 1]
     monkeypatch.setattr(_memory, "SMALL_BYTES", 0)
