@@ -129,6 +129,11 @@ public:
     unsigned long run(PybindAmplixStateVectorCPU<T>& state, unsigned long first_gate, unsigned long last_gate,
                       const progress_hook& hook = {});
 
+    // Applies all gates, as run does, for a host that has no use for the state of a prefix: the hook is also asked
+    // inside of passes, on the calling thread but inside a parallel region, and false ends the run at once. Returns
+    // whether all gates were applied; the state is of no worth otherwise.
+    bool run_to_end(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook);
+
     // The expectation values of observables in the state that the program makes, and their derivatives by the angles of
     // the gates `gates` (0 = first; RX, RY, RZ, PH, U, RXX, RYY, RZZ, with any controls), by the adjoint method: one
     // run forward, and one back on which the state psi and lambda = H psi of every observable are taken through all

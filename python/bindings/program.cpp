@@ -156,16 +156,25 @@ py::tuple plan(HeldProgram<T>& program, unsigned int state_qubits, int threads) 
 }
 
 // Returns how many gates acted, and the exception that stopped the run between two passes, or None. The caller raises
-// it: so he can tell first how far the state has come. `signals` is for Python's main thread.
+// it: so he can tell first how far the state has come. `signals` is for Python's main thread. With `to_end` a run that
+// is stopped ends at once; the state is then of no worth, and the number is that of the gates before the present pass.
 template <class T>
-py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, double interval, bool signals) {
+py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, double interval, bool signals,
+              bool to_end) {
     const auto turn = program.taken();
     Watch watch(std::move(function), interval, signals);
+    unsigned long told = 0;
     typename pbamplix::cpu::program<T>::progress_hook hook;
     if (watch.is_needed()) {
-        hook = [&watch](unsigned long done, unsigned long total) { return watch.goes_on(done, total); };
+        hook = [&](unsigned long done, unsigned long total) {
+            told = done;
+            return watch.goes_on(done, total);
+        };
     }
-    const unsigned long applied = held.with_state([&](auto& state) { return program.list.run(state, hook); });
+    const unsigned long applied = held.with_state([&](auto& state) {
+        if (!to_end) return program.list.run(state, hook);
+        return program.list.run_to_end(state, hook) ? program.list.size() : told;
+    });
     return py::make_tuple(applied, watch.error());
 }
 
@@ -212,7 +221,7 @@ void bind_one_program(py::module_& module, const char* name) {
         .def("__len__", [](const HeldProgram<T>& program) { return program.list.size(); })
         .def("plan", &plan<T>, py::arg("state_qubits"), py::arg("threads"))
         .def("run", &run<T>, py::arg("state"), py::arg("function") = py::none(), py::arg("interval") = 0.05,
-             py::arg("signals") = false)
+             py::arg("signals") = false, py::arg("to_end") = false)
         .def("gradient", &gradient<T>, py::arg("observables"), py::arg("gates"), py::arg("threads"),
              py::arg("most_states"), py::arg("initial").none(true), py::arg("function") = py::none(),
              py::arg("interval") = 0.05, py::arg("signals") = false);

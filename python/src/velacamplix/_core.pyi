@@ -61,6 +61,7 @@ class _Program(metaclass=_ClassOfExtension):
         function: Callable[[int, int], Any] | None = None,
         interval: float = 0.05,
         signals: bool = False,
+        to_end: bool = False,
     ) -> tuple[int, BaseException | None]: ...
     def gradient(
         self,

@@ -462,7 +462,7 @@ def test_a_run_that_is_stopped_where_outcomes_are_read_leaves_the_matrix_as_it_w
 @pytest.mark.parametrize("act", [lambda rho: rho.cx(0, 1), lambda rho: rho.run(Circuit(2).cx(0, 1))], ids=["gate", "run"])
 @pytest.mark.parametrize("applied", [1, 2])
 def test_what_is_stopped_between_ket_and_bra_leaves_a_density_matrix(monkeypatch, act, applied):
-    def stopped(core, program, report=None):
+    def stopped(core, program, report=None, to_end=False):
         assert len(program) == 2
         core.view()[:] = 0.5, 0, 0, 0.5, *[0] * 12  # of no density matrix
         error = KeyboardInterrupt(f"stopped after {applied} of 2 gates")

@@ -82,7 +82,7 @@ bool list_runner<T>::run(unsigned long first, unsigned long last, thrust::comple
         const unsigned long end = is_whole ? last : std::min(last, (first / block + 1) * block);
         replay::schedule<T>* const schedule = schedule_for(first, end, heard);
         if (schedule == nullptr) return false;
-        schedule->run(operations.subspan(first, end - first), state, heard);
+        if (!schedule->run_to_end(operations.subspan(first, end - first), state, heard)) return false;
         first = end;
     }
     return goes_on;

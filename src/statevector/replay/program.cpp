@@ -190,6 +190,15 @@ unsigned long program<T>::run(PybindAmplixStateVectorCPU<T>& state, unsigned lon
     return schedule->run(content.gates_of(first_gate, last_gate), state.amplitudes.get(), hook);
 }
 
+template <class T>
+bool program<T>::run_to_end(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook) {
+    implementation& content = content_of(self);
+    if (state.amplitudes == nullptr) refuse("The state has no amplitudes: it was released, or a resize was refused");
+    auto* const schedule = content.schedule_for(0, size(), state.nqubits, state.num_threads, hook);
+    if (schedule == nullptr) return false;
+    return schedule->run_to_end(content.gates_of(0, size()), state.amplitudes.get(), hook);
+}
+
 template class program<float>;
 template class program<double>;
 

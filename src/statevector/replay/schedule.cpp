@@ -4,7 +4,9 @@
 #include "statevector/storage/aligned_array.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
+#include <thread>
 
 namespace velacamplix::replay {
 
@@ -21,16 +23,40 @@ schedule<T>::schedule(std::span<const gates::operation<T>> operations, unsigned 
                        : make_passes(operations, qubits, plan::choose_shape<T>(qubits, team, cache_bytes), go_on);
 }
 
+namespace {
+
+// What takes about a millisecond, in steps of a chunk and in bytes of a gate over the whole array.
+constexpr unsigned long steps_between_questions = 2048, bytes_between_questions = 1ul << 20;
+
+// Calls work(begin, end) for pieces of a share as long as there is a yes to the question.
+template <class Work>
+void in_pieces(unsigned long begin, unsigned long end, unsigned long piece, const std::function<bool()>& goes_on,
+               Work work) {
+    if (!goes_on) return work(begin, end);
+    for (; begin < end && goes_on(); begin += std::min(piece, end - begin)) work(begin, std::min(begin + piece, end));
+}
+
+}  // namespace
+
 template <class T>
-void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state) {
+void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state, const std::function<bool()>& goes_on) {
     if (const auto* const whole = std::get_if<whole_array<T>>(&next.work)) {
-        kernels::run_parallel(whole->call, state, team);
+        const auto& call = whole->call;
+        if (call.run == nullptr) return;
+        const unsigned long piece = std::max(1ul, bytes_between_questions / std::max(1ul, call.bytes / call.units));
+        storage::parallel_shares(call.units, call.bytes, team, [&](unsigned long begin, unsigned long end) {
+            in_pieces(begin, end, piece, goes_on,
+                      [&](unsigned long first, unsigned long last) { call.run(call, state, first, last); });
+        });
     } else if (const auto* const small = std::get_if<in_place<T>>(&next.work)) {
         run_steps(*small, state);
     } else {
         const chunked<T>& work = std::get<chunked<T>>(next.work);
+        const unsigned long piece = std::max(1ul, steps_between_questions / std::max(1ul, work.steps.size()));
         const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
-            run_chunks(work, state, nbqbits, begin, end, buffers.get() + work.chunk_size() * lease);
+            in_pieces(begin, end, piece, goes_on, [&](unsigned long first, unsigned long last) {
+                run_chunks(work, state, nbqbits, first, last, buffers.get() + work.chunk_size() * lease);
+            });
         };
         storage::parallel_leases(work.chunk_count(nbqbits), sizeof(thrust::complex<T>) << nbqbits, team, body);
     }
@@ -69,18 +95,51 @@ unsigned long schedule<T>::complete_prefix(std::span<const gates::operation<T>> 
     return prefix;
 }
 
+// All the memory that a run takes, before the first gate acts.
 template <class T>
-unsigned long schedule<T>::run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
-                               const run_hook& hook) {
-    // All the memory it takes before the first gate acts.
+void schedule<T>::make_ready(std::span<const gates::operation<T>> operations) {
     if (buffers == nullptr && buffers_size() != 0) buffers = storage::make_amplitudes<T>(buffers_size());
     for (pass<T>& p : all_passes) {
         if (p.is_outdated) renew(p, operations, nbqbits);
     }
+}
+
+template <class T>
+bool schedule<T>::run_to_end(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
+                             const run_hook& hook) {
+    make_ready(operations);
+    const auto caller = std::this_thread::get_id();
+    std::atomic<bool> stopped = false;
+    unsigned long done = 0;
+    std::function<bool()> goes_on;
+    if (hook) {
+        goes_on = [&] {
+            if (stopped || std::this_thread::get_id() != caller) return !stopped;
+            try {
+                stopped = !hook(done, gate_count);
+            } catch (...) {
+                stopped = true;  // the others too
+                throw;
+            }
+            return !stopped;
+        };
+    }
+    for (const pass<T>& next : all_passes) {
+        run_pass(next, state, goes_on);
+        if (stopped) return false;
+        done = next.done;
+    }
+    return !hook || hook(gate_count, gate_count);
+}
+
+template <class T>
+unsigned long schedule<T>::run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
+                               const run_hook& hook) {
+    make_ready(operations);
     bool stopping = false;
     for (std::size_t i = 0; i < all_passes.size(); ++i) {
         const pass<T>& next = all_passes[i];
-        run_pass(next, state);
+        run_pass(next, state, {});
         if (hook && !stopping) stopping = !hook(next.done, gate_count);
         if (!stopping || !next.may_stop_after) continue;
         if (next.gates.empty()) return next.done;  // the end of a fused batch, in which no gate waits

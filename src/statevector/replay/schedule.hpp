@@ -30,6 +30,10 @@ public:
     unsigned long run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
                       const run_hook& hook = {});
 
+    // Applies all gates. The hook is also asked inside of passes, by the calling thread; false ends the run at once.
+    // The state is then of no worth, and false is returned.
+    bool run_to_end(std::span<const gates::operation<T>> operations, thrust::complex<T>* state, const run_hook& hook);
+
     // Tells a schedule without fusion that the numbers of a gate have changed.
     void outdate(unsigned long gate);
 
@@ -40,7 +44,9 @@ public:
     }
 
 private:
-    void run_pass(const pass<T>& next, thrust::complex<T>* state);
+    // Between pieces of a pass `goes_on` is asked, by all threads, unless it is empty; false ends the pass unfinished.
+    void run_pass(const pass<T>& next, thrust::complex<T>* state, const std::function<bool()>& goes_on);
+    void make_ready(std::span<const gates::operation<T>> operations);
     unsigned long buffers_size() const;
     unsigned long complete_prefix(std::span<const gates::operation<T>> operations, std::size_t passes_run,
                                   thrust::complex<T>* state);

@@ -19,8 +19,11 @@ def heard(report: Report = None) -> tuple[Report, float, bool]:
     return report, INTERVAL, threading.get_ident() == threading.main_thread().ident
 
 
-def drive(core: Any, program: Any, report: Report = None) -> None:
+def drive(core: Any, program: Any, report: Report = None, to_end: bool = False) -> None:
     """Apply the program's gates to the core's state; other Python threads go on meanwhile.
+
+    With ``to_end`` the state is for nobody to see unless all gates have acted: then signals are heard inside of passes
+    too, and where one stops the run the state is of no worth.
 
     ``report(done, total)`` is called between passes, at most once per `INTERVAL` and once at the end. It must not use
     the state: the core then raises RuntimeError.
@@ -31,7 +34,7 @@ def drive(core: Any, program: Any, report: Report = None) -> None:
         What `report` or a signal handler raised. The run has then stopped between two passes: the first gates have
         acted, and the exception's attribute ``gates_applied`` tells how many.
     """
-    applied, error = program.run(core, *heard(report))
+    applied, error = program.run(core, *heard(report), to_end)
     if error is None:
         return
     # An exception without a __dict__ cannot take it.
@@ -48,8 +51,8 @@ def drive_whole(core: Any, program: Any, report: Report = None) -> None:
     So it is with density matrices, on whose ket and bra a gate acts one after the other.
     """
     try:
-        drive(core, program, report)
+        drive(core, program, report, to_end=True)
     except BaseException as error:
-        if 0 < getattr(error, "gates_applied", 0) < len(program):
+        if getattr(error, "gates_applied", len(program)) < len(program):
             core.reset()
         raise

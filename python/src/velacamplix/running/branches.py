@@ -177,7 +177,7 @@ class Branching:
     def _apply(self, stretch: Stretch, branch: Branch) -> None:
         weight = self._weight(branch)
         if branch.meets(stretch.condition):
-            drive(branch.state._live(), stretch.program, self._meter.within(weight))
+            drive(branch.state._live(), stretch.program, self._meter.within(weight), to_end=True)
         self._meter.advance(len(stretch.program), weight)
 
     def _weight(self, branch: Branch) -> float:
