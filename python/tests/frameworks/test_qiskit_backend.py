@@ -398,20 +398,23 @@ def gates():
 
 @pytest.mark.parametrize("name, gate", [pytest.param(name, gate, id=name) for name, gate in gates()])
 def test_gates_beside_aer(name, gate):
-    aer = pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    from beside_aer import result_of
+
     # What initialize resets would leave the others in a state of chance.
     circuit = QuantumCircuit(4) if name == "initialize" else random_circuit(4, 2, seed=7)
     circuit.append(gate, [2, 0, 3, 1][: gate.num_qubits])
     circuit.save_statevector()
     mine = VelacamplixBackend().run(circuit).result().get_statevector()
-    simulator = aer.AerSimulator(method="statevector")
-    theirs = simulator.run(transpile(circuit, simulator, optimization_level=0)).result().get_statevector()
+    theirs = result_of(circuit, "statevector").get_statevector()
     np.testing.assert_allclose(mine.data, theirs.data, rtol=0, atol=1e-12)
 
 
 @pytest.mark.parametrize("seed", range(12))
 def test_random_circuits_with_measurements_in_the_middle(seed):
-    aer = pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    from beside_aer import result_of
+
     circuit = random_circuit(4, 8, max_operands=3, conditional=True, reset=True, seed=seed)
     for place in (3, 7):
         circuit.data.insert(min(place, len(circuit.data)), CircuitInstruction(Measure(), [circuit.qubits[place % 4]], [circuit.clbits[place % 4]]))
@@ -421,10 +424,9 @@ def test_random_circuits_with_measurements_in_the_middle(seed):
     n = circuit.num_clbits
     share = {flipped(f"{int(row[0]):0{n}b}"): p for row, p in zip(found.outcomes, found.probabilities.tolist())}
     assert sum(share.values()) == pytest.approx(1)
-    simulator = aer.AerSimulator(seed_simulator=1)
-    for backend in (VelacamplixBackend(seed_simulator=seed), simulator):
-        ready = transpile(circuit, backend, optimization_level=0)
-        counts = {key.replace(" ", ""): times for key, times in backend.run(ready, shots=2000).result().get_counts().items()}
+    mine = VelacamplixBackend(seed_simulator=seed).run(circuit, shots=2000).result()
+    for result in (mine, result_of(circuit, shots=2000, seed_simulator=1)):
+        counts = {key.replace(" ", ""): times for key, times in result.get_counts().items()}
         for bits in share.keys() | counts.keys():
             p = share.get(bits, 0.0)
-            assert abs(counts.get(bits, 0) - 2000 * p) <= 6 * np.sqrt(2000 * p * (1 - p)) + 1e-6, (backend, bits)
+            assert abs(counts.get(bits, 0) - 2000 * p) <= 6 * np.sqrt(2000 * p * (1 - p)) + 1e-6, (result.backend_name, bits)

@@ -1,6 +1,7 @@
 """Qiskit's control flow and classical variables, beside Aer."""
 
 import random
+from functools import cache
 
 import numpy as np
 import pytest
@@ -9,9 +10,10 @@ from exact_runs import run_exact
 pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
 
 from exact_runs import run_exact  # noqa: E402
-from qiskit import ClassicalRegister, QuantumCircuit, QuantumRegister, transpile  # noqa: E402
+from qiskit import ClassicalRegister, QuantumCircuit, QuantumRegister  # noqa: E402
 from qiskit.circuit import Parameter  # noqa: E402
 from qiskit.circuit.classical import expr, types  # noqa: E402
+from qiskit.transpiler import generate_preset_pass_manager  # noqa: E402
 
 from velacamplix import Circuit  # noqa: E402
 from velacamplix.qiskit import NotConverted, VelacamplixBackend, from_velacamplix, to_velacamplix  # noqa: E402
@@ -36,16 +38,22 @@ def require_fair(counts, expected, shots=SHOTS):
         assert abs(counts.get(key, 0) - shots * p) <= 6 * np.sqrt(shots * p * (1 - p)) + 1e-9, key
 
 
+@cache
+def manager():
+    return generate_preset_pass_manager(1, VelacamplixBackend())
+
+
 def compare(circuit):
     """Exact probabilities against shots of ours and of Aer's, transpiled or not, and there and back again."""
-    aer = pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    from beside_aer import result_of
+
     expected, backend = outcomes(circuit), VelacamplixBackend(shots=SHOTS, seed_simulator=3)
     require_fair(backend.run(circuit).result().get_counts(), expected)
-    require_fair(backend.run(transpile(circuit, backend, optimization_level=1)).result().get_counts(), expected)
+    require_fair(backend.run(manager().run(circuit)).result().get_counts(), expected)
     again = outcomes(from_velacamplix(to_velacamplix(circuit)), circuit.num_clbits)
     assert again == pytest.approx(expected, abs=1e-12)
-    simulator = aer.AerSimulator(seed_simulator=5)
-    require_fair(simulator.run(transpile(circuit, simulator, optimization_level=0), shots=SHOTS).result().get_counts(), expected)
+    require_fair(result_of(circuit, shots=SHOTS, seed_simulator=5).get_counts(), expected)
     return expected
 
 
