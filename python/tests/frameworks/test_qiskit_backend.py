@@ -77,13 +77,17 @@ def of_everything():
 
 def test_transpiling_leaves_everything_whole():
     circuit, backend = of_everything(), VelacamplixBackend()
-    assert dict(transpile(circuit, backend, optimization_level=0).count_ops()) == dict(circuit.count_ops())
+    left, whole = [dict(one.count_ops()) for one in (transpile(circuit, backend, optimization_level=0), circuit)]
+    if "permutation" not in left:  # older versions of Qiskit make them exchanges in any case
+        left["swap"] -= 2
+        whole.pop("permutation")
+    assert left == whole
     # What level 1 removes and joins are gates on one qubit, and pairs that cancel.
     simplified = transpile(circuit, backend, optimization_level=1)
     assert set(simplified.count_ops()) <= set(circuit.count_ops())
     wide = [name for name, times in circuit.count_ops().items() if name not in simplified.count_ops()]
     mapping = library.get_standard_gate_name_mapping()
-    assert all(mapping[name].num_qubits <= 2 for name in wide)
+    assert all(name in mapping and mapping[name].num_qubits <= 2 for name in wide if name != "permutation")
     counts = backend.run(simplified, shots=50, seed_simulator=1).result().get_counts()
     assert sum(counts.values()) == 50
 
@@ -121,7 +125,8 @@ def test_a_result_tells_all():
     assert result.success and result.status == "COMPLETED" and result.job_id == job.job_id()
     assert result.backend_name == "velacamplix" and job.backend().name == "velacamplix"
     assert one.shots == 200 and one.success and one.status == "DONE" and one.seed_simulator == 7
-    assert one.header["name"] == "bell" and one.header["metadata"] == {"kind": "test"}
+    header = one.header if isinstance(one.header, dict) else one.header.to_dict()
+    assert header["name"] == "bell" and header["metadata"] == {"kind": "test"}
     assert one.metadata["method"] == "statevector" and one.metadata["active_input_qubits"] == [0, 1]
     assert result.get_counts("bell") == result.get_counts(0) == result.get_counts(bell())
     assert result.to_dict()["results"][0]["data"]["counts"] == result.data()["counts"]
@@ -398,20 +403,23 @@ def gates():
 
 @pytest.mark.parametrize("name, gate", [pytest.param(name, gate, id=name) for name, gate in gates()])
 def test_gates_beside_aer(name, gate):
-    aer = pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    from beside_aer import result_of
+
     # What initialize resets would leave the others in a state of chance.
     circuit = QuantumCircuit(4) if name == "initialize" else random_circuit(4, 2, seed=7)
     circuit.append(gate, [2, 0, 3, 1][: gate.num_qubits])
     circuit.save_statevector()
     mine = VelacamplixBackend().run(circuit).result().get_statevector()
-    simulator = aer.AerSimulator(method="statevector")
-    theirs = simulator.run(transpile(circuit, simulator, optimization_level=0)).result().get_statevector()
+    theirs = result_of(circuit, "statevector").get_statevector()
     np.testing.assert_allclose(mine.data, theirs.data, rtol=0, atol=1e-12)
 
 
 @pytest.mark.parametrize("seed", range(12))
 def test_random_circuits_with_measurements_in_the_middle(seed):
-    aer = pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    pytest.importorskip("qiskit_aer", reason="needs Aer: pip install velacamplix[test]")
+    from beside_aer import result_of
+
     circuit = random_circuit(4, 8, max_operands=3, conditional=True, reset=True, seed=seed)
     for place in (3, 7):
         circuit.data.insert(min(place, len(circuit.data)), CircuitInstruction(Measure(), [circuit.qubits[place % 4]], [circuit.clbits[place % 4]]))
@@ -421,10 +429,9 @@ def test_random_circuits_with_measurements_in_the_middle(seed):
     n = circuit.num_clbits
     share = {flipped(f"{int(row[0]):0{n}b}"): p for row, p in zip(found.outcomes, found.probabilities.tolist())}
     assert sum(share.values()) == pytest.approx(1)
-    simulator = aer.AerSimulator(seed_simulator=1)
-    for backend in (VelacamplixBackend(seed_simulator=seed), simulator):
-        ready = transpile(circuit, backend, optimization_level=0)
-        counts = {key.replace(" ", ""): times for key, times in backend.run(ready, shots=2000).result().get_counts().items()}
+    mine = VelacamplixBackend(seed_simulator=seed).run(circuit, shots=2000).result()
+    for result in (mine, result_of(circuit, shots=2000, seed_simulator=1)):
+        counts = {key.replace(" ", ""): times for key, times in result.get_counts().items()}
         for bits in share.keys() | counts.keys():
             p = share.get(bits, 0.0)
-            assert abs(counts.get(bits, 0) - 2000 * p) <= 6 * np.sqrt(2000 * p * (1 - p)) + 1e-6, (backend, bits)
+            assert abs(counts.get(bits, 0) - 2000 * p) <= 6 * np.sqrt(2000 * p * (1 - p)) + 1e-6, (result.backend_name, bits)

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import datetime
 import time
+import warnings
 from collections.abc import Sequence
 from typing import Any, NamedTuple
 
@@ -28,6 +29,7 @@ try:  # before Qiskit 2.0
     from qiskit.qobj import QobjExperimentHeader
 except ImportError:
     QobjExperimentHeader = None
+_OLDER = {} if QobjExperimentHeader is None else {"qobj_id": ""}
 
 
 class Experiment(NamedTuple):
@@ -92,6 +94,7 @@ def carried_out(experiments: Sequence[Experiment], how: How, name: str, version:
         date=datetime.datetime.now().isoformat(),
         status=status,
         time_taken=taken,
+        **_OLDER,
     )
 
 
@@ -151,9 +154,7 @@ def _formed(experiment: Experiment, outcome: Outcome, how: How, hear: Hear) -> A
             data = {**_data(result, how, experiment.header["memory_slots"]), **_saved(experiment, result, hear)}
         except Exception as error:
             result = error
-    made: Any = experiment.header
-    if QobjExperimentHeader is not None:
-        made = QobjExperimentHeader.from_dict(made)
+    made = _header(experiment.header)
     if isinstance(result, Exception):
         status = f"ERROR: {type(result).__name__}: {result}"
         return ExperimentResult(how.shots, False, ExperimentResultData(), status=status, header=made)
@@ -166,6 +167,14 @@ def _formed(experiment: Experiment, outcome: Outcome, how: How, hear: Hear) -> A
         how.shots, True, ExperimentResultData(**data), status="DONE", header=made,
         seed_simulator=outcome.seed, metadata=told, time_taken=result.timings.total,
     )  # fmt: skip
+
+
+def _header(told: dict[str, Any]) -> Any:
+    if QobjExperimentHeader is None:
+        return told
+    with warnings.catch_warnings():  # there it is what results need, and deprecated
+        warnings.simplefilter("ignore", DeprecationWarning)
+        return QobjExperimentHeader.from_dict(told)
 
 
 def _saved(experiment: Experiment, result: Result, hear: Hear) -> dict[str, Any]:
