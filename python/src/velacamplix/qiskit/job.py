@@ -1,15 +1,23 @@
-"""Runs of a backend, each in a thread of its own."""
+"""Runs of a backend, in threads that wait for the next one: to start one takes longer than a small circuit."""
 
 from __future__ import annotations
 
-import threading
+import os
 import uuid
 from collections.abc import Callable
+from concurrent.futures import CancelledError, Future, ThreadPoolExecutor
+from concurrent.futures import TimeoutError as FutureTimeout
 from typing import Any
 
 from qiskit.providers import JobError, JobStatus, JobTimeoutError, JobV1
 
 _Job: Any = JobV1
+
+# So many jobs run at a time; others wait.
+_MOST_AT_ONCE = 64
+
+# Of each process, because a forked one has no threads.
+_threads: dict[int, ThreadPoolExecutor] = {}
 
 # What a thread calls now and then; it raises when the job shall end.
 Hear = Callable[[Any], None]
@@ -19,10 +27,18 @@ class Stopped(BaseException):
     """Ends the run of a job that was cancelled; nothing that looks after errors takes it for one."""
 
 
+def _pool() -> ThreadPoolExecutor:
+    own = os.getpid()
+    if own not in _threads:
+        _threads.clear()
+        _threads[own] = ThreadPoolExecutor(_MOST_AT_ONCE, "velacamplix job")
+    return _threads[own]
+
+
 class VelacamplixJob(_Job):  # type: ignore[misc]
     """What `VelacamplixBackend.run` returns: circuits that are run in a thread.
 
-    Python waits for that thread before it ends, so that nothing is lost.
+    Python waits for that thread before it ends, so that nothing is lost. A forked process has jobs of its own alone.
 
     Examples
     --------
@@ -37,10 +53,9 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
 
     def __init__(self, backend: Any, work: Callable[[str, Hear], Any]) -> None:
         super().__init__(backend, str(uuid.uuid4()))
-        self._work, self._thread = work, threading.Thread(target=self._act, name="velacamplix job")
-        self._is_stopping = self._is_begun = False
-        self._result: Any = None
-        self._error: BaseException | None = None
+        self._work, self._process = work, os.getpid()
+        self._future: Future[Any] | None = None
+        self._is_stopping = False
 
     def submit(self) -> None:
         """Begin. `VelacamplixBackend.run` has done so.
@@ -50,10 +65,9 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
         qiskit.providers.JobError
             If it has begun already.
         """
-        if self._is_begun:
+        if self._future is not None:
             raise JobError("the job has been submitted already")
-        self._is_begun = True
-        self._thread.start()
+        self._future = _pool().submit(self._work, self._job_id, self._hear)
 
     def result(self, timeout: float | None = None) -> Any:
         """Return the result, waiting for it. Ctrl-C meanwhile cancels the job.
@@ -73,48 +87,53 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
         qiskit.providers.JobTimeoutError
             If it takes longer; the job goes on.
         qiskit.providers.JobError
-            If the job was cancelled.
+            If the job was cancelled, has not been submitted, or is one of the process that this one was forked from.
         """
+        future = self._future
+        if future is None:
+            raise JobError("the job has not been submitted")
+        if self._process != os.getpid() and not future.done():
+            raise JobError("the job runs in the process that this one was forked from, and has no result here")
         try:
-            self._thread.join(timeout)
+            return future.result(timeout)
         except KeyboardInterrupt:
             self.cancel()
             raise
-        if self._thread.is_alive():
-            raise JobTimeoutError(f"the job has not ended within timeout={timeout} seconds, and goes on")
-        if isinstance(self._error, Stopped):
-            raise JobError("the job was cancelled, and has no result")
-        if self._error is not None:
-            raise self._error
-        return self._result
+        except (Stopped, CancelledError):
+            raise JobError("the job was cancelled, and has no result") from None
+        except FutureTimeout:
+            if future.done():  # the work's own
+                raise
+            raise JobTimeoutError(f"the job has not ended within timeout={timeout} seconds, and goes on") from None
 
     def cancel(self) -> bool:
         """Stop the run, between two passes over a state; return whether there was anything to stop.
 
         At most a tenth of a second or a pass later the job has ended, with the status ``CANCELLED``.
         """
-        is_running = self._thread.is_alive()
-        if is_running:
-            self._is_stopping = True
-        return is_running
+        if self._future is None or self._future.done():
+            return False
+        self._is_stopping = True
+        self._future.cancel()  # where it still waits
+        return True
 
     def status(self) -> Any:
-        """Return the ``JobStatus``: ``RUNNING``, then ``DONE``, ``CANCELLED``, or ``ERROR`` if no circuit could be run."""
-        if not self._is_begun:
+        """Return the ``JobStatus``: ``RUNNING``, then ``DONE``, ``CANCELLED``, or ``ERROR`` if no circuit could be run.
+
+        ``QUEUED`` only where 64 other jobs run.
+        """
+        future = self._future
+        if future is None:
             return JobStatus.INITIALIZING
-        if self._thread.is_alive():
-            return JobStatus.RUNNING
-        if isinstance(self._error, Stopped):
+        if not future.done():
+            return JobStatus.RUNNING if future.running() else JobStatus.QUEUED
+        if future.cancelled() or isinstance(future.exception(), Stopped):
             return JobStatus.CANCELLED
-        is_done = self._error is None and (self._result.success or any([one.success for one in self._result.results]))
-        return JobStatus.DONE if is_done else JobStatus.ERROR
+        if future.exception() is not None:
+            return JobStatus.ERROR
+        result = future.result()
+        return JobStatus.DONE if result.success or any([one.success for one in result.results]) else JobStatus.ERROR
 
     def _hear(self, _: Any) -> None:
         if self._is_stopping:
             raise Stopped
-
-    def _act(self) -> None:
-        try:
-            self._result = self._work(self._job_id, self._hear)
-        except BaseException as error:  # told by `result`
-            self._error = error
