@@ -11,6 +11,8 @@ if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}
     export CCACHE_DIR=${CCACHE_DIR:-$PWD/build/ccache} CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=yes
     export CXX=${CXX:-c++} # under one name: another one counts as another compiler
+    # Another language counts as another compiler, too, and where none is set Python sets this for what it starts.
+    if [ -z "${LANG:-}${LC_ALL:-}" ]; then export LC_CTYPE=C.UTF-8; fi
 fi
 
 # Begins a step; tells how long the one before took. The last one's end is the script's.
