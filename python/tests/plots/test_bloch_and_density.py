@@ -15,12 +15,6 @@ from matplotlib import pyplot  # noqa: E402
 PAULI = np.array([[[0, 1], [1, 0]], [[0, -1j], [1j, 0]], [[1, 0], [0, -1]]])
 
 
-@pytest.fixture(autouse=True)
-def close_figures():
-    yield
-    pyplot.close("all")
-
-
 def arrows(ax):
     """Tips of the arrows, by the heads that are filled in their colour; where there is none, of the dots."""
     heads = [patch.get_xy()[0] for patch in ax.patches if patch.get_facecolor()[:3] == matplotlib.colors.to_rgb("#d55e00")]

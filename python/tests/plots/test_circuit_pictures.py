@@ -16,12 +16,6 @@ matplotlib.use("Agg")
 from matplotlib import pyplot  # noqa: E402
 
 
-@pytest.fixture(autouse=True)
-def close_figures():
-    yield
-    pyplot.close("all")
-
-
 def wide(n_qubits):
     circuit = Circuit(n_qubits, n_qubits)
     for q in range(n_qubits):

@@ -7,13 +7,7 @@ from pictures import ENTRIES, NARROW, WIDE, drawn
 
 matplotlib = pytest.importorskip("matplotlib")
 matplotlib.use("Agg")
-from matplotlib import pyplot, text  # noqa: E402
-
-
-@pytest.fixture(autouse=True)
-def close_figures():
-    yield
-    pyplot.close("all")
+from matplotlib import text  # noqa: E402
 
 
 def shown_texts(figure):

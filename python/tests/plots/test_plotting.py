@@ -16,12 +16,6 @@ matplotlib.use("Agg")
 from matplotlib import pyplot  # noqa: E402
 
 
-@pytest.fixture(autouse=True)
-def close_figures():
-    yield
-    pyplot.close("all")
-
-
 def bars(ax):
     """Labels that are shown, by place, and heights of all bars, by place."""
     heights = {round(bar.get_x() + bar.get_width() / 2): bar.get_height() for bar in ax.patches}
