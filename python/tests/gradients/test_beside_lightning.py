@@ -1,21 +1,13 @@
-"""Derivatives equal those of another simulator's adjoint method, lightning.qubit's.
-
-It is tried where an interpreter that has it is found: the one that VELACAMPLIX_PEERS names, or that of the environment
-which tools/compare makes.
-"""
+"""Derivatives equal those of another simulator's adjoint method, lightning.qubit's, in a process of its own."""
 
 import json
-import os
 import subprocess
-from pathlib import Path
+import sys
 
 import numpy as np
 import pytest
 
 from velacamplix import Circuit, Parameter
-
-ROOT = Path(__file__).resolve().parents[3]
-PEERS_PYTHON = os.environ.get("VELACAMPLIX_PEERS", str(ROOT / "build/compare-venv/bin/python"))
 
 # Reads circuits as lists of (name, angles, qubits) with observables as lists of (coefficient, letters, qubits).
 LIGHTNING = """
@@ -61,12 +53,9 @@ def random_case(seed):
 
 
 def test_twenty_random_circuits_have_the_same_jacobian():
-    if not os.access(PEERS_PYTHON, os.X_OK):
-        pytest.skip(f"no interpreter with the other simulators at {PEERS_PYTHON}; tools/compare installs one")
-    if subprocess.run([PEERS_PYTHON, "-c", "import pennylane_lightning"], capture_output=True).returncode:
-        pytest.skip(f"{PEERS_PYTHON} does not have pennylane_lightning")
+    pytest.importorskip("pennylane_lightning", reason="needs PennyLane: pip install velacamplix[test]")
     cases = [random_case(seed) for seed in range(20)]
-    ended = subprocess.run([PEERS_PYTHON, "-c", LIGHTNING], input=json.dumps(cases), capture_output=True, text=True)
+    ended = subprocess.run([sys.executable, "-c", LIGHTNING], input=json.dumps(cases), capture_output=True, text=True)
     assert ended.returncode == 0, ended.stderr
     for (n, gates, observables), theirs in zip(cases, json.loads(ended.stdout), strict=True):
         circuit, values = Circuit(n), []
