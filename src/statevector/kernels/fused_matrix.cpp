@@ -119,7 +119,8 @@ void run_fused(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                                         other[g] = shuffled<spread_lanes<inner, lane, true>>(x[g]);
                                     }
                                 }
-                                const unsigned column = (j * columns_in_pack + c) * packs_in_group + from;
+                                const unsigned long column =
+                                    (j * columns_in_pack + c) * static_cast<unsigned long>(packs_in_group) + from;
 #pragma GCC unroll 16
                                 for (unsigned row = 0; row < rows; ++row) {
                                     V re, im;
@@ -160,7 +161,7 @@ void run_fused_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scal
     const V* const pack = table.packs.data();
     std::array<unsigned long, packs_in_group> offset;
     std::copy_n(table.offsets.begin(), packs_in_group, offset.begin());
-    const auto row = [=](V own, V other, unsigned r) __attribute__((always_inline)) {
+    const auto row = [=](V own, V other, unsigned long r) __attribute__((always_inline)) {
         if constexpr (inner == 0) {
             const amplitude d = scalar[2 * r], o = scalar[2 * r + 1];
             V sum = own * broadcast<V>(d.real());
