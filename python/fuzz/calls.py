@@ -23,6 +23,7 @@ import random
 import select
 import subprocess
 import sys
+import tempfile
 import time
 import traceback
 import warnings
@@ -449,11 +450,14 @@ def work(first, count):
             sys.exit(1)
 
 
-def watch(first, count, seconds):
-    """Start the process that calls; return None or the seed at which it went wrong, and how many sessions went well."""
+def watch(first, count, seconds, folder):
+    """Start the process that calls, in a folder for what it saves.
+
+    Return None or the seed at which it went wrong, and how many sessions went well.
+    """
     end = time.monotonic() + seconds
     command = [sys.executable, os.path.abspath(__file__), "--work", str(first), str(count)]
-    process = subprocess.Popen(command, stdout=subprocess.PIPE)
+    process = subprocess.Popen(command, stdout=subprocess.PIPE, cwd=folder)
     assert process.stdout is not None
     current, told = first, b""
     while True:
@@ -491,7 +495,8 @@ def main():
     first = int(arguments[1]) if len(arguments) == 2 else random.randrange(2**40) if by_time else 1
     print(f"from seed {first} on", file=sys.stderr)
     count, seconds = (2**40, float(arguments[0])) if by_time else (int(arguments[0]), math.inf)
-    failed, well = watch(first, count, seconds)
+    with tempfile.TemporaryDirectory() as folder:
+        failed, well = watch(first, count, seconds, folder)
     if failed is not None:
         sys.exit(f"again: {sys.executable} {os.path.abspath(__file__)} 1 {failed}")
     print(f"{well} sessions went well")
