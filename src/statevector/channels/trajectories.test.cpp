@@ -229,8 +229,12 @@ TYPED_TEST(trajectories, shots_part_from_a_walk_without_events) {
         StateVector<TypeParam> state(noisy.nqubits());
         EXPECT_THROW(noisy.walk(state, 1, 0), std::invalid_argument);
         EXPECT_THROW(noisy.walk(state, 0, noisy.sites() + 1), std::invalid_argument);
-        EXPECT_FALSE(noisy.walk(state, 0, noisy.sites(), [](unsigned long, unsigned long) { return false; }));
     }
+    // A state of several buffers: a smaller one is done when the hook is first asked.
+    auto large = noisy_layers<TypeParam>(13, 2, 0.02);
+    StateVector<TypeParam> state(13);
+    state.reset();
+    EXPECT_FALSE(large.walk(state, 0, large.sites(), [](unsigned long, unsigned long) { return false; }));
 }
 
 TYPED_TEST(trajectories, begin_with_the_state_that_is_given) {
