@@ -416,7 +416,8 @@ def test_what_cannot_be_said_is_refused(name):
 def test_the_exception_tells_operation_and_moment():
     with pytest.raises(NotConverted) as caught:
         to_velacamplix(cirq.Circuit(cirq.X(A), cirq.H(A), Odd()(A)))
-    assert caught.value.place == 2 and "Odd" in caught.value.operation and "known" in caught.value.reason
+    assert caught.value.position == 2 and "Odd" in caught.value.instruction and "known" in caught.value.reason
+    assert str(caught.value) == f"moment 2, {caught.value.instruction}: {caught.value.reason}"
     copy = pickle.loads(pickle.dumps(caught.value))
     assert str(copy) == str(caught.value) and isinstance(copy, ValueError)
 
@@ -434,7 +435,7 @@ def test_what_cirq_lacks_is_refused(name):
     make, word = TO_CIRQ[name]
     with pytest.raises(NotConverted) as caught:
         from_velacamplix(make())
-    assert word in caught.value.reason and caught.value.place == 0
+    assert word in caught.value.reason and str(caught.value).startswith("instruction 0, ")
 
 
 def test_other_things_are_refused():

@@ -207,13 +207,11 @@ class Conversion:
                     self._read(operation)
                 else:
                     self._put(found.phase, found.steps, [numbers[qubit] for qubit in operation.qubits])
-            except NotConverted as error:
-                raise NotConverted(error.reason, _told(operation), place) from None
             except (TypeError, ValueError, IndexError, OverflowError) as error:
-                raise NotConverted(str(error), _told(operation), place) from None
+                raise NotConverted.at(error, _told(operation), place, "moment") from None
             except RecursionError:
                 reason = "operations hold each other too deeply for Python's stack"
-                raise NotConverted(reason, type(operation).__name__, place) from None
+                raise NotConverted(reason, type(operation).__name__, place, "moment") from None
 
     def _looked_at(self, gate: Any, operation: Any) -> _Known:
         n_qubits = len(operation.qubits)

@@ -67,10 +67,8 @@ def from_velacamplix(circuit: Circuit) -> cirq.Circuit:
             continue
         try:
             listed += writing.operations(step)
-        except NotConverted as error:
-            raise NotConverted(error.reason, step.title, place) from None
         except (TypeError, ValueError) as error:
-            raise NotConverted(str(error), step.title, place) from None
+            raise NotConverted.at(error, step.title, place) from None
         except RecursionError:
             raise NotConverted(
                 "instructions hold each other too deeply for Python's stack", repr(step.name), place

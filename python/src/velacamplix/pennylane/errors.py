@@ -4,12 +4,14 @@ from __future__ import annotations
 
 from pennylane.exceptions import DeviceError
 
+from ..basics.conversion import ConversionError
+
 __all__ = ["NotConverted"]
 
 _Base: type[Exception] = DeviceError
 
 
-class NotConverted(_Base, ValueError):  # type: ignore[misc, valid-type]
+class NotConverted(ConversionError, _Base):  # type: ignore[misc, valid-type]
     """Something that the other side cannot say. It is a ``pennylane.DeviceError`` and a ``ValueError``.
 
     Attributes
@@ -23,13 +25,3 @@ class NotConverted(_Base, ValueError):  # type: ignore[misc, valid-type]
     >>> print(NotConverted("a circuit has no postselection", "MidMeasureMP(wires=[0])", 3))
     instruction 3, MidMeasureMP(wires=[0]): a circuit has no postselection
     """
-
-    def __init__(self, reason: str, instruction: str | None = None, position: int | None = None) -> None:
-        super().__init__(reason, instruction, position)  # what a pickle makes it of
-        self.reason, self.instruction, self.position = reason, instruction, position
-
-    def __str__(self) -> str:
-        told = [] if self.position is None else [f"instruction {self.position}"]
-        if self.instruction is not None:
-            told.append(self.instruction)
-        return f"{', '.join(told)}: {self.reason}" if told else self.reason

@@ -155,7 +155,7 @@ class VelacamplixMixed(VelacamplixDevice):
                     steps += reader.steps(op)
                 except (TypeError, ValueError) as error:
                     place = next((place for place, other in enumerate(tape.operations) if other is op), None)
-                    raise NotConverted(getattr(error, "reason", str(error)), gates.named(op), place) from None
+                    raise NotConverted.at(error, gates.named(op), place) from None
             circuit = Circuit.from_instructions(steps, state.n_qubits)
             state.run(circuit if self._noise is None else self._noise.apply(circuit))
 

@@ -88,7 +88,7 @@ def _numbers(op: Any, ops: Sequence[Any]) -> list[float]:
         return reading.numbers(op)
     except NotConverted as error:
         place = next(place for place, other in enumerate(ops) if other is op)
-        raise NotConverted(error.reason, error.instruction, place) from None
+        raise NotConverted.at(error, gates.named(op), place) from None
 
 
 class Program(NamedTuple):
@@ -124,10 +124,8 @@ def _steps(op: Any, places: Mapping[Any, int], position: int, params: Sequence[A
         if gates.has_angles(op):
             return gates.steps(op, qubits, reading.numbers(op))
         return reading.Reading(places).steps(op)
-    except NotConverted as error:
-        raise NotConverted(error.reason, gates.named(op), position) from None
     except (TypeError, ValueError) as error:
-        raise NotConverted(str(error), gates.named(op), position) from None
+        raise NotConverted.at(error, gates.named(op), position) from None
 
 
 def _is_phase(step: Instruction) -> bool:

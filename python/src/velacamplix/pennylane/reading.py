@@ -76,10 +76,8 @@ def to_velacamplix(circuit: Any, wire_order: Sequence[Any] | None = None) -> Cir
     for position, op in enumerate(operations):
         try:
             made += reading.steps(op, position == 0)
-        except NotConverted as error:
-            raise NotConverted(error.reason, gates.named(op), position) from None
         except (TypeError, ValueError) as error:
-            raise NotConverted(str(error), gates.named(op), position) from None
+            raise NotConverted.at(error, gates.named(op), position) from None
     try:
         return Circuit.from_instructions(made, len(places), len(reading.clbits))
     except (TypeError, ValueError, IndexError) as error:

@@ -72,7 +72,7 @@ def from_velacamplix(circuit: Circuit) -> QuantumScript:
             try:
                 made += writing.operations(step, position + 1 < len(circuit) and is_reset_of(circuit[position + 1], step))
             except (ValueError, TypeError) as error:
-                raise NotConverted(getattr(error, "reason", str(error)), step.title, position) from None
+                raise NotConverted.at(error, step.title, position) from None
     return QuantumScript(made, [])
 
 

@@ -2,10 +2,12 @@
 
 from __future__ import annotations
 
+from ..basics.conversion import ConversionError
+
 __all__ = ["NotConverted"]
 
 
-class NotConverted(ValueError):
+class NotConverted(ConversionError):
     """Something that the other side cannot say.
 
     Attributes
@@ -19,13 +21,3 @@ class NotConverted(ValueError):
     >>> print(NotConverted("a circuit has no classical variables", "'store'", 3))
     instruction 3, 'store': a circuit has no classical variables
     """
-
-    def __init__(self, reason: str, instruction: str | None = None, position: int | None = None) -> None:
-        super().__init__(reason, instruction, position)  # what a pickle makes it of
-        self.reason, self.instruction, self.position = reason, instruction, position
-
-    def __str__(self) -> str:
-        told = [] if self.position is None else [f"instruction {self.position}"]
-        if self.instruction is not None:
-            told.append(self.instruction)
-        return f"{', '.join(told)}: {self.reason}" if told else self.reason

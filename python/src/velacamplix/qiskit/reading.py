@@ -144,10 +144,8 @@ def converted(circuit: Any, errors: Errors | None = None, saves: Saves | None = 
             if saves is not None:
                 saves.note(steps)
             made += [checked.instruction(step, n_qubits, n_clbits) for step in steps]
-        except NotConverted as error:
-            raise NotConverted(error.reason, _told(item, outside), position) from None
         except (TypeError, ValueError, IndexError) as error:
-            raise NotConverted(str(error), _told(item, outside), position) from None
+            raise NotConverted.at(error, _told(item, outside), position) from None
         except RecursionError:
             reason = "instructions hold each other too deeply for Python's stack"
             raise NotConverted(reason, repr(item.operation.name), position) from None
