@@ -10,6 +10,7 @@ import pytest
 
 from velacamplix import Bits, Circuit, CompoundCondition, Condition, Instruction, run
 from velacamplix.instructions.condition import MOST_LEVELS, MOST_PARTS
+from velacamplix.instructions.tried import tried
 
 SIGNS = {"==": operator.eq, "!=": operator.ne, "<": operator.lt, "<=": operator.le, ">": operator.gt, ">=": operator.ge}
 C = Circuit(1, 4).bits("c")
@@ -148,3 +149,14 @@ def test_what_is_as_deep_as_allowed_works():
     assert [condition.holds(held) for held in (0, 2, 7)] == [False, True, True]
     assert copy.deepcopy(condition) == pickle.loads(pickle.dumps(condition)) and hash(condition) and str(condition)
     assert condition.clbits == (0, 1, 2) and repr(condition)
+
+
+def test_a_condition_that_is_tried_holds_where_it_is_said_to():
+    for table in range(2**8):  # every function of 3 bits
+        made = tried((4, 0, 2), "", lambda number, table=table: table >> number & 1)
+        for bits in range(2**5):
+            number = (bits >> 4 & 1) | (bits & 1) << 1 | (bits >> 2 & 1) << 2
+            assert (made if isinstance(made, bool) else made.holds(bits)) == bool(table >> number & 1)
+        assert isinstance(made, bool) == (table in (0, 2**8 - 1))
+    with pytest.raises(ValueError, match="this cannot be converted, and has 13 bits, of which at most 12 are tried: c$"):
+        tried(range(13), "c", bool)

@@ -5,17 +5,14 @@ from __future__ import annotations
 import operator
 from collections.abc import Mapping, Sequence
 from functools import reduce
-from itertools import product
 from typing import Any, NamedTuple
 
 import cirq
 import sympy
 
 from ..instructions.condition import AnyCondition, CompoundCondition, Condition
+from ..instructions.tried import tried
 from .errors import NotConverted
-
-# What has no words here is tried on all values of at most so many bits.
-_MOST_TRIED = 10
 
 #: Of each key the bits of every time that it is measured, in that order; of one time the first is the highest of a number.
 Records = Mapping[str, Sequence[tuple[int, ...]]]
@@ -111,19 +108,14 @@ def _tried(asked: Any, records: Records) -> AnyCondition | bool:
     every = [(key, bits) for key in keys for bits in records[str(key)]]
     # The bits of earlier measurements of a key count where it is asked for them by number.
     flat = [bit for _, bits in every for bit in bits]
-    if len(flat) > _MOST_TRIED:
-        raise NotConverted(f"a condition of this kind can be on {_MOST_TRIED} bits, this is on {len(flat)}: {asked}")
-    held = []
-    for number, values in enumerate(product((0, 1), repeat=len(flat))):
-        store, left = cirq.ClassicalDataDictionaryStore(), list(values)
+
+    def holds(number: int) -> bool:
+        store, left = cirq.ClassicalDataDictionaryStore(), [number >> place & 1 for place in range(len(flat))]
         for key, bits in every:
             store.record_measurement(key, [left.pop(0) for _ in bits], cirq.LineQubit.range(len(bits)))
-        if asked.resolve(store):
-            held.append(number)
-    if len(held) in (0, 2 ** len(flat)):
-        return bool(held)
-    parts = tuple([Condition(tuple(flat[::-1]), number) for number in held])
-    return parts[0] if len(parts) == 1 else CompoundCondition("or", parts)
+        return bool(asked.resolve(store))
+
+    return tried(flat, asked, holds)
 
 
 # --- To Cirq ---

@@ -14,8 +14,9 @@ from pennylane.tape import QuantumScript
 
 from ..basics import checks
 from ..circuit.circuit import Circuit
-from ..instructions.condition import AnyCondition, CompoundCondition, Condition
+from ..instructions.condition import AnyCondition
 from ..instructions.instruction import Instruction
+from ..instructions.tried import tried
 from . import gates
 from .channels import channel_steps
 from .errors import NotConverted
@@ -27,9 +28,6 @@ MeasurementValue: Any = getattr(qml.ops, "MeasurementValue", None) or qml.measur
 
 # Nothing happens in these.
 _NOTHING = (qml.Barrier, qml.WireCut, qml.Snapshot)
-
-# A condition is tried on all values of at most so many measurements.
-_MOST_TRIED = 12
 
 # Templates are made of others, which are made of others.
 _DEEPEST = 100
@@ -192,21 +190,11 @@ def condition(asked: Any, clbits: Mapping[Any, int]) -> AnyCondition | bool:
     unknown = [measurement for measurement in asked.measurements if measurement not in clbits]
     if unknown:
         raise NotConverted("its condition is about a measurement that has not been made")
-    bits = tuple([clbits[measurement] for measurement in asked.measurements])
-    if len(bits) > _MOST_TRIED:
-        raise NotConverted(f"its condition is about {len(bits)} measurements, which are more than {_MOST_TRIED}")
+    bits = [clbits[measurement] for measurement in asked.measurements]
     # PennyLane lists measurements in an order that differs from day to day.
     order = sorted(bits)
-    holding = [
-        number
-        for number in range(2 ** len(bits))
-        if asked.processing_fn(*[number >> order.index(bit) & 1 for bit in bits])
-    ]
-    bits = tuple(order)
-    if len(holding) in (0, 2 ** len(bits)):
-        return bool(holding)
-    parts: tuple[AnyCondition, ...] = tuple([Condition(bits, value) for value in holding])
-    return parts[0] if len(parts) == 1 else CompoundCondition("or", parts)
+    places = [order.index(bit) for bit in bits]
+    return tried(order, asked, lambda number: asked.processing_fn(*[number >> place & 1 for place in places]))
 
 
 def prepared(op: Any, qubits: tuple[int, ...]) -> list[Instruction]:

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import operator
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Mapping, Sequence
 from typing import Any
 from uuid import UUID
 
@@ -11,12 +11,10 @@ from qiskit.circuit import ClassicalRegister, Clbit
 from qiskit.circuit.classical import expr, types
 
 from ..instructions.condition import AnyCondition, CompoundCondition, Condition
+from ..instructions.tried import every, tried
 from .errors import NotConverted
 
 _Index = getattr(expr, "Index", ())  # since Qiskit 1.1
-
-# An expression that has no words here is tried on all values of at most so many bits.
-_MOST_TRIED = 10
 
 _COMPARISONS = {
     expr.Binary.Op.EQUAL: "==", expr.Binary.Op.NOT_EQUAL: "!=", expr.Binary.Op.LESS: "<",
@@ -143,25 +141,15 @@ def _of_bits(node: Any, clbits: Places) -> tuple[int, ...] | None:
 def _tried(asked: Any, clbits: Places) -> AnyCondition | bool:
     """Return the values of its bits for which an expression holds, all tried."""
     read = _read(asked, clbits)
-    if len(read) > _MOST_TRIED:
-        raise NotConverted(f"this condition cannot be converted, and has more than {_MOST_TRIED} bits to be tried: {asked}")
-    every = range(2 ** len(read))
-    holding = []
-    for value in every:
-        held = {bit: value >> place & 1 for place, bit in enumerate(read)}
-        if _value(asked, held, clbits):
-            holding.append(value)
-    if len(holding) in (0, len(every)):
-        return bool(holding)
-    is_inverse = 2 * len(holding) > len(every)
-    values = sorted(set(every) - set(holding)) if is_inverse else holding
-    parts = tuple([Condition(tuple(read), value) for value in values])
-    found: AnyCondition = parts[0] if len(parts) == 1 else CompoundCondition("or", parts)
-    return ~found if is_inverse else found
+    return tried(read, asked, lambda number: _value(asked, _held(read, number), clbits))
 
 
 def _read(asked: Any, clbits: Places) -> list[int]:
     return sorted({bit for var in expr.iter_vars(asked) for bit in bits_of(var, clbits) or ()})
+
+
+def _held(read: Sequence[int], number: int) -> dict[int, int]:
+    return {bit: number >> place & 1 for place, bit in enumerate(read)}
 
 
 def _value(node: Any, held: Mapping[int, int], clbits: Places) -> Any:
@@ -211,20 +199,12 @@ def stored(value: Any, clbits: Places) -> tuple[Bit, ...]:
     if found is not None:
         return tuple(found)
     read = _read(value, clbits)
-    if len(read) > _MOST_TRIED:
-        raise NotConverted(f"this value cannot be converted, and has more than {_MOST_TRIED} bits to be tried: {value}")
-    cases = []
-    for number in range(2 ** len(read)):
-        held = {bit: number >> place & 1 for place, bit in enumerate(read)}
-        cases.append((Condition(tuple(read), number) if read else True, _value(value, held, clbits)))
-    bits: list[Bit] = []
-    for place in range(value.type.width):
-        bit: Bit = False
-        for case, result in cases:
-            if result >> place & 1:
-                bit = _or(bit, case)
-        bits.append(bit)
-    return tuple(bits)
+    results = [_value(value, _held(read, number), clbits) for number in every(read, value)]
+
+    def bit(place: int) -> Bit:
+        return tried(read, value, lambda number: results[number] >> place & 1)
+
+    return tuple(map(bit, range(value.type.width)))
 
 
 def _bits(node: Any, clbits: Places) -> list[Bit] | None:
