@@ -329,25 +329,40 @@ def shots(value: Any, minimum: int = 0) -> int:
     return integer(value, "shots", minimum=minimum, maximum=2**63 - 1)
 
 
-def seed(value: Any) -> int | None:
+def seed(value: Any, name: str = "seed", any_size: bool = False) -> int | None:
     """Return a seed of 32 bits; ``None`` leaves the choice to the library.
 
-    >>> seed(7), seed(np.random.SeedSequence(7)) == seed(np.random.SeedSequence(7))
+    Integers of more bits are refused, or, for packages that have seeds of any size, spread over 32.
+
+    >>> seed(7), seed(2**80, any_size=True) == seed(np.random.SeedSequence(2**80))
     (7, True)
     """
     if value is None or type(value) is int and 0 <= value < 2**32:
         return value
     number = value
+    if any_size and not isinstance(value, (np.random.Generator, np.random.SeedSequence)):
+        number = integer(value, name, minimum=0)
+        value = number if number < 2**32 else np.random.SeedSequence(number)
     if isinstance(value, np.random.Generator):
         number = value.integers(2**32)
     elif isinstance(value, np.random.SeedSequence):
         number = value.generate_state(1)[0]
     try:
-        return integer(number, "seed", minimum=0, maximum=2**32 - 1)
+        return integer(number, name, minimum=0, maximum=2**32 - 1)
     except (TypeError, ValueError) as error:
         raise type(error)(
             f"{error}; a numpy.random.Generator or a SeedSequence, which takes integers of any size, will do, too"
         ) from None
+
+
+def random_source(value: Any) -> np.random.Generator | np.random.SeedSequence | None:
+    """Return what NumPy's generators begin with, for packages whose seeds are integers of any size.
+
+    >>> random_source(2**80).entropy == 2**80, random_source(None)
+    (True, None)
+    """
+    is_source = value is None or isinstance(value, (np.random.Generator, np.random.SeedSequence))
+    return value if is_source else np.random.SeedSequence(integer(value, "seed", minimum=0))
 
 
 def threshold(value: Any) -> float:

@@ -486,11 +486,7 @@ def _observable(given: Any, numbers: Mapping[Any, int]) -> Observable:
 
 def _random_state(seed: Any) -> Any:
     """Return what Cirq draws random numbers from."""
-    if isinstance(seed, np.random.Generator):
-        return np.random.RandomState(seed.bit_generator)
-    if isinstance(seed, np.random.SeedSequence):
-        return np.random.RandomState(np.random.MT19937(seed))
     if seed is None or seed is np.random or isinstance(seed, np.random.RandomState):
         return cirq.value.parse_random_state(seed)
-    number = checks.integer(seed, "seed", minimum=0)
-    return np.random.RandomState(np.random.MT19937(np.random.SeedSequence(number)))
+    source = checks.random_source(seed)
+    return np.random.RandomState(source.bit_generator if isinstance(source, np.random.Generator) else np.random.MT19937(source))

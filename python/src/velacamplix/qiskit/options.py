@@ -6,8 +6,6 @@ import secrets
 from collections.abc import Mapping
 from typing import Any, NamedTuple
 
-import numpy as np
-
 from ..basics import checks
 from ..basics.types import Precision
 from ..machine import limits
@@ -84,7 +82,7 @@ def checked(options: Mapping[str, Any]) -> How:
     memory = options["memory"]
     return How(
         checks.shots(options["shots"], minimum=1),
-        seed(options["seed_simulator"]),
+        checks.seed(options["seed_simulator"], "seed_simulator", any_size=True),
         False if memory is None else checks.flag(memory, "memory"),
         method(options["method"]),
         _chosen(options, "precision", ("double", "single")),  # type: ignore[arg-type]
@@ -128,13 +126,3 @@ def noise(model: Any, name: str = "noise_model") -> NoiseModel | Errors | None:
     if not is_model(model):
         raise TypeError(f"{name} must be a velacamplix.NoiseModel, one of Aer's or None, got {checks.show(model)}")
     return Errors(model)
-
-
-def seed(value: Any) -> int | None:
-    """Return a seed of 32 bits for one of Qiskit's, where integers of any size will do."""
-    if isinstance(value, (int, np.integer)) and not isinstance(value, bool) and value >= 2**32:
-        value = np.random.SeedSequence(int(value))
-    try:
-        return checks.seed(value)
-    except (TypeError, ValueError) as error:
-        raise type(error)(str(error).replace("seed must", "seed_simulator must", 1)) from None

@@ -50,9 +50,7 @@ class _How:
     """How circuits are run, checked once."""
 
     def __init__(self, seed: Any, threads: Any, precision: Any, fusion: Any, noise: Any, method: Any) -> None:
-        # Integers of any size are seeds in Qiskit.
-        is_known = seed is None or isinstance(seed, (np.random.Generator, np.random.SeedSequence))
-        self.seed = seed if is_known else np.random.SeedSequence(checks.integer(seed, "seed", minimum=0))
+        self.seed = checks.random_source(seed)
         self.threads = None if threads is None else limits.thread_count(threads)
         self.precision: Precision = checks.choice(precision, "precision", ("double", "single"))  # type: ignore[assignment]
         self.fusion = checks.flag(fusion, "fusion")
