@@ -457,7 +457,8 @@ def test_options_are_honoured_or_refused_by_name(kind):
         ({"precision": "half"}, ValueError, "precision"),
         ({"threads": 0}, ValueError, "threads"),
         ({"seed": "mine"}, ValueError, "seed"),
-        ({"seed": -1}, (TypeError, ValueError), "seed"),
+        ({"seed": -1}, ValueError, "seed must be .*default_rng takes, got -1"),
+        ({"seed": 0.5}, TypeError, "seed must be .*, got 0.5"),
         ({"fusion": 1}, TypeError, "fusion"),
         ({"noise": 3}, (TypeError, ValueError), "noise"),
     ]:

@@ -44,7 +44,7 @@ from .observables import has_pauli_form
 from .plan import How, Plans, Same, program
 from .reading import MidMeasure, initial_amplitudes
 from .samples import Sampling
-from .values import View, exact
+from .values import View, exact_results
 
 _Base: Any = Device
 
@@ -86,6 +86,14 @@ class VelacamplixDevice(_Base):  # type: ignore[misc]
     @property
     def name(self) -> str:
         """What ``qml.device`` knows it by."""
+        raise NotImplementedError
+
+    def execute(self, circuits: Any, execution_config: Any = None) -> Any:
+        """Return the results of tapes."""
+        with self._lock:
+            return tuple([self._result(circuit) for circuit in circuits])
+
+    def _result(self, circuit: Any) -> Any:
         raise NotImplementedError
 
     def _placed(self, circuit: Any) -> Mapping[Any, int]:
@@ -155,16 +163,14 @@ def _places(labels: list[Any]) -> Mapping[Any, int]:
 
 def generator(seed: Any) -> np.random.Generator:
     """Return where random numbers come from: any seed of NumPy's, or "global" for NumPy's own state."""
-    if isinstance(seed, str):
-        if seed != "global":
-            raise ValueError(f'seed must be "global", None, or what numpy.random.default_rng takes, got {checks.show(seed)}')
+    if isinstance(seed, str) and seed == "global":
         return np.random.default_rng(np.random.randint(2**31 - 1))
     try:
         return np.random.default_rng(seed)
-    except (TypeError, ValueError):
-        raise TypeError(
-            f'seed must be "global", None, or what numpy.random.default_rng takes, got {checks.show(seed)}'
-        ) from None
+    except (TypeError, ValueError) as error:
+        kind = ValueError if isinstance(seed, str) else type(error)
+        expected = 'seed must be "global", None, or what numpy.random.default_rng takes'
+        raise kind(f"{expected}, got {checks.show(seed)}") from None
 
 
 def _is_exact(mp: Any) -> bool:
@@ -330,11 +336,6 @@ class VelacamplixQubit(VelacamplixDevice):
 
     # --- Values ---
 
-    def execute(self, circuits: Any, execution_config: Any = None) -> Any:
-        """Return the results of tapes."""
-        with self._lock:
-            return tuple([self._result(circuit) for circuit in circuits])
-
     def _result(self, circuit: Any) -> Any:
         places = self._placed(circuit)
         ops, measurements = circuit.operations, circuit.measurements
@@ -350,10 +351,8 @@ class VelacamplixQubit(VelacamplixDevice):
             sampling = Sampling(measurements, places, self._rng)
             sampling.draw(view, circuit.shots.total_shots, {})
             found = sampling.results(circuit.shots)
-        elif len(measurements) == 1:
-            found = exact(measurements[0], view)
         else:
-            found = tuple([exact(mp, view) for mp in measurements])
+            found = exact_results(measurements, view)
         if len(places) <= _MOST_KEPT:
             self._spare = state
         return found

@@ -27,7 +27,7 @@ from .device import VelacamplixDevice, composed, stops, takes_observable
 from .errors import NotConverted
 from .reading import Reading, initial_amplitudes
 from .samples import Sampling
-from .values import View, exact
+from .values import View, exact_results
 
 
 class VelacamplixMixed(VelacamplixDevice):
@@ -103,11 +103,6 @@ class VelacamplixMixed(VelacamplixDevice):
         """No derivatives are known beside PennyLane's."""
         return False
 
-    def execute(self, circuits: Any, execution_config: Any = None) -> Any:
-        """Return the results of tapes."""
-        with self._lock:
-            return tuple([self._result(circuit) for circuit in circuits])
-
     def _result(self, circuit: Any) -> Any:
         places, ops, measurements = self._placed(circuit), list(circuit.operations), circuit.measurements
         state = DensityMatrix(len(places), self._precision, self._threads)
@@ -125,8 +120,7 @@ class VelacamplixMixed(VelacamplixDevice):
             return mixture.results()
         self._applier(circuit, places)(state, ops)
         view = View(state, places)
-        found = tuple([exact(mp, view) for mp in measurements])
-        return found[0] if len(found) == 1 else found
+        return exact_results(measurements, view)
 
     def _prepare(self, state: DensityMatrix, op: Any, places: Mapping[Any, int]) -> None:
         if isinstance(op, StatePrepBase):

@@ -174,5 +174,3 @@ def _controlled(op: Any, step: Instruction) -> list[Any]:
         return [op]
     values = [value == "1" for value in step.control_values or "1" * len(step.controls)]
     return [qml.ctrl(op, control=step.controls, control_values=values)]
-
-
