@@ -4,6 +4,7 @@
 
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 namespace velacamplix::python {
 
@@ -12,6 +13,7 @@ namespace velacamplix::python {
 template <class T>
 struct HeldProgram {
     explicit HeldProgram(unsigned int nqubits) : list(nqubits) {}
+    explicit HeldProgram(pbamplix::cpu::program<T>&& made) : list(std::move(made)) {}
 
     pbamplix::cpu::program<T> list;
     std::mutex mutex;

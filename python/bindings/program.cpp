@@ -138,6 +138,14 @@ void set_angles(HeldProgram<T>& program, const std::vector<unsigned long>& gates
     }
 }
 
+// The same gates in the order that serves parts of state_qubits - rank_bits qubits.
+template <class T>
+std::unique_ptr<HeldProgram<T>> reordered(HeldProgram<T>& program, unsigned int state_qubits, unsigned int rank_bits) {
+    const auto turn = program.taken();
+    const Unlocked unlocked;
+    return std::make_unique<HeldProgram<T>>(program.list.reordered(state_qubits, rank_bits));
+}
+
 // Sweeps over the state, and of every pass: its first gate, the gate behind its last, its local qubits, and the
 // amplitudes of a buffer.
 template <class T>
@@ -218,6 +226,7 @@ void bind_one_program(py::module_& module, const char* name) {
                 program.list.set_fusion(fusion);
             },
             py::arg("fusion"))
+        .def("reordered", &reordered<T>, py::arg("state_qubits"), py::arg("rank_bits"))
         .def("__len__", [](const HeldProgram<T>& program) { return program.list.size(); })
         .def("plan", &plan<T>, py::arg("state_qubits"), py::arg("threads"))
         .def("run", &run<T>, py::arg("state"), py::arg("function") = py::none(), py::arg("interval") = 0.05,

@@ -1,7 +1,7 @@
 """The compiled half. Arguments are checked before they get here (see _check); it checks again which memory it touches."""
 
 from collections.abc import Callable, Sequence
-from typing import Any
+from typing import Any, Self
 
 import numpy as np
 
@@ -51,6 +51,7 @@ class _Program(metaclass=_ClassOfExtension):
     def add(self, instructions: Sequence[Any], places: Sequence[int]) -> int: ...
     def set_angles(self, gates: Sequence[int], angles: Sequence[float]) -> None: ...
     def set_fusion(self, fusion: bool) -> None: ...
+    def reordered(self, state_qubits: int, rank_bits: int) -> Self: ...
     def __len__(self) -> int: ...
     def plan(
         self, state_qubits: int, threads: int
