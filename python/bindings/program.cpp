@@ -138,6 +138,14 @@ void set_angles(HeldProgram<T>& program, const std::vector<unsigned long>& gates
     }
 }
 
+// The same gates in the order that serves parts of state_qubits - rank_bits qubits.
+template <class T>
+std::unique_ptr<HeldProgram<T>> reordered(HeldProgram<T>& program, unsigned int state_qubits, unsigned int rank_bits) {
+    const auto turn = program.taken();
+    const Unlocked unlocked;
+    return std::make_unique<HeldProgram<T>>(program.list.reordered(state_qubits, rank_bits));
+}
+
 // Sweeps over the state, and of every pass: its first gate, the gate behind its last, its local qubits, and the
 // amplitudes of a buffer.
 template <class T>
@@ -203,14 +211,6 @@ py::tuple gradient(HeldProgram<T>& program, const std::vector<WObservable<double
     std::copy(result.derivatives.begin(), result.derivatives.end(), derivatives.mutable_data());
     return py::make_tuple(py::array_t<double>(static_cast<py::ssize_t>(rows), result.values.data()), derivatives,
                           result.return_error);
-}
-
-// The same gates in the order that serves parts of state_qubits - rank_bits qubits.
-template <class T>
-std::unique_ptr<HeldProgram<T>> reordered(HeldProgram<T>& program, unsigned int state_qubits, unsigned int rank_bits) {
-    const auto turn = program.taken();
-    const Unlocked unlocked;
-    return std::make_unique<HeldProgram<T>>(program.list.reordered(state_qubits, rank_bits));
 }
 
 template <class T>
