@@ -539,3 +539,55 @@ def test_what_would_fill_the_memory_is_refused():
 
     with pytest.raises(NotConverted, match="21 measurements cannot be listed"):
         qml.set_shots(qml.QNode(circuit, device), 2)()
+
+
+def _tape(ops, measurements=None, **more):
+    with qml.queuing.QueuingManager.stop_recording():
+        return qml.tape.QuantumScript(ops(), [qml.expval(qml.Z(0))] if measurements is None else measurements(), **more)
+
+
+def _summed():
+    return [qml.expval(qml.Hamiltonian([0.5, 2.0], [qml.X(0), qml.Z(1) @ qml.Z(2)])), qml.expval(qml.X(1) + 2 * qml.Y(0))]
+
+
+TRAINABLE = qml.numpy.array(0.5, requires_grad=True)
+FITTING = {
+    "gates": lambda: _tape(lambda: [qml.RX(0.1, 0), qml.Rot(1, 2.0, np.float64(3), 1), qml.CNOT([2, 0]), qml.CRY(0.2, [1, 2])]),
+    "many qubits": lambda: _tape(lambda: [qml.PauliRot(0.1, "XYZ", [0, 1, 2]), qml.MultiControlledX([0, 1, 2])], _summed),
+    "trainable": lambda: _tape(lambda: [qml.RX(TRAINABLE, 0), qml.RZ(np.array(0.1), 2)]),
+    "nothing": lambda: _tape(lambda: []),
+}
+NOT_FITTING = {
+    "shots": lambda: _tape(lambda: [qml.RX(0.1, 0)], shots=10),
+    "a batch": lambda: _tape(lambda: [qml.RX(np.array([0.1, 0.2]), 0)]),
+    "another wire": lambda: _tape(lambda: [qml.RX(0.1, 3)]),
+    "another wire measured": lambda: _tape(lambda: [qml.RX(0.1, 0)], lambda: [qml.expval(qml.Z(4))]),
+    "a template": lambda: _tape(lambda: [qml.QFT([0, 1])]),
+    "a matrix": lambda: _tape(lambda: [qml.QubitUnitary(np.eye(2), 0)]),
+    "a state": lambda: _tape(lambda: [qml.BasisState([1], [0]), qml.X(0)]),
+    "probabilities": lambda: _tape(lambda: [qml.X(0)], lambda: [qml.probs()]),
+    "a trainable weight": lambda: _tape(lambda: [qml.X(0)], lambda: [qml.expval(qml.Hamiltonian([TRAINABLE], [qml.X(0)]))]),
+    "a dense observable": lambda: _tape(lambda: [qml.X(0)], lambda: [qml.expval(qml.Hermitian(HERMITIAN, 0))]),
+}
+
+
+@pytest.mark.parametrize("method", [None, "adjoint"])
+@pytest.mark.parametrize("case", FITTING)
+def test_what_nothing_needs_to_be_done_with_is_left_as_it_is(case, method):
+    tape, device = FITTING[case](), VelacamplixQubit(wires=3)
+    config = device.setup_execution_config(qml.devices.ExecutionConfig(gradient_method=method), tape)
+    [found], together = device.preprocess_transforms(config)([tape])
+    assert found is tape
+    assert tuple(together((1.5,))) == (1.5,)
+    # So does each step that is left out.
+    steps = device._transforms(config, velacamplix.pennylane.device.stops, velacamplix.pennylane.device.takes_observable)
+    for transform, arguments in [*steps, *device._adjoint_transforms()]:
+        [same], _ = transform(tape, **arguments)
+        assert [one is mine for one, mine in zip(same.operations, tape.operations, strict=True)] == [True] * len(tape.operations)
+        assert same.measurements == tape.measurements
+
+
+@pytest.mark.parametrize("wires", [3, None])
+@pytest.mark.parametrize("case", NOT_FITTING)
+def test_everything_else_is_looked_at_by_pennylanes_steps(case, wires):
+    assert VelacamplixQubit(wires=wires)._fits(NOT_FITTING[case]()) == (wires is None and case.startswith("another wire"))

@@ -10,6 +10,7 @@ import numpy_outcomes as exact
 import pytest
 
 from velacamplix import Circuit, Parameter, run
+from velacamplix.running import observing
 
 MATRICES = {
     "I": np.eye(2), "X": np.array([[0, 1], [1, 0]]), "Y": np.array([[0, -1j], [1j, 0]]), "Z": np.diag([1, -1])
@@ -218,3 +219,14 @@ def test_the_command_tells_it_too(command, tmp_path):
         ended = command("run", "a.qasm", "--observable", "X0 + X1", *options)
         assert ended.returncode == 0 and "1.000000" in ended.stdout
         assert ended.stderr.startswith("velacamplix: terms with X or Y count 0") and ended.stderr.count("\n") == 1
+
+
+def test_observables_that_fit_a_state_of_all_qubits_are_taken_as_they_are():
+    asked = observing.checked(["X0 Z1 + 2", "Z0"], 2)
+    assert [one is mine for one, mine in zip(asked.on((0, 1), frozenset()), asked.observables)] == [True, True]
+    # Of an idle qubit, or behind a measurement, others are made.
+    assert [str(one) for one in asked.on((0,), frozenset())] == ["1.0*X0 + 2.0", "1.0*Z0"]
+    assert [str(one) for one in asked.on((0, 1), frozenset({0}))] == ["2.0", "1.0*Z0"]
+    assert [str(one) for one in asked.on((1,), frozenset())] == ["2.0", "1.0"]
+    assert asked.lost((0, 1), [frozenset()]) == set()
+    assert asked.lost((0, 1), [frozenset(), frozenset({0, 1})]) == {0}

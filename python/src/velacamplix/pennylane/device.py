@@ -112,6 +112,19 @@ class VelacamplixDevice(_Base):  # type: ignore[misc]
             is_plain = False
         return _places(list(range(len(labels))) if is_plain else list(labels))
 
+    def _fits(self, circuit: Any) -> bool:
+        """Whether `_transforms`, and those for derivatives, would leave a tape as it is: gates on expectation values."""
+        if circuit.shots or not all([_is_plain_expectation(mp) for mp in circuit.measurements]):
+            return False
+        labels: set[Any] = set()
+        for op in circuit.operations:
+            if not gates.is_plain(op):
+                return False
+            labels.update(gates.labels(op))
+        for mp in circuit.measurements:
+            labels.update(mp.obs.wires.labels)
+        return labels <= self._own_places.keys() if self._own_places is not None else {type(one) for one in labels} <= {int, str}
+
     def _config(self, config: Any, circuit: Any) -> Any:
         config = ExecutionConfig() if config is None else config
         for option in config.device_options:
@@ -219,6 +232,26 @@ def _is_expectation(mp: Any) -> bool:
     return isinstance(mp, ExpectationMP) and mp.obs is not None
 
 
+def _is_plain_expectation(mp: Any) -> bool:
+    """Whether an expectation value has no number that could be trained, and is one for sure."""
+    obs = mp.obs
+    if type(mp) is not ExpectationMP or obs is None or obs.pauli_rep is None or not takes_observable(obs):
+        return False
+    return all([type(value) in (float, int, np.float64) for value in obs.data])
+
+
+def _where_needed(tape: Any, fits: Callable[[Any], bool], steps: Any) -> tuple[Sequence[Any], Callable[[Any], Any]]:
+    """Apply some transforms to tapes that they may change or refuse: looking is faster than having each of them look."""
+    if fits(tape):
+        return (tape,), _only
+    tapes, together = steps((tape,))
+    return tapes, lambda results: together(results)[0]
+
+
+def _only(results: Any) -> Any:
+    return results[0]
+
+
 def composed(steps: Sequence[tuple[Any, dict[str, Any]]]) -> Any:
     """Return transforms one after another, as PennyLane's versions call them."""
     kind = getattr(qml, "CompilePipeline", None) or qml.transforms.core.TransformProgram
@@ -321,7 +354,7 @@ class VelacamplixQubit(VelacamplixDevice):
         steps = self._transforms(config, _stops_before_deferred if is_deferred else stops, takes_observable)
         if config.gradient_method == "adjoint":
             steps += self._adjoint_transforms()
-        return composed(steps)
+        return composed([(qml.transform(_where_needed), {"fits": self._fits, "steps": composed(steps)})])
 
     def _adjoint_transforms(self) -> list[tuple[Any, dict[str, Any]]]:
         name = f"adjoint + {self.name}"
@@ -393,7 +426,7 @@ class VelacamplixQubit(VelacamplixDevice):
             return True
         if circuit.shots or not all([_is_expectation(mp) and has_pauli_form(mp.obs) for mp in circuit.measurements]):
             return False
-        if all([_has_derivative(op) for op in circuit.operations]):
+        if all([_has_derivative(op) for op in circuit.operations if type(op) not in gates.DIRECT]):
             return True
         try:  # whether it is so for what PennyLane makes of the others
             composed(self._adjoint_transforms())((circuit,))

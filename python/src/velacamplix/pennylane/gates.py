@@ -160,12 +160,34 @@ _ENTRIES: dict[type, Callable[[Any, Qubits], list[Instruction]]] = {
 }
 
 
+#: Of these PennyLane puts the wires together each time they are asked for.
+_CONTROLLED = frozenset([kind for kind in DIRECT if issubclass(kind, Controlled)])
+
+
+def labels(op: Any) -> tuple[Any, ...]:
+    """Return the labels of a gate's wires."""
+    if type(op) in _CONTROLLED:
+        found: tuple[Any, ...] = op.control_wires.labels + op.base.wires.labels
+        return found
+    found = op.wires.labels
+    return found
+
+
 def has_angles(op: Any) -> bool:
     """Whether all numbers of a gate are angles of gates here."""
     kind = type(op)
     if kind in DIRECT or kind in MADE:
         return True
     return isinstance(op, (Adjoint, Controlled)) and has_angles(op.base)
+
+
+def is_plain(op: Any) -> bool:
+    """Whether a gate has a name here and each of its numbers is one number: what nothing needs to be done with before."""
+    kind = type(op)
+    if kind not in DIRECT and kind not in MADE:
+        return False
+    data = op.data
+    return not data or all([type(value) in (float, int) or getattr(value, "ndim", None) == 0 for value in data])
 
 
 def is_known(op: Any) -> bool:

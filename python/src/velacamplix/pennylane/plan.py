@@ -51,12 +51,12 @@ def structure(ops: Sequence[Any]) -> Structure:
     """
     parts: list[Any] = []
     raw: list[Any] = []
-    direct = gates.DIRECT
+    direct, labels = gates.DIRECT, gates.labels
     for op in ops:
         kind = type(op)
         if kind in direct:
             parts.append(kind)
-            parts.append(op.wires.labels)
+            parts.append(labels(op))
             data = op.data
             if data:
                 raw += data
@@ -117,7 +117,7 @@ def _compiled(listed: Sequence[Instruction], n_qubits: int, how: How) -> Any:
 
 
 def _steps(op: Any, places: Mapping[Any, int], position: int, params: Sequence[Any] | None = None) -> list[Instruction]:
-    qubits = tuple([places[wire] for wire in op.wires.labels])
+    qubits = tuple([places[wire] for wire in gates.labels(op)])
     try:
         if params is not None:
             return gates.steps(op, qubits, params)

@@ -26,17 +26,21 @@ class Observed(NamedTuple):
 
         `measured` are those whose measurement the state does not show: it leaves nothing of X and Y.
         """
+        if not measured and tuple(active) == tuple(range(len(active))):
+            if all(observable.n_qubits <= len(active) for observable in self.observables):
+                return self.observables  # as they are, with what the core has of them
         places = {qubit: place for place, qubit in enumerate(active)}
         return [_reduced(observable, places, measured) for observable in self.observables]
 
     def lost(self, active: Sequence[int], measured: Iterable[Set[int]]) -> set[int]:
         """Return the qubits of the measured sets because of which, and of nothing else, a term is 0."""
         lost: set[int] = set()
-        for observable in self.observables:
+        read = [qubits for qubits in measured if qubits]
+        for observable in self.observables if read else ():
             for term in observable.terms:
                 turned = {qubit for qubit, letter in zip(term.qubits, term.paulis) if letter != "Z"}
                 if term.coefficient and turned.issubset(active):
-                    lost.update(*[turned.intersection(qubits) for qubits in measured])
+                    lost.update(*[turned.intersection(qubits) for qubits in read])
         return lost
 
     def warn(self, active: Sequence[int], measured: Iterable[Set[int]], stacklevel: int) -> None:
