@@ -233,7 +233,7 @@ def test_conditions_with_one_answer_leave_a_body(make, is_always):
 def test_conditions_that_are_refused():
     circuit = QuantumCircuit(qiskit.QuantumRegister(1), qiskit.ClassicalRegister(6, "c"), qiskit.ClassicalRegister(6, "d"))
     circuit.x(0)
-    with circuit.if_test(expr.less(expr.mul(*circuit.cregs), 3)):
+    with circuit.if_test(expr.less(expr.shift_left(*circuit.cregs), 3)):
         circuit.x(0)
     with pytest.raises(NotConverted, match="has more than 10 bits to be tried") as caught:
         to_velacamplix(circuit)
