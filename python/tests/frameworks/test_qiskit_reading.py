@@ -233,7 +233,7 @@ def test_conditions_with_one_answer_leave_a_body(make, is_always):
 def test_conditions_that_are_refused():
     circuit = QuantumCircuit(qiskit.QuantumRegister(1), qiskit.ClassicalRegister(7, "c"), qiskit.ClassicalRegister(7, "d"))
     circuit.x(0)
-    with circuit.if_test(expr.less(expr.mul(*circuit.cregs), 3)):
+    with circuit.if_test(expr.less(expr.shift_left(*circuit.cregs), 3)):
         circuit.x(0)
     with pytest.raises(NotConverted, match="has 14 bits, of which at most 12 are tried") as caught:
         to_velacamplix(circuit)
