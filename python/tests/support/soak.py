@@ -185,6 +185,7 @@ def more(i):
     """Calls with what the ones above leave out."""
     turn = 0.1 + 0.001 * i
     bound = TEMPLATE.bind([turn, 1.0])
+    run(bound, schedule=f"canonical:{i % 58}", shots=3, seed=i)
     run(bound, initial=i, observables=["Z0", f"{turn}*X1"], fusion=bool(i % 2), progress=lambda progress: None)
     measured = Circuit(3, 2).h(0).measure(0, 0)
     with measured.when("c", 1):

@@ -17,6 +17,7 @@ from ..instructions.flow import Save, bodies_of, leaves, with_params
 from ..instructions.instruction import Instruction
 from ..machine import memory
 from ..results.plan import Pass, Plan
+from .background import in_background
 from .compile import compiled, described
 from .segments import Block, Part, Saving, Segments, Stretch, gates_of, segmented
 
@@ -28,6 +29,8 @@ _ANGLED = frozenset({"RX", "RY", "RZ", "PH", "RXX", "RYY", "RZZ", "U"})
 # which lives as long as the circuits bound from it and the one they were bound from. Whoever runs takes one out and puts
 # it back, so that no program is run twice at a time.
 _MOST_KEPT = 8
+# Gates that take longer to order than one waits for Ctrl-C to be heard.
+_MANY = 2**15
 _kept: WeakKeyDictionary[Template, dict[Hashable, Prepared]] = WeakKeyDictionary()
 
 
@@ -46,6 +49,8 @@ class Prepared:
         Makes the steps from the circuit's instructions in the library's own gates.
     n_qubits : int or None
         Of the state; None for one of the active qubits alone.
+    rank_bits : int or None
+        The number in the schedule ``canonical:N``; None for the circuit's order.
     """
 
     def __init__(
@@ -55,6 +60,7 @@ class Prepared:
         n_qubits: int | None,
         precision: Precision,
         fusion: bool,
+        rank_bits: int | None = None,
     ) -> None:
         template = circuit._template
         if template is None:
@@ -71,10 +77,13 @@ class Prepared:
             places = list(range(n_qubits))
         for stretch in stretches:
             stretch.program = compiled(stretch.gates, n_qubits, precision, circuit, places, fusion)
+            if rank_bits is not None:
+                stretch.program = _reordered(stretch.program, n_qubits, rank_bits)
         self.programs: list[Any] = [stretch.program for stretch in stretches]
         #: A number of threads, and what the run tells of its passes with so many; None until it is asked for.
         self.plan: tuple[int, Plan] | None = None
-        self._sites = None if template is None else _sites(template, parts, stretches)
+        # Of gates in another order it is not known which is which.
+        self._sites = None if template is None or rank_bits is not None else _sites(template, parts, stretches)
 
     def _places(self, circuit: Circuit) -> list[int]:
         places = [0] * circuit._n_qubits
@@ -139,6 +148,12 @@ def parts_of(step: Instruction) -> Iterable[Part]:
     return (Block(step, [[part for inner in body for part in parts_of(inner)] for body in bodies]),)
 
 
+def _reordered(program: Any, n_qubits: int, rank_bits: int) -> Any:
+    if len(program) < _MANY:
+        return program.reordered(n_qubits, rank_bits)
+    return in_background(lambda: program.reordered(n_qubits, rank_bits))
+
+
 # The gates of one program whose angles depend on parameters, and the place of each in the list of all such gates.
 Sites = tuple[list[int], list[int]]
 
@@ -195,8 +210,10 @@ def for_state(circuit: Circuit, n_qubits: int, precision: Precision, fusion: boo
     return Prepared(circuit, one_stretch, n_qubits, precision, fusion)
 
 
-def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fusion: bool) -> Prepared:
-    """Prepare a circuit for a state of its active qubits alone."""
+def for_run(
+    circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fusion: bool, rank_bits: int | None = None
+) -> Prepared:
+    """Prepare a circuit for a state of its active qubits alone; `rank_bits` as for `Prepared`."""
 
     def fitting(parts: Sequence[Part]) -> Segments:
         for step in leaves(circuit.instructions):
@@ -208,7 +225,7 @@ def for_run(circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fu
         memory.require_state(len(segments.active), precision)
         return segments
 
-    return Prepared(circuit, fitting, None, precision, fusion)
+    return Prepared(circuit, fitting, None, precision, fusion, rank_bits)
 
 
 def require_distinct_names(segments: Segments, circuit: Circuit) -> None:

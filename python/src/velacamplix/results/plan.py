@@ -50,7 +50,8 @@ class Pass(NamedTuple):
     ----------
     first_gate, last_gate : int
         The pass's gates are among ``first_gate`` to ``last_gate - 1``, counted over the whole run. Some of them may
-        wait for a later pass where that changes no bit; with fusion this is the stretch that was rewritten.
+        wait for a later pass where that changes no bit; with fusion this is the stretch that was rewritten. With a
+        schedule other than "written" gates are counted in that order.
     local_qubits : tuple of int
         Qubits of the circuit that are gathered in a buffer; none if the gates work on the whole state in place.
     """

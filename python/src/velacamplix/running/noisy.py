@@ -35,6 +35,10 @@ def run_any(circuit: Circuit, request: Request, lost: observing.Lost) -> Result:
 def run_noisy(circuit: Circuit, request: Request, lost: observing.Lost) -> Result:
     """Return the result of a circuit with noise in it; what there is to warn of comes into `lost`."""
     clock = Clock()
+    if request.rank_bits is not None:
+        raise ValueError(
+            f'schedule must be "written" for a run with noise, whose operators keep their places, got "canonical:{request.rank_bits}"'
+        )
     shots, precision, threads, observed = request.shots, request.precision, request.threads, request.observed
     way, methods = settled(circuit, request)
     clock.note("compile")

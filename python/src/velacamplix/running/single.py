@@ -32,7 +32,7 @@ class Request(NamedTuple):
     """The checked arguments of `velacamplix.run`.
 
     `is_noisy` if every circuit is run as one with noise, whether there is some or not; `method` and `first_shot` are for
-    such runs.
+    such runs. `rank_bits` is the number in the schedule ``canonical:N``, None for the order as it is written.
     """
 
     shots: int | None
@@ -46,13 +46,12 @@ class Request(NamedTuple):
     is_noisy: bool = False
     method: str = "auto"
     first_shot: int | None = None
+    rank_bits: int | None = None
 
     def prepared(self, circuit: Circuit) -> AbstractContextManager[Prepared]:
         """Give the circuit's steps and programs, perhaps those of the last time."""
-        nonzero, precision, fused = self.start.nonzero, self.precision, self.fused
-        return prepared(
-            circuit, ("run", nonzero, precision, fused), lambda: for_run(circuit, nonzero, precision, fused)
-        )
+        how = self.start.nonzero, self.precision, self.fused, self.rank_bits
+        return prepared(circuit, ("run", *how), lambda: for_run(circuit, *how))
 
 
 def run_alone(circuit: Circuit, request: Request, lost: observing.Lost) -> Result:
