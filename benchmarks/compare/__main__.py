@@ -22,7 +22,7 @@ from cell import OURS, Cell
 from crew import Crew, Worker
 from simulators import NAMES
 
-LISTED = (*cases.CIRCUITS, *cases.READINGS, *cases.DERIVATIVES)
+LISTED = (*cases.CIRCUITS, *cases.READINGS, cases.STEP, *cases.DERIVATIVES)
 ROOT = Path(__file__).resolve().parents[2]
 TRIAL_QUBITS = 11
 

@@ -26,8 +26,8 @@ def difference(kind: str, precision: str, n: int, ours: Answer, theirs: Answer) 
         return "there are numbers that are not finite"
     if kind in ("amplitudes", "state"):
         b = b * _phase(a, b)
-    # Of a Pauli sum the coefficients, each below 1, set the scale, since the value may be near 0.
-    scale = 1.0 if kind == "paulis" else np.abs(a).max()
+    # Of a Pauli sum the coefficients, each at most 1, set the scale, since the value may be near 0.
+    scale = 1.0 if kind in ("paulis", "step") else np.abs(a).max()
     if scale == 0:
         return "all numbers that are compared are 0"
     found = float(np.abs(a - b).max() / scale)

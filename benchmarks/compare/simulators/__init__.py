@@ -46,6 +46,11 @@ class Task(NamedTuple):
         return cases.observables(self.n, cases.CASES[self.case].observables)
 
     @property
+    def terms(self) -> List[cases.PauliTerm]:
+        """The Pauli sum whose expectation value is asked for."""
+        return cases.observables(self.n, 2 * self.n) if self.kind == "step" else cases.pauli_terms(self.n)
+
+    @property
     def gates(self) -> List[cases.Gate]:
         return cases.CASES[self.case].gates(self.n)
 

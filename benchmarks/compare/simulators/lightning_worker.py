@@ -29,7 +29,13 @@ def versions() -> Dict[str, str]:
 
 
 def settings(kind: str, precision: str, n: int) -> List[str]:
-    return ["batch_obs=False", "batch_obs=True"] if kind in ("paulis", "jacobian") else ["lightning.qubit"]
+    return ["batch_obs=False", "batch_obs=True"] if kind in ("paulis", "step", "jacobian") else ["lightning.qubit"]
+
+
+def _operation(name: str, numbers: Any, wires: List[int]) -> Any:
+    if name == "U":
+        return qml.QubitUnitary(np.reshape(numbers, (2 ** len(wires), -1)), wires=wires)
+    return _GATES[name](*numbers, wires=wires)
 
 
 def prepare(task: Task, setting: str) -> Prepared:
@@ -37,7 +43,7 @@ def prepare(task: Task, setting: str) -> Prepared:
     def wires(qubits: Any) -> List[int]:
         return [task.n - 1 - q for q in qubits]
 
-    operations = [_GATES[name](*angles, wires=wires(qubits)) for name, angles, qubits in task.gates]
+    operations = [_operation(name, numbers, wires(qubits)) for name, numbers, qubits in task.gates]
     device = qml.device(
         "lightning.qubit",
         wires=task.n,
@@ -65,7 +71,7 @@ def prepare(task: Task, setting: str) -> Prepared:
         )
     if task.kind == "marginal":
         return Prepared(tape(qml.probs(wires=wires(cases.marginal_qubits(task.n)))), np.asarray)
-    terms = task.observables if task.kind == "jacobian" else cases.pauli_terms(task.n)
+    terms = task.observables if task.kind == "jacobian" else task.terms
     products = [
         qml.prod(*(_PAULIS[letter](wire) for letter, wire in zip(letters, wires(qubits))))
         for _, letters, qubits in terms
@@ -79,4 +85,8 @@ def prepare(task: Task, setting: str) -> Prepared:
             lambda rows: np.array(rows, dtype=np.float64).reshape(len(terms), -1),
         )
     observable = qml.Hamiltonian([coefficient for coefficient, _, _ in terms], products)
-    return Prepared(tape(qml.expval(observable)), float)
+    if task.kind == "paulis":
+        return Prepared(tape(qml.expval(observable)), float)
+    template = qml.tape.QuantumScript(operations, [qml.expval(observable)])
+    values = [angle for _, angles, _ in task.gates for angle in angles]
+    return Prepared(lambda: device.execute([template.bind_new_parameters(values, range(len(values)))])[0], float)

@@ -1,7 +1,8 @@
 """qsim through Cirq: gates fused on up to 2, 3 or 4 qubits; single precision only.
 
 The circuit is translated from Cirq beforehand and handed to the functions of qsim's extension module that QSimSimulator
-itself calls, since that class translates on every run and makes shots into Python lists of bits.
+itself calls, since that class translates on every run and makes shots into Python lists of bits. A VQE step is that class's:
+new values have to be translated anyway.
 """
 
 from __future__ import annotations
@@ -12,7 +13,8 @@ from typing import Any, Dict, List
 import cases
 import cirq
 import numpy as np
-from qsimcirq import QSimCircuit, QSimOptions, qsim
+import sympy
+from qsimcirq import QSimCircuit, QSimOptions, QSimSimulator, qsim
 from qsimcirq.qsim_circuit import add_op_to_opstring
 
 from . import NotOffered, Prepared, Task
@@ -37,6 +39,8 @@ def settings(kind: str, precision: str, n: int) -> List[str]:
 def _operation(gate: cases.Gate, line: List[Any]) -> Any:
     name, angles, qubits = gate
     on = [line[q] for q in qubits]
+    if name == "U":
+        return cirq.MatrixGate(np.reshape(angles, (2 ** len(qubits), -1)).astype(complex)).on(*on)
     if name == "PH":
         # Not ZPowGate's name for a turn about z, which differs by a phase.
         return cirq.ZPowGate(exponent=angles[0] / np.pi).on(*on)
@@ -57,16 +61,36 @@ def _sums(n: int, line: List[Any], apart: bool) -> Any:
     return [([string for string, _ in strings], len({q for _, qubits in strings for q in qubits}))]
 
 
+def _step(task: Task, line: List[Any], size: int) -> Prepared:
+    operations, values = [], {}
+    for name, angles, qubits in task.gates:
+        turn = sympy.Symbol(f"p{len(values)}")
+        values.update({turn: angle for angle in angles})
+        operations.append(_operation((name, (turn,) if angles else (), qubits), line))
+    circuit = cirq.Circuit(operations)
+    energy = sum(
+        coefficient * cirq.PauliString({line[q]: _PAULIS[letter] for letter, q in zip(letters, qubits)})
+        for coefficient, letters, qubits in task.terms
+    )
+    simulator = QSimSimulator(QSimOptions(max_fused_gate_size=size, cpu_threads=task.threads))
+    return Prepared(
+        lambda: simulator.simulate_expectation_values(circuit, energy, cirq.ParamResolver(values)),
+        lambda found: float(found[0].real),
+    )
+
+
 def prepare(task: Task, setting: str) -> Prepared:
     if task.kind == "jacobian":
         raise NotOffered("there are no derivatives but TensorFlow Quantum's")
     if task.kind == "marginal":
         raise NotOffered("neither Cirq's interface to qsim nor qsim itself gives a distribution of some qubits")
     line = cirq.LineQubit.range(task.n)
+    size = int(setting.split(",")[0].split("=")[1])
+    if task.kind == "step":
+        return _step(task, line, size)
     # Cirq's first qubit is the most significant; so that qubit q becomes bit q, the last one goes first.
     order = line[::-1]
     circuit = cirq.Circuit(_operation(gate, line) for gate in task.gates)
-    size = int(setting.split(",")[0].split("=")[1])
     options = QSimOptions(max_fused_gate_size=size, cpu_threads=task.threads).as_dict()
     options["c"], _ = QSimCircuit(circuit).translate_cirq_to_qsim(order)
     options["s"] = 11

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any, Dict, List
+from typing import Any, Dict, List, Tuple
 
 import cases
 import numpy as np
@@ -19,14 +19,20 @@ def versions() -> Dict[str, str]:
 
 
 def settings(kind: str, precision: str, n: int) -> List[str]:
-    return ["exact", "fused"] if kind in ("amplitudes", "state") else ["exact"]
+    return ["exact", "fused"] if kind in ("amplitudes", "state", "step") else ["exact"]
+
+
+def _with_parameters(task: Task) -> Tuple[Circuit, Dict[str, float]]:
+    circuit, values = Circuit(task.n), {}
+    for name, angles, qubits in task.gates:
+        parameters = [Parameter(f"p{len(values)}") for _ in angles]
+        getattr(circuit, name.lower())(*parameters, *qubits)
+        values.update((parameter.name, angle) for parameter, angle in zip(parameters, angles))
+    return circuit, values
 
 
 def _jacobian(task: Task) -> Prepared:
-    circuit, values = Circuit(task.n), []
-    for name, angles, qubits in task.gates:
-        getattr(circuit, name.lower())(*[Parameter(f"p{len(values)}") for _ in angles], *qubits)
-        values += angles
+    circuit, values = _with_parameters(task)
     observables = [Observable([term]) for term in task.observables]
     return Prepared(
         lambda: circuit.jacobian(observables, values, precision=task.precision, threads=task.threads),
@@ -37,17 +43,28 @@ def _jacobian(task: Task) -> Prepared:
 def prepare(task: Task, setting: str) -> Prepared:
     if task.kind == "jacobian":
         return _jacobian(task)
-    circuit = Circuit(task.n)
-    for name, angles, qubits in task.gates:
-        getattr(circuit, name.lower())(*angles, *qubits)
     options = {"fusion": True} if setting == "fused" else {}
     try:
         StateVector(1, precision=task.precision).run(Circuit(1).h(0), **options)
     except (TypeError, NotImplementedError) as error:
         raise NotOffered(f"StateVector.run has no fusion yet: {error}") from None
 
+    def fresh() -> StateVector:
+        return StateVector(task.n, precision=task.precision, threads=task.threads, seed=11)
+
+    if task.kind == "step":
+        template, values = _with_parameters(task)
+        energy = Observable(task.terms)
+        return Prepared(lambda: fresh().run(template.bind(values), **options).expectation(energy), float)
+    circuit = Circuit(task.n)
+    for name, numbers, qubits in task.gates:
+        if name == "U":
+            circuit.matrix(np.reshape(numbers, (2 ** len(qubits), -1)), qubits)
+        else:
+            getattr(circuit, name.lower())(*numbers, *qubits)
+
     def state() -> Any:
-        return StateVector(task.n, precision=task.precision, threads=task.threads, seed=11).run(circuit, **options)
+        return fresh().run(circuit, **options)
 
     if task.kind == "state":
         return Prepared(state, lambda result: result.array)
@@ -61,5 +78,5 @@ def prepare(task: Task, setting: str) -> Prepared:
     if task.kind == "marginal":
         qubits = cases.marginal_qubits(task.n)
         return Prepared(lambda: state().distribution(qubits), lambda probabilities: probabilities)
-    observable = Observable(cases.pauli_terms(task.n))
+    observable = Observable(task.terms)
     return Prepared(lambda: state().expectation(observable), float)

@@ -4,6 +4,7 @@ The peers' workers are tried where an interpreter that has them is found: the on
 of the environment which tools/compare makes.
 """
 
+import argparse
 import json
 import os
 import subprocess
@@ -24,6 +25,7 @@ sys.path.insert(0, str(COMPARE))
 import agreement  # noqa: E402
 import cases  # noqa: E402
 import figures  # noqa: E402
+import frameworks  # noqa: E402
 import noise  # noqa: E402
 import report  # noqa: E402
 from cell import Cell  # noqa: E402
@@ -45,11 +47,11 @@ COMPUTES = [
 def expected_state(case, n):
     """By the slow simulator, which shares nothing with the one that is compared."""
     circuit = Circuit(n)
-    for name, angles, qubits in cases.CASES[case].gates(n):
-        if name == "CNOT":
-            circuit.cnot(*qubits)
+    for name, numbers, qubits in cases.CASES[case].gates(n):
+        if name == "U":
+            circuit.matrix(np.reshape(numbers, (2 ** len(qubits), -1)), qubits)
         else:
-            getattr(circuit, name.lower())(*angles, *qubits)
+            getattr(circuit, name.lower())(*numbers, *qubits)
     assert all(isinstance(step, Instruction) for step in circuit)
     start = np.eye(2**n, 1)
     return np.asarray(numpy_simulator.run(circuit, start)).reshape(2**n)
@@ -71,7 +73,7 @@ def worker(tmp_path):
 # Cases
 
 
-@pytest.mark.parametrize("case, gates", [("ansatz", 710), ("qft", 1404), ("random", 300), ("ghz", 24), ("spread", 71), ("gradient100", 213), ("gradient700", 1065)])
+@pytest.mark.parametrize("case, gates", [("ansatz", 710), ("qft", 1404), ("random", 300), ("ghz", 24), ("spread", 71), ("qaoa", 420), ("heis", 17 * 38), ("qv", 120), ("rqc", 10 * 24 + 95), ("vqe", 284), ("gradient100", 213), ("gradient700", 1065)])
 def test_how_many_gates_a_circuit_of_24_qubits_has(case, gates):
     assert len(cases.CASES[case].gates(24)) == gates
 
@@ -80,10 +82,34 @@ def test_how_many_gates_a_circuit_of_24_qubits_has(case, gates):
 def test_circuits_are_the_same_every_time_and_stay_within_their_qubits(case):
     gates = cases.CASES[case].gates(13)
     assert gates == cases.CASES[case].gates(13)
-    for name, angles, qubits in gates:
-        assert len(set(qubits)) == len(qubits) == (2 if name == "CNOT" else 1)
-        assert len(angles) == (name in ("RX", "RY", "RZ", "PH"))
+    for name, numbers, qubits in gates:
+        assert len(set(qubits)) == len(qubits) <= 2 and (name in ("CNOT", "U") or len(qubits) == 1)
+        assert len(numbers) == (4 ** len(qubits) if name == "U" else name in ("RX", "RY", "RZ", "PH"))
         assert all(0 <= q < 13 for q in qubits)
+        if name == "U":
+            matrix = np.reshape(numbers, (2 ** len(qubits), -1))
+            assert np.abs(matrix @ matrix.conj().T - np.eye(len(matrix))).max() < 1e-15
+
+
+def test_random_numbers_are_those_of_the_benchmarks_in_cpp():
+    draw = cases._Numbers()
+    bits, expected = np.uint64(88172645463325252), []
+    for _ in range(3):
+        for shift in (13, -7, 17):
+            bits ^= bits << np.uint64(shift) if shift > 0 else bits >> np.uint64(-shift)
+        expected.append(float(bits >> np.uint64(11)) / 2**53)
+    assert [draw.uniform() for _ in range(3)] == expected
+
+
+def test_edges_of_a_grid_meet_every_neighbour_once():
+    for n in range(1, 30):
+        columns = int(np.ceil(np.sqrt(n)))
+        groups = cases._grid_edges(n)
+        for group in groups:
+            met = [q for edge in group for q in edge]
+            assert len(set(met)) == len(met)
+        beside = {(a, b) for a in range(n) for b in range(a + 1, n) if b - a == columns or (b == a + 1 and b % columns)}
+        assert sorted(edge for group in groups for edge in group) == sorted(beside)
 
 
 def test_the_trial_circuit_has_every_gate_and_tells_qubits_apart():
@@ -130,14 +156,14 @@ def test_shots_of_one_state_agree_and_of_a_slightly_different_one_do_not():
 # Workers
 
 
-@pytest.mark.parametrize("case", ["ansatz", "layers", "qft", "random", "ghz", "every_gate"])
-def test_our_worker_finds_the_state_that_the_gates_define(worker, case):
+def test_our_worker_finds_the_states_that_the_gates_define(worker):
     ours = worker("velacamplix", threads=2)
-    task = {"case": case, "n": 6, "precision": "double", "threads": 2, "whole_state": True}
-    assert ours.prepare("state", task, "exact") is None
-    measured = ours.run("state", answer=True)
-    assert measured.seconds > 0
-    assert np.abs(measured.answer[0] - expected_state(case, 6)).max() < 1e-12
+    for case in [case.name for case in cases.CIRCUITS] + ["every_gate"]:
+        task = {"case": case, "n": 6, "precision": "double", "threads": 2, "whole_state": True}
+        assert ours.prepare("state", task, "exact") is None
+        measured = ours.run("state", answer=True)
+        assert measured.seconds > 0
+        assert np.abs(measured.answer[0] - expected_state(case, 6)).max() < 1e-12, case
 
 
 def test_our_worker_reads_out_what_the_state_says(worker, precision):
@@ -164,6 +190,19 @@ def test_our_worker_reads_out_what_the_state_says(worker, precision):
             getattr(turned, letter.lower())(q)
         value += coefficient * np.vdot(state, np.asarray(numpy_simulator.run(turned, state[:, None])).reshape(-1)).real
     assert abs(answer("paulis")[0] - value) < 1e-4
+
+
+def test_our_worker_makes_a_step(worker, precision):
+    ours, state = worker("velacamplix"), expected_state("vqe", 4)
+    task = {"case": "vqe", "n": 4, "precision": precision, "threads": 1}
+    value, bits = 0.0, np.arange(16)
+    for q in range(4):
+        value += np.vdot(state, state[bits ^ 1 << q]).real
+        value += (abs(state) ** 2) @ (1 - 2 * ((bits >> q ^ bits >> (q - 1) % 4) & 1))
+    for setting in ours.settings("step", precision, 4):
+        assert ours.prepare("task", task, setting) is None
+        for _ in range(2):
+            assert abs(ours.run("task", answer=True).answer[0] - value) < (1e-12 if precision == "double" else 1e-5)
 
 
 def test_our_worker_finds_the_derivatives(worker, precision):
@@ -214,7 +253,7 @@ def test_peers_find_the_same_as_we(simulator, tmp_path, precision):
     with Crew({"velacamplix": sys.executable, simulator: PEERS_PYTHON}, tmp_path / "log") as crew:
         ours, peer = crew.with_threads(1)
         assert set(peer.precisions) == {p for key, p in COMPUTES if key == simulator}
-        for case in (cases.TRIAL, *cases.READINGS, cases.CASES["jacobian30"]):
+        for case in (cases.TRIAL, *cases.READINGS, cases.STEP, cases.CASES["jacobian30"]):
             task = {"case": case.name, "n": 7, "precision": precision, "threads": 1}
             ours.prepare("task", task, "exact")
             expected = ours.run("task", answer=True).answer
@@ -367,3 +406,46 @@ def test_runs_with_noise_find_what_a_sum_over_kraus_operators_finds(simulator):
     told = noise.measured(python, simulator, 3)
     assert told["seconds"] > 0
     assert np.abs(told["probabilities"] - kraus_sums.density(steps, 3).diagonal().real).max() < 1e-12
+
+
+# Frameworks
+
+
+@pytest.mark.parametrize("row", frameworks.ROWS, ids=[row.name for row in frameworks.ROWS])
+def test_a_program_of_a_framework_gives_what_its_usual_simulator_gives(row):
+    pytest.importorskip(row.told.split(",")[0].lower())
+    ours = row.make(frameworks.OURS, 4, 1)
+    found = [ours(), ours()]
+    peer = {"Aer": "qiskit_aer", "lightning.qubit": "pennylane_lightning", "qsim": "qsimcirq"}[row.peer]
+    pytest.importorskip(peer, reason=f"{peer} is not installed beside velacamplix, whose part of the row ran")
+    expected = row.make(frameworks.THEIRS, 4, 1)()
+    for answer in found:
+        assert len(answer) == len(expected) and max(abs(a - b) for a, b in zip(answer, expected)) <= row.tolerance
+
+
+def test_the_twenty_gates_are_those_that_the_backend_and_the_device_run():
+    pytest.importorskip("qiskit")
+    circuit = Circuit(4)
+    for kind, angle, qubits in frameworks.twenty_gates(4):
+        getattr(circuit, kind)(*([] if kind == "cx" else [angle]), *qubits)
+    assert len(circuit) == 20
+    shares = np.abs(np.asarray(numpy_simulator.run(circuit, np.eye(16, 1))).reshape((2,) * 4)) ** 2
+    ones = [shares.take(1, axis=3 - q).sum() for q in range(4)]
+    assert frameworks.backend(frameworks.OURS, 4, 1)() == pytest.approx(ones, abs=5 * (0.5 / 1024) ** 0.5)
+
+
+def test_two_workers_take_turns_and_their_answers_are_compared(monkeypatch):
+    """Both are ours: the second is only told that it is the peer."""
+    row = frameworks.ROWS[1]
+    pytest.importorskip("qiskit")
+    told = []
+    start = frameworks.Worker.__init__
+
+    def started(self, python, simulator, *rest):
+        told.append(simulator)
+        start(self, python, frameworks.OURS, *rest)
+
+    monkeypatch.setattr(frameworks.Worker, "__init__", started)
+    options = argparse.Namespace(python=sys.executable, peers=sys.executable, threads=1, rounds=2)
+    mine, peer, difference = frameworks.measured(row, 4, options)
+    assert told == [frameworks.OURS, frameworks.THEIRS] and mine > 0 < peer and difference == 0
