@@ -1,7 +1,9 @@
 """The simulator as a backend of Qiskit's: transpiling, options, jobs, results."""
 
+import signal
 import subprocess
 import sys
+import threading
 import time
 
 import numpy as np
@@ -363,6 +365,42 @@ def test_a_job_that_waits_is_cancelled(monkeypatch):
     assert running.cancel()
     with pytest.raises(JobError, match="cancelled"):
         running.result(timeout=60)
+
+
+class _Asleep:
+    """Threads of which none ever comes."""
+
+    def submit(self, *work):
+        pass
+
+
+def test_who_wants_the_result_does_the_work_where_no_thread_has_come(monkeypatch):
+    monkeypatch.setattr(job_module, "_pool", _Asleep)
+    job = VelacamplixBackend().run(bell(), shots=200, seed_simulator=7)
+    assert job.status() is JobStatus.QUEUED
+    with pytest.raises(JobTimeoutError):  # a wait with an end is one
+        job.result(timeout=0.01)
+    assert sum(job.result().get_counts().values()) == 200
+    assert job.result() is job.result(timeout=60) and job.status() is JobStatus.DONE and not job.cancel()
+    cancelled = VelacamplixBackend().run(bell())
+    assert cancelled.cancel()
+    with pytest.raises(JobError, match="cancelled"):
+        cancelled.result()
+
+
+@pytest.mark.parametrize("is_awake", [True, False])
+def test_control_c_cancels_a_job_that_is_waited_for(monkeypatch, is_awake):
+    if not is_awake:
+        monkeypatch.setattr(job_module, "_pool", _Asleep)
+    job = VelacamplixBackend(threads=1).run(endless())
+    timer = threading.Timer(0.3, signal.pthread_kill, [threading.main_thread().ident, signal.SIGINT])
+    timer.start()
+    with pytest.raises(KeyboardInterrupt):
+        job.result()
+    timer.join()
+    with pytest.raises(JobError, match="cancelled"):
+        job.result(timeout=60)
+    assert job.status() is JobStatus.CANCELLED
 
 
 def test_jobs_of_forked_processes():

@@ -88,7 +88,12 @@ class Template:
 
 def parameters_of(instructions: Sequence[Instruction]) -> tuple[str, ...]:
     """Return the names of all open parameters, in order of appearance."""
-    return tuple(dict.fromkeys(name for step in leaves(instructions) if step.params for name in free_names(step.params)))
+    found: dict[str, None] = {}
+    for step in leaves(instructions):
+        for value in step.params:
+            if type(value) is not float and isinstance(value, Expression):
+                found.update(dict.fromkeys(value.parameters))
+    return tuple(found)
 
 
 def partly_bound(instructions: Sequence[Instruction], values: Mapping[str, float]) -> list[Instruction]:

@@ -57,7 +57,7 @@ def basic(step: Instruction, in_programs: bool = False) -> Iterator[Instruction]
         builds = _BUILDS_IN_PROGRAMS if in_programs else _BUILDS
         if step.name in builds:
             return iter(_built(step, builds))
-        if bodies_of(step):
+        if step.detail is not None and bodies_of(step):
             return iter((changed(step, lambda inner: basic(inner, in_programs)),))
         return iter((step,))
     if size(step) > MOST_STEPS:

@@ -326,9 +326,9 @@ def leaves(steps: Iterable[Instruction]) -> Iterator[Instruction]:
     ['H', 'X', 'Z']
     """
     for step in steps:
-        bodies = bodies_of(step)
-        if not bodies:
+        if step.detail is None or not (bodies := bodies_of(step)):
             yield step
+            continue
         for body in bodies:
             yield from leaves(body)
 

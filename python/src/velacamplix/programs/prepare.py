@@ -142,7 +142,7 @@ class Prepared:
 
 def parts_of(step: Instruction) -> Iterable[Part]:
     """Return an instruction in gates that programs have; one with bodies stays one."""
-    bodies = bodies_of(step)
+    bodies = () if step.detail is None else bodies_of(step)
     if not bodies:
         return basic(step, in_programs=True)
     return (Block(step, [[part for inner in body for part in parts_of(inner)] for body in bodies]),)

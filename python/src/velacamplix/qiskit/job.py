@@ -1,8 +1,9 @@
-"""Runs of a backend, in threads that wait for the next one: to start one takes longer than a small circuit."""
+"""Runs of a backend, in threads that wait for the next one, or in the thread that wants the result and comes first."""
 
 from __future__ import annotations
 
 import os
+import threading
 import uuid
 from collections.abc import Callable
 from concurrent.futures import CancelledError, Future, ThreadPoolExecutor
@@ -55,6 +56,7 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
         super().__init__(backend, str(uuid.uuid4()))
         self._work, self._process = work, os.getpid()
         self._future: Future[Any] | None = None
+        self._taken = threading.Lock()  # by the thread that does the work, and kept
         self._is_stopping = False
 
     def submit(self) -> None:
@@ -67,7 +69,22 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
         """
         if self._future is not None:
             raise JobError("the job has been submitted already")
-        self._future = _pool().submit(self._work, self._job_id, self._hear)
+        self._future = Future()
+        _pool().submit(self._carry_out, self._future)
+
+    def _carry_out(self, future: Future[Any]) -> None:
+        """Do the work, unless another thread does, or it was cancelled before."""
+        if not self._taken.acquire(blocking=False) or not future.set_running_or_notify_cancel():
+            return
+        try:
+            found = self._work(self._job_id, self._hear)
+        except KeyboardInterrupt:
+            future.set_exception(Stopped())
+            raise
+        except BaseException as error:
+            future.set_exception(error)
+        else:
+            future.set_result(found)
 
     def result(self, timeout: float | None = None) -> Any:
         """Return the result, waiting for it. Ctrl-C meanwhile cancels the job.
@@ -95,6 +112,8 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
         if self._process != os.getpid() and not future.done():
             raise JobError("the job runs in the process that this one was forked from, and has no result here")
         try:
+            if timeout is None:  # at once, where no thread has taken it yet: to wake one takes longer than a small circuit
+                self._carry_out(future)
             return future.result(timeout)
         except KeyboardInterrupt:
             self.cancel()
