@@ -46,15 +46,17 @@ def around(gate):
         qml.RX(0.4, wire)
 
 
-@pytest.mark.parametrize("gate", GATES.values(), ids=GATES)
-def test_every_gate_has_its_derivative(gate):
+@pytest.mark.parametrize("name", GATES)
+def test_every_gate_has_its_derivative(name):
     def circuit(x):
-        around(lambda: gate(x))
+        around(lambda: GATES[name](x))
         return qml.expval(qml.Z(0) @ qml.Y(2) + 0.5 * qml.X(1)), qml.expval(qml.Z(3))
 
     x = pnp.array(0.7, requires_grad=True)
     found = qml.jacobian(lambda x: pnp.stack(qml.QNode(circuit, VelacamplixQubit(wires=4), diff_method="adjoint")(x)))(x)
-    wanted = qml.jacobian(lambda x: pnp.stack(qml.QNode(circuit, qml.device("default.qubit"), diff_method="backprop")(x)))(x)
+    # PennyLane 0.43 does not get back through this gate.
+    method = "parameter-shift" if name == "PhaseShift" else "backprop"
+    wanted = qml.jacobian(lambda x: pnp.stack(qml.QNode(circuit, qml.device("default.qubit"), diff_method=method)(x)))(x)
     np.testing.assert_allclose(found, wanted, atol=1e-10)
 
 
