@@ -431,8 +431,9 @@ def test_a_density_matrix_may_be_the_beginning():
         return qml.state()
 
     ours = qml.QNode(circuit, VelacamplixMixed(wires=3))(rho, [2, 0])
-    # PennyLane 0.43 needs it of all wires.
-    theirs = qml.QNode(circuit, qml.device("default.mixed", wires=3))(np.kron(np.diag([1, 0]), rho), [1, 2, 0])
+    # PennyLane 0.43 needs it of all wires, and the versions differ in what another order of them means.
+    whole = np.einsum("abcd,ef->beadfc", rho.reshape(2, 2, 2, 2), np.diag([1, 0])).reshape(8, 8)
+    theirs = qml.QNode(circuit, qml.device("default.mixed", wires=3))(whole, [0, 1, 2])
     np.testing.assert_allclose(ours, theirs, atol=1e-12)
 
 
