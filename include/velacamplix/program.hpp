@@ -134,6 +134,12 @@ public:
     // whether all gates were applied; the state is of no worth otherwise.
     bool run_to_end(PybindAmplixStateVectorCPU<T>& state, const progress_hook& hook);
 
+    // The same on basis state `basis_state`, in place of what the array holds: bit for bit what a reset, an X on every
+    // qubit whose bit is 1 there, and run_to_end give, without the sweeps that write and read that state first. Throws
+    // std::invalid_argument for a number that is no index of the state.
+    bool run_from_basis_state(PybindAmplixStateVectorCPU<T>& state, unsigned long basis_state,
+                              const progress_hook& hook = {});
+
     // The expectation values of observables in the state that the program makes, and their derivatives by the angles of
     // the gates `gates` (0 = first; RX, RY, RZ, PH, U, RXX, RYY, RZZ, with any controls), by the adjoint method: one
     // run forward, and one back on which the state psi and lambda = H psi of every observable are taken through all

@@ -18,6 +18,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -48,6 +49,26 @@ public:
         return std::forward<Work>(work)(there());
     }
 
+    // Makes the state basis state k as soon as somebody looks. A run that comes first begins there by itself, and
+    // spares the sweep that writes it.
+    void begin(unsigned long basis_state) {
+        const Unlocked unlocked;
+        const std::lock_guard<Turn> turn(turn_);
+        if (basis_state >= there_as_it_is().size) throw std::invalid_argument("the state has no such basis state");
+        start_ = basis_state;
+    }
+
+    // work(state, k): k is the basis state that the amplitudes stand for if nobody has written them. It returns whether
+    // it has written all of them; if not, they stand for k again.
+    template <class Work>
+    bool with_start(Work&& work) {
+        const Unlocked unlocked;
+        const std::lock_guard<Turn> turn(turn_);
+        const bool is_done = std::forward<Work>(work)(there_as_it_is(), start_);
+        if (is_done) start_.reset();
+        return is_done;
+    }
+
     // The same with another object's turn, or this object's own: work(state, other's state). Turns are taken in the
     // order of their addresses, so that no two calls wait for each other.
     template <class Other, class Work>
@@ -63,8 +84,7 @@ public:
     // The state for as long as the lock is held: for work on several at a time, without the interpreter lock.
     std::pair<State*, std::unique_lock<Turn>> hold() {
         std::unique_lock<Turn> turn(turn_);
-        if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
-        return {&state_, std::move(turn)};
+        return {&there(), std::move(turn)};
     }
 
     // False when a view forbids it. Releasing twice is allowed.
@@ -73,6 +93,7 @@ public:
         const std::lock_guard<Turn> turn(turn_);
         if (views_ != 0) return false;
         state_.release_memory();
+        start_.reset();
         return true;
     }
 
@@ -95,6 +116,16 @@ private:
     friend class HeldState;
 
     State& there() {
+        State& state = there_as_it_is();
+        if (start_) {
+            state.reset();
+            std::swap(state.amplitudes[0], state.amplitudes[*start_]);
+            start_.reset();
+        }
+        return state;
+    }
+
+    State& there_as_it_is() {
         // Another thread may have released the array since Python looked.
         if (state_.amplitudes == nullptr) throw std::runtime_error("this state vector has been released");
         return state_;
@@ -110,6 +141,7 @@ private:
     };
 
     State state_;
+    std::optional<unsigned long> start_;
     Turn turn_;
     std::atomic<std::size_t> views_{0};
 };

@@ -179,11 +179,14 @@ py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, 
             return watch.goes_on(done, total);
         };
     }
-    const unsigned long applied = held.with_state([&](auto& state) {
-        if (!to_end) return program.list.run(state, hook);
-        return program.list.run_to_end(state, hook) ? program.list.size() : told;
+    if (!to_end) {
+        const unsigned long applied = held.with_state([&](auto& state) { return program.list.run(state, hook); });
+        return py::make_tuple(applied, watch.error());
+    }
+    const bool is_done = held.with_start([&](auto& state, const auto& start) {
+        return start ? program.list.run_from_basis_state(state, *start, hook) : program.list.run_to_end(state, hook);
     });
-    return py::make_tuple(applied, watch.error());
+    return py::make_tuple(is_done ? program.list.size() : told, watch.error());
 }
 
 // Values of the observables in the state that the program makes of `initial` (None: |0...0>), their derivatives by the

@@ -163,6 +163,7 @@ void bind_one_statevector(py::module_& module, const char* name) {
                 held.with_state([&](auto& state) { state.set_num_threads(threads); });
             },
             py::arg("threads"))
+        .def("begin", &HeldState<T>::begin, py::arg("basis_state"))
         .def("reset", [](HeldState<T>& held) { held.with_state([](auto& state) { state.reset(); }); })
         .def(
             "reset_to_str",

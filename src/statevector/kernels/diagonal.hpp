@@ -35,14 +35,16 @@ public:
     // `base`: the state's index bits of the buffer's first amplitude.
     void run(thrust::complex<T>* buffer, unsigned long base) const;
 
+    unsigned long outside() const { return outside_; }  // targets that the buffer does not hold
+
 private:
     // `first` is the position that the targets outside give.
     using loop = void (*)(const kernel_call<T>& call, unsigned long first, thrust::complex<T>* buffer);
 
     kernel_call<T> call_;
     loop loop_;
-    unsigned long outside_;  // targets that the buffer does not hold
-    unsigned long places_;   // the bits of a position that they give
+    unsigned long outside_;
+    unsigned long places_;  // the bits of a position that they give
 };
 
 }  // namespace velacamplix::kernels

@@ -44,6 +44,13 @@ void diagonal_run<T>::add_outside(unsigned long bit, thrust::complex<T> d0, thru
 }
 
 template <class T>
+unsigned long diagonal_run<T>::outside() const {
+    unsigned long bits = 0;
+    for (const entry& e : entries_) bits |= e.outside;
+    return bits;
+}
+
+template <class T>
 void diagonal_run<T>::run(thrust::complex<T>* array, unsigned long base) const {
     const unsigned long pairs = (1ul << nbqbits_) / amplitudes_per_pair;
     const entry* const begin = entries_.data();

@@ -25,6 +25,8 @@ public:
 
     void run(thrust::complex<T>* array, unsigned long base) const;
 
+    unsigned long outside() const;  // all bits of targets outside
+
     // Four pairs of packs are worked on at a time.
     static constexpr unsigned pairs_at_once = 4;
     static constexpr unsigned amplitudes_per_pair = 2 * lanes<wide_pack<T>>;

@@ -2,6 +2,7 @@
 
 #include "statevector/index/bits.hpp"
 #include "statevector/packs/pack.hpp"
+#include "statevector/storage/basis_state.hpp"
 #include "statevector/storage/parallel.hpp"
 
 #include <velacamplix/statevector.hpp>
@@ -59,10 +60,7 @@ void PybindAmplixStateVectorCPU<T>::reset(std::optional<unsigned long> state) {
     thrust::complex<T>* const to = amplitudes.get();
     const unsigned long bytes = size * sizeof(thrust::complex<T>);
     if (!state.has_value()) {
-        storage::parallel_shares(size, bytes, num_threads, [=](unsigned long begin, unsigned long end) {
-            std::fill(to + begin, to + end, thrust::complex<T>(0, 0));
-        });
-        to[0] = thrust::complex<T>(1, 0);
+        storage::write_basis_state(to, size, 0, num_threads);
         return;
     }
     const auto* const from = reinterpret_cast<const thrust::complex<T>*>(*state);

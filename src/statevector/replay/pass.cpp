@@ -130,6 +130,47 @@ void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqb
     }
 }
 
+template <class T>
+basis_state_chunks<T>::basis_state_chunks(const chunked<T>& work, unsigned nbqbits, unsigned long basis_state,
+                                          thrust::complex<T>* buffer)
+    : work_(work),
+      outer_(index::low_bits(nbqbits) & ~work.local),
+      choosing_(0),
+      basis_state_(basis_state),
+      buffer_(buffer) {
+    for (const step<T>& s : work.steps) choosing_ |= s.choosing_bits();
+    choosing_ &= outer_;
+}
+
+template <class T>
+void basis_state_chunks<T>::write(thrust::complex<T>* state, unsigned long begin, unsigned long end) {
+    const unsigned long free = outer_ & ~choosing_;
+    const unsigned free_bits = index::count_bits(free);
+    for (unsigned long c = begin; c < end; ++c) {
+        const unsigned long base = index::deposit(c, free) | index::deposit(c >> free_bits, choosing_);
+        work_on(base);
+        copy_out(work_.chunks, buffer_, state + base);
+    }
+}
+
+// Leaves the chunk's amplitudes in the buffer.
+template <class T>
+void basis_state_chunks<T>::work_on(unsigned long base) {
+    const bool has_the_one = base == (basis_state_ & outer_);
+    const unsigned long choice = base & choosing_;
+    if (!has_the_one && zeros_ == choice) return;
+    std::fill_n(buffer_, work_.chunk_size(), thrust::complex<T>(0, 0));
+    if (has_the_one) buffer_[index::extract(basis_state_, work_.local)] = thrust::complex<T>(1, 0);
+    for (const step<T>& s : work_.steps) {
+        if (s.acts_on(base)) s.run(buffer_, base);
+    }
+    if (has_the_one) {
+        zeros_.reset();
+    } else {
+        zeros_ = choice;
+    }
+}
+
 #define VELACAMPLIX_INSTANTIATE(T)                                                                                  \
     template pass_work<T> make_work(const std::vector<const operation<T>*>&, unsigned long, unsigned);              \
     template void renew(pass<T>&, std::span<const operation<T>>, unsigned);                                         \
@@ -138,7 +179,8 @@ void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqb
     template std::vector<pass<T>> make_fused_passes(std::span<const operation<T>>, unsigned, const planning_hook&); \
     template void run_steps(const in_place<T>&, thrust::complex<T>*);                                               \
     template void run_chunks(const chunked<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long,        \
-                             thrust::complex<T>*, unsigned long);
+                             thrust::complex<T>*, unsigned long);                                                   \
+    template class basis_state_chunks<T>;
 VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::replay

@@ -6,6 +6,7 @@
 #include "statevector/replay/step.hpp"
 
 #include <functional>
+#include <optional>
 #include <span>
 #include <variant>
 #include <vector>
@@ -83,5 +84,28 @@ void run_steps(const in_place<T>& work, thrust::complex<T>* state);
 template <class T>
 void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqbits, unsigned long begin,
                 unsigned long end, thrust::complex<T>* buffer, unsigned long origin = 0);
+
+// Writes the chunks of a state that was a basis state, which nobody has written, as the steps leave them. All chunks
+// but one are zeros. Of these the steps make the same as long as the bits of the base by which they choose are the
+// same: one stands for all. No sign of a zero is different from that of a chunk worked on by itself.
+template <class T>
+class basis_state_chunks {
+public:
+    // `buffer` holds one chunk.
+    basis_state_chunks(const chunked<T>& work, unsigned nbqbits, unsigned long basis_state, thrust::complex<T>* buffer);
+
+    // The chunks begin ... end - 1, in an order in which those that are the same follow each other. Each is written
+    // once if all of them are asked for once.
+    void write(thrust::complex<T>* state, unsigned long begin, unsigned long end);
+
+private:
+    void work_on(unsigned long base);
+
+    const chunked<T>& work_;
+    unsigned long outer_, choosing_;  // index bits outside a chunk; those of them by which steps choose
+    unsigned long basis_state_;
+    thrust::complex<T>* buffer_;
+    std::optional<unsigned long> zeros_;  // the choosing bits of the zeros whose outcome the buffer holds
+};
 
 }  // namespace velacamplix::replay

@@ -199,6 +199,20 @@ bool program<T>::run_to_end(PybindAmplixStateVectorCPU<T>& state, const progress
     return schedule->run_to_end(content.gates_of(0, size()), state.amplitudes.get(), hook);
 }
 
+template <class T>
+bool program<T>::run_from_basis_state(PybindAmplixStateVectorCPU<T>& state, unsigned long basis_state,
+                                      const progress_hook& hook) {
+    implementation& content = content_of(self);
+    if (state.amplitudes == nullptr) refuse("The state has no amplitudes: it was released, or a resize was refused");
+    if (basis_state >= state.size) {
+        refuse("The state has " + counted(state.nqubits, "qubit") + ", and no basis state " +
+               std::to_string(basis_state));
+    }
+    auto* const schedule = content.schedule_for(0, size(), state.nqubits, state.num_threads, hook);
+    if (schedule == nullptr) return false;
+    return schedule->run_to_end(content.gates_of(0, size()), state.amplitudes.get(), hook, basis_state);
+}
+
 template class program<float>;
 template class program<double>;
 

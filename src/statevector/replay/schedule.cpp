@@ -2,6 +2,7 @@
 
 #include "statevector/index/bits.hpp"
 #include "statevector/storage/aligned_array.hpp"
+#include "statevector/storage/basis_state.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -39,7 +40,11 @@ void in_pieces(unsigned long begin, unsigned long end, unsigned long piece, cons
 }  // namespace
 
 template <class T>
-void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state, const std::function<bool()>& goes_on) {
+void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state, const std::function<bool()>& goes_on,
+                           std::optional<unsigned long> basis_state) {
+    if (basis_state && !std::holds_alternative<chunked<T>>(next.work)) {
+        storage::write_basis_state(state, 1ul << nbqbits, *basis_state, team);
+    }
     if (const auto* const whole = std::get_if<whole_array<T>>(&next.work)) {
         const auto& call = whole->call;
         if (call.run == nullptr) return;
@@ -54,8 +59,15 @@ void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state, const
         const chunked<T>& work = std::get<chunked<T>>(next.work);
         const unsigned long piece = std::max(1ul, steps_between_questions / std::max(1ul, work.steps.size()));
         const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
+            thrust::complex<T>* const buffer = buffers.get() + work.chunk_size() * lease;
+            if (basis_state) {
+                basis_state_chunks<T> chunks(work, nbqbits, *basis_state, buffer);
+                in_pieces(begin, end, piece, goes_on,
+                          [&](unsigned long first, unsigned long last) { chunks.write(state, first, last); });
+                return;
+            }
             in_pieces(begin, end, piece, goes_on, [&](unsigned long first, unsigned long last) {
-                run_chunks(work, state, nbqbits, first, last, buffers.get() + work.chunk_size() * lease);
+                run_chunks(work, state, nbqbits, first, last, buffer);
             });
         };
         storage::parallel_leases(work.chunk_count(nbqbits), sizeof(thrust::complex<T>) << nbqbits, team, body);
@@ -106,7 +118,7 @@ void schedule<T>::make_ready(std::span<const gates::operation<T>> operations) {
 
 template <class T>
 bool schedule<T>::run_to_end(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
-                             const run_hook& hook) {
+                             const run_hook& hook, std::optional<unsigned long> basis_state) {
     make_ready(operations);
     const auto caller = std::this_thread::get_id();
     std::atomic<bool> stopped = false;
@@ -124,10 +136,12 @@ bool schedule<T>::run_to_end(std::span<const gates::operation<T>> operations, th
             return !stopped;
         };
     }
+    if (basis_state && all_passes.empty()) storage::write_basis_state(state, 1ul << nbqbits, *basis_state, team);
     for (const pass<T>& next : all_passes) {
-        run_pass(next, state, goes_on);
+        run_pass(next, state, goes_on, basis_state);
         if (stopped) return false;
         done = next.done;
+        basis_state.reset();
     }
     return !hook || hook(gate_count, gate_count);
 }

@@ -7,6 +7,7 @@
 #include <velacamplix/storage.hpp>
 
 #include <functional>
+#include <optional>
 #include <span>
 
 namespace velacamplix::replay {
@@ -32,7 +33,9 @@ public:
 
     // Applies all gates. The hook is also asked inside of passes, by the calling thread; false ends the run at once.
     // The state is then of no worth, and false is returned.
-    bool run_to_end(std::span<const gates::operation<T>> operations, thrust::complex<T>* state, const run_hook& hook);
+    // With a basis state the gates act on that one, whatever the array holds.
+    bool run_to_end(std::span<const gates::operation<T>> operations, thrust::complex<T>* state, const run_hook& hook,
+                    std::optional<unsigned long> basis_state = {});
 
     // Tells a schedule without fusion that the numbers of a gate have changed.
     void outdate(unsigned long gate);
@@ -45,7 +48,9 @@ public:
 
 private:
     // Between pieces of a pass `goes_on` is asked, by all threads, unless it is empty; false ends the pass unfinished.
-    void run_pass(const pass<T>& next, thrust::complex<T>* state, const std::function<bool()>& goes_on);
+    // With a basis state it is the first of all, and need not be written before.
+    void run_pass(const pass<T>& next, thrust::complex<T>* state, const std::function<bool()>& goes_on,
+                  std::optional<unsigned long> basis_state = {});
     void make_ready(std::span<const gates::operation<T>> operations);
     unsigned long buffers_size() const;
     unsigned long complete_prefix(std::span<const gates::operation<T>> operations, std::size_t passes_run,

@@ -53,6 +53,33 @@ void run_work(const kernels::diagonal_window<T>& window, thrust::complex<T>* buf
 }
 
 template <class T>
+unsigned long bits_outside(const kernels::kernel_call<T>&) {
+    return 0;
+}
+
+template <class T>
+unsigned long bits_outside(const call_by_parity<T>& choice) {
+    return choice.bits;
+}
+
+template <class T>
+unsigned long bits_outside(const outside_factors<T>& factors) {
+    unsigned long bits = 0;
+    for (const auto& f : factors.pairs) bits |= f.bit;
+    return bits;
+}
+
+template <class T>
+unsigned long bits_outside(const kernels::diagonal_run<T>& run) {
+    return run.outside();
+}
+
+template <class T>
+unsigned long bits_outside(const kernels::diagonal_window<T>& window) {
+    return window.outside();
+}
+
+template <class T>
 kernels::kernel_call<T> scaling_call(unsigned long nbqbits, kernels::condition where, thrust::complex<T> factor) {
     return kernels::phase_call<kernels::GatePhase, T>(nbqbits, where, factor);
 }
@@ -158,6 +185,11 @@ step<T> run_step(const operation<T>* const* from, unsigned long count, const loc
 template <class T>
 void step<T>::run(thrust::complex<T>* buffer, unsigned long base) const {
     std::visit([=](const auto& of_this_kind) { run_work(of_this_kind, buffer, base); }, work);
+}
+
+template <class T>
+unsigned long step<T>::choosing_bits() const {
+    return required | std::visit([](const auto& of_this_kind) { return bits_outside(of_this_kind); }, work);
 }
 
 template <class T>

@@ -51,6 +51,8 @@ struct step {
 
     bool acts_on(unsigned long base) const { return (base & required) == required; }
     void run(thrust::complex<T>* buffer, unsigned long base) const;
+    // The bits of the base that decide whether it acts, and how.
+    unsigned long choosing_bits() const;
 };
 
 // The steps of gates that act one after another in buffers which hold all their mixing targets.

@@ -83,7 +83,7 @@ def run_exact(circuit: Circuit, request: Request, lost: observing.Lost) -> Exact
         n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
         if shots is not None:
             memory.require_bytes((8 * shot_rows.words_for(n_bits) + 16) * shots, f"shots={shots} of {n_bits} bits")
-        rho = DensityMatrix._another(len(active), precision, request.threads)
+        rho = DensityMatrix._another(len(active), precision, request.threads, is_run_next=True)
         start.fill(rho, active)
         with metered(request.progress, sum(map(len, found.programs)), "gates") as meter:
             saver = MixedSaver(segments, circuit.n_qubits, precision, lost)

@@ -73,7 +73,11 @@ class Start:
         """Set a state of the active qubits, which is in basis state 0 so far."""
         begin = self._amplitudes
         if self._product is not None:
-            state.set_basis_state("".join(self._product[qubit] for qubit in active))
+            product = "".join(self._product[qubit] for qubit in active)
+            if product.strip("01"):
+                state.set_basis_state(product)
+            else:
+                state._live().begin(int(product[::-1] or "0", 2))
         elif isinstance(begin, StateVector) and begin._precision == state._precision:
             extension.copy_amplitudes(begin._live(), state._live().view(), False)
         elif isinstance(begin, StateVector):

@@ -69,7 +69,7 @@ def carried_out(
     n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
     if shots is not None:
         memory.require_bytes(8 * shot_rows.words_for(n_bits) * shots, f"shots={shots} of {n_bits} bits")
-    state = StateVector._another(len(segments.active), request.precision, request.threads)
+    state = StateVector._another(len(segments.active), request.precision, request.threads, is_run_next=True)
     request.start.prepare(state, segments.active)
     plan = found.planned(state.threads)
     clock.note("compile")

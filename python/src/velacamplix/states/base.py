@@ -33,7 +33,9 @@ class StateBase(GateBase, Guiding):
     ) -> None:
         self._start(_size(n), checks.precision(precision), limits.thread_count(threads), checks.seed(seed))
 
-    def _start(self, n: int, precision: Precision, threads: int, seed: int | None = None) -> None:
+    def _start(
+        self, n: int, precision: Precision, threads: int, seed: int | None = None, is_run_next: bool = False
+    ) -> None:
         memory.require_state(n, precision)
         core_type, amplitude_type = _CORE_TYPES[precision]
         try:
@@ -45,16 +47,23 @@ class StateBase(GateBase, Guiding):
         core.set_num_threads(threads)
         if seed is not None:
             extension.set_seed(core, seed)
-        core.reset()
+        if is_run_next:
+            core.begin(0)
+        else:
+            core.reset()
         # An object that is set up again stays what it was until all has gone well.
         self._n_qubits, self._precision, self._threads, self._amplitude_type = n, precision, threads, amplitude_type
         self._core: Any = core
 
     @classmethod
-    def _another(cls, n: int, precision: Precision, threads: int) -> Self:
-        """Return a new state, also of a class whose constructor takes other arguments."""
+    def _another(cls, n: int, precision: Precision, threads: int, is_run_next: bool = False) -> Self:
+        """Return a new state, also of a class whose constructor takes other arguments.
+
+        One that is run next has amplitudes from then on: until somebody looks it takes no memory, so whoever keeps it
+        waiting is not seen by those who ask for memory meanwhile.
+        """
         made = cls.__new__(cls)
-        made._start(n, precision, threads)
+        made._start(n, precision, threads, None, is_run_next)
         return made
 
     # What the object is

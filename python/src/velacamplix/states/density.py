@@ -24,9 +24,11 @@ class DensityBase(StateBase):
 
     _kind = "DensityMatrix"
 
-    def _start(self, n: int, precision: Precision, threads: int, seed: int | None = None) -> None:
+    def _start(
+        self, n: int, precision: Precision, threads: int, seed: int | None = None, is_run_next: bool = False
+    ) -> None:
         memory.require_density(n, precision)
-        super()._start(2 * n, precision, threads, seed)
+        super()._start(2 * n, precision, threads, seed, is_run_next)
         self._n_qubits = n
 
     @property
