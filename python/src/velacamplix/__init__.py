@@ -44,6 +44,7 @@ from .states.apply import UnsupportedInstruction
 from .states.densitymatrix import DensityMatrix
 from .states.parts import Schmidt
 from .states.statevector import StateVector
+from .storage.storage import Storage, StoragePlan
 
 # The rooms, lowest first: a file imports from its own room and from those before it, never from one behind. In one line,
 # rooms that do not know each other.
@@ -59,6 +60,7 @@ _ROOMS = (
     ("noise",),
     ("programs",),
     ("states",),
+    ("storage",),
     ("running",),
     ("gradients",),
     ("plots",),
@@ -97,6 +99,8 @@ __all__ = [
     "Saved",
     "Schmidt",
     "StateVector",
+    "Storage",
+    "StoragePlan",
     "Store",
     "Switch",
     "Term",

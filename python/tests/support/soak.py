@@ -69,6 +69,8 @@ def makers(i):
         "Save": lambda: velacamplix.Save("probabilities", f"p{i}"),
         "Saved": lambda: run(Circuit(2).h(0).save_probabilities("p")).saved,
         "StateVector": lambda: StateVector(N_QUBITS, seed=i),
+        "Storage": lambda: velacamplix.Storage(f"nowhere{i}"),
+        "StoragePlan": lambda: velacamplix.Storage(f"nowhere{i}", 3).plan(Circuit(3).h(0)),
         "Store": lambda: velacamplix.Store((True, velacamplix.Condition((0,), i % 2))),
         "Switch": lambda: velacamplix.Switch((0,), (((1,), BODY),)),
         "Term": lambda: velacamplix.Term(0.5, "Z", (i,)),
@@ -181,8 +183,12 @@ OTHERS = {
 OTHERS |= {f"DensityMatrix.{word}" for kind in (GateMethods, ManyQubitMethods) for word in dir(kind) if not word.startswith("_")}
 
 
-def more(i):
+def more(i, folder):
     """Calls with what the ones above leave out."""
+    stored = os.path.join(folder, "stored")
+    run(Circuit(4).h(0).rx(0.1 * i, 3), storage=stored, shots=3, observables="Z0").distribution([0])
+    os.unlink(stored)
+    os.unlink(stored + ".journal")
     turn = 0.1 + 0.001 * i
     bound = TEMPLATE.bind([turn, 1.0])
     run(bound, schedule=f"canonical:{i % 58}", shots=3, seed=i)
@@ -237,7 +243,7 @@ def main():
             made, known = makers(i), arguments(i, path)
             for name, member in members.items():
                 call(name, member, made, known)
-            more(i)
+            more(i, folder)
             if (i + 1) % ROUNDS == 0:
                 after = measured()
                 if before is not None:

@@ -5,7 +5,7 @@ from __future__ import annotations
 from collections.abc import Callable, Hashable, Iterable, Iterator, Sequence
 from contextlib import contextmanager
 from itertools import chain
-from typing import Any
+from typing import Any, NoReturn
 from weakref import WeakKeyDictionary
 
 from ..basics import checks
@@ -19,7 +19,9 @@ from ..machine import memory
 from ..results.plan import Pass, Plan
 from .background import in_background
 from .compile import compiled, described
-from .segments import Block, Part, Saving, Segments, Stretch, gates_of, segmented
+from .segments import (
+    Block, Choice, Jump, Measurement, Part, Saving, Segments, Stretch, Turn, gates_of, segmented,
+)  # fmt: skip
 
 # Gates whose angles can be replaced within a program.
 _ANGLED = frozenset({"RX", "RY", "RZ", "PH", "RXX", "RYY", "RZZ", "U"})
@@ -226,6 +228,51 @@ def for_run(
         return segments
 
     return Prepared(circuit, fitting, None, precision, fusion, rank_bits)
+
+
+# States of more do not fit into any file, and the core numbers qubits in masks of 64 bits.
+_MOST_IN_PARTS = 50
+
+
+def for_parts(circuit: Circuit, precision: Precision, rank_bits: int | None = None) -> Prepared:
+    """Prepare a circuit for a state of its active qubits in parts: one program of all gates, then measurements.
+
+    `rank_bits` is as for `Prepared`.
+
+    Raises
+    ------
+    ValueError
+        If something but measurements that nothing depends on stands beside its gates, if it has noise, or if the state
+        would have more than 50 qubits.
+    """
+
+    def fitting(parts: Sequence[Part]) -> Segments:
+        def refuse(what: str) -> NoReturn:
+            raise ValueError(
+                f"circuit must have gates and measurements at its end alone for a state in parts, got {what}"
+            )
+
+        for instruction in leaves(circuit.instructions):
+            if instruction.is_noise:
+                refuse(f"noise: {described(instruction, circuit)}")
+        segments = segmented(parts, ())
+        if len(segments.active) > _MOST_IN_PARTS:
+            refuse(f"{len(segments.active)} active qubits, more than {_MOST_IN_PARTS}")
+        whole, rest = Stretch([], None), list[Measurement]()
+        for step in segments.steps:
+            if isinstance(step, (Jump, Turn, Choice)):
+                refuse("a decision or a loop")
+            if isinstance(step, Stretch) and step.condition is None:
+                whole.gates.extend(step.gates)
+            elif isinstance(step, Measurement) and step.condition is None and not step.now:
+                rest.append(step)
+            elif isinstance(step, Stretch):
+                refuse(f"a condition: {described(step.gates[0], circuit)}")
+            else:
+                refuse(described(step.source, circuit))
+        return Segments([whole, *rest], segments.active, segments.written_bits)
+
+    return Prepared(circuit, fitting, None, precision, False, rank_bits)
 
 
 def require_distinct_names(segments: Segments, circuit: Circuit) -> None:

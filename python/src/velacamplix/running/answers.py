@@ -56,13 +56,13 @@ class Answers(Final):
         >>> round(one.overlap(one).real, 6), one.overlap(other)
         (1.0, 0j)
         """
-        state, n = self.compact_state, self.n_qubits
+        state, n = self._final(), self.n_qubits
         if isinstance(other, Answers):
             if other.n_qubits != n:
                 raise ValueError(f"other must have {n} qubit(s), as this result, got a Result of {other.n_qubits}")
             if checks.order(order) == "big":
                 raise ValueError('order must be left away beside a Result, which has its own order, got "big"')
-            ket: StateBase = other.compact_state
+            ket: StateBase = other._final()
             active = other.active_qubits
         else:
             ket = other_state(other, n, order, state.threads)
@@ -128,7 +128,7 @@ class Answers(Final):
         >>> run(Circuit(100).h(98)).reduced([98, 3]).real.round(6).diagonal().tolist()
         [0.5, 0.5, 0.0, 0.0]
         """
-        state, listed = self.compact_state, self._checked(qubits)
+        state, listed = self._final(), self._checked(qubits)
         highest = highest_first(listed, order)
         active = self._active(highest)
         if len(active) == len(listed):
@@ -163,7 +163,7 @@ class Answers(Final):
         >>> round(run(Circuit(100).h(2).cx(2, 98)).purity([0, 2]), 6)
         0.5
         """
-        state = self.compact_state
+        state = self._final()
         return state.purity(None if qubits is None else self._active(self._checked(qubits)), progress)
 
     def entropy(self, qubits: Qubits, progress: ProgressLike = None) -> float:
@@ -187,7 +187,7 @@ class Answers(Final):
         >>> round(run(Circuit(100).h(2).cx(2, 98)).entropy([0, 2]), 6)
         1.0
         """
-        state = self.compact_state
+        state = self._final()
         return state.entropy(self._active(self._checked(qubits)), progress)
 
     def bloch_vector(self, qubit: int, progress: ProgressLike = None) -> np.ndarray:
@@ -211,7 +211,7 @@ class Answers(Final):
         >>> run(Circuit(100).x(98)).bloch_vector(98).tolist()
         [0.0, 0.0, -1.0]
         """
-        state, number = self.compact_state, checks.qubit(qubit, self.n_qubits)
+        state, number = self._final(), checks.qubit(qubit, self.n_qubits)
         if number in self.active_qubits:
             return state.bloch_vector(self.active_qubits.index(number), progress)
         return np.array([0.0, 0.0, state.probability(0, ())])
@@ -242,7 +242,7 @@ class Answers(Final):
         >>> run(Circuit(100).h(2).cx(2, 98)).schmidt([0, 2]).round(6).tolist()
         [0.707107, 0.707107]
         """
-        coefficients: Any = self.compact_state.schmidt(self._active(self._checked(qubits)), progress=progress)
+        coefficients: Any = self._final().schmidt(self._active(self._checked(qubits)), progress=progress)
         return np.asarray(coefficients)
 
     def _checked(self, qubits: Qubits) -> tuple[int, ...]:

@@ -26,7 +26,8 @@ class Final:
         Raises
         ------
         RuntimeError
-            If there is none, because outcomes in the middle of the circuit differ from shot to shot, or of noise.
+            If there is none, because outcomes in the middle of the circuit differ from shot to shot, or of noise; if it
+            lies in a file.
 
         Examples
         --------
@@ -35,6 +36,17 @@ class Final:
         >>> result.active_qubits, result.compact_state.array.round(6).tolist()
         ((20,), [(0.707107+0j), (0.707107+0j)])
         """
+        state = self._final()
+        if state._is_stored:
+            raise RuntimeError(
+                "the state lies in a file, where gates of its own must not change it: result.probability, distribution, "
+                "amplitude, expectation and the other methods answer from there, and result.statevector() copies it into "
+                "memory"
+            )
+        return state
+
+    def _final(self) -> StateVector:
+        """Return the same, to read: also one that lies in a file."""
         state = self._state
         if state is None and self.plan.method != "statevector":
             raise RuntimeError(

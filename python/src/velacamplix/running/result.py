@@ -22,6 +22,7 @@ from ..results.plan import Plan, Timings
 from ..states.base import Qubits, highest_first
 from ..states.outcomes import best_of, most_probable
 from ..states.statevector import StateVector
+from ..storage.storage import StoragePlan
 from ..views import html
 from . import observing
 from .answers import Answers
@@ -62,6 +63,8 @@ class Result(Answers, Stored, Guiding):
         What `Circuit.save_state`, `save_probabilities` and `save_expectation` kept, by name.
     timings : Timings
     plan : Plan
+    storage : StoragePlan or None
+        What a run in a file took; None of a run in memory, and of a result from a file.
 
     Examples
     --------
@@ -77,6 +80,8 @@ class Result(Answers, Stored, Guiding):
     ((0, 2), 3, 2)
     """
 
+    #: What a run in a file took, None of one in memory.
+    storage: StoragePlan | None = None
     _whole: StateVector | None = None
 
     def __init__(
@@ -138,7 +143,7 @@ class Result(Answers, Stored, Guiding):
             active = self.active_qubits
             listed = ", ".join(map(str, active[: html.ROWS])) + (", …" if len(active) > html.ROWS else "")
             order = [] if len(active) == self.n_qubits else [f"qubits {listed}"]
-            parts.append(self.compact_state._html(*order))
+            parts.append(self._final()._html(*order))
         return html.titled(title, "".join(parts))
 
     def __getstate__(self) -> dict[str, Any]:
@@ -265,7 +270,7 @@ class Result(Answers, Stored, Guiding):
             sources, known = list(range(self.n_qubits)), ["0"] * self.n_qubits
         read = [qubit for qubit in dict.fromkeys(sources) if qubit in places]
         column = {qubit: i for i, qubit in enumerate(read)}
-        likely = most_probable(self.compact_state, most, [places[qubit] for qubit in read if qubit is not None])
+        likely = most_probable(self._final(), most, [places[qubit] for qubit in read if qubit is not None])
         return [
             ("".join(text[column[q]] if q in column else bit for q, bit in zip(sources, known)), share)
             for text, share in likely
@@ -474,7 +479,7 @@ class Result(Answers, Stored, Guiding):
         >>> run(Circuit(100).x(98)).expectation("2*Z98 + Z0")
         -1.0
         """
-        state, observed = self.compact_state, observing.checked(observable, self.n_qubits, "observable")
+        state, observed = self._final(), observing.checked(observable, self.n_qubits, "observable")
         observed.warn(self.active_qubits, [self._measured], stacklevel=2)
         return observed.shaped(observing.values(state, observed.on(self.active_qubits, self._measured)))
 
@@ -504,7 +509,7 @@ class Result(Answers, Stored, Guiding):
         >>> run(Circuit(100).h(98)).variance(["2*Z98 + Z0", "X98"]).round(6).tolist()
         [4.0, 0.0]
         """
-        state, observed = self.compact_state, observing.checked(observable, self.n_qubits, "observable")
+        state, observed = self._final(), observing.checked(observable, self.n_qubits, "observable")
         observed.warn(self.active_qubits, [self._measured], stacklevel=2)
         return observing.variances(state, observed, self.active_qubits, self._measured)
 
@@ -533,7 +538,7 @@ class Result(Answers, Stored, Guiding):
         >>> run(Circuit(100).x(1).x(98)).probability("011", qubits=[0, 98, 1])
         1.0
         """
-        state, listed = self.compact_state, self._highest_first(qubits, order)
+        state, listed = self._final(), self._highest_first(qubits, order)
         number = checks.outcome(outcome, len(listed))
         bits = dict(zip(listed, bit_string(number, len(listed))))
         place = {qubit: place for place, qubit in enumerate(self.active_qubits)}
@@ -572,7 +577,7 @@ class Result(Answers, Stored, Guiding):
         >>> run(Circuit(100).h(98)).distribution([0, 98]).round(6).tolist()
         [0.5, 0.5, 0.0, 0.0]
         """
-        state, listed = self.compact_state, self._highest_first(qubits, order)
+        state, listed = self._final(), self._highest_first(qubits, order)
         place = {qubit: place for place, qubit in enumerate(self.active_qubits)}
         active = [place[qubit] for qubit in listed if qubit in place]
         if len(active) == len(listed):
@@ -611,7 +616,7 @@ class Result(Answers, Stored, Guiding):
         >>> int(run(Circuit(4).x(2)).statevector().argmax())
         4
         """
-        state, is_big = self.compact_state, checks.order(order) == "big"
+        state, is_big = self._final(), checks.order(order) == "big"
         if len(self.active_qubits) == self.n_qubits:
             return state.statevector(order=order)
         dtype = state._live().view().dtype
@@ -653,7 +658,7 @@ class Result(Answers, Stored, Guiding):
         number = checks.outcome(outcome, self.n_qubits)
         last = self.n_qubits - 1 if checks.order(order) == "big" else 0
         bits = {qubit: number >> abs(last - qubit) & 1 for qubit in range(self.n_qubits)}
-        state = self.compact_state
+        state = self._final()
         index = sum(bits.pop(qubit) << place for place, qubit in enumerate(self.active_qubits))
         return 0j if any(bits.values()) else complex(state.array[index])
 

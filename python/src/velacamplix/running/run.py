@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import secrets
 import sys
 from collections.abc import Mapping, Sequence
@@ -20,6 +21,8 @@ from ..programs.progress import ProgressLike
 from ..programs.progress import checked as checked_progress
 from ..programs.schedule import require_schedule
 from ..states.densitymatrix import DensityMatrix
+from ..storage.storage import Storage
+from ..storage.storage import checked as checked_storage
 from . import observing
 from .batch import require_results, run_many
 from .batch_result import BatchResult
@@ -32,6 +35,7 @@ from .single import Request
 
 __all__ = ["run"]
 
+StorageLike = None | str | os.PathLike[str] | Storage
 ObservablesLike = None | ObservableLike | Sequence[ObservableLike]
 
 
@@ -42,6 +46,7 @@ def run(
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
     noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
     schedule: str = "written",
+    storage: StorageLike = None,
 ) -> Result: ...  # fmt: skip
 
 
@@ -52,6 +57,7 @@ def run(
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
     noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
     schedule: str = "written",
+    storage: StorageLike = None,
 ) -> list[Result]: ...  # fmt: skip
 
 
@@ -62,6 +68,7 @@ def run(
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, *,
     values: Mapping[Any, Any], noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
     schedule: str = "written",
+    storage: StorageLike = None,
 ) -> BatchResult: ...  # fmt: skip
 
 
@@ -81,6 +88,7 @@ def run(
     method: MethodName = "auto",
     first_shot: int | None = None,
     schedule: str = "written",
+    storage: StorageLike = None,
 ) -> Result | list[Result] | BatchResult:
     """Run a circuit, with noise or without, a list of circuits, or a circuit with many sets of numbers for its parameters.
 
@@ -140,6 +148,12 @@ def run(
         that its bits are the same for every number of threads and ranks; they agree with the written order up to
         rounding. On one machine that gains little. Between two measurements in the middle gates are ordered by themselves.
         With noise or `fusion` it is refused.
+    storage : str, os.PathLike or Storage, optional
+        A file to keep the state in instead of memory, for states that are larger: the bits are the same. With
+        ``schedule="canonical:N"`` the file is read and written less often. One circuit
+        without noise, fusion, an initial state, saves, and without outcomes or conditions in its middle; all else is
+        refused. Parts of the state are read and written stage by stage, and ``progress`` counts them. See `Storage`,
+        which also goes on where a run was ended.
 
     Returns
     -------
@@ -156,6 +170,8 @@ def run(
         which one it is about.
     MemoryError
         If the states, the shots or what the circuit saves do not fit.
+    FileExistsError, OSError
+        If the file of `storage` is there already, or the disk has not the room.
     RuntimeError
         If a loop goes round more often than its ``max_iterations``.
     KeyboardInterrupt
@@ -249,6 +265,13 @@ def run(
     checked_progress(progress)
     lost = observing.Lost()
     result: Result | list[Result] | BatchResult
+    if storage is not None:
+        from .in_storage import require_plain, run_in_storage  # start-up time
+
+        require_plain(request, not is_one)
+        result = run_in_storage(circuits[0], request, checked_storage(storage), lost)
+        lost.warn(stacklevel=2)
+        return result
     if is_one:
         result = run_any(with_noise(circuits, name, noise, shots is not None)[0], request, lost)
         lost.warn(stacklevel=2)

@@ -4,8 +4,10 @@ from __future__ import annotations
 
 import secrets
 import time
+from collections.abc import Callable
 from contextlib import AbstractContextManager
-from typing import Any, NamedTuple
+from functools import partial
+from typing import Any, NamedTuple, TypeVar
 
 import numpy as np
 
@@ -14,11 +16,13 @@ from ..circuit.circuit import Circuit
 from ..core import extension
 from ..machine import memory
 from ..observables.observable import Observable
+from ..programs.background import in_background
 from ..programs.compile import described
 from ..programs.prepare import Prepared, for_run, prepared
 from ..programs.progress import ProgressLike, metered
+from ..programs.segments import Segments
 from ..results import shot_rows
-from ..results.plan import Timings
+from ..results.plan import Plan, Timings
 from ..states.statevector import StateVector
 from . import observing
 from .branches import Branching
@@ -26,6 +30,8 @@ from .initial import Start
 from .readout import Readout
 from .result import Result
 from .saved import Saver
+
+T = TypeVar("T")
 
 
 class Request(NamedTuple):
@@ -65,15 +71,33 @@ def carried_out(
     circuit: Circuit, found: Prepared, request: Request, clock: Clock, lost: observing.Lost
 ) -> Result:
     """Return the result of a prepared circuit; what there is to warn of comes into `lost`."""
-    segments, shots = found.segments, request.shots
-    n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
-    if shots is not None:
-        memory.require_bytes(8 * shot_rows.words_for(n_bits) * shots, f"shots={shots} of {n_bits} bits")
+    segments = found.segments
+    require_shots(circuit, segments, request.shots)
     state = StateVector._another(len(segments.active), request.precision, request.threads, is_run_next=True)
     request.start.prepare(state, segments.active)
     plan = found.planned(state.threads)
     clock.note("compile")
+    return answered(circuit, segments, state, plan, request, clock, lost)
 
+
+def require_shots(circuit: Circuit, segments: Segments, shots: int | None) -> None:
+    """Raise MemoryError if the shots do not fit."""
+    if shots is not None:
+        n_bits = _bits_of(circuit, segments)
+        memory.require_bytes(8 * shot_rows.words_for(n_bits) * shots, f"shots={shots} of {n_bits} bits")
+
+
+def _bits_of(circuit: Circuit, segments: Segments) -> int:
+    return circuit.n_clbits if segments.has_measurement else circuit.n_qubits
+
+
+def answered(
+    circuit: Circuit, segments: Segments, state: StateVector, plan: Plan, request: Request, clock: Clock, lost: observing.Lost
+) -> Result:
+    """Return the result of a circuit whose steps are still to be taken from a state; `lost` as for `carried_out`."""
+    shots, n_bits = request.shots, _bits_of(circuit, segments)
+    # A file is read for long, and nobody hears meanwhile.
+    heard = in_background if state._is_stored else _at_once
     seed = secrets.randbits(32) if request.seed is None else request.seed
 
     drawn = None if shots is None else np.empty((shots, shot_rows.words_for(n_bits)), dtype=np.uint64)
@@ -92,7 +116,7 @@ def carried_out(
                 own = int(branching.generator.integers(2**32)) if branching.has_split else seed
                 extension.set_seed(branch.state._live(), own)
                 readout = Readout(segments, branch.readings, branch.bits, n_bits)
-                readout.draw(branch.state, drawn[n_drawn : n_drawn + branch.shots])
+                heard(partial(readout.draw, branch.state, drawn[n_drawn : n_drawn + branch.shots]))
                 n_drawn += branch.shots
                 clock.note("sample")
             measured = frozenset(branch.measured)
@@ -100,7 +124,7 @@ def carried_out(
                 if measured not in reduced:
                     reduced[measured] = observed.on(segments.active, measured)
                 weight = branch.shots / shots if branch.shots and shots else 1.0
-                sums += weight * observing.values(branch.state, reduced[measured])
+                sums += weight * heard(partial(observing.values, branch.state, reduced[measured]))
                 clock.note("observables")
             state = branch.state
 
@@ -131,6 +155,10 @@ def carried_out(
         timings=clock.timings(),
         plan=plan,
     )
+
+
+def _at_once(work: Callable[[], T]) -> T:
+    return work()
 
 
 class Clock:

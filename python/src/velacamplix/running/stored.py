@@ -70,7 +70,7 @@ class Stored(Final):
         >>> again.counts == result.counts, again.expectation_values == result.expectation_values
         (True, True)
         """
-        arrays = _written({**vars(self), "_state": self.compact_state if self.has_state else None})
+        arrays = _written({**vars(self), "_state": self._final() if self.has_state else None})
         with metered(progress, sum(array.nbytes for array in arrays.values()), "bytes") as meter:
             npz.write(path, arrays, lambda size: (meter.advance(size), meter.tell()))
 

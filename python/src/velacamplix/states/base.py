@@ -27,6 +27,8 @@ class StateBase(GateBase, Guiding):
 
     # What messages call the object.
     _kind = "StateVector"
+    # Whether its amplitudes lie in a file, where nothing may write.
+    _is_stored = False
 
     def __init__(
         self, n: int, precision: Precision = "double", threads: int | None = None, seed: Seed | None = None
@@ -64,6 +66,15 @@ class StateBase(GateBase, Guiding):
         """
         made = cls.__new__(cls)
         made._start(n, precision, threads, None, is_run_next)
+        return made
+
+    @classmethod
+    def _stored(cls, core: Any, n: int, precision: Precision, threads: int) -> Self:
+        """Return a state of the core's, whose amplitudes lie in a file."""
+        made = cls.__new__(cls)
+        core.set_num_threads(threads)
+        made._n_qubits, made._precision, made._threads = n, precision, threads
+        made._core, made._amplitude_type, made._is_stored = core, _CORE_TYPES[precision][1], True
         return made
 
     # What the object is

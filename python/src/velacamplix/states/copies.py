@@ -14,7 +14,7 @@ from ..machine.pickling import Packed
 from .base import StateBase
 
 # What `_start` sets.
-_OWN = frozenset({"_n_qubits", "_precision", "_threads", "_amplitude_type", "_core"})
+_OWN = frozenset({"_n_qubits", "_precision", "_threads", "_amplitude_type", "_core", "_is_stored"})
 
 
 class Copies(StateBase):

@@ -1,0 +1,397 @@
+"""Runs in files: the bits and answers of runs in memory, whatever ends them on the way."""
+
+import errno
+import os
+import random
+import signal
+import subprocess
+import sys
+import time
+
+import numpy as np
+import pytest
+
+import velacamplix
+from velacamplix import Circuit, NoiseModel, Storage, StoragePlan, run
+from velacamplix.programs.prepare import for_parts
+from velacamplix.storage import files as _files
+from velacamplix.storage import walk as _walk
+from velacamplix.storage.layout import Layout
+from velacamplix.storage.storage import planned
+
+
+def random_circuit(n, gates, seed=1):
+    engine = random.Random(seed)
+    circuit = Circuit(n).h(range(n))
+    for _ in range(gates):
+        a, b, c = engine.sample(range(n), 3)
+        angle = engine.uniform(-3, 3)
+        engine.choice([
+            lambda: circuit.rx(angle, a, controls=[b]), lambda: circuit.ry(angle, a), lambda: circuit.rz(angle, a),
+            lambda: circuit.h(a), lambda: circuit.x(a), lambda: circuit.swap(a, b), lambda: circuit.cx(a, b),
+            lambda: circuit.ccx(a, b, c), lambda: circuit.cp(angle, a, b), lambda: circuit.rxx(angle, a, b),
+            lambda: circuit.t(a), lambda: circuit.iswap(a, b),
+        ])()  # fmt: skip
+    return circuit
+
+
+@pytest.fixture
+def path(tmp_path):
+    return str(tmp_path / "state")
+
+
+def stored(circuit, path, part_qubits=10, resume=False, **options):
+    return run(circuit, storage=Storage(path, part_qubits, resume), threads=1, **options)
+
+
+@pytest.mark.parametrize("precision", ["double", "single"])
+@pytest.mark.parametrize(("n", "part_qubits"), [(5, 5), (12, 12), (12, 10), (13, 12), (14, 11)])
+def test_bits_and_answers_are_those_of_a_run_in_memory(path, precision, n, part_qubits):
+    if precision == "single":
+        part_qubits = min(n, part_qubits + 1)
+    circuit = random_circuit(n, 200, seed=n)
+    circuit.measure_all()
+    options = {"shots": 500, "seed": 7, "precision": precision, "observables": ["Z0 X3", "Y1 Y2", "2*Z4 + X0"]}
+    with pytest.warns(UserWarning) as warned:
+        there = run(circuit, threads=1, **options)
+    with pytest.warns(UserWarning) as also_warned:
+        here = stored(circuit, path, part_qubits, **options)
+    assert [str(one.message) for one in warned] == [str(one.message) for one in also_warned if "O_DIRECT" not in str(one.message)]
+    assert here.statevector().tobytes() == there.statevector().tobytes()
+    assert here.counts == there.counts and (here.shots == there.shots).all()
+    assert here.expectation_values.tolist() == there.expectation_values.tolist()
+    assert here.distribution([3, 0, 2]).tolist() == there.distribution([3, 0, 2]).tolist()
+    assert here.probability("10", [4, 1]) == there.probability("10", [4, 1])
+    assert [here.amplitude(i) for i in (0, 5, 2**n - 1)] == [there.amplitude(i) for i in (0, 5, 2**n - 1)]
+    assert here.reduced([0, 4]).tolist() == there.reduced([0, 4]).tolist()
+    assert here.variance("Z0 Z4") == there.variance("Z0 Z4")
+    assert here.overlap(there) == there.overlap(there) and here.fidelity(here) == there.fidelity(there)
+    assert here.outcomes(5) == there.outcomes(5)
+    assert here.storage.parts == 2 ** (n - part_qubits) and os.path.getsize(path) == here.storage.file_bytes
+    assert there.storage is None
+
+
+def test_a_circuit_with_idle_qubits_and_one_without_gates(path):
+    circuit = Circuit(40).h(3).cx(3, 30)
+    here, there = run(circuit, storage=path), run(circuit)
+    assert here.statevector is not None and here.distribution([30, 3]).tolist() == there.distribution([30, 3]).tolist()
+    assert here.storage.n_qubits == 2 and here.storage.stages == 1
+    assert run(Circuit(3, 1).measure(1, 0), storage=path + "2", shots=3).counts == {"0": 3}
+
+
+def test_one_part_goes_to_blocks_that_nobody_needs():
+    stages = for_parts(random_circuit(12, 400, seed=3), "double")
+    plan, core, layout = planned(Storage("nowhere", 10), stages, "double")
+    assert plan.parts == 4 and plan.stages > 3
+    owner = {}
+    for number, job in enumerate(layout.jobs()):
+        for block in job.target.tolist():
+            assert owner.get(block) in (None, "free")
+        if job.stage:
+            assert all(owner[block] != "free" for block in job.source.tolist())
+        for block in job.source.tolist():
+            owner[block] = "free"
+        for block in job.target.tolist():
+            owner[block] = number
+    assert sorted(layout.final.tolist()) == sorted(block for block, one in owner.items() if one != "free")
+
+
+def test_what_a_run_takes_is_told_before(path):
+    circuit = random_circuit(13, 100)
+    told = Storage(path, 11).plan(circuit)
+    assert isinstance(told, StoragePlan) and not os.path.exists(path)
+    assert (told.parts, told.file_bytes, told.memory_bytes) == (4, 5 * 2**15, 3 * 2**15)
+    assert told.bytes_written == told.stages * 2**17 and told.bytes_read == told.bytes_written - 2**17
+    assert told.direct is None and "5 * " not in str(told) and "160.0 KiB" in str(told)
+    result = stored(circuit, path, 11)
+    assert result.storage == told._replace(direct=result.storage.direct)
+
+
+def test_a_canonical_order_takes_fewer_stages_and_has_the_bits_of_memory(path):
+    circuit = Circuit(12, 12).h(range(12))
+    for _ in range(3):
+        circuit.ry(0.3, range(12)).rz(0.2, range(12))
+        for q in range(11):
+            circuit.cx(q, q + 1)
+    circuit.measure(range(12), range(12))
+    options = {"schedule": "canonical:2", "shots": 100, "seed": 2}
+    here, there = stored(circuit, path, **options), run(circuit, threads=1, **options)
+    assert here.statevector().tobytes() == there.statevector().tobytes() and here.counts == there.counts
+    assert here.storage.stages < Storage(path, 10).plan(circuit).stages
+    assert here.storage._replace(direct=None) == Storage(path, 10).plan(circuit, schedule="canonical:2")
+    with pytest.raises(ValueError, match="schedule was 'canonical:2', is 'written'|circuit was"):
+        stored(circuit, path, resume=True)
+    between = Circuit(2, 1).h(0).measure(0, 0).h(1)
+    options = {"schedule": "canonical:1", "shots": 9, "seed": 1}
+    assert stored(between, path + "2", **options).counts == run(between, **options).counts
+
+
+def test_progress_counts_parts(path, capsys):
+    told = []
+    result = stored(random_circuit(12, 100), path, progress=told.append)
+    assert told[-1].done == told[-1].total == result.storage.parts * result.storage.stages
+    stored(random_circuit(12, 100), path + "2", progress=True)
+    assert f"{path}2: " in capsys.readouterr().err
+
+
+class Enough(Exception):
+    pass
+
+
+def test_a_run_that_ends_early_goes_on(path, monkeypatch):
+    circuit = random_circuit(12, 300, seed=5)
+    expected = run(circuit, threads=1).statevector().tobytes()
+    plan = Storage(path, 10).plan(circuit)
+    jobs = plan.parts * plan.stages
+    real, acted = _walk.Walk._act, []
+
+    def act(self, job, octets):
+        if len(acted) % 3 == 2:
+            acted.append(None)
+            raise Enough
+        acted.append((job.stage, job.rank))
+        real(self, job, octets)
+
+    monkeypatch.setattr(_walk.Walk, "_act", act)
+    ends = 0
+    while True:
+        try:
+            result = stored(circuit, path, resume=True)
+            break
+        except Enough as error:
+            ends += 1
+            assert f"of {jobs} parts are done" in error.__notes__[-1] and "resume=True" in error.__notes__[-1]
+    assert result.statevector().tobytes() == expected
+    assert 2 < ends and len(set(acted) - {None}) == jobs
+    # Once it is complete, nothing acts any more.
+    monkeypatch.setattr(_walk.Walk, "_act", lambda self, job, octets: pytest.fail("acted"))
+    assert stored(circuit, path, resume=True).statevector().tobytes() == expected
+
+
+KILLED = """
+import os, sys, time
+sys.path.insert(0, sys.argv[2])
+from test_storage import random_circuit, stored
+from velacamplix.storage import walk
+real = walk.Walk._write
+def write(self, job, octets):
+    real(self, job, octets)
+    print(self._files.done, flush=True)
+    time.sleep(0.02)
+walk.Walk._write = write
+stored(random_circuit(12, 300, seed=5), sys.argv[1], resume=True)
+"""
+
+
+def started(path):
+    return subprocess.Popen(
+        [sys.executable, "-c", KILLED, path, os.path.dirname(__file__)], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
+    )
+
+
+@pytest.mark.parametrize("how", [signal.SIGKILL, signal.SIGINT])
+def test_a_killed_process_loses_the_parts_that_were_in_memory(path, how):
+    done = 0
+    for _ in range(2):
+        with started(path) as process:
+            done = int(process.stdout.readline())
+            process.stdout.readline()
+            process.send_signal(how)
+            errors = process.stderr.read()
+        if how == signal.SIGINT:
+            assert process.returncode != 0 and "KeyboardInterrupt" in errors and "goes on from there" in errors
+        else:
+            assert process.returncode == -signal.SIGKILL
+        noted = open(path + ".journal", "rb").read().count(b"\n") - 1
+        assert noted >= done + 1
+    circuit = random_circuit(12, 300, seed=5)
+    assert stored(circuit, path, resume=True).statevector().tobytes() == run(circuit, threads=1).statevector().tobytes()
+
+
+def test_two_runs_do_not_share_a_file(path):
+    with started(path) as process:
+        process.stdout.readline()
+        with pytest.raises(BlockingIOError, match="another run"):
+            stored(random_circuit(12, 300, seed=5), path, resume=True)
+        process.kill()
+
+
+def test_ctrl_c_is_heard_at_once(path, monkeypatch):
+    def slowly(self, job, octets):
+        while not self._files.stop.wait(0.01):
+            pass
+        raise _files.Stopped
+
+    monkeypatch.setattr(_walk.Walk, "_write", slowly)
+    calls = []
+
+    def interrupt(*_):
+        calls.append(time.monotonic())
+        raise KeyboardInterrupt
+
+    before = signal.signal(signal.SIGALRM, interrupt)
+    signal.setitimer(signal.ITIMER_REAL, 0.3)
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            stored(random_circuit(12, 50), path)
+    finally:
+        signal.signal(signal.SIGALRM, before)
+    assert calls
+
+
+def test_a_full_disk_is_found_out_before(path, monkeypatch):
+    class Small:
+        f_bavail, f_frsize = 1, 4096
+
+    monkeypatch.setattr(os, "fstatvfs", lambda file: Small)
+    with pytest.raises(OSError, match="are free") as raised:
+        stored(random_circuit(12, 50), path)
+    assert raised.value.errno == errno.ENOSPC
+    assert not os.path.exists(path) and not os.path.exists(path + ".journal")
+
+
+def test_a_disk_that_fails_on_the_way_leaves_what_can_be_gone_on_with(path, monkeypatch):
+    circuit = random_circuit(12, 300, seed=5)
+    real, writes = os.pwritev, []
+
+    def pwritev(*arguments):
+        writes.append(arguments)
+        if len(writes) == 9:
+            raise OSError(errno.ENOSPC, "No space left on device")
+        return real(*arguments)
+
+    with monkeypatch.context() as patched:
+        patched.setattr(os, "pwritev", pwritev)
+        with pytest.raises(OSError, match="No space"):
+            stored(circuit, path)
+    assert stored(circuit, path, resume=True).statevector().tobytes() == run(circuit, threads=1).statevector().tobytes()
+
+
+@pytest.mark.parametrize("where", ["opening", "reading"])
+def test_file_systems_without_direct_access(path, monkeypatch, where):
+    direct, real_open, real_read = getattr(os, "O_DIRECT", 0), os.open, os.preadv
+    if not direct:
+        pytest.skip("this system has no direct access to files")
+
+    def refused(*_):
+        raise OSError(errno.EINVAL, "Invalid argument")
+
+    def opened(name, flags, *mode):
+        return refused() if flags & direct else real_open(name, flags, *mode)
+
+    if where == "opening":
+        monkeypatch.setattr(os, "open", opened)
+    else:
+        monkeypatch.setattr(_files.Files, "_try_direct", refused)
+    circuit = random_circuit(12, 100)
+    with pytest.warns(RuntimeWarning, match="refuses direct access"):
+        result = stored(circuit, path)
+    assert result.storage.direct is False and real_read is os.preadv
+    assert result.statevector().tobytes() == run(circuit, threads=1).statevector().tobytes()
+
+
+def test_what_is_not_done_in_a_file_is_refused_by_name(path):
+    circuit = Circuit(3, 1).h(0)
+    noise = NoiseModel().after("h", velacamplix.Channel.bit_flip(0.1))
+    for options, name in (
+        ({"fusion": True}, "fusion"),
+        ({"noise": noise}, "noise"),
+        ({"method": "exact"}, "noise"),
+        ({"initial": 1}, "initial"),
+        ({"initial": np.eye(8)[1], "initial_order": "little"}, "initial"),
+    ):
+        with pytest.raises(ValueError, match=f"^{name} must be .* in a run with storage"):
+            run(circuit, storage=path, **options)
+    with pytest.raises(ValueError, match="^circuit must be one"):
+        run([circuit], storage=path)
+    parameter = velacamplix.Parameter("a")
+    with pytest.raises(ValueError, match="^circuit must be one"):
+        run(Circuit(1).rx(parameter, 0), values={"a": [1.0]}, storage=path)
+    with pytest.raises(ValueError, match="parameter"):
+        run(Circuit(1).rx(parameter, 0), storage=path)
+    in_the_middle = Circuit(2, 1).h(0).measure(0, 0).h(0)
+    conditional = Circuit(2, 1).h(0).measure(0, 0)
+    with conditional.when([0], "1"):
+        conditional.x(1)
+    loop = Circuit(2, 1).h(0).measure(0, 0).while_((0, 1), Circuit(2, 1).h(0).measure(0, 0), max_iterations=5)
+    for refused, what in (
+        (in_the_middle, "measure"),
+        (conditional, "measure|condition"),
+        (loop, "measure|loop"),
+        (Circuit(2).h(0).reset(0), "reset"),
+        (Circuit(2).h(0).save_state("a"), "save"),
+        (Circuit(2).h(0).channel(velacamplix.Channel.bit_flip(0.1), 0), "noise"),
+        (Circuit(51).h(range(51)), "51 active qubits"),
+    ):
+        with pytest.raises(ValueError, match=f"circuit must have gates and measurements at its end alone.*({what})"):
+            run(refused, storage=path, shots=3)
+    for wrong in (3, b"x", True):
+        with pytest.raises(TypeError, match="storage must be a path"):
+            run(circuit, storage=wrong)
+    assert not os.path.exists(path)
+    for wrong, kind in (({"path": 3}, TypeError), ({"path": ""}, ValueError), ({"path": "a\0"}, ValueError),
+                        ({"path": "a", "part_qubits": 0}, ValueError), ({"path": "a", "part_qubits": "3"}, TypeError),
+                        ({"path": "a", "resume": 1}, TypeError)):  # fmt: skip
+        with pytest.raises(kind):
+            Storage(**wrong)
+    with pytest.raises(ValueError, match="part_qubits must be larger"):
+        stored(Circuit(12).h(range(12)), path, 4)
+    with pytest.raises(MemoryError, match="3 parts of 45 qubits"):
+        stored(Circuit(46).h(range(46)), path, 45)
+    assert not os.path.exists(path)
+
+
+def test_files_of_others_stay_as_they_are(tmp_path, path):
+    circuit = random_circuit(12, 50)
+    for name in (path, path + ".journal"):
+        with open(name, "w") as file:
+            file.write("mine")
+        with pytest.raises(FileExistsError, match="resume=True"):
+            stored(circuit, path)
+        with pytest.raises(ValueError, match="cannot be gone on with"):
+            stored(circuit, path, resume=True)
+        assert open(name).read() == "mine" and len(os.listdir(tmp_path)) == 1
+        os.unlink(name)
+    stored(circuit, path)
+    with pytest.raises(ValueError, match="circuit was"):
+        stored(random_circuit(12, 51), path, resume=True)
+    with pytest.raises(ValueError, match="part_qubits was 10, is 11"):
+        stored(circuit, path, 11, resume=True)
+    with open(path + ".journal", "ab") as file:
+        file.write(b"7\n")
+    with pytest.raises(ValueError, match="damaged"):
+        stored(circuit, path, resume=True)
+    os.truncate(path, 4096)
+    with pytest.raises(ValueError, match="damaged"):
+        stored(circuit, path, resume=True)
+    with pytest.raises(ValueError, match="storage must be a file"):
+        os.mkfifo(path + "3")
+        with open(path + ".journal", "rb") as file, open(path + "3.journal", "wb") as header:
+            header.write(file.readline())
+        stored(circuit, path + "3", resume=True)
+    with pytest.raises(FileNotFoundError):
+        stored(circuit, str(tmp_path / "no" / "state"))
+
+
+def test_the_state_in_a_file_is_not_handed_out(path):
+    circuit = random_circuit(12, 50)
+    result = stored(circuit, path)
+    for name in ("state", "compact_state"):
+        with pytest.raises(RuntimeError, match="lies in a file"):
+            getattr(result, name)
+    os.unlink(path)  # the result goes on
+    there = run(circuit, threads=1)
+    result.save(path)
+    for again in (velacamplix.Result.load(path), __import__("copy").deepcopy(result)):
+        assert again.state.x(0).n_qubits == 12
+    assert result.statevector().tobytes() == there.statevector().tobytes()
+    assert repr(result) and result._repr_html_() and result.to_dict()["outcomes"] == there.to_dict()["outcomes"]
+
+
+def test_layouts_end_where_the_plan_says():
+    found = for_parts(random_circuit(12, 100), "single")
+    plan, stages, layout = planned(Storage("nowhere", 11), found, "single")
+    list(layout.jobs())
+    again = Layout(stages, 1)
+    list(again.jobs())
+    assert layout.final.tolist() == again.final.tolist() and len(layout.final) == plan.parts * layout.blocks
