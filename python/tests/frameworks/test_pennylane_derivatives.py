@@ -122,7 +122,9 @@ def test_derivatives_have_pennylanes_shapes(n, trainable):
     same(ours.execute_and_compute_derivatives(made, ADJOINT), theirs.execute_and_compute_derivatives(mapped, ADJOINT))
     cotangents = 0.7 if n == 1 else (0.7, -0.2, 1.5)
     same(ours.compute_vjp(made, cotangents, ADJOINT), theirs.compute_vjp(mapped, cotangents, ADJOINT))
-    same(ours.execute_and_compute_vjp(made, cotangents, ADJOINT), theirs.execute_and_compute_vjp(mapped, cotangents, ADJOINT))
+    with qml.Tracker(ours) as tracked:
+        same(ours.execute_and_compute_vjp(made, cotangents, ADJOINT), theirs.execute_and_compute_vjp(mapped, cotangents, ADJOINT))
+    assert tracked.totals == {"execute_and_vjp_batches": 1, "executions": 1, "vjps": 1}
     tangents = tuple(0.3 + number for number in range(len(trainable)))
     same(ours.compute_jvp(made, tangents, ADJOINT), theirs.compute_jvp(mapped, tangents, ADJOINT))
     same(ours.execute_and_compute_jvp(made, tangents, ADJOINT), theirs.execute_and_compute_jvp(mapped, tangents, ADJOINT))

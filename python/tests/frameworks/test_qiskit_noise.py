@@ -73,6 +73,27 @@ def test_errors_of_all_kinds():
     assert np.abs(mine - ideal).max() > 0.05
 
 
+@pytest.mark.parametrize("touched", [0, 1])
+@pytest.mark.parametrize("places", [None, [0, 1]])
+def test_errors_that_touch_one_qubit_of_a_gate(touched, places):
+    """Aer's rows do not tell on how many qubits an error is."""
+    flip, nothing, circuit = QuantumCircuit(2), QuantumCircuit(2), QuantumCircuit(2)
+    flip.x(touched)
+    error = noise.QuantumError([(flip, 0.3), (nothing, 0.7)])
+    model = noise.NoiseModel()
+    if places is None:
+        model.add_all_qubit_quantum_error(error, "cx")
+    else:
+        model.add_quantum_error(error, "cx", places)
+    circuit.ry(0.4, 0)
+    circuit.cx(0, 1)
+    circuit.append(error, [1, 0])
+    theirs, mine = densities(circuit, model)
+    np.testing.assert_allclose(mine, theirs, **CLOSE)
+    applied = to_noise_model(model).apply(Circuit(2).cx(0, 1))
+    assert [step.qubits for step in applied if step.name == "channel"] == [(0, 1)]
+
+
 @pytest.mark.parametrize("seed", range(6))
 def test_random_channels_beside_random_circuits(seed):
     model = noise.NoiseModel()

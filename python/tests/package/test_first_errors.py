@@ -80,7 +80,7 @@ def test_the_message_shows_the_cure(act, error, cure):
 
 def test_circuits_of_qiskit_are_told_the_way_here():
     qiskit = pytest.importorskip("qiskit", reason="needs Qiskit: pip install velacamplix[test]")
-    with refused(TypeError, "Circuit.from_qasm(qiskit.qasm2.dumps(circuit)) makes one of it"):
+    with refused(TypeError, "Circuit.from_qiskit(circuit) makes one of it"):
         run(qiskit.QuantumCircuit(1))
 
 

@@ -50,7 +50,7 @@ class Adjoint:
         values, rows = self._found(self._request(circuit, places), observables)
         return _shaped(values), _nested(rows)
 
-    def vjp(self, circuit: Any, places: Mapping[Any, int], cotangents: Any) -> tuple[None, Any]:
+    def vjp(self, circuit: Any, places: Mapping[Any, int], cotangents: Any) -> Any:
         """Return the derivatives of the values' sum, each times its cotangent, an array for each parameter.
 
         Cotangents may be batched along a last axis; so is what is returned.
@@ -72,7 +72,7 @@ class Adjoint:
         else:
             _, rows = self._found(request, observables)
             products = np.tensordot(weights, rows, axes=(0, 0)).T
-        return None, tuple([np.asarray(product) for product in products])
+        return tuple([np.asarray(product) for product in products])
 
     def jvp(self, circuit: Any, places: Mapping[Any, int], tangents: Any) -> tuple[Any, Any]:
         """Return values, and how they change in a direction of the parameters."""

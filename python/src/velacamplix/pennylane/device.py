@@ -456,14 +456,15 @@ class VelacamplixQubit(VelacamplixDevice):
     def compute_vjp(self, circuits: Any, cotangents: Any, execution_config: Any = None) -> Any:
         """Return the derivatives of the sum of all values, each times its cotangent."""
         with self._lock:
-            return tuple([self._adjoint.vjp(one, self._placed(one), own)[1] for one, own in zip(circuits, cotangents)])
+            return self._products(circuits, cotangents)
+
+    def _products(self, circuits: Any, cotangents: Any) -> Any:
+        return tuple([self._adjoint.vjp(one, self._placed(one), own) for one, own in zip(circuits, cotangents)])
 
     def execute_and_compute_vjp(self, circuits: Any, cotangents: Any, execution_config: Any = None) -> Any:
         """Return values, and what `compute_vjp` returns."""
         with self._lock:
-            found = [self._adjoint.jacobian(one, self._placed(one)) for one in circuits]
-            products = self.compute_vjp(circuits, cotangents)
-        return tuple([values for values, _ in found]), products
+            return tuple([self._result(circuit) for circuit in circuits]), self._products(circuits, cotangents)
 
     def compute_jvp(self, circuits: Any, tangents: Any, execution_config: Any = None) -> Any:
         """Return how all values change in the direction of the tangents."""

@@ -28,12 +28,9 @@ def require_circuit(circuit: Any, name: str = "circuit") -> Circuit:
     if isinstance(circuit, Circuit):
         return circuit
     hint = "; Circuit.from_qasm reads a file or a text" if isinstance(circuit, str) else ""
-    if type(circuit).__module__.startswith("qiskit."):
-        hint = "; Circuit.from_qasm(qiskit.qasm2.dumps(circuit)) makes one of it"
-    elif type(circuit).__module__.startswith("cirq."):
-        hint = "; Circuit.from_cirq(circuit) makes one of it"
-    elif type(circuit).__module__.startswith("pennylane."):
-        hint = "; Circuit.from_pennylane(circuit) makes one of it"
+    package = type(circuit).__module__.partition(".")[0]
+    if package in ("qiskit", "cirq", "pennylane"):
+        hint = f"; Circuit.from_{package}(circuit) makes one of it"
     raise TypeError(f"{name} must be a Circuit, got {checks.show(circuit)}{hint}")
 
 

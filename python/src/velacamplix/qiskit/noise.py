@@ -112,16 +112,20 @@ class Errors:
         self.channels: dict[tuple[str, tuple[int, ...] | None], Channel] = {}
         self.flips: dict[int | None, tuple[float, float]] = {}
         self._passes = list(getattr(model, "_custom_noise_passes", ()))
+        defaults = getattr(model, "_default_quantum_errors", {})
         for row in model.to_dict()["errors"]:
             places = [None if place is None else tuple(map(int, place)) for place in row.get("gate_qubits", [None])]
             if row["type"] == "roerror":
                 for place in places:
                     self.flips[None if place is None else place[0]] = _misread(row["probabilities"], place)
                 continue
-            made = _channel(row)
+            made: dict[int, Channel] = {}
             for name in row["operations"]:
                 for place in places:
-                    self.channels[name, place] = made
+                    size = len(place) if place is not None else getattr(defaults.get(name), "num_qubits", 1)
+                    if size not in made:
+                        made[size] = _channel(row, size)
+                    self.channels[name, place] = made[size]
         self.names = frozenset([name for name, _ in self.channels])
 
     @cached_property
@@ -151,7 +155,7 @@ class Errors:
 def channel_of(operation: Any) -> Channel:
     """Return an instruction that is a channel: of Aer's errors, or of Qiskit's ``Kraus`` and ``SuperOp``."""
     if operation.name == "quantum_channel":
-        return _channel(operation._quantum_error.to_dict())
+        return _channel(operation._quantum_error.to_dict(), operation.num_qubits)
     matrices = [np.asarray(matrix) for matrix in operation.params]
     if operation.name == "superop":
         matrices = _plain_kraus(SuperOp(matrices[0]))
@@ -164,10 +168,10 @@ def _misread(rows: Any, place: tuple[int, ...] | None) -> tuple[float, float]:
     return float(rows[0][1]), float(rows[1][0])
 
 
-def _channel(row: Mapping[str, Any]) -> Channel:
-    """Return an error of Aer's: circuits, each with its probability."""
+def _channel(row: Mapping[str, Any], n_qubits: int) -> Channel:
+    """Return an error of Aer's on so many qubits, not all of which it need touch: circuits, each with its probability."""
     lists, shares = row["instructions"], [float(p) for p in row["probabilities"]]
-    n_qubits = 1 + max([qubit for steps in lists for step in steps for qubit in step["qubits"]], default=0)
+    n_qubits = max([n_qubits, *[qubit + 1 for steps in lists for step in steps for qubit in step["qubits"]]])
     if n_qubits > _MOST_QUBITS:
         raise NotConverted(f"errors must be on at most {_MOST_QUBITS} qubits, got one on {n_qubits}")
     total = math.fsum(shares)

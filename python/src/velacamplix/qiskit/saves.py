@@ -187,7 +187,6 @@ class Density:
             self._made[one.position] = DensityMatrix(before.n_qubits).run(before, progress=self._hear)
         return self._made[one.position]
 
-
     def is_pure(self, one: Asked) -> bool:
         """Whether no outcome comes before a save."""
         before = () if one.position is None else self._circuit.instructions[: one.position]

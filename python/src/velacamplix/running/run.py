@@ -191,8 +191,8 @@ def run(
     With noise all random numbers of a shot follow from the seed and its number alone, so that shots are the same for every
     number of threads and however they are split into runs. By trajectories (Dalibard, Castin and Mølmer, Phys. Rev. Lett.
     68, 580 (1992)) a channel is one of its operators in each shot. What happens is drawn first, equal shots are made once,
-    and shots without an event so far are one state, until outcomes in the middle of the circuit differ. Expectation values are means over the shots of the exact values in each; ``standard_errors`` tells
-    how far off they may be.
+    and shots without an event so far are one state, until outcomes in the middle of the circuit differ. Expectation values
+    are means over the shots of the exact values in each; ``standard_errors`` tells how far off they may be.
 
     Each of many runs gives what a run of its own with its seed gives, bit for bit, whatever the number of threads. Those of
     fewer than 18 active qubits go side by side, one on each thread; of 18 and more, one after another, each on all threads.
