@@ -379,6 +379,13 @@ def test_noise_is_the_same_both_ways(noise):
     np.testing.assert_allclose(back, wanted, rtol=0, atol=1e-12)
 
 
+def test_density_matrices_in_cirqs_order():
+    circuit = cirq.Circuit(cirq.H(A), cirq.CNOT(A, B) ** 0.3, cirq.amplitude_damp(0.2)(B))
+    wanted = cirq.final_density_matrix(circuit, dtype=np.complex128)
+    found = DensityMatrix(2).run(Circuit.from_cirq(circuit)).reduced(range(2), order="big")
+    np.testing.assert_allclose(found, wanted, rtol=0, atol=1e-12)
+
+
 # --- What is refused ---
 
 

@@ -422,6 +422,34 @@ def test_a_noise_model_acts_beside_gates():
     np.testing.assert_allclose(found, wanted.reduced([0, 1], order="big"), atol=1e-15)
 
 
+@pytest.mark.parametrize("wires", [None, [0, 1, 2], ["a", 0, "b", "c"]])
+@pytest.mark.parametrize("kind", [VelacamplixQubit, VelacamplixMixed])
+def test_wires_may_be_allocated(kind, wires):
+    def circuit(x):
+        qml.RY(x, 0)
+        for angle in (0.4, 0.7):
+            with qml.allocation.allocate(1) as more:
+                qml.Hadamard(more[0])
+                qml.CRX(angle, [more[0], 0])
+        return qml.probs([0]), qml.expval(qml.X(0))
+
+    ours, theirs = (qml.QNode(circuit, device)(0.3) for device in (kind(wires=wires), qml.device("default.qubit", wires=wires)))
+    np.testing.assert_allclose(np.hstack(ours), np.hstack(theirs), atol=1e-12)
+
+
+def test_derivatives_with_allocated_wires():
+    def circuit(x):
+        with qml.allocation.allocate(1) as more:
+            qml.RX(x, more[0])
+            qml.CNOT([more[0], 0])
+        return qml.expval(qml.Z(0))
+
+    x = qml.numpy.array(0.3, requires_grad=True)
+    assert qml.grad(qml.QNode(circuit, VelacamplixQubit(wires=2)))(x) == pytest.approx(-np.sin(0.3), abs=1e-12)
+    with pytest.raises(qml.exceptions.AllocationError, match="Not enough available wires"):
+        qml.QNode(circuit, VelacamplixQubit(wires=1))(x)
+
+
 def test_a_density_matrix_may_be_the_beginning():
     rho = np.array([[0.7, 0.1, 0, 0], [0.1, 0.1, 0, 0], [0, 0, 0.1, 0], [0, 0, 0, 0.1]])
 

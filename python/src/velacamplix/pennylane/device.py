@@ -14,6 +14,7 @@ from pennylane.devices import Device, ExecutionConfig
 from pennylane.devices.modifiers import simulator_tracking, single_tape_support
 from pennylane.devices.preprocess import (
     decompose,
+    device_resolve_dynamic_wires,
     no_sampling,
     validate_adjoint_trainable_params,
     validate_device_wires,
@@ -138,10 +139,12 @@ class VelacamplixDevice(_Base):  # type: ignore[misc]
             (validate_measurements, {"analytic_measurements": _is_exact, "sample_measurements": _is_sampled, "name": name}),
             (validate_observables, {"stopping_condition": takes, "name": name}),
         ]
-        if config.mcm_config.mcm_method == "deferred":
+        is_deferred = config.mcm_config.mcm_method == "deferred"
+        if is_deferred:
             steps.append((qml.defer_measurements, {"allow_postselect": False}))
         steps += [
             (decompose, {"stopping_condition": stop, "skip_initial_state_prep": True, "name": name}),
+            (device_resolve_dynamic_wires, {"wires": self.wires, "allow_resets": not is_deferred}),
             (validate_device_wires, {"wires": self.wires, "name": name}),
             (qml.transforms.broadcast_expand, {}),
         ]
