@@ -32,8 +32,8 @@ namespace py = pybind11;
 // with NumPy, so this class adds the two things that make both safe:
 //
 // - `with_state` runs work without the interpreter lock and in the object's own turn. Other Python threads go on, and
-//   two threads on one object take turns. A turn is only ever taken after the interpreter lock was let go, so the two
-//   cannot wait for each other.
+//   two threads on one object take turns. A turn is only ever waited for after the interpreter lock was let go, so the
+//   two cannot wait for each other.
 // - NumPy views keep the object alive and are counted; while one exists the array cannot be released.
 template <class T>
 class HeldState : public std::enable_shared_from_this<HeldState<T>> {
@@ -47,6 +47,18 @@ public:
         const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
         return std::forward<Work>(work)(there());
+    }
+
+    // The same of work that takes a microsecond on few amplitudes: there it keeps the interpreter lock, since giving it
+    // up and asking for it again would take as long. Where the turn is another's it waits without, as always.
+    template <class Work>
+    void with_state_at_once(Work&& work) {
+        constexpr unsigned long few = 1024;
+        if (turn_.try_lock()) {
+            const std::lock_guard<Turn> turn(turn_, std::adopt_lock);
+            if (state_.size <= few) return work(there());
+        }
+        with_state(std::forward<Work>(work));
     }
 
     // Makes the state basis state k as soon as somebody looks. A run that comes first begins there by itself, and

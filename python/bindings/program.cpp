@@ -131,9 +131,11 @@ void set_angles(HeldProgram<T>& program, const std::vector<unsigned long>& gates
                                     std::to_string(angles.size()));
     }
     auto next = angles.begin();
+    std::vector<double> params;  // one for all gates: their memory would cost more than their angles
     for (const unsigned long gate : gates) {
         const auto end = next + program.list.angle_count(gate);
-        program.list.set_params(gate, {next, end});
+        params.assign(next, end);
+        program.list.set_params(gate, params);
         next = end;
     }
 }

@@ -4,8 +4,10 @@
 #include <velacamplix/program.hpp>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace velacamplix::python {
@@ -15,49 +17,113 @@ namespace {
 using Qubits = std::vector<unsigned int>;
 using Controls = std::optional<Qubits>;
 
-template <class State>
-void require_gate(const State& state, unsigned int qubit, const Controls& controls) {
-    const unsigned long target = bits_within(state, {qubit});
-    if (controls) bits_within(state, *controls, target);
-}
+// The arguments of a gate. What was checked is not looked at again but for what memory it touches.
+struct Given {
+    std::string_view name;
+    std::array<unsigned int, 3> qubits{};
+    double angle = 0;
+    Controls controls{};
+};
 
-// Adapters from a member of the library's class to a function of the held state.
 template <class T>
-auto on_one_qubit(void (HeldState<T>::State::*gate)(unsigned int, Controls)) {
-    return [gate](HeldState<T>& held, unsigned int qubit, const Controls& controls) {
-        held.with_state([&](auto& state) {
-            require_gate(state, qubit, controls);
-            (state.*gate)(qubit, controls);
-        });
-    };
+using Act = void (*)(pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state, const Given& given);
+
+template <class T>
+struct Gate {
+    std::string_view name;
+    std::size_t qubits;
+    bool has_angle, takes_controls;
+    Act<T> act;
+};
+
+template <class T, auto member>
+void on_one_qubit(pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state, const Given& given) {
+    (state.*member)(given.qubits[0], given.controls);
 }
 
 // The members take an angle of the state's precision. Of any other a program of one gate knows what to make.
-template <class T>
-auto on_one_qubit_with_angle(const char* name, void (HeldState<T>::State::*gate)(unsigned int, T, Controls)) {
-    return [name, gate](HeldState<T>& held, unsigned int qubit, double angle, const Controls& controls) {
-        held.with_state([&](auto& state) {
-            require_gate(state, qubit, controls);
-            const T own = static_cast<T>(angle);
-            if (static_cast<double>(own) == angle) {
-                (state.*gate)(qubit, own, controls);
-            } else {
-                pbamplix::cpu::program<T> alone(state.nqubits);
-                alone.add_gate(name, {angle}, {qubit}, controls.value_or(Qubits{}));
-                alone.run(state);
-            }
-        });
-    };
+template <class T, auto member>
+void turn(pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state, const Given& given) {
+    const T own = static_cast<T>(given.angle);
+    if (static_cast<double>(own) == given.angle) {
+        (state.*member)(given.qubits[0], own, given.controls);
+    } else {
+        pbamplix::cpu::program<T> alone(state.nqubits);
+        alone.add_gate(std::string(given.name), {given.angle}, {given.qubits[0]}, given.controls.value_or(Qubits{}));
+        alone.run(state);
+    }
 }
 
+template <class T, auto member>
+void on_two_qubits(pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state, const Given& given) {
+    (state.*member)(given.qubits[0], given.qubits[1]);
+}
+
+template <class T, auto member>
+void on_three_qubits(pbamplix::cpu::PybindAmplixStateVectorCPU<T>& state, const Given& given) {
+    (state.*member)(given.qubits[0], given.qubits[1], given.qubits[2]);
+}
+
+// The gates that the state vector has members for, and how they are called.
+template <class T, class State = pbamplix::cpu::PybindAmplixStateVectorCPU<T>>
+constexpr std::array<Gate<T>, 18> gates{{
+    {"X", 1, false, true, on_one_qubit<T, &State::apply_X>},
+    {"Y", 1, false, true, on_one_qubit<T, &State::apply_Y>},
+    {"Z", 1, false, true, on_one_qubit<T, &State::apply_Z>},
+    {"H", 1, false, true, on_one_qubit<T, &State::apply_H>},
+    {"S", 1, false, true, on_one_qubit<T, &State::apply_S>},
+    {"T", 1, false, true, on_one_qubit<T, &State::apply_T>},
+    {"RX", 1, true, true, turn<T, &State::apply_RX>},
+    {"RY", 1, true, true, turn<T, &State::apply_RY>},
+    {"RZ", 1, true, true, turn<T, &State::apply_RZ>},
+    {"PH", 1, true, true, turn<T, &State::apply_PH>},
+    {"CNOT", 2, false, false, on_two_qubits<T, &State::apply_CNOT>},
+    {"CSIGN", 2, false, false, on_two_qubits<T, &State::apply_CSIGN>},
+    {"SWAP", 2, false, false, on_two_qubits<T, &State::apply_SWAP>},
+    {"ISWAP", 2, false, false, on_two_qubits<T, &State::apply_ISWAP>},
+    {"SQRTSWAP", 2, false, false, on_two_qubits<T, &State::apply_SQRTSWAP>},
+    {"CCNOT", 3, false, false, on_three_qubits<T, &State::apply_CCNOT>},
+    {"ZtoY", 1, false, true, on_one_qubit<T, &State::apply_ZtoY>},
+    {"YtoZ", 1, false, true, on_one_qubit<T, &State::apply_YtoZ>},
+}};
+
+unsigned int qubit_in(py::handle number) {
+    const unsigned long qubit = PyLong_AsUnsignedLong(number.ptr());
+    if (qubit == -1ul && PyErr_Occurred() != nullptr) throw py::error_already_set();
+    return static_cast<unsigned int>(std::min(qubit, 64ul));  // which no state has
+}
+
+// One gate. A loop of gates in Python is made of these calls, so they convert nothing but what there is.
 template <class T>
-auto on_two_qubits(void (HeldState<T>::State::*gate)(unsigned int, unsigned int)) {
-    return [gate](HeldState<T>& held, unsigned int first, unsigned int second) {
-        held.with_state([&](auto& state) {
-            bits_within(state, {first, second});
-            (state.*gate)(first, second);
-        });
-    };
+void apply(HeldState<T>& held, const py::str& name, const py::tuple& qubits, const py::tuple& params,
+           const py::tuple& controls) {
+    Py_ssize_t length = 0;
+    const char* const letters = PyUnicode_AsUTF8AndSize(name.ptr(), &length);
+    if (letters == nullptr) throw py::error_already_set();
+    const std::string_view word(letters, static_cast<std::size_t>(length));
+    const auto gate = std::find_if(gates<T>.begin(), gates<T>.end(), [=](const auto& row) { return row.name == word; });
+    if (gate == gates<T>.end()) throw std::invalid_argument("a state vector has no gate " + std::string(word));
+    if (qubits.size() != gate->qubits || params.size() != std::size_t{gate->has_angle} ||
+        (controls.size() != 0 && !gate->takes_controls)) {
+        throw std::invalid_argument("these are not the arguments of gate " + std::string(word));
+    }
+
+    Given given{gate->name};
+    for (std::size_t i = 0; i < gate->qubits; ++i) given.qubits[i] = qubit_in(qubits[i]);
+    if (gate->has_angle) {
+        given.angle = PyFloat_AsDouble(py::object(params[0]).ptr());
+        if (given.angle == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
+    }
+    if (controls.size() != 0) {
+        Qubits& listed = given.controls.emplace();
+        for (const py::handle control : controls) listed.push_back(qubit_in(control));
+    }
+    held.with_state_at_once([&](auto& state) {
+        unsigned long bits = 0;
+        for (std::size_t i = 0; i < gate->qubits; ++i) bits = bits_within(state, {given.qubits[i]}, bits);
+        if (given.controls) bits_within(state, *given.controls, bits);
+        gate->act(state, given);
+    });
 }
 
 // The source index has qubit q as bit q or, permuted, qubit 0 as its most significant bit. The source is not the state.
@@ -102,55 +168,9 @@ py::array_t<double> distribution(HeldState<T>& held, const Qubits& qubits) {
 }
 
 template <class T>
-void bind_gates(py::class_<HeldState<T>, std::shared_ptr<HeldState<T>>>& type) {
-    using State = typename HeldState<T>::State;
-
-    const auto one = [&](const char* name, auto gate) {
-        type.def(name, on_one_qubit<T>(gate), py::arg("qubit"), py::arg("controls") = py::none());
-    };
-    one("x", &State::apply_X);
-    one("y", &State::apply_Y);
-    one("z", &State::apply_Z);
-    one("h", &State::apply_H);
-    one("s", &State::apply_S);
-    one("t", &State::apply_T);
-    one("ztoy", &State::apply_ZtoY);
-    one("ytoz", &State::apply_YtoZ);
-
-    const auto rotation = [&](const char* name, const char* name_in_program, auto gate) {
-        type.def(name, on_one_qubit_with_angle<T>(name_in_program, gate), py::arg("qubit"), py::arg("angle"),
-                 py::arg("controls") = py::none());
-    };
-    rotation("rx", "RX", &State::apply_RX);
-    rotation("ry", "RY", &State::apply_RY);
-    rotation("rz", "RZ", &State::apply_RZ);
-    rotation("ph", "PH", &State::apply_PH);
-
-    const auto two = [&](const char* name, auto gate) {
-        type.def(name, on_two_qubits<T>(gate), py::arg("first"), py::arg("second"));
-    };
-    two("cnot", &State::apply_CNOT);  // control, target
-    two("csign", &State::apply_CSIGN);
-    two("swap", &State::apply_SWAP);
-    two("iswap", &State::apply_ISWAP);
-    two("sqrtswap", &State::apply_SQRTSWAP);
-
-    type.def(
-        "ccnot",
-        [](HeldState<T>& held, unsigned int control1, unsigned int control2, unsigned int target) {
-            held.with_state([&](auto& state) {
-                bits_within(state, {control1, control2, target});
-                state.apply_CCNOT(control1, control2, target);
-            });
-        },
-        py::arg("control1"), py::arg("control2"), py::arg("target"));
-}
-
-template <class T>
 void bind_one_statevector(py::module_& module, const char* name) {
-    py::class_<HeldState<T>, std::shared_ptr<HeldState<T>>> type(module, name);
-
-    type.def(py::init([](unsigned int nqubits) {
+    py::class_<HeldState<T>, std::shared_ptr<HeldState<T>>>(module, name)
+        .def(py::init([](unsigned int nqubits) {
                  const Unlocked unlocked;
                  return std::make_shared<HeldState<T>>(nqubits);
              }),
@@ -176,11 +196,10 @@ void bind_one_statevector(py::module_& module, const char* name) {
                 });
             },
             py::arg("product"))
+        .def("apply", &apply<T>, py::arg("name"), py::arg("qubits"), py::arg("params"), py::arg("controls"))
         .def("reset_from", &reset_from<T>, py::arg("amplitudes").noconvert(), py::arg("permuted") = true)
         .def("probability", &probability<T>, py::arg("outcome"), py::arg("qubits"))
         .def("distribution", &distribution<T>, py::arg("qubits"));
-
-    bind_gates<T>(type);
 }
 
 }  // namespace

@@ -26,6 +26,13 @@ public:
         }
         thread_ = std::this_thread::get_id();
     }
+    // Takes it if nobody has it.
+    bool try_lock() {
+        int nobody = 0;
+        if (!owner_.compare_exchange_strong(nobody, generation())) return false;
+        thread_ = std::this_thread::get_id();
+        return true;
+    }
     void unlock() {
         thread_ = std::thread::id();
         owner_ = 0;

@@ -1,6 +1,7 @@
 """Circuits that were bound from the same template share their programs, and nothing of that shows in the results."""
 
 import threading
+import weakref
 
 import numpy as np
 import pytest
@@ -144,13 +145,14 @@ def test_several_threads_run_circuits_of_one_template():
 
 
 def test_programs_go_with_their_template():
-    before = len(_prepare._kept)
     template = ansatz(3, 1)
     bound = template.bind(values_for(template, 1))
     StateVector(3).run(bound)
-    assert len(_prepare._kept) == before + 1
-    del template, bound
-    assert len(_prepare._kept) == before
+    (kept,) = map(weakref.ref, bound._template.prepared.values())
+    del template
+    assert kept() is not None
+    del bound
+    assert kept() is None
 
 
 def test_of_many_circumstances_the_last_few_are_kept(compilations):
@@ -158,7 +160,7 @@ def test_of_many_circumstances_the_last_few_are_kept(compilations):
     bound = template.bind(values_for(template, 1))
     for start in range(40):
         run(bound, initial=start)
-    assert len(_prepare._kept[bound._template]) == _prepare._MOST_KEPT and len(compilations) == 40
+    assert len(bound._template.prepared) == _prepare._MOST_KEPT and len(compilations) == 40
     for start in range(40 - _prepare._MOST_KEPT, 40):
         run(template.bind(values_for(template, start)), initial=start)
     assert len(compilations) == 40

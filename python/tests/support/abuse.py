@@ -578,14 +578,24 @@ def the_core_is_called_with_what_it_must_not_take():
         program = getattr(_core, f"Program{precision}")(4)
         program.add([Instruction("H", (3,))], [0, 1, 2, 3])
         odd = np.zeros(8 * np.dtype(kind).itemsize + 1, np.uint8)[1:].view(kind)
+
+        def gate(name, *qubits, by=(), on=(), core=core):
+            core.apply(name, qubits, tuple(by), tuple(on))
+
         tries = {
-            "x": lambda: core.x(3), "x 64": lambda: core.x(64), "x 70": lambda: core.x(2**32 - 1),
-            "x control": lambda: core.x(0, [3]), "x twice": lambda: core.x(0, [0]), "h twice": lambda: core.h(0, [1, 1]),
-            "rx": lambda: core.rx(3, 0.5), "ph control": lambda: core.ph(0, 0.5, [9]), "rz": lambda: core.rz(0, 0.1, [0]),
-            "cnot": lambda: core.cnot(0, 3), "cnot turned": lambda: core.cnot(3, 0), "cnot twice": lambda: core.cnot(1, 1),
-            "csign": lambda: core.csign(0, 77), "swap": lambda: core.swap(3, 0), "swap twice": lambda: core.swap(1, 1),
-            "iswap": lambda: core.iswap(0, 3), "sqrtswap": lambda: core.sqrtswap(3, 1),
-            "ccnot": lambda: core.ccnot(0, 1, 3), "ccnot twice": lambda: core.ccnot(0, 0, 1),
+            "x": lambda: gate("X", 3), "x 64": lambda: gate("X", 64), "x 70": lambda: gate("X", 2**32 - 1),
+            "x 2**32": lambda: gate("X", 2**32), "x negative": lambda: gate("X", -1), "x of a text": lambda: gate("X", "0"),
+            "x control": lambda: gate("X", 0, on=[3]), "x twice": lambda: gate("X", 0, on=[0]),
+            "h twice": lambda: gate("H", 0, on=[1, 1]), "rx": lambda: gate("RX", 3, by=[0.5]),
+            "rx without": lambda: gate("RX", 0), "rx of a text": lambda: gate("RX", 0, by=["0"]),
+            "ph control": lambda: gate("PH", 0, by=[0.5], on=[9]), "rz": lambda: gate("RZ", 0, by=[0.1], on=[0]),
+            "x on two": lambda: gate("X", 0, 1), "x by": lambda: gate("X", 0, by=[0.5]), "cnot on one": lambda: gate("CNOT", 0),
+            "cnot": lambda: gate("CNOT", 0, 3), "cnot turned": lambda: gate("CNOT", 3, 0),
+            "cnot twice": lambda: gate("CNOT", 1, 1), "cnot control": lambda: gate("CNOT", 0, 1, on=[2]),
+            "csign": lambda: gate("CSIGN", 0, 77), "swap": lambda: gate("SWAP", 3, 0), "swap twice": lambda: gate("SWAP", 1, 1),
+            "iswap": lambda: gate("ISWAP", 0, 3), "sqrtswap": lambda: gate("SQRTSWAP", 3, 1),
+            "ccnot": lambda: gate("CCNOT", 0, 1, 3), "ccnot twice": lambda: gate("CCNOT", 0, 0, 1),
+            "no gate": lambda: gate("", 0), "unknown gate": lambda: gate("x", 0), "no text": lambda: gate("\ud800", 0),
             "text": lambda: core.reset_to_str("0000"), "short text": lambda: core.reset_to_str("+"),
             "probability": lambda: core.probability(0, [3]), "probability 64": lambda: core.probability(1, [64]),
             "distribution": lambda: core.distribution([3]), "distribution twice": lambda: core.distribution([0] * 40),
@@ -617,7 +627,7 @@ def the_core_is_called_with_what_it_must_not_take():
         }  # fmt: skip
         before = core.view().tobytes()
         for name, action in tries.items():
-            told[f"{precision} {name}"] = refused(action, RuntimeError, ValueError, IndexError)
+            told[f"{precision} {name}"] = refused(action, RuntimeError, ValueError, IndexError, TypeError, OverflowError)
             assert core.view().tobytes() == before, name
     return told
 

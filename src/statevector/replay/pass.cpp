@@ -50,6 +50,7 @@ pass_work<T> make_work(const std::vector<const operation<T>*>& operations, unsig
 template <class T>
 void renew(pass<T>& outdated, std::span<const operation<T>> operations, unsigned nbqbits) {
     std::vector<const operation<T>*> taken;
+    taken.reserve(outdated.gates.size());
     for (const unsigned long gate : outdated.gates) taken.push_back(&operations[gate]);
     unsigned long local = 0;
     if (std::holds_alternative<in_place<T>>(outdated.work)) local = index::low_bits(nbqbits);

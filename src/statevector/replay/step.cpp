@@ -11,13 +11,13 @@ namespace velacamplix::replay {
 using gates::gate_kind;
 using gates::operation;
 
-locality::locality(unsigned long mask) {
+locality::locality(unsigned long mask) : held(mask) {
     for (; mask != 0; mask &= mask - 1) bits.push_back(static_cast<unsigned>(std::countr_zero(mask)));
 }
 
-unsigned long locality::mask() const { return index::mask_of(bits); }
-
-unsigned long locality::inside(unsigned long global) const { return index::extract(global, mask()); }
+unsigned long locality::inside(unsigned long global) const {
+    return is_lowest() ? global & held : index::extract(global, held);
+}
 
 unsigned locality::position_of(unsigned bit) const {
     return static_cast<unsigned>(std::lower_bound(bits.begin(), bits.end(), bit) - bits.begin());
@@ -116,6 +116,7 @@ step<T> window_step(const operation<T>& op, const locality& where) {
 // All targets are in the buffer.
 template <class T>
 step<T> inside_step(const operation<T>& op, const locality& where) {
+    if (where.is_lowest() && (op.controls & ~where.mask()) == 0) return {0, gates::prepare(op, where.bits.size())};
     operation<T> inner = op;
     inner.targets.clear();
     for (const unsigned int q : op.targets) inner.targets.push_back(where.position_of(q));
@@ -196,6 +197,7 @@ template <class T>
 std::vector<step<T>> steps_of(const std::vector<const operation<T>*>& operations, const locality& where) {
     const unsigned long count = operations.size();
     std::vector<step<T>> steps;
+    steps.reserve(count);
     for (unsigned long gate = 0; gate < count;) {
         unsigned long last = gate;
         if (where.bits.size() >= kernels::diagonal_run<T>::fewest_qubits) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "statevector/gates/operation.hpp"
+#include "statevector/index/bits.hpp"
 #include "statevector/kernels/diagonal.hpp"
 #include "statevector/kernels/diagonal_run.hpp"
 #include "statevector/kernels/kernel_call.hpp"
@@ -15,10 +16,15 @@ struct locality {
     std::vector<unsigned> bits;  // increasing
 
     explicit locality(unsigned long mask);
-    unsigned long mask() const;
+    unsigned long mask() const { return held; }
+    // Whether these are the lowest bits, as of a state that fits the buffer: positions are then the bits themselves.
+    bool is_lowest() const { return held == index::low_bits(bits.size()); }
     // The buffer's position mask of those index bits under `global` that it holds.
     unsigned long inside(unsigned long global) const;
     unsigned position_of(unsigned bit) const;
+
+private:
+    unsigned long held;
 };
 
 // A parity gate with targets outside the buffer: one call where an even number of their bits in the base are 1, the

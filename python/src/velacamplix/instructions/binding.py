@@ -31,9 +31,14 @@ class Template:
         In order of appearance.
     dependent : tuple of int
         Positions of the instructions with parameters.
+    prepared : dict
+        What running has made of circuits bound from it, kept for the next one.
     """
 
-    __slots__ = ("registers", "instructions", "parameters", "dependent", "_uses", "_function", "__weakref__")
+    __slots__ = (
+        "registers", "instructions", "parameters", "dependent", "prepared", "_uses", "_function", "_only_copies",
+        "__weakref__",
+    )  # fmt: skip
 
     def __init__(self, registers: tuple[Register, ...], instructions: tuple[Instruction, ...]) -> None:
         self.registers = registers
@@ -44,8 +49,10 @@ class Template:
             for position, step in enumerate(instructions)
             if (step.params or step.detail is not None) and open_params(step)
         )
+        self.prepared: dict[Any, Any] = {}
         self._uses = 0
         self._function: Function | None = None
+        self._only_copies = False
 
     def params(self, values: Sequence[float]) -> list[tuple[float, ...]]:
         """Return the parameters of each dependent instruction, in the order of `dependent`.
@@ -62,14 +69,16 @@ class Template:
         """
         self._uses += 1
         if self._uses == 2:  # for one time alone it does not pay
-            self._function = _function([open_params(self.instructions[at]) for at in self.dependent], self.parameters)
+            rows = [open_params(self.instructions[at]) for at in self.dependent]
+            self._function = _function(rows, self.parameters)
+            self._only_copies = all([type(item) is float or isinstance(item, Parameter) for row in rows for item in row])
         if self._function is not None:
             try:
                 found = self._function(values)
             except (ArithmeticError, ValueError):
                 pass  # the slow way tells what is wrong
             else:
-                total = sum(chain.from_iterable(found))
+                total = sum(values) if self._only_copies else sum(chain.from_iterable(found))
                 if total - total == 0.0:
                     return found
         named = dict(zip(self.parameters, values))

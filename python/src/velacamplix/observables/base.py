@@ -77,7 +77,10 @@ class ObservableBase(Guiding):
 
         An observable whose coefficients are real is Hermitian.
         """
-        return isinstance(self._constant, complex) or any(isinstance(term.coefficient, complex) for term in self._terms)
+        for term in self._terms:
+            if isinstance(term.coefficient, complex):
+                return True
+        return isinstance(self._constant, complex)
 
     def simplify(self) -> Self:
         """Return an equal observable in which every product stands once, and none with coefficient 0.

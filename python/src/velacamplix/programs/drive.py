@@ -3,8 +3,8 @@
 from __future__ import annotations
 
 import contextlib
-import threading
 from collections.abc import Callable
+from threading import get_ident, main_thread
 from typing import Any
 
 # Seconds between two looks at signals and two reports of progress.
@@ -16,7 +16,7 @@ Report = Callable[[int, int], Any] | None
 def heard(report: Report = None) -> tuple[Report, float, bool]:
     """Return what a call of the core takes in order to hear signals and tell ``report(done, total)`` meanwhile."""
     # Only Python's main thread runs signal handlers.
-    return report, INTERVAL, threading.get_ident() == threading.main_thread().ident
+    return report, INTERVAL, get_ident() == main_thread().ident
 
 
 def drive(core: Any, program: Any, report: Report = None, to_end: bool = False) -> None:

@@ -2,11 +2,10 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable, Hashable, Iterable, Iterator, Sequence
-from contextlib import contextmanager
+from collections.abc import Callable, Hashable, Iterable, Sequence
+from contextlib import AbstractContextManager
 from itertools import chain
 from typing import Any, NoReturn
-from weakref import WeakKeyDictionary
 
 from ..basics import checks
 from ..basics.types import Precision
@@ -33,7 +32,6 @@ _ANGLED = frozenset({"RX", "RY", "RZ", "PH", "RXX", "RYY", "RZZ", "U"})
 _MOST_KEPT = 8
 # Gates that take longer to order than one waits for Ctrl-C to be heard.
 _MANY = 2**15
-_kept: WeakKeyDictionary[Template, dict[Hashable, Prepared]] = WeakKeyDictionary()
 
 
 class HasNoise(ValueError):
@@ -86,6 +84,13 @@ class Prepared:
         self.plan: tuple[int, Plan] | None = None
         # Of gates in another order it is not known which is which.
         self._sites = None if template is None or rank_bits is not None else _sites(template, parts, stretches)
+        # Whether the parameters of the dependent instructions are the angles of one program, one after another.
+        self._is_direct = (
+            template is not None
+            and self._sites is not None
+            and [places for _, places in self._sites] == [list(range(len(template.dependent)))]
+            and all([_is_angled(template.instructions[position]) for position in template.dependent])
+        )
 
     def _places(self, circuit: Circuit) -> list[int]:
         places = [0] * circuit._n_qubits
@@ -114,10 +119,12 @@ class Prepared:
         """Return for each program the angles that a circuit of the same template gives it, gate after gate."""
         template = circuit._template
         assert template is not None
+        if self._is_direct:
+            return [list(chain.from_iterable(circuit._template_params))]
         angles: list[tuple[Any, ...]] = []  # of each gate
         for position, values in zip(template.dependent, circuit._template_params):
             step = template.instructions[position]
-            if step.name in _ANGLED and step.definition is None:
+            if _is_angled(step):
                 angles.append(values)
             else:
                 whole = gates_of(parts_of(with_params(step, values)))
@@ -140,6 +147,10 @@ class Prepared:
         plan = Plan(gates, tuple(passes), sweeps)
         self.plan = threads, plan
         return plan
+
+
+def _is_angled(step: Instruction) -> bool:
+    return step.name in _ANGLED and step.definition is None
 
 
 def parts_of(step: Instruction) -> Iterable[Part]:
@@ -178,29 +189,47 @@ def _sites(
     return sites
 
 
-@contextmanager
-def prepared(circuit: Circuit, key: Hashable, make: Callable[[], Prepared]) -> Iterator[Prepared]:
-    """Give what `make` makes, or what it made under this key for the same circuit or another of the same template."""
-    template = circuit._template
-    if template is not None:
-        kept = _kept.setdefault(template, {})
-    elif circuit._prepared is not None:
-        kept = circuit._prepared
-    else:
-        kept = circuit._prepared = {}
-    found = kept.pop(key, None)
-    try:
+def prepared(circuit: Circuit, key: Hashable, make: Callable[[], Prepared]) -> AbstractContextManager[Prepared]:
+    """Lend what `make` makes, or what it made under this key for the same circuit or another of the same template."""
+    return _Loan(circuit, key, make)
+
+
+class _Loan:
+    def __init__(self, circuit: Circuit, key: Hashable, make: Callable[[], Prepared]) -> None:
+        self._circuit, self._key, self._make = circuit, key, make
+
+    def __enter__(self) -> Prepared:
+        circuit = self._circuit
+        template = circuit._template
+        if template is not None:
+            kept = template.prepared
+        elif circuit._prepared is not None:
+            kept = circuit._prepared
+        else:
+            kept = circuit._prepared = {}
+        found: Prepared | None = kept.pop(self._key, None)
+        self._kept: dict[Hashable, Prepared] | None = kept
         if found is None:
-            found = make()
+            found = self._make()
+            if template is not None and not found.can_be_bound:
+                self._kept = None
         elif template is not None:
-            found.bind(circuit)
-        yield found
-    finally:
-        if found is not None and (template is None or found.can_be_bound):
-            kept[key] = found
-            if len(kept) > _MOST_KEPT:
-                for oldest in list(kept)[:-_MOST_KEPT]:
-                    kept.pop(oldest, None)
+            try:
+                found.bind(circuit)
+            except BaseException:
+                kept[self._key] = found
+                raise
+        self._found = found
+        return found
+
+    def __exit__(self, kind: Any, error: Any, traceback: Any) -> None:
+        kept = self._kept
+        if kept is None:
+            return
+        kept[self._key] = self._found
+        if len(kept) > _MOST_KEPT:
+            for oldest in list(kept)[:-_MOST_KEPT]:
+                kept.pop(oldest, None)
 
 
 def for_state(circuit: Circuit, n_qubits: int, precision: Precision, fusion: bool) -> Prepared:

@@ -63,6 +63,8 @@ class Lost(dict[str | None, set[int]]):
     def warn(self, stacklevel: int) -> None:
         """Warn of these terms; `stacklevel` as of the caller."""
         for name, qubits in self.items():
+            if not qubits:
+                continue
             listed = shortened(", ".join(map(str, sorted(qubits))))
             at_the_end = (
                 f"terms with X or Y count 0 on qubits that are measured at the end, here {listed}: expectation values "
@@ -73,8 +75,7 @@ class Lost(dict[str | None, set[int]]):
                 f"saved {checks.show(name)}: terms with X or Y count 0 on qubits that have been measured, here {listed}; "
                 "save before the measurement for the values there"
             )
-            if qubits:
-                warnings.warn(at_the_end if name is None else before, UserWarning, stacklevel=stacklevel + 1)
+            warnings.warn(at_the_end if name is None else before, UserWarning, stacklevel=stacklevel + 1)
 
 
 def checked(observables: Any, n_qubits: int, argument: str = "observables") -> Observed:

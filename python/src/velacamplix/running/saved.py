@@ -126,7 +126,7 @@ class Saver:
 
     def __init__(self, segments: Segments, n_qubits: int, precision: Precision, lost: observing.Lost) -> None:
         self._active, self._n_qubits = segments.active, n_qubits
-        self._places = {qubit: place for place, qubit in enumerate(segments.active)}
+        self._places = segments.place
         self._kept: dict[str, Kept] = {}
         self._observed: dict[str, observing.Observed] = {}
         self._lost = lost

@@ -10,16 +10,13 @@ import numpy as np
 from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..core import extension
-from ..instructions.gates import NATIVE
 from ..instructions.instruction import DETAILED, LEAVING, Instruction
 from ..programs.compile import require_circuit, require_fusion, too_large
 from ..programs.drive import drive
 from ..programs.prepare import Prepared, for_state, prepared
-from ..programs.progress import Meter, ProgressLike, checked
+from ..programs.progress import ProgressLike, checked, metered
 
 _MATRIX_TYPES = {"single": np.complex64, "double": np.complex128}
-# What the core calls a gate.
-_METHODS = {name: name.lower() for name in NATIVE}
 
 
 class UnsupportedInstruction(NotImplementedError):
@@ -63,30 +60,18 @@ def run(
 
     with prepared(circuit, ("state", n_qubits, precision, fused), make) as found:
         (program,) = found.programs
-        with Meter(progress, len(program)) as meter:
+        with metered(progress, len(program), "gates") as meter:
             drive(core, program, meter.within())
 
 
-def apply(
-    core: Any,
-    precision: Precision,
-    name: str,
-    qubits: Sequence[int],
-    params: Sequence[complex] = (),
-    controls: Sequence[int] = (),
+def apply_matrix(
+    core: Any, precision: Precision, qubits: Sequence[int], entries: Sequence[complex], controls: Sequence[int]
 ) -> None:
-    """Apply one gate that the library has, or "matrix", whose qubits have been checked."""
-    if name == "matrix":
-        reason = too_large(name, params, precision)
-        if reason is not None:
-            raise ValueError(reason)
-        matrix: np.ndarray = np.array(params, dtype=_MATRIX_TYPES[precision])
-        extension.apply_matrix(core, matrix, qubits, controls)
-    elif len(qubits) > 1:
-        getattr(core, _METHODS[name])(*qubits)
-    else:
-        # None rather than an empty list: without controls some gates have a shorter way.
-        getattr(core, _METHODS[name])(*qubits, *params, controls or None)
+    """Apply a matrix, given by its entries row by row, to qubits that have been checked."""
+    reason = too_large("matrix", entries, precision)
+    if reason is not None:
+        raise ValueError(reason)
+    extension.apply_matrix(core, np.array(entries, dtype=_MATRIX_TYPES[precision]), qubits, controls)
 
 
 def refuse_unsupported(instructions: Iterable[Instruction]) -> None:

@@ -213,7 +213,10 @@ class StateVector(
         core = self._core
         if core is None:
             core = self._live()
-        apply.apply(core, self._precision, name, qubits, params, controls)
+        if name == "matrix":
+            apply.apply_matrix(core, self._precision, qubits, params, controls)
+        else:
+            core.apply(name, qubits, params, controls)
         return self
 
     def _add_any(
