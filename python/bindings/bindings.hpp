@@ -21,5 +21,6 @@ void bind_program(pybind11::module_& module);
 void bind_batch(pybind11::module_& module);
 void bind_trajectories(pybind11::module_& module);
 void bind_stages(pybind11::module_& module);
+void bind_part_values(pybind11::module_& module);
 
 }  // namespace velacamplix::python

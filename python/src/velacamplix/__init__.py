@@ -61,6 +61,7 @@ _ROOMS = (
     ("states",),
     ("running",),
     ("gradients",),
+    ("distributed",),
     ("plots",),
     ("cli",),
     ("torch", "jax", "qiskit", "pennylane", "cirq"),

@@ -41,7 +41,7 @@ def run(
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
     noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
-    schedule: str = "written",
+    schedule: str = "written", comm: Any = None, distributed: bool = False,
 ) -> Result: ...  # fmt: skip
 
 
@@ -51,7 +51,7 @@ def run(
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
     noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
-    schedule: str = "written",
+    schedule: str = "written", comm: None = None, distributed: bool = False,
 ) -> list[Result]: ...  # fmt: skip
 
 
@@ -61,7 +61,7 @@ def run(
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, *,
     values: Mapping[Any, Any], noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
-    schedule: str = "written",
+    schedule: str = "written", comm: None = None, distributed: bool = False,
 ) -> BatchResult: ...  # fmt: skip
 
 
@@ -81,6 +81,8 @@ def run(
     method: MethodName = "auto",
     first_shot: int | None = None,
     schedule: str = "written",
+    comm: Any = None,
+    distributed: bool = False,
 ) -> Result | list[Result] | BatchResult:
     """Run a circuit, with noise or without, a list of circuits, or a circuit with many sets of numbers for its parameters.
 
@@ -140,6 +142,14 @@ def run(
         that its bits are the same for every number of threads and ranks; they agree with the written order up to
         rounding. On one machine that gains little. Between two measurements in the middle gates are ordered by themselves.
         With noise or `fusion` it is refused.
+    comm : mpi4py.MPI.Intracomm, optional
+        Runs one circuit on all ranks of this communicator, a power of two, each with a part of the state. To be called on
+        all of them with the same arguments; `progress` is rank 0's. Gives a
+        `velacamplix.distributed.DistributedResult` with the same shots and expectation values on all ranks, those of one
+        process. Noise, `fusion`, `values`, lists of circuits, saves, outcomes needed before the end, and an `initial` other
+        than a basis state are refused.
+    distributed : bool
+        True is for ``comm=MPI.COMM_WORLD``.
 
     Returns
     -------
@@ -151,11 +161,14 @@ def run(
     ------
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
-        are no shots although outcomes in the middle of the circuit differ; if trajectories are to save a state, or an
+        are no shots although outcomes in the middle of the circuit differ; across ranks if these differ in what they were
+        given, or are no power of two; if trajectories are to save a state, or an
         option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
         which one it is about.
     MemoryError
         If the states, the shots or what the circuit saves do not fit.
+    ImportError
+        If `comm` or `distributed` is given, and mpi4py or an MPI library is missing.
     RuntimeError
         If a loop goes round more often than its ``max_iterations``.
     KeyboardInterrupt
@@ -249,6 +262,16 @@ def run(
     checked_progress(progress)
     lost = observing.Lost()
     result: Result | list[Result] | BatchResult
+    if checks.flag(distributed, "distributed") or comm is not None:
+        if not is_one:
+            raise ValueError("across ranks one circuit is run at a time, got " + ("a list" if are_many else "one with values"))
+        if noise is not None:
+            raise ValueError(f"noise must be left away across ranks, got {checks.show(noise)}")
+        from ..distributed.run import run_distributed
+
+        result = run_distributed(circuits[0], request, comm, threads, lost)
+        lost.warn(stacklevel=2)
+        return result
     if is_one:
         result = run_any(with_noise(circuits, name, noise, shots is not None)[0], request, lost)
         lost.warn(stacklevel=2)
