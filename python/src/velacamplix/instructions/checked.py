@@ -15,7 +15,7 @@ from ..machine import memory
 from .condition import checked as condition_checked
 from .definition import GateDefinition
 from .expression import Expression, angle
-from .flow import If, PlainTerm, Readout, Save, Store, Switch, While, bodies_of, flow_step, leaves, written_bits
+from .flow import If, PlainTerm, Readout, Save, Store, Switch, While, flow_step, leaves, has_leaving, written_bits
 from .gates import GATES
 from .instruction import BY_ENTRIES, DETAILED, LEAVING, NON_UNITARY, Instruction, Register
 from .open_controls import checked_values
@@ -254,19 +254,14 @@ def flow(detail: If | While | Switch, n_qubits: int, n_clbits: int) -> If | Whil
 
 def require_end(loop: While) -> None:
     """Refuse a loop in which nothing can change the condition, and one that saves."""
-    if written_bits(loop.body).isdisjoint(loop.condition.clbits) and not _breaks(loop.body):
+    if written_bits(loop.body).isdisjoint(loop.condition.clbits) and not has_leaving(loop.body, "break"):
         raise ValueError(
-            f"body of a while must measure into a bit of its condition, {loop.condition}, store into one, or break: without, the loop "
-            "never ends once it has begun"
+            f"body of a while must measure into a bit of its condition, {loop.condition}, store into one, or break: without, "
+            "the loop never ends once it has begun"
         )
     for leaf in leaves(loop.body):
         if leaf.name == "save":
             raise ValueError(f"body of a while must not save, because each round would replace the last, got {leaf}: save after it")
-
-
-def _breaks(steps: Iterable[Instruction]) -> bool:
-    """Whether there is a break that does not belong to a loop inside."""
-    return any([step.name == "break" or (step.name != "while" and any(map(_breaks, bodies_of(step)))) for step in steps])
 
 
 def switch_values(clbits: Any, cases: Sequence[Any], n_clbits: int) -> tuple[tuple[int, ...], list[tuple[int, ...]]]:

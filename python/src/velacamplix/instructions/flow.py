@@ -313,6 +313,18 @@ def bodies_of(step: Instruction) -> tuple[Body, ...]:
     return step.detail.bodies if isinstance(step.detail, _Detail) else ()
 
 
+def has_leaving(steps: Iterable[Instruction], word: str) -> bool:
+    """Whether there is a "break" or "continue" that does not belong to a loop inside.
+
+    >>> has_leaving([Instruction("break", ())], "break"), has_leaving([Instruction("break", ())], "continue")
+    (True, False)
+    """
+    for step in steps:
+        if step.name == word or step.name != "while" and any([has_leaving(body, word) for body in bodies_of(step)]):
+            return True
+    return False
+
+
 def changed(step: Instruction, change: Callable[[Instruction], Iterable[Instruction]]) -> Instruction:
     """Return an "if", "while" or "switch" in whose bodies every instruction has become what `change` makes of it."""
     return with_bodies(step, [[part for inner in body for part in change(inner)] for body in bodies_of(step)])

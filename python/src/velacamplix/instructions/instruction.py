@@ -58,7 +58,8 @@ class Instruction(NamedTuple):
         What the gate is made of, if it is neither the library's nor known to the package.
     detail : If, While, Switch, Save, Store, Channel, Readout or None
         Of an instruction "if", "while", "switch", "save" or "store": its bodies and what decides among them, what to keep, or
-        what to write. Of "channel" the noise, whose qubit j is ``qubits[j]``; of "measure" how outcomes are misread, None if they are not.
+        what to write. Of "channel" the noise, whose qubit j is ``qubits[j]``; of "measure" how outcomes are misread, None if
+        they are not.
     control_values : str
         What `controls` must read, 0 or 1 for each in their order; empty if that is 1 for all.
 

@@ -20,7 +20,9 @@ def every(clbits: Sequence[int], asked: Any) -> range:
         If they are too many to be tried; it tells what is asked.
     """
     if len(clbits) > MOST_TRIED:
-        raise ValueError(f"this cannot be converted, and has {len(clbits)} bits, of which at most {MOST_TRIED} are tried: {asked}")
+        raise ValueError(
+            f"this cannot be converted, and has {len(clbits)} bits, of which at most {MOST_TRIED} are tried: {asked}"
+        )
     return range(2 ** len(clbits))
 
 

@@ -332,8 +332,8 @@ class NoiseModel(Guiding):
         table : mapping
             ``"qubits"``: a list of mappings, the i-th for qubit i, each with any of ``"t1"`` and ``"t2"`` together (and
             ``"excited"``), which make it relax while it waits, and ``"p1_given_0"`` and ``"p0_given_1"`` together, of its
-            readout. ``"gates"``: a list of mappings with ``"gate"``, the name, and any of ``"qubits"`` (all others if it is left out),
-            ``"error"`` and ``"duration"``. The error is the average infidelity, as randomised benchmarking tells it; it
+            readout. ``"gates"``: a list of mappings with ``"gate"``, the name, and any of ``"qubits"`` (all others if it is
+            left out), ``"error"`` and ``"duration"``. The error is the average infidelity, as randomised benchmarking tells it; it
             becomes depolarizing noise with p = error * D / (D - 1) on all D = 2**k states of the gate's qubits (M. A. Nielsen,
             Phys. Lett. A 303, 249 (2002)).
 

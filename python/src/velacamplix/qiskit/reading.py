@@ -40,7 +40,7 @@ from ..instructions import checked
 from ..instructions.condition import AnyCondition, Condition
 from ..instructions.definition import GateDefinition, renamed
 from ..instructions.expression import Expression, Parameter
-from ..instructions.flow import If, Store, Switch, While, bodies_of, conditioned, flow_step, with_bodies
+from ..instructions.flow import If, Store, Switch, While, bodies_of, conditioned, flow_step, has_leaving, with_bodies
 from ..instructions.instruction import Instruction, Register
 from ..noise.model import NoiseModel
 from ..qasm.meaning import MOST_BITS, MOST_INSTRUCTIONS
@@ -316,7 +316,7 @@ class _Conversion:
             if asked is False:
                 return []
             if asked is True:
-                if not _contains(body, "break"):
+                if not has_leaving(body, "break"):
                     raise NotConverted("the loop never ends: its condition always holds")
                 asked = self._always()
             loop = While(asked, tuple(body))
@@ -356,14 +356,14 @@ class _Conversion:
             for value in values:
                 made += self._round(self._block(block.assign_parameters({parameter: value}), qubits, clbits))
                 self._spend(1 + len(block.data))
-        if not _contains(made, "break"):
+        if not has_leaving(made, "break"):
             return made
         # One round of a loop that is left in its end at the latest.
         return [flow_step(While(self._always(), (*made, Instruction("break", ()))))]
 
     def _round(self, steps: list[Instruction]) -> list[Instruction]:
         """Return a round of a loop that is written out: what a "continue" leaves out stands where it does not come."""
-        if not _contains(steps, "continue"):
+        if not has_leaving(steps, "continue"):
             return steps
         made: list[Instruction] = []
         for place, step in enumerate(steps):
@@ -373,7 +373,7 @@ class _Conversion:
                 if step.condition is None:
                     return made
                 return [*made, flow_step(If(step.condition, (), tuple(self._round(rest))))]
-            if _contains([step], "continue"):
+            if has_leaving([step], "continue"):
                 bodies = [self._round([*body, *rest]) for body in bodies_of(step)]
                 return [*made, with_bodies(step, bodies)]
             made.append(step)
@@ -489,13 +489,6 @@ def _is_opened(operation: Any, errors: Errors) -> bool:
     if not isinstance(operation, Gate) or operation.name in WHOLE or operation.name in errors.names:
         return False
     return operation.label not in errors.names and operation.definition is not None and operation.num_qubits > 0
-
-
-def _contains(steps: Sequence[Instruction], word: str) -> bool:
-    """Whether a break or continue is there that does not belong to a loop inside."""
-    return any([
-        step.name == word or (step.name != "while" and any([_contains(body, word) for body in bodies_of(step)])) for step in steps
-    ])  # fmt: skip
 
 
 def _stored(operation: Any, clbits: dict[Any, Any]) -> Instruction:

@@ -97,7 +97,7 @@ def has_noise(circuit: Circuit) -> bool:
 
 def settled(circuit: Circuit, request: Request) -> tuple[str, tuple[MethodCost, ...]]:
     """Return the method that is taken, and what is predicted of each."""
-    method, shots, threads, precision = request.method, request.shots, request.threads, request.precision
+    method, shots = request.method, request.shots
     if request.fused and method == "trajectories":  # an exact run always does the same, with fusion or without
         raise ValueError('fusion must be False for method="trajectories", whose shots are the same to the last bit, got True')
     if request.start.is_mixed:
@@ -110,8 +110,8 @@ def settled(circuit: Circuit, request: Request) -> tuple[str, tuple[MethodCost, 
         raise ValueError(
             'shots must be given for method="trajectories", whose results are means over shots; method="exact" needs none'
         )
-    outlook, size = looked_at(circuit, shots or 1, threads, precision, request.start)
-    exact = _exact(outlook, precision)
+    outlook, size = looked_at(circuit, request)
+    exact = _exact(outlook, request.precision)
     if outlook.saved_state is not None:
         if method == "trajectories":
             raise ValueError(

@@ -6,7 +6,6 @@ from typing import Any
 
 import numpy as np
 
-from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..instructions.flow import leaves, written_bits
 from ..programs.prepare import HasNoise
@@ -14,9 +13,7 @@ from ..results.plan import MethodCost, Plan, Timings
 from . import observing
 from .exact import Exact, run_exact
 from .method import settled
-from .observing import Observed
 from .result import Result
-from .saved import Saved
 from .single import Clock, Request, run_alone
 from .trajectories import Trajectories, run_trajectories
 
@@ -39,30 +36,19 @@ def run_noisy(circuit: Circuit, request: Request, lost: observing.Lost) -> Resul
         raise ValueError(
             f'schedule must be "written" for a run with noise, whose operators keep their places, got "canonical:{request.rank_bits}"'
         )
-    shots, precision, threads, observed = request.shots, request.precision, request.threads, request.observed
     way, methods = settled(circuit, request)
     clock.note("compile")
     if way == "exact":
         exact = run_exact(circuit, request, lost)
         clock.note("simulate")
-        return _exact_result(circuit, exact, shots, threads, precision, methods, clock.timings())
-    assert shots is not None
-    made = run_trajectories(
-        circuit, shots, request.seed, threads, precision, observed, request.start, request.progress,
-        request.first_shot or 0, lost,
-    )  # fmt: skip
+        return _exact_result(circuit, exact, request, methods, clock.timings())
+    made = run_trajectories(circuit, request, lost)
     clock.note("simulate")
-    return _trajectory_result(circuit, made, observed, threads, precision, methods, clock.timings())
+    return _trajectory_result(circuit, made, request, methods, clock.timings())
 
 
 def _exact_result(
-    circuit: Circuit,
-    made: Exact,
-    shots: int | None,
-    threads: int,
-    precision: Precision,
-    methods: tuple[MethodCost, ...],
-    timings: Timings,
+    circuit: Circuit, made: Exact, request: Request, methods: tuple[MethodCost, ...], timings: Timings
 ) -> Result:
     """Return what `run` returns of an exact run."""
     plan = Plan(sum([step.is_gate for step in leaves(circuit.instructions)]), (), 0.0, "exact", None, methods)
@@ -71,64 +57,41 @@ def _exact_result(
     if values is not None:
         errors = np.zeros(np.shape(values)) if np.ndim(values) else 0.0
     written = tuple(sorted(written_bits(circuit.instructions)))
-    result = _result(
-        circuit, shots, made.seed, threads, precision, made.active_qubits, written, made.rows, values, errors, made.saved,
-        plan, timings,
-    )  # fmt: skip
-    if shots is None:
+    result = _result(circuit, made, request, written, values, errors, plan, timings)
+    if request.shots is None:
         result._exact = made.outcomes, made.probabilities
     return result
 
 
 def _trajectory_result(
-    circuit: Circuit,
-    made: Trajectories,
-    observed: Observed | None,
-    threads: int,
-    precision: Precision,
-    methods: tuple[MethodCost, ...],
-    timings: Timings,
+    circuit: Circuit, made: Trajectories, request: Request, methods: tuple[MethodCost, ...], timings: Timings
 ) -> Result:
     """Return what `run` returns of a run by trajectories."""
     plan = Plan(made.gates, (), 0.0, "trajectories", made.distinct, methods)
     values = errors = None
-    if observed is not None:
-        values = observed.shaped(made.means)
+    if request.observed is not None:
+        values = request.observed.shaped(made.means)
         # One shot tells nothing of how shots scatter.
         spread = made.standard_errors if len(made.rows) > 1 else np.full(len(made.standard_errors), np.nan)
-        errors = spread.copy() if observed.are_many else float(spread[0])
-    return _result(
-        circuit, len(made.rows), made.seed, threads, precision, made.active_qubits, made.written_bits, made.rows, values, errors,
-        made.saved, plan, timings,
-    )  # fmt: skip
+        errors = spread.copy() if request.observed.are_many else float(spread[0])
+    return _result(circuit, made, request, made.written_bits, values, errors, plan, timings)
 
 
 def _result(
-    circuit: Circuit,
-    shots: int | None,
-    seed: int | None,
-    threads: int,
-    precision: Precision,
-    active: tuple[int, ...],
-    written: tuple[int, ...],
-    rows: np.ndarray | None,
-    values: Any,
-    errors: Any,
-    saved: Saved,
-    plan: Plan,
-    timings: Timings,
-) -> Result:
+    circuit: Circuit, made: Exact | Trajectories, request: Request, written: tuple[int, ...], values: Any, errors: Any,
+    plan: Plan, timings: Timings,
+) -> Result:  # fmt: skip
     return Result(
         n_qubits=circuit.n_qubits,
         n_clbits=circuit.n_clbits,
         registers=circuit.registers,
         is_of_clbits=bool(written),
-        n_shots=shots,
-        seed=seed,
-        precision=precision,
-        threads=threads,
-        active_qubits=active,
-        rows=rows,
+        n_shots=request.shots,
+        seed=made.seed,
+        precision=request.precision,
+        threads=request.threads,
+        active_qubits=made.active_qubits,
+        rows=made.rows,
         state=None,
         measured=frozenset(),
         measured_bits=written,
@@ -136,7 +99,7 @@ def _result(
         known_bits=0,
         expectation_values=values,
         standard_errors=errors,
-        saved=saved,
+        saved=made.saved,
         timings=timings,
         plan=plan,
     )

@@ -229,9 +229,9 @@ class Result(Answers, Stored, Guiding):
     def outcomes(self, k: int = 10) -> list[tuple[str, float]]:
         """Return the k most likely outcomes, each with its share, the largest first.
 
-        With shots the share is that of the shots; without, it is the exact probability, with noise too. Outcomes are those of the classical
-        bits in `measured_bits`, or of all qubits if the circuit measures nothing; the lowest is leftmost. What rounding
-        leaves of impossible outcomes is left out; of equally likely ones the lower numbers come first.
+        With shots the share is that of the shots; without, it is the exact probability, with noise too. Outcomes are those
+        of the classical bits in `measured_bits`, or of all qubits if the circuit measures nothing; the lowest is leftmost.
+        What rounding leaves of impossible outcomes is left out; of equally likely ones the lower numbers come first.
 
         Parameters
         ----------

@@ -16,8 +16,8 @@ from ..machine import memory
 from ..programs.compile import described
 from ..programs.drive import heard
 from ..programs.noisy import PreparedTrajectories
-from ..programs.prepare import Prepared, prepared
-from ..programs.progress import ProgressLike, metered
+from ..programs.prepare import prepared
+from ..programs.progress import metered
 from ..programs.segments import Measurement, Segments
 from ..results import shot_rows
 from ..states.statevector import StateVector
@@ -26,6 +26,7 @@ from .costs import Outlook
 from .initial import Start
 from .saved import Saved, Saver
 from .shot_walk import Company, Flips, ShotWalk, flips_of
+from .single import Request
 
 # Whether shots share what they have in common; tests look whether anything depends on it.
 SHARES_PREFIXES = True
@@ -70,66 +71,56 @@ class Trajectories(NamedTuple):
     saved: Saved
 
 
-def looked_at(
-    circuit: Circuit, shots: int, threads: int, precision: Precision, start: Start
-) -> tuple[Outlook, int]:
+def looked_at(circuit: Circuit, request: Request) -> tuple[Outlook, int]:
     """Return what is known of a circuit before it runs, and how many bytes the states of `run_trajectories` would take."""
-    with _prepared(circuit, start, precision) as found:
+    with _prepared(circuit, request) as found:
         assert isinstance(found, PreparedTrajectories)
-        return Outlook.of(found), _state_bytes(found, shots, threads, precision, start)
+        return Outlook.of(found), _state_bytes(found, request)
 
 
-def run_trajectories(
-    circuit: Circuit,
-    shots: int,
-    seed: int | None,
-    threads: int,
-    precision: Precision,
-    observed: observing.Observed | None,
-    start: Start,
-    progress: ProgressLike,
-    first_shot: int,
-    lost: observing.Lost,
-) -> Trajectories:
-    """Run a circuit with channels in it; arguments are those of `run`, checked."""
-    number = secrets.randbits(32) if seed is None else seed
-    with _prepared(circuit, start, precision) as found:
+def run_trajectories(circuit: Circuit, request: Request, lost: observing.Lost) -> Trajectories:
+    """Run a circuit with channels in it, with shots; what there is to warn of comes into `lost`."""
+    shots, precision, observed = request.shots, request.precision, request.observed
+    assert shots is not None
+    number = secrets.randbits(32) if request.seed is None else request.seed
+    with _prepared(circuit, request) as found:
         assert isinstance(found, PreparedTrajectories)
         segments = found.segments
         n_bits = circuit.n_clbits if segments.has_measurement else circuit.n_qubits
         words = shot_rows.words_for(n_bits)
         n_observed = 0 if observed is None else len(observed.observables)
-        n, size = len(segments.active), _state_bytes(found, shots, threads, precision, start)
+        n, size = len(segments.active), _state_bytes(found, request)
         states = size // (memory.BYTES_PER_AMPLITUDE[precision] << n)
         memory.require_bytes(size, f"a run by trajectories, of {counted(states, 'state')} of {counted(n, 'qubit')} at a time,")
         size = 8 * words + _BYTES_PER_SHOT + _BYTES_PER_VALUE * n_observed
         memory.require_bytes(size * shots, f"shots={shots} of {n_bits} bits")
         rows = np.zeros((shots, words), dtype=np.uint64)
         saver = Saver(segments, circuit.n_qubits, precision, lost)
-        made = _Made(circuit, found, shots, number, threads, precision, observed, start, first_shot, rows, n_bits, lost, saver)
-        with metered(progress, shots, "shots") as meter:
+        made = _Made(
+            circuit, found, shots, number, request.threads, precision, observed, request.start, request.first_shot or 0, rows,
+            n_bits, lost, saver,
+        )  # fmt: skip
+        with metered(request.progress, shots, "shots") as meter:
             distinct, means, errors = made.at_once(meter) if found.is_plain else made.together(meter)
         gates = sum(map(len, found.programs))
         return Trajectories(segments.active, segments.written_bits, gates, distinct, rows, number, means, errors, saver.saved())
 
 
-def _state_bytes(found: PreparedTrajectories, shots: int, threads: int, precision: Precision, start: Start) -> int:
+def _state_bytes(found: PreparedTrajectories, request: Request) -> int:
     """Return what the states take: one that walks and, if anything can happen, one that parts from it.
 
     A thread has its own or shares those of all; a state to begin with stays beside them.
     """
     n, states = len(found.segments.active), 2
     if found.is_plain:
-        own = min(threads, shots) if n < _FEWEST_SHARED_QUBITS else 1
-        states = (2 * own if found.events_per_shot else 1) + (not start.is_zero)
-    return states * (memory.BYTES_PER_AMPLITUDE[precision] << n)
+        own = min(request.threads, request.shots or 1) if n < _FEWEST_SHARED_QUBITS else 1
+        states = (2 * own if found.events_per_shot else 1) + (not request.start.is_zero)
+    return states * (memory.BYTES_PER_AMPLITUDE[request.precision] << n)
 
 
-def _prepared(circuit: Circuit, start: Start, precision: Precision) -> Any:
-    def made() -> Prepared:
-        return PreparedTrajectories(circuit, start.nonzero, precision)
-
-    return prepared(circuit, ("trajectories", start.nonzero, precision), made)
+def _prepared(circuit: Circuit, request: Request) -> Any:
+    how = request.start.nonzero, request.precision
+    return prepared(circuit, ("trajectories", *how), lambda: PreparedTrajectories(circuit, *how))
 
 
 class _Made(NamedTuple):
@@ -187,7 +178,8 @@ class _Made(NamedTuple):
             ) from None
         if outcomes is not None and outcomes.base is not self.rows:
             shot_rows.assemble(self.rows, sources, outcomes, len(column))
-        self._misread(self.rows, flips, self.first_shot)
+        if any(map(any, flips)):
+            extension.apply_readout_errors(self.rows, flips, self.seed, self.first_shot, self.threads)
         self._warn({measured})
         return distinct, means, errors
 
@@ -257,13 +249,10 @@ class _Made(NamedTuple):
         rows = np.zeros((len(sampled), self.rows.shape[1]), dtype=np.uint64)
         shot_rows.assemble(rows, sources, sampled, len(column))
         flips = [company.flips.get(bit, (0.0, 0.0)) for bit in range(self.n_bits)]
-        for i, shot in enumerate(company.numbers.tolist()):
-            self._misread(rows[i : i + 1], flips, shot)
-        return rows
-
-    def _misread(self, rows: np.ndarray, flips: list[Flips], first_shot: int) -> None:
         if any(map(any, flips)):
-            extension.apply_readout_errors(rows, flips, self.seed, first_shot, self.threads)
+            for i, shot in enumerate(company.numbers.tolist()):
+                extension.apply_readout_errors(rows[i : i + 1], flips, self.seed, shot, self.threads)
+        return rows
 
     def _warn(self, measured: set[frozenset[int]]) -> None:
         if self.observed is not None:
