@@ -131,8 +131,9 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
         if (any_inner) exchange_all(old);
         for (unsigned long j = 0; j < dim; ++j) turned[j] = quarter_turn(old[j]);
         const auto multiply = [&](auto keep) {
-            // Every dimension but 1 and 2 is a multiple of the four rows that share the loads of a column.
-            constexpr unsigned rows = fixed_dim != 0 ? 4 : 1;
+            // Every dimension but 1 and 2 is a multiple of the four rows that share the loads of a column. All eight of
+            // three targets in one go are faster by half; of more rows eight are no faster than four.
+            constexpr unsigned rows = fixed_dim == 0 ? 1 : fixed_dim == 8 ? 8 : 4;
             for (unsigned long row = 0; row < dim; row += rows) {
                 multiply_rows<rows, V>(matrix + row * dim, dim, old, turned,
                                        [&](unsigned r, V sum) { keep(row + r, sum); });
