@@ -52,7 +52,7 @@ def is_basis_state(core, basis_state=5):
         lambda core: core.view()[5] == 1,
         lambda core: core.probability(1, [2]) == 1,
         lambda core: core.distribution([0]).tolist() == [0, 1],
-        lambda core: core.x(0) is None and core.view()[4] == 1,
+        lambda core: core.apply("X", (0,), (), ()) is None and core.view()[4] == 1,
         lambda core: extension.copy_amplitudes(core, np.empty(2**N, dtype=complex), False) is None,
     ],
 )
