@@ -1,5 +1,7 @@
 """Derivatives by velacamplix.qubit beside those of PennyLane's devices: every gate, shapes, products, training."""
 
+import copy
+
 import numpy as np
 import pytest
 
@@ -238,3 +240,55 @@ def test_a_model_is_trained_as_on_pennylanes_device():
     np.testing.assert_allclose(costs, wanted, atol=1e-8)
     np.testing.assert_allclose(ours, theirs, atol=1e-7)
     assert costs[-1] < costs[0]
+
+
+def test_gates_that_autograd_follows_have_numbers_and_the_tape_its_boxes():
+    from velacamplix.pennylane import unboxed
+
+    seen = []
+
+    def value(angles):
+        ops = [qml.RX(angles[0], 0), qml.CRY(2 * angles[1], [0, 1]), qml.Rot(0.1, angles[0], 0.3, 1), qml.CNOT([1, 0]), qml.RZ(0.7, 1)]
+        tape = qml.tape.QuantumScript(ops, [qml.expval(qml.Z(1))])
+        tape.trainable_params = [0, 1, 3]
+        given, made = [value for op in ops for value in op.data], unboxed.unboxed(tape)
+        assert [value for op in tape.operations for value in op.data] == given  # it stays as it was
+        assert [type(value) for op in made.operations for value in op.data] == [float] * 6
+        assert [type(one) for one in made.operations] == [type(one) for one in ops]
+        assert made.operations[3] is ops[3] and made.operations[4] is ops[4]
+        assert [one is mine for one, mine in zip(made.get_parameters(trainable_only=False), given, strict=True)] == [True] * 6
+        assert [one is mine for one, mine in zip(made.get_parameters(), [given[0], given[1], given[3]], strict=True)] == [True] * 3
+        made.trainable_params = [1, 3]
+        for copied in (made.copy(), copy.copy(made)):
+            assert copied.get_parameters()[1] is given[3] and copied.operations[1] is ops[1]
+        assert type(made.copy(shots=10)) is qml.tape.QuantumScript and made.copy(shots=10).shots.total_shots == 10
+        [numbers], _ = qml.transforms.convert_to_numpy_parameters(made)
+        assert [one is mine for one, mine in zip(numbers.operations, made.operations)] == [True] * 5
+        assert numbers.get_parameters() == [made.operations[1].data[0], made.operations[2].data[1]]
+        plain = qml.tape.QuantumScript([qml.RX(0.3, 0)], [])
+        assert unboxed.unboxed(plain) is plain
+        seen.append(made)
+        return angles[0] * angles[1]
+
+    qml.grad(value)(pnp.array([0.4, 1.3], requires_grad=True))
+    assert len(seen) == 1
+
+
+def test_what_is_followed_reaches_every_kind_of_parameter():
+    def circuit(angles, more):
+        qml.RX(angles[0], 0)
+        qml.CRY(2 * angles[1], [0, 1])
+        qml.Rot(angles[0] * more, angles[1], 0.3, 1)
+        qml.PauliRot(more, "XY", [0, 1])
+        qml.IsingZZ(angles[1] ** 2, [0, 1])
+        return qml.expval(qml.Hamiltonian([0.5, 1.5], [qml.X(0), qml.Z(0) @ qml.Y(1)]))
+
+    arguments = pnp.array([0.4, 1.3], requires_grad=True), pnp.array(0.7, requires_grad=True)
+    mine = qml.QNode(circuit, qml.device("velacamplix.qubit", wires=2), diff_method="adjoint")
+    theirs = qml.QNode(circuit, qml.device("default.qubit", wires=2))
+    for one, other in zip(qml.grad(mine)(*arguments), qml.grad(theirs)(*arguments), strict=True):
+        np.testing.assert_allclose(one, other, rtol=0, atol=1e-12)
+    with mine.device.tracker:
+        qml.grad(mine)(*arguments)
+    [resources] = mine.device.tracker.history["resources"]
+    assert resources.num_gates == 5

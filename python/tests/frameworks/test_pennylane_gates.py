@@ -84,6 +84,40 @@ def test_random_circuits_come_back_as_they_were():
         np.testing.assert_allclose(theirs, wanted, rtol=0, atol=1e-11)
 
 
+def random_tape(rng):
+    """Return a tape of gates of all kinds that PennyLane has, on wires in any order, inverted and controlled among them."""
+    one = [qml.RX, qml.RY, qml.RZ, qml.PhaseShift]
+    two = [qml.CRX, qml.CRZ, qml.IsingXY, qml.IsingZZ, qml.PSWAP, qml.FermionicSWAP, qml.SingleExcitationPlus, qml.CPhaseShift01]
+    fixed = [qml.SX, qml.S, qml.T, qml.Hadamard, qml.PauliY]
+    fixed_two = [qml.ISWAP, qml.SISWAP, qml.ECR, qml.CY, qml.CH]
+    ops = []
+    for _ in range(15):
+        w = [int(wire) for wire in rng.permutation(4)]
+        x, y, z = (float(value) for value in rng.uniform(-7, 7, 3))
+        pick = lambda kinds: kinds[int(rng.integers(len(kinds)))]  # noqa: E731
+        makes = [
+            lambda: pick(one)(x, w[0]), lambda: pick(two)(x, w[:2]), lambda: pick(fixed)(w[0]), lambda: pick(fixed_two)(w[:2]),
+            lambda: pick([qml.Rot, qml.U3])(x, y, z, w[0]), lambda: qml.CRot(x, y, z, w[:2]), lambda: qml.GlobalPhase(x),
+            lambda: qml.PauliRot(x, "XYZ", w[:3]), lambda: qml.DoubleExcitationMinus(x, w), lambda: qml.adjoint(qml.SX(w[1])),
+            lambda: qml.ctrl(qml.Rot(x, y, z, w[0]), w[1:3], control_values=[0, 1]), lambda: qml.adjoint(qml.ISWAP(w[:2])),
+            lambda: qml.ctrl(qml.GlobalPhase(x), w[:2], control_values=[1, 0]), lambda: qml.MultiRZ(x, w[:3]),
+            lambda: qml.QubitUnitary(QFT, w[:2]), lambda: qml.MultiControlledX(w, control_values=[0, 1, 0]),
+        ]  # fmt: skip
+        ops.append(pick(makes)())
+    return qml.tape.QuantumScript(ops)
+
+
+def test_random_tapes_keep_their_matrix_and_phase_there_and_back():
+    rng = np.random.default_rng(14)
+    for _ in range(60):
+        tape = random_tape(rng)
+        wanted = qml.matrix(tape, wire_order=range(4))
+        circuit = to_velacamplix(tape, wire_order=range(4))
+        np.testing.assert_allclose(circuit.to_matrix(order="big"), wanted, rtol=0, atol=1e-12)
+        back = qml.tape.QuantumScript(from_velacamplix(circuit).operations)
+        np.testing.assert_allclose(qml.matrix(back, wire_order=range(4)), wanted, rtol=0, atol=1e-12)
+
+
 def test_wires_have_any_labels():
     ops = [qml.PauliX("b"), qml.CNOT(["b", -1])]
     assert str(to_velacamplix(ops)) == "X 0\nCNOT 0,1"

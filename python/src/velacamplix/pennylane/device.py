@@ -45,6 +45,7 @@ from .observables import has_pauli_form
 from .plan import How, Plans, Same, program
 from .reading import MidMeasure, initial_amplitudes
 from .samples import Sampling
+from .unboxed import unboxed
 from .values import View, exact_results
 
 _Base: Any = Device
@@ -246,7 +247,7 @@ def _is_plain_expectation(mp: Any) -> bool:
 def _where_needed(tape: Any, fits: Callable[[Any], bool], steps: Any) -> tuple[Sequence[Any], Callable[[Any], Any]]:
     """Apply some transforms to tapes that they may change or refuse: looking is faster than having each of them look."""
     if fits(tape):
-        return (tape,), _only
+        return (unboxed(tape),), _only
     tapes, together = steps((tape,))
     return tapes, lambda results: together(results)[0]
 
