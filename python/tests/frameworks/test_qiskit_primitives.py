@@ -89,6 +89,23 @@ def test_precision_adds_an_error_of_that_size():
     assert EstimatorV2(default_precision=0.1).run([(circuit, "Z")], precision=0.0).result()[0].data.evs == 1
 
 
+def test_precision_of_a_single_value():
+    circuit = QuantumCircuit(1)
+    data = EstimatorV2(seed=1).run([(circuit, "Z")], precision=0.1).result()[0].data
+    assert data.evs.shape == data.stds.shape == () and 0 < abs(data.evs - 1) < 0.6
+    assert data.stds == 0.1
+
+
+@pytest.mark.parametrize("value", [float("nan"), float("inf")])
+def test_precisions_that_are_refused(value):
+    with pytest.raises(ValueError, match="^precision must be finite"):
+        EstimatorV2().run([(QuantumCircuit(1), "Z")], precision=value)
+    with pytest.raises(ValueError, match="^default_precision must be finite"):
+        EstimatorV2(default_precision=value)
+    with pytest.raises(ValueError, match="^default_precision must not be negative"):
+        EstimatorV2(default_precision=-0.1)
+
+
 def test_noise_is_exact():
     circuit = QuantumCircuit(1)
     circuit.x(0)

@@ -365,11 +365,11 @@ def random_source(value: Any) -> np.random.Generator | np.random.SeedSequence | 
     return value if is_source else np.random.SeedSequence(integer(value, "seed", minimum=0))
 
 
-def threshold(value: Any) -> float:
+def threshold(value: Any, name: str = "threshold") -> float:
     """Return a finite threshold, not negative."""
-    number = real(value, "threshold")
+    number = real(value, name)
     if number < 0:
-        raise ValueError(f"threshold must not be negative, got {show(value)}")
+        raise ValueError(f"{name} must not be negative, got {show(value)}")
     return number
 
 

@@ -232,7 +232,7 @@ class EstimatorV2(_Estimator):  # type: ignore[misc]
         noise: Any = None,
         method: str = "automatic",
     ) -> None:
-        self._default_precision = checks.threshold(default_precision)
+        self._default_precision = checks.threshold(default_precision, "default_precision")
         self._how = _How(seed, threads, precision, fusion, noise, method)
         if self._how.method == "trajectories":
             raise ValueError("method must be 'automatic' or 'density_matrix' with noise, whose values are exact, got 'statevector'")
@@ -275,6 +275,8 @@ class EstimatorV2(_Estimator):  # type: ignore[misc]
             is not Hermitian, and what `velacamplix.run` raises.
         """
         coerced = [EstimatorPub.coerce(pub, self._default_precision if precision is None else precision) for pub in pubs]
+        for pub in coerced:
+            checks.threshold(pub.precision, "precision")
         job = PrimitiveJob(self._results, coerced)
         job._submit()
         return job
@@ -314,7 +316,7 @@ class EstimatorV2(_Estimator):  # type: ignore[misc]
                     for index in indices:
                         evs[index] = value.real
         if pub.precision:
-            evs = rng.normal(evs, pub.precision)
+            evs = np.asarray(rng.normal(evs, pub.precision))  # of one value NumPy makes a number
         data = DataBin(evs=evs, stds=np.full(evs.shape, float(pub.precision)), shape=evs.shape)
         return PubResult(data, metadata={"target_precision": pub.precision, "circuit_metadata": pub.circuit.metadata})
 
