@@ -125,6 +125,9 @@ def test_wires_have_any_labels():
     assert to_velacamplix([qml.PauliX(5)]).n_qubits == 6
     with pytest.raises(ValueError, match="without 'b'"):
         to_velacamplix(ops, wire_order=[-1])
+    with pytest.raises(NotConverted, match="at most 1000000 qubits, got wire 1000000000; wire_order numbers wires anew"):
+        to_velacamplix([qml.PauliX(10**9)])
+    assert str(to_velacamplix([qml.PauliX(10**9)], wire_order=[10**9])) == "X 0"
 
 
 def test_a_state_at_the_beginning_is_prepared_without_a_reset():

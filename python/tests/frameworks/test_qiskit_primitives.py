@@ -275,3 +275,5 @@ def test_pubs_that_are_refused():
     for job in (SamplerV2().run([circuit]), EstimatorV2().run([(circuit, "Z")])):
         with pytest.raises(NotConverted, match="^instruction 0, 'unitary'"):
             job.result()
+    with pytest.raises(MemoryError, match=r"^shots=10+ of the registers of a pub of shape \(2, 3\) need"):
+        SamplerV2().run([(ansatz().measure_all(inplace=False), values(2, 3))], shots=10**15).result()

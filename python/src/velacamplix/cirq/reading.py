@@ -96,12 +96,17 @@ def ordered_qubits(circuit: Any, qubit_order: Any, name: str = "program") -> tup
     if not isinstance(circuit, cirq.AbstractCircuit):
         raise TypeError(f"{name} must be a cirq.Circuit or a cirq.FrozenCircuit, got {checks.show(circuit)}")
     qubits = cirq.QubitOrder.as_qubit_order(qubit_order).order_for(circuit.all_qubits())
-    for qubit in qubits:
-        if qubit.dimension != 2:
-            raise NotConverted(f"a circuit has qubits only, no qudits, got {qubit} of dimension {qubit.dimension}")
+    require_qubits(qubits)
     if len(qubits) > MOST_BITS:
         raise NotConverted(f"a circuit has at most {MOST_BITS} qubits, this one has {len(qubits)}")
     return qubits
+
+
+def require_qubits(qubits: Iterable[Any]) -> None:
+    """Refuse qudits."""
+    for qubit in qubits:
+        if qubit.dimension != 2:
+            raise NotConverted(f"a circuit has qubits only, no qudits, got {qubit} of dimension {qubit.dimension}")
 
 
 class Measurement(NamedTuple):
@@ -240,7 +245,7 @@ class Conversion:
             if isinstance(gate, cirq.MeasurementGate):
                 self._measure(operation)
             elif isinstance(gate, cirq.ResetChannel):
-                self._require_qubits(operation)
+                require_qubits(operation.qubits)
                 self.steps += [Instruction("reset", (self._numbers[qubit],)) for qubit in operation.qubits]
             elif isinstance(gate, cirq.StatePreparationChannel):
                 self._prepare(operation)
@@ -257,13 +262,9 @@ class Conversion:
         if isinstance(phase, Expression) or phase:
             self._phases.append(phase)
 
-    def _require_qubits(self, operation: Any) -> None:
-        if set(cirq.qid_shape(operation)) - {2}:
-            raise NotConverted("a circuit has qubits only, no qudits")
-
     def _other(self, operation: Any) -> None:
         """Convert what is no gate by itself: controlled operations, noise, and what is made of others."""
-        self._require_qubits(operation)
+        require_qubits(operation.qubits)
         qubits = tuple([self._numbers[qubit] for qubit in operation.qubits])
         if isinstance(operation, cirq.ControlledOperation):
             inside = Conversion(self._numbers, is_exact=True)
@@ -316,7 +317,7 @@ class Conversion:
 
     def _prepare(self, operation: Any) -> None:
         """A reset, and the gates that make the state of 0."""
-        self._require_qubits(operation)
+        require_qubits(operation.qubits)
         qubits = [self._numbers[qubit] for qubit in operation.qubits]
         made = Circuit(len(qubits)).initialize(operation.gate.state, order="big")
         self.steps += [
@@ -329,7 +330,7 @@ class Conversion:
     # --- Measurements and what asks for them ---
 
     def _measure(self, operation: Any) -> None:
-        self._require_qubits(operation)
+        require_qubits(operation.qubits)
         gate, key = operation.gate, cirq.measurement_key_name(operation)
         qubits = tuple([self._numbers[qubit] for qubit in operation.qubits])
         if not qubits:

@@ -17,7 +17,7 @@ from ..programs.compile import require_fusion
 from ..running.run import run
 from ..states.statevector import StateVector
 from .errors import NotConverted
-from .reading import Conversion, Measurement, is_noisy, moments_with_noise, ordered_qubits
+from .reading import Conversion, Measurement, is_noisy, moments_with_noise, ordered_qubits, require_qubits
 from .states import VelacamplixSimulationState, word
 
 _Intermediate: Any = cirq.SimulatesIntermediateStateVector
@@ -187,9 +187,7 @@ class VelacamplixSimulator(_Intermediate, cirq.SimulatesExpectationValues):  # t
         return self._create_partial_simulation_state(initial_state, qubits, cirq.ClassicalDataDictionaryStore())
 
     def _create_partial_simulation_state(self, initial_state: Any, qubits: Sequence[Any], classical_data: Any) -> Any:
-        for qubit in qubits:
-            if qubit.dimension != 2:
-                raise NotConverted(f"a circuit has qubits only, no qudits, got {qubit} of dimension {qubit.dimension}")
+        require_qubits(qubits)
         state = StateVector(len(qubits), self._precision, self._threads)
         begin = _initial(initial_state, qubits)
         if isinstance(begin, int):

@@ -17,6 +17,7 @@ from ..circuit.circuit import Circuit
 from ..instructions.condition import AnyCondition
 from ..instructions.instruction import Instruction
 from ..instructions.tried import tried
+from ..qasm.meaning import MOST_BITS
 from . import gates
 from .channels import channel_steps
 from .errors import NotConverted
@@ -102,11 +103,15 @@ def places_of(script: Any, wire_order: Sequence[Any] | None) -> dict[Any, int]:
     labels = script.wires.tolist()
     if wire_order is not None:
         order = qml.wires.Wires(wire_order).tolist()
-        missing = [label for label in labels if label not in order]
+        there = set(order)
+        missing = [label for label in labels if label not in there]
         if missing:
             raise ValueError(f"wire_order must have all wires of the circuit, got {order!r} without {missing[0]!r}")
     elif all(type(label) is int and label >= 0 for label in labels):
-        order = list(range(max(labels, default=-1) + 1))
+        count = max(labels, default=-1) + 1
+        if count > MOST_BITS:
+            raise NotConverted(f"a circuit has at most {MOST_BITS} qubits, got wire {max(labels)}; wire_order numbers wires anew")
+        order = list(range(count))
     else:
         order = labels
     return {label: place for place, label in enumerate(order)}

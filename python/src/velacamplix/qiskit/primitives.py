@@ -25,7 +25,7 @@ from ..basics import checks
 from ..basics.types import Precision
 from ..circuit.circuit import Circuit
 from ..instructions.flow import written_bits
-from ..machine import limits
+from ..machine import limits, memory
 from ..observables.observable import Observable
 from ..running.run import run
 from . import options
@@ -177,6 +177,8 @@ class SamplerV2(_Sampler):  # type: ignore[misc]
         circuit = self._how.circuit(pub)
         numbers = {bit: number for number, bit in enumerate(pub.circuit.clbits)}
         places = {register.name: [numbers[bit] for bit in register] for register in pub.circuit.cregs}
+        size = int(np.prod(pub.shape, dtype=object)) * pub.shots * sum(map(len, places.values()))
+        memory.require_bytes(size, f"shots={pub.shots} of the registers of a pub of shape {pub.shape}")
         rows = {name: np.zeros((*pub.shape, pub.shots, len(bits)), dtype=bool) for name, bits in places.items()}
         # Without a measurement shots would be of the qubits, and all bits are 0.
         if written_bits(circuit.instructions):
