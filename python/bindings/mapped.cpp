@@ -70,6 +70,8 @@ std::shared_ptr<HeldState<T>> map_blocks(int descriptor, const std::vector<unsig
         }
         at += block_bytes;
     }
+    // Without this the system reads a page at a time and takes ten times as long. What it answers does not matter.
+    madvise(start, bytes, MADV_SEQUENTIAL);
     auto held = std::make_shared<HeldState<T>>(0u);
     held->with_state([&](auto& state) {
         state.nqubits = n;

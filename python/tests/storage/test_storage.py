@@ -395,3 +395,19 @@ def test_layouts_end_where_the_plan_says():
     again = Layout(stages, 1)
     list(again.jobs())
     assert layout.final.tolist() == again.final.tolist() and len(layout.final) == plan.parts * layout.blocks
+
+
+def test_ctrl_c_is_heard_while_a_file_is_read(path, monkeypatch):
+    result = stored(random_circuit(12, 50), path)
+
+    def interrupt(*_):
+        raise KeyboardInterrupt
+
+    monkeypatch.setattr(type(result._final()), "probability", lambda *_: time.sleep(5))
+    before = signal.signal(signal.SIGALRM, interrupt)
+    signal.setitimer(signal.ITIMER_REAL, 0.1)
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            result.probability(0)
+    finally:
+        signal.signal(signal.SIGALRM, before)

@@ -3,9 +3,18 @@
 from __future__ import annotations
 
 from collections.abc import Callable
+from typing import TypeVar
 
+from ..programs.background import in_background
 from ..results.plan import Plan
 from ..states.statevector import StateVector
+
+T = TypeVar("T")
+
+
+def listened(state: StateVector, work: Callable[[], T]) -> T:
+    """Return what `work` finds in a state. One in a file is read for long: Ctrl-C is heard meanwhile."""
+    return in_background(work) if state._is_stored else work()
 
 
 class Final:

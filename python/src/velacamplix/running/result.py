@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Sequence
+from functools import partial
 from typing import Any
 
 import numpy as np
@@ -26,6 +27,7 @@ from ..storage.storage import StoragePlan
 from ..views import html
 from . import observing
 from .answers import Answers
+from .final import listened
 from .saved import Saved
 from .spread import spread, whole_state
 from .stored import Stored
@@ -545,7 +547,7 @@ class Result(Answers, Stored, Guiding):
         if any(bit == "1" and qubit not in place for qubit, bit in bits.items()):
             return 0.0
         known = {place[qubit]: bit for qubit, bit in bits.items() if qubit in place}
-        return state.probability("".join(known.values()), list(known))
+        return listened(state, partial(state.probability, "".join(known.values()), list(known)))
 
     def distribution(self, qubits: Qubits | None = None, order: Order = "big") -> np.ndarray:
         """Return the probabilities of all outcomes of the listed qubits of the final state.
@@ -580,11 +582,12 @@ class Result(Answers, Stored, Guiding):
         state, listed = self._final(), self._highest_first(qubits, order)
         place = {qubit: place for place, qubit in enumerate(self.active_qubits)}
         active = [place[qubit] for qubit in listed if qubit in place]
+        found = partial(listened, state, partial(state.distribution, active))
         if len(active) == len(listed):
-            return state.distribution(active)
+            return found()
         memory.require_bytes((8 << len(listed)) + (8 << len(active)), f"the distribution of {len(listed)} qubits")
         whole: np.ndarray = np.zeros(2 ** len(listed))
-        spread(state.distribution(active), whole, listed, self.active_qubits)
+        spread(found(), whole, listed, self.active_qubits)
         return whole
 
     def statevector(self, order: Order = "little") -> np.ndarray:

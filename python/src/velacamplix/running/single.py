@@ -4,10 +4,9 @@ from __future__ import annotations
 
 import secrets
 import time
-from collections.abc import Callable
 from contextlib import AbstractContextManager
 from functools import partial
-from typing import Any, NamedTuple, TypeVar
+from typing import Any, NamedTuple
 
 import numpy as np
 
@@ -16,7 +15,6 @@ from ..circuit.circuit import Circuit
 from ..core import extension
 from ..machine import memory
 from ..observables.observable import Observable
-from ..programs.background import in_background
 from ..programs.compile import described
 from ..programs.prepare import Prepared, for_run, prepared
 from ..programs.progress import ProgressLike, metered
@@ -26,12 +24,11 @@ from ..results.plan import Plan, Timings
 from ..states.statevector import StateVector
 from . import observing
 from .branches import Branching
+from .final import listened
 from .initial import Start
 from .readout import Readout
 from .result import Result
 from .saved import Saver
-
-T = TypeVar("T")
 
 
 class Request(NamedTuple):
@@ -96,8 +93,6 @@ def answered(
 ) -> Result:
     """Return the result of a circuit whose steps are still to be taken from a state; `lost` as for `carried_out`."""
     shots, n_bits = request.shots, _bits_of(circuit, segments)
-    # A file is read for long, and nobody hears meanwhile.
-    heard = in_background if state._is_stored else _at_once
     seed = secrets.randbits(32) if request.seed is None else request.seed
 
     drawn = None if shots is None else np.empty((shots, shot_rows.words_for(n_bits)), dtype=np.uint64)
@@ -116,7 +111,7 @@ def answered(
                 own = int(branching.generator.integers(2**32)) if branching.has_split else seed
                 extension.set_seed(branch.state._live(), own)
                 readout = Readout(segments, branch.readings, branch.bits, n_bits)
-                heard(partial(readout.draw, branch.state, drawn[n_drawn : n_drawn + branch.shots]))
+                listened(state, partial(readout.draw, branch.state, drawn[n_drawn : n_drawn + branch.shots]))
                 n_drawn += branch.shots
                 clock.note("sample")
             measured = frozenset(branch.measured)
@@ -124,7 +119,7 @@ def answered(
                 if measured not in reduced:
                     reduced[measured] = observed.on(segments.active, measured)
                 weight = branch.shots / shots if branch.shots and shots else 1.0
-                sums += weight * heard(partial(observing.values, branch.state, reduced[measured]))
+                sums += weight * listened(state, partial(observing.values, branch.state, reduced[measured]))
                 clock.note("observables")
             state = branch.state
 
@@ -155,10 +150,6 @@ def answered(
         timings=clock.timings(),
         plan=plan,
     )
-
-
-def _at_once(work: Callable[[], T]) -> T:
-    return work()
 
 
 class Clock:
