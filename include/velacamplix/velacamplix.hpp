@@ -13,6 +13,7 @@
 #include "measurement.hpp"
 #include "observable.hpp"
 #include "part_shots.hpp"
+#include "part_values.hpp"
 #include "program.hpp"
 #include "stages.hpp"
 #include "statevector.hpp"

@@ -20,11 +20,20 @@ template <unsigned flipped>
 struct flipped_elements {
     static constexpr int at(std::size_t s) { return static_cast<int>(s ^ flipped); }
 };
+// Where the amplitudes of a product are: all of them, or pieces of a state, each of which has the rows of the indices
+// that agree with its own beyond `rows`.
+template <class Stored>
+struct paired_amplitudes {
+    const thrust::complex<Stored>* ket;
+    const thrust::complex<Stored>* bra;
+    unsigned long rows;  // mask
+};
+
 // Writes whole rows of numbers, the first from row number `first` of the sequence. `flipped` is what the flip does
 // to the elements of one pack: exchange of neighbouring amplitudes, and of the two parts for an imaginary part.
 template <class T, class Stored, unsigned flipped>
-void fill_rows(const thrust::complex<Stored>* state, const product_sequence& s, unsigned long first, unsigned long rows,
-               T* out) {
+void fill_rows(const paired_amplitudes<Stored>& state, const product_sequence& s, unsigned long first,
+               unsigned long rows, T* out) {
     using V = scalar_pack<T>;
     constexpr unsigned long width = packs::scalars<V>;
     constexpr auto every = std::make_index_sequence<width>{};
@@ -36,8 +45,8 @@ void fill_rows(const thrust::complex<Stored>* state, const product_sequence& s, 
 
     for (unsigned long row = first; row < first + rows; ++row, out += row_length<T>) {
         const unsigned long index_row = row + (row & above);
-        const thrust::complex<Stored>* ket = state + (index_row << row_bits<T>);
-        const thrust::complex<Stored>* bra = state + ((index_row ^ row_flip) << row_bits<T>);
+        const thrust::complex<Stored>* ket = state.ket + ((index_row & state.rows) << row_bits<T>);
+        const thrust::complex<Stored>* bra = state.bra + (((index_row ^ row_flip) & state.rows) << row_bits<T>);
         for (unsigned long c = 0; c < row_length<T>; c += width) {
             const thrust::complex<Stored>* left = ket + c;
             const thrust::complex<Stored>* right = bra + (c ^ outer_flip);
@@ -58,14 +67,17 @@ void fill_rows(const thrust::complex<Stored>* state, const product_sequence& s, 
 template <class T, class Stored = T>
 class pair_products {
 public:
-    explicit pair_products(const thrust::complex<Stored>* state) : state_(state) {}
+    explicit pair_products(const thrust::complex<Stored>* state) : state_{state, state, ~0ul} {}
+    // Of two pieces of 2^piece_qubits amplitudes, a row at least.
+    pair_products(const thrust::complex<Stored>* ket, const thrust::complex<Stored>* bra, unsigned int piece_qubits)
+        : state_{ket, bra, (1ul << (piece_qubits - row_bits<T>)) - 1} {}
 
     void operator()(const product_sequence& s, unsigned long number, T* out) const {
         const unsigned long length = filled_length<T>(s);
         if (length < row_length<T>) {
             for (unsigned long j = 0; j < length; ++j) {
-                const auto ket = packs::widened<T>(packs::read_amplitude(state_ + j));
-                const auto bra = packs::widened<T>(packs::read_amplitude(state_ + (j ^ s.flip)));
+                const auto ket = packs::widened<T>(packs::read_amplitude(state_.ket + j));
+                const auto bra = packs::widened<T>(packs::read_amplitude(state_.bra + (j ^ s.flip)));
                 out[j] = s.imaginary ? bra.real() * ket.imag() - bra.imag() * ket.real()
                                      : bra.real() * ket.real() + bra.imag() * ket.imag();
             }
@@ -79,14 +91,14 @@ public:
 
 private:
     static constexpr unsigned long width = packs::scalars<scalar_pack<T>>;
-    using loop = void (*)(const thrust::complex<Stored>*, const product_sequence&, unsigned long, unsigned long, T*);
+    using loop = void (*)(const paired_amplitudes<Stored>&, const product_sequence&, unsigned long, unsigned long, T*);
 
     template <std::size_t... flipped>
     static constexpr std::array<loop, width> make_loops(std::index_sequence<flipped...>) {
         return {&fill_rows<T, Stored, static_cast<unsigned>(flipped)>...};
     }
 
-    const thrust::complex<Stored>* state_;
+    paired_amplitudes<Stored> state_;
 };
 
 // The sequence of a flip over `size` amplitudes, without masks. Pairs are told apart by the flip's highest bit: the

@@ -2,48 +2,13 @@
 
 #include "statevector/index/bits.hpp"
 #include "statevector/observables/pair_products.hpp"
+#include "statevector/observables/string_groups.hpp"
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
-#include <tuple>
 
 namespace velacamplix::observables {
 namespace {
-
-// With an odd number of Y the factor i^k is imaginary and selects the imaginary part of the products.
-bool takes_imaginary_part(const pauli_string& p) { return p.y_count & 1; }
-
-// Re(x i^k) is +Re x, -Im x, -Re x, +Im x for k = 0, 1, 2, 3.
-template <class T>
-T sign_of(const pauli_string& p) {
-    return p.y_count == 1 || p.y_count == 2 ? T(-1) : T(1);
-}
-
-// An index and its partner i ^ flip have conjugate products. What they contribute is equal when the number of Y is that
-// of the qubits which both flip and count a sign, and cancel when it differs from it by an odd number.
-template <class T>
-T weight_of_a_pair(const pauli_string& p) {
-    const bool odd = std::popcount(p.flip & p.phase) & 1;
-    return odd == takes_imaginary_part(p) ? T(2) : T(0);
-}
-
-// The order of work: strings that read the same patches of the state follow each other, those of one sequence are
-// neighbours.
-template <class T>
-std::vector<std::size_t> order_by_flip(const std::vector<pauli_string>& strings) {
-    std::vector<std::size_t> order(strings.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    const auto key = [&](std::size_t t) { return std::tuple(strings[t].flip, takes_imaginary_part(strings[t]), t); };
-    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return key(a) < key(b); });
-    return order;
-}
-
-// The part of a flip that decides which patches it reads together.
-template <class T>
-unsigned long patch_flip(const pauli_string& p) {
-    return p.flip >> (slab_bits<T> + 1);
-}
 
 // Real or imaginary part of the entries (r ^ flip, r): the ket index is the low half of the flat index.
 template <class T, class Stored>
@@ -71,40 +36,22 @@ std::vector<T> sums_of_parts(const thrust::complex<Stored>* state, unsigned long
         p.phase &= size - 1;
     }
     const std::vector<std::size_t> order = order_by_flip<T>(strings);
-    const unsigned long patches = std::max(1ul, size / (2 * slab_length<T>));
+    const unsigned long patches = patch_count<T>(size);
 
     std::vector<T> values(strings.size());
-    std::vector<product_sequence> sequences;
-    std::vector<unsigned long> masks;
+    string_group<T> group;
     std::vector<T> sums;
     for (std::size_t begin = 0; begin < order.size();) {
-        sequences.clear();
-        masks.clear();
-        const unsigned long together = patch_flip<T>(strings[order[begin]]);
-        std::size_t end = begin;
-        for (; end < order.size() && end - begin < most_masks(patches); ++end) {
-            const pauli_string& p = strings[order[end]];
-            if (patch_flip<T>(p) != together) break;
-            const bool imaginary = takes_imaginary_part(p);
-            if (sequences.empty() || sequences.back().flip != p.flip || sequences.back().imaginary != imaginary) {
-                sequences.push_back(pair_sequence<T>(p.flip, imaginary, size));
-                sequences.back().first_mask = masks.size();
-            }
-            masks.push_back(mask_over_numbers(sequences.back(), p.phase));
-            sequences.back().last_mask = masks.size();
-        }
-        sums.resize(masks.size());
-        const unsigned long bytes = sequences.size() * size * sizeof(thrust::complex<Stored>);
-        sum_sequences<T>(sequences, masks, patches, bytes, nthreads, pair_products<T, Stored>(state), sums.data(), [&] {
-            if (hook) hook(begin, order.size());
-        });
-
-        for (std::size_t m = 0, k = 0; m < masks.size(); ++m) {
-            if (m == sequences[k].last_mask) ++k;
-            const pauli_string& p = strings[order[begin + m]];
-            const T weight = sequences[k].above != 0 ? weight_of_a_pair<T>(p) : T(1);
-            // + 0: a sum that began with zero has no negative zero.
-            values[order[begin + m]] = sign_of<T>(p) * weight * sums[m] + T(0);
+        const std::size_t end = group.take(strings, order, begin, size);
+        sums.resize(group.masks.size());
+        const unsigned long bytes = group.sequences.size() * size * sizeof(thrust::complex<Stored>);
+        sum_sequences<T>(group.sequences, group.masks, patches, bytes, nthreads, pair_products<T, Stored>(state),
+                         sums.data(), [&] {
+                             if (hook) hook(begin, order.size());
+                         });
+        for (std::size_t m = 0; m < sums.size(); ++m) {
+            const std::size_t t = order[begin + m];
+            values[t] = value_of<T>(strings[t], size, sums[m]);
         }
         begin = end;
         if (hook) hook(begin, order.size());

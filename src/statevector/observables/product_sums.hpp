@@ -44,17 +44,20 @@ inline unsigned long most_masks(unsigned long patches) {
     return std::min(most_partial_sums / section_count(patches), 4096ul);
 }
 
-// out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `patches` (a power of two)
-// divides every sequence's slab count or is 1: the slabs of one patch come from the same amplitudes, so all sequences
-// take their turn while those are in the cache. `bytes` is what all passes touch together.
-// fill(sequence, slab number, numbers) writes filled_length numbers; it must not throw. between() is called on the
-// calling thread several times in a second, and may.
+// Neighbours among the patches of a sum: whole sections, or some of one.
+struct patch_range {
+    unsigned long first;
+    unsigned long count;
+};
+
+// Adds the patches of `range` to the sums of their sections: partial[s * masks.size() + m] is that of mask m in section
+// s, counted from the first that the range meets. `patches`, fill and between as for sum_sequences.
 template <class T, class Fill, class Between>
-void sum_sequences(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
-                   unsigned long patches, unsigned long bytes, int nthreads, Fill fill, T* out, Between between) {
-    const unsigned long sections = section_count(patches);
-    const unsigned long patches_per_section = patches / sections;
-    std::vector<T> partial(sections * masks.size());
+void add_patches(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
+                 unsigned long patches, const patch_range& range, unsigned long bytes, int nthreads, Fill fill,
+                 T* partial, Between between) {
+    const unsigned long patches_per_section = std::min(patches / section_count(patches), range.count);
+    const unsigned long sections = range.count / patches_per_section;
 
     const auto add_slab = [&](const product_sequence& s, unsigned long number, slab<T>& numbers, T* sums) {
         const unsigned long filled = filled_length<T>(s);
@@ -83,9 +86,9 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
                 for (unsigned long k = first; k < last; ++k) {
                     const product_sequence& s = sequences[k];
                     const unsigned long per_patch = slab_count<T>(s) / patches;
-                    const unsigned long number = (section * patches_per_section + patch) * per_patch;
+                    const unsigned long number = (range.first + section * patches_per_section + patch) * per_patch;
                     for (unsigned long c = 0; c < per_patch; ++c) {
-                        add_slab(s, number + c, numbers, partial.data() + section * masks.size());
+                        add_slab(s, number + c, numbers, partial + section * masks.size());
                     }
                 }
             }
@@ -100,11 +103,29 @@ void sum_sequences(const std::vector<product_sequence>& sequences, const std::ve
                                  [&, start = first](auto begin, auto end) { sum_units(start + begin, start + end); });
         between();
     }
+}
 
+// Adds the sections of a sum, which stand `distance` apart, in order.
+template <class T>
+T sum_of_sections(const T* partial, unsigned long sections, std::size_t distance) {
+    T sum = partial[0];
+    for (unsigned long section = 1; section < sections; ++section) sum += partial[section * distance];
+    return sum;
+}
+
+// out[m] = the sum of (-1)^|j & masks[m]| * (number j) over the sequence that m belongs to. `patches` (a power of two)
+// divides every sequence's slab count or is 1: the slabs of one patch come from the same amplitudes, so all sequences
+// take their turn while those are in the cache. `bytes` is what all passes touch together.
+// fill(sequence, slab number, numbers) writes filled_length numbers; it must not throw. between() is called on the
+// calling thread several times in a second, and may.
+template <class T, class Fill, class Between>
+void sum_sequences(const std::vector<product_sequence>& sequences, const std::vector<unsigned long>& masks,
+                   unsigned long patches, unsigned long bytes, int nthreads, Fill fill, T* out, Between between) {
+    const unsigned long sections = section_count(patches);
+    std::vector<T> partial(sections * masks.size());
+    add_patches<T>(sequences, masks, patches, {0, patches}, bytes, nthreads, fill, partial.data(), between);
     for (std::size_t m = 0; m < masks.size(); ++m) {
-        T sum = partial[m];
-        for (unsigned long section = 1; section < sections; ++section) sum += partial[section * masks.size() + m];
-        out[m] = sum;
+        out[m] = sum_of_sections(partial.data() + m, sections, masks.size());
     }
 }
 
