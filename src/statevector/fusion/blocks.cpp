@@ -22,13 +22,14 @@ struct costs {
     static constexpr double controlled_phase = 0.35;
     static constexpr double parity = 1.2;  // rzz, and any diagonal on two qubits
     static constexpr double move = 0.6, inner_move = 1.5;
-    static constexpr double h = 1.2, rotation = 2;
+    static constexpr double h = 1.2, rotation = cost_of_a_rotation;
     static constexpr double controlled = 1.1;  // a rotation on half of the state
     static constexpr double exchange = 1.5;    // iswap, and others that leave 00 and 11 alone
     static constexpr double matrix1 = 2.4, matrix2 = 8;
 
     // What a block costs: any matrix on two qubits, and one in which each row mixes two.
     static constexpr double dense_block = 5, pairs_block = 2.6;
+    static constexpr double dense_entry = dense_block / 4;  // of a row of any dense matrix
 
     // Behind a block a gate on one qubit may be taken by the next block as well.
     static constexpr double share_of_gates_behind = 0.75;
@@ -37,36 +38,6 @@ struct costs {
 // Lowest qubits, which stand inside a vector of 64 bytes.
 template <class T>
 constexpr unsigned inner_qubits = static_cast<unsigned>(std::countr_zero(64 / sizeof(thrust::complex<T>)));
-
-template <class T>
-double cost_of(const operation<T>& op) {
-    const bool controlled = op.controls != 0;
-    const unsigned qubits = op.targets.size() + (controlled ? 1 : 0);
-    if (op.is_diagonal()) {
-        if (qubits <= 1) return costs::phase;
-        return gates::is_phase(op.kind) ? costs::controlled_phase : costs::parity;
-    }
-    if (op.is_move()) {
-        const bool inner = (op.target_mask() & index::low_bits(inner_qubits<T>)) != 0;
-        return (inner ? costs::inner_move : costs::move) * (qubits == 1 ? 2 : 1);
-    }
-    switch (op.kind) {
-        case gate_kind::h:
-            return controlled ? costs::controlled : costs::h;
-        case gate_kind::matrix1:
-            return controlled ? costs::controlled : costs::matrix1;
-        case gate_kind::iswap:
-        case gate_kind::sqrt_swap:
-            return costs::exchange;
-        case gate_kind::rxx:
-        case gate_kind::ryy:
-            return 2 * costs::rotation;
-        case gate_kind::matrix2:
-            return costs::matrix2;
-        default:
-            return controlled ? costs::controlled : costs::rotation;
-    }
-}
 
 template <class T>
 thrust::complex<T> rounded(complex c) {
@@ -330,11 +301,47 @@ private:
 }  // namespace
 
 template <class T>
+double cost_of(const operation<T>& op) {
+    const bool controlled = op.controls != 0;
+    const unsigned qubits = op.targets.size() + (controlled ? 1 : 0);
+    if (op.is_diagonal()) {
+        if (qubits <= 1) return costs::phase;
+        return gates::is_phase(op.kind) ? costs::controlled_phase : costs::parity;
+    }
+    if (op.is_move()) {
+        const bool inner = (op.target_mask() & index::low_bits(inner_qubits<T>)) != 0;
+        return (inner ? costs::inner_move : costs::move) * (qubits == 1 ? 2 : 1);
+    }
+    switch (op.kind) {
+        case gate_kind::h:
+            return controlled ? costs::controlled : costs::h;
+        case gate_kind::matrix1:
+            return controlled ? costs::controlled : costs::matrix1;
+        case gate_kind::iswap:
+        case gate_kind::sqrt_swap:
+            return costs::exchange;
+        case gate_kind::rxx:
+        case gate_kind::ryy:
+            return 2 * costs::rotation;
+        case gate_kind::matrix2:
+            return costs::matrix2;
+        case gate_kind::block:
+        case gate_kind::matrix:
+            return costs::dense_entry * static_cast<double>(1ul << op.targets.size());
+        default:
+            return controlled ? costs::controlled : costs::rotation;
+    }
+}
+
+template <class T>
 std::vector<operation<T>> form_blocks(std::vector<operation<T>> operations) {
     return block_former<T>(std::move(operations)).formed();
 }
 
 template std::vector<operation<float>> form_blocks(std::vector<operation<float>>);
 template std::vector<operation<double>> form_blocks(std::vector<operation<double>>);
+
+template double cost_of(const operation<float>&);
+template double cost_of(const operation<double>&);
 
 }  // namespace velacamplix::fusion

@@ -13,4 +13,10 @@ namespace velacamplix::fusion {
 template <class T>
 std::vector<gates::operation<T>> form_blocks(std::vector<gates::operation<T>> operations);
 
+// What an operation costs in a chunk: cycles per 64 bytes of the state, by a table that is the same on all machines.
+template <class T>
+double cost_of(const gates::operation<T>& op);
+
+inline constexpr double cost_of_a_rotation = 2;
+
 }  // namespace velacamplix::fusion

@@ -96,19 +96,33 @@ public:
         }
     }
 
-    // What is still held in the end, as one gate; on no qubit when nothing is.
-    operation<T> rest() {
+    // What is still held in the end, for a layer of these local bits; no gate when nothing is.
+    std::vector<operation<T>> rest(unsigned long local) {
         if (std::abs(phase_ - complex(1)) > 1e-15) {
             held_[0].zero *= phase_;
             held_[0].one *= phase_;
             held_mask_ |= 1;
         }
-        return product_of(held_mask_);
+        std::vector<operation<T>> gates;
+        while (held_mask_ != 0) {
+            gates.push_back(product_of((held_mask_ & ~local) | with_lowest(0, held_mask_ & local)));
+        }
+        return gates;
     }
 
 private:
     // A product reads a factor for every amplitude; so many phases on half of the amplitudes cost as much.
     static constexpr unsigned fewest_for_a_product = 4;
+    // On so many qubits of a buffer the table of factors takes 16 or 32 KiB, and leaves a large chunk its cache.
+    static constexpr unsigned most_in_a_product = 11;
+
+    // Adds the lowest bits of `more` while a product may take them.
+    static unsigned long with_lowest(unsigned long bits, unsigned long more) {
+        for (more &= ~bits; more != 0 && index::count_bits(bits) < most_in_a_product; more &= more - 1) {
+            bits |= more & -more;
+        }
+        return bits;
+    }
 
     void hold(const operation<T>& op) {
         const one_qubit_unitary u = matrix_of(op);
@@ -118,9 +132,9 @@ private:
         held_mask_ |= index::bit(op.targets[0]);
     }
 
-    // Before a gate that mixes the qubits `forced`: all that is local goes along when it is much.
+    // Before a gate that mixes the qubits `forced`: what else is local goes along when it is much, the lowest first.
     void release(unsigned long forced, unsigned long local, std::vector<operation<T>>& to) {
-        const unsigned long along = held_mask_ & local;
+        const unsigned long along = with_lowest(forced & local, held_mask_ & local);
         if (index::count_bits(along) >= fewest_for_a_product) {
             to.push_back(product_of(along));
             return;
@@ -160,15 +174,26 @@ private:
     complex phase_ = 1;
 };
 
+// Gates that cost less than a rotation on every qubit, a chain of CNOT for one, need two or three passes in large
+// chunks too. Each of these has few steps to fetch the next chunk in, which the second-level cache would hold beside it
+// only if their runs did not lie at powers of two: then small chunks are faster.
+template <class T>
+plan::buffer_shape suitable_shape(const std::vector<operation<T>>& list, unsigned nbqbits) {
+    double cost = 0;
+    for (const operation<T>& op : list) cost += cost_of(op);
+    return cost < cost_of_a_rotation * nbqbits ? plan::small_fused_shape<T>() : plan::large_fused_shape<T>(nbqbits);
+}
+
 }  // namespace
 
 template <class T>
-std::vector<fused_layer<T>> fuse(std::span<const operation<T>> batch, unsigned nbqbits, plan::buffer_shape shape) {
+std::vector<fused_layer<T>> fuse(std::span<const operation<T>> batch, unsigned nbqbits) {
     // States that become longer may leave the range of numbers in one order of commuting gates and not in another.
     const bool may_be_rewritten =
         std::all_of(batch.begin(), batch.end(), [](const operation<T>& op) { return never_lengthens(op); });
     const std::vector<operation<T>> list =
         may_be_rewritten ? form_blocks(simplify(batch)) : std::vector<operation<T>>(batch.begin(), batch.end());
+    const plan::buffer_shape shape = suitable_shape<T>(list, nbqbits);
     diagonal_collector<T> collector(nbqbits);
     std::vector<fused_layer<T>> layers;
     const auto allowed = may_be_rewritten ? plan::exchange::up_to_rounding : plan::exchange::exact;
@@ -182,18 +207,17 @@ std::vector<fused_layer<T>> fuse(std::span<const operation<T>> batch, unsigned n
         }
         return true;
     });
-    operation<T> rest = collector.rest();
-    if (!rest.targets.empty()) {
-        if (layers.empty() || layers.back().local == 0) {
-            const unsigned places = std::min(shape.local_bits, nbqbits);
-            layers.push_back({{}, plan::fill_up(0, nbqbits, places)});
-        }
-        layers.back().operations.push_back(std::move(rest));
+    const bool has_place = !layers.empty() && layers.back().local != 0;
+    const unsigned long local =
+        has_place ? layers.back().local : plan::fill_up(0, nbqbits, std::min(shape.local_bits, nbqbits));
+    for (operation<T>& product : collector.rest(local)) {
+        if (layers.empty() || layers.back().local == 0) layers.push_back({{}, local});
+        layers.back().operations.push_back(std::move(product));
     }
     return layers;
 }
 
-template std::vector<fused_layer<float>> fuse(std::span<const operation<float>>, unsigned, plan::buffer_shape);
-template std::vector<fused_layer<double>> fuse(std::span<const operation<double>>, unsigned, plan::buffer_shape);
+template std::vector<fused_layer<float>> fuse(std::span<const operation<float>>, unsigned);
+template std::vector<fused_layer<double>> fuse(std::span<const operation<double>>, unsigned);
 
 }  // namespace velacamplix::fusion

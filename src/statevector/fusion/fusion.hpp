@@ -24,7 +24,6 @@ inline unsigned long batch_length(unsigned nbqbits) { return 16ul * std::max(nbq
 // allows. Phases on single qubits are collected over gates and passes and multiplied in together. Where a gate may make
 // a state longer, the gates stay what they are and in an order that gives the same bits.
 template <class T>
-std::vector<fused_layer<T>> fuse(std::span<const gates::operation<T>> batch, unsigned nbqbits,
-                                 plan::buffer_shape shape);
+std::vector<fused_layer<T>> fuse(std::span<const gates::operation<T>> batch, unsigned nbqbits);
 
 }  // namespace velacamplix::fusion

@@ -427,3 +427,18 @@ TYPED_TEST(fusion, of_pairs_agrees_up_to_rounding_and_between_threads) {
         }
     }
 }
+
+// More phases wait than a table of factors may hold: some act now and some later, and the last ones in several tables.
+TYPED_TEST(fusion, of_phases_on_all_qubits_of_a_large_buffer_agrees_up_to_rounding) {
+    const unsigned int n = 20;
+    program<TypeParam> list(n);
+    const auto on_all = [&](const char* name, TypeParam angle) {
+        for (unsigned int q = 0; q < n; ++q) list.add_gate(name, {angle + TypeParam(q) / 7}, {q});
+    };
+    on_all("RX", 1);
+    on_all("RZ", 2);
+    for (unsigned int q = 0; q + 1 < n; q += 2) list.add_gate("SWAP", {}, {q, q + 1}, {(q + 5) % n});
+    on_all("PH", 3);
+    const auto start = random_state<TypeParam>(n, Values::ordinary, n);
+    ASSERT_TRUE(runs_alike(list, start));
+}

@@ -44,13 +44,23 @@ buffer_shape choose_shape(unsigned nbqbits, int threads, unsigned long cache_byt
 }
 
 template <class T>
-buffer_shape fused_shape() {
+buffer_shape small_fused_shape() {
     return {least_run_bits<T>, chunk_bits_within<T>(usual_first_level_cache_bytes)};
+}
+
+template <class T>
+buffer_shape large_fused_shape(unsigned nbqbits) {
+    constexpr unsigned long chunk_bytes = 256ul << 10;
+    constexpr unsigned share_bits = 5;
+    constexpr auto largest = static_cast<unsigned>(std::countr_zero(chunk_bytes / sizeof(thrust::complex<T>)));
+    const unsigned smallest = small_fused_shape<T>().local_bits;
+    return {least_run_bits<T>, std::clamp(nbqbits - std::min(nbqbits, share_bits), smallest, largest)};
 }
 
 #define VELACAMPLIX_INSTANTIATE(T)                                       \
     template buffer_shape choose_shape<T>(unsigned, int, unsigned long); \
-    template buffer_shape fused_shape<T>();
+    template buffer_shape small_fused_shape<T>();                        \
+    template buffer_shape large_fused_shape<T>(unsigned);
 VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::plan

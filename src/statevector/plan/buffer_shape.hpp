@@ -17,8 +17,15 @@ template <class T>
 buffer_shape choose_shape(unsigned nbqbits, int threads, unsigned long cache_bytes);
 
 // The buffers of a fused run: which gates come together, and so the bits, depend on them. They follow from the
-// precision alone, and suit the smallest first-level caches in use.
+// precision and the number of qubits alone, never from the machine. Small ones suit the smallest first-level caches in
+// use.
 template <class T>
-buffer_shape fused_shape();
+buffer_shape small_fused_shape();
+
+// Large ones, of 256 KiB, lie in the second-level cache. They take a half to a third of the passes, which the memory
+// that two threads share is glad of, and are hardly slower to work on. Smaller states are cut in 32, for as many
+// threads.
+template <class T>
+buffer_shape large_fused_shape(unsigned nbqbits);
 
 }  // namespace velacamplix::plan

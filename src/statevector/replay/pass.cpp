@@ -84,13 +84,12 @@ std::vector<pass<T>> make_passes(std::span<const operation<T>> operations, unsig
 template <class T>
 std::vector<pass<T>> make_fused_passes(std::span<const operation<T>> operations, unsigned nbqbits,
                                        const planning_hook& go_on) {
-    const plan::buffer_shape shape = plan::fused_shape<T>();
     const unsigned long length = fusion::batch_length(nbqbits);
     std::vector<pass<T>> passes;
     question asked(go_on);
     for (unsigned long first = 0; first < operations.size() && asked.after(first); first += length) {
         const unsigned long last = std::min(first + length, operations.size());
-        const auto layers = fusion::fuse(operations.subspan(first, last - first), nbqbits, shape);
+        const auto layers = fusion::fuse(operations.subspan(first, last - first), nbqbits);
         for (std::size_t i = 0; i < layers.size(); ++i) {
             pass<T>& made = passes.emplace_back();
             made.work = make_work(pointers_to(layers[i].operations), layers[i].local, nbqbits);

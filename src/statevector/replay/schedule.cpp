@@ -26,8 +26,8 @@ schedule<T>::schedule(std::span<const gates::operation<T>> operations, unsigned 
 
 namespace {
 
-// What takes about a millisecond, in steps of a chunk and in bytes of a gate over the whole array.
-constexpr unsigned long steps_between_questions = 2048, bytes_between_questions = 1ul << 20;
+// What takes about a millisecond, in bytes that gates touch: in a chunk, and in the whole array.
+constexpr unsigned long cached_bytes_between_questions = 32ul << 20, bytes_between_questions = 1ul << 20;
 
 // Calls work(begin, end) for pieces of a share as long as there is a yes to the question.
 template <class Work>
@@ -57,7 +57,9 @@ void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state, const
         run_steps(*small, state);
     } else {
         const chunked<T>& work = std::get<chunked<T>>(next.work);
-        const unsigned long piece = std::max(1ul, steps_between_questions / std::max(1ul, work.steps.size()));
+        const unsigned long chunk_bytes = work.chunk_size() * sizeof(thrust::complex<T>);
+        const unsigned long piece =
+            std::max(1ul, cached_bytes_between_questions / (chunk_bytes * std::max(1ul, work.steps.size())));
         const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
             thrust::complex<T>* const buffer = buffers.get() + work.chunk_size() * lease;
             if (basis_state) {

@@ -52,7 +52,7 @@ constexpr unsigned long cache_sizes[] = {0, 16ul << 10, 32ul << 10, 48ul << 10, 
 }  // namespace
 
 TYPED_TEST(schedules, with_fusion_follows_from_gates_qubits_and_precision_alone) {
-    for (const unsigned int n : {3u, 10u, 13u, 16u}) {
+    for (const unsigned int n : {3u, 10u, 13u, 17u}) {
         const auto operations = random_operations<TypeParam>(n, 20 * n);
         const auto start = random_state<TypeParam>(n, Values::ordinary);
         std::set<Plan> plans;
@@ -107,5 +107,28 @@ TYPED_TEST(schedules, chunks_fit_the_cache_and_leave_every_thread_some) {
                 EXPECT_LE(shape.local_bits, threads > 1 && n >= 20 ? n - 2 : 63);
             }
         }
+    }
+}
+
+// Large buffers stay within 256 KiB and leave 32 chunks or more, but for states that have fewer small ones.
+TYPED_TEST(schedules, with_fusion_gather_large_chunks_unless_gates_are_few) {
+    constexpr unsigned long amplitude_bytes = sizeof(thrust::complex<TypeParam>);
+    const auto bytes_of = [](const replay::schedule<TypeParam>& schedule) {
+        std::set<unsigned long> bytes;
+        for (const auto& pass : schedule.passes()) {
+            const auto* const work = std::get_if<replay::chunked<TypeParam>>(&pass.work);
+            if (work != nullptr) bytes.insert(work->chunk_size() * amplitude_bytes);
+        }
+        return bytes;
+    };
+    const auto& cnot = *gates::find_gate("CNOT");
+    for (const unsigned int n : {13u, 16u, 18u, 20u, 24u, 30u}) {
+        std::vector<gates::operation<TypeParam>> chain;
+        for (unsigned int q = 0; q + 1 < n; ++q)
+            chain.push_back(gates::named_operation<TypeParam>(cnot, std::vector<TypeParam>{}, {q, q + 1}));
+        const std::set<unsigned long> small = {16ul << 10};
+        EXPECT_EQ(bytes_of({chain, n, 1, true}), small) << n << " qubits";
+        const std::set<unsigned long> large = {std::clamp((amplitude_bytes << n) / 32, 16ul << 10, 256ul << 10)};
+        EXPECT_EQ(bytes_of({random_operations<TypeParam>(n, 10 * n), n, 1, true}), large) << n << " qubits";
     }
 }
