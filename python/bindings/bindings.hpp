@@ -22,5 +22,6 @@ void bind_batch(pybind11::module_& module);
 void bind_trajectories(pybind11::module_& module);
 void bind_stages(pybind11::module_& module);
 void bind_mapped(pybind11::module_& module);
+void bind_part_values(pybind11::module_& module);
 
 }  // namespace velacamplix::python

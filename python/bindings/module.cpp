@@ -40,6 +40,7 @@ PYBIND11_MODULE(_core, module) {
     bind_trajectories(module);
     bind_stages(module);
     bind_mapped(module);
+    bind_part_values(module);
 
     // The first array looks for NumPy's functions and lets go of the interpreter lock meanwhile, in pybind11's own way,
     // which ends the process if the interpreter ends just then. So the first array is this one.

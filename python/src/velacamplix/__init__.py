@@ -63,6 +63,7 @@ _ROOMS = (
     ("storage",),
     ("running",),
     ("gradients",),
+    ("distributed",),
     ("plots",),
     ("cli",),
     ("torch", "jax", "qiskit", "pennylane", "cirq"),

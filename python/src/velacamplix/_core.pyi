@@ -211,6 +211,21 @@ def term_values(
     interval: float = 0.05,
     signals: bool = False,
 ) -> np.ndarray: ...
+def part_sections(n: int) -> int: ...
+def add_part_values(
+    ket: np.ndarray,
+    bra: np.ndarray,
+    n: int,
+    number: int,
+    observable: Observable,
+    threads: int,
+    other_part: bool,
+    sums: np.ndarray,
+    function: Callable[[int, int], Any] | None = None,
+    interval: float = 0.05,
+    signals: bool = False,
+) -> None: ...
+def part_term_values(observable: Observable, n: int, sums: np.ndarray, others: np.ndarray | None) -> np.ndarray: ...
 def estimate(
     state: _StateVector,
     terms: Sequence[tuple[complex, str, Sequence[int]]],

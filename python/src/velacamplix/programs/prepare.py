@@ -213,9 +213,17 @@ def for_state(circuit: Circuit, n_qubits: int, precision: Precision, fusion: boo
 
 
 def for_run(
-    circuit: Circuit, nonzero: tuple[int, ...], precision: Precision, fusion: bool, rank_bits: int | None = None
+    circuit: Circuit,
+    nonzero: tuple[int, ...],
+    precision: Precision,
+    fusion: bool,
+    rank_bits: int | None = None,
+    parts_bits: int = 0,
 ) -> Prepared:
-    """Prepare a circuit for a state of its active qubits alone; `rank_bits` as for `Prepared`."""
+    """Prepare a circuit for a state of its active qubits alone.
+
+    `rank_bits` is as for `Prepared`. One of 2**parts_bits parts of the state is to fit into memory.
+    """
 
     def fitting(parts: Sequence[Part]) -> Segments:
         for step in leaves(circuit.instructions):
@@ -224,7 +232,7 @@ def for_run(
         segments = segmented(parts, nonzero)
         require_distinct_names(segments, circuit)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.
-        memory.require_state(len(segments.active), precision)
+        memory.require_state(max(0, len(segments.active) - parts_bits), precision)
         return segments
 
     return Prepared(circuit, fitting, None, precision, fusion, rank_bits)

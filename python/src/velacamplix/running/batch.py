@@ -144,7 +144,7 @@ def _final_state(circuit: Circuit, request: Request) -> StateVector:
     return run_alone(circuit, request, observing.Lost()).compact_state
 
 
-class _End:
+class End:
     """What is read in the end of a circuit all of whose shots go one way."""
 
     def __init__(self, circuit: Circuit, segments: Segments, observed: observing.Observed | None) -> None:
@@ -164,7 +164,7 @@ class _End:
             self.lost = observed.lost(segments.active, [self.measured])
 
 
-def _goes_one_way(segments: Segments) -> bool:
+def runs_one_way(segments: Segments) -> bool:
     """Return whether a circuit is gates, and measurements that can wait for the end."""
     stretches = 0
     for step in segments.steps:
@@ -210,7 +210,7 @@ def _grouped(
                     if template is not None:
                         apart[template] = 0
                     continue
-            n, goes_one_way = len(found.segments.active), _goes_one_way(found.segments)
+            n, goes_one_way = len(found.segments.active), runs_one_way(found.segments)
             is_large = keeps_states and n >= _FEWEST_SHARED_QUBITS
             if is_large or not goes_one_way:
                 others.append(member)
@@ -242,7 +242,7 @@ class _Group:
     def __init__(self, member: _Member, found: Prepared) -> None:
         self.members = [member]
         self._found = [found]
-        self._ends = [_End(member.circuit, found.segments, member.request.observed)]
+        self._ends = [End(member.circuit, found.segments, member.request.observed)]
         self._start = member.request.start.on(found.segments.active)
 
     @property

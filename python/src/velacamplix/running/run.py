@@ -45,8 +45,7 @@ def run(
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
     noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
-    schedule: str = "written",
-    storage: StorageLike = None,
+    schedule: str = "written", storage: StorageLike = None, comm: Any = None, distributed: bool = False,
 ) -> Result: ...  # fmt: skip
 
 
@@ -56,8 +55,7 @@ def run(
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, values: None = None,
     noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
-    schedule: str = "written",
-    storage: StorageLike = None,
+    schedule: str = "written", storage: StorageLike = None, comm: None = None, distributed: bool = False,
 ) -> list[Result]: ...  # fmt: skip
 
 
@@ -67,8 +65,7 @@ def run(
     precision: Precision = "double", observables: ObservablesLike = None, initial: InitialLike = None,
     progress: ProgressLike = None, fusion: bool = False, initial_order: Order | None = None, *,
     values: Mapping[Any, Any], noise: NoiseModel | None = None, method: MethodName = "auto", first_shot: int | None = None,
-    schedule: str = "written",
-    storage: StorageLike = None,
+    schedule: str = "written", storage: StorageLike = None, comm: None = None, distributed: bool = False,
 ) -> BatchResult: ...  # fmt: skip
 
 
@@ -89,6 +86,8 @@ def run(
     first_shot: int | None = None,
     schedule: str = "written",
     storage: StorageLike = None,
+    comm: Any = None,
+    distributed: bool = False,
 ) -> Result | list[Result] | BatchResult:
     """Run a circuit, with noise or without, a list of circuits, or a circuit with many sets of numbers for its parameters.
 
@@ -154,6 +153,14 @@ def run(
         without noise, fusion, an initial state, saves, and without outcomes or conditions in its middle; all else is
         refused. Parts of the state are read and written stage by stage, and ``progress`` counts them. See `Storage`,
         which also goes on where a run was ended.
+    comm : mpi4py.MPI.Intracomm, optional
+        Runs one circuit on all ranks of this communicator, a power of two, each with a part of the state. To be called on
+        all of them with the same arguments; `progress` is rank 0's. Gives a
+        `velacamplix.distributed.DistributedResult` with the same shots and expectation values on all ranks, those of one
+        process. Noise, `fusion`, `values`, lists of circuits, saves, outcomes needed before the end, and an `initial` other
+        than a basis state are refused.
+    distributed : bool
+        True is for ``comm=MPI.COMM_WORLD``.
 
     Returns
     -------
@@ -165,13 +172,16 @@ def run(
     ------
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
-        are no shots although outcomes in the middle of the circuit differ; if trajectories are to save a state, or an
+        are no shots although outcomes in the middle of the circuit differ; across ranks if these differ in what they were
+        given, or are no power of two; if trajectories are to save a state, or an
         option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
         which one it is about.
     MemoryError
         If the states, the shots or what the circuit saves do not fit.
     FileExistsError, OSError
         If the file of `storage` is there already, or the disk has not the room.
+    ImportError
+        If `comm` or `distributed` is given, and mpi4py or an MPI library is missing.
     RuntimeError
         If a loop goes round more often than its ``max_iterations``.
     KeyboardInterrupt
@@ -265,11 +275,24 @@ def run(
     checked_progress(progress)
     lost = observing.Lost()
     result: Result | list[Result] | BatchResult
+    is_distributed = checks.flag(distributed, "distributed") or comm is not None
     if storage is not None:
         from .in_storage import require_plain, run_in_storage  # start-up time
 
+        if is_distributed:
+            raise ValueError(f"storage must be left away across ranks, got {checks.show(storage)}")
         require_plain(request, not is_one)
         result = run_in_storage(circuits[0], request, checked_storage(storage), lost)
+        lost.warn(stacklevel=2)
+        return result
+    if is_distributed:
+        if not is_one:
+            raise ValueError("across ranks one circuit is run at a time, got " + ("a list" if are_many else "one with values"))
+        if noise is not None:
+            raise ValueError(f"noise must be left away across ranks, got {checks.show(noise)}")
+        from ..distributed.run import run_distributed
+
+        result = run_distributed(circuits[0], request, comm, threads, lost)
         lost.warn(stacklevel=2)
         return result
     if is_one:

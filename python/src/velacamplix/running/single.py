@@ -54,9 +54,9 @@ class Request(NamedTuple):
     first_shot: int | None = None
     rank_bits: int | None = None
 
-    def prepared(self, circuit: Circuit) -> AbstractContextManager[Prepared]:
-        """Give the circuit's steps and programs, perhaps those of the last time."""
-        how = self.start.nonzero, self.precision, self.fused, self.rank_bits
+    def prepared(self, circuit: Circuit, parts_bits: int = 0) -> AbstractContextManager[Prepared]:
+        """Give the circuit's steps and programs, perhaps those of the last time; of its state 2**parts_bits parts are to fit."""
+        how = self.start.nonzero, self.precision, self.fused, self.rank_bits, parts_bits
         return prepared(circuit, ("run", *how), lambda: for_run(circuit, *how))
 
 

@@ -1,0 +1,175 @@
+"""Runs a circuit on many ranks."""
+
+from __future__ import annotations
+
+import hashlib
+import math
+import secrets
+from typing import Any
+
+import numpy as np
+
+from ..circuit.circuit import Circuit
+from ..core import extension
+from ..programs.compile import compiled, described
+from ..programs.drive import heard
+from ..programs.prepare import HasNoise, Prepared
+from ..programs.progress import metered
+from ..programs.segments import Segments, Stretch
+from ..results.plan import Plan
+from ..running import observing
+from ..running.batch import End, runs_one_way
+from ..running.saved import Saved
+from ..running.single import Clock, Request
+from .ranks import Ranks, ranks_of
+from .result import DistributedResult
+from .state import DistributedState, require_fitting
+
+_PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDouble}
+
+
+def run_distributed(
+    circuit: Circuit, request: Request, comm: Any, threads: int | None, lost: observing.Lost
+) -> DistributedResult:
+    """Return the result of a circuit, the same on all ranks, each of which has a part of the state.
+
+    Parameters
+    ----------
+    request : Request
+        Its `threads` are not looked at.
+    comm : mpi4py.MPI.Intracomm or None
+    threads : int or None
+        As the caller gave them: None lets the ranks of a machine share its processors.
+    lost : Lost
+        As for `run_alone`.
+    """
+    clock = Clock()
+    if request.is_noisy:
+        raise ValueError("noise and method must be left away across ranks, where only runs of pure states are carried out")
+    if request.fused:
+        raise ValueError("fusion must be False across ranks, where gates are carried out exactly, got True")
+    ranks = ranks_of(comm)
+    try:
+        with request.prepared(circuit, ranks.bits) as found:
+            return _carried_out(circuit, found, request, ranks, ranks.threads(threads), clock, lost)
+    except HasNoise as error:
+        raise ValueError(f"noise must be left away across ranks: {error}") from None
+
+
+def _carried_out(
+    circuit: Circuit, found: Prepared, request: Request, ranks: Ranks, threads: int, clock: Clock, lost: observing.Lost
+) -> DistributedResult:
+    segments, shots, observed = found.segments, request.shots, request.observed
+    _require_one_way(circuit, segments)
+    n = len(segments.active)
+    basis = _basis_state(request, segments.active)
+    end = End(circuit, segments, observed)
+    _agree(circuit, found, request, ranks, end)
+    seed = ranks.first(lambda: secrets.randbits(32)) if request.seed is None else request.seed
+    require_fitting(ranks, n, "the qubits that gates act on")
+    state = DistributedState._another(ranks, n, request.precision, threads)
+    program = found.programs[0] if found.programs else compiled([], n, request.precision, circuit, range(n))
+    plan = _PLANS[request.precision](program, n, ranks.bits, basis == 0)
+    view = state._part._live().view()
+    if basis and ranks.rank in (0, basis >> plan.part_qubits()):
+        view[0] = 0
+        if ranks.rank == basis >> plan.part_qubits():
+            view[basis & (len(view) - 1)] = 1
+    clock.note("compile")
+
+    before = ranks.sent
+    with metered(request.progress if ranks.rank == 0 else None, len(plan), "stages") as meter:
+        for stage in range(len(plan)):
+            for partner, first, count in plan.transfers(stage, ranks.rank):
+                ranks.swap(view[first : first + count], partner)
+            plan.run_stage(stage, ranks.rank, view, threads, *heard())
+            meter.advance(1)
+            meter.tell()
+    state._numbers = [plan.part_of(rank) for rank in range(ranks.size)]
+    clock.note("simulate")
+
+    rows = None
+    if shots is not None:
+        rows = end.readout.rows(state._drawn(shots, tuple(end.readout.qubits), seed))
+        clock.note("sample")
+    expectations = None
+    if observed is not None:
+        values = [state._expectation(observable) for observable in end.observables]
+        # As the mean over groups of shots, of which there is one here.
+        expectations = observed.shaped(0.0 + 1.0 * np.array(values, dtype=np.complex128))
+        lost.add(None, end.lost)
+        clock.note("observables")
+    return DistributedResult(
+        n_qubits=circuit.n_qubits,
+        n_clbits=circuit.n_clbits,
+        registers=circuit.registers,
+        is_of_clbits=segments.has_measurement,
+        n_shots=shots,
+        seed=None if shots is None else seed,
+        precision=request.precision,
+        threads=threads,
+        active_qubits=segments.active,
+        rows=rows,
+        state=None,
+        measured=end.measured,
+        measured_bits=segments.written_bits,
+        readings=dict(end.readings),
+        known_bits=0,
+        expectation_values=expectations,
+        saved=Saved(circuit.n_qubits, segments.active, {}),
+        timings=clock.timings(),
+        plan=Plan(len(program), (), 0.0),
+        distributed_state=state,
+        stages=len(plan),
+        parts_sent=plan.parts_sent(),
+        bytes_sent=ranks.sent - before,
+    )
+
+
+def _require_one_way(circuit: Circuit, segments: Segments) -> None:
+    if segments.steps and not runs_one_way(segments):
+        for step in segments.steps:
+            source = getattr(step, "source", None)
+            if not isinstance(step, Stretch) and source is not None and (source.name != "measure" or getattr(step, "now", ())):
+                raise ValueError(
+                    f"circuit must be gates, and measurements at its end, to run across ranks; got {described(source, circuit)}, "
+                    "whose outcome or state is needed before the end"
+                )
+        raise ValueError("circuit must be gates without conditions, and measurements at its end, to run across ranks")
+
+
+def _basis_state(request: Request, active: tuple[int, ...]) -> int:
+    """Return the index of the basis state to begin with."""
+    product = request.start.on(active)
+    if product is None:
+        return 0
+    if product == "amplitudes" or product.strip("01"):
+        raise ValueError(
+            'initial must be a basis state across ranks, a number or a text of "0" and "1"; gates at the beginning of the circuit '
+            "make other states"
+        )
+    return sum([1 << place for place, digit in enumerate(product) if digit == "1"])
+
+
+def _agree(circuit: Circuit, found: Prepared, request: Request, ranks: Ranks, end: End) -> None:
+    """Refuse ranks with other circuits, arguments or versions, or processors whose sines have other bits."""
+    gates, sines = hashlib.sha256(), hashlib.sha256()
+    for step in found.segments.steps:
+        for gate in step.gates if isinstance(step, Stretch) else ():
+            gates.update(repr((gate.name, gate.qubits, gate.controls, gate.params)).encode())
+            for angle in gate.params if len(gate.params) <= 3 else ():
+                if isinstance(angle, (int, float)) and math.isfinite(angle):
+                    sines.update(repr((math.sin(angle / 2), math.cos(angle / 2), math.sin(angle), math.cos(angle))).encode())
+    start = request.start.on(found.segments.active)
+    ranks.agree(
+        version=extension.version(),
+        precision=request.precision,
+        number_of_qubits=circuit.n_qubits,
+        circuit=(gates.hexdigest(), end.readings, end.n_bits, found.segments.active),
+        schedule="written" if request.rank_bits is None else f"canonical:{request.rank_bits}",
+        initial_state=start,
+        number_of_shots=request.shots,
+        seed=request.seed,
+        observables=None if request.observed is None else [str(one) for one in request.observed.observables],
+        sines_and_cosines=sines.hexdigest(),
+    )

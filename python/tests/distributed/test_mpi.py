@@ -1,0 +1,89 @@
+"""Real launches of `mpirun`: what every rank does stands in on_ranks.py."""
+
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+HERE = Path(__file__).parent
+
+
+def _missing():
+    """What is not there to launch ranks, or nothing."""
+    if shutil.which("mpirun") is None:
+        return "mpirun is not installed (Debian: openmpi-bin)"
+    probe = subprocess.run([sys.executable, "-c", "from mpi4py import MPI"], capture_output=True, text=True)
+    return "" if probe.returncode == 0 else f"mpi4py finds no MPI library, or is missing: {probe.stderr.strip()[-200:]}"
+
+
+MISSING = _missing()
+pytestmark = pytest.mark.skipif(bool(MISSING), reason=f"no ranks can be launched: {MISSING}")
+
+
+def launched(ranks, *arguments, timeout=300, environment=()):
+    """Run `mpirun -n ranks` on whatever number of processors, as whatever user."""
+    settings = {
+        **os.environ,
+        # Root in a container, and more ranks than processors, are asked for by name. Other MPI libraries do not look.
+        "OMPI_ALLOW_RUN_AS_ROOT": "1",
+        "OMPI_ALLOW_RUN_AS_ROOT_CONFIRM": "1",
+        "OMPI_MCA_rmaps_base_oversubscribe": "1",
+        "PRTE_MCA_rmaps_default_mapping_policy": ":oversubscribe",
+        "OMPI_MCA_mpi_yield_when_idle": "1",
+        **dict(environment),
+    }
+    return subprocess.run(
+        ["mpirun", "-n", str(ranks), *map(str, arguments)], capture_output=True, text=True, timeout=timeout, env=settings
+    )
+
+
+@pytest.mark.parametrize("ranks", [1, 2, 4, 8])
+def test_ranks_give_what_one_process_gives(ranks, tmp_path):
+    done = launched(ranks, sys.executable, HERE / "on_ranks.py", tmp_path)
+    assert done.returncode == 0, done.stdout + done.stderr
+    assert f"{ranks} ranks: six_circuits_have_the_bits_of_one_process" in done.stdout
+
+
+FAILING = """
+from mpi4py import MPI
+from velacamplix import Circuit, run
+circuit = Circuit(4).h(range(4))
+run(circuit, comm=MPI.COMM_WORLD)
+if MPI.COMM_WORLD.Get_rank() == 1:
+    raise ZeroDivisionError("only here")
+run(circuit, comm=MPI.COMM_WORLD)
+print("nobody gets here")
+"""
+
+
+@pytest.mark.parametrize("through", [(), ("-m", "mpi4py")])
+def test_a_rank_that_raises_ends_all(through, tmp_path):
+    script = tmp_path / "failing.py"
+    script.write_text(FAILING)
+    done = launched(2, sys.executable, *through, script, timeout=60)
+    assert done.returncode != 0
+    assert "ZeroDivisionError: only here" in done.stderr
+    assert "failing.py" in done.stderr  # its traceback
+    assert "nobody gets here" not in done.stdout
+    if not through:
+        assert "rank 1 of 2 ends all by this exception" in done.stderr
+
+
+THREE = """
+from velacamplix import Circuit, run
+try:
+    run(Circuit(4).h(range(4)), distributed=True)
+except ValueError as error:
+    print(error)
+"""
+
+
+def test_a_number_of_ranks_that_is_no_power_of_two_is_refused(tmp_path):
+    script = tmp_path / "three.py"
+    script.write_text(THREE)
+    done = launched(3, sys.executable, script, timeout=60)
+    assert done.returncode == 0, done.stderr
+    assert done.stdout.count("the number of ranks must be a power of two, got 3; the next lower one is 2") == 3
