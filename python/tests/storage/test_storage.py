@@ -411,3 +411,27 @@ def test_ctrl_c_is_heard_while_a_file_is_read(path, monkeypatch):
             result.probability(0)
     finally:
         signal.signal(signal.SIGALRM, before)
+
+
+LIMITED = """
+import resource, sys, threading
+from velacamplix import Circuit, Storage, StateVector, run
+threading.stack_size(2**20)
+with open("/proc/self/status") as file:
+    data = next(int(line.split()[1]) for line in file if line.startswith("VmData")) * 1024
+resource.setrlimit(resource.RLIMIT_DATA, (data + 60 * 2**20, resource.RLIM_INFINITY))
+n = 22
+try:
+    StateVector(n, threads=1)
+    print("there was room")
+except MemoryError:
+    pass
+result = run(Circuit(n).h(range(n)), shots=5, seed=1, observables="X21", threads=1, storage=Storage(sys.argv[1], 19))
+print(result.storage.parts, abs(result.expectation_values - 1) < 1e-9)
+"""
+
+
+def test_memory_is_that_of_three_parts(path):
+    # The state has 64 MiB, the parts together 24.
+    told = subprocess.run([sys.executable, "-c", LIMITED, path], capture_output=True, text=True, timeout=300)
+    assert told.stdout == "8 True\n", told.stdout + told.stderr
