@@ -19,6 +19,9 @@ from velacamplix.storage import walk as _walk
 from velacamplix.storage.layout import Layout
 from velacamplix.storage.storage import planned
 
+# Wherever the tests' files lie.
+pytestmark = pytest.mark.filterwarnings("ignore:the file system of .* refuses direct access")
+
 
 def random_circuit(n, gates, seed=1):
     engine = random.Random(seed)
@@ -169,7 +172,8 @@ def test_a_run_that_ends_early_goes_on(path, monkeypatch):
 
 
 KILLED = """
-import os, sys, time
+import signal, sys, time
+signal.signal(signal.SIGINT, signal.default_int_handler)  # ignored where tests run in the background
 sys.path.insert(0, sys.argv[2])
 from test_storage import random_circuit, stored
 from velacamplix.storage import walk
