@@ -19,6 +19,9 @@ from velacamplix.storage import walk as _walk
 from velacamplix.storage.layout import Layout
 from velacamplix.storage.storage import planned
 
+# Wherever the tests' files lie.
+pytestmark = pytest.mark.filterwarnings("ignore:the file system of .* refuses direct access")
+
 
 def random_circuit(n, gates, seed=1):
     engine = random.Random(seed)
@@ -169,7 +172,8 @@ def test_a_run_that_ends_early_goes_on(path, monkeypatch):
 
 
 KILLED = """
-import os, sys, time
+import signal, sys, time
+signal.signal(signal.SIGINT, signal.default_int_handler)  # ignored where tests run in the background
 sys.path.insert(0, sys.argv[2])
 from test_storage import random_circuit, stored
 from velacamplix.storage import walk
@@ -411,3 +415,27 @@ def test_ctrl_c_is_heard_while_a_file_is_read(path, monkeypatch):
             result.probability(0)
     finally:
         signal.signal(signal.SIGALRM, before)
+
+
+LIMITED = """
+import resource, sys, threading
+from velacamplix import Circuit, Storage, StateVector, run
+threading.stack_size(2**20)
+with open("/proc/self/status") as file:
+    data = next(int(line.split()[1]) for line in file if line.startswith("VmData")) * 1024
+resource.setrlimit(resource.RLIMIT_DATA, (data + 60 * 2**20, resource.RLIM_INFINITY))
+n = 22
+try:
+    StateVector(n, threads=1)
+    print("there was room")
+except MemoryError:
+    pass
+result = run(Circuit(n).h(range(n)), shots=5, seed=1, observables="X21", threads=1, storage=Storage(sys.argv[1], 19))
+print(result.storage.parts, abs(result.expectation_values - 1) < 1e-9)
+"""
+
+
+def test_memory_is_that_of_three_parts(path):
+    # The state has 64 MiB, the parts together 24.
+    told = subprocess.run([sys.executable, "-c", LIMITED, path], capture_output=True, text=True, timeout=300)
+    assert told.stdout == "8 True\n", told.stdout + told.stderr
