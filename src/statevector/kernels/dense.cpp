@@ -7,8 +7,11 @@
 #include <velacamplix/kernels.hpp>
 
 #include <algorithm>
+#include <bit>
 #include <mutex>
 #include <new>
+#include <numeric>
+#include <utility>
 
 namespace velacamplix::kernels {
 namespace {
@@ -31,6 +34,12 @@ struct dense_table : coefficient_table<T> {
     std::vector<unsigned long> offsets;      // outer bits of each pack of a group, by local index
     std::vector<unsigned long> inner_of;     // per target: position inside the pack, or `outer`
     static constexpr unsigned long outer = ~0ul;
+
+    // For a loop that knows the inner positions: the packs of a group in an order in which the inner targets come
+    // first, lowest position first, as bits of a pack's number.
+    std::vector<unsigned long> pack_offsets;    // by a pack's number
+    std::vector<unsigned long> pack_of_column;  // its number, by local index
+    std::vector<thrust::complex<T>> rows;       // the matrix's rows by a pack's number, their columns by local index
 
     // Packs for one thread. Others take their own; where there is no memory for these, threads use the spare ones in
     // turn: amplitudes have been overwritten by then, and nothing may fail any more.
@@ -64,15 +73,20 @@ struct group_buffer {
     }
 };
 
+// A column's amplitudes, and these times i.
+template <class V>
+struct column_packs {
+    V x, y;
+};
+
 // `rows` rows of the product at once: every sum starts at +0 and takes the columns upward, products in full. An entry
 // is two scalars that the multiplications read from memory and spread over the pack by themselves.
-template <unsigned rows, class V, class Keep>
+template <unsigned rows, class V, class Packs, class Keep>
 [[gnu::always_inline]] inline void multiply_rows(const thrust::complex<scalar_of<V>>* matrix, unsigned long dim,
-                                                 const V* old, const V* turned, Keep keep) {
+                                                 Packs packs_of, Keep keep) {
     V sum[rows] = {};
     for (unsigned long column = 0; column < dim; ++column) {
-        const V x = old[column];
-        const V y = turned[column];
+        const auto [x, y] = packs_of(column);
         for (unsigned row = 0; row < rows; ++row) {
             const thrust::complex<scalar_of<V>>& m = matrix[row * dim + column];
             sum[row] += x * m.real() + y * m.imag();
@@ -135,8 +149,12 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
             // three targets in one go are faster by half; of more rows eight are no faster than four.
             constexpr unsigned rows = fixed_dim == 0 ? 1 : fixed_dim == 8 ? 8 : 4;
             for (unsigned long row = 0; row < dim; row += rows) {
-                multiply_rows<rows, V>(matrix + row * dim, dim, old, turned,
-                                       [&](unsigned r, V sum) { keep(row + r, sum); });
+                multiply_rows<rows, V>(
+                    matrix + row * dim, dim,
+                    [=](unsigned long column) {
+                        return column_packs<V>{old[column], turned[column]};
+                    },
+                    [&](unsigned r, V sum) { keep(row + r, sum); });
             }
         };
         if (!any_inner && !blend) {
@@ -152,6 +170,83 @@ void run_dense(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
         }
         for (unsigned long j = 0; j < dim; ++j) store(state + (base | offsets[j]), result[j]);
     }
+}
+
+// Exchanges the lane bits `positions` with the lowest bits of the packs' numbers, in order.
+template <class V, unsigned long positions, unsigned long bit = 1>
+[[gnu::always_inline]] inline void exchange_lowest(V* packs, unsigned long dim) {
+    if constexpr (positions != 0) {
+        for (unsigned long i = 0; i < dim; ++i) {
+            if ((i & bit) == 0) exchange_bit<std::countr_zero(positions)>(packs[i], packs[i | bit]);
+        }
+        exchange_lowest<V, positions&(positions - 1), 2 * bit>(packs, dim);
+    }
+}
+
+// Two or three targets, some of them inside the packs, at the positions `inner`: exchanges before and after the
+// product stay in registers. No conditions on lanes.
+template <class V, unsigned long dim, unsigned long inner>
+void run_dense_inside(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<V>>* state, unsigned long begin,
+                      unsigned long end) {
+    using T = scalar_of<V>;
+    const auto& table = static_cast<const dense_table<T>&>(*call.table);
+    const unsigned long* const offsets = table.pack_offsets.data();
+    const unsigned long* const pack_of_column = table.pack_of_column.data();
+    const thrust::complex<T>* const rows = table.rows.data();
+    const unsigned long fixed = call.fixed;
+    const auto after = [&](unsigned long at) { return index::next(at, ~fixed) | call.ones; };
+    constexpr unsigned long groups_ahead = 64 / (dim * dim) + 1;
+    unsigned long base = index::deposit(begin, ~fixed) | call.ones;
+    unsigned long ahead = index::deposit(begin + groups_ahead, ~fixed) | call.ones;
+    for (unsigned long unit = begin; unit < end; ++unit, base = after(base), ahead = after(ahead)) {
+        if (call.prefetch) {
+            for (unsigned long j = 0; j < dim; ++j) __builtin_prefetch(state + (ahead | offsets[j]), 1);
+        }
+        V old[dim], turned[dim], result[dim];
+        for (unsigned long j = 0; j < dim; ++j) old[j] = load<V>(state + (base | offsets[j]));
+        exchange_lowest<V, inner>(old, dim);
+        for (unsigned long j = 0; j < dim; ++j) turned[j] = quarter_turn(old[j]);
+        multiply_rows<dim, V>(
+            rows, dim,
+            [&](unsigned long column) {
+                const unsigned long pack = pack_of_column[column];
+                return column_packs<V>{old[pack], turned[pack]};
+            },
+            [&](unsigned long row, V sum) { result[row] = sum; });
+        exchange_lowest<V, inner>(result, dim);
+        for (unsigned long j = 0; j < dim; ++j) store(state + (base | offsets[j]), result[j]);
+    }
+}
+
+// Fills what run_dense_inside reads.
+template <class T>
+void sort_packs(dense_table<T>& table) {
+    const std::size_t k = table.inner_of.size();
+    std::vector<std::size_t> targets(k);  // by bit of a pack's number
+    std::iota(targets.begin(), targets.end(), std::size_t{0});
+    std::sort(targets.begin(), targets.end(), [&](std::size_t a, std::size_t b) {
+        return std::pair(table.inner_of[a], a) < std::pair(table.inner_of[b], b);
+    });
+    table.pack_offsets.resize(table.dim);
+    table.pack_of_column.resize(table.dim);
+    table.rows.resize(table.dim * table.dim);
+    for (unsigned long pack = 0; pack < table.dim; ++pack) {
+        unsigned long local = 0;
+        for (std::size_t i = 0; i < k; ++i) local |= (pack >> i & 1) << (k - 1 - targets[i]);
+        table.pack_offsets[pack] = table.offsets[local];
+        table.pack_of_column[local] = pack;
+        std::copy_n(table.matrix.data() + local * table.dim, table.dim, table.rows.data() + pack * table.dim);
+    }
+}
+
+// Null where there is none for so many targets at these positions.
+template <class V, unsigned long dim, unsigned long inner = 1>
+auto choose_loop_inside(unsigned long positions) -> typename kernel_call<scalar_of<V>>::loop {
+    if constexpr (inner < lanes<V>) {
+        if (positions != inner) return choose_loop_inside<V, dim, inner + 1>(positions);
+        if constexpr ((1ul << std::popcount(inner)) <= dim) return run_dense_inside<V, dim, inner>;
+    }
+    return nullptr;
 }
 
 template <class V>
@@ -213,6 +308,18 @@ void select_dense(kernel_call<scalar_of<V>>& call, dense_table<scalar_of<V>>& ta
     if (table.dim > most_on_stack) table.spare.reset(group_buffer<V>::allocate(table.dim));
     call.prefetch = is_larger_than_l2<scalar_of<V>>(nbqbits) ? 1 : 0;
     call.run = choose_loop<V>(table.dim);
+    unsigned long positions = 0;
+    int inside = 0;
+    for (const unsigned long position : table.inner_of) {
+        if (position == dense_table<scalar_of<V>>::outer) continue;
+        positions |= 1ul << position;
+        ++inside;
+    }
+    // A host may name a target twice; the general loop has an order of exchanges for that.
+    const bool differ = std::popcount(positions) == inside;
+    if (inside == 0 || !differ || call.lane_fixed != 0 || (table.dim != 4 && table.dim != 8)) return;
+    call.run = table.dim == 4 ? choose_loop_inside<V, 4>(positions) : choose_loop_inside<V, 8>(positions);
+    sort_packs(table);
 }
 
 }  // namespace
