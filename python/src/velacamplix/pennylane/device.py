@@ -95,7 +95,7 @@ class VelacamplixDevice(_Base):  # type: ignore[misc]
         return {name: value for name, value in vars(self).items() if name not in _OF_ONE_DEVICE}
 
     def __setstate__(self, state: dict[str, Any]) -> None:
-        vars(self).update(state)
+        self.__dict__.update(state)
         self._begin()
 
     @property
