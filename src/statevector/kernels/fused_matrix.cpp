@@ -11,13 +11,21 @@ namespace {
 
 template <class V>
 struct fused_table : coefficient_table<scalar_of<V>> {
-    std::vector<thrust::complex<scalar_of<V>>> scalars;  // where no target stands inside the pack
+    std::vector<thrust::complex<scalar_of<V>>> scalars;  // where entries_are_scalars
     std::vector<V> packs;                                // else; entries stand by two, re and (-im, +im, ...)
     std::array<unsigned long, 1ul << most_fused_targets> offsets{};  // of the packs of a group
 };
 
-// The registers that sums may take, beside what a column needs.
+// Where no target stands inside the pack all lanes have the same entry, and a multiplication may spread it itself. With
+// 128 bits that takes an instruction of its own, so there entries are spread once for all.
+template <class V, unsigned inner>
+inline constexpr bool entries_are_scalars = inner == 0 && sizeof(V) > 16;
+
+// The registers that sums may take, beside what a column needs, and the groups that share them: with 128 bits and
+// products that need a register of their own there is none for a second group.
 constexpr unsigned sums_at_once = widest_bytes == 64 ? 16 : 8;
+template <class V>
+constexpr unsigned groups_at_once = sizeof(V) > 16 ? 2 : 1;
 
 template <class V>
 [[gnu::always_inline]] inline V turned(V v) {
@@ -73,7 +81,7 @@ void run_fused(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
     constexpr unsigned packs_in_group = 1u << outer;
     constexpr unsigned columns_in_pack = 1u << static_cast<unsigned>(std::popcount(inner));
     constexpr unsigned rows = std::min(packs_in_group, sums_at_once);
-    constexpr unsigned at_once = std::min(sums_at_once / rows, 2u);
+    constexpr unsigned at_once = std::min(sums_at_once / rows, groups_at_once<V>);
     const auto& table = static_cast<const fused_table<V>&>(*call.table);
     const amplitude* const scalar = table.scalars.data();
     const V* const pack = table.packs.data();
@@ -111,7 +119,7 @@ void run_fused(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
                                 constexpr unsigned lane = deposit_small(c, inner);
                                 V one[groups], other[groups];
                                 for (unsigned g = 0; g < groups; ++g) {
-                                    if constexpr (inner == 0) {
+                                    if constexpr (entries_are_scalars<V, inner>) {
                                         one[g] = x[g];
                                         other[g] = turned(x[g]);
                                     } else {
@@ -124,7 +132,7 @@ void run_fused(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
 #pragma GCC unroll 16
                                 for (unsigned row = 0; row < rows; ++row) {
                                     V re, im;
-                                    if constexpr (inner == 0) {
+                                    if constexpr (entries_are_scalars<V, inner>) {
                                         re = broadcast<V>(scalar[column + row].real());
                                         im = broadcast<V>(scalar[column + row].imag());
                                     } else {
@@ -162,7 +170,7 @@ void run_fused_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scal
     std::array<unsigned long, packs_in_group> offset;
     std::copy_n(table.offsets.begin(), packs_in_group, offset.begin());
     const auto row = [=](V own, V other, unsigned long r) __attribute__((always_inline)) {
-        if constexpr (inner == 0) {
+        if constexpr (entries_are_scalars<V, inner>) {
             const amplitude d = scalar[2 * r], o = scalar[2 * r + 1];
             V sum = own * broadcast<V>(d.real());
             sum = fused_multiply_add(broadcast<V>(d.imag()), turned(own), sum);
@@ -261,7 +269,7 @@ void select_fused(kernel_call<scalar_of<V>>& call, unsigned long nbqbits, const 
     };
     // Of the rows of a pack, the entries in the columns that differ from or are `column(row)`.
     const auto add = [&](unsigned pack, auto column) {
-        if (inner == 0) {
+        if (inner == 0 && entries_are_scalars<V, 0>) {
             table->scalars.push_back(entry(pack, column(pack)));
             return;
         }
