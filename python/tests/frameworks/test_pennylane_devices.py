@@ -1,6 +1,8 @@
 """The devices for PennyLane beside PennyLane's own: values, shots, mid-circuit measurements, options."""
 
+import copy
 import importlib.metadata
+import pickle
 import tomllib
 import warnings
 
@@ -435,6 +437,29 @@ def test_wires_may_be_allocated(kind, wires):
 
     ours, theirs = (qml.QNode(circuit, device)(0.3) for device in (kind(wires=wires), qml.device("default.qubit", wires=wires)))
     np.testing.assert_allclose(np.hstack(ours), np.hstack(theirs), atol=1e-12)
+
+
+COPIES = {"pickled": lambda device: pickle.loads(pickle.dumps(device)), "deep": copy.deepcopy, "shallow": copy.copy}
+
+
+@pytest.mark.parametrize("how", COPIES)
+@EVERY
+def test_devices_can_be_copied(kind, how):
+    def circuit(x):
+        qml.RX(x, 0)
+        qml.CNOT([0, "b"])
+        return qml.expval(qml.Z("b"))
+
+    device = kind(wires=[0, "b"], seed=5, precision="single", threads=1)
+    x = qml.numpy.array(0.4, requires_grad=True)
+    before = qml.QNode(circuit, device)(x)
+    made = COPIES[how](device)
+    assert type(made) is kind and made.wires == device.wires
+    assert qml.QNode(circuit, made)(x) == before == pytest.approx(np.cos(0.4), abs=1e-6)
+    assert qml.grad(qml.QNode(circuit, made))(x) == pytest.approx(-np.sin(0.4), abs=1e-6)
+    if how != "shallow":  # the same shots from here on
+        tape = qml.tape.QuantumScript([qml.Hadamard(0)], [qml.sample(wires=0)], shots=50)
+        np.testing.assert_array_equal(made.execute(tape), device.execute(tape))
 
 
 def test_derivatives_with_allocated_wires():

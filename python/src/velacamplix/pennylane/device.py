@@ -59,6 +59,8 @@ _OBSERVABLES = frozenset(
     }
 )  # fmt: skip
 
+_OF_ONE_DEVICE = frozenset({"_lock", "_plans", "_adjoint", "_spare"})
+
 _METHODS = ("deferred", "device", "one-shot", "tree-traversal")
 _POSTSELECT_MODES = (None, "hw-like")
 
@@ -77,12 +79,23 @@ class VelacamplixDevice(_Base):  # type: ignore[misc]
         limits.thread_count(threads)
         self._threads = threads
         self._rng = generator(seed)
-        # One computation at a time: what is kept is used by it.
-        self._lock = threading.RLock()
         self._own_places = None
         if self.wires is not None:
             labels = self.wires.tolist()
             self._own_places = _places(labels)
+        self._begin()
+
+    def _begin(self) -> None:
+        """Make what a device has for itself alone, and no copy of it."""
+        # One computation at a time: what is kept is used by it.
+        self._lock = threading.RLock()
+
+    def __getstate__(self) -> dict[str, Any]:
+        return {name: value for name, value in vars(self).items() if name not in _OF_ONE_DEVICE}
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        self.__dict__.update(state)
+        self._begin()
 
     @property
     def name(self) -> str:
@@ -314,14 +327,16 @@ class VelacamplixQubit(VelacamplixDevice):
         self, wires: Any = None, shots: Any = None, seed: Any = "global", threads: int | None = None,
         precision: Precision = "double", fusion: bool = False, noise: None = None,
     ) -> None:  # fmt: skip
+        self._how = How(checks.precision(precision), require_fusion(fusion))
         super().__init__(wires, shots, seed, threads, precision)
         if noise is not None:
             raise ValueError(f"noise must be None with velacamplix.qubit, got {checks.show(noise)}; velacamplix.mixed takes a model")
-        how = How(self._precision, require_fusion(fusion))
-        self._plans = Plans(how)
-        self._how = how
+
+    def _begin(self) -> None:
+        super()._begin()
+        self._plans = Plans(self._how)
         # Derivatives go back through the gates one by one.
-        self._adjoint = Adjoint(Plans(How(self._precision, False)), self._precision, threads)
+        self._adjoint = Adjoint(Plans(How(self._precision, False)), self._precision, self._threads)
         self._spare: StateVector | None = None
 
     @property
