@@ -647,3 +647,46 @@ def test_what_nothing_needs_to_be_done_with_is_left_as_it_is(case, method):
 @pytest.mark.parametrize("case", NOT_FITTING)
 def test_everything_else_is_looked_at_by_pennylanes_steps(case, wires):
     assert VelacamplixQubit(wires=wires)._fits(NOT_FITTING[case]()) == (wires is None and case.startswith("another wire"))
+
+
+def _of_angles(x, y, measurements):
+    ops = [qml.RX(x, 0), qml.Rot(0.1, x, y, 1), qml.CNOT([0, 2]), qml.IsingXY(y, [2, 1]), qml.GlobalPhase(x), qml.CRY(x, [1, 0])]
+    return qml.tape.QuantumScript(ops, measurements)
+
+
+@pytest.mark.parametrize("options", [{}, {"precision": "single"}, {"fusion": True}, {"threads": 3}], ids=str)
+@pytest.mark.parametrize("count", [1, 2])
+def test_tapes_that_differ_in_their_angles_are_run_together_and_give_what_each_gives(monkeypatch, options, count):
+    measurements = [qml.expval(qml.Hamiltonian([0.5, 2.0, 0.1], [qml.X(0), qml.Z(1) @ qml.Y(2), qml.I(0)])), qml.expval(qml.Z(2))]
+    tapes = [_of_angles(0.3 * i, 1.0 - 0.2 * i, measurements[:count]) for i in range(7)]
+    device, calls = VelacamplixQubit(wires=3, **options), []
+    together = velacamplix.core.extension.run_batch
+    monkeypatch.setattr(velacamplix.core.extension, "run_batch", lambda *all: calls.append(1) or together(*all))
+    found = device.execute(tapes)
+    assert len(calls) == 1 and isinstance(found, tuple)
+    alone = tuple(VelacamplixQubit(wires=3, **options).execute([tape])[0] for tape in tapes)
+    assert len(calls) == 1
+    assert found == alone and len(set(map(str, found))) == 7
+    assert [type(one) for one in found] == [type(one) for one in alone] == [np.float64 if count == 1 else tuple] * 7
+
+
+def test_tapes_that_differ_in_more_are_run_one_by_one(monkeypatch):
+    monkeypatch.setattr(velacamplix.core.extension, "run_batch", None)
+    z, x = [qml.expval(qml.Z(2))], [qml.expval(qml.X(2))]
+    first = _of_angles(0.3, 0.2, z)
+    others = {
+        "another gate": qml.tape.QuantumScript([*first.operations, qml.X(0)], z),
+        "another observable": _of_angles(0.3, 0.2, x),
+        "more of them": _of_angles(0.3, 0.2, z + x),
+        "another kind": _of_angles(0.3, 0.2, [qml.var(qml.Z(2))]),
+        "shots": _of_angles(0.3, 0.2, z).copy(shots=5),
+        "a state": qml.tape.QuantumScript([qml.BasisState([1, 0, 0], [0, 1, 2]), *first.operations], z),
+    }
+    for name, other in others.items():
+        device = VelacamplixQubit(wires=3, seed=1)
+        found, alone = device.execute([first, other]), VelacamplixQubit(wires=3, seed=1).execute([other])
+        assert str(found[1]) == str(alone[0]), name
+    fixed = qml.tape.QuantumScript([qml.X(2)], z)
+    assert VelacamplixQubit(wires=3).execute([fixed, fixed]) == (-1.0, -1.0)
+    with pytest.raises(NotConverted):
+        VelacamplixQubit(wires=3).execute([first, _of_angles(float("nan"), 0.2, z)])
