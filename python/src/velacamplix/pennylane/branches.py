@@ -13,6 +13,7 @@ from pennylane.measurements import (
     ProbabilityMP,
     PurityMP,
     SampleMP,
+    StateMP,
     VarianceMP,
 )
 from pennylane.ops.op_math import Conditional
@@ -130,7 +131,7 @@ class Mixture:
             if is_value and not isinstance(mp, (ExpectationMP, VarianceMP, ProbabilityMP)):
                 raise NotConverted(f"{mp} cannot be made from mid-circuit measurements")
             if not is_value and not isinstance(mp, (ExpectationMP, VarianceMP, ProbabilityMP, DensityMatrixMP, PurityMP)):
-                if not hasattr(mp, "process_density_matrix") or type(mp).__name__ == "StateMP":
+                if not hasattr(mp, "process_density_matrix") or type(mp) is StateMP:
                     raise NotConverted(f"{mp} has no meaning behind mid-circuit measurements, whose outcomes differ")
 
     def add(self, state: State, weight: float, outcomes: Outcomes) -> None:

@@ -27,11 +27,10 @@ MethodName = Literal["auto", "exact", "trajectories"]
 
 def checked_method(method: Any) -> str:
     """Return a method's name."""
-    if not isinstance(method, str):
-        raise TypeError(f"method must be one of {', '.join(map(repr, METHODS))}, got {checks.show(method)}")
-    if method not in METHODS:
-        raise ValueError(f"method must be one of {', '.join(map(repr, METHODS))}, got {checks.show(method)}")
-    return checks.plain(method)
+    if isinstance(method, str) and method in METHODS:
+        return checks.plain(method)
+    kind = ValueError if isinstance(method, str) else TypeError
+    raise kind(f"method must be one of {', '.join(map(repr, METHODS))}, got {checks.show(method)}")
 
 
 def with_noise(circuits: Sequence[Circuit], name: str, noise: Any, has_shots: bool) -> Sequence[Circuit]:
