@@ -281,6 +281,8 @@ def run(
             raise ValueError("storage must be left away across ranks: each keeps its part of the state in memory")
         from .in_storage import require_plain, run_in_storage  # start-up time
 
+        if is_distributed:
+            raise ValueError(f"storage must be left away across ranks, got {checks.show(storage)}")
         require_plain(request, not is_one)
         result = run_in_storage(circuits[0], request, checked_storage(storage), lost)
         lost.warn(stacklevel=2)
