@@ -11,6 +11,8 @@ build | libthrust-dev | the complex number type of the interface, header-only
 test  | libgtest-dev  | the test framework
 test  | binutils      | reads symbols and instructions of the built library
 test  | ccache        | spares compiling the library twice, for C++ and for Python
+test  | openmpi-bin   | launches the ranks of runs on many of them
+test  | libopenmpi-dev | the library that they exchange by
 test  | pkg-config    | one of the two ways in which an outside project finds the library
 bench | libbenchmark-dev | the benchmark framework
 check | libclang-rt-dev | the thread sanitizer

@@ -1,5 +1,6 @@
 """Real launches of `mpirun`: what every rank does stands in on_ranks.py."""
 
+import json
 import os
 import shutil
 import subprocess
@@ -70,6 +71,52 @@ def test_a_rank_that_raises_ends_all(through, tmp_path):
     assert "nobody gets here" not in done.stdout
     if not through:
         assert "rank 1 of 2 ends all by this exception" in done.stderr
+
+
+GHZ = 'OPENQASM 2.0; include "qelib1.inc"; qreg q[5]; h q[0];' + "".join(f"cx q[{q}],q[{q + 1}];" for q in range(4))
+
+
+def command(ranks, *arguments):
+    return launched(ranks, sys.executable, "-m", "velacamplix", *arguments, timeout=120)
+
+
+def test_the_command_prints_on_rank_0(tmp_path):
+    file = tmp_path / "ghz.qasm"
+    file.write_text(GHZ)
+    asked = ["run", file, "--shots", 1000, "--seed", 3, "--observable", "Z0 Z4", "--observable", "X4"]
+    done = command(4, *asked, "--json")
+    assert done.returncode == 0, done.stderr
+    answer = json.loads(done.stdout)  # once
+    alone = subprocess.run(
+        [sys.executable, "-m", "velacamplix", *map(str, asked), "--json"], capture_output=True, text=True, check=True
+    )
+    expected = json.loads(alone.stdout)
+    assert answer["counts"] == expected["counts"] and answer["seed"] == 3
+    exact = [{"observable": one["observable"], "expectation": one["expectation"]} for one in expected["observables"]]
+    assert answer["observables"] == exact
+    table = command(2, *asked)
+    assert table.stdout.count("1000 shots, seed 3") == 1 and "means over the shots" not in table.stdout
+
+
+def test_the_command_tells_a_mistake_once(tmp_path):
+    file = tmp_path / "ghz.qasm"
+    file.write_text(GHZ)
+    for arguments, status, words in (
+        (["run", file], 2, "argument --shots: must be given on many ranks"),
+        (["run", file, "--shots", 3, "--plot", tmp_path / "a.png"], 2, "argument --plot"),
+        (["run", tmp_path / "none.qasm", "--shots", 3], 1, "No such file"),
+        (["run", file, "--shots", 3, "--observable", "Z9"], 2, "needs 10 qubits"),
+    ):
+        done = command(2, *arguments)
+        assert done.returncode == status, done.stderr
+        assert done.stderr.count(words) == 1, done.stderr
+
+
+def test_info_tells_of_ranks():
+    done = command(2, "info")
+    assert done.returncode == 0, done.stderr
+    assert done.stdout.count("\nranks            2 on 1 machine, ") == 1
+    assert "on all ranks together" in done.stdout
 
 
 THREE = """

@@ -19,6 +19,7 @@ from typing import Any
 
 from ..basics.words import shortened
 from ..circuit.circuit import Circuit
+from ..distributed.ranks import launched_rank, launched_size, ranks_of
 from ..machine import limits
 from . import options as command_line
 from . import streams
@@ -35,6 +36,8 @@ def main(arguments: list[str] | None = None) -> int:
     try:
         if sys.stdout is None:
             raise _Refused("standard output is closed")
+        if launched_rank() > 0:  # what many ranks have to say, the first one says
+            streams.let_go(sys.stdout)
         try:
             with warnings.catch_warnings():
                 warnings.simplefilter("default")
@@ -44,7 +47,8 @@ def main(arguments: list[str] | None = None) -> int:
         finally:
             sys.stdout.flush()
     except _Refused as refused:
-        streams.tell(str(refused))
+        if not (refused.is_of_all_ranks and launched_rank() > 0):
+            streams.tell(str(refused))
         return refused.status
     except OSError as error:
         # What goes wrong with files is told where they are opened.
@@ -64,20 +68,14 @@ def _run(options: argparse.Namespace) -> None:
     from ..running.run import run
     from . import picture, report
 
+    if launched_size() > 1:
+        return _run_on_ranks(options)
     name = "<standard input>" if options.file == "-" else options.file
     threads = _threads(options)
     if options.plot is not None:
         with _refusing(ValueError, "argument --plot: ", USAGE_ERROR), _refusing(ImportError):
             picture.require_writable(options.plot)
-    circuit = _bound(_read(options.file, name)[0], name, options)
-    _require_bound(circuit, name)
-    for text, observable in options.observable:
-        if observable.n_qubits > circuit.n_qubits:
-            raise _Refused(
-                f"argument --observable: {text!r} needs {observable.n_qubits} qubits, {name} has {circuit.n_qubits}",
-                USAGE_ERROR,
-            )
-
+    circuit = _ready(options, name)
     known = [observable for _, observable in options.observable]
     # ValueError: shots are missing, or angles whose sum is too large. RuntimeError: a loop that does not end.
     with _refusing((MemoryError, ValueError, RuntimeError), f"{name}: "):
@@ -91,6 +89,56 @@ def _run(options: argparse.Namespace) -> None:
                 picture.save(options.plot, result, *report.places_of(circuit, result))
         show = report.run_as_json if options.json else report.run
         show(name, circuit, result, expectations, options.top)
+
+
+def _run_on_ranks(options: argparse.Namespace) -> None:
+    """Run a file on all ranks of a launcher. Only the first reads it, and standard input, and prints."""
+    from ..running.run import run
+    from . import report
+
+    name = "<standard input>" if options.file == "-" else options.file
+    with _refusing(ImportError):
+        ranks = ranks_of(None)
+    if options.plot is not None:
+        raise _Refused("argument --plot: many ranks make no pictures; run without mpirun", USAGE_ERROR, True)
+    if options.shots is None:
+        raise _Refused("argument --shots: must be given on many ranks, each of which has a part of the state", USAGE_ERROR, True)
+
+    def read() -> Circuit | _Refused:
+        try:
+            return _ready(options, name)
+        except _Refused as refused:
+            return refused
+
+    circuit = ranks.first(read)
+    if isinstance(circuit, _Refused):
+        circuit.is_of_all_ranks = True
+        raise circuit
+    known = [observable for _, observable in options.observable]
+    try:
+        with _refusing((MemoryError, ValueError, RuntimeError), f"{name}: "):
+            result = run(
+                circuit, options.shots, options.seed, options.threads, options.precision, known or None,
+                progress=options.progress, distributed=True,
+            )  # fmt: skip
+    except _Refused as refused:
+        refused.is_of_all_ranks = True
+        raise
+    show = report.run_as_json if options.json else report.run
+    show(name, circuit, result, report.expectations_of(result, options.observable), options.top)
+
+
+def _ready(options: argparse.Namespace, name: str) -> Circuit:
+    """Return the circuit of the file that is to be run."""
+    circuit = _bound(_read(options.file, name)[0], name, options)
+    _require_bound(circuit, name)
+    for text, observable in options.observable:
+        if observable.n_qubits > circuit.n_qubits:
+            raise _Refused(
+                f"argument --observable: {text!r} needs {observable.n_qubits} qubits, {name} has {circuit.n_qubits}",
+                USAGE_ERROR,
+            )
+    return circuit
 
 
 def _read(file: str, name: str) -> tuple[Circuit, int]:
@@ -156,7 +204,11 @@ def _convert(options: argparse.Namespace) -> None:
 def _info(options: argparse.Namespace) -> None:
     from . import report
 
-    report.info()
+    rows = []
+    if launched_size() > 1:
+        with _refusing((ImportError, ValueError)):
+            rows = ranks_of(None).described()
+    report.info(rows)
 
 
 def _bench(options: argparse.Namespace) -> None:
@@ -187,9 +239,10 @@ _COMMANDS = {"run": _run, "convert": _convert, "info": _info, "bench": _bench, "
 class _Refused(Exception):
     """Ends the command with a message and a status."""
 
-    def __init__(self, message: str, status: int = FAILED) -> None:
+    def __init__(self, message: str, status: int = FAILED, is_of_all_ranks: bool = False) -> None:
         super().__init__(message)
         self.status = status
+        self.is_of_all_ranks = is_of_all_ranks  # of one launch: then the first tells it
 
 
 @contextlib.contextmanager

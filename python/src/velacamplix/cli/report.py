@@ -15,6 +15,7 @@ import numpy as np
 from ..basics.words import counted as _counted
 from ..circuit.circuit import Circuit
 from ..core import extension
+from ..distributed.result import DistributedResult
 from ..machine import limits, memory
 from ..observables.observable import Observable
 from ..results.estimate import Estimate
@@ -88,7 +89,7 @@ def run(name: str, circuit: Circuit, result: Result, expectations: Sequence[Expe
     _bars(rows, rest)
     if expectations:
         print()
-        _expectations(expectations, not result.has_state)
+        _expectations(expectations, not (result.has_state or isinstance(result, DistributedResult)))
 
 
 def run_as_json(
@@ -128,8 +129,8 @@ def _plain(value: Any) -> Any:
     return {"real": value.real, "imag": value.imag} if isinstance(value, complex) else value
 
 
-def info() -> None:
-    """Print versions, the library in use, threads, memory and the largest states."""
+def info(more: Sequence[tuple[str, str]]) -> None:
+    """Print versions, the library in use, threads, memory, the largest states, and more rows of a title and a text."""
     try:
         threads = "{} ({})".format(*limits.default_threads())
     except ValueError as error:
@@ -154,7 +155,7 @@ def info() -> None:
         ),
         ("largest n", ", ".join(largest)),
     ]
-    for title, text in rows:
+    for title, text in [*rows, *more]:
         print(f"{title:<16} {text}")
 
 

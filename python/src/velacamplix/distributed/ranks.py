@@ -48,11 +48,20 @@ def mpi() -> Any:
 
 def launched_size() -> int:
     """Return how many ranks the launcher of this process tells of by the environment, 1 without one."""
-    for name in ("OMPI_COMM_WORLD_SIZE", "PMI_SIZE", "MPI_LOCALNRANKS"):
+    for name in ("OMPI_COMM_WORLD_SIZE", "PMI_SIZE"):
         text = os.environ.get(name, "")
         if text.isdecimal():
             return max(1, int(text))
     return 1
+
+
+def launched_rank() -> int:
+    """Return the number of this rank as the launcher tells it by the environment, 0 without one."""
+    for name in ("OMPI_COMM_WORLD_RANK", "PMI_RANK"):
+        text = os.environ.get(name, "")
+        if text.isdecimal():
+            return int(text)
+    return 0
 
 
 def ranks_of(comm: Any) -> Ranks:
@@ -73,6 +82,11 @@ def ranks_of(comm: Any) -> Ranks:
     if comm == MPI.COMM_NULL:
         raise ValueError("comm must be a communicator that this rank belongs to, got MPI.COMM_NULL")
     size = comm.Get_size()
+    if comm == MPI.COMM_WORLD and size == 1 < launched_size():
+        raise ValueError(
+            f"the launcher started {launched_size()} ranks, but the MPI library of mpi4py knows of one: they belong to different "
+            "libraries; python -m mpi4py --mpi-library tells mpi4py's"
+        )
     if size & (size - 1):
         raise ValueError(
             f"the number of ranks must be a power of two, got {size}; the next lower one is {1 << (size.bit_length() - 1)}"
@@ -129,8 +143,7 @@ class Ranks:
 
     def require_part(self, n: int, bytes_per_amplitude: int) -> None:
         """Raise MemoryError on all ranks if on one of them a part of a state of `n` qubits does not fit."""
-        part = bytes_per_amplitude << (n - self.bits)
-        needed = part + (min(_BUFFERS, part) if self.size > 1 else 0)
+        needed = self._needed(bytes_per_amplitude << (n - self.bits))
         # Ranks of one machine share its memory.
         told = self._comm.allgather((self._mpi.Get_processor_name(), limits.memory().usable))
         least = None
@@ -148,6 +161,10 @@ class Ranks:
                 "many machines halve what each needs"
             )
 
+    def _needed(self, part: int) -> int:
+        """Return the bytes that a part of so many takes, with what it is exchanged by."""
+        return part + (min(_BUFFERS, part) if self.size > 1 else 0)
+
     def threads(self, threads: int | None) -> int:
         """Return the number of threads for this rank: by default the ranks of a machine share its processors."""
         if threads is not None:
@@ -159,6 +176,24 @@ class Ranks:
         # A launcher that binds has given each rank processors of its own.
         is_bound = len(os.sched_getaffinity(0)) < (os.cpu_count() or 1)
         return count if is_bound else max(1, count // together)
+
+    def described(self) -> list[tuple[str, str]]:
+        """Return, on all ranks, what there is to tell of them: titles and texts."""
+        told = self._comm.allgather((self._mpi.Get_processor_name(), limits.memory().usable))
+        hosts = {host: [free for name, free in told if name == host] for host, _ in told}
+        least = min([min(free) // len(free) for free in hosts.values()])
+        most = []
+        for precision, size in (("double", 16), ("single", 8)):
+            own = 0
+            while self._needed(size << (own + 1)) <= least:
+                own += 1
+            most.append(f"{own + self.bits} in {precision} precision")
+        library = self._mpi.Get_library_version().split("\n")[0].split(",")[0].strip("\0 ")
+        return [
+            ("ranks", f"{self.size} on {counted(len(hosts), 'machine')}, {library}"),
+            ("memory per rank", f"{memory.human(least)} at least"),
+            ("largest n here", "on all ranks together " + ", ".join(most)),
+        ]
 
     def first(self, make: Callable[[], Any]) -> Any:
         """Return on all ranks what `make` returns on rank 0."""
