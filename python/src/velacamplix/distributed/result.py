@@ -12,7 +12,7 @@ class DistributedResult(Result):
     """What `velacamplix.run` returns of a run on many ranks, on each of them: a `Result` whose state lies in parts.
 
     Shots, counts and expectation values are there on all ranks. What a `Result` asks its state is refused, except what
-    `distributed_state` tells.
+    `distributed_state` tells: RuntimeError names it.
 
     Attributes
     ----------
@@ -37,15 +37,7 @@ class DistributedResult(Result):
         state = self.distributed_state
         return f"{super().__repr__()[:-1]}, rank {state.rank} of {state.ranks}>"
 
-    @property
-    def compact_state(self) -> NoReturn:  # type: ignore[override]
-        """Refused: the state lies in parts on many ranks.
-
-        Raises
-        ------
-        RuntimeError
-            Always.
-        """
+    def _final(self) -> NoReturn:
         raise RuntimeError(
             "this state lies in parts on many ranks: distributed_state has shots, probabilities and expectation values of it, "
             "its local_array the amplitudes of this rank, statevector() all of them where they fit, save(folder) writes them"
