@@ -134,6 +134,7 @@ std::vector<thrust::complex<double>> part_term_values(const WObservable<double>&
         }
     }
     std::vector<thrust::complex<double>> results;
+    results.reserve(values.size());
     for (const double value : values) results.push_back(observable.coefficients[results.size()] * value);
     return results;
 }
