@@ -1,5 +1,6 @@
 """Fixtures of all tests of the Python package."""
 
+import gc
 import os
 import signal
 import subprocess
@@ -26,6 +27,12 @@ os.environ["MPLBACKEND"] = "Agg"
 # A shell starts what it runs in the background with Ctrl-C ignored, and children inherit that. With a handler here the
 # processes that tests start hear it again.
 signal.signal(signal.SIGINT, signal.default_int_handler)
+
+
+def pytest_runtest_setup():
+    # Hypothesis times garbage collections in a callback. Python drops what is raised there, a KeyboardInterrupt too, and a
+    # test that sends one waits for ever.
+    gc.callbacks.clear()
 
 
 @pytest.fixture(params=["double", "single"])

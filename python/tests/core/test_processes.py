@@ -301,7 +301,7 @@ def test_a_subinterpreter_is_refused(first):
 
 
 GROWTH = """
-import ctypes, gc, sys, threading
+import ctypes, gc, os, sys, threading, time
 from velacamplix import Circuit, Observable, StateVector, run
 
 libc = ctypes.CDLL(None)
@@ -330,9 +330,13 @@ def refused():
             pass
 
 def in_a_thread():
+    before, end = os.listdir("/proc/self/task"), time.monotonic() + 10
     thread = threading.Thread(target=lambda: StateVector(15, threads=2).h(0))
     thread.start()
     thread.join()
+    # Those that OpenMP started for it end a little later.
+    while set(os.listdir("/proc/self/task")) - set(before) and time.monotonic() < end:
+        time.sleep(0.001)
 
 kept = []
 def body(i):
