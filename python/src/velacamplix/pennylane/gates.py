@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import functools
 import math
 from collections.abc import Callable, Sequence
 from typing import Any
@@ -160,13 +161,14 @@ _ENTRIES: dict[type, Callable[[Any, Qubits], list[Instruction]]] = {
 }
 
 
-#: Of these PennyLane puts the wires together each time they are asked for.
-_CONTROLLED = frozenset([kind for kind in DIRECT if issubclass(kind, Controlled)])
+@functools.cache
+def _is_controlled(kind: type) -> bool:
+    return kind in DIRECT and issubclass(kind, Controlled)
 
 
 def labels(op: Any) -> tuple[Any, ...]:
     """Return the labels of a gate's wires."""
-    if type(op) in _CONTROLLED:
+    if _is_controlled(type(op)):  # PennyLane puts their wires together each time they are asked for
         found: tuple[Any, ...] = op.control_wires.labels + op.base.wires.labels
         return found
     found = op.wires.labels
