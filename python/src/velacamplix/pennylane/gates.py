@@ -162,13 +162,14 @@ _ENTRIES: dict[type, Callable[[Any, Qubits], list[Instruction]]] = {
 
 
 @functools.cache
-def _is_controlled(kind: type) -> bool:
+def _is_controlled(kind: Any) -> bool:
     return kind in DIRECT and issubclass(kind, Controlled)
 
 
 def labels(op: Any) -> tuple[Any, ...]:
     """Return the labels of a gate's wires."""
-    if _is_controlled(type(op)):  # PennyLane puts their wires together each time they are asked for
+    kind: Any = type(op)
+    if _is_controlled(kind):  # PennyLane puts their wires together each time they are asked for
         found: tuple[Any, ...] = op.control_wires.labels + op.base.wires.labels
         return found
     found = op.wires.labels
