@@ -19,7 +19,7 @@ from qiskit.circuit.random import random_circuit  # noqa: E402
 from qiskit.exceptions import QiskitError  # noqa: E402
 from qiskit.primitives import BackendEstimatorV2, BackendSamplerV2, StatevectorEstimator  # noqa: E402
 from qiskit.providers import JobError, JobStatus, JobTimeoutError  # noqa: E402
-from qiskit.quantum_info import SparsePauliOp, Statevector, random_statevector, random_unitary  # noqa: E402
+from qiskit.quantum_info import Kraus, SparsePauliOp, Statevector, random_statevector, random_unitary  # noqa: E402
 from qiskit.transpiler import generate_preset_pass_manager  # noqa: E402
 
 from velacamplix import Channel, NoiseModel, run  # noqa: E402
@@ -358,7 +358,7 @@ def test_a_job_that_waits_is_cancelled(monkeypatch):
     monkeypatch.setattr(job_module, "_threads", {})
     backend = VelacamplixBackend(threads=1)
     running = backend.run(endless())
-    last = backend.run(bell())
+    last = backend.run(bell(), shots=100_000)
     assert last.status() is JobStatus.QUEUED and last.cancel() and last.status() is JobStatus.CANCELLED
     with pytest.raises(JobError, match="cancelled"):
         last.result()
@@ -376,16 +376,30 @@ class _Asleep:
 
 def test_who_wants_the_result_does_the_work_where_no_thread_has_come(monkeypatch):
     monkeypatch.setattr(job_module, "_pool", _Asleep)
-    job = VelacamplixBackend().run(bell(), shots=200, seed_simulator=7)
+    job = VelacamplixBackend().run(bell(), shots=100_000, seed_simulator=7)
     assert job.status() is JobStatus.QUEUED
     with pytest.raises(JobTimeoutError):  # a wait with an end is one
         job.result(timeout=0.01)
-    assert sum(job.result().get_counts().values()) == 200
+    assert sum(job.result().get_counts().values()) == 100_000
     assert job.result() is job.result(timeout=60) and job.status() is JobStatus.DONE and not job.cancel()
-    cancelled = VelacamplixBackend().run(bell())
+    cancelled = VelacamplixBackend().run(bell(), shots=100_000)
     assert cancelled.cancel()
     with pytest.raises(JobError, match="cancelled"):
         cancelled.result()
+
+
+def test_small_circuits_wake_no_thread(monkeypatch):
+    monkeypatch.setattr(job_module, "_pool", _Asleep)
+    backend = VelacamplixBackend(seed_simulator=7)
+    large, noisy, looping = QuantumCircuit(11), bell(), bell()
+    noisy.append(Kraus([np.sqrt(0.5) * np.eye(2)] * 2), [0])
+    with looping.while_loop((looping.clbits[0], 1)):
+        looping.measure(0, 0)
+    for small in (bell(), [bell()] * 3, []):
+        job = backend.run(small, shots=1000)
+        assert job.status() is JobStatus.DONE and not job.cancel()
+    for other in (large, noisy, looping, [bell()] * 30):
+        assert backend.run(other, shots=1000).status() is JobStatus.QUEUED
 
 
 @pytest.mark.parametrize("is_awake", [True, False])

@@ -16,7 +16,7 @@ from ..circuit.circuit import Circuit
 from ..core import extension
 from ..running.method import has_noise
 from ..running.sets import bound, sets_of_values
-from .experiments import Experiment, carried_out, header
+from .experiments import Experiment, carried_out, header, is_quick
 from .job import VelacamplixJob
 from .options import DEFAULTS, How, checked
 from .noise import is_model
@@ -108,7 +108,7 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
         self._options.update_options(**fields)
 
     def run(self, run_input: Any, parameter_binds: Any = None, **options: Any) -> VelacamplixJob:
-        """Run circuits in a thread, and return the job at once.
+        """Run circuits in a thread, and return the job at once; small ones, of some milliseconds at most, are done by then.
 
         Parameters
         ----------
@@ -151,7 +151,7 @@ class VelacamplixBackend(_Backend):  # type: ignore[misc]
         binds = _binds(parameter_binds, len(circuits))
         experiments = [one for circuit, sets in zip(circuits, binds) for one in _experiments(circuit, sets, how)]
         job = VelacamplixJob(self, partial(_work, experiments, how, self.name, self.backend_version))
-        job.submit()
+        job.submit(is_quick(experiments, how))
         return job
 
 

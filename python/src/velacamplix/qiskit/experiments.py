@@ -12,7 +12,7 @@ from qiskit.result import Result as QiskitResult
 from qiskit.result.models import ExperimentResult, ExperimentResultData
 
 from ..circuit.circuit import Circuit
-from ..instructions.flow import leaves
+from ..instructions.flow import bodies_of, leaves
 from ..machine import limits
 from ..running import observing
 from ..running.batch import member_seeds, run_many
@@ -30,6 +30,9 @@ try:  # before Qiskit 2.0
 except ImportError:
     QobjExperimentHeader = None
 _OLDER = {} if QobjExperimentHeader is None else {"qobj_id": ""}
+
+# Even where every shot has to run the whole circuit, so many instructions in all shots take some milliseconds.
+_FEW_QUBITS, _FEW_STEPS = 10, 50_000
 
 
 class Experiment(NamedTuple):
@@ -75,6 +78,21 @@ def header(circuit: Any) -> dict[str, Any]:
         "global_phase": circuit.global_phase,
         "metadata": circuit.metadata or {},
     }
+
+
+def is_quick(experiments: Sequence[Experiment], how: How) -> bool:
+    """Return whether a job takes some milliseconds at most: small states without noise, and few instructions in all shots."""
+    if how.noise is not None or how.run_method != "auto":
+        return False
+    n_steps = 0
+    for circuit, *_ in experiments:
+        if isinstance(circuit, Circuit):
+            n_steps += len(circuit.instructions)
+            if circuit.n_qubits > _FEW_QUBITS or n_steps * how.shots > _FEW_STEPS:
+                return False
+            if any([step.detail is not None and bodies_of(step) for step in circuit.instructions]) or has_noise(circuit):
+                return False
+    return True
 
 
 def carried_out(experiments: Sequence[Experiment], how: How, name: str, version: str, job_id: str, hear: Hear) -> Any:

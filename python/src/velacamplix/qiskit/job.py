@@ -1,4 +1,4 @@
-"""Runs of a backend, in threads that wait for the next one, or in the thread that wants the result and comes first."""
+"""Runs of a backend: in threads that wait for the next one, in the thread that wants the result and comes first, or at once."""
 
 from __future__ import annotations
 
@@ -37,7 +37,7 @@ def _pool() -> ThreadPoolExecutor:
 
 
 class VelacamplixJob(_Job):  # type: ignore[misc]
-    """What `VelacamplixBackend.run` returns: circuits that are run in a thread.
+    """What `VelacamplixBackend.run` returns: circuits that are run in a thread, or have been, if they took no time.
 
     Python waits for that thread before it ends, so that nothing is lost. A forked process has jobs of its own alone.
 
@@ -59,8 +59,13 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
         self._taken = threading.Lock()  # by the thread that does the work, and kept
         self._is_stopping = False
 
-    def submit(self) -> None:
+    def submit(self, is_quick: bool = False) -> None:
         """Begin. `VelacamplixBackend.run` has done so.
+
+        Parameters
+        ----------
+        is_quick : bool
+            Whether the calling thread does the work now, because to wake another takes longer.
 
         Raises
         ------
@@ -70,7 +75,10 @@ class VelacamplixJob(_Job):  # type: ignore[misc]
         if self._future is not None:
             raise JobError("the job has been submitted already")
         self._future = Future()
-        _pool().submit(self._carry_out, self._future)
+        if is_quick:
+            self._carry_out(self._future)
+        else:
+            _pool().submit(self._carry_out, self._future)
 
     def _carry_out(self, future: Future[Any]) -> None:
         """Do the work, unless another thread does, or it was cancelled before."""
