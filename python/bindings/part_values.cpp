@@ -61,9 +61,10 @@ py::array_t<std::complex<double>> part_term_values(const Observable& observable,
                                                    const std::optional<Sums>& others) {
     const Pinned<double> of_sums(sums);
     require_sums(observable, n, of_sums.size());
-    if (others.has_value()) require_sums(observable, n, static_cast<unsigned long>(others->size()));
-    const auto values =
-        pbamplix::cpu::part_term_values(observable, n, of_sums.data(), others.has_value() ? others->data() : nullptr);
+    std::optional<Pinned<double>> of_others;
+    if (others.has_value()) require_sums(observable, n, of_others.emplace(*others).size());
+    const auto values = pbamplix::cpu::part_term_values(observable, n, of_sums.data(),
+                                                        of_others.has_value() ? of_others->data() : nullptr);
     const auto* first = reinterpret_cast<const std::complex<double>*>(values.data());
     return py::array_t<std::complex<double>>(static_cast<py::ssize_t>(values.size()), first);
 }

@@ -151,7 +151,7 @@ void first_events(const HeldTrajectories<T>& held, Words found, unsigned long se
                   std::uint32_t first_stream) {
     require_as_many(found, shots);
     const PinnedToFill pinned(found);
-    held.made.first_events(seed, shots.data(), pinned.size(), first_stream, pinned.target());
+    held.made.first_events(seed, Pinned(shots).data(), pinned.size(), first_stream, pinned.target());
 }
 
 template <class T>
@@ -159,9 +159,10 @@ void sample_keyed(HeldState<T>& held, Words outcomes, unsigned long seed, const 
                   std::uint32_t first_stream, const Qubits& qubits) {
     require_as_many(outcomes, shots);
     const PinnedToFill pinned(outcomes);
+    const Pinned numbers(shots);
     held.with_state([&](auto& state) {
         bits_within(state, qubits);
-        pbamplix::cpu::sample_keyed(state, pinned.target(), shots.data(), pinned.size(), seed, first_stream, qubits);
+        pbamplix::cpu::sample_keyed(state, pinned.target(), numbers.data(), pinned.size(), seed, first_stream, qubits);
     });
 }
 
@@ -183,7 +184,7 @@ void apply_readout_errors(py::array_t<unsigned long, py::array::c_style> rows,
 void shot_words(Words out, unsigned long seed, const Words& shots, std::uint32_t index, std::uint32_t stream) {
     require_as_many(out, shots);
     const PinnedToFill pinned(out);
-    pbamplix::cpu::shot_words(seed, shots.data(), pinned.size(), index, stream, pinned.target());
+    pbamplix::cpu::shot_words(seed, Pinned(shots).data(), pinned.size(), index, stream, pinned.target());
 }
 
 template <class T>
