@@ -167,8 +167,8 @@ def six_circuits_have_the_bits_of_one_process():
 @case
 def shots_are_those_of_one_process():
     for precision, circuit in (("double", ansatz(N)), ("single", qaoa(N))):
-        expected = on_rank_0(lambda circuit=circuit, precision=precision: run(circuit, 300_000, seed=11, precision=precision).shots)
-        result = run(circuit, 300_000, seed=11, precision=precision, comm=COMM)
+        expected = on_rank_0(lambda circuit=circuit, precision=precision: run(circuit, 1_000_000, seed=11, precision=precision).shots)
+        result = run(circuit, 1_000_000, seed=11, precision=precision, comm=COMM)
         assert (result.shots == expected).all()
         listed = [15, 0, 7]
         some = on_rank_0(
@@ -369,6 +369,25 @@ def pieces_of_an_exchange_are_cut_where_they_must():
     assert digest(result.distributed_state.statevector()) == expected
     assert (result.shots == on_rank_0(lambda: run(fourier(10), 500, seed=4).shots)).all()
     ranks_module.PIECE = piece
+
+
+def memory_of_this_process(what):
+    with open("/proc/self/status") as file:
+        return int(dict(line.split(":", 1) for line in file)[what].split()[0]) * 1024
+
+
+@case
+def a_rank_takes_its_part_and_64_mebibytes_at_most():
+    if SIZE > 2:  # what more ranks take together is much
+        return
+    n = 23 + SIZE.bit_length() - 1  # parts of 128 MiB
+    circuit = Circuit(n).h(range(n)).cx(0, n - 2)
+    before = memory_of_this_process("VmRSS")
+    result = run(circuit, shots=100, observables=f"Z0 + X{n - 1} X{n - 3}", comm=COMM)
+    result.distributed_state.distribution([0, n - 1])
+    beyond = memory_of_this_process("VmHWM") - before - result.distributed_state.local_array.nbytes
+    assert beyond <= 64 * 2**20, f"rank {RANK}: {beyond / 2**20:.1f} MiB"
+    assert SIZE == 1 or result.parts_sent > 0
 
 
 @case
