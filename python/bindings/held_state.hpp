@@ -1,6 +1,7 @@
 #pragma once
 
 #include "interpreter_lock.hpp"
+#include "kept_array.hpp"
 #include "turn.hpp"
 
 #include <velacamplix/velacamplix.hpp>
@@ -35,12 +36,20 @@ namespace py = pybind11;
 //   two threads on one object take turns. A turn is only ever waited for after the interpreter lock was let go, so the
 //   two cannot wait for each other.
 // - NumPy views keep the object alive and are counted; while one exists the array cannot be released.
+//
+// Its array goes to the next state of that size when the object goes; then no view is left.
 template <class T>
 class HeldState : public std::enable_shared_from_this<HeldState<T>> {
 public:
     using State = pbamplix::cpu::PybindAmplixStateVectorCPU<T>;
 
-    explicit HeldState(unsigned int nqubits) : state_(nqubits) {}
+    explicit HeldState(unsigned int nqubits) : HeldState(nqubits, from_kept(nqubits)) {}
+    HeldState(const HeldState&) = delete;
+    HeldState& operator=(const HeldState&) = delete;
+    ~HeldState() {
+        if (state_.amplitudes.get_deleter() != &pbamplix::aligned_array_delete<thrust::complex<T>>) return;
+        if (void* const array = state_.amplitudes.release()) kept_array::keep(array, bytes_of(state_.nqubits));
+    }
 
     template <class Work>
     decltype(auto) with_state(Work&& work) {
@@ -126,6 +135,24 @@ public:
 private:
     template <class Other>
     friend class HeldState;
+
+    static std::size_t bytes_of(unsigned int nqubits) { return sizeof(thrust::complex<T>) << nqubits; }
+
+    // Empty where no array of that size is kept.
+    static pbamplix::amplitude_array<T> from_kept(unsigned int nqubits) {
+        void* const array = nqubits < most_kept_qubits ? kept_array::take(bytes_of(nqubits)) : nullptr;
+        return {static_cast<thrust::complex<T>*>(array), &pbamplix::aligned_array_delete<thrust::complex<T>>};
+    }
+
+    // The library allocates as it is made: where there is an array already, one amplitude.
+    HeldState(unsigned int nqubits, pbamplix::amplitude_array<T> kept) : state_(kept == nullptr ? nqubits : 0) {
+        if (kept == nullptr) return;
+        state_.nqubits = nqubits;
+        state_.size = 1ul << nqubits;
+        state_.amplitudes = std::move(kept);
+    }
+
+    static constexpr unsigned int most_kept_qubits = 58;  // a number of bytes has 64 bits
 
     State& there() {
         State& state = there_as_it_is();

@@ -1,4 +1,5 @@
 #include "bindings.hpp"
+#include "kept_array.hpp"
 #include "turn.hpp"
 
 #include <omp.h>
@@ -9,7 +10,7 @@
 
 // What os.register_at_fork is given. OpenMP keeps its threads waiting for the next region; a child process inherits the
 // books but not the threads, and would wait for them at its first region. So they are sent home before a fork, and
-// start again when they are needed: half a millisecond.
+// start again when they are needed: half a millisecond. The kept array goes too: two processes would not share it.
 
 namespace velacamplix::python {
 
@@ -31,9 +32,14 @@ std::size_t bound_processors() {
 
 void bind_processes(pybind11::module_& module) {
     // False where the runtime cannot do so, within a parallel region.
-    module.def("before_fork", [] { return omp_pause_resource_all(omp_pause_soft) == 0; });
+    module.def("before_fork", [] {
+        kept_array::drop();
+        return omp_pause_resource_all(omp_pause_soft) == 0;
+    });
     module.def("after_fork_in_child", [] { Turn::begin_generation(); });
     module.def("bound_processors", &bound_processors);
+    module.def("kept_bytes", &kept_array::bytes);
+    module.def("drop_kept", &kept_array::drop);
 }
 
 }  // namespace velacamplix::python

@@ -126,7 +126,7 @@ def test_observables_count():
 def test_what_does_not_fit_is_not_taken(monkeypatch):
     refused = MemoryError("no room")
 
-    def refuse(n_qubits, precision):
+    def refuse(n_qubits, precision, **words):
         raise refused
 
     monkeypatch.setattr(memory, "require_density", refuse)

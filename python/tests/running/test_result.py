@@ -152,7 +152,7 @@ def test_no_limit_where_no_qubit_is_idle(monkeypatch):
 def test_a_state_that_does_not_fit(monkeypatch):
     result = run(Circuit(20).h(3))
 
-    def refuse(*arguments):
+    def refuse(*arguments, **words):
         raise MemoryError("no room")
 
     monkeypatch.setattr(_memory, "require_state", refuse)

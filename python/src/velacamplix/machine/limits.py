@@ -49,7 +49,11 @@ class Memory(NamedTuple):
 
 
 def memory(root: str = "/") -> Memory:
-    """Read the memory of the machine and the limits of the process's control groups."""
+    """Read the memory of the machine and the limits of the process's control groups.
+
+    The array that the core keeps for its next state is given back first.
+    """
+    extension.drop_kept()
     fields = _meminfo(root)
     free = fields.get("MemFree", 0)
     # Kernels before 3.14 do not estimate; what is free is then a safe answer.

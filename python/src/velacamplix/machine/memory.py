@@ -4,6 +4,7 @@ import os
 
 from ..basics import checks
 from ..basics.types import Precision
+from ..core import extension
 from . import limits
 
 BYTES_PER_AMPLITUDE = {"single": 8, "double": 16}
@@ -79,9 +80,14 @@ def largest_n(precision: Precision, usable: int) -> int | None:
     return amplitudes.bit_length() - 1 if amplitudes else None
 
 
-def require_state(n: int, precision: Precision, root: str = "/") -> None:
-    """Raise MemoryError if a state of `n` qubits does not fit; the message tells what does."""
+def require_state(n: int, precision: Precision, root: str = "/", may_reuse: bool = False) -> None:
+    """Raise MemoryError if a state of `n` qubits does not fit; the message tells what does.
+
+    With `may_reuse` the next array made is that state's: if the core keeps one of its size, it fits.
+    """
     if n < SMALL_BYTES.bit_length() and BYTES_PER_AMPLITUDE[precision] << n <= SMALL_BYTES:
+        return
+    if may_reuse and _is_kept(n, precision):
         return
     memory = limits.memory(root)
     # Compared in powers of two: `n` may be far too large to write 2**n down.
@@ -106,9 +112,18 @@ def require_state(n: int, precision: Precision, root: str = "/") -> None:
     raise MemoryError(message + ".")
 
 
-def require_density(n: int, precision: Precision, root: str = "/") -> None:
-    """Raise MemoryError if a density matrix of `n` qubits, 4**n entries, does not fit; the message tells what does."""
+def _is_kept(n: int, precision: Precision) -> bool:
+    return n < _MOST_QUBITS and extension.kept_bytes() == BYTES_PER_AMPLITUDE[precision] << n
+
+
+def require_density(n: int, precision: Precision, root: str = "/", may_reuse: bool = False) -> None:
+    """Raise MemoryError if a density matrix of `n` qubits, 4**n entries, does not fit; the message tells what does.
+
+    `may_reuse` is as for `require_state`.
+    """
     if 2 * n < SMALL_BYTES.bit_length() and BYTES_PER_AMPLITUDE[precision] << 2 * n <= SMALL_BYTES:
+        return
+    if may_reuse and _is_kept(2 * n, precision):
         return
     memory = limits.memory(root)
     most = largest_n(precision, memory.usable)

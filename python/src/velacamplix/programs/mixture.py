@@ -56,7 +56,7 @@ class PreparedMixture(Prepared):
         active = self.segments.active
         #: Qubits of the density matrix.
         self.n_qubits = len(active) if n_qubits is None else n_qubits
-        memory.require_density(self.n_qubits, precision)
+        memory.require_density(self.n_qubits, precision, may_reuse=True)
         place = {qubit: number for number, qubit in enumerate(active)}
         self.programs = []
         for stretch in self.segments.steps:

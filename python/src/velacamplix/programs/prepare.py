@@ -261,7 +261,7 @@ def for_run(
         segments = segmented(parts, nonzero)
         require_distinct_names(segments, circuit)
         # The core numbers qubits in masks of 64 bits; a state of more is refused before a program is made for it.
-        memory.require_state(max(0, len(segments.active) - parts_bits), precision)
+        memory.require_state(max(0, len(segments.active) - parts_bits), precision, may_reuse=not parts_bits)
         return segments
 
     return Prepared(circuit, fitting, None, precision, fusion, rank_bits)

@@ -38,7 +38,7 @@ class StateBase(GateBase, Guiding):
     def _start(
         self, n: int, precision: Precision, threads: int, seed: int | None = None, is_run_next: bool = False
     ) -> None:
-        memory.require_state(n, precision)
+        memory.require_state(n, precision, may_reuse=True)
         core_type, amplitude_type = _CORE_TYPES[precision]
         try:
             core = core_type(n)

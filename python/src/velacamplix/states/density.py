@@ -27,7 +27,7 @@ class DensityBase(StateBase):
     def _start(
         self, n: int, precision: Precision, threads: int, seed: int | None = None, is_run_next: bool = False
     ) -> None:
-        memory.require_density(n, precision)
+        memory.require_density(n, precision, may_reuse=True)
         super()._start(2 * n, precision, threads, seed, is_run_next)
         self._n_qubits = n
 
