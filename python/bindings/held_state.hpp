@@ -1,5 +1,6 @@
 #pragma once
 
+#include "file_mapping.hpp"
 #include "interpreter_lock.hpp"
 #include "kept_array.hpp"
 #include "turn.hpp"
@@ -38,6 +39,9 @@ namespace py = pybind11;
 // - NumPy views keep the object alive and are counted; while one exists the array cannot be released.
 //
 // Its array goes to the next state of that size when the object goes; then no view is left.
+//
+// The array may lie in a file, for reading alone. Then work that reads throws FileGone where the file is gone in the
+// end, and work that would write is refused: all that writes passes through `to_change`.
 template <class T>
 class HeldState : public std::enable_shared_from_this<HeldState<T>> {
 public:
@@ -51,23 +55,40 @@ public:
         if (void* const array = state_.amplitudes.release()) kept_array::keep(array, bytes_of(state_.nqubits));
     }
 
+    HeldState(unsigned int nqubits, std::unique_ptr<FileMapping> mapping) : state_(0u), mapping_(std::move(mapping)) {
+        state_.nqubits = nqubits;
+        state_.size = 1ul << nqubits;
+        // The mapping is its owner.
+        state_.amplitudes = pbamplix::amplitude_array<T>(static_cast<thrust::complex<T>*>(mapping_->start()),
+                                                         [](thrust::complex<T>*) {});
+    }
+
     template <class Work>
     decltype(auto) with_state(Work&& work) {
         const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
+        return whole([&]() -> decltype(auto) { return std::forward<Work>(work)(there()); });
+    }
+
+    template <class Work>
+    decltype(auto) to_change(Work&& work) {
+        const Unlocked unlocked;
+        const std::lock_guard<Turn> turn(turn_);
+        require_memory();
         return std::forward<Work>(work)(there());
     }
 
-    // The same of work that takes a microsecond on few amplitudes: there it keeps the interpreter lock, since giving it
-    // up and asking for it again would take as long. Where the turn is another's it waits without, as always.
+    // As `to_change`, of work that takes a microsecond on few amplitudes: there it keeps the interpreter lock, since
+    // giving it up and asking for it again would take as long. Where the turn is another's it waits without, as always.
     template <class Work>
-    void with_state_at_once(Work&& work) {
+    void to_change_at_once(Work&& work) {
         constexpr unsigned long few = 1024;
         if (turn_.try_lock()) {
             const std::lock_guard<Turn> turn(turn_, std::adopt_lock);
+            require_memory();
             if (state_.size <= few) return work(there());
         }
-        with_state(std::forward<Work>(work));
+        to_change(std::forward<Work>(work));
     }
 
     // Makes the state basis state k as soon as somebody looks. A run that comes first begins there by itself, and
@@ -75,6 +96,7 @@ public:
     void begin(unsigned long basis_state) {
         const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
+        require_memory();
         if (basis_state >= there_as_it_is().size) throw std::invalid_argument("the state has no such basis state");
         start_ = basis_state;
     }
@@ -85,6 +107,7 @@ public:
     bool with_start(Work&& work) {
         const Unlocked unlocked;
         const std::lock_guard<Turn> turn(turn_);
+        require_memory();
         const bool is_done = std::forward<Work>(work)(there_as_it_is(), start_);
         if (is_done) start_.reset();
         return is_done;
@@ -99,12 +122,15 @@ public:
         const std::lock_guard<Turn> turn(*first);
         std::unique_lock<Turn> other_turn(*last, std::defer_lock);
         if (first != last) other_turn.lock();
-        return std::forward<Work>(work)(there(), other.there());
+        return whole([&]() -> decltype(auto) {
+            return other.whole([&]() -> decltype(auto) { return std::forward<Work>(work)(there(), other.there()); });
+        });
     }
 
     // The state for as long as the lock is held: for work on several at a time, without the interpreter lock.
     std::pair<State*, std::unique_lock<Turn>> hold() {
         std::unique_lock<Turn> turn(turn_);
+        require_memory();
         return {&there(), std::move(turn)};
     }
 
@@ -114,12 +140,18 @@ public:
         const std::lock_guard<Turn> turn(turn_);
         if (views_ != 0) return false;
         state_.release_memory();
+        mapping_.reset();
         start_.reset();
         return true;
     }
 
+    // After reading a view of a state in a file: throws FileGone where it was not there.
+    void require_whole() {
+        with_state([](State&) {});
+    }
+
     // The 2^n amplitudes in index order (qubit q is bit q), without a copy. Slices of the result share its base
-    // object, so the count falls only when the last of them is gone.
+    // object, so the count falls only when the last of them is gone. In a file they are for reading.
     py::array_t<std::complex<T>> view() {
         auto owner = std::make_unique<View>(this->shared_from_this());
         auto [amplitudes, size] =
@@ -128,8 +160,10 @@ public:
         const py::capsule base(owner.get(), "velacamplix amplitudes",
                                [](void* view) { delete static_cast<View*>(view); });
         owner.release();
-        return py::array_t<std::complex<T>>(static_cast<py::ssize_t>(size),
-                                            reinterpret_cast<std::complex<T>*>(amplitudes), base);
+        py::array_t<std::complex<T>> array(static_cast<py::ssize_t>(size),
+                                           reinterpret_cast<std::complex<T>*>(amplitudes), base);
+        if (mapping_ != nullptr) array.attr("setflags")(py::arg("write") = false);
+        return array;
     }
 
 private:
@@ -153,6 +187,24 @@ private:
     }
 
     static constexpr unsigned int most_kept_qubits = 58;  // a number of bytes has 64 bits
+
+    // What the work returns, if the file it has read was there.
+    template <class Work>
+    decltype(auto) whole(Work&& work) {
+        if (mapping_ != nullptr) mapping_->begin();
+        if constexpr (std::is_void_v<std::invoke_result_t<Work>>) {
+            work();
+            if (mapping_ != nullptr) mapping_->require_whole();
+        } else {
+            decltype(auto) result = work();
+            if (mapping_ != nullptr) mapping_->require_whole();
+            return result;
+        }
+    }
+
+    void require_memory() const {
+        if (mapping_ != nullptr) throw std::runtime_error("this state lies in a file, for reading alone");
+    }
 
     State& there() {
         State& state = there_as_it_is();
@@ -180,6 +232,7 @@ private:
     };
 
     State state_;
+    std::unique_ptr<FileMapping> mapping_;  // of a state in a file
     std::optional<unsigned long> start_;
     Turn turn_;
     std::atomic<std::size_t> views_{0};

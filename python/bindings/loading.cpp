@@ -26,7 +26,7 @@ template <class T>
 void prepare(HeldState<T>& held, Data data, const Qubits& qubits) {
     const PinnedToFill pinned(data);
     auto* values = reinterpret_cast<thrust::complex<double>*>(pinned.target());
-    held.with_state([&](auto& state) {
+    held.to_change([&](auto& state) {
         bits_within(state, qubits);
         require_length(pinned.size(), qubits.size());
         if constexpr (std::is_same_v<T, double>) {
@@ -43,7 +43,7 @@ template <class T>
 void qram(HeldState<T>& held, const Data& data, const Qubits& qubits, unsigned int naddress) {
     const Pinned pinned(data);
     const auto* values = reinterpret_cast<const thrust::complex<double>*>(pinned.data());
-    held.with_state([&](auto& state) {
+    held.to_change([&](auto& state) {
         bits_within(state, qubits);
         require_registers(qubits, naddress);
         require_length(pinned.size(), qubits.size());
@@ -54,7 +54,7 @@ void qram(HeldState<T>& held, const Data& data, const Qubits& qubits, unsigned i
 template <class T>
 void binary_qram(HeldState<T>& held, const Table& data, const Qubits& qubits, unsigned int naddress) {
     const Pinned pinned(data);
-    held.with_state([&](auto& state) {
+    held.to_change([&](auto& state) {
         bits_within(state, qubits);
         require_registers(qubits, naddress);
         require_length(pinned.size(), naddress);
@@ -65,7 +65,7 @@ void binary_qram(HeldState<T>& held, const Table& data, const Qubits& qubits, un
 // The first listed qubit is the most significant bit of a marked value; a qubit counts as bit n - 1 - q of the index.
 template <class T>
 void phase_oracle(HeldState<T>& held, const std::vector<unsigned long>& marked, const Qubits& qubits) {
-    held.with_state([&](auto& state) {
+    held.to_change([&](auto& state) {
         bits_within(state, qubits);
         state.apply_phase_oracle(marked, qubits);
     });

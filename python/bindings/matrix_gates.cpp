@@ -21,7 +21,7 @@ void apply_matrix(HeldState<T>& held, const py::array_t<std::complex<T>, py::arr
     std::vector<thrust::complex<T>> copy(static_cast<std::size_t>(matrix.size()));
     std::memcpy(static_cast<void*>(copy.data()), matrix.data(), static_cast<std::size_t>(matrix.nbytes()));
 
-    held.with_state([&](auto& state) {
+    held.to_change([&](auto& state) {
         bits_within(state, controls, bits_within(state, qubits));
         if (qubits.size() == 1 && controls.empty()) {
             state.apply_1qbit_gate(qubits[0], copy);

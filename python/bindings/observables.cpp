@@ -84,7 +84,8 @@ std::pair<Complexes, Complexes> estimate(
     }
     Watch watch(std::move(function), interval, signals);
     const auto pairs = watch.over([&](const auto& hook) {
-        return held.with_state([&](auto& state) {
+        // Qubits are turned, and turned back.
+        return held.to_change([&](auto& state) {
             for (const auto& term : listed) bits_within(state, term.qubits);
             return pbamplix::cpu::evaluate_terms_of_any_norm(state.amplitudes.get(), listed, shots, state.rng,
                                                              state.nqubits, state.num_threads, hook);

@@ -182,7 +182,7 @@ py::tuple run(HeldProgram<T>& program, HeldState<T>& held, py::object function, 
         };
     }
     if (!to_end) {
-        const unsigned long applied = held.with_state([&](auto& state) { return program.list.run(state, hook); });
+        const unsigned long applied = held.to_change([&](auto& state) { return program.list.run(state, hook); });
         return py::make_tuple(applied, watch.error());
     }
     const bool is_done = held.with_start([&](auto& state, const auto& start) {

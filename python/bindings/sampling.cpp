@@ -37,7 +37,7 @@ unsigned long last_possible(const State& state, const Qubits& qubits) {
 
 template <class T>
 unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
-    return held.with_state([&](auto& state) {
+    const auto work = [&](auto& state) {
         bits_within(state, qubits);
         const auto project_onto = [&](unsigned long outcome) {
             pbamplix::cpu::project<double>(state.amplitudes.get(), state.size, qubits, outcome, state.num_threads);
@@ -58,13 +58,14 @@ unsigned long measure(HeldState<T>& held, const Qubits& qubits, bool collapse) {
             state.rng = before;
             throw;
         }
-    });
+    };
+    return collapse ? held.to_change(work) : held.with_state(work);
 }
 
 // A refused projection leaves the state as it was.
 template <class T>
 void project(HeldState<T>& held, const Qubits& qubits, unsigned long value, bool reset) {
-    held.with_state([&](auto& state) {
+    held.to_change([&](auto& state) {
         bits_within(state, qubits);
         const auto act = reset ? &pbamplix::cpu::project_then_reset<double, T> : &pbamplix::cpu::project<double, T>;
         act(state.amplitudes.get(), state.size, qubits, value, state.num_threads);

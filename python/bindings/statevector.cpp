@@ -118,7 +118,7 @@ void apply(HeldState<T>& held, const py::str& name, const py::tuple& qubits, con
         Qubits& listed = given.controls.emplace();
         for (const py::handle control : controls) listed.push_back(qubit_in(control));
     }
-    held.with_state_at_once([&](auto& state) {
+    held.to_change_at_once([&](auto& state) {
         unsigned long bits = 0;
         for (std::size_t i = 0; i < gate->qubits; ++i) bits = bits_within(state, {given.qubits[i]}, bits);
         if (given.controls) bits_within(state, *given.controls, bits);
@@ -130,7 +130,7 @@ void apply(HeldState<T>& held, const py::str& name, const py::tuple& qubits, con
 template <class T>
 void reset_from(HeldState<T>& held, const py::array_t<std::complex<T>, py::array::c_style>& amplitudes, bool permuted) {
     const Pinned source(amplitudes);
-    held.with_state([&](auto& state) {
+    held.to_change([&](auto& state) {
         if (source.size() != state.size) {
             throw std::invalid_argument("the array does not have one entry per basis state");
         }
@@ -177,6 +177,7 @@ void bind_one_statevector(py::module_& module, const char* name) {
              py::arg("n"))
         .def("release", &HeldState<T>::release)
         .def("view", &HeldState<T>::view)
+        .def("require_whole", &HeldState<T>::require_whole)
         .def(
             "set_num_threads",
             [](HeldState<T>& held, int threads) {
@@ -184,11 +185,11 @@ void bind_one_statevector(py::module_& module, const char* name) {
             },
             py::arg("threads"))
         .def("begin", &HeldState<T>::begin, py::arg("basis_state"))
-        .def("reset", [](HeldState<T>& held) { held.with_state([](auto& state) { state.reset(); }); })
+        .def("reset", [](HeldState<T>& held) { held.to_change([](auto& state) { state.reset(); }); })
         .def(
             "reset_to_str",
             [](HeldState<T>& held, const std::string& product) {
-                held.with_state([&](auto& state) {
+                held.to_change([&](auto& state) {
                     if (product.size() != state.nqubits) {
                         throw std::invalid_argument("the text does not have one character per qubit");
                     }

@@ -129,7 +129,7 @@ void apply(HeldTrajectories<T>& held, HeldState<T>& state, unsigned long seed, u
     const auto turn = held.taken();
     Watch watch(std::move(function), interval, signals);
     watch.over([&](const auto& hook) {
-        return state.with_state(
+        return state.to_change(
             [&](auto& there) { return held.made.apply(there, seed, shot, first_stream, asked<T>(hook), first_site); });
     });
 }
@@ -141,7 +141,7 @@ void walk(HeldTrajectories<T>& held, HeldState<T>& state, unsigned long first, u
     const auto turn = held.taken();
     Watch watch(std::move(function), interval, signals);
     watch.over([&](const auto& hook) {
-        return state.with_state([&](auto& there) { return held.made.walk(there, first, last, asked<T>(hook)); });
+        return state.to_change([&](auto& there) { return held.made.walk(there, first, last, asked<T>(hook)); });
     });
 }
 

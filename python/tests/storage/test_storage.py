@@ -439,3 +439,70 @@ def test_memory_is_that_of_three_parts(path):
     # The state has 64 MiB, the parts together 24.
     told = subprocess.run([sys.executable, "-c", LIMITED, path], capture_output=True, text=True, timeout=300)
     assert told.stdout == "8 True\n", told.stdout + told.stderr
+
+
+SHORTENED = """
+import faulthandler, os, sys, threading
+from velacamplix import Circuit, Result, Storage, run
+path, when = sys.argv[1:]
+circuit = Circuit(18).h(range(18))
+result = run(circuit, storage=Storage(path, 15), threads=2)
+other = run(circuit, storage=Storage(path + "2", 15), threads=2)
+if when == "later":
+    faulthandler.enable()  # takes the signal for itself
+    result.probability(0)
+if when == "reading":
+    stop = threading.Timer(0.05, os.truncate, (path, 2**20))
+    stop.start()
+    try:
+        while True:
+            assert 0.99 < result.distribution([3]).sum() < 1.01
+    except OSError as error:
+        assert "shortened" in str(error), error
+os.truncate(path, 0)
+for ask in (
+    lambda: result.amplitude(0), lambda: result.probability(0), lambda: result.distribution([1]), result.outcomes,
+    lambda: result.statevector(), lambda: result.expectation("X0"), lambda: result.overlap(other),
+    lambda: other.overlap(result), lambda: result.reduced([0]), lambda: result.save(path + ".npz"),
+    lambda: result.entropy([0]), lambda: result.variance("X0"),
+):
+    try:
+        print("answered", ask())
+    except OSError as error:
+        assert "shortened" in str(error), error
+assert not os.path.exists(path + ".npz")
+print(round(other.probability(0, [0]), 6), round(other.expectation("X17"), 6))
+"""
+
+
+@pytest.mark.parametrize("when", ["before", "later", "reading"])
+def test_a_file_that_is_shortened_ends_no_process(path, when):
+    told = subprocess.run([sys.executable, "-c", SHORTENED, path, when], capture_output=True, text=True, timeout=300)
+    assert (told.returncode, told.stdout) == (0, "0.5 1.0\n"), told.stdout + told.stderr
+
+
+OTHERS = """
+import ctypes, mmap, os, signal, sys
+from velacamplix import Circuit, Storage, run
+path, way = sys.argv[1:]
+heard = []
+if way == "handled":
+    signal.signal(signal.SIGBUS, lambda *_: os._exit(7))
+result = run(Circuit(14).h(range(14)), storage=Storage(path, 12))
+result.probability(0)
+if way == "handled":
+    os.kill(os.getpid(), signal.SIGBUS)
+    while True:
+        signal.pause()
+with open(path + "2", "w+b") as file:
+    file.truncate(4096)
+    pages = mmap.mmap(file.fileno(), 4096)
+    file.truncate(0)
+    pages[0]
+"""
+
+
+@pytest.mark.parametrize(("way", "status"), [("handled", 7), ("plain", -signal.SIGBUS)])
+def test_bus_errors_of_others_are_left_to_them(path, way, status):
+    told = subprocess.run([sys.executable, "-c", OTHERS, path, way], capture_output=True, text=True, timeout=300)
+    assert told.returncode == status, told.stdout + told.stderr

@@ -10,8 +10,10 @@ from __future__ import annotations
 
 import argparse
 import contextlib
+import os
 import signal
 import sys
+import threading
 import warnings
 from collections.abc import Iterator
 from pathlib import Path
@@ -21,6 +23,7 @@ from ..basics.words import shortened
 from ..circuit.circuit import Circuit
 from ..distributed.ranks import launched_rank, launched_size, ranks_of
 from ..machine import limits
+from ..storage.storage import Storage
 from . import options as command_line
 from . import streams
 
@@ -75,13 +78,17 @@ def _run(options: argparse.Namespace) -> None:
     if options.plot is not None:
         with _refusing(ValueError, "argument --plot: ", USAGE_ERROR), _refusing(ImportError):
             picture.require_writable(options.plot)
+    storage = _storage(options)
     circuit = _ready(options, name)
     known = [observable for _, observable in options.observable]
     # ValueError: shots are missing, or angles whose sum is too large. RuntimeError: a loop that does not end.
-    with _refusing((MemoryError, ValueError, RuntimeError), f"{name}: "):
+    with _refusing((MemoryError, ValueError, RuntimeError), f"{name}: "), _ending_early(storage):
+        if storage is not None and not options.progress:  # which tells it, too
+            streams.tell(str(storage.plan(circuit, options.precision, options.schedule)))
         result = run(
-            circuit, options.shots, options.seed, threads, options.precision, known or None, progress=options.progress
-        )
+            circuit, options.shots, options.seed, threads, options.precision, known or None, progress=options.progress,
+            schedule=options.schedule, storage=storage,
+        )  # fmt: skip
         expectations = report.expectations_of(result, options.observable)
         # First of all: a reader that stops early ends the process.
         if options.plot is not None:
@@ -89,6 +96,49 @@ def _run(options: argparse.Namespace) -> None:
                 picture.save(options.plot, result, *report.places_of(circuit, result))
         show = report.run_as_json if options.json else report.run
         show(name, circuit, result, expectations, options.top)
+
+
+def _storage(options: argparse.Namespace) -> Storage | None:
+    """Return where the state is to lie; None for memory."""
+    path = options.storage
+    if path is None:
+        for value, name in ((options.part_qubits, "--part-qubits"), (options.resume, "--resume")):
+            if value:
+                raise _Refused(f"argument {name}: is for a run with --storage PATH", USAGE_ERROR)
+        return None
+    if not options.resume:
+        for there in (path, path + ".journal"):
+            if os.path.lexists(there):
+                raise _Refused(f"argument --storage: {there} is there already; delete it, or go on with it by --resume")
+    with _refusing(ValueError, "argument --storage: ", USAGE_ERROR):
+        return Storage(path, options.part_qubits, options.resume)
+
+
+@contextlib.contextmanager
+def _ending_early(storage: Storage | None) -> Iterator[None]:
+    """Tell how far a run with a file has come, whatever ends it."""
+    if storage is None:
+        yield
+        return
+    in_main_thread = threading.current_thread() is threading.main_thread()
+    if in_main_thread:
+        signal.signal(signal.SIGINT, signal.default_int_handler)
+    try:
+        yield
+    except (KeyboardInterrupt, OSError) as error:
+        # Whoever raised it says how many parts are done, and how Python goes on.
+        told = [note.partition(";")[0] for note in getattr(error, "__notes__", []) if " parts are done" in note]
+        cure = [f"{one}; the same command with --resume goes on from there" for one in told]
+        if isinstance(error, KeyboardInterrupt):
+            for one in cure:
+                streams.tell(one)
+            signal.signal(signal.SIGINT, signal.SIG_DFL)
+            signal.raise_signal(signal.SIGINT)
+        text = getattr(error, "strerror", None) or str(error)
+        raise _Refused("; ".join([f"{storage.path}: {text}", *cure])) from None
+    finally:
+        if in_main_thread:
+            signal.signal(signal.SIGINT, signal.SIG_DFL)
 
 
 def _run_on_ranks(options: argparse.Namespace) -> None:
@@ -103,6 +153,10 @@ def _run_on_ranks(options: argparse.Namespace) -> None:
         raise _Refused("argument --plot: many ranks make no pictures; run without mpirun", USAGE_ERROR, True)
     if options.shots is None:
         raise _Refused("argument --shots: must be given on many ranks, each of which has a part of the state", USAGE_ERROR, True)
+
+    if options.storage is not None:
+        message = "argument --storage: many ranks keep their parts in memory; run without mpirun"
+        raise _Refused(message, USAGE_ERROR, True)
 
     def read() -> Circuit | _Refused:
         try:
@@ -119,7 +173,7 @@ def _run_on_ranks(options: argparse.Namespace) -> None:
         with _refusing((MemoryError, ValueError, RuntimeError), f"{name}: "):
             result = run(
                 circuit, options.shots, options.seed, options.threads, options.precision, known or None,
-                progress=options.progress, distributed=True,
+                progress=options.progress, schedule=options.schedule, distributed=True,
             )  # fmt: skip
     except _Refused as refused:
         refused.is_of_all_ranks = True

@@ -12,6 +12,7 @@ from ..basics import checks
 from ..core import extension
 from ..machine import limits
 from ..observables.observable import Observable
+from ..programs.schedule import require_schedule
 
 _STATUS = """
 exit status:
@@ -41,6 +42,7 @@ examples:
   velacamplix run ghz.qasm --shots 10000 --seed 7 --plot ghz.png
   velacamplix run ansatz.qasm --observable "Z0 Z1" --observable=-X0
   velacamplix run ansatz.qasm3 --set theta=pi/4
+  velacamplix run large.qasm --shots 100 --storage /scratch/state --progress
   generate | velacamplix run - --json | jq .probabilities
 
 Without --shots the probabilities are exact. A circuit with more than one
@@ -137,8 +139,8 @@ def _add_run_options(run: argparse.ArgumentParser) -> None:
         action="append",
         default=[],
         metavar="TEXT",
-        help='show an expectation value, as of "0.5*X0 Y2 - 1.2*Z1 + 3"; with --shots, also an estimate. May be '
-        "repeated. A text that starts with a minus is written --observable=-Z0",
+        help='show an expectation value, as of "0.5*X0 Y2 - 1.2*Z1 + 3"; with --shots, also an estimate, '
+        "unless the state lies in a file. May be repeated. A text that starts with a minus is written --observable=-Z0",
     )
     run.add_argument(
         "--plot", metavar="FILE.png", help="draw the outcomes into a file; its ending tells the format (needs matplotlib)"
@@ -147,6 +149,27 @@ def _add_run_options(run: argparse.ArgumentParser) -> None:
         "--progress", action="store_true", help="show a bar on standard error if the run takes more than a second"
     )
     run.add_argument("--json", action="store_true", help="print one JSON object, with all counts, and nothing else")
+    run.add_argument(
+        "--schedule",
+        type=_schedule,
+        default="written",
+        metavar="NAME",
+        help='the order of the gates: "written", or "canonical:10", in which commuting gates have changed places as serves '
+        "2**10 ranks best, and a file, too (default: %(default)s)",
+    )
+    run.add_argument(
+        "--storage",
+        metavar="PATH",
+        help="keep the state in a file, for states that are larger than memory; the results are the same. What the run "
+        "takes of disk and memory is told before. The file and PATH.journal stay",
+    )
+    run.add_argument(
+        "--part-qubits",
+        type=lambda text: _whole_number(text, 50),
+        metavar="K",
+        help="with --storage: three parts of 2**K amplitudes are in memory (default: the largest that fit)",
+    )
+    run.add_argument("--resume", action="store_true", help="with --storage: go on where an earlier run ended early")
 
 
 def _add_convert_options(convert: argparse.ArgumentParser) -> None:
@@ -204,6 +227,14 @@ def _whole_number(text: str, most: int = 2**63 - 1, least: int = 1) -> int:
         allowed = f"of at least {least}" if most == 2**63 - 1 else f"from {least} to {most}"
         raise argparse.ArgumentTypeError(f"expected a whole number {allowed}, got {checks.show(text)}")
     return number
+
+
+def _schedule(text: str) -> str:
+    try:
+        require_schedule(text)
+    except ValueError as error:
+        raise argparse.ArgumentTypeError(str(error)) from None
+    return text
 
 
 def _observable(text: str) -> tuple[str, Observable]:

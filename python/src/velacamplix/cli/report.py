@@ -39,7 +39,8 @@ def expectations_of(result: Result, observables: Sequence[tuple[str, Observable]
     if not observables:
         return []
     estimates: list[Estimate | None] = [None] * len(observables)
-    if result.n_shots is not None and result.has_state:
+    # An estimate turns the state, and one in a file is for reading.
+    if result.n_shots is not None and result.has_state and result.storage is None:
         # Terms on qubits without gates are numbers by now, and those that the measurements leave nothing of are gone.
         observed = observing.checked([observable for _, observable in observables], result.n_qubits)
         reduced = observed.on(result.active_qubits, result._measured)
@@ -108,6 +109,8 @@ def run_as_json(
         "outcomes_of": whole,
         "labels": labels,
     }
+    if result.storage is not None:
+        answer["storage"] = result.storage._asdict()
     if result.n_shots is None:
         best = result.outcomes(top) if top else []
         answer.update(probabilities=dict(best), others=rest_of(result, best))

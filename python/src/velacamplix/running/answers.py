@@ -263,4 +263,5 @@ def _where_others_are_0(state: StateBase, qubits: Sequence[int], kept: Sequence[
     amplitudes = source[places([place for place, qubit in enumerate(qubits) if qubit in kept])]
     made = state._another(len(kept), state.precision, state.threads)
     made._set_amplitudes(amplitudes, "little")
+    state._live().require_whole()
     return made

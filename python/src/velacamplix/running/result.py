@@ -628,6 +628,7 @@ class Result(Answers, Stored, Guiding):
         compact = state.statevector(order="big") if is_big else state._live().view()
         qubits = range(self.n_qubits) if is_big else range(self.n_qubits - 1, -1, -1)
         spread(compact, whole, qubits, self.active_qubits)
+        state._live().require_whole()
         return whole
 
     def _highest_first(self, qubits: Qubits | None, order: Order) -> tuple[int, ...]:
@@ -663,7 +664,11 @@ class Result(Answers, Stored, Guiding):
         bits = {qubit: number >> abs(last - qubit) & 1 for qubit in range(self.n_qubits)}
         state = self._final()
         index = sum(bits.pop(qubit) << place for place, qubit in enumerate(self.active_qubits))
-        return 0j if any(bits.values()) else complex(state.array[index])
+        if any(bits.values()):
+            return 0j
+        amplitude = complex(state.array[index])
+        state._live().require_whole()
+        return amplitude
 
 
 def _number(value: float | complex) -> Any:

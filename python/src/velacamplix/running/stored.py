@@ -70,9 +70,17 @@ class Stored(Final):
         >>> again.counts == result.counts, again.expectation_values == result.expectation_values
         (True, True)
         """
-        arrays = _written({**vars(self), "_state": self._final() if self.has_state else None})
+        state = self._final() if self.has_state else None
+        arrays = _written({**vars(self), "_state": state})
         with metered(progress, sum(array.nbytes for array in arrays.values()), "bytes") as meter:
-            npz.write(path, arrays, lambda size: (meter.advance(size), meter.tell()))
+
+            def told(size: int) -> None:
+                if state is not None:
+                    state._live().require_whole()
+                meter.advance(size)
+                meter.tell()
+
+            npz.write(path, arrays, told)
 
     @classmethod
     def load(cls, path: str | os.PathLike[str], progress: ProgressLike = None) -> Self:

@@ -62,9 +62,9 @@ class Files(StateBase):
         >>> int(np.load(path)["n"]), str(np.load(path)["precision"])
         (2, 'double')
         """
-        arrays = {**about("StateVector", self._n_qubits), **state_arrays(self, "")}
+        core, arrays = self._live(), {**about("StateVector", self._n_qubits), **state_arrays(self, "")}
         with metered(progress, sum(array.nbytes for array in arrays.values()), "bytes") as meter:
-            npz.write(path, arrays, lambda size: (meter.advance(size), meter.tell()))
+            npz.write(path, arrays, lambda size: (core.require_whole(), meter.advance(size), meter.tell()))
 
     @classmethod
     def load(
