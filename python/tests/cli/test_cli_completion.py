@@ -33,7 +33,7 @@ def test_bash(tmp_path, script):
     text = script("bash")
     assert words_of_bash(tmp_path, text, "") == ["run", "convert", "info", "bench", "completion", "--help", "--version"]
     assert words_of_bash(tmp_path, text, "co") == ["convert", "completion"]
-    assert words_of_bash(tmp_path, text, "run", "--s") == ["--set", "--shots", "--seed"]
+    assert words_of_bash(tmp_path, text, "run", "--s") == ["--set", "--shots", "--seed", "--schedule", "--storage"]
     assert words_of_bash(tmp_path, text, "run", "a.qasm", "--precision", "") == ["double", "single"]
     assert words_of_bash(tmp_path, text, "bench", "--precision", "s") == ["single"]
     assert words_of_bash(tmp_path, text, "convert", "--to", "") == ["2", "3"]
@@ -46,7 +46,7 @@ def test_every_option_is_offered(tmp_path, script, command):
     text = script("bash")
     for name in ("run", "convert", "info", "bench", "completion"):
         told = command(name, "--help").stdout
-        known = re.findall(r"^  (?:-\w(?: [A-Z]+)?, )?(--[a-z]+)", told, re.MULTILINE)
+        known = re.findall(r"^  (?:-\w(?: [A-Z]+)?, )?(--[a-z-]+)", told, re.MULTILINE)
         assert "--help" in known and set(words_of_bash(tmp_path, text, name, "--")) == set(known)
 
 
