@@ -30,8 +30,8 @@ struct batch_settings {
     const PybindAmplixStateVectorCPU<T>* initial = nullptr;  // what every state starts from; null: |0...0>
 
     // Hears now and then, on the calling thread, how many runs are done and how many there are; where `result` does not
-    // keep that thread, until all threads have ended. False ends the batch: runs under way stop after their pass, and
-    // their states are handed to nobody. What it throws ends the batch too.
+    // keep that thread, until all threads have ended. False ends the batch: runs under way stop soon, and their states
+    // are handed to nobody. What it throws ends the batch too.
     std::function<bool(unsigned long done, unsigned long total)> hook = {};
 };
 

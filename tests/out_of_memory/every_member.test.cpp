@@ -538,6 +538,32 @@ TYPED_TEST(out_of_memory, in_the_run_of_a_program_leaves_the_state) {
     }
 }
 
+TYPED_TEST(out_of_memory, in_a_run_from_a_basis_state_leaves_the_state) {
+    using T = TypeParam;
+    const auto before = random_state<T>(few_qubits, Values::ordinary, 5);
+    const Loaded<T> untouched(before, 3, false);
+    const auto made = [] {
+        Recorder<T> recorder(few_qubits, 6, Recorder<T>::unitary);
+        for (int gate = 0; gate < 12; ++gate) recorder.random_gate();
+        return recorder;
+    };
+    Loaded<T> complete(before, 3, false);
+    made().list.run_from_basis_state(complete, 3);
+    const long failures = for_every_allocation([&](long which, Failing::Extent extent) {
+        Recorder<T> recorder = made();
+        Loaded<T> state(before, 3, false);
+        const auto [threw, reached] =
+            with_failure(which, extent, [&] { recorder.list.run_from_basis_state(state, 3); });
+        if (threw) {
+            EXPECT_TRUE(same_objects(untouched, state)) << which;
+            recorder.list.run_from_basis_state(state, 3);
+        }
+        EXPECT_TRUE(same_objects(complete, state)) << which;
+        return reached;
+    });
+    EXPECT_GT(failures, 0);
+}
+
 TYPED_TEST(out_of_memory, in_new_angles_or_their_run_leaves_the_old_or_gives_the_new) {
     using T = TypeParam;
     const auto made = [](T angle) {

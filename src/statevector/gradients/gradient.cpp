@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <optional>
 
 namespace velacamplix::gradients {
 namespace {
@@ -71,17 +72,12 @@ std::vector<bool> in_light_cone(std::span<const gates::operation<T>> operations,
 }
 
 template <class T>
-void start(thrust::complex<T>* psi, unsigned long size, const thrust::complex<T>* initial, int nthreads) {
+void copy_amplitudes(const thrust::complex<T>* initial, unsigned long size, thrust::complex<T>* psi, int nthreads) {
     const unsigned long amplitude = sizeof(thrust::complex<T>);
     auto* const to = reinterpret_cast<T*>(psi);
     const auto* const from = reinterpret_cast<const T*>(initial);
     storage::parallel_shares(size, size * amplitude, nthreads, [=](unsigned long begin, unsigned long end) {
-        if (from != nullptr) {
-            std::memcpy(to + 2 * begin, from + 2 * begin, (end - begin) * amplitude);
-        } else {
-            std::fill(to + 2 * begin, to + 2 * end, T(0));
-            if (begin == 0) to[0] = T(1);
-        }
+        std::memcpy(to + 2 * begin, from + 2 * begin, (end - begin) * amplitude);
     });
 }
 
@@ -186,8 +182,12 @@ gradient_result program<T>::gradient(const std::vector<WObservable<double>>& obs
     }
     for (unsigned long b = 0; b < batches; ++b) {
         const std::size_t first = b * batch, last = std::min(first + batch, observables.size());
-        start(psi.get(), size, initial, settings.nthreads);
-        forward->run(operations, psi.get(), settings.hook ? on_the_way_forward : progress_hook());
+        std::optional<unsigned long> basis_state = 0;
+        if (initial != nullptr) {
+            copy_amplitudes(initial, size, psi.get(), settings.nthreads);
+            basis_state.reset();
+        }
+        forward->run_to_end(operations, psi.get(), settings.hook ? on_the_way_forward : progress_hook(), basis_state);
         done += operations.size();
 
         const work_hook still_here = [&](unsigned long, unsigned long) { tell(0); };

@@ -253,18 +253,23 @@ TYPED_TEST(gradient, of_one_observable_or_gate_does_not_depend_on_the_others) {
 
 TYPED_TEST(gradient, gives_the_values_of_the_run_bit_for_bit) {
     using T = TypeParam;
-    const unsigned int n = 12;
-    const auto gates = random_gates(n, 50, 3);
-    const auto sum = compiled(random_hermitian(n, 20, 3));
-    auto list = program_of<T>(gates, n);
-    StateVector<T> state(n);
-    state.reset();
-    list.run(state);
-    double expected = 0;
-    for (const auto& term : pbamplix::cpu::term_values(state.amplitudes.get(), sum, state.size, 1)) {
-        expected += term.real();
+    for (const unsigned int n : {3u, 12u, 15u}) {
+        const auto gates = random_gates(n, 50, 3);
+        const auto sum = compiled(random_hermitian(n, 20, 3));
+        auto list = program_of<T>(gates, n);
+        for (const bool fused : {false, true}) {
+            list.set_fusion(fused);
+            StateVector<T> state(n);
+            state.reset();
+            list.run(state);
+            double expected = 0;
+            for (const auto& term : pbamplix::cpu::term_values(state.amplitudes.get(), sum, state.size, 1)) {
+                expected += term.real();
+            }
+            EXPECT_TRUE(same_bits(expected + sum.constant.real(), list.gradient({sum}, {}).values[0]))
+                << n << " qubits, fusion " << fused;
+        }
     }
-    EXPECT_TRUE(same_bits(expected + sum.constant.real(), list.gradient({sum}, {}).values[0]));
 }
 
 TYPED_TEST(gradient, is_zero_exactly_outside_of_the_light_cone) {

@@ -34,16 +34,24 @@ unsigned int qubits_of_states(unsigned int of_programs, const batch_settings<T>&
 }
 
 template <class T>
-void start(PybindAmplixStateVectorCPU<T>& state, const PybindAmplixStateVectorCPU<T>* initial) {
-    state.is_density_matrix = initial != nullptr && initial->is_density_matrix;
-    if (initial == nullptr) return state.reset();
+void copy_amplitudes(const PybindAmplixStateVectorCPU<T>& initial, PybindAmplixStateVectorCPU<T>& state) {
     const unsigned long amplitude = sizeof(thrust::complex<T>);
-    const auto* const from = reinterpret_cast<const T*>(initial->amplitudes.get());
+    const auto* const from = reinterpret_cast<const T*>(initial.amplitudes.get());
     auto* const to = reinterpret_cast<T*>(state.amplitudes.get());
     storage::parallel_shares(state.size, state.size * amplitude, state.num_threads,
                              [=](unsigned long begin, unsigned long end) {
                                  std::memcpy(to + 2 * begin, from + 2 * begin, (end - begin) * amplitude);
                              });
+}
+
+// False when the hook has stopped it.
+template <class T>
+bool run_one(program<T>& list, PybindAmplixStateVectorCPU<T>& state, const PybindAmplixStateVectorCPU<T>* initial,
+             const typename program<T>::progress_hook& hook) {
+    state.is_density_matrix = initial != nullptr && initial->is_density_matrix;
+    if (initial == nullptr) return list.run_from_basis_state(state, 0, hook);
+    copy_amplitudes(*initial, state);
+    return list.run_to_end(state, hook);
 }
 
 // `gates` are those of all runs together. prepare(workers) is told how many runs there are at a time; list_of(worker,
@@ -85,9 +93,7 @@ unsigned long run_all(unsigned int nqubits, unsigned long runs, unsigned long ga
                 throw std::logic_error("What took a result of a batch has resized or released its state");
             }
             state.num_threads = one_per_thread ? 1 : settings.nthreads;
-            start(state, settings.initial);
-            program<T>& list = list_of(worker, run);
-            if (list.run(state, goes_on) != list.size()) return;
+            if (!run_one(list_of(worker, run), state, settings.initial, goes_on)) return;
             result(run, state);
             ++done;
         }

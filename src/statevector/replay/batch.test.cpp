@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <limits>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -90,6 +91,32 @@ TYPED_TEST(batch, of_programs_gives_the_bits_of_each_for_every_number_of_threads
                 EXPECT_EQ(run_batch(programs, pbamplix::cpu::collect_in(got.data()), {threads}), count);
                 EXPECT_TRUE(equal(expected, got)) << n << " qubits, " << threads << " threads, fusion " << fused;
             }
+        }
+    }
+}
+
+// A state is not read where a run begins, whatever the run before has left.
+TYPED_TEST(batch, begins_anew_in_what_was_left_as_nan) {
+    using T = TypeParam;
+    const unsigned int count = 5;
+    for (const unsigned int n : {3u, 13u, 18u}) {
+        auto programs = some_programs<T>(n, count);
+        programs.push_back(program<T>(n));
+        const auto expected = one_by_one(some_programs<T>(n, count), n);
+        for (const int threads : {1, 3}) {
+            Amplitudes<T> got((count + 1) << n);
+            const auto collected = pbamplix::cpu::collect_in(got.data());
+            const auto result = [&](unsigned long index, auto& state) {
+                collected(index, state);
+                std::fill_n(reinterpret_cast<T*>(state.amplitudes.get()), 2 * state.size,
+                            std::numeric_limits<T>::quiet_NaN());
+            };
+            EXPECT_EQ(run_batch(programs, result, {threads}), count + 1);
+            Amplitudes<T> begin(1ul << n);
+            begin[0] = 1;
+            EXPECT_TRUE(equal({got.begin() + (count << n), got.end()}, begin)) << n << " qubits";
+            got.resize(count << n);
+            EXPECT_TRUE(equal(expected, got)) << n << " qubits, " << threads << " threads";
         }
     }
 }
