@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import time
 from statistics import median
-from typing import Dict, List, Optional
+from typing import Any, Dict, List, Optional
 
 import agreement
 import cases
@@ -17,6 +17,8 @@ PAUSE_SECONDS = 0.02
 HOPELESS = 1.5
 # What takes longer is measured once.
 LONG_SECONDS = 20.0
+# States of so many qubits do not fit into the caches of most processors.
+IN_MEMORY = 22
 
 
 class Entry:
@@ -35,7 +37,8 @@ class Entry:
         return bool(self.seconds) and not self.problem
 
     def as_record(self) -> Dict[str, object]:
-        record: Dict[str, object] = {"simulator": self.simulator, "setting": self.setting, "seconds": self.seconds}
+        seconds = [float(f"{value:.4g}") for value in self.seconds]
+        record: Dict[str, object] = {"simulator": self.simulator, "setting": self.setting, "seconds": seconds}
         for key in ("not_offered", "problem"):
             if getattr(self, key):
                 record[key] = getattr(self, key)
@@ -70,7 +73,7 @@ class Cell:
     def measure(self, repeats: int, seconds: float) -> None:
         """Up to `repeats` rounds; those after the first within `seconds`."""
         # The first run of a simulator fills its caches and wakes its threads; it counts only where it is long.
-        if self.n < 22:
+        if self.n < IN_MEMORY:
             self._round(record=False)
         self._round(record=True)
         end = time.monotonic() + seconds
@@ -144,15 +147,6 @@ class Cell:
             found.append(f"no peer agrees; {peers[0].simulator} ({peers[0].setting}): {peers[0].problem}")
         return found
 
-    def hopeless(self) -> Dict[str, List[str]]:
-        """Settings that a larger cell need not try, since here they took twice the time of their simulator's best."""
-        found: Dict[str, List[str]] = {}
-        for entry in self.entries:
-            mates = [median(e.seconds) for e in self.entries if e.simulator == entry.simulator and e.counts]
-            if entry.simulator != OURS and entry.counts and median(entry.seconds) > 2 * min(mates):
-                found.setdefault(entry.simulator, []).append(entry.setting)
-        return found
-
     def as_record(self) -> Dict[str, object]:
         return {
             "case": self.case.name,
@@ -161,3 +155,17 @@ class Cell:
             "threads": self.threads,
             "entries": [entry.as_record() for entry in self.entries],
         }
+
+
+def hopeless(record: Dict[str, Any]) -> Dict[str, List[str]]:
+    """Settings of peers that were so much slower than another one that larger sizes need not try them, by simulator."""
+    # Where states leave the caches the fastest setting may change; from there on it stays.
+    factor = 2.0 if record["n"] < IN_MEMORY else 1.2
+    times: Dict[str, Dict[str, float]] = {}
+    for entry in record["entries"]:
+        if entry["simulator"] != OURS and entry["seconds"] and not entry.get("problem"):
+            times.setdefault(entry["simulator"], {})[entry["setting"]] = median(entry["seconds"])
+    return {
+        simulator: [setting for setting, seconds in settings.items() if seconds > factor * min(settings.values())]
+        for simulator, settings in times.items()
+    }
