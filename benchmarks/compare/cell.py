@@ -17,6 +17,8 @@ PAUSE_SECONDS = 0.02
 HOPELESS = 1.5
 # What takes longer is measured once.
 LONG_SECONDS = 20.0
+# A first run that takes so long counts: what it spends on filling caches and waking threads is a small part.
+FIRST_COUNTS_SECONDS = 0.5
 # States of so many qubits do not fit into the caches of most processors.
 IN_MEMORY = 22
 
@@ -72,23 +74,22 @@ class Cell:
 
     def measure(self, repeats: int, seconds: float) -> None:
         """Up to `repeats` rounds; those after the first within `seconds`."""
-        # The first run of a simulator fills its caches and wakes its threads; it counts only where it is long.
         if self.n < IN_MEMORY:
-            self._round(record=False)
-        self._round(record=True)
+            self._round(self._turns(), count_from=FIRST_COUNTS_SECONDS)
+        self._round([entry for entry in self._turns() if not entry.seconds])
         end = time.monotonic() + seconds
         for _ in range(repeats - 1):
             if time.monotonic() + sum(min(entry.seconds) for entry in self._turns()) > end:
                 break
-            self._round(record=True)
+            self._round(self._turns())
         self._compare()
         for worker in {entry.worker for entry in self.entries}:
             if worker.alive:
                 worker.forget()
 
-    def _round(self, record: bool) -> None:
-        for entry in self._turns():
-            self._run(entry, record)
+    def _round(self, turns: List[Entry], count_from: float = 0.0) -> None:
+        for entry in turns:
+            self._run(entry, count_from)
 
     def _turns(self) -> List[Entry]:
         """Ours, a peer in all its settings, ours, the next peer, ...; without those that need no further run."""
@@ -99,7 +100,7 @@ class Cell:
             turns += [*ours, *(entry for entry in self.entries if entry.simulator == peer)]
         return [entry for entry in turns if self._worth_while(entry)]
 
-    def _run(self, entry: Entry, record: bool) -> None:
+    def _run(self, entry: Entry, count_from: float) -> None:
         if entry.problem:  # found in this very round
             return
         time.sleep(PAUSE_SECONDS)
@@ -110,7 +111,7 @@ class Cell:
             return
         if measured.answer is not None:
             entry.answer = measured.answer
-        if record:
+        if measured.seconds >= count_from:
             entry.seconds.append(measured.seconds)
 
     def _worth_while(self, entry: Entry) -> bool:

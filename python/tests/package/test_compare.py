@@ -34,7 +34,7 @@ import reasons  # noqa: E402
 import report  # noqa: E402
 import store  # noqa: E402
 from cell import Cell, hopeless  # noqa: E402
-from crew import Crew, Worker, WorkerFailed  # noqa: E402
+from crew import Crew, Measured, Worker, WorkerFailed  # noqa: E402
 
 PEERS_PYTHON = os.environ.get("VELACAMPLIX_PEERS", str(ROOT / "build/compare-venv/bin/python"))
 MODULES = {"aer": "qiskit_aer", "qulacs": "qulacs", "qsim": "qsimcirq", "lightning": "pennylane_lightning"}
@@ -302,6 +302,32 @@ def test_a_cell_takes_turns_and_leaves_out_what_disagrees(tmp_path, monkeypatch)
     assert cell.failures() == []  # its other setting agrees
     cell.entries = [entry for entry in cell.entries if (entry.simulator, entry.setting) != ("qulacs", "exact")]
     assert "no peer agrees; qulacs (wrong): they differ" in cell.failures()[0]
+
+
+def test_a_first_run_counts_where_it_is_long():
+    class Clock:
+        """A worker whose settings are named by the seconds they take."""
+
+        precisions, alive, runs = ("double",), False, []
+
+        def __init__(self, simulator, *settings):
+            self.simulator, self._settings = simulator, settings
+
+        def settings(self, *_):
+            return self._settings
+
+        def prepare(self, *_):
+            return None
+
+        def run(self, setting, answer):
+            self.runs.append(setting)
+            return Measured(float(setting), (np.ones(2),) if answer else None)
+
+    cell = Cell(cases.CASES["ghz"], 16, "double", 1)
+    cell.prepare([Clock("velacamplix", "0.1"), Clock("aer", "0.2", "0.6", "0.7")], {"aer": ["0.7"]})
+    cell.measure(repeats=2, seconds=60)
+    assert Clock.runs == ["0.1", "0.2", "0.6", "0.1", "0.2", "0.1", "0.2"]
+    assert [entry.seconds for entry in cell.entries] == [[0.1, 0.1], [0.2, 0.2], [0.6]]
 
 
 # Report
