@@ -18,13 +18,16 @@ def draw(results: Dict[str, Any], path: Path) -> None:
     matplotlib.use("Agg")
     from matplotlib import pyplot
     from matplotlib.lines import Line2D
-    from matplotlib.ticker import FixedLocator, FuncFormatter, NullFormatter
+    from matplotlib.ticker import FuncFormatter, LogLocator, NullFormatter
 
     figures = of_results(results)
     threads = max(cell.threads for cell in figures)
     figures = [cell for cell in figures if cell.threads == threads]
+    compared = [cell for cell in figures if cell.times_faster() is not None]
     precisions = list(dict.fromkeys(cell.precision for cell in figures))
-    rows = list(dict.fromkeys(cell.case for cell in figures))
+    rows = list(dict.fromkeys(cell.case for cell in compared or figures))
+    ratios = [ratio for cell in compared for ratio in map(cell.times_faster, WAYS) if ratio is not None]
+    steps = (1.0, 2.0, 5.0) if max(ratios, default=1) < 200 * min(ratios, default=1) else (1.0,)
     # The larger the state, the larger its mark.
     sizes = {n: 18 + 26 * place for place, n in enumerate(sorted({cell.n for cell in figures}))}
     figure, axes = pyplot.subplots(
@@ -40,12 +43,12 @@ def draw(results: Dict[str, Any], path: Path) -> None:
         axis.axvline(1, color="black", linewidth=1.2, zorder=1)
         for place in range(len(rows) - 1):
             axis.axhline(place + 0.5, color="#eeeeee", linewidth=0.8, zorder=0)
-        for cell in figures:
+        for cell in compared:
             if cell.precision == precision:
                 _marks(axis, cell, rows.index(cell.case), sizes[cell.n])
         axis.set_title(f"{precision} precision", fontsize=11)
         axis.set_xscale("log")
-        axis.xaxis.set_major_locator(FixedLocator([0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10]))
+        axis.xaxis.set_major_locator(LogLocator(subs=steps))
         axis.xaxis.set_major_formatter(FuncFormatter(lambda value, _: f"{value:g}"))
         axis.xaxis.set_minor_formatter(NullFormatter())
         axis.grid(axis="x", which="major", color="#dddddd", linewidth=0.8, zorder=0)
