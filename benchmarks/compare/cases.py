@@ -243,11 +243,11 @@ CIRCUITS = (
 )
 READINGS = (
     Case("spread", "amplitudes", "3n - 1 gates, to be read out", _spread),
-    Case("shots", "shots", "… and 10⁶ shots of all qubits", _spread),
-    Case("marginal", "marginal", "… and the distribution of 10 qubits", _spread),
-    Case("paulis", "paulis", "… and a sum of 100 Pauli strings", _spread),
+    Case("shots", "shots", "… and 10⁶ shots of all qubits", _spread, most_qubits=24),
+    Case("marginal", "marginal", "… and the distribution of 10 qubits", _spread, most_qubits=24),
+    Case("paulis", "paulis", "… and a sum of 100 Pauli strings", _spread, most_qubits=24),
 )
-STEP = Case("vqe", "step", "VQE step: 4 layers, from parameters to energy", _turned(0, layers=4))
+STEP = Case("vqe", "step", "VQE step: 4 layers, from parameters to energy", _turned(0, layers=4), most_qubits=24)
 # One thread of the slowest peer takes seconds for these at 20 qubits, and minutes at 24.
 DERIVATIVES = (
     Case("gradient100", "jacobian", "gradient, 100 angles or a few more", _turned(100), 1, 20),

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import time
 from statistics import median
-from typing import Dict, List, Optional
+from typing import Any, Dict, List, Optional
 
 import agreement
 import cases
@@ -17,6 +17,10 @@ PAUSE_SECONDS = 0.02
 HOPELESS = 1.5
 # What takes longer is measured once.
 LONG_SECONDS = 20.0
+# A first run that takes so long counts: what it spends on filling caches and waking threads is a small part.
+FIRST_COUNTS_SECONDS = 0.5
+# States of so many qubits do not fit into the caches of most processors.
+IN_MEMORY = 22
 
 
 class Entry:
@@ -35,7 +39,8 @@ class Entry:
         return bool(self.seconds) and not self.problem
 
     def as_record(self) -> Dict[str, object]:
-        record: Dict[str, object] = {"simulator": self.simulator, "setting": self.setting, "seconds": self.seconds}
+        seconds = [float(f"{value:.4g}") for value in self.seconds]
+        record: Dict[str, object] = {"simulator": self.simulator, "setting": self.setting, "seconds": seconds}
         for key in ("not_offered", "problem"):
             if getattr(self, key):
                 record[key] = getattr(self, key)
@@ -69,23 +74,22 @@ class Cell:
 
     def measure(self, repeats: int, seconds: float) -> None:
         """Up to `repeats` rounds; those after the first within `seconds`."""
-        # The first run of a simulator fills its caches and wakes its threads; it counts only where it is long.
-        if self.n < 22:
-            self._round(record=False)
-        self._round(record=True)
+        if self.n < IN_MEMORY:
+            self._round(self._turns(), count_from=FIRST_COUNTS_SECONDS)
+        self._round([entry for entry in self._turns() if not entry.seconds])
         end = time.monotonic() + seconds
         for _ in range(repeats - 1):
             if time.monotonic() + sum(min(entry.seconds) for entry in self._turns()) > end:
                 break
-            self._round(record=True)
+            self._round(self._turns())
         self._compare()
         for worker in {entry.worker for entry in self.entries}:
             if worker.alive:
                 worker.forget()
 
-    def _round(self, record: bool) -> None:
-        for entry in self._turns():
-            self._run(entry, record)
+    def _round(self, turns: List[Entry], count_from: float = 0.0) -> None:
+        for entry in turns:
+            self._run(entry, count_from)
 
     def _turns(self) -> List[Entry]:
         """Ours, a peer in all its settings, ours, the next peer, ...; without those that need no further run."""
@@ -96,7 +100,7 @@ class Cell:
             turns += [*ours, *(entry for entry in self.entries if entry.simulator == peer)]
         return [entry for entry in turns if self._worth_while(entry)]
 
-    def _run(self, entry: Entry, record: bool) -> None:
+    def _run(self, entry: Entry, count_from: float) -> None:
         if entry.problem:  # found in this very round
             return
         time.sleep(PAUSE_SECONDS)
@@ -107,7 +111,7 @@ class Cell:
             return
         if measured.answer is not None:
             entry.answer = measured.answer
-        if record:
+        if measured.seconds >= count_from:
             entry.seconds.append(measured.seconds)
 
     def _worth_while(self, entry: Entry) -> bool:
@@ -144,15 +148,6 @@ class Cell:
             found.append(f"no peer agrees; {peers[0].simulator} ({peers[0].setting}): {peers[0].problem}")
         return found
 
-    def hopeless(self) -> Dict[str, List[str]]:
-        """Settings that a larger cell need not try, since here they took twice the time of their simulator's best."""
-        found: Dict[str, List[str]] = {}
-        for entry in self.entries:
-            mates = [median(e.seconds) for e in self.entries if e.simulator == entry.simulator and e.counts]
-            if entry.simulator != OURS and entry.counts and median(entry.seconds) > 2 * min(mates):
-                found.setdefault(entry.simulator, []).append(entry.setting)
-        return found
-
     def as_record(self) -> Dict[str, object]:
         return {
             "case": self.case.name,
@@ -161,3 +156,17 @@ class Cell:
             "threads": self.threads,
             "entries": [entry.as_record() for entry in self.entries],
         }
+
+
+def hopeless(record: Dict[str, Any]) -> Dict[str, List[str]]:
+    """Settings of peers that were so much slower than another one that larger sizes need not try them, by simulator."""
+    # Where states leave the caches the fastest setting may change; from there on it stays.
+    factor = 2.0 if record["n"] < IN_MEMORY else 1.2
+    times: Dict[str, Dict[str, float]] = {}
+    for entry in record["entries"]:
+        if entry["simulator"] != OURS and entry["seconds"] and not entry.get("problem"):
+            times.setdefault(entry["simulator"], {})[entry["setting"]] = median(entry["seconds"])
+    return {
+        simulator: [setting for setting, seconds in settings.items() if seconds > factor * min(settings.values())]
+        for simulator, settings in times.items()
+    }

@@ -47,6 +47,9 @@ class Worker:
     def alive(self) -> bool:
         return self._process.poll() is None
 
+    def build(self) -> str:
+        return self._ask(do="build")["build"]
+
     def settings(self, kind: str, precision: str, n: int) -> List[str]:
         return self._ask(do="settings", kind=kind, precision=precision, n=n)["settings"]
 

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections import Counter
 from statistics import median
 from typing import Any, Dict, Iterable, List, NamedTuple, Optional
 
@@ -72,6 +73,14 @@ def present(figures: Iterable[Figures]) -> List[str]:
     return [name for name in ORDER if name in found]
 
 
-def lost(figures: Iterable[Figures]) -> List[Figures]:
-    """Cells where a peer was faster than velacamplix without fusion."""
-    return [cell for cell in figures if (cell.times_faster() or 1.0) < 1.0]
+def lost(figures: Iterable[Figures], ours: str = OURS) -> List[Figures]:
+    """Cells where a peer was faster than velacamplix in this way."""
+    return [cell for cell in figures if (cell.times_faster(ours) or 1.0) < 1.0]
+
+
+def fullest_size(figures: List[Figures]) -> int:
+    """The number of qubits with most figures, of these the largest."""
+    counts = Counter({cell.n: 0 for cell in figures})
+    for cell in figures:
+        counts[cell.n] += len(cell.best)
+    return max(counts, key=lambda n: (counts[n], n))

@@ -6,10 +6,12 @@ import re
 import textwrap
 from collections import Counter
 from pathlib import Path
-from typing import Any, Dict, List
+from typing import Any, Dict, List, Tuple
 
 import cases
-from figures import FUSED, OURS, Figures, lost, of_results, present, table_of
+import reasons
+from figures import FUSED, OURS, Figures, fullest_size, lost, of_results, present, table_of
+from simulators import NAMES
 
 BEGIN = "<!-- comparison: begin, written by tools/compare -->"
 END = "<!-- comparison: end -->"
@@ -61,45 +63,53 @@ def time_table(cells: List[Figures]) -> List[str]:
 
 
 def ratio_table(figures: List[Figures]) -> List[str]:
-    """The time of the fastest peer over ours, for every size, precision and number of threads."""
-    columns = list(dict.fromkeys((cell.n, cell.precision, cell.threads) for cell in figures))
-    columns.sort(key=lambda column: (column[1], column[2], column[0]))
+    """The time of the fastest peer over ours, exact and with fusion, for every size and number of threads."""
+    columns = sorted({(cell.threads, cell.n) for cell in figures})
     rows = []
     for case in dict.fromkeys(cell.case for cell in figures):
         row = [cases.CASES[case].title]
         for column in columns:
-            ratio = next(
-                (c.times_faster() for c in figures if (c.case, (c.n, c.precision, c.threads)) == (case, column)), None
-            )
-            row.append("–" if ratio is None else f"**{ratio_text(ratio)}**" if ratio < 1 else ratio_text(ratio))
+            found = [cell for cell in figures if (cell.case, (cell.threads, cell.n)) == (case, column)]
+            row.append(_ratios(found[0]) if found else "–")
         rows.append(row)
-    header = [f"{precision}, {_threads(threads)}, n = {n}" for n, precision, threads in columns]
-    return _rows(["", *header], rows)
+    return _rows(["", *(f"{_threads(threads)}, n = {n}" for threads, n in columns)], rows)
+
+
+def _ratios(cell: Figures) -> str:
+    found = [ratio for ratio in map(cell.times_faster, (OURS, FUSED)) if ratio is not None]
+    return " / ".join(f"**{ratio_text(ratio)}**" if ratio < 1 else ratio_text(ratio) for ratio in found) or "–"
 
 
 def losses(figures: List[Figures]) -> List[str]:
-    found = lost(figures)
-    compared = [cell for cell in figures if cell.times_faster() is not None]
-    if not found:
-        return [f"No peer was faster than velacamplix without fusion in any of the {len(compared)} cells with a peer."]
-    lines = [f"A peer was faster than velacamplix without fusion in {len(found)} of {len(compared)} cells:", ""]
-    for case in dict.fromkeys(cell.case for cell in found):
-        places = [_loss(cell) for cell in found if cell.case == case]
-        lines.append(f"- {cases.CASES[case].title}: " + "; ".join(places))
+    """A row for each circuit, precision, number of threads, way and reason for which a peer is ahead; then the reasons."""
+    told, known = [], []
+    sizes = sorted({cell.n for cell in figures})
+    rows: Dict[Tuple[str, str, int, str, str], Dict[int, str]] = {}
+    for way, words in ((OURS, "exact"), (FUSED, "fused")):
+        found = lost(figures, way)
+        compared = [cell for cell in figures if cell.times_faster(way) is not None]
+        told.append(f"{len(found)} of {len(compared)} {words}")
+        for cell in found:
+            reason = reasons.of(cell, way)
+            if reason and reason.text not in known:
+                known.append(reason.text)
+            why = f"({known.index(reason.text) + 1})" if reason else "not measured"
+            where = cell.case, cell.precision, cell.threads, words, why
+            ratio = cell.times_faster(way)
+            assert ratio is not None
+            rows.setdefault(where, {})[cell.n] = f"{ratio_text(ratio)} {cell.fastest_peer}"
+    lines = [f"A peer is ahead in {' and in '.join(told)} cells."]
+    if rows:
+        order = list(cases.CASES)
+        table = []
+        for where in sorted(rows, key=lambda where: (order.index(where[0]), *where[1:])):
+            case, precision, threads, words, why = where
+            places = [rows[where].get(n, "") for n in sizes]
+            table.append([cases.CASES[case].title, f"{precision}, {_threads(threads)}", words, *places, why])
+        lines += ["", *_rows(["", "", "run", *(f"n = {n}" for n in sizes), "why"], table)]
+    for number, text in enumerate(known, 1):
+        lines += ["", *textwrap.wrap(f"({number}) {text}", 120)]
     return lines
-
-
-def _loss(cell: Figures) -> str:
-    peer = cell.fastest_peer
-    assert peer is not None
-    fused = cell.times_faster(FUSED)
-    also = (
-        "" if fused is None else ", faster than the fused run too" if fused < 1 else ", not faster than the fused run"
-    )
-    return (
-        f"n = {cell.n}, {cell.precision}, {_threads(cell.threads)}: {peer} {time_text(cell.best[peer].seconds)} "
-        f"against {time_text(cell.best[OURS].seconds)}{also}"
-    )
 
 
 def left_out(figures: List[Figures]) -> List[str]:
@@ -133,44 +143,42 @@ def best_settings(figures: List[Figures]) -> List[str]:
 def describe(results: Dict[str, Any]) -> List[str]:
     versions = [f"{name} {text}" for listed in results["versions"].values() for name, text in listed.items()]
     machine = ", ".join(f"{name}: {text}" for name, text in results["machine"].items())
+    builds = "; ".join(f"{NAMES[key]}: {text or 'not known'}" for key, text in results["builds"].items())
+    dates = " and ".join(sorted({run["date"] for run in results["runs"]}))
     return [
-        f"Measured on {results['date']} with",
+        f"Measured on {dates} with",
         "",
-        f"    {results['command']}",
+        *(f"    {run['command']}    # {run['minutes']} minutes" for run in results["runs"]),
         "",
         *textwrap.wrap(f"Machine: {machine}.", 120),
         "",
-        *textwrap.wrap(f"Versions: {', '.join(versions)}.", 120),
+        *textwrap.wrap(f"Versions: {', '.join(dict.fromkeys(versions))}.", 120),
         "",
-        "Timed is the way from a circuit object that stands ready (built, transpiled, optimised, translated) to the final",
-        "state, the allocation of the state included, alike for all; in the three rows that begin with … on to shots,",
-        "probabilities or the expectation value, after a short circuit whose own time is the row before them; a VQE step",
-        "begins with new values for the parameters of a circuit that stands ready. Of Qiskit Aer its own clock counts, which",
-        "leaves the conversion of the circuit out, but for the VQE step; there qsim, too, is called through its class for",
-        "Cirq, while everywhere else it gets the circuit already translated. Every simulator",
-        "runs in a process of its own; velacamplix and the peers take turns, and the median is told. A peer's figure is that",
-        "of its fastest setting; settings that took over 1.5 times as long as that, and runs of over 20 s, were run once, and",
-        f"what took over twice as long at one size was not tried at the next. Rounds per cell: at most {results['repeats']}.",
-        "Qulacs has double precision only, qsim single. Before every run as much memory as the state takes is touched and",
-        "given back: a virtual machine that has to ask its host for it would charge whoever comes first.",
+        *textwrap.wrap(f"Peers' builds: {builds or 'none'}.", 120),
+        "",
+        f"Rounds per cell: at most {max(run['repeats'] for run in results['runs'])}.",
     ]
 
 
 def markdown(results: Dict[str, Any], picture: str) -> str:
     figures = of_results(results)
-    n, threads = max(cell.n for cell in figures), max(cell.threads for cell in figures)
-    lines = ["## Beside other simulators", "", *describe(results), ""]
-    lines += [f"![Times of all simulators at n = {n}, on a logarithmic axis]({picture})", ""]
-    for precision in dict.fromkeys(cell.precision for cell in figures):
+    n, threads = fullest_size(figures), max(cell.threads for cell in figures)
+    precisions = list(dict.fromkeys(cell.precision for cell in figures))
+    lines = [*describe(results), ""]
+    lines += [f"![Time of velacamplix over that of the fastest peer, {_threads(threads)}]({picture})", ""]
+    for precision in precisions:
         cells = table_of(figures, n, precision, threads)
         lines += [f"### n = {n}, {precision} precision, {_threads(threads)}", "", *time_table(cells), ""]
+    lines += ["### All sizes", ""]
     lines += [
-        "### All sizes",
-        "",
-        "The time of the fastest peer over that of velacamplix without fusion; in bold where the peer wins.",
+        "The time of the fastest peer over that of velacamplix, exact / fused; in bold where the peer is ahead.",
         "",
     ]
-    lines += [*ratio_table(figures), "", *losses(figures), "", *left_out(figures), ""]
+    for precision in precisions:
+        lines += [f"{precision.capitalize()} precision:", ""]
+        lines += [*ratio_table([cell for cell in figures if cell.precision == precision]), ""]
+    lines += ["### Where a peer is ahead, and why", "", *losses(figures), ""]
+    lines += ["### Settings, and what was left out", "", *left_out(figures), ""]
     lines += ["How often each setting of a peer was its fastest:", "", *best_settings(figures), ""]
     return "\n".join(lines)
 

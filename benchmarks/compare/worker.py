@@ -31,6 +31,9 @@ class Desk:
     def describe(self) -> Dict[str, Any]:
         return {"versions": self.module.versions(), "precisions": list(self.module.precisions)}
 
+    def build(self) -> Dict[str, Any]:
+        return {"build": self.module.build()}
+
     def settings(self, kind: str, precision: str, n: int) -> Dict[str, Any]:
         return {"settings": self.module.settings(kind, precision, n)}
 

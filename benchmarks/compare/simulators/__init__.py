@@ -3,6 +3,7 @@
 Each module offers
 
     versions()                      a dictionary from names to texts
+    build()                         how it was built, in words; peers only
     precisions                      those it computes in
     settings(kind, precision, n)    names of ways to run, the plainest first
     prepare(task, setting)          the task ready to be timed; raises NotOffered when the simulator lacks it
@@ -23,7 +24,10 @@ NAMES = {
     "qulacs": "Qulacs",
     "qsim": "qsim (Cirq)",
     "lightning": "PennyLane Lightning",
+    "qulacs-native": "Qulacs, native",
 }
+# The same programs as another key's, compiled for this processor, in an environment of their own.
+NATIVE = [key for key in NAMES if key.endswith("-native")]
 
 
 class NotOffered(Exception):
@@ -69,4 +73,4 @@ class Prepared(NamedTuple):
 def module(key: str) -> Any:
     if key not in NAMES:
         raise ValueError(f"simulator must be one of {', '.join(NAMES)}, got {key!r}")
-    return importlib.import_module(f"simulators.{key}_worker")
+    return importlib.import_module(f"simulators.{key.removesuffix('-native')}_worker")

@@ -9,12 +9,14 @@ from __future__ import annotations
 from importlib.metadata import version
 from typing import Any, Dict, List, Tuple
 
+import builds
 import cases
 import numpy as np
 from qiskit import QuantumCircuit
 from qiskit.circuit import Parameter
 from qiskit.quantum_info import SparsePauliOp
 from qiskit_aer import AerSimulator
+from qiskit_aer.backends import controller_wrappers
 
 from . import NotOffered, Prepared, Task
 
@@ -23,6 +25,10 @@ precisions = ("double", "single")
 
 def versions() -> Dict[str, str]:
     return {"qiskit-aer": version("qiskit-aer"), "qiskit": version("qiskit")}
+
+
+def build() -> str:
+    return builds.told("qiskit-aer", controller_wrappers.__file__)
 
 
 def _options(n: int) -> Dict[str, Dict[str, Any]]:

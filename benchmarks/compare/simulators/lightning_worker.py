@@ -5,9 +5,11 @@ from __future__ import annotations
 from importlib.metadata import version
 from typing import Any, Dict, List
 
+import builds
 import cases
 import numpy as np
 import pennylane as qml
+from pennylane_lightning import lightning_qubit_ops
 
 from . import Prepared, Task
 
@@ -26,6 +28,10 @@ _PAULIS = {"X": qml.X, "Y": qml.Y, "Z": qml.Z}
 
 def versions() -> Dict[str, str]:
     return {"pennylane-lightning": version("pennylane-lightning"), "pennylane": version("pennylane")}
+
+
+def build() -> str:
+    return builds.told("pennylane-lightning", lightning_qubit_ops.__file__)
 
 
 def settings(kind: str, precision: str, n: int) -> List[str]:

@@ -10,6 +10,7 @@ from __future__ import annotations
 from importlib.metadata import version
 from typing import Any, Dict, List
 
+import builds
 import cases
 import cirq
 import numpy as np
@@ -27,6 +28,11 @@ _PAULIS = {"X": cirq.X, "Y": cirq.Y, "Z": cirq.Z}
 
 def versions() -> Dict[str, str]:
     return {"qsimcirq": version("qsimcirq"), "cirq-core": version("cirq-core")}
+
+
+def build() -> str:
+    # The package has a module for each instruction set, and loads the best that the processor runs.
+    return builds.told("qsimcirq", qsim.__file__)
 
 
 def settings(kind: str, precision: str, n: int) -> List[str]:

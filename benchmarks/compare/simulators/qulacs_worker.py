@@ -5,8 +5,10 @@ from __future__ import annotations
 from importlib.metadata import version
 from typing import Any, Dict, List
 
+import builds
 import cases
 import numpy as np
+import qulacs_core
 from qulacs import Observable, ParametricQuantumCircuit, QuantumCircuit, QuantumState
 from qulacs.circuit import QuantumCircuitOptimizer
 
@@ -17,6 +19,10 @@ precisions = ("double",)
 
 def versions() -> Dict[str, str]:
     return {"qulacs": version("qulacs")}
+
+
+def build() -> str:
+    return builds.told("qulacs", qulacs_core.__file__)
 
 
 def settings(kind: str, precision: str, n: int) -> List[str]:

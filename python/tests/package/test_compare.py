@@ -7,6 +7,8 @@ of the environment which tools/compare makes.
 import argparse
 import json
 import os
+import platform
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -23,13 +25,16 @@ COMPARE = ROOT / "benchmarks/compare"
 sys.path.insert(0, str(COMPARE))
 
 import agreement  # noqa: E402
+import builds  # noqa: E402
 import cases  # noqa: E402
 import figures  # noqa: E402
 import frameworks  # noqa: E402
 import noise  # noqa: E402
+import reasons  # noqa: E402
 import report  # noqa: E402
-from cell import Cell  # noqa: E402
-from crew import Crew, Worker, WorkerFailed  # noqa: E402
+import store  # noqa: E402
+from cell import Cell, hopeless  # noqa: E402
+from crew import Crew, Measured, Worker, WorkerFailed  # noqa: E402
 
 PEERS_PYTHON = os.environ.get("VELACAMPLIX_PEERS", str(ROOT / "build/compare-venv/bin/python"))
 MODULES = {"aer": "qiskit_aer", "qulacs": "qulacs", "qsim": "qsimcirq", "lightning": "pennylane_lightning"}
@@ -299,6 +304,32 @@ def test_a_cell_takes_turns_and_leaves_out_what_disagrees(tmp_path, monkeypatch)
     assert "no peer agrees; qulacs (wrong): they differ" in cell.failures()[0]
 
 
+def test_a_first_run_counts_where_it_is_long():
+    class Clock:
+        """A worker whose settings are named by the seconds they take."""
+
+        precisions, alive, runs = ("double",), False, []
+
+        def __init__(self, simulator, *settings):
+            self.simulator, self._settings = simulator, settings
+
+        def settings(self, *_):
+            return self._settings
+
+        def prepare(self, *_):
+            return None
+
+        def run(self, setting, answer):
+            self.runs.append(setting)
+            return Measured(float(setting), (np.ones(2),) if answer else None)
+
+    cell = Cell(cases.CASES["ghz"], 16, "double", 1)
+    cell.prepare([Clock("velacamplix", "0.1"), Clock("aer", "0.2", "0.6", "0.7")], {"aer": ["0.7"]})
+    cell.measure(repeats=2, seconds=60)
+    assert Clock.runs == ["0.1", "0.2", "0.6", "0.1", "0.2", "0.1", "0.2"]
+    assert [entry.seconds for entry in cell.entries] == [[0.1, 0.1], [0.2, 0.2], [0.6]]
+
+
 # Report
 
 
@@ -310,8 +341,9 @@ def results(**peers):
 
     times = [("velacamplix", "exact", [0.002, 0.001, 0.003])] + [(k, "plain", [v]) for k, v in peers.items()]
     cell = {"case": "ghz", "n": 16, "precision": "double", "threads": 2, "entries": entries(times)}
-    told = {"date": "2026-01-01", "command": "tools/compare --quick", "machine": {"processor": "a"}, "repeats": 3}
-    return {**told, "versions": {"qulacs": {"qulacs": "1.2"}}, "failures": [], "cells": [cell]}
+    told = {"machine": {"processor": "a"}, "builds": {"qulacs": "wheel linux"}, "versions": {"qulacs": {"qulacs": "1.2"}}}
+    command = {"date": "2026-01-01", "command": "tools/compare --quick", "repeats": 3, "minutes": 1.5}
+    return {**told, "runs": [command], "cells": [{**cell, "run": 0}]}
 
 
 def test_the_median_is_told_and_the_fastest_setting_counts():
@@ -328,16 +360,144 @@ def test_the_median_is_told_and_the_fastest_setting_counts():
     text = report.markdown(measured, "a.png")
     assert "| GHZ | **2.00 ms** | 4.00 ms | 2.00 |" in text
     assert "Qulacs (wrong): ghz (n = 16, double); the first time, they differ" in text
-    assert "    tools/compare --quick\n" in text
+    assert "    tools/compare --quick    # 1.5 minutes\n" in text
+    assert "Peers' builds: Qulacs: wheel linux." in text
 
 
 def test_the_report_says_where_a_peer_wins():
-    assert "No peer was faster" in report.markdown(results(qulacs=0.004, aer=0.0021), "a.png")
-    text = report.markdown(results(qulacs=0.004, aer=0.001), "a.png")
-    assert "A peer was faster than velacamplix without fusion in 1 of 1 cells" in text
-    assert "- GHZ: n = 16, double, 2 threads: Qiskit Aer 1.00 ms against 2.00 ms" in text
-    assert "| GHZ | **0.50** |" in text
-    assert "| GHZ | 2.00 ms | **1.00 ms** | 4.00 ms | 0.50 |" in text
+    assert "A peer is ahead in 0 of 1 exact and in 0 of 0 fused cells." in report.markdown(
+        results(qulacs=0.004, aer=0.0021), "a.png"
+    )
+    measured = results(qulacs=0.004, aer=0.001)
+    measured["cells"][0]["entries"].append({"simulator": "velacamplix", "setting": "fused", "seconds": [0.0005]})
+    text = report.markdown(measured, "a.png")
+    assert "A peer is ahead in 1 of 1 exact and in 0 of 1 fused cells." in text
+    assert "| GHZ | double, 2 threads | exact | 0.50 Qiskit Aer | not measured |" in text
+    assert "| GHZ | **0.50** / 2.00 |" in text
+    measured = results(qulacs=0.004, aer=0.001)
+    assert "| GHZ | 2.00 ms | **1.00 ms** | 4.00 ms | 0.50 |" in report.markdown(measured, "a.png")
+
+
+def test_a_known_reason_is_told_once_and_only_where_it_holds(monkeypatch):
+    known = reasons.Reason("It was so measured.", "velacamplix", ("ghz", "qft"), ("double",), range(15, 21))
+    monkeypatch.setattr(reasons, "REASONS", (known,))
+    measured = results(qulacs=0.001)
+    (cell,) = measured["cells"]
+    fused = {"simulator": "velacamplix", "setting": "fused", "seconds": [0.0015]}
+    cell["entries"].append(fused)
+    measured["cells"] += [{**cell, "case": "qft"}, {**cell, "n": 21}, {**cell, "precision": "single"}]
+    lines = report.losses(figures.of_results(measured))
+    assert lines == [
+        "A peer is ahead in 4 of 4 exact and in 4 of 4 fused cells.",
+        "",
+        "|  |  | run | n = 16 | n = 21 | why |",
+        "| --- | --- | --- | --- | --- | --- |",
+        "| QFT from H, PH, CNOT | double, 2 threads | exact | 0.50 Qulacs |  | (1) |",
+        "| QFT from H, PH, CNOT | double, 2 threads | fused | 0.67 Qulacs |  | not measured |",
+        "| GHZ | double, 2 threads | exact | 0.50 Qulacs |  | (1) |",
+        "| GHZ | double, 2 threads | exact |  | 0.50 Qulacs | not measured |",
+        "| GHZ | double, 2 threads | fused | 0.67 Qulacs | 0.67 Qulacs | not measured |",
+        "| GHZ | single, 2 threads | exact | 0.50 Qulacs |  | not measured |",
+        "| GHZ | single, 2 threads | fused | 0.67 Qulacs |  | not measured |",
+        "",
+        "(1) It was so measured.",
+    ]
+
+
+@pytest.mark.parametrize("reason", reasons.REASONS, ids=[f"{r.way}-{'-'.join(r.cases)}" for r in reasons.REASONS])
+def test_reasons_are_of_cases_that_there_are(reason):
+    assert set(reason.cases) <= set(cases.CASES) and reason.cases
+    assert reason.way in (figures.OURS, figures.FUSED) and set(reason.precisions) <= {"double", "single"}
+    assert reason.text.endswith(".") and len(reason.qubits)
+
+
+def test_the_fullest_size_has_the_table_of_times():
+    measured = results(qulacs=0.004)
+    (cell,) = measured["cells"]
+    measured["cells"] += [{**cell, "n": 20}, {**cell, "n": 24, "entries": cell["entries"][:1]}]
+    assert figures.fullest_size(figures.of_results(measured)) == 20
+    assert "### n = 20, double precision, 2 threads" in report.markdown(measured, "a.png")
+
+
+# Stored results
+
+
+def test_results_of_several_commands_are_put_together():
+    first, second = results(qulacs=0.004), results(qulacs=0.005, aer=0.006)
+    first["cells"].append({**first["cells"][0], "n": 20})
+    second["runs"][0]["command"] = "tools/compare --second"
+    second["builds"] = {"aer": "wheel other"}
+    order = list(cases.CASES)
+    once = store.merged(None, first, order)
+    both = store.merged(once, second, order)
+    assert [cell["n"] for cell in both["cells"]] == [16, 20]
+    assert [run["command"] for run in both["runs"]] == ["tools/compare --second", "tools/compare --quick"][::-1]
+    assert [cell["run"] for cell in both["cells"]] == [1, 0]
+    assert store.simulators(both["cells"][0]) == {"velacamplix", "qulacs", "aer"}
+    assert both["builds"] == {"qulacs": "wheel linux", "aer": "wheel other"}
+    # A command of which nothing is left is not told any more.
+    third = results(qulacs=0.007)
+    third["cells"].append({**third["cells"][0], "n": 20})
+    assert [cell["run"] for cell in store.merged(both, third, order)["cells"]] == [0, 0]
+    assert len(store.merged(both, third, order)["runs"]) == 1
+
+
+def test_figures_of_different_machines_or_programs_are_not_put_together():
+    first = results(qulacs=0.004)
+    assert store.difference(first, results(aer=1)) == ""
+    assert "processor was 'a' and is 'b'" in store.difference(first, {**first, "machine": {"processor": "b"}})
+    assert "system was None and is 'c'" in store.difference(first, {**first, "machine": {"processor": "a", "system": "c"}})
+    assert "versions of qulacs" in store.difference(first, {**first, "versions": {"qulacs": {"qulacs": "1.3"}}})
+    assert "builds of qulacs" in store.difference(first, {**first, "builds": {"qulacs": "compiled"}})
+    assert store.difference(first, {**first, "versions": {"aer": {"qiskit-aer": "1"}}}) == ""
+
+
+def test_a_peer_that_does_not_take_part_again_would_be_lost():
+    stored = results(qulacs=0.004, aer=0.003)
+    key = store.key(stored["cells"][0])
+    assert store.lacking(stored, [key], ["velacamplix", "aer"]) == {"qulacs": [key]}
+    assert store.lacking(stored, [key], ["velacamplix", "aer", "qulacs"]) == {}
+    assert store.lacking(stored, [("ghz", 17, "double", 2)], ["velacamplix"]) == {}
+
+
+def test_what_is_stored_is_read_back(tmp_path):
+    stored = results(qulacs=0.004)
+    stored["cells"].append({**stored["cells"][0], "n": 20})
+    assert store.read(tmp_path / "a/b.json") is None
+    store.write(tmp_path / "a/b.json", stored)
+    assert store.read(tmp_path / "a/b.json") == stored
+    assert sum('"entries"' in line for line in (tmp_path / "a/b.json").read_text().splitlines()) == 2
+
+
+def test_slow_settings_are_not_tried_at_larger_sizes():
+    def record(n, **entry):
+        times = {"plain": [1.0, 1.1], "light": [1.3], "worse": [2.5], "failed": []}
+        entries = [{"simulator": "qulacs", "setting": name, "seconds": seconds} for name, seconds in times.items()]
+        entries += [{"simulator": "qulacs", "setting": "wrong", "seconds": [0.1], "problem": "they differ"}]
+        return {"n": n, "entries": [*entries, {"simulator": "velacamplix", "setting": "exact", "seconds": [9.0]}]}
+
+    assert hopeless(record(16)) == {"qulacs": ["worse"]}
+    assert hopeless(record(24)) == {"qulacs": ["light", "worse"]}
+
+
+# Builds
+
+
+def test_where_a_peer_was_compiled_is_read_from_its_tag():
+    assert builds.origin("Wheel-Version: 1.0\nTag: cp311-cp311-manylinux_2_17_x86_64\n") == "wheel manylinux_2_17_x86_64"
+    assert builds.origin("Tag: cp311-cp311-linux_x86_64\n") == "compiled on this machine"
+    assert builds.origin("") == ""
+
+
+def test_the_widest_vectors_are_found_in_the_machine_code(tmp_path):
+    assert builds.vectors(str(tmp_path / "missing.so")) == ""
+    compiler = shutil.which("cc")
+    if not compiler or not shutil.which("objdump") or platform.machine() != "x86_64":
+        pytest.skip("needs cc and objdump for x86-64")
+    for register, bits in (("xmm", 128), ("ymm", 256), ("zmm", 512)):
+        (tmp_path / "a.s").write_text(f"vaddpd %{register}1, %{register}2, %{register}3\nvaddpd %xmm1, %xmm2, %xmm3\n")
+        subprocess.run([compiler, "-c", tmp_path / "a.s", "-o", tmp_path / "a.o"], check=True)
+        assert builds.vectors(str(tmp_path / "a.o")) == f"vectors of up to {bits} bits"
 
 
 @pytest.mark.parametrize(
@@ -369,11 +529,17 @@ def test_only_what_stands_between_the_markers_is_replaced(tmp_path):
         report.write_between_markers(document, "third")
 
 
+def compared(folder, arguments):
+    """The whole command; with our simulator alone, unless the arguments name others."""
+    interpreters = ["--python", sys.executable, "--peers", sys.executable, "--output", str(folder), "--no-docs"]
+    return subprocess.run(
+        [sys.executable, str(COMPARE), *interpreters, *arguments.split()], capture_output=True, text=True, timeout=120
+    )
+
+
 def test_from_the_command_to_report_and_picture(tmp_path):
-    """The whole way with our simulator alone."""
-    arguments = ["--python", sys.executable, "--peers", sys.executable, "--output", str(tmp_path), "--no-docs"]
-    arguments += "--qubits 5 --threads 1 --repeats 2 --cases ghz shots --simulators".split()
-    ended = subprocess.run([sys.executable, str(COMPARE), *arguments], capture_output=True, text=True, timeout=120)
+    """The whole way, with our simulator alone; a second command adds to what the first found."""
+    ended = compared(tmp_path, "--qubits 5 --threads 1 --repeats 2 --cases ghz shots --simulators")
     assert ended.returncode == 0, ended.stdout + ended.stderr
     saved = json.loads((tmp_path / "results.json").read_text())
     assert [(cell["case"], cell["precision"]) for cell in saved["cells"]] == [
@@ -381,8 +547,30 @@ def test_from_the_command_to_report_and_picture(tmp_path):
     ]
     assert all(len(cell["entries"][0]["seconds"]) == 2 for cell in saved["cells"])
     document = (tmp_path / "performance.md").read_text()
-    assert "    tools/compare --no-docs --qubits 5 --threads 1 --repeats 2 --cases ghz shots --simulators\n" in document
+    assert "    tools/compare --no-docs --qubits 5 --threads 1 --repeats 2 --cases ghz shots --simulators" in document
     assert (tmp_path / "pictures/comparison.png").read_bytes().startswith(b"\x89PNG")
+
+    ended = compared(tmp_path, "--qubits 4 --threads 1 --repeats 1 --cases ghz --precisions double --simulators")
+    assert ended.returncode == 0, ended.stdout + ended.stderr
+    stored = store.read(tmp_path / "comparison.json")
+    assert [(cell["n"], cell["run"]) for cell in stored["cells"]] == [(4, 1), (5, 0), (5, 0), (5, 0), (5, 0)]
+    document = (tmp_path / "performance.md").read_text()
+    assert "1 thread, n = 4 | 1 thread, n = 5" in document and document.count("    tools/compare") == 2
+
+    # Figures of a simulator that does not take part again are not thrown away.
+    stored["cells"][0]["entries"].append({"simulator": "qulacs", "setting": "plain", "seconds": [1.0]})
+    store.write(tmp_path / "comparison.json", stored)
+    before = (tmp_path / "comparison.json").read_bytes()
+    ended = compared(tmp_path, "--qubits 4 --threads 1 --cases ghz --simulators")
+    assert ended.returncode == 1 and "figures that would be lost: Qulacs in 1 cells" in ended.stderr
+    assert (tmp_path / "comparison.json").read_bytes() == before
+    ended = compared(tmp_path, "--render")
+    assert ended.returncode == 0 and "- Qulacs: plain (1)" in (tmp_path / "performance.md").read_text()
+
+
+def test_a_native_peer_needs_its_interpreter(tmp_path):
+    ended = compared(tmp_path, "--simulators qulacs-native")
+    assert ended.returncode == 2 and "qulacs-native is compiled by yourself: --native-python must name" in ended.stderr
 
 
 # Noise
