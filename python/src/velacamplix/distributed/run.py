@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import hashlib
-import math
 import secrets
 from typing import Any
 
@@ -13,16 +12,19 @@ from ..circuit.circuit import Circuit
 from ..core import extension
 from ..programs.compile import compiled, described
 from ..programs.drive import heard
-from ..programs.prepare import HasNoise, Prepared
+from ..programs.prepare import Prepared
 from ..programs.progress import metered
 from ..programs.segments import Segments, Stretch
 from ..results.plan import Plan
 from ..running import observing
 from ..running.batch import End, runs_one_way
+from ..running.method import has_noise
+from ..running.result import Result
 from ..running.saved import Saved
 from ..running.single import Clock, Request
-from .ranks import Ranks, ranks_of
+from .ranks import Ranks, ranks_of, sines_and_cosines
 from .result import DistributedResult
+from .shots import run_shots
 from .state import DistributedState, require_fitting
 
 _PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDouble}
@@ -30,8 +32,8 @@ _PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDoub
 
 def run_distributed(
     circuit: Circuit, request: Request, comm: Any, threads: int | None, lost: observing.Lost
-) -> DistributedResult:
-    """Return the result of a circuit, the same on all ranks, each of which has a part of the state.
+) -> Result:
+    """Return the result of a circuit, the same on all ranks: each has a part of the state, or with noise some of the shots.
 
     Parameters
     ----------
@@ -43,17 +45,14 @@ def run_distributed(
     lost : Lost
         As for `run_alone`.
     """
+    if request.is_noisy or has_noise(circuit):
+        return run_shots(circuit, request, comm, threads, lost)
     clock = Clock()
-    if request.is_noisy:
-        raise ValueError("noise and method must be left away across ranks, where only runs of pure states are carried out")
     if request.fused:
         raise ValueError("fusion must be False across ranks, where gates are carried out exactly, got True")
     ranks = ranks_of(comm)
-    try:
-        with request.prepared(circuit, ranks.bits) as found:
-            return _carried_out(circuit, found, request, ranks, ranks.threads(threads), clock, lost)
-    except HasNoise as error:
-        raise ValueError(f"noise must be left away across ranks: {error}") from None
+    with request.prepared(circuit, ranks.bits) as found:
+        return _carried_out(circuit, found, request, ranks, ranks.threads(threads), clock, lost)
 
 
 def _carried_out(
@@ -153,23 +152,20 @@ def _basis_state(request: Request, active: tuple[int, ...]) -> int:
 
 def _agree(circuit: Circuit, found: Prepared, request: Request, ranks: Ranks, end: End) -> None:
     """Refuse ranks with other circuits, arguments or versions, or processors whose sines have other bits."""
-    gates, sines = hashlib.sha256(), hashlib.sha256()
-    for step in found.segments.steps:
-        for gate in step.gates if isinstance(step, Stretch) else ():
-            gates.update(repr((gate.name, gate.qubits, gate.controls, gate.params)).encode())
-            for angle in gate.params if len(gate.params) <= 3 else ():
-                if isinstance(angle, (int, float)) and math.isfinite(angle):
-                    sines.update(repr((math.sin(angle / 2), math.cos(angle / 2), math.sin(angle), math.cos(angle))).encode())
+    gates = [gate for step in found.segments.steps if isinstance(step, Stretch) for gate in step.gates]
+    told = hashlib.sha256()
+    for gate in gates:
+        told.update(repr((gate.name, gate.qubits, gate.controls, gate.params)).encode())
     start = request.start.on(found.segments.active)
     ranks.agree(
         version=extension.version(),
         precision=request.precision,
         number_of_qubits=circuit.n_qubits,
-        circuit=(gates.hexdigest(), end.readings, end.n_bits, found.segments.active),
+        circuit=(told.hexdigest(), end.readings, end.n_bits, found.segments.active),
         schedule="written" if request.rank_bits is None else f"canonical:{request.rank_bits}",
         initial_state=start,
         number_of_shots=request.shots,
         seed=request.seed,
         observables=None if request.observed is None else [str(one) for one in request.observed.observables],
-        sines_and_cosines=sines.hexdigest(),
+        sines_and_cosines=sines_and_cosines(gates),
     )
