@@ -11,7 +11,7 @@ import numpy as np
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..programs.compile import compiled, described
-from ..programs.drive import heard
+from ..programs.drive import drive, heard
 from ..programs.prepare import Prepared
 from ..programs.progress import metered
 from ..programs.segments import Segments, Stretch
@@ -66,25 +66,11 @@ def _carried_out(
     _agree(circuit, found, request, ranks, end)
     seed = ranks.first(lambda: secrets.randbits(32)) if request.seed is None else request.seed
     require_fitting(ranks, n, "the qubits that gates act on")
-    state = DistributedState._another(ranks, n, request.precision, threads)
     program = found.programs[0] if found.programs else compiled([], n, request.precision, circuit, range(n))
-    plan = _PLANS[request.precision](program, n, ranks.bits, basis == 0)
-    view = state._part._live().view()
-    if basis and ranks.rank in (0, basis >> plan.part_qubits()):
-        view[0] = 0
-        if ranks.rank == basis >> plan.part_qubits():
-            view[basis & (len(view) - 1)] = 1
-    clock.note("compile")
-
     before = ranks.sent
-    with metered(request.progress if ranks.rank == 0 else None, len(plan), "stages") as meter:
-        for stage in range(len(plan)):
-            for partner, first, count in plan.transfers(stage, ranks.rank):
-                ranks.swap(view[first : first + count], partner)
-            plan.run_stage(stage, ranks.rank, view, threads, *heard())
-            meter.advance(1)
-            meter.tell()
-    state._numbers = [plan.part_of(rank) for rank in range(ranks.size)]
+    state = DistributedState._another(ranks, n, request.precision, threads, is_run_next=ranks.size == 1)
+    act = _on_one_rank if ranks.size == 1 else _in_stages
+    stages, parts_sent = act(state, program, basis, request, clock)
     clock.note("simulate")
 
     rows = None
@@ -119,10 +105,42 @@ def _carried_out(
         timings=clock.timings(),
         plan=Plan(len(program), (), 0.0),
         distributed_state=state,
-        stages=len(plan),
-        parts_sent=plan.parts_sent(),
+        stages=stages,
+        parts_sent=parts_sent,
         bytes_sent=ranks.sent - before,
     )
+
+
+def _on_one_rank(state: DistributedState, program: Any, basis: int, request: Request, clock: Clock) -> tuple[int, float]:
+    """Let the gates act on a state that is one part; return what `_in_stages` does."""
+    core = state._part._live()
+    core.begin(basis)
+    clock.note("compile")
+    with metered(request.progress, len(program), "gates") as meter:
+        drive(core, program, meter.within(), to_end=True)
+        meter.advance(len(program))
+    return 1, 0.0
+
+
+def _in_stages(state: DistributedState, program: Any, basis: int, request: Request, clock: Clock) -> tuple[int, float]:
+    """Let the gates act in all parts, which exchange amplitudes between stages; return how many, and how many parts are sent."""
+    ranks = state._ranks
+    plan = _PLANS[request.precision](program, state.n_qubits, ranks.bits, basis == 0)
+    view = state._part._live().view()
+    if basis and ranks.rank in (0, basis >> plan.part_qubits()):
+        view[0] = 0
+        if ranks.rank == basis >> plan.part_qubits():
+            view[basis & (len(view) - 1)] = 1
+    clock.note("compile")
+    with metered(request.progress if ranks.rank == 0 else None, len(plan), "stages") as meter:
+        for stage in range(len(plan)):
+            for partner, first, count in plan.transfers(stage, ranks.rank):
+                ranks.swap(view[first : first + count], partner)
+            plan.run_stage(stage, ranks.rank, view, state.threads, *heard())
+            meter.advance(1)
+            meter.tell()
+    state._numbers = [plan.part_of(rank) for rank in range(ranks.size)]
+    return len(plan), plan.parts_sent()
 
 
 def _require_one_way(circuit: Circuit, segments: Segments) -> None:
@@ -152,6 +170,8 @@ def _basis_state(request: Request, active: tuple[int, ...]) -> int:
 
 def _agree(circuit: Circuit, found: Prepared, request: Request, ranks: Ranks, end: End) -> None:
     """Refuse ranks with other circuits, arguments or versions, or processors whose sines have other bits."""
+    if ranks.size == 1:
+        return
     gates = [gate for step in found.segments.steps if isinstance(step, Stretch) for gate in step.gates]
     told = hashlib.sha256()
     for gate in gates:

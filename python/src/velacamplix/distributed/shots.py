@@ -75,6 +75,8 @@ def run_shots(circuit: Circuit, request: Request, comm: Any, threads: int | None
 
 def _agree(circuit: Circuit, request: Request, ranks: Ranks) -> None:
     """Refuse ranks with other circuits, arguments or versions, or that make other numbers of them."""
+    if ranks.size == 1:
+        return
     ranks.agree(
         version=extension.version(),
         precision=request.precision,
