@@ -79,13 +79,26 @@ struct trajectory_settings {
     work_hook hook = {};
 };
 
+// All shots of a call to which the same has happened.
+struct trajectory_record {
+    std::uint64_t history;  // of the operators that were not the usual ones, a hash; 0 for none
+    unsigned long shots;
+    std::vector<thrust::complex<double>> values;  // of the observables
+};
+
 struct trajectory_result {
     unsigned long distinct = 0;  // different choices of operators among the shots
     // Of every observable: the mean over the shots of its exact value in each, and the standard error of that, the
     // standard deviation over the root of shots - 1; 0 for one shot.
     std::vector<thrust::complex<double>> means;
     std::vector<double> standard_errors;
+    std::vector<trajectory_record> records = {};  // what the numbers above are made of, by ascending histories
 };
+
+// What a call would have told that makes the shots of several calls, in other processes perhaps, by all their records
+// in any order: the same bits. Records of equal histories have the same values. Throws std::invalid_argument where they
+// have different numbers of values.
+VELACAMPLIX_API trajectory_result combined(std::vector<trajectory_record> records);
 
 // A program with channels in it.
 //

@@ -71,13 +71,54 @@ private:
     }
 };
 
-// How many different ones there were, and of every observable the mean and its standard error. Fills `outcomes` with
-// those of `measured`, unless it is None.
+using Values = py::array_t<std::complex<double>, py::array::c_style>;
+
+// Histories, shots and values, of shape (records, observables).
+py::tuple arrays_of(const std::vector<pbamplix::cpu::trajectory_record>& records, std::size_t observables) {
+    const auto count = static_cast<py::ssize_t>(records.size());
+    Words histories(count), shots(count);
+    Values values({count, static_cast<py::ssize_t>(observables)});
+    auto* to = values.mutable_data();
+    for (py::ssize_t i = 0; i < count; ++i) {
+        const auto& record = records[static_cast<std::size_t>(i)];
+        histories.mutable_data()[i] = record.history;
+        shots.mutable_data()[i] = record.shots;
+        to = std::copy(record.values.begin(), record.values.end(), to);
+    }
+    return py::make_tuple(histories, shots, values);
+}
+
+// How many different ones there were, and of every observable the mean and its standard error.
+py::tuple told(const pbamplix::cpu::trajectory_result& result) {
+    Values means(static_cast<py::ssize_t>(result.means.size()));
+    std::copy(result.means.begin(), result.means.end(), means.mutable_data());
+    return py::make_tuple(
+        result.distinct, means,
+        py::array_t<double>(static_cast<py::ssize_t>(result.standard_errors.size()), result.standard_errors.data()));
+}
+
+// What one run would have told in place of several, by what `arrays_of` gave of them, one behind the other.
+py::tuple combined(const Words& histories, const Words& shots, const Values& values) {
+    if (histories.ndim() != 1 || shots.ndim() != 1 || values.ndim() != 2 || shots.size() != histories.size() ||
+        values.shape(0) != histories.size()) {
+        throw std::invalid_argument("there must be a history, a number of shots and a row of values for each record");
+    }
+    std::vector<pbamplix::cpu::trajectory_record> records;
+    records.reserve(static_cast<std::size_t>(histories.size()));
+    for (py::ssize_t i = 0; i < histories.size(); ++i) {
+        const auto* const row = values.data() + i * values.shape(1);
+        records.push_back({histories.data()[i], shots.data()[i], {row, row + values.shape(1)}});
+    }
+    return told(pbamplix::cpu::combined(std::move(records)));
+}
+
+// Returns what `told` does, and with keeps_records what `arrays_of` does. Fills `outcomes` with those of `measured`,
+// unless it is None.
 template <class T>
 py::tuple run(HeldTrajectories<T>& held, unsigned long seed, unsigned long first_shot, unsigned long shots, int threads,
               const std::shared_ptr<HeldState<T>>& initial, std::optional<Words> outcomes, const Qubits& measured,
               const std::vector<WObservable<double>>& observables, bool shares_prefixes, py::object function,
-              double interval, bool signals) {
+              double interval, bool signals, bool keeps_records) {
     const auto turn = held.taken();
     std::optional<PinnedToFill<unsigned long>> pinned;
     if (outcomes) {
@@ -102,11 +143,7 @@ py::tuple run(HeldTrajectories<T>& held, unsigned long seed, unsigned long first
         }
         return initial->with_state([&](auto& state) { return held.made.run(settings, &state); });
     });
-    py::array_t<std::complex<double>> means(static_cast<py::ssize_t>(result.means.size()));
-    std::copy(result.means.begin(), result.means.end(), means.mutable_data());
-    return py::make_tuple(
-        result.distinct, means,
-        py::array_t<double>(static_cast<py::ssize_t>(result.standard_errors.size()), result.standard_errors.data()));
+    return keeps_records ? arrays_of(result.records, observables.size()) : told(result);
 }
 
 template <class T>
@@ -199,7 +236,8 @@ void bind_one_precision(py::module_& module, const char* name) {
         .def("events_per_shot", [](const HeldTrajectories<T>& held) { return held.made.events_per_shot(); })
         .def("run", &run<T>, py::arg("seed"), py::arg("first_shot"), py::arg("shots"), py::arg("threads"),
              py::arg("initial").none(true), py::arg("outcomes").noconvert(), py::arg("measured"),
-             py::arg("observables"), py::arg("shares_prefixes"), function, interval, signals)
+             py::arg("observables"), py::arg("shares_prefixes"), function, interval, signals,
+             py::arg("keeps_records") = false)
         .def("apply", &apply<T>, py::arg("state"), py::arg("seed"), py::arg("shot"), py::arg("first_stream"), function,
              interval, signals, py::arg("first_site") = 0)
         .def("walk", &walk<T>, py::arg("state"), py::arg("first"), py::arg("last"), function, interval, signals)
@@ -215,6 +253,8 @@ void bind_one_precision(py::module_& module, const char* name) {
 void bind_trajectories(py::module_& module) {
     bind_one_precision<float>(module, "TrajectoriesSingle");
     bind_one_precision<double>(module, "TrajectoriesDouble");
+    module.def("combined_trajectories", &combined, py::arg("histories").noconvert(), py::arg("shots").noconvert(),
+               py::arg("values").noconvert());
     module.def("apply_readout_errors", &apply_readout_errors, py::arg("rows").noconvert(), py::arg("errors"),
                py::arg("seed"), py::arg("first_shot"), py::arg("threads"));
     module.def("shot_words", &shot_words, py::arg("out").noconvert(), py::arg("seed"), py::arg("shots").noconvert(),

@@ -91,7 +91,8 @@ class _Trajectories(metaclass=_ClassOfExtension):
         function: Callable[[int, int], Any] | None = None,
         interval: float = 0.05,
         signals: bool = False,
-    ) -> tuple[int, np.ndarray, np.ndarray]: ...
+        keeps_records: bool = False,
+    ) -> tuple[Any, np.ndarray, np.ndarray]: ...
     def apply(
         self,
         state: _StateVector,
@@ -175,6 +176,9 @@ def sample(state: _StateVector, shots: np.ndarray, qubits: Sequence[int]) -> Non
 def sample_keyed(
     state: _StateVector, outcomes: np.ndarray, seed: int, shots: np.ndarray, first_stream: int, qubits: Sequence[int]
 ) -> None: ...
+def combined_trajectories(
+    histories: np.ndarray, shots: np.ndarray, values: np.ndarray
+) -> tuple[int, np.ndarray, np.ndarray]: ...
 def apply_readout_errors(
     rows: np.ndarray, errors: Sequence[tuple[float, float]], seed: int, first_shot: int, threads: int
 ) -> None: ...

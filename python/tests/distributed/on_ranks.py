@@ -13,7 +13,7 @@ from pathlib import Path
 import numpy as np
 from mpi4py import MPI
 
-from velacamplix import Channel, Circuit, NoiseModel, Observable, Parameter, StateVector, run
+from velacamplix import Channel, Circuit, DensityMatrix, NoiseModel, Observable, Parameter, StateVector, run
 from velacamplix.distributed import DistributedState
 from velacamplix.distributed import ranks as ranks_module
 from velacamplix.distributed import values as values_module
@@ -132,6 +132,12 @@ def refused(kind, words, call):
         assert words in str(error), f"rank {RANK}: {error}"
         return
     raise AssertionError(f"rank {RANK}: nothing was refused where {words!r} was expected")
+
+
+def told(result):
+    """What runs with noise are compared by."""
+    values, errors = (array.tobytes() for array in (result.expectation_values, result.standard_errors))
+    return result.shots.tobytes(), values, errors, result.active_qubits, result.seed, result.counts, result.plan.trajectories
 
 
 tried = []
@@ -313,9 +319,13 @@ def what_many_ranks_do_not_carry_out_is_refused_by_name():
     angle = Circuit(N).h(range(N)).rx(Parameter("angle"), 0)
     for words, call in (
         ("fusion must be False across ranks", partial(run, plain, fusion=True, comm=COMM)),
-        ("noise must be left away", partial(run, plain, noise=NoiseModel().after("h", Channel.bit_flip(0.1)), comm=COMM)),
-        ("noise must be left away", partial(run, noisy, shots=10, comm=COMM)),
-        ("noise and method must be left away", partial(run, plain, method="exact", comm=COMM)),
+        ("shots must be given for noise", partial(run, plain, noise=NoiseModel().after("cx", Channel.bit_flip(0.1)), comm=COMM)),
+        ("shots must be given for noise", partial(run, noisy, comm=COMM)),
+        ('method must be "trajectories" or "auto" across ranks', partial(run, plain, 10, method="exact", comm=COMM)),
+        ('method must be "trajectories" or "auto" across ranks', partial(run, Circuit(2).h(0), 10, initial=DensityMatrix(2), comm=COMM)),
+        ('schedule must be "written"', partial(run, noisy, 10, schedule="canonical:10", comm=COMM)),
+        ("fusion must be False", partial(run, noisy, 10, fusion=True, comm=COMM)),
+        ("circuit must be without saves", partial(run, noisy.copy().save_probabilities("p", [0]), 10, comm=COMM)),
         ("instruction 16 (measure 0 -> 0)", partial(run, in_the_middle, shots=10, comm=COMM)),
         ("measure", partial(run, decided, shots=10, comm=COMM)),
         ("save", partial(run, Circuit(N).h(range(N)).save_state("s").h(0), comm=COMM)),
@@ -334,6 +344,46 @@ def what_many_ranks_do_not_carry_out_is_refused_by_name():
 
 
 @case
+def shots_with_noise_are_those_of_one_process():
+    n, observables = 6, ["Z0 Z5 + 2*X3", "Y1"]
+    plain, decided = Circuit(n), Circuit(n, n)
+    for circuit in (plain, decided):
+        for q in range(n):
+            circuit.ry(0.4 + q, q).channel(Channel.amplitude_damping(0.2), q)
+        for q in range(n - 1):
+            circuit.cx(q, q + 1)
+    decided.measure(0, 0)
+    with decided.when(0, 1):
+        decided.x(1).channel(Channel.depolarizing(0.3), 2)
+    decided.reset(3).ry(0.3, 3).measure(range(1, n), range(1, n))
+    noise = NoiseModel().after("cx", Channel.depolarizing(0.1, 2)).readout(0.1, 0.2)
+    starts = np.sqrt(np.arange(1, 2**n + 1) / sum(range(2**n + 1)))
+    for circuit, more in (
+        (plain, {}),
+        (plain.copy().measure_all(), {"noise": noise, "first_shot": 5}),
+        (plain, {"initial": starts, "initial_order": "little", "precision": "single"}),
+        (plain, {"initial": "+-0101"}),
+        (Circuit(n).h(range(n)), {"method": "trajectories"}),
+        (decided, {"noise": noise}),
+    ):
+        for shots in (1003, SIZE):
+            asked = {"shots": shots, "seed": 8, "observables": observables, **more}
+            with warnings.catch_warnings():
+                warnings.simplefilter("ignore")  # of what measurements hide
+                expected = on_rank_0(lambda circuit=circuit, asked=asked: told(run(circuit, **{**asked, "method": "trajectories"})))
+                result = told(run(circuit, **asked, comm=COMM))
+            assert result[:-1] == expected[:-1], f"rank {RANK}: {asked}"
+            assert circuit is decided or result[-1] == expected[-1]  # each rank counts its own where outcomes decide
+    refused(ValueError, f"shots must be at least {SIZE}", partial(run, plain, shots=SIZE - 1, comm=COMM)) if SIZE > 1 else None
+    if SIZE > 2:  # any number will do
+        three = COMM.Split(RANK < 3)
+        if RANK < 3:
+            expected = run(plain, 100, seed=1, method="trajectories").shots
+            assert (run(plain, 100, seed=1, comm=three).shots == expected).all()
+        COMM.barrier()
+
+
+@case
 def ranks_that_differ_are_named():
     if SIZE == 1:
         return
@@ -347,6 +397,11 @@ def ranks_that_differ_are_named():
     refused(ValueError, f"number of shots; {named}", lambda: run(ansatz(N), 20 + last, seed=1, comm=COMM))
     refused(ValueError, f"observables; {named}", lambda: run(ansatz(N), observables=f"Z{int(last)}", comm=COMM))
     refused(ValueError, f"initial state; {named}", lambda: run(ansatz(N), initial=int(last) << 5, comm=COMM))
+    noisy = [Circuit(3).h(range(3)).channel(Channel.bit_flip(p), 0) for p in (0.1, 0.2)]
+    refused(ValueError, f"circuit; {named}", lambda: run(noisy[last], 10, seed=1, comm=COMM))
+    refused(ValueError, f"seed; {named}: 2 in place of 1", lambda: run(noisy[0], 10, seed=1 + last, comm=COMM))
+    starts = [np.eye(1, 8, k)[0] for k in (0, 3)]
+    refused(ValueError, f"initial state; {named}", lambda: run(noisy[0], 10, initial=starts[last], initial_order="big", comm=COMM))
     refused(ValueError, f"number of qubits; {named}", lambda: DistributedState(N + last, COMM))
     state = DistributedState(N, COMM)
     refused(ValueError, f"observable; {named}", lambda: state.expectation(f"Z{int(last)}"))

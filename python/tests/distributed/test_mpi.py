@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -126,6 +127,34 @@ def test_info_tells_of_ranks():
     assert done.returncode == 0, done.stderr
     assert done.stdout.count("\nranks            2 on 1 machine, ") == 1
     assert "on all ranks together" in done.stdout
+
+
+PAGE = HERE.parents[2] / "docs" / "clusters.md"
+FIRST_RANK_ALONE = """
+import os, sys
+from mpi4py import MPI
+if MPI.COMM_WORLD.Get_rank() != 0:
+    sys.stdout = open(os.devnull, "w")
+"""
+
+
+@pytest.mark.skipif(not PAGE.is_file(), reason=f"no file {PAGE}: the tests run outside the project")
+def test_the_page_on_clusters_shows_what_ranks_print(tmp_path):
+    blocks = re.findall(r"^```(python|text)\n(.*?)^```$", PAGE.read_text(encoding="utf-8"), re.MULTILINE | re.DOTALL)
+    script = tmp_path / "script.py"
+    script.write_text(FIRST_RANK_ALONE + "".join([text for language, text in blocks if language == "python"]))
+    done = launched(4, sys.executable, script, timeout=120)
+    assert done.returncode == 0, done.stderr
+    expected = "".join([text for language, text in blocks if language == "text"])
+    assert "514" in expected and done.stdout.split() == expected.split()
+
+
+@pytest.mark.skipif(not PAGE.is_file(), reason=f"no file {PAGE}: the tests run outside the project")
+def test_the_batch_script_of_the_page_is_one_for_bash():
+    (script,) = re.findall(r"^```bash\n(#!/bin/bash\n.*?)^```$", PAGE.read_text(encoding="utf-8"), re.MULTILINE | re.DOTALL)
+    done = subprocess.run(["bash", "-n"], input=script, capture_output=True, text=True)
+    assert done.returncode == 0 and not done.stderr
+    assert all(line.startswith("#SBATCH --") for line in script.splitlines()[1:] if line.startswith("#S"))
 
 
 THREE = """

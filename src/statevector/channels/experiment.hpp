@@ -22,12 +22,7 @@ struct waiting_shot {
     std::uint64_t history;  // of the operators that were not the usual ones, a hash; 0 for none
 };
 
-// All shots that had the same operators, or some of them.
-struct trajectory_record {
-    std::uint64_t history;
-    unsigned long shots;
-    std::vector<thrust::complex<double>> values;  // of the observables
-};
+using pbamplix::cpu::trajectory_record;
 
 // What all threads of a call share.
 template <class T>

@@ -117,7 +117,8 @@ void unite(std::vector<trajectory_record>& records) {
 }
 
 // Sums stand in the order of the records, which follows from what has happened alone.
-trajectory_result summed(const std::vector<trajectory_record>& records, std::size_t observables, unsigned long shots) {
+trajectory_result summed(std::vector<trajectory_record> records, std::size_t observables, unsigned long shots) {
+    unite(records);
     trajectory_result result;
     result.distinct = records.size();
     const auto all = static_cast<double>(shots);
@@ -132,6 +133,7 @@ trajectory_result summed(const std::vector<trajectory_record>& records, std::siz
         result.means.push_back(mean);
         result.standard_errors.push_back(shots > 1 ? std::sqrt(squares / all / (all - 1)) : 0);
     }
+    result.records = std::move(records);
     return result;
 }
 
@@ -153,6 +155,16 @@ void simplify_usual(std::vector<gates::operation<T>>& operations, const noise_li
 }
 
 }  // namespace
+
+trajectory_result combined(std::vector<trajectory_record> records) {
+    const std::size_t observables = records.empty() ? 0 : records.front().values.size();
+    unsigned long shots = 0;
+    for (const trajectory_record& record : records) {
+        if (record.values.size() != observables) refuse("Records of different numbers of observables");
+        shots += record.shots;
+    }
+    return summed(std::move(records), observables, shots);
+}
 
 template <class T>
 struct trajectories<T>::implementation {
@@ -287,8 +299,7 @@ trajectory_result trajectories<T>::run(const trajectory_settings& settings,
         make_shots(made, content.runners, workers, touched, records);
     }
     if (content.runners.size() * content.operations.size() > most_kept_gates) content.runners.clear();
-    unite(records);
-    return summed(records, settings.observables.size(), settings.shots);
+    return summed(std::move(records), settings.observables.size(), settings.shots);
 }
 
 template <class T>

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 using namespace support;
+using pbamplix::cpu::combined;
 using pbamplix::cpu::noise_channel;
 using pbamplix::cpu::noise_site;
 using pbamplix::cpu::trajectory_result;
@@ -117,6 +118,20 @@ TYPED_TEST(trajectories, shots_are_the_same_however_they_are_split) {
         EXPECT_TRUE(std::equal(first.begin(), first.end(), whole.begin()));
         EXPECT_TRUE(std::equal(second.begin(), second.end(), whole.begin() + static_cast<long>(cut)));
     }
+}
+
+TYPED_TEST(trajectories, records_of_several_calls_tell_what_one_call_does) {
+    auto noisy = noisy_layers<TypeParam>(4, 4, 0.2);
+    const Made whole = run(noisy, 300);
+    for (const unsigned long cut : {1ul, 17ul, 299ul}) {
+        auto records = run(noisy, 300 - cut, 1, cut).result.records;
+        const auto first = run(noisy, cut, 2).result.records;
+        records.insert(records.end(), first.begin(), first.end());
+        expect_equal({whole.outcomes, combined(records)}, whole);
+        records.front().values.pop_back();
+        EXPECT_THROW(combined(records), std::invalid_argument);
+    }
+    EXPECT_EQ(combined({}).distinct, 0u);
 }
 
 // Past 2^32 the shots' numbers take both words of the counter.

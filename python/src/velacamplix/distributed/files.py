@@ -30,12 +30,12 @@ def save(ranks: Ranks, folder: Path, part: np.ndarray, n: int, precision: str, n
             (folder / _MANIFEST).unlink(missing_ok=True)  # parts of two states are none
     except OSError as raised:
         error = raised
-    _raise_together(ranks, error)
+    ranks.raise_together(error)
     try:
         digest = _write(folder / _name(number), part)
     except OSError as raised:
         error = raised
-    _raise_together(ranks, error)
+    ranks.raise_together(error)
     digests = [digest for _, digest in sorted(zip(numbers, ranks.gathered(digest)))]
     try:
         if ranks.rank == 0:
@@ -51,7 +51,7 @@ def save(ranks: Ranks, folder: Path, part: np.ndarray, n: int, precision: str, n
             os.replace(made, folder / _MANIFEST)
     except OSError as raised:
         error = raised
-    _raise_together(ranks, error)
+    ranks.raise_together(error)
 
 
 def manifest_of(folder: Path) -> dict[str, Any] | str:
@@ -109,7 +109,7 @@ def fill(ranks: Ranks, folder: Path, manifest: dict[str, Any], part: np.ndarray)
             _read(folder, parts[ranks.rank // each], mine, (ranks.rank % each) * len(mine))
     except (OSError, ValueError) as raised:
         error = raised
-    _raise_together(ranks, error)
+    ranks.raise_together(error)
 
 
 def _read(folder: Path, part: dict[str, str], to: np.ndarray, offset: int) -> None:
@@ -141,14 +141,3 @@ def _write(path: Path, part: np.ndarray) -> str:
 
 def _name(number: int) -> str:
     return f"part-{number:05}.bin"
-
-
-def _raise_together(ranks: Ranks, error: Exception | None) -> None:
-    """Raise what one rank found on all ranks, so that none waits for it."""
-    told = ranks.gathered(None if error is None else (type(error), str(error)))
-    for rank, found in enumerate(told):
-        if found is not None:
-            if error is not None:
-                raise error
-            kind, text = found
-            raise (OSError if issubclass(kind, OSError) else ValueError)(f"rank {rank}: {text}")

@@ -3,16 +3,19 @@
 from __future__ import annotations
 
 import contextlib
+import hashlib
 import io
+import math
 import os
 import sys
 import time
-from collections.abc import Callable, Sequence
+from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
 import numpy as np
 
 from ..basics.words import counted
+from ..instructions.instruction import Instruction
 from ..machine import limits, memory
 
 #: Bytes that travel at a time between two ranks.
@@ -68,8 +71,10 @@ def launched_rank() -> int:
     return 0
 
 
-def ranks_of(comm: Any) -> Ranks:
+def ranks_of(comm: Any, have_parts: bool = True) -> Ranks:
     """Return the ranks of a communicator, kept with it; None is for all of them.
+
+    Where they have no parts of one state they may be any number.
 
     Raises
     ------
@@ -91,7 +96,7 @@ def ranks_of(comm: Any) -> Ranks:
             f"the launcher started {launched_size()} ranks, but the MPI library of mpi4py knows of one: they belong to different "
             "libraries; python -m mpi4py --mpi-library tells mpi4py's"
         )
-    if size & (size - 1):
+    if have_parts and size & (size - 1):
         raise ValueError(
             f"the number of ranks must be a power of two, got {size}; the next lower one is {1 << (size.bit_length() - 1)}"
         )
@@ -114,7 +119,7 @@ class Ranks:
     ----------
     rank, size : int
     bits : int
-        `size` is 2**bits.
+        `size` is 2**bits where ranks have parts of a state.
     sent : int
         Bytes of amplitudes that this rank has sent so far, by `swap`.
     """
@@ -147,7 +152,11 @@ class Ranks:
 
     def require_part(self, n: int, bytes_per_amplitude: int) -> None:
         """Raise MemoryError on all ranks if on one of them a part of a state of `n` qubits does not fit."""
-        needed = self._needed(bytes_per_amplitude << (n - self.bits))
+        cure = "Twice as many machines halve what each needs"
+        self.require(self._needed(bytes_per_amplitude << (n - self.bits)), f"n={n} qubits", cure)
+
+    def require(self, needed: int, what: str, cure: str) -> None:
+        """Raise MemoryError on all ranks if on one of them so many bytes are not free."""
         # Ranks of one machine share its memory.
         told = self._comm.allgather((self._mpi.Get_processor_name(), limits.memory().usable))
         least = None
@@ -160,9 +169,8 @@ class Ranks:
         if needed > least[0]:
             free, rank, host, together = least
             raise MemoryError(
-                f"n={n} qubits on {counted(self.size, 'rank')} need {memory.human(needed)} on each; the least is free on "
-                f"{host}, {memory.human(free)} for each of its {counted(together, 'rank')}, rank {rank} among them. Twice as "
-                "many machines halve what each needs"
+                f"{what} on {counted(self.size, 'rank')} need {memory.human(needed)} on each; the least is free on "
+                f"{host}, {memory.human(free)} for each of its {counted(together, 'rank')}, rank {rank} among them. {cure}"
             )
 
     def _needed(self, part: int) -> int:
@@ -207,6 +215,26 @@ class Ranks:
         """Return the values of all ranks, on all ranks."""
         told: list[Any] = self._comm.allgather(value)
         return told
+
+    def raise_together(self, error: Exception | None) -> None:
+        """Raise what one rank found on all ranks, so that none waits for it."""
+        told = self._comm.allgather(None if error is None else (type(error), str(error)))
+        if error is not None:
+            raise error
+        for rank, found in enumerate(told):
+            if found is not None:
+                kinds = OSError, MemoryError, ValueError, TypeError
+                kind = next(filter(lambda known: issubclass(found[0], known), kinds), RuntimeError)
+                raise kind(f"rank {rank}: {found[1]}")
+
+    def concatenated(self, array: np.ndarray) -> np.ndarray:
+        """Return the arrays of all ranks one behind the other; their rows are alike, of 8-byte words."""
+        counts = self._comm.allgather(len(array))
+        whole: np.ndarray = np.zeros((sum(counts), *array.shape[1:]), dtype=array.dtype)
+        first = sum(counts[: self.rank])
+        whole[first : first + len(array)] = array
+        self.joined(whole.reshape(-1).view(np.uint64))
+        return whole
 
     def in_turn(self, numbers: Sequence[int], value: Any, act: Callable[[Any], Any]) -> Any:
         """Hand a value on from rank to rank, each of which makes a new one of it; return the last on all ranks.
@@ -296,6 +324,16 @@ class Ranks:
             if looks > _LOOKS:
                 time.sleep(_NAP)
         return message.recv()
+
+
+def sines_and_cosines(gates: Iterable[Instruction]) -> str:
+    """Return a text by which processors are told apart whose sines and cosines of the gates' angles have other last bits."""
+    found = hashlib.sha256()
+    for gate in gates:
+        for angle in gate.params if len(gate.params) <= 3 else ():
+            if isinstance(angle, (int, float)) and math.isfinite(angle):
+                found.update(repr((math.sin(angle / 2), math.cos(angle / 2), math.sin(angle), math.cos(angle))).encode())
+    return found.hexdigest()
 
 
 def _end_all_by_exceptions(MPI: Any) -> None:

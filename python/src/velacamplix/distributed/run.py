@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import hashlib
-import math
 import secrets
 from typing import Any
 
@@ -12,17 +11,20 @@ import numpy as np
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..programs.compile import compiled, described
-from ..programs.drive import heard
-from ..programs.prepare import HasNoise, Prepared
+from ..programs.drive import drive, heard
+from ..programs.prepare import Prepared
 from ..programs.progress import metered
 from ..programs.segments import Segments, Stretch
 from ..results.plan import Plan
 from ..running import observing
 from ..running.batch import End, runs_one_way
+from ..running.method import has_noise
+from ..running.result import Result
 from ..running.saved import Saved
 from ..running.single import Clock, Request
-from .ranks import Ranks, ranks_of
+from .ranks import Ranks, ranks_of, sines_and_cosines
 from .result import DistributedResult
+from .shots import run_shots
 from .state import DistributedState, require_fitting
 
 _PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDouble}
@@ -30,8 +32,8 @@ _PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDoub
 
 def run_distributed(
     circuit: Circuit, request: Request, comm: Any, threads: int | None, lost: observing.Lost
-) -> DistributedResult:
-    """Return the result of a circuit, the same on all ranks, each of which has a part of the state.
+) -> Result:
+    """Return the result of a circuit, the same on all ranks: each has a part of the state, or with noise some of the shots.
 
     Parameters
     ----------
@@ -43,17 +45,14 @@ def run_distributed(
     lost : Lost
         As for `run_alone`.
     """
+    if request.is_noisy or has_noise(circuit):
+        return run_shots(circuit, request, comm, threads, lost)
     clock = Clock()
-    if request.is_noisy:
-        raise ValueError("noise and method must be left away across ranks, where only runs of pure states are carried out")
     if request.fused:
         raise ValueError("fusion must be False across ranks, where gates are carried out exactly, got True")
     ranks = ranks_of(comm)
-    try:
-        with request.prepared(circuit, ranks.bits) as found:
-            return _carried_out(circuit, found, request, ranks, ranks.threads(threads), clock, lost)
-    except HasNoise as error:
-        raise ValueError(f"noise must be left away across ranks: {error}") from None
+    with request.prepared(circuit, ranks.bits) as found:
+        return _carried_out(circuit, found, request, ranks, ranks.threads(threads), clock, lost)
 
 
 def _carried_out(
@@ -67,25 +66,11 @@ def _carried_out(
     _agree(circuit, found, request, ranks, end)
     seed = ranks.first(lambda: secrets.randbits(32)) if request.seed is None else request.seed
     require_fitting(ranks, n, "the qubits that gates act on")
-    state = DistributedState._another(ranks, n, request.precision, threads)
     program = found.programs[0] if found.programs else compiled([], n, request.precision, circuit, range(n))
-    plan = _PLANS[request.precision](program, n, ranks.bits, basis == 0)
-    view = state._part._live().view()
-    if basis and ranks.rank in (0, basis >> plan.part_qubits()):
-        view[0] = 0
-        if ranks.rank == basis >> plan.part_qubits():
-            view[basis & (len(view) - 1)] = 1
-    clock.note("compile")
-
     before = ranks.sent
-    with metered(request.progress if ranks.rank == 0 else None, len(plan), "stages") as meter:
-        for stage in range(len(plan)):
-            for partner, first, count in plan.transfers(stage, ranks.rank):
-                ranks.swap(view[first : first + count], partner)
-            plan.run_stage(stage, ranks.rank, view, threads, *heard())
-            meter.advance(1)
-            meter.tell()
-    state._numbers = [plan.part_of(rank) for rank in range(ranks.size)]
+    state = DistributedState._another(ranks, n, request.precision, threads, is_run_next=ranks.size == 1)
+    act = _on_one_rank if ranks.size == 1 else _in_stages
+    stages, parts_sent = act(state, program, basis, request, clock)
     clock.note("simulate")
 
     rows = None
@@ -120,10 +105,42 @@ def _carried_out(
         timings=clock.timings(),
         plan=Plan(len(program), (), 0.0),
         distributed_state=state,
-        stages=len(plan),
-        parts_sent=plan.parts_sent(),
+        stages=stages,
+        parts_sent=parts_sent,
         bytes_sent=ranks.sent - before,
     )
+
+
+def _on_one_rank(state: DistributedState, program: Any, basis: int, request: Request, clock: Clock) -> tuple[int, float]:
+    """Let the gates act on a state that is one part; return what `_in_stages` does."""
+    core = state._part._live()
+    core.begin(basis)
+    clock.note("compile")
+    with metered(request.progress, len(program), "gates") as meter:
+        drive(core, program, meter.within(), to_end=True)
+        meter.advance(len(program))
+    return 1, 0.0
+
+
+def _in_stages(state: DistributedState, program: Any, basis: int, request: Request, clock: Clock) -> tuple[int, float]:
+    """Let the gates act in all parts, which exchange amplitudes between stages; return how many, and how many parts are sent."""
+    ranks = state._ranks
+    plan = _PLANS[request.precision](program, state.n_qubits, ranks.bits, basis == 0)
+    view = state._part._live().view()
+    if basis and ranks.rank in (0, basis >> plan.part_qubits()):
+        view[0] = 0
+        if ranks.rank == basis >> plan.part_qubits():
+            view[basis & (len(view) - 1)] = 1
+    clock.note("compile")
+    with metered(request.progress if ranks.rank == 0 else None, len(plan), "stages") as meter:
+        for stage in range(len(plan)):
+            for partner, first, count in plan.transfers(stage, ranks.rank):
+                ranks.swap(view[first : first + count], partner)
+            plan.run_stage(stage, ranks.rank, view, state.threads, *heard())
+            meter.advance(1)
+            meter.tell()
+    state._numbers = [plan.part_of(rank) for rank in range(ranks.size)]
+    return len(plan), plan.parts_sent()
 
 
 def _require_one_way(circuit: Circuit, segments: Segments) -> None:
@@ -153,23 +170,22 @@ def _basis_state(request: Request, active: tuple[int, ...]) -> int:
 
 def _agree(circuit: Circuit, found: Prepared, request: Request, ranks: Ranks, end: End) -> None:
     """Refuse ranks with other circuits, arguments or versions, or processors whose sines have other bits."""
-    gates, sines = hashlib.sha256(), hashlib.sha256()
-    for step in found.segments.steps:
-        for gate in step.gates if isinstance(step, Stretch) else ():
-            gates.update(repr((gate.name, gate.qubits, gate.controls, gate.params)).encode())
-            for angle in gate.params if len(gate.params) <= 3 else ():
-                if isinstance(angle, (int, float)) and math.isfinite(angle):
-                    sines.update(repr((math.sin(angle / 2), math.cos(angle / 2), math.sin(angle), math.cos(angle))).encode())
+    if ranks.size == 1:
+        return
+    gates = [gate for step in found.segments.steps if isinstance(step, Stretch) for gate in step.gates]
+    told = hashlib.sha256()
+    for gate in gates:
+        told.update(repr((gate.name, gate.qubits, gate.controls, gate.params)).encode())
     start = request.start.on(found.segments.active)
     ranks.agree(
         version=extension.version(),
         precision=request.precision,
         number_of_qubits=circuit.n_qubits,
-        circuit=(gates.hexdigest(), end.readings, end.n_bits, found.segments.active),
+        circuit=(told.hexdigest(), end.readings, end.n_bits, found.segments.active),
         schedule="written" if request.rank_bits is None else f"canonical:{request.rank_bits}",
         initial_state=start,
         number_of_shots=request.shots,
         seed=request.seed,
         observables=None if request.observed is None else [str(one) for one in request.observed.observables],
-        sines_and_cosines=sines.hexdigest(),
+        sines_and_cosines=sines_and_cosines(gates),
     )

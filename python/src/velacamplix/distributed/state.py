@@ -71,20 +71,22 @@ class DistributedState:
         ranks.agree(version=extension.version(), number_of_qubits=size, precision=checked)
         self._start(ranks, size, checked, ranks.threads(threads))
 
-    def _start(self, ranks: Ranks, n: int, precision: Precision, threads: int) -> None:
+    def _start(self, ranks: Ranks, n: int, precision: Precision, threads: int, is_run_next: bool = False) -> None:
         require_fitting(ranks, n, "n")
-        ranks.require_part(n, memory.BYTES_PER_AMPLITUDE[precision])
+        if ranks.size > 1:  # one alone looks whether its part fits as any state does
+            ranks.require_part(n, memory.BYTES_PER_AMPLITUDE[precision])
         self._ranks, self._n_qubits, self._precision = ranks, n, precision
-        self._part = StateVector._another(n - ranks.bits, precision, threads)
+        self._part = StateVector._another(n - ranks.bits, precision, threads, is_run_next)
         #: The number of each rank's part among the parts of the state in its order.
         self._numbers = list(range(ranks.size))
         if ranks.rank != 0:
             self._part._live().view()[0] = 0
 
     @classmethod
-    def _another(cls, ranks: Ranks, n: int, precision: Precision, threads: int) -> Self:
+    def _another(cls, ranks: Ranks, n: int, precision: Precision, threads: int, is_run_next: bool = False) -> Self:
+        """Return a state whose parts, where one is run next, are as those of `StateVector._another`."""
         made = cls.__new__(cls)
-        made._start(ranks, n, precision, threads)
+        made._start(ranks, n, precision, threads, is_run_next)
         return made
 
     # What the object is

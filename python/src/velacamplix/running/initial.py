@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import hashlib
 from collections.abc import Iterable, Sequence
 from copy import copy
 from typing import Any
@@ -58,6 +59,15 @@ class Start:
             return None if self._amplitudes is None else "amplitudes"
         product = "".join([self._product[qubit] for qubit in active])
         return product if product.strip("0") else None
+
+    def told(self) -> str | None:
+        """Return a text that is the same for the same state of all qubits, given in the same way; None for |0...0>."""
+        if self._amplitudes is None:
+            return self._product
+        given = self._amplitudes
+        array = np.ascontiguousarray(given._live().view() if isinstance(given, (StateVector, DensityMatrix)) else given)
+        order = "" if isinstance(given, (StateVector, DensityMatrix)) else self._order
+        return f"{array.dtype} {order} {hashlib.sha256(array.view(np.uint8).data).hexdigest()}"
 
     def kept(self) -> Start:
         """Return the same, whatever becomes of what it was made from."""

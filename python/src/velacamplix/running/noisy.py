@@ -32,10 +32,7 @@ def run_any(circuit: Circuit, request: Request, lost: observing.Lost) -> Result:
 def run_noisy(circuit: Circuit, request: Request, lost: observing.Lost) -> Result:
     """Return the result of a circuit with noise in it; what there is to warn of comes into `lost`."""
     clock = Clock()
-    if request.rank_bits is not None:
-        raise ValueError(
-            f'schedule must be "written" for a run with noise, whose operators keep their places, got "canonical:{request.rank_bits}"'
-        )
+    require_written(request)
     way, methods = settled(circuit, request)
     clock.note("compile")
     if way == "exact":
@@ -44,7 +41,15 @@ def run_noisy(circuit: Circuit, request: Request, lost: observing.Lost) -> Resul
         return _exact_result(circuit, exact, request, methods, clock.timings())
     made = run_trajectories(circuit, request, lost)
     clock.note("simulate")
-    return _trajectory_result(circuit, made, request, methods, clock.timings())
+    return trajectory_result(circuit, made, request, methods, clock.timings())
+
+
+def require_written(request: Request) -> None:
+    """Raise ValueError for another order of gates than that of the circuit."""
+    if request.rank_bits is not None:
+        raise ValueError(
+            f'schedule must be "written" for a run with noise, whose operators keep their places, got "canonical:{request.rank_bits}"'
+        )
 
 
 def _exact_result(
@@ -63,7 +68,7 @@ def _exact_result(
     return result
 
 
-def _trajectory_result(
+def trajectory_result(
     circuit: Circuit, made: Trajectories, request: Request, methods: tuple[MethodCost, ...], timings: Timings
 ) -> Result:
     """Return what `run` returns of a run by trajectories."""

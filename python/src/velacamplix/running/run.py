@@ -157,8 +157,10 @@ def run(
         Runs one circuit on all ranks of this communicator, a power of two, each with a part of the state. To be called on
         all of them with the same arguments; `progress` is rank 0's. Gives a
         `velacamplix.distributed.DistributedResult` with the same shots and expectation values on all ranks, those of one
-        process. Noise, `fusion`, `values`, lists of circuits, saves, outcomes needed before the end, and an `initial` other
-        than a basis state are refused.
+        process. With noise ranks, of any number, share out the shots, each on whole states: then trajectories are taken, and
+        all ranks get the `Result` that one process gives with ``method="trajectories"``. `fusion`, `values`, lists of
+        circuits, saves, exact runs, and without noise outcomes needed before the end and an `initial` other than a basis
+        state are refused.
     distributed : bool
         True is for ``comm=MPI.COMM_WORLD``.
 
@@ -173,7 +175,7 @@ def run(
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range, the circuit has parameters without values, or there
         are no shots although outcomes in the middle of the circuit differ; across ranks if these differ in what they were
-        given, or are no power of two; if trajectories are to save a state, or an
+        given, or are no power of two, or more than shots with noise; if trajectories are to save a state, or an
         option is given that has no meaning, as `first_shot` without noise. Of many runs, a note of the exception tells
         which one it is about.
     MemoryError
@@ -281,8 +283,6 @@ def run(
             raise ValueError("storage must be left away across ranks: each keeps its part of the state in memory")
         from .in_storage import require_plain, run_in_storage  # start-up time
 
-        if is_distributed:
-            raise ValueError(f"storage must be left away across ranks, got {checks.show(storage)}")
         require_plain(request, not is_one)
         result = run_in_storage(circuits[0], request, checked_storage(storage), lost)
         lost.warn(stacklevel=2)
@@ -290,11 +290,9 @@ def run(
     if is_distributed:
         if not is_one:
             raise ValueError("across ranks one circuit is run at a time, got " + ("a list" if are_many else "one with values"))
-        if noise is not None:
-            raise ValueError(f"noise must be left away across ranks, got {checks.show(noise)}")
         from ..distributed.run import run_distributed
 
-        result = run_distributed(circuits[0], request, comm, threads, lost)
+        result = run_distributed(with_noise(circuits, name, noise, shots is not None)[0], request, comm, threads, lost)
         lost.warn(stacklevel=2)
         return result
     if is_one:

@@ -78,8 +78,48 @@ def looked_at(circuit: Circuit, request: Request) -> tuple[Outlook, int]:
         return Outlook.of(found), _state_bytes(found, request)
 
 
+class Part(NamedTuple):
+    """What some of a run's shots have given; attributes as of `Trajectories`.
+
+    Attributes
+    ----------
+    distinct : int
+    means, standard_errors : numpy.ndarray
+        Of circuits that are gates and channels, then measurements; there with `records` in place of all three.
+    records : tuple of numpy.ndarray or None
+        Histories, shots and values, which `extension.combined_trajectories` takes.
+    values : numpy.ndarray of shape (shots, observables), or None
+        Of circuits in which what happens depends on outcomes.
+    """
+
+    active_qubits: tuple[int, ...]
+    written_bits: tuple[int, ...]
+    gates: int
+    rows: np.ndarray
+    seed: int
+    saved: Saved
+    distinct: int = 0
+    means: Any = None
+    standard_errors: Any = None
+    records: Any = None
+    values: Any = None
+
+    def together(self, distinct: int, means: np.ndarray, standard_errors: np.ndarray, rows: np.ndarray) -> Trajectories:
+        """Return what all shots tell."""
+        return Trajectories(
+            self.active_qubits, self.written_bits, self.gates, distinct, rows, self.seed, means, standard_errors, self.saved
+        )
+
+
 def run_trajectories(circuit: Circuit, request: Request, lost: observing.Lost) -> Trajectories:
     """Run a circuit with channels in it, with shots; what there is to warn of comes into `lost`."""
+    part = made(circuit, request, lost)
+    means, errors = (part.means, part.standard_errors) if part.values is None else spread(part.values)
+    return part.together(part.distinct, means, errors, part.rows)
+
+
+def made(circuit: Circuit, request: Request, lost: observing.Lost, are_some: bool = False) -> Part:
+    """Make the shots of a request, which may be only some of a run's: then there are `records` in place of means."""
     shots, precision, observed = request.shots, request.precision, request.observed
     assert shots is not None
     number = secrets.randbits(32) if request.seed is None else request.seed
@@ -96,14 +136,27 @@ def run_trajectories(circuit: Circuit, request: Request, lost: observing.Lost) -
         memory.require_bytes(size * shots, f"shots={shots} of {n_bits} bits")
         rows = np.zeros((shots, words), dtype=np.uint64)
         saver = Saver(segments, circuit.n_qubits, precision, lost)
-        made = _Made(
+        run = _Made(
             circuit, found, shots, number, request.threads, precision, observed, request.start, request.first_shot or 0, rows,
             n_bits, lost, saver,
         )  # fmt: skip
+        told: dict[str, Any] = {}
         with metered(request.progress, shots, "shots") as meter:
-            distinct, means, errors = made.at_once(meter) if found.is_plain else made.together(meter)
+            if not found.is_plain:
+                told["distinct"], told["values"] = run.together(meter)
+            elif are_some:
+                told["records"] = run.at_once(meter, True)
+            else:
+                told["distinct"], told["means"], told["standard_errors"] = run.at_once(meter, False)
         gates = sum(map(len, found.programs))
-        return Trajectories(segments.active, segments.written_bits, gates, distinct, rows, number, means, errors, saver.saved())
+        return Part(segments.active, segments.written_bits, gates, rows, number, saver.saved(), **told)
+
+
+def spread(values: np.ndarray) -> tuple[np.ndarray, np.ndarray]:
+    """Return the means over the shots, and their standard errors."""
+    means = values.mean(axis=0)
+    deviations = np.abs(values - means) ** 2
+    return means, np.sqrt(deviations.sum(axis=0) / len(values) / max(1, len(values) - 1))
 
 
 def _state_bytes(found: PreparedTrajectories, request: Request) -> int:
@@ -140,8 +193,8 @@ class _Made(NamedTuple):
     lost: observing.Lost
     saver: Saver
 
-    def at_once(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
-        """Make all shots of a circuit that is gates and channels, then measurements."""
+    def at_once(self, meter: Any, keeps_records: bool) -> tuple[Any, Any, Any]:
+        """Make all shots of a circuit that is gates and channels, then measurements; return what the core tells."""
         segments = self.found.segments
         readings, measured = _readings(segments)
         if not segments.has_measurement:
@@ -164,10 +217,10 @@ class _Made(NamedTuple):
             initial = StateVector._another(len(segments.active), self.precision, self.threads)
             self.start.prepare(initial, segments.active)
         try:
-            distinct, means, errors = self.found.whole.run(
+            told: tuple[Any, Any, Any] = self.found.whole.run(
                 self.seed, self.first_shot, self.shots, self.threads, None if initial is None else initial._live(),
                 outcomes, qubits, [observable.compiled() for observable in on_active], SHARES_PREFIXES,
-                *heard(meter.within()),
+                *heard(meter.within()), keeps_records,
             )  # fmt: skip
         except MemoryError as error:
             if str(error) != _REFUSED_IN_THE_CORE:
@@ -181,10 +234,10 @@ class _Made(NamedTuple):
         if any(map(any, flips)):
             extension.apply_readout_errors(self.rows, flips, self.seed, self.first_shot, self.threads)
         self._warn({measured})
-        return distinct, means, errors
+        return told
 
-    def together(self, meter: Any) -> tuple[int, np.ndarray, np.ndarray]:
-        """Make the shots of a circuit in which what happens depends on outcomes."""
+    def together(self, meter: Any) -> tuple[int, np.ndarray]:
+        """Make the shots of a circuit in which what happens depends on outcomes; return how many differ, and their values."""
         segments, observed, n = self.found.segments, self.observed, len(self.found.segments.active)
         n_observed = 0 if observed is None else len(observed.observables)
         values = np.zeros((self.shots, n_observed), dtype=np.complex128)
@@ -219,10 +272,7 @@ class _Made(NamedTuple):
                 self.start.prepare(state, segments.active)
                 walk.start(Company(state, numbers[i : i + 1]))
         self._warn(set(reduced))
-        means = values.mean(axis=0)
-        deviations = np.abs(values - means) ** 2
-        errors = np.sqrt(deviations.sum(axis=0) / self.shots / max(1, self.shots - 1))
-        return distinct, means, errors
+        return distinct, values
 
     def _has_room(self) -> bool:
         """Whether there is memory for all the states that shots in company take at most."""
