@@ -63,7 +63,8 @@ void part_schedule<T>::run_chunks(const replay::chunked<T>& chunks, unsigned lon
                                   thrust::complex<T>* part) const {
     const unsigned long count = chunks.chunk_count(part_bits_);
     const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
-        replay::run_chunks(chunks, part, nbqbits_, number * count + begin, number * count + end,
+        const unsigned long share_end = number * count + end;
+        replay::run_chunks(chunks, part, nbqbits_, number * count + begin, share_end, share_end,
                            buffers_.get() + chunks.chunk_size() * lease, number << part_bits_);
     };
     storage::parallel_leases(count, sizeof(thrust::complex<T>) << part_bits_, team_, body);

@@ -111,7 +111,7 @@ void run_steps(const in_place<T>& work, thrust::complex<T>* state) {
 
 template <class T>
 void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqbits, unsigned long begin,
-                unsigned long end, thrust::complex<T>* buffer, unsigned long origin) {
+                unsigned long end, unsigned long share_end, thrust::complex<T>* buffer, unsigned long origin) {
     const unsigned long outer = index::low_bits(nbqbits) & ~work.local;
     const unsigned long runs = work.chunks.offsets.size();
     const unsigned long steps = work.steps.size();
@@ -120,7 +120,7 @@ void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqb
         const bool acts =
             std::any_of(work.steps.begin(), work.steps.end(), [base](const step<T>& s) { return s.acts_on(base); });
         if (!acts) continue;
-        const thrust::complex<T>* const next = state + (index::deposit(c + 1 < end ? c + 1 : c, outer) - origin);
+        const thrust::complex<T>* const next = state + (index::deposit(c + 1 < share_end ? c + 1 : c, outer) - origin);
         copy_in(work.chunks, state + (base - origin), buffer);
         for (unsigned long i = 0; i < steps; ++i) {
             if (work.steps[i].acts_on(base)) work.steps[i].run(buffer, base);
@@ -179,7 +179,7 @@ void basis_state_chunks<T>::work_on(unsigned long base) {
     template std::vector<pass<T>> make_fused_passes(std::span<const operation<T>>, unsigned, const planning_hook&); \
     template void run_steps(const in_place<T>&, thrust::complex<T>*);                                               \
     template void run_chunks(const chunked<T>&, thrust::complex<T>*, unsigned, unsigned long, unsigned long,        \
-                             thrust::complex<T>*, unsigned long);                                                   \
+                             unsigned long, thrust::complex<T>*, unsigned long);                                    \
     template class basis_state_chunks<T>;
 VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 

@@ -80,10 +80,11 @@ std::vector<pass<T>> make_fused_passes(std::span<const gates::operation<T>> oper
 template <class T>
 void run_steps(const in_place<T>& work, thrust::complex<T>* state);
 
-// The chunks begin ... end - 1 of the state. `buffer` holds one chunk, `state` the amplitudes from `origin` on.
+// The chunks begin ... end - 1 of the state. The next one, if it is below `share_end`, is asked for meanwhile. `buffer`
+// holds one chunk, `state` the amplitudes from `origin` on.
 template <class T>
 void run_chunks(const chunked<T>& work, thrust::complex<T>* state, unsigned nbqbits, unsigned long begin,
-                unsigned long end, thrust::complex<T>* buffer, unsigned long origin = 0);
+                unsigned long end, unsigned long share_end, thrust::complex<T>* buffer, unsigned long origin = 0);
 
 // Writes the chunks of a state that was a basis state, which nobody has written, as the steps leave them. All chunks
 // but one are zeros. Of these the steps make the same as long as the bits of the base by which they choose are the

@@ -29,51 +29,60 @@ namespace {
 // What takes about a millisecond, in bytes that gates touch: in a chunk, and in the whole array.
 constexpr unsigned long cached_bytes_between_questions = 32ul << 20, bytes_between_questions = 1ul << 20;
 
-// Calls work(begin, end) for pieces of a share as long as there is a yes to the question.
-template <class Work>
-void in_pieces(unsigned long begin, unsigned long end, unsigned long piece, const std::function<bool()>& goes_on,
-               Work work) {
-    if (!goes_on) return work(begin, end);
-    for (; begin < end && goes_on(); begin += std::min(piece, end - begin)) work(begin, std::min(begin + piece, end));
-}
+// Pieces of a thread's share, at least, if there are so many chunks: threads end a pass by so much apart.
+constexpr unsigned long pieces_in_a_share = 64;
 
 }  // namespace
 
 template <class T>
-void schedule<T>::run_pass(const pass<T>& next, thrust::complex<T>* state, const std::function<bool()>& goes_on,
-                           std::optional<unsigned long> basis_state) {
-    if (basis_state && !std::holds_alternative<chunked<T>>(next.work)) {
-        storage::write_basis_state(state, 1ul << nbqbits, *basis_state, team);
+std::vector<storage::staged_work::stage> schedule<T>::stages() const {
+    std::vector<storage::staged_work::stage> result;
+    for (const pass<T>& p : all_passes) {
+        if (const auto* const whole = std::get_if<whole_array<T>>(&p.work)) {
+            const auto& call = whole->call;
+            const unsigned long units = call.run == nullptr ? 0 : call.units;
+            result.push_back({units, std::max(1ul, bytes_between_questions / (call.bytes / std::max(1ul, units) + 1))});
+        } else if (const auto* const work = std::get_if<chunked<T>>(&p.work)) {
+            const unsigned long chunks = work->chunk_count(nbqbits);
+            const unsigned long bytes = work->chunk_size() * sizeof(thrust::complex<T>) * work->steps.size() + 1;
+            const unsigned long share = chunks / static_cast<unsigned long>(team);
+            result.push_back(
+                {chunks, std::max(1ul, std::min(cached_bytes_between_questions / bytes, share / pieces_in_a_share))});
+        } else {
+            result.push_back({1, 1});
+        }
     }
-    if (const auto* const whole = std::get_if<whole_array<T>>(&next.work)) {
-        const auto& call = whole->call;
-        if (call.run == nullptr) return;
-        const unsigned long piece = std::max(1ul, bytes_between_questions / std::max(1ul, call.bytes / call.units));
-        storage::parallel_shares(call.units, call.bytes, team, [&](unsigned long begin, unsigned long end) {
-            in_pieces(begin, end, piece, goes_on,
-                      [&](unsigned long first, unsigned long last) { call.run(call, state, first, last); });
-        });
-    } else if (const auto* const small = std::get_if<in_place<T>>(&next.work)) {
-        run_steps(*small, state);
-    } else {
-        const chunked<T>& work = std::get<chunked<T>>(next.work);
-        const unsigned long chunk_bytes = work.chunk_size() * sizeof(thrust::complex<T>);
-        const unsigned long piece =
-            std::max(1ul, cached_bytes_between_questions / (chunk_bytes * std::max(1ul, work.steps.size())));
-        const auto body = [&](unsigned long begin, unsigned long end, unsigned long lease) {
+    return result;
+}
+
+template <class T>
+void schedule<T>::run_passes(std::size_t first, thrust::complex<T>* state, const std::function<bool()>& goes_on,
+                             const std::function<bool(std::size_t)>& between,
+                             std::optional<unsigned long> basis_state) {
+    const auto* const start = basis_state ? std::get_if<chunked<T>>(&all_passes[first].work) : nullptr;
+    if (basis_state && start == nullptr) storage::write_basis_state(state, 1ul << nbqbits, *basis_state, team);
+    std::vector<std::optional<basis_state_chunks<T>>> starting(start == nullptr ? 0 : static_cast<std::size_t>(team));
+    const auto body = [&](std::size_t number, unsigned long begin, unsigned long end, unsigned long share_end,
+                          unsigned long lease) {
+        if (goes_on && !goes_on()) return false;
+        const pass_work<T>& now = all_passes[number].work;
+        if (const auto* const whole = std::get_if<whole_array<T>>(&now)) {
+            whole->call.run(whole->call, state, begin, end);
+        } else if (const auto* const small = std::get_if<in_place<T>>(&now)) {
+            run_steps(*small, state);
+        } else {
+            const chunked<T>& work = std::get<chunked<T>>(now);
             thrust::complex<T>* const buffer = buffers.get() + work.chunk_size() * lease;
-            if (basis_state) {
-                basis_state_chunks<T> chunks(work, nbqbits, *basis_state, buffer);
-                in_pieces(begin, end, piece, goes_on,
-                          [&](unsigned long first, unsigned long last) { chunks.write(state, first, last); });
-                return;
+            if (&work == start) {
+                if (!starting[lease]) starting[lease].emplace(work, nbqbits, *basis_state, buffer);
+                starting[lease]->write(state, begin, end);
+            } else {
+                run_chunks(work, state, nbqbits, begin, end, share_end, buffer);
             }
-            in_pieces(begin, end, piece, goes_on, [&](unsigned long first, unsigned long last) {
-                run_chunks(work, state, nbqbits, first, last, buffer);
-            });
-        };
-        storage::parallel_leases(work.chunk_count(nbqbits), sizeof(thrust::complex<T>) << nbqbits, team, body);
-    }
+        }
+        return true;
+    };
+    shared_out->work(first, body, between);
 }
 
 // Amplitudes that the buffers of any one pass take together. Never more than the state has.
@@ -114,7 +123,13 @@ template <class T>
 void schedule<T>::make_ready(std::span<const gates::operation<T>> operations) {
     if (buffers == nullptr && buffers_size() != 0) buffers = storage::make_amplitudes<T>(buffers_size());
     for (pass<T>& p : all_passes) {
-        if (p.is_outdated) renew(p, operations, nbqbits);
+        if (!p.is_outdated) continue;
+        renew(p, operations, nbqbits);
+        shared_out.reset();
+    }
+    if (shared_out == nullptr) {
+        const unsigned long bytes = sizeof(thrust::complex<T>) << nbqbits;
+        shared_out = std::make_unique<storage::staged_work>(stages(), bytes, team);
     }
 }
 
@@ -139,28 +154,37 @@ bool schedule<T>::run_to_end(std::span<const gates::operation<T>> operations, th
         };
     }
     if (basis_state && all_passes.empty()) storage::write_basis_state(state, 1ul << nbqbits, *basis_state, team);
-    for (const pass<T>& next : all_passes) {
-        run_pass(next, state, goes_on, basis_state);
+    if (!all_passes.empty()) {
+        const auto between = [&](std::size_t number) {
+            done = all_passes[number].done;
+            return !stopped;
+        };
+        run_passes(0, state, goes_on, std::cref(between), basis_state);
         if (stopped) return false;
-        done = next.done;
-        basis_state.reset();
     }
     return !hook || hook(gate_count, gate_count);
 }
 
 template <class T>
 unsigned long schedule<T>::run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
-                               const run_hook& hook) {
+                               const run_hook& hook, std::optional<unsigned long> basis_state) {
     make_ready(operations);
+    if (basis_state && all_passes.empty()) storage::write_basis_state(state, 1ul << nbqbits, *basis_state, team);
+    std::size_t passes_run = 0;
     bool stopping = false;
-    for (std::size_t i = 0; i < all_passes.size(); ++i) {
-        const pass<T>& next = all_passes[i];
-        run_pass(next, state, {});
-        if (hook && !stopping) stopping = !hook(next.done, gate_count);
-        if (!stopping || !next.may_stop_after) continue;
-        if (next.gates.empty()) return next.done;  // the end of a fused batch, in which no gate waits
+    const auto between = [&](std::size_t number) {
+        const pass<T>& last = all_passes[number];
+        passes_run = number + 1;
+        if (hook && !stopping) stopping = !hook(last.done, gate_count);
+        return !stopping || !last.may_stop_after;
+    };
+    while (passes_run < all_passes.size()) {
+        run_passes(passes_run, state, {}, std::cref(between), passes_run == 0 ? basis_state : std::nullopt);
+        const pass<T>& last = all_passes[passes_run - 1];
+        if (!stopping || !last.may_stop_after) break;
+        if (last.gates.empty()) return last.done;  // the end of a fused batch, in which no gate waits
         try {
-            return complete_prefix(operations, i + 1, state);
+            return complete_prefix(operations, passes_run, state);
         } catch (const std::bad_alloc&) {
             // The gates that were overtaken act in the passes they wait for, which needs no memory: on to the next end.
         }
