@@ -70,17 +70,26 @@ class Layout:
         return self._held is not None
 
     def _exchanged(self, of: np.ndarray, stage: int) -> np.ndarray:
-        """Return the blocks of every part after what travels before a stage."""
-        after = of.copy()
-        given = [
-            {partner: slice(first // self.block_amplitudes, (first + count) // self.block_amplitudes)
-             for partner, first, count in self._plan.transfers(stage, rank)}
-            for rank in range(self.parts)
-        ]  # fmt: skip
-        for rank, to in enumerate(given):
-            for partner, mine in to.items():
-                after[rank, mine] = of[partner, given[partner][rank]]
-        return after
+        """Return the blocks of every part after what travels before a stage.
+
+        Part r exchanges with r ^ d for a few bits' numbers d, in turn: the piece that bears the other's number for its own
+        that bears mine. What the core tells of part 0 tells these bits and part 0's number.
+        """
+        told = self._plan.transfers(stage, 0)
+        if not told:
+            return of
+        numbers = {partner: number for number, (partner, _, _) in enumerate(told, 1)}
+        incoming = max(numbers)  # all of the bits
+        number_of = np.zeros(incoming + 1, dtype=np.int64)
+        number_of[list(numbers)] = list(numbers.values())
+        _, first, size = told[0]
+        ranks = np.arange(self.parts)
+        mine = number_of[ranks & incoming] ^ (first // size ^ 1)
+        pieces = of.reshape(self.parts, len(told) + 1, -1)
+        after = pieces.copy()
+        for partner, number in numbers.items():
+            after[ranks, mine ^ number] = pieces[ranks ^ partner, mine]
+        return after.reshape(of.shape)
 
 
 def finer(blocks: np.ndarray, times: int) -> np.ndarray:

@@ -18,7 +18,7 @@ from ..machine import limits, memory
 from ..programs.compile import require_circuit
 from ..programs.prepare import Prepared, for_parts
 from ..programs.schedule import require_schedule
-from .layout import Layout, runs
+from .layout import Layout
 
 __all__ = ["Storage", "StoragePlan"]
 
@@ -30,7 +30,7 @@ MOST_QUBITS = 50
 _LARGEST_PART = 2**32
 
 # Linux maps 65,530 into a process unless it is told otherwise, all else included.
-_MOST_PIECES = 2**15
+_MOST_PIECES = 56 * 2**10
 
 _PLANS: dict[Precision, Any] = {"double": extension.StagePlanDouble, "single": extension.StagePlanSingle}
 
@@ -204,7 +204,7 @@ def _require_few_pieces(layout: Layout, part_qubits: int) -> None:
         return
     for _ in layout.jobs():
         pass
-    pieces = sum(1 for _ in runs(layout.final))
+    pieces = int(np.count_nonzero(np.diff(layout.final) != 1)) + 1
     if pieces > _MOST_PIECES:
         raise ValueError(
             f"part_qubits must be larger for this circuit: got {part_qubits}, with which the state ends in {pieces} pieces of "
