@@ -16,6 +16,7 @@ from pathlib import Path
 # The rooms below the called one give the names of its arguments' types.
 HANDED_ON = {("circuit/derivatives.py", room) for room in ("gradients", "running", "programs", "results")}
 HANDED_ON |= {("circuit/frameworks.py", room) for room in ("qiskit", "cirq", "pennylane")}
+HANDED_ON |= {("states/statevector.py", "storage")}
 HANDED_ON |= {("running/run.py", "distributed")}
 HANDED_ON |= {("circuit/dense.py", room) for room in ("states", "running", "programs")}
 

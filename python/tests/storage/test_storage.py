@@ -99,6 +99,39 @@ def test_one_part_goes_to_blocks_that_nobody_needs():
     assert sorted(layout.final.tolist()) == sorted(block for block, one in owner.items() if one != "free")
 
 
+def test_a_state_in_too_many_pieces_is_refused_before(path, monkeypatch):
+    circuit = Circuit(12).h(range(12))
+    pieces = 4 * 4  # each part gives a block to each
+    assert stored(circuit, path).storage.parts == 4
+    monkeypatch.setattr("velacamplix.storage.storage._MOST_PIECES", 3)
+    with pytest.raises(ValueError, match=rf"part_qubits must be larger for this circuit: got 10, .* in ({'|'.join(map(str, range(4, pieces + 1)))}) pieces"):
+        stored(circuit, path + "2")
+    assert not os.path.exists(path + "2")
+
+
+@pytest.mark.parametrize("precision", ["double", "single"])
+def test_blocks_travel_as_the_core_says(precision):
+    # X on qubits outside the parts makes them read flipped.
+    circuit = random_circuit(15, 150, seed=8).x(range(15)).h(range(15)).x([14, 13, 3]).h(range(15))
+    _, stages, layout = planned(Storage("nowhere", 12), for_parts(circuit, precision), precision)
+    of = np.arange(layout.parts * layout.blocks).reshape(layout.parts, layout.blocks)
+    travelled = 0
+    for stage in range(len(stages)):
+        after = of.copy()
+        given = [
+            {partner: slice(first // layout.block_amplitudes, (first + count) // layout.block_amplitudes)
+             for partner, first, count in stages.transfers(stage, rank)}
+            for rank in range(layout.parts)
+        ]  # fmt: skip
+        for rank, to in enumerate(given):
+            for partner, mine in to.items():
+                after[rank, mine] = of[partner, given[partner][rank]]
+                travelled += 1
+        assert (layout._exchanged(of, stage) == after).all()
+        of = np.random.default_rng(stage).permutation(after.reshape(-1)).reshape(of.shape)
+    assert travelled > 100
+
+
 def test_what_a_run_takes_is_told_before(path):
     circuit = random_circuit(13, 100)
     told = Storage(path, 11).plan(circuit)

@@ -127,7 +127,6 @@ WRITE = {
         "time_taken": "result.timings.total",
     },
     "StateVector": {
-        "amplitude": "state.array[index], where qubit q is bit q of the index, or state.to_dict()",
         "amplitudes": "state.array",
         "apply": "state.run(circuit), or state.h(0) and so on",
         "apply_circuit": "state.run(circuit)",

@@ -2,19 +2,15 @@
 
 from __future__ import annotations
 
-import hashlib
-import sys
-from typing import Any
 
 from ..circuit.circuit import Circuit
 from ..core import extension
-from ..programs.prepare import Prepared, for_parts
-from ..programs.progress import metered
+from ..programs.prepare import for_parts
 from ..results.plan import Plan
 from ..states.statevector import StateVector
 from ..storage.files import Files
-from ..storage.storage import Storage, planned
-from ..storage.walk import Walk
+from ..storage.storage import Storage, digest_of, planned
+from ..storage.walk import carried_out
 from . import observing
 from .result import Result
 from .single import Clock, Request, answered, require_shots
@@ -43,28 +39,20 @@ def run_in_storage(circuit: Circuit, request: Request, storage: Storage, lost: o
     about = {
         "format": 1,
         "version": extension.version(),
-        "circuit": _digest(found),
+        "kind": "run",
+        "circuit": digest_of(found),
         "n": plan.n_qubits,
         "precision": plan.precision,
         "schedule": "written" if request.rank_bits is None else f"canonical:{request.rank_bits}",
         "part_qubits": plan.part_qubits,
         "block_bytes": layout.block_bytes,
     }
-    n, threads, jobs = plan.n_qubits, request.threads, plan.stages * plan.parts
+    n, threads = plan.n_qubits, request.threads
     amplitudes = StateVector._another(0, request.precision, 1)._amplitude_type
     with Files(storage.path, plan.file_bytes, about, storage.resume) as files:
         files.warn_if_cached(stacklevel=3)
-        if request.progress is True and sys.stderr is not None:
-            print(plan, file=sys.stderr)
-        try:
-            with metered(request.progress, jobs, "parts") as meter:
-                blocks = Walk(stages, layout, files, amplitudes, threads, meter).run()
-        except BaseException as error:
-            error.add_note(
-                f"{files.done} of {jobs} parts are done; run(..., storage=Storage({storage.path!r}, "
-                f"part_qubits={plan.part_qubits}, resume=True)) goes on from there"
-            )
-            raise
+        cure = f"run(..., storage=Storage({storage.path!r}, part_qubits={plan.part_qubits}, resume=True))"
+        blocks = carried_out(plan, stages, layout, files, amplitudes, threads, request.progress, cure)
         core = extension.mapped_state(
             files.descriptor, blocks.tolist(), layout.block_bytes, n, request.precision == "single"
         )
@@ -76,13 +64,3 @@ def run_in_storage(circuit: Circuit, request: Request, storage: Storage, lost: o
     result = answered(circuit, rest, state, told, request._replace(progress=None), clock, lost)
     result.storage = plan._replace(direct=files.direct)
     return result
-
-
-def _digest(found: Prepared) -> str:
-    """Return what tells lists of gates apart."""
-    stretch: Any = found.segments.steps[0]
-    words = hashlib.sha256()
-    for gate in stretch.gates:
-        numbers = [complex(number) for number in gate.params]
-        words.update(repr((gate.name, gate.qubits, gate.controls, numbers)).encode())
-    return words.hexdigest()

@@ -107,6 +107,8 @@ class Start:
 
 def _state(initial: StateVector | DensityMatrix, n_qubits: int) -> StateVector | DensityMatrix:
     initial._live()
+    if initial._is_stored:
+        raise ValueError("initial must be a state in memory, got one in a file; copy() copies it, if it fits")
     if initial._n_qubits != n_qubits:
         raise ValueError(f"initial must be a state of {n_qubits} qubits, those of the circuit, got {initial!r}")
     return initial

@@ -8,6 +8,7 @@ import numpy as np
 
 from ..basics import checks
 from ..basics.types import Order
+from ..basics.words import bit_string
 from ..machine import memory
 from .base import Qubits, StateBase
 
@@ -84,6 +85,35 @@ class Readout(StateBase):
         return distribution
 
     probabilities = distribution
+
+    def amplitude(self, outcome: int | str, order: Order = "big") -> complex:
+        """Return one amplitude.
+
+        Parameters
+        ----------
+        outcome : int or str
+            A number from 0 to 2**n - 1 or a text of n characters 0 and 1.
+        order : {"big", "little"}
+            Whether qubit 0 is the leftmost, most significant bit or the rightmost.
+
+        Raises
+        ------
+        TypeError, ValueError
+            If the outcome does not fit the qubits.
+
+        Examples
+        --------
+        >>> from velacamplix import StateVector
+        >>> state = StateVector(3).x(0)
+        >>> state.amplitude("100"), state.amplitude(1)
+        ((1+0j), 0j)
+        """
+        core, n = self._live(), self._n_qubits
+        is_big, number = checks.order(order) == "big", checks.outcome(outcome, n)
+        index = int(bit_string(number, n)[::-1] or "0", 2) if is_big else number
+        amplitude = complex(core.view()[index])
+        core.require_whole()
+        return amplitude
 
     def norm(self) -> float:
         """Return the root of the sum of all probabilities: 1, but for the rounding of the gates so far.

@@ -8,7 +8,7 @@ from typing import Any
 import numpy as np
 
 from ..basics import amplitude_order, arrays, checks, future
-from ..basics.types import Order
+from ..basics.types import Order, Precision, Seed
 from ..basics.words import counted
 from ..circuit.circuit import Circuit
 from ..instructions.gate_methods import GateMethods
@@ -56,10 +56,22 @@ class StateVector(
         SeedSequence, which takes integers of any size, the first number of its state, the same each time. By default
         it is drawn by chance.
 
+    storage : str, os.PathLike or Storage, optional
+        A file to keep the amplitudes in instead of memory. Circuits are carried out stage by stage, as by
+        ``run(..., storage=)``, with equal results; what would write single amplitudes is refused. See
+        `docs/out-of-core.md`.
+
+    Attributes
+    ----------
+    storage : StoragePlan or None
+        Of a state in a file: what it and the circuits so far have taken.
+
     Raises
     ------
     TypeError, ValueError
         If an argument is of the wrong kind or outside its range.
+    FileExistsError, OSError
+        If the file of `storage` is there already, or the disk has not the room.
     MemoryError
         If the state does not fit. Found out before anything is allocated; the message tells what would fit.
 
@@ -84,6 +96,24 @@ class StateVector(
     >>> round(state.probability("11"), 6)
     0.5
     """
+
+    #: What a state in a file has taken, None of one in memory.
+    storage: Any = None
+
+    def __init__(
+        self,
+        n: int,
+        precision: Precision = "double",
+        threads: int | None = None,
+        seed: Seed | None = None,
+        storage: Any = None,
+    ) -> None:
+        if storage is None:
+            super().__init__(n, precision, threads, seed)
+            return
+        from ..storage.state import begin  # a room above
+
+        begin(self, n, precision, threads, seed, storage)
 
     def _repr_html_(self) -> str:
         return self._html()

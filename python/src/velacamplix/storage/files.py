@@ -12,7 +12,7 @@ import stat
 import threading
 import warnings
 from collections.abc import Mapping
-from typing import Any
+from typing import Any, NoReturn
 
 import numpy as np
 
@@ -69,6 +69,8 @@ class Files:
         If the disk has not the room, or the files cannot be made or used.
     """
 
+    _file = _journal = -1
+
     def __init__(self, path: str, size: int, about: Mapping[str, Any], resume: bool) -> None:
         self.path, self.journal_path = path, path + ".journal"
         self.stop = threading.Event()
@@ -84,7 +86,6 @@ class Files:
             )
         if there == [self.path]:
             raise ValueError(f"storage cannot be gone on with: {path!r} is there without the journal of a run")
-        self._file = self._journal = -1
         try:
             self._open(bool(there))
         except BaseException:
@@ -97,6 +98,9 @@ class Files:
         return self
 
     def __exit__(self, kind: Any, error: Any, traceback: Any) -> None:
+        self.close()
+
+    def __del__(self) -> None:
         self.close()
 
     def close(self) -> None:
@@ -121,8 +125,7 @@ class Files:
         """Write a buffer to blocks of the file, for good, and note that one part more is done."""
         self._move(blocks, block_bytes, source, os.pwritev)
         os.fdatasync(self._file)
-        os.write(self._journal, f"{self.done + 1}\n".encode())
-        os.fdatasync(self._journal)
+        self._note(str(self.done + 1))
         self.done += 1
 
     def _move(self, blocks: np.ndarray, block_bytes: int, octets: np.ndarray, call: Any) -> None:
@@ -146,17 +149,20 @@ class Files:
             fcntl.flock(self._journal, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
             raise BlockingIOError(errno.EAGAIN, "another run is using this storage", self.path) from None
-        self.done = self._noted() if is_there else 0
-        if self.done == 0:
+        goes_on = is_there and self._goes_on()
+        if not goes_on:
             os.ftruncate(self._journal, 0)
-            os.write(self._journal, self._about.encode() + b"\n")
-            os.fdatasync(self._journal)
+            self._note(self._about)
         self._open_state()
         found = os.fstat(self._file).st_size
-        if self.done and found < self._size:
+        if goes_on and found < self._size:
             raise ValueError(f"storage is damaged: {self.path!r} has {found} bytes, and {self._size} when it was made")
-        if not self.done:
+        if not goes_on:
             self._allocate()
+
+    def _note(self, line: str) -> None:
+        os.write(self._journal, line.encode() + b"\n")
+        os.fdatasync(self._journal)
 
     def _open_state(self) -> None:
         flags = os.O_RDWR | os.O_CREAT | os.O_CLOEXEC
@@ -213,22 +219,30 @@ class Files:
                 stacklevel=stacklevel + 1,
             )
 
-    def _noted(self) -> int:
-        """Return the parts that the journal says are done; refuse one of another run."""
+    def _goes_on(self) -> bool:
+        """Return whether there is something to go on with; refuse the journal of another run."""
         with open(self.journal_path, "rb") as file:
             header, *lines = file.read().split(b"\n")
         if header.decode("utf-8", "replace") != self._about:
             # Cut off while it was written, before the state's file was made.
             if not lines and self._about.encode().startswith(header) and not os.path.lexists(self.path):
-                return 0
+                return False
             raise ValueError(f"storage cannot be gone on with: {self.path!r} is {self._difference(header)}")
-        done = 0
-        for number, line in enumerate(lines[:-1]):  # what follows the last end of line was cut off
+        whole = lines[:-1]  # what follows the last end of line was cut off
+        goes_on = self._noted(whole)
+        os.ftruncate(self._journal, sum(len(line) + 1 for line in (header, *whole)))
+        return goes_on
+
+    def _noted(self, lines: list[bytes]) -> bool:
+        """Take over what the journal tells behind its first line; return whether there is something to go on with."""
+        for number, line in enumerate(lines):
             if line != str(number + 1).encode():
-                raise ValueError(f"storage is damaged: line {number + 2} of {self.journal_path!r} is {line[:40]!r}")
-            done = number + 1
-        os.ftruncate(self._journal, sum(len(line) + 1 for line in (header, *lines[:-1])))
-        return done
+                self._refuse_line(number, line)
+        self.done = len(lines)
+        return self.done > 0
+
+    def _refuse_line(self, number: int, line: bytes) -> NoReturn:
+        raise ValueError(f"storage is damaged: line {number + 2} of {self.journal_path!r} is {line[:40]!r}")
 
     def _difference(self, header: bytes) -> str:
         try:

@@ -29,6 +29,8 @@ class Layout:
     plan : StagePlan of the core
     rank_bits : int
         There are 2**rank_bits parts.
+    held : numpy.ndarray, optional
+        Blocks that the state is in, in its order; as many of each part. By default it is still to be made, of zeros.
 
     Attributes
     ----------
@@ -38,18 +40,21 @@ class Layout:
         A block's; the bytes are set by who knows their number.
     """
 
-    def __init__(self, plan: Any, rank_bits: int) -> None:
-        self._plan = plan
+    def __init__(self, plan: Any, rank_bits: int, held: np.ndarray | None = None) -> None:
+        self._plan, self._held = plan, held
         self.parts = 1 << rank_bits
         # A stage exchanges all blocks of a part but one, each with another part.
-        self.blocks = max([len(plan.transfers(stage, 0)) + 1 for stage in range(len(plan))])
+        of_held = 1 if held is None else len(held) // self.parts
+        self.blocks = max([of_held, *[len(plan.transfers(stage, 0)) + 1 for stage in range(len(plan))]])
         self.block_amplitudes = (1 << plan.part_qubits()) // self.blocks
         self.block_bytes = 0
 
     def jobs(self) -> Iterator[Job]:
         """Iterate over what is to be done; returns, for each part of the state in its order, the blocks it ends in."""
-        of = np.arange(self.parts * self.blocks).reshape(self.parts, self.blocks)
-        free = np.arange(of.size, of.size + self.blocks)
+        count = self.parts * self.blocks
+        of = np.arange(count) if self._held is None else finer(self._held, count // len(self._held))
+        free = np.setdiff1d(np.arange(count + self.blocks), of)
+        of = of.reshape(self.parts, self.blocks)
         for stage in range(len(self._plan)):
             of = self._exchanged(of, stage)
             for rank in range(self.parts):
@@ -59,18 +64,41 @@ class Layout:
                 free = np.sort(source)
         self.final = of[np.argsort([self._plan.part_of(rank) for rank in range(self.parts)])].reshape(-1)
 
+    @property
+    def is_begun(self) -> bool:
+        """Whether the state is there, and to be read in the first stage too."""
+        return self._held is not None
+
     def _exchanged(self, of: np.ndarray, stage: int) -> np.ndarray:
-        """Return the blocks of every part after what travels before a stage."""
-        after = of.copy()
-        given = [
-            {partner: slice(first // self.block_amplitudes, (first + count) // self.block_amplitudes)
-             for partner, first, count in self._plan.transfers(stage, rank)}
-            for rank in range(self.parts)
-        ]  # fmt: skip
-        for rank, to in enumerate(given):
-            for partner, mine in to.items():
-                after[rank, mine] = of[partner, given[partner][rank]]
-        return after
+        """Return the blocks of every part after what travels before a stage.
+
+        Part r exchanges with r ^ d for a few bits' numbers d, in turn: the piece that bears the other's number for its own
+        that bears mine. What the core tells of part 0 tells these bits and part 0's number.
+        """
+        told = self._plan.transfers(stage, 0)
+        if not told:
+            return of
+        numbers = {partner: number for number, (partner, _, _) in enumerate(told, 1)}
+        incoming = max(numbers)  # all of the bits
+        number_of = np.zeros(incoming + 1, dtype=np.int64)
+        number_of[list(numbers)] = list(numbers.values())
+        _, first, size = told[0]
+        ranks = np.arange(self.parts)
+        mine = number_of[ranks & incoming] ^ (first // size ^ 1)
+        pieces = of.reshape(self.parts, len(told) + 1, -1)
+        after = pieces.copy()
+        for partner, number in numbers.items():
+            after[ranks, mine ^ number] = pieces[ranks ^ partner, mine]
+        return after.reshape(of.shape)
+
+
+def finer(blocks: np.ndarray, times: int) -> np.ndarray:
+    """Return the same blocks cut into so many each.
+
+    >>> finer(np.array([4, 0]), 2).tolist()
+    [8, 9, 0, 1]
+    """
+    return (blocks[:, np.newaxis] * times + np.arange(times)).reshape(-1)
 
 
 def runs(blocks: np.ndarray) -> Iterator[tuple[int, int, int]]:

@@ -2,9 +2,12 @@
 
 from __future__ import annotations
 
+import hashlib
 import mmap
 import os
 from typing import Any, NamedTuple
+
+import numpy as np
 
 from ..basics import checks
 from ..basics.types import Precision
@@ -21,8 +24,13 @@ __all__ = ["Storage", "StoragePlan"]
 
 #: Parts that are in memory at a time: one is read, on one gates act, one is written.
 BUFFERS = 3
+#: Of a state in a file. More do not fit into any.
+MOST_QUBITS = 50
 # A pass over more would keep Ctrl-C waiting.
 _LARGEST_PART = 2**32
+
+# Linux maps 65,530 into a process unless it is told otherwise, all else included.
+_MOST_PIECES = 56 * 2**10
 
 _PLANS: dict[Precision, Any] = {"double": extension.StagePlanDouble, "single": extension.StagePlanSingle}
 
@@ -151,12 +159,24 @@ def checked(storage: Any) -> Storage:
     raise TypeError(f"storage must be a path, a Storage or None, got {checks.show(storage)}")
 
 
-def planned(storage: Storage, found: Prepared, precision: Precision) -> tuple[StoragePlan, Any, Layout]:
-    """Return what a run takes, the core's plan of its stages, and where the parts lie."""
+def digest_of(found: Prepared) -> str:
+    """Return what tells lists of gates apart."""
+    stretch: Any = found.segments.steps[0]
+    words = hashlib.sha256()
+    for gate in stretch.gates:
+        numbers = [complex(number) for number in gate.params]
+        words.update(repr((gate.name, gate.qubits, gate.controls, numbers)).encode())
+    return words.hexdigest()
+
+
+def planned(
+    storage: Storage, found: Prepared, precision: Precision, held: np.ndarray | None = None
+) -> tuple[StoragePlan, Any, Layout]:
+    """Return what a run takes, the core's plan of its stages, and where the parts lie; `held` as for `Layout`."""
     n, size = len(found.segments.active), memory.BYTES_PER_AMPLITUDE[precision]
-    part_qubits = min(n, storage.part_qubits or _largest_part(size))
-    stages = _PLANS[precision](found.programs[0], n, n - part_qubits)
-    layout = Layout(stages, n - part_qubits)
+    part_qubits = min(n, storage.part_qubits or largest_part(size))
+    stages = _PLANS[precision](found.programs[0], n, n - part_qubits, held is None)
+    layout = Layout(stages, n - part_qubits, held)
     if layout.blocks > 1 and layout.block_amplitudes * size % mmap.ALLOCATIONGRANULARITY != 0:
         least = part_qubits + (mmap.ALLOCATIONGRANULARITY // (layout.block_amplitudes * size)).bit_length() - 1
         raise ValueError(
@@ -168,15 +188,31 @@ def planned(storage: Storage, found: Prepared, precision: Precision) -> tuple[St
     state_bytes = layout.parts * part_bytes
     needed = BUFFERS * part_bytes
     memory.require_bytes(needed, f"{BUFFERS} parts of {part_qubits} qubits (storage's part_qubits)")
+    _require_few_pieces(layout, part_qubits)
     count = len(stages)
+    reads = count if layout.is_begun else count - 1
     plan = StoragePlan(
         storage.path, n, precision, part_qubits, layout.parts, count, state_bytes + part_bytes, needed,
-        (count - 1) * state_bytes, count * state_bytes,
+        reads * state_bytes, count * state_bytes,
     )  # fmt: skip
     return plan, stages, layout
 
 
-def _largest_part(size: int) -> int:
+def _require_few_pieces(layout: Layout, part_qubits: int) -> None:
+    """Refuse what could not be read in the end: the system maps so many pieces of files into a process, and no more."""
+    if layout.parts * layout.blocks <= _MOST_PIECES:
+        return
+    for _ in layout.jobs():
+        pass
+    pieces = int(np.count_nonzero(np.diff(layout.final) != 1)) + 1
+    if pieces > _MOST_PIECES:
+        raise ValueError(
+            f"part_qubits must be larger for this circuit: got {part_qubits}, with which the state ends in {pieces} pieces of "
+            f"the file, more than the {_MOST_PIECES} that can be read together"
+        )
+
+
+def largest_part(size: int) -> int:
     """Return the qubits of a part of which `BUFFERS` leave room in memory."""
     most = min(_LARGEST_PART, limits.memory().usable_without_cache * 3 // 4 // BUFFERS) // size
     return max(1, most.bit_length() - 1)

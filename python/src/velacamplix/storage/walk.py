@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import sys
 import threading
 from concurrent.futures import Future, ThreadPoolExecutor, wait
 from typing import Any
@@ -9,13 +10,38 @@ from typing import Any
 import numpy as np
 
 from ..programs.drive import INTERVAL, heard
-from ..programs.progress import AnyMeter
+from ..programs.progress import AnyMeter, ProgressLike, metered
 from .files import Files, Stopped, buffer
 from .layout import Job, Layout
-from .storage import BUFFERS
+from .storage import BUFFERS, StoragePlan
 
 # Bytes that are set to 0 at a time.
 _PIECE = 2**24
+
+
+def carried_out(
+    plan: StoragePlan,
+    stages: Any,
+    layout: Layout,
+    files: Files,
+    amplitude_type: type[np.generic],
+    threads: int,
+    progress: ProgressLike,
+    cure: str,
+) -> np.ndarray:
+    """Do all jobs that are not done, and return the blocks of the state in order.
+
+    What ends it early gets a note of how far it has come, with `cure`, which says how to go on.
+    """
+    jobs = plan.stages * plan.parts
+    if progress is True and sys.stderr is not None:
+        print(plan, file=sys.stderr)
+    try:
+        with metered(progress, jobs, "parts") as meter:
+            return Walk(stages, layout, files, amplitude_type, threads, meter).run()
+    except BaseException as error:
+        error.add_note(f"{files.done} of {jobs} parts are done; {cure} goes on from there")
+        raise
 
 
 class Walk:
@@ -73,7 +99,7 @@ class Walk:
         self._plan.run_stage(job.stage, job.rank, amplitudes, self._threads, *heard())
 
     def _read(self, job: Job, octets: np.ndarray) -> None:
-        if job.stage == 0:
+        if job.stage == 0 and not self._layout.is_begun:
             self._begin(job, octets)
             return
         with self._written:
