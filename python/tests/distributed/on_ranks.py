@@ -13,7 +13,7 @@ from pathlib import Path
 import numpy as np
 from mpi4py import MPI
 
-from velacamplix import Channel, Circuit, DensityMatrix, NoiseModel, Observable, Parameter, StateVector, run
+from velacamplix import Channel, Circuit, DensityMatrix, NoiseModel, Observable, Parameter, StateVector, UnsupportedInstruction, run
 from velacamplix.distributed import DistributedState
 from velacamplix.distributed import ranks as ranks_module
 from velacamplix.distributed import values as values_module
@@ -306,6 +306,32 @@ def a_state_of_ones_own_begins_with_all_qubits_0():
     refused(ValueError, "nothing to draw from", partial(state.sample, 10, seed=1))
     state.release()
     refused(RuntimeError, "released", partial(state.sample, 10, seed=1))
+
+
+@case
+def circuits_follow_one_another():
+    several = [Circuit(N).x([N - 1, 3]).swap(0, N - 2), ansatz(N, 1), fourier(N), Circuit(N).h(0).measure_all(), qaoa_by_phases(N, 1)]
+    for precision in ("double", "single"):
+        for schedule in ("written", "canonical:2"):
+
+            def of_one_process(precision=precision, schedule=schedule):
+                state = StateVector(N, precision)
+                for circuit in several:
+                    state = run(circuit, initial=state, precision=precision, schedule=schedule).state
+                return state.array
+
+            expected = on_rank_0(of_one_process)
+            state = DistributedState(N, COMM, precision)
+            for circuit in several:
+                assert state.run(circuit, schedule=schedule) is state
+            assert state.local_array.tobytes() == expected.reshape(SIZE, -1)[state.layout[RANK]].tobytes()
+    refused(ValueError, "at most 16 qubits", lambda: state.run(Circuit(N + 1)))
+    refused(UnsupportedInstruction, "reset", lambda: state.run(Circuit(N).reset(0)))
+    refused(TypeError, "circuit must be", lambda: state.run("h"))
+    refused(ValueError, "schedule must be", lambda: state.run(several[0], schedule="best"))
+    if SIZE > 1:
+        words = f"circuit; rank {SIZE - 1} has another than rank 0"
+        refused(ValueError, words, lambda: state.run(several[RANK == SIZE - 1]))
 
 
 @case

@@ -15,6 +15,7 @@ from typing import Any
 import numpy as np
 
 from ..basics.words import counted
+from ..circuit.circuit import Circuit
 from ..instructions.instruction import Instruction
 from ..machine import limits, memory
 
@@ -149,6 +150,10 @@ class Ranks:
                     f"all ranks must have the same {words}; {'rank' if len(named) == 1 else 'ranks'} {listed} "
                     f"{'has' if len(named) == 1 else 'have'} another than rank {reference}{values}"
                 )
+
+    def same(self, circuit: Circuit) -> tuple[bool, str]:
+        """Return a fact for `agree`, of a circuit that is that of all ranks."""
+        return self.first(lambda: circuit) == circuit, "or another than that of the first rank"
 
     def require_part(self, n: int, bytes_per_amplitude: int) -> None:
         """Raise MemoryError on all ranks if on one of them a part of a state of `n` qubits does not fit."""

@@ -11,7 +11,7 @@ import numpy as np
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..programs.compile import compiled, described
-from ..programs.drive import drive, heard
+from ..programs.drive import drive
 from ..programs.prepare import Prepared
 from ..programs.progress import metered
 from ..programs.segments import Segments, Stretch
@@ -26,8 +26,6 @@ from .ranks import Ranks, ranks_of, sines_and_cosines
 from .result import DistributedResult
 from .shots import run_shots
 from .state import DistributedState, require_fitting
-
-_PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDouble}
 
 
 def run_distributed(
@@ -123,23 +121,15 @@ def _on_one_rank(state: DistributedState, program: Any, basis: int, request: Req
 
 
 def _in_stages(state: DistributedState, program: Any, basis: int, request: Request, clock: Clock) -> tuple[int, float]:
-    """Let the gates act in all parts, which exchange amplitudes between stages; return how many, and how many parts are sent."""
-    ranks = state._ranks
-    plan = _PLANS[request.precision](program, state.n_qubits, ranks.bits, basis == 0)
-    view = state._part._live().view()
-    if basis and ranks.rank in (0, basis >> plan.part_qubits()):
+    """Let the gates act in all parts; return the number of stages, and how many parts each rank sends."""
+    plan = state._planned(program, from_zeros=basis == 0)
+    rank, view = state.rank, state._part._live().view()
+    if basis and rank in (0, basis >> plan.part_qubits()):
         view[0] = 0
-        if ranks.rank == basis >> plan.part_qubits():
+        if rank == basis >> plan.part_qubits():
             view[basis & (len(view) - 1)] = 1
     clock.note("compile")
-    with metered(request.progress if ranks.rank == 0 else None, len(plan), "stages") as meter:
-        for stage in range(len(plan)):
-            for partner, first, count in plan.transfers(stage, ranks.rank):
-                ranks.swap(view[first : first + count], partner)
-            plan.run_stage(stage, ranks.rank, view, state.threads, *heard())
-            meter.advance(1)
-            meter.tell()
-    state._numbers = [plan.part_of(rank) for rank in range(ranks.size)]
+    state._carry_out(plan, request.progress)
     return len(plan), plan.parts_sent()
 
 

@@ -81,7 +81,7 @@ def _agree(circuit: Circuit, request: Request, ranks: Ranks) -> None:
         version=extension.version(),
         precision=request.precision,
         number_of_qubits=circuit.n_qubits,
-        circuit=(ranks.first(lambda: circuit) == circuit, "or another than that of the first rank"),
+        circuit=ranks.same(circuit),
         initial_state=request.start.told(),
         number_of_shots=request.shots,
         number_of_the_first_shot=request.first_shot,

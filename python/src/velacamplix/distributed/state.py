@@ -11,16 +11,25 @@ import numpy as np
 
 from ..basics import checks
 from ..basics.types import Order, Precision, Seed
+from ..circuit.circuit import Circuit
 from ..core import extension
 from ..machine import memory
 from ..observables.observable import Observable, ObservableLike
+from ..programs.compile import require_circuit
+from ..programs.drive import drive, heard
+from ..programs.prepare import Prepared, for_state, prepared
+from ..programs.progress import ProgressLike, metered
+from ..programs.progress import checked as checked_progress
+from ..programs.schedule import require_schedule
 from ..results import shot_rows
 from ..results.counts import Counts
+from ..states.apply import refuse_unsupported
 from ..states.base import Qubits, highest_first
 from ..states.statevector import StateVector
 from . import files, marginals, values
-from .ranks import Ranks, ranks_of
+from .ranks import Ranks, ranks_of, sines_and_cosines
 
+_PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDouble}
 _SHOTS = {"single": extension.PartShotsSingle, "double": extension.PartShotsDouble}
 
 
@@ -54,12 +63,13 @@ class DistributedState:
 
     Examples
     --------
-    A script for ``mpirun -n 4 python script.py``, where every rank prints ``1.0 (262144,)``::
+    A script for ``mpirun -n 4 python script.py``, where every rank prints ``0.5 (262144,)``::
 
+        from velacamplix import Circuit
         from velacamplix.distributed import DistributedState
 
-        state = DistributedState(20)
-        print(state.probability(0, [3]), state.local_array.shape)
+        state = DistributedState(20).run(Circuit(20).x(3).rx(1.5707963267948966, 3))
+        print(round(state.probability(0, [3]), 6), state.local_array.shape)
     """
 
     def __init__(
@@ -152,6 +162,74 @@ class DistributedState:
             If a view made by `local_array` still exists.
         """
         self._part.release()
+
+    # Circuits
+
+    def run(self, circuit: Circuit, progress: ProgressLike = None, schedule: str = "written") -> Self:
+        """Apply the gates of a circuit to the present state, in order, as `StateVector.run` does.
+
+        Parameters
+        ----------
+        circuit : Circuit
+            On at most n qubits. Measurements at its end change nothing here.
+        progress : None, bool or callable
+            As for `velacamplix.run`; rank 0's.
+        schedule : str
+            As for `velacamplix.run`: ``"canonical:10"`` lets ranks exchange less.
+
+        Raises
+        ------
+        TypeError, ValueError
+            As for `StateVector.run`; also if ranks have other circuits than others, and for a gate that mixes more qubits
+            than a part has.
+        UnsupportedInstruction
+            If it holds what `StateVector.run` refuses.
+
+        Notes
+        -----
+        What can be refused is refused before the first gate. What ends the run later, Ctrl-C or an exception from
+        `progress`, leaves parts that belong to no state.
+        """
+        core, n, ranks = self._part._live(), self._n_qubits, self._ranks
+        require_circuit(circuit)
+        checked_progress(progress)
+        rank_bits = require_schedule(schedule)
+        if circuit.n_qubits > n:
+            raise ValueError(f"circuit must have at most {n} qubits, those of the state, got {circuit!r}")
+        refuse_unsupported(circuit.instructions)
+        if ranks.size > 1:
+            ranks.agree(
+                circuit=ranks.same(circuit), schedule=schedule, sines_and_cosines=sines_and_cosines(circuit.instructions)
+            )
+
+        def make() -> Prepared:
+            return for_state(circuit, n, self._precision, False, rank_bits)
+
+        with prepared(circuit, ("state", n, self._precision, False, rank_bits), make) as found:
+            (program,) = found.programs
+            if ranks.size > 1:
+                self._carry_out(self._planned(program, from_zeros=False), progress)
+            else:
+                with metered(progress, len(program), "gates") as meter:
+                    drive(core, program, meter.within())
+        return self
+
+    def _planned(self, program: Any, from_zeros: bool) -> Any:
+        """Return a program in stages; `from_zeros` is for a state to which nothing has happened."""
+        return _PLANS[self._precision](program, self._n_qubits, self._ranks.bits, from_zeros)
+
+    def _carry_out(self, plan: Any, progress: ProgressLike) -> None:
+        """Let the gates of a plan act in all parts, which exchange amplitudes between its stages."""
+        ranks, numbers, view = self._ranks, self._numbers, self._part._live().view()
+        number = numbers[ranks.rank]
+        with metered(progress if ranks.rank == 0 else None, len(plan), "stages") as meter:
+            for stage in range(len(plan)):
+                for partner, first, count in plan.transfers(stage, number):
+                    ranks.swap(view[first : first + count], numbers.index(partner))
+                plan.run_stage(stage, number, view, self.threads, *heard())
+                meter.advance(1)
+                meter.tell()
+        self._numbers = [plan.part_of(number) for number in numbers]
 
     # Probabilities
 

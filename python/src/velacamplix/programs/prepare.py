@@ -232,13 +232,15 @@ class _Loan:
                 kept.pop(oldest, None)
 
 
-def for_state(circuit: Circuit, n_qubits: int, precision: Precision, fusion: bool) -> Prepared:
-    """Prepare the gates of a circuit, whose measurements are at its end, as one program."""
+def for_state(
+    circuit: Circuit, n_qubits: int, precision: Precision, fusion: bool, rank_bits: int | None = None
+) -> Prepared:
+    """Prepare the gates of a circuit, whose measurements are at its end, as one program; `rank_bits` as for `Prepared`."""
 
     def one_stretch(parts: Sequence[Part]) -> Segments:
         return Segments([Stretch([step for step in gates_of(parts) if step.is_gate], None)], tuple(range(n_qubits)))
 
-    return Prepared(circuit, one_stretch, n_qubits, precision, fusion)
+    return Prepared(circuit, one_stretch, n_qubits, precision, fusion, rank_bits)
 
 
 def for_run(
