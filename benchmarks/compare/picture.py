@@ -29,7 +29,7 @@ def draw(results: Dict[str, Any], path: Path) -> None:
     ratios = [ratio for cell in compared for ratio in map(cell.times_faster, WAYS) if ratio is not None]
     steps = (1.0, 2.0, 5.0) if max(ratios, default=1) < 200 * min(ratios, default=1) else (1.0,)
     # The larger the state, the larger its mark.
-    sizes = {n: 18 + 26 * place for place, n in enumerate(sorted({cell.n for cell in figures}))}
+    sizes = {n: 24 + 26 * place for place, n in enumerate(sorted({cell.n for cell in figures}))}
     figure, axes = pyplot.subplots(
         1,
         len(precisions),
