@@ -48,9 +48,10 @@ struct program_plan {
 template <class T>
 class VELACAMPLIX_API program {
 public:
-    // Called between passes with the number of gates applied so far and in all; false stops the run there. A list of
-    // more than 4096 gates that has not been planned yet is planned first: the hook then hears of 0 gates every few
-    // milliseconds, and when it stops the run, none has acted.
+    // Called between passes with the number of gates applied so far and in all, by the calling thread but inside a
+    // parallel region whose other threads wait for it; false stops the run there. A list of more than 4096 gates that
+    // has not been planned yet is planned first: the hook then hears of 0 gates every few milliseconds, and when it
+    // stops the run, none has acted.
     using progress_hook = std::function<bool(unsigned long done, unsigned long total)>;
 
     explicit program(unsigned int nqubits);  // at most 63

@@ -167,9 +167,8 @@ bool schedule<T>::run_to_end(std::span<const gates::operation<T>> operations, th
 
 template <class T>
 unsigned long schedule<T>::run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
-                               const run_hook& hook, std::optional<unsigned long> basis_state) {
+                               const run_hook& hook) {
     make_ready(operations);
-    if (basis_state && all_passes.empty()) storage::write_basis_state(state, 1ul << nbqbits, *basis_state, team);
     std::size_t passes_run = 0;
     bool stopping = false;
     const auto between = [&](std::size_t number) {
@@ -179,7 +178,7 @@ unsigned long schedule<T>::run(std::span<const gates::operation<T>> operations, 
         return !stopping || !last.may_stop_after;
     };
     while (passes_run < all_passes.size()) {
-        run_passes(passes_run, state, {}, std::cref(between), passes_run == 0 ? basis_state : std::nullopt);
+        run_passes(passes_run, state, {}, std::cref(between));
         const pass<T>& last = all_passes[passes_run - 1];
         if (!stopping || !last.may_stop_after) break;
         if (last.gates.empty()) return last.done;  // the end of a fused batch, in which no gate waits

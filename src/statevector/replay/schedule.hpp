@@ -28,13 +28,13 @@ public:
     // Between passes the hook hears how many gates have acted and how many there are; false ends the run as soon as the
     // state is that of a prefix of the list: without fusion the gates that a later one has overtaken are applied first,
     // with fusion the batch is finished. Returns the length of the prefix.
-    // `operations` are those of the constructor. With a basis state the gates act on that one, whatever the array
-    // holds.
+    // `operations` are those of the constructor.
     unsigned long run(std::span<const gates::operation<T>> operations, thrust::complex<T>* state,
-                      const run_hook& hook = {}, std::optional<unsigned long> basis_state = {});
+                      const run_hook& hook = {});
 
     // Applies all gates. The hook is also asked inside of passes, by the calling thread; false ends the run at once.
     // The state is then of no worth, and false is returned.
+    // With a basis state the gates act on that one, whatever the array holds.
     bool run_to_end(std::span<const gates::operation<T>> operations, thrust::complex<T>* state, const run_hook& hook,
                     std::optional<unsigned long> basis_state = {});
 
