@@ -31,9 +31,10 @@ void run_pairs(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of<
     constexpr bool remembers = !std::is_invocable_v<const formula<G, V>&, V&, V&>;
     walk<V, remembers && sizeof(V) < 64 ? 1 : 2>(
         call, state, begin, end,
-        [=](const amplitude* at) {
-            __builtin_prefetch(at, 1);
-            __builtin_prefetch(at + target, 1);
+        // Unless it is inlined at once, the compiler takes it for a function without effect and leaves the call out.
+        [=](const amplitude* at) __attribute__((always_inline)) {
+            __builtin_prefetch(at, 1, 2);
+            __builtin_prefetch(at + target, 1, 2);
         },
         [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
             if constexpr (n == 1) {  // not as arrays: formulas with branches came out slower
@@ -75,7 +76,9 @@ kernel_call<T> one_qubit_call(unsigned long nbqbits, unsigned long target, unsig
     if (are_distinct(targets, where) && place_targets<wide>(placed, targets, nbqbits, where)) {
         select_groups<wide>(call, nbqbits, where, placed[0].bit, 2);
         call.target_bit[0] = placed[0].bit;
-        call.prefetch = prefetch_distance<T>(nbqbits, placed[0].bit);
+        // The hardware follows two streams well up to runs of 256 bytes.
+        constexpr unsigned long least_run = 512 / sizeof(thrust::complex<T>);
+        if (placed[0].bit >= least_run) call.prefetch = prefetch_distance<T>(nbqbits, placed[0].bit);
         call.run = choose_loop<G, wide, -1>(placed[0].exchanged_with, call.lane_fixed != 0);
     } else {
         select_groups<narrow>(call, nbqbits, where, target, 2);

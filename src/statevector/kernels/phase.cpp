@@ -13,7 +13,8 @@ void run_phases(const kernel_call<scalar_of<V>>& call, thrust::complex<scalar_of
     const bits_of<V> changed = lane_mask<V>(call);
     using amplitude = thrust::complex<scalar_of<V>>;
     walk<V, 2>(
-        call, state, begin, end, [](const amplitude* at) { __builtin_prefetch(at, 1); },
+        call, state, begin, end,
+        [](const amplitude* at) __attribute__((always_inline)) { __builtin_prefetch(at, 1, 2); },
         [=]<std::size_t n>(const std::array<amplitude*, n>& at) __attribute__((always_inline)) {
             V a[n];
             for (unsigned k = 0; k < n; ++k) {
