@@ -149,7 +149,8 @@ public:
     // Values are those of term_values, summed. Derivatives are summed in double precision. Their bits follow from the
     // gates with their numbers, the qubits of the state, T and the observable alone: not from the number of threads,
     // the caches, the instruction set, the other observables or the other gates asked for. Where no gate on the way
-    // from an angle to an observable joins their qubits, the derivative is 0 exactly.
+    // from an angle to an observable joins their qubits, the derivative is 0 exactly. With fusion gates are multiplied
+    // forward and back: results agree up to rounding, and the bits follow from what those of a fused run do.
     //
     // It takes two states and 64 KiB per thread for one observable; for more, a state more for each, up to most_states
     // or what there is free memory for: the others take their turns, each turn with a run forward of its own. Where not

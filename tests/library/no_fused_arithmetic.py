@@ -24,15 +24,15 @@ processors = {
     ),
 }
 # The loops that may; and from there what leads to them, step by step. A function of one step may be named, in a call or as
-# an address, by functions of the same step and of the next alone. The constructor of a schedule, where it ends, is told
-# by a flag whether it may fuse.
+# an address, by functions of the same step and of the next alone. The constructor of a schedule and the member that
+# plans the way back of a gradient, where it ends, go by the program's flag.
 fused_loops = re.compile(r"velacamplix::kernels::\(anonymous namespace\)::run_fused")
 ways = [
     re.compile(r"velacamplix::kernels::(\(anonymous namespace\)::)?(\w+_)?fused_?\w*<"),
     re.compile(r"velacamplix::fusion::(\(anonymous namespace\)::)?(block_former|form_blocks|block_on|make_block_of_matrix)\b"),
-    re.compile(r"velacamplix::fusion::fuse<"),
-    re.compile(r"velacamplix::replay::make_fused_passes<"),
-    re.compile(r"velacamplix::replay::schedule<\w+>::schedule\("),
+    re.compile(r"velacamplix::fusion::fuse<|velacamplix::gradients::((\(anonymous namespace\)::)?block_former|fused_gates)<"),
+    re.compile(r"velacamplix::replay::make_fused_passes<|velacamplix::gradients::make_plan_back<"),
+    re.compile(r"velacamplix::replay::schedule<\w+>::schedule\(|pbamplix::cpu::program<\w+>::gradient\("),
 ]
 # The address of code that an instruction names, and what stands there: `call 1234 <name+0x56>`.
 target = re.compile(r"(?:# )?[0-9a-f]+ <(.+?)(?:\+0x[0-9a-f]+)?>$")

@@ -41,7 +41,7 @@ def expectation(
     values : array, shape (..., number of parameters)
         In the order of ``circuit.parameters``, in float32 or float64; all axes but the last are a batch.
     **how
-        ``method``, ``precision``, ``threads``, ``initial``, ``initial_order`` as for `Circuit.value_and_gradient`.
+        ``method``, ``precision``, ``threads``, ``initial``, ``initial_order``, ``fusion`` as for `Circuit.value_and_gradient`.
 
     Returns
     -------

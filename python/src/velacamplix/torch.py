@@ -44,7 +44,7 @@ def expectation(
         In the order of ``circuit.parameters``, in float32 or float64, in the CPU's memory; all axes but the last are a
         batch.
     **how
-        ``method``, ``precision``, ``threads``, ``initial``, ``initial_order`` as for `Circuit.value_and_gradient`.
+        ``method``, ``precision``, ``threads``, ``initial``, ``initial_order``, ``fusion`` as for `Circuit.value_and_gradient`.
         An initial state must stay as it is until `backward` is through.
 
     Returns

@@ -436,5 +436,46 @@ def test_wrong_arguments_are_refused():
         circuit.gradient("Z0", good, progress=3)
     with refused(ValueError, "initial"):
         circuit.gradient("Z0", good, initial="0")
+    with pytest.raises(TypeError, match="fused"):
+        circuit.gradient("Z0", good, fused=True)
+
+
+def on_pairs(n, count, seed):
+    """Gates of every kind on one and two qubits, most with neighbours on the same pair."""
+    generator = np.random.default_rng(seed)
+    gates = [gate for gate in GATES.values() if gate.n_qubits <= 2 and gate.methods]
+    circuit = Circuit(n)
+    for number in range(count):
+        gate = gates[generator.integers(len(gates))]
+        angles = [Parameter(f"p{number}_{place}") for place in range(gate.n_params)]
+        qubits = [int(qubit) for qubit in generator.permutation(n)[: gate.n_qubits]]
+        getattr(circuit, min(gate.methods, key=gate.methods.get))(*angles, *qubits)
+    return circuit
+
+
+@pytest.mark.parametrize("precision", ["double", "single"])
+def test_fusion_gives_the_same_up_to_rounding_for_any_number_of_threads(precision):
+    tolerance = 1e-11 if precision == "double" else 1e-4
+    for n, circuit in [(4, on_pairs(4, 80, 1)), (13, on_pairs(13, 80, 2)), (13, ansatz(13, 2))]:
+        observables = [random_observable(n, 3), "Z0"]
+        values = values_for(circuit)
+        exact = circuit.jacobian(observables, values)
+        fused = circuit.jacobian(observables, values, precision=precision, fusion=True, threads=1)
+        assert abs(fused - exact).max() < tolerance
+        assert not np.array_equal(fused, exact)
+        again = circuit.jacobian(observables, values, precision=precision, fusion=True, threads=3)
+        assert fused.tobytes() == again.tobytes()
+        value, gradient = circuit.value_and_gradient(observables[0], values, precision=precision, fusion=True)
+        assert gradient.tobytes() == fused[0].tobytes()
+        assert abs(value - run(circuit.bind(values), observables=observables[0]).expectation_values) < 10 * tolerance
+        # What is exact stays exact beside it.
+        assert circuit.jacobian(observables, values).tobytes() == exact.tobytes()
+
+
+def test_fusion_is_for_the_adjoint_method():
+    circuit = ansatz(2, 1)
+    for method, how in [("parameter-shift", {}), ("finite-shots", {"shots": 10})]:
+        with pytest.raises(ValueError, match=f"fusion must be False with method='{method}', got True"):
+            circuit.gradient("Z0", values_for(circuit), method=method, fusion=True, **how)
     with pytest.raises(TypeError, match="fusion"):
-        circuit.gradient("Z0", good, fusion=True)
+        circuit.gradient("Z0", values_for(circuit), fusion="yes")

@@ -18,6 +18,11 @@ struct pauli_sum {
     bool is_diagonal() const { return flip == 0; }
 };
 
+// The number of Y follows from the masks.
+inline bool is_same(const pauli_sum& a, const pauli_sum& b) {
+    return a.flip == b.flip && a.phase == b.phase && a.controls == b.controls;
+}
+
 // The sum over arrays of 2^bits amplitudes.
 template <class T>
 double sum_of_flip(const thrust::complex<T>* lambda, const thrust::complex<T>* psi, unsigned bits,

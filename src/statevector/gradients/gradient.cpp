@@ -103,6 +103,21 @@ double distance(const thrust::complex<T>* psi, unsigned long size, const thrust:
     return std::sqrt(sum);
 }
 
+// Where the sums of a gate's derivatives stand among all, and with which weights.
+struct gate_derivative {
+    std::vector<std::size_t> places;
+    std::vector<std::vector<double>> weights;
+};
+
+// The place of a sum in a list, which takes it up if it is new.
+std::size_t place_among(std::vector<pauli_sum>& sums, const pauli_sum& wanted) {
+    const auto known =
+        std::find_if(sums.begin(), sums.end(), [&](const pauli_sum& sum) { return is_same(sum, wanted); });
+    const auto place = static_cast<std::size_t>(known - sums.begin());
+    if (known == sums.end()) sums.push_back(wanted);
+    return place;
+}
+
 // How many lambdas there may be at a time. What fits changes no result.
 unsigned long lambdas_at_a_time(std::size_t observables, unsigned long most_states, unsigned long state_bytes) {
     const unsigned long fit = std::min(storage::free_memory() / state_bytes, most_states);
@@ -172,8 +187,10 @@ gradient_result program<T>::gradient(const std::vector<WObservable<double>>& obs
     auto* const forward = content.schedule_for(0, operations.size(), n, settings.nthreads,
                                                settings.hook ? on_the_way_forward : progress_hook());
     if (!content.way_back || content.way_back->state_qubits != n) {
-        content.way_back = {n, layers_back(operations, n, [&] { tell(0); })};
+        content.way_back =
+            std::make_shared<plan_back<T>>(make_plan_back(operations, n, content.fusion, [&] { tell(0); }));
     }
+    const plan_back<T>& back = *content.way_back;
 
     auto psi = storage::make_amplitudes<T>(size);
     std::vector<state_array<T>> lambdas;
@@ -211,20 +228,25 @@ gradient_result program<T>::gradient(const std::vector<WObservable<double>>& obs
             }
         }
 
-        std::vector<sums_at_gate> wanted;
-        std::vector<derivative> derivatives;
-        std::vector<std::size_t> first_sum(operations.size());
+        std::vector<sums_behind> wanted;
+        std::vector<gate_derivative> derivatives(operations.size());
         std::size_t sums = 0;
-        for (unsigned long gate = 0; gate < operations.size(); ++gate) {
-            if (!is_wanted[gate] || !in_any_cone[gate]) continue;
-            derivatives.push_back(derivative_of(operations[gate]));
-            wanted.push_back({gate, derivatives.back().sums});
-            first_sum[gate] = sums;
-            sums += derivatives.back().sums.size();
+        for (unsigned long block = 0; block < back.blocks.size(); ++block) {
+            sums_behind behind{block, {}};
+            for (unsigned long place = 0; place < back.blocks[block].size(); ++place) {
+                const unsigned long gate = back.blocks[block][place];
+                if (!is_wanted[gate] || !in_any_cone[gate]) continue;
+                derivative own = derivative_of(operations, back.blocks, block, place);
+                std::vector<std::size_t>& places = derivatives[gate].places;
+                for (const pauli_sum& sum : own.sums) places.push_back(sums + place_among(behind.sums, sum));
+                derivatives[gate].weights = std::move(own.weights);
+            }
+            if (behind.sums.empty()) continue;
+            sums += behind.sums.size();
+            wanted.push_back(std::move(behind));
         }
-        const auto totals =
-            run_back(operations, content.way_back->layers, wanted, n, settings.nthreads, psi.get(), taken_back,
-                     [&](unsigned long undone, unsigned long) { tell(undone * (1 + last - first)); });
+        const auto totals = run_back(operations, back, wanted, settings.nthreads, psi.get(), taken_back,
+                                     [&](unsigned long undone, unsigned long) { tell(undone * (1 + last - first)); });
         done += operations.size() * (1 + last - first);
         if (b == 0) result.return_error = distance(psi.get(), size, initial, settings.nthreads);
 
@@ -233,11 +255,11 @@ gradient_result program<T>::gradient(const std::vector<WObservable<double>>& obs
             for (std::size_t g = 0; g < gates.size(); ++g) {
                 const unsigned long gate = gates[g];
                 if (!cones[k - first][gate]) continue;
-                const derivative d = derivative_of(operations[gate]);
+                const gate_derivative& d = derivatives[gate];
                 for (std::size_t a = 0; a < d.weights.size(); ++a) {
                     double value = 0;
-                    for (std::size_t s = 0; s < d.sums.size(); ++s) {
-                        value += d.weights[a][s] * totals[k - first][first_sum[gate] + s];
+                    for (std::size_t s = 0; s < d.places.size(); ++s) {
+                        value += d.weights[a][s] * totals[k - first][d.places[s]];
                     }
                     row[first_angle[g] + a] = value;
                 }

@@ -40,8 +40,9 @@ struct Gate {
 };
 
 template <class T>
-program<T> program_of(const std::vector<Gate>& gates, unsigned int n) {
+program<T> program_of(const std::vector<Gate>& gates, unsigned int n, bool fusion = false) {
     program<T> list(n);
+    list.set_fusion(fusion);
     for (const Gate& gate : gates) list.add_gate(gate.name, gate.angles, gate.qubits, gate.controls);
     return list;
 }
@@ -139,6 +140,14 @@ std::vector<Gate> random_gates(unsigned int n, unsigned int count, unsigned int 
     return gates;
 }
 
+// Without those on more than two qubits: most have neighbours on the same pair.
+std::vector<Gate> small_gates(unsigned int n, unsigned int count, unsigned int seed) {
+    std::vector<Gate> gates = random_gates(n, 4 * count, seed);
+    std::erase_if(gates, [](const Gate& gate) { return gate.qubits.size() + gate.controls.size() > 2; });
+    if (gates.size() > count) gates.resize(count);
+    return gates;
+}
+
 // Layers of RY and RZ on all qubits and a chain of CNOT.
 std::vector<Gate> layers_on(unsigned int n, unsigned int layers) {
     std::vector<Gate> gates;
@@ -156,6 +165,8 @@ void expect_near(const std::vector<double>& expected, const std::vector<double>&
     ASSERT_EQ(expected.size(), got.size()) << where;
     for (std::size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(expected[i], got[i], tolerated) << where << ", " << i;
 }
+
+std::string told(bool fusion) { return fusion ? ", fused" : ""; }
 
 testing::AssertionResult same_results(const gradient_result& expected, const gradient_result& got) {
     const auto values = same_bits(expected.values, got.values);
@@ -181,11 +192,14 @@ TYPED_TEST(gradient, of_every_gate_with_angles_and_up_to_two_controls_is_that_of
                     tried.angles.push_back(attempt == 0 ? 0 : 0.75 - 0.5 * attempt + a);
                 }
                 gates.insert(gates.begin() + 4, tried);
-                const auto got = program_of<T>(gates, n).gradient(all_compiled(sums), turned(gates));
-                expect_near(by_shifts(gates, n, sums), got.derivatives, tolerance<T>,
-                            name + ", " + std::to_string(count) + " controls");
-                expect_near(values_after(gates, n, sums), got.values, tolerance<T>, name);
-                EXPECT_LT(got.return_error, sizeof(T) == 4 ? 1e-5 : 1e-14) << name;
+                const auto derivatives = by_shifts(gates, n, sums), values = values_after(gates, n, sums);
+                for (const bool fusion : {false, true}) {
+                    const auto got = program_of<T>(gates, n, fusion).gradient(all_compiled(sums), turned(gates));
+                    const std::string where = name + ", " + std::to_string(count) + " controls" + told(fusion);
+                    expect_near(derivatives, got.derivatives, tolerance<T>, where);
+                    expect_near(values, got.values, tolerance<T>, where);
+                    EXPECT_LT(got.return_error, sizeof(T) == 4 ? 1e-5 : 1e-14) << where;
+                }
             }
         }
     }
@@ -196,8 +210,25 @@ TYPED_TEST(gradient, of_random_circuits_inside_one_buffer_and_over_many_is_that_
     for (const unsigned int n : {1u, 2u, 3u, 4u, 8u, 13u}) {
         const std::vector<Sum> sums = {random_hermitian(n, 10, n), random_hermitian(n, 3, n + 1)};
         const auto gates = random_gates(n, n > 8 ? 24 : 40, n);
-        const auto got = program_of<T>(gates, n).gradient(all_compiled(sums), turned(gates));
-        expect_near(by_shifts(gates, n, sums), got.derivatives, tolerance<T>, std::to_string(n) + " qubits");
+        const auto expected = by_shifts(gates, n, sums);
+        for (const bool fusion : {false, true}) {
+            const auto got = program_of<T>(gates, n, fusion).gradient(all_compiled(sums), turned(gates));
+            expect_near(expected, got.derivatives, tolerance<T>, std::to_string(n) + " qubits" + told(fusion));
+        }
+    }
+}
+
+TYPED_TEST(gradient, of_gates_that_fusion_multiplies_is_that_of_shifted_angles) {
+    using T = TypeParam;
+    for (unsigned int seed = 0; seed < 12; ++seed) {
+        const unsigned int n = 1 + seed % 4;
+        const std::vector<Sum> sums = {random_hermitian(n, 10, seed), random_hermitian(n, 2, seed + 1)};
+        const auto gates = small_gates(n, 40, seed);
+        const auto got = program_of<T>(gates, n, true).gradient(all_compiled(sums), turned(gates));
+        const std::string where = std::to_string(n) + " qubits, " + std::to_string(seed);
+        expect_near(by_shifts(gates, n, sums), got.derivatives, tolerance<T>, where);
+        expect_near(values_after(gates, n, sums), got.values, tolerance<T>, where);
+        EXPECT_LT(got.return_error, sizeof(T) == 4 ? 1e-5 : 1e-13) << where;
     }
 }
 
@@ -206,8 +237,11 @@ TYPED_TEST(gradient, of_layers_over_many_buffers_is_that_of_shifted_angles) {
     const unsigned int n = 13;
     const auto gates = layers_on(n, 1);
     const std::vector<Sum> sums = {one_string(0, 3), one_string(1ul << (n - 1), 0), random_hermitian(n, 5, 1)};
-    const auto got = program_of<T>(gates, n).gradient(all_compiled(sums), turned(gates));
-    expect_near(by_shifts(gates, n, sums), got.derivatives, tolerance<T>, "layers");
+    const auto expected = by_shifts(gates, n, sums);
+    for (const bool fusion : {false, true}) {
+        const auto got = program_of<T>(gates, n, fusion).gradient(all_compiled(sums), turned(gates));
+        expect_near(expected, got.derivatives, tolerance<T>, "layers" + told(fusion));
+    }
 }
 
 TYPED_TEST(gradient, has_the_same_bits_for_every_number_of_threads) {
@@ -217,11 +251,16 @@ TYPED_TEST(gradient, has_the_same_bits_for_every_number_of_threads) {
         const auto layers = layers_on(n, 2);
         gates.insert(gates.end(), layers.begin(), layers.end());
         const auto sums = all_compiled({random_hermitian(n, 12, n), one_string(3, 1), one_string(0, 5)});
-        const auto expected = program_of<T>(gates, n).gradient(sums, turned(gates), {.nthreads = 1});
-        for (const int threads : {2, 3, 8}) {
-            const auto got = program_of<T>(gates, n).gradient(sums, turned(gates), {.nthreads = threads});
-            EXPECT_TRUE(same_results(expected, got)) << n << " qubits, " << threads << " threads";
-            EXPECT_TRUE(same_bits(expected.return_error, got.return_error));
+        const auto pairs = small_gates(n, 80, n);
+        gates.insert(gates.end(), pairs.begin(), pairs.end());
+        for (const bool fusion : {false, true}) {
+            auto list = program_of<T>(gates, n, fusion);
+            const auto expected = list.gradient(sums, turned(gates), {.nthreads = 1});
+            for (const int threads : {2, 3, 8}) {
+                const auto got = list.gradient(sums, turned(gates), {.nthreads = threads});
+                EXPECT_TRUE(same_results(expected, got)) << n << " qubits, " << threads << " threads" << told(fusion);
+                EXPECT_TRUE(same_bits(expected.return_error, got.return_error));
+            }
         }
     }
 }
@@ -229,24 +268,26 @@ TYPED_TEST(gradient, has_the_same_bits_for_every_number_of_threads) {
 TYPED_TEST(gradient, of_one_observable_or_gate_does_not_depend_on_the_others) {
     using T = TypeParam;
     const unsigned int n = 13;
-    const auto gates = random_gates(n, 60, 5);
-    std::vector<WObservable<double>> sums;
-    for (unsigned int k = 0; k < 35; ++k) sums.push_back(compiled(random_hermitian(n, 2, k)));  // two batches
-    auto list = program_of<T>(gates, n);
-    const auto all = list.gradient(sums, turned(gates));
-    const std::size_t angles = all.derivatives.size() / sums.size();
-    for (const std::size_t k : {0ul, 17ul, 34ul}) {
-        const auto alone = list.gradient({sums[k]}, turned(gates));
-        const std::vector<double> row(all.derivatives.begin() + static_cast<long>(k * angles),
-                                      all.derivatives.begin() + static_cast<long>((k + 1) * angles));
-        EXPECT_TRUE(same_bits(row, alone.derivatives)) << k;
-        EXPECT_TRUE(same_bits(all.values[k], alone.values[0])) << k;
-    }
-    std::size_t at = 0;
-    for (const unsigned long gate : turned(gates)) {
-        const auto alone = list.gradient({sums[0]}, {gate});
-        for (std::size_t a = 0; a < alone.derivatives.size(); ++a, ++at) {
-            EXPECT_TRUE(same_bits(all.derivatives[at], alone.derivatives[a])) << gates[gate].name;
+    for (const bool fusion : {false, true}) {
+        const auto gates = fusion ? small_gates(n, 60, 5) : random_gates(n, 60, 5);
+        std::vector<WObservable<double>> sums;
+        for (unsigned int k = 0; k < 35; ++k) sums.push_back(compiled(random_hermitian(n, 2, k)));  // two batches
+        auto list = program_of<T>(gates, n, fusion);
+        const auto all = list.gradient(sums, turned(gates));
+        const std::size_t angles = all.derivatives.size() / sums.size();
+        for (const std::size_t k : {0ul, 17ul, 34ul}) {
+            const auto alone = list.gradient({sums[k]}, turned(gates));
+            const std::vector<double> row(all.derivatives.begin() + static_cast<long>(k * angles),
+                                          all.derivatives.begin() + static_cast<long>((k + 1) * angles));
+            EXPECT_TRUE(same_bits(row, alone.derivatives)) << k << told(fusion);
+            EXPECT_TRUE(same_bits(all.values[k], alone.values[0])) << k << told(fusion);
+        }
+        std::size_t at = 0;
+        for (const unsigned long gate : turned(gates)) {
+            const auto alone = list.gradient({sums[0]}, {gate});
+            for (std::size_t a = 0; a < alone.derivatives.size(); ++a, ++at) {
+                EXPECT_TRUE(same_bits(all.derivatives[at], alone.derivatives[a])) << gates[gate].name << told(fusion);
+            }
         }
     }
 }
@@ -297,10 +338,12 @@ TYPED_TEST(gradient, is_zero_exactly_outside_of_the_light_cone) {
 TYPED_TEST(gradient, comes_back_to_the_start_after_ten_thousand_gates) {
     const unsigned int n = 6;
     const auto gates = random_gates(n, 10000, 1);
-    auto list = program_of<TypeParam>(gates, n);
-    const auto got = list.gradient({compiled(one_string(1, 0))}, {});
-    EXPECT_LE(got.return_error, sizeof(TypeParam) == 4 ? 1e-4 : 1e-13);
-    EXPECT_GT(got.return_error, 0);
+    for (const bool fusion : {false, true}) {
+        auto list = program_of<TypeParam>(gates, n, fusion);
+        const auto got = list.gradient({compiled(one_string(1, 0))}, {});
+        EXPECT_LE(got.return_error, sizeof(TypeParam) == 4 ? 1e-4 : 1e-13) << told(fusion);
+        EXPECT_GT(got.return_error, 0) << told(fusion);
+    }
 }
 
 namespace {
@@ -386,18 +429,24 @@ TYPED_TEST(gradient, begins_with_the_initial_state_and_leaves_it) {
 TYPED_TEST(gradient, follows_new_angles_and_new_gates) {
     using T = TypeParam;
     const unsigned int n = 12;
-    auto gates = layers_on(n, 1);
-    auto list = program_of<T>(gates, n);
-    const auto sum = compiled(random_hermitian(n, 4, 1));
-    list.gradient({sum}, turned(gates));
-    gates[3].angles = {0.875};
-    list.set_params(3, {0.875});
-    EXPECT_TRUE(
-        same_results(program_of<T>(gates, n).gradient({sum}, turned(gates)), list.gradient({sum}, turned(gates))));
-    gates.push_back({"RX", {0.5}, {2}});
-    list.add_gate("RX", {0.5}, {2});
-    EXPECT_TRUE(
-        same_results(program_of<T>(gates, n).gradient({sum}, turned(gates)), list.gradient({sum}, turned(gates))));
+    for (const bool fusion : {false, true}) {
+        auto gates = layers_on(n, 1);
+        auto list = program_of<T>(gates, n, fusion);
+        const auto sum = compiled(random_hermitian(n, 4, 1));
+        list.gradient({sum}, turned(gates));
+        gates[3].angles = {0.875};
+        list.set_params(3, {0.875});
+        EXPECT_TRUE(same_results(program_of<T>(gates, n, fusion).gradient({sum}, turned(gates)),
+                                 list.gradient({sum}, turned(gates))));
+        gates.push_back({"RX", {0.5}, {2}});
+        list.add_gate("RX", {0.5}, {2});
+        EXPECT_TRUE(same_results(program_of<T>(gates, n, fusion).gradient({sum}, turned(gates)),
+                                 list.gradient({sum}, turned(gates))));
+        // And fusion itself.
+        list.set_fusion(!fusion);
+        EXPECT_TRUE(same_results(program_of<T>(gates, n, !fusion).gradient({sum}, turned(gates)),
+                                 list.gradient({sum}, turned(gates))));
+    }
 }
 
 TYPED_TEST(gradient, tells_how_far_it_is_and_ends_when_it_is_told) {

@@ -3,6 +3,7 @@
 #include "statevector/fusion/one_qubit_unitary.hpp"
 #include "statevector/gradients/derivative.hpp"
 #include "statevector/gradients/inverse.hpp"
+#include "statevector/gradients/turn.hpp"
 #include "statevector/index/bits.hpp"
 #include "statevector/replay/chunk_copies.hpp"
 #include "statevector/replay/pass.hpp"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 
 namespace velacamplix::gradients {
 
@@ -49,10 +51,18 @@ struct sum_in_chunk {
     bool is_folded() const { return inside.controls == 0 && index::count_bits(inside.phase) <= 1; }
 };
 
-// Sums, and the steps that follow on them.
+// The turn that undoes a rotation, with the number of its sum; none where it is not wanted.
+template <class T>
+struct turned_gate {
+    turn<T> by;
+    std::optional<std::size_t> number;
+};
+
+// Sums, a turn behind them, and the steps that follow.
 template <class T>
 struct station {
     std::vector<sum_in_chunk> of_flips, of_products;
+    std::optional<turned_gate<T>> turned;
     std::vector<replay::step<T>> steps;
 };
 
@@ -101,18 +111,55 @@ std::vector<operation<T>> with_products(const std::vector<const operation<T>*>& 
     return result;
 }
 
+// A block of a layer.
+template <class T>
+struct undone_block {
+    std::vector<operation<T>> undoing;
+    bool has_angles, is_diagonal;
+    bool is_turned;             // by a turn that forms its sum as well
+    const sums_behind* wanted;  // or null
+};
+
+// Whether all gates of a block are diagonal, and whether any takes an angle.
+template <class T>
+bool is_diagonal(std::span<const operation<T>> operations, std::span<const unsigned long> block) {
+    return std::all_of(block.begin(), block.end(), [&](unsigned long gate) { return operations[gate].is_diagonal(); });
+}
+template <class T>
+bool has_angles(std::span<const operation<T>> operations, std::span<const unsigned long> block) {
+    return std::any_of(block.begin(), block.end(),
+                       [&](unsigned long gate) { return gates::angles_of(operations[gate].kind) != 0; });
+}
+
+// A matrix in the place of several gates mixes all of their qubits.
+template <class T>
+plan::footprint footprint_of(std::span<const operation<T>> operations, std::span<const unsigned long> block) {
+    if (block.size() == 1) return plan::footprint_of(operations[block[0]]);
+    unsigned long qubits = 0;
+    for (const unsigned long gate : block) qubits |= operations[gate].target_mask() | operations[gate].controls;
+    return is_diagonal(operations, block) ? plan::footprint{0, qubits, false} : plan::footprint{qubits, 0, false};
+}
+
+// How many sums the derivatives by the gates of a block take at most.
+template <class T>
+unsigned most_sums_of(std::span<const operation<T>> operations, std::span<const unsigned long> block) {
+    constexpr unsigned of_a_pair = 16;
+    unsigned count = 0;
+    for (const unsigned long gate : block) count += count_sums(operations[gate].kind);
+    return block.size() == 1 ? count : count == 0 ? 0 : of_a_pair;
+}
+
 // One layer with all it takes.
 template <class T>
 class backward_pass {
 public:
-    // `undoing`: the inverted gates of the layer, in order; `wanted`: for each the sums behind it, or null. Which gates
-    // have a station of their own does not depend on what is wanted, so that one sum's bits do not depend on others.
-    backward_pass(const std::vector<operation<T>>& undoing, const std::vector<const sums_at_gate*>& wanted,
-                  unsigned long local, unsigned nbqbits)
+    // Which blocks of the layer have a station of their own does not depend on what is wanted, so that one sum's bits
+    // do not depend on others.
+    backward_pass(const std::vector<undone_block<T>>& undone, unsigned long local, unsigned nbqbits)
         : nbqbits_(nbqbits), local_(local), chunks_(local) {
         const replay::locality where(local);
         std::vector<const operation<T>*> taken;
-        bool all_diagonal = true;  // of those taken
+        bool all_diagonal = true;  // of what has acted since the last sums
         const auto close = [&] {
             if (taken.empty()) return;
             const std::vector<operation<T>> fewer = with_products(taken);
@@ -121,25 +168,23 @@ public:
             for (const operation<T>& op : fewer) listed.push_back(&op);
             stations_.back().steps = replay::steps_of(listed, where);
             taken.clear();
-            all_diagonal = true;
         };
         stations_.emplace_back();
-        for (std::size_t i = 0; i < undoing.size(); ++i) {
-            const bool diagonal = undoing[i].is_diagonal();
-            const bool has_angles = gates::angles_of(undoing[i].kind) != 0;
+        for (const undone_block<T>& block : undone) {
+            const bool is_first = taken.empty() && !stations_.back().turned;
             // What diagonal gates leave as it is, a station at their beginning tells for all of them.
-            if (has_angles && !taken.empty() && !(diagonal && all_diagonal)) {
+            if (block.has_angles && !is_first && !(block.is_diagonal && all_diagonal)) {
                 close();
                 stations_.emplace_back();
+                all_diagonal = true;
             }
-            if (wanted[i] != nullptr) {
-                for (const pauli_sum& sum : wanted[i]->sums) {
-                    auto& list = sum.is_diagonal() ? stations_.back().of_products : stations_.back().of_flips;
-                    list.push_back(seen_from(where, sum, count_++));
-                }
+            if (block.is_turned && index::count_bits(local) >= least_turned_bits) {
+                stations_.back().turned = turned_by(block, where);
+            } else {
+                take_sums(block, where);
+                for (const operation<T>& op : block.undoing) taken.push_back(&op);
             }
-            taken.push_back(&undoing[i]);
-            all_diagonal = all_diagonal && diagonal;
+            all_diagonal = all_diagonal && block.is_diagonal;
         }
         close();
     }
@@ -184,6 +229,24 @@ public:
     }
 
 private:
+    void take_sums(const undone_block<T>& block, const replay::locality& where) {
+        if (block.wanted == nullptr) return;
+        for (const pauli_sum& sum : block.wanted->sums) {
+            auto& list = sum.is_diagonal() ? stations_.back().of_products : stations_.back().of_flips;
+            list.push_back(seen_from(where, sum, count_++));
+        }
+    }
+
+    turned_gate<T> turned_by(const undone_block<T>& block, const replay::locality& where) {
+        const operation<T>& op = block.undoing[0];
+        const bool about_x = op.kind == gates::gate_kind::rx;
+        const auto& c = op.coefficients;
+        turned_gate<T> gate{{where.inside(op.target_mask()), about_x, c[0].real(), about_x ? c[1].imag() : c[1].real()},
+                            std::nullopt};
+        if (block.wanted != nullptr) gate.number = count_++;
+        return gate;
+    }
+
     // The chunk c of all states, while the lines of `next` are fetched.
     void run_copied(const std::vector<thrust::complex<T>*>& states, unsigned long c, unsigned long next,
                     const std::vector<thrust::complex<T>*>& buffers, double* products, double* sums) const {
@@ -206,6 +269,10 @@ private:
         const unsigned bits = index::count_bits(local_);
         for (std::size_t k = 1; k < arrays.size(); ++k) {
             add_sums(s, arrays[k], arrays[0], bits, base, products, sums + (k - 1) * count_);
+        }
+        for (std::size_t k = 1; k < arrays.size() && s.turned; ++k) {
+            const double sum = sum_and_turn(arrays[k], arrays[0], bits, s.turned->by, k + 1 == arrays.size());
+            if (s.turned->number) sums[(k - 1) * count_ + *s.turned->number] += sum;
         }
         for (const replay::step<T>& step : s.steps) {
             if (!step.acts_on(base)) continue;
@@ -276,24 +343,30 @@ std::vector<unsigned long> diagonals_together(const std::vector<unsigned long>& 
 }  // namespace
 
 template <class T>
-std::vector<plan::layer> layers_back(std::span<const operation<T>> operations, unsigned nbqbits,
-                                     const std::function<void()>& go_on) {
-    std::vector<plan::footprint> footprints = plan::footprints_of(operations);
-    std::reverse(footprints.begin(), footprints.end());
-    std::vector<plan::layer> layers;
+plan_back<T> make_plan_back(std::span<const operation<T>> operations, unsigned nbqbits, bool fusion,
+                            const std::function<void()>& go_on) {
+    plan_back<T> made{
+        nbqbits, fusion, fusion ? fused_gates(operations, go_on) : single_gates<T>(operations.size()), {}};
+    const block_list<T>& blocks = made.blocks;
+    std::vector<plan::layer>& layers = made.layers;
+    std::vector<plan::footprint> footprints;
+    footprints.reserve(blocks.size());
+    for (unsigned long block = blocks.size(); block-- > 0;) {
+        footprints.push_back(footprint_of(operations, blocks[block]));
+    }
     unsigned long done = 0, next_question = replay::gates_between_questions;
     plan::deal_out(footprints, nbqbits, shape<T>, plan::exchange::up_to_rounding, [&](plan::layer layer) {
         // A layer with many sums is cut into several, each with partial sums of bounded size.
         plan::layer part{{}, layer.local};
         unsigned long sums = 0;
-        for (const unsigned long gate : diagonals_together(layer.gates, footprints)) {
-            const unsigned more = count_sums(operations[operations.size() - 1 - gate].kind);
+        for (const unsigned long place : diagonals_together(layer.gates, footprints)) {
+            const unsigned more = most_sums_of(operations, blocks[blocks.size() - 1 - place]);
             if (sums + more > most_sums) {
                 layers.push_back(std::move(part));
                 part = {{}, layer.local};
                 sums = 0;
             }
-            part.gates.push_back(gate);
+            part.gates.push_back(place);
             sums += more;
         }
         layers.push_back(std::move(part));
@@ -304,48 +377,52 @@ std::vector<plan::layer> layers_back(std::span<const operation<T>> operations, u
         }
         return true;
     });
-    return layers;
+    return made;
 }
 
 template <class T>
-std::vector<std::vector<double>> run_back(std::span<const operation<T>> operations,
-                                          const std::vector<plan::layer>& layers,
-                                          const std::vector<sums_at_gate>& wanted, unsigned nbqbits, int nthreads,
-                                          thrust::complex<T>* psi, const std::vector<thrust::complex<T>*>& lambdas,
+std::vector<std::vector<double>> run_back(std::span<const operation<T>> operations, const plan_back<T>& plan,
+                                          const std::vector<sums_behind>& wanted, int nthreads, thrust::complex<T>* psi,
+                                          const std::vector<thrust::complex<T>*>& lambdas,
                                           const pbamplix::work_hook& hook) {
+    const block_list<T>& blocks = plan.blocks;
+    const unsigned nbqbits = plan.state_qubits;
     const int team = storage::team_size(nthreads);
     std::vector<thrust::complex<T>*> states = {psi};
     states.insert(states.end(), lambdas.begin(), lambdas.end());
 
-    std::vector<const sums_at_gate*> wanted_at(operations.size());
+    std::vector<const sums_behind*> wanted_at(blocks.size());
     std::vector<std::size_t> first_of(wanted.size());  // where the sums of each begin among all
     std::size_t all = 0;
     for (std::size_t i = 0; i < wanted.size(); ++i) {
-        wanted_at[wanted[i].gate] = &wanted[i];
+        wanted_at[wanted[i].block] = &wanted[i];
         first_of[i] = all;
         all += wanted[i].sums.size();
     }
     std::vector<std::vector<double>> totals(lambdas.size(), std::vector<double>(all));
 
-    unsigned long undone = 0;
-    for (const plan::layer& layer : layers) {
-        std::vector<operation<T>> undoing;
-        std::vector<const sums_at_gate*> sums;
-        undoing.reserve(layer.gates.size());
+    unsigned long undone_gates = 0;
+    for (const plan::layer& layer : plan.layers) {
+        std::vector<undone_block<T>> undone;
+        undone.reserve(layer.gates.size());
         for (const unsigned long i : layer.gates) {
-            const unsigned long gate = operations.size() - 1 - i;
-            undoing.push_back(inverse_of(operations[gate]));
-            sums.push_back(wanted_at[gate]);
+            const unsigned long block = blocks.size() - 1 - i;
+            const std::span<const unsigned long> gates = blocks[block];
+            undone.push_back({undoing_of(operations, blocks, block), has_angles(operations, gates),
+                              is_diagonal(operations, gates),
+                              plan.fusion && gates.size() == 1 && is_turn(operations[gates[0]]), wanted_at[block]});
+            undone_gates += gates.size();
         }
         if (layer.local == 0) {  // one gate on more qubits than a buffer holds, which has no angle
-            const auto call = gates::prepare(undoing[0], nbqbits);
+            const auto call = gates::prepare(undone[0].undoing[0], nbqbits);
             for (thrust::complex<T>* const state : states) kernels::run_parallel(call, state, team);
         } else {
-            const backward_pass<T> pass(undoing, sums, layer.local, nbqbits);
+            const backward_pass<T> pass(undone, layer.local, nbqbits);
             const std::vector<double> found = pass.run(states, team);
             const std::size_t count = found.size() / lambdas.size();
             std::size_t number = 0;
-            for (const sums_at_gate* const at : sums) {
+            for (const undone_block<T>& block : undone) {
+                const sums_behind* const at = block.wanted;
                 if (at == nullptr) continue;
                 const std::size_t to = first_of[static_cast<std::size_t>(at - wanted.data())];
                 for (std::size_t s = 0; s < at->sums.size(); ++s, ++number) {
@@ -353,18 +430,16 @@ std::vector<std::vector<double>> run_back(std::span<const operation<T>> operatio
                 }
             }
         }
-        undone += layer.gates.size();
-        if (hook) hook(undone, operations.size());
+        if (hook) hook(undone_gates, operations.size());
     }
     return totals;
 }
 
-#define VELACAMPLIX_INSTANTIATE(T)                                                                                  \
-    template std::vector<plan::layer> layers_back(std::span<const operation<T>>, unsigned,                          \
-                                                  const std::function<void()>&);                                    \
-    template std::vector<std::vector<double>> run_back(                                                             \
-        std::span<const operation<T>>, const std::vector<plan::layer>&, const std::vector<sums_at_gate>&, unsigned, \
-        int, thrust::complex<T>*, const std::vector<thrust::complex<T>*>&, const pbamplix::work_hook&);
+#define VELACAMPLIX_INSTANTIATE(T)                                                                                     \
+    template plan_back<T> make_plan_back(std::span<const operation<T>>, unsigned, bool, const std::function<void()>&); \
+    template std::vector<std::vector<double>> run_back(                                                                \
+        std::span<const operation<T>>, const plan_back<T>&, const std::vector<sums_behind>&, int, thrust::complex<T>*, \
+        const std::vector<thrust::complex<T>*>&, const pbamplix::work_hook&);
 VELACAMPLIX_FOR_EACH_PRECISION(VELACAMPLIX_INSTANTIATE)
 
 }  // namespace velacamplix::gradients

@@ -108,7 +108,10 @@ void program<T>::set_params(unsigned long gate, const std::vector<double>& param
     const unsigned angles = gates::angles_of(op.kind);
     if (angles == 0) refuse_this("no angle");
     if (params.size() != angles) refuse_this(counted(angles, "angle") + ", not " + std::to_string(params.size()));
-    if (content.fusion) content.ranges.remove_if([=](const auto& range) { return range.contains(gate); });
+    if (content.fusion) {
+        content.ranges.remove_if([=](const auto& range) { return range.contains(gate); });
+        content.way_back.reset();
+    }
     for (auto& range : content.ranges) {  // first: they may lack memory
         if (range.contains(gate)) range.schedule.outdate(gate - range.first);
     }
@@ -123,7 +126,7 @@ unsigned int program<T>::angle_count(unsigned long gate) const {
 template <class T>
 void program<T>::set_fusion(bool fusion) {
     implementation& content = content_of(self);
-    if (fusion != content.fusion) content.ranges.clear();
+    if (fusion != content.fusion) content.forget_plans();
     content.fusion = fusion;
 }
 

@@ -2,7 +2,6 @@
 
 #include "statevector/gates/operation.hpp"
 #include "statevector/index/bits.hpp"
-#include "statevector/plan/layers.hpp"
 #include "statevector/replay/schedule.hpp"
 
 #include <velacamplix/program.hpp>
@@ -11,7 +10,6 @@
 #include <iterator>
 #include <list>
 #include <memory>
-#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -39,6 +37,13 @@ Implementation& content_of(const std::unique_ptr<Implementation>& self) {
 }
 
 }  // namespace velacamplix::replay
+
+namespace velacamplix::gradients {
+
+template <class T>
+struct plan_back;
+
+}  // namespace velacamplix::gradients
 
 namespace pbamplix::cpu {
 
@@ -98,12 +103,8 @@ struct program<T>::implementation {
         return &ranges.front().schedule;
     }
 
-    // The layers of the reversed list, which the way back of a gradient takes.
-    struct reversed_layers {
-        unsigned int state_qubits = 0;
-        std::vector<velacamplix::plan::layer> layers;
-    };
-    std::optional<reversed_layers> way_back;
+    // Of the reversed list, for gradients.
+    std::shared_ptr<const gradients::plan_back<T>> way_back;
 
     void append(gates::operation<T> op, const std::vector<unsigned int>& controls) {
         op.controls |= index::mask_of(controls);

@@ -49,7 +49,12 @@ class Differentiable:
     """
 
     def __init__(
-        self, circuit: Circuit, values: Sequence[float], nonzero: tuple[int, ...], precision: Precision
+        self,
+        circuit: Circuit,
+        values: Sequence[float],
+        nonzero: tuple[int, ...],
+        precision: Precision,
+        fusion: bool = False,
     ) -> None:
         for position, step in enumerate(circuit.instructions):
             _require_gate(step, position)
@@ -66,7 +71,7 @@ class Differentiable:
         for place, qubit in enumerate(self.active):
             places[qubit] = place
         bound = self._template.instructions_with(params)
-        self.program = compiled(bound, len(self.active), precision, circuit, places)
+        self.program = compiled(bound, len(self.active), precision, circuit, places, fusion)
         self.angles = list(chain.from_iterable(params))
         self._set_up_slopes(names)
 
@@ -114,14 +119,14 @@ _NOTHING = np.zeros(0, np.int64), np.zeros(0, np.int64), np.zeros(0)
 
 @contextmanager
 def differentiable(
-    circuit: Circuit, values: Sequence[float], nonzero: tuple[int, ...], precision: Precision
+    circuit: Circuit, values: Sequence[float], nonzero: tuple[int, ...], precision: Precision, fusion: bool = False
 ) -> Iterator[Differentiable]:
     """Give a circuit with these values, made anew or taken over from the last time."""
     kept = _kept.setdefault(circuit._as_template(), {})
-    key = nonzero, precision
+    key = nonzero, precision, fusion
     found = kept.pop(key, None)
     if found is None:
-        found = Differentiable(circuit, values, nonzero, precision)
+        found = Differentiable(circuit, values, nonzero, precision, fusion)
     else:
         found.bind(values)
     yield found

@@ -164,7 +164,8 @@ def differentiated(request: Request, rows: Sequence[Sequence[float]]) -> list[_F
     """Return values and derivatives at every set of values."""
     if not rows:
         return []
-    with differentiable(request.circuit, rows[0], request.start.nonzero, request.precision) as one:
+    how = request.start.nonzero, request.precision, request.fusion
+    with differentiable(request.circuit, rows[0], *how) as one:
         # Those on qubits that no gate touches are reduced.
         whole = len(one.active) == request.circuit.n_qubits
         observables = request.observables if whole else request.observed.on(one.active, frozenset())

@@ -14,7 +14,7 @@ from ..circuit.circuit import Circuit
 from ..instructions.binding import checked_values, plain_values
 from ..machine import limits
 from ..observables.observable import Observable
-from ..programs.compile import require_circuit
+from ..programs.compile import require_circuit, require_fusion
 from ..programs.progress import ProgressLike
 from ..programs.progress import checked as checked_progress
 from ..running import observing
@@ -33,6 +33,7 @@ class Request(NamedTuple):
     seed: int | None
     precision: Precision
     threads: int
+    fusion: bool
     start: Start
     progress: ProgressLike
 
@@ -54,6 +55,7 @@ def checked(
     threads: Any = None,
     initial: InitialLike = None,
     initial_order: Order | None = None,
+    fusion: Any = False,
     progress: ProgressLike = None,
 ) -> Request:
     """Return a request; `argument` is what the caller calls the observables, `sampled` whether shots will do."""
@@ -74,6 +76,9 @@ def checked(
     real = checks.precision(precision)
     if way != "adjoint" and real != "double":
         raise ValueError(f"precision must be 'double' with method={way!r}: shifts subtract nearly equal values")
+    fused = require_fusion(fusion)
+    if fused and way != "adjoint":
+        raise ValueError(f"fusion must be False with method={way!r}, got True: every run of it has other angles")
     checked_progress(progress)
     return Request(
         circuit,
@@ -83,6 +88,7 @@ def checked(
         checks.seed(seed),
         real,
         limits.thread_count(threads),
+        fused,
         Start(initial, circuit.n_qubits, initial_order),
         progress,
     )
