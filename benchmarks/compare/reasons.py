@@ -20,14 +20,15 @@ class Reason(NamedTuple):
     qubits: range = range(1, 63)
 
 
+ONE_BY_ONE = (
+    "An exact run applies every gate by itself, since a product of gates rounds differently; the peer multiplies the gates of "
+    "a pair of qubits beforehand, as `fusion=True` does."
+)
 # The first that holds is told.
 REASONS: Tuple[Reason, ...] = (
-    Reason(
-        "An exact run applies every gate by itself, since a product of gates rounds differently; the peer multiplies the "
-        "gates of a pair of qubits beforehand, as `fusion=True` does.",
-        OURS,
-        ("heis", "rqc"),
-    ),
+    Reason(ONE_BY_ONE, OURS, ("heis", "rqc")),
+    # Qulacs, native, n = 16: 8.9 ms gate by gate, 3.0 multiplied; velacamplix 4.2.
+    Reason(ONE_BY_ONE, OURS, ("random",), ("double",)),
 )
 
 
