@@ -3,10 +3,13 @@
 import errno
 import os
 import random
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
+import warnings
 
 import numpy as np
 import pytest
@@ -80,6 +83,18 @@ def test_a_circuit_with_idle_qubits_and_one_without_gates(path):
     assert here.statevector is not None and here.distribution([30, 3]).tolist() == there.distribution([30, 3]).tolist()
     assert here.storage.n_qubits == 2 and here.storage.stages == 1
     assert run(Circuit(3, 1).measure(1, 0), storage=path + "2", shots=3).counts == {"0": 3}
+
+
+@pytest.mark.parametrize("schedule", ["written", "canonical:5"])
+@pytest.mark.parametrize(("precision", "part_qubits"), [("double", 13), ("single", 14)])
+def test_many_parts_have_the_bits_of_memory(path, precision, part_qubits, schedule):
+    # As many qubits outside of a part as may come in at once: pieces of a page.
+    circuit = random_circuit(18, 150, seed=4)
+    options = {"shots": 100, "seed": 7, "precision": precision, "schedule": schedule, "observables": ["Z0 X17", "Y14 Y2"]}
+    there, here = run(circuit, threads=1, **options), stored(circuit, path, part_qubits, **options)
+    assert here.storage.parts == 2 ** (18 - part_qubits) and here.storage.stages > 2
+    assert here.statevector().tobytes() == there.statevector().tobytes()
+    assert here.counts == there.counts and here.expectation_values.tolist() == there.expectation_values.tolist()
 
 
 def test_one_part_goes_to_blocks_that_nobody_needs():
@@ -245,6 +260,35 @@ def test_a_killed_process_loses_the_parts_that_were_in_memory(path, how):
     assert stored(circuit, path, resume=True).statevector().tobytes() == run(circuit, threads=1).statevector().tobytes()
 
 
+ENDED = """
+import os, sys
+sys.path.insert(0, sys.argv[2])
+from test_storage import random_circuit, stored
+from velacamplix.storage import walk
+real = walk.Walk._write
+def write(self, job, octets):
+    if self._files.done == int(sys.argv[3]):
+        self._files.write = lambda *_: os._exit(9)  # in the middle of a part
+        self._files._move(job.target[: len(job.target) // 2 + 1], self._layout.block_bytes, octets, os.pwritev)
+    real(self, job, octets)
+walk.Walk._write = write
+stored(random_circuit(12, 60, seed=6), sys.argv[1], resume=True, schedule="canonical:3")
+"""
+
+
+def test_a_process_that_ends_in_every_stage(path):
+    circuit = random_circuit(12, 60, seed=6)
+    plan = Storage(path, 10).plan(circuit, schedule="canonical:3")
+    for stage in range(plan.stages):
+        where = str(stage * plan.parts + stage % plan.parts)
+        ended = subprocess.run([sys.executable, "-c", ENDED, path, os.path.dirname(__file__), where])
+        assert ended.returncode == 9
+        with open(path + ".journal", "rb") as file:
+            assert file.read().count(b"\n") == int(where) + 1
+    here = stored(circuit, path, resume=True, schedule="canonical:3")
+    assert here.statevector().tobytes() == run(circuit, threads=1, schedule="canonical:3").statevector().tobytes()
+
+
 def test_two_runs_do_not_share_a_file(path):
     with started(path) as process:
         process.stdout.readline()
@@ -325,6 +369,20 @@ def test_file_systems_without_direct_access(path, monkeypatch, where):
         result = stored(circuit, path)
     assert result.storage.direct is False and real_read is os.preadv
     assert result.statevector().tobytes() == run(circuit, threads=1).statevector().tobytes()
+
+
+def test_a_file_system_in_memory():
+    # Kernels differ in whether one takes O_DIRECT; where it does not, the run says so.
+    folder = "/dev/shm"
+    if not os.path.isdir(folder) or shutil.disk_usage(folder).free < 2**24:
+        pytest.skip(f"{folder} is not there, or full")
+    with tempfile.TemporaryDirectory(dir=folder) as inner, warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        circuit = random_circuit(12, 100)
+        result = stored(circuit, os.path.join(inner, "state"))
+        said = [str(one.message) for one in caught if "refuses direct access" in str(one.message)]
+        assert len(said) == (not result.storage.direct)
+        assert result.statevector().tobytes() == run(circuit, threads=1).statevector().tobytes()
 
 
 def test_what_is_not_done_in_a_file_is_refused_by_name(path):
@@ -472,6 +530,43 @@ def test_memory_is_that_of_three_parts(path):
     # The state has 64 MiB, the parts together 24.
     told = subprocess.run([sys.executable, "-c", LIMITED, path], capture_output=True, text=True, timeout=300)
     assert told.stdout == "8 True\n", told.stdout + told.stderr
+
+
+PEAK = """
+import sys, threading, time
+from velacamplix import Circuit, Storage, StateVector, run
+def resident():
+    with open("/proc/self/status") as file:
+        return sum(int(line.split()[1]) for line in file if line.startswith(("RssAnon", "RssShmem"))) * 1024
+n, how = 22, sys.argv[2]
+circuit = Circuit(n).h(range(n)).rz(0.3, range(n)).h(range(n))
+storage = Storage(sys.argv[1], 19)
+run(Circuit(14).h(range(14)), storage=Storage(sys.argv[1] + "small", 12), threads=1)  # what is loaded once
+before, peak, done = resident(), [0], threading.Event()
+def watch():
+    while not done.wait(0.001):
+        peak[0] = max(peak[0], resident())
+watcher = threading.Thread(target=watch)
+watcher.start()
+if how == "run":
+    result = run(circuit, storage=storage, threads=1)
+    told = result.storage.memory_bytes
+else:
+    state = StateVector(n, threads=1, storage=storage).run(circuit)
+    told = state.storage.memory_bytes
+    state.probability(0, [3]), state.expectation("X21"), state.sample(100)
+done.set()
+watcher.join()
+print(told, peak[0] - before)
+"""
+
+
+@pytest.mark.parametrize("how", ["run", "state"])
+def test_peak_memory_is_what_was_told(path, how):
+    ended = subprocess.run([sys.executable, "-c", PEAK, path, how], capture_output=True, text=True, timeout=300)
+    assert ended.returncode == 0, ended.stderr
+    told, peak = map(int, ended.stdout.split())
+    assert told == 3 * 2**23 and told * 0.9 < peak < told + 2**24, (told, peak)
 
 
 SHORTENED = """
