@@ -67,6 +67,12 @@ public:
     // What every rank sends, and gets, in all stages together; 1 is its whole part once.
     double parts_sent() const;
 
+    // The numbers that the gates multiply by, gate by gate. Sines and cosines may have other last bits on other
+    // processors: ranks that all set those of one of them make the state which that one makes by itself. Throws
+    // std::invalid_argument for more or fewer numbers than there are.
+    std::vector<thrust::complex<T>> coefficients() const;
+    void set_coefficients(const std::vector<thrust::complex<T>>& numbers);
+
     // What travels before a stage. In turn: no rank has two partners at the same time.
     std::vector<part_transfer> transfers(unsigned long stage, unsigned long rank) const;
 

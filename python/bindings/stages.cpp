@@ -6,6 +6,7 @@
 #include <velacamplix/part_shots.hpp>
 #include <velacamplix/stages.hpp>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <memory>
@@ -56,6 +57,20 @@ std::unique_ptr<HeldStages<T>> plan_stages(HeldProgram<T>& program, unsigned int
     const Unlocked unlocked;
     return std::make_unique<HeldStages<T>>(
         pbamplix::cpu::stage_plan<T>(program.list, n, rank_bits, {from_zeros, back_in_order}));
+}
+
+template <class T>
+Amplitudes<T> coefficients(const HeldStages<T>& held) {
+    const auto numbers = held.made.coefficients();
+    Amplitudes<T> told(static_cast<py::ssize_t>(numbers.size()));
+    std::copy(numbers.begin(), numbers.end(), told.mutable_data());
+    return told;
+}
+
+template <class T>
+void set_coefficients(HeldStages<T>& held, const Amplitudes<T>& numbers) {
+    const auto turn = held.taken();
+    held.made.set_coefficients({numbers.data(), numbers.data() + numbers.size()});
 }
 
 // Partner, first amplitude and number of amplitudes of each.
@@ -164,6 +179,8 @@ void bind_one_precision(py::module_& module, const char* plan, const char* shots
         .def("__len__", [](const Plan& held) { return held.made.size(); })
         .def("part_qubits", [](const Plan& held) { return held.made.part_qubits(); })
         .def("parts_sent", [](const Plan& held) { return held.made.parts_sent(); })
+        .def("coefficients", &coefficients<T>)
+        .def("set_coefficients", &set_coefficients<T>, py::arg("numbers").noconvert())
         .def("transfers", &transfers<T>, py::arg("stage"), py::arg("rank"))
         .def("run_stage", &run_stage<T>, py::arg("stage"), py::arg("rank"), py::arg("part").noconvert(),
              py::arg("threads"), py::arg("function") = py::none(), py::arg("interval") = 0.05,

@@ -16,6 +16,7 @@ from mpi4py import MPI
 from velacamplix import Channel, Circuit, DensityMatrix, NoiseModel, Observable, Parameter, StateVector, UnsupportedInstruction, run
 from velacamplix.distributed import DistributedState
 from velacamplix.distributed import ranks as ranks_module
+from velacamplix.distributed import state as state_module
 from velacamplix.distributed import values as values_module
 
 COMM = MPI.COMM_WORLD
@@ -332,6 +333,29 @@ def circuits_follow_one_another():
     if SIZE > 1:
         words = f"circuit; rank {SIZE - 1} has another than rank 0"
         refused(ValueError, words, lambda: state.run(several[RANK == SIZE - 1]))
+
+
+@case
+def numbers_of_the_gates_are_rank_0s():
+    """As if the other processors had sines of their own."""
+    real = state_module._PLANS
+
+    def spoiled(precision):
+        def plan(*arguments):
+            made = real[precision](*arguments)
+            if RANK != 0:
+                made.set_coefficients(made.coefficients() * made.coefficients().dtype.type(0.75))
+            return made
+
+        return plan
+
+    expected = on_rank_0(lambda: [run(ansatz(N), precision=precision).state.array for precision in real])
+    state_module._PLANS = {precision: spoiled(precision) for precision in real}
+    for precision, whole in zip(real, expected):
+        assert run(ansatz(N), precision=precision, comm=COMM).distributed_state.statevector().tobytes() == whole.tobytes()
+        state = DistributedState(N, COMM, precision).run(ansatz(N))
+        assert state.statevector().tobytes() == whole.tobytes()
+    state_module._PLANS = real
 
 
 @case

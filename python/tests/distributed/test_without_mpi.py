@@ -6,8 +6,9 @@ import sys
 import numpy as np
 import pytest
 
-from velacamplix import Circuit, Observable, StateVector, run
+from velacamplix import Channel, Circuit, Observable, StateVector, run
 from velacamplix.core import extension
+from velacamplix.programs.noisy import PreparedTrajectories
 
 BLOCKED = """
 import sys
@@ -76,3 +77,31 @@ def test_the_core_looks_at_pieces_and_sums_itself():
     frozen.flags.writeable = False
     with pytest.raises(ValueError):
         add(piece, piece, 15, 0, observable, 1, False, frozen)
+
+
+@pytest.mark.parametrize("precision", ["double", "single"])
+def test_records_of_some_shots_tell_together_what_all_tell(precision):
+    circuit = Circuit(4)
+    for q in range(4):
+        circuit.ry(0.3 + q, q).channel(Channel.amplitude_damping(0.3), q).channel(Channel.depolarizing(0.2), q)
+    core = PreparedTrajectories(circuit, (), precision).whole
+    observables = [Observable("Z0 X3").compiled(), Observable("Y1").compiled()]
+
+    def told(first, shots, **more):
+        return core.run(7, first, shots, 1, None, None, [], observables, True, **more)
+
+    whole, parts = told(0, 500), [told(first, shots, keeps_records=True) for first, shots in ((499, 1), (0, 120), (120, 379))]
+    histories, shots, values = map(np.concatenate, zip(*parts))
+    distinct, means, errors = extension.combined_trajectories(histories, shots, values)
+    assert 1 < distinct == whole[0] < len(histories)
+    assert means.tobytes() == whole[1].tobytes() and errors.tobytes() == whole[2].tobytes()
+
+
+def test_the_core_looks_at_records_itself():
+    words, values = np.zeros(3, dtype=np.uint64), np.zeros((3, 2), dtype=np.complex128)
+    for wrong in ((words[:2], words, values), (words, words[:2], values), (words, words, values[:2]), (words, words, values.reshape(-1))):
+        with pytest.raises(ValueError, match="for each record"):
+            extension.combined_trajectories(*wrong)
+    with pytest.raises(TypeError):
+        extension.combined_trajectories(words, words, values.astype(np.complex64))
+    assert extension.combined_trajectories(words[:0], words[:0], values[:0])[0] == 0

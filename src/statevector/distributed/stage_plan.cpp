@@ -265,6 +265,31 @@ double stage_plan<T>::parts_sent() const {
     return self->sent;
 }
 
+template <class T>
+std::vector<thrust::complex<T>> stage_plan<T>::coefficients() const {
+    std::vector<thrust::complex<T>> numbers;
+    for (const auto& op : self->operations) {
+        numbers.insert(numbers.end(), op.coefficients.begin(), op.coefficients.end());
+        numbers.insert(numbers.end(), op.entries.begin(), op.entries.end());
+    }
+    return numbers;
+}
+
+template <class T>
+void stage_plan<T>::set_coefficients(const std::vector<thrust::complex<T>>& numbers) {
+    std::size_t count = 0;
+    for (const auto& op : self->operations) count += op.coefficients.size() + op.entries.size();
+    if (numbers.size() != count) {
+        refuse("The plan has " + counted(count, "coefficient") + ", not " + std::to_string(numbers.size()));
+    }
+    self->prepared.reset();
+    auto from = numbers.begin();
+    for (auto& op : self->operations) {
+        for (auto& number : op.coefficients) number = *from++;
+        for (auto& number : op.entries) number = *from++;
+    }
+}
+
 // The bits that come in, as a number, are exchanged with the number of a block of the part. In round x a rank meets the
 // one that differs from it by x in these bits, and each gives the block that bears the other's number.
 template <class T>

@@ -398,6 +398,34 @@ TYPED_TEST(stage_plan_of, a_reordered_program_holds_the_same_gates_and_differs_b
     }
 }
 
+// The same gates by other angles, and the plan of a circuit that has run is set to them.
+TYPED_TEST(stage_plan_of, coefficients_of_another_plan_give_its_bits) {
+    using T = TypeParam;
+    const unsigned int n = 6;
+    const auto turned_by = [&](double angle) {
+        program<T> list(n);
+        for (unsigned int q = 0; q < n; ++q) {
+            list.add_gate("RX", {angle * (q + 1)}, {q});
+            list.add_gate("RZ", {angle / (q + 1)}, {q});
+            list.add_gate("X", {}, {(q + 1) % n}, {q});
+        }
+        return list;
+    };
+    auto first = turned_by(0.3), second = turned_by(0.7);
+    Zeros<T> expected(n);
+    second.run(expected);
+    stage_plan<T> plan(first, n, 2);
+    const stage_plan<T> other(second, n, 2);
+    Parts<T>(Zeros<T>(n), 2).run(plan, 1);
+    plan.set_coefficients(other.coefficients());
+    Parts<T> parts(Zeros<T>(n), 2);
+    parts.run(plan, 1);
+    EXPECT_TRUE(parts.are(expected, plan));
+    auto fewer = other.coefficients();
+    fewer.pop_back();
+    EXPECT_THROW(plan.set_coefficients(fewer), std::invalid_argument);
+}
+
 TYPED_TEST(stage_plan_of, nonsense_is_refused) {
     using T = TypeParam;
     using Plan = stage_plan<T>;

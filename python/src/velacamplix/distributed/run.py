@@ -22,7 +22,7 @@ from ..running.method import has_noise
 from ..running.result import Result
 from ..running.saved import Saved
 from ..running.single import Clock, Request
-from .ranks import Ranks, ranks_of, sines_and_cosines
+from .ranks import Ranks, ranks_of
 from .result import DistributedResult
 from .shots import run_shots
 from .state import DistributedState, require_fitting
@@ -159,13 +159,13 @@ def _basis_state(request: Request, active: tuple[int, ...]) -> int:
 
 
 def _agree(circuit: Circuit, found: Prepared, request: Request, ranks: Ranks, end: End) -> None:
-    """Refuse ranks with other circuits, arguments or versions, or processors whose sines have other bits."""
+    """Refuse ranks with other circuits, arguments or versions."""
     if ranks.size == 1:
         return
-    gates = [gate for step in found.segments.steps if isinstance(step, Stretch) for gate in step.gates]
     told = hashlib.sha256()
-    for gate in gates:
-        told.update(repr((gate.name, gate.qubits, gate.controls, gate.params)).encode())
+    for step in found.segments.steps:
+        for gate in step.gates if isinstance(step, Stretch) else ():
+            told.update(repr((gate.name, gate.qubits, gate.controls, gate.params)).encode())
     start = request.start.on(found.segments.active)
     ranks.agree(
         version=extension.version(),
@@ -177,5 +177,4 @@ def _agree(circuit: Circuit, found: Prepared, request: Request, ranks: Ranks, en
         number_of_shots=request.shots,
         seed=request.seed,
         observables=None if request.observed is None else [str(one) for one in request.observed.observables],
-        sines_and_cosines=sines_and_cosines(gates),
     )

@@ -27,7 +27,7 @@ from ..states.apply import refuse_unsupported
 from ..states.base import Qubits, highest_first
 from ..states.statevector import StateVector
 from . import files, marginals, values
-from .ranks import Ranks, ranks_of, sines_and_cosines
+from .ranks import Ranks, ranks_of
 
 _PLANS = {"single": extension.StagePlanSingle, "double": extension.StagePlanDouble}
 _SHOTS = {"single": extension.PartShotsSingle, "double": extension.PartShotsDouble}
@@ -198,9 +198,7 @@ class DistributedState:
             raise ValueError(f"circuit must have at most {n} qubits, those of the state, got {circuit!r}")
         refuse_unsupported(circuit.instructions)
         if ranks.size > 1:
-            ranks.agree(
-                circuit=ranks.same(circuit), schedule=schedule, sines_and_cosines=sines_and_cosines(circuit.instructions)
-            )
+            ranks.agree(circuit=ranks.same(circuit), schedule=schedule)
 
         def make() -> Prepared:
             return for_state(circuit, n, self._precision, False, rank_bits)
@@ -215,8 +213,13 @@ class DistributedState:
         return self
 
     def _planned(self, program: Any, from_zeros: bool) -> Any:
-        """Return a program in stages; `from_zeros` is for a state to which nothing has happened."""
-        return _PLANS[self._precision](program, self._n_qubits, self._ranks.bits, from_zeros)
+        """Return a program in stages, with the numbers of rank 0; `from_zeros` is for a state to which nothing has happened.
+
+        Other processors may give sines and cosines other last bits.
+        """
+        plan = _PLANS[self._precision](program, self._n_qubits, self._ranks.bits, from_zeros)
+        plan.set_coefficients(self._ranks.copied(plan.coefficients()))
+        return plan
 
     def _carry_out(self, plan: Any, progress: ProgressLike) -> None:
         """Let the gates of a plan act in all parts, which exchange amplitudes between its stages."""
