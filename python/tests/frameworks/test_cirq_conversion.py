@@ -140,6 +140,22 @@ def test_operations_that_are_no_gates_of_their_own():
         np.testing.assert_allclose(matrix_of(to_velacamplix(circuit, Q)), theirs_of(circuit), rtol=0, atol=1e-12)
 
 
+def test_values_of_controls_may_be_truth_values():
+    # Gates of Cirq's own are made of controls that read False. (cirq.unitary does not take these for 0; its simulator does.)
+    for make in (
+        lambda gate, a, b: gate(a).controlled_by(b, control_values=[False]),
+        lambda gate, a, b: gate.controlled(1, control_values=[False])(b, a),
+        lambda gate, a, b: gate(a).controlled_by(b, C, control_values=[(False, True), False]),
+        lambda gate, a, b: gate(a).controlled_by(b, C, control_values=cirq.SumOfProducts([(False, True), (True, False)])),
+        lambda gate, a, b: cirq.UniformSuperpositionGate(5, 3)(a, b, C),
+    ):
+        start = [cirq.ry(0.7 + place)(qubit) for place, qubit in enumerate(Q[:3])]
+        circuit = cirq.Circuit(start, make(cirq.ry(0.4), A, B))
+        wanted = cirq.Simulator(dtype=np.complex128).simulate(circuit).final_state_vector
+        found = matrix_of(to_velacamplix(circuit))[:, 0]
+        np.testing.assert_allclose(found, wanted, rtol=0, atol=1e-6, err_msg=str(circuit))
+
+
 def test_exponential_of_pauli_sums():
     circuit = cirq.Circuit(cirq.PauliSumExponential(cirq.X(A) * cirq.X(B) + 2 * cirq.Z(A) * cirq.Z(B), exponent=0.3))
     np.testing.assert_allclose(matrix_of(to_velacamplix(circuit)), theirs_of(circuit, Q[:2]), rtol=0, atol=1e-12)

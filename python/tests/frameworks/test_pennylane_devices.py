@@ -101,6 +101,56 @@ def test_wires_are_numbered_as_pennylane_numbers_them():
             np.testing.assert_allclose(ours, theirs, atol=1e-12)
 
 
+NOT_HERMITIAN = {
+    "words": lambda: qml.X(0) @ qml.Y(0),
+    "factor": lambda: qml.s_prod(1j, qml.Hadamard(0)),
+    "matrices": lambda: qml.prod(qml.Hadamard(0), qml.Y(0)),
+    "sum": lambda: qml.sum(qml.s_prod(1j, qml.prod(qml.Hadamard(0), qml.X(1))), qml.Z(1)),
+}
+
+
+def turned(device, measured, is_measured=False, shots=None):
+    @qml.set_shots(shots)
+    @qml.qnode(device, diff_method=None)
+    def circuit():
+        qml.RX(0.3, 0)
+        qml.RY(0.4, 1)
+        if is_measured:
+            qml.measure(2)
+        return measured()
+
+    return circuit()
+
+
+@pytest.mark.parametrize("kind", ["qubit", "mixed"])
+@pytest.mark.parametrize("name", NOT_HERMITIAN)
+def test_expectation_values_of_what_is_not_hermitian_are_complex(kind, name):
+    device = qml.device(f"velacamplix.{kind}", wires=3, seed=5)
+
+    def mean():
+        return qml.expval(NOT_HERMITIAN[name]())
+
+    # (default.qubit's own value of the sum is wrong.)
+    with qml.queuing.QueuingManager.stop_recording():
+        matrix = qml.matrix(NOT_HERMITIAN[name](), wire_order=range(3))
+    state = turned(qml.device("default.qubit", wires=3), qml.state)
+    wanted = complex(np.vdot(state, matrix @ state))
+    assert abs(wanted.imag) > 0.1
+    assert abs(turned(device, mean) - wanted) < 1e-12
+    assert abs(turned(device, mean, is_measured=True) - wanted) < 1e-12
+    if name != "matrices":
+        assert abs(turned(device, mean, shots=4000) - wanted) < 0.1
+    with pytest.raises(DeviceError, match="is not Hermitian, and has no variance"):
+        turned(device, lambda: qml.var(NOT_HERMITIAN[name]()))
+
+
+def test_expectation_values_of_what_is_hermitian_are_real():
+    both = qml.sum(qml.prod(qml.Hadamard(0), qml.Y(0)), qml.prod(qml.Y(0), qml.Hadamard(0)))
+    conjugated = qml.prod(qml.Hadamard(0), qml.X(0), qml.Hadamard(0))
+    for op in (both, conjugated, qml.s_prod(1 + 0j, qml.Z(0)), 1j * (qml.X(0) @ qml.Y(0))):
+        assert isinstance(turned(VelacamplixQubit(), lambda: qml.expval(op)), float), op  # noqa: B023
+
+
 def test_single_precision_fusion_and_threads_are_honoured():
     exact = value(lambda: qml.state(), VelacamplixQubit(wires=LABELS))
     single = value(lambda: qml.state(), VelacamplixQubit(wires=LABELS, precision="single", threads=1))

@@ -205,11 +205,11 @@ def control_cases(asked: Any, n_controls: int) -> list[tuple[tuple[int, ...], st
         sums = list(asked)
         if not any([len(values) == 0 for values in sums]):
             used = tuple([place for place, values in enumerate(sums) if len(values) == 1])
-            text = "".join([str(sums[place][0]) for place in used])
+            text = "".join([str(int(sums[place][0])) for place in used])  # Cirq's own gates have values that are False
             return [(used, text if "0" in text else "")]
     # No two of the cases hold at once.
     cases = dict.fromkeys([tuple(values) for values in asked.expand()])
-    texts = ["".join(map(str, values)) for values in cases]
+    texts = ["".join([str(int(value)) for value in values]) for values in cases]
     return [(tuple(range(n_controls)), text if "0" in text else "") for text in texts]
 
 

@@ -22,7 +22,7 @@ from ..states.densitymatrix import DensityMatrix
 from .errors import NotConverted
 from .reading import MidMeasure
 from .samples import Sampling, possible, value_of
-from .values import State, View, exact
+from .values import State, View, exact, shown
 
 Outcomes = Mapping[Any, int]
 # Applies gates to a state.
@@ -168,7 +168,7 @@ class Mixture:
             first, second = np.broadcast_to(mean, 2)
             return np.float64(np.maximum(0.0, second - first * first))
         if isinstance(mp, ExpectationMP):
-            return np.float64(np.ravel(mean)[0])
+            return shown(complex(np.ravel(mean)[0]))
         if isinstance(mp, (ProbabilityMP, DensityMatrixMP)):
             return mean
         # Entropies and purity are those of the mean state.

@@ -19,6 +19,9 @@ from .errors import NotConverted
 #: A matrix on more qubits has more Pauli products than are worth while.
 MOST_OF_A_MATRIX = 8
 
+#: Imaginary parts that are rounding, by the size of what they belong to. Single precision leaves 1e-7.
+HERMITIAN_TOLERANCE = 1e-5
+
 _LETTERS: dict[type, str] = {qml.PauliX: "X", qml.PauliY: "Y", qml.PauliZ: "Z"}
 _MOST_KEPT = 32
 _kept: OrderedDict[Any, tuple[Any, list[Any], Observable]] = OrderedDict()
@@ -68,7 +71,7 @@ def observable(op: Any, places: Mapping[Any, int]) -> Observable:
     if found is not None:
         return found
     if isinstance(op, SProd):
-        return observable(op.base, places) * _number(op.scalar)
+        return observable(op.base, places) * number(op.scalar)
     if isinstance(op, (Sum, Prod)):
         parts = [observable(part, places) for part in op.operands]
         total = parts[0]
@@ -101,5 +104,18 @@ def dense(op: Any) -> np.ndarray:
     return np.asarray(qml.math.toarray(matrix), dtype=np.complex128)
 
 
-def _number(value: Any) -> float | complex:
+def number(value: Any) -> float | complex:
+    """Return the factor of an operator."""
     return complex(value) if np.iscomplexobj(value) else float(value)
+
+
+def require_hermitian(op: Any, known: Observable) -> None:
+    """Refuse an operator, whose sum of Pauli products this is, unless its weights are real but for rounding."""
+    weights = [known.constant, *[term.coefficient for term in known.terms]] if known.is_complex else []
+    if any([abs(weight.imag) > HERMITIAN_TOLERANCE * abs(weight) for weight in weights]):
+        raise not_hermitian(op)
+
+
+def not_hermitian(op: Any) -> NotConverted:
+    """Return what is raised where an operator is not Hermitian, but must be."""
+    return NotConverted(f"{op} is not Hermitian, and has no variance; its expectation value can be asked for")

@@ -24,9 +24,9 @@ from ..basics.words import bit_string
 from ..machine import memory
 from ..states.densitymatrix import DensityMatrix
 from .errors import NotConverted
-from .observables import pauli_observable
+from .observables import number, pauli_observable, require_hermitian
 from .reading import MidMeasure
-from .values import View
+from .values import View, shown
 
 _SHADOWS = (ClassicalShadowMP, ShadowExpvalMP)
 
@@ -89,6 +89,8 @@ class Sampling:
     def _of_operator(self, mp: Any, op: Any) -> Any:
         known = pauli_observable(op, self._places)
         if known is not None and (isinstance(mp, ExpectationMP) or _is_word(op)) and not isinstance(mp, ProbabilityMP):
+            if isinstance(mp, VarianceMP):
+                require_hermitian(op, known)
             parts = []
             for term in known.terms:
                 group = self._group(dict(zip(term.qubits, term.paulis)))
@@ -96,10 +98,10 @@ class Sampling:
             return lambda rows: _of_products(mp, rows, parts, known.constant, self)
         if isinstance(mp, ExpectationMP) and isinstance(op, Sum):
             readers = [self._of_operator(ExpectationMP(obs=part), part) for part in op.operands]
-            return lambda rows: np.float64(sum([reader(rows) for reader in readers]))
+            return lambda rows: shown(complex(sum([reader(rows) for reader in readers])))
         if isinstance(mp, ExpectationMP) and isinstance(op, SProd):
-            reader, factor = self._of_operator(ExpectationMP(obs=op.base), op.base), np.real(op.scalar)
-            return lambda rows: np.float64(factor * reader(rows))
+            reader, factor = self._of_operator(ExpectationMP(obs=op.base), op.base), number(op.scalar)
+            return lambda rows: shown(complex(factor * reader(rows)))
         if not hasattr(mp, "process_samples"):
             raise NotConverted(f"{mp} cannot be made from shots")
         qubits = [self._places[wire] for wire in op.wires.labels]
@@ -273,15 +275,19 @@ def _of_nothing(mp: Any, n_wires: int) -> Any:
     return np.full(2**n_wires, np.nan) if isinstance(mp, ProbabilityMP) else np.float64(np.nan)
 
 
+def _without_nothing(weight: complex) -> complex:
+    return weight if weight.imag else weight.real
+
+
 def _of_products(mp: Any, rows: np.ndarray, parts: Any, constant: Any, sampling: Sampling) -> Any:
     """Return the result of a measurement of a sum of Pauli products."""
-    values: Any = np.full(len(rows), float(constant.real))
+    values: Any = np.full(len(rows), _without_nothing(constant))
     for coefficient, group, qubits in parts:
         columns = [group.qubits.index(qubit) for qubit in qubits]
         odd = np.bitwise_xor.reduce(group.bits[rows][:, columns], axis=1)
-        values = values + coefficient.real * (1 - 2 * odd)
+        values = values + _without_nothing(coefficient) * (1 - 2 * odd)
     if isinstance(mp, ExpectationMP):
-        return np.float64(values.mean()) if len(rows) else np.float64(np.nan)
+        return shown(complex(values.mean())) if len(rows) else np.float64(np.nan)
     if isinstance(mp, VarianceMP):
         return np.float64(values.var()) if len(rows) else np.float64(np.nan)
     if isinstance(mp, SampleMP):

@@ -26,7 +26,7 @@ from ..programs.drive import heard
 from ..states.densitymatrix import DensityMatrix
 from ..states.statevector import StateVector
 from .errors import NotConverted
-from .observables import dense, pauli_observable
+from .observables import HERMITIAN_TOLERANCE, dense, not_hermitian, number, pauli_observable, require_hermitian
 from .reading import Reading
 
 State = StateVector | DensityMatrix
@@ -53,39 +53,47 @@ class View:
 
     # --- Operators ---
 
-    def expectation(self, op: Any) -> float:
-        """Return the real part of an expectation value."""
+    def expectation(self, op: Any) -> complex:
+        """Return an expectation value, which is real, but for rounding, if the operator is Hermitian."""
         known = pauli_observable(op, self.places)
         if known is not None:
             if type(self.state) is StateVector:
-                return extension.expectation(self.state._live(), known.compiled(), *heard()).real
-            return self.state.expectation(known).real
+                return extension.expectation(self.state._live(), known.compiled(), *heard())
+            return complex(self.state.expectation(known))
         if isinstance(op, SProd):
-            return float(np.real(op.scalar)) * self.expectation(op.base) if np.isrealobj(op.scalar) else self._mean(op).real
+            return number(op.scalar) * self.expectation(op.base)
         if isinstance(op, Sum):
-            return math.fsum([self.expectation(part) for part in op.operands])
-        return self._mean(op).real
+            parts = [self.expectation(part) for part in op.operands]
+            return complex(math.fsum([part.real for part in parts]), math.fsum([part.imag for part in parts]))
+        return self._mean(op)
 
     def moments(self, op: Any) -> tuple[float, float]:
-        """Return the expectation values of an operator and of its square."""
+        """Return the expectation values of a Hermitian operator and of its square."""
         known = pauli_observable(op, self.places)
+        if known is not None:
+            require_hermitian(op, known)
         if known is not None and len(known.terms) <= 1:
             # A product of Pauli operators has the square 1.
-            mean = self.expectation(op)
+            mean = self.expectation(op).real
             weight = abs(known.terms[0].coefficient) ** 2 if known.terms else 0.0
             free = known.constant.real
             return mean, weight + 2 * free * (mean - free) + free * free
         if known is not None:
-            return self.expectation(op), self.state.expectation(known @ known).real
+            return self.expectation(op).real, self.state.expectation(known @ known).real
         if _is_basis_projector(op):
             return (mean := self._mean(op).real), mean
         qubits = self.qubits(op.wires)
         if isinstance(self.state, DensityMatrix) or len(qubits) <= _FEW:
             matrix = dense(op)
+            if not np.allclose(matrix, matrix.conj().T, rtol=0, atol=HERMITIAN_TOLERANCE * np.abs(matrix).max()):
+                raise not_hermitian(op)
             rho = self.state.reduced(qubits, order="big")
             return _trace(matrix, rho).real, _trace(matrix @ matrix, rho).real
         changed = applied(op, self.state, self.places)
-        return self.state.overlap(changed).real, float(np.vdot(changed.array, changed.array).real)
+        overlap = self.state.overlap(changed)
+        if abs(overlap.imag) > HERMITIAN_TOLERANCE * max(1.0, abs(overlap.real)):
+            raise not_hermitian(op)
+        return overlap.real, float(np.vdot(changed.array, changed.array).real)
 
     def _mean(self, op: Any) -> complex:
         qubits = self.qubits(op.wires)
@@ -174,10 +182,16 @@ def applied(op: Any, state: StateVector, places: Mapping[Any, int]) -> StateVect
 # --- By kind of measurement ---
 
 
+def shown(value: complex) -> Any:
+    """Return an expectation value as PennyLane has it: complex only where that is more than rounding."""
+    is_real = abs(value.imag) <= HERMITIAN_TOLERANCE * max(1.0, abs(value.real))
+    return np.float64(value.real) if is_real else np.complex128(value)
+
+
 def _expectation(mp: Any, view: View) -> Any:
     if mp.obs is None:
         return np.float64(view.eigenvalue_moments(mp)[0])
-    return np.float64(view.expectation(mp.obs))
+    return shown(view.expectation(mp.obs))
 
 
 def _variance(mp: Any, view: View) -> Any:
