@@ -76,8 +76,8 @@ kernel_call<T> one_qubit_call(unsigned long nbqbits, unsigned long target, unsig
     if (are_distinct(targets, where) && place_targets<wide>(placed, targets, nbqbits, where)) {
         select_groups<wide>(call, nbqbits, where, placed[0].bit, 2);
         call.target_bit[0] = placed[0].bit;
-        // The hardware follows two streams well up to runs of 256 bytes.
-        constexpr unsigned long least_run = 512 / sizeof(thrust::complex<T>);
+        // The hardware follows two streams well up to runs of 512 bytes.
+        constexpr unsigned long least_run = (1ul << 10) / sizeof(thrust::complex<T>);
         if (placed[0].bit >= least_run) call.prefetch = prefetch_distance<T>(nbqbits, placed[0].bit);
         call.run = choose_loop<G, wide, -1>(placed[0].exchanged_with, call.lane_fixed != 0);
     } else {
