@@ -634,3 +634,14 @@ with open(path + "2", "w+b") as file:
 def test_bus_errors_of_others_are_left_to_them(path, way, status):
     told = subprocess.run([sys.executable, "-c", OTHERS, path, way], capture_output=True, text=True, timeout=300)
     assert told.returncode == status, told.stdout + told.stderr
+
+
+def test_parts_below_a_page_are_refused_wherever_there_are_several(tmp_path):
+    # A single stage, in which nothing moves from part to part: flips of qubits outside a part only name it anew.
+    circuit = Circuit(10).x(range(10))
+    with pytest.raises(ValueError, match=r"part_qubits must be larger for this circuit, 8 at least: got 4"):
+        run(circuit, storage=Storage(tmp_path / "small", part_qubits=4))
+    found = run(circuit, shots=5, storage=Storage(tmp_path / "state", part_qubits=8))
+    assert found.counts == {"1" * 10: 5}
+    # One part may be smaller than a page.
+    assert run(Circuit(4).x(range(4)), shots=5, storage=tmp_path / "single").counts == {"1111": 5}

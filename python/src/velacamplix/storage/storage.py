@@ -177,7 +177,7 @@ def planned(
     part_qubits = min(n, storage.part_qubits or largest_part(size))
     stages = _PLANS[precision](found.programs[0], n, n - part_qubits, held is None)
     layout = Layout(stages, n - part_qubits, held)
-    if layout.blocks > 1 and layout.block_amplitudes * size % mmap.ALLOCATIONGRANULARITY != 0:
+    if layout.parts > 1 and layout.block_amplitudes * size % mmap.ALLOCATIONGRANULARITY != 0:
         least = part_qubits + (mmap.ALLOCATIONGRANULARITY // (layout.block_amplitudes * size)).bit_length() - 1
         raise ValueError(
             f"part_qubits must be larger for this circuit, {least} at least: got {part_qubits}, of which pieces of "
