@@ -38,12 +38,13 @@ def test_a_function_hears_how_far_the_run_is(call):
     assert all(type(progress) is Progress for progress in told)
     assert told[-1].done == told[-1].total == 12 * 39 and told[-1].remaining == 0
     for before, after in zip(told, told[1:]):
-        assert before.done < after.done and before.seconds < after.seconds
+        # On a slow machine a pass, or planning before the first, may take as long as two reports are apart.
+        assert before.done <= after.done and before.seconds < after.seconds
         # Not more often than 20 times a second, but for the end.
         assert after is told[-1] or after.seconds - before.seconds > 0.04
     for progress in told:
         assert progress.rate == pytest.approx(progress.done / progress.seconds)
-        assert progress.remaining == pytest.approx((progress.total - progress.done) / progress.rate)
+        assert progress.remaining == (pytest.approx((progress.total - progress.done) / progress.rate) if progress.done else None)
 
 
 def test_the_end_is_told_once_also_where_shots_part():
