@@ -523,6 +523,8 @@ ONLY_PURE = {
     "norm": "rho.trace()",  # the trace is what the norm is the root of
     "schmidt": "a mixed state has no Schmidt coefficients",
     "statevector": "a mixed state has no amplitudes",
+    "amplitude": "a mixed state has no amplitudes",
+    "storage": "a mixed state lies in memory",
     "to_dict": "rho.distribution_dict()",  # of amplitudes
     # Loading works on amplitudes: it keeps norms and drops phases, which no channel does.
     "prepare": "Circuit(n).initialize(data, qubits)",

@@ -55,6 +55,7 @@ WRITE = {
         "most_frequent": "counts.most_likely()",
     },
     "DensityMatrix": {
+        "amplitude": "rho.array: a mixed state has no amplitudes",
         "apply": "rho.run(circuit), or rho.h(0) and rho.channel(channel, qubits)",
         "apply_channel": "rho.channel(channel, qubits)",
         "binary_qram": "DensityMatrix.from_statevector(state), of a StateVector that loads it",
@@ -78,6 +79,7 @@ WRITE = {
         "sample_counts": "rho.counts(shots)",
         "schmidt": "rho.reduced(qubits): a mixed state has no Schmidt coefficients",
         "statevector": "rho.array: a mixed state has no amplitudes",
+        "storage": "StateVector(n, storage=path): a mixed state lies in memory",
         "to_dict": "rho.array, or rho.distribution_dict()",
         "to_statevector": "numpy.linalg.eigh(rho.array): its last column, if the purity is 1",
         "vn_entropy": "rho.entropy()",
