@@ -12,12 +12,11 @@ import sys
 
 import numpy as np
 import pytest
-from test_storage import random_circuit
+from test_storage import Enough, end_every, random_circuit
 
 from velacamplix import Circuit, DensityMatrix, StateVector, Storage, StoragePlan, run
 from velacamplix.instructions.gate_methods import GateMethods
 from velacamplix.instructions.many_qubit_methods import ManyQubitMethods
-from velacamplix.storage import walk as _walk
 
 pytestmark = pytest.mark.filterwarnings("ignore:the file system of .* refuses direct access")
 
@@ -125,10 +124,6 @@ def test_journals_that_are_no_journals(path):
     assert abs(stored(12, path, resume=True).norm() - 1) < 1e-9
 
 
-class Enough(Exception):
-    pass
-
-
 @pytest.mark.parametrize("n_before", [0, 1])
 def test_a_circuit_that_ends_early_is_gone_on_with(path, monkeypatch, n_before):
     before, circuit = random_circuit(12, 50, 1), random_circuit(12, 100, 2)
@@ -138,16 +133,7 @@ def test_a_circuit_that_ends_early_is_gone_on_with(path, monkeypatch, n_before):
         state.run(before)
         there.run(before)
     there.run(circuit)
-    real, acted = _walk.Walk._act, []
-
-    def act(self, job, octets):
-        if len(acted) % 5 == 4:
-            acted.append(None)
-            raise Enough
-        acted.append((job.stage, job.rank))
-        real(self, job, octets)
-
-    monkeypatch.setattr(_walk.Walk, "_act", act)
+    end_every(5, monkeypatch)
     ends = 0
     while True:
         try:

@@ -189,21 +189,27 @@ class Enough(Exception):
     pass
 
 
-def test_a_run_that_ends_early_goes_on(path, monkeypatch):
-    circuit = random_circuit(12, 300, seed=5)
-    expected = run(circuit, threads=1).statevector().tobytes()
-    plan = Storage(path, 10).plan(circuit)
-    jobs = plan.parts * plan.stages
+def end_every(period, monkeypatch):
+    """Let every so many parts on which gates shall act raise Enough; the list returned tells on which they have acted."""
     real, acted = _walk.Walk._act, []
 
     def act(self, job, octets):
-        if len(acted) % 3 == 2:
+        if len(acted) % period == period - 1:
             acted.append(None)
             raise Enough
         acted.append((job.stage, job.rank))
         real(self, job, octets)
 
     monkeypatch.setattr(_walk.Walk, "_act", act)
+    return acted
+
+
+def test_a_run_that_ends_early_goes_on(path, monkeypatch):
+    circuit = random_circuit(12, 300, seed=5)
+    expected = run(circuit, threads=1).statevector().tobytes()
+    plan = Storage(path, 10).plan(circuit)
+    jobs = plan.parts * plan.stages
+    acted = end_every(3, monkeypatch)
     ends = 0
     while True:
         try:

@@ -8,7 +8,7 @@ import mmap
 import os
 import threading
 from collections.abc import Callable, Mapping
-from typing import Any, NoReturn, Self, cast
+from typing import Any, NoReturn, cast
 
 import numpy as np
 
@@ -17,7 +17,6 @@ from ..basics.types import Precision, Seed
 from ..circuit.circuit import Circuit
 from ..core import extension
 from ..instructions.gate_methods import GateMethods
-from ..instructions.instruction import Instruction
 from ..instructions.many_qubit_methods import ManyQubitMethods
 from ..machine import limits, memory
 from ..programs.background import in_background
@@ -233,22 +232,6 @@ class StoredStateVector(StateVector):
             bytes_read=so_far.bytes_read + read * state_bytes // plan.parts,
             bytes_written=so_far.bytes_written + parts * state_bytes // plan.parts,
         )
-
-    def _add(
-        self,
-        name: str,
-        qubits: tuple[int, ...],
-        params: tuple[complex, ...] = (),
-        controls: tuple[int, ...] = (),
-        clbits: tuple[int, ...] = (),
-    ) -> Self:
-        return self._add_any(name, qubits, params, controls)
-
-    def _add_any(
-        self, name: str, qubits: tuple[int, ...], params: tuple[Any, ...] = (), controls: tuple[int, ...] = ()
-    ) -> Self:
-        self.run(Circuit(self._n_qubits)._put(Instruction(name, qubits, params, controls)))
-        return self
 
     # What is not done in a file
 
